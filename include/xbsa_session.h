@@ -18,232 +18,230 @@
 #include "xbsa.h"
 
 #ifdef __cplusplus
-extern "C"
-{
+extern "C" {
 #endif
 
-    /* --- Sizes and limits ---------------------------------------------------------------------- */
+/* --- Sizes and limits ---------------------------------------------------------------------- */
 
-    enum
-    {
-        XBSA_TRACE_SIZE = 1536,   /* bytes of one trace line or message, terminator included */
-        XBSA_REPLY_SIZE = 2048,   /* bytes of one command or reply line */
-        XBSA_COMMAND_SLOTS = 16,  /* lines in a command list; six are used */
-        XBSA_QUERY_RESULTS = 128, /* entries of the result list */
-        XBSA_COM_CMD_SIZE = 1024, /* bytes of a COM command line, terminator included */
-        XBSA_COM_ANSWER = 32768,  /* bytes of a COM answer that are read */
-        XBSA_COM_VALUE = 512      /* bytes of one value in a COM answer, terminator included */
-    };
+enum
+{
+    XBSA_TRACE_SIZE = 1536,   /* bytes of one trace line or message, terminator included */
+    XBSA_REPLY_SIZE = 2048,   /* bytes of one command or reply line */
+    XBSA_COMMAND_SLOTS = 16,  /* lines in a command list; six are used */
+    XBSA_QUERY_RESULTS = 128, /* entries of the result list */
+    XBSA_COM_CMD_SIZE = 1024, /* bytes of a COM command line, terminator included */
+    XBSA_COM_ANSWER = 32768,  /* bytes of a COM answer that are read */
+    XBSA_COM_VALUE = 512      /* bytes of one value in a COM answer, terminator included */
+};
 
 /* The user name that asks for a login identity made from account and host. */
 #define XBSA_SECURE_USER "KORVA_SECURE_AUTHENTICATION"
 
-    /* --- Enumerations -------------------------------------------------------------------------- */
+/* --- Enumerations -------------------------------------------------------------------------- */
 
-    /* What to run the COM utility for. */
-    typedef enum
-    {
-        COM_OPEN_WRITE = 1,  /* open a session, then a job, for a backup */
-        COM_OPEN_READ = 2,   /* the same for a restore */
-        COM_CLOSE_WRITE = 3, /* close the job, then the session, of a backup */
-        COM_CLOSE_READ = 4,  /* the same for a restore */
-        COM_INFO = 5,        /* look up the saveset of an object */
-        COM_REMOVE = 6       /* runs the bare utility */
-    } ENUM_COM_TASK;
+/* What to run the COM utility for. */
+typedef enum
+{
+    COM_OPEN_WRITE = 1,  /* open a session, then a job, for a backup */
+    COM_OPEN_READ = 2,   /* the same for a restore */
+    COM_CLOSE_WRITE = 3, /* close the job, then the session, of a backup */
+    COM_CLOSE_READ = 4,  /* the same for a restore */
+    COM_INFO = 5,        /* look up the saveset of an object */
+    COM_REMOVE = 6       /* runs the bare utility */
+} ENUM_COM_TASK;
 
-    /* One run of the utility within a task. */
-    enum
-    {
-        COM_STEP_INIT = 0,
-        COM_STEP_OPEN_SESSION = 1,
-        COM_STEP_OPEN_JOB = 2,
-        COM_STEP_CLOSE_JOB = 3,
-        COM_STEP_CLOSE_SESSION = 4
-    };
+/* One run of the utility within a task. */
+enum
+{
+    COM_STEP_INIT = 0,
+    COM_STEP_OPEN_SESSION = 1,
+    COM_STEP_OPEN_JOB = 2,
+    COM_STEP_CLOSE_JOB = 3,
+    COM_STEP_CLOSE_SESSION = 4
+};
 
-    /* Direction of a transfer. */
-    typedef enum
-    {
-        STOR_MODE = 1, /* to the server */
-        RETR_MODE = 2  /* from the server */
-    } ENUM_DIRECTION;
+/* Direction of a transfer. */
+typedef enum
+{
+    STOR_MODE = 1, /* to the server */
+    RETR_MODE = 2  /* from the server */
+} ENUM_DIRECTION;
 
-    /* Outcome of a transfer, as the COM utility is told it. */
-    enum
-    {
-        OP_STATUS_GOOD = 0,
-        OP_STATUS_PARTLY = 2,
-        OP_STATUS_FAILED = 3
-    };
+/* Outcome of a transfer, as the COM utility is told it. */
+enum
+{
+    OP_STATUS_GOOD = 0,
+    OP_STATUS_PARTLY = 2,
+    OP_STATUS_FAILED = 3
+};
 
-    /* Bits of _sSession.iLastCall: the calls made in this transaction. */
-    enum
-    {
-        CALL_BEGIN_TXN = 0x1,
-        CALL_CREATE_OBJECT = 0x2,
-        CALL_END_DATA = 0x8,
-        CALL_GET_NEXT_QUERY = 0x100,
-        CALL_GET_OBJECT = 0x200,
-        CALL_INIT = 0x400,
-        CALL_QUERY_VERSION = 0x800,
-        CALL_QUERY_OBJECT = 0x1000,
-        CALL_SERVICE_PROVIDER = 0x2000
-    };
+/* Bits of _sSession.iLastCall: the calls made in this transaction. */
+enum
+{
+    CALL_BEGIN_TXN = 0x1,
+    CALL_CREATE_OBJECT = 0x2,
+    CALL_END_DATA = 0x8,
+    CALL_GET_NEXT_QUERY = 0x100,
+    CALL_GET_OBJECT = 0x200,
+    CALL_INIT = 0x400,
+    CALL_QUERY_VERSION = 0x800,
+    CALL_QUERY_OBJECT = 0x1000,
+    CALL_SERVICE_PROVIDER = 0x2000
+};
 
-    /* Bits of _sGlobal.ucXBSATraceLevel. */
-    enum
-    {
-        TRACE_VERBOSITY = 63,  /* 0 none, 1 replies only, 2 steps, 3 every system call */
-        TRACE_TO_LOG = 64,     /* lines go to the log file */
-        TRACE_TO_STDERR = 128, /* lines go to standard error */
-        TRACE_STEPS = 2,
-        TRACE_CALLS = 3
-    };
+/* Bits of _sGlobal.ucXBSATraceLevel. */
+enum
+{
+    TRACE_VERBOSITY = 63,  /* 0 none, 1 replies only, 2 steps, 3 every system call */
+    TRACE_TO_LOG = 64,     /* lines go to the log file */
+    TRACE_TO_STDERR = 128, /* lines go to standard error */
+    TRACE_STEPS = 2,
+    TRACE_CALLS = 3
+};
 
-    /* --- The record ---------------------------------------------------------------------------- */
+/* --- The record ---------------------------------------------------------------------------- */
 
-    /* A row of a table of numbers and texts. */
-    typedef struct
-    {
-        int iFlag;
-        const char *cpFlagName;
-    } MsgTbl;
+/* A row of a table of numbers and texts. */
+typedef struct
+{
+    int iFlag;
+    const char *cpFlagName;
+} MsgTbl;
 
-    /* Session state. */
-    typedef struct
-    {
-        long lBSAHandle;                     /* process id, by BSAInit */
-        int iLastCall;                       /* CALL_ bits; cleared by BSAEndTxn */
-        char szLastMessage[XBSA_TRACE_SIZE]; /* first error since BSAGetLastError; by SysErrorTxt */
-        int iOpStatus;                       /* data phase of the last backup: 0, 3, 5, 6 or -1 */
-        double dBytes;                       /* bytes moved for this object; 0 after BSAEndData */
-        int SControl;                        /* control connection; -1 none; by xbsa_open */
-        int SData;                           /* data connection; -1 none; by xbsa_open */
-    } _sSession;
+/* Session state. */
+typedef struct
+{
+    long lBSAHandle;                     /* process id, by BSAInit */
+    int iLastCall;                       /* CALL_ bits; cleared by BSAEndTxn */
+    char szLastMessage[XBSA_TRACE_SIZE]; /* first error since BSAGetLastError; by SysErrorTxt */
+    int iOpStatus;                       /* data phase of the last backup: 0, 3, 5, 6 or -1 */
+    double dBytes;                       /* bytes moved for this object; 0 after BSAEndData */
+    int SControl;                        /* control connection; -1 none; by xbsa_open */
+    int SData;                           /* data connection; -1 none; by xbsa_open */
+} _sSession;
 
-    /* The server and the transfer. */
-    typedef struct
-    {
-        char szHostName[4096];      /* by BSAInit or the COM answer */
-        int iPort;                  /* 1 to 65535; by BSAInit or the COM answer */
-        char szUser[4096];          /* login; by the object's owner or the COM answer */
-        char szPass[4096];          /* login; never traced */
-        char szName[2048];          /* object or saveset name on the server */
-        char szPath[4096];          /* folder on the server; "SMS..." makes long commands */
-        char szTape[4096];          /* tape label; by the COM answer */
-        char szMode[4096];          /* not used */
-        char szTapeBlock[4096];     /* not used */
-        char szInfo[4096];          /* not used */
-        char szInter[4096];         /* format; by the COM answer */
-        unsigned long ulTapeID;     /* by the COM answer and the reply to STOR */
-        unsigned long ulSegmentNum; /* by the COM answer and the reply to STOR */
-        char szTapeLabel[4096];     /* not used */
-        int iTCPBufsiz;             /* tape block size in bytes; by the COM answer */
-        double dSavesetOffset;      /* not used */
-        double dLength;             /* not used */
-        int iOpStatus;              /* OP_STATUS_ value for the COM utility */
-    } _sSMS;
+/* The server and the transfer. */
+typedef struct
+{
+    char szHostName[4096];      /* by BSAInit or the COM answer */
+    int iPort;                  /* 1 to 65535; by BSAInit or the COM answer */
+    char szUser[4096];          /* login; by the object's owner or the COM answer */
+    char szPass[4096];          /* login; never traced */
+    char szName[2048];          /* object or saveset name on the server */
+    char szPath[4096];          /* folder on the server; "SMS..." makes long commands */
+    char szTape[4096];          /* tape label; by the COM answer */
+    char szMode[4096];          /* not used */
+    char szTapeBlock[4096];     /* not used */
+    char szInfo[4096];          /* not used */
+    char szInter[4096];         /* format; by the COM answer */
+    unsigned long ulTapeID;     /* by the COM answer and the reply to STOR */
+    unsigned long ulSegmentNum; /* by the COM answer and the reply to STOR */
+    char szTapeLabel[4096];     /* not used */
+    int iTCPBufsiz;             /* tape block size in bytes; by the COM answer */
+    double dSavesetOffset;      /* not used */
+    double dLength;             /* not used */
+    int iOpStatus;              /* OP_STATUS_ value for the COM utility */
+} _sSMS;
 
-    /* The object in work. */
-    typedef struct
-    {
-        BSA_ObjectDescriptor sBSA_Object; /* copy of the caller's descriptor */
-        BSA_ObjectOwner sBSA_ObjectOwner; /* not used */
-        _sSMS sSMS;
-    } _sObject;
+/* The object in work. */
+typedef struct
+{
+    BSA_ObjectDescriptor sBSA_Object; /* copy of the caller's descriptor */
+    BSA_ObjectOwner sBSA_ObjectOwner; /* not used */
+    _sSMS sSMS;
+} _sObject;
 
-    /* Settings and identifiers for the COM utility. */
-    typedef struct
-    {
-        char szKORVAServer[128];     /* KORVA_SERVER */
-        char szJobName[256];         /* KORVA_JOB, then the answer */
-        char szKORVATapeServer[128]; /* KORVA_TAPE_SERVER */
-        char szDrive[8];             /* KORVA_DRIVE */
-        char szPool[256];            /* KORVA_POOL */
-        char szCOMTimeOut[8];        /* KORVA_COM_TIMEOUT */
-        char szSessionID[256];       /* by the answer */
-        char szSavesetID[256];       /* seconds since 1970 at the open of a job, then the answer */
-        char szRestoreID[256];       /* by the answer */
-        int iOpenJobStarted;         /* 1 once a job was opened in this session */
-    } STUCT_COM_INPUT;
+/* Settings and identifiers for the COM utility. */
+typedef struct
+{
+    char szKORVAServer[128];     /* KORVA_SERVER */
+    char szJobName[256];         /* KORVA_JOB, then the answer */
+    char szKORVATapeServer[128]; /* KORVA_TAPE_SERVER */
+    char szDrive[8];             /* KORVA_DRIVE */
+    char szPool[256];            /* KORVA_POOL */
+    char szCOMTimeOut[8];        /* KORVA_COM_TIMEOUT */
+    char szSessionID[256];       /* by the answer */
+    char szSavesetID[256];       /* seconds since 1970 at the open of a job, then the answer */
+    char szRestoreID[256];       /* by the answer */
+    int iOpenJobStarted;         /* 1 once a job was opened in this session */
+} STUCT_COM_INPUT;
 
-    /* Everything. The order of the fields is part of the interface. */
-    typedef struct
-    {
-        _sSession sSession;
-        _sObject sObject;
-        STUCT_COM_INPUT sCOM;
-        BSA_QueryDescriptor sQueryDescriptor; /* copy of the last query */
-        BSA_ObjectDescriptor
-            *spQueryResult[XBSA_QUERY_RESULTS]; /* heap copies, a null at the end */
-        int iQueryIndex;                        /* next result to hand out */
-        unsigned long ulTimeOut;                /* BSA_TIMEOUT, seconds */
-        unsigned char ucXBSATraceLevel;         /* TRACE_ bits */
-        BSA_TraceFunc vpExternalTraceFunc;      /* caller's sink or null */
-        int iReadTraceEnvironment;              /* 1: the environment decides */
-        char szLogFile[4096];                   /* path; empty: no log file */
-        int hLogFile;                           /* open log; 0 or -1: none */
-        char *cpTraceBuffer;                    /* XBSA_TRACE_SIZE bytes or null */
-        int iQAB;                               /* 1: Informix session */
-    } _sGlobal;
+/* Everything. The order of the fields is part of the interface. */
+typedef struct
+{
+    _sSession sSession;
+    _sObject sObject;
+    STUCT_COM_INPUT sCOM;
+    BSA_QueryDescriptor sQueryDescriptor;                    /* copy of the last query */
+    BSA_ObjectDescriptor *spQueryResult[XBSA_QUERY_RESULTS]; /* heap copies, a null at the end */
+    int iQueryIndex;                                         /* next result to hand out */
+    unsigned long ulTimeOut;                                 /* BSA_TIMEOUT, seconds */
+    unsigned char ucXBSATraceLevel;                          /* TRACE_ bits */
+    BSA_TraceFunc vpExternalTraceFunc;                       /* caller's sink or null */
+    int iReadTraceEnvironment;                               /* 1: the environment decides */
+    char szLogFile[4096];                                    /* path; empty: no log file */
+    int hLogFile;                                            /* open log; 0 or -1: none */
+    char *cpTraceBuffer;                                     /* XBSA_TRACE_SIZE bytes or null */
+    int iQAB;                                                /* 1: Informix session */
+} _sGlobal;
 
-    extern _sGlobal sGlobal;
+extern _sGlobal sGlobal;
 
-    /* --- Return codes and environment (src/api) ------------------------------------------------- */
+/* --- Return codes and environment (src/api) ------------------------------------------------- */
 
-    /* Text of a return code; never null. An unknown code reads "The function succeeded." too. */
-    const char *xbsa_typeerr(int iFlag);
+/* Text of a return code; never null. An unknown code reads "The function succeeded." too. */
+const char *xbsa_typeerr(int iFlag);
 
-    /* Checks nothing. Returns 0. */
-    int xbsa_authorize(BSA_SecurityToken *tokenPtr, BSA_ObjectOwner *objectOwnerPtr);
+/* Checks nothing. Returns 0. */
+int xbsa_authorize(BSA_SecurityToken *tokenPtr, BSA_ObjectOwner *objectOwnerPtr);
 
-    /*
+/*
  * Reads the KORVA_ variables into the record; a value that is too long is not taken.
  * Returns 0, or 1 when KORVA_SERVER or KORVA_JOB is missing or too long (reading stops there).
  */
-    int get_COM_environment(STUCT_COM_INPUT *I_spCOMInput);
+int get_COM_environment(STUCT_COM_INPUT *I_spCOMInput);
 
-    /* Reads the trace variables into sGlobal. Kept for callers; the library does not use it. */
-    void xbsa_read_environment(void);
+/* Reads the trace variables into sGlobal. Kept for callers; the library does not use it. */
+void xbsa_read_environment(void);
 
-    /* getenv under two names. */
-    char *xbsa_getenv(char *cpEnvVar);
-    char *x_getenv(char *cpEnvVar);
+/* getenv under two names. */
+char *xbsa_getenv(char *cpEnvVar);
+char *x_getenv(char *cpEnvVar);
 
-    /* --- Trace and error texts (src/trace) ------------------------------------------------------ */
+/* --- Trace and error texts (src/trace) ------------------------------------------------------ */
 
-    /* Sends a text to the caller's sink and, as the level says, to log and standard error. */
-    void ie_trace(const char *cpMessage);
+/* Sends a text to the caller's sink and, as the level says, to log and standard error. */
+void ie_trace(const char *cpMessage);
 
-    /* Writes one stamped line to the log and to standard error, as the level says. */
-    void i_trace(const char *cpTraceMessage);
+/* Writes one stamped line to the log and to standard error, as the level says. */
+void i_trace(const char *cpTraceMessage);
 
-    /* ie_trace when the verbosity is above 1. */
-    void COM_trace(const char *cpCOMTraceMessage);
+/* ie_trace when the verbosity is above 1. */
+void COM_trace(const char *cpCOMTraceMessage);
 
-    /* Opens the log as level, environment and file name say; a failure is silent. */
-    void i_open_trace(void);
+/* Opens the log as level, environment and file name say; a failure is silent. */
+void i_open_trace(void);
 
-    /* Closes the log and frees the trace buffer. The library never calls it. */
-    void i_close_trace(void);
+/* Closes the log and frees the trace buffer. The library never calls it. */
+void i_close_trace(void);
 
-    /* Reads XBSA_TRACE and XBSA_LOGFILE. Returns 1 when a file name was read, else 0. */
-    int i_ReadTraceEnvironment(void);
+/* Reads XBSA_TRACE and XBSA_LOGFILE. Returns 1 when a file name was read, else 0. */
+int i_ReadTraceEnvironment(void);
 
-    /* Sets the log to $INFORMIXDIR/xbsa.log in an Informix session, else to xbsa.log. */
-    void i_SetDefaultLogFileName(void);
+/* Sets the log to $INFORMIXDIR/xbsa.log in an Informix session, else to xbsa.log. */
+void i_SetDefaultLogFileName(void);
 
-    /*
+/*
  * Hex dump, 16 bytes a line.
  *   data, length  the bytes
  *   fpTrace       gets each line; null: lines go to standard output
  */
-    void x_Dump(unsigned char *data, unsigned int length, BSA_TraceFunc fpTrace);
+void x_Dump(unsigned char *data, unsigned int length, BSA_TraceFunc fpTrace);
 
-    /* The thread's errno. */
-    unsigned long GetSockErrCode(void);
+/* The thread's errno. */
+unsigned long GetSockErrCode(void);
 
-    /*
+/*
  * Makes one text of an error number and a description, and keeps it as the last message when
  * there is none.
  *   dwSysErrCode  error number; 0: the description alone
@@ -251,165 +249,164 @@ extern "C"
  *   cpAddDesc     printf format of the description; may be null
  * Returns a static text of at most XBSA_TRACE_SIZE bytes, valid until the next call.
  */
-    char *SysErrorTxt(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
-        __attribute__((format(printf, 3, 4)));
+char *SysErrorTxt(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
+    __attribute__((format(printf, 3, 4)));
 
-    /* A second formatter with a text of 512 bytes, for callers; it keeps no last message. */
-    char *syserrtxt(unsigned long ulSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
-        __attribute__((format(printf, 3, 4)));
+/* A second formatter with a text of 512 bytes, for callers; it keeps no last message. */
+char *syserrtxt(unsigned long ulSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
+    __attribute__((format(printf, 3, 4)));
 
-    /* --- COM utility (src/com) ------------------------------------------------------------------ */
+/* --- COM utility (src/com) ------------------------------------------------------------------ */
 
-    /*
+/*
  * Finds the COM utility through /etc/korva2000.ini.
  *   cpCOMCMD         receives the path; must hold an empty text
  *   uipCOMCMDLen     in: bytes of room; out: length of the folder's name
  * Returns 0; 1 when there is no file, no key or no room.
  */
-    int find_com_intf(char *cpCOMCMD, unsigned int *uipCOMCMDLen);
+int find_com_intf(char *cpCOMCMD, unsigned int *uipCOMCMDLen);
 
-    /*
+/*
  * Runs the utility for one task and takes its answer into sGlobal.
  * Returns 0; 1 for a local failure; -1 when the answer was a refusal or a command line did not
  * fit (sSMS.iOpStatus is then 3).
  */
-    int com_intf(ENUM_COM_TASK I_enumCOMTask, STUCT_COM_INPUT *I_spCOMInput);
+int com_intf(ENUM_COM_TASK I_enumCOMTask, STUCT_COM_INPUT *I_spCOMInput);
 
-    /* Names for the trace, in a static text of 64 bytes each; "UNKNOWN" for others. */
-    char *com_task_keyword(ENUM_COM_TASK I_enumCOMTask);
-    char *com_step_keyword(int I_iStep);
+/* Names for the trace, in a static text of 64 bytes each; "UNKNOWN" for others. */
+char *com_task_keyword(ENUM_COM_TASK I_enumCOMTask);
+char *com_step_keyword(int I_iStep);
 
-    /* Line sink for x_Dump: traces "Dumping memory: [line]". */
-    void DumpTraceAdapter(char *cpDumpLine);
+/* Line sink for x_Dump: traces "Dumping memory: [line]". */
+void DumpTraceAdapter(char *cpDumpLine);
 
-    /*
+/*
  * Takes the key=value lines of an answer into sGlobal; cuts the buffer into lines.
  *   I_bypBuff     the answer with a terminator behind it
  *   I_uiBuffLen   its length in bytes
  * Returns 0, or 1 when it is no positive answer.
  */
-    int parse_com_answer(char *I_bypBuff, unsigned int I_uiBuffLen);
+int parse_com_answer(char *I_bypBuff, unsigned int I_uiBuffLen);
 
-    /*
+/*
  * Splits "host[:port[:user:password]]".
  *   cpHost, cpUser, cpPasswd  4096 bytes each; cpPort 8 bytes
  * Returns 1, or 0 when the text is unusable.
  */
-    int ParseCLIHostSpec(char *cpHostSpecStr, char *cpHost, char *cpPort, char *cpUser,
-                         char *cpPasswd);
+int ParseCLIHostSpec(char *cpHostSpecStr, char *cpHost, char *cpPort, char *cpUser, char *cpPasswd);
 
-    /* Turns a to z into upper case in place; returns the text. */
-    char *strupr(char *string);
+/* Turns a to z into upper case in place; returns the text. */
+char *strupr(char *string);
 
-    /* --- Descriptor texts (src/api) ------------------------------------------------------------- */
+/* --- Descriptor texts (src/api) ------------------------------------------------------------- */
 
-    /* Constant text of a value, or null for none. */
-    const char *qab_bsacopytype(BSA_CopyType eFlag);
-    const char *qab_bsaobjecttype(BSA_ObjectType eFlag);
-    const char *qab_bsaobjectstatus(BSA_ObjectStatus eFlag);
+/* Constant text of a value, or null for none. */
+const char *qab_bsacopytype(BSA_CopyType eFlag);
+const char *qab_bsaobjecttype(BSA_ObjectType eFlag);
+const char *qab_bsaobjectstatus(BSA_ObjectStatus eFlag);
 
-    /* Traces every field of a descriptor; a password in its owner is masked. */
-    void qab_dumpobject(BSA_ObjectDescriptor *objectDescriptionPtr);
+/* Traces every field of a descriptor; a password in its owner is masked. */
+void qab_dumpobject(BSA_ObjectDescriptor *objectDescriptionPtr);
 
-    /* --- Server session (src/session) ----------------------------------------------------------- */
+/* --- Server session (src/session) ----------------------------------------------------------- */
 
-    /* Connects to sSMS.szHostName and iPort. Returns the control socket, the caller's, or -1. */
-    int xbsa_connect(void);
-    int STPC_connect(void);
+/* Connects to sSMS.szHostName and iPort. Returns the control socket, the caller's, or -1. */
+int xbsa_connect(void);
+int STPC_connect(void);
 
-    /* Switches keep-alive on for a control socket. Returns 0 or -1. */
-    int xbsaCSopt(int hCSocket);
+/* Switches keep-alive on for a control socket. Returns 0 or -1. */
+int xbsaCSopt(int hCSocket);
 
-    /* Sets nothing on a data socket. Returns 0. */
-    int xbsaDSopt(int hDSocket, ENUM_DIRECTION eDirection);
+/* Sets nothing on a data socket. Returns 0. */
+int xbsaDSopt(int hDSocket, ENUM_DIRECTION eDirection);
 
-    /*
+/*
  * Connects, logs in and opens the transfer of sSMS.szName.
  *   iMode  STOR_MODE or RETR_MODE
  * Returns the data socket, also in sSession.SData (BSAEndData closes it), or -1.
  */
-    int xbsa_open(int iMode);
+int xbsa_open(int iMode);
 
-    /*
+/*
  * Fills the command list from sSMS.
  *   cpaCommands  XBSA_COMMAND_SLOTS texts of XBSA_REPLY_SIZE bytes each
  * Returns 0, or -1 when a value holds a control character or does not fit.
  */
-    int xbsa_prepare_commands(char **cpaCommands, int iMode);
+int xbsa_prepare_commands(char **cpaCommands, int iMode);
 
-    /*
+/*
  * Makes the login identity: user "sms", password "account@host" as the server would see it.
  *   hSocket                          the connected control socket
  *   cpUser, uipUserLen               room in bytes; out: length
  *   cpPassword, uipPasswordLen       room in bytes; out: length
  * Returns 0 or -1.
  */
-    int make_KORVA_authentication(int hSocket, char *cpUser, unsigned int *uipUserLen,
-                                  char *cpPassword, unsigned int *uipPasswordLen);
+int make_KORVA_authentication(int hSocket, char *cpUser, unsigned int *uipUserLen, char *cpPassword,
+                              unsigned int *uipPasswordLen);
 
-    /* --- Transfer protocol (src/stpc) ----------------------------------------------------------- */
+/* --- Transfer protocol (src/stpc) ----------------------------------------------------------- */
 
-    /*
+/*
  * Reads one reply line, byte by byte, with all signals blocked.
  *   szMessage  iMsgLen bytes, zeroed by the caller: a line that fills them gets no terminator
  * Returns 1 for a line, 0 when the peer closed (the buffer is then filled), -1 for an error.
  */
-    int stpc_recv(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt);
-    int STPC_receive(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt);
+int stpc_recv(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt);
+int STPC_receive(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt);
 
-    /* Sends iMsgLen bytes. Returns the size of the last piece sent, or -1. */
-    int stpc_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt);
-    int STPC_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt);
+/* Sends iMsgLen bytes. Returns the size of the last piece sent, or -1. */
+int stpc_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt);
+int STPC_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt);
 
-    /* The system's recv, send and close. */
-    int SOCKET_recv(int hSocket, char *cpBuffer, int iLen, int iFlags);
-    int SOCKET_send(int hSocket, char *cpBuffer, int iLen, int iFlags);
-    int SOCKET_close(int hSocket);
+/* The system's recv, send and close. */
+int SOCKET_recv(int hSocket, char *cpBuffer, int iLen, int iFlags);
+int SOCKET_send(int hSocket, char *cpBuffer, int iLen, int iFlags);
+int SOCKET_close(int hSocket);
 
-    /* Listens and announces the address with PORT. Returns the listener, the caller's, or -1. */
-    int stpc_port(int SControl);
+/* Listens and announces the address with PORT. Returns the listener, the caller's, or -1. */
+int stpc_port(int SControl);
 
-    /* Open one transfer (STOR, RETR, LIST). Return the data socket, the caller's, or -1. */
-    int stpc_stor(char *cpRemoteTarget, int SControl);
-    int stpc_retr(char *cpRemoteSource, int SControl);
-    int stpc_list(char *cpRemoteSource, int SControl);
-    int STPC_stor(char *cpRemoteTarget, int SControl);
-    int STPC_retr(char *cpRemoteSource, int SControl);
-    int STPC_list(char *cpRemoteSource, int SControl);
+/* Open one transfer (STOR, RETR, LIST). Return the data socket, the caller's, or -1. */
+int stpc_stor(char *cpRemoteTarget, int SControl);
+int stpc_retr(char *cpRemoteSource, int SControl);
+int stpc_list(char *cpRemoteSource, int SControl);
+int STPC_stor(char *cpRemoteTarget, int SControl);
+int STPC_retr(char *cpRemoteSource, int SControl);
+int STPC_list(char *cpRemoteSource, int SControl);
 
-    /* Takes TAPE and SEGMENT of the reply to STOR into sSMS; 0 for what is missing. */
-    void sms_parseinfo(char *szMessage);
+/* Takes TAPE and SEGMENT of the reply to STOR into sSMS; 0 for what is missing. */
+void sms_parseinfo(char *szMessage);
 
-    /* --- Helpers (src/util) --------------------------------------------------------------------- */
+/* --- Helpers (src/util) --------------------------------------------------------------------- */
 
-    /* 1 for null, empty or only spaces (a tab is no space), else 0. */
-    int x_IsEmptyString(const char *cpString);
+/* 1 for null, empty or only spaces (a tab is no space), else 0. */
+int x_IsEmptyString(const char *cpString);
 
-    /*
+/*
  * Tells whether the input is the keyword or an abbreviation of it.
  *   iMinLen     shortest abbreviation in characters; 0 or less, or too long: the whole keyword
  *   cpEndChars  characters that end the input; may be null
  *   iCase       non-zero: letter case counts
  * Returns 1 or 0.
  */
-    int x_MatchKeyword(const char *cpInput, const char *cpKeyword, int iMinLen,
-                       const char *cpEndChars, int iCase);
+int x_MatchKeyword(const char *cpInput, const char *cpKeyword, int iMinLen, const char *cpEndChars,
+                   int iCase);
 
-    /* Trim spaces in place and return the text. x_LTrim leaves the old tail: "  ab" gives "abab". */
-    char *x_LTrim(char *cpString);
-    char *x_RTrim(char *cpString);
-    char *x_AllTrim(char *cpString);
+/* Trim spaces in place and return the text. x_LTrim leaves the old tail: "  ab" gives "abab". */
+char *x_LTrim(char *cpString);
+char *x_RTrim(char *cpString);
+char *x_AllTrim(char *cpString);
 
-    void *x_Malloc(size_t uSize);
-    void x_Free(void *vpMemory);
+void *x_Malloc(size_t uSize);
+void x_Free(void *vpMemory);
 
-    /*
+/*
  * A stopwatch: start allocates the handle's record, stop frees it.
  *   ulpMilliseconds  receives the elapsed milliseconds of wall time
  * x_TimerStart returns 0, or -1 without memory (the handle is then null).
  */
-    int x_TimerStart(void **vppTimer);
-    void x_TimerStop(void *vpTimer, unsigned long *ulpMilliseconds);
+int x_TimerStart(void **vppTimer);
+void x_TimerStop(void *vpTimer, unsigned long *ulpMilliseconds);
 
 #ifdef __cplusplus
 }
