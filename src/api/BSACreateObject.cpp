@@ -1,0 +1,113 @@
+// Opens the transfer of one object to the server.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <sys/socket.h>
+
+#include "api/object.h"
+#include "session/record.h"
+#include "trace/trace.h"
+#include "util/text.h"
+
+static int CheckDescriptor(const BSA_ObjectDescriptor *spObject)
+{
+    int iRet = BSA_RC_SUCCESS;
+    if (spObject == nullptr)
+    {
+        TRACE("BSACreateObject: objectDescriptorPtr is NULL. Exiting.");
+        return BSA_RC_NULL_ARGUMENT;
+    }
+    if (spObject->objectName.objectSpaceName[0] == '\0')
+    {
+        TRACE("BSACreateObject: ObjectName.objectSpaceName is empty");
+        iRet = BSA_RC_NULL_ARGUMENT;
+    }
+    if (spObject->copyType == BSA_CopyType_ANY)
+    {
+        TRACE("BSACreateObject: copyType == BSA_CopyType_ANY");
+        iRet = BSA_RC_NULL_ARGUMENT;
+    }
+    return iRet;
+}
+
+// Opens session and job. An answer that names no saveset leaves the id that the job was opened
+// with: never the name of an earlier object.
+static int OpenJob()
+{
+    TRACE("BSACreateObject: Calling olm_com_interface().");
+    if (com_intf(COM_OPEN_WRITE, &sGlobal.sCOM) == -1)
+    {
+        TRACE("BSACreateObject: olm_com_interface() call failed. Exiting.");
+        return BSA_RC_ABORT_SYSTEM_ERROR;
+    }
+    _sSMS *spSMS = &sGlobal.sObject.sSMS;
+    if (spSMS->szName[0] == '\0')
+    {
+        x_CopyText(spSMS->szName, sizeof spSMS->szName, sGlobal.sCOM.szSavesetID);
+    }
+    return BSA_RC_SUCCESS;
+}
+
+// To a server the plain end of the data connection means a complete object. If this process dies
+// from here on, the system resets the connection, and the server can tell.
+static int OpenTransfer()
+{
+    TRACE("BSACreateObject: Calling xbsa_open()");
+    if (xbsa_open(STOR_MODE) == -1)
+    {
+        TRACE("BSACreateObject: xbsa_open() call failed. Exiting.");
+        return BSA_RC_ABORT_SYSTEM_ERROR;
+    }
+    struct linger sReset = {1, 0};
+    setsockopt(xbsa_DataSocket(), SOL_SOCKET, SO_LINGER, &sReset, sizeof sReset);
+    return BSA_RC_SUCCESS;
+}
+
+static void CompleteDescriptor(BSA_ObjectDescriptor *spObject)
+{
+    const _sSMS *spSMS = &sGlobal.sObject.sSMS;
+    time_t lNow = time(nullptr);
+    spObject->copyId.right = static_cast<BSA_UInt32>(atol(spSMS->szName));
+    gmtime_r(&lNow, &spObject->createTime);
+    spObject->objectStatus = BSA_ObjectStatus_ANY;
+    snprintf(reinterpret_cast<char *>(spObject->objectInfo), sizeof spObject->objectInfo,
+             "SEGMENT=%d", static_cast<int>(spSMS->ulSegmentNum));
+}
+
+static int CreateObject(BSA_ObjectDescriptor *spCaller)
+{
+    BSA_ObjectDescriptor *spObject = &sGlobal.sObject.sBSA_Object;
+    int iRet = CheckDescriptor(spCaller);
+    if (iRet != BSA_RC_SUCCESS) return iRet;
+
+    sPrivate.iSendFailed = 0;
+    TRACE("BSACreateObject: Leaving the dataBlockPtr as is.");
+    TRACE("BSACreateObject: Copy the input parameter (object) into sGlobal data structure.");
+    *spObject = *spCaller;
+    if (sGlobal.iQAB != 0)
+    {
+        iRet = OpenJob();
+    }
+    else
+    {
+        TRACE("Tracing input variables...");
+        xbsa_TakeLogin("BSACreateObject", spObject);
+    }
+    if (iRet == BSA_RC_SUCCESS) iRet = OpenTransfer();
+    if (iRet != BSA_RC_SUCCESS) return iRet;
+
+    CompleteDescriptor(spObject);
+    *spCaller = *spObject;
+    return BSA_RC_SUCCESS;
+}
+
+int BSACreateObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr, BSA_DataBlock *)
+{
+    TRACE("BSACreateObject: Start");
+    int iRet = xbsa_CheckCall("BSACreateObject", CALL_CREATE_OBJECT, bsaHandle);
+    if (iRet == BSA_RC_SUCCESS) iRet = CreateObject(objectDescriptorPtr);
+    if (iRet != BSA_RC_SUCCESS) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;
+    TRACE("BSACreateObject: Return: %d - %s", iRet, xbsa_typeerr(iRet));
+    return iRet;
+}

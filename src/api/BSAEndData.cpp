@@ -1,0 +1,115 @@
+// Ends the object of a backup or a restore.
+#include <cstring>
+#include <sys/socket.h>
+
+#include "session/record.h"
+#include "trace/trace.h"
+
+// The end of a good backup is an orderly one. After a failed send the reset stays on: it tells the
+// server that the object is not whole.
+static void AllowOrderlyEnd()
+{
+    if ((sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) == 0 || sPrivate.iSendFailed != 0) return;
+    struct linger sOrderly = {0, 0};
+    setsockopt(xbsa_DataSocket(), SOL_SOCKET, SO_LINGER, &sOrderly, sizeof sOrderly);
+}
+
+static int ReadClosingReply()
+{
+    int iRet = BSA_RC_SUCCESS;
+    char szReply[XBSA_REPLY_SIZE + 1] = "";
+    if (stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, 0) < 1)
+    {
+        iRet = BSA_RC_ABORT_SYSTEM_ERROR;
+    }
+    else if (szReply[0] == '4' || szReply[0] == '5')
+    {
+        i_Report("BSAEndData",
+                 SysErrorTxt(0, 0, "TRANSIENT or PERMANENT NEGATIVE reply: %s ", szReply));
+        iRet = BSA_RC_ABORT_SYSTEM_ERROR;
+    }
+    TRACE("BSAEndData: Received message: %s", szReply);
+    if (strncmp(szReply, "226", 3) != 0)
+    {
+        TRACE("BSAEndData: Unexpected FTP code for last message");
+        iRet = BSA_RC_ABORT_SYSTEM_ERROR;
+    }
+    return iRet;
+}
+
+static int CloseTransfer()
+{
+    if (sGlobal.sSession.SData <= 0) return BSA_RC_ABORT_SYSTEM_ERROR;
+    AllowOrderlyEnd();
+    int iRet = xbsa_CloseData();
+    return iRet == 0 ? ReadClosingReply() : iRet;
+}
+
+static int EndTransfer(long lHandle)
+{
+    if (sGlobal.sSession.iLastCall & CALL_END_DATA) return BSA_RC_INVALID_CALL_SEQUENCE;
+    sGlobal.sSession.iLastCall |= CALL_END_DATA;
+    if (lHandle != sGlobal.sSession.lBSAHandle) return BSA_RC_INVALID_HANDLE;
+    return CloseTransfer();
+}
+
+// What the COM utility is told. A failed send stays, even when the server then says 226.
+static void NoteStatus(int iRet)
+{
+    if (sGlobal.iQAB == 0) return;
+    if (iRet != BSA_RC_SUCCESS) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;
+    else if (sPrivate.iSendFailed == 0) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_GOOD;
+}
+
+static void SayQuit()
+{
+    char szQuit[] = "QUIT\r\n";
+    char szReply[XBSA_REPLY_SIZE + 1] = "";
+    stpc_send(xbsa_ControlSocket(), szQuit, sizeof szQuit - 1, 0);
+    stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, 0);
+    TRACE("BSAEndData: Received message: %s ", szReply);
+    xbsa_CloseControl();
+}
+
+// Closes the job of an Informix session. Returns its result, or the one given when there is none.
+static int CloseJob(int iRet)
+{
+    ENUM_COM_TASK eTask = COM_CLOSE_WRITE;
+    if ((sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) == 0)
+    {
+        eTask = COM_CLOSE_READ;
+        if ((sGlobal.sSession.iLastCall & CALL_GET_OBJECT) == 0)
+        {
+            TRACE("BSAEndData: Invalid sKorva.iLastOp, Korva Server not contacted, ok");
+            return iRet;
+        }
+    }
+    return sGlobal.iQAB != 0 ? com_intf(eTask, &sGlobal.sCOM) : iRet;
+}
+
+// Tells whether an object was open and did not get through whole.
+static bool HasFailed(int iData)
+{
+    if ((sGlobal.sSession.iLastCall & (CALL_CREATE_OBJECT | CALL_GET_OBJECT)) == 0) return false;
+    return iData != BSA_RC_SUCCESS || sPrivate.iSendFailed != 0;
+}
+
+int BSAEndData(long bsaHandle)
+{
+    TRACE("BSAEndData: Start - bsaHandle = %ld", bsaHandle);
+    const bool bBackup = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0;
+    int iData = EndTransfer(bsaHandle);
+    NoteStatus(iData);
+    if (bBackup) sGlobal.sSession.iOpStatus = iData;
+
+    // A restore's own result is not reported, and that of a backup gives way to the job's: callers
+    // know it so. Strict mode hides neither.
+    int iRet = bBackup ? iData : static_cast<int>(BSA_RC_SUCCESS);
+    SayQuit();
+    iRet = CloseJob(iRet);
+    if (sPrivate.iStrict != 0 && HasFailed(iData)) iRet = BSA_RC_ABORT_SYSTEM_ERROR;
+
+    TRACE("BSAEndData: Return CODE: %d ", iRet);
+    sGlobal.sSession.dBytes = 0;
+    return iRet != 0 ? BSA_RC_ABORT_SYSTEM_ERROR : BSA_RC_SUCCESS;
+}

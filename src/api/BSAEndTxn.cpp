@@ -1,0 +1,23 @@
+// Ends a transaction.
+#include "trace/trace.h"
+
+// Whatever the result, every call is possible again. Commit and abort are the same: an object is
+// stored once BSAEndData has confirmed it.
+int BSAEndTxn(long bsaHandle, BSA_Vote)
+{
+    int iRet = BSA_RC_SUCCESS;
+    TRACE("BSAEndTxn: Start, Input: bsaHandle = %ld ", bsaHandle);
+    if (bsaHandle != sGlobal.sSession.lBSAHandle)
+    {
+        TRACE("BSAEndTxn: Invalid Handle. Exiting.");
+        iRet = BSA_RC_INVALID_HANDLE;
+    }
+    else if ((sGlobal.sSession.iLastCall & CALL_BEGIN_TXN) == 0)
+    {
+        TRACE("BSAEndTxn: There is no coresponding BsaBeginTxn() call. Exiting.");
+        iRet = BSA_RC_INVALID_CALL_SEQUENCE;
+    }
+    TRACE("BSAEndTxn: End");
+    sGlobal.sSession.iLastCall = 0;
+    return iRet;
+}

@@ -1,0 +1,53 @@
+// Hands out the query results behind the first.
+#include "session/record.h"
+#include "trace/trace.h"
+
+static int CheckArguments(long lHandle, const BSA_ObjectDescriptor *spObject)
+{
+    if ((sGlobal.sSession.iLastCall & CALL_QUERY_OBJECT) == 0)
+    {
+        TRACE("BSAGetNextQueryObject: Invalid calling sequence. Exiting.");
+        return BSA_RC_INVALID_CALL_SEQUENCE;
+    }
+    sGlobal.sSession.iLastCall |= CALL_GET_NEXT_QUERY;
+    if (lHandle != sGlobal.sSession.lBSAHandle)
+    {
+        TRACE("BSAGetNextQueryObject: Invalid Handle. Exiting.");
+        return BSA_RC_INVALID_HANDLE;
+    }
+    if (spObject == nullptr)
+    {
+        TRACE("BSAGetNextQueryObject: objectDescriptorPtr is NULL. Exiting.");
+        return BSA_RC_NULL_ARGUMENT;
+    }
+    return BSA_RC_SUCCESS;
+}
+
+// The last place of the list is always its end.
+static int HandOver(BSA_ObjectDescriptor *spCaller)
+{
+    int iIndex = sGlobal.iQueryIndex;
+    bool bInside = iIndex >= 0 && iIndex < XBSA_QUERY_RESULTS - 1;
+    BSA_ObjectDescriptor *spFound = bInside ? sGlobal.spQueryResult[iIndex] : nullptr;
+    if (spFound == nullptr)
+    {
+        TRACE("BSAGetNextQueryObject: No more data.");
+        return BSA_RC_NO_MORE_DATA;
+    }
+    TRACE("BSAGetNextQueryObject: memcpy() query result to caller");
+    *spCaller = *spFound;
+    TRACE("BSAGetNextQueryObject: Releasing query result strucure");
+    x_Free(spFound); // the pointer stays in the list; iQueryIndex tells that it is spent
+    TRACE("BSAGetNextQueryObject: Increasing iQueryIndex");
+    sGlobal.iQueryIndex = iIndex + 1;
+    return BSA_RC_SUCCESS;
+}
+
+int BSAGetNextQueryObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr)
+{
+    TRACE("BSAGetNextQueryObject: Start");
+    int iRet = CheckArguments(bsaHandle, objectDescriptorPtr);
+    if (iRet == BSA_RC_SUCCESS) iRet = HandOver(objectDescriptorPtr);
+    TRACE("BSAGetNextQueryObject: End, return: %d - %s", iRet, xbsa_typeerr(iRet));
+    return iRet;
+}

@@ -1,0 +1,58 @@
+// Opens the transfer of one object from the server.
+#include <cstdio>
+
+#include "api/object.h"
+#include "session/record.h"
+#include "trace/trace.h"
+
+// Opens session and job; a copy id stands in for a saveset name that the answer does not give.
+static int OpenJob(const BSA_ObjectDescriptor *spObject)
+{
+    _sSMS *spSMS = &sGlobal.sObject.sSMS;
+    TRACE("BSAGetObject: Calling qab_com().");
+    if (com_intf(COM_OPEN_READ, &sGlobal.sCOM) == -1)
+    {
+        TRACE("BSAGetObject: qab_com() call failed. Exiting.");
+        return BSA_RC_ABORT_SYSTEM_ERROR;
+    }
+    if (spSMS->szName[0] == '\0')
+    {
+        TRACE("BSAGetObject: SMS has not returned saveset name. Using copy id for saveset name.");
+        snprintf(spSMS->szName, sizeof spSMS->szName, "%u", spObject->copyId.right);
+    }
+    TRACE("BSAGetObject: Saveset name: %s", spSMS->szName);
+    return BSA_RC_SUCCESS;
+}
+
+static int GetObject(const BSA_ObjectDescriptor *spCaller)
+{
+    BSA_ObjectDescriptor *spObject = &sGlobal.sObject.sBSA_Object;
+    int iRet = BSA_RC_SUCCESS;
+    if (spCaller == nullptr)
+    {
+        TRACE("BSAGetObject: objectDescriptorPtr is NULL. Exiting.");
+        return BSA_RC_NULL_ARGUMENT;
+    }
+    sPrivate.iSendFailed = 0;
+    TRACE("BSAGetObject: Leaving the dataBlockPtr as is.");
+    TRACE("BSAGetObject: Copy the input parameter (object) into sGlobal data structure.");
+    *spObject = *spCaller;
+    if (sGlobal.iQAB != 0) iRet = OpenJob(spObject);
+    else xbsa_TakeLogin("BSAGetObject", spObject);
+    if (iRet != BSA_RC_SUCCESS) return iRet;
+
+    TRACE("BSAGetObject: Calling xbsa_open()");
+    if (xbsa_open(RETR_MODE) != -1) return BSA_RC_SUCCESS;
+    TRACE("BSAGetObject: xbsa_open() call failed. Exiting.");
+    return BSA_RC_ABORT_SYSTEM_ERROR;
+}
+
+int BSAGetObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr, BSA_DataBlock *)
+{
+    TRACE("BSAGetObject: Start");
+    int iRet = xbsa_CheckCall("BSAGetObject", CALL_GET_OBJECT, bsaHandle);
+    if (iRet == BSA_RC_SUCCESS) iRet = GetObject(objectDescriptorPtr);
+    TRACE("BSAGetObject: End, return: %d - %s", iRet, xbsa_typeerr(iRet));
+    if (sGlobal.iQAB != 0 && iRet != 0) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;
+    return iRet;
+}

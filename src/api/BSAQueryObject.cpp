@@ -1,0 +1,93 @@
+// Asks the COM utility for the stored copy that matches.
+#include <cstdlib>
+
+#include "session/record.h"
+#include "trace/trace.h"
+
+static int CheckArguments(long lHandle, const BSA_QueryDescriptor *spQuery,
+                          const BSA_ObjectDescriptor *spObject)
+{
+    if (sGlobal.sSession.iLastCall & CALL_QUERY_OBJECT)
+    {
+        TRACE("BSAQueryObject: Invalid calling sequence. Exiting.");
+        return BSA_RC_INVALID_CALL_SEQUENCE;
+    }
+    sGlobal.sSession.iLastCall |= CALL_QUERY_OBJECT;
+    if (lHandle != sGlobal.sSession.lBSAHandle)
+    {
+        TRACE("BSAQueryObject: invalid Handle. Exiting.");
+        return BSA_RC_INVALID_HANDLE;
+    }
+    if (spQuery == nullptr)
+    {
+        TRACE("BSAQueryObject: queryDescriptorPtr is NULL. Exiting.");
+        return BSA_RC_NULL_ARGUMENT;
+    }
+    if (spObject == nullptr)
+    {
+        TRACE("BSAQueryObject: objectDescriptorPtr is NULL. Exiting.");
+        return BSA_RC_NULL_ARGUMENT;
+    }
+    return BSA_RC_SUCCESS;
+}
+
+// Leaves the match in entry 0. An answer that names no saveset is no match: a copy id of 0, or an
+// earlier one, would restore something else.
+static int AskUtility()
+{
+    TRACE("BSAQueryObject: Calling olm_com_interface(COM_INFO)");
+    if (com_intf(COM_INFO, &sGlobal.sCOM) == -1)
+    {
+        TRACE("BSAQueryObject: com_intf: failed.");
+        qab_ClearResults();
+        return BSA_RC_ABORT_SYSTEM_ERROR;
+    }
+    if (sGlobal.sCOM.szSavesetID[0] == '\0') qab_ClearResults();
+    if (sGlobal.spQueryResult[0] != nullptr) return BSA_RC_SUCCESS;
+    TRACE("BSAQueryObject: No match.");
+    return BSA_RC_NO_MATCH;
+}
+
+// The caller sees its own names, patterns included, rather than the server's.
+static void HandOver(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)
+{
+    BSA_ObjectDescriptor *spFound = sGlobal.spQueryResult[0];
+    spFound->copyId.right = static_cast<BSA_UInt32>(atol(sGlobal.sCOM.szSavesetID));
+    TRACE("BSAQueryObject: memcpy() query result to caller");
+    *spCaller = *spFound;
+    TRACE("BSAQueryObject(): COPYID: %d:%d", static_cast<int>(spCaller->copyId.right),
+          static_cast<int>(spCaller->copyId.left));
+    TRACE("BSAQueryObject: fetch copyType, objectOwner, objectName from queryDescriptorPtr");
+    spCaller->copyType = spQuery->copyType;
+    spCaller->objectOwner = spQuery->objectOwner;
+    spCaller->objectName = spQuery->objectName;
+    TRACE("BSAQueryObject: releasing query result structure");
+    x_Free(spFound); // the pointer stays in the list; iQueryIndex tells that it is spent
+}
+
+static int Query(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)
+{
+    TRACE("BSAQueryObject: Copying query struct to global.");
+    sGlobal.sQueryDescriptor = *spQuery;
+    TRACE("BSAQueryObject: Clearing spQueryResult[] array.");
+    qab_ClearResults();
+    if (sGlobal.iQAB != 0)
+    {
+        int iRet = AskUtility();
+        if (iRet != BSA_RC_SUCCESS) return iRet;
+        HandOver(spQuery, spCaller);
+    }
+    TRACE("BSAQueryObject: Increasing iQueryIndex");
+    sGlobal.iQueryIndex = 1;
+    return BSA_RC_SUCCESS;
+}
+
+int BSAQueryObject(long bsaHandle, BSA_QueryDescriptor *queryDescriptorPtr,
+                   BSA_ObjectDescriptor *objectDescriptorPtr)
+{
+    TRACE("BSAQueryObject: Start");
+    int iRet = CheckArguments(bsaHandle, queryDescriptorPtr, objectDescriptorPtr);
+    if (iRet == BSA_RC_SUCCESS) iRet = Query(queryDescriptorPtr, objectDescriptorPtr);
+    TRACE("BSAQueryObject: End");
+    return iRet;
+}

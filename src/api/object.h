@@ -1,0 +1,19 @@
+// What the calls of a backup and a restore share.
+#ifndef API_OBJECT_H
+#define API_OBJECT_H
+
+#include "xbsa_session.h"
+
+// Marks a call as made. Returns BSA_RC_INVALID_CALL_SEQUENCE when it was made already (then nothing
+// is marked), BSA_RC_INVALID_HANDLE for a wrong handle (the call still counts as made), else 0.
+int xbsa_CheckCall(const char *cpFunction, int iCallBit, long lHandle);
+
+// Takes login, object name and path from a descriptor into sSMS.
+void xbsa_TakeLogin(const char *cpFunction, const BSA_ObjectDescriptor *spObject);
+
+// Notes in sSMS.iOpStatus how a data call ended, for the COM utility.
+//   iRet    result of the call
+//   uBytes  what it moved
+void xbsa_NoteDataStatus(int iRet, size_t uBytes);
+
+#endif

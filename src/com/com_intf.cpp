@@ -1,0 +1,131 @@
+// One task of the COM utility: one or two runs and their answers.
+#include <cstring>
+
+#include "com/com.h"
+#include "trace/trace.h"
+
+static int FailTask(COM_RUN *spRun)
+{
+    sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;
+    spRun->iRet = -1;
+    return spRun->iRet;
+}
+
+// Names of an earlier object must not survive into an open: an answer without them would store this
+// object over that one.
+static void ForgetEarlierJob(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
+{
+    if (eTask != COM_OPEN_WRITE && eTask != COM_OPEN_READ) return;
+    sGlobal.sObject.sSMS.szName[0] = '\0';
+    spInput->szRestoreID[0] = '\0';
+    spInput->iOpenJobStarted = 0;
+    if (eTask == COM_OPEN_WRITE) spInput->szSavesetID[0] = '\0';
+}
+
+// A line that was cut could name another job: it is not run, and a job that was never opened is not
+// closed later.
+static void RefuseLongLine(COM_RUN *spRun)
+{
+    TRACE("com_intf: Command line too long, not run: [%.200s...]", spRun->sLine.szText);
+    SysErrorTxt(0, 0, "Command line of the COM utility is too long.");
+    if (spRun->iStep == COM_STEP_OPEN_JOB) spRun->spInput->iOpenJobStarted = 0;
+    FailTask(spRun);
+}
+
+// Returns true when the answer was taken and the task may go on.
+static bool TakeAnswer(COM_RUN *spRun)
+{
+    if (spRun->iRet != 0 || spRun->uiAnswerLen == 0)
+    {
+        TRACE("com_intf: COM answer not received.");
+        return false;
+    }
+    spRun->bypBuff[spRun->uiAnswerLen] = '\0';
+    TRACE("com_intf: Dumping COM interface answer:");
+    if (i_Verbosity() >= TRACE_STEPS) com_DumpAnswer(spRun->bypBuff, spRun->uiAnswerLen);
+    TRACE("com_intf: Parsing COM answer ...");
+    int iParsed = parse_com_answer(spRun->bypBuff, spRun->uiAnswerLen);
+    TRACE("com_intf: parse_com_answer return: [%d].", iParsed);
+    if (iParsed != 0) FailTask(spRun);
+    return iParsed == 0;
+}
+
+// Returns true when the task needs another pass.
+static bool NextStep(COM_RUN *spRun)
+{
+    switch (spRun->iStep)
+    {
+    case COM_STEP_OPEN_SESSION:
+        spRun->iStep = COM_STEP_OPEN_JOB;
+        return true;
+    case COM_STEP_CLOSE_JOB:
+        spRun->iStep = COM_STEP_CLOSE_SESSION;
+        return true;
+    default:
+        return false;
+    }
+}
+
+static bool RunPass(COM_RUN *spRun)
+{
+    if (!com_BuildCommand(spRun)) return false;
+    if (!spRun->sLine.bFits)
+    {
+        RefuseLongLine(spRun);
+        return false;
+    }
+    if (!com_RunUtility(spRun))
+    {
+        spRun->iRet = 1;
+        return false;
+    }
+    return TakeAnswer(spRun) && NextStep(spRun);
+}
+
+static int RunTask(COM_RUN *spRun)
+{
+    unsigned int uiExeSize = sizeof spRun->szExe;
+    TRACE("com_intf: Searching COM Interface utility...");
+    if (find_com_intf(spRun->szExe, &uiExeSize) != 0) return 1;
+    TRACE("com_intf: COM utility executable: [%s]", spRun->szExe);
+
+    while (RunPass(spRun))
+    {
+    }
+    com_Finish(spRun);
+    return spRun->iRet;
+}
+
+static COM_RUN *NewRun(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
+{
+    COM_RUN *spRun = static_cast<COM_RUN *>(x_Malloc(sizeof(COM_RUN)));
+    if (spRun == nullptr) return nullptr;
+    memset(spRun, 0, sizeof *spRun);
+    spRun->eTask = eTask;
+    spRun->spInput = spInput;
+    spRun->iStep = COM_STEP_INIT;
+    return spRun;
+}
+
+int com_intf(ENUM_COM_TASK I_enumCOMTask, STUCT_COM_INPUT *I_spCOMInput)
+{
+    TRACE("com_intf: >>>>> Entering COM section <<<<<");
+    TRACE("com_intf: Input MODE: [%d - %s].", static_cast<int>(I_enumCOMTask),
+          com_task_keyword(I_enumCOMTask));
+    ForgetEarlierJob(I_enumCOMTask, I_spCOMInput);
+
+    COM_RUN *spRun = NewRun(I_enumCOMTask, I_spCOMInput);
+    char *bypBuff = static_cast<char *>(x_Malloc(XBSA_COM_ANSWER + 1));
+    int iRet = 1;
+    bool bFound = false;
+    if (spRun != nullptr && bypBuff != nullptr)
+    {
+        spRun->bypBuff = bypBuff;
+        iRet = RunTask(spRun);
+        bFound = spRun->szExe[0] != '\0';
+    }
+    x_Free(bypBuff);
+    x_Free(spRun);
+    if (bFound) TRACE("com_intf: <<<<< Exiting COM section >>>>>");
+    return iRet;
+}

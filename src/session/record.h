@@ -1,0 +1,44 @@
+// What the library knows beside the session record: things that callers must not see or change.
+#ifndef SESSION_RECORD_H
+#define SESSION_RECORD_H
+
+#include "xbsa_session.h"
+
+typedef struct
+{
+    int iStrict;        // KORVA_STRICT=1 at BSAInit: no result hides a failure
+    int iSendFailed;    // a BSASendData of this object failed; until the next object
+    int hOwnControl;    // open control connection that xbsa_open made; -1 none
+    int hOwnData;       // open data connection that xbsa_open made; -1 none
+    int hClosedControl; // value of SControl that was closed already; -1 none
+    int hClosedData;    // value of SData that was closed already; -1 none
+} _sPrivate;
+
+extern _sPrivate sPrivate;
+
+// The record keeps the numbers of connections after they were closed, and the host may use such a
+// number by now. These give -1 in its place.
+inline int xbsa_ControlSocket()
+{
+    int hSocket = sGlobal.sSession.SControl;
+    return hSocket == sPrivate.hClosedControl ? -1 : hSocket;
+}
+
+inline int xbsa_DataSocket()
+{
+    int hSocket = sGlobal.sSession.SData;
+    return hSocket == sPrivate.hClosedData ? -1 : hSocket;
+}
+
+// Stores a new connection (or -1) in the record and closes the one that an abandoned transfer left.
+void xbsa_StoreControl(int hSocket);
+void xbsa_StoreData(int hSocket);
+
+// Closes the connection, leaving its number in the record. Returns the result of close.
+int xbsa_CloseControl();
+int xbsa_CloseData();
+
+// Frees the query results that were never handed out and empties the list.
+void qab_ClearResults();
+
+#endif

@@ -1,0 +1,130 @@
+// From a message to the caller's sink, the log and standard error.
+#include "trace/trace.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <unistd.h>
+
+#include "trace/log.h"
+#include "util/text.h"
+
+void i_TraceLine(const char *cpFormat, ...)
+{
+    char szLocal[XBSA_TRACE_SIZE]; // a call may come before the buffer was made
+    char *cpLine = sGlobal.cpTraceBuffer != nullptr ? sGlobal.cpTraceBuffer : szLocal;
+
+    va_list vaArguments;
+    va_start(vaArguments, cpFormat);
+    vsnprintf(cpLine, XBSA_TRACE_SIZE, cpFormat, vaArguments);
+    va_end(vaArguments);
+    ie_trace(cpLine);
+}
+
+void ie_trace(const char *cpMessage)
+{
+    if (cpMessage == nullptr) cpMessage = "";
+    if (sGlobal.vpExternalTraceFunc != nullptr)
+    {
+        sGlobal.vpExternalTraceFunc(const_cast<char *>(cpMessage));
+    }
+    if (sGlobal.ucXBSATraceLevel & (TRACE_TO_STDERR | TRACE_TO_LOG)) i_trace(cpMessage);
+    if (sGlobal.cpTraceBuffer != nullptr) memset(sGlobal.cpTraceBuffer, 0, XBSA_TRACE_SIZE);
+}
+
+void COM_trace(const char *cpCOMTraceMessage)
+{
+    if (i_Verbosity() >= TRACE_STEPS) ie_trace(cpCOMTraceMessage);
+}
+
+// A line is cut where the buffer ends and still closes with one newline. Returns its length.
+static size_t ComposeLine(char *cpLine, const char *cpMessage)
+{
+    time_t lNow = time(nullptr);
+    struct tm sNow = {};
+    localtime_r(&lNow, &sNow);
+
+    size_t uLength = strftime(cpLine, XBSA_TRACE_SIZE, " %Y-%m-%d %H:%M:%S: ", &sNow);
+    size_t uRoom = XBSA_TRACE_SIZE - 1 - uLength; // one byte stays for the newline
+    snprintf(cpLine + uLength, uRoom, "Trace: (QAB library) %s", cpMessage);
+
+    uLength += strlen(cpLine + uLength);
+    while (cpLine[uLength - 1] == '\n' || cpLine[uLength - 1] == '\r') uLength--;
+    cpLine[uLength++] = '\n';
+    return uLength;
+}
+
+// A write to a pipe that nobody reads raises SIGPIPE, which would end the host. The signal is held
+// back during the write and taken away again unless it was pending before.
+static void WriteHeld(int hTarget, const char *cpLine, size_t uLength)
+{
+    sigset_t sPipe;
+    sigset_t sOld;
+    sigset_t sPending;
+    sigemptyset(&sPipe);
+    sigaddset(&sPipe, SIGPIPE);
+    sigpending(&sPending);
+    sigprocmask(SIG_BLOCK, &sPipe, &sOld);
+
+    bool bBroken = write(hTarget, cpLine, uLength) == -1 && errno == EPIPE;
+    if (bBroken && sigismember(&sPending, SIGPIPE) == 0)
+    {
+        struct timespec sNoWait = {0, 0};
+        sigtimedwait(&sPipe, nullptr, &sNoWait);
+    }
+    sigprocmask(SIG_SETMASK, &sOld, nullptr);
+}
+
+void i_trace(const char *cpTraceMessage)
+{
+    int iError = errno; // a trace between a call and the look at its errno changes nothing
+    char szLine[XBSA_TRACE_SIZE];
+    size_t uLength = ComposeLine(szLine, cpTraceMessage != nullptr ? cpTraceMessage : "");
+
+    if (sGlobal.ucXBSATraceLevel & TRACE_TO_STDERR) WriteHeld(STDERR_FILENO, szLine, uLength);
+    bool bLog = sGlobal.hLogFile != 0 && sGlobal.hLogFile != -1;
+    if (bLog && (sGlobal.ucXBSATraceLevel & TRACE_TO_LOG))
+    {
+        if (i_LogIsFile())
+        {
+            ssize_t iWritten = write(sGlobal.hLogFile, szLine, uLength);
+            (void)iWritten; // a line that cannot be written is lost
+        }
+        else
+        {
+            WriteHeld(sGlobal.hLogFile, szLine, uLength);
+        }
+    }
+    errno = iError;
+}
+
+void i_Report(const char *cpFunction, const char *cpErrorText)
+{
+    TRACE("%s: %s", cpFunction, cpErrorText);
+}
+
+void i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpText)
+{
+    if (x_CopyText(cpField, uSize, cpText) == 1)
+    {
+        TRACE("%s: Value too long, cut to %zu characters.", cpWhat, uSize - 1);
+    }
+}
+
+void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner)
+{
+    static const size_t uTag = 5;
+    x_CopyText(cpMasked, uSize, cpOwner, sizeof(((BSA_ObjectOwner *)nullptr)->bsa_ObjectOwner));
+
+    size_t uFirst = strspn(cpMasked, ":") + strcspn(cpMasked + strspn(cpMasked, ":"), ":");
+    char *cpSecond = cpMasked + uFirst;
+    cpSecond += strspn(cpSecond, ":");
+    if (*cpSecond == '\0') return;
+
+    size_t uShown = strnlen(cpSecond, uTag);
+    size_t uLeft = uSize - static_cast<size_t>(cpSecond - cpMasked) - uShown;
+    x_CopyText(cpSecond + uShown, uLeft, TRACE_SECRET);
+}

@@ -1,0 +1,62 @@
+// Blank tests, keyword matching and trimming. A blank is the space character only.
+#include <cctype>
+#include <cstring>
+
+#include "xbsa_session.h"
+
+int x_IsEmptyString(const char *cpString)
+{
+    if (cpString == nullptr) return 1;
+    return cpString[strspn(cpString, " ")] == '\0';
+}
+
+static char FoldCase(char cByte, int iCase)
+{
+    bool bLower = cByte >= 'a' && cByte <= 'z';
+    return bLower && iCase == 0 ? static_cast<char>(cByte - 'a' + 'A') : cByte;
+}
+
+// The end characters are compared with the folded input, so with folding a lower-case end character
+// never ends it. strchr finds the terminator too: it always ends the input.
+int x_MatchKeyword(const char *cpInput, const char *cpKeyword, int iMinLen, const char *cpEndChars,
+                   int iCase)
+{
+    if (x_IsEmptyString(cpInput) || x_IsEmptyString(cpKeyword)) return 0;
+
+    size_t uKeyword = strlen(cpKeyword);
+    size_t uMinimum = iMinLen > 0 ? static_cast<size_t>(iMinLen) : uKeyword;
+    if (uMinimum > uKeyword) uMinimum = uKeyword;
+
+    size_t uIndex = 0;
+    for (;; uIndex++)
+    {
+        char cInput = FoldCase(cpInput[uIndex], iCase);
+        if (cpEndChars != nullptr && strchr(cpEndChars, cInput) != nullptr) break;
+        if (cInput == '\0') break;
+        if (cInput != FoldCase(cpKeyword[uIndex], iCase)) return 0;
+    }
+    return uIndex >= uMinimum;
+}
+
+// The terminator goes back to the old end of the text, not behind the moved part: " ab" becomes
+// "abb". Callers that need a clean text step over leading spaces first.
+char *x_LTrim(char *cpString)
+{
+    if (cpString == nullptr) return nullptr;
+    size_t uSpaces = strspn(cpString, " ");
+    if (uSpaces > 0) memmove(cpString, cpString + uSpaces, strlen(cpString + uSpaces));
+    return cpString;
+}
+
+char *x_RTrim(char *cpString)
+{
+    if (cpString == nullptr) return nullptr;
+    size_t uLength = strlen(cpString);
+    while (uLength > 0 && cpString[uLength - 1] == ' ') cpString[--uLength] = '\0';
+    return cpString;
+}
+
+char *x_AllTrim(char *cpString)
+{
+    return x_RTrim(x_LTrim(cpString));
+}
