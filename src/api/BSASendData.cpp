@@ -19,7 +19,8 @@ static inline ssize_t SendRest(const BSA_DataBlock *spBlock, size_t uSent)
 }
 
 // Tries again, one second apart, until something goes through. Returns the last send's result.
-static ssize_t Resend(const BSA_DataBlock *spBlock, size_t uSent)
+// Kept out of the path of a good send.
+__attribute__((noinline, cold)) static ssize_t Resend(const BSA_DataBlock *spBlock, size_t uSent)
 {
     ssize_t iSend = -1;
     int iError = errno;

@@ -1,0 +1,152 @@
+"""Real FTP servers, unpacked by servers.sh: each connection gets its own process, as from inetd."""
+import grp
+import os
+import pwd
+import select
+import socket
+import subprocess
+import sys
+import tempfile
+
+DEADLINE = 60
+
+ROOT = os.environ["XBSA_FTPD"]
+LIBRARIES = f"lib/{os.uname().machine}-linux-gnu"
+ENV = {"PATH": os.environ["PATH"], "XBSA_FTPD": ROOT, "PYTHONPATH": f"{ROOT}/usr/lib/python3/dist-packages",
+       "LD_LIBRARY_PATH": f"{ROOT}/usr/{LIBRARIES}:{ROOT}/{LIBRARIES}"}
+
+# An aborted store leaves what was there before.
+PROFTPD = """ServerType inetd
+Port 0
+User {user}
+Group {group}
+RootLogin on
+UseFtpUsers off
+RequireValidShell off
+AuthUserFile {folder}/passwd
+AuthOrder mod_auth_file.c
+AllowOverwrite on
+HiddenStores on
+DeleteAbortedStores on
+UseReverseDNS off
+WtmpLog off
+PidFile {folder}/pid
+ScoreboardFile none
+SystemLog {folder}/log
+TransferLog none
+"""
+# An aborted store leaves nothing.
+VSFTPD = """listen=NO
+run_as_launching_user=YES
+ftp_username={user}
+no_anon_password=YES
+anon_root={folder}/data
+anon_upload_enable=YES
+anon_other_write_enable=YES
+anon_world_readable_only=NO
+write_enable=YES
+delete_failed_uploads=YES
+seccomp_sandbox=NO
+"""
+PASSWORD = "$1$abcdefgh$cHJi5PXp/ki/ktXzqlk6I1"  # of "secret"
+
+
+class Daemon:
+    """
+    Listens, and starts one server process for each connection. Stored objects lie in data, what
+    the server had to say in the file log.
+    """
+
+    def __init__(self, name):
+        self.folder = tempfile.mkdtemp(prefix="ftpd")
+        self.data = os.path.join(self.folder, "data")
+        os.mkdir(self.data)
+        account, group = pwd.getpwuid(os.getuid()).pw_name, grp.getgrgid(os.getgid()).gr_name
+        values = {"user": account, "group": group, "folder": self.folder}
+        self._write("conf", (PROFTPD if name == "proftpd" else VSFTPD).format(**values))
+        self._write("passwd", f"backup:{PASSWORD}:{os.getuid()}:{os.getgid()}::{self.data}:/bin/sh\n")
+        self.owner = b"user=ftp:pass=" if name == "vsftpd" else b"user=backup:pass=secret"
+        conf = os.path.join(self.folder, "conf")
+        self.command = {"proftpd": [f"{ROOT}/usr/sbin/proftpd", "-c", conf],
+                        "vsftpd": [f"{ROOT}/usr/sbin/vsftpd", conf],
+                        "pyftpdlib": [sys.executable, __file__, self.data]}[name]
+        self.children = []
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+
+    def _write(self, name, text):
+        with open(os.path.join(self.folder, name), "w", encoding="ascii",
+                  opener=lambda path, flags: os.open(path, flags, 0o600)) as file:
+            file.write(text)
+
+    def forget(self):
+        self.listener.close()
+
+    def serve(self, done):
+        """Starts servers until the descriptor done is readable, then waits for their ends."""
+        while self.listener in (ready := select.select([self.listener, done], [], [], DEADLINE)[0]):
+            connection = self.listener.accept()[0]
+            with open(os.path.join(self.folder, "log"), "ab") as log:
+                self.children.append(subprocess.Popen(self.command, stdin=connection, env=ENV,
+                                                      stdout=connection, stderr=log))
+            connection.close()
+        if not ready:
+            raise TimeoutError
+        for child in self.children:
+            child.wait(DEADLINE)
+
+    def stored(self):
+        found = {}
+        for name in os.listdir(self.data):
+            with open(os.path.join(self.data, name), "rb") as file:
+                found[name] = file.read()
+        return found
+
+    def log(self):
+        with open(os.path.join(self.folder, "log"), encoding="latin-1") as file:
+            return file.read()
+
+
+def serve_standard_input(folder):
+    """
+    pyftpdlib on the connection that is standard input. By itself it connects at PORT and says
+    125; here it connects at STOR and RETR and says 150, as a tape server does.
+    """
+    from pyftpdlib import authorizers, handlers, ioloop, servers
+
+    class Handler(handlers.FTPHandler):
+        authorizer = authorizers.DummyAuthorizer()
+        use_sendfile = False
+
+        def ftp_PORT(self, line):
+            numbers = line.split(",")
+            self.active = ".".join(numbers[:4]), int(numbers[4]) * 256 + int(numbers[5])
+            self.respond("200 Later.")
+
+        def ftp_STOR(self, file, mode="w"):
+            return self.connect_after(super().ftp_STOR(file, mode))
+
+        def ftp_RETR(self, file):
+            return self.connect_after(super().ftp_RETR(file))
+
+        def connect_after(self, result):
+            if self._in_dtp_queue or self._out_dtp_queue:
+                self._make_eport(*self.active)
+            return result
+
+        def respond(self, resp, logfun=handlers.logger.debug):
+            if resp != "200 Active data connection established.":
+                print(resp, file=sys.stderr)
+                super().respond(resp, logfun)
+
+    Handler.authorizer.add_user("backup", "secret", folder, perm="elrw")
+    loop = ioloop.IOLoop()
+    server = servers.FTPServer(("127.0.0.1", 0), Handler, ioloop=loop)
+    connection = socket.socket(fileno=os.dup(0))
+    handler = server.handle_accepted(connection, connection.getpeername())
+    while not handler._closed:
+        loop.loop(timeout=1, blocking=False)
+
+
+if __name__ == "__main__":
+    serve_standard_input(sys.argv[1])

@@ -1,0 +1,143 @@
+"""A scripted FTP server: polite by default, odd where a script says so; it notes what it saw."""
+import select
+import socket
+import struct
+
+from xbsa import DEADLINE
+
+# What is done at each step. A text is a reply line, bytes are sent as they are; connect opens the
+# data connection (foreign: from another address), transfer moves the object through it; an empty
+# list is silence.
+POLITE = {"GREETING": ["220 ready"], "USER": ["331 password"], "PASS": ["230 in"],
+          "TYPE": ["200 binary"], "CWD": ["250 there"], "PORT": ["200 port"],
+          "STOR": ["150 opening TAPE 17 SEGMENT 3", "connect"], "RETR": ["150 opening", "connect"],
+          "DATA": ["transfer"], "END": ["226 done"], "QUIT": ["221 bye", "close"]}
+
+
+class Hangup(Exception):
+    """The control connection is over."""
+
+
+class Refused(Exception):
+    """Nobody listens for the data connection."""
+
+
+class Server:
+    """
+    Serves connections one after the other, the n-th by the n-th script (a dict like POLITE, of
+    the steps that differ), the rest politely.
+    heard: a list of command lines for each connection; ends: how each data connection ended (FIN,
+    RST, REFUSED); objects: what is stored, by name.
+    """
+
+    def __init__(self, *scripts, objects=None):
+        self.scripts, self.objects = list(scripts), objects or {}
+        self.heard, self.ends = [], []
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        self.control = self.data = self.target = self.name = self.verb = None
+
+    def forget(self):
+        """Closes what a forked client has no business with."""
+        self.listener.close()
+
+    def serve(self, done):
+        """Serves until the descriptor done is readable."""
+        while True:
+            ready = select.select([self.listener, done], [], [], DEADLINE)[0]
+            if not ready:
+                raise TimeoutError
+            if self.listener not in ready:
+                return
+            self._converse()
+
+    def verbs(self):
+        """The commands of each connection, without their arguments."""
+        return [" ".join(line.split(" ")[0] for line in lines) for lines in self.heard]
+
+    def _converse(self):
+        self.control, self.data = self.listener.accept()[0], None
+        self.control.settimeout(DEADLINE)
+        script = POLITE | (self.scripts.pop(0) if self.scripts else {})
+        self.heard.append([])
+        try:
+            self._play(script["GREETING"])
+            for line in self.control.makefile("rb"):
+                self._answer(line.decode("latin-1").rstrip("\r\n"), script)
+        except (Hangup, ConnectionError):
+            pass
+        self.control.close()
+        self._close_data()
+
+    def _answer(self, line, script):
+        self.heard[-1].append(line)
+        verb, _, argument = line.partition(" ")
+        if verb == "PORT":
+            numbers = argument.split(",")
+            self.target = (".".join(numbers[:4]), int(numbers[4]) * 256 + int(numbers[5]))
+        self.name, self.verb = argument, verb
+        try:
+            self._play(script.get(verb, ["502 unknown"]))
+            if verb in ("STOR", "RETR") and self.data:
+                self._play(script["DATA"] + script["END"])
+        except Refused:
+            self.ends.append("REFUSED")
+
+    def _play(self, actions):
+        for action in actions:
+            if isinstance(action, bytes):
+                self.control.sendall(action)
+            elif hasattr(self, "_do_" + action):
+                getattr(self, "_do_" + action)()
+            else:
+                self.control.sendall(action.encode("latin-1") + b"\r\n")
+
+    def _do_close(self):
+        raise Hangup
+
+    def _do_reset(self):
+        _reset(self.control)
+        raise Hangup
+
+    def _do_connect(self, source="127.0.0.1"):
+        self._close_data()
+        try:
+            self.data = socket.create_connection(self.target, DEADLINE, (source, 0))
+        except ConnectionRefusedError:
+            raise Refused from None
+
+    def _do_foreign(self):
+        self._do_connect("127.0.0.2")
+
+    def _do_reset_data(self):
+        _reset(self.data)
+
+    def _do_transfer(self):
+        self.ends.append(self._receive() if self.verb == "STOR" else self._send())
+        self._close_data()
+
+    def _close_data(self):
+        if self.data:
+            self.data.close()
+
+    def _receive(self):
+        parts = []
+        try:
+            while part := self.data.recv(1 << 20):
+                parts.append(part)
+        except ConnectionResetError:
+            return "RST"
+        self.objects[self.name] = b"".join(parts)
+        return "FIN"
+
+    def _send(self):
+        try:
+            self.data.sendall(self.objects.get(self.name, b""))
+        except ConnectionError:
+            return "RST"
+        return "FIN"
+
+
+def _reset(connection):
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()

@@ -1,0 +1,201 @@
+"""Calling order, arguments and settings of the entry points."""
+import ctypes as c
+import os
+import unittest
+
+from server import Server
+from xbsa import Block, Descriptor, Name, Owner, Uint64, Version, descriptor, run
+
+# The calls, where h is the handle (wrong with "!"); create and get meet no server unless said.
+CALLS = {
+    "init": lambda x, h: x.init(),
+    "init-v2": lambda x, h: x.init(b"BSA_API_VERSION=2.0"),
+    "init-nohandle": lambda x, h: x.BSAInit(None, None, c.byref(Owner(b"PLAIN")), None),
+    "init-noowner": lambda x, h: x.BSAInit(c.byref(x.handle), None, None, None),
+    "init-noenv": lambda x, h: x.BSAInit(c.byref(x.handle), None, c.byref(Owner(b"PLAIN")), None),
+    "begin": lambda x, h: x.BSABeginTxn(h),
+    "commit": lambda x, h: x.BSAEndTxn(h, 1),
+    "abort": lambda x, h: x.BSAEndTxn(h, 2),
+    "terminate": lambda x, h: x.BSATerminate(h),
+    "create": lambda x, h: x.BSACreateObject(h, c.byref(descriptor()), None),
+    "create-null": lambda x, h: x.BSACreateObject(h, None, None),
+    "create-noname": lambda x, h: x.BSACreateObject(h, c.byref(descriptor(name=b"")), None),
+    "create-any": lambda x, h: x.BSACreateObject(h, c.byref(descriptor(copy_type=1)), None),
+    "get": lambda x, h: x.BSAGetObject(h, c.byref(descriptor()), None),
+    "get-null": lambda x, h: x.BSAGetObject(h, None, None),
+    "send": lambda x, h: x.BSASendData(h, c.byref(Block(0, 7, None))),
+    "send-null": lambda x, h: x.BSASendData(h, None),
+    "send-nobuffer": lambda x, h: x.BSASendData(h, c.byref(Block(5, 5, None))),
+    "read": lambda x, h: x.BSAGetData(h, c.byref(Block(0, 7, None))),
+    "read-null": lambda x, h: x.BSAGetData(h, None),
+    "read-nobuffer": lambda x, h: x.BSAGetData(h, c.byref(Block(5, 5, None))),
+    "end": lambda x, h: x.BSAEndData(h),
+    "version": lambda x, h: x.BSAQueryApiVersion(c.byref(Version())),
+    "version-null": lambda x, h: x.BSAQueryApiVersion(None),
+    "provider-null": lambda x, h: x.BSAQueryServiceProvider(None, None, None),
+    "error-null": lambda x, h: x.BSAGetLastError(c.byref(c.c_uint(9)), None),
+    "error-nosize": lambda x, h: x.BSAGetLastError(None, c.create_string_buffer(9)),
+    "delete": lambda x, h: x.BSADeleteObject(h, Uint64(0, 1)),
+}
+# Calls one after the other, their codes, then the bits of the calls made.
+ORDERS = [
+    ("init init", "0 5", 0x400), ("init terminate init", "0 0 5", 0x400),
+    ("init begin commit init", "0 0 0 0", 0x400), ("init begin begin", "0 0 5", 0x401),
+    ("init begin! begin", "0 6 5", 0x401), ("init commit", "0 5", 0),
+    ("init begin commit! commit", "0 0 6 5", 0), ("init begin abort abort", "0 0 0 5", 0),
+    ("init terminate! delete!", "0 6 0", 0x400), ("init-nohandle init", "22 5", 0x400),
+    ("init-noowner begin", "22 0", 0x401), ("init-noenv begin", "0 0", 0x401),
+    ("init-v2 begin terminate", "3 0 0", 0x401),
+    ("init begin create! create", "0 0 6 5", 0x403),
+    ("init begin create-null create", "0 0 22 5", 0x403),
+    ("init begin create-noname commit begin create-any", "0 0 22 0 0 22", 0x3),
+    ("init begin create create", "0 0 3 5", 0x403), ("init begin get get", "0 0 3 5", 0x601),
+    ("init begin get! get", "0 0 6 5", 0x601), ("init begin get-null", "0 0 22", 0x601),
+    ("init send! send send-null send-nobuffer send-null!", "0 6 0 22 22 6", 0x400),
+    ("init read! read read-null read-nobuffer read-null!", "0 6 0 22 22 6", 0x400),
+    ("init begin end end", "0 0 0 0", 0x409), ("init begin create end end", "0 0 3 3 3", 0x40B),
+    ("init begin create end!", "0 0 3 3", 0x40B), ("init begin end!", "0 0 0", 0x409),
+    ("version version-null init", "0 22 0", 0xC00), ("version-null", "22", 0),
+    ("provider-null error-null error-nosize", "22 22 22", 0x2000),
+]
+# BSAInit's entries, then host, port and time-out.
+ENTRIES = [
+    ([], b"", 0, 0), ([b"BSA_SERVICE_HOST=host1"], b"host1", 21, 0),
+    ([b"BSA_SERVICE_HOST=host1:4711"], b"host1", 4711, 0),
+    ([b"BSA_SERVICE_HOST=h:1", b"BSA_SERVICE_HOST="], b"h", None, 0),
+    ([b"BSA_SERVICE_HOST=h:1", b"BSA_TIMEOUT=30", b"OTHER=x", b""], b"h", 1, 30),
+    ([b"BSA_API_VERSION=1.9", b"BSA_SERVICE_HOST=h:2"], b"h", 2, 0),
+    ([b"BSA_API_VERSION=2.0", b"BSA_SERVICE_HOST=h:2"], b"", None, 0),
+    ([b"BSA_API_VERSION"], b"", None, 0), ([b"BSA_SERVICE_HOST", b"BSA_TIMEOUT"], b"", 21, 0),
+    ([b"BSA_SERVICE_HOST=" + b"h" * 5000 + b":7"], b"h" * 4095, 7, 0),
+]
+# Variables of the COM utility: what is changed in a full set, result, fields that stay empty.
+LIMITS = {"KORVA_SERVER": ("szKORVAServer", 127), "KORVA_JOB": ("szJobName", 255),
+          "KORVA_TAPE_SERVER": ("szKORVATapeServer", 127), "KORVA_DRIVE": ("szDrive", 7),
+          "KORVA_POOL": ("szPool", 255), "KORVA_COM_TIMEOUT": ("szCOMTimeOut", 7)}
+
+
+def play(x, calls):
+    codes = []
+    x.state.sObject.sSMS.iPort = 70000  # so that no connect goes anywhere
+    x.state.sObject.sSMS.szHostName = b"127.0.0.1"
+    for call in calls.split():
+        codes.append(CALLS[call.rstrip("!")](x, x.handle.value + call.endswith("!")))
+    return codes, x.state.sSession.iLastCall, x.state.sObject.sSMS.iOpStatus
+
+
+class Calls(unittest.TestCase):
+    def test_orders(self):
+        for calls, codes, bits in ORDERS:
+            with self.subTest(calls):
+                got = run(play, calls).value
+                self.assertEqual((got[0], hex(got[1])), ([int(n) for n in codes.split()], hex(bits)))
+                self.assertEqual(got[2], 3 if "create" in calls else 0)
+
+    def test_entries(self):
+        for entries, host, port, time_out in ENTRIES:
+            with self.subTest(entries=str(entries)[:80]):
+                def init(x):
+                    code, sms = x.init(*entries), x.state.sObject.sSMS
+                    return code, sms.szHostName, sms.iPort, x.state.ulTimeOut, x.state.iQAB
+                code, *got = run(init).value
+                got[1] = got[1] if port is not None else None
+                self.assertEqual(got, [host, port, time_out, 0])
+                self.assertEqual(code, 3 if port is None and not host else 0)
+
+    def test_identity(self):
+        """Handle, interface version and provider; the provider's size limit."""
+        def ask(x):
+            version, found = Version(), []
+            x.BSAQueryApiVersion(c.byref(version))
+            for room in (14, 15):
+                size, colon = c.c_uint(room), c.create_string_buffer(2)
+                name = c.create_string_buffer(16)
+                code = x.BSAQueryServiceProvider(c.byref(size), colon, name)
+                found.append((code, size.value, colon.value, name.value))
+            x.init()
+            return x.handle.value == os.getpid() == x.state.sSession.lBSAHandle, \
+                (version.issue, version.version, version.level), found
+        self.assertEqual(run(ask).value, (True, (1, 0, 1), [
+            (7, 15, b"", b""), (0, 15, b":", b"TOV:KORVA:1.8A1")]))
+
+    def test_owners(self):
+        """Only the exact name makes an Informix session, and each BSAInit decides anew."""
+        def init(x):
+            flags = []
+            for owner in (b"informix", b"INFORMIX", b"INFORMIX ", b""):
+                x.init(owner=owner)
+                flags.append(x.state.iQAB)
+                x.BSAEndTxn(x.handle, 1)
+            return flags
+        self.assertEqual(run(init).value, [0, 1, 0, 0])
+
+    def test_com_environment(self):
+        def read(x):
+            fields = x.state.sCOM
+            code = x.get_COM_environment(c.byref(fields))
+            return code, {name: len(getattr(fields, field)) for name, (field, _) in LIMITS.items()}
+        full = {name: longest for name, (_, longest) in LIMITS.items()}
+        cases = [({}, 0, full)]
+        for name in list(LIMITS)[2:]:
+            cases.append(({name: full[name] + 1}, 0, full | {name: 0}))
+        cases.append(({"KORVA_SERVER": 128}, 1, dict.fromkeys(LIMITS, 0)))
+        cases.append(({"KORVA_JOB": 256}, 1, dict.fromkeys(LIMITS, 0) | {"KORVA_SERVER": 127}))
+        for change, code, want in cases:
+            with self.subTest(change):
+                env = {name: "v" * size for name, size in (full | change).items()}
+                self.assertEqual(run(read, env=env).value, (code, want))
+
+    def test_unterminated(self):
+        """Fields filled to the last byte are read to their end, and no further."""
+        def store(x, server):
+            x.start(server)
+            full = Descriptor.from_buffer_copy(b"A" * c.sizeof(Descriptor))
+            owners = (b"A" * 64, b"user=" + b"B" * 30 + b":pass=" + b"C" * 23)
+            for owner in owners:
+                full.owner = Owner(owner, b"D" * 64)
+                x.BSABeginTxn(x.handle)
+                x.BSACreateObject(x.handle, c.byref(full), None)
+                x.BSAEndData(x.handle)
+                x.BSAEndTxn(x.handle, 1)
+        server = Server()
+        run(store, server, server=server)
+        self.assertEqual([lines[:2] for lines in server.heard], [
+            ["USER " + "A" * 59, "PASS "], ["USER " + "B" * 30, "PASS " + "C" * 23]])
+        self.assertEqual(server.heard[0][3], "CWD " + "A" * 1024)
+
+    def test_odd_owners(self):
+        """The five-character tags are cut off, whatever is missing; the caller's text stays."""
+        def create(x, server):
+            x.start(server)
+            kept = []
+            for owner in (b"", b"abc:abc", b"user=u", b"user=u:pass=p:rest", b":user=u:pass=p"):
+                made = descriptor(owner=owner)
+                x.BSABeginTxn(x.handle)
+                x.BSACreateObject(x.handle, c.byref(made), None)
+                kept.append(made.owner.bsa == owner)
+                x.BSAEndData(x.handle)
+                x.BSAEndTxn(x.handle, 1)
+            return kept
+        server = Server()
+        self.assertEqual(run(create, server, server=server).value, [True] * 5)
+        self.assertEqual([lines[:2] for lines in server.heard][:4], [
+            ["USER ", "PASS "], ["USER ", "PASS "], ["USER u", "PASS "], ["USER u", "PASS p"]])
+
+    def test_unreachable(self):
+        """A port that cannot be, one where nobody listens, a host that is none."""
+        def store(x, host):
+            x.init(b"BSA_SERVICE_HOST=" + host)
+            return x.store(), x.last_error().strip()
+        nobody = Server()
+        nobody.forget()
+        for host, error in ((b"127.0.0.1:70000", "Invalid argument connect() failed."),
+                            (b"127.0.0.1:0", "Invalid argument connect() failed."),
+                            (b"127.0.0.1:%d" % nobody.port,
+                             "Connection refused connect() failed.")):
+            with self.subTest(host):
+                self.assertEqual(run(store, host).value, ([3], error))
+
+
+if __name__ == "__main__":
+    unittest.main()

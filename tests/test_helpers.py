@@ -1,0 +1,170 @@
+"""The helpers, the error texts, and the texts of commands and replies, each called by itself."""
+import ctypes as c
+import errno
+import os
+import unittest
+
+from xbsa import run
+
+# Function, arguments, result.
+CALLS = [
+    ("x_IsEmptyString", (None,), 1), ("x_IsEmptyString", (b"",), 1),
+    ("x_IsEmptyString", (b"   ",), 1), ("x_IsEmptyString", (b"\t",), 0),
+    ("x_MatchKeyword", (b"STO", b"STORE", 3, None, 0), 1),
+    ("x_MatchKeyword", (b"STO", b"STORE", 4, None, 0), 0),
+    ("x_MatchKeyword", (b"stor", b"STORE", 0, None, 0), 0),
+    ("x_MatchKeyword", (b"STOREX", b"STORE", 0, None, 0), 0),
+    ("x_MatchKeyword", (b"STORE=1", b"STORE", 0, b"=", 0), 1),
+    ("x_MatchKeyword", (b"store", b"STORE", 0, None, 1), 0),
+    ("x_MatchKeyword", (b"store", b"STORE", 99, None, 0), 1),
+    ("x_MatchKeyword", (b"stx", b"STORE", 2, b"x", 0), 0),
+    ("x_MatchKeyword", (b"stx", b"STORE", 2, b"X", 0), 1),
+    ("x_MatchKeyword", (b" ", b"STORE", 1, None, 0), 0),
+    ("x_MatchKeyword", (None, b"STORE", 1, None, 0), 0),
+    ("x_LTrim", (b"  ab",), b"abab"), ("x_LTrim", (b" ab",), b"abb"), ("x_LTrim", (b"ab",), b"ab"),
+    ("x_RTrim", (b"ab  ",), b"ab"), ("x_RTrim", (b"   ",), b""), ("x_RTrim", (b"",), b""),
+    ("x_AllTrim", (b"ab ",), b"ab"), ("x_AllTrim", (b"",), b""),
+    ("xbsa_typeerr", (0,), b"The function succeeded."),
+    ("xbsa_typeerr", (3,), b"System detected error, operation aborted."),
+    ("xbsa_typeerr", (5,), b"The sequence of API calls is incorrect."),
+    ("xbsa_typeerr", (22,), b"The BSA_QueryDescriptor was invalid."),
+    ("xbsa_typeerr", (32,), b"The function succeeded."),
+    ("xbsa_typeerr", (99,), b"The function succeeded."),
+    ("xbsaDSopt", (-1, 1), 0), ("xbsaDSopt", (-1, 2), 0), ("xbsaCSopt", (-1,), -1),
+    ("SOCKET_close", (-1,), -1), ("BSADeleteObject", (0, 0), 0),
+    ("BSAGetEnvironment", (0, None, None), 0), ("xbsa_authorize", (None, None), 0),
+    # number, kind, description, and what the description's %s stands for
+    ("SysErrorTxt", (0, 0, b"RETR failed. NEGATIVE reply: %s", b"550 x"),
+     b"RETR failed. NEGATIVE reply: 550 x"),
+    ("SysErrorTxt", (errno.ECONNREFUSED, 3, b"connect() failed."),
+     b"Connection refused connect() failed."),
+    ("SysErrorTxt", (errno.ECONNREFUSED, 2, None), b"Connection refused"),
+    ("SysErrorTxt", (10061, 1, None), b"Connection refused."),
+    ("SysErrorTxt", (111, 1, b"tail"), b" tail"), ("SysErrorTxt", (10067, 1, b"tail"), b" tail"),
+    ("SysErrorTxt", (11004, 1, None), b"Valid name, no data record of requested type."),
+    ("SysErrorTxt", (10032, 1, None), b"Broken pipe."), ("SysErrorTxt", (0, 1, b"x"), b"x"),
+    ("SysErrorTxt", (5, 0, b"bare"), b" bare"),
+    ("SysErrorTxt", (0, 0, b"%s", b"y" * 5000), b"y" * 1535),
+    ("syserrtxt", (errno.EPERM, 1, b"x"), b"Operation not permitted. x"),
+    ("syserrtxt", (errno.EPERM, 4, None), b"Operation not permitted."),
+    ("syserrtxt", (10061, 2, b"x"), b""), ("syserrtxt", (1, 5, b"x"), b"Host is unknown. x"),
+    ("syserrtxt", (9, 5, b"x"), b""), ("syserrtxt", (0, 1, b"only"), b"only"),
+    ("syserrtxt", (7, 0, b"only"), b" only"), ("syserrtxt", (7, 9, b"only"), b" only"),
+    ("syserrtxt", (errno.EPERM, 1, b"%s", b"y" * 5000), None),
+]
+# Reply to STOR, tape, segment.
+REPLIES = [
+    (b"150 opening TAPE 17 SEGMENT 3", 17, 3), (b"150 TAPE:17:SEGMENT:3", 17, 3),
+    (b"150 TAPES 17 SEGMENTS: 3", 17, 3), (b"150 go TAPE", 0, 0), (b"150 SEGMENT 4", 0, 4),
+    (b"150 tape 17", 0, 0), (b"", 0, 0), (b"150 TAPE x SEGMENT 2", 0, 2),
+    (b"150 TAPE SEGMENT 3", 0, 0), (b"150 " + b"z" * 9000 + b" TAPE 1", 0, 0),
+]
+# Mode, path, buffer size, transfer command; tape 7, segment 2, label T1.
+COMMANDS = [
+    (1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
+    (1, b"SMS01", 262144, b"STOR obj:QAB:none:7:T1:256"), (1, b"sms01", 262144, b"STOR obj"),
+    (1, b"SMS01", 512, b"STOR obj:QAB:none:7:T1:64"), (1, b"SMS", 1025, b"STOR obj:QAB:none:7:T1:1"),
+    (2, b"SMS01", 262144, b"RETR obj:0:0:7:2:none"),
+]
+
+
+def all_calls(x):
+    return [getattr(x, name)(*(c.create_string_buffer(a) if name.endswith("Trim") else a
+                               for a in arguments)) for name, arguments, _ in CALLS]
+
+
+def all_replies(x):
+    sms, got = x.state.sObject.sSMS, []
+    for reply, _, _ in REPLIES:
+        sms.ulTapeID = sms.ulSegmentNum = 99
+        x.sms_parseinfo(reply)
+        got.append((reply, sms.ulTapeID, sms.ulSegmentNum))
+    return got
+
+
+def commands(x, mode, path, size, **changes):
+    sms = x.state.sObject.sSMS
+    sms.szUser, sms.szPass, sms.szPath, sms.szName, sms.szTape = b"u", b"p", path, b"obj", b"T1"
+    sms.ulTapeID, sms.ulSegmentNum, sms.iTCPBufsiz = 7, 2, size
+    for field, value in changes.items():
+        setattr(sms, field, value)
+    slots = [c.create_string_buffer(2048) for _ in range(16)]
+    code = x.xbsa_prepare_commands((c.c_char_p * 16)(*map(c.addressof, slots)), mode)
+    return code, [slot.value for slot in slots]
+
+
+class Helpers(unittest.TestCase):
+    def test_calls(self):
+        for (name, arguments, want), got in zip(CALLS, run(all_calls).value):
+            with self.subTest(name, arguments=str(arguments)[:60]):
+                if want is not None:
+                    self.assertEqual(got, want)
+                else:
+                    self.assertLess(len(got), 512)
+
+    def test_first_error_wins(self):
+        def errors(x):
+            x.SysErrorTxt(0, 0, b"first")
+            x.SysErrorTxt(0, 0, b"second")
+            size, text = c.c_uint(5), c.create_string_buffer(b"untouched")
+            small = x.BSAGetLastError(c.byref(size), text), size.value, text.value
+            return small, x.last_error(), x.last_error()
+        self.assertEqual(run(errors).value, ((7, 5, b"untouched"), "first", ""))
+
+    def test_replies(self):
+        self.assertEqual(run(all_replies).value, REPLIES)
+
+    def test_commands(self):
+        for mode, path, size, line in COMMANDS:
+            with self.subTest(mode=mode, path=path, size=size):
+                code, slots = run(commands, mode, path, size).value
+                self.assertEqual((code, slots[:6]), (0, [b"USER u", b"PASS p", b"TYPE I",
+                                                         b"CWD " + path, line, b"QUIT"]))
+
+    def test_refused_commands(self):
+        for field in "szUser", "szPass", "szPath", "szName", "szTape":
+            for value in b"a\rb", b"a\nb", b"\x7fa", b"x" * 2047:
+                with self.subTest(field, value=value[:9]):
+                    def refused(x):
+                        return commands(x, 1, b"SMS", 0, **{field: value})[0], x.last_error()
+                    code, error = run(refused).value
+                    self.assertEqual((code, error != ""), (-1, True))
+
+    def test_timer(self):
+        """Counts up, whatever the machine's speed."""
+        def timer(x):
+            handle, elapsed = c.c_void_p(), c.c_ulong(99999999)
+            code = x.x_TimerStart(c.byref(handle))
+            x.x_TimerStop(handle, c.byref(elapsed))
+            return code, bool(handle), elapsed.value < 60000
+        self.assertEqual(run(timer).value, (0, True, True))
+
+    def test_lines(self):
+        """One line at a time, unread bytes stay; the end of the connection fills the buffer."""
+        def receive(x):
+            import socket
+            ours, theirs = socket.socketpair()
+            theirs.sendall(b"150 one\r\nbare\n" + b"x" * 9 + b"y\r\n")
+            got = []
+            for _ in range(4):
+                room = c.create_string_buffer(8)
+                got.append((x.stpc_recv(ours.fileno(), room, 8, 0), room.raw))
+            theirs.close()
+            room = c.create_string_buffer(8)
+            got.append((x.stpc_recv(ours.fileno(), room, 8, 0), len(room.raw)))
+            got.append(x.stpc_recv(-1, room, 8, 0))
+            return got
+        self.assertEqual(run(receive).value, [
+            (1, b"150 one\0"), (1, b"bare\0\0\0\0"), (1, b"x" * 8), (1, b"y\0\0\0\0\0\0\0"),
+            (0, 8), -1])
+
+    def test_environment(self):
+        def ask(x):
+            x.x_getenv.restype = x.xbsa_getenv.restype = c.c_char_p
+            os.unsetenv("NOT_SET")
+            return x.x_getenv(b"KORVA_JOB"), x.xbsa_getenv(b"KORVA_JOB"), x.x_getenv(b"NOT_SET")
+        self.assertEqual(run(ask, env={"KORVA_JOB": "j"}).value, (b"j", b"j", None))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,102 @@
+"""A guest in its host: descriptors, memory, and what a host does to its own descriptors."""
+import fcntl
+import os
+import resource
+import socket
+import unittest
+
+from server import Server
+from xbsa import SANITIZED, descriptors, run
+
+CYCLES = 100 if SANITIZED else 1000
+LOG = {"XBSA_TRACE": "2", "XBSA_LOGFILE": "./xbsa.log"}
+
+
+def resident_bytes():
+    with open("/proc/self/statm", encoding="ascii") as file:
+        return int(file.read().split()[1]) * resource.getpagesize()
+
+
+def many_cycles(x, server):
+    x.start(server)
+    open_ones, resident = None, 0
+    for cycle in range(CYCLES):
+        if cycle == 10:
+            open_ones, resident = descriptors(), resident_bytes()
+        assert x.store() == [0, 0, 0] and x.restore() == ([0, 0, 0], b"hello"), cycle
+    return descriptors() == open_ones, resident_bytes() - resident
+
+
+def without_standard_ones(x, server):
+    for number in (0, 1, 2):
+        os.close(number)
+    x.start(server)
+    x.store(end=False)
+    session = x.state.sSession
+    made = [session.SControl, session.SData, x.state.hLogFile]
+    flags = [fcntl.fcntl(number, fcntl.F_GETFD) & fcntl.FD_CLOEXEC for number in made]
+    code, low = x.BSAEndData(x.handle), [n for n in descriptors() if n < 3]
+    os.dup2(made[2], 0), os.dup2(made[2], 1), os.dup2(made[2], 2)
+    return code, min(made) > 2, flags, low
+
+
+def beyond_1024(x, server):
+    _, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (2000, hard))
+    taken = [os.dup(2) for _ in range(1100)]
+    x.start(server)
+    result = x.store(end=False), x.state.sSession.SData > 1024, x.BSAEndData(x.handle)
+    for number in taken:
+        os.close(number)
+    return result
+
+
+def reused_numbers(x, server):
+    """The numbers of the closed sockets become the host's ends of two pairs of its own."""
+    pairs = [socket.socketpair() for _ in range(2)]
+    x.start(server)
+    x.store(end=False)
+    numbers = x.state.sSession.SData, x.state.sSession.SControl
+    x.BSAEndData(x.handle)
+    for (ours, theirs), number in zip(pairs, numbers):
+        os.dup2(ours.fileno(), number)
+        theirs.sendall(b"226 done\r\n")
+        theirs.shutdown(socket.SHUT_WR)
+    codes = [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.BSABeginTxn(x.handle),
+             x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.send(b""), x.restore()[0]]
+    unread = []
+    for (ours, theirs), number in zip(pairs, numbers):
+        unread.append(os.read(number, 100))
+        os.close(number)
+        ours.close()
+        unread.append(theirs.recv(100))
+        theirs.close()
+    return codes, unread
+
+
+class Host(unittest.TestCase):
+    def test_many_cycles(self):
+        server = Server()
+        same, grown = run(many_cycles, server, server=server, level=0).value
+        self.assertTrue(same)
+        if not SANITIZED:
+            self.assertLess(grown, 1 << 19)
+
+    def test_without_standard_ones(self):
+        server = Server()
+        self.assertEqual(run(without_standard_ones, server, server=server, level=None,
+                             env=LOG).value, (0, True, [1, 1, 1], []))
+
+    def test_beyond_1024(self):
+        server = Server()
+        self.assertEqual(run(beyond_1024, server, server=server).value, ([0, 0], True, 0))
+
+    def test_reused_numbers(self):
+        server = Server(objects={"obj": b"hello"})
+        codes, unread = run(reused_numbers, server, server=server).value
+        self.assertEqual(codes, [3, 0, 0, 0, 0, 0, [0, 0, 0]])
+        self.assertEqual(unread, [b"226 done\r\n", b""] * 2)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,184 @@
+"""The trace: where lines go, how they look, what must not be in them."""
+import ctypes as c
+import os
+import re
+import unittest
+
+from server import Server
+from xbsa import TraceSink, run
+
+STAMP = r" \d{4}-\d\d-\d\d \d\d:\d\d:\d\d: Trace: \(QAB library\) "
+
+
+def stripped(lines):
+    return [re.sub("^" + STAMP, "", line) for line in lines]
+
+
+def init_only(x):
+    x.init()
+    return x.state.ucXBSATraceLevel, x.state.szLogFile, os.listdir(".")
+
+
+def with_sink(name, level, sink=True):
+    def scenario(x):
+        x.BSASetTrace(x.sink if sink else None, name, level)
+        x.init()
+        return x.state.szLogFile
+    return scenario
+
+
+# Environment of a session without BSASetTrace; level, log name, and whether INIT is in the log.
+VARIABLES = [
+    ({}, 0, b"", False), ({"XBSA_TRACE": "2"}, 66, b"xbsa.log", True),
+    ({"XBSA_TRACE": "1"}, 65, b"xbsa.log", False), ({"XBSA_TRACE": "0"}, 64, b"xbsa.log", False),
+    ({"XBSA_TRACE": "258"}, 66, b"xbsa.log", True),
+    ({"XBSA_TRACE": "2", "XBSA_LOGFILE": "./xbsa.log"}, 66, b"./xbsa.log", True),
+    ({"XBSA_TRACE": "2", "XBSA_LOGFILE": "."}, 66, b".", False),
+    ({"XBSA_LOGFILE": "./xbsa.log"}, 0, b"", False),
+    ({"XBSA_TRACE": "2", "INFORMIXDIR": "/nowhere"}, 66, b"xbsa.log", True),
+]
+# BSASetTrace's name and level with XBSA_TRACE=2 around: the log's name, lines in it.
+SETTINGS = [
+    (None, 2, b"", False), (None, 66, b"xbsa.log", True), (b"./xbsa.log", 66, b"./xbsa.log", True),
+    (b"./xbsa.log", 2, b"", False), (b"ENVIRONMENT", 0, b"xbsa.log", True),
+    (b"./" * 3000 + b"x", 66, (b"./" * 3000)[:4095], False),
+]
+
+
+class Destinations(unittest.TestCase):
+    def test_variables(self):
+        for env, level, name, lines in VARIABLES:
+            with self.subTest(env):
+                got = run(init_only, level=None, env=env)
+                self.assertEqual(got.value[:2], (level, name))
+                self.assertEqual(any("BSAInit: Start." in line for line in got.log), lines)
+                self.assertEqual("xbsa.log" in got.value[2], "xbsa.log" in name.decode())
+
+    def test_settings(self):
+        for name, level, log, lines in SETTINGS:
+            with self.subTest(name=str(name)[:20], level=level):
+                got = run(with_sink(name, level), level=None, env={"XBSA_TRACE": "2"})
+                self.assertEqual((got.value, bool(got.log)), (log, lines))
+                self.assertIn("BSAInit: End", got.trace)
+
+    def test_standard_error(self):
+        got = run(with_sink(None, 130), level=None)
+        self.assertEqual(stripped(got.stderr.splitlines()), got.trace)
+        self.assertEqual(got.trace[0], "BSAInit: Start.")
+        self.assertEqual(run(with_sink(b"x", 130, sink=False), level=None).trace, [])
+
+    def test_sink_hears_all(self):
+        """A message goes to the sink as it is, at any level; COM_trace asks the level."""
+        def trace(x):
+            x.ie_trace(b"raw\r\n")
+            x.COM_trace(b"silent")
+            x.i_trace(b"for files only")
+        self.assertEqual(run(trace, level=0).trace, ["raw\r\n"])
+
+    def test_appended(self):
+        """An old log grows; opening it again leaves no descriptor behind."""
+        def trace(x):
+            with open("xbsa.log", "w", encoding="ascii") as file:
+                file.write("old\n")
+            for _ in range(3):
+                x.BSAQueryApiVersion(c.byref(c.create_string_buffer(6)))
+            mode = os.fstat(x.state.hLogFile).st_mode & 0o777
+            x.i_close_trace()
+            x.state.hLogFile = 0
+            return mode
+        got = run(trace, level=None, env={"XBSA_TRACE": "2"})
+        self.assertEqual(got.log[0], "old")
+        self.assertEqual(sum("QueryApiVersion: Start" in line for line in got.log), 3)
+        self.assertEqual(sum("VERSION: 1.8A1 Thu Jul 13" in line for line in got.log), 3)
+
+
+class Lines(unittest.TestCase):
+    def lines(self, *messages):
+        def trace(x):
+            x.BSASetTrace(None, b"./xbsa.log", 66)
+            x.i_open_trace()
+            for message in messages:
+                x.ie_trace(message)
+        return run(trace, level=None).log
+
+    def test_ends(self):
+        """One line feed for each message, whatever it ended in; a long one is cut."""
+        log = self.lines(b"a\r\n\n", b"", b"\n", b"b", b"y" * 5000)
+        self.assertEqual(stripped(log)[:4], ["a", "", "", "b"])
+        self.assertEqual(len(log), 5)
+        self.assertRegex(log[4], "^" + STAMP + "y{1400,}$")
+        self.assertLess(len(log[4]), 1536)
+
+    def test_without_buffer(self):
+        """Calls before the trace was opened lose no line."""
+        def trace(x):
+            x.BSABeginTxn(0)
+            x.SysErrorTxt(0, 0, b"x")
+        self.assertEqual(run(trace).trace[0], "BSABeginTxn: Start, Input: bsaHandle = 0 ")
+
+    def test_dump(self):
+        data = bytes(range(0, 0x41, 4)) + b"\x07"
+
+        def dump(x):
+            for length in (17, 0, 16):
+                x.x_Dump(data, length, x.sink)
+            x.x_Dump(data, 1, None)
+        got = run(dump)
+        first = ("00 04 08 0C 10 14 18 1C 20 24 28 2C 30 34 38 3C  "
+                 "..\x08\x0c\x10\x14\x18\x1c $(,048<").replace("\x08", ".").replace("..", ".\x04")
+        second = "40 " + "   " * 15 + " @" + " " * 15
+        self.assertEqual(got.trace, [first, second, first])
+        self.assertEqual(got.stdout, "00 " + "   " * 15 + " ." + " " * 15 + "\n")
+
+
+class Store(unittest.TestCase):
+    def test_whole_trace(self):
+        """Every line of a store at level 2; <reply> stands for the lines of one reply read."""
+        def store(x, server):
+            x.start(server)
+            x.store()
+            return x.handle.value
+        server = Server()
+        got = run(store, server, server=server, level=None, env={"XBSA_TRACE": "2"})
+        port = next(line for line in server.heard[0] if line.startswith("PORT"))
+        with open(os.path.join(os.path.dirname(__file__), "store.trace"), encoding="ascii") as file:
+            want = file.read().replace("<reply>", REPLY).replace("<pid>", str(got.value))
+        want = want.replace("<port>", str(server.port)).replace("<PORT>", port)
+        self.assertEqual("\n".join(stripped(got.log)) + "\n", want)
+
+    def test_no_password(self):
+        """At no level, in no transfer, to no destination; but for the user sms, as promised."""
+        def transfer(x, server, owner):
+            x.BSASetTrace(x.sink, b"./xbsa.log", 67)
+            x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % server.port, owner=owner)
+            x.store(owner=owner)
+            x.restore(owner=owner)
+        for user, seen in (("backup", False), ("sms", True)):
+            server = Server()
+            got = run(transfer, server, f"user={user}:pass=geheim".encode(), server=server,
+                      level=None)
+            self.assertIn("PASS geheim", server.heard[0])
+            self.assertEqual("PASS geheim" in str(got.log + got.trace), seen)
+            self.assertNotIn("pass=geheim", str(got.log + got.trace))
+            self.assertIn(f"BSAInit: Input: BSA_ObjectOwner.bsa_ObjectOwner = user={user}:"
+                          "pass=********", got.trace)
+            self.assertTrue([line for line in got.trace if line.startswith("stpc_recv: recv()")])
+
+    def test_level_one(self):
+        """Only what the server said."""
+        def store(x, server):
+            x.start(server)
+            x.store()
+        server = Server()
+        got = run(store, server, server=server, level=None, env={"XBSA_TRACE": "1"})
+        self.assertEqual(len(got.log), 7)
+        self.assertEqual({line.split(":")[0] for line in stripped(got.log)}, {"LOGIN REPLY"})
+
+
+REPLY = """stpc_recv: sigprocmask() done, all signals masked.
+stpc_recv: Receiving message ...
+stpc_recv: sigprocmask(), back to old handlers."""
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,241 @@
+"""Drives the built library as a database's backup tool would: one process for each scenario."""
+import ctypes as c
+import hashlib
+import os
+import pickle
+import select
+import shutil
+import signal
+import tempfile
+import traceback
+
+LIBRARY = os.environ["XBSA_LIBRARY"]
+SANITIZED = "LD_PRELOAD" in os.environ
+DEADLINE = 60  # seconds after which a scenario counts as hung
+
+TraceSink = c.CFUNCTYPE(None, c.c_char_p)
+TYPES = {"i": c.c_int, "I": c.c_uint, "H": c.c_ushort, "B": c.c_ubyte, "l": c.c_long,
+         "L": c.c_ulong, "d": c.c_double, "p": c.c_void_p, "f": TraceSink}
+
+
+def field_type(code):
+    """The ctypes type of a letter, a record's name, or a text of so many bytes ("64s")."""
+    return TYPES[code] if code in TYPES else c.c_char * int(code[:-1])
+
+
+def record(name, fields):
+    pairs = [entry.split(":") for entry in fields.split()]
+    members = [(field, field_type(code)) for field, code in pairs]
+    TYPES[name] = type(name, (c.Structure,), {"_fields_": members})
+    return TYPES[name]
+
+
+record("Time", "sec:i min:i hour:i mday:i mon:i year:i wday:i yday:i isdst:i gmtoff:l zone:p")
+Uint64 = record("Uint64", "left:I right:I")
+Version = record("Version", "issue:H version:H level:H")
+Owner = record("Owner", "bsa:64s app:64s")
+Name = record("Name", "space:1024s path:1024s")
+Block = record("Block", "bufferLen:H numBytes:H bufferPtr:p")
+Descriptor = record("Descriptor", """rsv1:I owner:Owner name:Name createTime:Time copyType:i
+    copyId:Uint64 restoreOrder:Uint64 rsv2:31s rsv3:31s estimatedSize:Uint64 resourceType:31s
+    objectType:i objectStatus:i rsv4:31s objectDescription:100s objectInfo:256s""")
+Query = record("Query", """owner:Owner name:Name rsv1:Time rsv2:Time rsv3:Time rsv4:Time
+    copyType:i rsv5:31s rsv6:31s rsv7:31s objectType:i objectStatus:i rsv8:100s""")
+record("Session", """lBSAHandle:l iLastCall:i szLastMessage:1536s iOpStatus:i dBytes:d SControl:i
+    SData:i""")
+record("Sms", """szHostName:4096s iPort:i szUser:4096s szPass:4096s szName:2048s szPath:4096s
+    szTape:4096s szMode:4096s szTapeBlock:4096s szInfo:4096s szInter:4096s ulTapeID:L
+    ulSegmentNum:L szTapeLabel:4096s iTCPBufsiz:i dSavesetOffset:d dLength:d iOpStatus:i""")
+record("Object", "sBSA_Object:Descriptor sBSA_ObjectOwner:Owner sSMS:Sms")
+record("Com", """szKORVAServer:128s szJobName:256s szKORVATapeServer:128s szDrive:8s szPool:256s
+    szCOMTimeOut:8s szSessionID:256s szSavesetID:256s szRestoreID:256s iOpenJobStarted:i""")
+TYPES["Results"] = c.c_void_p * 128
+Global = record("Global", """sSession:Session sObject:Object sCOM:Com sQueryDescriptor:Query
+    spQueryResult:Results iQueryIndex:i ulTimeOut:L ucXBSATraceLevel:B vpExternalTraceFunc:p
+    iReadTraceEnvironment:i szLogFile:4096s hLogFile:i cpTraceBuffer:p iQAB:i""")
+
+# Result and arguments of what is called with more or other than ints.
+PROTOTYPES = """BSAInit:ipppp BSATerminate:il BSABeginTxn:il BSAEndTxn:ili BSACreateObject:ilpp
+    BSASendData:ilp BSAEndData:il BSAGetObject:ilpp BSAGetData:ilp BSAGetLastError:ipp
+    BSAQueryApiVersion:ip BSAQueryServiceProvider:ippp BSAGetEnvironment:ilpp BSAQueryObject:ilpp
+    BSAGetNextQueryObject:ilp BSASetTrace:ippB xbsa_typeerr:s SysErrorTxt:s syserrtxt:s
+    GetSockErrCode:L x_LTrim:s x_RTrim:s x_AllTrim:s strupr:s com_task_keyword:s com_step_keyword:s
+    qab_bsacopytype:s qab_bsaobjecttype:s qab_bsaobjectstatus:s x_Malloc:p x_Free:ip
+    x_TimerStop:ipp"""
+
+
+class Library:
+    """The library in this process, the trace it wrote, and one session on it."""
+
+    def __init__(self, level):
+        self._library = c.CDLL(LIBRARY, use_errno=True)
+        for prototype in PROTOTYPES.split():
+            name, code = prototype.split(":")
+            function = getattr(self._library, name)
+            function.restype = c.c_char_p if code[0] == "s" else field_type(code[0])
+            if code[1:]:
+                function.argtypes = [field_type(letter) for letter in code[1:]]
+        self.state = Global.in_dll(self._library, "sGlobal")
+        self.trace, self.handle = [], c.c_long()
+        self.sink = TraceSink(lambda text: self.trace.append(text.decode("latin-1")))
+        if level is not None:
+            self.BSASetTrace(self.sink, None, level)
+
+    def __getattr__(self, name):
+        return getattr(self._library, name)
+
+    def init(self, *environment, owner=b"PLAIN"):
+        texts = (c.c_char_p * (len(environment) + 1))(*environment)
+        return self.BSAInit(c.byref(self.handle), None, c.byref(Owner(owner)), texts)
+
+    def start(self, server, *environment):
+        host = b"BSA_SERVICE_HOST=127.0.0.1:%d" % server.port
+        assert self.init(b"BSA_API_VERSION=1.0.1", host, *environment) == 0
+
+    def send(self, data):
+        text = c.create_string_buffer(data, len(data) or 1)
+        return self.BSASendData(self.handle, c.byref(Block(len(data), 0, c.addressof(text))))
+
+    def store(self, data=b"hello", end=True, **names):
+        """One transaction: the codes of create, send and end of data; end=False leaves it open."""
+        self.BSABeginTxn(self.handle)
+        codes = [self.BSACreateObject(self.handle, c.byref(descriptor(**names)), None)]
+        if codes == [0]:
+            blocks = [data[i:i + 65535] for i in range(0, len(data), 65535)]
+            codes.append(next((code for block in blocks if (code := self.send(block))), 0))
+            codes += [self.BSAEndData(self.handle)] if end else []
+        if end:
+            self.BSAEndTxn(self.handle, 1)
+        return codes
+
+    def restore(self, **names):
+        """The codes of get, the last read, and end of data; and the bytes."""
+        self.BSABeginTxn(self.handle)
+        codes, parts = [self.BSAGetObject(self.handle, c.byref(descriptor(**names)), None)], []
+        if codes == [0]:
+            room = c.create_string_buffer(65535)
+            block = Block(65535, 65535, c.addressof(room))
+            while len(codes) == 1:
+                code = self.BSAGetData(self.handle, c.byref(block))
+                parts.append(room.raw[:block.numBytes])
+                codes += [code] if code or block.numBytes < 65535 else []
+            codes.append(self.BSAEndData(self.handle))
+        self.BSAEndTxn(self.handle, 1)
+        return codes, b"".join(parts)
+
+    def last_error(self):
+        text, size = c.create_string_buffer(1536), c.c_uint(1536)
+        assert self.BSAGetLastError(c.byref(size), text) == 0
+        assert size.value == len(text.value)
+        return text.value.decode("latin-1")
+
+
+def descriptor(name=b"obj", path=b"/data", owner=b"user=backup:pass=secret", copy_type=3):
+    made = Descriptor(owner=Owner(owner), copyType=copy_type, objectType=2, objectStatus=2)
+    made.name = Name(name, path)
+    return made
+
+
+def pattern(size):
+    return hashlib.shake_128(b"korva").digest(size)
+
+
+def descriptors():
+    listing = os.open("/proc/self/fd", os.O_RDONLY)
+    found = sorted(int(name) for name in os.listdir(listing) if int(name) != listing)
+    os.close(listing)
+    return [number for number in found if os.path.lexists(f"/proc/self/fd/{number}")]
+
+
+def signal_mask():
+    with open("/proc/self/status", encoding="ascii") as status:
+        return next(line.split()[1] for line in status if line.startswith("SigBlk"))
+
+
+class Outcome:
+    """What a scenario returned (value), traced and printed; its log file, if it made one."""
+
+    def __init__(self, report, folder):
+        self.value, self.trace = report.get("value"), report.get("trace", [])
+        self.stdout, self.stderr, log = (read_text(os.path.join(folder, name))
+                                         for name in ("stdout", "stderr", "xbsa.log"))
+        self.log = log.splitlines()
+
+
+def read_text(path):
+    if not os.path.exists(path):
+        return ""
+    with open(path, encoding="latin-1", newline="") as file:
+        return file.read()
+
+
+def run(scenario, *args, server=None, level=2, env=None, killed=False):
+    """
+    Runs scenario(library, *args) in a child while the server serves it, and returns the Outcome.
+    Fails when the child hangs, crashes or raises, loses a descriptor or leaves another signal
+    mask; with killed=True the child must end by SIGKILL instead.
+    """
+    folder = tempfile.mkdtemp(prefix="xbsa")
+    reader, writer = os.pipe()
+    child = os.fork()
+    if child == 0:
+        os.close(reader)
+        _run_child(scenario, args, server, level, env or {}, folder, writer)
+    os.close(writer)
+    try:
+        if server:
+            server.serve(reader)
+        report = _read_report(reader)
+    except BaseException:
+        os.kill(child, signal.SIGKILL)
+        os.waitpid(child, 0)
+        raise AssertionError(f"{scenario.__name__} hangs; it lies in {folder}")
+    finally:
+        os.close(reader)
+        if server:
+            server.forget()
+    outcome = Outcome(report, folder)
+    _, status = os.waitpid(child, 0)
+    got = (os.waitstatus_to_exitcode(status), report.get("error"), report.get("left"))
+    want = (-signal.SIGKILL, None, None) if killed else (0, None, {})
+    if got != want or "Sanitizer" in outcome.stderr or "runtime error" in outcome.stderr:
+        raise AssertionError(f"expected exit, error, left over: {want}\ngot: {got[0]} {got[1]} "
+                             f"{got[2]}\nvalue: {str(outcome.value)[:2000]}\n{outcome.stderr}")
+    shutil.rmtree(folder)
+    return outcome
+
+
+def _read_report(reader):
+    parts = []
+    while select.select([reader], [], [], DEADLINE)[0]:
+        part = os.read(reader, 1 << 16)
+        if not part:
+            return pickle.loads(b"".join(parts)) if parts else {}
+        parts.append(part)
+    raise TimeoutError
+
+
+def _run_child(scenario, args, server, level, env, folder, writer):
+    """Never returns. SIGPIPE is as a program finds it, not as Python sets it."""
+    os.chdir(folder)
+    for number, name in ((1, "stdout"), (2, "stderr")):
+        os.dup2(os.open(name, os.O_CREAT | os.O_WRONLY | os.O_APPEND, 0o600), number)
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    os.environ.update(env)
+    report = {}
+    try:
+        if server:
+            server.forget()
+        before, mask = set(descriptors()), signal_mask()
+        library = Library(level)
+        report["value"] = scenario(library, *args)
+        report["trace"] = library.trace
+        log = {library.state.hLogFile} - {0, -1}
+        lost, changed = set(descriptors()) ^ before ^ log, {mask, signal_mask()} - {mask}
+        report["left"] = {key: left for key, left in (("fds", lost), ("mask", changed)) if left}
+        c.CDLL(None).fflush(None)
+    except BaseException:
+        report["error"] = traceback.format_exc()
+    with os.fdopen(writer, "wb") as file:
+        pickle.dump(report, file)
+    os._exit(0)
