@@ -52,6 +52,13 @@ enum
 
 /* --- Types --------------------------------------------------------------------------------- */
 
+/* A caller may put any number into an enumeration; in C++ this makes each of them a valid value. */
+#ifdef __cplusplus
+#define XBSA_INT : int
+#else
+#define XBSA_INT
+#endif
+
 typedef unsigned short BSA_UInt16;
 typedef unsigned int BSA_UInt32;
 
@@ -71,14 +78,14 @@ typedef struct
 
 typedef char BSA_SecurityToken[64]; /* text; traced in plain, so never put a secret here */
 
-typedef enum
+typedef enum XBSA_INT
 {
     BSA_CopyType_ANY = 1, /* queries only */
     BSA_CopyType_ARCHIVE = 2,
     BSA_CopyType_BACKUP = 3
 } BSA_CopyType;
 
-typedef enum
+typedef enum XBSA_INT
 {
     BSA_ObjectType_ANY = 1,
     BSA_ObjectType_FILE = 2,
@@ -86,14 +93,14 @@ typedef enum
     BSA_ObjectType_OTHER = 4
 } BSA_ObjectType;
 
-typedef enum
+typedef enum XBSA_INT
 {
     BSA_ObjectStatus_ANY = 1,
     BSA_ObjectStatus_MOST_RECENT = 2,
     BSA_ObjectStatus_NOT_MOST_RECENT = 3
 } BSA_ObjectStatus;
 
-typedef enum
+typedef enum XBSA_INT
 {
     BSA_Vote_COMMIT = 1,
     BSA_Vote_ABORT = 2

@@ -40,7 +40,7 @@ enum
 /* --- Enumerations -------------------------------------------------------------------------- */
 
 /* What to run the COM utility for. */
-typedef enum
+typedef enum XBSA_INT
 {
     COM_OPEN_WRITE = 1,  /* open a session, then a job, for a backup */
     COM_OPEN_READ = 2,   /* the same for a restore */
@@ -61,7 +61,7 @@ enum
 };
 
 /* Direction of a transfer. */
-typedef enum
+typedef enum XBSA_INT
 {
     STOR_MODE = 1, /* to the server */
     RETR_MODE = 2  /* from the server */

@@ -1,0 +1,158 @@
+#include "session.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <vector>
+
+#include "errors.h"
+
+namespace
+{
+constexpr size_t MESSAGE_ROOM = 1536; // bytes: the longest last error, terminator included
+constexpr unsigned char TRACE_TO_LOG = 64;
+constexpr unsigned char TRACE_TO_STDERR = 128;
+
+// settings_Check made sure that the text fits.
+template <size_t SIZE> void Copy(char (&I_szTarget)[SIZE], const std::string &I_strText)
+{
+    I_szTarget[I_strText.copy(I_szTarget, SIZE - 1)] = '\0';
+}
+
+// The library drops trace lines that it cannot write without a word.
+void CheckTraceFile(const std::string &I_strFile)
+{
+    const int iFile = open(I_strFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    if (iFile == -1) throw SystemFailure("trace file \"" + I_strFile + "\"");
+    close(iFile);
+}
+} // namespace
+
+CSession::CSession(const SETTINGS &I_sSettings) : sLibrary(library_Load(I_sSettings.strLibrary))
+{
+    setenv("KORVA_STRICT", "1", 1);
+    SetTrace(I_sSettings);
+
+    BSA_ObjectOwner sOwner{};
+    BSA_SecurityToken szToken{};
+    Copy(sOwner.bsa_ObjectOwner, "XBSACTL");
+    std::vector<std::string> vecTexts = {"BSA_API_VERSION=1.0.1",
+                                         "BSA_SERVICE_HOST=" + I_sSettings.strHost,
+                                         "BSA_TIMEOUT=" + std::to_string(I_sSettings.uTimeout)};
+    std::vector<char *> vecEnvironment;
+    vecEnvironment.reserve(vecTexts.size() + 1);
+    for (std::string &strText : vecTexts) vecEnvironment.push_back(strText.data());
+    vecEnvironment.push_back(nullptr);
+
+    Check("BSAInit", sLibrary.fpInit(&lHandle, &szToken, &sOwner, vecEnvironment.data()));
+    Check("BSABeginTxn", sLibrary.fpBeginTxn(lHandle));
+}
+
+void CSession::SetTrace(const SETTINGS &I_sSettings) const
+{
+    if (I_sSettings.iTraceLevel == -1) return;
+    const auto ucLevel = static_cast<unsigned char>(I_sSettings.iTraceLevel);
+    unsetenv("XBSA_TRACE"); // the option wins
+    if (I_sSettings.strTraceFile.empty())
+    {
+        sLibrary.fpSetTrace(nullptr, nullptr, ucLevel | TRACE_TO_STDERR);
+        return;
+    }
+    CheckTraceFile(I_sSettings.strTraceFile);
+    // One name has a meaning of its own for the library.
+    std::string strFile = I_sSettings.strTraceFile;
+    if (strFile == "ENVIRONMENT") strFile.insert(0, "./");
+    sLibrary.fpSetTrace(nullptr, strFile.data(), ucLevel | TRACE_TO_LOG);
+}
+
+std::string CSession::LastError() const
+{
+    std::array<char, MESSAGE_ROOM> szText{};
+    BSA_UInt32 uiSize = szText.size();
+    if (sLibrary.fpGetLastError(&uiSize, szText.data()) != BSA_RC_SUCCESS) return "";
+    return Printable(szText.data());
+}
+
+std::string CSession::Text(const char *cpStep, int I_iCode) const
+{
+    std::string strText = std::string(cpStep) + " failed with code " + std::to_string(I_iCode);
+    if (sLibrary.fpTypeErr != nullptr)
+        strText += std::string(" (") + sLibrary.fpTypeErr(I_iCode) + ")";
+    const std::string strError = LastError();
+    return strText + ": " + (strError.empty() ? "the library gives no reason" : strError);
+}
+
+void CSession::Check(const char *cpStep, int I_iCode) const
+{
+    if (I_iCode != BSA_RC_SUCCESS) throw FAILURE(Text(cpStep, I_iCode));
+}
+
+// The reason for a broken data connection (a full disk, say) waits on the control connection.
+void CSession::FailData(const char *cpStep, int I_iCode) const
+{
+    std::string strText = Text(cpStep, I_iCode);
+    sLibrary.fpEndData(lHandle);
+    const std::string strReason = LastError();
+    if (!strReason.empty()) strText += "; then: " + strReason;
+    throw FAILURE(strText);
+}
+
+void CSession::Create(BSA_ObjectDescriptor &I_sObject)
+{
+    Check("BSACreateObject", sLibrary.fpCreateObject(lHandle, &I_sObject, nullptr));
+}
+
+void CSession::Get(BSA_ObjectDescriptor &I_sObject)
+{
+    Check("BSAGetObject", sLibrary.fpGetObject(lHandle, &I_sObject, nullptr));
+}
+
+void CSession::Send(char *cpData, size_t I_uLength)
+{
+    BSA_DataBlock sBlock{};
+    sBlock.bufferLen = static_cast<BSA_UInt16>(I_uLength);
+    sBlock.numBytes = sBlock.bufferLen;
+    sBlock.bufferPtr = cpData;
+    const int iCode = sLibrary.fpSendData(lHandle, &sBlock);
+    if (iCode != BSA_RC_SUCCESS) FailData("BSASendData", iCode);
+}
+
+size_t CSession::Receive(char *cpData)
+{
+    BSA_DataBlock sBlock{};
+    sBlock.bufferLen = static_cast<BSA_UInt16>(BLOCK_SIZE);
+    sBlock.bufferPtr = cpData;
+    const int iCode = sLibrary.fpGetData(lHandle, &sBlock);
+    if (iCode != BSA_RC_SUCCESS) FailData("BSAGetData", iCode);
+    return sBlock.numBytes;
+}
+
+void CSession::EndData()
+{
+    Check("BSAEndData", sLibrary.fpEndData(lHandle));
+}
+
+void CSession::Abandon()
+{
+    sLibrary.fpEndData(lHandle);
+}
+
+void CSession::Close()
+{
+    Check("BSAEndTxn", sLibrary.fpEndTxn(lHandle, BSA_Vote_COMMIT));
+    Check("BSATerminate", sLibrary.fpTerminate(lHandle));
+}
+
+BSA_ObjectDescriptor session_Object(const SETTINGS &I_sSettings)
+{
+    BSA_ObjectDescriptor sObject{};
+    Copy(sObject.objectOwner.bsa_ObjectOwner, settings_Owner(I_sSettings));
+    Copy(sObject.objectName.objectSpaceName, I_sSettings.strName);
+    Copy(sObject.objectName.pathName, I_sSettings.strPath);
+    sObject.copyType = BSA_CopyType_BACKUP;
+    sObject.objectType = BSA_ObjectType_FILE;
+    sObject.objectStatus = BSA_ObjectStatus_ANY;
+    return sObject;
+}

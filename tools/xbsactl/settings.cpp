@@ -1,0 +1,128 @@
+#include "settings.h"
+
+#include <cstdlib>
+#include <fstream>
+
+#include "errors.h"
+#include "xbsa.h"
+
+namespace
+{
+constexpr size_t OWNER_ROOM = sizeof(BSA_ObjectOwner::bsa_ObjectOwner) - 1;
+constexpr size_t NAME_ROOM = sizeof(BSA_ObjectName::objectSpaceName) - 1;
+constexpr size_t PASSWORD_ROOM = 4096; // bytes of a password file that are looked at
+
+void CheckText(const char *cpWhat, const std::string &I_strText, size_t I_uRoom)
+{
+    if (I_strText.empty()) throw USAGE_ERROR(std::string(cpWhat) + " is missing or empty");
+    if (HasControlCharacter(I_strText))
+        throw USAGE_ERROR(std::string(cpWhat) + " holds a control character");
+    if (I_strText.size() > I_uRoom)
+        throw USAGE_ERROR(std::string(cpWhat) + " is longer than " + std::to_string(I_uRoom) +
+                          " bytes");
+}
+
+// A server drops blanks at the ends of a name, and the object would go by another one.
+void CheckBlanks(const char *cpWhat, const std::string &I_strText)
+{
+    if (I_strText.front() == ' ' || I_strText.back() == ' ')
+        throw USAGE_ERROR(std::string(cpWhat) + " begins or ends with a blank");
+}
+
+// The name is a file name in the server's folder.
+void CheckFileName(const std::string &I_strName)
+{
+    CheckText("NAME", I_strName, NAME_ROOM);
+    CheckBlanks("NAME", I_strName);
+    if (I_strName.find('/') != std::string::npos)
+        throw USAGE_ERROR("NAME holds a \"/\": give the folder with --path");
+    if (I_strName == "." || I_strName == "..") throw USAGE_ERROR("NAME is a folder");
+}
+
+void CheckHost(const std::string &I_strHost)
+{
+    CheckText("--host", I_strHost, NAME_ROOM);
+    const size_t uColon = I_strHost.find(':');
+    if (uColon == 0 || I_strHost.find_first_of(" /@[") != std::string::npos)
+        throw USAGE_ERROR("--host is not HOST or HOST:PORT (a name or an IPv4 address)");
+    if (uColon == std::string::npos) return;
+
+    const std::string strPort = I_strHost.substr(uColon + 1);
+    const bool bDigits = !strPort.empty() && strPort.size() <= 5 &&
+                         strPort.find_first_not_of("0123456789") == std::string::npos;
+    const int iPort = bDigits ? std::stoi(strPort) : 0;
+    if (iPort < 1 || iPort > 65535)
+        throw USAGE_ERROR("--host: \"" + Printable(strPort) + "\" is no port from 1 to 65535");
+}
+
+// The first line of the file, without its line end.
+std::string ReadPassword(const std::string &I_strFile)
+{
+    std::ifstream sFile(I_strFile, std::ios::binary);
+    std::string strText(PASSWORD_ROOM, '\0');
+    sFile.read(strText.data(), static_cast<std::streamsize>(strText.size()));
+    if (!sFile.is_open() || sFile.bad() || (sFile.gcount() == 0 && !sFile.eof()))
+        throw FAILURE("password file \"" + I_strFile + "\" cannot be read");
+
+    strText.resize(static_cast<size_t>(sFile.gcount()));
+    strText.resize(strText.find('\n') == std::string::npos ? strText.size() : strText.find('\n'));
+    if (!strText.empty() && strText.back() == '\r') strText.pop_back();
+    return strText;
+}
+
+// The variable is taken out of the environment: no child process needs it.
+std::string TakePassword(const std::string &I_strFile)
+{
+    const char *cpVariable = getenv("XBSA_PASSWORD");
+    std::string strVariable = cpVariable != nullptr ? cpVariable : "";
+    unsetenv("XBSA_PASSWORD");
+    if (!I_strFile.empty()) return ReadPassword(I_strFile);
+    if (cpVariable == nullptr)
+        throw USAGE_ERROR("no password: set the variable XBSA_PASSWORD or give --password-file");
+    return strVariable;
+}
+
+// The library takes user and password from one small field, divided by a colon.
+void CheckLogin(const SETTINGS &I_sSettings)
+{
+    CheckText("--user", I_sSettings.strUser, OWNER_ROOM);
+    if (HasControlCharacter(I_sSettings.strPassword))
+        throw USAGE_ERROR("the password holds a control character");
+    if ((I_sSettings.strUser + I_sSettings.strPassword).find(':') != std::string::npos)
+        throw USAGE_ERROR("user and password must not hold a \":\"");
+    const size_t uOwner = settings_Owner(I_sSettings).size();
+    if (uOwner > OWNER_ROOM)
+        throw USAGE_ERROR("user and password together are " + std::to_string(uOwner - OWNER_ROOM) +
+                          " bytes too long: the library has room for 52");
+}
+
+void CheckTrace(SETTINGS &I_sSettings)
+{
+    const std::string &strTrace = I_sSettings.strTrace;
+    if (strTrace.empty()) return;
+    if (strTrace[0] < '0' || strTrace[0] > '3' || (strTrace.size() > 1 && strTrace[1] != ':'))
+        throw USAGE_ERROR("--trace is not LEVEL or LEVEL:FILE with a level from 0 to 3");
+    I_sSettings.iTraceLevel = strTrace[0] - '0';
+    if (strTrace.size() == 1) return;
+
+    I_sSettings.strTraceFile = strTrace.substr(2);
+    CheckText("--trace: FILE", I_sSettings.strTraceFile, 4095);
+}
+} // namespace
+
+std::string settings_Owner(const SETTINGS &I_sSettings)
+{
+    return "user=" + I_sSettings.strUser + ":pass=" + I_sSettings.strPassword;
+}
+
+void settings_Check(SETTINGS &I_sSettings)
+{
+    CheckFileName(I_sSettings.strName);
+    if (I_sSettings.strFile.empty()) throw USAGE_ERROR("FILE is empty");
+    CheckHost(I_sSettings.strHost);
+    CheckText("--path", I_sSettings.strPath, NAME_ROOM);
+    CheckBlanks("--path", I_sSettings.strPath);
+    CheckTrace(I_sSettings);
+    I_sSettings.strPassword = TakePassword(I_sSettings.strPasswordFile);
+    CheckLogin(I_sSettings);
+}

@@ -1,0 +1,26 @@
+// Ctrl-C and its kin. A thread of its own waits for them: the library blocks all signals in the
+// calling thread while it waits for a reply, and a silent server must not make the tool immortal.
+#ifndef XBSACTL_STOP_H
+#define XBSACTL_STOP_H
+
+#include <mutex>
+#include <string>
+
+// Starts the thread. From here on SIGHUP, SIGINT, SIGQUIT and SIGTERM, unless the caller ignored
+// them, remove the file below and end the process by the same signal.
+void stop_Watch();
+
+// While one lives the process is not ended.
+class STOP_LOCK
+{
+  public:
+    STOP_LOCK();
+
+  private:
+    std::lock_guard<std::mutex> sGuard;
+};
+
+// The file that must not survive; empty for none.
+void stop_RemoveFile(const STOP_LOCK &I_sLock, const std::string &I_strFile);
+
+#endif
