@@ -151,7 +151,6 @@ class Calls(unittest.TestCase):
         def store(x, server):
             x.start(server)
             full = Descriptor.from_buffer_copy(b"A" * c.sizeof(Descriptor))
-            full.copyType = full.objectType = full.objectStatus = 2
             owners = (b"A" * 64, b"user=" + b"B" * 30 + b":pass=" + b"C" * 23)
             for owner in owners:
                 full.owner = Owner(owner, b"D" * 64)
