@@ -183,7 +183,3 @@ class Calls(unittest.TestCase):
                              "Connection refused connect() failed.")):
             with self.subTest(host):
                 self.assertEqual(run(store, host).value, ([3], error))
-
-
-if __name__ == "__main__":
-    unittest.main()

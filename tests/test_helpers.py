@@ -155,8 +155,3 @@ class Helpers(unittest.TestCase):
         self.assertEqual(run(receive).value, [
             (1, b"150 one\0"), (1, b"bare\0\0\0\0"), (1, b"x" * 8), (1, b"y\0\0\0\0\0\0\0"),
             (0, 8), -1])
-
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -138,7 +138,3 @@ class Leaks(unittest.TestCase):
                     output, error = tool.communicate(timeout=DEADLINE)
                 self.assertEqual((tool.returncode, b"Sanitizer" in error), (code, False), error)
                 self.assertEqual(output, b"hello" if command == "restore" and code == 0 else b"")
-
-
-if __name__ == "__main__":
-    unittest.main()

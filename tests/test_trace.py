@@ -180,7 +180,3 @@ class Store(unittest.TestCase):
         got = run(store, server, server=server, level=None, env={"XBSA_TRACE": "1"})
         self.assertEqual(len(got.log), 7)
         self.assertEqual({line.split(":")[0] for line in stripped(got.log)}, {"LOGIN REPLY"})
-
-
-if __name__ == "__main__":
-    unittest.main()

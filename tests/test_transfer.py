@@ -200,7 +200,3 @@ def unreadable_page():
     libc = c.CDLL(None)
     libc.mmap.restype, libc.mmap.argtypes = c.c_void_p, [c.c_void_p, c.c_size_t] + [c.c_int] * 4
     return libc.mmap(None, mmap.PAGESIZE, 0, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS, -1, 0)
-
-
-if __name__ == "__main__":
-    unittest.main()
