@@ -141,10 +141,9 @@ def pattern(size):
 
 
 def descriptors():
-    listing = os.open("/proc/self/fd", os.O_RDONLY)
-    found = sorted(int(name) for name in os.listdir(listing) if int(name) != listing)
-    os.close(listing)
-    return found
+    """The numbers of the open ones, without the one that the listing itself took."""
+    listed = [int(name) for name in os.listdir("/proc/self/fd")]
+    return sorted(number for number in listed if os.path.lexists(f"/proc/self/fd/{number}"))
 
 
 def signal_mask():
