@@ -36,7 +36,3 @@ class Contract(unittest.TestCase):
         versions = re.findall(r"GLIBC_([\d.]+)", readelf("-V"))
         self.assertEqual([v for v in versions if [int(n) for n in v.split(".")] > [2, 17]], [])
         self.assertTrue(versions)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -3,10 +3,12 @@ import fcntl
 import os
 import resource
 import socket
+import struct
+import subprocess
 import unittest
 
 from server import Server
-from xbsa import SANITIZED, descriptors, run
+from xbsa import DEADLINE, SANITIZED, descriptors, run
 
 CYCLES = 100 if SANITIZED else 1000
 LOG = {"XBSA_TRACE": "2", "XBSA_LOGFILE": "./xbsa.log"}
@@ -74,6 +76,18 @@ def reused_numbers(x, server):
     return codes, unread
 
 
+def data_options(x, server):
+    """A dead peer is noticed; a host that dies resets the connection."""
+    x.start(server)
+    x.store(end=False)
+    with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
+        found = [data.getsockopt(socket.IPPROTO_TCP, option) for option in
+                 (socket.TCP_KEEPIDLE, socket.TCP_KEEPINTVL, socket.TCP_KEEPCNT)]
+        found.append(data.getsockopt(socket.SOL_SOCKET, socket.SO_KEEPALIVE))
+        found.append(data.getsockopt(socket.SOL_SOCKET, socket.SO_LINGER, 8))
+    return found, x.BSAEndData(x.handle)
+
+
 class Host(unittest.TestCase):
     def test_many_cycles(self):
         server = Server()
@@ -91,6 +105,11 @@ class Host(unittest.TestCase):
         server = Server()
         self.assertEqual(run(beyond_1024, server, server=server).value, ([0, 0], True, 0))
 
+    def test_data_options(self):
+        server = Server()
+        self.assertEqual(run(data_options, server, server=server).value,
+                         ([60, 15, 8, 1, struct.pack("ii", 1, 0)], 0))
+
     def test_reused_numbers(self):
         server = Server(objects={"obj": b"hello"})
         codes, unread = run(reused_numbers, server, server=server).value
@@ -98,5 +117,24 @@ class Host(unittest.TestCase):
         self.assertEqual(unread, [b"226 done\r\n", b""] * 2)
 
 
-if __name__ == "__main__":
-    unittest.main()
+class Leaks(unittest.TestCase):
+    def test_tool(self):
+        """The tool and the library in it free all they took, after failures too."""
+        env = dict(os.environ, ASAN_OPTIONS="detect_leaks=1", XBSA_PASSWORD="secret")
+        del env["LD_PRELOAD"]
+        for command, script, code in (("store", {}, 0), ("store", {"CWD": ["550 no"]}, 1),
+                                      ("store", {"STOR": ["150 go", "550 no"]}, 1),
+                                      ("store", {"END": ["426 no"]}, 1), ("restore", {}, 0),
+                                      ("restore", {"RETR": ["550 no"]}, 1)):
+            with self.subTest(command, script=script):
+                server = Server(script, objects={"obj": b"hello"})
+                line = [os.environ["XBSA_TOOL"], command, "obj", "--host",
+                        f"127.0.0.1:{server.port}", "--user", "backup", "--trace", "3:/dev/null"]
+                line[3:3] = ["/proc/self/status"] if command == "store" else []
+                with subprocess.Popen(line, env=env, stdout=subprocess.PIPE,
+                                      stderr=subprocess.PIPE) as tool:
+                    server.serve(tool.stdout)
+                    server.forget()
+                    output, error = tool.communicate(timeout=DEADLINE)
+                self.assertEqual((tool.returncode, b"Sanitizer" in error), (code, False), error)
+                self.assertEqual(output, b"hello" if command == "restore" and code == 0 else b"")

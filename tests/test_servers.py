@@ -50,7 +50,3 @@ class Servers(unittest.TestCase):
         """Takes a reset for the end and keeps the half object: no server for backups."""
         kept = self.check("pyftpdlib").stored()["obj"]
         self.assertTrue(NEW.startswith(kept))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -85,7 +85,7 @@ class OddReplies(unittest.TestCase):
         self.check(restore_twice, "RETR", ([0, 0, 0], b"hello"), "0")
 
 
-# Script, process environment, owner's names, then what comes of it: codes, data ends, last error.
+# Script, process environment, names; then what comes of it: codes, ends of data, last error.
 STORES = [
     ("greeted", {}, {}, {}, [0, 0, 0], ["FIN"], ""),
     ("550 in place of the data", {"STOR": ["150 go", "550 no tape"]}, {}, {},
@@ -147,27 +147,6 @@ class Transfers(unittest.TestCase):
             self.assertEqual(heard, ["USER backup", "PASS secret", "TYPE I", "CWD /data", line,
                                      "QUIT"])
 
-    def test_restore_blocks(self):
-        """A short block ends an object; one byte and full blocks come whole."""
-        for size in (0, 1, 65534, 65535, 65536, 300000):
-            def restore(x, server):
-                x.start(server)
-                return x.restore(), x.state.sSession.dBytes
-            server = Server(objects={"obj": pattern(size)})
-            got = run(restore, server, server=server).value
-            self.assertEqual(got, (([0, 0, 0], pattern(size)), 0.0))
-
-    def test_cut_restore(self):
-        """A restore that the server aborts: in vain by default, told in strict mode."""
-        for strict, code in (("0", 0), ("1", 3)):
-            server = Server({"END": ["426 aborted"]}, objects={"obj": b"half"})
-
-            def restore(x):
-                x.start(server)
-                return x.restore()
-            got = run(restore, server=server, env={"KORVA_STRICT": strict}).value
-            self.assertEqual(got, ([0, 0, code], b"half"))
-
     def test_completed_descriptor(self):
         def create(x, server):
             x.start(server)
@@ -221,7 +200,3 @@ def unreadable_page():
     libc = c.CDLL(None)
     libc.mmap.restype, libc.mmap.argtypes = c.c_void_p, [c.c_void_p, c.c_size_t] + [c.c_int] * 4
     return libc.mmap(None, mmap.PAGESIZE, 0, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS, -1, 0)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -141,10 +141,9 @@ def pattern(size):
 
 
 def descriptors():
-    listing = os.open("/proc/self/fd", os.O_RDONLY)
-    found = sorted(int(name) for name in os.listdir(listing) if int(name) != listing)
-    os.close(listing)
-    return [number for number in found if os.path.lexists(f"/proc/self/fd/{number}")]
+    """The numbers of the open ones, without the one that the listing itself took."""
+    listed = [int(name) for name in os.listdir("/proc/self/fd")]
+    return sorted(number for number in listed if os.path.lexists(f"/proc/self/fd/{number}"))
 
 
 def signal_mask():
@@ -186,10 +185,10 @@ def run(scenario, *args, server=None, level=2, env=None, killed=False):
         if server:
             server.serve(reader)
         report = _read_report(reader)
-    except BaseException:
+    except Exception as error:
         os.kill(child, signal.SIGKILL)
         os.waitpid(child, 0)
-        raise AssertionError(f"{scenario.__name__} hangs; it lies in {folder}")
+        raise AssertionError(f"{scenario.__name__} hangs, its files are in {folder}") from error
     finally:
         os.close(reader)
         if server:
