@@ -1,4 +1,4 @@
-// The tape server's host specification, and upper case.
+// The tape server's address with its login, and upper case.
 #include <cstring>
 
 #include "util/text.h"
