@@ -9,53 +9,6 @@ cd "$(dirname "${BASH_SOURCE[0]}")" || exit 1
 . tools/packages.sh
 . tools/proftpd.sh
 
-# What runs inside the sandbox: demo.sh --informix FOLDER
-informix_road() { # FOLDER, which the caller clears away
-    local work=$1 xbsactl=(build/release/bin/xbsactl --informix) space pids=() copy
-    export XBSA_TRACE=2
-
-    say "Three processes back up three spaces at once"
-    for space in rootdbs datadbs logdbs; do
-        head -c 3000000 /dev/urandom >"$work/$space"
-        XBSA_LOGFILE=$work/$space.log "${xbsactl[@]}" store --space "$space" level0 "$work/$space" &
-        pids+=($!)
-    done
-    for pid in "${pids[@]}"; do wait "$pid" || fail "a space was not stored"; done
-
-    export XBSA_LOGFILE=$work/query.log
-    say "The copies that a query offers"
-    for space in rootdbs datadbs logdbs; do
-        "${xbsactl[@]}" query --space "$space" level0 | sed "$([[ $space == rootdbs ]] || echo 1d)"
-        [[ ${PIPESTATUS[0]} == 0 ]] || fail "$space is not offered"
-    done
-
-    say "One comes back by its copy id"
-    copy=$("${xbsactl[@]}" query --space datadbs level0 --json | grep -o '"copy_id": *[0-9]*' |
-        grep -o '[0-9]*$') || fail "no copy id"
-    "${xbsactl[@]}" restore --space datadbs level0 "$work/datadbs.back" --copy-id "$copy" ||
-        fail "datadbs was not restored"
-    printf '%s  %s\n' "$(sum "$work/datadbs")" stored "$(sum "$work/datadbs.back")" restored
-    cmp "$work/datadbs" "$work/datadbs.back" || fail "datadbs came back different"
-
-    say "What the library ran for it"
-    grep -ho 'COM COMMAND: .*' "$work/datadbs.log"
-}
-
-if [[ ${1-} == --informix ]]; then
-    informix_road "$2"
-    exit
-fi
-
-work=
-finish() {
-    local code=$?
-    proftpd_stop
-    [[ -z $work ]] || rm -rf "$work"
-    exit "$code"
-}
-trap finish EXIT
-trap 'exit 1' HUP INT TERM
-
 fail() {
     echo "demo.sh failed: $*" >&2
     exit 1
@@ -105,6 +58,53 @@ plain_road() {
     say "The last lines of the library's trace"
     tail -n 6 "$work/xbsa.log"
 }
+
+# What runs inside the sandbox: demo.sh --informix FOLDER
+informix_road() { # FOLDER, which the caller clears away
+    local work=$1 xbsactl=(build/release/bin/xbsactl --informix) space pids=() copy
+    export XBSA_TRACE=2
+
+    say "Three processes back up three spaces at once"
+    for space in rootdbs datadbs logdbs; do
+        head -c 3000000 /dev/urandom >"$work/$space"
+        XBSA_LOGFILE=$work/$space.log "${xbsactl[@]}" store --space "$space" level0 "$work/$space" &
+        pids+=($!)
+    done
+    for pid in "${pids[@]}"; do wait "$pid" || fail "a space was not stored"; done
+
+    export XBSA_LOGFILE=$work/query.log
+    say "The copies that a query offers"
+    for space in rootdbs datadbs logdbs; do
+        "${xbsactl[@]}" query --space "$space" level0 | sed "$([[ $space == rootdbs ]] || echo 1d)"
+        [[ ${PIPESTATUS[0]} == 0 ]] || fail "$space is not offered"
+    done
+
+    say "One comes back by its copy id"
+    copy=$("${xbsactl[@]}" query --space datadbs level0 --json | grep -o '"copy_id": *[0-9]*' |
+        grep -o '[0-9]*$') || fail "no copy id"
+    "${xbsactl[@]}" restore --space datadbs level0 "$work/datadbs.back" --copy-id "$copy" ||
+        fail "datadbs was not restored"
+    printf '%s  %s\n' "$(sum "$work/datadbs")" stored "$(sum "$work/datadbs.back")" restored
+    cmp "$work/datadbs" "$work/datadbs.back" || fail "datadbs came back different"
+
+    say "What the library ran for it"
+    grep -ho 'COM COMMAND: .*' "$work/datadbs.log"
+}
+
+if [[ ${1-} == --informix ]]; then
+    informix_road "$2"
+    exit
+fi
+
+work=
+finish() {
+    local code=$?
+    proftpd_stop
+    [[ -z $work ]] || rm -rf "$work"
+    exit "$code"
+}
+trap finish EXIT
+trap 'exit 1' HUP INT TERM
 
 work=$(mktemp -d) || fail "no temporary folder"
 chmod 755 "$work" # root runs the FTP server as nobody
