@@ -205,8 +205,8 @@ int get_COM_environment(STUCT_COM_INPUT *I_spCOMInput);
 void xbsa_read_environment(void);
 
 /* getenv under two names. */
-char *xbsa_getenv(char *cpEnvVar);
-char *x_getenv(char *cpEnvVar);
+char *xbsa_getenv(const char *cpEnvVar);
+char *x_getenv(const char *cpEnvVar);
 
 /* --- Trace and error texts (src/trace) ------------------------------------------------------ */
 

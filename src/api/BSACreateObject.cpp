@@ -36,7 +36,7 @@ static int CheckDescriptor(const BSA_ObjectDescriptor *spObject)
 static int OpenJob()
 {
     TRACE("BSACreateObject: Calling olm_com_interface().");
-    if (com_intf(COM_OPEN_WRITE, &sGlobal.sCOM) == -1)
+    if (xbsa_OpenJob(COM_OPEN_WRITE) == -1)
     {
         TRACE("BSACreateObject: olm_com_interface() call failed. Exiting.");
         return BSA_RC_ABORT_SYSTEM_ERROR;
@@ -46,7 +46,11 @@ static int OpenJob()
     {
         x_CopyText(spSMS->szName, sizeof spSMS->szName, sGlobal.sCOM.szSavesetID);
     }
-    return BSA_RC_SUCCESS;
+    if (spSMS->szName[0] != '\0' || sPrivate.iJobMissing != 0) return BSA_RC_SUCCESS;
+
+    SysErrorTxt(0, 0, "The COM utility has opened no job.");
+    TRACE("BSACreateObject: olm_com_interface() has opened no job. Exiting.");
+    return BSA_RC_ABORT_SYSTEM_ERROR;
 }
 
 // To a server the plain end of the data connection means a complete object. If this process dies
@@ -81,7 +85,7 @@ static int CreateObject(BSA_ObjectDescriptor *spCaller)
     int iRet = CheckDescriptor(spCaller);
     if (iRet != BSA_RC_SUCCESS) return iRet;
 
-    sPrivate.iSendFailed = 0;
+    xbsa_NewObject();
     TRACE("BSACreateObject: Leaving the dataBlockPtr as is.");
     TRACE("BSACreateObject: Copy the input parameter (object) into sGlobal data structure.");
     *spObject = *spCaller;

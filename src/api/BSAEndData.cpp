@@ -9,7 +9,7 @@
 // server that the object is not whole.
 static void AllowOrderlyEnd()
 {
-    if ((sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) == 0 || sPrivate.iSendFailed != 0) return;
+    if ((sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) == 0 || sPrivate.iSendBroken != 0) return;
     struct linger sOrderly = {0, 0};
     setsockopt(xbsa_DataSocket(), SOL_SOCKET, SO_LINGER, &sOrderly, sizeof sOrderly);
 }
@@ -84,14 +84,16 @@ static int CloseJob(int iRet)
             return iRet;
         }
     }
-    return sGlobal.iQAB != 0 ? com_intf(eTask, &sGlobal.sCOM) : iRet;
+    if (sGlobal.iQAB == 0) return iRet;
+    iRet = com_intf(eTask, &sGlobal.sCOM);
+    return sPrivate.iJobMissing != 0 ? static_cast<int>(BSA_RC_ABORT_SYSTEM_ERROR) : iRet;
 }
 
 // Tells whether an object was open and did not get through whole.
 static bool HasFailed(int iData)
 {
     if ((sGlobal.sSession.iLastCall & (CALL_CREATE_OBJECT | CALL_GET_OBJECT)) == 0) return false;
-    return iData != BSA_RC_SUCCESS || sPrivate.iSendFailed != 0;
+    return iData != BSA_RC_SUCCESS || sPrivate.iSendBroken != 0;
 }
 
 int BSAEndData(long bsaHandle)

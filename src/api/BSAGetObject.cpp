@@ -10,7 +10,7 @@ static int OpenJob(const BSA_ObjectDescriptor *spObject)
 {
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
     TRACE("BSAGetObject: Calling qab_com().");
-    if (com_intf(COM_OPEN_READ, &sGlobal.sCOM) == -1)
+    if (xbsa_OpenJob(COM_OPEN_READ) == -1)
     {
         TRACE("BSAGetObject: qab_com() call failed. Exiting.");
         return BSA_RC_ABORT_SYSTEM_ERROR;
@@ -33,7 +33,7 @@ static int GetObject(const BSA_ObjectDescriptor *spCaller)
         TRACE("BSAGetObject: objectDescriptorPtr is NULL. Exiting.");
         return BSA_RC_NULL_ARGUMENT;
     }
-    sPrivate.iSendFailed = 0;
+    xbsa_NewObject();
     TRACE("BSAGetObject: Leaving the dataBlockPtr as is.");
     TRACE("BSAGetObject: Copy the input parameter (object) into sGlobal data structure.");
     *spObject = *spCaller;

@@ -1,5 +1,4 @@
 // Opens the session.
-#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
@@ -27,7 +26,7 @@ static int CheckArguments(const long *lpHandle, const BSA_ObjectOwner *spOwner)
 
 static void ReadStrictMode()
 {
-    const char *cpStrict = getenv("KORVA_STRICT");
+    const char *cpStrict = xbsa_getenv("KORVA_STRICT");
     sPrivate.iStrict = cpStrict != nullptr && strcmp(cpStrict, "1") == 0;
     if (sPrivate.iStrict != 0) TRACE("BSAInit: Strict mode, KORVA_STRICT = %s.", cpStrict);
 }

@@ -14,12 +14,12 @@ typedef struct
     bool bRequired;
 } COM_VARIABLE;
 
-char *xbsa_getenv(char *cpEnvVar)
+char *xbsa_getenv(const char *cpEnvVar)
 {
     return getenv(cpEnvVar);
 }
 
-char *x_getenv(char *cpEnvVar)
+char *x_getenv(const char *cpEnvVar)
 {
     return getenv(cpEnvVar);
 }
@@ -27,7 +27,7 @@ char *x_getenv(char *cpEnvVar)
 // Returns 0 when the value was taken, else 1.
 static int TakeVariable(const COM_VARIABLE *spVariable)
 {
-    const char *cpValue = getenv(spVariable->cpName);
+    const char *cpValue = x_getenv(spVariable->cpName);
     if (cpValue == nullptr)
     {
         TRACE("get_COM_environment: Environment variable: [%s] not found.", spVariable->cpName);
@@ -64,7 +64,7 @@ int get_COM_environment(STUCT_COM_INPUT *I_spCOMInput)
 // Reads one variable and traces it. Returns the value or null.
 static const char *ReadTraced(const char *cpName)
 {
-    const char *cpValue = getenv(cpName);
+    const char *cpValue = x_getenv(cpName);
     if (cpValue == nullptr)
     {
         TRACE("xbsa_read_environment: Environment variable: [%s] not found.", cpName);
@@ -78,7 +78,7 @@ void xbsa_read_environment()
 {
     const char *cpLevel = ReadTraced("XBSA_TRACE");
     if (cpLevel == nullptr) return;
-    sGlobal.ucXBSATraceLevel = static_cast<unsigned char>(x_Number(cpLevel) | TRACE_TO_LOG);
+    sGlobal.ucXBSATraceLevel = i_LevelToLog(cpLevel);
 
     const char *cpFile = ReadTraced("XBSA_LOGFILE");
     if (cpFile == nullptr) return;

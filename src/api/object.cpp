@@ -26,6 +26,20 @@ int xbsa_CheckCall(const char *cpFunction, int iCallBit, long lHandle)
     return BSA_RC_INVALID_HANDLE;
 }
 
+void xbsa_NewObject()
+{
+    sPrivate.iSendFailed = 0;
+    sPrivate.iSendBroken = 0;
+    sPrivate.iJobMissing = 0;
+}
+
+int xbsa_OpenJob(ENUM_COM_TASK eTask)
+{
+    int iRet = com_intf(eTask, &sGlobal.sCOM);
+    sPrivate.iJobMissing = iRet > 0;
+    return iRet == -1 ? -1 : 0;
+}
+
 // The value behind the tag; empty when the token is missing or shorter than its tag.
 static const char *TokenValue(const char *cpToken)
 {

@@ -8,6 +8,13 @@
 // is marked), BSA_RC_INVALID_HANDLE for a wrong handle (the call still counts as made), else 0.
 int xbsa_CheckCall(const char *cpFunction, int iCallBit, long lHandle);
 
+// Forgets what is known of the object before this one.
+void xbsa_NewObject();
+
+// Runs the utility to open session and job. Returns 0, or -1 when the utility refused. A utility
+// that could not be run is no refusal here; BSAEndData then fails.
+int xbsa_OpenJob(ENUM_COM_TASK eTask);
+
 // Takes login, object name and path from a descriptor into sSMS.
 void xbsa_TakeLogin(const char *cpFunction, const BSA_ObjectDescriptor *spObject);
 

@@ -33,6 +33,7 @@ typedef struct
     sigset_t sOldSet;              // mask to put back
     bool bMasked;                  // sOldSet is filled
     int iNumQueryLines;            // next entry of spQueryResult
+    bool bFound;                   // the utility was found
     int iRet;                      // result of the call
 } COM_RUN;
 

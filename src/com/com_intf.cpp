@@ -12,7 +12,7 @@ static int FailTask(COM_RUN *spRun)
 }
 
 // Names of an earlier object must not survive into an open: an answer without them would store this
-// object over that one.
+// object over that one, and a refused session would close, and spoil, that one's job.
 static void ForgetEarlierJob(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
 {
     if (eTask != COM_OPEN_WRITE && eTask != COM_OPEN_READ) return;
@@ -66,6 +66,13 @@ static bool NextStep(COM_RUN *spRun)
     }
 }
 
+// A session that was not opened has no id: the close that follows must not name an earlier one's.
+static void ForgetRefusedSession(const COM_RUN *spRun)
+{
+    bool bOpen = spRun->eTask == COM_OPEN_WRITE || spRun->eTask == COM_OPEN_READ;
+    if (bOpen && spRun->iStep <= COM_STEP_OPEN_SESSION) spRun->spInput->szSessionID[0] = '\0';
+}
+
 static bool RunPass(COM_RUN *spRun)
 {
     if (!com_BuildCommand(spRun)) return false;
@@ -86,14 +93,17 @@ static int RunTask(COM_RUN *spRun)
 {
     unsigned int uiExeSize = sizeof spRun->szExe;
     TRACE("com_intf: Searching COM Interface utility...");
-    if (find_com_intf(spRun->szExe, &uiExeSize) != 0) return 1;
-    TRACE("com_intf: COM utility executable: [%s]", spRun->szExe);
-
-    while (RunPass(spRun))
+    spRun->bFound = find_com_intf(spRun->szExe, &uiExeSize) == 0;
+    if (spRun->bFound)
     {
+        TRACE("com_intf: COM utility executable: [%s]", spRun->szExe);
+        while (RunPass(spRun))
+        {
+        }
+        com_Finish(spRun);
     }
-    com_Finish(spRun);
-    return spRun->iRet;
+    ForgetRefusedSession(spRun);
+    return spRun->bFound ? spRun->iRet : 1;
 }
 
 static COM_RUN *NewRun(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
@@ -122,7 +132,7 @@ int com_intf(ENUM_COM_TASK I_enumCOMTask, STUCT_COM_INPUT *I_spCOMInput)
     {
         spRun->bypBuff = bypBuff;
         iRet = RunTask(spRun);
-        bFound = spRun->szExe[0] != '\0';
+        bFound = spRun->bFound;
     }
     x_Free(bypBuff);
     x_Free(spRun);

@@ -50,10 +50,8 @@ static void TraceStep(const COM_RUN *spRun)
           com_step_keyword(spRun->iStep));
 }
 
-// A refused session must never close, and spoil, the job of an earlier one.
 static void BuildOpenSession(COM_RUN *spRun, const char *cpDirection)
 {
-    spRun->spInput->iOpenJobStarted = 0;
     com_AppendText(&spRun->sLine, cpDirection);
     com_AppendText(&spRun->sLine, " open");
     AppendServer(&spRun->sLine, spRun->spInput->szKORVAServer);
@@ -77,7 +75,7 @@ static void BuildOpenWriteJob(COM_RUN *spRun)
     snprintf(spCOM->szSavesetID, sizeof spCOM->szSavesetID, "%ld",
              static_cast<long>(time(nullptr)));
     TRACE("com_intf: Saveset ID: [%s]", spCOM->szSavesetID);
-    AppendOpenJob(spRun, " -b");
+    AppendOpenJob(spRun, "-b");
     com_AppendArgument(&spRun->sLine, "%s", spCOM->szSavesetID);
     AppendJobEnd(spRun);
 }
@@ -87,7 +85,7 @@ static void BuildOpenReadJob(COM_RUN *spRun)
     BSA_UInt32 uCopy = sGlobal.sObject.sBSA_Object.copyId.right;
     spRun->spInput->iOpenJobStarted = 1;
     TRACE("com_intf: OPEN_JOB (restore): Saveset ID: [%u]", uCopy);
-    AppendOpenJob(spRun, " -r");
+    AppendOpenJob(spRun, "-r");
     com_AppendArgument(&spRun->sLine, "%u", uCopy);
     AppendJobEnd(spRun);
 }
@@ -96,7 +94,7 @@ static void BuildOpen(COM_RUN *spRun, bool bWrite)
 {
     if (spRun->iStep == COM_STEP_INIT) spRun->iStep = COM_STEP_OPEN_SESSION;
     TraceStep(spRun);
-    if (spRun->iStep == COM_STEP_OPEN_SESSION) BuildOpenSession(spRun, bWrite ? " -b" : " -r");
+    if (spRun->iStep == COM_STEP_OPEN_SESSION) BuildOpenSession(spRun, bWrite ? "-b" : "-r");
     else if (bWrite) BuildOpenWriteJob(spRun);
     else BuildOpenReadJob(spRun);
 }
@@ -163,7 +161,7 @@ static bool BuildQuery(COM_RUN *spRun)
     spRun->spInput->szSavesetID[0] = '\0';
     if (!AddQueryResult(spRun)) return false;
 
-    com_AppendText(&spRun->sLine, " -q");
+    com_AppendText(&spRun->sLine, "-q");
     AppendServer(&spRun->sLine, spRun->spInput->szKORVAServer);
     com_AppendText(&spRun->sLine, " -I informix");
     AppendJob(&spRun->sLine, spRun->spInput->szJobName);
@@ -180,6 +178,7 @@ bool com_BuildCommand(COM_RUN *spRun)
     spRun->sLine.uLength = 0;
     spRun->sLine.bFits = true;
     com_AppendArgument(&spRun->sLine, "%s", spRun->szExe);
+    com_AppendText(&spRun->sLine, " "); // there even when no argument follows
     switch (spRun->eTask)
     {
     case COM_OPEN_WRITE:
@@ -189,10 +188,10 @@ bool com_BuildCommand(COM_RUN *spRun)
         BuildOpen(spRun, false);
         return true;
     case COM_CLOSE_WRITE:
-        BuildClose(spRun, " -b ");
+        BuildClose(spRun, "-b ");
         return true;
     case COM_CLOSE_READ:
-        BuildClose(spRun, " -r ");
+        BuildClose(spRun, "-r ");
         return true;
     case COM_INFO:
         return BuildQuery(spRun);

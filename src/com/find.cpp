@@ -36,7 +36,7 @@ static bool ReadLine(FILE *spFile, char *cpLine, bool *bpCut)
     *bpCut = false;
     while (!bEnded && fgets(szRest, LINE_SIZE, spFile) != nullptr)
     {
-        *bpCut = true;
+        if (szRest[strspn(szRest, "\r\n")] != '\0') *bpCut = true;
         bEnded = strchr(szRest, '\n') != nullptr;
     }
     size_t uLength = strlen(cpLine);

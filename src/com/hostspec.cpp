@@ -1,4 +1,4 @@
-// The tape server's host specification, and upper case.
+// The tape server's address with its login, and upper case.
 #include <cstring>
 
 #include "util/text.h"
@@ -11,8 +11,8 @@ enum
     ITEMS = 4
 };
 
-// Splits at every ":". Returns the number of ":" seen, or -1 when an item does not fit or there are
-// more than four: half a host name is another host.
+// Splits at every ":". Returns the number of ":" seen, or -1 when an item does not fit or a fifth
+// one follows: half a host name is another host.
 static int SplitItems(const char *cpSpec, char **cpaItems, const size_t *uaSizes)
 {
     int iItem = 0;

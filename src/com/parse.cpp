@@ -7,7 +7,7 @@
 #include "trace/trace.h"
 #include "util/text.h"
 
-// How a value is taken. TAKE_REPLY sets the reply check, the others count as named in the table.
+// A key of the answer and how its value is taken.
 typedef struct
 {
     const char *cpKey;
@@ -69,7 +69,7 @@ static int TakeSegment(char *cpValue)
 
 static int TakeVerbosity(char *cpValue)
 {
-    sGlobal.ucXBSATraceLevel = static_cast<unsigned char>(x_Number(cpValue) | TRACE_TO_LOG);
+    sGlobal.ucXBSATraceLevel = i_LevelToLog(cpValue);
     return 0;
 }
 
@@ -129,10 +129,13 @@ static int TakeReply(const char *cpValue, int *ipReplyCheck)
 static void TraceLine(char *cpLine)
 {
     const char *cpPassword = com_FindPassword(cpLine);
-    if (cpPassword == nullptr) TRACE("parse_com_answer: Parsing line: [%s].", cpLine);
-    else
-        TRACE("parse_com_answer: Parsing line: [%.*s" TRACE_SECRET "].",
-              static_cast<int>(cpPassword - cpLine), cpLine);
+    if (cpPassword == nullptr)
+    {
+        TRACE("parse_com_answer: Parsing line: [%s].", cpLine);
+        return;
+    }
+    TRACE("parse_com_answer: Parsing line: [%.*s" TRACE_SECRET "].",
+          static_cast<int>(cpPassword - cpLine), cpLine);
 }
 
 // Returns 0, or 1 to reject the answer.
@@ -145,11 +148,13 @@ static int TakeLine(char *cpLine, int *ipReplyCheck)
     char *cpEqual = strchr(cpLine, '=');
     if (spKey == nullptr || cpEqual == nullptr || cpEqual[1] == '\0') return 0;
 
-    i_CopyField("parse_com_answer", szCOMValue, sizeof szCOMValue, x_SkipSpaces(cpEqual + 1));
+    int iCut =
+        i_CopyField("parse_com_answer", szCOMValue, sizeof szCOMValue, x_SkipSpaces(cpEqual + 1));
     x_AllTrim(szCOMValue);
     if (spKey == spReplyKey) return TakeReply(szCOMValue, ipReplyCheck);
 
     if (spKey->bCounts) (*ipReplyCheck)++;
+    if (iCut == 1 && spKey->fpTake == TakeHostSpec) return 1; // half a login is another login
     if (spKey->fpTake != nullptr) return spKey->fpTake(szCOMValue);
     if (spKey->cpField != nullptr)
     {

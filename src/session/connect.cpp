@@ -61,6 +61,7 @@ static int AwaitConnect(int hSocket)
 static int ConnectTo(int hSocket, const struct in_addr *spAddress)
 {
     int iPort = sGlobal.sObject.sSMS.iPort;
+    TRACE("xbsa_connect: CONNECTING, calling connect() ...");
     if (iPort < 1 || iPort > 65535)
     {
         errno = EINVAL;
@@ -71,7 +72,6 @@ static int ConnectTo(int hSocket, const struct in_addr *spAddress)
     sServer.sin_port = htons(static_cast<uint16_t>(iPort));
     sServer.sin_addr = *spAddress;
 
-    TRACE("xbsa_connect: CONNECTING, calling connect() ...");
     int iRet = connect(hSocket, reinterpret_cast<struct sockaddr *>(&sServer), sizeof sServer);
     if (iRet == -1 && errno == EINTR) iRet = AwaitConnect(hSocket);
     return iRet;

@@ -62,18 +62,23 @@ static const char *SystemText(unsigned long ulNumber, int iErrFlag)
     return cpText != nullptr ? cpText : "";
 }
 
+// Leaves the description empty when there is no format.
+static void FormatDescription(char *cpTarget, size_t uSize, const char *cpFormat,
+                              va_list vaArguments)
+{
+    cpTarget[0] = '\0';
+    if (cpFormat != nullptr) vsnprintf(cpTarget, uSize, cpFormat, vaArguments);
+}
+
 char *SysErrorTxt(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
 {
     static char szText[XBSA_TRACE_SIZE];
-    char szDescription[XBSA_TRACE_SIZE] = "";
+    char szDescription[XBSA_TRACE_SIZE];
+    va_list vaArguments;
+    va_start(vaArguments, cpAddDesc);
+    FormatDescription(szDescription, sizeof szDescription, cpAddDesc, vaArguments);
+    va_end(vaArguments);
 
-    if (cpAddDesc != nullptr)
-    {
-        va_list vaArguments;
-        va_start(vaArguments, cpAddDesc);
-        vsnprintf(szDescription, sizeof szDescription, cpAddDesc, vaArguments);
-        va_end(vaArguments);
-    }
     szText[0] = '\0';
     if (dwSysErrCode != 0) AppendText(szText, sizeof szText, SystemText(dwSysErrCode, iErrFlag));
     if (cpAddDesc != nullptr)
@@ -119,15 +124,12 @@ static void CloseSentence(char *cpText, size_t uSize)
 char *syserrtxt(unsigned long ulSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
 {
     static char szText[512];
-    char szDescription[256] = "";
+    char szDescription[256];
+    va_list vaArguments;
+    va_start(vaArguments, cpAddDesc);
+    FormatDescription(szDescription, sizeof szDescription, cpAddDesc, vaArguments);
+    va_end(vaArguments);
 
-    if (cpAddDesc != nullptr)
-    {
-        va_list vaArguments;
-        va_start(vaArguments, cpAddDesc);
-        vsnprintf(szDescription, sizeof szDescription, cpAddDesc, vaArguments);
-        va_end(vaArguments);
-    }
     szText[0] = '\0';
     if (ulSysErrCode != 0 && iErrFlag != ERR_NONE)
     {

@@ -71,9 +71,10 @@ void i_close_trace()
     sGlobal.cpTraceBuffer = nullptr;
     if ((sGlobal.ucXBSATraceLevel & TRACE_TO_LOG) == 0 || sGlobal.szLogFile[0] == '\0') return;
 
-    if (sGlobal.hLogFile != hOwnLog) close(sGlobal.hLogFile);
-    sGlobal.hLogFile = hOwnLog;
+    bool bOpen = sGlobal.hLogFile != 0 && sGlobal.hLogFile != -1;
+    if (bOpen && sGlobal.hLogFile != hOwnLog) close(sGlobal.hLogFile);
     CloseOwnLog();
+    sGlobal.hLogFile = -1;
 }
 
 void i_ReleaseTrace()
@@ -85,11 +86,11 @@ void i_ReleaseTrace()
 
 int i_ReadTraceEnvironment()
 {
-    const char *cpLevel = getenv("XBSA_TRACE");
+    const char *cpLevel = xbsa_getenv("XBSA_TRACE");
     if (cpLevel == nullptr) return 0;
-    sGlobal.ucXBSATraceLevel = static_cast<unsigned char>(x_Number(cpLevel) | TRACE_TO_LOG);
+    sGlobal.ucXBSATraceLevel = i_LevelToLog(cpLevel);
 
-    const char *cpFile = getenv("XBSA_LOGFILE");
+    const char *cpFile = xbsa_getenv("XBSA_LOGFILE");
     if (cpFile == nullptr) return 0;
     i_CopyField("i_ReadTraceEnvironment", sGlobal.szLogFile, sizeof sGlobal.szLogFile, cpFile);
     return 1;
@@ -106,7 +107,7 @@ void i_SetDefaultLogFileName()
         x_CopyText(cpFile, uSize, szName);
         return;
     }
-    const char *cpFolder = getenv("INFORMIXDIR");
+    const char *cpFolder = xbsa_getenv("INFORMIXDIR");
     if (cpFolder == nullptr) return;
 
     i_CopyField("i_SetDefaultLogFileName", cpFile, uSize - sizeof szName, cpFolder);

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <unistd.h>
@@ -26,6 +27,7 @@ void i_TraceLine(const char *cpFormat, ...)
 
 void ie_trace(const char *cpMessage)
 {
+    int iError = errno; // a trace between a call and the look at its errno changes nothing
     if (cpMessage == nullptr) cpMessage = "";
     if (sGlobal.vpExternalTraceFunc != nullptr)
     {
@@ -33,6 +35,7 @@ void ie_trace(const char *cpMessage)
     }
     if (sGlobal.ucXBSATraceLevel & (TRACE_TO_STDERR | TRACE_TO_LOG)) i_trace(cpMessage);
     if (sGlobal.cpTraceBuffer != nullptr) memset(sGlobal.cpTraceBuffer, 0, XBSA_TRACE_SIZE);
+    errno = iError;
 }
 
 void COM_trace(const char *cpCOMTraceMessage)
@@ -80,7 +83,6 @@ static void WriteHeld(int hTarget, const char *cpLine, size_t uLength)
 
 void i_trace(const char *cpTraceMessage)
 {
-    int iError = errno; // a trace between a call and the look at its errno changes nothing
     char szLine[XBSA_TRACE_SIZE];
     size_t uLength = ComposeLine(szLine, cpTraceMessage != nullptr ? cpTraceMessage : "");
 
@@ -98,7 +100,6 @@ void i_trace(const char *cpTraceMessage)
             WriteHeld(sGlobal.hLogFile, szLine, uLength);
         }
     }
-    errno = iError;
 }
 
 void i_Report(const char *cpFunction, const char *cpErrorText)
@@ -106,12 +107,16 @@ void i_Report(const char *cpFunction, const char *cpErrorText)
     TRACE("%s: %s", cpFunction, cpErrorText);
 }
 
-void i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpText)
+int i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpText)
 {
-    if (x_CopyText(cpField, uSize, cpText) == 1)
-    {
-        TRACE("%s: Value too long, cut to %zu characters.", cpWhat, uSize - 1);
-    }
+    int iCut = x_CopyText(cpField, uSize, cpText);
+    if (iCut == 1) TRACE("%s: Value too long, cut to %zu characters.", cpWhat, uSize - 1);
+    return iCut;
+}
+
+unsigned char i_LevelToLog(const char *cpText)
+{
+    return static_cast<unsigned char>(strtol(cpText, nullptr, 10) | TRACE_TO_LOG);
 }
 
 void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner)

@@ -30,8 +30,12 @@ void i_TraceLine(const char *cpFormat, ...) __attribute__((format(printf, 1, 2),
 // since it is the session's last message too: i_Report("xbsa_connect", SysErrorTxt(...)).
 void i_Report(const char *cpFunction, const char *cpErrorText);
 
-// Bounded copy into a field of the record that says in the trace when it had to cut.
-void i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpText);
+// Bounded copy into a field of the record that says in the trace when it had to cut. Returns 1 then,
+// else 0.
+int i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpText);
+
+// The level byte of a decimal text (its low eight bits), with the log switched on.
+unsigned char i_LevelToLog(const char *cpText);
 
 // Makes the owner text fit for the trace: what follows the tag of the second token is hidden.
 //   cpMasked  receives the text, at least 64 + sizeof(TRACE_SECRET) bytes

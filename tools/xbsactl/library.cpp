@@ -60,6 +60,8 @@ LIBRARY library_Load(const std::string &I_strPath)
     Find(vpLibrary, "BSAEndData", sLibrary.fpEndData);
     Find(vpLibrary, "BSAGetObject", sLibrary.fpGetObject);
     Find(vpLibrary, "BSAGetData", sLibrary.fpGetData);
+    Find(vpLibrary, "BSAQueryObject", sLibrary.fpQueryObject);
+    Find(vpLibrary, "BSAGetNextQueryObject", sLibrary.fpGetNextQueryObject);
     Find(vpLibrary, "BSAGetLastError", sLibrary.fpGetLastError);
     Find(vpLibrary, "BSASetTrace", sLibrary.fpSetTrace);
     sLibrary.fpTypeErr =

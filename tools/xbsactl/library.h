@@ -17,6 +17,8 @@ struct LIBRARY
     decltype(&BSAEndData) fpEndData = nullptr;
     decltype(&BSAGetObject) fpGetObject = nullptr;
     decltype(&BSAGetData) fpGetData = nullptr;
+    decltype(&BSAQueryObject) fpQueryObject = nullptr;
+    decltype(&BSAGetNextQueryObject) fpGetNextQueryObject = nullptr;
     decltype(&BSAGetLastError) fpGetLastError = nullptr;
     decltype(&BSASetTrace) fpSetTrace = nullptr;
     const char *(*fpTypeErr)(int) = nullptr; // text of a code; null in another library

@@ -8,17 +8,27 @@
 #include <vector>
 
 #include "errors.h"
+#include "xbsa_session.h"
 
 namespace
 {
-constexpr size_t MESSAGE_ROOM = 1536; // bytes: the longest last error, terminator included
-constexpr unsigned char TRACE_TO_LOG = 64;
-constexpr unsigned char TRACE_TO_STDERR = 128;
+constexpr size_t MESSAGE_ROOM = XBSA_TRACE_SIZE; // bytes: the longest last error
+constexpr const char *INFORMIX_OWNER = "INFORMIX";
 
 // settings_Check made sure that the text fits.
 template <size_t SIZE> void Copy(char (&I_szTarget)[SIZE], const std::string &I_strText)
 {
     I_szTarget[I_strText.copy(I_szTarget, SIZE - 1)] = '\0';
+}
+
+// On the plain road the name is a file in a folder. In an Informix session the utility is told
+// objectSpaceName@pathName, and the name is what stands in the space.
+BSA_ObjectName ObjectName(const SETTINGS &I_sSettings)
+{
+    BSA_ObjectName sName{};
+    Copy(sName.objectSpaceName, I_sSettings.bInformix ? I_sSettings.strSpace : I_sSettings.strName);
+    Copy(sName.pathName, I_sSettings.bInformix ? I_sSettings.strName : I_sSettings.strPath);
+    return sName;
 }
 
 // The library drops trace lines that it cannot write without a word.
@@ -37,10 +47,10 @@ CSession::CSession(const SETTINGS &I_sSettings) : sLibrary(library_Load(I_sSetti
 
     BSA_ObjectOwner sOwner{};
     BSA_SecurityToken szToken{};
-    Copy(sOwner.bsa_ObjectOwner, "XBSACTL");
+    Copy(sOwner.bsa_ObjectOwner, I_sSettings.bInformix ? INFORMIX_OWNER : "XBSACTL");
     std::vector<std::string> vecTexts = {"BSA_API_VERSION=1.0.1",
-                                         "BSA_SERVICE_HOST=" + I_sSettings.strHost,
                                          "BSA_TIMEOUT=" + std::to_string(I_sSettings.uTimeout)};
+    if (!I_sSettings.bInformix) vecTexts.push_back("BSA_SERVICE_HOST=" + I_sSettings.strHost);
     std::vector<char *> vecEnvironment;
     vecEnvironment.reserve(vecTexts.size() + 1);
     for (std::string &strText : vecTexts) vecEnvironment.push_back(strText.data());
@@ -81,7 +91,8 @@ std::string CSession::Text(const char *cpStep, int I_iCode) const
     if (sLibrary.fpTypeErr != nullptr)
         strText += std::string(" (") + sLibrary.fpTypeErr(I_iCode) + ")";
     const std::string strError = LastError();
-    return strText + ": " + (strError.empty() ? "the library gives no reason" : strError);
+    return strText + ": " +
+           (strError.empty() ? "no reason given, --trace 2 shows the steps" : strError);
 }
 
 void CSession::Check(const char *cpStep, int I_iCode) const
@@ -139,20 +150,54 @@ void CSession::Abandon()
     sLibrary.fpEndData(lHandle);
 }
 
+void CSession::Next()
+{
+    Check("BSAEndTxn", sLibrary.fpEndTxn(lHandle, BSA_Vote_COMMIT));
+    Check("BSABeginTxn", sLibrary.fpBeginTxn(lHandle));
+}
+
 void CSession::Close()
 {
     Check("BSAEndTxn", sLibrary.fpEndTxn(lHandle, BSA_Vote_COMMIT));
     Check("BSATerminate", sLibrary.fpTerminate(lHandle));
 }
 
+std::vector<BSA_ObjectDescriptor> CSession::Query(BSA_QueryDescriptor &I_sQuery)
+{
+    std::vector<BSA_ObjectDescriptor> vecCopies;
+    BSA_ObjectDescriptor sCopy{};
+    int iCode = sLibrary.fpQueryObject(lHandle, &I_sQuery, &sCopy);
+    if (iCode == BSA_RC_NO_MATCH) return vecCopies;
+    Check("BSAQueryObject", iCode);
+    while (iCode == BSA_RC_SUCCESS)
+    {
+        vecCopies.push_back(sCopy);
+        iCode = sLibrary.fpGetNextQueryObject(lHandle, &sCopy);
+    }
+    if (iCode != BSA_RC_NO_MORE_DATA) Check("BSAGetNextQueryObject", iCode);
+    return vecCopies;
+}
+
 BSA_ObjectDescriptor session_Object(const SETTINGS &I_sSettings)
 {
     BSA_ObjectDescriptor sObject{};
-    Copy(sObject.objectOwner.bsa_ObjectOwner, settings_Owner(I_sSettings));
-    Copy(sObject.objectName.objectSpaceName, I_sSettings.strName);
-    Copy(sObject.objectName.pathName, I_sSettings.strPath);
+    Copy(sObject.objectOwner.bsa_ObjectOwner,
+         I_sSettings.bInformix ? INFORMIX_OWNER : settings_Owner(I_sSettings));
+    sObject.objectName = ObjectName(I_sSettings);
+    sObject.copyId.right = I_sSettings.uCopyId;
     sObject.copyType = BSA_CopyType_BACKUP;
     sObject.objectType = BSA_ObjectType_FILE;
     sObject.objectStatus = BSA_ObjectStatus_ANY;
     return sObject;
+}
+
+BSA_QueryDescriptor session_Query(const SETTINGS &I_sSettings)
+{
+    BSA_QueryDescriptor sQuery{};
+    Copy(sQuery.objectOwner.bsa_ObjectOwner, INFORMIX_OWNER);
+    sQuery.objectName = ObjectName(I_sSettings);
+    sQuery.copyType = BSA_CopyType_BACKUP;
+    sQuery.objectType = BSA_ObjectType_ANY;
+    sQuery.objectStatus = BSA_ObjectStatus_MOST_RECENT;
+    return sQuery;
 }

@@ -3,7 +3,9 @@
 #define XBSACTL_SESSION_H
 
 #include <cstddef>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "library.h"
 #include "settings.h"
@@ -15,6 +17,9 @@ class CSession
   public:
     // Loads the library and opens session and transaction, in strict mode.
     explicit CSession(const SETTINGS &I_sSettings);
+
+    // All stored copies that match; none when nothing does.
+    std::vector<BSA_ObjectDescriptor> Query(BSA_QueryDescriptor &I_sQuery);
 
     void Create(BSA_ObjectDescriptor &I_sObject);
     void Get(BSA_ObjectDescriptor &I_sObject);
@@ -32,6 +37,9 @@ class CSession
     // Ends the object of a restore after a failure on this side: its job must not stay open.
     void Abandon();
 
+    // Ends the transaction and opens another one.
+    void Next();
+
     void Close();
 
   private:
@@ -45,7 +53,14 @@ class CSession
     long lHandle = 0;
 };
 
-// The descriptor that names the object.
+// The descriptors that name the object, and ask for its copies.
 BSA_ObjectDescriptor session_Object(const SETTINGS &I_sSettings);
+BSA_QueryDescriptor session_Query(const SETTINGS &I_sSettings);
+
+// A field that is filled to its last byte has no terminator.
+template <size_t SIZE> std::string session_Field(const char (&I_szField)[SIZE])
+{
+    return std::string(I_szField, strnlen(I_szField, SIZE));
+}
 
 #endif

@@ -5,6 +5,7 @@
 
 #include "errors.h"
 #include "xbsa.h"
+#include "xbsa_session.h"
 
 namespace
 {
@@ -96,6 +97,56 @@ void CheckLogin(const SETTINGS &I_sSettings)
                           " bytes too long: the library has room for 52");
 }
 
+// The library passes over a value that is too long without a word, and the backup would go to
+// another pool or drive.
+void CheckVariable(const char *cpVariable, size_t I_uRoom, bool I_bNeeded)
+{
+    const char *cpValue = getenv(cpVariable);
+    if (cpValue == nullptr && !I_bNeeded) return;
+    if (cpValue == nullptr || (I_bNeeded && *cpValue == '\0'))
+        throw USAGE_ERROR(std::string("--informix needs the variable ") + cpVariable);
+    if (std::string(cpValue).size() > I_uRoom)
+        throw USAGE_ERROR(std::string("the variable ") + cpVariable + " is longer than " +
+                          std::to_string(I_uRoom) + " bytes");
+}
+
+void CheckVariables()
+{
+    CheckVariable("KORVA_SERVER", sizeof(STUCT_COM_INPUT::szKORVAServer) - 1, true);
+    CheckVariable("KORVA_JOB", sizeof(STUCT_COM_INPUT::szJobName) - 1, true);
+    CheckVariable("KORVA_TAPE_SERVER", sizeof(STUCT_COM_INPUT::szKORVATapeServer) - 1, false);
+    CheckVariable("KORVA_DRIVE", sizeof(STUCT_COM_INPUT::szDrive) - 1, false);
+    CheckVariable("KORVA_POOL", sizeof(STUCT_COM_INPUT::szPool) - 1, false);
+    CheckVariable("KORVA_COM_TIMEOUT", sizeof(STUCT_COM_INPUT::szCOMTimeOut) - 1, false);
+}
+
+// The utility is told the object as SPACE@NAME; a query asks for all when nothing is said.
+void CheckInformix(SETTINGS &I_sSettings)
+{
+    if (I_sSettings.eCommand == COMMAND::QUERY)
+    {
+        if (I_sSettings.strName.empty()) I_sSettings.strName = "%";
+        if (I_sSettings.strSpace.empty()) I_sSettings.strSpace = "%";
+    }
+    CheckText("NAME", I_sSettings.strName, NAME_ROOM);
+    CheckText("--space", I_sSettings.strSpace, NAME_ROOM);
+    if (I_sSettings.strSpace.find('@') != std::string::npos)
+        throw USAGE_ERROR("--space holds an \"@\", which ends the space in SPACE@NAME");
+    CheckVariables();
+}
+
+void CheckPlain(SETTINGS &I_sSettings)
+{
+    if (I_sSettings.eCommand == COMMAND::QUERY)
+        throw USAGE_ERROR("query needs --informix: an FTP server keeps no catalogue");
+    CheckFileName(I_sSettings.strName);
+    CheckHost(I_sSettings.strHost);
+    CheckText("--path", I_sSettings.strPath, NAME_ROOM);
+    CheckBlanks("--path", I_sSettings.strPath);
+    I_sSettings.strPassword = TakePassword(I_sSettings.strPasswordFile);
+    CheckLogin(I_sSettings);
+}
+
 void CheckTrace(SETTINGS &I_sSettings)
 {
     const std::string &strTrace = I_sSettings.strTrace;
@@ -117,12 +168,12 @@ std::string settings_Owner(const SETTINGS &I_sSettings)
 
 void settings_Check(SETTINGS &I_sSettings)
 {
-    CheckFileName(I_sSettings.strName);
     if (I_sSettings.strFile.empty()) throw USAGE_ERROR("FILE is empty");
-    CheckHost(I_sSettings.strHost);
-    CheckText("--path", I_sSettings.strPath, NAME_ROOM);
-    CheckBlanks("--path", I_sSettings.strPath);
+    if (I_sSettings.uCopyId != 0 && I_sSettings.eCommand != COMMAND::RESTORE)
+        throw USAGE_ERROR("--copy-id is for restore only");
+    if (I_sSettings.bJson && I_sSettings.eCommand != COMMAND::QUERY)
+        throw USAGE_ERROR("--json is for query only");
     CheckTrace(I_sSettings);
-    I_sSettings.strPassword = TakePassword(I_sSettings.strPasswordFile);
-    CheckLogin(I_sSettings);
+    if (I_sSettings.bInformix) CheckInformix(I_sSettings);
+    else CheckPlain(I_sSettings);
 }

@@ -19,10 +19,35 @@ bool WantsBar(const SETTINGS &I_sSettings)
     return isatty(STDERR_FILENO) == 1 && !bTraced;
 }
 
-void Report(const char *cpVerb, const SETTINGS &I_sSettings, const std::string &I_strSummary)
+void Report(const char *cpVerb, const SETTINGS &I_sSettings, const BSA_ObjectDescriptor &I_sObject,
+            const std::string &I_strSummary)
 {
-    fprintf(stderr, "xbsactl: %s \"%s\": %s\n", cpVerb, I_sSettings.strName.c_str(),
-            I_strSummary.c_str());
+    const std::string strCopy =
+        I_sSettings.bInformix ? "copy id " + std::to_string(I_sObject.copyId.right) + ", " : "";
+    fprintf(stderr, "xbsactl: %s \"%s\": %s%s\n", cpVerb, I_sSettings.strName.c_str(),
+            strCopy.c_str(), I_strSummary.c_str());
+}
+
+void ChooseNewestCopy(CSession &I_sSession, const SETTINGS &I_sSettings,
+                      BSA_ObjectDescriptor &I_sObject)
+{
+    BSA_QueryDescriptor sQuery = session_Query(I_sSettings);
+    const std::vector<BSA_ObjectDescriptor> vecCopies = I_sSession.Query(sQuery);
+    if (vecCopies.empty()) throw FAILURE("no match");
+    I_sObject.copyId = vecCopies.front().copyId;
+}
+
+// A utility that dies without a word at the close of the job counts as success for the library:
+// only the catalogue knows. A newer copy is another process's.
+void CheckStored(CSession &I_sSession, const SETTINGS &I_sSettings,
+                 const BSA_ObjectDescriptor &I_sObject)
+{
+    I_sSession.Next();
+    BSA_QueryDescriptor sQuery = session_Query(I_sSettings);
+    const std::vector<BSA_ObjectDescriptor> vecCopies = I_sSession.Query(sQuery);
+    if (vecCopies.empty() || vecCopies.front().copyId.right < I_sObject.copyId.right)
+        throw FAILURE("the server does not offer copy id " +
+                      std::to_string(I_sObject.copyId.right) + " after the store");
 }
 
 std::string ReceiveAll(CSession &I_sSession, COutput &I_sOutput, CMeter &I_sMeter)
@@ -68,8 +93,9 @@ void transfer_Store(const SETTINGS &I_sSettings)
         sSession.EndData();
         strSummary = sMeter.Summary();
     }
+    if (I_sSettings.bInformix) CheckStored(sSession, I_sSettings, sObject);
     sSession.Close();
-    Report("stored", I_sSettings, strSummary);
+    Report("stored", I_sSettings, sObject, strSummary);
 }
 
 void transfer_Restore(const SETTINGS &I_sSettings)
@@ -80,11 +106,13 @@ void transfer_Restore(const SETTINGS &I_sSettings)
     std::string strSummary;
     {
         CMeter sMeter(0, WantsBar(I_sSettings));
+        if (I_sSettings.bInformix && I_sSettings.uCopyId == 0)
+            ChooseNewestCopy(sSession, I_sSettings, sObject);
         sSession.Get(sObject);
         strSummary = ReceiveAll(sSession, sOutput, sMeter);
         sSession.EndData();
     }
     sSession.Close();
     sOutput.Commit();
-    Report("restored", I_sSettings, strSummary);
+    Report("restored", I_sSettings, sObject, strSummary);
 }

@@ -1,4 +1,4 @@
-// The commands that move an object. Both throw FAILURE.
+// The commands that move an object, on either road. Both throw FAILURE.
 #ifndef XBSACTL_TRANSFER_H
 #define XBSACTL_TRANSFER_H
 

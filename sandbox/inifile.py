@@ -1,0 +1,91 @@
+"""Puts the INI file where the client library looks for it: in /etc, or in a private /etc."""
+
+import contextlib
+import os
+import shutil
+import subprocess
+
+INI = "/etc/korva2000.ini"
+SAVED = INI + ".saved"
+MARK = "Written by the KORVA sandbox"  # a line without "=" means nothing to the library
+
+# A mount namespace of its own gets a new /etc: a small file system with links to all that the
+# real one holds, mounts in it included, and the INI file. Nothing outside can see it.
+PRIVATE_ETC = """
+real=$1 ini=$2; shift 2
+mount --rbind /etc "$real"
+mount -t tmpfs -o mode=755 sandbox /etc
+mkdir /etc/.real
+mount --rbind "$real" /etc/.real
+cd /etc/.real
+for name in * .[!.]*; do
+    if [ -L "$name" ]; then cp -P "$name" /etc/
+    elif [ -e "$name" ] && [ "$name" != korva2000.ini ]; then ln -s ".real/$name" "/etc/$name"
+    fi
+done
+cp "$ini" /etc/korva2000.ini
+chmod 644 /etc/korva2000.ini
+cd "$OLDPWD"
+"""
+DROP = 'exec setpriv --inh-caps=-all --ambient-caps=-all -- "$@"\n'
+
+
+class NoNamespace(Exception):
+    """This machine grants no private mount namespace; the text says why."""
+
+
+def text_for(folder):
+    """What the INI file says for a sandbox folder."""
+    return f"{MARK}\nSM_BIN_KORVA={os.path.join(folder, 'bin')}\n"
+
+
+def is_ours():
+    """Whether the INI file in /etc is one that a sandbox wrote."""
+    with open(INI, encoding="utf-8", errors="replace") as file:
+        return file.readline().rstrip("\n") == MARK
+
+
+def write(folder):
+    """Write the INI file into /etc; one that is not ours is kept. Returns how to undo it."""
+    if os.path.lexists(INI) and not is_ours():
+        if os.path.lexists(SAVED):
+            raise OSError(f"{SAVED} is in the way: it keeps an earlier {INI}")
+        os.link(INI, SAVED)
+    with open(INI + ".new", "w", encoding="utf-8") as file:
+        file.write(text_for(folder))
+        os.fchmod(file.fileno(), 0o644)
+    os.replace(INI + ".new", INI)
+    return f"mv {SAVED} {INI}" if os.path.lexists(SAVED) else f"rm {INI}"
+
+
+def undo():
+    """Put the INI file back that was there before, or none."""
+    if os.path.lexists(SAVED):
+        os.replace(SAVED, INI)
+    else:
+        with contextlib.suppress(FileNotFoundError):
+            os.unlink(INI)
+
+
+def namespace_command(folder, command):
+    """The command line that runs a command in a namespace with the INI file in place."""
+    unshare = ["unshare", "--mount", "--propagation", "private"]
+    script = "set -e\n" + PRIVATE_ETC
+    if os.geteuid() != 0:
+        unshare += ["--user", "--map-current-user", "--keep-caps"]
+        script += DROP
+    else:
+        script += 'exec "$@"\n'
+    missing = [tool for tool in ("unshare", "mount", "setpriv") if shutil.which(tool) is None]
+    if missing:
+        raise NoNamespace(f"not found: {', '.join(missing)}")
+    real, ini = os.path.join(folder, "etc"), os.path.join(folder, "korva2000.ini")
+    os.makedirs(real, exist_ok=True)
+    with open(ini, "w", encoding="utf-8") as file:
+        file.write(text_for(folder))
+    inside = ["--", "sh", "-c", script, "sandbox", real, ini]
+    trial = subprocess.run(unshare + inside + ["true"], capture_output=True, text=True,
+                           check=False)
+    if trial.returncode != 0:
+        raise NoNamespace(trial.stderr.strip())
+    return unshare + inside + list(command)
