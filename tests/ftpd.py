@@ -53,8 +53,8 @@ PASSWORD = "$1$abcdefgh$cHJi5PXp/ki/ktXzqlk6I1"  # of "secret"
 
 class Daemon:
     """
-    Listens, and starts one server process for each connection. Stored objects lie in data, what
-    the server had to say in the file log.
+    Listens, and starts one server process for each connection. Stored objects lie in data,
+    what the server had to say in the file log.
     """
 
     def __init__(self, name):
@@ -102,10 +102,6 @@ class Daemon:
                 found[name] = file.read()
         return found
 
-    def log(self):
-        with open(os.path.join(self.folder, "log"), encoding="latin-1") as file:
-            return file.read()
-
 
 def serve_standard_input(folder):
     """
@@ -136,7 +132,6 @@ def serve_standard_input(folder):
 
         def respond(self, resp, logfun=handlers.logger.debug):
             if resp != "200 Active data connection established.":
-                print(resp, file=sys.stderr)
                 super().respond(resp, logfun)
 
     Handler.authorizer.add_user("backup", "secret", folder, perm="elrw")

@@ -1,5 +1,6 @@
 """Real FTP servers: what is stored comes back, and a host that dies leaves no false object."""
 import os
+import shutil
 import signal
 import unittest
 
@@ -28,13 +29,18 @@ def killed_while_storing(x, server):
 
 
 class Servers(unittest.TestCase):
-    def check(self, name):
+    def daemon(self, name):
         server = Daemon(name)
+        self.addCleanup(shutil.rmtree, server.folder)
+        return server
+
+    def check(self, name):
+        server = self.daemon(name)
         got = run(there_and_back, server, server=server, env={"KORVA_STRICT": "1"})
         self.assertEqual(got.value, [(size, [0, 0, 0], [0, 0, 0], True) for size in SIZES])
         self.assertEqual({key: len(data) for key, data in server.stored().items()},
                          {f"{size}.obj": size for size in SIZES})
-        server = Daemon(name)
+        server = self.daemon(name)
         run(killed_while_storing, server, server=server, killed=True)
         return server
 
