@@ -6,14 +6,17 @@ cd "$(dirname "$0")"
 . tools/packages.sh
 
 packages_need g++ cmake make python3 binutils clang-format clang-tidy clang-tools libcli11-dev \
-    nlohmann-json3-dev libssl-dev
-tests/servers.sh build/ftpd 2>/dev/null || {
+    nlohmann-json3-dev libssl-dev python3-pyftpdlib
+
+# Downloaded once for all checkouts of this account.
+ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-${HOME:-$PWD/build}/.cache}/korva-xbsa/ftpd}
+tests/servers.sh "$ftpd" 2>/dev/null || {
     packages_as_root apt-get update -q # package lists may be missing or old
-    tests/servers.sh build/ftpd
+    tests/servers.sh "$ftpd"
 }
 
 for preset in release asan; do
-    cmake --preset $preset
+    cmake --preset $preset -DXBSA_FTPD="$ftpd"
     cmake --build --preset $preset -j "$(nproc)"
 done
 echo 'subdirs(release asan)' >build/CTestTestfile.cmake # one run, one summary
