@@ -111,6 +111,7 @@ int stpc_Accept(int hListener, int SControl, const STPC_TRANSFER *spTransfer)
             int hData = TakeConnection(hListener, SControl, spTransfer);
             if (hData != -1) return hData;
             if (errno != EAGAIN && errno != EINTR) return FailAccept(spTransfer, errno);
+            if (RemainingTime(llStart) == 0) return FailAccept(spTransfer, ETIMEDOUT);
         }
         if (asPoll[1].revents == 0) continue;
 
