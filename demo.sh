@@ -1,11 +1,50 @@
 #!/usr/bin/env bash
-# Shows the library at work: builds it, starts a real FTP server on 127.0.0.1, stores a file and a
-# stream through xbsactl, restores both and compares. Leaves nothing behind but build/release.
+# Shows the library at work: builds it and goes both roads on 127.0.0.1. Plain: a real FTP server
+# takes a file and a stream through xbsactl and gives them back. Informix: three processes back up
+# three spaces at once to the sandbox, one of them is restored by its copy id. Everything that comes
+# back is compared. Leaves nothing behind but build/release.
 # Works on Debian and Ubuntu, as root or not; installs packages only when some are missing.
 set -u
 cd "$(dirname "${BASH_SOURCE[0]}")" || exit 1
 . tools/packages.sh
 . tools/proftpd.sh
+
+# What runs inside the sandbox: demo.sh --informix FOLDER
+informix_road() { # FOLDER, which the caller clears away
+    local work=$1 xbsactl=(build/release/bin/xbsactl --informix) space pids=() copy
+    export XBSA_TRACE=2
+
+    say "Three processes back up three spaces at once"
+    for space in rootdbs datadbs logdbs; do
+        head -c 3000000 /dev/urandom >"$work/$space"
+        XBSA_LOGFILE=$work/$space.log "${xbsactl[@]}" store --space "$space" level0 "$work/$space" &
+        pids+=($!)
+    done
+    for pid in "${pids[@]}"; do wait "$pid" || fail "a space was not stored"; done
+
+    export XBSA_LOGFILE=$work/query.log
+    say "The copies that a query offers"
+    for space in rootdbs datadbs logdbs; do
+        "${xbsactl[@]}" query --space "$space" level0 | sed "$([[ $space == rootdbs ]] || echo 1d)"
+        [[ ${PIPESTATUS[0]} == 0 ]] || fail "$space is not offered"
+    done
+
+    say "One comes back by its copy id"
+    copy=$("${xbsactl[@]}" query --space datadbs level0 --json | grep -o '"copy_id": *[0-9]*' |
+        grep -o '[0-9]*$') || fail "no copy id"
+    "${xbsactl[@]}" restore --space datadbs level0 "$work/datadbs.back" --copy-id "$copy" ||
+        fail "datadbs was not restored"
+    printf '%s  %s\n' "$(sum "$work/datadbs")" stored "$(sum "$work/datadbs.back")" restored
+    cmp "$work/datadbs" "$work/datadbs.back" || fail "datadbs came back different"
+
+    say "What the library ran for it"
+    grep -ho 'COM COMMAND: .*' "$work/datadbs.log"
+}
+
+if [[ ${1-} == --informix ]]; then
+    informix_road "$2"
+    exit
+fi
 
 work=
 finish() {
@@ -70,7 +109,7 @@ plain_road() {
 work=$(mktemp -d) || fail "no temporary folder"
 chmod 755 "$work" # root runs the FTP server as nobody
 packages_need g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev openssl python3 \
-    proftpd-core sqlite3 || fail "packages are missing"
+    python3-pyftpdlib proftpd-core sqlite3 || fail "packages are missing"
 
 say "Building"
 build || fail "the build failed"
@@ -83,4 +122,10 @@ make_database "$work/shop.db" || fail "no data to store"
 
 plain_road
 
-printf '\nSuccess: what was stored came back byte for byte.\n'
+say "The Informix road, on the sandbox"
+sandbox/run --folder "$work/korva" --exec "$PWD/demo.sh" --informix "$work" ||
+    fail "the Informix road did not go through"
+say "The sandbox's catalogue"
+sandbox/run --folder "$work/korva" --catalogue || fail "no catalogue"
+
+printf '\nSuccess: on both roads what was stored came back byte for byte.\n'

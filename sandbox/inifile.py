@@ -9,23 +9,17 @@ INI = "/etc/korva2000.ini"
 SAVED = INI + ".saved"
 MARK = "Written by the KORVA sandbox"  # a line without "=" means nothing to the library
 
-# A mount namespace of its own gets a new /etc: a small file system with links to all that the
-# real one holds, mounts in it included, and the INI file. Nothing outside can see it.
+# A mount namespace of its own gets a new /etc: a small file system with a copy of what the real one
+# holds and the INI file. A copy and no link or mount: a command that clears away the sandbox's
+# folder, or writes to /etc, must not reach the real one. What the account cannot read is left out.
 PRIVATE_ETC = """
-real=$1 ini=$2; shift 2
-mount --rbind /etc "$real"
-mount -t tmpfs -o mode=755 sandbox /etc
-mkdir /etc/.real
-mount --rbind "$real" /etc/.real
-cd /etc/.real
-for name in * .[!.]*; do
-    if [ -L "$name" ]; then cp -P "$name" /etc/
-    elif [ -e "$name" ] && [ "$name" != korva2000.ini ]; then ln -s ".real/$name" "/etc/$name"
-    fi
-done
-cp "$ini" /etc/korva2000.ini
-chmod 644 /etc/korva2000.ini
-cd "$OLDPWD"
+new=$1 ini=$2; shift 2
+mount -t tmpfs -o mode=755 sandbox "$new"
+cp -a /etc/. "$new/" 2>/dev/null || true
+rm -f "$new/korva2000.ini"
+cp "$ini" "$new/korva2000.ini"
+chmod 644 "$new/korva2000.ini"
+mount --move "$new" /etc
 """
 DROP = 'exec setpriv --inh-caps=-all --ambient-caps=-all -- "$@"\n'
 
@@ -79,11 +73,11 @@ def namespace_command(folder, command):
     missing = [tool for tool in ("unshare", "mount", "setpriv") if shutil.which(tool) is None]
     if missing:
         raise NoNamespace(f"not found: {', '.join(missing)}")
-    real, ini = os.path.join(folder, "etc"), os.path.join(folder, "korva2000.ini")
-    os.makedirs(real, exist_ok=True)
+    new, ini = os.path.join(folder, "etc"), os.path.join(folder, "korva2000.ini")
+    os.makedirs(new, exist_ok=True)
     with open(ini, "w", encoding="utf-8") as file:
         file.write(text_for(folder))
-    inside = ["--", "sh", "-c", script, "sandbox", real, ini]
+    inside = ["--", "sh", "-c", script, "sandbox", new, ini]
     trial = subprocess.run(unshare + inside + ["true"], capture_output=True, text=True,
                            check=False)
     if trial.returncode != 0:
