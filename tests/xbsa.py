@@ -130,9 +130,10 @@ class Library:
         return text.value.decode("latin-1")
 
 
-def descriptor(name=b"obj", path=b"/data", owner=b"user=backup:pass=secret", copy_type=3):
+def descriptor(name=b"obj", path=b"/data", owner=b"user=backup:pass=secret", copy_type=3,
+               copy_id=0):
     made = Descriptor(owner=Owner(owner), copyType=copy_type, objectType=2, objectStatus=2)
-    made.name = Name(name, path)
+    made.name, made.copyId.right = Name(name, path), copy_id
     return made
 
 
@@ -151,11 +152,21 @@ def signal_mask():
         return next(line.split()[1] for line in status if line.startswith("SigBlk"))
 
 
+def has_children():
+    """Whether there is one, alive or dead, that nobody has waited for."""
+    try:
+        os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOHANG | os.WNOWAIT)
+    except ChildProcessError:
+        return False
+    return True
+
+
 class Outcome:
     """What a scenario returned (value), traced and printed; its log file, if it made one."""
 
     def __init__(self, report, folder):
         self.value, self.trace = report.get("value"), report.get("trace", [])
+        self.mask = report.get("mask")
         self.stdout, self.stderr, log = (read_text(os.path.join(folder, name))
                                          for name in ("stdout", "stderr", "xbsa.log"))
         self.log = log.splitlines()
@@ -171,8 +182,8 @@ def read_text(path):
 def run(scenario, *args, server=None, level=2, env=None, killed=False):
     """
     Runs scenario(library, *args) in a child while the server serves it, and returns the Outcome.
-    Fails when the child hangs, crashes or raises, loses a descriptor or leaves another signal
-    mask; with killed=True the child must end by SIGKILL instead.
+    Fails when the child hangs, crashes or raises, loses a descriptor, leaves a child or, but for
+    an Informix session, another signal mask; with killed=True it must end by SIGKILL instead.
     """
     folder = tempfile.mkdtemp(prefix="xbsa")
     reader, writer = os.pipe()
@@ -229,9 +240,12 @@ def _run_child(scenario, args, server, level, env, folder, writer):
         library = Library(level)
         report["value"] = scenario(library, *args)
         report["trace"] = library.trace
+        report["mask"] = signal_mask()
         log = {library.state.hLogFile} - {0, -1}
-        lost, changed = set(descriptors()) ^ before ^ log, {mask, signal_mask()} - {mask}
-        report["left"] = {key: left for key, left in (("fds", lost), ("mask", changed)) if left}
+        lost = set(descriptors()) ^ before ^ log
+        changed = set() if library.state.iQAB else {mask, signal_mask()} - {mask}
+        left = {"fds": lost, "mask": changed, "children": has_children()}
+        report["left"] = {key: value for key, value in left.items() if value}
         c.CDLL(None).fflush(None)
     except BaseException:
         report["error"] = traceback.format_exc()

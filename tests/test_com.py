@@ -1,0 +1,557 @@
+"""The COM utility as a real child process: its command lines, its answers, and who logs in."""
+import contextlib
+import ctypes as c
+import os
+import pwd
+import re
+import shutil
+import socket
+import tempfile
+import time
+import unittest
+
+from server import Server
+from xbsa import (Descriptor, Name, Query, descriptor, run)
+
+os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
+os.environ.pop("LD_PRELOAD", None)  # the sanitizer is for this process, not for its children
+INI = "/etc/korva2000.ini"
+FULL_MASK, NO_MASK = "fffffffe7ffbfeff", "0" * 16
+
+# Notes its arguments, its caller's signal mask and its descriptors (10 and 255 are the shell's own),
+# and answers what stands in the file of its verb.
+SCRIPT = r"""#!/bin/sh
+for file in /proc/$$/fd/*; do
+    [ -h "$file" ] && left="$left ${file##*/}"
+done
+while read -r key value; do
+    [ "$key" = SigBlk: ] && mask=$value
+done <"/proc/${CALLER:-self}/status"
+printf '%s\0' "$#" "$@" "$mask" "$left" >>FOLDER/calls
+case $1 in
+-b | -r) verb=${2%%:*} ;;
+*) verb=$1 ;;
+esac
+[ -f "FOLDER/$verb" ] || verb=bare
+exec cat "FOLDER/$verb"
+"""
+
+
+class Utility:
+    """The scripted utility in a folder of its own, and the INI file that names it."""
+
+    def __init__(self, test, answers=None, script=SCRIPT, name="bin"):
+        self.folder = tempfile.mkdtemp(prefix="utility")
+        test.addCleanup(shutil.rmtree, self.folder)
+        self.path = os.path.join(self.folder, name, "olm_com_interface")
+        os.mkdir(os.path.dirname(self.path))
+        if script:
+            with open(self.path, "w", encoding="utf-8") as file:
+                file.write(script.replace("FOLDER", self.folder))
+            os.chmod(self.path, 0o755)
+        for verb, answer in ({"bare": b"reply=OK\n"} | (answers or {})).items():
+            self.answer(verb, answer)
+        write_ini(f"SM_BIN_KORVA={os.path.dirname(self.path)}\n")
+
+    def answer(self, verb, answer):
+        with open(os.path.join(self.folder, verb), "wb") as file:
+            file.write(answer)
+
+    def calls(self):
+        """For each run its arguments, the caller's signal mask and the utility's descriptors."""
+        if not os.path.exists(self.folder + "/calls"):
+            return []
+        with open(self.folder + "/calls", encoding="latin-1", newline="") as file:
+            texts, found = file.read().split("\0"), []
+        while len(texts) > 1:
+            end = int(texts[0]) + 1
+            left = [number for number in texts[end + 1].split() if number not in ("10", "255")]
+            found.append((texts[1:end], texts[end], " ".join(left)))
+            texts = texts[end + 2:]
+        return found
+
+    def arguments(self):
+        return [" ".join(words) for words, _, _ in self.calls()]
+
+
+def write_ini(text):
+    """Into the private /etc that sandbox/run has given to this process."""
+    with open(INI, "w", encoding="utf-8") as file:
+        file.write(text)
+
+
+# Command lines: words of each pass by task; a word without a letter stands for a second blank.
+OPTIONS = {"szKORVATapeServer": "-S {szKORVATapeServer}", "szDrive": "-d {szDrive}",
+           "szPool": "-m {szPool}", "szCOMTimeOut": "-W {szCOMTimeOut}"}
+OPEN = ["{d} open -C {szKORVAServer} -I informix", "{d} openjob:{szSessionID} -C {szKORVAServer} "
+        "-j {szJobName} -s {saveset} -I informix{options} --  {space}@{path}"]
+CLOSE = ["{d} closejob:{szSessionID} -C {szKORVAServer} -j {szJobName} -s {saveset} -I informix "
+         "-i {status}", "{d} close:{szSessionID} -C {szKORVAServer} -I informix -i {status}"]
+QUERY = ["-q -C {szKORVAServer} -I informix -j {szJobName} -s NULL -- {space}@{path}"]
+TASKS = {0: ("", [""]), 1: ("-b", OPEN), 2: ("-r", OPEN), 3: ("-b", CLOSE), 4: ("-r", CLOSE),
+         5: ("", QUERY), 6: ("", [""]), 7: ("", [""])}
+FIELDS = {"szKORVAServer": "srv-1.x", "szJobName": "job_%=+:,/", "szKORVATapeServer": "tape",
+          "szDrive": "SMS01", "szPool": "pool", "szCOMTimeOut": "30", "szSessionID": "S1",
+          "szSavesetID": "77", "szRestoreID": ""}
+SUBSETS = [[name for bit, name in enumerate(OPTIONS) if number >> bit & 1] for number in range(16)]
+LINES = [(task, options, {}, 1) for task in (1, 2) for options in SUBSETS]
+LINES += [(task, [], {"szRestoreID": restore}, started) for task in (3, 4)
+          for restore in ("", "R1") for started in (0, 1)]
+LINES += [(task, OPTIONS, {}, 1) for task in (0, 5, 6, 7)]
+# Texts of at most seven bytes that would make a file named "c" if a shell read them.
+HOSTILE = [";>c;", "`>c`", "$(>c)", "\n>c\n", "'>c;'", "\">c\"", "|>c", "&>c&", "a b", "*", "~",
+           "'", "\\", "-x", "\x01\xff", "#", "!!", "''>c''"]
+
+
+def expected(task, values, options, started):
+    """The command lines behind the path as they are traced, and as the utility gets them."""
+    direction, passes = TASKS[task]
+    values = values | {"d": direction, "saveset": saveset_word(task, values)}
+    passes = passes[1:] if passes is CLOSE and not started else passes
+    lines, calls = [], []
+    for words in passes:
+        extra = "".join(" " + OPTIONS[name] for name in OPTIONS if name in options)
+        words = [word.format(**values) for word in words.replace("{options}", extra).split(" ")]
+        lines.append(" ".join(map(quoted, words)))
+        calls.append([word for word in words if word])
+    return lines, calls
+
+
+def saveset_word(task, values):
+    if task in (3, 4) and values["szRestoreID"]:
+        return f"{values['szSavesetID']}@{values['szRestoreID']}"
+    return values["szSavesetID"] if task != 2 else "4294967295"
+
+
+def quoted(word):
+    if re.fullmatch(r"[A-Za-z0-9_@%+=:,./-]*", word):
+        return word
+    return "'" + word.replace("'", "'\\''") + "'"
+
+
+def start(x):
+    os.environ["CALLER"] = str(os.getpid())
+    return x.init(b"BSA_API_VERSION=1.0.1", owner=b"INFORMIX")
+
+
+def run_task(x, task, values, started=1, status=0):
+    """The result, the saveset, whether the answer's status changed, and strange files."""
+    start(x)
+    com, names = x.state.sCOM, Name(values["space"].encode("latin-1"),
+                                    values["path"].encode("latin-1"))
+    for name, value in values.items():
+        if hasattr(com, name):
+            setattr(com, name, value.encode("latin-1"))
+    com.iOpenJobStarted = started
+    x.state.sObject.sSMS.iOpStatus = status
+    x.state.sObject.sBSA_Object.name = x.state.sQueryDescriptor.name = names
+    x.state.sObject.sBSA_Object.copyId.right = 2**32 - 1
+    before = int(time.time())
+    code = x.com_intf(task, c.byref(com))
+    saveset = com.szSavesetID.decode("latin-1")
+    timely = task != 1 or not saveset.isdigit() or before <= int(saveset) <= int(time.time())
+    return (code, x.state.sObject.sSMS.iOpStatus, timely,
+            set(os.listdir(".")) - {"stdout", "stderr"}), saveset, com.iOpenJobStarted
+
+
+def traced(outcome, prefix):
+    return [line[len(prefix):] for line in outcome.trace if line.startswith(prefix)]
+
+
+class Commands(unittest.TestCase):
+    def check(self, task, values, options, started):
+        utility = Utility(self, {"open": b"reply=OK\nsessionID=%s\n"
+                                 % values["szSessionID"].encode("latin-1")})
+        shown = {name: "" for name in OPTIONS if name not in options}
+        got = run(run_task, task, values | shown, started, 2)
+        values = values | {"status": 2}
+        if task == 1:
+            values["szSavesetID"] = got.value[1]
+        lines, calls = expected(task, values, options, started)
+        commands = [f"[{utility.path} {line}]" for line in lines]
+        self.assertEqual(traced(got, "com_intf: COM COMMAND: "), commands)
+        self.assertEqual([words for words, _, _ in utility.calls()], calls)
+        self.assertEqual({(mask, left) for _, mask, left in utility.calls()},
+                         {(FULL_MASK, "0 1 2")})
+        self.assertEqual(got.value[0], (int(task in (0, 7)), 2, True, set()))
+        self.assertEqual(got.mask, FULL_MASK if len(lines) == 2 else NO_MASK)
+
+    def test_lines(self):
+        """Of each task, with and without each option, as traced and as received."""
+        for task, options, change, started in LINES:
+            with self.subTest(task=task, options=options, change=change, started=started):
+                self.check(task, FIELDS | change | {"space": "rootdbs", "path": "/data"}, options,
+                           started)
+
+    def test_hostile(self):
+        """Whatever a value holds, the utility gets these bytes, and nothing else is run."""
+        for text in HOSTILE:
+            values = dict.fromkeys([*FIELDS, "space", "path"], text)
+            for task in range(1, 6):
+                values["szSessionID"] = text if task > 2 else text.strip("\n")
+                with self.subTest(text, task=task):
+                    self.check(task, values, OPTIONS, 1)
+
+    def test_hostile_folder(self):
+        utility = Utility(self, name="b;>c $(>c)'")
+        self.assertEqual(run(run_task, 6, FIELDS | {"space": "", "path": ""}).value[0],
+                         (0, 0, True, set()))
+        self.assertEqual(utility.arguments(), [""])
+
+    def test_too_long(self):
+        """A line that does not fit is not run, and an unopened job is not closed later."""
+        for task, runs, started in ((1, 1, 0), (2, 1, 0), (3, 0, 1), (5, 0, 1)):
+            with self.subTest(task):
+                utility = Utility(self)
+                values = FIELDS | {"space": ";" * 1024, "path": "/"}
+                values |= {"szJobName": "j" * 255, "szSavesetID": "'" * 255} if task == 3 else {}
+                got = run(run_task, task, values)
+                self.assertEqual((got.value[0], got.value[2], len(utility.calls())),
+                                 ((-1, 3, True, set()), started, runs))
+                self.assertTrue(traced(got, "com_intf: Command line too long, not run: ["))
+
+
+# What the utility is in place of a script that works; the result of a query-like task.
+LIFELESS = [
+    ("missing", None, 0), ("a folder", "folder", 0), ("not executable", "mode", 0),
+    ("dies", "#!/bin/sh\nkill -9 $$\n", 0), ("no interpreter", "#!/nowhere\n", 0),
+    ("standard error only", "#!/bin/sh\necho reply=ERROR >&2\n", 0),
+    ("dies after its answer", "#!/bin/sh\necho reply=OK; kill -9 $$\n", 0),
+    ("piece after piece", "#!/bin/sh\nfor i in re ply = OK '\n' x; do printf $i; done\n", 0),
+    ("fails after its answer", "#!/bin/sh\necho reply=OK; exit 3\n", 0),
+]
+SIZES = [(0, 0), (1, -1), (32767, 0), (32768, 0), (100000, 0)]
+# The INI file, the result, the path behind the folder "/b" or None, the length reported.
+NAME = "/olm_com_interface"
+INIS = [
+    ("SM_BIN_KORVA=/b\n", 0, NAME, 2), ("SM_BIN_KORVA=/b/\n", 0, NAME, 3),
+    ("  SM_BIN_KORVA  =  /b  \r\n", 0, NAME, 2), ("SM_BIN_KORVA=/b", 0, NAME, 2),
+    ("\n  \nnonsense\nOTHER=/x\nSM_BIN_KORVA=/b\nSM_BIN_KORVA=/y\n", 0, NAME, 2),
+    ("[section]\n#SM_BIN_KORVA=/x\nSM_BIN_KORVA=/b\n", 0, NAME, 2),
+    ("sm_bin_korva=/x\nSm_Bin_Korva=/x\nSM_BIN_KORVA_=/x\n", 1, None, 1024), ("", 1, None, 1024),
+    ("SM_BIN_KORVA=/b=c\n", 0, "=c" + NAME, 4),
+    ("x" * 511 + "SM_BIN_KORVA=/x\nSM_BIN_KORVA=/b\n", 0, NAME, 2),
+    ("x" * 1022 + "SM_BIN_KORVA=/x\n", 1, None, 1024),
+    ("SM_BIN_KORVA=/b" + "d" * 495 + "\n", 0, "d" * 495 + NAME, 497),
+    ("SM_BIN_KORVA=/b" + "d" * 496 + "\n", 0, "d" * 496 + NAME, 498),
+    ("SM_BIN_KORVA=/b" + "d" * 497 + "\n", 1, None, 1024),
+    ("SM_BIN_KORVA=/b" + "d" * 585 + "\n", 1, None, 1024),
+]
+ROOMS = [(20, 1, 2), (21, 1, 2), (22, 0, 2), (1, 1, 2)]  # for "/b": capacity, result, length
+
+
+class Runs(unittest.TestCase):
+    def test_lifeless(self):
+        for name, script, code in LIFELESS:
+            with self.subTest(name):
+                utility = Utility(self, script=script if str(script).startswith("#") else None)
+                if script == "folder":
+                    os.mkdir(utility.path)
+                elif script == "mode":
+                    write_plain(utility.path, "#!/bin/sh\necho reply=ERROR\n")
+                got = run(run_task, 6, FIELDS | {"space": "", "path": ""})
+                self.assertEqual(got.value[0], (code, 0, True, set()))
+                received = bool(traced(got, "com_intf: Answer received"))
+                self.assertEqual("com_intf: COM answer not received." in got.trace, not received)
+                self.assertEqual(received, "after" in name)
+                self.assertEqual((got.mask, got.stderr), (NO_MASK, ""))
+
+    def test_no_ini_file(self):
+        Utility(self)
+        for text in (None, "OTHER=/b\n"):
+            with self.subTest(text):
+                os.unlink(INI) if text is None else write_ini(text)
+                got = run(run_task, 1, FIELDS | {"space": "", "path": ""}, 1, 2)
+                self.assertEqual((got.value[0], got.value[2]), ((1, 2, True, set()), 0))
+                self.assertEqual(len(traced(got, f"find_com_intf: Unable to open [{INI}] file.")),
+                                 text is None)
+                self.assertEqual(traced(got, "com_intf: COM COMMAND"), [])
+
+    def test_sizes(self):
+        """An answer is taken up to 32768 bytes; what stands in the last of them counts."""
+        for size, code in SIZES:
+            with self.subTest(size):
+                last = b"\nsessionID=LAST"
+                head = b"reply=OK\nmedia=" + b"m" * 40000
+                answer = head[:min(size, 32768) - len(last)] + last if size > 1 else b"x" * size
+                utility = Utility(self, {"bare": answer + b"Z" * (size - len(answer))})
+                got = run(lambda x: (x.com_intf(6, c.byref(x.state.sCOM)),
+                                     x.state.sCOM.szSessionID))
+                self.assertEqual(got.value, (code, b"LAST" if size > 1 else b""))
+                sizes = traced(got, "com_intf: Answer received, bytes read: ")
+                self.assertEqual(sum(int(text[1:-2]) for text in sizes), min(size, 32768))
+                self.assertEqual(len(utility.calls()), 1)
+
+    def test_ini_file(self):
+        def find(x, room):
+            path, size = c.create_string_buffer(1024), c.c_uint(room)
+            code = x.find_com_intf(path, c.byref(size))
+            return code, path.value.decode(), size.value
+        for text, code, path, size in INIS:
+            with self.subTest(text[:40], length=len(text)):
+                write_ini(text)
+                self.assertEqual(run(find, 1024).value, (code, "/b" + path if path else "", size))
+        write_ini("SM_BIN_KORVA=/b\n")
+        for room, code, size in ROOMS:
+            with self.subTest(room=room):
+                self.assertEqual(run(find, room).value,
+                                 (code, "" if code else "/b" + NAME, size))
+
+    def test_ini_capacity(self):
+        """A line is shorter than the room that com_intf gives; the room alone decides here."""
+        def find(x, room):
+            path, size = c.create_string_buffer(1024), c.c_uint(room)
+            return x.find_com_intf(path, c.byref(size)), size.value
+        write_ini("SM_BIN_KORVA=" + "d" * 400)
+        self.assertEqual([run(find, room).value for room in (419, 420)], [(1, 400), (0, 400)])
+
+    def test_strict_mask(self):
+        """The first pass's mask comes back in strict mode only; the utility's are full."""
+        for strict, mask in (("0", FULL_MASK), ("1", NO_MASK), ("", FULL_MASK), ("yes", FULL_MASK)):
+            with self.subTest(strict):
+                utility = Utility(self)
+                got = run(run_task, 3, FIELDS | {"space": "", "path": ""},
+                          env={"KORVA_STRICT": strict})
+                self.assertEqual((got.mask, [call[1] for call in utility.calls()]),
+                                 (mask, [FULL_MASK] * 2))
+
+    def test_keywords(self):
+        def words(x):
+            return [[word(n).decode() for n in range(-1, 8)]
+                    for word in (x.com_task_keyword, x.com_step_keyword)]
+        tasks, steps = run(words).value
+        self.assertEqual(" ".join(tasks), "UNKNOWN UNKNOWN COM_OPEN_WRITE COM_OPEN_READ "
+                         "COM_CLOSE_WRITE COM_CLOSE_READ COM_INFO COM_REMOVE UNKNOWN")
+        self.assertEqual(" ".join(steps), "UNKNOWN COM_STEP_INIT COM_STEP_OPEN_SESSION "
+                         "COM_STEP_OPEN_JOB COM_STEP_CLOSE_JOB COM_STEP_CLOSE_SESSION" +
+                         " UNKNOWN" * 3)
+
+
+def write_plain(path, text):
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(text)
+
+
+# Answers: the text, the result, and fields that must hold these values afterwards.
+COM, SMS = "sCOM.", "sObject.sSMS."
+ANSWERS = [
+    ("reply=OK\nsessionID=1234", 0, {COM + "szSessionID": "1234"}),
+    ("sessionID=1234\nreply=OK", 1, {COM + "szSessionID": "1234"}),
+    ("reply=OK", 0, {}), ("reply = ok  \r\n\r\n", 0, {}), ("", 1, {}), ("\n\r\n", 1, {}),
+    ("Reply=OK", 1, {}), (" reply=OK", 1, {}), ("reply=OKAY", 1, {}), ("reply=", 1, {}),
+    ("reply", 1, {}), ("replyX=OK", 1, {}), ("reply=maybe", 1, {}), ("reply=OK\nreply=OK", 1, {}),
+    ("message=no tape\nreply=ERROR", 1, {}), ("reply=Error", 1, {}), ("garbage\x01\xff", 1, {}),
+    ("initiator=a\nlifetime=0", 0, {}), ("jobname=a", 1, {}), ("media=a\nmedia=b", 1, {}),
+    ("media=a\nreply=OK", 0, {}), ("reply=OK\nsessionID", 0, {COM + "szSessionID": "old"}),
+    ("reply=OK\nsessionID=", 0, {COM + "szSessionID": "old"}),
+    ("reply=OK\nsessionID=   ", 0, {COM + "szSessionID": ""}),
+    ("reply=OK\nsessionID=   a b  ", 0, {COM + "szSessionID": "a b"}),
+    ("reply=OK\nsessionID=a=b", 0, {COM + "szSessionID": "a=b"}),
+    ("reply=OK\n sessionID=a\nSESSIONID=b\nsession=c", 0, {COM + "szSessionID": "old"}),
+    ("reply=OK\njobname=J\rdrive=SMS01\nformat=QAB", 0,
+     {COM + "szJobName": "J", SMS + "szPath": "SMS01", SMS + "szInter": "QAB"}),
+    ("reply=OK\nsavesetname=ABC@R1", 0, {COM + "szSavesetID": "ABC", SMS + "szName": "ABC",
+                                         COM + "szRestoreID": "R1"}),
+    ("reply=OK\nsavesetname=A@B@C", 0, {SMS + "szName": "A", COM + "szRestoreID": "B@C"}),
+    ("reply=OK\nsavesetname=@R", 0, {COM + "szSavesetID": "", SMS + "szName": "",
+                                     COM + "szRestoreID": "R"}),
+    ("reply=OK\nsavesetname=ABC", 0, {COM + "szSavesetID": "ABC", COM + "szRestoreID": ""}),
+    ("reply=OK\ntape=LBL:17:65536", 0, {SMS + "szTape": "LBL", SMS + "ulTapeID": 17,
+                                        SMS + "iTCPBufsiz": 65536}),
+    ("reply=OK\ntape=LBL:18:4:x", 0, {SMS + "ulTapeID": 18, SMS + "iTCPBufsiz": 4}),
+    ("reply=OK\ntape=LBL:17", 0, {SMS + "ulTapeID": 17, SMS + "iTCPBufsiz": 5}),
+    ("reply=OK\ntape=LBL", 1, {SMS + "szTape": "old"}),
+    ("reply=OK\ntape=:", 0, {SMS + "szTape": "", SMS + "ulTapeID": 0}),
+    ("reply=OK\nsegment=42x", 0, {SMS + "ulSegmentNum": 42}),
+    ("reply=OK\nverbose=3", 0, {"ucXBSATraceLevel": 67}),
+    ("reply=OK\nverbose=0", 0, {"ucXBSATraceLevel": 64}),
+    ("reply=OK\nlogfile=a.log", 0, {"szLogFile": "a.log"}),
+    ("reply=OK\ntape_server=srv", 0, {SMS + "szHostName": "srv", SMS + "iPort": 11001, SMS +
+                                      "szUser": "KORVA_SECURE_AUTHENTICATION", SMS + "szPass": ""}),
+    ("reply=OK\ntape_server=srv:2000:u", 1, {}), ("reply=OK\ntape_server=  ", 1, {}),
+    ("reply=OK\ntape_server=srv:2000:sms:pw", 0, {SMS + "szUser": "sms", SMS + "szPass": "pw"}),
+    ("reply=OK\ntape_server=h:99999999:u:p", 1, {SMS + "iPort": 7}),
+    ("reply=OK\ntape_server=" + "h" * 510 + ":1:u:p", 1, {SMS + "iPort": 7}),
+    ("reply=OK\nsessionID=1\ntape=LBL\nsessionID=2", 1, {COM + "szSessionID": "1"}),
+]
+# What 5,000 bytes leave in a field: the value's room is 512 bytes, the field's its own.
+LONG = {"jobname": (COM + "szJobName", 255), "drive": (SMS + "szPath", 511),
+        "format": (SMS + "szInter", 511), "logfile": ("szLogFile", 511),
+        "sessionID": (COM + "szSessionID", 255), "savesetname": (COM + "szSavesetID", 255)}
+SECURE = "KORVA_SECURE_AUTHENTICATION"
+SPECS = [
+    ("srv", 1, "srv", "11001", SECURE, ""),
+    ("srv:", 1, "srv", "11001", SECURE, ""), ("srv:2000", 1, "srv", "2000", SECURE, ""),
+    ("srv:2000:", 0, "srv", "2000", SECURE, ""), ("srv:2000:u", 0, "srv", "2000", "u", ""),
+    ("srv:2000:sms", 0, "srv", "2000", SECURE, ""), ("srv::sms:", 1, "srv", "11001", SECURE, ""),
+    ("srv:2000:u:p", 1, "srv", "2000", "u", "p"), ("srv:2000:u:", 1, "srv", "2000", "u", ""),
+    ("srv:2000:sms:pw", 1, "srv", "2000", "sms", "pw"), ("srv:2000::p", 1, "srv", "2000", SECURE, "p"),
+    ("h:1:u:p:", 0, None, None, None, None), ("h:1:u:p:x", 0, None, None, None, None),
+    (":2000:u:p", 0, "", "2000", "u", "p"), ("", 0, "old", "old", "old", "old"),
+    ("   ", 0, "old", "old", "old", "old"), ("h:1234567:u:p", 1, "h", "1234567", "u", "p"),
+    ("h:12345678:u:p", 0, None, None, None, None), ("h" * 4095, 1, "h" * 4095, "11001", SECURE, ""),
+    ("h" * 4096, 0, None, None, None, None), ("h:1:" + "u" * 4096 + ":p", 0, None, None, None, None),
+    ("h:1:u:" + "p" * 4096, 0, None, None, None, None),
+]
+
+
+def field(record, path):
+    for name in path.split("."):
+        record = getattr(record, name)
+    return record.decode("latin-1") if isinstance(record, bytes) else record
+
+
+def parse(x, answer, paths):
+    com, sms = x.state.sCOM, x.state.sObject.sSMS
+    com.szSessionID = com.szSavesetID = com.szRestoreID = com.szJobName = b"old"
+    sms.szTape = sms.szName = b"old"
+    sms.ulTapeID, sms.iTCPBufsiz, sms.iPort = 9, 5, 7
+    text = c.create_string_buffer(answer.encode("latin-1"))
+    code = x.parse_com_answer(text, len(answer))
+    return code, {path: field(x.state, path) for path in paths}
+
+
+class Answers(unittest.TestCase):
+    def test_answers(self):
+        for answer, code, fields in ANSWERS:
+            with self.subTest(answer[:60]):
+                got = run(parse, answer, list(fields))
+                self.assertEqual(got.value, (code, fields))
+                silent = code == 0 or re.search("^reply=Error|tape[_=]", answer)
+                self.assertEqual(traced(got, "parse_com_answer: Invalid reply format."),
+                                 [] if silent else [""])
+
+    def test_message(self):
+        got = run(parse, "message=no tape in drive\nreply=ERROR\n", [])
+        self.assertIn("parse_com_answer: ERROR MESSAGE: [no tape in drive]", got.trace)
+
+    def test_long_values(self):
+        """Cut with a terminator and a trace line; what lies behind the field stays."""
+        for key, (path, length) in LONG.items():
+            with self.subTest(key):
+                got = run(parse, f"reply=OK\n{key}=" + "v" * 5000, [path, COM + "iOpenJobStarted"])
+                self.assertEqual(got.value, (0, {path: "v" * length, COM + "iOpenJobStarted": 0}))
+                self.assertTrue(traced(got, "parse_com_answer: Value too long, cut to "))
+
+    def test_host_specs(self):
+        def split(x, spec):
+            buffers = [c.create_string_buffer(b"old", size) for size in (4096, 8, 4096, 4096)]
+            code = x.ParseCLIHostSpec(c.create_string_buffer(spec.encode()), *buffers)
+            return (code, *(text.value.decode() for text in buffers))
+        for spec, code, *items in SPECS:
+            with self.subTest(spec[:20], length=len(spec)):
+                got = run(split, spec).value
+                self.assertEqual(got, (code, *(items if items[0] is not None else got[1:])))
+
+    def test_no_password(self):
+        """At no level, in no line and no dump, to no destination, wherever the line stands."""
+        secret = "gehe:im"
+        for answer in (f"reply=OK\ntape_server=127.0.0.1:1:user:{secret}\n", f"tape_server={secret}"
+                       f"::u:{secret}\nreply=OK\n", f" TAPE_SERVER = a:b:c:{secret}\nreply=OK\n",
+                       f"reply=OK\ntape_server=:::{secret}:x\rjobname=j\n"):
+            Utility(self, {"bare": answer.replace(f"={secret}", "=a").encode()})
+            for level in (65, 66, 67):
+                with self.subTest(answer, level=level):
+                    def ask(x):
+                        x.BSASetTrace(x.sink, b"./xbsa.log", level)
+                        return x.com_intf(6, c.byref(x.state.sCOM))
+                    got = run(ask, level=None)
+                    dumped = [re.search(r"Dumping memory: \[((?:[0-9A-F]{2} )+) *(.*)\]", line)
+                              for line in got.log + got.trace]
+                    raw = bytes.fromhex("".join(row[1] for row in dumped if row))
+                    self.assertNotIn(secret.encode(), raw)
+                    self.assertNotIn(b"gehe", raw)
+                    self.assertFalse(re.search("gehe|im:x", "\n".join(got.log + got.trace)))
+                    self.assertEqual(b"****" in raw, level > 65)
+
+
+# Converters: the function and its texts of -1 and up.
+CONVERTERS = {"qab_bsacopytype": [None, None, b"ANY", b"ARCHIVE", b"BACKUP", None, None],
+              "qab_bsaobjecttype": [None, None, b"ANY", b"FILE", b"DIRECTORY", b"OTHER", None],
+              "qab_bsaobjectstatus": [None, None, b"ANY", b"MOST_RECENT", b"NOT_MOST_RECENT", None]}
+DUMP = """BSA_ObjectDescriptor dump begin :|================================
+|rsv1: 0|BSA_ObjectOwner.bsa_ObjectOwner:  user=u:pass=********
+|BSA_ObjectOwner.app_ObjectOwner:  app
+|BSA_ObjectName.objectSpaceName:  obj|BSA_ObjectName.pathName:  /data
+|createTime.tm_sec: 1|createTime.tm_min: 2|createTime.tm_hour: 3|createTime.tm_mday: 4
+|createTime.tm_mon: 5|createTime.tm_year: 6|createTime.tm_wday: 7|createTime.tm_yday: 8
+|createTime.tm_isdst: 9|BSA_CopyType: 3|copyId.left: 11|copyId.right: 12|restoreOrder.left: 0
+|restoreOrder.right: 0|rsv2: |rsv3: |estimatedSize.left: 0|estimatedSize.right: 0
+|resourceType: |BSA_ObjectType: 2|BSA_ObjectStatus: 2|rsv4: """ + "R" * 31 + """
+|objectDescription: """ + "D" * 100 + "|objectInfo: "
+
+
+def query(x, actions, utility=None):
+    """Plays begin, end, query and next, or has the utility answer something else from now on."""
+    start(x)
+    found, texts = [], {"match": b"reply=OK\nsavesetname=4711@R1\n", "none": b"reply=OK\n",
+                        "no": b"message=no\nreply=ERROR\n", "silent": b"", "empty":
+                        b"reply=OK\nsavesetname= \n"}
+    asked, copy = Query(name=Name(b"sp%", b"/q"), copyType=3, objectType=1, objectStatus=2), None
+    for action in actions.split():
+        copy = descriptor(b"untouched", copy_type=2)
+        if action in texts:
+            utility.answer("-q", texts[action])
+        elif action == "begin":
+            x.BSABeginTxn(x.handle)
+        elif action == "end":
+            x.BSAEndTxn(x.handle, 1)
+        elif action == "three":
+            for number in (1, 2):
+                entry = x.x_Malloc(c.sizeof(Descriptor))
+                c.memset(entry, 0, c.sizeof(Descriptor))
+                Descriptor.from_address(entry).copyId.right = number
+                x.state.spQueryResult[number] = entry
+        else:
+            call = x.BSAQueryObject if action == "query" else x.BSAGetNextQueryObject
+            code = call(*[x.handle] + [c.byref(asked)] * (action == "query") + [c.byref(copy)])
+            row = code, copy.copyId.right, copy.name.space, copy.copyType
+            found.append(code if copy.name.space == b"untouched" else row)
+    return found
+
+
+MATCH = (0, 4711, b"sp%", 3)
+QUERIES = [
+    ("match begin query next", [MATCH, 18]), ("next", [5]), ("match begin query query", [MATCH, 5]),
+    ("match begin query three next next next", [MATCH, (0, 1, b"", 0), (0, 2, b"", 0), 18]),
+    ("match begin query end none begin query next", [MATCH, 17, 18]),
+    ("match begin query end silent begin query next", [MATCH, 17, 18]),
+    ("match begin query end empty begin query next", [MATCH, 17, 18]),
+    ("match begin query end no begin query next", [MATCH, 3, 18]),
+    ("match begin query three end begin query next", [MATCH, MATCH, 18]),
+]
+
+
+class Queries(unittest.TestCase):
+    def test_queries(self):
+        """What is found once is never handed out again, a failed query leaves nothing."""
+        for actions, want in QUERIES:
+            with self.subTest(actions):
+                utility = Utility(self)
+                got = run(query, actions, utility)
+                self.assertEqual((got.value, got.mask), (want, NO_MASK))
+                self.assertEqual(set(utility.arguments()) - {
+                    "-q -C srv -I informix -j job -s NULL -- sp%@/q"}, set())
+
+    def test_converters(self):
+        def convert(x):
+            return {name: [getattr(x, name)(value) for value in range(-1, 6)]
+                    for name in CONVERTERS}
+        self.assertEqual(run(convert).value, {name: (texts + [None])[:7]
+                                              for name, texts in CONVERTERS.items()})
+
+    def test_dump(self):
+        """In full and in order, but for the password; fields without a terminator are bounded."""
+        def dump(x, level):
+            x.BSASetTrace(x.sink, None, level)
+            made = descriptor(owner=b"user=u:pass=geheim", copy_type=3)
+            made.owner.app, made.objectDescription, made.rsv4 = b"app", b"D" * 100, b"R" * 31
+            for number, (name, _) in enumerate(made.createTime._fields_[:9], 1):
+                setattr(made.createTime, name, number)
+            made.copyId.left, made.copyId.right = 11, 12
+            x.qab_dumpobject(c.byref(made))
+        self.assertEqual(run(dump, 1).trace, [])
+        got = run(dump, 2).trace
+        self.assertEqual("|".join(line.rstrip("\n") for line in got), DUMP.replace("\n", ""))
+        self.assertEqual([line for line in got if line.endswith("\n")],
+                         [got[number] for number in (1, 4, 6, 15)])
