@@ -217,7 +217,7 @@ LIFELESS = [
     ("dies", "#!/bin/sh\nkill -9 $$\n", 0), ("no interpreter", "#!/nowhere\n", 0),
     ("standard error only", "#!/bin/sh\necho reply=ERROR >&2\n", 0),
     ("dies after its answer", "#!/bin/sh\necho reply=OK; kill -9 $$\n", 0),
-    ("piece after piece", "#!/bin/sh\nfor i in re ply = OK '\n' x; do printf $i; done\n", 0),
+    ("piece after piece", "#!/bin/sh\nfor i in re ply = OK '\\n' x; do printf $i; done\n", 0),
     ("fails after its answer", "#!/bin/sh\necho reply=OK; exit 3\n", 0),
 ]
 SIZES = [(0, 0), (1, -1), (32767, 0), (32768, 0), (100000, 0)]
