@@ -9,7 +9,7 @@
 // server that the object is not whole.
 static void AllowOrderlyEnd()
 {
-    if ((sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) == 0 || sPrivate.iSendBroken != 0) return;
+    if ((sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) == 0 || sPrivate.iDataBroken != 0) return;
     struct linger sOrderly = {0, 0};
     setsockopt(xbsa_DataSocket(), SOL_SOCKET, SO_LINGER, &sOrderly, sizeof sOrderly);
 }
@@ -20,6 +20,7 @@ static int ReadClosingReply()
     char szReply[XBSA_REPLY_SIZE + 1] = "";
     if (stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, 0) < 1)
     {
+        SysErrorTxt(0, 0, "No closing reply, the control connection has ended.");
         iRet = BSA_RC_ABORT_SYSTEM_ERROR;
     }
     else if (szReply[0] == '4' || szReply[0] == '5')
@@ -31,6 +32,7 @@ static int ReadClosingReply()
     TRACE("BSAEndData: Received message: %s", szReply);
     if (strncmp(szReply, "226", 3) != 0)
     {
+        SysErrorTxt(0, 0, "Unexpected closing reply: %s", szReply);
         TRACE("BSAEndData: Unexpected FTP code for last message");
         iRet = BSA_RC_ABORT_SYSTEM_ERROR;
     }
@@ -58,15 +60,16 @@ static void NoteStatus(int iRet)
 {
     if (sGlobal.iQAB == 0) return;
     if (iRet != BSA_RC_SUCCESS) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;
-    else if (sPrivate.iSendFailed == 0) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_GOOD;
+    else if (sPrivate.iDataFailed == 0) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_GOOD;
 }
 
 static void SayQuit()
 {
     char szQuit[] = "QUIT\r\n";
     char szReply[XBSA_REPLY_SIZE + 1] = "";
-    stpc_send(xbsa_ControlSocket(), szQuit, sizeof szQuit - 1, 0);
-    stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, 0);
+    // no reply comes to a QUIT that could not be sent: then only what is there already is read
+    int iSent = stpc_send(xbsa_ControlSocket(), szQuit, sizeof szQuit - 1, 0);
+    stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, iSent < 1 ? MSG_DONTWAIT : 0);
     TRACE("BSAEndData: Received message: %s ", szReply);
     xbsa_CloseControl();
 }
@@ -93,7 +96,7 @@ static int CloseJob(int iRet)
 static bool HasFailed(int iData)
 {
     if ((sGlobal.sSession.iLastCall & (CALL_CREATE_OBJECT | CALL_GET_OBJECT)) == 0) return false;
-    return iData != BSA_RC_SUCCESS || sPrivate.iSendBroken != 0;
+    return iData != BSA_RC_SUCCESS || sPrivate.iDataBroken != 0;
 }
 
 int BSAEndData(long bsaHandle)

@@ -51,5 +51,10 @@ int BSAGetData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
         iRet = ReadBlock(dataBlockPtr, &uRead);
     }
     xbsa_NoteDataStatus(iRet, uRead);
+    if (iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.iStrict != 0)
+    {
+        sPrivate.iDataFailed = 1;
+        sPrivate.iDataBroken = 1;
+    }
     return iRet;
 }

@@ -82,8 +82,8 @@ int BSASendData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
     }
     if (iRet == BSA_RC_SUCCESS) return iRet;
 
-    sPrivate.iSendFailed = 1;
-    if (iRet == BSA_RC_ABORT_SYSTEM_ERROR) sPrivate.iSendBroken = 1;
+    sPrivate.iDataFailed = 1;
+    if (iRet == BSA_RC_ABORT_SYSTEM_ERROR) sPrivate.iDataBroken = 1;
     xbsa_NoteDataStatus(iRet, uSent);
     return iRet;
 }

@@ -28,8 +28,8 @@ int xbsa_CheckCall(const char *cpFunction, int iCallBit, long lHandle)
 
 void xbsa_NewObject()
 {
-    sPrivate.iSendFailed = 0;
-    sPrivate.iSendBroken = 0;
+    sPrivate.iDataFailed = 0;
+    sPrivate.iDataBroken = 0;
     sPrivate.iJobMissing = 0;
 }
 
@@ -37,6 +37,7 @@ int xbsa_OpenJob(ENUM_COM_TASK eTask)
 {
     int iRet = com_intf(eTask, &sGlobal.sCOM);
     sPrivate.iJobMissing = iRet > 0;
+    if (iRet > 0) SysErrorTxt(0, 0, "The COM utility could not be run.");
     return iRet == -1 ? -1 : 0;
 }
 

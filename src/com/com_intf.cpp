@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "com/com.h"
+#include "session/record.h"
 #include "trace/trace.h"
 
 static int FailTask(COM_RUN *spRun)
@@ -32,12 +33,23 @@ static void RefuseLongLine(COM_RUN *spRun)
     FailTask(spRun);
 }
 
+// A utility that ended without a word counts as success. For a close that means a backup which no
+// query will find, so strict mode takes it for the failure that it is.
+static bool IsUnansweredClose(const COM_RUN *spRun)
+{
+    bool bClose = spRun->eTask == COM_CLOSE_WRITE || spRun->eTask == COM_CLOSE_READ;
+    if (!bClose || spRun->uiAnswerLen != 0 || sPrivate.iStrict == 0) return false;
+    SysErrorTxt(0, 0, "The COM utility did not answer the close of the job.");
+    return true;
+}
+
 // Returns true when the answer was taken and the task may go on.
 static bool TakeAnswer(COM_RUN *spRun)
 {
     if (spRun->iRet != 0 || spRun->uiAnswerLen == 0)
     {
         TRACE("com_intf: COM answer not received.");
+        if (IsUnansweredClose(spRun)) FailTask(spRun);
         return false;
     }
     spRun->bypBuff[spRun->uiAnswerLen] = '\0';

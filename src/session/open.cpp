@@ -40,6 +40,7 @@ static OPEN_WORK *NewWork(int iMode)
     OPEN_WORK *spWork = static_cast<OPEN_WORK *>(x_Malloc(sizeof(OPEN_WORK)));
     if (spWork == nullptr)
     {
+        SysErrorTxt(0, 0, "Not enough memory for the transfer.");
         TRACE("xbsa_open: malloc() return NULL. Not enough space.");
         return nullptr;
     }
@@ -100,11 +101,13 @@ static int ReadGreeting(OPEN_WORK *spWork)
     TRACE("xbsa_open: Calling stpc_recv()");
     if (ReadLine(spWork) < 1)
     {
+        SysErrorTxt(0, 0, "No greeting, the control connection has ended.");
         TRACE("xbsa_open: stpc_recv() failed.");
         return -1;
     }
     if (spWork->szLine[0] == '\0')
     {
+        SysErrorTxt(0, 0, "The greeting is empty.");
         TRACE("xbsa_open: Reply String empty. Exiting.");
         return -1;
     }
@@ -147,6 +150,8 @@ static int ReadReply(OPEN_WORK *spWork)
     {
         if (ReadLine(spWork) < 1)
         {
+            SysErrorTxt(0, 0, "No reply to %.4s, the control connection has ended.",
+                        spWork->szCommand);
             TRACE("xbsa_open: Failed to recieve message from remote server, exiting.");
             return STOP_SEQUENCE;
         }

@@ -7,8 +7,8 @@
 typedef struct
 {
     int iStrict;        // KORVA_STRICT=1 at BSAInit: no result hides a failure
-    int iSendFailed;    // a BSASendData of this object failed; until the next object
-    int iSendBroken;    // one of them on the connection: the object on the server is not whole
+    int iDataFailed;    // a BSASendData of this object failed, or a BSAGetData in strict mode
+    int iDataBroken;    // one of them on the connection: the object did not get through whole
     int iJobMissing;    // the utility could not be run for the open of this object
     int hOwnControl;    // open control connection that xbsa_open made; -1 none
     int hOwnData;       // open data connection that xbsa_open made; -1 none
