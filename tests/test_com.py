@@ -10,12 +10,13 @@ import tempfile
 import time
 import unittest
 
+import inifile
 from server import Server
 from xbsa import (Descriptor, Name, Query, descriptor, run)
 
 os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
 os.environ.pop("LD_PRELOAD", None)  # the sanitizer is for this process, not for its children
-INI = "/etc/korva2000.ini"
+INI = inifile.INI
 FULL_MASK, NO_MASK = "fffffffe7ffbfeff", "0" * 16
 
 # Notes its arguments, its caller's signal mask and its descriptors (10 and 255 are the shell's own),
@@ -35,6 +36,12 @@ esac
 [ -f "FOLDER/$verb" ] || verb=bare
 exec cat "FOLDER/$verb"
 """
+
+
+def setUpModule():  # pylint: disable=invalid-name
+    if not os.path.ismount("/etc") and not (os.path.exists(INI) and inifile.is_ours()):
+        raise AssertionError("these tests write /etc: give them a private one, "
+                             "sandbox/run --exec python3 -m unittest ...")
 
 
 class Utility:
@@ -555,3 +562,197 @@ class Queries(unittest.TestCase):
         self.assertEqual("|".join(line.rstrip("\n") for line in got), DUMP.replace("\n", ""))
         self.assertEqual([line for line in got if line.endswith("\n")],
                          [got[number] for number in (1, 4, 6, 15)])
+
+
+def answers(port, **changes):
+    """An open session and job, with the lines of the job's answer that differ."""
+    job = {"tape_server": f"127.0.0.1:{port}:user:geheim", "drive": "SMS01", "tape": "LBL:17",
+           "savesetname": "ABC@R1", "segment": "5"} | changes
+    lines = [f"{key}={value}\n" for key, value in job.items() if value is not None]
+    return {"open": b"reply=OK\nsessionID=S1\n",
+            "openjob": ("reply=OK\n" + "".join(lines)).encode("latin-1")}
+
+
+def session(x, actions, utility=None):
+    """Plays store, restore, wrong (a store with one send that fails), refuse and end."""
+    start(x)
+    found = []
+    for action in actions.split():
+        if action in ("store", "restore"):
+            found.append(getattr(x, action)(copy_id=4711))
+        elif action == "wrong":
+            x.store(end=False)
+            other = x.BSASendData(x.handle.value + 1, None)
+            found += [[other, x.BSAEndData(x.handle)], x.BSAEndTxn(x.handle, 1)]
+        elif action == "refuse":
+            utility.answer("open", b"message=no\nreply=ERROR\n")
+        elif action == "mute":
+            utility.answer("open", b"")
+        else:
+            x.BSABeginTxn(x.handle)
+            codes = x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndData(x.handle)
+            found += [list(codes), x.BSAEndTxn(x.handle, 1)]
+            found.append([field(x.state, path) for path in STALE])
+    return found, set(os.listdir(".")) - {"stdout", "stderr"}
+
+
+def shortened(calls):
+    """Verb, saveset and status of each run; a saveset of ten digits is the time."""
+    rows = []
+    for words in calls:
+        options = dict(zip(words, words[1:]))
+        text = " ".join([words[1], options.get("-s", ""), options.get("-i", "")])
+        rows.append(re.sub(r"\b\d{10}\b", "TIME", " ".join(text.split())))
+    return "|".join(rows)
+
+
+GOOD = "open|openjob:S1 TIME|closejob:S1 ABC@R1 {}|close:S1 {}"
+READ = "open|openjob:S1 4711|closejob:S1 ABC@R1 {}|close:S1 {}"
+STALE = [SMS + "szName", COM + "szSessionID", COM + "szRestoreID", COM + "iOpenJobStarted"]
+# Name; the server's oddity; changes of the job's answer; strict; actions; codes; runs; transfer.
+SESSIONS = [
+    ("store", {}, {}, 0, "store", [[0, 0, 0]], GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
+    ("restore", {}, {}, 0, "restore", [([0, 0, 0], b"")], READ.format(0, 0),
+     "RETR ABC:0:0:17:5:none"),
+    ("no saveset, store", {}, {"savesetname": None}, 0, "store", [[0, 0, 0]],
+     "open|openjob:S1 TIME|closejob:S1 TIME 0|close:S1 0", "STOR TIME:QAB:none:17:LBL:64"),
+    ("no saveset, restore", {}, {"savesetname": None, "drive": "/d"}, 0, "restore",
+     [([0, 0, 0], b"")], None, "RETR 4711"),
+    ("426, store", {"END": ["426 no"]}, {}, 0, "store", [[0, 0, 0]], GOOD.format(3, 3), None),
+    ("426, store, strict", {"END": ["426 no"]}, {}, 1, "store", [[0, 0, 3]], GOOD.format(3, 3),
+     None),
+    ("426, restore", {"END": ["426 no"]}, {}, 0, "restore", [([0, 0, 0], b"")], READ.format(3, 3),
+     None),
+    ("426, restore, strict", {"END": ["426 no"]}, {}, 1, "restore", [([0, 0, 3], b"")],
+     READ.format(3, 3), None),
+    ("a send failed", {}, {}, 0, "wrong", [[6, 0], 0], GOOD.format(3, 3), None),
+    ("after a failed send", {}, {}, 0, "wrong store", [[6, 0], 0, [0, 0, 0]],
+     GOOD.format(3, 3) + "|" + GOOD.format(0, 0), None),
+    ("CWD refused", {"CWD": ["550 no"]}, {}, 0, "store store", [[3], [0, 0, 0]],
+     GOOD.format(3, 3) + "|" + GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
+    ("CWD refused, restore", {"CWD": ["550 no"]}, {}, 0, "restore store", [([3], b""),
+     [0, 0, 0]], READ.format(3, 3) + "|" + GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
+    ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
+     ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
+    ("no answer after a good one", {}, {}, 1, "store mute create", [[0, 0, 0], [3, 3], 0,
+     ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
+]
+# What a job's answer may hold, and the result: nothing is cut, run or sent that should not be.
+HARMFUL = [("tape_server", "127.0.0.1:PORT:us\x01er:p", [3, 3]), ("drive", "SMS\x01", [3, 3]),
+           ("tape_server", "127.0.0.1:PORT:user:p\x7f", [3, 3]), ("tape", "\x02:17", [3, 3]),
+           ("savesetname", "a\x01b", [3, 3]), ("jobname", "\x01", [0, 0]),
+           ("tape_server", "127.0.0.1:PORT:u:" + "p" * 5000, [3, 3]), ("tape", "x" * 5000, [3, 3]),
+           ("jobname", "x" * 5000, [0, 0]), ("drive", "x" * 5000, [0, 0]),
+           ("savesetname", "x" * 5000, [0, 0]), ("unknown", "x" * 5000, [0, 0])]
+HARMFUL += [(key, text, [0, 0]) for text in (";>c;", "`>c`", "$(>c)", "'>c;'")
+            for key in ("jobname", "drive", "savesetname", "segment", "format", "initiator")]
+HOSTS = """127.0.0.9 official.korva.test reverse.korva.test
+127.0.0.1 one.korva.test one
+127.0.0.2 reverse.korva.test
+127.0.0.3 """ + ".".join(["label"] * 30) + "\n"
+
+
+@contextlib.contextmanager
+def private_etc(**files):
+    """Other files in this process's /etc; the machine's own stay as they are."""
+    if not os.path.ismount("/etc"):
+        raise AssertionError("this test needs a private mount namespace: see docs/sandbox.md")
+    for name, text in files.items():
+        os.rename(f"/etc/{name}", f"/etc/{name}.kept")
+        write_plain(f"/etc/{name}", text)
+    try:
+        yield
+    finally:
+        for name in files:
+            os.rename(f"/etc/{name}.kept", f"/etc/{name}")
+
+
+class Sessions(unittest.TestCase):
+    def test_sessions(self):
+        """What the caller, the server and the utility are told, run by run."""
+        for name, script, changes, strict, actions, codes, runs, transfer in SESSIONS:
+            with self.subTest(name):
+                server = Server(script)
+                utility = Utility(self, answers(server.port, **changes))
+                got = run(session, actions, utility, server=server,
+                          env={"KORVA_STRICT": str(strict)})
+                self.assertEqual(got.value, (codes, set()))
+                calls = utility.calls()
+                if runs is not None:
+                    self.assertEqual(shortened([words for words, _, _ in calls]), runs)
+                self.assertEqual({left for _, _, left in calls}, {"0 1 2"})
+                sent = "|".join(line for lines in server.heard for line in lines
+                                if line[:4] in ("STOR", "RETR"))
+                if transfer is not None:
+                    self.assertEqual(re.sub(r"\b\d{10}\b", "TIME", sent), transfer)
+
+    def test_no_ini_file(self):
+        """A job that could not be opened is no success, though the server took the object."""
+        server = Server()
+        os.path.exists(INI) and os.unlink(INI)
+        self.assertEqual(run(session, "create", server=server).value[0][0], [3, 3])
+
+    def test_harmful_answers(self):
+        for key, text, codes in HARMFUL:
+            with self.subTest(key, text=text[:30]):
+                server = Server()
+                text = text.replace("PORT", str(server.port))
+                Utility(self, answers(server.port, **{key: text}))
+                got = run(session, "create", server=server, env={"KORVA_STRICT": "1"})
+                self.assertEqual((got.value[0][0], got.value[1]), (codes, set()))
+                if codes == [3, 3]:
+                    self.assertNotIn("STOR", str(server.heard))
+
+    def test_harmful_variables(self):
+        names = "SERVER JOB TAPE_SERVER DRIVE POOL COM_TIMEOUT".split()
+        for text in (";>c;", "`>c`", "$(>c)", "\n>c\n", "'>c;'", "x" * 5000):
+            with self.subTest(text[:10]):
+                server = Server()
+                utility = Utility(self, answers(server.port))
+                got = run(session, "store", server=server,
+                          env={f"KORVA_{name}": text for name in names})
+                self.assertEqual(got.value, ([[0, 0, 0]], set()))
+                words = utility.calls()[1][0]
+                given = [value for option, value in zip(words, words[1:])
+                         if option in ("-C", "-j", "-S", "-d", "-m", "-W")]
+                self.assertEqual([value for value in given if len(text) < 9], [text] * 6
+                                 if len(text) < 9 else [])
+
+    def test_identity(self):
+        """The account and the official name of the address on the way to the server."""
+        account = pwd.getpwuid(os.getuid()).pw_name
+
+        def make(x, address, user_room, room):
+            listener = socket.create_server(("127.0.0.1", 0))
+            with socket.create_connection(listener.getsockname(), 10, (address, 0)) as connection:
+                user, word = (c.create_string_buffer(b"?" * 4095) for _ in range(2))
+                sizes = c.c_uint(user_room), c.c_uint(room)
+                code = x.make_KORVA_authentication(connection.fileno(), user, c.byref(sizes[0]),
+                                                   word, c.byref(sizes[1]))
+            listener.close()
+            return code, user.value.rstrip(b"?").decode(), word.value.rstrip(b"?").decode()
+        one, two = f"{account}@one.korva.test", f"{account}@official.korva.test"
+        failed = "make_KORVA_authentication: gethostbyaddr() function failed with error code: "
+        with private_etc(**{"hosts": HOSTS, "nsswitch.conf": "passwd: files\nhosts: files\n"}):
+            for address, user_room, room, want in (
+                    ("127.0.0.1", 4096, 4096, (0, "sms", one)), ("127.0.0.1", 2, 99, (-1, "", "")),
+                    ("127.0.0.1", 3, len(one), (0, "sms", one)),
+                    ("127.0.0.1", 4, len(one) - 1, (-1, "sms", "")),
+                    ("127.0.0.2", 4096, 4096, (0, "sms", two)),
+                    ("127.0.0.3", 4096, 4096, (-1, "sms", "")),
+                    ("127.0.0.4", 4096, 4096, (-1, "sms", ""))):
+                with self.subTest(address, room=room):
+                    got = run(make, address, user_room, room)
+                    self.assertEqual(got.value, want)
+                    self.assertEqual(len(traced(got, failed)), address == "127.0.0.4")
+            server = Server()
+            Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
+            got = run(session, "store", server=server)
+            self.assertEqual(got.value[0], [[0, 0, 0]])
+            self.assertEqual(server.heard[0][:2], ["USER sms", "PASS " + one])
+            with private_etc(passwd="other:x:4242:4242::/:/bin/sh\n"):
+                self.assertEqual(run(make, "127.0.0.1", 3, 99).value, (-1, "sms", ""))
+                server = Server()
+                Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
+                got = run(session, "create", server=server, env={"KORVA_STRICT": "1"}).value[0]
+                self.assertEqual((got[0], server.verbs()), ([3, 3], ["QUIT"]))
