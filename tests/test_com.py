@@ -73,7 +73,9 @@ class Utility:
         while len(texts) > 1:
             end = int(texts[0]) + 1
             left = [number for number in texts[end + 1].split() if number not in ("10", "255")]
-            found.append((texts[1:end], texts[end], " ".join(left)))
+            # While the caller is still in popen, the C library's own two signals are blocked too.
+            mask = f"{int(texts[end], 16) & ~0x180000000:016x}"
+            found.append((texts[1:end], mask, " ".join(left)))
             texts = texts[end + 2:]
         return found
 
