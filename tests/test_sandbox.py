@@ -1,0 +1,211 @@
+"""Whole Informix sessions on the sandbox, and what is left of one that was cut short."""
+import ctypes as c
+import hashlib
+import os
+import shutil
+import signal
+import subprocess
+import tempfile
+import unittest
+
+import inifile
+from catalogue import Catalogue
+from test_com import setUpModule, traced, write_plain  # pylint: disable=unused-import
+from test_host import resident_bytes
+from xbsa import SANITIZED, Descriptor, Name, Query, descriptors, pattern, run
+
+os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
+RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
+PROCESSES = 8 if SANITIZED else 64
+CYCLES = int(os.environ.get("XBSA_CYCLES", "12" if SANITIZED else "40"))
+STRICT = {"KORVA_STRICT": "1"}
+
+# The fault, the codes of a store under it in strict mode, and the status its job is closed with.
+# A greeting's code is not looked at.
+FAULTS = [(f"{step}={action}", [3], "3") for step in "user pass type cwd port stor connect".split()
+          for action in ("refuse", "close", "reset")]
+FAULTS += [("greeting=refuse", [0, 0, 0], "0"), ("greeting=close", [3], "3"),
+           ("greeting=reset", [3], "3"), ("end=refuse", [0, 0, 3], "3"),
+           ("end=close", [0, 0, 3], "3"), ("quit=close", [0, 0, 0], "0"),
+           ("quit=reset", [0, 0, 0], "0"), ("openjob=silent", [3], "3"),
+           ("closejob=refuse", [0, 0, 3], "0"), ("close=refuse", [0, 0, 3], "0"),
+           ("closejob=signal", [0, 0, 0], "0"), ("open=refuse", [3], ""), ("open=garbage", [3], ""),
+           ("openjob=refuse", [3], "")]
+
+
+class Sandbox:
+    """A sandbox of the test's own, and the INI file that leads to it."""
+
+    def __init__(self, test, *options):
+        self.folder = tempfile.mkdtemp(prefix="sandbox")
+        test.addCleanup(shutil.rmtree, self.folder)
+        self.process = subprocess.Popen(  # pylint: disable=consider-using-with
+            [RUN, "--folder", self.folder, *options],
+                                        stdout=subprocess.PIPE, text=True)
+        test.addCleanup(self.stop)
+        lines = iter(self.process.stdout.readline, "")
+        assert any("Ready" in line for line in lines), "the sandbox does not start"
+        write_plain(inifile.INI, inifile.text_for(self.folder))
+
+    def stop(self):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+
+    def fault(self, line):
+        write_plain(os.path.join(self.folder, "faults"), line + "\n")
+
+    def states(self):
+        """Of all objects, oldest first."""
+        catalogue = Catalogue(self.folder)
+        rows = catalogue.table()
+        catalogue.db.close()
+        return [dict(zip(rows[0], row))["state"] for row in rows[1:]]
+
+
+def start(x):
+    assert x.init(b"BSA_API_VERSION=1.0.1", b"BSA_TIMEOUT=5", owner=b"INFORMIX") == 0
+
+
+def query(x, space=b"obj"):
+    """The code and the copy's id."""
+    found, asked = Descriptor(), Query(name=Name(space, b"/data"), copyType=3)
+    x.BSABeginTxn(x.handle)
+    code = x.BSAQueryObject(x.handle, c.byref(asked), c.byref(found))
+    x.BSAEndTxn(x.handle, 1)
+    return code, found.copyId.right
+
+
+def there_and_back(x, data, space=b"obj"):
+    stored, copy = x.store(data, name=space), x.state.sObject.sBSA_Object.copyId.right
+    found = query(x, space)
+    assert (stored, found) == ([0, 0, 0], (0, copy)), (stored, found, copy)
+    restored = x.restore(name=space, copy_id=copy)
+    assert restored == ([0, 0, 0], data), (restored[0], len(restored[1]))
+
+
+def both_ways(x, size):
+    start(x)
+    there_and_back(x, pattern(size))
+
+
+def under_faults(x, sandbox, lines):
+    """The results of stores, then a good one: nothing of the failed ones is in its way."""
+    start(x)
+    found = []
+    for line in lines:
+        sandbox.fault(line)
+        found.append(x.store())
+    sandbox.fault("")
+    there_and_back(x, b"after all that")
+    return found
+
+
+def many_cycles(x):
+    start(x)
+    for cycle in range(CYCLES):
+        if cycle == 10:
+            open_ones, resident = descriptors(), resident_bytes()
+        there_and_back(x, b"%d" % cycle)
+    return descriptors() == open_ones, resident_bytes() - resident
+
+
+def at_once(x):
+    """Each process stores and restores what is its own; the exit codes."""
+    processes = []
+    for number in range(PROCESSES):
+        processes.append(os.fork())
+        if processes[-1] == 0:
+            data = hashlib.shake_128(b"%d" % number).digest(100000 + number)
+            try:
+                start(x)
+                there_and_back(x, data, b"space%d" % number)
+                os._exit(0)
+            finally:
+                os._exit(1)
+    return [os.waitpid(process, 0)[1] for process in processes]
+
+
+class OnSandbox(unittest.TestCase):
+    def test_both_ways(self):
+        """With either login, strict or not; whole blocks and parts of one."""
+        for login in ("session", "identity"):
+            sandbox = Sandbox(self, "--login", login)
+            for env in ({}, STRICT):
+                for size in (0, 1, 65535, 3000000):
+                    with self.subTest(login, env=env, size=size):
+                        run(both_ways, size, env=env)
+            self.assertEqual(sandbox.states(), ["good"] * 8)
+
+    def test_faults(self):
+        """Whatever fails, the utility hears of it, and a half object is never offered."""
+        sandbox = Sandbox(self)
+        got = run(under_faults, sandbox, [line for line, _, _ in FAULTS], env=STRICT)
+        self.assertEqual(list(zip([line for line, _, _ in FAULTS], got.value)),
+                         [(line, codes) for line, codes, _ in FAULTS])
+        closed = [line.split(" -i ")[1][0] for line in traced(got, "com_intf: COM COMMAND: ")
+                  if " closejob:" in line]
+        self.assertEqual("".join(closed), "".join(status for _, _, status in FAULTS) + "00")
+        # two of the jobs closed with 0 were no backup's or never reached the catalogue
+        self.assertEqual(sandbox.states().count("good"), closed.count("0") - 3)
+
+    def test_426(self):
+        """Said after the data and the job closed well: told by strict mode alone."""
+        for env, last in (({}, 0), (STRICT, 3)):
+            sandbox = Sandbox(self)
+
+            def transfers(x):
+                start(x)
+                there_and_back(x, b"whole object")
+                copy = x.state.sObject.sBSA_Object.copyId.right
+                sandbox.fault("RETR=cut:5")
+                restored = x.restore(copy_id=copy)
+                sandbox.fault("END=refuse")
+                return restored, x.store(), query(x) == (0, copy)
+            with self.subTest(env):
+                self.assertEqual(run(transfers, env=env).value,
+                                 (([0, 0, last], b"whole"), [0, 0, last], True))
+                self.assertEqual(sandbox.states(), ["good", "aborted"])
+
+    def test_killed_client(self):
+        """No query offers what a client had begun when it was killed."""
+        def store(x):
+            start(x)
+            x.store(pattern(1 << 20), end=False)
+            os.kill(os.getpid(), signal.SIGKILL)
+
+        def ask(x):
+            start(x)
+            return query(x)
+        Sandbox(self)
+        run(store, killed=True)
+        self.assertEqual(run(ask).value, (17, 0))
+
+    def test_killed_sandbox(self):
+        """The calls fail, and a job that cannot end well is closed as failed."""
+        def store(x, sandbox):
+            start(x)
+            x.store(b"begun", end=False)
+            os.kill(sandbox.process.pid, signal.SIGKILL)
+            sent = any(x.send(pattern(65535)) == 3 for _ in range(1000))
+            return sent, x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.store()
+        sandbox = Sandbox(self)
+        self.assertEqual(run(store, sandbox, env=STRICT).value, (True, 3, 0, [3]))
+        self.assertEqual(set(sandbox.states()), {"aborted"})
+
+
+class Load(unittest.TestCase):
+    def test_at_once(self):
+        sandbox = Sandbox(self)
+        self.assertEqual(run(at_once).value, [0] * PROCESSES)
+        self.assertEqual(sandbox.states(), ["good"] * PROCESSES)
+
+    def test_many_cycles(self):
+        """Descriptors, children and memory stay as after the first ten."""
+        Sandbox(self)
+        same, grown = run(many_cycles, level=0).value
+        self.assertTrue(same)
+        if not SANITIZED:
+            self.assertLess(grown, 1 << 19)
+        if "XBSA_CYCLES" in os.environ:
+            print(f"{CYCLES} cycles: {grown} bytes more than after ten")
