@@ -63,6 +63,13 @@ static void NoteStatus(int iRet)
     else if (sPrivate.iDataFailed == 0) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_GOOD;
 }
 
+// A rejected call leaves the data connection open, and a server in the middle of a transfer reads no
+// QUIT: both sides would wait for ever. A backup is reset that way, for it is not whole.
+static void DropOpenTransfer()
+{
+    if (sPrivate.hOwnData != -1 && sPrivate.hOwnData == xbsa_DataSocket()) xbsa_CloseData();
+}
+
 static void SayQuit()
 {
     char szQuit[] = "QUIT\r\n";
@@ -110,6 +117,7 @@ int BSAEndData(long bsaHandle)
     // A restore's own result is not reported, and that of a backup gives way to the job's: callers
     // know it so. Strict mode hides neither.
     int iRet = bBackup ? iData : static_cast<int>(BSA_RC_SUCCESS);
+    DropOpenTransfer();
     SayQuit();
     iRet = CloseJob(iRet);
     if (sPrivate.iStrict != 0 && HasFailed(iData)) iRet = BSA_RC_ABORT_SYSTEM_ERROR;
