@@ -29,7 +29,7 @@ FAULTS += [("greeting=refuse", [0, 0, 0], "0"), ("greeting=close", [3], "3"),
            ("end=close", [0, 0, 3], "3"), ("quit=close", [0, 0, 0], "0"),
            ("quit=reset", [0, 0, 0], "0"), ("openjob=silent", [3], "3"),
            ("closejob=refuse", [0, 0, 3], "0"), ("close=refuse", [0, 0, 3], "0"),
-           ("closejob=signal", [0, 0, 0], "0"), ("open=refuse", [3], ""), ("open=garbage", [3], ""),
+           ("closejob=signal", [0, 0, 3], "0"), ("open=refuse", [3], ""), ("open=garbage", [3], ""),
            ("openjob=refuse", [3], "")]
 
 
