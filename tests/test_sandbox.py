@@ -197,7 +197,7 @@ class OnSandbox(unittest.TestCase):
 class Load(unittest.TestCase):
     def test_at_once(self):
         sandbox = Sandbox(self)
-        self.assertEqual(run(at_once).value, [0] * PROCESSES)
+        self.assertEqual(run(at_once, deadline=180).value, [0] * PROCESSES)
         self.assertEqual(sandbox.states(), ["good"] * PROCESSES)
 
     def test_many_cycles(self):

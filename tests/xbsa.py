@@ -179,7 +179,7 @@ def read_text(path):
         return file.read()
 
 
-def run(scenario, *args, server=None, level=2, env=None, killed=False):
+def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=DEADLINE):
     """
     Runs scenario(library, *args) in a child while the server serves it, and returns the Outcome.
     Fails when the child hangs, crashes or raises, loses a descriptor, leaves a child or, but for
@@ -195,7 +195,7 @@ def run(scenario, *args, server=None, level=2, env=None, killed=False):
     try:
         if server:
             server.serve(reader)
-        report = _read_report(reader)
+        report = _read_report(reader, deadline)
     except Exception as error:
         os.kill(child, signal.SIGKILL)
         os.waitpid(child, 0)
@@ -215,9 +215,9 @@ def run(scenario, *args, server=None, level=2, env=None, killed=False):
     return outcome
 
 
-def _read_report(reader):
+def _read_report(reader, deadline):
     parts = []
-    while select.select([reader], [], [], DEADLINE)[0]:
+    while select.select([reader], [], [], deadline)[0]:
         part = os.read(reader, 1 << 16)
         if not part:
             return pickle.loads(b"".join(parts)) if parts else {}
