@@ -14,12 +14,12 @@ MARK = "Written by the KORVA sandbox"  # a line without "=" means nothing to the
 # folder, or writes to /etc, must not reach the real one. What the account cannot read is left out.
 PRIVATE_ETC = """
 new=$1 ini=$2; shift 2
-mount -t tmpfs -o mode=755 sandbox "$new"
+mount -n -t tmpfs -o mode=755 sandbox "$new"
 cp -a /etc/. "$new/" 2>/dev/null || true
 rm -f "$new/korva2000.ini"
 cp "$ini" "$new/korva2000.ini"
 chmod 644 "$new/korva2000.ini"
-mount --move "$new" /etc
+mount -n --move "$new" /etc
 """
 DROP = 'exec setpriv --inh-caps=-all --ambient-caps=-all -- "$@"\n'
 
