@@ -203,7 +203,7 @@ class Load(unittest.TestCase):
     def test_many_cycles(self):
         """Descriptors, children and memory stay as after the first ten."""
         Sandbox(self)
-        same, grown = run(many_cycles, level=0).value
+        same, grown = run(many_cycles, level=0, deadline=60 + 2 * CYCLES).value
         self.assertTrue(same)
         if not SANITIZED:
             self.assertLess(grown, 1 << 19)
