@@ -615,7 +615,7 @@ SESSIONS = [
     ("no saveset, store", {}, {"savesetname": None}, 0, "store", [[0, 0, 0]],
      "open|openjob:S1 TIME|closejob:S1 TIME 0|close:S1 0", "STOR TIME:QAB:none:17:LBL:64"),
     ("no saveset, restore", {}, {"savesetname": None, "drive": "/d"}, 0, "restore",
-     [([0, 0, 0], b"")], None, "RETR 4711"),
+     [([0, 0, 0], b"")], "open|openjob:S1 4711|closejob:S1 4711 0|close:S1 0", "RETR 4711"),
     ("a send failed", {}, {}, 0, "wrong", [[6, 0], 0], GOOD.format(3, 3), None),
     ("after a failed send", {}, {}, 0, "wrong store", [[6, 0], 0, [0, 0, 0]],
      GOOD.format(3, 3) + "|" + GOOD.format(0, 0), None),

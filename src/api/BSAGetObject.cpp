@@ -4,6 +4,7 @@
 #include "api/object.h"
 #include "session/record.h"
 #include "trace/trace.h"
+#include "util/text.h"
 
 // Opens session and job; a copy id stands in for a saveset name that the answer does not give.
 static int OpenJob(const BSA_ObjectDescriptor *spObject)
@@ -19,6 +20,8 @@ static int OpenJob(const BSA_ObjectDescriptor *spObject)
     {
         TRACE("BSAGetObject: SMS has not returned saveset name. Using copy id for saveset name.");
         snprintf(spSMS->szName, sizeof spSMS->szName, "%u", spObject->copyId.right);
+        // the close of this job must not name the saveset of an earlier object
+        x_CopyText(sGlobal.sCOM.szSavesetID, sizeof sGlobal.sCOM.szSavesetID, spSMS->szName);
     }
     TRACE("BSAGetObject: Saveset name: %s", spSMS->szName);
     return BSA_RC_SUCCESS;
