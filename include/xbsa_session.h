@@ -124,9 +124,9 @@ typedef struct
 typedef struct
 {
     char szHostName[4096];      /* by BSAInit or the COM answer */
-    int iPort;                  /* 1 to 65535; by BSAInit or the COM answer */
+    int iPort;                  /* by BSAInit or the COM answer; a connect needs 1 to 65535 */
     char szUser[4096];          /* login; by the object's owner or the COM answer */
-    char szPass[4096];          /* login; never traced */
+    char szPass[4096];          /* login; traced for the user "sms" only */
     char szName[2048];          /* object or saveset name on the server */
     char szPath[4096];          /* folder on the server; "SMS..." makes long commands */
     char szTape[4096];          /* tape label; by the COM answer */

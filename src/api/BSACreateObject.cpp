@@ -1,7 +1,6 @@
 // Opens the transfer of one object to the server.
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <sys/socket.h>
 

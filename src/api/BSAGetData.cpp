@@ -35,21 +35,9 @@ static int ReadBlock(BSA_DataBlock *spBlock, size_t *upRead)
 
 int BSAGetData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
-    int iRet = BSA_RC_SUCCESS;
     size_t uRead = 0;
-    if (bsaHandle != sGlobal.sSession.lBSAHandle)
-    {
-        iRet = BSA_RC_INVALID_HANDLE;
-    }
-    else if (dataBlockPtr == nullptr ||
-             (dataBlockPtr->bufferPtr == nullptr && dataBlockPtr->bufferLen != 0))
-    {
-        iRet = BSA_RC_NULL_ARGUMENT;
-    }
-    else
-    {
-        iRet = ReadBlock(dataBlockPtr, &uRead);
-    }
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr);
+    if (iRet == BSA_RC_SUCCESS) iRet = ReadBlock(dataBlockPtr, &uRead);
     xbsa_NoteDataStatus(iRet, uRead);
     if (iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.iStrict != 0)
     {

@@ -65,21 +65,9 @@ static int SendBlock(const BSA_DataBlock *spBlock, size_t *upSent)
 
 int BSASendData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
-    int iRet = BSA_RC_SUCCESS;
     size_t uSent = 0;
-    if (bsaHandle != sGlobal.sSession.lBSAHandle)
-    {
-        iRet = BSA_RC_INVALID_HANDLE;
-    }
-    else if (dataBlockPtr == nullptr ||
-             (dataBlockPtr->bufferPtr == nullptr && dataBlockPtr->bufferLen != 0))
-    {
-        iRet = BSA_RC_NULL_ARGUMENT;
-    }
-    else
-    {
-        iRet = SendBlock(dataBlockPtr, &uSent);
-    }
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr);
+    if (iRet == BSA_RC_SUCCESS) iRet = SendBlock(dataBlockPtr, &uSent);
     if (iRet == BSA_RC_SUCCESS) return iRet;
 
     sPrivate.iDataFailed = 1;

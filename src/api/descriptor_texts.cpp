@@ -1,6 +1,5 @@
 // Texts of descriptor fields, for callers that trace them.
 #include <cstdio>
-#include <cstring>
 
 #include "trace/trace.h"
 

@@ -18,6 +18,15 @@ int xbsa_OpenJob(ENUM_COM_TASK eTask);
 // Takes login, object name and path from a descriptor into sSMS.
 void xbsa_TakeLogin(const char *cpFunction, const BSA_ObjectDescriptor *spObject);
 
+// Looks at the arguments of a data call: no call order, for blocks come as often as the caller likes.
+inline int xbsa_CheckBlock(long lHandle, const BSA_DataBlock *spBlock)
+{
+    if (lHandle != sGlobal.sSession.lBSAHandle) return BSA_RC_INVALID_HANDLE;
+    if (spBlock == nullptr) return BSA_RC_NULL_ARGUMENT;
+    bool bNoBuffer = spBlock->bufferPtr == nullptr && spBlock->bufferLen != 0;
+    return bNoBuffer ? BSA_RC_NULL_ARGUMENT : BSA_RC_SUCCESS;
+}
+
 // Notes in sSMS.iOpStatus how a data call ended, for the COM utility.
 //   iRet    result of the call
 //   uBytes  what it moved

@@ -38,9 +38,7 @@ static void RefuseLongLine(COM_RUN *spRun)
 static bool IsUnansweredClose(const COM_RUN *spRun)
 {
     bool bClose = spRun->eTask == COM_CLOSE_WRITE || spRun->eTask == COM_CLOSE_READ;
-    if (!bClose || spRun->uiAnswerLen != 0 || sPrivate.iStrict == 0) return false;
-    SysErrorTxt(0, 0, "The COM utility did not answer the close of the job.");
-    return true;
+    return bClose && spRun->uiAnswerLen == 0 && sPrivate.iStrict != 0;
 }
 
 // Returns true when the answer was taken and the task may go on.
@@ -49,7 +47,9 @@ static bool TakeAnswer(COM_RUN *spRun)
     if (spRun->iRet != 0 || spRun->uiAnswerLen == 0)
     {
         TRACE("com_intf: COM answer not received.");
-        if (IsUnansweredClose(spRun)) FailTask(spRun);
+        if (!IsUnansweredClose(spRun)) return false;
+        SysErrorTxt(0, 0, "The COM utility did not answer the close of the job.");
+        FailTask(spRun);
         return false;
     }
     spRun->bypBuff[spRun->uiAnswerLen] = '\0';

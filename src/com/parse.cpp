@@ -1,5 +1,4 @@
 // Takes the utility's answer into the session record.
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 

@@ -1,6 +1,5 @@
 // The login identity: which account on which host is logging in.
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <netdb.h>

@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <ctime>
 #include <netinet/in.h>
 #include <poll.h>

@@ -37,8 +37,8 @@ void ChooseNewestCopy(CSession &I_sSession, const SETTINGS &I_sSettings,
     I_sObject.copyId = vecCopies.front().copyId;
 }
 
-// A utility that dies without a word at the close of the job counts as success for the library:
-// only the catalogue knows. A newer copy is another process's.
+// A job that closed well is the utility's word; that a query offers the copy is what a restore will
+// need. A newer copy is another process's.
 void CheckStored(CSession &I_sSession, const SETTINGS &I_sSettings,
                  const BSA_ObjectDescriptor &I_sObject)
 {
