@@ -159,6 +159,12 @@ void CheckTrace(SETTINGS &I_sSettings)
     I_sSettings.strTraceFile = strTrace.substr(2);
     CheckText("--trace: FILE", I_sSettings.strTraceFile, 4095);
 }
+
+bool NeedsServer(COMMAND I_eCommand)
+{
+    return I_eCommand != COMMAND::TRACE && I_eCommand != COMMAND::EXPLAIN &&
+           I_eCommand != COMMAND::SETUP;
+}
 } // namespace
 
 std::string settings_Owner(const SETTINGS &I_sSettings)
@@ -171,9 +177,8 @@ void settings_Check(SETTINGS &I_sSettings)
     if (I_sSettings.strFile.empty()) throw USAGE_ERROR("FILE is empty");
     if (I_sSettings.uCopyId != 0 && I_sSettings.eCommand != COMMAND::RESTORE)
         throw USAGE_ERROR("--copy-id is for restore only");
-    if (I_sSettings.bJson && I_sSettings.eCommand != COMMAND::QUERY)
-        throw USAGE_ERROR("--json is for query only");
     CheckTrace(I_sSettings);
+    if (!NeedsServer(I_sSettings.eCommand)) return;
     if (I_sSettings.bInformix) CheckInformix(I_sSettings);
     else CheckPlain(I_sSettings);
 }

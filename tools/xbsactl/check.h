@@ -1,0 +1,10 @@
+// The pre-flight of the way to the server: each step with its finding and, when not ok, the next
+// step in plain words. Returns the exit code.
+#ifndef XBSACTL_CHECK_H
+#define XBSACTL_CHECK_H
+
+#include "settings.h"
+
+int check_Run(const SETTINGS &I_sSettings);
+
+#endif
