@@ -23,7 +23,8 @@ struct RECORD
     std::string strFile;
     std::string strCopy;   // the old file, below the database's folder; empty: there was none
     std::string strBefore; // empty: there was none
-    std::string strAfter;  // something that no content has: edited since, an earlier text is no match
+    std::string
+        strAfter; // something that no content has: edited since, an earlier text is no match
 };
 
 struct JOURNAL

@@ -70,7 +70,8 @@ LINES Block(const std::string &I_strLibrary, bool I_bBuffer)
     LINES vecBlock = {BEGIN, std::string(LIBRARY) + " " + I_strLibrary};
     if (I_bBuffer)
     {
-        vecBlock.emplace_back("# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, 15");
+        vecBlock.emplace_back(
+            "# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, 15");
         vecBlock.push_back(std::string(BUFFER) + " " + std::to_string(MOST_PAGES));
     }
     vecBlock.emplace_back(END);
@@ -100,8 +101,9 @@ LINES TakeBlock(LINES &I_vecLines)
 
 void CheckBlock(const LINES &I_vecBlock, const LINES &I_vecRest)
 {
-    const bool bMarks = Count(I_vecRest, IsReplaced) > 0 ||
-                        Count(I_vecRest, [](const std::string &strLine) { return strLine == END; }) > 0;
+    const bool bMarks =
+        Count(I_vecRest, IsReplaced) > 0 ||
+        Count(I_vecRest, [](const std::string &strLine) { return strLine == END; }) > 0;
     if (I_vecBlock.empty() && !bMarks) return;
     const std::string strLibrary = I_vecBlock.size() > 1 ? Value(I_vecBlock[1]) : "";
     if (I_vecBlock != Block(strLibrary, false) && I_vecBlock != Block(strLibrary, true))
@@ -109,7 +111,8 @@ void CheckBlock(const LINES &I_vecBlock, const LINES &I_vecRest)
     if (Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, LIBRARY); }) > 0)
         throw FAILURE(std::string(LIBRARY) + " was set again outside of the lines of setup");
     const bool bBuffer = I_vecBlock == Block(strLibrary, true);
-    if (bBuffer && Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, BUFFER); }) > 0)
+    if (bBuffer &&
+        Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, BUFFER); }) > 0)
         throw FAILURE(std::string(BUFFER) + " was set again outside of the lines of setup");
 }
 } // namespace
@@ -171,8 +174,10 @@ std::string setuptext_VersionsWithout(const std::string &I_strText, const std::s
 
 std::string setuptext_Logrotate(const std::string &I_strFolder, const std::string &I_strOwner)
 {
-    return "# Made by xbsactl setup. A process keeps the log that it opened until it ends, so the log\n"
-           "# is renamed and compressed one turn later; copytruncate would lose the lines that are\n"
+    return "# Made by xbsactl setup. A process keeps the log that it opened until it ends, so the "
+           "log\n"
+           "# is renamed and compressed one turn later; copytruncate would lose the lines that "
+           "are\n"
            "# written between the copy and the cut.\n\"" +
            I_strFolder +
            "/xbsa*.log\" {\n"
