@@ -14,15 +14,19 @@ bool IsWord(char I_cChar)
     return std::isalnum(static_cast<unsigned char>(I_cChar)) != 0 || I_cChar == '_';
 }
 
-// Small letters, and one blank between words.
-std::string Normal(const std::string &I_strText)
+// Small letters, one blank between words, and none of the brackets that a line puts around values:
+// an unquoted line loses them on the command line.
+std::string Normal(std::string I_strText)
 {
+    for (char &cChar : I_strText)
+    {
+        const bool bBracket = cChar == '[' || cChar == ']';
+        cChar = bBracket ? ' ' : static_cast<char>(std::tolower(static_cast<unsigned char>(cChar)));
+    }
     std::istringstream sWords(I_strText);
     std::string strNormal;
     for (std::string strWord; sWords >> strWord;)
         strNormal += (strNormal.empty() ? "" : " ") + strWord;
-    std::transform(strNormal.begin(), strNormal.end(), strNormal.begin(),
-                   [](unsigned char ucChar) { return static_cast<char>(std::tolower(ucChar)); });
     return strNormal;
 }
 
