@@ -174,6 +174,14 @@ class Setup(unittest.TestCase):
         self.assertEqual(self.tree(), tree)
         self.setup("--undo", "--yes")
         self.assertEqual(self.tree(), self.before)
+        self.setup("--yes")  # as a run that was killed leaves it
+        etc = os.path.join(self.folder, "etc")
+        os.replace(os.path.join(etc, "onconfig.before-xbsa.2"), os.path.join(etc, "onconfig"))
+        os.unlink(os.path.join(self.folder, "lib", "ibsad001.so"))
+        self.setup("--yes")
+        self.assertEqual(set(self.tree()), set(tree))
+        self.setup("--undo", "--yes")
+        self.assertEqual(self.tree(), self.before)
 
     def test_edited_since(self):
         """Undo leaves what others wrote, and refuses to guess where ours was touched."""
