@@ -13,8 +13,8 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 TEXT = r'"(?:[^"\\]|\\.)*"(?:\s*"(?:[^"\\]|\\.)*")*'
 # What a trace line says when something went wrong.
 FAILURE = re.compile(r"fail|cannot|unable|not found|invalid|too? (long|small)|null|exiting[.,!]|"
-                     r"refused|could not|not received|empty|no m|negative|unexpected|error|no account|"
-                     r"no coresponding|copytype ==|not returned|has opened no", re.I)
+                     r"refused|could not|not received|empty|no m|negative|unexpected|error|"
+                     r"no account|no coresponding|copytype ==|not returned|has opened no", re.I)
 # A line, and how the entry begins that must be found first.
 LINES = [
     ("xbsa_open: TRANSIENT or PERMANENT NEGATIVE reply: 530 Login incorrect. ", "530 Login"),
@@ -24,8 +24,8 @@ LINES = [
     ("parse_com_answer: Parsing line: [reply = ERROR].", "reply=ERROR"),
     ("Environment variable: [KORVA_JOB] not found.", "Environment variable: [KORVA_SERVER]"),
     ("Environment variable: [KORVA_POOL] not found.", "Environment variable: [...]"),
-    ("xbsactl: BSACreateObject failed with code 3 (System detected error, operation aborted.): STOR "
-     "failed. NEGATIVE reply: 125 Data connection already open", "125 Data"),
+    ("xbsactl: BSACreateObject failed with code 3 (System detected error, operation aborted.): "
+     "STOR failed. NEGATIVE reply: 125 Data connection already open", "125 Data"),
     ("BSAEndData: Return CODE: 3 ", "BSAEndData 3")]
 TYPED = [("0x11", "BSA_RC_NO_MATCH"), ("425", "425 "), ("login INCORRECT", "530 "),
          ("130", "xbsactl exit code 130")]
@@ -33,7 +33,8 @@ TYPED = [("0x11", "BSA_RC_NO_MATCH"), ("425", "425 "), ("login INCORRECT", "530 
 
 def tool(*arguments, **options):
     options.setdefault("input", "")
-    return subprocess.run([TOOL, *arguments], capture_output=True, text=True, check=False, **options)
+    return subprocess.run([TOOL, *arguments], capture_output=True, text=True, check=False,
+                          **options)
 
 
 def read(*path):
@@ -62,7 +63,7 @@ def error_texts():
     return {re.sub(r"%[-.*\d]*[a-z]+", "7", text) for text in found} - {""}
 
 
-class Explain(unittest.TestCase):
+class Catalogue(unittest.TestCase):
     def test_page(self):
         """The page of the documentation is what the tool prints."""
         self.assertEqual(tool("explain", "--markdown").stdout, read("docs", "messages.md"))
@@ -82,6 +83,8 @@ class Explain(unittest.TestCase):
         tried = [(text, tool("explain", text)) for text in texts if f"`{text}`" not in page]
         self.assertEqual([text for text, got in tried if got.returncode or got.stderr], [])
 
+
+class Explain(unittest.TestCase):
     def test_lines(self):
         """A whole line finds its entry first, and what nobody knows is said to be so."""
         stamp = " 2026-11-24 17:46:34: Trace: (QAB library) "

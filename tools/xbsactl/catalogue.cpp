@@ -7,8 +7,9 @@ namespace
 std::vector<CATALOGUE_ROW> AllRows()
 {
     std::vector<CATALOGUE_ROW> vecRows;
-    for (const auto *vecPart : {&catalogue_vecCodes, &catalogue_vecAnswers, &catalogue_vecMessages})
-        vecRows.insert(vecRows.end(), vecPart->begin(), vecPart->end());
+    for (const CATALOGUE_PART &sPart :
+         {catalogue_Codes(), catalogue_Answers(), catalogue_Messages()})
+        vecRows.insert(vecRows.end(), sPart.spBegin, sPart.spEnd);
     return vecRows;
 }
 } // namespace

@@ -37,8 +37,14 @@ const std::vector<CATALOGUE_ROW> &catalogue_Rows();
 std::vector<std::string> catalogue_Texts(const CATALOGUE_ROW &I_sRow);
 
 // The parts of the table.
-extern const std::vector<CATALOGUE_ROW> catalogue_vecCodes;
-extern const std::vector<CATALOGUE_ROW> catalogue_vecAnswers;
-extern const std::vector<CATALOGUE_ROW> catalogue_vecMessages;
+struct CATALOGUE_PART
+{
+    const CATALOGUE_ROW *spBegin;
+    const CATALOGUE_ROW *spEnd;
+};
+
+CATALOGUE_PART catalogue_Codes();
+CATALOGUE_PART catalogue_Answers();
+CATALOGUE_PART catalogue_Messages();
 
 #endif

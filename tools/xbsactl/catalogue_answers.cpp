@@ -1,7 +1,11 @@
 // The catalogue: what server and COM utility answer.
 #include "catalogue.h"
 
-const std::vector<CATALOGUE_ROW> catalogue_vecAnswers = {
+#include <iterator>
+
+namespace
+{
+constexpr CATALOGUE_ROW ROWS[] = {
     {ROW::SERVER, 125, "125 Data connection already open; transfer starting",
      "STOR or RETR is answered with 125; the call returns 3, since only 150 will do.",
      "A server that connects at PORT (pyftpdlib as it comes).",
@@ -115,3 +119,9 @@ const std::vector<CATALOGUE_ROW> catalogue_vecAnswers = {
      "The utility's answer names no saveset; the restore asks for the copy id instead.",
      "An answer without savesetname.", "Nothing when RETR works; else look at the utility."},
 };
+} // namespace
+
+CATALOGUE_PART catalogue_Answers()
+{
+    return {std::begin(ROWS), std::end(ROWS)};
+}

@@ -1,9 +1,14 @@
 // The catalogue: return codes, failed calls as the database tells them, exit codes.
 #include "catalogue.h"
+
+#include <iterator>
+
 #include "errors.h"
 #include "xbsa.h"
 
-const std::vector<CATALOGUE_ROW> catalogue_vecCodes = {
+namespace
+{
+constexpr CATALOGUE_ROW ROWS[] = {
     {ROW::RETURN_CODE, BSA_RC_SUCCESS, "BSA_RC_SUCCESS|The function succeeded.",
      "The call did what it should; a backup is stored only when BSAEndData returned this.",
      "The trace prints this text for numbers that the library does not know, too.",
@@ -150,3 +155,9 @@ const std::vector<CATALOGUE_ROW> catalogue_vecCodes = {
      "The job closed without its copy becoming visible; or --library names another library.",
      "Query again later; look at the server's own log. xbsactl check names the library."},
 };
+} // namespace
+
+CATALOGUE_PART catalogue_Codes()
+{
+    return {std::begin(ROWS), std::end(ROWS)};
+}

@@ -1,7 +1,11 @@
 // The catalogue: the system's reasons, and the library's own messages.
 #include "catalogue.h"
 
-const std::vector<CATALOGUE_ROW> catalogue_vecMessages = {
+#include <iterator>
+
+namespace
+{
+constexpr CATALOGUE_ROW ROWS[] = {
     {ROW::REASON, NO_CODE, "Connection refused", "Nobody listens at the server's address and port.",
      "The server is down, or host or port is wrong (KORVA's usual port is 11001, FTP's 21).",
      "Start the server; check host and port with xbsactl check."},
@@ -231,3 +235,9 @@ const std::vector<CATALOGUE_ROW> catalogue_vecMessages = {
     {ROW::HARMLESS, NO_CODE, "Invalid sKorva.iLastOp, Korva Server not contacted, ok",
      "BSAEndData without an object: there is no job to close.", "-", "Nothing."},
 };
+} // namespace
+
+CATALOGUE_PART catalogue_Messages()
+{
+    return {std::begin(ROWS), std::end(ROWS)};
+}

@@ -34,8 +34,8 @@ std::string FreeCopyName(const PLACE &I_sPlace, const std::string &I_strFile)
 {
     for (int iNumber = 1; iNumber <= MOST_COPIES; iNumber++)
     {
-        const std::string strNumber = iNumber == 1 ? "" : "." + std::to_string(iNumber);
-        std::string strCopy = I_strFile + SETUP_COPY + strNumber;
+        std::string strCopy = I_strFile + SETUP_COPY;
+        if (iNumber > 1) strCopy.append(".").append(std::to_string(iNumber));
         if (!setupfiles_Exists(setupfiles_Path(I_sPlace, strCopy))) return strCopy;
     }
     throw FAILURE(setupfiles_Path(I_sPlace, I_strFile) + ": too many old copies beside it");

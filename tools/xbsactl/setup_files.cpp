@@ -114,9 +114,10 @@ void setupfiles_WriteLink(const PLACE &I_sPlace, const std::string &I_strFile,
     const bool bDone = lchown(strTemporary.c_str(), I_sPlace.uOwner, I_sPlace.uGroup) == 0 &&
                        rename(strTemporary.c_str(), strPath.c_str()) == 0;
     if (bDone) return;
-    const FAILURE sFailure = SystemFailure(strPath);
+    const int iError = errno;
     unlink(strTemporary.c_str());
-    throw sFailure;
+    errno = iError;
+    throw SystemFailure(strPath);
 }
 
 void setupfiles_Remove(const std::string &I_strPath)

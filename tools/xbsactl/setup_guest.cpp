@@ -22,8 +22,8 @@ std::string AbsolutePath(const std::string &I_strFile)
         uSlash == std::string::npos ? "." : I_strFile.substr(0, uSlash + 1);
     std::array<char, PATH_MAX> szFolder{};
     if (realpath(strFolder.c_str(), szFolder.data()) == nullptr) throw SystemFailure(I_strFile);
-    const std::string strPath = std::string(szFolder.data()) + "/" +
-                                I_strFile.substr(uSlash == std::string::npos ? 0 : uSlash + 1);
+    std::string strPath = std::string(szFolder.data()) + "/" +
+                          I_strFile.substr(uSlash == std::string::npos ? 0 : uSlash + 1);
     if (HasControlCharacter(strPath) || strPath.find_first_of(" #") != std::string::npos)
         throw FAILURE(strPath + ": an onconfig takes no path with a blank or \"#\"");
     return strPath;
