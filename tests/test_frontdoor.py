@@ -1,0 +1,219 @@
+"""What an administrator asks the tool: explain and setup. No server is needed."""
+import os
+import re
+import resource
+import shutil
+import stat
+import subprocess
+import tempfile
+import unittest
+
+TOOL = os.environ["XBSA_TOOL"]
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+TEXT = r'"(?:[^"\\]|\\.)*"(?:\s*"(?:[^"\\]|\\.)*")*'
+# What a trace line says when something went wrong.
+FAILURE = re.compile(r"fail|cannot|unable|not found|invalid|too? (long|small)|null|exiting[.,!]|"
+                     r"refused|could not|not received|empty|no m|negative|unexpected|error|"
+                     r"no account|no coresponding|copytype ==|not returned|has opened no", re.I)
+# A line, and how the entry begins that must be found first.
+LINES = [
+    ("xbsa_open: TRANSIENT or PERMANENT NEGATIVE reply: 530 Login incorrect. ", "530 Login"),
+    ("xbsa_open: Received message: 421 Too many users", "421 "),
+    ("xbsa_open: Welcome: 220-Hello", "220-"),
+    ("xbsa_connect: Connection refused connect() failed.", "Connection refused"),
+    ("parse_com_answer: Parsing line: [reply = ERROR].", "reply=ERROR"),
+    ("Environment variable: [KORVA_JOB] not found.", "Environment variable: [KORVA_SERVER]"),
+    ("Environment variable: [KORVA_POOL] not found.", "Environment variable: [...]"),
+    ("xbsactl: BSACreateObject failed with code 3 (System detected error, operation aborted.): "
+     "STOR failed. NEGATIVE reply: 125 Data connection already open", "125 Data"),
+    ("BSAEndData: Return CODE: 3 ", "BSAEndData 3")]
+TYPED = [("0x11", "BSA_RC_NO_MATCH"), ("425", "425 "), ("login INCORRECT", "530 "),
+         ("130", "xbsactl exit code 130")]
+
+
+def tool(*arguments, **options):
+    options.setdefault("input", "")
+    return subprocess.run([TOOL, *arguments], capture_output=True, text=True, check=False,
+                          **options)
+
+
+def read(*path):
+    with open(os.path.join(ROOT, *path), encoding="utf-8", errors="replace") as file:
+        return file.read()
+
+
+def joined(literals):
+    return re.sub(r'"\s*"', "", literals)[1:-1]
+
+
+def error_texts():
+    """Every text of the sources that tells of a failure, with a value in each of its gaps."""
+    found = set()
+    for folder, _, names in os.walk(os.path.join(ROOT, "src")):
+        for name in (name for name in names if name.endswith(".cpp")):
+            source = read(folder, name)
+            calls = re.findall(r"\b(SysErrorTxt|Fail\w*|TraceFailure|TRACE\w*)\(((?:" + TEXT +
+                               r'|[^";])*)\)', source)
+            for call, arguments in calls:
+                for text in map(joined, re.findall(TEXT, arguments)):
+                    if " " in text and (not call.startswith("TRACE") or FAILURE.search(text)):
+                        found.add(text)
+            if name in ("messages.cpp", "codes.cpp"):
+                found |= {joined(row) for row in re.findall(r"\{\w+,\s*(" + TEXT + ")", source)}
+    return {re.sub(r"%[-.*\d]*[a-z]+", "7", text) for text in found} - {""}
+
+
+class Catalogue(unittest.TestCase):
+    def test_page(self):
+        """The page of the documentation is what the tool prints."""
+        self.assertEqual(tool("explain", "--markdown").stdout, read("docs", "messages.md"))
+
+    def test_codes(self):
+        codes = re.findall(r"\b(BSA_RC_\w+) = (\d+)", read("include", "xbsa.h"))
+        self.assertGreater(len(codes), 15)
+        for name, number in codes:
+            output = tool("explain", name).stdout
+            self.assertEqual(output.split()[0], name)
+            self.assertIn(f"code:   {number}, {int(number):#x}\n", output)
+
+    def test_every_error_text(self):
+        """A message without a row in the catalogue shows here."""
+        texts, page = error_texts(), read("docs", "messages.md")
+        self.assertGreater(len(texts), 120)
+        tried = [(text, tool("explain", text)) for text in texts if f"`{text}`" not in page]
+        self.assertEqual([text for text, got in tried if got.returncode or got.stderr], [])
+
+
+class Explain(unittest.TestCase):
+    def test_lines(self):
+        """A whole line finds its entry first, and what nobody knows is said to be so."""
+        stamp = " 2026-11-24 17:46:34: Trace: (QAB library) "
+        for line, entry in [(stamp + line, entry) for line, entry in LINES] + TYPED:
+            self.assertEqual(tool("explain", *line.split()).stdout[:len(entry)], entry, line)
+        got = tool("explain", "no", "such", "quux")
+        self.assertEqual((got.returncode, got.stdout), (1, ""))
+        self.assertIn("try fewer words", got.stderr)
+
+
+ONCONFIG = "ROOTNAME rootdbs\nbar_bsalib_path\t/old.so # mine\nBAR_XFER_BUF_SIZE 64\nMSGPATH /x\n"
+ROWS = "1|1.0.1|psm|1.0|\n"
+
+
+class Setup(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="informix")
+        self.addCleanup(shutil.rmtree, self.folder)
+        for name in ("etc", "lib"):
+            os.mkdir(os.path.join(self.folder, name))
+        self.write("etc/onconfig", ONCONFIG, 0o640)
+        self.write("etc/sm_versions", ROWS * 400)
+        self.environment = {k: v for k, v in os.environ.items() if k != "ONCONFIG"}
+        self.before = self.tree()
+
+    def write(self, name, text, mode=0o644):
+        path = os.path.join(self.folder, name)
+        with open(path, "w", encoding="ascii") as file:
+            file.write(text)
+        os.chmod(path, mode)
+
+    def tree(self):
+        found = {}
+        for folder, _, names in os.walk(self.folder):
+            for path in (os.path.join(folder, name) for name in names):
+                status, link = os.lstat(path), os.path.islink(path)
+                found[os.path.relpath(path, self.folder)] = (
+                    stat.S_IMODE(status.st_mode), status.st_uid, status.st_gid,
+                    os.readlink(path) if link else read(path))
+        return found
+
+    def setup(self, *arguments, folder=None, want=0, **options):
+        got = tool("setup", "--informixdir", folder or self.folder, *arguments,
+                   env=self.environment, **options)
+        self.assertEqual(got.returncode, want, got.stdout + got.stderr)
+        return got.stdout + got.stderr
+
+    def test_refusals(self):
+        """Each with a clear line, and nothing is changed."""
+        os.symlink("onconfig", os.path.join(self.folder, "etc", "linked"))
+        before = self.tree()
+        limit = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (2000, 2000)),
+                 "restore_signals": False}
+        for arguments, code, text, options in [
+                (["--yes"], 2, "no absolute path", {"folder": "informix"}),
+                (["--yes"], 1, "has no etc", {"folder": os.path.join(self.folder, "lib")}),
+                (["--onconfig", "none", "--yes"], 1, "does not exist", {}),
+                (["--onconfig", "linked", "--yes"], 1, "is no plain file", {}),
+                (["--onconfig", "../onconfig", "--yes"], 2, "is the name of a file", {}),
+                (["--library", "/none.so", "--yes"], 1, "library cannot be loaded", {}),
+                (["--dry-run", "--yes"], 0, "+ 1|1.0.1|KORVA|1.8A1|", {}),
+                (["--undo", "--yes"], 0, "Nothing to undo", {}),
+                ([], 1, "Nothing was changed", {}),
+                ([], 1, "Nothing was changed", {"input": "no\n"}),
+                (["--yes"], 1, "etc/sm_versions", limit)]:  # fails when one file is written already
+            with self.subTest(arguments=arguments, text=text):
+                self.assertIn(text, self.setup(*arguments, want=code, **options))
+                self.assertEqual(self.tree(), before)
+
+    def test_there_and_back(self):
+        """Our lines and links are there once, the old ones are kept, and undo is exact."""
+        self.write("etc/onconfig.before-xbsa", "another copy")
+        self.before = self.tree()
+        self.setup(input="y\n")
+        tree = self.tree()
+        library = tree["lib/ibsad001.so"][3]
+        self.assertTrue(os.path.isabs(library) and os.path.samefile(library,
+                                                                    os.environ["XBSA_LIBRARY"]))
+        lines = tree["etc/onconfig"][3].splitlines()
+        active = [line.split() for line in lines if re.match(r"\s*bar_", line, re.I)]
+        self.assertEqual(active, [["BAR_BSALIB_PATH", library], ["BAR_XFER_BUF_SIZE", "31"]])
+        self.assertIn("#xbsa# bar_bsalib_path\t/old.so # mine", lines)
+        self.assertEqual(tree["etc/onconfig"][:3], self.before["etc/onconfig"][:3])
+        self.assertEqual(tree["etc/sm_versions"][3], ROWS * 400 + "1|1.0.1|KORVA|1.8A1|\n")
+        self.assertEqual(tree["etc/onconfig.before-xbsa"][3], "another copy")
+        self.assertIn(f'"{self.folder}/xbsa*.log"', tree["etc/xbsa.logrotate"][3])
+        self.assertIn("Nothing to change", self.setup("--yes"))
+        self.assertEqual(self.tree(), tree)
+        self.setup("--undo", want=1)
+        self.assertEqual(self.tree(), tree)
+        self.setup("--undo", "--yes")
+        self.assertEqual(self.tree(), self.before)
+        self.setup("--yes")  # as a run that was killed leaves it
+        etc = os.path.join(self.folder, "etc")
+        os.replace(os.path.join(etc, "onconfig.before-xbsa.2"), os.path.join(etc, "onconfig"))
+        os.unlink(os.path.join(self.folder, "lib", "ibsad001.so"))
+        self.setup("--yes")
+        self.assertEqual(set(self.tree()), set(tree))
+        self.setup("--undo", "--yes")
+        self.assertEqual(self.tree(), self.before)
+
+    def test_edited_since(self):
+        """Undo leaves what others wrote, and refuses to guess where ours was touched."""
+        self.setup("--yes")
+        ours = self.tree()["etc/onconfig"][3]
+        for text, refusal in [(ours.replace("SIZE 31", "SIZE 15"), "were edited since"),
+                              (ours + "BAR_BSALIB_PATH /newer.so\n", "was set again"),
+                              ("#xbsa# BAR_BSALIB_PATH /old.so\n", "were edited since")]:
+            self.write("etc/onconfig", text, 0o640)
+            before = self.tree()
+            self.assertIn(refusal, self.setup("--undo", "--yes", want=1))
+            self.assertEqual(self.tree(), before)
+        self.write("etc/onconfig", "PHYSFILE 1\n" + ours, 0o640)
+        self.setup("--undo", "--yes")
+        self.assertEqual(self.tree()["etc/onconfig"][3], "PHYSFILE 1\n" + ONCONFIG)
+        self.assertNotIn("lib/ibsad001.so", self.tree())
+
+    def test_two_servers(self):
+        """What two onconfigs share stays until the second is unhooked, also after a move."""
+        self.write("etc/other", ONCONFIG)
+        self.before = self.tree()
+        moved = os.path.join(self.folder, "moved.so")
+        shutil.copy(os.environ["XBSA_LIBRARY"], moved)
+        self.setup("--yes")
+        self.environment["ONCONFIG"] = "other"
+        self.setup("--yes", "--library", moved)
+        self.setup("--undo", "--yes")
+        self.assertEqual(self.tree()["lib/ibsad001.so"][3], moved)
+        self.assertEqual(self.tree()["etc/other"], self.before["etc/other"])
+        self.setup("--onconfig", "onconfig", "--undo", "--yes")
+        os.unlink(moved)
+        self.assertEqual(self.tree(), self.before)
