@@ -1,6 +1,7 @@
 #include "tracelog.h"
 
-#include <cinttypes>
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <memory>
 
@@ -35,6 +36,20 @@ std::string Since(const SETTINGS &I_sSettings)
     return lines_LastStamp(I_sSettings.strFile).substr(0, 11) + strSince;
 }
 
+// The page takes the place of what has its name.
+void CheckPage(const SETTINGS &I_sSettings)
+{
+    struct stat sPage = {};
+    if (I_sSettings.strHtml.empty() || stat(I_sSettings.strHtml.c_str(), &sPage) != 0) return;
+    for (const std::string &strInput : {I_sSettings.strFile, I_sSettings.strActLog})
+    {
+        struct stat sInput = {};
+        if (stat(strInput.c_str(), &sInput) == 0 && S_ISREG(sInput.st_mode) &&
+            sInput.st_dev == sPage.st_dev && sInput.st_ino == sPage.st_ino)
+            throw USAGE_ERROR("--html would overwrite the log that is read");
+    }
+}
+
 void Count(COUNTS &X_sCounts, const TRACE_SESSION &I_sSession)
 {
     if (session_IsMixed(I_sSession)) X_sCounts.uMixed++;
@@ -59,7 +74,7 @@ std::string Summary(const COUNTS &I_sCounts, const CActivityLog &I_sActivity)
            Part(I_sCounts.uReplies, "with replies only") +
            Part(I_sCounts.uHidden, "more left out by --since or --handle") +
            Part(I_sCounts.uForeign,
-                "lines that are not the library's, or go on from the one before") +
+                "other lines: not the library's, or going on from the one before") +
            Part(I_sActivity.Unused(), "messages of the database belong to no session shown") +
            Part(I_sActivity.Dropped(), "of its oldest messages were passed over");
 }
@@ -73,6 +88,7 @@ void Print(const std::string &I_strText)
 
 void tracelog_Run(const SETTINGS &I_sSettings)
 {
+    CheckPage(I_sSettings);
     const std::string strSince = Since(I_sSettings);
     CLineReader sReader(I_sSettings.strFile);
     CActivityLog sActivity(I_sSettings.strActLog);

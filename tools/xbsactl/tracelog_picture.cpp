@@ -19,11 +19,6 @@ const char *ClassOf(STEP_KIND I_eKind)
     return I_eKind == STEP_KIND::DATA ? "data" : "control";
 }
 
-bool IsTimed(const STEP &I_sStep)
-{
-    return I_sStep.eKind != STEP_KIND::OBJECT && I_sStep.eKind != STEP_KIND::CALL;
-}
-
 // Deals out places within each second to all that begins or ends in it.
 class CSpread
 {
@@ -65,13 +60,13 @@ void AddSteps(std::vector<BAR> &X_vecBars, const std::vector<STEP> &I_vecSteps)
     CSpread sSpread;
     for (const STEP &sStep : I_vecSteps)
     {
-        if (!IsTimed(sStep)) continue;
+        if (!session_HasDuration(sStep)) continue;
         sSpread.Announce(sStep.iStart);
         sSpread.Announce(sStep.iEnd);
     }
     for (const STEP &sStep : I_vecSteps)
     {
-        if (!IsTimed(sStep)) continue;
+        if (!session_HasDuration(sStep)) continue;
         BAR sBar;
         sBar.cpClass = ClassOf(sStep.eKind);
         sBar.bFailed = sStep.bFailed;

@@ -19,6 +19,8 @@ const char *KindName(STEP_KIND I_eKind)
         return "utility";
     case STEP_KIND::DATA:
         return "data";
+    case STEP_KIND::REPLY:
+        return "reply";
     case STEP_KIND::CALL:
         return "call";
     case STEP_KIND::OBJECT:
@@ -47,8 +49,7 @@ PRINT_ROW Row(const STEP &I_sStep, bool I_bDay)
     sRow.bFailed = I_sStep.bFailed;
     sRow.strText = I_sStep.eKind == STEP_KIND::DATA ? DataText(I_sStep, I_bDay) : I_sStep.strText;
     if (!I_sStep.strResult.empty()) sRow.strText += ": " + I_sStep.strResult;
-    const bool bTimed = I_sStep.eKind != STEP_KIND::OBJECT && I_sStep.eKind != STEP_KIND::CALL;
-    if (bTimed)
+    if (session_HasDuration(I_sStep))
         sRow.strDuration =
             I_sStep.bEnded ? text_Duration(I_sStep.iEnd - I_sStep.iStart) : "not ended";
     return sRow;

@@ -34,8 +34,8 @@ void End(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, const std::string &
     session_AddStep(X_sSession, X_sSession.sPending);
 }
 
-void AddHeading(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, STEP_KIND I_eKind,
-                const std::string &I_strText)
+void AddMark(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, STEP_KIND I_eKind,
+             const std::string &I_strText)
 {
     STEP sStep;
     sStep.eKind = I_eKind;
@@ -69,6 +69,15 @@ std::string_view ObjectOf(std::string_view I_svCommand)
     return I_svCommand;
 }
 
+// The saveset behind "-s".
+std::string_view CopyOf(std::string_view I_svCommand)
+{
+    const size_t uPlace = I_svCommand.find(" -s ");
+    if (uPlace == std::string_view::npos) return "";
+    I_svCommand.remove_prefix(uPlace + 4);
+    return I_svCommand.substr(0, I_svCommand.find(' '));
+}
+
 // "-b", "-r" or "-q" behind the path of the utility, and what follows.
 std::string_view TaskOf(std::string_view I_svCommand)
 {
@@ -89,22 +98,15 @@ void TakeCommand(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string
     if (svVerb.empty()) svVerb = "run without a task";
 
     const std::string strObject = text_Clean(ObjectOf(I_svRest));
-    if (svVerb == "query")
-        AddHeading(X_sSession, I_sLine, STEP_KIND::OBJECT, "query of " + strObject);
+    if (svVerb == "query") AddMark(X_sSession, I_sLine, STEP_KIND::OBJECT, "query of " + strObject);
     if (svVerb == "openjob")
     {
         const char *cpWhat = svTask[1] == 'b' ? "backup of " : "restore of ";
-        const std::string strCopy =
-            X_sSession.strCopy.empty() ? "" : ", copy id " + X_sSession.strCopy;
-        AddHeading(X_sSession, I_sLine, STEP_KIND::OBJECT, cpWhat + strObject + strCopy);
+        AddMark(X_sSession, I_sLine, STEP_KIND::OBJECT,
+                cpWhat + strObject + ", copy id " + text_Clean(CopyOf(I_svRest)));
     }
     X_sSession.bInformix = true;
     Begin(X_sSession, I_sLine, STEP_KIND::UTILITY, text_Clean(svVerb));
-}
-
-void TakeCopy(TRACE_SESSION &X_sSession, const LOG_LINE & /*I_sLine*/, std::string_view I_svRest)
-{
-    X_sSession.strCopy = text_Clean(I_svRest.substr(0, I_svRest.find(']')));
 }
 
 void TakeParsed(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svRest)
@@ -146,16 +148,24 @@ void TakeUser(TRACE_SESSION &X_sSession, const LOG_LINE & /*I_sLine*/, std::stri
     X_sSession.strUser = text_Clean(I_svRest);
 }
 
-void TakeName(TRACE_SESSION &X_sSession, const LOG_LINE & /*I_sLine*/, std::string_view I_svRest)
+// A process writes name and path one behind the other: only then they are one object's.
+void TakeName(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svRest)
 {
+    if (X_sSession.bNamed) steps_SetSign(X_sSession, I_sLine);
+    X_sSession.bNamed = true;
     X_sSession.strName = text_Clean(I_svRest);
 }
 
 void AddPlainObject(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, const char *cpWhat,
                     std::string_view I_svPath)
 {
-    AddHeading(X_sSession, I_sLine, STEP_KIND::OBJECT,
-               cpWhat + X_sSession.strName + " in " + text_Clean(I_svPath));
+    const bool bUnknown = (X_sSession.uCall & CALL_UNKNOWN) != 0;
+    if (!X_sSession.bNamed && !bUnknown) steps_SetSign(X_sSession, I_sLine);
+    const bool bPair = X_sSession.bNamed && !session_IsMixed(X_sSession);
+    const std::string strName = bPair ? X_sSession.strName : "an object";
+    X_sSession.bNamed = false;
+    AddMark(X_sSession, I_sLine, STEP_KIND::OBJECT,
+            cpWhat + strName + " in " + text_Clean(I_svPath));
 }
 
 void TakeStorePath(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svRest)
@@ -215,7 +225,7 @@ void TakeTransferReply(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine,
 void TakeLoginReply(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svRest)
 {
     if (IsRefusal(I_svRest)) steps_NoteError(X_sSession, I_sLine, true);
-    if (X_sSession.bReplies) AddHeading(X_sSession, I_sLine, STEP_KIND::CALL, text_Clean(I_svRest));
+    if (X_sSession.bReplies) AddMark(X_sSession, I_sLine, STEP_KIND::REPLY, text_Clean(I_svRest));
 }
 
 void AddReturn(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svCode)
@@ -339,13 +349,13 @@ void TakeDataReturn(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::str
 
 void TakeFound(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svRest)
 {
-    AddHeading(X_sSession, I_sLine, STEP_KIND::CALL,
-               "found copy id " + text_Clean(I_svRest.substr(0, I_svRest.find(':'))));
+    AddMark(X_sSession, I_sLine, STEP_KIND::CALL,
+            "found copy id " + text_Clean(I_svRest.substr(0, I_svRest.find(':'))));
 }
 
 void TakeNoMatch(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view /*rest*/)
 {
-    AddHeading(X_sSession, I_sLine, STEP_KIND::CALL, "found no match");
+    AddMark(X_sSession, I_sLine, STEP_KIND::CALL, "found no match");
 }
 
 void TakeTerminated(TRACE_SESSION &X_sSession, const LOG_LINE & /*I_sLine*/,
@@ -376,10 +386,10 @@ constexpr RULE asReplies[] = {{"sigprocmask()", nullptr},
                               {"Calling recv(", nullptr}};
 constexpr RULE asSends[] = {
     {"Calling send(", nullptr}, {"send() return", nullptr}, {"done send()", nullptr}};
-constexpr RULE asLogin[] = {{"REPLY: ", TakeLoginReply}};
+constexpr RULE asLogin[] = {{" REPLY: ", TakeLoginReply}};
 constexpr RULE asUtility[] = {{"COM COMMAND: [", TakeCommand},
-                              {"Saveset ID: [", TakeCopy},
-                              {"OPEN_JOB (restore): Saveset ID: [", TakeCopy},
+                              {"Saveset ID: [", nullptr},
+                              {"OPEN_JOB", nullptr},
                               {"parse_com_answer return: [", TakeParsed},
                               {"COM answer not received.", TakeUnanswered},
                               {"COM Interface command could not be executed.", TakeUnanswered},

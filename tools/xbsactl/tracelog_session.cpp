@@ -7,6 +7,12 @@ namespace
 constexpr size_t OBJECTS_NAMED = 5;
 }
 
+bool session_HasDuration(const STEP &I_sStep)
+{
+    return I_sStep.eKind == STEP_KIND::CONTROL || I_sStep.eKind == STEP_KIND::UTILITY ||
+           I_sStep.eKind == STEP_KIND::DATA;
+}
+
 bool session_IsMixed(const TRACE_SESSION &I_sSession)
 {
     return !I_sSession.strMixed.empty();
@@ -30,12 +36,6 @@ void session_AddStep(TRACE_SESSION &X_sSession, const STEP &I_sStep)
     if (X_sSession.deqSteps.size() <= STEPS_KEPT) return;
     X_sSession.deqSteps.pop_front();
     X_sSession.uLeftOut++;
-}
-
-bool session_IsDone(const TRACE_SESSION &I_sSession)
-{
-    return I_sSession.bTerminated && !I_sSession.bFailed && I_sSession.strError.empty() &&
-           !session_IsMixed(I_sSession);
 }
 
 std::string session_Handles(const TRACE_SESSION &I_sSession)

@@ -14,7 +14,8 @@ enum class STEP_KIND
     CONTROL,
     UTILITY,
     DATA,
-    CALL // what a call returned; it has no duration
+    REPLY, // of a server, in a log that has nothing else; no duration
+    CALL   // what a call returned; no duration
 };
 
 struct STEP
@@ -92,8 +93,8 @@ struct TRACE_SESSION
     int64_t iBlock = 0;       // time of the last block
     bool bTotalKnown = false; // uTotal is what the process counted
     uint64_t uTotal = 0;
-    std::string strCopy;     // saveset id of the job that is opened
-    std::string strName;     // of the object, until its path is known
+    bool bNamed = false; // strName waits for its path
+    std::string strName;
     std::string strSign;     // a line that no single process can have written here
     long lForeignHandle = 0; // the line before named this one: a mistake of the caller's?
     bool bRejected = false;  // BSAInit came too early, and is no new session
@@ -102,10 +103,10 @@ struct TRACE_SESSION
 constexpr size_t MIXED_HANDLES = 16; // that are remembered of a mixed block
 constexpr size_t STEPS_KEPT = 200;   // at each end of a session
 
+bool session_HasDuration(const STEP &I_sStep);
 bool session_IsMixed(const TRACE_SESSION &I_sSession);
 bool session_HasHandle(const TRACE_SESSION &I_sSession, long I_lHandle);
 void session_AddStep(TRACE_SESSION &X_sSession, const STEP &I_sStep);
-bool session_IsDone(const TRACE_SESSION &I_sSession); // came to its end without an error
 
 // "handle 9497", or what there is in its place.
 std::string session_Handles(const TRACE_SESSION &I_sSession);

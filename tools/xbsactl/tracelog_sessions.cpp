@@ -188,6 +188,7 @@ void CSessions::TakeMixed(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine)
 {
     X_sSession.uCall = CALL_UNKNOWN;
     X_sSession.bTotalKnown = false;
+    X_sSession.bNamed = false;
     X_sSession.strSign.clear();
     if (!lines_StartsWith(I_sLine.svText, "BSATerminate: Closing")) return;
     X_sSession.bTerminated = false;
@@ -214,14 +215,15 @@ void CSessions::Take(const LOG_LINE &I_sLine)
 {
     if (!I_sLine.bTrace) return;
     JudgeForeignHandle(I_sLine);
-    if (!steps_Counts(I_sLine))
+    const FUNCTION *spWriter = steps_Writer(I_sLine);
+    if (spWriter == nullptr)
     {
         if (uCurrent != NONE) deqSessions[uCurrent].bReplies = false;
         return;
     }
     TRACE_SESSION &sSession = Current(I_sLine);
     Extend(sSession, I_sLine);
-    steps_Take(sSession, I_sLine);
+    steps_Take(sSession, I_sLine, *spWriter);
     if (const long lHandle = HandleOf(I_sLine.svText); lHandle != 0)
         TakeHandle(lHandle, I_sLine, lines_StartsWith(I_sLine.svText, INIT_HANDLE));
 
