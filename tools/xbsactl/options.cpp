@@ -173,7 +173,8 @@ void AddTrace(CLI::App &I_sApp, SETTINGS &I_sSettings)
     spTrace->add_option("--since", I_sSettings.strSince, "Sessions from this moment of the log on")
         ->type_name("TIME");
     spTrace->add_option("--handle", I_sSettings.lHandle, "Sessions of this handle alone")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(CLI::Range(1L, std::numeric_limits<long>::max()));
     spTrace->add_option("--html", I_sSettings.strHtml, "Write a page with a timeline, too")
         ->type_name("OUT");
     spTrace

@@ -1,0 +1,261 @@
+#include "tracelog_sessions.h"
+
+#include <array>
+#include <utility>
+
+#include "tracelog_steps.h"
+
+namespace
+{
+constexpr size_t OPEN_SESSIONS = 16; // that may go on at a time, or wait for such a one
+
+constexpr std::string_view INIT_HANDLE = "BSAInit: BSA Handle (process ID) = ";
+constexpr std::string_view DATA_HANDLE = "BSAEndData: Start - bsaHandle = ";
+constexpr std::array<std::string_view, 4> HANDLES = {
+    INIT_HANDLE, "BSABeginTxn: Start, Input: bsaHandle = ", "BSAEndTxn: Start, Input: bsaHandle = ",
+    DATA_HANDLE};
+
+// The handle that a line names, 0 for none.
+long HandleOf(std::string_view I_svText)
+{
+    if (!lines_StartsWith(I_svText, "BSA") || lines_StartsWith(I_svText, "BSASend")) return 0;
+    for (std::string_view svStart : HANDLES)
+    {
+        if (!lines_StartsWith(I_svText, svStart)) continue;
+        I_svText.remove_prefix(svStart.size());
+        return static_cast<long>(lines_TakeNumber(I_svText));
+    }
+    return 0;
+}
+
+void Extend(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine)
+{
+    X_sSession.uLastLine = I_sLine.uNumber;
+    if (X_sSession.iLast == I_sLine.iTime && !X_sSession.strLast.empty()) return;
+    X_sSession.iLast = I_sLine.iTime;
+    X_sSession.strLast = I_sLine.svStamp;
+}
+
+void AddHandle(TRACE_SESSION &X_sSession, long I_lHandle)
+{
+    if (X_sSession.setHandles.size() < MIXED_HANDLES) X_sSession.setHandles.insert(I_lHandle);
+}
+
+void Absorb(TRACE_SESSION &X_sInto, const TRACE_SESSION &I_sFrom)
+{
+    for (const long lHandle : I_sFrom.setHandles) AddHandle(X_sInto, lHandle);
+    for (const STEP &sStep : session_Steps(I_sFrom))
+        if (sStep.eKind == STEP_KIND::OBJECT) session_AddStep(X_sInto, sStep);
+    X_sInto.uLeft += I_sFrom.uLeft;
+    if (I_sFrom.uLastLine > X_sInto.uLastLine)
+    {
+        X_sInto.uLastLine = I_sFrom.uLastLine;
+        X_sInto.strLast = I_sFrom.strLast;
+        X_sInto.iLast = I_sFrom.iLast;
+    }
+    if (!X_sInto.strError.empty() || I_sFrom.strError.empty()) return;
+    X_sInto.strError = I_sFrom.strError;
+    X_sInto.strErrorStamp = I_sFrom.strErrorStamp;
+    X_sInto.uErrorLine = I_sFrom.uErrorLine;
+}
+
+// Only what still is true of lines of several processes.
+void BecomeMixed(TRACE_SESSION &X_sSession, const std::string &I_strSign)
+{
+    if (session_IsMixed(X_sSession)) return;
+    X_sSession.strMixed = I_strSign;
+    const std::vector<STEP> vecSteps = session_Steps(X_sSession);
+    X_sSession.vecSteps.clear();
+    X_sSession.deqSteps.clear();
+    X_sSession.uObjects = X_sSession.uLeftOut = 0;
+    for (const STEP &sStep : vecSteps)
+        if (sStep.eKind == STEP_KIND::OBJECT) session_AddStep(X_sSession, sStep);
+}
+} // namespace
+
+CSessions::CSessions(SINK I_fpSink) : fpSink(std::move(I_fpSink))
+{
+}
+
+void CSessions::Open(const LOG_LINE &I_sLine, bool I_bHead)
+{
+    TRACE_SESSION sSession;
+    sSession.bHead = I_bHead;
+    sSession.uCall = I_bHead ? CALL_NONE : CALL_UNKNOWN;
+    sSession.bReplies = lines_StartsWith(I_sLine.svText, "LOGIN REPLY: ");
+    sSession.uFirstLine = I_sLine.uNumber;
+    sSession.iFirst = I_sLine.iTime;
+    sSession.strFirst = I_sLine.svStamp;
+    deqSessions.push_back(std::move(sSession));
+    uCurrent = deqSessions.size() - 1;
+}
+
+TRACE_SESSION &CSessions::Current(const LOG_LINE &I_sLine)
+{
+    const std::string_view svText = I_sLine.svText;
+    const bool bReply = lines_StartsWith(svText, "LOGIN REPLY: ");
+    const bool bReplies = uCurrent != NONE && deqSessions[uCurrent].bReplies;
+    if (bReplies && bReply && lines_StartsWith(svText.substr(13), "220")) End(); // next connection
+    if (lines_StartsWith(svText, "BSAInit: Start"))
+    {
+        if (bReplies) End();
+        Open(I_sLine, true);
+    }
+    else if (uCurrent == NONE) Open(I_sLine, false);
+    if (!bReply) deqSessions[uCurrent].bReplies = false;
+    return deqSessions[uCurrent];
+}
+
+// The first of those that interrupted each other up to the current one.
+size_t CSessions::FirstOpen() const
+{
+    size_t uPlace = uCurrent;
+    while (uPlace > 0 && !deqSessions[uPlace - 1].bEnded) uPlace--;
+    return uPlace;
+}
+
+size_t CSessions::OpenWith(long I_lHandle) const
+{
+    for (size_t uPlace = 0; uPlace < deqSessions.size(); uPlace++)
+    {
+        const TRACE_SESSION &sSession = deqSessions[uPlace];
+        if (uPlace != uCurrent && !sSession.bEnded && session_HasHandle(sSession, I_lHandle))
+            return uPlace;
+    }
+    return NONE;
+}
+
+// All that goes on from there to the current one becomes one block.
+void CSessions::Merge(size_t I_uFrom, const std::string &I_strSign)
+{
+    if (I_uFrom > uCurrent) std::swap(I_uFrom, uCurrent);
+    TRACE_SESSION &sInto = deqSessions[I_uFrom];
+    BecomeMixed(sInto, I_strSign);
+    for (size_t uPlace = uCurrent; uPlace > I_uFrom; uPlace--)
+    {
+        if (deqSessions[uPlace].bEnded) continue;
+        Absorb(sInto, deqSessions[uPlace]);
+        deqSessions.erase(deqSessions.begin() + static_cast<std::ptrdiff_t>(uPlace));
+    }
+    uCurrent = I_uFrom;
+}
+
+// A session gets its handle. When an interrupted one had it, that one has ended in another BSAInit,
+// or it goes on here: then what interrupted it was another process.
+void CSessions::Adopt(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit)
+{
+    const size_t uEarlier = OpenWith(I_lHandle);
+    AddHandle(deqSessions[uCurrent], I_lHandle);
+    if (uEarlier == NONE) return;
+    if (I_bInit && !session_IsMixed(deqSessions[uEarlier]))
+    {
+        deqSessions[uEarlier].bReplaced = true;
+        deqSessions[uEarlier].bEnded = true;
+        return;
+    }
+    Merge(uEarlier, "handle " + std::to_string(I_lHandle) + " comes back at line " +
+                        std::to_string(I_sLine.uNumber));
+}
+
+void CSessions::TakeHandle(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit)
+{
+    TRACE_SESSION &sSession = deqSessions[uCurrent];
+    if (session_IsMixed(sSession)) AddHandle(sSession, I_lHandle);
+    else if (sSession.setHandles.empty()) Adopt(I_lHandle, I_sLine, I_bInit);
+    else if (!session_HasHandle(sSession, I_lHandle)) sSession.lForeignHandle = I_lHandle;
+}
+
+// A caller that names a wrong handle is told so in the next line.
+void CSessions::JudgeForeignHandle(const LOG_LINE &I_sLine)
+{
+    if (uCurrent == NONE || deqSessions[uCurrent].lForeignHandle == 0) return;
+    TRACE_SESSION &sSession = deqSessions[uCurrent];
+    const long lHandle = std::exchange(sSession.lForeignHandle, 0);
+    if (I_sLine.svText.find("Invalid Handle") != std::string_view::npos ||
+        I_sLine.svText.find("Return: 6 ") != std::string_view::npos)
+        return;
+    const size_t uOwner = OpenWith(lHandle);
+    const size_t uFrom = uOwner != NONE ? uOwner : FirstOpen();
+    const bool bUnseen = uFrom == uCurrent; // the other one's beginning is not in the log
+    Merge(uFrom, "handle " + std::to_string(lHandle) + " comes in between before line " +
+                     std::to_string(I_sLine.uNumber));
+    AddHandle(deqSessions[uCurrent], lHandle);
+    if (bUnseen) deqSessions[uCurrent].uLeft++;
+}
+
+// It ends when all of its processes have.
+void CSessions::TakeMixed(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine)
+{
+    X_sSession.uCall = CALL_UNKNOWN;
+    X_sSession.bTotalKnown = false;
+    X_sSession.bNamed = false;
+    X_sSession.strSign.clear();
+    if (!lines_StartsWith(I_sLine.svText, "BSATerminate: Closing")) return;
+    X_sSession.bTerminated = false;
+    if (X_sSession.uLeft > 0) X_sSession.uLeft--;
+    if (X_sSession.uLeft == 0) End();
+}
+
+// The BSAInit of a process that has a session already is refused, and that session goes on.
+void CSessions::FoldRejected()
+{
+    const TRACE_SESSION sRejected = deqSessions[uCurrent];
+    deqSessions.pop_back();
+    uCurrent = deqSessions.size() - 1;
+    TRACE_SESSION &sSession = deqSessions[uCurrent];
+    sSession.bFailed = true;
+    for (const STEP &sStep : session_Steps(sRejected)) session_AddStep(sSession, sStep);
+    if (!sSession.strError.empty()) return;
+    sSession.strError = sRejected.strError;
+    sSession.strErrorStamp = sRejected.strErrorStamp;
+    sSession.uErrorLine = sRejected.uErrorLine;
+}
+
+void CSessions::Take(const LOG_LINE &I_sLine)
+{
+    if (!I_sLine.bTrace) return;
+    JudgeForeignHandle(I_sLine);
+    const FUNCTION *spWriter = steps_Writer(I_sLine);
+    if (spWriter == nullptr)
+    {
+        if (uCurrent != NONE) deqSessions[uCurrent].bReplies = false;
+        return;
+    }
+    TRACE_SESSION &sSession = Current(I_sLine);
+    Extend(sSession, I_sLine);
+    steps_Take(sSession, I_sLine, *spWriter);
+    if (const long lHandle = HandleOf(I_sLine.svText); lHandle != 0)
+        TakeHandle(lHandle, I_sLine, lines_StartsWith(I_sLine.svText, INIT_HANDLE));
+
+    TRACE_SESSION &sNow = deqSessions[uCurrent]; // another one after a merge
+    Extend(sNow, I_sLine);
+    if (!session_IsMixed(sNow) && !sNow.strSign.empty()) Merge(FirstOpen(), sNow.strSign);
+    if (session_IsMixed(deqSessions[uCurrent])) TakeMixed(deqSessions[uCurrent], I_sLine);
+    else if (sNow.bTerminated) End();
+    else if (sNow.bRejected && sNow.uCall == CALL_NONE && uCurrent > 0 &&
+             !deqSessions[uCurrent - 1].bEnded && sNow.setHandles.empty())
+        FoldRejected();
+    Flush(OPEN_SESSIONS);
+}
+
+void CSessions::End()
+{
+    deqSessions[uCurrent].bEnded = true;
+    uCurrent = NONE;
+}
+
+void CSessions::Flush(size_t I_uKeep)
+{
+    while (!deqSessions.empty() && (deqSessions[0].bEnded || deqSessions.size() > I_uKeep))
+    {
+        deqSessions[0].uNumber = ++uSessions;
+        fpSink(deqSessions[0]);
+        deqSessions.pop_front();
+        uCurrent = uCurrent == 0 || uCurrent == NONE ? NONE : uCurrent - 1;
+    }
+}
+
+void CSessions::Finish()
+{
+    Flush(0);
+}
