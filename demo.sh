@@ -6,6 +6,7 @@
 # installed (korva-xbsa-demo) it takes the installed tool, or the one that XBSACTL names.
 # Works on Debian and Ubuntu, as root or not; installs packages only when some are missing.
 set -u
+[[ -z ${XBSACTL-} ]] || XBSACTL=$(readlink -f "$XBSACTL")
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")" || exit 1
 . tools/packages.sh
 . tools/proftpd.sh
@@ -38,15 +39,13 @@ SQL
 # Sets XBSACTL, in the source tree to what it builds there.
 provide_tool() {
     if [[ -e CMakeLists.txt ]]; then
-        packages_need g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev ||
-            fail "packages are missing"
         say "Building"
         build || fail "the build failed"
         ls -l build/release/lib/libxbsa.so.1 build/release/bin/xbsactl
         XBSACTL=build/release/bin/xbsactl
     fi
     XBSACTL=$(readlink -f "${XBSACTL:-../../bin/xbsactl}")
-    export XBSACTL
+    export XBSACTL # for the part that runs inside the sandbox
     "$XBSACTL" --version || fail "no xbsactl (package korva-xbsa)"
 }
 
@@ -124,7 +123,9 @@ trap 'exit 1' HUP INT TERM
 
 work=$(mktemp -d) || fail "no temporary folder"
 chmod 755 "$work" # root runs the FTP server as nobody
-packages_need openssl python3 python3-pyftpdlib proftpd-core sqlite3 || fail "packages are missing"
+needed=(openssl python3 python3-pyftpdlib proftpd-core sqlite3)
+[[ ! -e CMakeLists.txt ]] || needed+=(g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev)
+packages_need "${needed[@]}" || fail "packages are missing"
 provide_tool
 
 say "Starting ProFTPD"

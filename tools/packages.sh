@@ -54,7 +54,7 @@ packages_try() { # PACKAGE...
                        -o Acquire::https::Timeout=10)
     [[ $(id -u) == 0 ]] || sudo=(sudo -n)
     apt=("${sudo[@]}" env DEBIAN_FRONTEND=noninteractive "RES_OPTIONS=timeout:2 attempts:1"
-         timeout 180 "${apt[@]}")
+         timeout 300 "${apt[@]}")
     "${apt[@]}" -o APT::Update::Error-Mode=any update &&
         "${apt[@]}" install -y --no-remove --no-install-recommends "$@"
 }
@@ -63,7 +63,7 @@ packages_want() { # PACKAGE...
     local missing
     mapfile -t missing < <(packages_missing "$@")
     [[ ${#missing[@]} == 0 ]] && return 0
-    packages_try "${missing[@]}" </dev/null >/dev/null 2>&1
+    packages_try "${missing[@]}" </dev/null >/dev/null 2>&1 || true
     mapfile -t missing < <(packages_missing "${missing[@]}")
     [[ ${#missing[@]} == 0 ]] || echo "Not installed, so not tested here: ${missing[*]}"
 }
