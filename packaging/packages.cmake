@@ -94,6 +94,7 @@ set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
 set(CPACK_RPM_PACKAGE_RELEASE 1)
 set(CPACK_RPM_PACKAGE_LICENSE MIT)
 set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
+set(CPACK_RPM_CHANGELOG_FILE ${WORK}/changelog.rpm)
 # Folders that belong to the system and not to us.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/lib64 /usr/share/doc /usr/share/man /usr/share/man/man1 /usr/share/man/man3
