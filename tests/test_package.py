@@ -16,15 +16,15 @@ BUILD, TOOL = os.environ["XBSA_BUILD"], os.environ["XBSA_TOOL"]
 ENV = {"PATH": os.environ["PATH"] + ":/usr/sbin:/sbin", "LC_ALL": "C.UTF-8", "TZ": "UTC",
        "SOURCE_DATE_EPOCH": "1000000000", "XBSA_PASSWORD": "secret", "MANWIDTH": "100"}
 LIBDIR = f"lib/{os.uname().machine}-linux-gnu"
-FILES = {"korva-xbsa": ["bin/xbsactl", LIBDIR + "/libxbsa.so.1", "share/man/man1/xbsactl.1.gz",
-                        "share/man/man7/korva-xbsa.7.gz", "share/doc/korva-xbsa/docs/settings.md",
-                        "share/bash-completion/completions/xbsactl",
-                        "share/zsh/vendor-completions/_xbsactl",
-                        "share/doc/korva-xbsa/examples/korva-xbsa.logrotate"],
-         "korva-xbsa-dev": ["include/xbsa.h", "include/xbsa_session.h", LIBDIR + "/libxbsa.so",
-                            "share/man/man3/xbsa.3.gz"],
-         "korva-xbsa-sandbox": ["bin/korva-sandbox", "bin/korva-xbsa-demo",
-                                "share/man/man1/korva-sandbox.1.gz"]}
+DOC = "share/doc/korva-xbsa"
+FILES = {"korva-xbsa": f"""bin/xbsactl {LIBDIR}/libxbsa.so.1 share/man/man1/xbsactl.1.gz
+            share/man/man7/korva-xbsa.7.gz {DOC}/docs/settings.md
+            {DOC}/examples/korva-xbsa.logrotate share/bash-completion/completions/xbsactl
+            share/zsh/vendor-completions/_xbsactl""",
+         "korva-xbsa-dev": f"""include/xbsa.h include/xbsa_session.h {LIBDIR}/libxbsa.so
+            share/man/man3/xbsa.3.gz""",
+         "korva-xbsa-sandbox": """bin/korva-sandbox bin/korva-xbsa-demo share/korva-xbsa/sandbox/run
+            share/man/man1/korva-sandbox.1.gz"""}
 
 
 def output(*command, **more):
@@ -91,6 +91,10 @@ class Interface(unittest.TestCase):
         self.assertEqual((set(words), set(general)), (set(commands), everywhere))
         self.assertEqual({line[0]: set(line[1:]) for line in lines},
                          {name: options[name] | everywhere for name in commands})
+        text = "".join(output(TOOL, name, "--help") for name in ["-h", *commands])
+        for line in completed(*(f"{option} trace query --j" for option in  # a value is no command
+                                re.findall(r"^  (--[\w-]+) [A-Z](?!xcludes:)", text, re.M))):
+            self.assertEqual(line[-1], "--json", line)
 
         general, rest = read("completions/_xbsactl").split("own general=(")[1].split("\n    )", 1)
         found = {name: set(re.findall(r"['){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
@@ -135,7 +139,7 @@ class Packages(unittest.TestCase):
             listed = re.findall(r"^(\S+) (\S+) +\d+ (.{16}) \./usr/(\S*)", output(
                 "dpkg-deb", "-c", path), re.M)
             common = [f"share/doc/{name}/{file}" for file in ("copyright", "changelog.Debian.gz")]
-            self.assertLessEqual({*FILES[name], *common}, {file for *_, file in listed})
+            self.assertLessEqual({*FILES[name].split(), *common}, {file for *_, file in listed})
             for mode, owner, time, file in listed:
                 program = mode[0] == "-" and re.match(r"bin/|share/korva-xbsa/(demo.sh|sandbox/[^.]*$)",
                                                       file)
@@ -213,6 +217,6 @@ class Lintian(unittest.TestCase):
 class Rpm(unittest.TestCase):
     def test_packages(self):
         text = "".join(output("rpm", "-qpl", path) for path in build("RPM"))
-        for file in sum(FILES.values(), []):
+        for file in " ".join(FILES.values()).split():
             moved = file.replace(LIBDIR, "lib64").replace("vendor-completions", "site-functions")
             self.assertIn(f"/usr/{moved}\n", text)
