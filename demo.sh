@@ -1,11 +1,13 @@
-#!/usr/bin/env bash
-# Shows the library at work: builds it and goes both roads on 127.0.0.1. Plain: a real FTP server
-# takes a file and a stream through xbsactl and gives them back. Informix: three processes back up
-# three spaces at once to the sandbox, one of them is restored by its copy id. Everything that comes
-# back is compared. Leaves nothing behind but build/release.
+#!/bin/bash
+# Shows the library at work and goes both roads on 127.0.0.1. Plain: a real FTP server takes a file
+# and a stream through xbsactl and gives them back. Informix: three processes back up three spaces
+# at once to the sandbox, one of them is restored by its copy id. Everything that comes back is
+# compared. In the source tree it builds first, and leaves nothing behind but build/release; once
+# installed (korva-xbsa-demo) it takes the installed tool, or the one that XBSACTL names.
 # Works on Debian and Ubuntu, as root or not; installs packages only when some are missing.
 set -u
-cd "$(dirname "${BASH_SOURCE[0]}")" || exit 1
+[[ -z ${XBSACTL-} ]] || XBSACTL=$(readlink -f "$XBSACTL")
+cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")" || exit 1
 . tools/packages.sh
 . tools/proftpd.sh
 
@@ -34,8 +36,21 @@ INSERT INTO orders SELECT i, 'customer ' || (i % 997), hex(randomblob(32)) FROM 
 SQL
 }
 
+# Sets XBSACTL, in the source tree to what it builds there.
+provide_tool() {
+    if [[ -e CMakeLists.txt ]]; then
+        say "Building"
+        build || fail "the build failed"
+        ls -l build/release/lib/libxbsa.so.1 build/release/bin/xbsactl
+        XBSACTL=build/release/bin/xbsactl
+    fi
+    XBSACTL=$(readlink -f "${XBSACTL:-../../bin/xbsactl}")
+    export XBSACTL # for the part that runs inside the sandbox
+    "$XBSACTL" --version || fail "no xbsactl (package korva-xbsa)"
+}
+
 plain_road() {
-    local xbsactl=(build/release/bin/xbsactl --host "127.0.0.1:$PROFTPD_PORT" --user backup
+    local xbsactl=("$XBSACTL" --host "127.0.0.1:$PROFTPD_PORT" --user backup
                    --trace "2:$work/xbsa.log")
     export XBSA_PASSWORD=secret
 
@@ -61,7 +76,7 @@ plain_road() {
 
 # What runs inside the sandbox: demo.sh --informix FOLDER
 informix_road() { # FOLDER, which the caller clears away
-    local work=$1 xbsactl=(build/release/bin/xbsactl --informix) space pids=() copy
+    local work=$1 xbsactl=("$XBSACTL" --informix) space pids=() copy
     export XBSA_TRACE=2
 
     say "Three processes back up three spaces at once"
@@ -108,12 +123,10 @@ trap 'exit 1' HUP INT TERM
 
 work=$(mktemp -d) || fail "no temporary folder"
 chmod 755 "$work" # root runs the FTP server as nobody
-packages_need g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev openssl python3 \
-    python3-pyftpdlib proftpd-core sqlite3 || fail "packages are missing"
-
-say "Building"
-build || fail "the build failed"
-ls -l build/release/lib/libxbsa.so.1 build/release/bin/xbsactl
+needed=(openssl python3 python3-pyftpdlib proftpd-core sqlite3)
+[[ ! -e CMakeLists.txt ]] || needed+=(g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev)
+packages_need "${needed[@]}" || fail "packages are missing"
+provide_tool
 
 say "Starting ProFTPD"
 proftpd_start "$work/ftp" backup secret || fail "no FTP server"

@@ -1,8 +1,11 @@
-# Shell function that installs Debian packages. To be sourced by bash.
+# Shell functions that install Debian packages. To be sourced by bash.
 #
 #   packages_need PACKAGE...
 #       Installs those that are missing; root is asked for only then. Removes nothing: a package
 #       that another one excludes is a failure. Returns 1 with a reason on standard error.
+#   packages_want PACKAGE...
+#       Tries the same, once and without asking for a password, and goes on without them: says which
+#       are not there, so that nobody takes their tests for passed.
 
 packages_as_root() {
     if [[ $(id -u) == 0 ]]; then "$@"; else sudo "$@"; fi
@@ -16,12 +19,17 @@ packages_silence() { # SERVICE
     return 0
 }
 
-packages_need() { # PACKAGE...
-    local missing=() package install
+packages_missing() { # PACKAGE... on standard output: those that are not installed
+    local package
     for package in "$@"; do
         [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
-            missing+=("$package")
+            echo "$package"
     done
+}
+
+packages_need() { # PACKAGE...
+    local missing package install
+    mapfile -t missing < <(packages_missing "$@")
     [[ ${#missing[@]} == 0 ]] && return 0
 
     install=(env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-remove
@@ -38,4 +46,24 @@ packages_need() { # PACKAGE...
     for package in "${missing[@]}"; do
         [[ $package != proftpd-core ]] || packages_silence proftpd
     done
+}
+
+# A machine without network answers at once: one short look-up, no second try.
+packages_try() { # PACKAGE...
+    local sudo=() apt=(apt-get -q -o Acquire::Retries=0 -o Acquire::http::Timeout=10
+                       -o Acquire::https::Timeout=10)
+    [[ $(id -u) == 0 ]] || sudo=(sudo -n)
+    apt=("${sudo[@]}" env DEBIAN_FRONTEND=noninteractive "RES_OPTIONS=timeout:2 attempts:1"
+         timeout 300 "${apt[@]}")
+    "${apt[@]}" -o APT::Update::Error-Mode=any update &&
+        "${apt[@]}" install -y --no-remove --no-install-recommends "$@"
+}
+
+packages_want() { # PACKAGE...
+    local missing
+    mapfile -t missing < <(packages_missing "$@")
+    [[ ${#missing[@]} == 0 ]] && return 0
+    packages_try "${missing[@]}" </dev/null >/dev/null 2>&1 || true
+    mapfile -t missing < <(packages_missing "${missing[@]}")
+    [[ ${#missing[@]} == 0 ]] || echo "Not installed, so not tested here: ${missing[*]}"
 }

@@ -22,9 +22,9 @@ std::string OwnFolder()
 std::string DefaultLibrary()
 {
     const std::string strFolder = OwnFolder();
-    for (const char *cpFolder : {"/../lib/", "/../" XBSACTL_LIBDIR "/"})
+    for (const char *cpFolder : {"lib", XBSACTL_LIBDIR, XBSACTL_MULTIARCH, "lib64"})
     {
-        std::string strPath = strFolder + cpFolder + XBSACTL_LIBRARY;
+        std::string strPath = strFolder + "/../" + cpFolder + "/" + XBSACTL_LIBRARY;
         if (access(strPath.c_str(), F_OK) == 0) return strPath;
     }
     return XBSACTL_LIBRARY;

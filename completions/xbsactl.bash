@@ -1,0 +1,77 @@
+# bash completion for xbsactl(1).
+
+# Offers those of the words that begin with what is there, and no file names in their place.
+_xbsactl_words() { # WORD...
+    local current=${COMP_WORDS[COMP_CWORD]} word
+    compopt +o default +o bashdefault 2>/dev/null
+    for word in "$@"; do
+        [[ $word != "${current#=}"* ]] || COMPREPLY+=("$word")
+    done
+}
+
+# What stands behind an option. Names of files are left to readline: it knows how to quote.
+_xbsactl_value() { # OPTION VALUE
+    case $1 in
+        --password-file | --library | --status | --manifest | --html | --bar-act-log) ;;
+        --informixdir) compopt -o dirnames +o default +o bashdefault 2>/dev/null ;;
+        --trace) [[ $2 == *:* ]] || _xbsactl_words 2 3 ;;
+        *) _xbsactl_words ;;
+    esac
+}
+
+# The options of a command, beside those that stand everywhere.
+_xbsactl_options() { # COMMAND
+    case $1 in
+        store) echo --status --verify --manifest ;;
+        restore) echo --status ;;
+        query) echo --json ;;
+        verify) echo --all --manifest --status ;;
+        check) echo --informixdir --json ;;
+        trace) echo --since --handle --html --bar-act-log ;;
+        explain) echo --markdown ;;
+        setup) echo --informixdir --onconfig --dry-run --yes --undo ;;
+    esac
+}
+
+# Reads the words before the current one: sets the caller's command, the number of its arguments,
+# and the option that still waits for its value.
+_xbsactl_scan() { # WORD...
+    local word with_value=" --host --user --password-file --path --space --copy-id --library
+        --timeout --trace --status --manifest --informixdir --since --handle --html --bar-act-log
+        --onconfig "
+    for word in "$@"; do
+        if [[ -n $option ]]; then
+            option=
+        elif [[ $with_value == *[[:space:]]"$word"[[:space:]]* ]]; then
+            option=$word
+        elif [[ $word != -?* ]]; then
+            if [[ -z $command ]]; then command=$word; else arguments+=x; fi
+        fi
+    done
+}
+
+_xbsactl() {
+    local line=${COMP_LINE:0:COMP_POINT} words=() current='' option='' command='' arguments=''
+    read -ra words <<<"$line" # COMP_WORDS is cut at ":" and "=", too
+    if [[ $line != *[[:space:]] ]]; then
+        current=${words[-1]}
+        unset 'words[-1]'
+    fi
+    _xbsactl_scan "${words[@]:1}"
+    COMPREPLY=()
+    if [[ -n $option ]]; then
+        _xbsactl_value "$option" "$current"
+    elif [[ $current == --*=* ]]; then
+        _xbsactl_value "${current%%=*}" "${current#*=}"
+    elif [[ $current == -* ]]; then
+        # shellcheck disable=SC2046 # one word each
+        _xbsactl_words $(_xbsactl_options "$command") -h --help --version --informix --host --user \
+            --password-file --path --space --copy-id --library --timeout --trace
+    elif [[ -z $command ]]; then
+        _xbsactl_words store restore query verify check trace explain setup
+    elif [[ $command$arguments != @(storex|restorex|trace) ]]; then
+        _xbsactl_words
+    fi
+}
+
+complete -o bashdefault -o default -F _xbsactl xbsactl

@@ -1,0 +1,126 @@
+# The packages: korva-xbsa, korva-xbsa-dev and korva-xbsa-sandbox, as .deb and .rpm, each where the
+# programs that make it are installed.
+
+set(CPACK_GENERATOR)
+find_program(DPKG_SHLIBDEPS dpkg-shlibdeps) # package dpkg-dev
+find_program(FILE_PROGRAM file)
+find_program(RPMBUILD rpmbuild) # package rpm, or rpm-build
+if(DPKG_SHLIBDEPS AND FILE_PROGRAM) # without them nobody would know what the tool depends on
+  list(APPEND CPACK_GENERATOR DEB)
+endif()
+if(RPMBUILD)
+  list(APPEND CPACK_GENERATOR RPM)
+endif()
+if(NOT CPACK_GENERATOR)
+  message(STATUS "No packages: dpkg-dev and file, or rpmbuild, are missing")
+  return()
+endif()
+
+set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
+set(CPACK_PACKAGE_CONTACT ${XBSA_MAINTAINER})
+set(CPACK_PACKAGE_VENDOR "Korva XBSA developers")
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+  GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_SOURCE_DIR}/cpack.cmake)
+set(CPACK_XBSA_EPOCH $ENV{SOURCE_DATE_EPOCH})
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_VERBATIM_VARIABLES ON)
+
+set(runtime_summary "library that stores Informix backups on a KORVA or FTP server")
+set(runtime_text "The shared library libxbsa.so.1 offers the XBSA calls with which the Informix
+database server's backup tool stores its dbspaces and logical logs on a KORVA
+backup server, reads them back and asks which copies exist. Other sessions
+work with any FTP server that allows active mode.
+
+The command xbsactl drives the library from the shell, checks a set-up before
+the first backup depends on it, and explains traces and errors.")
+set(dev_summary "headers for programs that call the XBSA library")
+set(dev_text "The declarations of the XBSA calls and of the session record, the link for the
+linker, and the manual page of the calls. A database server does not need
+this package: it loads the library at run time.")
+set(sandbox_summary "rehearse Informix backups without a KORVA server")
+set(sandbox_text "The command korva-sandbox stands in for a KORVA server and its COM utility, with
+faults on demand, so that backups and restores can be tried on one machine.
+
+The command korva-xbsa-demo shows the library at work, with a real FTP server
+and with the sandbox.")
+
+# --- .deb ---------------------------------------------------------------------------------------
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${PROJECT_NAME})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION database)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "${PROJECT_NAME}-sandbox, logrotate")
+# The trigger is enough: the two names that lead nowhere keep CPack's scripts, which would run
+# ldconfig once more, out of the package.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_SOURCE_DIR}/runtime/triggers
+  ${CMAKE_CURRENT_SOURCE_DIR}/none/postinst ${CMAKE_CURRENT_SOURCE_DIR}/none/postrm)
+
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${PROJECT_NAME}-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SOURCE ${PROJECT_NAME})
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${PROJECT_NAME} (= ${PROJECT_VERSION}-1)")
+
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_NAME ${PROJECT_NAME}-sandbox)
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_SOURCE ${PROJECT_NAME})
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_SECTION database)
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_DEPENDS "python3, python3-pyftpdlib")
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_RECOMMENDS ${PROJECT_NAME})
+# No more than a suggestion: proftpd-core starts a server on the machine.
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_SUGGESTS "openssl, proftpd-core, sqlite3")
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_SOURCE_DIR}/sandbox/postinst ${CMAKE_CURRENT_SOURCE_DIR}/sandbox/prerm)
+
+# --- .rpm ---------------------------------------------------------------------------------------
+
+set(CPACK_RPM_COMPONENT_INSTALL ON)
+set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
+set(CPACK_RPM_PACKAGE_RELEASE 1)
+set(CPACK_RPM_PACKAGE_LICENSE MIT)
+set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
+set(CPACK_RPM_CHANGELOG_FILE ${WORK}/changelog.rpm)
+# Folders that belong to the system and not to us.
+set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
+  /usr/lib64 /usr/share/doc /usr/share/man /usr/share/man/man1 /usr/share/man/man3
+  /usr/share/man/man7 /usr/share/bash-completion /usr/share/bash-completion/completions
+  /usr/share/zsh /usr/share/zsh/site-functions)
+set(CPACK_RPM_RUNTIME_PACKAGE_NAME ${PROJECT_NAME})
+set(CPACK_RPM_DEV_PACKAGE_NAME ${PROJECT_NAME}-devel)
+set(CPACK_RPM_DEV_PACKAGE_REQUIRES "${PROJECT_NAME} = ${PROJECT_VERSION}-1")
+set(CPACK_RPM_SANDBOX_PACKAGE_NAME ${PROJECT_NAME}-sandbox)
+set(CPACK_RPM_SANDBOX_PACKAGE_ARCHITECTURE noarch)
+set(CPACK_RPM_SANDBOX_PACKAGE_REQUIRES "python3, python3-pyftpdlib")
+set(CPACK_RPM_SANDBOX_POST_INSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/sandbox/postinst)
+set(CPACK_RPM_SANDBOX_PRE_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/sandbox/prerm)
+
+foreach(package runtime dev sandbox)
+  string(TOUPPER ${package} name)
+  set(CPACK_DEBIAN_${name}_DESCRIPTION "${${package}_summary}\n${${package}_text}")
+  set(CPACK_RPM_${name}_PACKAGE_SUMMARY ${${package}_summary})
+  set(CPACK_RPM_${name}_PACKAGE_DESCRIPTION ${${package}_text})
+  set(CPACK_RPM_${name}_FILE_NAME RPM-DEFAULT)
+endforeach()
+
+include(CPack)
+foreach(package runtime dev sandbox)
+  cpack_add_component_group(${package})
+  foreach(kind common deb rpm)
+    cpack_add_component(${package}-${kind} GROUP ${package})
+  endforeach()
+endforeach()

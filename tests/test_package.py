@@ -1,0 +1,222 @@
+"""The command line as it is told in four places, and the packages as an administrator uses them."""
+import glob
+import os
+import pty
+import re
+import shutil
+import subprocess
+import tempfile
+import threading
+import unittest
+
+from ftpd import Daemon
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+BUILD, TOOL = os.environ["XBSA_BUILD"], os.environ["XBSA_TOOL"]
+ENV = {"PATH": os.environ["PATH"] + ":/usr/sbin:/sbin", "LC_ALL": "C.UTF-8", "TZ": "UTC",
+       "SOURCE_DATE_EPOCH": "1000000000", "XBSA_PASSWORD": "secret", "MANWIDTH": "100"}
+LIBDIR = f"lib/{os.uname().machine}-linux-gnu"
+DOC = "share/doc/korva-xbsa"
+FILES = {"korva-xbsa": f"""bin/xbsactl {LIBDIR}/libxbsa.so.1 share/man/man1/xbsactl.1.gz
+            share/man/man7/korva-xbsa.7.gz {DOC}/docs/settings.md
+            {DOC}/examples/korva-xbsa.logrotate share/bash-completion/completions/xbsactl
+            share/zsh/vendor-completions/_xbsactl""",
+         "korva-xbsa-dev": f"""include/xbsa.h include/xbsa_session.h {LIBDIR}/libxbsa.so
+            share/man/man3/xbsa.3.gz""",
+         "korva-xbsa-sandbox": """bin/korva-sandbox bin/korva-xbsa-demo share/korva-xbsa/sandbox/run
+            share/man/man1/korva-sandbox.1.gz"""}
+
+
+def output(*command, **more):
+    """What a command prints; it must end well."""
+    done = subprocess.run(command, env=ENV, text=True, capture_output=True, check=False, **more)
+    assert done.returncode == 0, f"{command}: {done.returncode}\n{done.stdout}{done.stderr}"
+    return done.stdout + done.stderr
+
+
+def read(name):
+    with open(os.path.join(SOURCE, name), encoding="utf-8") as file:
+        return file.read()
+
+
+def offered(*command):
+    return set(re.findall(r"(?:^  |, ?)(-[\w-]+)", output(*command, "--help"), re.M))
+
+
+def documented(page):
+    """The options of a manual page, by the first word of their heading."""
+    sections = re.split(r"^\.S[SH] ", read(f"man/{page}").replace("\\-", "-"), flags=re.M)[1:]
+    return {text.split()[0]: set(re.findall(r"(?<![\w-])-[a-z-]+",
+                                            " ".join(re.findall(r"^\.TP\n(.*)", text, re.M))))
+            for text in sections}
+
+
+def completed(*lines):
+    """The arguments that bash makes of each line, after the key that inserts all completions."""
+    with tempfile.TemporaryDirectory() as folder:
+        os.makedirs(f"{folder}/in/sub")
+        for name in ("a b", "note"):
+            open(f"{folder}/in/{name}", "x", encoding="ascii").close()
+        pid, terminal = pty.fork()
+        if pid == 0:
+            os.chdir(f"{folder}/in")
+            os.execve("/bin/bash", ["bash", "--norc", "--noprofile", "-i"],
+                      {"TERM": "dumb", "PATH": ENV["PATH"], "HISTFILE": ""})
+        script = [f". {SOURCE}/completions/xbsactl.bash",
+                  "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
+                  *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""]
+        os.write(terminal, "\n".join(script).encode())
+        try:
+            while os.read(terminal, 4096):
+                pass
+        except OSError:  # the end of a terminal
+            pass
+        os.waitpid(pid, 0)
+        with open(f"{folder}/out", encoding="utf-8") as file:
+            return [part.split("\n")[:-1] for part in file.read().split("=\n")[:-1]]
+
+
+class Interface(unittest.TestCase):
+    def test_options(self):
+        """Help, manual page and both completions name the same."""
+        text = output(TOOL, "--help").split("Subcommands:\n")[1].split("\n\n")[0]
+        commands = re.findall(r"^  (\w+)", text, re.M)
+        everywhere = offered(TOOL)
+        options = {name: offered(TOOL, name) - {"-h", "--help"} for name in commands}
+        page = documented("xbsactl.1")
+        self.assertEqual(page["OPTIONS"], everywhere)
+        self.assertEqual({name: page[name] for name in commands}, options)
+
+        words, general, *lines = completed("", "-", *(f"{name} -" for name in commands))
+        self.assertEqual((set(words), set(general)), (set(commands), everywhere))
+        self.assertEqual({line[0]: set(line[1:]) for line in lines},
+                         {name: options[name] | everywhere for name in commands})
+        text = "".join(output(TOOL, name, "--help") for name in ["-h", *commands])
+        for line in completed(*(f"{option} trace query --j" for option in  # a value is no command
+                                re.findall(r"^  (--[\w-]+) [A-Z](?!xcludes:)", text, re.M))):
+            self.assertEqual(line[-1], "--json", line)
+
+        general, rest = read("completions/_xbsactl").split("own general=(")[1].split("\n    )", 1)
+        found = {name: set(re.findall(r"['){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
+                 [("", general), *re.findall(r"^ {8}(\w+)\)\n(.*?);;", rest, re.M | re.S)]}
+        self.assertEqual(found, {"": everywhere, **options})
+        self.assertEqual(documented("korva-sandbox.1")["OPTIONS"], offered(f"{SOURCE}/sandbox/run"))
+
+    def test_values(self):
+        """File names where files are meant, also behind ":" and "=", and nowhere else."""
+        cases = {"store ": ["store"], "store x ": ["store", "x", "a b", "note", "sub"],
+                 "store x y ": ["store", "x", "y"], "explain n": ["explain", "n"],
+                 "--host h:21 trace n": ["--host", "h:21", "trace", "note"],
+                 "--user ": ["--user"], "--trace ": ["--trace", "2", "3"],
+                 "--trace 2:n": ["--trace", "2:note"],
+                 "store --manifest n": ["store", "--manifest", "note"],
+                 "verify --manifest=a": ["verify", "--manifest=a b"],
+                 "check --informixdir=": ["check", "--informixdir=sub"]}
+        self.assertEqual(dict(zip(cases, completed(*cases))), cases)
+
+
+def build(kind):
+    """Builds the packages of a kind into a folder of the test's own; returns their paths."""
+    folder = tempfile.mkdtemp(prefix="package")
+    unittest.addModuleCleanup(shutil.rmtree, folder)
+    output("cpack", "-G", kind, "-B", folder, "--config", f"{BUILD}/CPackConfig.cmake", cwd=folder)
+    return sorted(glob.glob(f"{folder}/*.{kind.lower()}"))
+
+
+class Packages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.packages = build("DEB")
+        cls.root = os.path.join(os.path.dirname(cls.packages[0]), "root")
+        for package in cls.packages:
+            output("dpkg-deb", "-x", package, cls.root)
+
+    def test_contents(self):
+        """Everything in its place, with sound modes, checksums and one time stamp."""
+        found = {output("dpkg-deb", "-f", path, "Package").strip(): path for path in self.packages}
+        self.assertEqual(found.keys(), FILES.keys())
+        for name, path in found.items():
+            listed = re.findall(r"^(\S+) (\S+) +\d+ (.{16}) \./usr/(\S*)", output(
+                "dpkg-deb", "-c", path), re.M)
+            common = [f"share/doc/{name}/{file}" for file in ("copyright", "changelog.Debian.gz")]
+            self.assertLessEqual({*FILES[name].split(), *common}, {file for *_, file in listed})
+            for mode, owner, time, file in listed:
+                program = mode[0] == "-" and re.match(r"bin/|share/korva-xbsa/(demo.sh|sandbox/[^.]*$)",
+                                                      file)
+                modes = {"d": "drwxr-xr-x", "l": "lrwxrwxrwx",
+                         "-": "-rwxr-xr-x" if program else "-rw-r--r--"}
+                self.assertEqual((mode, owner, time), (modes[mode[0]], "root/root",
+                                                       "2001-09-09 01:46"), file)
+            sums = output("dpkg-deb", "-I", path, "md5sums")
+            output("md5sum", "-c", "--strict", "-", cwd=self.root, input=sums)
+        self.assertIn("libxbsa 1 korva-xbsa", output("dpkg-deb", "-I", found["korva-xbsa"], "shlibs"))
+        self.assertRegex(output("dpkg-deb", "-f", found["korva-xbsa"], "Depends"), "libc6.*libssl3")
+        for file in ("bin/xbsactl", LIBDIR + "/libxbsa.so.1"):
+            facts = output("readelf", "-WhldS", f"{self.root}/usr/{file}")
+            self.assertRegex(facts, r"(?s)DYN \(.*GNU_RELRO.*BIND_NOW")
+            self.assertNotRegex(facts, r"RPATH|RUNPATH|\.symtab|\.debug")
+
+    def test_use(self):
+        """The tool finds the library of its package; the example and the sandbox run."""
+        usr, name = f"{self.root}/usr", os.path.join(self.root, "object")
+        server, (until, done) = Daemon("proftpd"), os.pipe()
+        self.addCleanup(shutil.rmtree, server.folder)
+        thread = threading.Thread(target=server.serve, args=(until,))
+        thread.start()
+        self.addCleanup(thread.join)
+        self.addCleanup(os.close, done)
+        where = f"127.0.0.1:{server.port}"
+        login = ["--host", where, "--user", "backup"]
+        with open(name, "wb") as file:
+            file.write(os.urandom(200000))
+        loaded = output("env", "LD_DEBUG=files", f"{usr}/bin/xbsactl", "store", "obj", name, *login)
+        self.assertIn(f"calling init: {usr}/bin/../{LIBDIR}/libxbsa.so.1", loaded)
+        output(f"{usr}/bin/xbsactl", "restore", "obj", name + ".back", *login)
+        output("cmp", name, name + ".back")
+
+        output("cc", "-Wall", "-Werror", f"-I{usr}/include", "-o", name + ".exe",
+               f"{usr}/share/doc/korva-xbsa/examples/store.c", f"-L{usr}/{LIBDIR}", "-lxbsa")
+        output("env", f"LD_LIBRARY_PATH={usr}/{LIBDIR}", name + ".exe", where, "backup", "secret",
+               "example")
+        self.assertEqual(server.stored()["example"], b"Hello from a backup.\n")
+        output(f"{usr}/bin/korva-sandbox", "--exec", f"{usr}/bin/xbsactl", "--informix", "store",
+               "--space", "rootdbs", "level0", name)
+
+    def test_remove(self):
+        """Nothing is left of the packages in a root of their own, nor of what Python compiled."""
+        with tempfile.TemporaryDirectory() as root:
+            os.makedirs(f"{root}/var/lib/dpkg/info")
+            os.mkdir(f"{root}/var/lib/dpkg/updates")
+            open(f"{root}/var/lib/dpkg/status", "x", encoding="ascii").close()
+            dpkg = ["dpkg", f"--root={root}", f"--log={root}/var/log", "--force-not-root",
+                    "--force-depends", "--force-script-chrootless", "--path-include=*"]
+            output(*dpkg, "--install", *self.packages)
+            states = output("dpkg-query", f"--admindir={root}/var/lib/dpkg", "-W", "-f",
+                            "${Package} ${Status}\n").splitlines()
+            self.assertEqual(sorted(states), [f"{name} install ok installed" for name in FILES])
+            output(f"{root}/usr/bin/xbsactl", "--version")
+            self.assertTrue(os.listdir(f"{root}/usr/share/korva-xbsa/sandbox/__pycache__"))
+            output(*dpkg, "--purge", *FILES)
+            self.assertEqual(os.listdir(root), ["var"])
+
+
+class Pages(unittest.TestCase):
+    def test_pages(self):
+        """The formatter has no complaint about a page. Others come from the machine."""
+        for page in glob.glob(f"{SOURCE}/man/*.?"):
+            text = output("man", "--warnings", "-l", page)
+            self.assertIn("SEE ALSO", text)
+            self.assertNotIn("<standard input>", text, page)
+
+
+class Lintian(unittest.TestCase):
+    def test_packages(self):
+        output("lintian", "--fail-on", "error", *build("DEB"))
+
+
+class Rpm(unittest.TestCase):
+    def test_packages(self):
+        text = "".join(output("rpm", "-qpl", path) for path in build("RPM"))
+        for file in " ".join(FILES.values()).split():
+            moved = file.replace(LIBDIR, "lib64").replace("vendor-completions", "site-functions")
+            self.assertIn(f"/usr/{moved}\n", text)
