@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ctime>
 
+#include "check_cleanup.h"
 #include "check_com.h"
 #include "check_database.h"
 #include "check_host.h"
@@ -52,16 +53,7 @@ void CheckPlain(CReport &I_sReport, const SETTINGS &I_sSettings, bool I_bLibrary
     else sTrips.NotTried(bWay ? "the library is not usable" : "the network is not usable");
     std::vector<std::string> vecLeft = sTrips.Names();
     if (sProbe.LeftObject()) vecLeft.push_back(strName);
-    sProbe.CleanUp(vecLeft);
-}
-
-void TellCopies(CReport &I_sReport, const std::vector<std::string> &I_vecCopies)
-{
-    if (I_vecCopies.empty()) return;
-    std::string strText;
-    for (const std::string &strCopy : I_vecCopies) strText += " " + strCopy;
-    I_sReport.Warn("cleanup", "left on the server: copy id" + strText,
-                   "have the KORVA server's administrator remove them: a client cannot");
+    cleanup_Objects(I_sReport, I_sSettings, sProbe.Server(), sBound, vecLeft);
 }
 
 void CheckInformix(CReport &I_sReport, const SETTINGS &I_sSettings, bool I_bLibrary,
@@ -73,9 +65,9 @@ void CheckInformix(CReport &I_sReport, const SETTINGS &I_sSettings, bool I_bLibr
                        std::chrono::seconds(TapeBound(I_sSettings)));
     if (bUtility && I_bLibrary) sTrips.Run();
     else sTrips.NotTried(I_bLibrary ? "the utility is not usable" : "the library is not usable");
-    if (sTrips.Host().empty()) I_sReport.NotTried("network", "no session named a server");
+    if (sTrips.Host().empty()) I_sReport.NotTried("network.name", "no session named a server");
     else CProbe(I_sReport, I_sSettings, sTrips.Host(), sBound).Greeting();
-    TellCopies(I_sReport, sTrips.Copies());
+    cleanup_Copies(I_sReport, sTrips.Copies());
 }
 } // namespace
 

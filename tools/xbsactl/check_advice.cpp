@@ -20,8 +20,9 @@ struct ADVICE
     const char *cpNext; // null: the firewall
 };
 
-constexpr std::array<ADVICE, 14> ADVICES = {{
+constexpr std::array<ADVICE, 15> ADVICES = {{
     {"reply: 125", ADVICE_125},
+    {"NEGATIVE reply: 2", ADVICE_LINES}, // one reply too many came before
     {"reply: 425", nullptr},
     {"accept()", nullptr},
     {"reply: 530", ADVICE_LOGIN},

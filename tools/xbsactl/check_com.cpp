@@ -17,10 +17,10 @@
 
 namespace
 {
-const std::string INI_FILE = "/etc/korva2000.ini";
-const std::string INI_KEY = "SM_BIN_KORVA";
-const std::string INI_EXAMPLE = INI_KEY + "=/folder/of/the/utility";
-const std::string UTILITY = "olm_com_interface";
+#define INI_FILE "/etc/korva2000.ini"
+#define INI_KEY "SM_BIN_KORVA"
+#define INI_EXAMPLE INI_KEY "=/folder/of/the/utility"
+constexpr const char *UTILITY = "olm_com_interface";
 
 constexpr size_t LONGEST_LINE = 510;     // bytes: more of a line is not read
 constexpr size_t LONGEST_ANSWER = 32768; // bytes
@@ -68,11 +68,17 @@ INI ReadIni(std::istream &I_sFile)
     return sIni;
 }
 
+std::string Variable(const char *cpName)
+{
+    const char *cpValue = getenv(cpName);
+    return cpValue != nullptr ? cpValue : "";
+}
+
 // Becomes the utility, with its messages on the pipe as well.
 [[noreturn]] void Execute(const std::string &I_strPath, int I_iPipe)
 {
-    std::vector<std::string> vecWords = {I_strPath, "-q",       "-C", getenv("KORVA_SERVER"),
-                                         "-I",      "informix", "-j", getenv("KORVA_JOB"),
+    std::vector<std::string> vecWords = {I_strPath, "-q",       "-C", Variable("KORVA_SERVER"),
+                                         "-I",      "informix", "-j", Variable("KORVA_JOB"),
                                          "-s",      "NULL",     "--", "xbsactl-check@none"};
     std::vector<char *> vecArguments;
     vecArguments.reserve(vecWords.size() + 1);
@@ -138,7 +144,7 @@ class CUtility
         if (!sFile)
         {
             sReport.Fail("ini.file", SystemFailure(INI_FILE).what(),
-                         "make it, readable for everybody, with the line " + INI_EXAMPLE);
+                         "make it, readable for everybody, with the line " INI_EXAMPLE);
             return false;
         }
         sReport.Ok("ini.file", INI_FILE);
@@ -150,15 +156,15 @@ class CUtility
     {
         std::string strFault;
         if (!sIni.bFound)
-            strFault = "no " + INI_KEY + " in " + INI_FILE +
+            strFault = std::string("no " INI_KEY " in " INI_FILE) +
                        ", keys:" + (sIni.strOthers.empty() ? " none" : sIni.strOthers);
         else if (sIni.bCut) strFault = "the line is longer than " + std::to_string(LONGEST_LINE);
         else if (sIni.strFolder.empty() || sIni.strFolder[0] != '/')
             strFault = "\"" + sIni.strFolder + "\" is no absolute path";
-        if (strFault.empty()) sReport.Ok("ini.key", INI_KEY + "=" + sIni.strFolder);
+        if (strFault.empty()) sReport.Ok("ini.key", INI_KEY "=" + sIni.strFolder);
         else
             sReport.Fail("ini.key", strFault,
-                         "write " + INI_EXAMPLE + " into " + INI_FILE + ", capitals as they are");
+                         "write " INI_EXAMPLE " into " INI_FILE ", capitals as they are");
         return strFault.empty();
     }
 
@@ -171,7 +177,7 @@ class CUtility
         if (stat(strPath.c_str(), &sFile) == -1)
         {
             sReport.Fail("utility.file", SystemFailure(strPath).what(),
-                         "install the utility there, or correct " + INI_KEY + " in " + INI_FILE);
+                         "install the utility there, or correct " INI_KEY " in " INI_FILE);
             return false;
         }
         if (S_ISREG(sFile.st_mode) && access(strPath.c_str(), X_OK) == 0)

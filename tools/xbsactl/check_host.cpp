@@ -120,9 +120,10 @@ void CheckLogFile(CReport &I_sReport, const LOG &I_sLog)
         return I_sReport.Fail("log", "the path is too long",
                               "shorten XBSA_LOGFILE to " + std::to_string(LOG_ROOM) + " bytes");
     if (!IsWritable(I_sLog.strFile))
-        return I_sReport.Fail("log", SystemFailure("cannot write " + strState).what(),
+        return I_sReport.Add({I_sLog.bOn ? STATUS::FAIL : STATUS::WARN, "log",
+                              SystemFailure("cannot write " + strState).what(),
                               "make the folder and let this account write there: the library drops "
-                              "what it cannot write without a word");
+                              "what it cannot write without a word"});
     struct stat sFile
     {
     };

@@ -1,39 +1,14 @@
 #include "check_network.h"
 
 #include <arpa/inet.h>
-#include <netdb.h>
-
-#include <array>
 
 #include "check_advice.h"
-#include "check_child.h"
+#include "check_resolve.h"
 #include "errors.h"
 
 namespace
 {
-const std::string CONTENT = "xbsactl check\n";
-
-// The library takes the first address. Runs in a child: a resolver may take its time.
-JSON Resolve(const std::string &I_strHost)
-{
-    addrinfo sHints{};
-    sHints.ai_family = AF_INET;
-    sHints.ai_socktype = SOCK_STREAM;
-    addrinfo *spFound = nullptr;
-    const int iError = getaddrinfo(I_strHost.c_str(), nullptr, &sHints, &spFound);
-    if (iError != 0) throw FAILURE(gai_strerror(iError));
-
-    JSON sAnswer = {{"addresses", JSON::array()}, {"reverse", ""}};
-    for (const addrinfo *spEach = spFound; spEach != nullptr; spEach = spEach->ai_next)
-        sAnswer["addresses"].push_back(
-            ftp_Text(reinterpret_cast<const sockaddr_in *>(spEach->ai_addr)->sin_addr));
-    std::array<char, NI_MAXHOST> szName{};
-    if (getnameinfo(spFound->ai_addr, spFound->ai_addrlen, szName.data(), szName.size(), nullptr, 0,
-                    NI_NAMEREQD) == 0)
-        sAnswer["reverse"] = szName.data();
-    freeaddrinfo(spFound);
-    return sAnswer;
-}
+constexpr const char *CONTENT = "xbsactl check\n";
 
 bool IsLoopback(const in_addr &I_sAddress)
 {
@@ -113,24 +88,24 @@ bool CProbe::All(const std::string &I_strName)
 
 bool CProbe::Name()
 {
-    JSON sFound;
+    RESOLVED sFound;
     try
     {
-        sFound = CChild([this] { return Resolve(strHost); }).Wait(sBound);
+        sFound = resolve_Host(strHost, sBound);
     } catch (const FAILURE &sError)
     {
         return Fail("network.name", "\"" + strHost + "\": " + sError.what(),
                     "correct the host's name, or enter it in DNS or /etc/hosts");
     }
-    const std::string strAddress = sFound["addresses"][0];
+    sServer.sin_addr = sFound.sAddress;
     sServer.sin_family = AF_INET;
     sServer.sin_port = htons(static_cast<uint16_t>(iPort));
-    inet_pton(AF_INET, strAddress.c_str(), &sServer.sin_addr);
-    strReverse = sFound["reverse"];
-    const size_t uMore = sFound["addresses"].size() - 1;
+    strReverse = sFound.strReverse;
     sReport.Ok("network.name",
-               "\"" + strHost + "\" is " + strAddress +
-                   (uMore > 0 ? ", the first of " + std::to_string(uMore + 1) + " addresses" : ""));
+               "\"" + strHost + "\" is " + ftp_Text(sFound.sAddress) +
+                   (sFound.uAddresses > 1
+                        ? ", the first of " + std::to_string(sFound.uAddresses) + " addresses"
+                        : ""));
     return true;
 }
 
@@ -296,61 +271,21 @@ bool CProbe::End()
     return true;
 }
 
-// Some servers allow one session at a time.
+// Some servers allow one session at a time. One that failed is not asked to answer once more.
 void CProbe::Leave()
 {
     try
     {
-        sFtp.Command("QUIT");
+        if (!bFailed) sFtp.Command("QUIT");
     } catch (const FAILURE &)
     {
         // it may be gone already
     }
     sFtp = CFtp(sBound);
+    sAnswer.sData = CSocket();
 }
 
 bool CProbe::LeftObject() const
 {
     return sAnswer.sReply && sAnswer.sReply->iCode / 100 == 1;
-}
-
-void CProbe::LogIn(CFtp &I_sFtp) const
-{
-    I_sFtp.Connect(sServer);
-    I_sFtp.Read();
-    for (const std::string &strLine :
-         {"USER " + sSettings.strUser, "PASS " + sSettings.strPassword, "CWD " + sSettings.strPath})
-    {
-        const REPLY sReply = I_sFtp.Command(strLine);
-        if (sReply.IsNegative()) throw FAILURE(sReply.Text());
-    }
-}
-
-// Empty when the object is gone.
-std::string CProbe::Remove(CFtp &I_sFtp, const std::string &I_strName) const
-{
-    const REPLY sReply = I_sFtp.Command("DELE " + I_strName);
-    return sReply.IsPositive() ? "" : I_strName + " (" + sReport.Foreign(sReply.Text()) + ") ";
-}
-
-void CProbe::CleanUp(const std::vector<std::string> &I_vecNames)
-{
-    if (I_vecNames.empty()) return;
-    std::string strLeft;
-    try
-    {
-        CFtp sOther(sBound);
-        LogIn(sOther);
-        for (const std::string &strEach : I_vecNames) strLeft += Remove(sOther, strEach);
-        sOther.Command("QUIT");
-    } catch (const FAILURE &sError)
-    {
-        strLeft = sReport.Foreign(sError.what());
-        for (const std::string &strEach : I_vecNames) strLeft += ", perhaps " + strEach;
-    }
-    if (strLeft.empty())
-        sReport.Ok("cleanup", std::to_string(I_vecNames.size()) + " objects removed");
-    else
-        sReport.Warn("cleanup", "left on the server: " + strLeft,
-                     "remove them by hand; for the next time, let the account delete");
 }

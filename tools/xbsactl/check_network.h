@@ -28,8 +28,10 @@ class CProbe
     // The steps that need no login.
     bool Greeting();
 
-    // Deletes the objects, on a connection of its own.
-    void CleanUp(const std::vector<std::string> &I_vecNames);
+    const sockaddr_in &Server() const
+    {
+        return sServer;
+    }
 
   private:
     struct STEP
@@ -54,8 +56,6 @@ class CProbe
     bool Data();
     bool End();
     void Leave();
-    void LogIn(CFtp &I_sFtp) const;
-    std::string Remove(CFtp &I_sFtp, const std::string &I_strName) const;
 
     CReport &sReport;
     const SETTINGS &sSettings;

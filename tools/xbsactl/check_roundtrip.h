@@ -51,6 +51,7 @@ class CRoundTrips
     std::vector<std::string> vecNames;
     std::vector<std::string> vecCopies;
     std::string strHost;
+    long lAlone = 0; // milliseconds of one session there and back
 };
 
 #endif
