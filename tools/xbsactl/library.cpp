@@ -44,9 +44,14 @@ template <typename FUNCTION> void Find(void *vpLibrary, const char *cpName, FUNC
 }
 } // namespace
 
+std::string library_Path(const std::string &I_strPath)
+{
+    return I_strPath.empty() ? DefaultLibrary() : I_strPath;
+}
+
 LIBRARY library_Load(const std::string &I_strPath)
 {
-    const std::string strPath = I_strPath.empty() ? DefaultLibrary() : I_strPath;
+    const std::string strPath = library_Path(I_strPath);
     void *vpLibrary = dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (vpLibrary == nullptr) throw FAILURE("library cannot be loaded: " + LoaderText());
 

@@ -24,6 +24,9 @@ struct LIBRARY
     const char *(*fpTypeErr)(int) = nullptr; // text of a code; null in another library
 };
 
+// What is loaded for --library I_strPath: a path, or a name for the loader's search.
+std::string library_Path(const std::string &I_strPath);
+
 /*
  * Loads the library for the life of the process.
  *   I_strPath  path, or a name for the loader's search; empty: the one that belongs to the tool,

@@ -135,16 +135,49 @@ void CheckInformix(SETTINGS &I_sSettings)
     CheckVariables();
 }
 
+void CheckFolder(const SETTINGS &I_sSettings)
+{
+    CheckText("--path", I_sSettings.strPath, NAME_ROOM);
+    CheckBlanks("--path", I_sSettings.strPath);
+}
+
 void CheckPlain(SETTINGS &I_sSettings)
 {
     if (I_sSettings.eCommand == COMMAND::QUERY)
         throw USAGE_ERROR("query needs --informix: an FTP server keeps no catalogue");
     CheckFileName(I_sSettings.strName);
     CheckHost(I_sSettings.strHost);
-    CheckText("--path", I_sSettings.strPath, NAME_ROOM);
-    CheckBlanks("--path", I_sSettings.strPath);
+    CheckFolder(I_sSettings);
     I_sSettings.strPassword = TakePassword(I_sSettings.strPasswordFile);
     CheckLogin(I_sSettings);
+}
+
+// A login that cannot be used is one of the findings of a check.
+void NoteLogin(SETTINGS &I_sSettings)
+{
+    try
+    {
+        I_sSettings.strPassword = TakePassword(I_sSettings.strPasswordFile);
+        CheckLogin(I_sSettings);
+    } catch (const std::runtime_error &sError)
+    {
+        I_sSettings.strLoginFault = sError.what();
+    }
+}
+
+// The check names its objects itself.
+void CheckPreflight(SETTINGS &I_sSettings)
+{
+    if (!I_sSettings.strSpace.empty()) throw USAGE_ERROR("--space is not for check");
+    if (I_sSettings.bInformix)
+    {
+        unsetenv("XBSA_PASSWORD");
+        return;
+    }
+    CheckHost(I_sSettings.strHost);
+    CheckFolder(I_sSettings);
+    CheckText("--user", I_sSettings.strUser, NAME_ROOM);
+    NoteLogin(I_sSettings);
 }
 
 void CheckTrace(SETTINGS &I_sSettings)
@@ -179,6 +212,7 @@ void settings_Check(SETTINGS &I_sSettings)
         throw USAGE_ERROR("--copy-id is for restore only");
     CheckTrace(I_sSettings);
     if (!NeedsServer(I_sSettings.eCommand)) return;
-    if (I_sSettings.bInformix) CheckInformix(I_sSettings);
+    if (I_sSettings.eCommand == COMMAND::CHECK) CheckPreflight(I_sSettings);
+    else if (I_sSettings.bInformix) CheckInformix(I_sSettings);
     else CheckPlain(I_sSettings);
 }

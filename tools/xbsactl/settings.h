@@ -27,6 +27,7 @@ struct SETTINGS
     std::string strUser;               // login
     std::string strPasswordFile;       // empty: the variable XBSA_PASSWORD
     std::string strPassword;           // by settings_Check
+    std::string strLoginFault;         // check: by settings_Check, why the login cannot be used
     std::string strPath = ".";         // folder on the server
     std::string strSpace;              // Informix: object space
     unsigned uCopyId = 0;              // Informix restore: 0 for the newest copy

@@ -1,0 +1,247 @@
+"""xbsactl check: what it makes of a good way to the server, and of each fault on it."""
+import json
+import os
+import shutil
+import socket
+import subprocess
+import tempfile
+import unittest
+
+import inifile
+from ftpd import Daemon
+from server import Server
+from test_com import Utility, write_ini
+from test_com import setUpModule as demand_private_etc
+from test_sandbox import Sandbox
+from xbsa import LIBRARY
+
+TOOL = os.environ["XBSA_TOOL"]
+PASSWORD = "canary-word"
+FIREWALL = "nf_conntrack_ftp"
+FIELDS = {"id", "status", "found", "next", "milliseconds"}
+
+# The scripts of the server's connections, and the finding: step, text of it, of the next step.
+SCRIPTS = {
+    "greeting of two lines": ([{"GREETING": ["220-welcome", "220 ready"]}],
+                              "network.greeting", "2 lines", "switch the banner off"),
+    "two greetings": ([{"GREETING": [b"220 welcome\r\n220 ready\r\n"]}],
+                      "network.greeting", "2 lines", "switch the banner off"),
+    "no FTP": ([{"GREETING": ["SSH-2.0-x"]}], "network.greeting", "SSH-2.0", "correct host or port"),
+    "full": ([{"GREETING": ["421 full", "close"]}], "network.greeting", "421 full", "its log"),
+    "mute": ([{"GREETING": ["close"]}], "network.greeting", "closed", "an FTP server"),
+    "wrong password": ([{"PASS": [f"530 {PASSWORD}?"]}], "network.login", "530 ********?",
+                       "correct --user or the password"),
+    "wrong user": ([{"USER": ["530 no"], "PASS": ["503 no"]}], "network.login", "530 no", "--user"),
+    "text only": ([{"TYPE": ["504 no"]}], "network.type", "504 no", "binary"),
+    "CWD refused": ([{"CWD": ["550 no"]}], "network.cwd", "550 no", "--path"),
+    "PORT refused": ([{"PORT": ["502 no"]}], "network.port", "502 no", "allow active mode"),
+    "hangs up": ([{"PORT": ["close"]}], "network.port", "closed", "its log"),
+    "425 at once": ([{"STOR": ["425 no"]}], "network.stor", "cannot connect back", FIREWALL),
+    "425 after 150": ([{"STOR": ["150 opening", "425 no"]}], "network.data", "cannot connect back",
+                      FIREWALL),
+    "silence": ([{"STOR": []}], "network.stor", "no connection came", FIREWALL),
+    "silence after 150": ([{"STOR": ["150 opening"]}], "network.data", "did not arrive", FIREWALL),
+    "other address": ([{"STOR": ["150 opening", "foreign"]}], "network.data", "from 127.0.0.2",
+                      "strict mode"),
+    "125": ([{"STOR": ["125 opening", "connect"]}], "network.stor", "125 opening", "answers 150"),
+    "not writable": ([{"STOR": ["553 no"]}], "network.stor", "553 no", "let the account write"),
+    "226 missing": ([{"END": ["close"]}], "network.end", "no 226", "server's log"),
+    "426 in its place": ([{"END": ["426 cut"]}], "network.end", "426 cut", "server's log"),
+    "second store refused": ([{}, {"STOR": ["452 full"]}], "library.store", "452 full", "full disk"),
+    "restore refused": ([{}, {}, {"RETR": ["550 no"]}], "library.restore", "550 no", "account"),
+    "one at a time": ([{}, {}, {}, {"GREETING": ["421 full", "close"]}], "library.two_at_once",
+                      "control connection has ended", "--trace 2"),
+}
+# Environment and options in place of the usual ones, and the finding. {} is a folder with odd files.
+SETTINGS = {
+    "no password": ({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
+    "long login": ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
+    "no such host": ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
+    "log": ({"XBSA_TRACE": "2", "XBSA_LOGFILE": "{}/none/log"}, (), "log", "/none/log",
+            "let this account write"),
+    "bits": ({}, ("--library", "{}/bits.so"), "library.file", "is 32 bit", "built for 64 bit"),
+    "machine": ({}, ("--library", "{}/machine.so"), "library.file", "S/390", "built for 64 bit"),
+    "text": ({}, ("--library", "{}/text.so"), "library.file", "no shared library", "again"),
+    "no file": ({}, ("--library", "{}/none.so"), "library.file", "No such file", "--library"),
+    "no calls": ({}, ("--library", "libm.so.6"), "library.calls", "BSAInit", "install"),
+    "no database": ({}, ("--informixdir", "{}/none"), "database.onconfig", "No such file",
+                    "--informixdir"),
+}
+# A line of the onconfig file, a row of sm_versions, and how they are judged.
+DATABASES = [
+    ("BAR_BSALIB_PATH LIBRARY # x", "1|1.0.1|KORVA|1.8A1", "ok", "ok"),
+    ("BAR_BSALIB_PATH libxbsa.so.1", "7|1.0.1|KORVA|1.8A1|", "fail", "ok"),
+    ("BAR_BSALIB_PATH /bin/true", "1|1.0.1|OTHER|1.8A1", "fail", "fail"),
+    ("#BAR_BSALIB_PATH LIBRARY", "", "warn", "fail"),
+]
+
+
+class Corrupted(dict):
+    """Objects of which one byte is another when they are asked for."""
+
+    def get(self, name, default=None):
+        data = bytearray(super().get(name, default))
+        data[70000] ^= 1
+        return bytes(data)
+
+
+def check(*options, server=None, env=None):
+    """The exit code and the findings by step, as status, found and next; keeps the promises."""
+    env = os.environ | {"XBSA_PASSWORD": PASSWORD, "KORVA_STRICT": "1"} | (env or {})
+    with subprocess.Popen(
+            [TOOL, "check", "--json", *options], stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE, env={key: text for key, text in env.items() if text is not None},
+            text=True) as process:
+        try:
+            if server:
+                server.serve(process.stdout)  # it tells all at its end
+            out, err = process.communicate(timeout=100)
+        finally:
+            process.kill()
+            if server:
+                server.forget()
+    assert PASSWORD not in out + err and "Sanitizer" not in err, out + err
+    answer = json.loads(out)
+    assert answer["schema"] == 1 and all(set(step) == FIELDS for step in answer["steps"]), out
+    found = {step["id"]: (step["status"], step["found"], step["next"]) for step in answer["steps"]}
+    statuses = [status for status, _, _ in found.values()]
+    assert len(statuses) == len(answer["steps"]), out
+    assert process.returncode == ("fail" in statuses), (process.returncode, out)
+    assert all(bool(text) == (status in ("warn", "fail")) for status, _, text in found.values()), out
+    return process.returncode, found
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="check")
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def write(self, name, data):
+        path = os.path.join(self.folder, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as file:
+            file.write(data)
+
+    def assert_fails(self, found, step, text, advice):
+        self.assertEqual([key for key, (status, *_) in found.items() if status == "fail"], [step])
+        self.assertIn(text, found[step][1])
+        self.assertIn(advice, found[step][2])
+
+
+class Plain(Case):
+    def on_server(self, server, *options, env=None):
+        return check("--host", f"127.0.0.1:{server.port}", "--user", "backup", *options,
+                     server=server, env=env)[1]
+
+    def test_good(self):
+        daemon = Daemon("vsftpd")
+        self.addCleanup(shutil.rmtree, daemon.folder)
+        code, found = check("--host", f"127.0.0.1:{daemon.port}", "--user", "ftp", server=daemon)
+        self.assertEqual((code, daemon.stored()), (0, {}))
+        found.pop("account")
+        self.assertEqual({status for status, _, _ in found.values()}, {"ok"}, found)
+        self.assertIn("4 objects removed", found["cleanup"][1])
+
+    def test_server(self):
+        """Each fault is named, with what to do; nothing that builds on it is called ok."""
+        for name, (scripts, step, text, advice) in SCRIPTS.items():
+            with self.subTest(name):
+                silent = ("--timeout", "2") if name.startswith("silence") else ()
+                found = self.on_server(Server(*scripts), *silent)
+                self.assert_fails(found, step, text, advice)
+                if step.startswith("network."):
+                    tried = [key for key in found if key.startswith("library.") and
+                             found[key][0] != "not_tried"]
+                    self.assertEqual(tried, [f"library.{end}" for end in
+                                             ("file", "load", "calls", "version")])
+
+    def test_different_bytes(self):
+        found = self.on_server(Server({}, {}, {}, objects=Corrupted(some=b"")))
+        self.assert_fails(found, "library.compare", "from byte 70000", "no backup")
+        self.assertEqual(found["library.two_at_once"][0], "not_tried")
+        self.assertEqual(found["cleanup"][0], "warn")  # this server deletes nothing
+
+    def test_wrong_port(self):
+        with socket.socket() as closed:
+            closed.bind(("127.0.0.1", 0))
+            port = closed.getsockname()[1]
+            found = check("--host", f"127.0.0.1:{port}", "--user", "backup")[1]
+        self.assert_fails(found, "network.tcp", f"port {port}: Connection refused", "port is right")
+
+    def test_settings(self):
+        with open(LIBRARY, "rb") as file:
+            head = file.read(64)
+        self.write("bits.so", head[:4] + b"\1" + head[5:])
+        self.write("machine.so", head[:18] + b"\x16\0" + head[20:])
+        self.write("text.so", b"#!/bin/sh\n")
+        for name, (env, options, step, text, advice) in SETTINGS.items():
+            with self.subTest(name):
+                env = {key: value and value.format(self.folder) for key, value in env.items()}
+                options = [option.format(self.folder) for option in options]
+                if "--host" not in options:
+                    options += ["--host", "127.0.0.1:1"]
+                found = check("--user", "backup", *options, env=env)[1]
+                found["network.tcp"] = ("not_tried", "", "")  # nobody is there
+                found.pop("database.sm_versions", None)
+                self.assert_fails(found, step, text, advice)
+
+    def test_database(self):
+        for line, row, path, version in DATABASES:
+            self.write("etc/onconfig.x", line.replace("LIBRARY", LIBRARY).encode() + b"\n")
+            self.write("etc/sm_versions", row.encode() + b"\n")
+            with self.subTest(line):
+                _, found = check("--host", "127.0.0.1:1", "--user", "b", "--informixdir",
+                                 self.folder, env={"ONCONFIG": "onconfig.x"})
+                self.assertEqual((found["database.onconfig"][0],
+                                  found["database.sm_versions"][0]), (path, version), found)
+
+    def test_wrong_arguments(self):
+        for options in ((), ("--host", "x:0", "--user", "b"), ("--host", "x"),
+                        ("--informix", "--host", "x"), ("--informix", "--space", "x")):
+            run = subprocess.run([TOOL, "check", *options], capture_output=True, check=False)
+            self.assertEqual((run.returncode, run.stdout), (2, b""), options)
+
+
+class Informix(Case):
+    @classmethod
+    def setUpClass(cls):
+        demand_private_etc()
+
+    def test_faults_before_the_server(self):
+        refusal = {"-q": b"message=no such job\nreply=ERROR\n"}
+        rows = [
+            (lambda: os.unlink(inifile.INI), {}, "ini.file", "No such file", "SM_BIN_KORVA="),
+            (lambda: write_ini("sm_bin_korva=/x\n"), {}, "ini.key", "sm_bin_korva", "SM_BIN_KORVA="),
+            (lambda: write_ini("SM_BIN_KORVA=/x\n"), {}, "utility.file", "/x/olm_com_interface",
+             "install"),
+            (lambda: os.chmod(Utility(self).path, 0o644), {}, "utility.file", "not executable",
+             "chmod a+x"),
+            (lambda: Utility(self, refusal), {}, "utility.query", "ERROR: no such job", "KORVA_JOB"),
+            (lambda: Utility(self, {"-q": b""}), {}, "utility.query", "nothing printed", "by hand"),
+            (lambda: Utility(self, script="#!/bin/sh\nexec sleep 600\n"), {}, "utility.query",
+             "no end within 2 s", "by hand"),
+            (lambda: Utility(self), {"KORVA_SERVER": "x" * 128}, "variable.KORVA_SERVER",
+             "128 bytes: too long", "shorten"),
+            (lambda: Utility(self), {"KORVA_JOB": None}, "variable.KORVA_JOB", "not set", "set it"),
+        ]
+        for prepare, env, step, text, advice in rows:
+            with self.subTest(step + text):
+                prepare()
+                _, found = check("--informix", *(("--timeout", "2") if "no end" in text else ()),
+                                 env=env)
+                self.assert_fails(found, step, text, advice)
+                self.assertEqual(found["library.store"][0], "not_tried")
+
+    def test_sandbox(self):
+        sandbox = Sandbox(self)
+        code, found = check("--informix")
+        self.assertEqual((code, sandbox.states()), (0, ["good"] * 3), found)
+        self.assertEqual(len(found["cleanup"][1].split(", ")), 3)
+        for fault, step, text, advice in (
+                ("CONNECT=refuse", "library.store", "425", FIREWALL),
+                (r"GREETING=raw:220-a\r\n220 b\r\n", "network.greeting", "2 lines", "banner")):
+            sandbox.fault(fault)
+            _, found = check("--informix")
+            self.assertEqual(found[step][0], "fail", found)
+            self.assertIn(text, found[step][1])
+            self.assertIn(advice, found[step][2])

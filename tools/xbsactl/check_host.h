@@ -1,0 +1,15 @@
+// This machine: the account, the variables and the log of the process that runs the library.
+#ifndef XBSACTL_CHECK_HOST_H
+#define XBSACTL_CHECK_HOST_H
+
+#include "check_report.h"
+#include "settings.h"
+
+void check_Account(CReport &I_sReport);
+
+// Returns whether an Informix session can be tried with them.
+bool check_Variables(CReport &I_sReport, bool I_bInformix);
+
+void check_Log(CReport &I_sReport, const SETTINGS &I_sSettings);
+
+#endif
