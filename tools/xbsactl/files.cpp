@@ -10,50 +10,56 @@
 #include "errors.h"
 #include "stop.h"
 
-namespace
-{
-std::string Quoted(const std::string &I_strFile)
+std::string files_Quoted(const std::string &I_strFile)
 {
     return "\"" + Printable(I_strFile) + "\"";
 }
 
-std::string FolderOf(const std::string &I_strFile)
+std::string files_FolderOf(const std::string &I_strFile)
 {
     const size_t uSlash = I_strFile.rfind('/');
     return uSlash == std::string::npos ? "." : I_strFile.substr(0, uSlash + 1);
 }
 
-// A link is followed: the file behind it is what is replaced.
-std::string Resolve(const std::string &I_strFile)
+std::string files_Resolve(const std::string &I_strFile)
 {
     struct stat sLink
     {
     };
     if (lstat(I_strFile.c_str(), &sLink) != 0 || !S_ISLNK(sLink.st_mode)) return I_strFile;
     char *cpPath = realpath(I_strFile.c_str(), nullptr);
-    if (cpPath == nullptr) throw SystemFailure(Quoted(I_strFile));
+    if (cpPath == nullptr) throw SystemFailure(files_Quoted(I_strFile));
     std::string strPath = cpPath;
     free(cpPath);
     return strPath;
 }
 
-void SyncFolder(const std::string &I_strFolder)
+void files_SyncFolder(const std::string &I_strFolder)
 {
     const int iFolder = open(I_strFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (iFolder == -1) throw SystemFailure(Quoted(I_strFolder));
+    if (iFolder == -1) throw SystemFailure(files_Quoted(I_strFolder));
     // Some file systems cannot do this for a folder, and need not.
     const bool bFailed = fsync(iFolder) != 0 && errno != EINVAL;
     close(iFolder);
-    if (bFailed) throw SystemFailure(Quoted(I_strFolder));
+    if (bFailed) throw SystemFailure(files_Quoted(I_strFolder));
 }
 
-mode_t NewFileMode()
+namespace
+{
+mode_t TakeUmask()
 {
     const mode_t uMask = umask(0);
     umask(uMask);
-    return 0666 & ~uMask;
+    return uMask;
 }
 } // namespace
+
+// Asked for once: meanwhile the mask is another one for the whole process.
+mode_t files_NewFileMode()
+{
+    static const mode_t uMask = TakeUmask();
+    return 0666 & ~uMask;
+}
 
 void files_ReserveStandard()
 {
@@ -65,7 +71,7 @@ void files_ReserveStandard()
 }
 
 CInput::CInput(const std::string &I_strFile)
-    : strName(I_strFile == "-" ? "standard input" : Quoted(I_strFile))
+    : strName(I_strFile == "-" ? "standard input" : files_Quoted(I_strFile))
 {
     if (I_strFile != "-") iFile = open(I_strFile.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat sStat
@@ -106,10 +112,10 @@ size_t CInput::Read(char *cpData, size_t I_uRoom)
 }
 
 COutput::COutput(const std::string &I_strFile)
-    : strName(I_strFile == "-" ? "standard output" : Quoted(I_strFile))
+    : strName(I_strFile == "-" ? "standard output" : files_Quoted(I_strFile))
 {
     if (I_strFile == "-") return;
-    const std::string strPath = Resolve(I_strFile);
+    const std::string strPath = files_Resolve(I_strFile);
     bOld = stat(strPath.c_str(), &sOld) == 0;
     if (bOld && S_ISDIR(sOld.st_mode)) throw FAILURE(strName + ": is a folder");
     if (bOld && !S_ISREG(sOld.st_mode)) // a device or a pipe: there is nothing to replace
@@ -124,7 +130,7 @@ COutput::COutput(const std::string &I_strFile)
 
 void COutput::OpenTemporary()
 {
-    strTemporary = FolderOf(strTarget);
+    strTemporary = files_FolderOf(strTarget);
     if (strTemporary.back() != '/') strTemporary += '/';
     strTemporary += ".xbsactl.XXXXXX";
     const STOP_LOCK sLock; // no stop between the birth of the file and its entry
@@ -165,7 +171,7 @@ void COutput::Sync() const
 void COutput::TakeMode() const
 {
     const bool bOwner = bOld && fchown(iFile, sOld.st_uid, sOld.st_gid) == 0;
-    const mode_t uMode = !bOld ? NewFileMode() : sOld.st_mode & (bOwner ? 0777U : 0700U);
+    const mode_t uMode = !bOld ? files_NewFileMode() : sOld.st_mode & (bOwner ? 0777U : 0700U);
     if (fchmod(iFile, uMode) != 0) throw SystemFailure("writing " + strName);
 }
 
@@ -190,5 +196,5 @@ void COutput::Commit()
         strTemporary.clear();
         stop_RemoveFile(sLock, "");
     }
-    SyncFolder(FolderOf(strTarget));
+    files_SyncFolder(files_FolderOf(strTarget));
 }

@@ -12,6 +12,20 @@
 // stand-ins fail every read or write, so that a closed standard output stays a failure.
 void files_ReserveStandard();
 
+// The path in quotes, for a message.
+std::string files_Quoted(const std::string &I_strFile);
+
+std::string files_FolderOf(const std::string &I_strFile);
+
+// A link is followed: the file behind it is what is replaced.
+std::string files_Resolve(const std::string &I_strFile);
+
+// Makes a rename in the folder last.
+void files_SyncFolder(const std::string &I_strFolder);
+
+// What the umask leaves of rw-rw-rw-. The first call is the main thread's.
+mode_t files_NewFileMode();
+
 class CInput
 {
   public:

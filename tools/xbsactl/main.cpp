@@ -13,6 +13,7 @@
 #include "query.h"
 #include "settings.h"
 #include "setup.h"
+#include "status.h"
 #include "stop.h"
 #include "tracelog.h"
 #include "transfer.h"
@@ -31,6 +32,7 @@ int FinishOutput(int I_iExit)
 
 int Run(SETTINGS &I_sSettings)
 {
+    status_Begin(I_sSettings);
     settings_Check(I_sSettings);
     switch (I_sSettings.eCommand)
     {
@@ -62,9 +64,10 @@ int Run(SETTINGS &I_sSettings)
 int Main(int argc, char **argv)
 {
     files_ReserveStandard();
-    stop_Watch();
-
     SETTINGS sSettings;
+    settings_HidePassword(sSettings);
+    stop_Watch({status_Print, status_Tick, status_End});
+
     CLI::App sApp("", "xbsactl");
     options_Add(sApp, sSettings);
     try
@@ -76,9 +79,8 @@ int Main(int argc, char **argv)
     }
     return FinishOutput(Run(sSettings));
 }
-} // namespace
 
-int main(int argc, char **argv)
+int ExitCode(int argc, char **argv)
 {
     try
     {
@@ -92,4 +94,13 @@ int main(int argc, char **argv)
         fprintf(stderr, "xbsactl: %s\n", sError.what());
         return EXIT_FAILED;
     }
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const int iExit = ExitCode(argc, argv);
+    stop_Never(); // what the status file says is how the process ends
+    status_End(iExit);
+    return iExit;
 }

@@ -1,17 +1,26 @@
 #include "meter.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cinttypes>
 #include <cstdio>
 
 #include "errors.h"
+#include "status.h"
 
 namespace
 {
 constexpr std::chrono::milliseconds REDRAW{100};
 constexpr uint64_t BAR_WIDTH = 30; // characters
 } // namespace
+
+bool meter_WantsBar(const SETTINGS &I_sSettings)
+{
+    const bool bTraced = I_sSettings.iTraceLevel != -1 && I_sSettings.strTraceFile.empty();
+    return isatty(STDERR_FILENO) == 1 && !bTraced;
+}
 
 CMeter::CMeter(uint64_t I_uExpected, bool I_bBar)
     : spHash(EVP_MD_CTX_new(), &EVP_MD_CTX_free), uExpected(I_uExpected), bBar(I_bBar)
@@ -29,6 +38,7 @@ void CMeter::Add(const char *cpData, size_t I_uLength)
 {
     if (EVP_DigestUpdate(spHash.get(), cpData, I_uLength) != 1) throw FAILURE("SHA-256 failed");
     uBytes += I_uLength;
+    status_Add(I_uLength);
     if (!bBar) return;
     const CLOCK::time_point sNow = CLOCK::now();
     if (sNow - sDrawn >= REDRAW) Draw(sNow);
@@ -56,22 +66,27 @@ void CMeter::Draw(CLOCK::time_point I_sNow)
     fprintf(stderr, "%.1f MB, %.1f MB/s\x1b[K", static_cast<double>(uBytes) / 1e6, Rate(I_sNow));
 }
 
-std::string CMeter::Summary()
+const std::string &CMeter::Digest()
 {
-    const CLOCK::time_point sNow = CLOCK::now();
+    if (!strDigest.empty()) return strDigest;
     std::array<unsigned char, EVP_MAX_MD_SIZE> ucHash{};
     unsigned uLength = 0;
     if (EVP_DigestFinal_ex(spHash.get(), ucHash.data(), &uLength) != 1)
         throw FAILURE("SHA-256 failed");
+    for (unsigned uByte = 0; uByte < uLength; uByte++)
+    {
+        std::array<char, 3> szByte{};
+        snprintf(szByte.data(), szByte.size(), "%02x", ucHash.at(uByte));
+        strDigest += szByte.data();
+    }
+    return strDigest;
+}
 
+std::string CMeter::Summary()
+{
+    const CLOCK::time_point sNow = CLOCK::now();
     std::array<char, 128> szText{};
     snprintf(szText.data(), szText.size(), "%" PRIu64 " bytes in %.3f s, %.1f MB/s, SHA-256 ",
              uBytes, std::chrono::duration<double>(sNow - sStart).count(), Rate(sNow));
-    std::string strText = szText.data();
-    for (unsigned uByte = 0; uByte < uLength; uByte++)
-    {
-        snprintf(szText.data(), szText.size(), "%02x", ucHash.at(uByte));
-        strText += szText.data();
-    }
-    return strText;
+    return szText.data() + Digest();
 }

@@ -1,4 +1,5 @@
-// Counts, hashes and times the bytes of one object, and draws the progress bar.
+// Counts, hashes and times the bytes of one object, here and for status.h, and draws the progress
+// bar.
 #ifndef XBSACTL_METER_H
 #define XBSACTL_METER_H
 
@@ -9,6 +10,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+
+#include "settings.h"
 
 class CMeter
 {
@@ -21,8 +24,16 @@ class CMeter
 
     void Add(const char *cpData, size_t I_uLength);
 
-    // "5 bytes in 0.01 s, 0.0 MB/s, SHA-256 ..."; call it once, at the end.
+    uint64_t Bytes() const
+    {
+        return uBytes;
+    }
+
+    // "5 bytes in 0.01 s, 0.0 MB/s, SHA-256 ...". It and the digest end the count.
     std::string Summary();
+
+    // SHA-256 in hexadecimal digits.
+    const std::string &Digest();
 
   private:
     using CLOCK = std::chrono::steady_clock;
@@ -35,8 +46,12 @@ class CMeter
     CLOCK::time_point sDrawn = sStart;
     uint64_t uExpected;
     uint64_t uBytes = 0;
+    std::string strDigest; // empty until it is asked for
     bool bBar;
     bool bVisible = false;
 };
+
+// Whether the bar can be seen: it and trace lines on one terminal would spoil each other.
+bool meter_WantsBar(const SETTINGS &I_sSettings);
 
 #endif

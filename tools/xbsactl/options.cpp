@@ -38,6 +38,10 @@ Examples:
   xbsactl --informix query --space rootdbs --json
   xbsactl --informix restore --space rootdbs level0 root.img --copy-id 1164326400)";
 
+// An empty text would pass for an option that is not there.
+const CLI::Validator NOT_EMPTY(
+    [](const std::string &I_strText) { return I_strText.empty() ? "the text is empty" : ""; }, "");
+
 void AddServerOptions(CLI::App &I_sApp, SETTINGS &I_sSettings)
 {
     CLI::Option *spInformix =
@@ -63,8 +67,10 @@ void AddServerOptions(CLI::App &I_sApp, SETTINGS &I_sSettings)
         ->type_name("SPACE")
         ->needs(spInformix);
     I_sApp
-        .add_option("--copy-id", I_sSettings.uCopyId,
-                    "Informix restore: the copy to take; the newest when none is given")
+        .add_option(
+            "--copy-id", I_sSettings.uCopyId,
+            "Informix restore, verify: the copy to take; see the manual for the one when none "
+            "is given")
         ->type_name("N")
         ->check(CLI::Range(1U, std::numeric_limits<unsigned>::max()))
         ->needs(spInformix);
@@ -103,7 +109,8 @@ void AddManifest(CLI::App &I_sCommand, SETTINGS &I_sSettings)
     I_sCommand
         .add_option("--manifest", I_sSettings.strManifest,
                     "File that keeps the SHA-256 of what was stored, in the format of sha256sum")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(NOT_EMPTY);
 }
 
 void AddStatus(CLI::App &I_sCommand, SETTINGS &I_sSettings)
@@ -111,7 +118,8 @@ void AddStatus(CLI::App &I_sCommand, SETTINGS &I_sSettings)
     I_sCommand
         .add_option("--status", I_sSettings.strStatus,
                     "File that tells progress and result in the Prometheus text format")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(NOT_EMPTY);
 }
 
 void AddTransfers(CLI::App &I_sApp, SETTINGS &I_sSettings)

@@ -152,6 +152,7 @@ void CSession::Abandon()
 
 void CSession::Next()
 {
+    LastError(); // what an earlier object left is no reason for the next one's failure
     Check("BSAEndTxn", sLibrary.fpEndTxn(lHandle, BSA_Vote_COMMIT));
     Check("BSABeginTxn", sLibrary.fpBeginTxn(lHandle));
 }
@@ -176,6 +177,14 @@ std::vector<BSA_ObjectDescriptor> CSession::Query(BSA_QueryDescriptor &I_sQuery)
     }
     if (iCode != BSA_RC_NO_MORE_DATA) Check("BSAGetNextQueryObject", iCode);
     return vecCopies;
+}
+
+void CSession::TakeNewest(const SETTINGS &I_sSettings, BSA_ObjectDescriptor &I_sObject)
+{
+    BSA_QueryDescriptor sQuery = session_Query(I_sSettings);
+    const std::vector<BSA_ObjectDescriptor> vecCopies = Query(sQuery);
+    if (vecCopies.empty()) throw FAILURE("no match");
+    I_sObject.copyId = vecCopies.front().copyId;
 }
 
 BSA_ObjectDescriptor session_Object(const SETTINGS &I_sSettings)

@@ -21,6 +21,9 @@ class CSession
     // All stored copies that match; none when nothing does.
     std::vector<BSA_ObjectDescriptor> Query(BSA_QueryDescriptor &I_sQuery);
 
+    // Makes it the newest copy that the server offers. Throws FAILURE when it offers none.
+    void TakeNewest(const SETTINGS &I_sSettings, BSA_ObjectDescriptor &I_sObject);
+
     void Create(BSA_ObjectDescriptor &I_sObject);
     void Get(BSA_ObjectDescriptor &I_sObject);
 
@@ -37,7 +40,7 @@ class CSession
     // Ends the object of a restore after a failure on this side: its job must not stay open.
     void Abandon();
 
-    // Ends the transaction and opens another one.
+    // Ends the transaction and opens another one, whatever became of the object of the first.
     void Next();
 
     void Close();

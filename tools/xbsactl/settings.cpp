@@ -1,6 +1,9 @@
 #include "settings.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 
 #include "errors.h"
@@ -71,16 +74,13 @@ std::string ReadPassword(const std::string &I_strFile)
     return strText;
 }
 
-// The variable is taken out of the environment: no child process needs it.
-std::string TakePassword(const std::string &I_strFile)
+// The option wins over the variable.
+std::string TakePassword(const SETTINGS &I_sSettings)
 {
-    const char *cpVariable = getenv("XBSA_PASSWORD");
-    std::string strVariable = cpVariable != nullptr ? cpVariable : "";
-    unsetenv("XBSA_PASSWORD");
-    if (!I_strFile.empty()) return ReadPassword(I_strFile);
-    if (cpVariable == nullptr)
+    if (!I_sSettings.strPasswordFile.empty()) return ReadPassword(I_sSettings.strPasswordFile);
+    if (!I_sSettings.bPassword)
         throw USAGE_ERROR("no password: set the variable XBSA_PASSWORD or give --password-file");
-    return strVariable;
+    return I_sSettings.strPassword;
 }
 
 // The library takes user and password from one small field, divided by a colon.
@@ -128,10 +128,7 @@ void CheckInformix(SETTINGS &I_sSettings)
         if (I_sSettings.strName.empty()) I_sSettings.strName = "%";
         if (I_sSettings.strSpace.empty()) I_sSettings.strSpace = "%";
     }
-    CheckText("NAME", I_sSettings.strName, NAME_ROOM);
-    CheckText("--space", I_sSettings.strSpace, NAME_ROOM);
-    if (I_sSettings.strSpace.find('@') != std::string::npos)
-        throw USAGE_ERROR("--space holds an \"@\", which ends the space in SPACE@NAME");
+    if (!I_sSettings.bAll) settings_CheckObject(I_sSettings);
     CheckVariables();
 }
 
@@ -145,10 +142,10 @@ void CheckPlain(SETTINGS &I_sSettings)
 {
     if (I_sSettings.eCommand == COMMAND::QUERY)
         throw USAGE_ERROR("query needs --informix: an FTP server keeps no catalogue");
-    CheckFileName(I_sSettings.strName);
+    if (!I_sSettings.bAll) settings_CheckObject(I_sSettings);
     CheckHost(I_sSettings.strHost);
     CheckFolder(I_sSettings);
-    I_sSettings.strPassword = TakePassword(I_sSettings.strPasswordFile);
+    I_sSettings.strPassword = TakePassword(I_sSettings);
     CheckLogin(I_sSettings);
 }
 
@@ -157,7 +154,7 @@ void NoteLogin(SETTINGS &I_sSettings)
 {
     try
     {
-        I_sSettings.strPassword = TakePassword(I_sSettings.strPasswordFile);
+        I_sSettings.strPassword = TakePassword(I_sSettings);
         CheckLogin(I_sSettings);
     } catch (const std::runtime_error &sError)
     {
@@ -169,15 +166,22 @@ void NoteLogin(SETTINGS &I_sSettings)
 void CheckPreflight(SETTINGS &I_sSettings)
 {
     if (!I_sSettings.strSpace.empty()) throw USAGE_ERROR("--space is not for check");
-    if (I_sSettings.bInformix)
-    {
-        unsetenv("XBSA_PASSWORD");
-        return;
-    }
+    if (I_sSettings.bInformix) return;
     CheckHost(I_sSettings.strHost);
     CheckFolder(I_sSettings);
     CheckText("--user", I_sSettings.strUser, NAME_ROOM);
     NoteLogin(I_sSettings);
+}
+
+// Names are those of the manifest with --all, and each is checked in its turn.
+void CheckVerify(const SETTINGS &I_sSettings)
+{
+    if (I_sSettings.strManifest.empty())
+        throw USAGE_ERROR("verify needs --manifest: the file that store keeps with that option");
+    if (I_sSettings.strName.empty() && !I_sSettings.bAll)
+        throw USAGE_ERROR("verify needs NAME or --all");
+    if (I_sSettings.bAll && (I_sSettings.uCopyId != 0 || !I_sSettings.strSpace.empty()))
+        throw USAGE_ERROR("--all takes spaces and copies from the manifest");
 }
 
 void CheckTrace(SETTINGS &I_sSettings)
@@ -200,6 +204,29 @@ bool NeedsServer(COMMAND I_eCommand)
 }
 } // namespace
 
+void settings_HidePassword(SETTINGS &I_sSettings)
+{
+    const std::string strStart = "XBSA_PASSWORD=";
+    for (char **cppVariable = environ; *cppVariable != nullptr; cppVariable++)
+    {
+        if (strncmp(*cppVariable, strStart.c_str(), strStart.size()) != 0) continue;
+        char *cpValue = *cppVariable + strStart.size();
+        if (!I_sSettings.bPassword) I_sSettings.strPassword = cpValue;
+        I_sSettings.bPassword = true;
+        explicit_bzero(cpValue, strlen(cpValue));
+    }
+    unsetenv("XBSA_PASSWORD");
+}
+
+void settings_CheckObject(const SETTINGS &I_sSettings)
+{
+    if (!I_sSettings.bInformix) return CheckFileName(I_sSettings.strName);
+    CheckText("NAME", I_sSettings.strName, NAME_ROOM);
+    CheckText("--space", I_sSettings.strSpace, NAME_ROOM);
+    if (I_sSettings.strSpace.find('@') != std::string::npos)
+        throw USAGE_ERROR("--space holds an \"@\", which ends the space in SPACE@NAME");
+}
+
 std::string settings_Owner(const SETTINGS &I_sSettings)
 {
     return "user=" + I_sSettings.strUser + ":pass=" + I_sSettings.strPassword;
@@ -208,8 +235,10 @@ std::string settings_Owner(const SETTINGS &I_sSettings)
 void settings_Check(SETTINGS &I_sSettings)
 {
     if (I_sSettings.strFile.empty()) throw USAGE_ERROR("FILE is empty");
-    if (I_sSettings.uCopyId != 0 && I_sSettings.eCommand != COMMAND::RESTORE)
-        throw USAGE_ERROR("--copy-id is for restore only");
+    if (I_sSettings.uCopyId != 0 && I_sSettings.eCommand != COMMAND::RESTORE &&
+        I_sSettings.eCommand != COMMAND::VERIFY)
+        throw USAGE_ERROR("--copy-id is for restore and verify only");
+    if (I_sSettings.eCommand == COMMAND::VERIFY) CheckVerify(I_sSettings);
     CheckTrace(I_sSettings);
     if (!NeedsServer(I_sSettings.eCommand)) return;
     if (I_sSettings.eCommand == COMMAND::CHECK) CheckPreflight(I_sSettings);

@@ -26,7 +26,8 @@ struct SETTINGS
     std::string strHost;               // HOST[:PORT]
     std::string strUser;               // login
     std::string strPasswordFile;       // empty: the variable XBSA_PASSWORD
-    std::string strPassword;           // by settings_Check
+    std::string strPassword;           // by settings_HidePassword, then by settings_Check
+    bool bPassword = false;            // by settings_HidePassword: the variable was there
     std::string strLoginFault;         // check: by settings_Check, why the login cannot be used
     std::string strPath = ".";         // folder on the server
     std::string strSpace;              // Informix: object space
@@ -54,9 +55,16 @@ struct SETTINGS
     unsigned uTimeout = 300;           // seconds, 0 = no limit
 };
 
+// Moves the variable XBSA_PASSWORD out of the environment and out of the memory that
+// /proc/PID/environ shows; no command and no child process needs it there.
+void settings_HidePassword(SETTINGS &I_sSettings);
+
 // Checks all of it and takes the password and the trace apart. Throws USAGE_ERROR, or FAILURE
 // when the password file cannot be read.
 void settings_Check(SETTINGS &I_sSettings);
+
+// Checks space and name of one object. Throws USAGE_ERROR.
+void settings_CheckObject(const SETTINGS &I_sSettings);
 
 // The owner text of an object on the plain road: the login, as the library wants it.
 std::string settings_Owner(const SETTINGS &I_sSettings);

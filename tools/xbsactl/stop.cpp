@@ -3,14 +3,18 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <csignal>
+#include <ctime>
 #include <thread>
 
 #include "errors.h"
 
 namespace
 {
+constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit code
+
 // Plain storage: it outlives every destructor, as the thread does.
 std::mutex sMutex;
 char szDoomed[PATH_MAX + 1];
@@ -27,6 +31,7 @@ sigset_t SignalSet()
         sigaction(iSignal, nullptr, &sAction);
         if (sAction.sa_handler != SIG_IGN) sigaddset(&sSet, iSignal); // nohup, background jobs
     }
+    sigaddset(&sSet, SIGUSR1);
     return sSet;
 }
 
@@ -42,14 +47,24 @@ sigset_t SignalSet()
     _exit(EXIT_FAILED);
 }
 
-void Wait(sigset_t I_sSet)
+// Waits a second for a signal that ends the process, and returns 0 or its number.
+int NextSignal(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
+{
+    const struct timespec sSecond = {1, 0};
+    const int iSignal = sigtimedwait(&I_sSet, nullptr, &sSecond);
+    if (iSignal > 0 && iSignal != SIGUSR1) return iSignal;
+    if (iSignal == SIGUSR1) I_sHooks.fpAsked();
+    if (iSignal == SIGUSR1 || errno == EAGAIN) I_sHooks.fpTick();
+    return 0;
+}
+
+void Wait(sigset_t I_sSet, STOP_HOOKS I_sHooks)
 {
     int iSignal = 0;
-    while (sigwait(&I_sSet, &iSignal) != 0)
-    {
-    }
+    while (iSignal == 0) iSignal = NextSignal(I_sSet, I_sHooks);
     sMutex.lock(); // for good: nothing is created or renamed any more
     if (szDoomed[0] != '\0') unlink(szDoomed);
+    I_sHooks.fpEnd(SIGNAL_CODE + iSignal);
     EndBySignal(iSignal);
 }
 } // namespace
@@ -58,13 +73,18 @@ STOP_LOCK::STOP_LOCK() : sGuard(sMutex)
 {
 }
 
-void stop_Watch()
+void stop_Watch(const STOP_HOOKS &I_sHooks)
 {
     const sigset_t sSet = SignalSet();
     pthread_sigmask(SIG_BLOCK, &sSet, nullptr);
     signal(SIGPIPE, SIG_IGN); // a closed pipe or a file size limit is a failed write, with a text
     signal(SIGXFSZ, SIG_IGN);
-    std::thread(Wait, sSet).detach();
+    std::thread(Wait, sSet, I_sHooks).detach();
+}
+
+void stop_Never()
+{
+    sMutex.lock();
 }
 
 void stop_RemoveFile(const STOP_LOCK & /*I_sLock*/, const std::string &I_strFile)

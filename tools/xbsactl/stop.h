@@ -6,9 +6,20 @@
 #include <mutex>
 #include <string>
 
+// What else the thread does.
+struct STOP_HOOKS
+{
+    void (*fpAsked)();  // when SIGUSR1 came, which ends nothing
+    void (*fpTick)();   // then too, and once a second
+    void (*fpEnd)(int); // before the process ends by a signal; takes the shell's exit code
+};
+
 // Starts the thread. From here on SIGHUP, SIGINT, SIGQUIT and SIGTERM, unless the caller ignored
 // them, remove the file below and end the process by the same signal.
-void stop_Watch();
+void stop_Watch(const STOP_HOOKS &I_sHooks);
+
+// From here on no signal ends the process: its exit code is decided.
+void stop_Never();
 
 // While one lives the process is not ended.
 class STOP_LOCK

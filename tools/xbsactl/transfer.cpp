@@ -1,24 +1,18 @@
 #include "transfer.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <vector>
 
 #include "errors.h"
 #include "files.h"
+#include "manifest.h"
 #include "meter.h"
 #include "session.h"
+#include "status.h"
+#include "verify.h"
 
 namespace
 {
-// The bar and trace lines on the same terminal would spoil each other.
-bool WantsBar(const SETTINGS &I_sSettings)
-{
-    const bool bTraced = I_sSettings.iTraceLevel != -1 && I_sSettings.strTraceFile.empty();
-    return isatty(STDERR_FILENO) == 1 && !bTraced;
-}
-
 void Report(const char *cpVerb, const SETTINGS &I_sSettings, const BSA_ObjectDescriptor &I_sObject,
             const std::string &I_strSummary)
 {
@@ -26,15 +20,6 @@ void Report(const char *cpVerb, const SETTINGS &I_sSettings, const BSA_ObjectDes
         I_sSettings.bInformix ? "copy id " + std::to_string(I_sObject.copyId.right) + ", " : "";
     fprintf(stderr, "xbsactl: %s \"%s\": %s%s\n", cpVerb, I_sSettings.strName.c_str(),
             strCopy.c_str(), I_strSummary.c_str());
-}
-
-void ChooseNewestCopy(CSession &I_sSession, const SETTINGS &I_sSettings,
-                      BSA_ObjectDescriptor &I_sObject)
-{
-    BSA_QueryDescriptor sQuery = session_Query(I_sSettings);
-    const std::vector<BSA_ObjectDescriptor> vecCopies = I_sSession.Query(sQuery);
-    if (vecCopies.empty()) throw FAILURE("no match");
-    I_sObject.copyId = vecCopies.front().copyId;
 }
 
 // A job that closed well is the utility's word; that a query offers the copy is what a restore will
@@ -69,33 +54,80 @@ std::string ReceiveAll(CSession &I_sSession, COutput &I_sOutput, CMeter &I_sMete
     }
     return I_sMeter.Summary();
 }
-} // namespace
+struct STORED
+{
+    std::string strDigest;
+    uint64_t uBytes;
+    std::string strSummary;
+};
 
 // A failed read leaves without BSAEndData, and the end of the process resets the data connection.
 // An orderly end would tell the server that the short object is a whole one.
+STORED SendAll(CSession &I_sSession, CInput &I_sInput, const SETTINGS &I_sSettings,
+               BSA_ObjectDescriptor &I_sObject)
+{
+    std::vector<char> vecBlock(BLOCK_SIZE);
+    CMeter sMeter(I_sInput.Size(), meter_WantsBar(I_sSettings));
+    status_Count(I_sInput.Size());
+    I_sSession.Create(I_sObject);
+    size_t uLength = BLOCK_SIZE;
+    while (uLength == BLOCK_SIZE)
+    {
+        uLength = I_sInput.Read(vecBlock.data(), BLOCK_SIZE);
+        if (uLength > 0) I_sSession.Send(vecBlock.data(), uLength);
+        sMeter.Add(vecBlock.data(), uLength);
+    }
+    I_sSession.EndData();
+    return {sMeter.Digest(), sMeter.Bytes(), sMeter.Summary()};
+}
+
+// The object is stored: what fails from here on does not undo it, and says so.
+void PutIntoManifest(const SETTINGS &I_sSettings, const BSA_ObjectDescriptor &I_sObject,
+                     const std::string &I_strDigest)
+{
+    const unsigned uCopyId = I_sSettings.bInformix ? I_sObject.copyId.right : 0;
+    try
+    {
+        manifest_Put(I_sSettings.strManifest, {I_strDigest, manifest_Name(I_sSettings), uCopyId});
+    } catch (const FAILURE &sFailure)
+    {
+        throw FAILURE(std::string("the object is stored, but not in the manifest: ") +
+                      sFailure.what());
+    }
+}
+
+void VerifyStored(CSession &I_sSession, const SETTINGS &I_sSettings,
+                  BSA_ObjectDescriptor &I_sObject, const STORED &I_sStored)
+{
+    status_Say("reading back " + files_Quoted(manifest_Name(I_sSettings)));
+    status_Count(I_sStored.uBytes);
+    I_sSession.Next();
+    try
+    {
+        verify_Compare(I_sSession, I_sSettings, I_sObject, I_sStored.strDigest);
+    } catch (const FAILURE &sFailure)
+    {
+        throw FAILURE(std::string("the object is stored, but does not verify: ") + sFailure.what());
+    }
+}
+} // namespace
+
 void transfer_Store(const SETTINGS &I_sSettings)
 {
+    if (!I_sSettings.strManifest.empty()) manifest_Prepare(I_sSettings.strManifest);
     CInput sInput(I_sSettings.strFile);
     CSession sSession(I_sSettings);
     BSA_ObjectDescriptor sObject = session_Object(I_sSettings);
-    std::vector<char> vecBlock(BLOCK_SIZE);
-    std::string strSummary;
-    {
-        CMeter sMeter(sInput.Size(), WantsBar(I_sSettings));
-        sSession.Create(sObject);
-        size_t uLength = BLOCK_SIZE;
-        while (uLength == BLOCK_SIZE)
-        {
-            uLength = sInput.Read(vecBlock.data(), BLOCK_SIZE);
-            if (uLength > 0) sSession.Send(vecBlock.data(), uLength);
-            sMeter.Add(vecBlock.data(), uLength);
-        }
-        sSession.EndData();
-        strSummary = sMeter.Summary();
-    }
+    STORED sStored = SendAll(sSession, sInput, I_sSettings, sObject);
     if (I_sSettings.bInformix) CheckStored(sSession, I_sSettings, sObject);
+    if (!I_sSettings.strManifest.empty()) PutIntoManifest(I_sSettings, sObject, sStored.strDigest);
+    if (I_sSettings.bVerify)
+    {
+        VerifyStored(sSession, I_sSettings, sObject, sStored);
+        sStored.strSummary += ", verified";
+    }
     sSession.Close();
-    Report("stored", I_sSettings, sObject, strSummary);
+    Report("stored", I_sSettings, sObject, sStored.strSummary);
 }
 
 void transfer_Restore(const SETTINGS &I_sSettings)
@@ -105,9 +137,9 @@ void transfer_Restore(const SETTINGS &I_sSettings)
     BSA_ObjectDescriptor sObject = session_Object(I_sSettings);
     std::string strSummary;
     {
-        CMeter sMeter(0, WantsBar(I_sSettings));
+        CMeter sMeter(0, meter_WantsBar(I_sSettings));
         if (I_sSettings.bInformix && I_sSettings.uCopyId == 0)
-            ChooseNewestCopy(sSession, I_sSettings, sObject);
+            sSession.TakeNewest(I_sSettings, sObject);
         sSession.Get(sObject);
         strSummary = ReceiveAll(sSession, sOutput, sMeter);
         sSession.EndData();
