@@ -39,8 +39,13 @@ Examples:
   xbsactl --informix restore --space rootdbs level0 root.img --copy-id 1164326400)";
 
 // An empty text would pass for an option that is not there.
-const CLI::Validator NOT_EMPTY(
-    [](const std::string &I_strText) { return I_strText.empty() ? "the text is empty" : ""; }, "");
+CLI::Validator NotEmpty()
+{
+    return {[](const std::string &I_strText) -> std::string {
+                return I_strText.empty() ? "the text is empty" : "";
+            },
+            ""};
+}
 
 void AddServerOptions(CLI::App &I_sApp, SETTINGS &I_sSettings)
 {
@@ -69,8 +74,8 @@ void AddServerOptions(CLI::App &I_sApp, SETTINGS &I_sSettings)
     I_sApp
         .add_option(
             "--copy-id", I_sSettings.uCopyId,
-            "Informix restore, verify: the copy to take; see the manual for the one when none "
-            "is given")
+            "Informix restore: the copy to take, the newest when none is given; verify: the "
+            "one of the manifest")
         ->type_name("N")
         ->check(CLI::Range(1U, std::numeric_limits<unsigned>::max()))
         ->needs(spInformix);
@@ -110,7 +115,7 @@ void AddManifest(CLI::App &I_sCommand, SETTINGS &I_sSettings)
         .add_option("--manifest", I_sSettings.strManifest,
                     "File that keeps the SHA-256 of what was stored, in the format of sha256sum")
         ->type_name("FILE")
-        ->check(NOT_EMPTY);
+        ->check(NotEmpty());
 }
 
 void AddStatus(CLI::App &I_sCommand, SETTINGS &I_sSettings)
@@ -119,7 +124,7 @@ void AddStatus(CLI::App &I_sCommand, SETTINGS &I_sSettings)
         .add_option("--status", I_sSettings.strStatus,
                     "File that tells progress and result in the Prometheus text format")
         ->type_name("FILE")
-        ->check(NOT_EMPTY);
+        ->check(NotEmpty());
 }
 
 void AddTransfers(CLI::App &I_sApp, SETTINGS &I_sSettings)

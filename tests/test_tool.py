@@ -1,0 +1,319 @@
+"""The command-line tool as its user runs it: restore drills, progress for others, no password."""
+import fcntl
+import os
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import threading
+import unittest
+
+import inifile
+from catalogue import Catalogue
+from ftpd import Daemon
+from server import Server
+from test_com import setUpModule as check_etc, write_plain
+from test_sandbox import Sandbox
+from xbsa import DEADLINE, pattern, read_text
+
+CANARY, BLOCK = "canary-7731", pattern(65535)
+HELLO = "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824"
+SAMPLE = re.compile(r'# HELP xbsactl_(\w+) .+\n# TYPE xbsactl_\1 gauge\n'
+                    r'xbsactl_\1\{command="\w+",name="((?:[^"\\\n]|\\["\\])*)"\} ([0-9.]+)\n')
+
+# What stands in a manifest, the code of verify --all, and what it prints of it.
+MANIFESTS = [
+    ("", 1, "has no entry"), ("# nothing\n", 1, "has no entry"), ("junk\n", 1, "line 1"),
+    (f"# x\n{HELLO} good\n", 1, "line 2"), (f"{HELLO[1:]}  good\n", 1, "line 1"),
+    (f"{HELLO[1:]}g  good\n", 1, "line 1"), (f"\\{HELLO}  go\\od\n", 1, "line 1"),
+    (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
+    (f"\\{HELLO}  back\\\\slash\n", 0, "ok    back\\slash: 5 bytes"),
+    (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME holds a control character\nok "),
+    (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds"),
+]
+
+
+def metrics(path="s.prom"):
+    """The values of a status file by their names; fails when it is not whole."""
+    text = read_text(path)
+    found = {name: value for name, _, value in SAMPLE.findall(text)}
+    if SAMPLE.sub("", text) or not found.keys() >= {"in_progress", "bytes", "bytes_per_second"}:
+        raise AssertionError(f"no whole status file: {text!r}")
+    return found | {"name": SAMPLE.search(text)[2]}
+
+
+def wait_while(condition):
+    """Bounded by the test's own time limit."""
+    while condition():
+        os.sched_yield()
+
+
+class Site(unittest.TestCase):
+    """A folder to work in, and the tool pointed at a server."""
+
+    def setUp(self):
+        folder = tempfile.mkdtemp(prefix="tool")
+        self.addCleanup(shutil.rmtree, folder)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(folder)
+        self.options, self.env = [], dict(os.environ, XBSA_PASSWORD=CANARY, LC_ALL="C")
+        self.env.pop("LD_PRELOAD", None)
+
+    def serve(self, server=None):
+        """By default a server that takes any password."""
+        server = server or Daemon("vsftpd")
+        reader, writer = os.pipe()
+        thread = threading.Thread(target=server.serve, args=(reader,))
+        thread.start()
+        for job in (lambda: isinstance(server, Daemon) and shutil.rmtree(server.folder),
+                    lambda: os.close(reader), server.forget, thread.join, lambda: os.close(writer)):
+            self.addCleanup(job)
+        self.options = ["--host", f"127.0.0.1:{server.port}", "--user", "ftp"]
+        return server
+
+    def start(self, *arguments, **options):
+        return subprocess.Popen([os.environ["XBSA_TOOL"], *arguments, *self.options], **options,
+                                env=self.env, stdin=-1, stdout=-1, stderr=-1)
+
+    def call(self, *arguments, data=b"hello", code=0):
+        """Runs the tool to its end, and returns what it printed."""
+        with self.start(*arguments) as tool:
+            texts = [text.decode() for text in tool.communicate(data, DEADLINE)]
+        self.assertEqual(tool.returncode, code, (arguments, texts))
+        return texts
+
+    def ask(self, tool, moved):
+        """SIGUSR1 until the line and the file tell of so many bytes."""
+        wait_while(lambda: tool.poll() is None and not os.path.exists("s.prom"))
+        for _ in range(5000):
+            tool.send_signal(signal.SIGUSR1)
+            line = tool.stderr.readline().decode()
+            self.assertRegex(line, r'^xbsactl: \w+ "[^"]+": \d+ bytes, [\d.]+ MB/s, [\d.]+ s\n$')
+            if f" {moved} " in line and metrics()["bytes"] == str(moved):
+                return
+        self.fail(f"never told of {moved} bytes: {line}")
+
+
+class Verify(Site):
+    def test_drill(self):
+        data, names = self.serve().data, ["a b", "back\\slash", "changed", "gone", "changed"]
+        for name in names:
+            error = self.call("store", name, "--manifest", "m", "--verify")[1]
+            self.assertIn(", verified\n", error)
+        subprocess.run(["sha256sum", "--quiet", "--strict", "-c", os.path.abspath("m")], check=True,
+                       cwd=data)
+        write_plain(f"{data}/changed", "jello")
+        os.unlink(f"{data}/gone")
+        out, error = self.call("verify", "--all", "--manifest", "m", code=1)
+        self.assertEqual([line[:16] for line in out.splitlines()], [
+            "ok    a b: 5 byt", "ok    back\\slash", "FAIL  gone: BSAG", "FAIL  changed: d"])
+        self.assertRegex(out, f"changed: differs: SHA-256 is (?!{HELLO})[0-9a-f]{{64}} .* {HELLO}")
+        self.assertEqual(error, "xbsactl: 2 of 4 objects failed to verify\n")
+        for arguments, code in (("a b", 0), ("changed", 1), ("other", 1), ("", 2), ("--all", 1)):
+            self.call("verify", arguments or "--json", "--manifest", "m", code=code)
+            self.call("verify", arguments or "--json", code=2)
+        self.call("verify", "--manifest", "m", code=2)
+        self.call("verify", "--all", "--manifest", "none", code=1)
+        self.assertEqual(os.listdir(), ["m"])
+
+    def test_manifests(self):
+        server = self.serve()
+        for name in ("good", "back\\slash"):
+            write_plain(f"{server.data}/{name}", "hello")
+        for text, code, told in MANIFESTS:
+            with self.subTest(text):
+                write_plain("m", text)
+                printed = self.call("verify", "--all", "--manifest", "m", code=code)
+                self.assertIn(told, "".join(printed))
+        before = len(server.children)
+        write_plain("text", "else\n")
+        for path in ("no/m", ".", "text", "/dev/null"):  # refused before anything is sent
+            self.call("store", "x", "--manifest", path, code=1)
+            self.call("store", "x", "--status", path, code=1)
+        self.assertEqual((len(server.children), read_text("text")), (before, "else\n"))
+
+    def test_differs_at_once(self):
+        """What the server hands back is not what it took; the manifest knows what should be."""
+        class Liar(Server):
+            def _send(self):
+                self.objects[self.name] = b"jello"
+                return super()._send()
+        self.serve(Liar())
+        error = self.call("store", "x", "--verify", "--manifest", "m", code=1)[1]
+        self.assertRegex(error, f"stored, but does not verify: differs.* {HELLO}\n")
+        self.assertEqual(read_text("m"), f"{HELLO}  x\n")
+
+    def test_at_once(self):
+        """Parallel stores lose no entry, and what else is in the manifest stays."""
+        server = self.serve()
+        write_plain("m", f"# mine\n{HELLO}  first\n{HELLO}  x3\n")
+        tools = [self.start("store", f"x{number}", "--manifest", "m") for number in range(8)]
+        wait_while(lambda: len(server.children) < 8)  # all had their first look at the manifest
+
+        def wait_for_all(file):
+            """In line for its lock."""
+            mark = re.compile(f"-> FLOCK .*:{os.fstat(file.fileno()).st_ino} ")
+            wait_while(lambda: len(mark.findall(read_text("/proc/locks"))) < 8 and
+                       all(tool.poll() is None for tool in tools))
+        with open("m", encoding="ascii") as old:
+            fcntl.flock(old, fcntl.LOCK_EX)
+            for tool in tools:
+                with tool.stdin as file:
+                    file.write(b"hello")
+                tool.stdin = None
+            wait_for_all(old)
+            write_plain("new", read_text("m"))
+            new = open("new", encoding="ascii")  # pylint: disable=consider-using-with
+            fcntl.flock(new, fcntl.LOCK_EX)
+            os.replace("new", "m")
+        with new:
+            wait_for_all(new)
+            self.assertEqual([tool.poll() for tool in tools], [None] * 8)
+        self.assertEqual([tool.communicate(timeout=DEADLINE)[0] for tool in tools], [b""] * 8)
+        self.assertEqual([tool.returncode for tool in tools], [0] * 8)
+        names = ["first", *(f"x{number}" for number in range(8))]
+        lines = ["# mine", *(f"{HELLO}  {name}" for name in names)]
+        self.assertEqual((sorted(read_text("m").splitlines()), os.listdir()), (lines, ["m"]))
+
+
+class Progress(Site):
+    def test_store_and_restore(self):
+        """Asked at every step, told the truth, and the bytes are right."""
+        server, steps, data = self.serve(), 10, BLOCK * 10 + b"end"
+        with self.start("store", "big", "--status", "s.prom", bufsize=0) as tool:
+            for moved in range(1, steps + 1):
+                tool.stdin.write(BLOCK)
+                self.ask(tool, moved * len(BLOCK))
+            self.assertEqual(metrics()["in_progress"], "1")
+            tool.communicate(b"end", DEADLINE)
+        got = metrics()
+        self.assertEqual((tool.returncode, server.stored()["big"]), (0, data))
+        self.assertEqual((got["in_progress"], got["bytes"], got["last_exit_code"]),
+                         ("0", str(len(data)), "0"))
+        os.unlink("s.prom")
+        with self.start("restore", "big", "--status", "s.prom", bufsize=0) as tool:
+            got = tool.stdout.read(1)
+            self.ask(tool, 2 * len(BLOCK))  # the pipe takes a block, the next one waits
+            while part := tool.stdout.read(1 << 16):
+                got += part
+                tool.send_signal(signal.SIGUSR1)
+        self.assertEqual((tool.returncode, got == data), (0, True))
+
+    def test_ends(self):
+        """However a run ends the file says so, and when the last good one was."""
+        self.serve()
+        arguments, kept = ["store", 'b"\\', "--status", "s.prom"], "last_success_timestamp_seconds"
+        self.call(*arguments)
+        first = metrics()
+        self.assertEqual(first["name"], 'b\\"\\\\')
+        for code, *options in ((1, "--password-file", "none"), (2, "--path", " ")):
+            self.call(*arguments, *options, code=code)
+            got = metrics()
+            self.assertEqual((got["last_exit_code"], got[kept]), (str(code), first[kept]))
+        # nobody reads its standard error, which is full soon: it goes on, and can be stopped
+        with self.start(*arguments, pipesize=4096) as tool:
+            wait_while(lambda: metrics()["in_progress"] == "0")
+            for _ in range(100):
+                before = os.stat("s.prom").st_ino, metrics()
+                tool.send_signal(signal.SIGUSR1)
+                wait_while(lambda: (os.stat("s.prom").st_ino, metrics()) == before)
+            tool.terminate()
+            self.assertEqual(tool.wait(DEADLINE), -signal.SIGTERM)
+        got = metrics()
+        self.assertEqual((got["in_progress"], got["last_exit_code"], got[kept]),
+                         ("0", "143", first[kept]))
+        self.assertEqual(os.listdir(), ["s.prom"])
+
+    def test_lost_file(self):
+        """A status file that can no longer be written is no reason to fail."""
+        self.serve()
+        os.mkdir("t")
+        with self.start("store", "x", "--status", "t/s.prom") as tool:
+            wait_while(lambda: not os.path.exists("t/s.prom"))
+            shutil.rmtree("t")
+            error = tool.communicate(b"hello", DEADLINE)[1]
+        self.assertEqual((tool.returncode, error.count(b"warning: status file")), (0, 1))
+
+
+class Secrets(Site):
+    def store(self, *arguments, levels=(1, 2, 3), during=lambda: None):
+        """Once for each trace level; what could be seen of it meanwhile, and what it printed."""
+        seen = ""
+        for level in levels:
+            with self.start("store", "x", *arguments, "--trace", f"{level}:trace{level}",
+                            "--status", "s.prom", "--manifest", "m", "--verify") as tool:
+                tool.stdin.write(BLOCK)
+                self.ask(tool, len(BLOCK))
+                seen += read_text(f"/proc/{tool.pid}/cmdline")
+                seen += read_text(f"/proc/{tool.pid}/environ")
+                self.assertIn("XBSA_PASSWORD=\0", seen)  # it was there
+                during()
+                seen += "".join(text.decode() for text in tool.communicate(b"", DEADLINE))
+            self.assertEqual(tool.returncode, 0, seen)
+            os.unlink("s.prom")
+        return seen
+
+    def search(self, text, *secrets):
+        for name in os.listdir():
+            self.assertGreater(len(read_text(name)), 10)
+            text += read_text(name)
+        self.assertEqual([secret for secret in secrets if secret in text], [])
+
+    def test_plain(self):
+        password_file = f"{self.serve().data}/password"
+        write_plain(password_file, CANARY)
+        self.search(self.store() + self.store("--password-file", password_file), CANARY)
+        self.assertIn("PASS ****", read_text("trace3"))
+        for password, user, code in ((CANARY + ":", "ftp", 2), (CANARY + "\x01", "ftp", 2),
+                                     (CANARY * 6, "ftp", 2), (CANARY, "nobody", 1)):
+            self.env["XBSA_PASSWORD"], self.options[3] = password, user
+            self.search("".join(self.call("verify", "x", "--manifest", "m", code=code)), CANARY)
+
+
+class Informix(Site):
+    store, search = Secrets.store, Secrets.search
+    setUpClass = check_etc
+
+    def setUp(self):
+        super().setUp()
+        self.folder, self.options = Sandbox(self).folder, ["--informix", "--space", "obj"]
+
+    def test_secrets(self):
+        """Neither ours nor the sandbox's own, also in what the utility is given."""
+        os.mkdir(f"{self.folder}/wrapped")
+        wrapper = f"{self.folder}/wrapped/olm_com_interface"
+        write_plain(wrapper, "#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"
+                    f"{os.getcwd()}/child\nexec {self.folder}/bin/olm_com_interface \"$@\"\n")
+        os.chmod(wrapper, 0o755)
+        write_plain(inifile.INI, f"SM_BIN_KORVA={os.path.dirname(wrapper)}\n")
+        secrets = set()
+
+        def note_secrets():
+            catalogue = Catalogue(self.folder)
+            secrets.update(row[0] for row in catalogue.db.execute("SELECT secret FROM session"))
+            catalogue.db.close()
+        seen = self.store(levels=[3], during=note_secrets)
+        self.assertTrue(secrets and min(map(len, secrets)) > 20)
+        self.assertIn("KORVA_JOB=", read_text("child"))
+        self.search(seen, CANARY, *secrets)
+
+    def test_copies(self):
+        """The digest belongs to its copy, also when there is a newer one."""
+        self.call("store", "x", "--manifest", "m")
+        text = read_text("m")
+        copy = re.fullmatch(f"# copy id (\\d+)\n{HELLO}  obj@x\n", text)[1]
+        newer = re.search(r"copy id (\d+)", self.call("store", "x", data=b"jello")[1])[1]
+        verify = ["verify", "x", "--manifest", "m"]
+        self.assertEqual(self.call(*verify)[0], f"ok    obj@x: copy id {copy}, 5 bytes\n")
+        out = self.call(*verify, "--copy-id", newer, code=1)[0]
+        self.assertIn(f"FAIL  obj@x: copy id {newer}, differs", out)
+        others = [f"{HELLO}  {name}\n" for name in ("obj@y", "z", "obj@x")]
+        write_plain("m", "".join([text.replace(copy, "77"), *others]))
+        self.options = ["--informix"]
+        out = self.call("verify", "--all", "--manifest", "m", code=1)[0]
+        self.assertRegex(out, "^FAIL  obj@x: copy id 77, BSAGetObject.*\nFAIL  obj@y: no match\n"
+                         f"FAIL  z: the entry is .*\nFAIL  obj@x: copy id {newer}, differs.*\n$")
+        self.options += ["--space", "obj"]
+        self.call("store", "x", "--manifest", "m", "--verify", "--status", "s.prom")
+        self.assertEqual((metrics()["name"], " 77\n" in read_text("m")), ("obj@x", False))
