@@ -64,6 +64,11 @@ std::string Part(uint64_t I_uCount, const char *cpWhat)
     return I_uCount == 0 ? "" : ", " + std::to_string(I_uCount) + " " + cpWhat;
 }
 
+std::string Note(uint64_t I_uCount, const char *cpWhat)
+{
+    return I_uCount == 0 ? "" : std::string("; ") + cpWhat + ": " + std::to_string(I_uCount);
+}
+
 std::string Summary(const COUNTS &I_sCounts, const CActivityLog &I_sActivity)
 {
     const uint64_t uShown = I_sCounts.uDone + I_sCounts.uFailed + I_sCounts.uMixed +
@@ -73,10 +78,10 @@ std::string Summary(const COUNTS &I_sCounts, const CActivityLog &I_sActivity)
            Part(I_sCounts.uMixed, "of mixed processes") +
            Part(I_sCounts.uReplies, "with replies only") +
            Part(I_sCounts.uHidden, "more left out by --since or --handle") +
-           Part(I_sCounts.uForeign,
-                "other lines: not the library's, or going on from the one before") +
-           Part(I_sActivity.Unused(), "messages of the database belong to no session shown") +
-           Part(I_sActivity.Dropped(), "of its oldest messages were passed over");
+           Note(I_sCounts.uForeign,
+                "lines that are not the library's, or go on from the one before") +
+           Note(I_sActivity.Unused(), "messages of the database that belong to no session shown") +
+           Note(I_sActivity.Dropped(), "oldest messages of the database that were passed over");
 }
 
 void Print(const std::string &I_strText)

@@ -54,50 +54,49 @@ struct TRACE_SESSION
     uint64_t uNumber = 0; // in the log, from 1
     uint64_t uFirstLine = 0;
     uint64_t uLastLine = 0;
-    std::string strFirst; // stamps
-    std::string strLast;
     int64_t iFirst = 0;
     int64_t iLast = 0;
+    std::string strFirst; // stamps
+    std::string strLast;
     std::set<long> setHandles; // several where processes are mixed
     std::string strOwner;
     std::string strUser;
     std::string strHost;
+    std::string strMixed;       // how it shows that several processes are mixed; else empty
+    std::vector<STEP> vecSteps; // the first ones
+    std::deque<STEP> deqSteps;  // and the last ones
+    uint64_t uLeftOut = 0;      // of those between
+    uint64_t uObjects = 0;
+    uint64_t uBytes = 0;
+    std::string strError; // the first one
+    std::string strErrorStamp;
+    uint64_t uErrorLine = 0;
+
+    // Where the process stands
+    STEP sPending;
+    STEP sData;
+    int64_t iBlock = 0;      // time of the last block
+    uint64_t uTotal = 0;     // bytes that the process counted
+    std::string strName;     // of the object, until its path is known
+    std::string strSign;     // a line that no single process can have written here
+    long lForeignHandle = 0; // the line before named this one: a mistake of the caller's?
+    unsigned uCall = CALL_UNKNOWN;
+    unsigned uLeft = 1;       // mixed: processes that have not ended
+    bool bPending = false;    // sPending goes on
+    bool bData = false;       // sData goes on
+    bool bTransfer = false;   // the server has taken STOR or RETR
+    bool bTotalKnown = false; // uTotal is
+    bool bNamed = false;      // strName waits for its path
+    bool bRejected = false;   // BSAInit came too early, and is no new session
+
     bool bInformix = false;
     bool bHead = false;       // begins with BSAInit
     bool bReplies = false;    // nothing but replies of a server: a trace of level 1
     bool bTerminated = false; // ends with BSATerminate
     bool bReplaced = false;   // the same process began another one without BSATerminate
     bool bEnded = false;      // no line can belong to it any more
-    std::string strMixed;     // how it shows that lines of several processes are mixed; else empty
-    unsigned uLeft = 1;       // mixed: processes that have not ended
-
-    std::vector<STEP> vecSteps; // the first ones
-    std::deque<STEP> deqSteps;  // and the last ones
-    uint64_t uLeftOut = 0;      // of those between
-    uint64_t uObjects = 0;
-    uint64_t uBytes = 0;
-    bool bFailed = false; // a call returned an error
-    std::string strError; // the first one
-    std::string strErrorStamp;
-    uint64_t uErrorLine = 0;
-    bool bWeakError = false; // one that tells less than a later one may
-
-    // Where the process stands
-    unsigned uCall = CALL_UNKNOWN;
-    bool bTransaction = false;
-    bool bTransfer = false; // the server has taken STOR or RETR
-    bool bPending = false;  // sPending goes on
-    STEP sPending;
-    bool bData = false; // sData goes on
-    STEP sData;
-    int64_t iBlock = 0;       // time of the last block
-    bool bTotalKnown = false; // uTotal is what the process counted
-    uint64_t uTotal = 0;
-    bool bNamed = false; // strName waits for its path
-    std::string strName;
-    std::string strSign;     // a line that no single process can have written here
-    long lForeignHandle = 0; // the line before named this one: a mistake of the caller's?
-    bool bRejected = false;  // BSAInit came too early, and is no new session
+    bool bFailed = false;     // a call returned an error
+    bool bWeakError = false;  // strError tells less than a later one may
 };
 
 constexpr size_t MIXED_HANDLES = 16; // that are remembered of a mixed block
