@@ -119,7 +119,8 @@ def build(kind):
     """Builds the packages of a kind into a folder of the test's own; returns their paths."""
     folder = tempfile.mkdtemp(prefix="package")
     unittest.addModuleCleanup(shutil.rmtree, folder)
-    output("cpack", "-G", kind, "-B", folder, "--config", f"{BUILD}/CPackConfig.cmake", cwd=folder)
+    output("sh", "-c", 'umask 077; exec "$@"', "sh", "cpack", "-G", kind, "-B", folder,
+           "--config", f"{BUILD}/CPackConfig.cmake", cwd=folder)
     return sorted(glob.glob(f"{folder}/*.{kind.lower()}"))
 
 
