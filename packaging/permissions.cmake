@@ -1,4 +1,4 @@
-# Run by CPack before it packs: the folders are for all, whatever the umask of the account that packs.
+# Run by CPack before it packs: folders are for all, whatever the umask of the account that packs.
 file(GLOB_RECURSE entries LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
 foreach(entry ${CPACK_TEMPORARY_DIRECTORY} ${entries})
   if(IS_DIRECTORY ${entry})
