@@ -1,0 +1,8 @@
+# Run by CPack before it packs: folders are for all, whatever the umask of the account that packs.
+file(GLOB_RECURSE entries LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
+foreach(entry ${CPACK_TEMPORARY_DIRECTORY} ${entries})
+  if(IS_DIRECTORY ${entry})
+    file(CHMOD ${entry} PERMISSIONS
+      OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  endif()
+endforeach()
