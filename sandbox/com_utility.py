@@ -12,7 +12,6 @@ backup starts it four times for each object.
 
 import os
 import pwd
-import sqlite3
 import time
 
 import catalogue
@@ -62,7 +61,7 @@ class Utility:
 
     def __init__(self, folder, direction, sid, options, name):
         self.cat = catalogue.Catalogue(folder)
-        self.settings = self.cat.settings()
+        self.settings = self.cat.settings
         self.direction, self.options, self.name = direction, options, name
         self.account = pwd.getpwuid(os.getuid()).pw_name
         self.key = (sid, direction, self.account)
@@ -143,7 +142,7 @@ def run(folder, arguments):
         if verb not in steps:
             raise Refused("unknown verb")
         lines = [("reply", "OK")] + steps[verb]()
-    except (Refused, OSError, KeyError, ValueError, sqlite3.Error) as error:
+    except (Refused, OSError, KeyError, ValueError) as error:
         lines = [("message", " ".join(str(error).split())), ("reply", "ERROR")]
     return "".join(f"{key}={value}\n" for key, value in lines).encode()
 

@@ -11,7 +11,7 @@ import socket
 import time
 
 from pyftpdlib.authorizers import AuthenticationFailed
-from pyftpdlib.handlers import FileProducer, FTPHandler, proto_cmds
+from pyftpdlib.handlers import FTPHandler, proto_cmds
 from pyftpdlib.servers import FTPServer
 
 import catalogue
@@ -72,12 +72,12 @@ class KorvaHandler(FTPHandler):
     dtp_handler, active_dtp = DataConnection, DataConnector
     auth_failed_timeout = 0
     use_sendfile = False  # the bytes are checked on their way out
-    cat, folder = None, None  # set by make_server
+    cat = None  # set by make_server
 
     def __init__(self, conn, server, ioloop=None):
         self.account = self.sid = self.target = self.segment = self.data_fault = None
         self.path, self.said_quit = "", False
-        self.faults = faults.load(self.folder)
+        self.faults = faults.load(self.cat.folder)
         super().__init__(conn, server, ioloop=ioloop)
 
     # Faults.
@@ -162,7 +162,7 @@ class KorvaHandler(FTPHandler):
         if verb == "STOR":
             self._in_dtp_queue = (file, verb)
         else:
-            self._out_dtp_queue = (FileProducer(file, "i"), True, file, verb)
+            self._out_dtp_queue = (file, True, file, verb)
         if not self.play("connect"):
             target, self.target = self.target, None
             self._dtp_connector = self.active_dtp(*target, self)
@@ -184,10 +184,10 @@ class KorvaHandler(FTPHandler):
         if verb == "STOR":
             if not fields[5].isdigit():
                 raise catalogue.Refused("the block size is no number")
-            return Upload(self.cat, row)
-        file = Download(self.cat, row)
+            return Upload(self.cat, row, self.ioloop)
+        file = Download(self.cat, row, self.ioloop)
         if self.data_fault:
-            file.limit = self.data_fault.number
+            file.left = self.data_fault.number
         return file
 
     def start_data(self, sock):
@@ -211,13 +211,11 @@ class KorvaHandler(FTPHandler):
 
 def make_server(folder, settings):
     """Bind the server, write the settings for the utility, sweep; the caller runs the loop."""
-    cat = catalogue.Catalogue(folder, create=True)
-    cat.sweep_start()
-    KorvaHandler.cat, KorvaHandler.folder = cat, folder
+    cat = KorvaHandler.cat = catalogue.Catalogue(folder, settings)
     KorvaHandler.authorizer = Access(cat, settings["accounts"].split())
     server = FTPServer((settings["host"], settings["port"]), KorvaHandler)
     settings["port"] = server.address[1]
-    cat.write_settings(settings)
+    cat.write_settings()
 
     def sweep():
         busy = {handler.segment for handler in server.ioloop.socket_map.values()
@@ -225,6 +223,7 @@ def make_server(folder, settings):
         cat.sweep(time.time() - settings["sweep_after"], busy - {None})
 
     sweep()
+    cat.clear_store()
     server.ioloop.call_every(min(SWEEP_INTERVAL, max(1, settings["sweep_after"])), sweep,
                              _errback=lambda: logging.exception("sweep failed"))
     return server

@@ -1,17 +1,18 @@
 """The data connection of the sandbox's server: one object in, or one object out."""
 
-import contextlib
 import errno
 import hashlib
 import logging
-import os
 import socket
 import struct
+import sys
 
 from pyftpdlib.handlers import ActiveDTP, DTPHandler
 from pyftpdlib.ioloop import RetryError
 
-from catalogue import sync_folder
+from database import Refused
+
+CHUNK = 65536
 
 log = logging.getLogger("sandbox")
 
@@ -22,77 +23,77 @@ def reset_on_close(sock):
 
 
 class Upload:
-    """The file that takes a backup object; it gets its name when it is whole."""
+    """The file that takes a backup object; the catalogue hears of it when it is whole."""
 
-    def __init__(self, catalogue, row):
-        self.catalogue, self.row = catalogue, row
+    def __init__(self, catalogue, row, loop):
+        self.catalogue, self.row, self.name = catalogue, row, str(row["saveset"])
         catalogue.advance(row["segment"], "opened", "storing")
-        self.name = catalogue.file_of(row["saveset"])
         try:
-            self.file = open(self.name + ".part", "wb")
+            self.stream = catalogue.store.writer(row["saveset"], loop)
         except OSError:
             catalogue.abandon(row["segment"], "aborted")
             raise
-        self.sha256 = hashlib.sha256()
-
-    @property
-    def closed(self):
-        """Whether no more bytes are taken."""
-        return self.file.closed
+        self.sha256, self.size = hashlib.sha256(), 0
+        self.closed = self.stored = False
 
     def write(self, chunk):
-        """Take some bytes."""
-        self.file.write(chunk)
+        """Take some bytes; False when the store has enough of them for now."""
         self.sha256.update(chunk)
+        self.size += len(chunk)
+        return self.stream.write(chunk)
 
-    def finish(self):
-        """Make the whole object safe on disk, then tell the catalogue."""
-        self.file.flush()
-        os.fsync(self.file.fileno())
-        os.rename(self.name + ".part", self.name)
-        sync_folder(os.path.dirname(self.name))
-        self.catalogue.advance(self.row["segment"], "storing", "stored", size=self.file.tell(),
-                               sha256=self.sha256.hexdigest())
-        return True
+    def finish(self, done):
+        """Make the whole object safe, then tell the catalogue, then the caller."""
+        self.stream.finish(lambda safe: done(safe and self.record()))
+
+    def record(self):
+        """Whether the catalogue takes the object: not when its job was given up meanwhile."""
+        try:
+            self.catalogue.advance(self.row["segment"], "storing", "stored", size=self.size,
+                                   sha256=self.sha256.hexdigest())
+            self.stored = True
+        except Refused as error:
+            log.error("saveset %s: %s", self.name, error)
+        return self.stored
 
     def close(self):
         """End the writing; what was not finished is given up."""
-        with contextlib.suppress(OSError):  # a full disk, of which finish() or write() told
-            self.file.close()
-        if os.path.exists(self.name + ".part"):
-            self.catalogue.abandon(self.row["segment"], "aborted")
+        self.closed = True
+        self.stream.close()
+        if not self.stored:
+            try:
+                self.catalogue.abandon(self.row["segment"], "aborted")
+            except Refused as error:
+                log.error("saveset %s: %s", self.name, error)
 
 
 class Download:
     """The file of a stored object, checked against the catalogue while it is read."""
 
-    def __init__(self, catalogue, row):
-        self.row = row
-        self.name = catalogue.file_of(row["saveset"])
-        self.file = open(self.name, "rb")
-        self.sha256 = hashlib.sha256()
-        self.limit = None  # hand out no more bytes than this
+    def __init__(self, catalogue, row, loop):
+        self.row, self.name = row, str(row["saveset"])
+        self.stream = catalogue.store.reader(row["saveset"], loop)
+        self.sha256, self.closed = hashlib.sha256(), False
+        self.left = sys.maxsize  # hand out no more bytes than this
 
-    @property
-    def closed(self):
-        """Whether the file is closed."""
-        return self.file.closed
-
-    def read(self, size):
+    def more(self):
         """The next bytes, none at the end."""
-        if self.limit is not None:
-            size = min(size, self.limit - self.file.tell())
-        chunk = self.file.read(size)
+        chunk = self.stream.read(min(CHUNK, self.left))
+        if chunk is None:
+            raise RetryError
         self.sha256.update(chunk)
+        self.left -= len(chunk)
         return chunk
 
-    def finish(self):
-        """Whether exactly the bytes were read that were stored."""
-        return self.sha256.hexdigest() == self.row["sha256"]
+    def finish(self, done):
+        """Say whether exactly the bytes were read that were stored."""
+        self.stream.finish(
+            lambda ended: done(ended and self.sha256.hexdigest() == self.row["sha256"]))
 
     def close(self):
-        """Close the file."""
-        self.file.close()
+        """End the reading."""
+        self.closed = True
+        self.stream.close()
 
 
 class DataConnection(DTPHandler):
@@ -102,6 +103,7 @@ class DataConnection(DTPHandler):
 
     def __init__(self, sock, cmd_channel):
         self.ended = False  # the peer has closed in good order
+        self.finishing = False  # all bytes are through, the store has the word
         self.fault = cmd_channel.data_fault
         super().__init__(sock, cmd_channel)
 
@@ -121,25 +123,70 @@ class DataConnection(DTPHandler):
 
     def handle_read(self):
         """Take what has arrived, up to the point where a fault strikes."""
-        super().handle_read()
-        if not self._closed and self.fault and self.tot_bytes_received >= self.fault.number:
+        try:
+            data = self.recv(self.ac_in_buffer_size)
+        except RetryError:
+            return
+        self.tot_bytes_received += len(data)
+        if data and not self.file_obj.write(data):
+            self.pause()
+        if data and self.fault and self.tot_bytes_received >= self.fault.number:
             self.strike()
 
     handle_read_event = handle_read
 
+    def initiate_send(self):
+        """Send what the store has."""
+        try:
+            super().initiate_send()
+        except RetryError:
+            self.pause()
+
+    def pause(self):
+        """Let the client wait until the store can go on."""
+        self.modify_ioloop_events(0)
+        self.file_obj.stream.ready(self.resume)
+
+    def resume(self):
+        """Try again what the store could not do."""
+        try:
+            if self.receive and not self.file_obj.write(b""):
+                self.pause()
+            else:
+                self.modify_ioloop_events(self.ioloop.READ if self.receive else self.ioloop.WRITE)
+        except OSError:
+            self.handle_error()
+
     def handle_close(self):
-        """The end of the data: decide what became of the object and say so."""
-        if self._closed:
+        """The end of the data: decide what becomes of the object."""
+        if self._closed or self.finishing:
             return
         if self.fault and self.fault.number == self.tot_bytes_sent and not self.receive:
             self.strike()
             return
         whole = self.ended if self.receive else not self.producer_fifo
-        if whole and self.receive and self.cmd_channel.fails("end"):
-            whole = False
-        whole = whole and self.file_obj.finish()
-        self.transfer_finished = whole
-        reply = "226 Transfer complete." if whole else "426 Transfer aborted."
+        if whole and not (self.receive and self.cmd_channel.fails("end")):
+            self.finishing = True
+            self.del_channel()
+            self.file_obj.finish(self.finished)
+        else:
+            self.settle("426 Transfer aborted.")
+
+    def finished(self, whole):
+        """The store and the catalogue have spoken."""
+        self.settle("226 Transfer complete." if whole else "451 Transfer failed in the store.")
+
+    def handle_error(self):
+        """Something broke on our side: a full disk, or rclone in the middle."""
+        reason = sys.exc_info()[1]
+        log.error("transfer failed", exc_info=reason)
+        self.settle(f"451 Transfer failed: {getattr(reason, 'strerror', None) or 'see the log'}.")
+
+    def settle(self, reply):
+        """Say what became of the object; a client that does not listen meets a reset."""
+        self.transfer_finished = reply.startswith("226")
+        if not self.transfer_finished and self.socket is not None:
+            reset_on_close(self.socket)
         self._resp = () if self.cmd_channel.play("end") else (reply, log.debug)
         self.close()
 

@@ -1,0 +1,121 @@
+"""The databases that can hold a catalogue: a SQLite file, or PostgreSQL for several servers."""
+
+import os
+import sqlite3
+
+FILE = "catalogue.sqlite"
+PATIENCE = 60  # seconds to wait for another writer
+LOCKS = 0x4B4F5256  # the class of our advisory locks; number 0 in it belongs to the writer
+
+
+class Refused(Exception):
+    """The catalogue says no, or cannot be asked; the text is meant for the client."""
+
+
+class Database:
+    """What both have in common: "?" stands for a value, and rows are dictionaries."""
+
+    mark, errors = "?", ()
+
+    def run(self, sql, values=()):
+        """The rows that a statement yields, or the number of rows that it changed."""
+        try:
+            cursor = self.cursor()
+            cursor.execute(sql.replace("?", self.mark), values)
+            if cursor.description is None:
+                return cursor.rowcount
+            names = [column[0] for column in cursor.description]
+            return [dict(zip(names, row)) for row in cursor.fetchall()]
+        except self.errors as error:
+            raise Refused(f"the catalogue fails: {error}") from error
+
+    def close(self):
+        """End the connection."""
+        self.connection.close()
+
+
+class Sqlite(Database):
+    """A file in the sandbox's folder, for its server and the COM utility beside it."""
+
+    begin, serial = "BEGIN IMMEDIATE", "INTEGER PRIMARY KEY AUTOINCREMENT"
+    errors = (sqlite3.Error,)
+
+    def __init__(self, folder, create):
+        path = os.path.join(os.path.abspath(folder), FILE).replace("?", "%3f")
+        try:
+            self.connection = sqlite3.connect(f"file:{path}?mode={'rwc' if create else 'rw'}",
+                                              uri=True, timeout=PATIENCE, isolation_level=None)
+        except self.errors as error:
+            raise Refused(f"{path}: {error}") from error
+        self.cursor = self.connection.cursor
+        if create:
+            self.run("PRAGMA journal_mode=WAL")
+        self.run("PRAGMA case_sensitive_like=ON")
+
+    def has_column(self, table, column):
+        """Whether a table, as some earlier version made it, has a column."""
+        return any(row["name"] == column for row in self.run(f"PRAGMA table_info({table})"))
+
+    @staticmethod
+    def show(_owner):
+        """Nobody else needs to see that this server lives."""
+        return True
+
+    @staticmethod
+    def living(owner):
+        """A folder has one server at a time."""
+        return {owner}
+
+
+class Postgres(Database):
+    """A database that servers on several machines share; a lost connection is made anew."""
+
+    begin, serial = f"BEGIN; SELECT pg_advisory_xact_lock({LOCKS}, 0)", "BIGSERIAL PRIMARY KEY"
+    mark = "%s"
+
+    def __init__(self, url):
+        try:
+            import psycopg2
+        except ImportError:
+            import site
+            site.main()  # the COM utility starts without the packages of the system
+            try:
+                import psycopg2
+            except ImportError as error:
+                raise Refused("python3-psycopg2 is missing: apt-get install python3-psycopg2"
+                              ) from error
+        self.driver, self.errors = psycopg2, (psycopg2.Error,)
+        self.url, self.connection, self.shown = url, None, False
+
+    def cursor(self):
+        """A cursor on the connection that stands, or on a new one."""
+        if self.connection is None or self.connection.closed:
+            self.shown = False
+            self.connection = self.driver.connect(self.url, client_encoding="utf8",
+                                                  connect_timeout=PATIENCE // 6)
+            self.connection.autocommit = True
+            self.connection.cursor().execute(
+                f"SET statement_timeout = '{PATIENCE}s';"
+                f" SET idle_in_transaction_session_timeout = '{PATIENCE}s'")
+        return self.connection.cursor()
+
+    @staticmethod
+    def has_column(_table, _column):
+        """There is no earlier version."""
+        return True
+
+    def show(self, owner):
+        """Show that a server lives, by a lock that goes with its connection; False if another
+        connection has it."""
+        if not self.shown:
+            lock = self.run("SELECT pg_try_advisory_lock(?, ?) AS held", (LOCKS, owner))
+            self.shown = lock[0]["held"]
+        return self.shown
+
+    def living(self, owner):
+        """All servers that live, and that we do."""
+        self.show(owner)
+        return {row["objid"] for row in self.run(
+            "SELECT objid::bigint FROM pg_locks WHERE locktype = 'advisory' AND classid = ?"
+            " AND database = (SELECT oid FROM pg_database WHERE datname = current_database())",
+            (LOCKS,))}

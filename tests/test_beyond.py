@@ -1,0 +1,236 @@
+"""Objects in rclone's care and a shared catalogue: what fails in them never passes for a backup."""
+import os
+import pwd
+import shutil
+import signal
+import subprocess
+import tempfile
+import unittest
+
+from test_com import setUpModule, write_plain  # pylint: disable=unused-import
+from test_sandbox import RUN, STRICT, Sandbox, both_ways, query, start, there_and_back
+from xbsa import SANITIZED, pattern, run
+
+SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
+POSTGRES = "/usr/lib/postgresql/15/bin/"
+os.environ["RCLONE_REAL"] = shutil.which("rclone") or ""
+os.environ["PATH"] = os.path.join(os.path.dirname(os.path.abspath(__file__)), "standin:"
+                                  ) + os.environ["PATH"]
+
+
+def ask(x):
+    start(x)
+    return query(x)
+
+
+def kilobytes(sandbox, field):
+    with open(f"/proc/{sandbox.process.pid}/status", encoding="ascii") as status:
+        return next(int(line.split()[1]) for line in status if line.startswith(field))
+
+
+def begin(x, folder):
+    os.environ["KORVA_SANDBOX"] = folder
+    start(x)
+    return x.store(pattern(1 << 20), end=False)
+
+
+def end(x):
+    return [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1)]
+
+
+def kill_late(x, rclone, victim):
+    """Store; the victim dies when rclone has everything and has not said so."""
+    start(x)
+    victim = victim or os.getpid()
+    if os.fork() == 0:
+        rclone.wait_until_reached()
+        os.kill(victim, signal.SIGKILL)
+        os._exit(0)
+    codes = x.store(pattern(1 << 20))
+    os.wait()
+    return codes
+
+
+class Remote:
+    """A remote of rclone's on a folder, with faults on demand."""
+
+    def __init__(self, test):
+        self.folder = tempfile.mkdtemp(prefix="remote")
+        test.addCleanup(shutil.rmtree, self.folder)
+        self.switch, self.bucket = (os.path.join(self.folder, name) for name in ("fault", "bucket"))
+        os.environ["RCLONE_FAULT"] = self.switch
+        for name in "reached", "go":
+            os.mkfifo(f"{self.switch}.{name}")
+        self.fault("")
+
+    def fault(self, name):
+        write_plain(self.switch, name)
+
+    def wait_until_reached(self):
+        with open(self.switch + ".reached", encoding="ascii") as fifo:
+            fifo.read()
+
+    def let_go(self):
+        with open(self.switch + ".go", "w", encoding="ascii"):
+            pass
+
+    def objects(self):
+        return [name for _, _, names in os.walk(self.bucket) for name in names if name[0] != "."]
+
+
+class OnRclone(unittest.TestCase):
+    catalogue = ()
+
+    def setUp(self):
+        self.rclone = Remote(self)
+        self.sandbox = self.serve()
+
+    def options(self):
+        return ["--store", "rclone::local:" + self.rclone.bucket, *self.catalogue]
+
+    def serve(self):
+        return Sandbox(self, *self.options())
+
+    def assert_left(self, *states):
+        """After the end of the server, the bucket holds what is good and nothing else."""
+        self.sandbox.process.terminate()
+        self.sandbox.process.wait()
+        self.assertEqual(self.sandbox.states(), list(states))
+        self.assertEqual(len(self.rclone.objects()), states.count("good"))
+
+    def test_both_ways(self):
+        for size in SIZES:
+            with self.subTest(size=size):
+                run(both_ways, size, env=STRICT, level=0, deadline=60 + size // 1000000)
+        self.assertFalse(os.path.exists(os.path.join(self.sandbox.folder, "objects")))
+        self.assert_left(*["good"] * len(SIZES))
+
+    def test_faults(self):
+        """rclone fails: so does the store, told by strict mode; a restore always does."""
+        def transfers(x):
+            start(x)
+            codes = []
+            for fault in "middle", "end":
+                self.rclone.fault(fault)
+                codes.append(x.store(pattern(1 << 20))[-1])
+            self.rclone.fault("")
+            there_and_back(x, pattern(1 << 20))
+            copy = x.state.sObject.sBSA_Object.copyId.right
+            self.rclone.fault("middle")
+            codes.append(max(x.restore(copy_id=copy)[0]))
+            self.rclone.fault("")
+            with open(os.path.join(self.rclone.bucket, str(copy)), "r+b") as file:
+                file.write(b"damaged")
+            return codes + [max(x.restore(copy_id=copy)[0])]
+        self.assertEqual(run(transfers, env=STRICT).value, [3] * 4)
+        self.assert_left("aborted", "aborted", "good")
+
+    def test_killed_client(self):
+        """In the middle, and when nothing but rclone's word is missing."""
+        def middle(x):
+            begin(x, self.sandbox.folder)
+            os.kill(os.getpid(), signal.SIGKILL)
+        run(middle, killed=True)
+        self.rclone.fault("late")
+        run(kill_late, self.rclone, None, killed=True)
+        self.assertEqual(run(ask).value, (17, 0))
+        self.assert_left("aborted", "aborted")
+
+    def test_slow(self):
+        """An rclone that takes nothing holds up its own client, not the server, in no memory."""
+        def transfers(x):
+            self.rclone.fault("stuck")
+            before = kilobytes(self.sandbox, "VmRSS")
+            slow = os.fork()
+            if slow == 0:
+                start(x)
+                os._exit(x.store(pattern(32 << 20), name=b"slow") != [0, 0, 0])
+            self.rclone.wait_until_reached()
+            self.rclone.fault("")
+            start(x)
+            there_and_back(x, b"meanwhile")
+            self.rclone.let_go()
+            _, status = os.waitpid(slow, 0)
+            return status, kilobytes(self.sandbox, "VmHWM") - before
+        status, grown = run(transfers, env=STRICT, level=0).value
+        self.assertEqual(status, 0)
+        if not SANITIZED:
+            self.assertLess(grown, 8 << 10)
+        self.assert_left("good", "good")
+
+    def test_refused(self):
+        """What cannot work is told at the start, without a secret."""
+        for options, path, code, reason in (
+                (["--store", "rclone:a:b"], "/none", 125, "rclone is missing"),
+                (["--store", "rclone:a"], "/usr/bin", 2, "rclone:REMOTE:PATH"),
+                (["--catalogue", "postgresql://me@h/d"], "/usr/bin", 2, "needs --store"),
+                (["--catalogue", "postgresql://me:canary@h/d"], "/usr/bin", 2, "no password"),
+                (["--catalogue", "postgresql:///d?password=canary"], "/usr/bin", 2, "no password")):
+            ended = subprocess.run([RUN, *options], env={"PATH": path}, capture_output=True,
+                                   text=True, timeout=60, check=False)
+            self.assertEqual((ended.returncode, reason in ended.stderr, "canary" in ended.stderr),
+                             (code, True, False), ended.stderr)
+
+
+class Shared(OnRclone):
+    """The same on PostgreSQL, and what two servers on it must not do to each other."""
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.mkdtemp(prefix="pg")
+        cls.addClassCleanup(shutil.rmtree, folder)
+        account = {}
+        if os.geteuid() == 0:  # PostgreSQL does not run as root
+            account = {"user": "postgres", "group": "postgres", "extra_groups": []}
+            os.chown(folder, pwd.getpwnam("postgres").pw_uid, -1)
+        subprocess.run([POSTGRES + "initdb", "-D", folder + "/data", "-A", "trust", "-U", "korva",
+                        "-E", "UTF8", "--no-sync"], check=True, stdout=subprocess.DEVNULL,
+                       cwd="/", **account)
+        # pylint: disable=consider-using-with
+        server = subprocess.Popen(
+            [POSTGRES + "postgres", "-D", folder + "/data", "-k", folder, "-c", "fsync=off",
+             "-c", "listen_addresses="], stderr=subprocess.PIPE, text=True, cwd="/", **account)
+        cls.addClassCleanup(server.wait)
+        cls.addClassCleanup(server.send_signal, signal.SIGQUIT)
+        assert any("ready to accept" in line for line in iter(server.stderr.readline, ""))
+        server.stderr.close()
+        cls.url = f"postgresql:///postgres?host={folder}&user=korva"
+
+    def setUp(self):
+        subprocess.run(["psql", "-q", self.url, "-c", "DROP TABLE IF EXISTS object, session"],
+                       check=True, stderr=subprocess.DEVNULL)
+        self.catalogue = ("--catalogue", self.url)
+        super().setUp()
+
+    def test_two_servers(self):
+        """What one took the other gives; one that starts leaves alone what another stores."""
+        other = self.serve()
+
+        def restore(x, copy):
+            start(x)
+            return query(x), x.restore(copy_id=copy)
+
+        def store(x):
+            begun = begin(x, self.sandbox.folder)
+            subprocess.run([RUN, *self.options(), "--exec", "true"], check=True, timeout=60)
+            return begun + end(x), x.state.sObject.sBSA_Object.copyId.right
+        codes, copy = run(store, env=STRICT).value
+        self.assertEqual(codes, [0, 0, 0, 0])
+        found, (codes, data) = run(restore, copy, env={"KORVA_SANDBOX": other.folder}).value
+        self.assertEqual((found, codes, data), ((0, copy), [0, 0, 0], pattern(1 << 20)))
+        self.assert_left("good")
+
+    def test_killed_server(self):
+        """In the middle, and when nothing but rclone's word is missing; another one clears up."""
+        def middle(x):
+            begin(x, self.sandbox.folder)
+            os.kill(self.sandbox.process.pid, signal.SIGKILL)
+            return any(x.send(pattern(65535)) == 3 for _ in range(1000)), end(x)
+        self.assertEqual(run(middle, env=STRICT).value, (True, [3, 0]))
+        self.sandbox = self.serve()
+        self.rclone.fault("late")
+        self.assertEqual(run(kill_late, self.rclone, self.sandbox.process.pid, env=STRICT).value,
+                         [0, 0, 3])
+        self.sandbox = self.serve()
+        self.assertEqual(run(ask).value, (17, 0))
+        self.assert_left("aborted", "aborted")
