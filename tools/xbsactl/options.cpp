@@ -18,10 +18,14 @@ Informix sessions:
 
 Exit codes:
   0  done: the server confirmed the whole object, a restored file is on disk
-  1  the operation failed or a query found no match; one line on standard error says why
+  1  the operation failed, a query found no match or an object does not verify; one line on
+     standard error says why
   2  wrong arguments or settings: nothing was sent
   A signal that stops the tool ends it by that signal. A failed or stopped restore leaves what
   was under the target's name as it was; a failed or stopped store is reset, not completed.
+
+Signals:
+  SIGUSR1 prints a line about the progress to standard error, and ends nothing.
 
 Library:
   Without --library: libxbsa.so.1 in ../lib beside the folder of xbsactl, else the search of
@@ -34,6 +38,8 @@ Examples:
   xbsactl restore dump.sql /tmp/dump.sql --host backup.example --user backup --path /db
   xbsactl restore shop.sql --host backup.example --user backup | sqlite3 new.db
   xbsactl restore dump.sql /dev/null --host 127.0.0.1:2121 --user backup --trace 2:xbsa.log
+  xbsactl store dump.sql dump.sql --manifest sums --verify --host 127.0.0.1 --user backup
+  xbsactl verify --all --manifest sums --host 127.0.0.1 --user backup
   xbsactl --informix store --space rootdbs level0 root.img
   xbsactl --informix query --space rootdbs --json
   xbsactl --informix restore --space rootdbs level0 root.img --copy-id 1164326400)";
