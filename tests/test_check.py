@@ -50,7 +50,7 @@ SCRIPTS = {
     "second store refused": ([{}, {"STOR": ["452 full"]}], "library.store", "452 full", "full disk"),
     "restore refused": ([{}, {}, {"RETR": ["550 no"]}], "library.restore", "550 no", "account"),
     "one at a time": ([{}, {}, {}, {"GREETING": ["421 full", "close"]}], "library.two_at_once",
-                      "control connection has ended", "--trace 2"),
+                      "BSACreateObject failed", "limit of sessions"),
 }
 # Environment and options in place of the usual ones, and the finding. {} is a folder with odd files.
 SETTINGS = {

@@ -20,7 +20,7 @@ struct ADVICE
     const char *cpNext; // null: the firewall
 };
 
-constexpr std::array<ADVICE, 15> ADVICES = {{
+constexpr std::array<ADVICE, 14> ADVICES = {{
     {"reply: 125", ADVICE_125},
     {"NEGATIVE reply: 2", ADVICE_LINES}, // one reply too many came before
     {"reply: 425", nullptr},
@@ -34,8 +34,8 @@ constexpr std::array<ADVICE, 15> ADVICES = {{
     {"connect()", "start the server, or let its port through the firewall"},
     {"greeting", "look whether an FTP or KORVA server is what listens on this port"},
     {"closing reply", ADVICE_END},
-    {"no end within", "find out what the server waits for, or give it more time with --timeout"},
-    {"did not open", "raise the server's limit of sessions, for all and for each account and host"},
+    {"no end within",
+     "find out what the server waits for; --timeout gives an Informix session more time"},
 }};
 } // namespace
 

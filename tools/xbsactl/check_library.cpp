@@ -247,9 +247,12 @@ class CInspection
         sReport.Ok("library.calls", "all " + std::to_string(CALLS.size()) + " are there");
         sResult.strRow =
             RowFor(I_sAnswer["version"], I_sAnswer["provider"], I_sAnswer["delimiter"]);
-        sReport.Ok("library.version", "interface " + I_sAnswer["version"].get<std::string>() +
-                                          ", provider " + I_sAnswer["provider"].get<std::string>() +
-                                          ", row for sm_versions: " + sResult.strRow);
+        const std::string strFound = "interface " + I_sAnswer["version"].get<std::string>() +
+                                     ", provider " + I_sAnswer["provider"].get<std::string>();
+        if (sResult.strRow.empty())
+            sReport.Warn("library.version", strFound + ": not Korva's",
+                         "name the library that you mean with --library PATH");
+        else sReport.Ok("library.version", strFound + ", row for sm_versions: " + sResult.strRow);
         sResult.bUsable = true;
     }
 

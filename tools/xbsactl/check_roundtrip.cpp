@@ -230,7 +230,10 @@ void CRoundTrips::Pair()
     const JSON sOther = Collect(sSecond, strName + "-3");
     for (const JSON &sResult : {sOne, sOther})
     {
-        if (sResult.contains("error")) return Fail(PAIR_STEP, sResult["error"]);
+        if (sResult.contains("error"))
+            return sReport.Fail(PAIR_STEP, sReport.Foreign(sResult["error"]),
+                                "raise the server's limit of sessions, for all and for each "
+                                "account and host: one alone works");
         const std::string strDifference = sResult["difference"];
         if (!strDifference.empty())
             return sReport.Fail(PAIR_STEP, strDifference,
