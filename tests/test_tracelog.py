@@ -122,7 +122,7 @@ class Trace(unittest.TestCase):
         """What is printed, by regular expressions, and what must not be."""
         one, two, data = self.one, self.two, self.data
         first, second = handle(one), handle(two)
-        line = max(place(one, b"BSACreateObject: Start"), 1)
+        begin, create = (place(one, b"%s: Start" % call) for call in (b"BeginTxn", b"CreateObject"))
         interleaved = [each for pair in zip(one, two) for each in pair]
         torn = [b"\0\x1b[31m\xff\x9b", b" 2026-99-99 17:00:00: Trace: (QAB library) BSAInit: Start."]
         for name, log, want, never in (
@@ -133,9 +133,13 @@ class Trace(unittest.TestCase):
                 ("garbage", one[:data] + torn + one[data:], ["1 done", "before: 2\n$"], MIXED),
                 ("killed", one[:data] + two, [f"unfinished, handle {first}", f"done, handle {second}"],
                  MIXED),
-                ("killed in a call", one[:line + 5] + two, ["1 unfinished", "1 done"], MIXED),
+                ("killed in a call", one[:create + 5] + two, ["1 unfinished", "1 done"], MIXED),
                 ("interleaved", interleaved, [MIXED, f"mixed, .*{first}", f"mixed, .*{second}"],
                  "<1 s|10 s|done"),
+                ("a stray line", one[:data] + [two[place(two, b"xbsa_open: Welcome")]] + one[data:],
+                 [MIXED, "1 session, "], "10 s"),
+                ("a foreign handle", one[:begin] + two[begin:begin + 3] + one[begin:],
+                 [MIXED, f"mixed, .*{first}", f"mixed, .*{second}"], "10 s"),
                 ("then a good one", interleaved + self.one, [MIXED, "2 sessions, 1 done, 1 of mixed"],
                  "failed"),
                 ("one within another", one[:data] + two + one[data:],
@@ -201,17 +205,18 @@ class Trace(unittest.TestCase):
         self.assertEqual(sorted(os.listdir(self.folder)), ["act", "page.html", "xbsa.log"])
 
     def test_memory(self):
-        """96 MB: a line without end, an endless session, unfinished ones; nothing grows with them."""
-        start = place(self.one, b"BSABeginTxn: Start")
-        cycle = b"\n".join(self.one[start:-2]) + b"\n"
-        begun = b"\n".join(self.one[:start]) + b"\n"
-        log = (b"x" * (32 << 20) + b"\n" + begun + cycle * ((32 << 20) // len(cycle)) +
-               begun * ((32 << 20) // len(begun)))
+        """64 MB: a line without end, an endless session, killed ones; nothing grows with them."""
+        start, mine = place(self.one, b"BSABeginTxn: Start"), handle(self.one).encode()
+        cycle = b"\n".join(self.one[start:start + 3] + [b""]).replace(b"Return: 0", b"Return: 5")
+        begun = b"\n".join(self.one[:start] + [b""])
+        killed = (begun.replace(mine, b"%d" % number) for number in range((20 << 20) // len(begun)))
+        log = (b"x" * (22 << 20) + b"\n" + begun + cycle * ((22 << 20) // len(cycle)) +
+               b"".join(killed))
         limit = None if SANITIZED else lambda: resource.setrlimit(resource.RLIMIT_DATA,
-                                                                  (28 << 20, 28 << 20))
+                                                                  (20 << 20, 20 << 20))
         out = self.trace(log, "--html", self.file("page.html"), limit=limit)
         self.assertRegex(out, r"\(\d{5} steps are left out here\)")
-        self.assertRegex(out, r"\n\d+ sessions, \d+ unfinished; .*: 1\n$")
+        self.assertRegex(out, r"\n\d+ sessions, 1 failed, \d+ unfinished; .*: 1\n$")
 
 
 if __name__ == "__main__":
