@@ -157,6 +157,7 @@ bool CLineReader::NextRaw(std::string_view &O_svLine)
                              : static_cast<size_t>(static_cast<const char *>(vpEnd) - cpStart);
         uPlace += vpEnd == nullptr ? uLength : uLength + 1;
         const bool bRest = bSkipping;
+        bWhole = vpEnd != nullptr || bCut;
         bSkipping = vpEnd == nullptr;
         if (bRest) continue;
         O_svLine = std::string_view(cpStart, std::min(uLength, LONGEST_LINE));
@@ -172,6 +173,7 @@ bool CLineReader::Next(LOG_LINE &O_sLine)
     O_sLine = LOG_LINE{};
     O_sLine.uNumber = ++uLines;
     O_sLine.svText = svLine;
+    O_sLine.bWhole = bWhole;
     if (svLine.size() < 1 + STAMP_LENGTH + MARK.size() || svLine[0] != ' ') return true;
     if (svLine.substr(1 + STAMP_LENGTH, MARK.size()) != MARK) return true;
 

@@ -13,6 +13,7 @@
 struct LOG_LINE
 {
     uint64_t uNumber = 0;     // from 1
+    bool bWhole = true;       // false for the last one when it has no end
     bool bTrace = false;      // a line as the library begins it; else svText is all there is
     int64_t iTime = 0;        // seconds of the local clock, counted as if it were UTC
     std::string_view svStamp; // "2026-11-24 17:46:34"
@@ -39,6 +40,7 @@ class CLineReader
     size_t uFilled = 0;
     uint64_t uLines = 0;
     bool bLast = false;     // nothing is left to be read
+    bool bWhole = true;     // of the last line
     bool bSkipping = false; // the rest of a line that was cut
     std::string strStamp;   // of the last line, and its time
     int64_t iStampTime = 0;

@@ -81,7 +81,8 @@ struct TRACE_SESSION
     std::string strSign;     // a line that no single process can have written here
     long lForeignHandle = 0; // the line before named this one: a mistake of the caller's?
     unsigned uCall = CALL_UNKNOWN;
-    unsigned uLeft = 1;       // mixed: processes that have not ended
+    size_t uProcesses = 1;    // mixed: that are known of
+    size_t uTerminated = 0;   // and that have ended
     bool bPending = false;    // sPending goes on
     bool bData = false;       // sData goes on
     bool bTransfer = false;   // the server has taken STOR or RETR

@@ -1,5 +1,6 @@
 #include "tracelog_sessions.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -46,7 +47,8 @@ void Absorb(TRACE_SESSION &X_sInto, const TRACE_SESSION &I_sFrom)
     for (const long lHandle : I_sFrom.setHandles) AddHandle(X_sInto, lHandle);
     for (const STEP &sStep : session_Steps(I_sFrom))
         if (sStep.eKind == STEP_KIND::OBJECT) session_AddStep(X_sInto, sStep);
-    X_sInto.uLeft += I_sFrom.uLeft;
+    X_sInto.uProcesses += I_sFrom.uProcesses;
+    X_sInto.uTerminated += I_sFrom.uTerminated;
     if (I_sFrom.uLastLine > X_sInto.uLastLine)
     {
         X_sInto.uLastLine = I_sFrom.uLastLine;
@@ -176,24 +178,22 @@ void CSessions::JudgeForeignHandle(const LOG_LINE &I_sLine)
         return;
     const size_t uOwner = OpenWith(lHandle);
     const size_t uFrom = uOwner != NONE ? uOwner : FirstOpen();
-    const bool bUnseen = uFrom == uCurrent; // the other one's beginning is not in the log
     Merge(uFrom, "handle " + std::to_string(lHandle) + " comes in between before line " +
                      std::to_string(I_sLine.uNumber));
     AddHandle(deqSessions[uCurrent], lHandle);
-    if (bUnseen) deqSessions[uCurrent].uLeft++;
 }
 
-// It ends when all of its processes have.
+// It ends when all of its processes have, those too that only a handle tells of.
 void CSessions::TakeMixed(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine)
 {
     X_sSession.uCall = CALL_UNKNOWN;
     X_sSession.bTotalKnown = false;
     X_sSession.bNamed = false;
-    X_sSession.strSign.clear();
-    if (!lines_StartsWith(I_sLine.svText, "BSATerminate: Closing")) return;
     X_sSession.bTerminated = false;
-    if (X_sSession.uLeft > 0) X_sSession.uLeft--;
-    if (X_sSession.uLeft == 0) End();
+    X_sSession.strSign.clear();
+    X_sSession.uProcesses = std::max(X_sSession.uProcesses, X_sSession.setHandles.size());
+    if (!lines_StartsWith(I_sLine.svText, "BSATerminate: Closing")) return;
+    if (++X_sSession.uTerminated >= X_sSession.uProcesses) End();
 }
 
 // The BSAInit of a process that has a session already is refused, and that session goes on.
@@ -211,6 +211,30 @@ void CSessions::FoldRejected()
     sSession.uErrorLine = sRejected.uErrorLine;
 }
 
+// The last line may be cut anywhere: what fits is taken, and nothing is concluded from the rest.
+void CSessions::TakeCut(const LOG_LINE &I_sLine, const FUNCTION &I_sWriter)
+{
+    TRACE_SESSION &sSession = Current(I_sLine);
+    TRACE_SESSION sNext = sSession;
+    steps_Take(sNext, I_sLine, I_sWriter);
+    if (sNext.strSign.empty()) sSession = sNext;
+    Extend(sSession, I_sLine);
+}
+
+// What a line that was taken says of the sessions as such.
+void CSessions::Judge(const LOG_LINE &I_sLine)
+{
+    TRACE_SESSION &sSession = deqSessions[uCurrent];
+    if (!session_IsMixed(sSession) && !sSession.strSign.empty())
+        Merge(FirstOpen(), sSession.strSign);
+    TRACE_SESSION &sNow = deqSessions[uCurrent]; // another one after a merge
+    if (session_IsMixed(sNow)) TakeMixed(sNow, I_sLine);
+    else if (sNow.bTerminated) End();
+    else if (sNow.bRejected && sNow.uCall == CALL_NONE && uCurrent > 0 &&
+             !deqSessions[uCurrent - 1].bEnded && sNow.setHandles.empty())
+        FoldRejected();
+}
+
 void CSessions::Take(const LOG_LINE &I_sLine)
 {
     if (!I_sLine.bTrace) return;
@@ -221,20 +245,14 @@ void CSessions::Take(const LOG_LINE &I_sLine)
         if (uCurrent != NONE) deqSessions[uCurrent].bReplies = false;
         return;
     }
+    if (!I_sLine.bWhole) return TakeCut(I_sLine, *spWriter);
     TRACE_SESSION &sSession = Current(I_sLine);
     Extend(sSession, I_sLine);
     steps_Take(sSession, I_sLine, *spWriter);
     if (const long lHandle = HandleOf(I_sLine.svText); lHandle != 0)
         TakeHandle(lHandle, I_sLine, lines_StartsWith(I_sLine.svText, INIT_HANDLE));
-
-    TRACE_SESSION &sNow = deqSessions[uCurrent]; // another one after a merge
-    Extend(sNow, I_sLine);
-    if (!session_IsMixed(sNow) && !sNow.strSign.empty()) Merge(FirstOpen(), sNow.strSign);
-    if (session_IsMixed(deqSessions[uCurrent])) TakeMixed(deqSessions[uCurrent], I_sLine);
-    else if (sNow.bTerminated) End();
-    else if (sNow.bRejected && sNow.uCall == CALL_NONE && uCurrent > 0 &&
-             !deqSessions[uCurrent - 1].bEnded && sNow.setHandles.empty())
-        FoldRejected();
+    Extend(deqSessions[uCurrent], I_sLine);
+    Judge(I_sLine);
     Flush(OPEN_SESSIONS);
 }
 

@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "tracelog_lines.h"
+#include "tracelog_rules.h"
 #include "tracelog_session.h"
 
 class CSessions
@@ -33,6 +34,8 @@ class CSessions
     size_t FirstOpen() const;
     void Merge(size_t I_uFrom, const std::string &I_strSign);
     void TakeMixed(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine);
+    void TakeCut(const LOG_LINE &I_sLine, const FUNCTION &I_sWriter);
+    void Judge(const LOG_LINE &I_sLine);
     void FoldRejected();
     void End();
     void Flush(size_t I_uKeep);

@@ -1,0 +1,223 @@
+"""xbsactl trace: logs of real sessions, and what becomes of logs: cut, mixed, damaged, huge."""
+import os
+import re
+import resource
+import subprocess
+import sys
+import tempfile
+import unittest
+from xml.etree import ElementTree
+
+from server import Server
+from xbsa import DEADLINE, SANITIZED, run
+
+TOOL = os.environ["XBSA_TOOL"]
+SANDBOX = os.path.join(os.path.dirname(__file__), "../sandbox/run")
+ENV = {key: value for key, value in os.environ.items() if key != "LD_PRELOAD"}
+MIXED = "lines of several processes are mixed here: .*XBSA_LOGFILE"
+SVG = "{http://www.w3.org/2000/svg}"
+
+
+def session(x, server, user, level):
+    x.BSASetTrace(None, b"./xbsa.log", level)
+    owner = b"user=%s:pass=geheim" % user
+    x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % server.port, owner=owner)
+    codes = x.store(b"x" * 200000, name=b"<a>&\xc3\xa9", path=b"/d\xff", owner=owner)
+    if len(codes) == 1:
+        x.BSAEndData(x.handle)  # hangs up
+    x.BSATerminate(x.handle)
+
+
+def wrong_handle(x, server):
+    x.BSASetTrace(None, b"./xbsa.log", 66)
+    x.start(server)
+    x.BSABeginTxn(5)
+    x.BSAEndTxn(x.handle, 1)
+    x.BSATerminate(x.handle)
+
+
+def real_log(*scripts, user=b"backup", level=66, scenario=session):
+    """The bytes of each line; from the last block on ten seconds later than the rest."""
+    server = Server(*scripts)
+    args = (server, user, level) if scenario is session else (server,)
+    log, second = [], b"17:00:00"
+    for line in run(scenario, *args, server=server, level=None).log:
+        if "total: 200000" in line:
+            second = b"17:00:10"
+        log.append(re.sub(rb"^ \S+ \S+:", b" 2026-11-24 " + second + b":", line.encode("latin-1")))
+    return log
+
+
+def handle(log):
+    return re.search(rb"process ID\) = (\d+)", b"".join(log)).group(1).decode()
+
+
+def place(log, text):
+    return next(number for number, line in enumerate(log) if text in line)
+
+
+class Trace(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.one, cls.two = real_log(), real_log()
+        cls.data = place(cls.one, b"total: 131070")  # in the middle of the data phase
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def file(self, name, content=None):
+        path = os.path.join(self.folder, name)
+        if content is not None:
+            with open(path, "wb") as file:
+                file.write(content)
+        return path
+
+    def trace(self, log, *options, code=0, limit=None):
+        """What the tool prints; on standard error when it is to fail."""
+        path = self.file("xbsa.log", log if isinstance(log, bytes) else b"\n".join(log) + b"\n")
+        got = subprocess.run([TOOL, "trace", path, *options], capture_output=True, check=False,
+                             env=ENV, timeout=DEADLINE, preexec_fn=limit)
+        self.assertEqual(got.returncode, code, got.stderr)
+        self.assertNotRegex(got.stdout, rb"[\0-\x09\x0b-\x1f\x7f\x80-\xa8\xaa-\xc2\xc4-\xff]")
+        self.assertNotIn(b"geheim", got.stdout)
+        return (got.stderr if code else got.stdout).decode()
+
+    def test_session(self):
+        out = self.trace(self.one)
+        for want in (f"session 1: done, handle {handle(self.one)}, owner user=backup:pass=\\*+, "
+                     "user backup, server 127.0.0.1\n",
+                     r"2026-11-24 17:00:00 to 17:00:10 \(10 s\)", r"  backup of <a>&é in /d\?\n",
+                     r"control +<1 s +PASS \*+: 230 in", r"STOR <a>&é: 150 opening TAPE",
+                     "data +10 s +200000 bytes sent in 4 blocks, about 20.0 kB/s, longest pause "
+                     "10 s from 17:00:00", "end of data: 226", "\n1 session, 1 done\n$"):
+            self.assertRegex(out, want)
+        self.assertNotRegex(out, "error|failed")
+
+    def test_errors(self):
+        """The server's steps that fail, and the first error that is told."""
+        for step, error in (("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),
+                            ("STOR", "stpc_stor: STOR failed. NEGATIVE reply: 530 no"),
+                            ("END", "BSAEndData: TRANSIENT or PERMANENT NEGATIVE reply: 530 no")):
+            out = self.trace(real_log({step: ["530 no PASS geheim"]}))
+            self.assertRegex(out, f"session 1: (failed|.*error on the way), (.*\n)*.*first error"
+                             f".*{error}(.*\n)*.*530 no.*<-- failed", step)
+
+    def test_informix(self):
+        log, options = self.file("real.log"), ("--informix", "--space", "rootdbs")
+        for fault in ((), ("--fault", "openjob=refuse:no_tape")):
+            subprocess.run([SANDBOX, *fault, "--exec", TOOL, *options, "store", "level0", __file__],
+                           env={**ENV, "XBSA_TRACE": "3", "XBSA_LOGFILE": log}, check=False,
+                           capture_output=True, timeout=DEADLINE)
+        with open(log, "rb") as file:
+            out = self.trace(file.read())
+        size = os.path.getsize(__file__)
+        self.assertRegex(out, rf"session 1: done, (.*\n)*  backup of rootdbs@level0, copy id \d+\n(.*"
+                         rf"\n)*.* {size} bytes sent(.*\n)*.*closejob: answered(.*\n)*.*query of")
+        self.assertRegex(out, r"session 2: failed, (.*\n)*.*first error.*\[no_tape\](.*\n)*.*utility "
+                         ".*openjob: refused")
+
+    def test_odd_logs(self):
+        """What is printed, by regular expressions, and what must not be."""
+        one, two, data = self.one, self.two, self.data
+        first, second = handle(one), handle(two)
+        begin, create = (place(one, b"%s: Start" % call) for call in (b"BeginTxn", b"CreateObject"))
+        interleaved = [each for pair in zip(one, two) for each in pair]
+        torn = [b"\0\x1b[31m\xff\x9b", b" 2026-99-99 17:00:00: Trace: (QAB library) BSAInit: Start."]
+        for name, log, want, never in (
+                ("empty", b"", ["^0 sessions\n$"], "session 1"),
+                ("CRLF", b"\r\n".join(one), ["1 done", "about 20.0 kB/s"], "other"),
+                ("cut", b"\n".join(one[:data + 1])[:-3], ["unfinished", "data +not ended"], MIXED),
+                ("rotated", one[data:], ["beginning is not", "sent in 3 blocks", "226"], MIXED),
+                ("garbage", one[:data] + torn + one[data:], ["1 done", "before: 2\n$"], MIXED),
+                ("killed", one[:data] + two, [f"unfinished, handle {first}", f"done, handle {second}"],
+                 MIXED),
+                ("killed in a call", one[:create + 5] + two, ["1 unfinished", "1 done"], MIXED),
+                ("interleaved", interleaved, [MIXED, f"mixed, .*{first}", f"mixed, .*{second}"],
+                 "<1 s|10 s|done"),
+                ("a stray line", one[:data] + [two[place(two, b"xbsa_open: Welcome")]] + one[data:],
+                 [MIXED, "1 session, "], "10 s"),
+                ("a foreign handle", one[:begin] + two[begin:begin + 3] + one[begin:],
+                 [MIXED, f"mixed, .*{first}", f"mixed, .*{second}"], "10 s"),
+                ("then a good one", interleaved + self.one, [MIXED, "2 sessions, 1 done, 1 of mixed"],
+                 "failed"),
+                ("one within another", one[:data] + two + one[data:],
+                 [f"mixed, handle {first}\n", f"done, handle {second}"], f"done, handle {first}"),
+                ("begins mixed", interleaved[2 * data:], [MIXED], "<1 s|10 s|done"),
+                ("a block is missing", one[:data] + one[data + 1:], [MIXED + "|" + MIXED], "10 s"),
+                ("wrong handle", real_log(scenario=wrong_handle), ["failed, ", "first error.*: 6 - "],
+                 MIXED),
+                ("level 1", real_log(level=65) * 2, ["2 with replies only", "reply +230 in"], MIXED),
+                ("level 3, sms", real_log(user=b"sms", level=67), [r"PASS \*+: 230", "1 done"], MIXED)):
+            with self.subTest(name):
+                out = self.trace(log)
+                for text in want:
+                    self.assertRegex(out, text)
+                self.assertNotRegex(out, never)
+
+    def test_choice(self):
+        """Arguments, exit code, sessions shown; a time of day is one of the log's last day."""
+        older = [line.replace(b"2026-11-24", b"2026-11-23") for line in self.two]
+        mine = handle(self.one)
+        for options, code, want in (
+                ((), 0, "2 sessions, 2 done\n"), (("--handle", mine), 0, "1 session, 1 done, 1 more"),
+                (("--handle", "1"), 0, "0 sessions, 2 more"), (("--handle", "0"), 2, "--handle"),
+                (("--since", "2026-11-23 17:00"), 0, "2 sessions"),
+                (("--since", "2026-11-23 17:00:11"), 0, "1 session,"),
+                (("--since", "2026-11-24"), 0, "1 session,"), (("--since", "16:59"), 0, "1 session,"),
+                (("--since", "17:00:10"), 0, "1 session,"), (("--since", "17:01"), 0, "0 sessions"),
+                (("--since", "yesterday"), 2, "yesterday"), (("--since", "25:00"), 2, "25:00"),
+                (("--html", self.file("xbsa.log")), 2, "overwrite"),
+                (("--bar-act-log", self.file("none")), 1, "No such file")):
+            with self.subTest(options):
+                self.assertIn(want, self.trace(older + self.one, *options, code=code))
+        for args, code in (([self.file("none")], 1), ([self.folder], 1), ([], 2)):
+            got = subprocess.run([TOOL, "trace", *args], capture_output=True, env=ENV, check=False)
+            self.assertEqual((got.returncode, got.stdout), (code, b""))
+
+    def test_page(self):
+        """Well-formed, complete, without a script, and with the database's messages."""
+        mine = handle(self.one)
+        act = self.file("act", f"2026-11-24 16:59:59 {mine}  1 Begin <level> 0\n  \x1b[31mmore\n"
+                        f"2026-11-24 17:00:05 {mine}  1 late\n2026-11-24 17:00:05 9{mine}  1 other\n"
+                        f"2026-11-24 18:00:00 {mine}  1 gone\n".encode())
+        log = self.one + [each for pair in zip(self.two, self.one) for each in pair] * 220
+        page = self.file("page.html", b"old")
+        out = self.trace(log, "--html", page, "--bar-act-log", act)
+        self.assertRegex(out, r"16:59:59 +database +Begin <level> 0 .*\?\[31mmore\n(.*\n)+.*database +la")
+        self.assertRegex(out, "no session shown: 2\n$")
+        with open(page, encoding="utf-8") as file:
+            text = file.read()
+        root = ElementTree.fromstring(text.replace("<!DOCTYPE html>", ""))
+        self.assertNotRegex(text, r"<script|javascript|\son\w+=|https?://(?!www\.w3\.org/)|geheim")
+        self.assertRegex(text, r"newest 200 sessions; \d+ before them are left out")
+        self.trace(self.one, "--html", page, "--bar-act-log", act)
+        root = ElementTree.parse(page).getroot()
+        lanes = root.findall(f".//{SVG}svg")[6:]  # behind the legend: all sessions, and this one
+        kinds = [[rect.get("class") for rect in lane] for lane in lanes]
+        self.assertEqual(kinds[1].count("control"), 11)
+        self.assertEqual([(kind.count("data"), kind.count("database")) for kind in kinds],
+                         [(1, 2), (1, 2)])
+        data = next(rect for rect in lanes[1] if rect.get("class") == "data")
+        self.assertRegex(data[0].text, "17:00:00 200000 bytes sent, 10 s")
+        self.assertGreater(float(data.get("width")), 800)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["act", "page.html", "xbsa.log"])
+
+    def test_memory(self):
+        """64 MB: a line without end, an endless session, killed ones; nothing grows with them."""
+        start, mine = place(self.one, b"BSABeginTxn: Start"), handle(self.one).encode()
+        cycle = b"\n".join(self.one[start:start + 3] + [b""]).replace(b"Return: 0", b"Return: 5")
+        begun = b"\n".join(self.one[:start] + [b""])
+        killed = (begun.replace(mine, b"%d" % number) for number in range((20 << 20) // len(begun)))
+        log = (b"x" * (22 << 20) + b"\n" + begun + cycle * ((22 << 20) // len(cycle)) +
+               b"".join(killed))
+        limit = None if SANITIZED else lambda: resource.setrlimit(resource.RLIMIT_DATA,
+                                                                  (20 << 20, 20 << 20))
+        out = self.trace(log, "--html", self.file("page.html"), limit=limit)
+        self.assertRegex(out, r"\(\d{5} steps are left out here\)")
+        self.assertRegex(out, r"\n\d+ sessions, 1 failed, \d+ unfinished; .*: 1\n$")
+
+
+if __name__ == "__main__":
+    sys.exit(unittest.main())
