@@ -9,6 +9,7 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "errors.h"
 

@@ -6,7 +6,7 @@
 
 #include <chrono>
 #include <functional>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 using JSON = nlohmann::ordered_json;
 

@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdlib>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <vector>
 
 #include "check_child.h"

@@ -4,6 +4,7 @@
 #include <netdb.h>
 
 #include <array>
+#include <nlohmann/json.hpp>
 
 #include "check_child.h"
 #include "check_ftp.h"

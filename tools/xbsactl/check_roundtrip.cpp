@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <random>
 
 #include "check_advice.h"
