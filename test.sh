@@ -9,7 +9,7 @@ packages_need g++ cmake make python3 binutils clang-format clang-tidy clang-tool
     nlohmann-json3-dev libssl-dev python3-pyftpdlib dpkg-dev file
 
 # Some tests need these; a machine that cannot have them runs the others.
-wanted=(lintian rpm zsh man-db)
+wanted=(lintian rpm zsh man-db rclone postgresql python3-psycopg2)
 untested=$(packages_want "${wanted[@]}")
 
 # Downloaded once for all checkouts of this account.

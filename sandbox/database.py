@@ -27,7 +27,7 @@ class Database:
             names = [column[0] for column in cursor.description]
             return [dict(zip(names, row)) for row in cursor.fetchall()]
         except self.errors as error:
-            raise Refused(f"the catalogue fails: {error}") from error
+            raise Refused("the catalogue fails: " + " ".join(str(error).split())) from error
 
     def close(self):
         """End the connection."""

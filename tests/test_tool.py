@@ -291,7 +291,7 @@ class Informix(Site):
 
         def note_secrets():
             catalogue = Catalogue(self.folder)
-            secrets.update(row[0] for row in catalogue.db.execute("SELECT secret FROM session"))
+            secrets.update(row["secret"] for row in catalogue.db.run("SELECT secret FROM session"))
             catalogue.db.close()
         seen = self.store(levels=[3], during=note_secrets)
         self.assertTrue(secrets and min(map(len, secrets)) > 20)

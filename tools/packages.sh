@@ -50,13 +50,16 @@ packages_need() { # PACKAGE...
 
 # A machine without network answers at once: one short look-up, no second try.
 packages_try() { # PACKAGE...
-    local sudo=() apt=(apt-get -q -o Acquire::Retries=0 -o Acquire::http::Timeout=10
+    local package sudo=() apt=(apt-get -q -o Acquire::Retries=0 -o Acquire::http::Timeout=10
                        -o Acquire::https::Timeout=10)
     [[ $(id -u) == 0 ]] || sudo=(sudo -n)
     apt=("${sudo[@]}" env DEBIAN_FRONTEND=noninteractive "RES_OPTIONS=timeout:2 attempts:1"
          timeout 300 "${apt[@]}")
-    "${apt[@]}" -o APT::Update::Error-Mode=any update &&
-        "${apt[@]}" install -y --no-remove --no-install-recommends "$@"
+    "${apt[@]}" -o APT::Update::Error-Mode=any update || return 0
+    for package in "$@"; do
+        "${apt[@]}" install -y --no-remove --no-install-recommends "$package" || continue
+        [[ $package != postgresql ]] || packages_silence postgresql
+    done
 }
 
 packages_want() { # PACKAGE...
