@@ -6,7 +6,8 @@ namespace
 {
 constexpr const char *DESCRIPTION =
     "Stores and restores objects on a KORVA backup server or any FTP server that does active\n"
-    "mode, through the library libxbsa and in its strict mode.";
+    "mode, through the library libxbsa and in its strict mode; sets the library up, checks the\n"
+    "way to the server, and explains what went wrong.";
 
 constexpr const char *FOOTER = R"(Password:
   The first line of --password-file, else the variable XBSA_PASSWORD. User and password
@@ -18,8 +19,8 @@ Informix sessions:
 
 Exit codes:
   0  done: the server confirmed the whole object, a restored file is on disk
-  1  the operation failed, a query found no match or an object does not verify; one line on
-     standard error says why
+  1  the operation failed, a query found no match, an object does not verify, a check failed or
+     a question was answered with no; the output says why
   2  wrong arguments or settings: nothing was sent
   A signal that stops the tool ends it by that signal. A failed or stopped restore leaves what
   was under the target's name as it was; a failed or stopped store is reset, not completed.
