@@ -56,8 +56,8 @@ std::string Legend()
 {
     return "<p class=\"legend\">" + Swatch("control", "control commands") +
            Swatch("utility", "utility runs") + Swatch("data", "data phase") +
-           Swatch("control bad", "failed") +
-           Swatch("mixed", "several processes, mixed") + Swatch("database", "database message") +
+           Swatch("control bad", "failed") + Swatch("mixed", "several processes, mixed") +
+           Swatch("database", "database message") +
            "</p>\n<p class=\"dim\">The log's clock has whole seconds. What began or ended within "
            "one "
            "second is spread over it in its order; rest the pointer on a bar for its text.</p>\n";
