@@ -206,16 +206,17 @@ class Trace(unittest.TestCase):
 
     def test_memory(self):
         """64 MB: a line without end, an endless session, killed ones; nothing grows with them."""
+        size = (1 if SANITIZED else 22) << 20
         start, mine = place(self.one, b"BSABeginTxn: Start"), handle(self.one).encode()
         cycle = b"\n".join(self.one[start:start + 3] + [b""]).replace(b"Return: 0", b"Return: 5")
         begun = b"\n".join(self.one[:start] + [b""])
-        killed = (begun.replace(mine, b"%d" % number) for number in range((20 << 20) // len(begun)))
-        log = (b"x" * (22 << 20) + b"\n" + begun + cycle * ((22 << 20) // len(cycle)) +
+        killed = (begun.replace(mine, b"%d" % number) for number in range(size // len(begun)))
+        log = (b"x" * size + b"\n" + begun + cycle * (size // len(cycle)) +
                b"".join(killed))
         limit = None if SANITIZED else lambda: resource.setrlimit(resource.RLIMIT_DATA,
                                                                   (20 << 20, 20 << 20))
         out = self.trace(log, "--html", self.file("page.html"), limit=limit)
-        self.assertRegex(out, r"\(\d{5} steps are left out here\)")
+        self.assertRegex(out, r"\(\d{4,5} steps are left out here\)")
         self.assertRegex(out, r"\n\d+ sessions, 1 failed, \d+ unfinished; .*: 1\n$")
 
 

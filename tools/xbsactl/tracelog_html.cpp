@@ -29,7 +29,8 @@ p,ul{margin:.3rem 0}ul{padding-left:1.2rem}section{border-top:1px solid var(--li
 .row a{white-space:nowrap;overflow:hidden;text-overflow:ellipsis;font-size:.9rem}
 .lane{display:block;width:100%;height:1.5rem;background:var(--lane);border-radius:3px}
 .axis{display:flex;justify-content:space-between;font-size:.85rem}
-.legend{display:flex;flex-wrap:wrap;gap:.2rem 1.2rem}.legend svg{width:1.6rem;height:1.2rem;
+.legend{display:flex;flex-wrap:wrap;gap:.2rem 1.2rem}
+.legend svg{display:inline-block;width:1.6rem;height:1.2rem;
 vertical-align:middle;background:none}
 .control{fill:var(--control)}.utility{fill:var(--utility)}.data{fill:var(--data)}
 .mixed{fill:var(--mixed);fill-opacity:.6}.database{fill:var(--database)}.bad{fill:var(--bad)}
@@ -55,8 +56,8 @@ std::string Legend()
 {
     return "<p class=\"legend\">" + Swatch("control", "control commands") +
            Swatch("utility", "utility runs") + Swatch("data", "data phase") +
-           Swatch("control bad", "failed (in its own height)") +
-           Swatch("mixed", "several processes, mixed") + Swatch("database", "database message") +
+           Swatch("control bad", "failed") + Swatch("mixed", "several processes, mixed") +
+           Swatch("database", "database message") +
            "</p>\n<p class=\"dim\">The log's clock has whole seconds. What began or ended within "
            "one "
            "second is spread over it in its order; rest the pointer on a bar for its text.</p>\n";

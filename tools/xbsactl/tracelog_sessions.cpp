@@ -108,45 +108,49 @@ TRACE_SESSION &CSessions::Current(const LOG_LINE &I_sLine)
     return deqSessions[uCurrent];
 }
 
-// The first of those that interrupted each other up to the current one.
-size_t CSessions::FirstOpen() const
-{
-    size_t uPlace = uCurrent;
-    while (uPlace > 0 && !deqSessions[uPlace - 1].bEnded) uPlace--;
-    return uPlace;
-}
-
-size_t CSessions::OpenWith(long I_lHandle) const
+// Another one than the current, that may go on still or, where asked for, had its BSATerminate.
+size_t CSessions::FindOther(long I_lHandle, bool I_bTerminated) const
 {
     for (size_t uPlace = 0; uPlace < deqSessions.size(); uPlace++)
     {
         const TRACE_SESSION &sSession = deqSessions[uPlace];
-        if (uPlace != uCurrent && !sSession.bEnded && session_HasHandle(sSession, I_lHandle))
+        const bool bFits = !sSession.bEnded || (I_bTerminated && sSession.bTerminated);
+        if (uPlace != uCurrent && bFits && session_HasHandle(sSession, I_lHandle)) return uPlace;
+    }
+    return NONE;
+}
+
+// One that was interrupted in its BSAInit, before it had a handle.
+size_t CSessions::FindNameless() const
+{
+    for (size_t uPlace = 0; uPlace < deqSessions.size(); uPlace++)
+    {
+        const TRACE_SESSION &sSession = deqSessions[uPlace];
+        if (uPlace != uCurrent && !sSession.bEnded && sSession.bHead && sSession.setHandles.empty())
             return uPlace;
     }
     return NONE;
 }
 
-// All that goes on from there to the current one becomes one block.
-void CSessions::Merge(size_t I_uFrom, const std::string &I_strSign)
+// The current one and another become one block, and go on as such.
+void CSessions::Merge(size_t I_uOther, const std::string &I_strSign)
 {
-    if (I_uFrom > uCurrent) std::swap(I_uFrom, uCurrent);
-    TRACE_SESSION &sInto = deqSessions[I_uFrom];
-    BecomeMixed(sInto, I_strSign);
-    for (size_t uPlace = uCurrent; uPlace > I_uFrom; uPlace--)
-    {
-        if (deqSessions[uPlace].bEnded) continue;
-        Absorb(sInto, deqSessions[uPlace]);
-        deqSessions.erase(deqSessions.begin() + static_cast<std::ptrdiff_t>(uPlace));
-    }
-    uCurrent = I_uFrom;
+    const size_t uInto = std::min(I_uOther, uCurrent);
+    const size_t uFrom = std::max(I_uOther, uCurrent);
+    const std::string strEarlier = deqSessions[uCurrent].strMixed;
+    BecomeMixed(deqSessions[uInto], strEarlier.empty() ? I_strSign : strEarlier);
+    Absorb(deqSessions[uInto], deqSessions[uFrom]);
+    deqSessions[uInto].bEnded = false;
+    deqSessions.erase(deqSessions.begin() + static_cast<std::ptrdiff_t>(uFrom));
+    uCurrent = uInto;
 }
 
 // A session gets its handle. When an interrupted one had it, that one has ended in another BSAInit,
-// or it goes on here: then what interrupted it was another process.
+// or it goes on here: then what interrupted it was another process. When one had it that was
+// terminated, the BSATerminate was another process's.
 void CSessions::Adopt(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit)
 {
-    const size_t uEarlier = OpenWith(I_lHandle);
+    const size_t uEarlier = FindOther(I_lHandle, !I_bInit);
     AddHandle(deqSessions[uCurrent], I_lHandle);
     if (uEarlier == NONE) return;
     if (I_bInit && !session_IsMixed(deqSessions[uEarlier]))
@@ -159,10 +163,21 @@ void CSessions::Adopt(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit)
                         std::to_string(I_sLine.uNumber));
 }
 
+// A handle that others than the current one may have had.
+void CSessions::AddForeign(long I_lHandle, const std::string &I_strSign)
+{
+    size_t uOwner = FindOther(I_lHandle, false);
+    if (uOwner == NONE) uOwner = FindNameless();
+    if (uOwner != NONE && !session_HasHandle(deqSessions[uCurrent], I_lHandle))
+        Merge(uOwner, I_strSign);
+    BecomeMixed(deqSessions[uCurrent], I_strSign);
+    AddHandle(deqSessions[uCurrent], I_lHandle);
+}
+
 void CSessions::TakeHandle(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit)
 {
     TRACE_SESSION &sSession = deqSessions[uCurrent];
-    if (session_IsMixed(sSession)) AddHandle(sSession, I_lHandle);
+    if (session_IsMixed(sSession)) AddForeign(I_lHandle, std::string(sSession.strMixed));
     else if (sSession.setHandles.empty()) Adopt(I_lHandle, I_sLine, I_bInit);
     else if (!session_HasHandle(sSession, I_lHandle)) sSession.lForeignHandle = I_lHandle;
 }
@@ -176,11 +191,8 @@ void CSessions::JudgeForeignHandle(const LOG_LINE &I_sLine)
     if (I_sLine.svText.find("Invalid Handle") != std::string_view::npos ||
         I_sLine.svText.find("Return: 6 ") != std::string_view::npos)
         return;
-    const size_t uOwner = OpenWith(lHandle);
-    const size_t uFrom = uOwner != NONE ? uOwner : FirstOpen();
-    Merge(uFrom, "handle " + std::to_string(lHandle) + " comes in between before line " +
-                     std::to_string(I_sLine.uNumber));
-    AddHandle(deqSessions[uCurrent], lHandle);
+    AddForeign(lHandle, "handle " + std::to_string(lHandle) + " comes in between before line " +
+                            std::to_string(I_sLine.uNumber));
 }
 
 // It ends when all of its processes have, those too that only a handle tells of.
@@ -226,12 +238,11 @@ void CSessions::Judge(const LOG_LINE &I_sLine)
 {
     TRACE_SESSION &sSession = deqSessions[uCurrent];
     if (!session_IsMixed(sSession) && !sSession.strSign.empty())
-        Merge(FirstOpen(), sSession.strSign);
-    TRACE_SESSION &sNow = deqSessions[uCurrent]; // another one after a merge
-    if (session_IsMixed(sNow)) TakeMixed(sNow, I_sLine);
-    else if (sNow.bTerminated) End();
-    else if (sNow.bRejected && sNow.uCall == CALL_NONE && uCurrent > 0 &&
-             !deqSessions[uCurrent - 1].bEnded && sNow.setHandles.empty())
+        BecomeMixed(sSession, sSession.strSign);
+    if (session_IsMixed(sSession)) TakeMixed(sSession, I_sLine);
+    else if (sSession.bTerminated) End();
+    else if (sSession.bRejected && sSession.uCall == CALL_NONE && uCurrent > 0 &&
+             !deqSessions[uCurrent - 1].bEnded && sSession.setHandles.empty())
         FoldRejected();
 }
 

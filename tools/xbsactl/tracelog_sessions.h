@@ -1,6 +1,7 @@
 // Tells the sessions of a log apart. A line names no process, so a session is a run of lines whose
 // handles and order of calls fit one process. Where they do not fit, the lines of several processes
-// are mixed, and the sessions in question become one block that claims nothing about each of them.
+// are mixed: the session, and each whose handle comes up in it, become one block that claims
+// nothing about any of them.
 #ifndef XBSACTL_TRACELOG_SESSIONS_H
 #define XBSACTL_TRACELOG_SESSIONS_H
 
@@ -30,9 +31,10 @@ class CSessions
     void TakeHandle(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit);
     void JudgeForeignHandle(const LOG_LINE &I_sLine);
     void Adopt(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit);
-    size_t OpenWith(long I_lHandle) const;
-    size_t FirstOpen() const;
-    void Merge(size_t I_uFrom, const std::string &I_strSign);
+    void AddForeign(long I_lHandle, const std::string &I_strSign);
+    size_t FindOther(long I_lHandle, bool I_bTerminated) const;
+    size_t FindNameless() const;
+    void Merge(size_t I_uOther, const std::string &I_strSign);
     void TakeMixed(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine);
     void TakeCut(const LOG_LINE &I_sLine, const FUNCTION &I_sWriter);
     void Judge(const LOG_LINE &I_sLine);
