@@ -1,4 +1,5 @@
 """A scripted FTP server: polite by default, odd where a script says so; it notes what it saw."""
+import contextlib
 import select
 import socket
 import struct
@@ -86,11 +87,16 @@ class Server:
     def _play(self, actions):
         for action in actions:
             if isinstance(action, bytes):
-                self.control.sendall(action)
+                self._say(action)
             elif hasattr(self, "_do_" + action):
                 getattr(self, "_do_" + action)()
             else:
-                self.control.sendall(action.encode("latin-1") + b"\r\n")
+                self._say(action.encode("latin-1") + b"\r\n")
+
+    def _say(self, text):
+        """To a client that is gone already, too: what it had sent before is still to be heard."""
+        with contextlib.suppress(ConnectionError):
+            self.control.sendall(text)
 
     def _do_close(self):
         raise Hangup
