@@ -27,6 +27,7 @@ MANIFESTS = [
     ("", 1, "has no entry"), ("# nothing\n", 1, "has no entry"), ("junk\n", 1, "line 1"),
     (f"# x\n{HELLO} good\n", 1, "line 2"), (f"{HELLO[1:]}  good\n", 1, "line 1"),
     (f"{HELLO[1:]}g  good\n", 1, "line 1"), (f"\\{HELLO}  go\\od\n", 1, "line 1"),
+    (f"{HELLO}  good\r\n", 1, "CR LF"),
     (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
     (f"\\{HELLO}  back\\\\slash\n", 0, "ok    back\\slash: 5 bytes"),
     (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME holds a control character\nok "),
@@ -128,7 +129,11 @@ class Verify(Site):
                 self.assertIn(told, "".join(printed))
         before = len(server.children)
         write_plain("text", "else\n")
-        for path in ("no/m", ".", "text", "/dev/null"):  # refused before anything is sent
+        os.mkfifo("pipe")
+        write_plain("dump", "")
+        os.truncate("dump", 1 << 30)
+        # refused before anything is sent, waited for or read into memory
+        for path in ("no/m", ".", "text", "/dev/null", "/dev/zero", "pipe", "dump"):
             self.call("store", "x", "--manifest", path, code=1)
             self.call("store", "x", "--status", path, code=1)
         self.assertEqual((len(server.children), read_text("text")), (before, "else\n"))

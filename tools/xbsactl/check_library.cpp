@@ -150,7 +150,8 @@ std::string RowFor(const std::string &I_strVersion, const std::string &I_strProv
         if (I_strDelimiter.find(cChar) != std::string::npos) vecParts.emplace_back();
         else vecParts.back() += cChar;
     }
-    return vecParts.size() == 3 ? "1|" + I_strVersion + "|" + vecParts[1] + "|" + vecParts[2] : "";
+    return vecParts.size() == 3 ? "1|" + I_strVersion + "|" + vecParts[1] + "|" + vecParts[2] + "|"
+                                : "";
 }
 
 class CInspection

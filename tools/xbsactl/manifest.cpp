@@ -176,9 +176,12 @@ std::vector<LINE> Parse(const std::string &I_strFile, const std::string &I_strTe
         LINE sLine;
         sLine.strText = strText;
         sLine.bEntry = ParseEntry(strText, sLine.sEntry);
-        if (!sLine.bEntry && strText.compare(0, 1, "#") != 0)
+        const bool bDosEnd = !strText.empty() && strText.back() == '\r';
+        if (bDosEnd || (!sLine.bEntry && strText.compare(0, 1, "#") != 0))
             throw FAILURE("manifest " + files_Quoted(I_strFile) + ", line " +
-                          std::to_string(uNumber) + ": is not of sha256sum's format");
+                          std::to_string(uNumber) +
+                          (bDosEnd ? ": ends with CR LF; sha256sum's lines end with LF alone"
+                                   : ": is not of sha256sum's format"));
         if (sLine.bEntry && bOfCopy)
         {
             sLine.sEntry.uCopyId = CopyIdOf(vecLines.back().strText);

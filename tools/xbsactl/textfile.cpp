@@ -16,6 +16,8 @@ namespace
 {
 using STAT = struct stat;
 
+constexpr off_t LARGEST = off_t{64} << 20; // far above any text of ours
+
 // The new file takes over who may use the old one, as far as this account can give it.
 bool TakeMode(int I_iFile, const STAT *spOld)
 {
@@ -48,13 +50,26 @@ bool Fill(int I_iFile, const STAT *spOld, const std::string &I_strText)
     if (!bWritten) errno = iError;
     return bWritten && bClosed;
 }
+
+// A pipe would be waited for, and a device or a database dump given by mistake would fill the
+// memory.
+void RefuseOther(int I_iFile, const std::string &I_strFile)
+{
+    STAT sFile{};
+    const bool bPlain = fstat(I_iFile, &sFile) == 0 && S_ISREG(sFile.st_mode);
+    if (bPlain && sFile.st_size <= LARGEST) return;
+    close(I_iFile);
+    throw FAILURE(files_Quoted(I_strFile) +
+                  (bPlain ? " is larger than 64 MiB" : " is not a regular file"));
+}
 } // namespace
 
 std::optional<std::string> textfile_Read(const std::string &I_strFile)
 {
-    const int iFile = open(I_strFile.c_str(), O_RDONLY | O_CLOEXEC);
+    const int iFile = open(I_strFile.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (iFile == -1 && errno == ENOENT) return std::nullopt;
     if (iFile == -1) throw SystemFailure(files_Quoted(I_strFile));
+    RefuseOther(iFile, I_strFile);
 
     std::string strText;
     std::array<char, 65536> szBlock{};

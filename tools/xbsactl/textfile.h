@@ -5,7 +5,8 @@
 #include <optional>
 #include <string>
 
-// The whole text; none when there is no such file. Throws FAILURE.
+// The whole text; none when there is no such file. What is no regular file, or larger than 64 MiB,
+// is refused. Throws FAILURE.
 std::optional<std::string> textfile_Read(const std::string &I_strFile);
 
 // A reader finds the old text or the new one, never a part: the text goes to a temporary file
