@@ -190,14 +190,17 @@ class Setup(unittest.TestCase):
         """Undo leaves what others wrote, and refuses to guess where ours was touched."""
         self.setup("--yes")
         ours = self.tree()["etc/onconfig"][3]
-        for text, refusal in [(ours.replace("SIZE 31", "SIZE 15"), "were edited since"),
+        for text, refusal in [(ours.replace("SIZE 31", "SIZE 99"), "were edited since"),
                               (ours + "BAR_BSALIB_PATH /newer.so\n", "was set again"),
                               ("#xbsa# BAR_BSALIB_PATH /old.so\n", "were edited since")]:
             self.write("etc/onconfig", text, 0o640)
             before = self.tree()
             self.assertIn(refusal, self.setup("--undo", "--yes", want=1))
             self.assertEqual(self.tree(), before)
-        self.write("etc/onconfig", "PHYSFILE 1\n" + ours, 0o640)
+        fitted = "PHYSFILE 1\n" + ours.replace("SIZE 31", "SIZE 15")  # as the comment there says
+        self.write("etc/onconfig", fitted, 0o640)
+        self.setup("--yes")
+        self.assertEqual(self.tree()["etc/onconfig"][3], fitted)
         self.setup("--undo", "--yes")
         self.assertEqual(self.tree()["etc/onconfig"][3], "PHYSFILE 1\n" + ONCONFIG)
         self.assertNotIn("lib/ibsad001.so", self.tree())

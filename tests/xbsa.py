@@ -11,7 +11,7 @@ import traceback
 
 LIBRARY = os.environ["XBSA_LIBRARY"]
 SANITIZED = "LD_PRELOAD" in os.environ
-DEADLINE = 60  # seconds after which a scenario counts as hung
+DEADLINE = 150  # seconds after which a scenario counts as hung
 
 TraceSink = c.CFUNCTYPE(None, c.c_char_p)
 TYPES = {"i": c.c_int, "I": c.c_uint, "H": c.c_ushort, "B": c.c_ubyte, "l": c.c_long,

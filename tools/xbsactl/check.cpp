@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdio>
 #include <ctime>
 
 #include "check_cleanup.h"
@@ -30,16 +32,21 @@ unsigned TapeBound(const SETTINGS &I_sSettings)
     return I_sSettings.uTimeout == 0 ? SETTINGS().uTimeout : I_sSettings.uTimeout;
 }
 
+std::atomic<bool> bStored; // objects of the name below may be on the server
+
 // Objects of another check, on another host, must not be met.
-std::string ObjectName()
+const std::string &ObjectName()
 {
-    return "xbsactl-check-" + std::to_string(time(nullptr)) + "-" + std::to_string(getpid());
+    static const std::string strName =
+        "xbsactl-check-" + std::to_string(time(nullptr)) + "-" + std::to_string(getpid());
+    bStored = true;
+    return strName;
 }
 
 void CheckPlain(CReport &I_sReport, const SETTINGS &I_sSettings, bool I_bLibrary)
 {
     const std::chrono::seconds sBound(Bound(I_sSettings));
-    const std::string strName = ObjectName();
+    const std::string &strName = ObjectName();
     if (I_sSettings.strLoginFault.empty()) I_sReport.Ok("login", "user and password are usable");
     else
         I_sReport.Fail("login", I_sReport.Foreign(I_sSettings.strLoginFault),
@@ -71,6 +78,13 @@ void CheckInformix(CReport &I_sReport, const SETTINGS &I_sSettings, bool I_bLibr
 }
 } // namespace
 
+void check_Stopped()
+{
+    if (!bStored) return;
+    fprintf(stderr, "xbsactl: stopped; what begins with \"%s\" may be left on the server\n",
+            ObjectName().c_str());
+}
+
 int check_Run(const SETTINGS &I_sSettings)
 {
     CReport sReport(I_sSettings);
@@ -81,5 +95,6 @@ int check_Run(const SETTINGS &I_sSettings)
     check_Log(sReport, I_sSettings);
     if (I_sSettings.bInformix) CheckInformix(sReport, I_sSettings, sLibrary.bUsable, bVariables);
     else CheckPlain(sReport, I_sSettings, sLibrary.bUsable);
+    bStored = false; // what is left has been told
     return sReport.Finish();
 }

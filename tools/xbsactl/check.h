@@ -5,6 +5,9 @@
 
 #include "settings.h"
 
+// Tells what a check that a signal ends may leave on the server.
+void check_Stopped();
+
 int check_Run(const SETTINGS &I_sSettings);
 
 #endif

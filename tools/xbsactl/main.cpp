@@ -61,12 +61,19 @@ int Run(SETTINGS &I_sSettings)
     return EXIT_DONE;
 }
 
+// Before the process ends by a signal.
+void Stopped(int I_iExit)
+{
+    check_Stopped();
+    status_End(I_iExit);
+}
+
 int Main(int argc, char **argv)
 {
     files_ReserveStandard();
     SETTINGS sSettings;
     settings_HidePassword(sSettings);
-    stop_Watch({status_Print, status_Tick, status_End});
+    stop_Watch({status_Print, status_Tick, Stopped});
 
     CLI::App sApp("", "xbsactl");
     options_Add(sApp, sSettings);
@@ -77,6 +84,7 @@ int Main(int argc, char **argv)
     {
         return FinishOutput(sApp.exit(sError) == 0 ? EXIT_DONE : EXIT_USAGE);
     }
+    if (sApp.get_subcommands().empty()) throw USAGE_ERROR("no command is given");
     return FinishOutput(Run(sSettings));
 }
 

@@ -236,8 +236,11 @@ void options_Add(CLI::App &I_sApp, SETTINGS &I_sSettings)
     I_sApp.description(DESCRIPTION);
     I_sApp.footer(FOOTER);
     I_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
-    I_sApp.fallthrough(); // the options may stand behind the command too
-    I_sApp.require_subcommand(1);
+    I_sApp.fallthrough();            // the options may stand behind the command too
+    I_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
+    I_sApp.failure_message([](const CLI::App *, const CLI::Error &sError) {
+        return std::string("xbsactl: ") + sError.what() + " (see xbsactl --help)\n";
+    });
     AddServerOptions(I_sApp, I_sSettings);
     AddGeneralOptions(I_sApp, I_sSettings);
     AddTransfers(I_sApp, I_sSettings);

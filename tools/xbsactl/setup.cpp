@@ -81,8 +81,7 @@ CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
                    setupfiles_Content(I_sPlace, I_sPlace.strOnconfig, false), ""};
     try
     {
-        sChange.strAfter = setuptext_Onconfig(
-            setuptext_OnconfigWithout(sChange.strBefore.value_or("")), I_strLibrary);
+        sChange.strAfter = setuptext_Onconfig(sChange.strBefore.value_or(""), I_strLibrary);
     } catch (const FAILURE &sFailure)
     {
         throw FAILURE(I_sPlace.strFolder + "/" + sChange.strFile + ": " + sFailure.what() +

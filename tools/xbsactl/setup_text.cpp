@@ -65,14 +65,20 @@ size_t Count(const LINES &I_vecLines, const std::function<bool(const std::string
     return uCount;
 }
 
-LINES Block(const std::string &I_strLibrary, bool I_bBuffer)
+std::string BufferLine()
+{
+    return std::string(BUFFER) + " " + std::to_string(MOST_PAGES);
+}
+
+// Without a line for the buffer when one that fits stands elsewhere.
+LINES Block(const std::string &I_strLibrary, const std::string &I_strBuffer)
 {
     LINES vecBlock = {BEGIN, std::string(LIBRARY) + " " + I_strLibrary};
-    if (I_bBuffer)
+    if (!I_strBuffer.empty())
     {
         vecBlock.emplace_back(
-            "# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, 15");
-        vecBlock.push_back(std::string(BUFFER) + " " + std::to_string(MOST_PAGES));
+            "# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, write 15");
+        vecBlock.push_back(I_strBuffer);
     }
     vecBlock.emplace_back(END);
     return vecBlock;
@@ -99,6 +105,16 @@ LINES TakeBlock(LINES &I_vecLines)
     return vecBlock;
 }
 
+// The line of our block: the administrator is asked to fit the number of pages in it.
+std::string OwnBuffer(const LINES &I_vecBlock)
+{
+    for (const std::string &strLine : I_vecBlock)
+    {
+        if (Sets(strLine, BUFFER) && IsGoodBuffer(strLine)) return strLine;
+    }
+    return "";
+}
+
 void CheckBlock(const LINES &I_vecBlock, const LINES &I_vecRest)
 {
     const bool bMarks =
@@ -106,20 +122,34 @@ void CheckBlock(const LINES &I_vecBlock, const LINES &I_vecRest)
         Count(I_vecRest, [](const std::string &strLine) { return strLine == END; }) > 0;
     if (I_vecBlock.empty() && !bMarks) return;
     const std::string strLibrary = I_vecBlock.size() > 1 ? Value(I_vecBlock[1]) : "";
-    if (I_vecBlock != Block(strLibrary, false) && I_vecBlock != Block(strLibrary, true))
-        throw FAILURE("the lines of setup in it were edited since");
+    const std::string strBuffer = OwnBuffer(I_vecBlock);
+    if (I_vecBlock != Block(strLibrary, strBuffer))
+        throw FAILURE(std::string("the lines from \"") + BEGIN + "\" to \"" + END +
+                      "\" in it were edited since");
     if (Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, LIBRARY); }) > 0)
         throw FAILURE(std::string(LIBRARY) + " was set again outside of the lines of setup");
-    const bool bBuffer = I_vecBlock == Block(strLibrary, true);
-    if (bBuffer &&
+    if (!strBuffer.empty() &&
         Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, BUFFER); }) > 0)
         throw FAILURE(std::string(BUFFER) + " was set again outside of the lines of setup");
+}
+
+// Takes what setup wrote out of the lines, and hands its block back. Throws FAILURE.
+LINES Restore(LINES &I_vecLines)
+{
+    const LINES vecBlock = TakeBlock(I_vecLines);
+    CheckBlock(vecBlock, I_vecLines);
+    for (std::string &strLine : I_vecLines)
+    {
+        if (IsReplaced(strLine)) strLine.erase(0, std::string(REPLACED).size());
+    }
+    return vecBlock;
 }
 } // namespace
 
 std::string setuptext_Onconfig(const std::string &I_strText, const std::string &I_strLibrary)
 {
     LINES vecLines = Split(I_strText);
+    const LINES vecOld = Restore(vecLines);
     const auto fpLibrary = [](const std::string &strLine) { return Sets(strLine, LIBRARY); };
     const auto fpBuffer = [](const std::string &strLine) { return Sets(strLine, BUFFER); };
     const auto fpGood = [](const std::string &strLine) {
@@ -130,26 +160,21 @@ std::string setuptext_Onconfig(const std::string &I_strText, const std::string &
     };
     const bool bBuffer = Count(vecLines, fpGood) != 1 || Count(vecLines, fpBuffer) != 1;
     if (!bBuffer && Count(vecLines, fpOurs) == 1 && Count(vecLines, fpLibrary) == 1)
-        return I_strText;
+        return vecOld.empty() ? I_strText : Join(vecLines);
 
     for (std::string &strLine : vecLines)
     {
         if (fpLibrary(strLine) || (bBuffer && fpBuffer(strLine))) strLine.insert(0, REPLACED);
     }
-    return Join(vecLines) + Join(Block(I_strLibrary, bBuffer));
+    const std::string strOwn = OwnBuffer(vecOld);
+    const std::string strBuffer = strOwn.empty() ? BufferLine() : strOwn;
+    return Join(vecLines) + Join(Block(I_strLibrary, bBuffer ? strBuffer : ""));
 }
 
 std::string setuptext_OnconfigWithout(const std::string &I_strText)
 {
     LINES vecLines = Split(I_strText);
-    const LINES vecBlock = TakeBlock(vecLines);
-    CheckBlock(vecBlock, vecLines);
-    if (vecBlock.empty()) return I_strText;
-    for (std::string &strLine : vecLines)
-    {
-        if (IsReplaced(strLine)) strLine.erase(0, std::string(REPLACED).size());
-    }
-    return Join(vecLines);
+    return Restore(vecLines).empty() ? I_strText : Join(vecLines);
 }
 
 std::string setuptext_Versions(const std::string &I_strText, const std::string &I_strRow)
