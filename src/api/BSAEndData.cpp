@@ -18,7 +18,9 @@ static int ReadClosingReply()
 {
     int iRet = BSA_RC_SUCCESS;
     char szReply[XBSA_REPLY_SIZE + 1] = "";
-    if (stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, 0) < 1)
+    // of a server that has vanished only what is there already is read
+    int iFlags = sPrivate.iServerLost != 0 ? MSG_DONTWAIT : 0;
+    if (stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, iFlags) < 1)
     {
         SysErrorTxt(0, 0, "No closing reply, the control connection has ended.");
         iRet = BSA_RC_ABORT_SYSTEM_ERROR;
@@ -74,9 +76,10 @@ static void SayQuit()
 {
     char szQuit[] = "QUIT\r\n";
     char szReply[XBSA_REPLY_SIZE + 1] = "";
-    // no reply comes to a QUIT that could not be sent: then only what is there already is read
-    int iSent = stpc_send(xbsa_ControlSocket(), szQuit, sizeof szQuit - 1, 0);
-    stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, iSent < 1 ? MSG_DONTWAIT : 0);
+    // no reply comes to a QUIT that could not be sent, nor from a server that has vanished
+    bool bSent = stpc_send(xbsa_ControlSocket(), szQuit, sizeof szQuit - 1, 0) > 0;
+    int iFlags = bSent && sPrivate.iServerLost == 0 ? 0 : MSG_DONTWAIT;
+    stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, iFlags);
     TRACE("BSAEndData: Received message: %s ", szReply);
     xbsa_CloseControl();
 }

@@ -24,6 +24,7 @@ __attribute__((noinline, cold)) static ssize_t Resend(const BSA_DataBlock *spBlo
 {
     ssize_t iSend = -1;
     int iError = errno;
+    xbsa_NoteLoss(iError);
     const char *cpText = SysErrorTxt(GetSockErrCode(), 3, "Data sending failed.");
     TRACE("BSASendData(%d): %s", iError, cpText);
     for (int iRetry = 1; iRetry <= SEND_RETRIES && iSend <= 0; iRetry++)
@@ -41,6 +42,18 @@ __attribute__((noinline, cold)) static ssize_t Resend(const BSA_DataBlock *spBlo
     return iSend;
 }
 
+// A send made no progress for a while, or failed: a slow server is waited for, a failure is tried
+// again. Returns the last send's result.
+__attribute__((noinline, cold)) static ssize_t Recover(const BSA_DataBlock *spBlock, size_t uSent)
+{
+    ssize_t iSend = -1;
+    while (iSend == -1 && errno == EAGAIN && !xbsa_IsServerLost()) iSend = SendRest(spBlock, uSent);
+    if (iSend != -1) return iSend;
+
+    if (sPrivate.iServerLost != 0) errno = ETIMEDOUT;
+    return Resend(spBlock, uSent);
+}
+
 // Sends bufferLen bytes, whatever numBytes says.
 //   upSent  receives the bytes that the system took
 static int SendBlock(const BSA_DataBlock *spBlock, size_t *upSent)
@@ -51,7 +64,7 @@ static int SendBlock(const BSA_DataBlock *spBlock, size_t *upSent)
     while (iSend > 0 && uSent < spBlock->bufferLen)
     {
         iSend = SendRest(spBlock, uSent);
-        if (iSend == -1) iSend = Resend(spBlock, uSent);
+        if (iSend == -1) iSend = Recover(spBlock, uSent);
         if (iSend > 0) uSent += static_cast<size_t>(iSend);
     }
     *upSent = uSent;

@@ -30,6 +30,7 @@ void xbsa_NewObject()
 {
     sPrivate.iDataFailed = 0;
     sPrivate.iDataBroken = 0;
+    sPrivate.iServerLost = 0;
     sPrivate.iJobMissing = 0;
 }
 

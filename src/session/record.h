@@ -9,6 +9,7 @@ typedef struct
     int iStrict;        // KORVA_STRICT=1 at BSAInit: no result hides a failure
     int iDataFailed;    // a BSASendData of this object failed, or a BSAGetData in strict mode
     int iDataBroken;    // one of them on the connection: the object did not get through whole
+    int iServerLost;    // nothing came from the server for minutes: no reply is waited for
     int iJobMissing;    // the utility could not be run for the open of this object
     int hOwnControl;    // open control connection that xbsa_open made; -1 none
     int hOwnData;       // open data connection that xbsa_open made; -1 none
@@ -39,6 +40,13 @@ void xbsa_StoreData(int hSocket);
 // Closes the connection, leaving its number in the record. Returns the result of close.
 int xbsa_CloseControl();
 int xbsa_CloseData();
+
+// Whether the server of the data connection has vanished, to be asked when a send made no progress for
+// a while. When it has, the connection is shut down.
+bool xbsa_IsServerLost();
+
+// Takes the error number of a failed send or receive for the same.
+void xbsa_NoteLoss(int iError);
 
 // Frees the query results that were never handed out and empties the list.
 void qab_ClearResults();

@@ -1,0 +1,163 @@
+"""
+On command, as root, four minutes: what only a network between two hosts can do. In tests/:
+
+    XBSA_LIBRARY=... XBSA_FTPD=... python3 -m unittest -v test_network
+"""
+import ctypes as c
+import os
+import select
+import socket
+import subprocess
+import threading
+import unittest
+
+from xbsa import Block, descriptor, pattern, run
+
+HERE, THERE, SECOND = "10.77.0.1", "10.77.0.2", "10.78.0.2"
+PATIENCE = 600  # seconds: no scenario may take longer
+OBJECT = pattern(300000)
+REPLIES = {"USER": "331", "PASS": "230", "PORT": "200", "CWD": "250", "STOR": "150", "RETR": "150"}
+
+
+def ip(*arguments):
+    subprocess.run(["ip", *" ".join(arguments).split()], check=True)
+
+
+def enter(name):
+    """Moves this thread into a host of ours; sockets stay where they were made."""
+    with open(f"/var/run/netns/{name}", encoding="ascii") as file:
+        assert c.CDLL(None, use_errno=True).setns(file.fileno(), 0) == 0
+
+
+class Far:
+    """A server on the other host that keeps the window of a store closed for a while, and the data
+    connection of a restore open for ever."""
+
+    def __init__(self, host, closed_for):
+        self.host, self.closed_for, self.stored, self.ports = host, closed_for, b"", []
+        self.free = threading.Event()
+
+    def forget(self):
+        pass
+
+    def serve(self, done):
+        threading.Thread(target=self._listen, daemon=True).start()
+        assert select.select([done], [], [], PATIENCE)[0]
+        self.free.set()
+
+    def _listen(self):
+        enter(self.host)
+        with socket.create_server(("0.0.0.0", 2121)) as listener:
+            while True:
+                with listener.accept()[0] as control:
+                    self._converse(control)
+
+    def _converse(self, control):
+        control.sendall(b"220 ready\r\n")
+        for line in control.makefile("rb"):
+            verb, _, argument = line.decode().rstrip().partition(" ")
+            if verb == "PORT":
+                self.ports.append(argument)
+            control.sendall(REPLIES.get(verb, "200").encode() + b" ok\r\n")
+            if verb in ("STOR", "RETR"):
+                self._transfer(verb, control)
+
+    def _transfer(self, verb, control):
+        numbers = self.ports[-1].split(",")
+        target = ".".join(numbers[:4]), int(numbers[4]) * 256 + int(numbers[5])
+        with socket.create_connection(target) as data:
+            if verb == "RETR":
+                data.sendall(OBJECT)
+                self.free.wait(PATIENCE)
+                return
+            self.free.wait(self.closed_for)
+            parts = []
+            while part := data.recv(1 << 16):
+                parts.append(part)
+        self.stored = b"".join(parts)
+        control.sendall(b"226 done\r\n")
+
+
+def begin(x, host, address=THERE):
+    enter(host)
+    assert x.init(b"BSA_API_VERSION=1.0.1", f"BSA_SERVICE_HOST={address}:2121".encode()) == 0
+    x.BSABeginTxn(x.handle)
+
+
+def vanish(host):
+    """The other host hears us, and nothing of it reaches us any more: no reset, no error."""
+    ip("-n", host, "route add blackhole", HERE)
+
+
+def vanish_in_store(x, here, there):
+    begin(x, here)
+    assert x.BSACreateObject(x.handle, c.byref(descriptor()), None) == 0 and x.send(OBJECT[:9]) == 0
+    vanish(there)
+    return next(code for code in iter(lambda: x.send(OBJECT[:65535]), None) if code), \
+        x.last_error(), x.BSAEndData(x.handle)
+
+
+def vanish_in_restore(x, here, there):
+    begin(x, here)
+    room = c.create_string_buffer(30000)
+    block = Block(30000, 0, c.addressof(room))
+    assert x.BSAGetObject(x.handle, c.byref(descriptor()), None) == 0
+    for _ in range(10):
+        assert x.BSAGetData(x.handle, c.byref(block)) == 0
+    vanish(there)
+    return x.BSAGetData(x.handle, c.byref(block)), x.last_error(), x.BSAEndData(x.handle)
+
+
+def store(x, here, address=THERE):
+    begin(x, here, address)
+    return x.store(OBJECT * 40)
+
+
+class Network(unittest.TestCase):
+    def hosts(self, mtu=1500):
+        names = here, there = f"xh{os.getpid()}", f"xt{os.getpid()}"
+        for name in names:
+            ip("netns add", name)
+            self.addCleanup(ip, "netns del", name)
+        ip("link add", here, "netns", here, f"mtu {mtu} type veth peer name", there, "netns", there,
+           f"mtu {mtu}")
+        for name, last in zip(names, "12"):
+            ip("-n", name, f"addr add 10.77.0.{last}/24 dev", name)
+            ip("-n", name, f"addr add 10.78.0.{last}/24 dev", name)
+            ip("-n", name, "link set", name, "up")
+        return names
+
+    def scenario(self, function, *arguments, closed_for=0, mtu=1500):
+        here, there = self.hosts(mtu)
+        server = Far(there, closed_for)
+        return run(function, here, *(arguments or (there,)), server=server, level=None,
+                   env={"KORVA_STRICT": "1"}, deadline=PATIENCE).value, server
+
+    def test_server_that_vanishes_in_a_store(self):
+        self.assertEqual(self.scenario(vanish_in_store)[0],
+                         (3, "Connection timed out Data sending failed.", 3))
+
+    def test_server_that_vanishes_in_a_restore(self):
+        code, _, end = self.scenario(vanish_in_restore)[0]
+        self.assertEqual((code, end), (3, 3))
+
+    def test_server_that_waits_for_a_tape(self):
+        """Longer than the silence that means the end of another."""
+        codes, server = self.scenario(store, THERE, closed_for=240)
+        self.assertEqual((codes, server.stored), ([0, 0, 0], OBJECT * 40))
+
+    def test_small_packets(self):
+        codes, server = self.scenario(store, THERE, mtu=576)
+        self.assertEqual((codes, server.stored), ([0, 0, 0], OBJECT * 40))
+
+    def test_two_addresses(self):
+        """The one that the control connection has is announced."""
+        for address, announced in ((THERE, "10,77,0,1,"), (SECOND, "10,78,0,1,")):
+            codes, server = self.scenario(store, address)
+            self.assertEqual(codes, [0, 0, 0])
+            self.assertTrue(server.ports[0].startswith(announced), server.ports)
+            self.doCleanups()
+
+
+if __name__ == "__main__":
+    unittest.main()
