@@ -136,7 +136,7 @@ void CheckBlock(const LINES &I_vecBlock, const LINES &I_vecRest)
 // Takes what setup wrote out of the lines, and hands its block back. Throws FAILURE.
 LINES Restore(LINES &I_vecLines)
 {
-    const LINES vecBlock = TakeBlock(I_vecLines);
+    LINES vecBlock = TakeBlock(I_vecLines);
     CheckBlock(vecBlock, I_vecLines);
     for (std::string &strLine : I_vecLines)
     {
