@@ -114,6 +114,7 @@ int stpc_Accept(int hListener, int SControl, const STPC_TRANSFER *spTransfer)
         }
         if (asPoll[1].revents == 0) continue;
 
+        if (asPoll[1].events == POLLRDHUP) return FailAccept(spTransfer, ECONNRESET);
         int iControl = PeekControl(SControl);
         if (iControl == -1) return FailAccept(spTransfer, errno);
         if (iControl == WAIT_REFUSED)
@@ -121,6 +122,6 @@ int stpc_Accept(int hListener, int SControl, const STPC_TRANSFER *spTransfer)
             ReportRefusal(SControl, spTransfer);
             return -1;
         }
-        asPoll[1].fd = -1;
+        asPoll[1].events = POLLRDHUP; // more of it stays unread, but it may still go away
     }
 }
