@@ -7,8 +7,8 @@ import struct
 from xbsa import DEADLINE
 
 # What is done at each step. A text is a reply line, bytes are sent as they are; connect opens the
-# data connection (foreign: from another address), transfer moves the object through it; an empty
-# list is silence.
+# data connection (foreign: from another address), transfer moves the object through it; a function
+# is called with the server; an empty list is silence.
 POLITE = {"GREETING": ["220 ready"], "USER": ["331 password"], "PASS": ["230 in"],
           "TYPE": ["200 binary"], "CWD": ["250 there"], "PORT": ["200 port"],
           "STOR": ["150 opening TAPE 17 SEGMENT 3", "connect"], "RETR": ["150 opening", "connect"],
@@ -88,6 +88,8 @@ class Server:
         for action in actions:
             if isinstance(action, bytes):
                 self._say(action)
+            elif callable(action):
+                action(self)
             elif hasattr(self, "_do_" + action):
                 getattr(self, "_do_" + action)()
             else:

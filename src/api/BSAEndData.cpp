@@ -49,12 +49,23 @@ static int CloseTransfer()
     return iRet == 0 ? ReadClosingReply() : iRet;
 }
 
+static int FailGivenUp()
+{
+    SysErrorTxt(0, 0, "%s",
+                sPrivate.iGivenUp == GIVEN_UP_RESTORE
+                    ? "The backup was given up for a restore in the same transaction."
+                    : "The backup was given up, its transaction had ended.");
+    return BSA_RC_ABORT_SYSTEM_ERROR;
+}
+
 static int EndTransfer(long lHandle)
 {
     if (sGlobal.sSession.iLastCall & CALL_END_DATA) return BSA_RC_INVALID_CALL_SEQUENCE;
     sGlobal.sSession.iLastCall |= CALL_END_DATA;
     if (lHandle != sGlobal.sSession.lBSAHandle) return BSA_RC_INVALID_HANDLE;
-    return CloseTransfer();
+    int iGivenUp = sPrivate.iGivenUp != GIVEN_UP_NONE ? FailGivenUp() : BSA_RC_SUCCESS;
+    int iRet = CloseTransfer();
+    return iGivenUp != BSA_RC_SUCCESS ? iGivenUp : iRet;
 }
 
 // What the COM utility is told. A failed send stays, even when the server then says 226.
@@ -112,7 +123,8 @@ static bool HasFailed(int iData)
 int BSAEndData(long bsaHandle)
 {
     TRACE("BSAEndData: Start - bsaHandle = %ld", bsaHandle);
-    const bool bBackup = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0;
+    const bool bBackup = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0 ||
+                         sPrivate.iGivenUp != GIVEN_UP_NONE;
     int iData = EndTransfer(bsaHandle);
     NoteStatus(iData);
     if (bBackup) sGlobal.sSession.iOpStatus = iData;

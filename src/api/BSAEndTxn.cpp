@@ -1,4 +1,5 @@
 // Ends a transaction.
+#include "session/record.h"
 #include "trace/trace.h"
 
 // Whatever the result, every call is possible again. Commit and abort are the same: an object is
@@ -19,5 +20,6 @@ int BSAEndTxn(long bsaHandle, BSA_Vote)
     }
     TRACE("BSAEndTxn: End");
     sGlobal.sSession.iLastCall = 0;
+    xbsa_GiveUpTransfer(GIVEN_UP_END);
     return iRet;
 }

@@ -37,7 +37,7 @@ static int ReadBlock(BSA_DataBlock *spBlock, size_t *upRead)
 int BSAGetData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
     size_t uRead = 0;
-    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr);
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, STOR_MODE);
     if (iRet == BSA_RC_SUCCESS) iRet = ReadBlock(dataBlockPtr, &uRead);
     xbsa_NoteDataStatus(iRet, uRead);
     if (iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.iStrict != 0)

@@ -79,7 +79,7 @@ static int SendBlock(const BSA_DataBlock *spBlock, size_t *upSent)
 int BSASendData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
     size_t uSent = 0;
-    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr);
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, RETR_MODE);
     if (iRet == BSA_RC_SUCCESS) iRet = SendBlock(dataBlockPtr, &uSent);
     if (iRet == BSA_RC_SUCCESS) return iRet;
 

@@ -32,6 +32,8 @@ void xbsa_NewObject()
     sPrivate.iDataBroken = 0;
     sPrivate.iServerLost = 0;
     sPrivate.iJobMissing = 0;
+    sPrivate.iGivenUp = GIVEN_UP_NONE;
+    xbsa_GiveUpTransfer(GIVEN_UP_RESTORE);
 }
 
 int xbsa_OpenJob(ENUM_COM_TASK eTask)

@@ -302,6 +302,7 @@ int xbsa_open(int iMode)
     int hData = spWork != nullptr ? OpenTransfer(spWork) : -1;
     if (hData == -1) CloseFailedJob(iMode);
     xbsa_StoreData(hData);
+    if (hData != -1) sPrivate.iDirection = iMode;
     if (spWork != nullptr) memset(spWork->szSlots[SLOT_PASS], 0, XBSA_REPLY_SIZE);
     x_Free(spWork);
     return hData;

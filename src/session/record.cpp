@@ -19,7 +19,7 @@ static constexpr _sGlobal InitialRecord()
 }
 
 _sGlobal sGlobal = InitialRecord();
-_sPrivate sPrivate = {0, 0, 0, 0, 0, -1, -1, -1, -1};
+_sPrivate sPrivate = {0, 0, 0, 0, 0, 0, 0, -1, -1, -1, -1};
 
 static void Store(int hSocket, int *hpField, int *hpOwn, int *hpClosed)
 {
@@ -44,7 +44,15 @@ void xbsa_StoreControl(int hSocket)
 
 void xbsa_StoreData(int hSocket)
 {
+    sPrivate.iDirection = 0;
     Store(hSocket, &sGlobal.sSession.SData, &sPrivate.hOwnData, &sPrivate.hClosedData);
+}
+
+void xbsa_GiveUpTransfer(int iReason)
+{
+    if (sPrivate.iDirection == STOR_MODE) sPrivate.iGivenUp = iReason;
+    if (sPrivate.hOwnData != -1) xbsa_StoreData(-1);
+    if (sPrivate.hOwnControl != -1) xbsa_StoreControl(-1);
 }
 
 int xbsa_CloseControl()
@@ -54,6 +62,7 @@ int xbsa_CloseControl()
 
 int xbsa_CloseData()
 {
+    sPrivate.iDirection = 0;
     return Close(xbsa_DataSocket(), &sPrivate.hOwnData, &sPrivate.hClosedData);
 }
 

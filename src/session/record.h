@@ -11,6 +11,8 @@ typedef struct
     int iDataBroken;    // one of them on the connection: the object did not get through whole
     int iServerLost;    // nothing came from the server for minutes: no reply is waited for
     int iJobMissing;    // the utility could not be run for the open of this object
+    int iDirection;     // STOR_MODE or RETR_MODE while a transfer is open, else 0
+    int iGivenUp;       // GIVEN_UP_: why a backup was cut before its BSAEndData
     int hOwnControl;    // open control connection that xbsa_open made; -1 none
     int hOwnData;       // open data connection that xbsa_open made; -1 none
     int hClosedControl; // value of SControl that was closed already; -1 none
@@ -18,6 +20,13 @@ typedef struct
 } _sPrivate;
 
 extern _sPrivate sPrivate;
+
+enum
+{
+    GIVEN_UP_NONE,
+    GIVEN_UP_RESTORE, // a restore was begun in its place
+    GIVEN_UP_END      // its transaction ended
+};
 
 // The record keeps the numbers of connections after they were closed, and the host may use such a
 // number by now. These give -1 in its place.
@@ -36,6 +45,10 @@ inline int xbsa_DataSocket()
 // Stores a new connection (or -1) in the record and closes the one that an abandoned transfer left.
 void xbsa_StoreControl(int hSocket);
 void xbsa_StoreData(int hSocket);
+
+// Cuts the transfer that nobody ended, for a server may serve one client at a time.
+//   iReason  GIVEN_UP_ value to note when it was a backup
+void xbsa_GiveUpTransfer(int iReason);
 
 // Closes the connection, leaving its number in the record. Returns the result of close.
 int xbsa_CloseControl();

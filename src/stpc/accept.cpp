@@ -67,15 +67,13 @@ static int TakeConnection(int hListener, int SControl, const STPC_TRANSFER *spTr
 }
 
 // Looks at the first byte on the control connection without taking it.
-// Returns WAIT_REFUSED for a negative reply, WAIT_ON for another one, -1 with errno for the end.
+// Returns WAIT_REFUSED for a negative reply, WAIT_ON for another one, -1 for the end.
 static int PeekControl(int SControl)
 {
     char cFirst = '\0';
     ssize_t iRet = recv(SControl, &cFirst, 1, MSG_PEEK | MSG_DONTWAIT);
     if (iRet == 1) return cFirst == '4' || cFirst == '5' ? WAIT_REFUSED : WAIT_ON;
-    if (iRet == -1 && (errno == EAGAIN || errno == EINTR)) return WAIT_ON;
-    errno = ECONNRESET;
-    return -1;
+    return iRet == -1 && (errno == EAGAIN || errno == EINTR) ? WAIT_ON : -1;
 }
 
 static void ReportRefusal(int SControl, const STPC_TRANSFER *spTransfer)
@@ -114,13 +112,17 @@ int stpc_Accept(int hListener, int SControl, const STPC_TRANSFER *spTransfer)
         }
         if (asPoll[1].revents == 0) continue;
 
-        int iControl = PeekControl(SControl);
-        if (iControl == -1) return FailAccept(spTransfer, errno);
+        int iControl = asPoll[1].events == POLLRDHUP ? -1 : PeekControl(SControl);
+        if (iControl == -1)
+        {
+            if (poll(asPoll, 1, 0) == 1) continue; // it had connected before it went
+            return FailAccept(spTransfer, ECONNRESET);
+        }
         if (iControl == WAIT_REFUSED)
         {
             ReportRefusal(SControl, spTransfer);
             return -1;
         }
-        asPoll[1].fd = -1;
+        asPoll[1].events = POLLRDHUP; // more of it stays unread, but it may still go away
     }
 }

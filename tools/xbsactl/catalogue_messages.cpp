@@ -136,6 +136,12 @@ constexpr CATALOGUE_ROW ROWS[] = {
      "FTP code for last message",
      "The object was not confirmed with 226: it is not stored (a restore: do not trust it).",
      "The server failed at the end: disk, tape, time-out.", "Look at the server's log; repeat."},
+    {ROW::MESSAGE, NO_CODE,
+     "The backup was given up for a restore in the same transaction.|The backup was given up, its "
+     "transaction had ended.",
+     "BSAEndData was not called while the object was open: it was cut and is not stored.",
+     "The calling program's order of calls.",
+     "End each object with BSAEndData before the next call of another kind. Repeat the backup."},
     {ROW::MESSAGE, NO_CODE, "accept() failed.",
      "The server's data connection did not come; the call returns 3.",
      "A firewall, BSA_TIMEOUT, or a server that ended the session.",

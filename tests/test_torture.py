@@ -1,0 +1,195 @@
+"""A server at its worst: every code at every step, the connections cut at every byte, odd replies."""
+import ctypes as c
+import os
+import time
+import unittest
+
+from server import POLITE, Server
+from test_calls import CALLS
+from test_transfer import GOOD, commands
+from xbsa import SANITIZED, Block, pattern, run
+
+ALL = os.environ.get("XBSA_TORTURE") == "all"
+STRIDE = 1 if ALL else 11 if SANITIZED else 5  # of the bytes at which something is cut
+STEPS = "GREETING USER PASS TYPE CWD PORT STOR END QUIT".split()
+OBJECT = pattern(300)
+CODES = """000 100 110 125 150 199 200 220 221 226 230 250 299 331 350 399 400 421 425 426 450 499
+           500 502 530 550 553 599 600 999 abc 2x0 22 2""".split() + ["", " ", "-"]
+# Which texts do at a step; in one that is not named all but an empty greeting.
+NEEDED = {"CWD": lambda text: text[:1] not in ("4", "5"), "PORT": lambda text: text[:3] == "200",
+          "STOR": lambda text: text[:3] == "150", "END": lambda text: text[:3] == "226",
+          "GREETING": bool}
+# Shapes of a reply, made of its good line: all steps take them, or those that are named do.
+TAKEN, CARELESS = set(STEPS), {"GREETING", "USER", "PASS", "TYPE", "CWD", "QUIT"}
+SHAPES = [
+    ("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\r\n"], TAKEN),
+    ("no CR", lambda line: [line + b"\n"], TAKEN), ("CR CR", lambda line: [line + b"\r\r\n"], TAKEN),
+    ("late", lambda line: [lambda s: time.sleep(0.1), line + b"\r\n"], TAKEN),
+    ("in two, late", lambda line: [line[:2], lambda s: time.sleep(0.1), line[2:] + b"\n"], TAKEN),
+    ("NULs in it", lambda line: [line[:3] + b"\0" * 9 + line[3:] + b"\0\r\n"], TAKEN),
+    ("bytes above 127", lambda line: [line + bytes(range(128, 256)) + b"\r\n"], TAKEN),
+    ("formats", lambda line: [line + b" %s%n%s%d%n\r\n"], TAKEN),
+    ("long", lambda line: [line + b"x" * 1000 + b"\r\n"], TAKEN),
+    ("NULs before it", lambda line: [b"\0" * 9 + line + b"\r\n"], CARELESS - {"GREETING"}),
+    ("0xff before it", lambda line: [b"\xff" + line + b"\r\n"], CARELESS),
+    ("flood of lines", lambda line: [line + b"\r\n" + b"999 on and on\r\n" * 5000], {"END", "QUIT"}),
+    ("flood of NULs", lambda line: [b"\0" * 60000], {"QUIT"}),
+    ("flood of positive lines", lambda line: [line + b"\r\n" + b"200 on\r\n" * 5000],
+     {"END", "QUIT"}),
+]
+JOINED = b"".join(b"%s x\r\n" % GOOD[step].encode() for step in STEPS[:7])
+# Whole scripts, and the step at which the transaction fails.
+SCRIPTS = [
+    ({"GREETING": [JOINED]} | dict.fromkeys(["USER", "PASS", "TYPE", "CWD", "PORT"], [])
+     | {"STOR": ["connect"]}, None),
+    ({"END": [b"226 done\r\n221 bye\r\n"], "QUIT": ["close"]}, None),
+    ({"STOR": [b"150 go\r\n226 early\r\n", "connect"], "END": []}, None),
+    ({"STOR": ["150 go", "connect", "close"]}, "END"),
+    ({"STOR": ["150 go", "connect", "reset"]}, "END~"),
+] + [({"STOR": [b"150 go\r\n" + more, end]}, "STOR") for end in ("close", "reset")
+     for more in (b"150 more\r\n", b"226 early\r\n", b"x", b"\0", b"\xff\r\n", b"999\r\n" * 5000)]
+# Calls on a server that serves one client at a time; their codes and the last message.
+CUT = "The backup was given up, its transaction had ended."
+RESTORE = "The backup was given up for a restore in the same transaction."
+ORDERS = [
+    ("begin create read send read end commit", "0 0 5 0 5 0 0", ""),
+    ("begin get send read send end commit", "0 0 5 0 5 0 0", ""),
+    ("begin create end get read commit", "0 0 0 0 0 0", ""),
+    ("begin create send get read end commit", "0 0 0 0 0 3 0", RESTORE),
+    ("begin create send commit end commit begin create send end", "0 0 0 0 3 5 0 0 0 0", CUT),
+    ("begin create send commit begin get read end", "0 0 0 0 0 0 0 0", ""),
+    ("begin create commit end end", "0 0 0 3 3", CUT),
+    ("begin get commit begin create send end commit", "0 0 0 0 0 0 0 0", ""),
+    ("begin get create send end commit", "0 0 0 0 0 0", ""),
+]
+
+
+class Torturer(Server):
+    """Ends the control connection (how: close or reset) once it has said so many bytes."""
+    left = how = None
+
+    def cut(self, left, how):
+        self.left, self.how = left, how
+        self._say(b"")
+
+    def _say(self, text):
+        super()._say(text[:self.left])
+        if self.left is None:
+            return
+        self.left -= len(text[:self.left])
+        if self.left == 0:
+            self.left = None
+            self._play([self.how])
+
+    def move(self, size, how):
+        """Of the object's bytes only the first ones, then the end of the data connection."""
+        if self.verb == "RETR":
+            self.data.sendall(OBJECT[:size])
+        while self.verb == "STOR" and size > 0:
+            size -= len(self.data.recv(size))
+        self._play([how] if how == "reset_data" else [])
+        self._close_data()
+
+
+def transact(x, server, verb, count):
+    """So many transactions and a good one: codes, what was moved, and the last message of each."""
+    x.start(server, b"BSA_TIMEOUT=20")
+    found = []
+    for _ in range(count + 1):
+        got = (x.store(OBJECT), OBJECT) if verb == "STOR" else x.restore()
+        found.append((*got, x.last_error()))
+    return found
+
+
+def play(x, server, calls):
+    x.start(server)
+    room = c.create_string_buffer(5)
+    moves = {"send": lambda x, h: x.BSASendData(h, c.byref(Block(5, 0, c.addressof(room)))),
+             "read": lambda x, h: x.BSAGetData(h, c.byref(Block(5, 5, c.addressof(room))))}
+    return [(CALLS | moves)[call](x, x.handle) for call in calls.split()], x.last_error()
+
+
+class Torture(unittest.TestCase):
+    def check(self, rows):
+        """
+        Rows of a script, the step at which it fails (None: it does not; "END~", "QUIT~": or before, for
+        strict mode does not know the peer of a connection that was reset), and what moves in a
+        restore; both ways, one transaction after the other in one strict session.
+        """
+        for verb in ("STOR", "RETR"):
+            scripts = [{step.replace("STOR", verb): actions for step, actions in script.items()}
+                       for script, _, _ in rows]
+            server = Torturer(*scripts, objects={"obj": OBJECT})
+            try:
+                found = run(transact, server, verb, len(rows), server=server,
+                            env={"KORVA_STRICT": "1"}).value
+            except AssertionError as error:
+                raise AssertionError(f"{verb}, in {rows[max(len(server.heard), 1) - 1:][:1]}") from error
+            self.assertEqual(found.pop(), ([0, 0, 0], OBJECT, ""))
+            for (script, step, moved), (codes, data, message) in zip(rows, found):
+                with self.subTest(verb=verb, script=str(script)[:80], step=step):
+                    if not str(step).endswith("~"):
+                        self.assertEqual(codes[0], 0 if step in (None, "END") else 3, message)
+                    if step != "QUIT~" or verb == "STOR":
+                        self.assertEqual(codes[-1], 0 if step in (None, "QUIT~") else 3, message)
+                    self.assertTrue(message or max(codes) == 0, "no last message")
+                    if verb == "RETR" and codes[0] == 0:
+                        self.assertEqual(data, moved)
+            self.heard = server.verbs()
+
+    def test_codes(self):
+        """Each code at each step; what is heard of a refused one ends with QUIT."""
+        rows = []
+        for step in STEPS:
+            for code in CODES:
+                good = NEEDED.get(step, lambda text: True)(code + " x" if code else "")
+                rest = ["connect"] if step == "STOR" and good else POLITE[step][1:] \
+                    if step != "STOR" else []
+                line = code + " x" if code else ""
+                rows.append(({step: [line] + rest}, None if good else step, OBJECT))
+        self.check(rows)
+        for (_, step, _), heard in zip(rows, self.heard):
+            last = {None: "QUIT", "END": "RETR", "GREETING": "-"}.get(step, step or "QUIT")
+            words = commands("RETR", last.replace("STOR", "RETR"))
+            words += ["QUIT"] if words and words[-1] != "QUIT" else []
+            self.assertEqual(heard.split(), words)
+
+    def test_shapes(self):
+        self.check([({step: shape(GOOD[step].encode() + b" ok") + POLITE[step][1:]},
+                     None if step in good else "END" if name.endswith("lines") and step == "STOR"
+                     else "PORT" if step != "END" else "END", OBJECT)
+                    for name, shape, good in SHAPES for step in STEPS])
+
+    def test_scripts(self):
+        self.check([(script, step, b"" if step else OBJECT) for script, step in SCRIPTS])
+
+    def test_control_cut(self):
+        """A line that was not ended is no reply, however much of it has come."""
+        ends, rows, total = {}, [], 0
+        for step in STEPS:
+            total += len(POLITE[step][0].replace("TAPE 17 SEGMENT 3", "")) + 2
+            ends[step] = total
+        script = {"STOR": ["150 opening ", "connect"]}
+        for left in range(0, total + 1, STRIDE):
+            for how in ("close", "reset"):
+                step = next((step for step in STEPS if left < ends[step]), None)
+                step = step if left < ends["END"] else None
+                # between the two the data connection comes or not, and nothing confirms the object
+                step = "STOR" if left == ends["STOR"] else step
+                if how == "reset" and left > ends["STOR"]:
+                    step = "END~" if step else "QUIT~"
+                begin = [lambda s, left=left, how=how: s.cut(left, how)] + POLITE["GREETING"]
+                rows.append((script | {"GREETING": begin, "RETR": script["STOR"]}, step, OBJECT))
+        self.check(rows)
+
+    def test_data_cut(self):
+        self.check([({"DATA": [lambda s, size=size, how=how: s.move(size, how)],
+                      "END": ["426 cut"]}, "END", OBJECT[:size])
+                    for size in range(0, 301, STRIDE) for how in ("close", "reset_data")])
+
+    def test_orders(self):
+        for calls, codes, message in ORDERS:
+            with self.subTest(calls):
+                server = Server(objects={"obj": b"hello"})
+                self.assertEqual(run(play, server, calls, server=server).value,
+                                 ([int(code) for code in codes.split()], message))
