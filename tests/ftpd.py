@@ -8,7 +8,7 @@ import subprocess
 import sys
 import tempfile
 
-DEADLINE = 60
+DEADLINE = 200
 
 ROOT = os.environ["XBSA_FTPD"]
 LIBRARIES = f"lib/{os.uname().machine}-linux-gnu"
@@ -48,34 +48,51 @@ write_enable=YES
 delete_failed_uploads=YES
 seccomp_sandbox=NO
 """
+# Seconds of idleness.
+LIMITS = {"proftpd": "TimeoutIdle {0}\nTimeoutStalled {0}\nTimeoutNoTransfer {0}\n",
+          "vsftpd": "data_connection_timeout={0}\nidle_session_timeout={0}\n"}
+NOBODY = pwd.getpwnam("nobody")[2:4]
 PASSWORD = "$1$abcdefgh$cHJi5PXp/ki/ktXzqlk6I1"  # of "secret"
 
 
 class Daemon:
     """
-    Listens, and starts one server process for each connection. Stored objects lie in data,
-    what the server had to say in the file log.
+    Listens, and starts one server process for each connection, in a process group of its own whose
+    number ends the file groups. Stored objects lie in data, what the server had to say in the file
+    log. limit: seconds of idleness that the servers stand, where a test wants to sit through them.
     """
 
-    def __init__(self, name):
+    def __init__(self, name, limit=300):
         self.folder = tempfile.mkdtemp(prefix="ftpd")
         self.data = os.path.join(self.folder, "data")
         os.mkdir(self.data)
         account, group = pwd.getpwuid(os.getuid()).pw_name, grp.getgrgid(os.getgid()).gr_name
         values = {"user": account, "group": group, "folder": self.folder}
-        self._write("conf", (PROFTPD if name == "proftpd" else VSFTPD).format(**values))
-        self._write("passwd", f"backup:{PASSWORD}:{os.getuid()}:{os.getgid()}::{self.data}:/bin/sh\n")
+        conf = (PROFTPD if name == "proftpd" else VSFTPD) + LIMITS.get(name, "").format(limit)
+        self._write("conf", conf.format(**values))
+        user, home = (os.getuid(), os.getgid()), self.data + ":/bin/sh"
+        if name == "pure-ftpd":  # to be started by root, and serves nobody of that name, shut in
+            user, home = NOBODY, self.data + "/./" + 12 * ":"
+        self._write("passwd", f"backup:{PASSWORD}:{user[0]}:{user[1]}::{home}\n")
         self.owner = b"user=ftp:pass=" if name == "vsftpd" else b"user=backup:pass=secret"
-        conf = os.path.join(self.folder, "conf")
+        conf, users, banner = (os.path.join(self.folder, file) for file in ("conf", "db", "banner"))
+        if name == "pure-ftpd":
+            os.chown(self.data, *user)
+            self._write("banner", "ready\n")  # one line; one that not everybody may read is none
+            os.chmod(banner, 0o644)
+            subprocess.run([f"{ROOT}/usr/bin/pure-pw", "mkdb", users, "-f",
+                            os.path.join(self.folder, "passwd")], env=ENV, check=True)
         self.command = {"proftpd": [f"{ROOT}/usr/sbin/proftpd", "-c", conf],
                         "vsftpd": [f"{ROOT}/usr/sbin/vsftpd", conf],
-                        "pyftpdlib": [sys.executable, __file__, self.data]}[name]
+                        "pure-ftpd": [f"{ROOT}/usr/sbin/pure-ftpd", "-H", "-F", banner, "-l",
+                                      f"puredb:{users}", "-I", str(-(-limit // 60))],
+                        "pyftpdlib": [sys.executable, __file__, self.data, str(limit)]}[name]
         self.children = []
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = self.listener.getsockname()[1]
 
-    def _write(self, name, text):
-        with open(os.path.join(self.folder, name), "w", encoding="ascii",
+    def _write(self, name, text, mode="w"):
+        with open(os.path.join(self.folder, name), mode, encoding="ascii",
                   opener=lambda path, flags: os.open(path, flags, 0o600)) as file:
             file.write(text)
 
@@ -88,7 +105,9 @@ class Daemon:
             connection = self.listener.accept()[0]
             with open(os.path.join(self.folder, "log"), "ab") as log:
                 self.children.append(subprocess.Popen(self.command, stdin=connection, env=ENV,
-                                                      stdout=connection, stderr=log))
+                                                      stdout=connection, stderr=log,
+                                                      start_new_session=True))
+            self._write("groups", f"{self.children[-1].pid}\n", "a")
             connection.close()
         if not ready:
             raise TimeoutError
@@ -103,14 +122,18 @@ class Daemon:
         return found
 
 
-def serve_standard_input(folder):
+def serve_standard_input(folder, limit):
     """
     pyftpdlib on the connection that is standard input. By itself it connects at PORT and says
     125; here it connects at STOR and RETR and says 150, as a tape server does.
     """
     from pyftpdlib import authorizers, handlers, ioloop, servers
 
+    class Data(handlers.DTPHandler):
+        timeout = limit
+
     class Handler(handlers.FTPHandler):
+        timeout, dtp_handler = limit, Data
         authorizer = authorizers.DummyAuthorizer()
         use_sendfile = False
 
@@ -144,4 +167,4 @@ def serve_standard_input(folder):
 
 
 if __name__ == "__main__":
-    serve_standard_input(sys.argv[1])
+    serve_standard_input(sys.argv[1], int(sys.argv[2]))

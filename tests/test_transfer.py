@@ -105,6 +105,8 @@ STORES = [
      [3], ["RST"], "STOR failed. NEGATIVE reply: 550 no"),
     ("226 with the data", {"STOR": ["150 go", "226 early", "connect"], "END": []}, {}, {},
      [0, 0, 0], ["FIN"], ""),
+    ("opening of two lines", {"STOR": ["150-go", "connect", "150 gone"]}, {"KORVA_STRICT": "1"},
+     {}, [0, 0, 0], ["FIN"], ""),
     ("end after the 150", {"STOR": ["150 go", "close"]}, {}, {},
      [3], [], "Connection reset by peer accept() failed."),
     ("no data connection", {"STOR": ["150 go"]}, {}, {},

@@ -14,13 +14,26 @@ static void AllowOrderlyEnd()
     setsockopt(xbsa_DataSocket(), SOL_SOCKET, SO_LINGER, &sOrderly, sizeof sOrderly);
 }
 
+// Of an opening reply of several lines only the first was read. Strict mode passes over the others:
+// the closing reply is what comes behind them.
+static int ReceiveReply(char *szReply)
+{
+    // of a server that has vanished only what is there already is read
+    int iFlags = sPrivate.iServerLost != 0 ? MSG_DONTWAIT : 0;
+    for (;;)
+    {
+        memset(szReply, 0, XBSA_REPLY_SIZE + 1);
+        int iRet = stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, iFlags);
+        if (iRet < 1 || sPrivate.iStrict == 0 || strncmp(szReply, "150", 3) != 0) return iRet;
+        TRACE("BSAEndData: Received message: %s", szReply);
+    }
+}
+
 static int ReadClosingReply()
 {
     int iRet = BSA_RC_SUCCESS;
-    char szReply[XBSA_REPLY_SIZE + 1] = "";
-    // of a server that has vanished only what is there already is read
-    int iFlags = sPrivate.iServerLost != 0 ? MSG_DONTWAIT : 0;
-    if (stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, iFlags) < 1)
+    char szReply[XBSA_REPLY_SIZE + 1];
+    if (ReceiveReply(szReply) < 1)
     {
         SysErrorTxt(0, 0, "No closing reply, the control connection has ended.");
         iRet = BSA_RC_ABORT_SYSTEM_ERROR;

@@ -13,7 +13,7 @@ constexpr CATALOGUE_ROW ROWS[] = {
     {ROW::SERVER, 220, "220-",
      "A greeting of several lines: its other lines pass for the replies to our commands.",
      "A banner is switched on at the server.",
-     "Switch it off (vsftpd banner_file, ProFTPD DisplayConnect, Pure-FTPd banner file)."},
+     "Switch it off (vsftpd banner_file, ProFTPD DisplayConnect, Pure-FTPd FortunesFile)."},
     {ROW::SERVER, 421, "421 Service not available",
      "The server ends the session, at the greeting or after a silence.",
      "Too many connections at once, a shutdown, or its data time-out.",
