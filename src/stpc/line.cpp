@@ -6,12 +6,17 @@
 
 #include "trace/trace.h"
 
-static int ReceiveByte(int SControl, char *cpCell, int iRecvOpt)
+enum
+{
+    PIECE_SIZE = 256 // bytes looked at in one call: most replies are shorter
+};
+
+static int ReceiveBytes(int SControl, char *cpPiece, int iPiece, int iRecvOpt)
 {
     TRACE_CALL("stpc_recv: Calling recv(SOCKET=%u, Buffer=%p, Length=%u, Flags=%u)",
-               static_cast<unsigned int>(SControl), static_cast<void *>(cpCell), 1U,
-               static_cast<unsigned int>(iRecvOpt));
-    int iRet = static_cast<int>(recv(SControl, cpCell, 1, iRecvOpt));
+               static_cast<unsigned int>(SControl), static_cast<void *>(cpPiece),
+               static_cast<unsigned int>(iPiece), static_cast<unsigned int>(iRecvOpt));
+    int iRet = static_cast<int>(recv(SControl, cpPiece, static_cast<size_t>(iPiece), iRecvOpt));
     if (iRet == -1)
     {
         const char *cpText = SysErrorTxt(GetSockErrCode(), 3, "recv() failed.");
@@ -23,27 +28,63 @@ static int ReceiveByte(int SControl, char *cpCell, int iRecvOpt)
     return iRet;
 }
 
-// Single bytes, so that nothing of the next line is consumed. CR is stored as NUL, LF ends the line
-// unstored; a byte that finds the buffer full ends it too and is lost. After the peer's close each
-// further byte would be the last one again, until the buffer is full.
-static int ReceiveLine(int SControl, char *szMessage, int iMsgLen, int iRecvOpt)
+// What has arrived of a line so far.
+typedef struct
 {
-    char cCell = '\0';
-    int iIndex = 0;
+    char *szMessage;
+    int iMsgLen;
+    int iIndex;
+    char cCell; // the byte received last
+} LINE;
+
+// CR is stored as NUL, LF ends the line unstored; a byte that finds the buffer full ends it too and
+// is lost. Returns true at the end of the line.
+static bool TakeByte(LINE *spLine, char cByte)
+{
+    spLine->cCell = cByte;
+    if (cByte == '\n') return true;
+    if (cByte == '\r') spLine->cCell = '\0';
+    if (spLine->iIndex >= spLine->iMsgLen) return true;
+    spLine->szMessage[spLine->iIndex++] = spLine->cCell;
+    return false;
+}
+
+// Of what lies ready it takes no byte that is behind the line: looked at first, then received. Of
+// other flags than these two nobody knows what they make of that, and a trace of every call shows
+// single bytes.
+static int ReceivePiece(int SControl, char *cpPiece, int iPiece, int iRecvOpt)
+{
+    if (iPiece < 2 || (iRecvOpt & ~MSG_DONTWAIT) != 0 || i_Verbosity() == TRACE_CALLS)
+    {
+        return ReceiveBytes(SControl, cpPiece, 1, iRecvOpt);
+    }
+    int iReady = ReceiveBytes(SControl, cpPiece, iPiece, iRecvOpt | MSG_PEEK);
+    if (iReady < 1) return iReady;
+    const void *vpEnd = memchr(cpPiece, '\n', static_cast<size_t>(iReady));
+    if (vpEnd != nullptr) iReady = static_cast<int>(static_cast<const char *>(vpEnd) - cpPiece) + 1;
+    return ReceiveBytes(SControl, cpPiece, iReady, iRecvOpt);
+}
+
+// After the peer's close each further byte would be the last one again, until the buffer is full.
+static int ReceiveLine(int SControl, LINE *spLine, int iRecvOpt)
+{
+    char acPiece[PIECE_SIZE];
     for (;;)
     {
-        int iRet = ReceiveByte(SControl, &cCell, iRecvOpt);
+        int iRoom = spLine->iMsgLen - spLine->iIndex + 1;
+        int iPiece = iRoom < PIECE_SIZE ? iRoom : static_cast<int>(PIECE_SIZE);
+        int iRet = ReceivePiece(SControl, acPiece, iPiece, iRecvOpt);
         if (iRet == -1) return iRet;
         if (iRet == 0)
         {
-            if (iIndex < iMsgLen)
-                memset(szMessage + iIndex, cCell, static_cast<size_t>(iMsgLen - iIndex));
+            char *cpRest = spLine->szMessage + spLine->iIndex;
+            if (iRoom > 1) memset(cpRest, spLine->cCell, static_cast<size_t>(iRoom - 1));
             return iRet;
         }
-        if (cCell == '\n') return iRet;
-        if (cCell == '\r') cCell = '\0';
-        if (iIndex >= iMsgLen) return iRet;
-        szMessage[iIndex++] = cCell;
+        for (int iByte = 0; iByte < iRet; iByte++)
+        {
+            if (TakeByte(spLine, acPiece[iByte])) return 1;
+        }
     }
 }
 
@@ -56,7 +97,8 @@ int stpc_recv(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt)
     TRACE("stpc_recv: sigprocmask() done, all signals masked.");
     TRACE("stpc_recv: Receiving message ...");
 
-    int iRet = ReceiveLine(SControl, szMessage, iMsgLen, iRecvOpt);
+    LINE sLine = {szMessage, iMsgLen, 0, '\0'};
+    int iRet = ReceiveLine(SControl, &sLine, iRecvOpt);
 
     sigprocmask(SIG_SETMASK, &sOld, nullptr);
     TRACE("stpc_recv: sigprocmask(), back to old handlers.");

@@ -1,0 +1,138 @@
+// Drives the library as a backup tool does, with nothing of its own in the way.
+//
+//   drive LIBRARY store|restore PORT BLOCK BYTES COUNT [FILE]
+//
+// Moves COUNT objects of BYTES bytes in blocks of BLOCK; a store reads its bytes from FILE when
+// there is one. Variables: BENCH_OWNER=INFORMIX takes the Informix road; BENCH_PAUSE_MS waits before
+// the first block of a restore, until all of it has arrived. Prints wall and CPU seconds, and how
+// many bytes of memory the library made resident.
+#include "peer.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+
+#include "xbsa.h"
+
+static struct
+{
+    int (*fpInit)(long *, BSA_SecurityToken *, BSA_ObjectOwner *, char **);
+    int (*fpBegin)(long);
+    int (*fpCreate)(long, BSA_ObjectDescriptor *, BSA_DataBlock *);
+    int (*fpSend)(long, BSA_DataBlock *);
+    int (*fpGet)(long, BSA_ObjectDescriptor *, BSA_DataBlock *);
+    int (*fpRead)(long, BSA_DataBlock *);
+    int (*fpEndData)(long);
+    int (*fpEnd)(long, BSA_Vote);
+} sCalls;
+
+static char acBlock[65536];
+static long lHandle;
+static int hFile = -1;
+
+static void Load(const char *cpLibrary)
+{
+    static const char *const apNames[] = {"BSAInit",     "BSABeginTxn",  "BSACreateObject",
+                                          "BSASendData", "BSAGetObject", "BSAGetData",
+                                          "BSAEndData",  "BSAEndTxn"};
+    void *vpLibrary = dlopen(cpLibrary, RTLD_NOW | RTLD_LOCAL);
+    Check(vpLibrary != NULL, cpLibrary);
+    for (size_t uCall = 0; uCall < sizeof apNames / sizeof *apNames; uCall++)
+    {
+        ((void **)&sCalls)[uCall] = dlsym(vpLibrary, apNames[uCall]);
+    }
+}
+
+// Resident bytes of this process.
+static long Resident(void)
+{
+    char szText[128] = "";
+    long lPages = 0;
+    int hStatus = open("/proc/self/statm", O_RDONLY);
+    (void)!read(hStatus, szText, sizeof szText - 1);
+    close(hStatus);
+    sscanf(szText, "%*d %ld", &lPages);
+    return lPages * sysconf(_SC_PAGESIZE);
+}
+
+static void Good(int iCode, const char *cpCall)
+{
+    if (iCode == BSA_RC_SUCCESS) return;
+    fprintf(stderr, "%s: %d\n", cpCall, iCode);
+    exit(1);
+}
+
+static void Start(int iPort)
+{
+    char szHost[64];
+    char szVersion[] = "BSA_API_VERSION=1.0.1";
+    char *apEnvironment[] = {szVersion, szHost, NULL};
+    const char *cpOwner = getenv("BENCH_OWNER");
+    BSA_ObjectOwner sOwner = {"", ""};
+    snprintf(sOwner.bsa_ObjectOwner, sizeof sOwner.bsa_ObjectOwner, "%s", cpOwner ? cpOwner : "X");
+    snprintf(szHost, sizeof szHost, "BSA_SERVICE_HOST=%s:%d",
+             getenv("BENCH_HOST") ? getenv("BENCH_HOST") : "127.0.0.1", iPort);
+    Good(sCalls.fpInit(&lHandle, NULL, &sOwner, apEnvironment), "BSAInit");
+}
+
+static void Describe(BSA_ObjectDescriptor *spObject, const char *cpName)
+{
+    memset(spObject, 0, sizeof *spObject);
+    snprintf(spObject->objectOwner.bsa_ObjectOwner, sizeof spObject->objectOwner.bsa_ObjectOwner,
+             "user=backup:pass=secret");
+    snprintf(spObject->objectName.objectSpaceName, sizeof spObject->objectName.objectSpaceName,
+             "%s", cpName);
+    snprintf(spObject->objectName.pathName, sizeof spObject->objectName.pathName, "/data");
+    spObject->copyType = BSA_CopyType_BACKUP;
+    spObject->objectType = BSA_ObjectType_FILE;
+    spObject->objectStatus = BSA_ObjectStatus_MOST_RECENT;
+}
+
+static void Store(BSA_ObjectDescriptor *spObject, BSA_UInt16 uBlock, long long llBytes)
+{
+    BSA_DataBlock sBlock = {uBlock, uBlock, acBlock};
+    Good(sCalls.fpCreate(lHandle, spObject, NULL), "BSACreateObject");
+    for (; llBytes > 0; llBytes -= sBlock.bufferLen)
+    {
+        if (llBytes < uBlock) sBlock.bufferLen = (BSA_UInt16)llBytes;
+        if (hFile != -1) Check(read(hFile, acBlock, sBlock.bufferLen) > 0, "read");
+        Good(sCalls.fpSend(lHandle, &sBlock), "BSASendData");
+    }
+}
+
+static void Restore(BSA_ObjectDescriptor *spObject, BSA_UInt16 uBlock)
+{
+    const char *cpPause = getenv("BENCH_PAUSE_MS");
+    BSA_DataBlock sBlock = {uBlock, uBlock, acBlock};
+    Good(sCalls.fpGet(lHandle, spObject, NULL), "BSAGetObject");
+    if (cpPause != NULL) usleep((useconds_t)atoi(cpPause) * 1000);
+    do Good(sCalls.fpRead(lHandle, &sBlock), "BSAGetData");
+    while (sBlock.numBytes == uBlock);
+}
+
+int main(int iArguments, char **cppArgument)
+{
+    BSA_ObjectDescriptor sObject;
+    if (iArguments < 7) return 2;
+    int bStore = strcmp(cppArgument[2], "store") == 0;
+    BSA_UInt16 uBlock = (BSA_UInt16)atoi(cppArgument[4]);
+    if (iArguments > 7) hFile = open(cppArgument[7], O_RDONLY);
+    memset(acBlock, 1, sizeof acBlock);
+    Resident();
+    long lBefore = Resident();
+    Load(cppArgument[1]);
+    Start(atoi(cppArgument[3]));
+    double dStart = Now();
+    for (int iLeft = atoi(cppArgument[6]); iLeft > 0; iLeft--)
+    {
+        Good(sCalls.fpBegin(lHandle), "BSABeginTxn");
+        Describe(&sObject, cppArgument[5]); // the server makes up as many bytes as the name says
+        if (bStore) Store(&sObject, uBlock, atoll(cppArgument[5]));
+        else Restore(&sObject, uBlock);
+        Good(sCalls.fpEndData(lHandle), "BSAEndData");
+        Good(sCalls.fpEnd(lHandle, BSA_Vote_COMMIT), "BSAEndTxn");
+    }
+    double dWall = Now() - dStart;
+    printf("{\"wall\": %.6f, \"cpu\": %.6f, \"resident\": %ld}\n", dWall, Cpu(),
+           Resident() - lBefore);
+    return 0;
+}
