@@ -36,15 +36,15 @@ class CBytes
 struct WORLD
 {
     // What the library finds
-    std::string strReplies;               // on the control connection, all at once, then the end
-    std::string strData;                  // on the data connection of a restore
-    bool bNoHost = false;                 // names are not found
-    bool bDeaf = false;                   // the server has closed before it is sent anything
-    bool bNoData = false;                 // no data connection comes
-    bool bStranger = false;               // it comes from another address
+    std::string strReplies; // on the control connection, all at once, then the end
+    std::string strData;    // on the data connection of a restore
+    bool bNoHost = false;   // names are not found
+    bool bDeaf = false;     // the server has closed before it is sent anything
+    bool bNoData = false;   // no data connection comes
+    bool bStranger = false; // it comes from another address
     std::map<std::string, std::string> mapFiles;
     std::map<std::string, std::string> mapEnvironment;
-    std::vector<std::string> vecAnswers;  // of the utility, one a run
+    std::vector<std::string> vecAnswers; // of the utility, one a run
 
     // What the library did
     std::string strHeard;                 // by the server on the control connection
