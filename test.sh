@@ -6,7 +6,7 @@ cd "$(dirname "$0")"
 . tools/packages.sh
 
 packages_need g++ cmake make python3 binutils clang-format clang-tidy clang-tools libcli11-dev \
-    nlohmann-json3-dev libssl-dev python3-pyftpdlib dpkg-dev file
+    nlohmann-json3-dev libssl-dev python3-pyftpdlib dpkg-dev file clang libclang-rt-14-dev
 
 # Some tests need these; a machine that cannot have them runs the others.
 wanted=(lintian rpm zsh man-db rclone postgresql python3-psycopg2)

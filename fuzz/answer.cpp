@@ -1,0 +1,72 @@
+// The utility's answers, through the whole task: a session, a job, their close, a query.
+#include "fuzz.h"
+
+#include <algorithm>
+
+static void CheckRecord()
+{
+    const STUCT_COM_INPUT &sCOM = sGlobal.sCOM;
+    const _sSMS &sSMS = sGlobal.sObject.sSMS;
+    CHECK(fuzz_IsText(sCOM.szJobName) && fuzz_IsText(sCOM.szSessionID));
+    CHECK(fuzz_IsText(sCOM.szSavesetID) && fuzz_IsText(sCOM.szRestoreID));
+    CHECK(fuzz_IsText(sSMS.szHostName) && fuzz_IsText(sSMS.szUser) && fuzz_IsText(sSMS.szPass));
+    CHECK(fuzz_IsText(sSMS.szName) && fuzz_IsText(sSMS.szPath) && fuzz_IsText(sSMS.szTape));
+    CHECK(fuzz_IsText(sSMS.szInter) && fuzz_IsText(sGlobal.szLogFile));
+}
+
+// Runs a task; the first command line of it must hold the word.
+static int Run(ENUM_COM_TASK eTask, const std::string &I_strWord)
+{
+    const size_t uFirst = sWorld.vecCommands.size();
+    const int iRet = com_intf(eTask, &sGlobal.sCOM);
+    CHECK(fuzz_IsOneOf(iRet, {-1, 0, 1}));
+    CHECK(sWorld.vecCommands.size() <= uFirst + 2);
+    CheckRecord();
+    for (size_t uRun = uFirst; uRun < sWorld.vecCommands.size(); uRun++)
+    {
+        const std::vector<std::string> vecWords = fuzz_ShellWords(sWorld.vecCommands[uRun]);
+        CHECK(vecWords[0] == "/opt/k/olm_com_interface");
+        CHECK(uRun != uFirst ||
+              std::find(vecWords.begin(), vecWords.end(), I_strWord) != vecWords.end());
+    }
+    return iRet;
+}
+
+// A password that stands once in the answers, as a password, is in no line of the trace.
+static void CheckSecret(const std::string &I_strAnswers)
+{
+    static const std::string strSecret = "S3CRET-pw";
+    const size_t uPlace = I_strAnswers.find(strSecret);
+    if (uPlace == std::string::npos || sGlobal.sObject.sSMS.szPass != strSecret) return;
+    if (I_strAnswers.find(strSecret, uPlace + 1) != std::string::npos) return;
+    CHECK(sWorld.strTrace.find(strSecret) == std::string::npos);
+}
+
+void fuzz_One(CBytes &X_sBytes)
+{
+    const unsigned uMode = X_sBytes.Byte();
+    std::string strAnswers;
+    while (!X_sBytes.IsEmpty() && sWorld.vecAnswers.size() < 4)
+    {
+        sWorld.vecAnswers.push_back(X_sBytes.Text('|'));
+        strAnswers += sWorld.vecAnswers.back() + "\n";
+    }
+    fuzz_Init(uMode & 3, (uMode & 4) != 0, true);
+    strcpy(sGlobal.sObject.sBSA_Object.objectName.objectSpaceName, "root;dbs");
+    strcpy(sGlobal.sObject.sBSA_Object.objectName.pathName, "'level 0'");
+    sGlobal.sQueryDescriptor.objectName = sGlobal.sObject.sBSA_Object.objectName;
+
+    if ((uMode & 8) != 0)
+    {
+        Run(COM_INFO, "root;dbs@'level 0'");
+    }
+    else
+    {
+        const bool bWrite = (uMode & 16) != 0;
+        Run(bWrite ? COM_OPEN_WRITE : COM_OPEN_READ, bWrite ? "-b" : "-r");
+        CheckSecret(strAnswers);
+        const bool bJob = sGlobal.sCOM.iOpenJobStarted != 0;
+        Run(bWrite ? COM_CLOSE_WRITE : COM_CLOSE_READ,
+            (bJob ? "closejob:" : "close:") + std::string(sGlobal.sCOM.szSessionID));
+    }
+}

@@ -1,0 +1,58 @@
+// The environment of BSAInit, and the process's own: any texts, with known names among them.
+#include "fuzz.h"
+
+#include <climits>
+#include <unistd.h>
+
+static void CheckFields(const BSA_ObjectOwner &I_sOwner)
+{
+    const STUCT_COM_INPUT &sCOM = sGlobal.sCOM;
+    const _sSMS &sSMS = sGlobal.sObject.sSMS;
+    CHECK(fuzz_IsText(sSMS.szHostName) && strchr(sSMS.szHostName, ':') == nullptr);
+    CHECK(fuzz_IsText(sCOM.szKORVAServer) && fuzz_IsText(sCOM.szJobName));
+    CHECK(fuzz_IsText(sCOM.szKORVATapeServer) && fuzz_IsText(sCOM.szDrive));
+    CHECK(fuzz_IsText(sCOM.szPool) && fuzz_IsText(sCOM.szCOMTimeOut));
+    CHECK(fuzz_IsText(sGlobal.szLogFile));
+    CHECK((sGlobal.iQAB != 0) == (strcmp(I_sOwner.bsa_ObjectOwner, "INFORMIX") == 0));
+    const std::map<std::string, std::string> &mapNames = sWorld.mapEnvironment;
+    if (sCOM.szDrive[0] != '\0') CHECK(mapNames.at("KORVA_DRIVE") == sCOM.szDrive);
+    if (sGlobal.iQAB != 0 && sCOM.szJobName[0] != '\0')
+        CHECK(mapNames.at("KORVA_JOB") == sCOM.szJobName);
+}
+
+// A text of the log is one line that ends.
+static void CheckWritten()
+{
+    const std::string &strLog = sWorld.strWritten;
+    CHECK(strLog.empty() || (strLog[0] == ' ' && strLog.back() == '\n'));
+}
+
+void fuzz_One(CBytes &X_sBytes)
+{
+    const unsigned uMode = X_sBytes.Byte();
+    BSA_ObjectOwner sOwner = {"INFORMIX", ""};
+    if ((uMode & 1) == 0) memset(&sOwner, 'x', sizeof sOwner - 1);
+    std::vector<std::string> vecEntries;
+    while (!X_sBytes.IsEmpty()) vecEntries.push_back(X_sBytes.Text('\n').c_str());
+    std::vector<char *> vecEnvironment;
+    bool bVersion = false; // one that is not ours
+    for (std::string &strEntry : vecEntries)
+    {
+        const size_t uName = strEntry.find('=');
+        if (uName != std::string::npos)
+            sWorld.mapEnvironment[strEntry.substr(0, uName)] = strEntry.substr(uName + 1);
+        vecEnvironment.push_back(strEntry.data());
+        if (strEntry.compare(0, 15, "BSA_API_VERSION") != 0) continue;
+        bVersion |= strEntry.size() < 17 || strEntry[16] != '1';
+    }
+    vecEnvironment.push_back(nullptr);
+    const std::vector<std::string> vecBefore = vecEntries;
+
+    long lHandle = 0;
+    const int iRet = BSAInit(&lHandle, nullptr, &sOwner, vecEnvironment.data());
+    CHECK(iRet == (bVersion ? BSA_RC_VERSION_NOT_SUPPORTED : BSA_RC_SUCCESS));
+    CHECK(vecEntries == vecBefore && lHandle == getpid());
+    CheckFields(sOwner);
+    CHECK(BSAInit(&lHandle, nullptr, &sOwner, nullptr) == BSA_RC_INVALID_CALL_SEQUENCE);
+    CheckWritten();
+}

@@ -1,0 +1,73 @@
+// The reply reader, in a whole session: a server that says anything at any time.
+#include "fuzz.h"
+
+#include <cstring>
+
+static const char szSecret[] = "S3CRET-pw";
+
+static void Store(long lHandle, BSA_ObjectDescriptor *spObject, unsigned I_uSize)
+{
+    std::string strBlock(I_uSize * 37, 'd');
+    BSA_DataBlock sBlock = {static_cast<BSA_UInt16>(strBlock.size()), 0, strBlock.data()};
+    const int iRet = BSACreateObject(lHandle, spObject, nullptr);
+    CHECK(fuzz_IsOneOf(iRet, {0, 3}));
+    if (iRet == 0)
+    {
+        CHECK(sWorld.strReplies.find("150") != std::string::npos);
+        CHECK(BSASendData(lHandle, &sBlock) == 0);
+    }
+    const int iEnd = BSAEndData(lHandle);
+    fuzz_Listen();
+    CHECK(fuzz_IsOneOf(iEnd, {0, 3}));
+    if (iEnd != 0) return;
+    CHECK(iRet == 0 && sWorld.strStored == strBlock); // a backup counts when the server says so
+    CHECK(sWorld.strReplies.find("226", sWorld.strReplies.find("150")) != std::string::npos);
+}
+
+static void Restore(long lHandle, BSA_ObjectDescriptor *spObject, unsigned I_uSize)
+{
+    sWorld.strData = std::string(I_uSize * 37, 'r');
+    std::string strBlock(10000, '-');
+    BSA_DataBlock sBlock = {static_cast<BSA_UInt16>(strBlock.size()), 0, strBlock.data()};
+    const BSA_ObjectDescriptor sBefore = *spObject;
+    const int iRet = BSAGetObject(lHandle, spObject, nullptr);
+    CHECK(fuzz_IsOneOf(iRet, {0, 3}));
+    CHECK(memcmp(&sBefore, spObject, sizeof sBefore) == 0);
+    if (iRet == 0)
+    {
+        CHECK(BSAGetData(lHandle, &sBlock) == 0);
+        CHECK(strBlock.substr(0, sBlock.numBytes) == sWorld.strData);
+    }
+    CHECK(fuzz_IsOneOf(BSAEndData(lHandle), {0, 3}));
+    fuzz_Listen();
+}
+
+void fuzz_One(CBytes &X_sBytes)
+{
+    const unsigned uMode = X_sBytes.Byte();
+    const unsigned uWorld = X_sBytes.Byte();
+    const unsigned uSize = X_sBytes.Byte();
+    sWorld.strReplies = X_sBytes.Rest();
+    sWorld.bNoData = (uWorld & 1) != 0;
+    sWorld.bStranger = (uWorld & 2) != 0;
+    sWorld.bDeaf = (uWorld & 4) != 0;
+    sWorld.bNoHost = (uWorld & 8) != 0;
+
+    const long lHandle = fuzz_Init(uMode & 3, (uMode & 4) != 0);
+    BSA_ObjectDescriptor sObject = {};
+    const char *cpUser = (uMode & 8) != 0 ? XBSA_SECURE_USER : "fuzz";
+    snprintf(sObject.objectOwner.bsa_ObjectOwner, sizeof sObject.objectOwner.bsa_ObjectOwner,
+             "user=%s:pass=%s", cpUser, szSecret);
+    strcpy(sObject.objectName.objectSpaceName, "12345");
+    strcpy(sObject.objectName.pathName, (uMode & 16) != 0 ? "SMS" : "/data");
+    sObject.copyType = BSA_CopyType_BACKUP;
+
+    CHECK(BSABeginTxn(lHandle) == 0);
+    if ((uMode & 32) != 0) Restore(lHandle, &sObject, uSize);
+    else Store(lHandle, &sObject, uSize);
+    CHECK(sPrivate.hOwnControl == -1 && sPrivate.hOwnData == -1);
+    CHECK(BSAEndTxn(lHandle, BSA_Vote_COMMIT) == 0 && BSATerminate(lHandle) == 0);
+    if (!sWorld.bDeaf) fuzz_CheckHeard();
+    if (sWorld.strReplies.find(szSecret) == std::string::npos)
+        CHECK(sWorld.strTrace.find(szSecret) == std::string::npos);
+}
