@@ -19,8 +19,11 @@ find "$build" -name '*.gcda' -delete
         PYTHONDONTWRITEBYTECODE=1 python3 -m unittest test_network
 ) >"$build/network.log" 2>&1 &
 network=$!
-ctest --preset coverage -j "$(nproc)" -E '^(beyond|check|contract|format|frontdoor|interface|package|pages|tidy|tool|tracelog|zsh)'
-wait $network || { cat "$build/network.log" && exit 1; }
+tools='^(beyond|check|contract|format|frontdoor|interface|package|pages|tidy|tool|tracelog|zsh)'
+failed=0
+ctest --preset coverage -j "$(nproc)" -E "$tools" || failed=1
+wait $network || { cat "$build/network.log" && failed=1; }
+((failed == 0)) || exit 1
 
 gcovr --root . --filter src/ --json "$build/coverage.json" "$build/src"
 tests/coverage.py "$build/coverage.json" tests/coverage.exceptions

@@ -118,6 +118,9 @@ class Server:
     def _do_reset_data(self):
         _reset(self.data)
 
+    def _do_begin(self):
+        self.data.sendall(self.objects[self.name])
+
     def _do_transfer(self):
         self.ends.append(self._receive() if self.verb == "STOR" else self._send())
         self._close_data()

@@ -129,14 +129,19 @@ class Helpers(unittest.TestCase):
                     code, error = run(refused).value
                     self.assertEqual((code, error != ""), (-1, True))
 
+        for length, code in (2040, 0), (2041, -1):  # with CR LF and terminator 2048
+            self.assertEqual(run(lambda x: commands(x, 1, b"/", 0, szUser=b"x" * length)[0]).value,
+                             code)
+
     def test_timer(self):
-        """Counts up, whatever the machine's speed."""
-        def timer(x):
+        """Milliseconds, whatever the machine's speed; the second of the start is put back."""
+        def timer(x, seconds):
             handle, elapsed = c.c_void_p(), c.c_ulong(99999999)
             code = x.x_TimerStart(c.byref(handle))
+            c.c_long.from_address(handle.value).value -= seconds
             x.x_TimerStop(handle, c.byref(elapsed))
-            return code, bool(handle), elapsed.value < 60000
-        self.assertEqual(run(timer).value, (0, True, True))
+            return code, elapsed.value // 60000
+        self.assertEqual([run(timer, seconds).value for seconds in (0, 600)], [(0, 0), (0, 10)])
 
     def test_lines(self):
         """One line at a time, unread bytes stay; the end of the connection fills the buffer."""

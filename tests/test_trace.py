@@ -115,6 +115,16 @@ class Lines(unittest.TestCase):
         self.assertRegex(log[4], "^" + STAMP + "y{1400,}$")
         self.assertLess(len(log[4]), 1536)
 
+    def test_errno(self):
+        """A line between a call and the look at its errno changes nothing."""
+        def trace(x):
+            x.BSASetTrace(None, b"/dev/full", 66)
+            x.i_open_trace()
+            c.set_errno(5)
+            x.ie_trace(b"lost")
+            return c.get_errno()
+        self.assertEqual(run(trace, level=None).value, 5)
+
     def test_without_buffer(self):
         """Calls before the trace was opened lose no line."""
         def trace(x):
@@ -123,15 +133,15 @@ class Lines(unittest.TestCase):
         self.assertEqual(run(trace).trace[0], "BSABeginTxn: Start, Input: bsaHandle = 0 ")
 
     def test_dump(self):
-        data = bytes(range(0, 0x41, 4)) + b"\x07"
+        data = b"\0\x06\x07\x08\t\n\x0b\x0c\r\x0e\x1f A~\x7f\xff@"
 
         def dump(x):
             for length in (17, 0, 16):
                 x.x_Dump(data, length, x.sink)
             x.x_Dump(data, 1, None)
         got = run(dump)
-        first = ("00 04 08 0C 10 14 18 1C 20 24 28 2C 30 34 38 3C  "
-                 ".\x04.\x0c\x10\x14\x18\x1c $(,048<")
+        first = ("00 06 07 08 09 0A 0B 0C 0D 0E 1F 20 41 7E 7F FF  "
+                 ".\x06....\x0b\x0c.\x0e\x1f A~\x7f\xff")
         second = "40 " + "   " * 15 + " @" + " " * 15
         self.assertEqual(got.trace, [first, second, first])
         self.assertEqual(got.stdout, "00 " + "   " * 15 + " ." + " " * 15 + "\n")

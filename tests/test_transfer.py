@@ -3,6 +3,7 @@ import ctypes as c
 import mmap
 import os
 import signal
+import socket
 import unittest
 
 from server import Server
@@ -181,10 +182,34 @@ class Broken(unittest.TestCase):
             x.start(server)
             sent = [x.store(b"begun", end=False)]
             sent.append(x.BSASendData(x.handle, c.byref(Block(100, 0, unreadable_page()))))
-            return sent + [x.BSAEndData(x.handle)]
+            return sent + [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.store()]
         server = Server({"END": ["426 aborted"]})
-        self.assertEqual(run(store, server, server=server).value, [[0, 0], 3, 3])
-        self.assertEqual(server.ends, ["RST"])
+        self.assertEqual(run(store, server, server=server).value, [[0, 0], 3, 3, 0, [0, 0, 0]])
+        self.assertEqual(server.ends, ["RST", "FIN"])
+
+    def test_timed_out(self):
+        """A server that the system has given up is not waited for, at the end neither."""
+        def store(x, server):
+            x.start(server)
+            x.store(end=False)
+            with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
+                data.setsockopt(socket.IPPROTO_TCP, socket.TCP_USER_TIMEOUT, 500)
+            code = next(code for code in iter(lambda: x.send(pattern(65535)), None) if code)
+            return code, x.last_error(), x.BSAEndData(x.handle)
+        server = Server({"DATA": [], "END": []})
+        self.assertEqual(run(store, server, server=server).value,
+                         (3, "Connection timed out Data sending failed.", 3))
+
+    def test_abandoned(self):
+        """What a transfer left open is closed when the next one opens."""
+        def restore(x, server):
+            x.start(server)
+            x.BSABeginTxn(x.handle)
+            return (x.BSAGetObject(x.handle, c.byref(descriptor()), None),
+                    x.BSAEndTxn(x.handle, 1), x.restore())
+        server = Server(objects={"obj": b"hello"})
+        self.assertEqual(run(restore, server, server=server).value,
+                         (0, 0, ([0, 0, 0], b"hello")))
 
     def test_killed(self):
         def store(x, server):
