@@ -20,7 +20,7 @@ def count(files):
     for file in files:
         with open(file["file"], encoding="ascii") as source:
             texts = [line.strip() for line in source]
-        for line in file["lines"]:
+        for line in (row for row in file["lines"] if not row["gcovr/noncode"]):
             text = texts[line["line_number"] - 1]
             branches = [] if TRACE.search(text) else [row["count"] > 0 for row in line["branches"]]
             totals["lines"] += 1

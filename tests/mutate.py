@@ -15,86 +15,86 @@ import tempfile
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 WANTED = 38
 PATIENCE = 400  # seconds; a test that takes longer has noticed
-# The quick and likely ones; the others follow. The tools' own tests are not asked.
-FIRST = "contract interface calls helpers trace transfer_.* com.* host servers sandbox.*".split()
-OTHERS = re.compile(r"(asan\.)?(beyond|check|format|frontdoor|leaks|package|pages|tidy|tool|"
-                    "tracelog|zsh).*")
+# The tools' own tests are not asked.
+TOOLS = re.compile(r"(asan\.)?(beyond|check|format|frontdoor|leaks|package|pages|tidy|tool|"
+                   "tracelog|zsh).*")
 
-# What it is, the file in src/, the text in it, and what a hurried developer might have left there.
+# The test that is asked first, what it is, the file in src/, the text in it, and what a hurried
+# developer might have left there.
 FAULTS = [
-    ("a begin forgets the calls before it", "api/BSABeginTxn.cpp",
+    ("calls", "a begin forgets the calls before it", "api/BSABeginTxn.cpp",
      "iLastCall |= CALL_BEGIN_TXN", "iLastCall = CALL_BEGIN_TXN"),
-    ("a host that dies ends its backup well", "api/BSACreateObject.cpp",
+    ("transfer_Broken", "a host that dies ends its backup well", "api/BSACreateObject.cpp",
      "sReset = {1, 0}", "sReset = {0, 0}"),
-    ("the copy id in the wrong half", "api/BSACreateObject.cpp",
+    ("transfer_Transfers", "the copy id in the wrong half", "api/BSACreateObject.cpp",
      "spObject->copyId.right = ", "spObject->copyId.left = "),
-    ("SO_LINGER stays on at a good end", "api/BSAEndData.cpp",
+    ("transfer_Transfers", "SO_LINGER stays on at a good end", "api/BSAEndData.cpp",
      "sOrderly = {0, 0}", "sOrderly = {1, 0}"),
-    ("a broken object ends well", "api/BSAEndData.cpp", " || sPrivate.iDataBroken != 0) return;",
+    ("transfer_Broken", "a broken object ends well", "api/BSAEndData.cpp", " || sPrivate.iDataBroken != 0) return;",
      ") return;"),
-    ("a failed send is forgotten by the status", "api/BSAEndData.cpp",
+    ("com.Sessions", "a failed send is forgotten by the status", "api/BSAEndData.cpp",
      "else if (sPrivate.iDataFailed == 0) sGlobal", "else sGlobal"),
-    ("the end of a transaction forgets one call only", "api/BSAEndTxn.cpp",
+    ("calls", "the end of a transaction forgets one call only", "api/BSAEndTxn.cpp",
      "iLastCall = 0;", "iLastCall &= ~CALL_BEGIN_TXN;"),
-    ("a second piece overwrites the first", "api/BSAGetData.cpp",
+    ("servers", "a second piece overwrites the first", "api/BSAGetData.cpp",
      "spBlock->bufferPtr + uRead", "spBlock->bufferPtr"),
-    ("no room for the terminator", "api/BSAGetLastError.cpp",
+    ("helpers", "no room for the terminator", "api/BSAGetLastError.cpp",
      "uLength >= *sizePtr", "uLength > *sizePtr"),
-    ("the end mark of the list handed out", "api/BSAGetNextQueryObject.cpp",
+    ("com.Queries", "the end mark of the list handed out", "api/BSAGetNextQueryObject.cpp",
      "iIndex < XBSA_QUERY_RESULTS - 1", "iIndex < XBSA_QUERY_RESULTS"),
-    ("the close names an earlier saveset", "api/BSAGetObject.cpp",
+    ("com.Sessions", "the close names an earlier saveset", "api/BSAGetObject.cpp",
      "x_CopyText(sGlobal.sCOM.szSavesetID, sizeof sGlobal.sCOM.szSavesetID, spSMS->szName);", ""),
-    ("a name's beginning makes an Informix session", "api/BSAInit.cpp",
+    ("calls", "a name's beginning makes an Informix session", "api/BSAInit.cpp",
      "szInformix, sizeof szInformix)", "szInformix, sizeof szInformix - 1)"),
-    ("an answer without a saveset is a match", "api/BSAQueryObject.cpp",
+    ("com.Queries", "an answer without a saveset is a match", "api/BSAQueryObject.cpp",
      "if (sGlobal.sCOM.szSavesetID[0] == '\\0') qab_ClearResults();", ""),
-    ("a signal at a connection that broke", "api/BSASendData.cpp", "MSG_NOSIGNAL", "0"),
-    ("a value cut in place of refused", "api/environment.cpp",
+    ("transfer_Broken", "a signal at a connection that broke", "api/BSASendData.cpp", "MSG_NOSIGNAL", "0"),
+    ("calls", "a value cut in place of refused", "api/environment.cpp",
      "strlen(cpValue) >= spVariable->uSize", "strlen(cpValue) > spVariable->uSize"),
-    ("partly and failed exchanged", "api/object.cpp",
+    ("com.Sessions", "partly and failed exchanged", "api/object.cpp",
      "OP_STATUS_FAILED : OP_STATUS_PARTLY", "OP_STATUS_PARTLY : OP_STATUS_FAILED"),
-    ("an object inherits that the one before it broke", "api/object.cpp",
+    ("transfer_Broken", "an object inherits that the one before it broke", "api/object.cpp",
      "    sPrivate.iDataBroken = 0;\n", ""),
-    ("an open keeps an earlier restore id", "com/com_intf.cpp",
+    ("com.Sessions", "an open keeps an earlier restore id", "com/com_intf.cpp",
      "    spInput->szRestoreID[0] = '\\0';\n", ""),
-    ("a refused session keeps an earlier one's id", "com/com_intf.cpp",
+    ("com.Sessions", "a refused session keeps an earlier one's id", "com/com_intf.cpp",
      "iStep <= COM_STEP_OPEN_SESSION", "iStep < COM_STEP_OPEN_SESSION"),
-    ("drive and pool exchanged", "com/command.cpp",
+    ("com.Commands", "drive and pool exchanged", "com/command.cpp",
      '" -m ", spInput->szPool', '" -m ", spInput->szDrive'),
-    ("a colon too far for the mask", "com/dump.cpp", "iColon < 3", "iColon < 4"),
-    ("a byte less room than the path takes", "com/find.cpp",
+    ("com.Answers", "a colon too far for the mask", "com/dump.cpp", "iColon < 3", "iColon < 4"),
+    ("com.Runs", "a byte less room than the path takes", "com/find.cpp",
      "uSize <= uLength + PATH_EXTRA", "uSize < uLength + PATH_EXTRA"),
-    ("any user without a password becomes another", "com/hostspec.cpp",
+    ("com.Answers", "any user without a password becomes another", "com/hostspec.cpp",
      'strcmp(cpUser, "sms") == 0 && cpPasswd', 'strcmp(cpUser, "sms") == 0 || cpPasswd'),
-    ("a quote ends the quoting", "com/line.cpp",
+    ("com.Commands", "a quote ends the quoting", "com/line.cpp",
      """        if (*cpText == '\\'') com_AppendText(spLine, "'\\\\'");\n""", ""),
-    ("one line is a positive answer", "com/parse.cpp", "iReplyCheck > 1", "iReplyCheck > 0"),
-    ("the mask is not put back", "com/run.cpp",
+    ("com.Answers", "one line is a positive answer", "com/parse.cpp", "iReplyCheck > 1", "iReplyCheck > 0"),
+    ("com.Runs", "the mask is not put back", "com/run.cpp",
      "    sigprocmask(SIG_SETMASK, &spRun->sOldSet, nullptr);\n", ""),
-    ("the room for CR LF taken for the name", "session/commands.cpp",
+    ("helpers", "the room for CR LF taken for the name", "session/commands.cpp",
      "iLength + LINE_END < XBSA_REPLY_SIZE", "iLength < XBSA_REPLY_SIZE"),
-    ("a refused connection's socket is lost", "session/connect.cpp",
+    ("calls", "a refused connection's socket is lost", "session/connect.cpp",
      "    if (hSocket != -1) SOCKET_close(hSocket);\n", ""),
-    ("the password without its terminator", "session/identity.cpp",
+    ("com.Sessions", "the password without its terminator", "session/identity.cpp",
      "*uipPasswordLen > uLength ? uLength + 1 : uLength", "uLength"),
-    ("a refused folder is no hindrance", "session/open.cpp",
+    ("transfer_OddReplies", "a refused folder is no hindrance", "session/open.cpp",
      'cpaCommands[spWork->iSlot], XBSA_REPLY_SIZE, "QUIT"',
      'cpaCommands[spWork->iSlot - 1], XBSA_REPLY_SIZE, "QUIT"'),
-    ("a timed-out server is waited for", "session/peer.cpp", "iError == ETIMEDOUT || ", ""),
-    ("an abandoned connection is lost", "session/record.cpp",
+    ("transfer_Broken", "a timed-out server is waited for", "session/peer.cpp", "iError == ETIMEDOUT || ", ""),
+    ("transfer_Broken", "an abandoned connection is lost", "session/record.cpp",
      "    if (*hpOwn != -1) SOCKET_close(*hpOwn);\n", ""),
-    ("a look at a reply takes its first byte", "stpc/accept.cpp",
+    ("transfer_Transfers", "a look at a reply takes its first byte", "stpc/accept.cpp",
      "MSG_PEEK | MSG_DONTWAIT", "MSG_DONTWAIT"),
-    ("the mask stays full after a line", "stpc/line.cpp",
+    ("helpers", "the mask stays full after a line", "stpc/line.cpp",
      "    sigprocmask(SIG_SETMASK, &sOld, nullptr);\n", ""),
-    ("a refused listener is lost", "stpc/port.cpp",
+    ("transfer_OddReplies", "a refused listener is lost", "stpc/port.cpp",
      "    SOCKET_close(hListener);\n", ""),
-    ("the reserve socket is lost", "stpc/transfer.cpp", "    SOCKET_close(hSpare);\n", ""),
-    ("a tab rings through the dump", "trace/dump.cpp", "ucByte <= 10", "ucByte < 10"),
-    ("a trace line changes errno", "trace/trace.cpp", "    errno = iError;\n", ""),
-    ("seconds counted as milliseconds", "util/memory.cpp",
+    ("transfer_Broken", "the reserve socket is lost", "stpc/transfer.cpp", "    SOCKET_close(hSpare);\n", ""),
+    ("trace", "a tab rings through the dump", "trace/dump.cpp", "ucByte <= 10", "ucByte < 10"),
+    ("trace", "a trace line changes errno", "trace/trace.cpp", "    errno = iError;\n", ""),
+    ("helpers", "seconds counted as milliseconds", "util/memory.cpp",
      "(sNow.lSeconds - spStart->lSeconds) * 1000", "(sNow.lSeconds - spStart->lSeconds)"),
-    ("a text that just does not fit", "util/text.cpp",
+    ("com.Answers", "a text that just does not fit", "util/text.cpp",
      "iCut = uLength >= uSize", "iCut = uLength > uSize"),
 ]
 
@@ -110,8 +110,8 @@ def build(tree, preset, *targets):
         raise SystemExit(f"does not build, see {tree}/mutate.log")
 
 
-def tests(tree, preset):
-    """The names, in the order in which they are asked."""
+def tests(tree, preset, likely):
+    """The names in the order in which they are asked: quick ones stand in front in CI."""
     if not os.path.exists(os.path.join(tree, "build", preset)):
         ftpd = os.environ.get("XBSA_FTPD", os.path.expanduser("~/.cache/korva-xbsa/ftpd"))
         command(tree, "cmake", "--preset", preset, "-DXBSA_FTPD=" + ftpd)
@@ -119,11 +119,8 @@ def tests(tree, preset):
     shown = subprocess.run(["ctest", "--preset", preset, "--show-only=json-v1"], cwd=tree,
                            stdout=subprocess.PIPE, check=True).stdout
     names = [test["name"] for test in json.loads(shown)["tests"]]
-
-    def rank(name):
-        return next((place for place, first in enumerate(FIRST)
-                     if re.fullmatch(r"(asan\.)?" + first, name)), len(FIRST))
-    return sorted((name for name in names if not OTHERS.fullmatch(name)), key=rank)
+    return sorted((name for name in names if not TOOLS.fullmatch(name)),
+                  key=lambda name: not name.endswith(likely))
 
 
 def passes(tree, preset, name):
@@ -149,10 +146,10 @@ def write(path, text):
         source.write(text)
 
 
-def first_to_notice(tree, fault, sound):
+def first_to_notice(tree, likely, fault, sound):
     """The name of the test, which must pass without the fault, or None."""
     for preset in "release", "asan":
-        names = tests(tree, preset)
+        names = tests(tree, preset, likely)
         with mutated(tree, *fault):
             build(tree, preset, "--target", "xbsa")
             found = next((name for name in names if not passes(tree, preset, name)), None)
@@ -171,8 +168,8 @@ def main(chosen):
     shutil.copytree(ROOT, tree, dirs_exist_ok=True, symlinks=True,
                     ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
     for number in chosen:
-        what, *fault = FAULTS[number - 1]
-        found = first_to_notice(tree, fault, sound)
+        likely, what, *fault = FAULTS[number - 1]
+        found = first_to_notice(tree, likely, fault, sound)
         missed += not found
         print(f"{number:2} {fault[0]}: {what}: {'noticed by ' + found if found else 'MISSED'}",
               flush=True)

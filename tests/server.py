@@ -79,7 +79,7 @@ class Server:
         self.name, self.verb = argument, verb
         try:
             self._play(script.get(verb, ["502 unknown"]))
-            if verb in ("STOR", "RETR") and self.data:
+            if verb in ("STOR", "RETR", "LIST") and self.data:
                 self._play(script["DATA"] + script["END"])
         except Refused:
             self.ends.append("REFUSED")
