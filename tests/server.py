@@ -79,7 +79,7 @@ class Server:
         self.name, self.verb = argument, verb
         try:
             self._play(script.get(verb, ["502 unknown"]))
-            if verb in ("STOR", "RETR") and self.data:
+            if verb in ("STOR", "RETR", "LIST") and self.data:
                 self._play(script["DATA"] + script["END"])
         except Refused:
             self.ends.append("REFUSED")
@@ -119,6 +119,9 @@ class Server:
 
     def _do_reset_data(self):
         _reset(self.data)
+
+    def _do_begin(self):
+        self.data.sendall(self.objects[self.name])
 
     def _do_transfer(self):
         self.ends.append(self._receive() if self.verb == "STOR" else self._send())

@@ -61,7 +61,9 @@ ORDERS = [
 # BSAInit's entries, then host, port and time-out.
 ENTRIES = [
     ([], b"", 0, 0), ([b"BSA_SERVICE_HOST=host1"], b"host1", 21, 0),
-    ([b"BSA_SERVICE_HOST=host1:4711"], b"host1", 4711, 0),
+    ([b"BSA_SERVICE_HOST=host1:4711"], b"host1", 4711, 0), ([b"BSA_SERVICE_HOST=h:"], b"h", 21, 0),
+    ([b"BSA_SERVICE_HOST=h:4294967317"], b"h", 2**31 - 1, 0),
+    ([b"BSA_SERVICE_HOST=h:-4294967317"], b"h", -2**31, 0),
     ([b"BSA_SERVICE_HOST=h:1", b"BSA_SERVICE_HOST="], b"h", None, 0),
     ([b"BSA_SERVICE_HOST=h:1", b"BSA_TIMEOUT=30", b"OTHER=x", b""], b"h", 1, 30),
     ([b"BSA_API_VERSION=1.9", b"BSA_SERVICE_HOST=h:2"], b"h", 2, 0),

@@ -501,8 +501,8 @@ def query(x, actions, utility=None):
             x.BSABeginTxn(x.handle)
         elif action == "end":
             x.BSAEndTxn(x.handle, 1)
-        elif action == "three":
-            for number in (1, 2):
+        elif action in ("three", "full"):
+            for number in range(1, 3 if action == "three" else 128):
                 entry = x.x_Malloc(c.sizeof(Descriptor))
                 c.memset(entry, 0, c.sizeof(Descriptor))
                 Descriptor.from_address(entry).copyId.right = number
@@ -524,6 +524,8 @@ QUERIES = [
     ("match begin query end empty begin query next", [MATCH, 17, 18]),
     ("match begin query end no begin query next", [MATCH, 3, 18]),
     ("match begin query three end begin query next", [MATCH, MATCH, 18]),
+    ("match begin query full" + " next" * 127, [MATCH] + [(0, number, b"", 0)
+     for number in range(1, 127)] + [18]),
 ]
 
 
@@ -610,7 +612,7 @@ STALE = [SMS + "szName", COM + "szSessionID", COM + "szRestoreID", COM + "iOpenJ
 # Name; the server's oddity; changes of the job's answer; strict; actions; codes; runs; transfer.
 SESSIONS = [
     ("store", {}, {}, 0, "store", [[0, 0, 0]], GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
-    ("restore", {}, {}, 0, "restore", [([0, 0, 0], b"")], READ.format(0, 0),
+    ("restore", {}, {}, 0, "restore", [([0, 0, 0], b"hello")], READ.format(0, 0),
      "RETR ABC:0:0:17:5:none"),
     ("no saveset, store", {}, {"savesetname": None}, 0, "store", [[0, 0, 0]],
      "open|openjob:S1 TIME|closejob:S1 TIME 0|close:S1 0", "STOR TIME:QAB:none:17:LBL:64"),
@@ -623,6 +625,10 @@ SESSIONS = [
      GOOD.format(3, 3) + "|" + GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
     ("CWD refused, restore", {"CWD": ["550 no"]}, {}, 0, "restore store", [([3], b""),
      [0, 0, 0]], READ.format(3, 3) + "|" + GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
+    ("nothing came", {"DATA": ["reset_data"]}, {}, 1, "restore", [([0, 3, 3], b"")],
+     READ.format(3, 3), None),
+    ("a part came", {"DATA": ["begin", "reset_data"]}, {}, 1, "restore", [([0, 3, 3], b"hello")],
+     READ.format(2, 2), None),
     ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
      ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
     ("no answer after a good one", {}, {}, 1, "store mute create", [[0, 0, 0], [3, 3], 0,
@@ -665,7 +671,7 @@ class Sessions(unittest.TestCase):
         """What the caller, the server and the utility are told, run by run."""
         for name, script, changes, strict, actions, codes, runs, transfer in SESSIONS:
             with self.subTest(name):
-                server = Server(script)
+                server = Server(script, objects={"ABC:0:0:17:5:none": b"hello"})
                 utility = Utility(self, answers(server.port, **changes))
                 got = run(session, actions, utility, server=server,
                           env={"KORVA_STRICT": str(strict)})
@@ -723,7 +729,8 @@ class Sessions(unittest.TestCase):
                 code = x.make_KORVA_authentication(connection.fileno(), user, c.byref(sizes[0]),
                                                    word, c.byref(sizes[1]))
             listener.close()
-            return code, user.value.rstrip(b"?").decode(), word.value.rstrip(b"?").decode()
+            return (code, user.value.rstrip(b"?").decode(), word.value.rstrip(b"?").decode(),
+                    b"?" not in word.value)
         one, two = f"{account}@one.korva.test", f"{account}@official.korva.test"
         failed = "make_KORVA_authentication: gethostbyaddr() function failed with error code: "
         with private_etc(**{"hosts": HOSTS, "nsswitch.conf": "passwd: files\nhosts: files\n"}):
@@ -736,7 +743,7 @@ class Sessions(unittest.TestCase):
                     ("127.0.0.4", 4096, 4096, (-1, "sms", ""))):
                 with self.subTest(address, room=room):
                     got = run(make, address, user_room, room)
-                    self.assertEqual(got.value, want)
+                    self.assertEqual(got.value, (*want, want[0] == 0 and room > len(one)))
                     self.assertEqual(len(traced(got, failed)), address == "127.0.0.4")
             server = Server()
             Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
@@ -744,7 +751,7 @@ class Sessions(unittest.TestCase):
             self.assertEqual(got.value[0], [[0, 0, 0]])
             self.assertEqual(server.heard[0][:2], ["USER sms", "PASS " + one])
             with private_etc(passwd="other:x:4242:4242::/:/bin/sh\n"):
-                self.assertEqual(run(make, "127.0.0.1", 3, 99).value, (-1, "sms", ""))
+                self.assertEqual(run(make, "127.0.0.1", 3, 99).value[:3], (-1, "sms", ""))
                 server = Server()
                 Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
                 got = run(session, "create", server=server, env={"KORVA_STRICT": "1"}).value[0]

@@ -20,7 +20,8 @@ CALLS = [
     ("x_MatchKeyword", (b"stx", b"STORE", 2, b"x", 0), 0),
     ("x_MatchKeyword", (b"stx", b"STORE", 2, b"X", 0), 1),
     ("x_MatchKeyword", (b" ", b"STORE", 1, None, 0), 0),
-    ("x_MatchKeyword", (None, b"STORE", 1, None, 0), 0),
+    ("x_MatchKeyword", (None, b"STORE", 1, None, 0), 0), ("x_MatchKeyword", (b"a", b" ", 1, None, 0), 0),
+    ("x_MatchKeyword", (b"st{", b"STORE", 2, None, 0), 0), ("x_AllTrim", (None,), None),
     ("x_LTrim", (b"  ab",), b"abab"), ("x_LTrim", (b" ab",), b"abb"), ("x_LTrim", (b"ab",), b"ab"),
     ("x_RTrim", (b"ab  ",), b"ab"), ("x_RTrim", (b"   ",), b""), ("x_RTrim", (b"",), b""),
     ("x_AllTrim", (b"ab ",), b"ab"), ("x_AllTrim", (b"",), b""),
@@ -49,7 +50,7 @@ CALLS = [
     ("syserrtxt", (10061, 2, b"x"), b""), ("syserrtxt", (1, 5, b"x"), b"Host is unknown. x"),
     ("syserrtxt", (9, 5, b"x"), b""), ("syserrtxt", (0, 1, b"only"), b"only"),
     ("syserrtxt", (7, 0, b"only"), b" only"), ("syserrtxt", (7, 9, b"only"), b" only"),
-    ("syserrtxt", (errno.EPERM, 1, b"%s", b"y" * 5000), None),
+    ("syserrtxt", (errno.EPERM, 1, b"%s", b"y" * 5000), ...), ("stpc_send", (-1, b"PA", 2, 0), -1),
 ]
 # Reply to STOR, tape, segment.
 REPLIES = [
@@ -68,7 +69,7 @@ COMMANDS = [
 
 
 def all_calls(x):
-    return [getattr(x, name)(*(c.create_string_buffer(a) if name.endswith("Trim") else a
+    return [getattr(x, name)(*(c.create_string_buffer(a) if a and name.endswith("Trim") else a
                                for a in arguments)) for name, arguments, _ in CALLS]
 
 
@@ -94,9 +95,10 @@ def commands(x, mode, path, size, **changes):
 
 class Helpers(unittest.TestCase):
     def test_calls(self):
-        for (name, arguments, want), got in zip(CALLS, run(all_calls).value):
+        got = run(all_calls, level=0).value + run(all_calls, level=3).value
+        for (name, arguments, want), got in zip(CALLS * 2, got):
             with self.subTest(name, arguments=str(arguments)[:60]):
-                if want is not None:
+                if want is not ...:
                     self.assertEqual(got, want)
                 else:
                     self.assertLess(len(got), 512)
@@ -129,14 +131,22 @@ class Helpers(unittest.TestCase):
                     code, error = run(refused).value
                     self.assertEqual((code, error != ""), (-1, True))
 
+        for length, code in (2040, 0), (2041, -1):  # with CR LF and terminator 2048
+            self.assertEqual(run(lambda x: commands(x, 1, b"/", 0, szUser=b"x" * length)[0]).value,
+                             code)
+
     def test_timer(self):
-        """Counts up, whatever the machine's speed."""
-        def timer(x):
+        """Milliseconds, whatever the machine's speed; the second of the start is put back."""
+        def timer(x, seconds):
             handle, elapsed = c.c_void_p(), c.c_ulong(99999999)
             code = x.x_TimerStart(c.byref(handle))
+            c.c_long.from_address(handle.value).value -= seconds
             x.x_TimerStop(handle, c.byref(elapsed))
-            return code, bool(handle), elapsed.value < 60000
-        self.assertEqual(run(timer).value, (0, True, True))
+            minutes = elapsed.value // 60000
+            x.x_TimerStop(None, c.byref(elapsed))
+            return code, minutes, elapsed.value
+        self.assertEqual([run(timer, seconds).value for seconds in (0, 600)],
+                         [(0, 0, 0), (0, 10, 0)])
 
     def test_lines(self):
         """One line at a time, unread bytes stay; the end of the connection fills the buffer."""
@@ -147,11 +157,13 @@ class Helpers(unittest.TestCase):
             for _ in range(4):
                 room = c.create_string_buffer(8)
                 got.append((x.stpc_recv(ours.fileno(), room, 8, 0), room.raw))
+            theirs.sendall(b"z" * 8)
             theirs.close()
-            room = c.create_string_buffer(8)
-            got.append((x.stpc_recv(ours.fileno(), room, 8, 0), len(room.raw)))
+            for _ in range(2):
+                room = c.create_string_buffer(8)
+                got.append((x.stpc_recv(ours.fileno(), room, 8, 0), room.raw))
             got.append(x.stpc_recv(-1, room, 8, 0))
             return got
         self.assertEqual(run(receive).value, [
             (1, b"150 one\0"), (1, b"bare\0\0\0\0"), (1, b"x" * 8), (1, b"y\0\0\0\0\0\0\0"),
-            (0, 8), -1])
+            (0, b"z" * 8), (0, b"\0" * 8), -1])

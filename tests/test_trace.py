@@ -2,6 +2,7 @@
 import ctypes as c
 import os
 import re
+import signal
 import unittest
 
 from server import Server
@@ -40,7 +41,7 @@ VARIABLES = [
 # BSASetTrace's name and level with XBSA_TRACE=2 around: the log's name, lines in it.
 SETTINGS = [
     (None, 2, b"", False), (None, 66, b"xbsa.log", True), (b"./xbsa.log", 66, b"./xbsa.log", True),
-    (b"./xbsa.log", 2, b"", False), (b"ENVIRONMENT", 0, b"xbsa.log", True),
+    (b"./xbsa.log", 2, b"", False), (b"", 66, b"", False), (b"ENVIRONMENT", 0, b"xbsa.log", True),
     (b"./" * 3000 + b"x", 66, (b"./" * 3000)[:4095], False),
 ]
 
@@ -98,6 +99,47 @@ class Destinations(unittest.TestCase):
         self.assertEqual(sum("VERSION: 1.8A1 Thu Jul 13" in line for line in got.log), 3)
 
 
+    def test_informix_folder(self):
+        def name(x):
+            x.init(owner=b"INFORMIX")
+            x.BSASetTrace(x.sink, None, 66)
+            return x.state.szLogFile
+        for folder, log in (("/i", b"/i/xbsa.log"), ("/i/", b"/i/xbsa.log"), ("", b"/xbsa.log"),
+                            ("d" * 5000, b"d" * 4086 + b"/xbsa.log")):
+            self.assertEqual(run(name, env={"INFORMIXDIR": folder}).value, log)
+        self.assertEqual(run(name).value, b"")
+
+    def test_read_environment(self):
+        def read(x):
+            x.xbsa_read_environment()
+            return x.state.ucXBSATraceLevel, x.state.szLogFile
+        for env, level, log, lines in (({}, 2, b"", 1), ({"XBSA_TRACE": "3"}, 67, b"", 2),
+                                       ({"XBSA_TRACE": "3", "XBSA_LOGFILE": "a"}, 67, b"a", 3)):
+            got = run(read, env=env)
+            self.assertEqual((got.value, len(got.trace)), ((level, log), lines))
+
+    def test_host_s_own(self):
+        """A descriptor that the host gave serves as the log, though nobody reads any more."""
+        def trace(x):
+            reader, x.state.hLogFile = os.pipe()
+            x.BSASetTrace(None, b"x", 66)
+            x.ie_trace(b"heard")
+            x.state.ucXBSATraceLevel = 2
+            x.ie_trace(b"to nobody")
+            x.state.ucXBSATraceLevel, found = 66, os.read(reader, 100)
+            os.close(reader)
+            x.ie_trace(b"would end the host")
+            signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGPIPE})
+            signal.raise_signal(signal.SIGPIPE)
+            x.ie_trace(b"takes no signal of the host's")
+            pending = signal.sigtimedwait({signal.SIGPIPE}, 0)
+            signal.pthread_sigmask(signal.SIG_UNBLOCK, {signal.SIGPIPE})
+            x.i_close_trace()
+            return found, pending is not None
+        found, pending = run(trace, level=None).value
+        self.assertEqual((stripped([found.decode()]), pending), (["heard\n"], True))
+
+
 class Lines(unittest.TestCase):
     def lines(self, *messages):
         def trace(x):
@@ -105,15 +147,25 @@ class Lines(unittest.TestCase):
             x.i_open_trace()
             for message in messages:
                 x.ie_trace(message)
+            x.i_trace(None)
         return run(trace, level=None).log
 
     def test_ends(self):
         """One line feed for each message, whatever it ended in; a long one is cut."""
-        log = self.lines(b"a\r\n\n", b"", b"\n", b"b", b"y" * 5000)
-        self.assertEqual(stripped(log)[:4], ["a", "", "", "b"])
-        self.assertEqual(len(log), 5)
-        self.assertRegex(log[4], "^" + STAMP + "y{1400,}$")
-        self.assertLess(len(log[4]), 1536)
+        log = self.lines(b"a\r\n\n", b"", b"\n", b"b", None, b"y" * 5000)
+        self.assertEqual(stripped(log)[:5] + stripped(log)[6:], ["a", "", "", "b", "", ""])
+        self.assertRegex(log[5], "^" + STAMP + "y{1400,}$")
+        self.assertLess(len(log[5]), 1536)
+
+    def test_errno(self):
+        """A line between a call and the look at its errno changes nothing."""
+        def trace(x):
+            x.BSASetTrace(None, b"/dev/full", 66)
+            x.i_open_trace()
+            c.set_errno(5)
+            x.ie_trace(b"lost")
+            return c.get_errno()
+        self.assertEqual(run(trace, level=None).value, 5)
 
     def test_without_buffer(self):
         """Calls before the trace was opened lose no line."""
@@ -123,15 +175,15 @@ class Lines(unittest.TestCase):
         self.assertEqual(run(trace).trace[0], "BSABeginTxn: Start, Input: bsaHandle = 0 ")
 
     def test_dump(self):
-        data = bytes(range(0, 0x41, 4)) + b"\x07"
+        data = b"\0\x06\x07\x08\t\n\x0b\x0c\r\x0e\x1f A~\x7f\xff@"
 
         def dump(x):
             for length in (17, 0, 16):
                 x.x_Dump(data, length, x.sink)
             x.x_Dump(data, 1, None)
         got = run(dump)
-        first = ("00 04 08 0C 10 14 18 1C 20 24 28 2C 30 34 38 3C  "
-                 ".\x04.\x0c\x10\x14\x18\x1c $(,048<")
+        first = ("00 06 07 08 09 0A 0B 0C 0D 0E 1F 20 41 7E 7F FF  "
+                 ".\x06....\x0b\x0c.\x0e\x1f A~\x7f\xff")
         second = "40 " + "   " * 15 + " @" + " " * 15
         self.assertEqual(got.trace, [first, second, first])
         self.assertEqual(got.stdout, "00 " + "   " * 15 + " ." + " " * 15 + "\n")

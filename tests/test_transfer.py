@@ -4,6 +4,7 @@ import mmap
 import os
 import re
 import signal
+import socket
 import unittest
 
 from server import Server
@@ -157,6 +158,36 @@ class Transfers(unittest.TestCase):
             self.assertEqual(heard, ["USER backup", "PASS secret", "TYPE I", "CWD /data", line,
                                      "QUIT"])
 
+    def test_single_calls(self):
+        """What the library is made of serves a host that drives the connection itself."""
+        def transfer(x, server, verb):
+            x.start(server)
+            control, line = x.STPC_connect(), c.create_string_buffer(2048)
+            call = getattr(x, "STPC_" + verb.lower())
+            codes = [x.STPC_receive(control, line, 2047, 0), call(b"x" * 3000, control)]
+            data, room = call(b".", control), c.create_string_buffer(b"stored", 64)
+            move = x.SOCKET_send if verb == "STOR" else x.SOCKET_recv
+            codes += [move(data, room, 6, 0), x.SOCKET_close(data),
+                      x.STPC_receive(control, line, 2047, 0), x.STPC_send(control, b"QUIT\r\n", 6, 0)]
+            x.SOCKET_close(control)
+            return codes, x.last_error(), room.value, line.value
+        for verb in "STOR", "RETR", "LIST":
+            with self.subTest(verb):
+                server = Server({"LIST": ["150 here", "connect"]}, objects={".": b"listed"})
+                self.assertEqual(run(transfer, server, verb, server=server).value, (
+                    [1, -1, 6, 0, 1, 6], "Command too long: " + verb,
+                    b"stored" if verb == "STOR" else b"listed", b"226 done"))
+                self.assertEqual(server.verbs(), [f"PORT PORT {verb} QUIT"])
+                self.assertEqual(server.objects["."], b"stored" if verb == "STOR" else b"listed")
+
+    def test_long_time_outs(self):
+        def store(x, server, seconds):
+            x.start(server, b"BSA_TIMEOUT=%d" % seconds)
+            return x.store()
+        for seconds in -1, 2**31 - 1:
+            server = Server()
+            self.assertEqual(run(store, server, seconds, server=server).value, [0, 0, 0])
+
     def test_completed_descriptor(self):
         def create(x, server):
             x.start(server)
@@ -191,10 +222,34 @@ class Broken(unittest.TestCase):
             x.start(server)
             sent = [x.store(b"begun", end=False)]
             sent.append(x.BSASendData(x.handle, c.byref(Block(100, 0, unreadable_page()))))
-            return sent + [x.BSAEndData(x.handle)]
+            return sent + [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.store()]
         server = Server({"END": ["426 aborted"]})
-        self.assertEqual(run(store, server, server=server).value, [[0, 0], 3, 3])
-        self.assertEqual(server.ends, ["RST"])
+        self.assertEqual(run(store, server, server=server).value, [[0, 0], 3, 3, 0, [0, 0, 0]])
+        self.assertEqual(server.ends, ["RST", "FIN"])
+
+    def test_timed_out(self):
+        """A server that the system has given up is not waited for, at the end neither."""
+        def store(x, server):
+            x.start(server)
+            x.store(end=False)
+            with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
+                data.setsockopt(socket.IPPROTO_TCP, socket.TCP_USER_TIMEOUT, 500)
+            code = next(code for code in iter(lambda: x.send(pattern(65535)), None) if code)
+            return code, x.last_error(), x.BSAEndData(x.handle)
+        server = Server({"DATA": [], "END": []})
+        self.assertEqual(run(store, server, server=server).value,
+                         (3, "Connection timed out Data sending failed.", 3))
+
+    def test_abandoned(self):
+        """What a transfer left open is closed when the next one opens."""
+        def restore(x, server):
+            x.start(server)
+            x.BSABeginTxn(x.handle)
+            return (x.BSAGetObject(x.handle, c.byref(descriptor()), None),
+                    x.BSAEndTxn(x.handle, 1), x.restore())
+        server = Server(objects={"obj": b"hello"})
+        self.assertEqual(run(restore, server, server=server).value,
+                         (0, 0, ([0, 0, 0], b"hello")))
 
     def test_killed(self):
         def store(x, server):

@@ -191,10 +191,10 @@ static int PlainCommand(OPEN_WORK *spWork)
 // the whole name, which is what the store of the same object sent.
 static void TakeRetrieveName(const OPEN_WORK *spWork, char *cpName)
 {
-    const char *cpRest = spWork->szPlain + VERB_LENGTH;
+    const char *cpRest = spWork->szPlain + strlen("RETR ");
     if (sPrivate.iStrict != 0)
     {
-        x_CopyText(cpName, XBSA_REPLY_SIZE, *cpRest == ' ' ? cpRest + 1 : cpRest);
+        x_CopyText(cpName, XBSA_REPLY_SIZE, cpRest);
         return;
     }
     cpRest += strspn(cpRest, " ");
