@@ -3,17 +3,6 @@
 
 #include <algorithm>
 
-static void CheckRecord()
-{
-    const STUCT_COM_INPUT &sCOM = sGlobal.sCOM;
-    const _sSMS &sSMS = sGlobal.sObject.sSMS;
-    CHECK(fuzz_IsText(sCOM.szJobName) && fuzz_IsText(sCOM.szSessionID));
-    CHECK(fuzz_IsText(sCOM.szSavesetID) && fuzz_IsText(sCOM.szRestoreID));
-    CHECK(fuzz_IsText(sSMS.szHostName) && fuzz_IsText(sSMS.szUser) && fuzz_IsText(sSMS.szPass));
-    CHECK(fuzz_IsText(sSMS.szName) && fuzz_IsText(sSMS.szPath) && fuzz_IsText(sSMS.szTape));
-    CHECK(fuzz_IsText(sSMS.szInter) && fuzz_IsText(sGlobal.szLogFile));
-}
-
 // Runs a task; the first command line of it must hold the word.
 static int Run(ENUM_COM_TASK eTask, const std::string &I_strWord)
 {
@@ -21,7 +10,7 @@ static int Run(ENUM_COM_TASK eTask, const std::string &I_strWord)
     const int iRet = com_intf(eTask, &sGlobal.sCOM);
     CHECK(fuzz_IsOneOf(iRet, {-1, 0, 1}));
     CHECK(sWorld.vecCommands.size() <= uFirst + 2);
-    CheckRecord();
+    fuzz_CheckRecord();
     for (size_t uRun = uFirst; uRun < sWorld.vecCommands.size(); uRun++)
     {
         const std::vector<std::string> vecWords = fuzz_ShellWords(sWorld.vecCommands[uRun]);

@@ -8,11 +8,7 @@ static void CheckFields(const BSA_ObjectOwner &I_sOwner)
 {
     const STUCT_COM_INPUT &sCOM = sGlobal.sCOM;
     const _sSMS &sSMS = sGlobal.sObject.sSMS;
-    CHECK(fuzz_IsText(sSMS.szHostName) && strchr(sSMS.szHostName, ':') == nullptr);
-    CHECK(fuzz_IsText(sCOM.szKORVAServer) && fuzz_IsText(sCOM.szJobName));
-    CHECK(fuzz_IsText(sCOM.szKORVATapeServer) && fuzz_IsText(sCOM.szDrive));
-    CHECK(fuzz_IsText(sCOM.szPool) && fuzz_IsText(sCOM.szCOMTimeOut));
-    CHECK(fuzz_IsText(sGlobal.szLogFile));
+    CHECK(strchr(sSMS.szHostName, ':') == nullptr);
     CHECK((sGlobal.iQAB != 0) == (strcmp(I_sOwner.bsa_ObjectOwner, "INFORMIX") == 0));
     const std::map<std::string, std::string> &mapNames = sWorld.mapEnvironment;
     if (sCOM.szDrive[0] != '\0') CHECK(mapNames.at("KORVA_DRIVE") == sCOM.szDrive);

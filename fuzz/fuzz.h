@@ -71,10 +71,7 @@ std::vector<std::string> fuzz_ShellWords(const std::string &I_strCommand);
 // Each line that the server heard is a whole command, and one that a session has.
 void fuzz_CheckHeard();
 
-template <size_t N> bool fuzz_IsText(const char (&I_szField)[N])
-{
-    return memchr(I_szField, '\0', N) != nullptr;
-}
+void fuzz_CheckRecord(); // its texts end within their fields; also done after each run
 
 bool fuzz_IsOneOf(int I_iValue, std::initializer_list<int> I_lstValues);
 

@@ -317,7 +317,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *ucpData, size_t uSize)
 
     bOn = true;
     fuzz_One(sBytes);
-    CHECK(fuzz_IsText(sGlobal.sSession.szLastMessage));
+    fuzz_CheckRecord();
     Forget();
     bOn = false;
     CHECK(OpenDescriptors() == uOpen);
@@ -349,7 +349,8 @@ std::vector<std::string> fuzz_ShellWords(const std::string &I_strCommand)
         else if (cByte == '\\') vecWords.back() += I_strCommand[++uPlace];
         else
         {
-            CHECK(isalnum(cByte) || strchr("_@%+=:,./-", cByte) != nullptr);
+            CHECK(isalnum(static_cast<unsigned char>(cByte)) ||
+                  strchr("_@%+=:,./-", cByte) != nullptr);
             vecWords.back() += cByte;
         }
     }
@@ -372,4 +373,17 @@ void fuzz_CheckHeard()
                                                "PORT", "STOR", "RETR", "QUIT"};
         CHECK(std::find(std::begin(cpaVerbs), std::end(cpaVerbs), strVerb) != std::end(cpaVerbs));
     }
+}
+
+void fuzz_CheckRecord()
+{
+    const auto fpCheck = [](const auto &...szFields) {
+        (CHECK(memchr(szFields, '\0', sizeof szFields) != nullptr), ...);
+    };
+    const STUCT_COM_INPUT &sCOM = sGlobal.sCOM;
+    const _sSMS &sSMS = sGlobal.sObject.sSMS;
+    fpCheck(sGlobal.sSession.szLastMessage, sGlobal.szLogFile, sSMS.szHostName, sSMS.szUser,
+            sSMS.szPass, sSMS.szName, sSMS.szPath, sSMS.szTape, sSMS.szInter, sCOM.szKORVAServer,
+            sCOM.szJobName, sCOM.szKORVATapeServer, sCOM.szDrive, sCOM.szPool, sCOM.szCOMTimeOut,
+            sCOM.szSessionID, sCOM.szSavesetID, sCOM.szRestoreID);
 }
