@@ -1,0 +1,213 @@
+"""Random calls in random order against a model of the calling order and of the stored data."""
+import ctypes as c
+import os
+import random
+import re
+import unittest
+
+import test_com
+from server import Server
+from xbsa import SANITIZED, Block, descriptor, run
+
+SEED = int(os.environ.get("XBSA_SEED", "1"))
+SEQUENCES = int(os.environ.get("XBSA_SEQUENCES", "200" if SANITIZED else "1000"))
+PIECE = 40  # sequences in one process
+NAMES = [b"one", b"two", b"three"]
+BYTES = random.Random(0).randbytes(1 << 18)
+# What a connection meets, and where the transfer fails.
+POLITE, OPEN, END = "polite", "open", "end"
+FATES = [({}, POLITE)] * 9 + [
+    ({"GREETING": ["close"]}, OPEN), ({"CWD": ["550 no"]}, OPEN), ({"PORT": ["500 no"]}, OPEN),
+    ({"STOR": ["452 full"], "RETR": ["550 none"]}, OPEN), ({"PASS": ["reset"]}, OPEN),
+    ({"STOR": ["150 go", "close"], "RETR": ["150 go", "150 on", "close"]}, OPEN),
+    ({"END": ["426 cut"]}, END), ({"END": ["250 not quite"]}, END), ({"END": ["close"]}, END),
+    ({"END": [b"226 hal", "close"]}, END)]
+CALLS = (["begin"] * 5 + ["create"] * 4 + ["get"] * 4 + ["send"] * 8 + ["read"] * 8 + ["end"] * 4
+         + ["commit"] * 3 + ["query"])
+BEGIN, CREATE, ENDED, GET = 1, 2, 8, 0x200
+FAILED, ORDER, HANDLE, NULL = 3, 5, 6, 22
+
+
+class Model:
+    """What the library promises; each method gives the code of the call of that name."""
+
+    def __init__(self, fates, informix, strict):
+        self.fates, self.informix, self.strict = iter(fates), informix, strict
+        self.bits = self.status = 0
+        self.open = self.fate = self.name = None  # of the open transfer: STOR or RETR
+        self.sent, self.stored, self.moved, self.closes = b"", {}, 0, []
+        self.given_up = self.data_failed = self.broken = False
+
+    def _drop(self):
+        self.given_up |= self.open == "STOR"
+        self.open = None
+
+    def _enter(self, bit, wrong):
+        code = ORDER if self.bits & bit else HANDLE if wrong else 0
+        self.bits |= bit
+        return code
+
+    def _close_job(self, direction):
+        self.closes += [(direction, self.status)] if self.informix else []
+
+    def begin(self, wrong, _):
+        self.status = 0
+        return self._enter(BEGIN, wrong)
+
+    def commit(self, wrong, _):
+        code = HANDLE if wrong else 0 if self.bits & BEGIN else ORDER
+        self.bits = 0
+        self._drop()
+        return code
+
+    def query(self, _wrong, _):
+        return ORDER  # the next result, of a query that was never made
+
+    def object(self, verb, wrong, name):
+        code = self._enter(CREATE if verb == "STOR" else GET, wrong) or (NULL if name is None else 0)
+        if code == 0:
+            self.given_up = self.data_failed = self.broken = False
+            self._drop()
+            self.fate, self.name = next(self.fates), "ABC" if self.informix else name.decode()
+            self.sent, self.moved = b"", 0
+            if self.fate == OPEN:
+                code = self.status = FAILED
+                self._close_job("-b" if verb == "STOR" else "-r")
+            else:
+                self.open = verb
+        self.status = FAILED if code else self.status
+        return code
+
+    def create(self, wrong, name):
+        return self.object("STOR", wrong, name)
+
+    def get(self, wrong, name):
+        return self.object("RETR", wrong, name)
+
+    def _block(self, wrong, size, against):
+        code = HANDLE if wrong else NULL if size is None else ORDER if self.open == against else 0
+        self.status = FAILED if code == HANDLE else self.status
+        return code
+
+    def send(self, wrong, size):
+        code = self._block(wrong, size, "RETR")
+        self.data_failed |= code != 0
+        if code == 0 and self.open:
+            self.sent += BYTES[len(self.sent):][:size]
+        return code
+
+    def read(self, wrong, size):
+        code = self._block(wrong, size, "STOR")
+        if code == 0 and not self.open and size > 0:
+            code = FAILED
+            self.status = max(self.status, FAILED)
+            self.data_failed |= self.strict
+            self.broken |= self.strict
+        return code
+
+    def end(self, wrong, _):
+        backup, given_up = bool(self.bits & CREATE) or self.given_up, self.given_up
+        data = self._enter(ENDED, wrong)
+        if data == 0:
+            data = FAILED if given_up or not self.open or self.fate == END else 0
+            if self.open == "STOR" and not self.broken:
+                self.stored[self.name] = self.sent
+        if data or not self.data_failed:
+            self.status = FAILED if data else 0
+        code, self.open = data if backup else 0, None
+        if self.bits & (CREATE | GET):
+            self._close_job("-b" if self.bits & CREATE else "-r")
+            code = 0 if self.informix else code  # the job's good close stands in its place
+            if self.strict and (data or self.broken):
+                code = FAILED
+        return FAILED if code else 0
+
+
+def steps(chance):
+    """Of one sequence: call, wrong handle, argument."""
+    for call in chance.choices(CALLS, k=chance.randint(3, 16)):
+        argument = chance.choice(NAMES) if call in ("create", "get") else chance.choice(
+            [0, 1, chance.randint(0, 999), chance.randint(0, 65535), 65535])
+        yield call, chance.random() < 0.04, None if chance.random() < 0.04 else argument
+
+
+def invoke(x, call, handle, argument, room):
+    if call in ("send", "read"):
+        block = Block(argument or 0, 0, c.addressof(room))
+        function = x.BSASendData if call == "send" else x.BSAGetData
+        return function(handle, None if argument is None else c.byref(block)), block.numBytes
+    if call in ("create", "get"):
+        function = x.BSACreateObject if call == "create" else x.BSAGetObject
+        made = None if argument is None else c.byref(descriptor(name=argument))
+        return function(handle, made, None), 0
+    if call == "commit":
+        return x.BSAEndTxn(handle, 1), 0
+    if call == "query":
+        return x.BSAGetNextQueryObject(handle, None), 0
+    return {"begin": x.BSABeginTxn, "end": x.BSAEndData}[call](handle), 0
+
+
+def play(x, server, seed, fates, informix, strict):
+    """One piece; what should be stored, and the closes that the utility should have heard of."""
+    if informix:
+        test_com.start(x)
+    else:
+        x.start(server)
+    chance, model, room = random.Random(seed), Model(fates, informix, strict), \
+        c.create_string_buffer(65536)
+    done = []
+    for _ in range(PIECE):
+        for call, wrong, argument in steps(chance):
+            if call == "send" and not model.open and not wrong and argument:
+                argument = 0  # on no connection a send is tried again for five seconds
+            if call == "send" and argument:
+                c.memmove(room, BYTES[len(model.sent):][:argument], argument)
+            telling = call in ("create", "get") or (
+                call == "end" and model.open and not wrong and not model.bits & ENDED)
+            done.append((call, wrong, argument, model.open, model.bits))
+            left = model.stored.get(model.name, b"")[model.moved:]
+            moves = call == "read" and model.open == "RETR"
+            want = getattr(model, call)(wrong, argument)
+            code, count = invoke(x, call, x.handle.value + wrong, argument, room)
+            assert code == want, (code, want, done[-12:])
+            if moves and code == 0:
+                assert room.raw[:count] == left[:argument], (count, len(left), done[-12:])
+                model.moved += count
+            message = x.last_error()
+            assert message or code != FAILED or not telling, ("no last message", done[-12:])
+    x.BSAEndTxn(x.handle, 1)
+    return model.stored, model.closes
+
+
+class Plain(unittest.TestCase):
+    informix, share = False, 1
+
+    def make(self, server):
+        """What a run needs beside the server; returns what tells the closes of jobs."""
+        del server
+        return list
+
+    def test_sequences(self):
+        for seed in range(SEED, SEED + max(1, SEQUENCES // PIECE // self.share)):
+            chance = random.Random(-seed)
+            fates = [chance.choice(FATES) for _ in range(PIECE * 16)]
+            server, strict = Server(*(script for script, _ in fates)), seed % 2
+            closes = self.make(server)
+            with self.subTest(f"XBSA_SEED={seed} XBSA_SEQUENCES={PIECE * self.share}"):
+                got = run(play, server, seed, [fate for _, fate in fates], self.informix,
+                          bool(strict), server=server, level=None, env={"KORVA_STRICT": str(strict)})
+                self.assertEqual(got.value[1], closes())
+                self.assertEqual(got.value[0], server.objects)
+
+
+class Informix(Plain):
+    informix, share = True, 16
+
+    @classmethod
+    def setUpClass(cls):
+        test_com.setUpModule()
+
+    def make(self, server):
+        utility = test_com.Utility(self, test_com.answers(server.port, drive="/d"))
+        return lambda: [(words.split()[0], int(words.split()[-1])) for words in utility.arguments()
+                        if re.match("-[br] closejob:", words)]
