@@ -5,17 +5,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/fsuid.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "trace/trace.h"
 #include "util/text.h"
 
 static int hOwnLog = -1;      // the descriptor that i_open_trace opened
-static bool bOwnFile = false; // it can seek: a file, no pipe
+static bool bOwnPlain = false; // a write to it raises no signal
 
-bool i_LogIsFile()
+bool i_LogIsPlain()
 {
-    return bOwnFile && sGlobal.hLogFile == hOwnLog;
+    return bOwnPlain && sGlobal.hLogFile == hOwnLog;
 }
 
 static void CloseOwnLog()
@@ -34,6 +36,30 @@ static int OpenLog(const char *cpPath)
     int hLog = open(cpPath, iFlags);
     if (hLog == -1 && errno == ENOENT) hLog = open(cpPath, iFlags | O_CREAT, 0600);
     return x_HighDescriptor(hLog);
+}
+
+// In a set-user-id host the environment comes from the one who started it: a log that it names is
+// opened with that user's rights, else anybody could write into files of the host's account. Only
+// this thread's rights to files change, and only for the open.
+static int OpenForStarter(const char *cpPath)
+{
+    bool bOwn = geteuid() == getuid() && getegid() == getgid();
+    if (bOwn || sGlobal.iReadTraceEnvironment == 0) return OpenLog(cpPath);
+
+    uid_t uGroup = static_cast<uid_t>(setfsgid(getgid()));
+    uid_t uUser = static_cast<uid_t>(setfsuid(getuid()));
+    int hLog = OpenLog(cpPath);
+    setfsuid(uUser);
+    setfsgid(uGroup);
+    return hLog;
+}
+
+// It can seek, so it is a file and no pipe, and may grow without bound.
+static bool IsPlain(int hLog)
+{
+    struct rlimit sSize = {};
+    if (hLog == -1 || lseek(hLog, 0, SEEK_CUR) == -1) return false;
+    return getrlimit(RLIMIT_FSIZE, &sSize) == 0 && sSize.rlim_cur == RLIM_INFINITY;
 }
 
 static void RenewBuffer()
@@ -60,8 +86,8 @@ void i_open_trace()
     if (sGlobal.szLogFile[0] == '\0') return;
 
     CloseOwnLog();
-    hOwnLog = OpenLog(sGlobal.szLogFile);
-    bOwnFile = hOwnLog != -1 && lseek(hOwnLog, 0, SEEK_CUR) != -1;
+    hOwnLog = OpenForStarter(sGlobal.szLogFile);
+    bOwnPlain = IsPlain(hOwnLog);
     sGlobal.hLogFile = hOwnLog;
 }
 

@@ -60,23 +60,35 @@ static size_t ComposeLine(char *cpLine, const char *cpMessage)
     return uLength;
 }
 
-// A write to a pipe that nobody reads raises SIGPIPE, which would end the host. The signal is held
-// back during the write and taken away again unless it was pending before.
+// The signal that came with a failed write, or 0.
+static int RaisedBy(int iError)
+{
+    if (iError == EPIPE) return SIGPIPE;
+    return iError == EFBIG ? SIGXFSZ : 0;
+}
+
+// A write to a pipe that nobody reads raises SIGPIPE, one beyond the host's limit of file sizes
+// SIGXFSZ, and either would end the host. Both are held back during the write; the one that it
+// raised is taken away again unless it was pending before.
 static void WriteHeld(int hTarget, const char *cpLine, size_t uLength)
 {
-    sigset_t sPipe;
+    sigset_t sHeld;
     sigset_t sOld;
     sigset_t sPending;
-    sigemptyset(&sPipe);
-    sigaddset(&sPipe, SIGPIPE);
+    sigemptyset(&sHeld);
+    sigaddset(&sHeld, SIGPIPE);
+    sigaddset(&sHeld, SIGXFSZ);
     sigpending(&sPending);
-    sigprocmask(SIG_BLOCK, &sPipe, &sOld);
+    sigprocmask(SIG_BLOCK, &sHeld, &sOld);
 
-    bool bBroken = write(hTarget, cpLine, uLength) == -1 && errno == EPIPE;
-    if (bBroken && sigismember(&sPending, SIGPIPE) == 0)
+    int iRaised = 0;
+    if (write(hTarget, cpLine, uLength) == -1) iRaised = RaisedBy(errno);
+    if (iRaised != 0 && sigismember(&sPending, iRaised) == 0)
     {
         struct timespec sNoWait = {0, 0};
-        sigtimedwait(&sPipe, nullptr, &sNoWait);
+        sigemptyset(&sHeld);
+        sigaddset(&sHeld, iRaised);
+        sigtimedwait(&sHeld, nullptr, &sNoWait);
     }
     sigprocmask(SIG_SETMASK, &sOld, nullptr);
 }
@@ -90,7 +102,7 @@ void i_trace(const char *cpTraceMessage)
     bool bLog = sGlobal.hLogFile != 0 && sGlobal.hLogFile != -1;
     if (bLog && (sGlobal.ucXBSATraceLevel & TRACE_TO_LOG))
     {
-        if (i_LogIsFile())
+        if (i_LogIsPlain())
         {
             ssize_t iWritten = write(sGlobal.hLogFile, szLine, uLength);
             (void)iWritten; // a line that cannot be written is lost

@@ -1,0 +1,95 @@
+"""Odd hosts: a C program that has done this or that to itself uses the library, on both roads."""
+import os
+import resource
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+from ftpd import Daemon
+from test_com import Utility, answers, setUpModule  # pylint: disable=unused-import
+from xbsa import DEADLINE, LIBRARY, SANITIZED
+
+HOST = os.environ["XBSA_HOST"].split()  # behind an emulator, if it needs one
+CONDITIONS = ["", "closed", "crowd", "blocked", "ignored", "threads", "thread", "fork",
+              "closed crowd ignored blocked threads thread fork"]
+NOBODY = 65534
+# The deepest that the library and the C library below it go, in bytes, without and with a trace.
+DEPTHS = {"0": 8 << 10, "66": 16 << 10, "67": 16 << 10}
+
+
+class Driver(unittest.TestCase):
+    def setUp(self):
+        self.server = Daemon("proftpd")
+        self.addCleanup(shutil.rmtree, self.server.folder)
+        self.addCleanup(self.server.forget)
+        self.folder = tempfile.mkdtemp(prefix="host")
+        self.addCleanup(shutil.rmtree, self.folder)
+        os.chmod(self.folder, 0o755)
+        spec = f"127.0.0.1:{self.server.port}:backup:secret"
+        given = answers(0, tape_server=spec, drive=".")
+        Utility(self, given | {"-q": b"reply=OK\nsavesetname=4711\n"})
+
+    def drive(self, owner, conditions, *, program=None, trace="66", log="xbsa.log", **options):
+        """The host's figures; all must have gone well."""
+        env = dict(os.environ, XBSA_TRACE=trace, XBSA_LOGFILE=log, KORVA_STRICT="1")
+        line = [*(program or HOST + [LIBRARY]), owner, f"localhost:{self.server.port}"]
+        with subprocess.Popen(line + conditions.split(), env=env, cwd=self.folder,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options) as host:
+            self.server.serve(host.stdout)
+            output, error = host.communicate(timeout=DEADLINE)
+        self.assertEqual((host.returncode, error), (0, b""), output)
+        word, *figures = output.split()
+        self.assertEqual(word, b"ok", output)
+        return [int(figure) for figure in figures]
+
+    def log(self):
+        with open(self.folder + "/xbsa.log", "rb") as file:
+            return file.read()
+
+
+class Hosts(Driver):
+    def test_conditions(self):
+        for owner in "PLAIN", "INFORMIX":
+            for conditions in CONDITIONS:
+                with self.subTest(owner=owner, conditions=conditions):
+                    self.drive(owner, conditions)
+                    self.assertIn(b"BSATerminate: Closing trace", self.log().splitlines()[-1])
+                    os.unlink(self.folder + "/xbsa.log")
+
+    def test_full_log(self):
+        """On a full disk, and at the limit of a file's size: the log ends, the backup does not."""
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000))
+        for owner in "PLAIN", "INFORMIX":
+            self.drive(owner, "", log="/dev/full")
+            self.drive(owner, "", preexec_fn=limit)
+            self.assertEqual(len(self.log()), 5000)
+
+    def test_stack(self):
+        for trace, most in DEPTHS.items():
+            for owner in "PLAIN", "INFORMIX":
+                with self.subTest(owner=owner, trace=trace):
+                    depth = self.drive(owner, "thread", trace=trace)[0]
+                    if not SANITIZED:
+                        self.assertLess(depth, most)
+
+    def test_unloading(self):
+        pages = self.drive("INFORMIX", "unloaded")[1]
+        if not SANITIZED:
+            self.assertLess(pages, 64)
+
+
+class SetUserId(Driver):
+    """Root's, since only root can have another user start it."""
+    def test_set_user_id(self):
+        """The one who starts such a host names a log that he could write himself, or gets none."""
+        program = [shutil.copy(path, self.folder) for path in (HOST[-1], LIBRARY)]
+        os.chmod(program[0], 0o4755)
+        os.mkdir(self.folder + "/open", 0o777)
+        os.chmod(self.folder + "/open", 0o777)
+        who = {"user": NOBODY, "group": NOBODY, "extra_groups": []}
+        for log in "secret.log", "open/own.log":
+            self.drive("PLAIN", "", program=HOST[:-1] + program, log=log, **who)
+        self.assertFalse(os.path.exists(self.folder + "/secret.log"))
+        self.assertEqual(os.stat(self.folder + "/open/own.log").st_uid, NOBODY)
