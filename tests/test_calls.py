@@ -4,7 +4,7 @@ import os
 import unittest
 
 from server import Server
-from xbsa import Block, Descriptor, Owner, Uint64, Version, descriptor, run
+from xbsa import Block, Descriptor, Owner, Query, Uint64, Version, descriptor, run
 
 # The calls, where h is the handle (wrong with "!"); create and get meet no server unless said.
 CALLS = {
@@ -30,6 +30,11 @@ CALLS = {
     "read-null": lambda x, h: x.BSAGetData(h, None),
     "read-nobuffer": lambda x, h: x.BSAGetData(h, c.byref(Block(5, 5, None))),
     "end": lambda x, h: x.BSAEndData(h),
+    "query": lambda x, h: x.BSAQueryObject(h, c.byref(Query()), c.byref(Descriptor())),
+    "query-null": lambda x, h: x.BSAQueryObject(h, None, c.byref(Descriptor())),
+    "query-noobject": lambda x, h: x.BSAQueryObject(h, c.byref(Query()), None),
+    "next": lambda x, h: x.BSAGetNextQueryObject(h, c.byref(Descriptor())),
+    "next-null": lambda x, h: x.BSAGetNextQueryObject(h, None),
     "version": lambda x, h: x.BSAQueryApiVersion(c.byref(Version())),
     "version-null": lambda x, h: x.BSAQueryApiVersion(None),
     "provider-null": lambda x, h: x.BSAQueryServiceProvider(None, None, None),
@@ -55,6 +60,9 @@ ORDERS = [
     ("init read! read read-null read-nobuffer read-null!", "0 6 0 22 22 6", 0x400),
     ("init begin end end", "0 0 0 0", 0x409), ("init begin create end end", "0 0 3 3 3", 0x40B),
     ("init begin create end!", "0 0 3 3", 0x40B), ("init begin end!", "0 0 0", 0x409),
+    ("init begin query query next! next-null next", "0 0 0 5 6 22 18", 0x1501),
+    ("init begin query! query commit begin query-null", "0 0 6 5 0 0 22", 0x1001),
+    ("init begin query-noobject next", "0 0 22 18", 0x1501),
     ("version version-null init", "0 22 0", 0xC00), ("version-null", "22", 0),
     ("provider-null error-null error-nosize", "22 22 22", 0x2000),
 ]
@@ -90,9 +98,10 @@ class Calls(unittest.TestCase):
     def test_orders(self):
         for calls, codes, bits in ORDERS:
             with self.subTest(calls):
-                got = run(play, calls).value
-                self.assertEqual(got[:2], ([int(n) for n in codes.split()], bits))
-                self.assertEqual(got[2], 3 if "create" in calls else 0)
+                for strict in "01" if " end" in calls else "0":
+                    got = run(play, calls, env={"KORVA_STRICT": strict}).value
+                    self.assertEqual(got[:2], ([int(n) for n in codes.split()], bits))
+                    self.assertEqual(got[2], 3 if "create" in calls else 0)
 
     def test_entries(self):
         for entries, host, port, time_out in ENTRIES:

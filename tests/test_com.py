@@ -314,6 +314,8 @@ class Runs(unittest.TestCase):
             return x.find_com_intf(path, c.byref(size)), size.value
         write_ini("SM_BIN_KORVA=" + "d" * 400)
         self.assertEqual([run(find, room).value for room in (419, 420)], [(1, 400), (0, 400)])
+        write_ini("SM_BIN_KORVA=\n")
+        self.assertEqual([run(find, room).value for room in (19, 20)], [(1, 0), (0, 0)])
 
     def test_strict_mask(self):
         """The first pass's mask comes back in strict mode only; the utility's are full."""
@@ -557,6 +559,7 @@ class Queries(unittest.TestCase):
                 setattr(made.createTime, name, number)
             made.copyId.left, made.copyId.right = 11, 12
             x.qab_dumpobject(c.byref(made))
+            x.qab_dumpobject(None)
         self.assertEqual(run(dump, 1).trace, [])
         got = run(dump, 2).trace
         self.assertEqual("|".join(line.rstrip("\n") for line in got), DUMP.replace("\n", ""))
@@ -627,6 +630,9 @@ SESSIONS = [
      [0, 0, 0]], READ.format(3, 3) + "|" + GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
     ("nothing came", {"DATA": ["reset_data"]}, {}, 1, "restore", [([0, 3, 3], b"")],
      READ.format(3, 3), None),
+    ("nothing came, but for the reader", {"DATA": ["reset_data"]}, {}, 0, "restore",
+     [([0, 3, 0], b"")], READ.format(0, 0), None),
+    ("session refused, restore", {}, {}, 0, "refuse restore", [([3], b"")], "open", None),
     ("a part came", {"DATA": ["begin", "reset_data"]}, {}, 1, "restore", [([0, 3, 3], b"hello")],
      READ.format(2, 2), None),
     ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
@@ -740,6 +746,7 @@ class Sessions(unittest.TestCase):
                     ("127.0.0.1", 4, len(one) - 1, (-1, "sms", "")),
                     ("127.0.0.2", 4096, 4096, (0, "sms", two)),
                     ("127.0.0.3", 4096, 4096, (-1, "sms", "")),
+                    ("127.0.0.8", 4096, 4096, (-1, "sms", "")),
                     ("127.0.0.4", 4096, 4096, (-1, "sms", ""))):
                 with self.subTest(address, room=room):
                     got = run(make, address, user_room, room)

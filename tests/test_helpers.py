@@ -22,6 +22,7 @@ CALLS = [
     ("x_MatchKeyword", (b" ", b"STORE", 1, None, 0), 0),
     ("x_MatchKeyword", (None, b"STORE", 1, None, 0), 0), ("x_MatchKeyword", (b"a", b" ", 1, None, 0), 0),
     ("x_MatchKeyword", (b"st{", b"STORE", 2, None, 0), 0), ("x_AllTrim", (None,), None),
+    ("strupr", (b"a`Zz{\xe4",), b"A`ZZ{\xe4"),
     ("x_LTrim", (b"  ab",), b"abab"), ("x_LTrim", (b" ab",), b"abb"), ("x_LTrim", (b"ab",), b"ab"),
     ("x_RTrim", (b"ab  ",), b"ab"), ("x_RTrim", (b"   ",), b""), ("x_RTrim", (b"",), b""),
     ("x_AllTrim", (b"ab ",), b"ab"), ("x_AllTrim", (b"",), b""),
@@ -69,7 +70,7 @@ COMMANDS = [
 
 
 def all_calls(x):
-    return [getattr(x, name)(*(c.create_string_buffer(a) if a and name.endswith("Trim") else a
+    return [getattr(x, name)(*(c.create_string_buffer(a) if a and name.endswith(("Trim", "upr")) else a
                                for a in arguments)) for name, arguments, _ in CALLS]
 
 

@@ -97,6 +97,8 @@ class OddReplies(unittest.TestCase):
 # Script, process environment, names; then what comes of it: codes, ends of data, last error.
 STORES = [
     ("greeted", {}, {}, {}, [0, 0, 0], ["FIN"], ""),
+    ("empty greeting", {"GREETING": [""]}, {}, {}, [3], [], "The greeting is empty."),
+    ("reply of one letter", {"TYPE": ["2"]}, {}, {}, [0, 0, 0], ["FIN"], ""),
     ("550 in place of the data", {"STOR": ["150 go", "550 no tape"]}, {}, {},
      [3], [], "STOR failed. NEGATIVE reply: 550 no tape"),
     ("421 in place of the data", {"STOR": ["150 go", "421 bye"]}, {}, {},
@@ -239,6 +241,16 @@ class Broken(unittest.TestCase):
         server = Server({"DATA": [], "END": []})
         self.assertEqual(run(store, server, server=server).value,
                          (3, "Connection timed out Data sending failed.", 3))
+
+    def test_rejected_end(self):
+        """The transfer that it leaves is broken off, or both sides would wait for ever."""
+        def store(x, server):
+            x.start(server)
+            return (x.store(end=False), x.BSAEndData(x.handle.value + 1),
+                    x.BSAEndTxn(x.handle, 1), x.store())
+        server = Server({"END": ["426 aborted"]})
+        self.assertEqual(run(store, server, server=server).value, ([0, 0], 3, 0, [0, 0, 0]))
+        self.assertEqual(server.ends, ["RST", "FIN"])
 
     def test_abandoned(self):
         """What a transfer left open is closed when the next one opens."""

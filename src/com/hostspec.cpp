@@ -41,7 +41,7 @@ int ParseCLIHostSpec(char *cpHostSpecStr, char *cpHost, char *cpPort, char *cpUs
     {
         x_CopyText(cpUser, FIELD_SIZE, XBSA_SECURE_USER);
     }
-    return iArgCnt == 2 && strcmp(cpUser, "sms") != 0 ? 0 : 1;
+    return iArgCnt == 2 ? 0 : 1; // a user without a password
 }
 
 char *strupr(char *string)

@@ -47,7 +47,7 @@ void com_AppendArgument(COM_LINE *spLine, const char *cpFormat, ...)
     int iLength = vsnprintf(szArgument, sizeof szArgument, cpFormat, vaArguments);
     va_end(vaArguments);
 
-    if (iLength < 0 || static_cast<size_t>(iLength) >= sizeof szArgument) spLine->bFits = false;
+    if (static_cast<size_t>(iLength) >= sizeof szArgument) spLine->bFits = false;
     else if (IsHarmless(szArgument)) com_AppendText(spLine, szArgument);
     else AppendQuoted(spLine, szArgument);
 }

@@ -89,7 +89,7 @@ static int AppendHost(char *cpIdentity, const char *cpHost)
 {
     size_t uAccount = strlen(cpIdentity);
     int iLength = snprintf(cpIdentity + uAccount, IDENTITY_SIZE - uAccount, "@%s", cpHost);
-    return iLength < 0 || static_cast<size_t>(iLength) >= IDENTITY_SIZE - uAccount ? -1 : 0;
+    return static_cast<size_t>(iLength) >= IDENTITY_SIZE - uAccount ? -1 : 0;
 }
 
 // A room equal to the length is accepted and then holds no terminator.

@@ -59,7 +59,7 @@ static int SendCommand(const STPC_TRANSFER *spTransfer, const char *cpName, int 
 {
     char szLine[XBSA_REPLY_SIZE];
     int iLength = snprintf(szLine, sizeof szLine, "%s %s\r\n", spTransfer->cpVerb, cpName);
-    if (iLength < 0 || static_cast<size_t>(iLength) >= sizeof szLine)
+    if (static_cast<size_t>(iLength) >= sizeof szLine)
     {
         i_Report(spTransfer->cpFunction,
                  SysErrorTxt(0, 0, "Command too long: %s", spTransfer->cpVerb));
