@@ -3,9 +3,9 @@
 //   drive LIBRARY store|restore PORT BLOCK BYTES COUNT [FILE]
 //
 // Moves COUNT objects of BYTES bytes in blocks of BLOCK; a store reads its bytes from FILE when
-// there is one. Variables: BENCH_OWNER=INFORMIX takes the Informix road; BENCH_READY waits
-// before the first block of a restore, until all of it has arrived. Prints wall and CPU seconds, and how
-// many bytes of memory the library made resident.
+// there is one. Variables: BENCH_OWNER=INFORMIX takes the Informix road; with BENCH_READY a
+// restore waits until all of it has arrived before it reads the first block. Prints wall and CPU
+// seconds, and how many bytes of memory the library made resident.
 #include "peer.h"
 
 #include <dlfcn.h>
@@ -45,16 +45,25 @@ static void Load(const char *cpLibrary)
     }
 }
 
-// Resident bytes of this process.
+// Resident bytes that are this process's own, and those of the library's file.
 static long Resident(void)
 {
-    char szText[128] = "";
-    long lPages = 0;
-    int hStatus = open("/proc/self/statm", O_RDONLY);
-    (void)!read(hStatus, szText, sizeof szText - 1);
-    close(hStatus);
-    sscanf(szText, "%*d %ld", &lPages);
-    return lPages * sysconf(_SC_PAGESIZE);
+    char szLine[512];
+    char szName[512] = "";
+    long lBytes = 0;
+    long lKilobytes = 0;
+    FILE *spMaps = fopen("/proc/self/smaps", "r");
+    while (spMaps != NULL && fgets(szLine, sizeof szLine, spMaps) != NULL)
+    {
+        sscanf(szLine, "%*x-%*x %*s %*s %*s %*s %511s", szName);
+        int bLibrary = strstr(szName, "libxbsa") != NULL;
+        if (sscanf(szLine, bLibrary ? "Rss: %ld" : "Anonymous: %ld", &lKilobytes) == 1)
+        {
+            lBytes += lKilobytes * 1024;
+        }
+    }
+    if (spMaps != NULL) fclose(spMaps);
+    return lBytes;
 }
 
 static void Good(int iCode, const char *cpCall)
