@@ -3,15 +3,16 @@
 //   drive LIBRARY store|restore PORT BLOCK BYTES COUNT [FILE]
 //
 // Moves COUNT objects of BYTES bytes in blocks of BLOCK; a store reads its bytes from FILE when
-// there is one. Variables: BENCH_OWNER=INFORMIX takes the Informix road; BENCH_PAUSE_MS waits before
-// the first block of a restore, until all of it has arrived. Prints wall and CPU seconds, and how
-// many bytes of memory the library made resident.
+// there is one. Variables: BENCH_OWNER=INFORMIX takes the Informix road; with BENCH_READY a
+// restore waits until all of it has arrived before it reads the first block. Prints wall and CPU
+// seconds, and how many bytes of memory the library made resident.
 #include "peer.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/ioctl.h>
 
-#include "xbsa.h"
+#include "xbsa_session.h"
 
 static struct
 {
@@ -25,6 +26,7 @@ static struct
     int (*fpEnd)(long, BSA_Vote);
 } sCalls;
 
+static const _sGlobal *spGlobal;
 static char acBlock[65536];
 static long lHandle;
 static int hFile = -1;
@@ -36,22 +38,32 @@ static void Load(const char *cpLibrary)
                                           "BSAEndData",  "BSAEndTxn"};
     void *vpLibrary = dlopen(cpLibrary, RTLD_NOW | RTLD_LOCAL);
     Check(vpLibrary != NULL, cpLibrary);
+    spGlobal = dlsym(vpLibrary, "sGlobal");
     for (size_t uCall = 0; uCall < sizeof apNames / sizeof *apNames; uCall++)
     {
         ((void **)&sCalls)[uCall] = dlsym(vpLibrary, apNames[uCall]);
     }
 }
 
-// Resident bytes of this process.
+// Resident bytes that are this process's own, and those of the library's file.
 static long Resident(void)
 {
-    char szText[128] = "";
-    long lPages = 0;
-    int hStatus = open("/proc/self/statm", O_RDONLY);
-    (void)!read(hStatus, szText, sizeof szText - 1);
-    close(hStatus);
-    sscanf(szText, "%*d %ld", &lPages);
-    return lPages * sysconf(_SC_PAGESIZE);
+    char szLine[512];
+    char szName[512] = "";
+    long lBytes = 0;
+    long lKilobytes = 0;
+    FILE *spMaps = fopen("/proc/self/smaps", "r");
+    while (spMaps != NULL && fgets(szLine, sizeof szLine, spMaps) != NULL)
+    {
+        sscanf(szLine, "%*x-%*x %*s %*s %*s %*s %511s", szName);
+        int bLibrary = strstr(szName, "libxbsa") != NULL;
+        if (sscanf(szLine, bLibrary ? "Rss: %ld" : "Anonymous: %ld", &lKilobytes) == 1)
+        {
+            lBytes += lKilobytes * 1024;
+        }
+    }
+    if (spMaps != NULL) fclose(spMaps);
+    return lBytes;
 }
 
 static void Good(int iCode, const char *cpCall)
@@ -99,12 +111,21 @@ static void Store(BSA_ObjectDescriptor *spObject, BSA_UInt16 uBlock, long long l
     }
 }
 
-static void Restore(BSA_ObjectDescriptor *spObject, BSA_UInt16 uBlock)
+// Waits until the whole object has arrived, so that no receive finds less than a block.
+static void AwaitAll(long long llBytes)
 {
-    const char *cpPause = getenv("BENCH_PAUSE_MS");
+    int iReady = 0;
+    while (ioctl(spGlobal->sSession.SData, FIONREAD, &iReady) == 0 && iReady < llBytes)
+    {
+        usleep(1000);
+    }
+}
+
+static void Restore(BSA_ObjectDescriptor *spObject, BSA_UInt16 uBlock, long long llBytes)
+{
     BSA_DataBlock sBlock = {uBlock, uBlock, acBlock};
     Good(sCalls.fpGet(lHandle, spObject, NULL), "BSAGetObject");
-    if (cpPause != NULL) usleep((useconds_t)atoi(cpPause) * 1000);
+    if (getenv("BENCH_READY") != NULL) AwaitAll(llBytes);
     do Good(sCalls.fpRead(lHandle, &sBlock), "BSAGetData");
     while (sBlock.numBytes == uBlock);
 }
@@ -127,7 +148,7 @@ int main(int iArguments, char **cppArgument)
         Good(sCalls.fpBegin(lHandle), "BSABeginTxn");
         Describe(&sObject, cppArgument[5]); // the server makes up as many bytes as the name says
         if (bStore) Store(&sObject, uBlock, atoll(cppArgument[5]));
-        else Restore(&sObject, uBlock);
+        else Restore(&sObject, uBlock, atoll(cppArgument[5]));
         Good(sCalls.fpEndData(lHandle), "BSAEndData");
         Good(sCalls.fpEnd(lHandle, BSA_Vote_COMMIT), "BSAEndTxn");
     }

@@ -6,40 +6,44 @@
 #include "session/record.h"
 #include "trace/trace.h"
 
+__attribute__((noinline, cold)) static void TraceRead(ssize_t iReceived, unsigned int uiRead)
+{
+    TRACE("BSAGetData: Data read: %u, total: %.0f", uiRead, sGlobal.sSession.dBytes);
+    TRACE_CALL("BSAGetData: recv() return: %d, read: %u, total: %.0f", static_cast<int>(iReceived),
+               uiRead, sGlobal.sSession.dBytes);
+    TRACE_CALL("BSAGetData: End");
+}
+
 // Reads until the buffer is full or the server has closed.
-//   upRead  receives the bytes read
-static int ReadBlock(BSA_DataBlock *spBlock, size_t *upRead)
+//   uipRead  receives the bytes read
+static int ReadBlock(BSA_DataBlock *spBlock, unsigned int *uipRead)
 {
     ssize_t iReceived = 0;
-    size_t uRead = 0;
+    unsigned int uiRead = 0;
     TRACE_CALL("BSAGetData: Start");
     TRACE_CALL("BSAGetData: bufferLen=%u, numBytes=%u", spBlock->bufferLen, spBlock->numBytes);
-    while (uRead < spBlock->bufferLen)
+    while (uiRead < spBlock->bufferLen)
     {
         errno = 0;
         iReceived =
-            recv(xbsa_DataSocket(), spBlock->bufferPtr + uRead, spBlock->bufferLen - uRead, 0);
+            recv(xbsa_DataSocket(), spBlock->bufferPtr + uiRead, spBlock->bufferLen - uiRead, 0);
         if (iReceived < 1) break;
-        uRead += static_cast<size_t>(iReceived);
+        uiRead += static_cast<unsigned int>(iReceived);
     }
     if (iReceived == -1) xbsa_NoteLoss(errno);
-    *upRead = uRead;
-    sGlobal.sSession.dBytes += static_cast<double>(uRead);
-    spBlock->numBytes = static_cast<BSA_UInt16>(uRead);
-    TRACE("BSAGetData: Data read: %d, total: %.0f", static_cast<int>(uRead),
-          sGlobal.sSession.dBytes);
-    TRACE_CALL("BSAGetData: recv() return: %d, read: %d, total: %.0f", static_cast<int>(iReceived),
-               static_cast<int>(uRead), sGlobal.sSession.dBytes);
-    TRACE_CALL("BSAGetData: End");
+    *uipRead = uiRead;
+    sGlobal.sSession.dBytes += uiRead;
+    spBlock->numBytes = static_cast<BSA_UInt16>(uiRead);
+    if (i_Verbosity() >= TRACE_STEPS) TraceRead(iReceived, uiRead);
     return iReceived == -1 ? BSA_RC_ABORT_SYSTEM_ERROR : BSA_RC_SUCCESS;
 }
 
 int BSAGetData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
-    size_t uRead = 0;
+    unsigned int uiRead = 0;
     int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, STOR_MODE);
-    if (iRet == BSA_RC_SUCCESS) iRet = ReadBlock(dataBlockPtr, &uRead);
-    xbsa_NoteDataStatus(iRet, uRead);
+    if (iRet == BSA_RC_SUCCESS) iRet = ReadBlock(dataBlockPtr, &uiRead);
+    xbsa_NoteDataStatus(iRet, uiRead);
     if (iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.iStrict != 0)
     {
         sPrivate.iDataFailed = 1;

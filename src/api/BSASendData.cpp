@@ -54,37 +54,54 @@ __attribute__((noinline, cold)) static ssize_t Recover(const BSA_DataBlock *spBl
     return Resend(spBlock, uSent);
 }
 
-// Sends bufferLen bytes, whatever numBytes says.
-//   upSent  receives the bytes that the system took
-static int SendBlock(const BSA_DataBlock *spBlock, size_t *upSent)
+// Sends the rest of a block of which the first send took a part, nothing or, without bytes to send,
+// was not made.
+//   ipSend  in: result of the first send; out: of the last one
+// Returns the bytes sent in all.
+static unsigned int SendOn(const BSA_DataBlock *spBlock, ssize_t *ipSend)
 {
-    ssize_t iSend = 1;
-    size_t uSent = 0;
-    TRACE_CALL("BSASendData: bufferLen=%u, numBytes=%u", spBlock->bufferLen, spBlock->numBytes);
-    while (iSend > 0 && uSent < spBlock->bufferLen)
+    unsigned int uiSent = 0;
+    while (uiSent < spBlock->bufferLen)
     {
-        iSend = SendRest(spBlock, uSent);
-        if (iSend == -1) iSend = Recover(spBlock, uSent);
-        if (iSend > 0) uSent += static_cast<size_t>(iSend);
+        if (*ipSend == -1) *ipSend = Recover(spBlock, uiSent);
+        if (*ipSend < 1) break;
+        uiSent += static_cast<unsigned int>(*ipSend);
+        if (uiSent < spBlock->bufferLen) *ipSend = SendRest(spBlock, uiSent);
     }
-    *upSent = uSent;
-    sGlobal.sSession.dBytes += static_cast<double>(uSent);
-    TRACE("BSASendData: Data written: %d, total: %.0f", static_cast<int>(uSent),
-          sGlobal.sSession.dBytes);
-    TRACE_CALL("BSASendData: send() return: %d, written: %d, total: %.0f", static_cast<int>(iSend),
-               static_cast<int>(uSent), sGlobal.sSession.dBytes);
-    return iSend == -1 ? BSA_RC_ABORT_SYSTEM_ERROR : BSA_RC_SUCCESS;
+    return uiSent;
 }
 
-int BSASendData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
+__attribute__((noinline, cold)) static int Fail(int iRet, unsigned int uiSent)
 {
-    size_t uSent = 0;
-    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, RETR_MODE);
-    if (iRet == BSA_RC_SUCCESS) iRet = SendBlock(dataBlockPtr, &uSent);
-    if (iRet == BSA_RC_SUCCESS) return iRet;
-
     sPrivate.iDataFailed = 1;
     if (iRet == BSA_RC_ABORT_SYSTEM_ERROR) sPrivate.iDataBroken = 1;
-    xbsa_NoteDataStatus(iRet, uSent);
+    xbsa_NoteDataStatus(iRet, uiSent);
     return iRet;
+}
+
+// The end of a block that did not go through in one call, or that is traced.
+__attribute__((noinline, cold)) static int Finish(const BSA_DataBlock *spBlock, ssize_t iSend)
+{
+    unsigned int uiSent = SendOn(spBlock, &iSend);
+    sGlobal.sSession.dBytes += uiSent;
+    TRACE("BSASendData: Data written: %u, total: %.0f", uiSent, sGlobal.sSession.dBytes);
+    TRACE_CALL("BSASendData: send() return: %d, written: %u, total: %.0f", static_cast<int>(iSend),
+               uiSent, sGlobal.sSession.dBytes);
+    return iSend == -1 ? Fail(BSA_RC_ABORT_SYSTEM_ERROR, uiSent) : BSA_RC_SUCCESS;
+}
+
+// Sends bufferLen bytes, whatever numBytes says. As a rule one send takes them all.
+int BSASendData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
+{
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, RETR_MODE);
+    if (iRet != BSA_RC_SUCCESS) return Fail(iRet, 0);
+
+    TRACE_CALL("BSASendData: bufferLen=%u, numBytes=%u", dataBlockPtr->bufferLen,
+               dataBlockPtr->numBytes);
+    const int iLength = dataBlockPtr->bufferLen;
+    ssize_t iSend = iLength != 0 ? SendRest(dataBlockPtr, 0) : 1;
+    if (iSend != iLength || i_Verbosity() >= TRACE_STEPS) return Finish(dataBlockPtr, iSend);
+
+    sGlobal.sSession.dBytes += iLength;
+    return BSA_RC_SUCCESS;
 }

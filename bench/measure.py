@@ -1,0 +1,185 @@
+"""Runs the peers of the benchmark and takes the figures from what they print and from tools."""
+
+import contextlib
+import json
+import os
+import re
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(ROOT, "sandbox"))
+BLOCK = 65535
+CURL = ["curl", "-sS", "--ftp-port", "127.0.0.1", "--disable-eprt", "-w", '{"wall": %{time_total}}']
+LFTP = "set ftp:passive-mode no; set ftp:ssl-allow no; set xfer:clobber yes; "
+
+
+class Bench:
+    """The programs of one build, a server, and a folder in memory."""
+
+    def __init__(self, build, nagle=False):
+        self.build = build
+        self.library = os.path.join(build, "lib", "libxbsa.so.1")
+        self.peers = os.path.join(build, "bench")
+        memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+        self.folder = tempfile.mkdtemp(prefix="bench", dir=memory)
+        command = [self.peer("sink")] + ["--nagle"] * nagle
+        self.server = subprocess.Popen(command, stdout=subprocess.PIPE, text=True)
+        self.port = self.server.stdout.readline().strip()
+        self.informix = None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.server.terminate()
+        self.server.communicate()
+        shutil.rmtree(self.folder)
+
+    def peer(self, name):
+        return os.path.join(self.peers, name)
+
+    def drive(self, way, size, block=BLOCK, count=1, file=None):
+        """The command line that moves objects through the library."""
+        return [self.peer("drive"), self.library, way, self.port, str(block), str(size),
+                str(count)] + [file] * (file is not None)
+
+    def bare(self, way, size, block=BLOCK):
+        """The same bytes without a library and without a conversation."""
+        return [self.peer("limit"), {"store": "send", "restore": "recv"}[way], str(block), str(size)]
+
+    def talk(self, way, size, count=1):
+        """The same conversation without a library."""
+        return [self.peer("limit"), way, self.port, str(BLOCK), str(size), str(count)]
+
+    def file(self, size):
+        """A file of so many bytes in memory, its pages touched before."""
+        path = os.path.join(self.folder, str(size))
+        if not os.path.exists(path):
+            with open(path, "wb") as file:
+                for _ in range(0, size, 1 << 20):
+                    file.write(bytes(min(size, 1 << 20)))
+        return path
+
+    def curl(self, way, size):
+        url = f"ftp://u:p@127.0.0.1:{self.port}/{size}"
+        return CURL + (["-T", self.file(size), url] if way == "store" else ["-o", "/dev/null", url])
+
+    def lftp(self, way, size):
+        verb = f"put {self.file(size)} -o x" if way == "store" else f"get {size} -o /dev/null"
+        return ["lftp", "-c", f"{LFTP}open -u u,p ftp://127.0.0.1:{self.port}; {verb}"]
+
+    @contextlib.contextmanager
+    def informix_road(self):
+        """Commands given to informix() run with a COM utility in place."""
+        import inifile
+        os.makedirs(os.path.join(self.folder, "bin"), exist_ok=True)
+        utility = os.path.join(self.folder, "bin", "olm_com_interface")
+        shutil.copy(self.peer("limit"), utility)
+        self.informix = {"BENCH_OWNER": "INFORMIX", "BENCH_PORT": self.port, "KORVA_JOB": "job",
+                         "KORVA_SERVER": "server", "BENCH_UTILITY": utility}
+        yield lambda command: inifile.namespace_command(self.folder, command)
+
+
+def sample(command, env=None):
+    """Runs once. The figures that it prints, its CPU seconds and its peak memory with its start."""
+    start = time.monotonic()
+    child = subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
+                             env=os.environ | (env or {}))
+    text = child.stdout.read()
+    _, status, usage = os.wait4(child.pid, 0)
+    child.returncode = os.waitstatus_to_exitcode(status)
+    if child.returncode != 0:
+        sys.exit(f"failed: {' '.join(command)}")
+    took = {"wall": time.monotonic() - start, "cpu": usage.ru_utime + usage.ru_stime,
+            "peak": usage.ru_maxrss * 1024}
+    found = re.search(r"\{.*\}", text)
+    return took | (json.loads(found.group()) if found else {})
+
+
+def together(command, processes, env=None):
+    """The same with several processes at once: the longest wall time."""
+    children = [subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
+                                 env=os.environ | (env or {})) for _ in range(processes)]
+    texts = [child.communicate()[0] for child in children]
+    if any(child.returncode for child in children):
+        sys.exit(f"failed: {' '.join(command)}")
+    return {"wall": max(json.loads(text)["wall"] for text in texts)}
+
+
+def summary(values):
+    ordered = sorted(values)
+    return {"median": statistics.median(ordered), "low": ordered[0], "high": ordered[-1]}
+
+
+def compare(ours, theirs, pairs, fields=("wall",), less=None):
+    """
+    Ours and theirs (callables that give figures) in turn, the first one changing from pair to
+    pair. For each field theirs / ours, so above 1 is better than they; less: figures of theirs
+    that are no part of the transfer, to be taken off. And the medians of both.
+    """
+    ratios, sides = {field: [] for field in fields}, ([], [])
+    for number in range(pairs):
+        if number % 2:
+            other, own = theirs(), ours()
+        else:
+            own, other = ours(), theirs()
+        for field in fields:
+            other[field] -= (less or {}).get(field, 0)
+            ratios[field].append(other[field] / own[field])
+        sides[0].append(own)
+        sides[1].append(other)
+    return [summary(ratios[field]) | {
+        "ours": statistics.median(own[field] for own in sides[0]),
+        "theirs": statistics.median(other[field] for other in sides[1])} for field in fields]
+
+
+def system_calls(command, env=None):
+    """How often each system call was made, as strace -c counts them."""
+    with tempfile.NamedTemporaryFile("r") as file:
+        subprocess.run(["strace", "-c", "-o", file.name] + command, check=True,
+                       stdout=subprocess.DEVNULL, env=os.environ | (env or {}))
+        rows = [line.split() for line in file if re.match(r"\s+\d", line)]
+    return {row[-1]: int(row[3]) for row in rows if row[-1] != "total"}
+
+
+def calls_for(less, more, times, env=None):
+    """System calls of one of the times by which the second command does more than the first."""
+    first, second = system_calls(less, env), system_calls(more, env)
+    extra = {name: (count - first.get(name, 0)) / times for name, count in second.items()}
+    return {name: round(count, 2) for name, count in sorted(extra.items()) if count}
+
+
+def instructions(command, function, library, env=None):
+    """
+    Instructions of one call of the library's function: in the library itself, and in all that it
+    calls outside the kernel.
+    """
+    with tempfile.NamedTemporaryFile("r") as file:
+        subprocess.run(["valgrind", "--tool=callgrind", "--compress-strings=no", "-q",
+                        "--compress-pos=no", f"--toggle-collect={function}",
+                        f"--callgrind-out-file={file.name}"] + command, check=True,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                       env=os.environ | (env or {}))
+        inside = total = calls = 0
+        owner = callee = ""
+        called = False
+        for line in file:
+            key, _, value = line.strip().partition("=")
+            if key == "ob":
+                owner = value
+            elif key == "cfn":
+                callee = value
+            elif key == "calls":
+                calls += int(value.split()[0]) if callee == function else 0
+                called = True
+            elif re.match(r"\d+ \d+$", line):
+                cost = 0 if called else int(line.split()[1])
+                inside += cost if os.path.basename(owner).startswith("libxbsa") else 0
+                total += cost
+                called = False
+    return round(inside / calls, 1), round(total / calls, 1)
