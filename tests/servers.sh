@@ -3,11 +3,11 @@
 # they exclude each other. Needs no root. Usage: servers.sh FOLDER
 set -eu
 packages="proftpd-core vsftpd python3-pyftpdlib libhiredis0.14 libmemcached11 libmemcachedutil2
-    libpcre2-posix3 libwrap0 libcap2 libpam0g libidn2-0 libsasl2-2 libnsl2 libtirpc3"
+    libhashkit2 libpcre2-posix3 libwrap0 libcap2 libpam0g libidn2-0 libsasl2-2 libnsl2 libtirpc3"
 mkdir -p "$1"
 cd "$1"
-[ ! -e complete ] || exit 0
+[ "$(cat complete 2>/dev/null)" != "$packages" ] || exit 0 # another list: fetched again
 apt-get download $packages || { echo "servers.sh: no FTP daemons: apt-get update?" >&2; exit 1; }
 for package in *.deb; do dpkg -x "$package" .; done
 rm -f ./*.deb
-touch complete
+echo "$packages" >complete
