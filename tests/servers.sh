@@ -7,7 +7,7 @@ packages="proftpd-core vsftpd pure-ftpd python3-pyftpdlib libhiredis0.14 libmemc
     libtirpc3 libsodium23 libhashkit2"
 mkdir -p "$1"
 cd "$1"
-[ "$(cat complete 2>/dev/null)" != "$packages" ] || exit 0
+[ "$(cat complete 2>/dev/null)" != "$packages" ] || exit 0 # another list: fetched again
 apt-get download $packages || { echo "servers.sh: no FTP daemons: apt-get update?" >&2; exit 1; }
 for package in *.deb; do dpkg -x "$package" .; done
 rm -f ./*.deb
