@@ -10,7 +10,7 @@ import tempfile
 import traceback
 
 LIBRARY = os.environ["XBSA_LIBRARY"]
-SANITIZED = "LD_PRELOAD" in os.environ
+SANITIZED = "libasan" in os.environ.get("LD_PRELOAD", "")
 DEADLINE = 150  # seconds after which a scenario counts as hung
 
 TraceSink = c.CFUNCTYPE(None, c.c_char_p)
