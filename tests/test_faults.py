@@ -119,7 +119,7 @@ class Plain(Road, unittest.TestCase):
         return x.init(b"BSA_API_VERSION=1.0.1", b"BSA_TIMEOUT=2", host)
 
     def prepare(self, action):
-        self.server = Daemon("proftpd")
+        self.server = Daemon("vsftpd")
         self.names = {"owner": self.server.owner, "path": b".", "name": b"obj"}
         if action == "restore":
             with open(os.path.join(self.server.data, "obj"), "wb") as file:
