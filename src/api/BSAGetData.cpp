@@ -22,7 +22,11 @@ static int ReadBlock(BSA_DataBlock *spBlock, size_t *upRead)
         if (iReceived < 1) break;
         uRead += static_cast<size_t>(iReceived);
     }
-    if (iReceived == -1) xbsa_NoteLoss(errno);
+    if (iReceived == -1)
+    {
+        SysErrorTxt(GetSockErrCode(), 3, "Data receiving failed.");
+        xbsa_NoteLoss(errno);
+    }
     *upRead = uRead;
     sGlobal.sSession.dBytes += static_cast<double>(uRead);
     spBlock->numBytes = static_cast<BSA_UInt16>(uRead);
