@@ -55,12 +55,15 @@ class Sandbox:
     def fault(self, line):
         write_plain(os.path.join(self.folder, "faults"), line + "\n")
 
-    def states(self):
-        """Of all objects, oldest first."""
+    def objects(self):
+        """What the catalogue says of each, oldest first."""
         catalogue = Catalogue(self.folder)
         rows = catalogue.table()
         catalogue.db.close()
-        return [dict(zip(rows[0], row))["state"] for row in rows[1:]]
+        return [dict(zip(rows[0], row)) for row in rows[1:]]
+
+    def states(self):
+        return [each["state"] for each in self.objects()]
 
 
 def start(x):
@@ -96,6 +99,7 @@ def under_faults(x, sandbox, lines):
     for line in lines:
         sandbox.fault(line)
         found.append(x.store())
+        assert bool(x.last_error()) == any(found[-1]), line
     sandbox.fault("")
     there_and_back(x, b"after all that")
     return found

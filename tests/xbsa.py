@@ -10,7 +10,7 @@ import tempfile
 import traceback
 
 LIBRARY = os.environ["XBSA_LIBRARY"]
-SANITIZED = "LD_PRELOAD" in os.environ
+SANITIZED = "libasan" in os.environ.get("LD_PRELOAD", "")
 COUNTED = "XBSA_COVERAGE" in os.environ  # the library counts which of its lines run
 DEADLINE = 150  # seconds after which a scenario counts as hung
 

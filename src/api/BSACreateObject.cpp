@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <sys/socket.h>
 
 #include "api/object.h"
 #include "session/record.h"
@@ -62,8 +61,7 @@ static int OpenTransfer()
         TRACE("BSACreateObject: xbsa_open() call failed. Exiting.");
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
-    struct linger sReset = {1, 0};
-    setsockopt(xbsa_DataSocket(), SOL_SOCKET, SO_LINGER, &sReset, sizeof sReset);
+    x_ResetAtClose(xbsa_DataSocket());
     return BSA_RC_SUCCESS;
 }
 

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <sys/socket.h>
 
+#include "api/object.h"
 #include "session/record.h"
 #include "trace/trace.h"
 
@@ -59,7 +60,9 @@ static int CloseTransfer()
     if (sGlobal.sSession.SData <= 0) return BSA_RC_ABORT_SYSTEM_ERROR;
     AllowOrderlyEnd();
     int iRet = xbsa_CloseData();
-    return iRet == 0 ? ReadClosingReply() : iRet;
+    if (iRet == 0) return ReadClosingReply();
+    SysErrorTxt(GetSockErrCode(), 3, "close() of the data connection failed.");
+    return iRet;
 }
 
 static int FailGivenUp()
@@ -123,6 +126,7 @@ static int CloseJob(int iRet)
     }
     if (sGlobal.iQAB == 0) return iRet;
     iRet = com_intf(eTask, &sGlobal.sCOM);
+    xbsa_ReportJob(iRet);
     return sPrivate.iJobMissing != 0 ? static_cast<int>(BSA_RC_ABORT_SYSTEM_ERROR) : iRet;
 }
 

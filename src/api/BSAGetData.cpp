@@ -14,6 +14,12 @@ __attribute__((noinline, cold)) static void TraceRead(ssize_t iReceived, unsigne
     TRACE_CALL("BSAGetData: End");
 }
 
+__attribute__((noinline, cold)) static void NoteFailure(int iError)
+{
+    xbsa_NoteLoss(iError);
+    SysErrorTxt(static_cast<unsigned long>(iError), 3, "Data receiving failed.");
+}
+
 // Reads until the buffer is full or the server has closed.
 //   uipRead  receives the bytes read
 static int ReadBlock(BSA_DataBlock *spBlock, unsigned int *uipRead)
@@ -30,7 +36,7 @@ static int ReadBlock(BSA_DataBlock *spBlock, unsigned int *uipRead)
         if (iReceived < 1) break;
         uiRead += static_cast<unsigned int>(iReceived);
     }
-    if (iReceived == -1) xbsa_NoteLoss(errno);
+    if (iReceived == -1) NoteFailure(errno);
     *uipRead = uiRead;
     sGlobal.sSession.dBytes += uiRead;
     spBlock->numBytes = static_cast<BSA_UInt16>(uiRead);

@@ -36,11 +36,17 @@ void xbsa_NewObject()
     xbsa_GiveUpTransfer(GIVEN_UP_RESTORE);
 }
 
+void xbsa_ReportJob(int iRet)
+{
+    if (iRet > 0) SysErrorTxt(0, 0, "The COM utility could not be run.");
+    if (iRet == -1) SysErrorTxt(0, 0, "The COM utility refused, or its answer cannot be used.");
+}
+
 int xbsa_OpenJob(ENUM_COM_TASK eTask)
 {
     int iRet = com_intf(eTask, &sGlobal.sCOM);
     sPrivate.iJobMissing = iRet > 0;
-    if (iRet > 0) SysErrorTxt(0, 0, "The COM utility could not be run.");
+    xbsa_ReportJob(iRet);
     return iRet == -1 ? -1 : 0;
 }
 

@@ -15,6 +15,9 @@ void xbsa_NewObject();
 // that could not be run is no refusal here; BSAEndData then fails.
 int xbsa_OpenJob(ENUM_COM_TASK eTask);
 
+// Leaves the last message for a run of the utility that failed: 1 not run, -1 refused.
+void xbsa_ReportJob(int iRet);
+
 // Takes login, object name and path from a descriptor into sSMS.
 void xbsa_TakeLogin(const char *cpFunction, const BSA_ObjectDescriptor *spObject);
 

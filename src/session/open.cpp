@@ -206,6 +206,7 @@ static int Retrieve(OPEN_WORK *spWork)
     char *cpName = static_cast<char *>(x_Malloc(XBSA_REPLY_SIZE));
     if (cpName == nullptr)
     {
+        SysErrorTxt(0, 0, "Not enough memory for the transfer.");
         TRACE("xbsa_open: malloc() return NULL. Not enough space.");
         return STOP_SEQUENCE;
     }

@@ -38,17 +38,18 @@ static int RemainingTime(long long llStart)
 }
 
 // Only strict mode asks where the connection comes from: anybody who can reach the port could
-// otherwise feed a restore or take a backup.
-static bool IsServer(int SControl, const struct sockaddr_in *spPeer)
+// otherwise feed a restore or take a backup. Returns 1 or 0, or -1 with errno when the system cannot
+// tell.
+static int IsServer(int SControl, const struct sockaddr_in *spPeer)
 {
-    if (sPrivate.iStrict == 0) return true;
+    if (sPrivate.iStrict == 0) return 1;
     struct sockaddr_in sServer = {};
     socklen_t uSize = sizeof sServer;
     if (getpeername(SControl, reinterpret_cast<struct sockaddr *>(&sServer), &uSize) == -1)
     {
-        return false;
+        return -1;
     }
-    return sServer.sin_addr.s_addr == spPeer->sin_addr.s_addr;
+    return sServer.sin_addr.s_addr == spPeer->sin_addr.s_addr ? 1 : 0;
 }
 
 // Returns the data socket, or -1 with errno; EAGAIN after a connection that was turned away.
@@ -58,11 +59,15 @@ static int TakeConnection(int hListener, int SControl, const STPC_TRANSFER *spTr
     socklen_t uSize = sizeof sPeer;
     struct sockaddr *spPeer = reinterpret_cast<struct sockaddr *>(&sPeer);
     int hData = x_HighDescriptor(accept4(hListener, spPeer, &uSize, SOCK_CLOEXEC));
-    if (hData == -1 || IsServer(SControl, &sPeer)) return hData;
+    int iServer = hData != -1 ? IsServer(SControl, &sPeer) : 1;
+    if (iServer == 1) return hData;
 
-    TRACE("%s: Data connection from another address refused.", spTransfer->cpFunction);
+    int iError = iServer == 0 ? EAGAIN : errno;
+    if (iServer == 0)
+        TRACE("%s: Data connection from another address refused.", spTransfer->cpFunction);
+    else x_ResetAtClose(hData);
     SOCKET_close(hData);
-    errno = EAGAIN;
+    errno = iError;
     return -1;
 }
 

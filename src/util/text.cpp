@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 int x_CopyText(char *cpTarget, size_t uSize, const char *cpText, size_t uMaxLength)
@@ -46,12 +47,19 @@ char *x_SkipSpaces(char *cpText)
     return cpText;
 }
 
+void x_ResetAtClose(int hSocket)
+{
+    struct linger sReset = {1, 0};
+    setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &sReset, sizeof sReset);
+}
+
 int x_HighDescriptor(int hDescriptor)
 {
     if (hDescriptor == -1 || hDescriptor > STDERR_FILENO) return hDescriptor;
 
     int hHigh = fcntl(hDescriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     int iError = errno;
+    if (hHigh == -1) x_ResetAtClose(hDescriptor); // nothing was stored through it
     close(hDescriptor);
     errno = iError;
     return hHigh;

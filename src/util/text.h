@@ -24,4 +24,7 @@ char *x_SkipSpaces(char *cpText);
 // must not become its standard error. Takes -1 too. Returns the new number, or -1 with errno.
 int x_HighDescriptor(int hDescriptor);
 
+// Makes the close of a connection a reset: to a server the plain end of one means a whole object.
+void x_ResetAtClose(int hSocket);
+
 #endif

@@ -1,0 +1,166 @@
+"""Every call of the library fails, once and from then on: what comes out is right or says no."""
+import ctypes as c
+import errno
+import hashlib
+import itertools
+import os
+import shutil
+import unittest
+
+from ftpd import Daemon
+from test_com import setUpModule as private_etc
+from test_sandbox import Sandbox
+from xbsa import pattern, run
+
+FULL = os.environ.get("XBSA_FAULTS") == "all"
+DATA = pattern(70000)
+LOG = {"XBSA_TRACE": "2", "XBSA_LOGFILE": "xbsa.log"}
+
+# How the calls of both roads fail, then those of one alone; SHORT moves one byte.
+PLAIN = """malloc:ENOMEM socket:EMFILE,ENOMEM bind:ENOMEM listen:ENOMEM getsockname:ENOMEM
+    accept4:EMFILE,ENOMEM,EINTR,EAGAIN,ECONNRESET connect:EINTR,EAGAIN,ENOMEM,ECONNRESET
+    setsockopt:ENOMEM poll:ENOMEM,EINTR open:EMFILE,ENOMEM,EINTR,ENOSPC
+    send:ECONNRESET,EPIPE,EINTR,EAGAIN,ENOMEM,SHORT recv:ECONNRESET,EINTR,EAGAIN,ENOMEM,SHORT
+    lseek:EPIPE write:ENOSPC,EPIPE,EINTR,EAGAIN,SHORT close:EINTR,ENOSPC
+    gethostbyname:EAGAIN,ENOMEM"""
+INFORMIX = PLAIN + """ fdopen:ENOMEM fgets:EINTR,ENOMEM fread:EINTR,ENOMEM,SHORT fclose:EINTR
+    popen:EMFILE,EAGAIN,ENOMEM pclose:EINTR getpwuid:EINTR,EMFILE,ENOMEM
+    gethostbyaddr:EAGAIN,ENOMEM"""
+# Strict mode, whether 0 to 2 are closed in the host, and what is called there alone.
+HOSTS = [("0", False, ""), ("1", False, " getpeername:ENOMEM"), ("1", True, " fcntl:EMFILE")]
+
+
+def series(table, growth):
+    """
+    Generators of (call, number, on, error), each to be taken from until no call was left to fail.
+    In CI the number grows by its part, and the ways to fail take turns.
+    """
+    for row in table.split():
+        call, _, errors = row.partition(":")
+        ways = list(itertools.product((0, 1), errors.split(",")))
+        if FULL:
+            for way in ways:
+                yield [(call, number, *way) for number in range(1, 5000)]
+        else:
+            numbers = itertools.accumulate(range(20), lambda last, _: last + 1 + last // growth)
+            yield [(call, number + 1, *way) for number, way in zip(numbers, itertools.cycle(ways))]
+
+
+def attempt(x, road, action, closed, fault):
+    """A transfer under the fault and, after a failure, a good one; what the caller sees of both."""
+    call, number, on, error = fault
+    shim, names = c.CDLL(None), road.names
+    for low in range(3 if closed else 0):
+        os.close(low)
+    assert shim.shim_arm(call.encode(), number, on, getattr(errno, error, 0))
+    codes, data = [road.begin(x)], DATA
+    if codes == [0] and action == "store":
+        codes = x.store(DATA, **names)
+    elif codes == [0]:
+        codes, data = x.restore(**names)
+    hits, message, again = shim.shim_hits(), x.last_error(), [0, 0, 0]
+    shim.shim_arm(b"malloc", 0, 0, 0)
+    if any(codes):
+        road.begin(x)
+        again = x.store(b"after that", **names | {"name": b"next"})
+    lost = shim.shim_blocks() - bool(x.state.cpTraceBuffer)
+    for low in range(3 if closed else 0):
+        os.open("/dev/null", os.O_RDWR)
+    return codes, data == DATA, message, again, lost, hits
+
+
+class Road:
+    """Begins a session and knows what the server holds; what all faults have in common."""
+    injected = 0
+
+    def test_faults(self):
+        for strict, closed, table in HOSTS:
+            for action in ("store", "restore"):
+                table = self.table + table if FULL or not table else table
+                left = self.drive(action, closed, strict, table)
+                self.assertEqual(left, set(), "never failed")
+        print(f"{self.injected} faults injected")
+
+    def drive(self, action, closed, strict, table):
+        """Every fault of the table. Returns the calls of which none failed."""
+        left = {row.partition(":")[0] for row in table.split()}
+        for faults in series(table, self.growth):
+            for fault in faults:
+                hits = 1
+                with self.subTest(action=action, closed=closed, strict=strict, fault=fault):
+                    self.prepare(action)
+                    hits = self.inject(action, closed, {"KORVA_STRICT": strict} | LOG, fault)
+                self.tidy()
+                if hits == 0:
+                    break
+                self.injected += hits
+                left.discard(fault[0])
+        return left
+
+    def inject(self, action, closed, env, fault):
+        """One fault. Returns how many calls failed."""
+        got = run(attempt, self, action, closed, fault, server=self.server, level=None, env=env,
+                  deadline=60)
+        codes, right, message, again, lost, hits = got.value
+        self.assertEqual((again, lost), ([0, 0, 0], 0))
+        if any(codes):
+            self.assertTrue(message, f"{codes}, but no last message")
+        else:
+            self.assertTrue(right, "wrong data, and nothing told so")
+        if action == "store":
+            left = self.stored()
+            self.assertTrue(left == [DATA] or left == [] and any(codes), f"{codes}, but stored "
+                            f"{[(len(data), data[:20]) for data in left]}")
+        return hits
+
+
+class Plain(Road, unittest.TestCase):
+    table, growth = PLAIN, 2
+
+    def begin(self, x):
+        host = b"BSA_SERVICE_HOST=127.0.0.1:%d" % self.server.port
+        return x.init(b"BSA_API_VERSION=1.0.1", b"BSA_TIMEOUT=2", host)
+
+    def prepare(self, action):
+        self.server = Daemon("vsftpd")
+        self.names = {"owner": self.server.owner, "path": b".", "name": b"obj"}
+        if action == "restore":
+            with open(os.path.join(self.server.data, "obj"), "wb") as file:
+                file.write(DATA)
+
+    def tidy(self):
+        shutil.rmtree(self.server.folder)
+
+    def stored(self):
+        return [data for name, data in self.server.stored().items() if name != "next"]
+
+
+class Informix(Road, unittest.TestCase):
+    """Where the server asks which account on which host logs in."""
+    table, growth, server = INFORMIX, 1, None
+
+    def setUp(self):
+        private_etc()
+        self.sandbox = Sandbox(self, "--login", "identity")
+
+        def store(x):
+            self.begin(x)
+            return x.store(DATA), x.state.sObject.sBSA_Object.copyId.right
+        codes, copy = run(store).value
+        self.assertEqual(codes, [0, 0, 0])
+        self.names = {"copy_id": copy}
+
+    def begin(self, x):
+        return x.init(b"BSA_API_VERSION=1.0.1", b"BSA_TIMEOUT=2", owner=b"INFORMIX")
+
+    def prepare(self, action):
+        self.known = len(self.sandbox.objects())
+
+    def tidy(self):
+        """The sandbox stays."""
+
+    def stored(self):
+        """What the store under the fault left to be restored."""
+        sums = [each["sha256"] for each in self.sandbox.objects()[self.known:]
+                if (each["space"], each["state"]) == ("obj", "good")]
+        return [DATA if each == hashlib.sha256(DATA).hexdigest() else each for each in sums]
