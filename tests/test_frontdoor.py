@@ -90,9 +90,12 @@ class Explain(unittest.TestCase):
         stamp = " 2026-11-24 17:46:34: Trace: (QAB library) "
         for line, entry in [(stamp + line, entry) for line, entry in LINES] + TYPED:
             self.assertEqual(tool("explain", *line.split()).stdout[:len(entry)], entry, line)
-        got = tool("explain", "no", "such", "quux")
-        self.assertEqual((got.returncode, got.stdout), (1, ""))
-        self.assertIn("try fewer words", got.stderr)
+        for words, code, reason in ((["no", "such", "quux"], 1, "try fewer words"),
+                                    ([" "], 2, "no word"), (["--markdown", "3"], 2, "prints all")):
+            got = tool("explain", *words)
+            self.assertEqual((got.returncode, got.stdout), (code, ""))
+            self.assertIn(reason, got.stderr)
+        self.assertEqual(tool("explain").stdout[:3], "== ")
 
 
 ONCONFIG = "ROOTNAME rootdbs\nbar_bsalib_path\t/old.so # mine\nBAR_XFER_BUF_SIZE 64\nMSGPATH /x\n"
@@ -140,7 +143,8 @@ class Setup(unittest.TestCase):
                  "restore_signals": False}
         for arguments, code, text, options in [
                 (["--yes"], 2, "no absolute path", {"folder": "informix"}),
-                (["--yes"], 1, "has no etc", {"folder": os.path.join(self.folder, "lib")}),
+                (["--yes"], 1, "no database's folder", {"folder": os.path.join(self.folder, "lib")}),
+                (["--yes"], 1, "/none/etc is missing: no", {"folder": "/none"}),
                 (["--onconfig", "none", "--yes"], 1, "does not exist", {}),
                 (["--onconfig", "linked", "--yes"], 1, "is no plain file", {}),
                 (["--onconfig", "../onconfig", "--yes"], 2, "is the name of a file", {}),
@@ -204,6 +208,20 @@ class Setup(unittest.TestCase):
         self.setup("--undo", "--yes")
         self.assertEqual(self.tree()["etc/onconfig"][3], "PHYSFILE 1\n" + ONCONFIG)
         self.assertNotIn("lib/ibsad001.so", self.tree())
+
+    def test_damaged_journal(self):
+        """What undo needs is cut short: the copies are named, and nothing is touched."""
+        self.setup("--yes")
+        for size in range(0, len(self.tree()["etc/xbsa-setup.json"][3]), 100):
+            with open(os.path.join(self.folder, "etc/xbsa-setup.json"), encoding="ascii") as file:
+                whole = file.read()
+            self.write("etc/xbsa-setup.json", whole[:size])
+            before = self.tree()
+            got = self.setup("--undo", "--yes", want=1)
+            self.assertIn("before-xbsa", got)
+            self.assertNotIn("json.exception", got)
+            self.assertEqual(self.tree(), before)
+            self.write("etc/xbsa-setup.json", whole)
 
     def test_two_servers(self):
         """What two onconfigs share stays until the second is unhooked, also after a move."""

@@ -6,16 +6,20 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
-#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
 
 #include "errors.h"
 
 namespace
 {
 using CLOCK = std::chrono::steady_clock;
+
+constexpr const char *FAILED = "failure"; // the work's own error
 
 constexpr size_t LONGEST = 1 << 20; // bytes of a result: a mad library must not fill the memory
 
@@ -31,17 +35,41 @@ void BecomeChild(pid_t I_iParent)
     sigprocmask(SIG_SETMASK, &sNone, nullptr);
 }
 
-std::string ResultOf(const std::function<JSON()> &I_fpWork)
+// Name, size and value of each; an empty name ends the text.
+std::string Packed(const RESULT &I_sAnswer)
 {
-    JSON sAnswer;
+    std::string strText;
+    for (const auto &[strName, strValue] : I_sAnswer)
+        (strText += strName + '\n').append(std::to_string(strValue.size()) + '\n').append(strValue);
+    return strText + '\n';
+}
+
+std::optional<RESULT> Unpacked(const std::string &I_strText)
+{
+    RESULT sAnswer;
+    std::istringstream sText(I_strText);
+    std::string strName;
+    while (std::getline(sText, strName) && !strName.empty())
+    {
+        size_t uSize = 0;
+        sText >> uSize;
+        std::string strValue(std::min(uSize, LONGEST), ' ');
+        sText.ignore().read(strValue.data(), static_cast<std::streamsize>(strValue.size()));
+        sAnswer[strName] = strValue;
+    }
+    if (!sText) return {};
+    return sAnswer;
+}
+
+std::string ResultOf(const std::function<RESULT()> &I_fpWork)
+{
     try
     {
-        sAnswer["result"] = I_fpWork();
+        return Packed(I_fpWork());
     } catch (const std::exception &sError)
     {
-        sAnswer["failure"] = sError.what();
+        return Packed({{FAILED, sError.what()}});
     }
-    return sAnswer.dump(-1, ' ', false, JSON::error_handler_t::replace);
 }
 
 void WriteAll(int I_iFile, const std::string &I_strText)
@@ -63,7 +91,7 @@ FAILURE DeathOf(int I_iStatus)
 }
 } // namespace
 
-CChild::CChild(const std::function<JSON()> &I_fpWork)
+CChild::CChild(const std::function<RESULT()> &I_fpWork)
 {
     std::array<int, 2> aiPipe{};
     if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw SystemFailure("a pipe");
@@ -115,7 +143,7 @@ std::string CChild::ReadAll(std::chrono::milliseconds I_sTime) const
     return strText;
 }
 
-JSON CChild::Wait(std::chrono::milliseconds I_sTime)
+RESULT CChild::Wait(std::chrono::milliseconds I_sTime)
 {
     const std::string strText = ReadAll(I_sTime);
     if (strText.empty())
@@ -125,8 +153,8 @@ JSON CChild::Wait(std::chrono::milliseconds I_sTime)
         iProcess = -1;
         throw DeathOf(iStatus);
     }
-    const JSON sAnswer = JSON::parse(strText, nullptr, false);
-    if (sAnswer.is_discarded()) throw FAILURE("ended in the middle of its result");
-    if (sAnswer.contains("failure")) throw FAILURE(sAnswer["failure"].get<std::string>());
-    return sAnswer["result"];
+    const std::optional<RESULT> sAnswer = Unpacked(strText);
+    if (!sAnswer) throw FAILURE("ended in the middle of its result");
+    if (sAnswer->count(FAILED) != 0) throw FAILURE(sAnswer->at(FAILED));
+    return *sAnswer;
 }

@@ -6,21 +6,22 @@
 
 #include <chrono>
 #include <functional>
-#include <nlohmann/json_fwd.hpp>
+#include <map>
+#include <string>
 
-using JSON = nlohmann::ordered_json;
+using RESULT = std::map<std::string, std::string>; // by names without a line end
 
 class CChild
 {
   public:
     // Starts the work; what it returns comes back from Wait.
-    explicit CChild(const std::function<JSON()> &I_fpWork);
+    explicit CChild(const std::function<RESULT()> &I_fpWork);
     CChild(const CChild &) = delete;
     CChild &operator=(const CChild &) = delete;
     ~CChild(); // ends the process and what it has started
 
     // Throws FAILURE when the work threw one, crashed, or did not end in time.
-    JSON Wait(std::chrono::milliseconds I_sTime);
+    RESULT Wait(std::chrono::milliseconds I_sTime);
 
   private:
     std::string ReadAll(std::chrono::milliseconds I_sTime) const;

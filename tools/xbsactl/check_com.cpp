@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 #include <vector>
 
@@ -106,7 +105,7 @@ std::string ReadPipe(int I_iPipe)
 }
 
 // A query for a copy that does not exist: the answer is OK and names none. Runs in a child.
-JSON Query(const std::string &I_strPath)
+RESULT Query(const std::string &I_strPath)
 {
     std::array<int, 2> aiPipe{};
     if (pipe(aiPipe.data()) == -1) throw SystemFailure("a pipe");
@@ -193,7 +192,7 @@ class CUtility
 
     bool Answer()
     {
-        JSON sAnswer;
+        RESULT sAnswer;
         try
         {
             sAnswer = CChild([this] { return Query(strPath); }).Wait(sBound);
@@ -203,7 +202,7 @@ class CUtility
                          "run " + strPath + " -q by hand and see what it waits for");
             return false;
         }
-        return Judge(sAnswer["text"], sAnswer["end"]);
+        return Judge(sAnswer.at("text"), sAnswer.at("end"));
     }
 
   private:

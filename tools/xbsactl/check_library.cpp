@@ -10,7 +10,6 @@
 #include <climits>
 #include <cstdlib>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <vector>
 
 #include "check_child.h"
@@ -91,16 +90,16 @@ void *Load(const std::string &I_strPath)
 }
 
 // Where the loader finds a name without a folder.
-JSON Locate(const std::string &I_strName)
+RESULT Locate(const std::string &I_strName)
 {
     link_map *spMap = nullptr;
     if (dlinfo(Load(I_strName), RTLD_DI_LINKMAP, &spMap) != 0) throw FAILURE("not to be located");
-    return spMap->l_name;
+    return {{"path", spMap->l_name}};
 }
 
 // Version and provider, as the database's tool asks for them at its start. The library's trace is
 // left alone: a check of the library needs no log.
-void Ask(void *vpLibrary, JSON &I_sAnswer)
+void Ask(void *vpLibrary, RESULT &I_sAnswer)
 {
     unsetenv("XBSA_TRACE");
     BSA_ApiVersion sVersion{};
@@ -116,14 +115,14 @@ void Ask(void *vpLibrary, JSON &I_sAnswer)
         throw FAILURE("the library does not tell its version");
     I_sAnswer["version"] = std::to_string(sVersion.issue) + "." + std::to_string(sVersion.version) +
                            "." + std::to_string(sVersion.level);
-    I_sAnswer["provider"] = std::string(szProvider.data());
-    I_sAnswer["delimiter"] = std::string(szDelimiter.data());
+    I_sAnswer["provider"] = szProvider.data();
+    I_sAnswer["delimiter"] = szDelimiter.data();
 }
 
-JSON Inspect(const std::string &I_strPath)
+RESULT Inspect(const std::string &I_strPath)
 {
     void *vpLibrary = Load(I_strPath);
-    JSON sAnswer = {{"missing", ""}};
+    RESULT sAnswer = {{"missing", ""}};
     std::string strMissing;
     for (const char *cpCall : CALLS)
         if (dlsym(vpLibrary, cpCall) == nullptr) strMissing += std::string(" ") + cpCall;
@@ -181,7 +180,7 @@ class CInspection
         try
         {
             if (strPath.find('/') == std::string::npos)
-                strPath = CChild([this] { return Locate(strPath); }).Wait(LOADING);
+                strPath = CChild([this] { return Locate(strPath); }).Wait(LOADING).at("path");
         } catch (const FAILURE &sError)
         {
             sReport.Fail("library.file", sError.what(),
@@ -220,7 +219,7 @@ class CInspection
 
     void Load()
     {
-        JSON sAnswer;
+        RESULT sAnswer;
         try
         {
             sAnswer = CChild([this] { return Inspect(strPath); }).Wait(LOADING);
@@ -236,9 +235,9 @@ class CInspection
         Calls(sAnswer);
     }
 
-    void Calls(const JSON &I_sAnswer)
+    void Calls(const RESULT &I_sAnswer)
     {
-        const std::string strMissing = I_sAnswer["missing"];
+        const std::string strMissing = I_sAnswer.at("missing");
         if (!strMissing.empty())
         {
             sReport.Fail("library.calls", "missing:" + strMissing,
@@ -248,9 +247,9 @@ class CInspection
         }
         sReport.Ok("library.calls", "all " + std::to_string(CALLS.size()) + " are there");
         sResult.strRow =
-            RowFor(I_sAnswer["version"], I_sAnswer["provider"], I_sAnswer["delimiter"]);
-        const std::string strFound = "interface " + I_sAnswer["version"].get<std::string>() +
-                                     ", provider " + I_sAnswer["provider"].get<std::string>();
+            RowFor(I_sAnswer.at("version"), I_sAnswer.at("provider"), I_sAnswer.at("delimiter"));
+        const std::string strFound =
+            "interface " + I_sAnswer.at("version") + ", provider " + I_sAnswer.at("provider");
         if (sResult.strRow.empty())
             sReport.Warn("library.version", strFound + ": not Korva's",
                          "name the library that you mean with --library PATH");

@@ -4,7 +4,6 @@
 #include <netdb.h>
 
 #include <array>
-#include <nlohmann/json.hpp>
 
 #include "check_child.h"
 #include "check_ftp.h"
@@ -12,13 +11,13 @@
 
 namespace
 {
-JSON Describe(const addrinfo &I_sFirst)
+RESULT Describe(const addrinfo &I_sFirst)
 {
     const auto *spAddress = reinterpret_cast<const sockaddr_in *>(I_sFirst.ai_addr);
-    JSON sAnswer = {{"address", ftp_Text(spAddress->sin_addr)}, {"count", 0}, {"reverse", ""}};
+    RESULT sAnswer = {{"address", ftp_Text(spAddress->sin_addr)}, {"reverse", ""}};
     size_t uCount = 0;
     for (const addrinfo *spEach = &I_sFirst; spEach != nullptr; spEach = spEach->ai_next) uCount++;
-    sAnswer["count"] = uCount;
+    sAnswer["count"] = std::to_string(uCount);
     std::array<char, NI_MAXHOST> szName{};
     if (getnameinfo(I_sFirst.ai_addr, I_sFirst.ai_addrlen, szName.data(), szName.size(), nullptr, 0,
                     NI_NAMEREQD) == 0)
@@ -26,7 +25,7 @@ JSON Describe(const addrinfo &I_sFirst)
     return sAnswer;
 }
 
-JSON Resolve(const std::string &I_strHost)
+RESULT Resolve(const std::string &I_strHost)
 {
     addrinfo sHints{};
     sHints.ai_family = AF_INET;
@@ -40,10 +39,10 @@ JSON Resolve(const std::string &I_strHost)
 
 RESOLVED resolve_Host(const std::string &I_strHost, std::chrono::milliseconds I_sBound)
 {
-    const JSON sAnswer = CChild([&I_strHost] { return Resolve(I_strHost); }).Wait(I_sBound);
+    const RESULT sAnswer = CChild([&I_strHost] { return Resolve(I_strHost); }).Wait(I_sBound);
     RESOLVED sResolved;
-    inet_pton(AF_INET, sAnswer["address"].get<std::string>().c_str(), &sResolved.sAddress);
-    sResolved.uAddresses = sAnswer["count"];
-    sResolved.strReverse = sAnswer["reverse"];
+    inet_pton(AF_INET, sAnswer.at("address").c_str(), &sResolved.sAddress);
+    sResolved.uAddresses = std::stoul(sAnswer.at("count"));
+    sResolved.strReverse = sAnswer.at("reverse");
     return sResolved;
 }

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <random>
 
 #include "check_advice.h"
@@ -89,18 +88,18 @@ std::string NamedHost(const SETTINGS &I_sSettings)
 }
 
 // The whole way of one object. I_fpMeet runs while the transfer is open.
-void Go(const SETTINGS &I_sSettings, const std::function<void()> &I_fpMeet, JSON &I_sResult)
+void Go(const SETTINGS &I_sSettings, const std::function<void()> &I_fpMeet, RESULT &I_sResult)
 {
     std::string strData = Content();
     CLOCK::time_point sStart = CLOCK::now();
     CSession sSession(I_sSettings);
     BSA_ObjectDescriptor sObject = session_Object(I_sSettings);
     sSession.Create(sObject);
-    I_sResult["begun"] = true;
-    if (I_sSettings.bInformix) I_sResult["copy"] = sObject.copyId.right;
+    I_sResult["begun"];
+    if (I_sSettings.bInformix) I_sResult["copy"] = std::to_string(sObject.copyId.right);
     I_fpMeet();
     Store(sSession, strData);
-    I_sResult["store_ms"] = Since(sStart);
+    I_sResult["store_ms"] = std::to_string(Since(sStart));
 
     sStart = CLOCK::now();
     sSession.Next();
@@ -110,14 +109,14 @@ void Go(const SETTINGS &I_sSettings, const std::function<void()> &I_fpMeet, JSON
     sSession.Get(sStored);
     const std::string strRestored = Restore(sSession);
     sSession.Close();
-    I_sResult["restore_ms"] = Since(sStart);
+    I_sResult["restore_ms"] = std::to_string(Since(sStart));
     I_sResult["difference"] = Difference(strData, strRestored);
 }
 
 // What was reached is told after a failure, too. Runs in a child.
-JSON RoundTrip(const SETTINGS &I_sSettings, const std::function<void()> &I_fpMeet)
+RESULT RoundTrip(const SETTINGS &I_sSettings, const std::function<void()> &I_fpMeet)
 {
-    JSON sResult = JSON::object();
+    RESULT sResult;
     try
     {
         Go(I_sSettings, I_fpMeet, sResult);
@@ -139,9 +138,9 @@ void Meet(int I_iSocket, std::chrono::milliseconds I_sTime)
         throw FAILURE("the other session did not open while this one was open");
 }
 
-std::string Rate(long I_lMilliseconds)
+std::string Rate(const std::string &I_strMilliseconds)
 {
-    return std::to_string(SIZE) + " bytes in " + std::to_string(I_lMilliseconds) + " ms";
+    return std::to_string(SIZE) + " bytes in " + I_strMilliseconds + " ms";
 }
 } // namespace
 
@@ -165,19 +164,19 @@ void CRoundTrips::Fail(const char *cpStep, const std::string &I_strFound)
 }
 
 // A child that did not end in time leaves as an error, with its object perhaps on the server.
-JSON CRoundTrips::Collect(CChild &I_sChild, const std::string &I_strName)
+RESULT CRoundTrips::Collect(CChild &I_sChild, const std::string &I_strName)
 {
-    JSON sResult;
+    RESULT sResult;
     try
     {
         sResult = I_sChild.Wait(sDeadline + std::chrono::seconds(2)); // the library's wait first
     } catch (const FAILURE &sError)
     {
-        sResult = {{"error", sError.what()}, {"begun", true}};
+        sResult = {{"error", sError.what()}, {"begun", ""}};
     }
-    if (sResult.contains("begun")) vecNames.push_back(I_strName);
-    if (sResult.contains("copy")) vecCopies.push_back(sResult["copy"].dump());
-    if (sResult.contains("host")) strHost = sResult["host"];
+    if (sResult.count("begun") != 0) vecNames.push_back(I_strName);
+    if (sResult.count("copy") != 0) vecCopies.push_back(sResult["copy"]);
+    if (sResult.count("host") != 0) strHost = sResult["host"];
     return sResult;
 }
 
@@ -185,22 +184,23 @@ bool CRoundTrips::Single()
 {
     sSettings.strName = strName + "-1";
     CChild sChild([this] { return RoundTrip(sSettings, [] {}); });
-    const JSON sResult = Collect(sChild, sSettings.strName);
-    if (sResult.contains("store_ms"))
-        sReport.Add({STATUS::OK, STORE_STEP, Rate(sResult["store_ms"]), "", sResult["store_ms"]});
-    else Fail(STORE_STEP, sResult["error"]);
-    if (sResult.contains("restore_ms"))
-        sReport.Add(
-            {STATUS::OK, RESTORE_STEP, Rate(sResult["restore_ms"]), "", sResult["restore_ms"]});
-    else if (sResult.contains("store_ms")) Fail(RESTORE_STEP, sResult["error"]);
+    const RESULT sResult = Collect(sChild, sSettings.strName);
+    if (sResult.count("store_ms") != 0)
+        sReport.Add({STATUS::OK, STORE_STEP, Rate(sResult.at("store_ms")), "",
+                     std::stol(sResult.at("store_ms"))});
+    else Fail(STORE_STEP, sResult.at("error"));
+    if (sResult.count("restore_ms") != 0)
+        sReport.Add({STATUS::OK, RESTORE_STEP, Rate(sResult.at("restore_ms")), "",
+                     std::stol(sResult.at("restore_ms"))});
+    else if (sResult.count("store_ms") != 0) Fail(RESTORE_STEP, sResult.at("error"));
     else sReport.NotTried(RESTORE_STEP, "nothing is stored");
-    if (!sResult.contains("difference"))
+    if (sResult.count("difference") == 0)
     {
         sReport.NotTried(COMPARE_STEP, "nothing came back");
         return false;
     }
-    lAlone = sResult["store_ms"].get<long>() + sResult["restore_ms"].get<long>();
-    const std::string strDifference = sResult["difference"];
+    lAlone = std::stol(sResult.at("store_ms")) + std::stol(sResult.at("restore_ms"));
+    const std::string strDifference = sResult.at("difference");
     if (strDifference.empty()) sReport.Ok(COMPARE_STEP, "what was stored came back");
     else
         sReport.Fail(COMPARE_STEP, strDifference,
@@ -227,15 +227,15 @@ void CRoundTrips::Pair()
     aiPair[0] = -1;
     CChild sSecond(fpStart(1));
     close(aiPair[1]);
-    const JSON sOne = Collect(sFirst, strName + "-2");
-    const JSON sOther = Collect(sSecond, strName + "-3");
-    for (const JSON &sResult : {sOne, sOther})
+    const RESULT sOne = Collect(sFirst, strName + "-2");
+    const RESULT sOther = Collect(sSecond, strName + "-3");
+    for (const RESULT &sResult : {sOne, sOther})
     {
-        if (sResult.contains("error"))
-            return sReport.Fail(PAIR_STEP, sReport.Foreign(sResult["error"]),
+        if (sResult.count("error") != 0)
+            return sReport.Fail(PAIR_STEP, sReport.Foreign(sResult.at("error")),
                                 "raise the server's limit of sessions, for all and for each "
                                 "account and host: one alone works");
-        const std::string strDifference = sResult["difference"];
+        const std::string strDifference = sResult.at("difference");
         if (!strDifference.empty())
             return sReport.Fail(PAIR_STEP, strDifference,
                                 "trust no backup on this server: sessions at once disturb each "

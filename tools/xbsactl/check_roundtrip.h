@@ -41,7 +41,7 @@ class CRoundTrips
   private:
     bool Single();
     void Pair();
-    JSON Collect(CChild &I_sChild, const std::string &I_strName);
+    RESULT Collect(CChild &I_sChild, const std::string &I_strName);
     void Fail(const char *cpStep, const std::string &I_strFound);
 
     CReport &sReport;

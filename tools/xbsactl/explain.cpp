@@ -1,7 +1,10 @@
 #include "explain.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 
 #include "errors.h"
@@ -91,7 +94,8 @@ void PrintTable()
 {
     for (const SECTION &sSection : SECTIONS)
     {
-        std::cout << "\n== " << sSection.cpTitle << '\n';
+        if (&sSection != std::begin(SECTIONS)) std::cout << '\n';
+        std::cout << "== " << sSection.cpTitle << '\n';
         for (const CATALOGUE_ROW &sRow : catalogue_Rows())
         {
             if (sRow.eKind == sSection.eKind) PrintTableRow(sRow);
@@ -138,8 +142,15 @@ std::string Joined(const std::vector<std::string> &I_vecTexts)
     return strAll;
 }
 
+bool HasWord(const std::string &I_strText)
+{
+    return std::any_of(I_strText.begin(), I_strText.end(),
+                       [](unsigned char cChar) { return std::isalnum(cChar) != 0; });
+}
+
 void Explain(const std::string &I_strText)
 {
+    if (!HasWord(I_strText)) throw USAGE_ERROR("explain: there is no word in the text");
     ROWS vecRows = match_Number(I_strText);
     if (vecRows.empty()) vecRows = match_Line(I_strText);
     if (vecRows.empty()) vecRows = match_Part(I_strText);
@@ -165,6 +176,8 @@ bool IsFailure(const CATALOGUE_ROW &I_sRow)
 void explain_Run(const SETTINGS &I_sSettings)
 {
     const std::string strText = Joined(I_sSettings.vecTexts);
+    if (I_sSettings.bMarkdown && !I_sSettings.vecTexts.empty())
+        throw USAGE_ERROR("explain: --markdown prints all, leave the text out");
     if (I_sSettings.bMarkdown) PrintMarkdown();
     else if (I_sSettings.vecTexts.empty()) PrintTable();
     else Explain(strText);

@@ -1,6 +1,4 @@
 // xbsactl: the library from the command line, and what an administrator needs around it.
-#include <CLI/CLI.hpp>
-
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -75,17 +73,8 @@ int Main(int argc, char **argv)
     settings_HidePassword(sSettings);
     stop_Watch({status_Print, status_Tick, Stopped});
 
-    CLI::App sApp("", "xbsactl");
-    options_Add(sApp, sSettings);
-    try
-    {
-        sApp.parse(argc, argv);
-    } catch (const CLI::ParseError &sError)
-    {
-        return FinishOutput(sApp.exit(sError) == 0 ? EXIT_DONE : EXIT_USAGE);
-    }
-    if (sApp.get_subcommands().empty()) throw USAGE_ERROR("no command is given");
-    return FinishOutput(Run(sSettings));
+    const std::optional<int> iExit = options_Parse(argc, argv, sSettings);
+    return FinishOutput(iExit ? *iExit : Run(sSettings));
 }
 
 int ExitCode(int argc, char **argv)

@@ -1,6 +1,9 @@
 #include "options.h"
 
+#include <CLI/CLI.hpp>
 #include <limits>
+
+#include "errors.h"
 
 namespace
 {
@@ -229,9 +232,8 @@ void AddSetup(CLI::App &I_sApp, SETTINGS &I_sSettings)
     spSetup->add_flag("--undo", I_sSettings.bUndo, "Put back what an earlier run changed");
     AddCommand(*spSetup, I_sSettings, COMMAND::SETUP);
 }
-} // namespace
 
-void options_Add(CLI::App &I_sApp, SETTINGS &I_sSettings)
+void AddAll(CLI::App &I_sApp, SETTINGS &I_sSettings)
 {
     I_sApp.description(DESCRIPTION);
     I_sApp.footer(FOOTER);
@@ -250,4 +252,20 @@ void options_Add(CLI::App &I_sApp, SETTINGS &I_sSettings)
     AddTrace(I_sApp, I_sSettings);
     AddExplain(I_sApp, I_sSettings);
     AddSetup(I_sApp, I_sSettings);
+}
+} // namespace
+
+std::optional<int> options_Parse(int argc, char **argv, SETTINGS &I_sSettings)
+{
+    CLI::App sApp("", "xbsactl");
+    AddAll(sApp, I_sSettings);
+    try
+    {
+        sApp.parse(argc, argv);
+    } catch (const CLI::ParseError &sError)
+    {
+        return sApp.exit(sError) == 0 ? EXIT_DONE : EXIT_USAGE;
+    }
+    if (sApp.get_subcommands().empty()) throw USAGE_ERROR("no command is given");
+    return {};
 }

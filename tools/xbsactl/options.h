@@ -2,10 +2,11 @@
 #ifndef XBSACTL_OPTIONS_H
 #define XBSACTL_OPTIONS_H
 
-#include <CLI/CLI.hpp>
+#include <optional>
 
 #include "settings.h"
 
-void options_Add(CLI::App &I_sApp, SETTINGS &I_sSettings);
+// Returns the exit code when nothing is left to do, after help and after an error.
+std::optional<int> options_Parse(int argc, char **argv, SETTINGS &I_sSettings);
 
 #endif

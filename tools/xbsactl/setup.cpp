@@ -24,7 +24,9 @@ struct stat Status(const std::string &I_strPath, const char *cpMissing)
     {
     };
     if (lstat(I_strPath.c_str(), &sStat) == 0) return sStat;
-    if (errno == ENOENT || errno == ENOTDIR) throw FAILURE(I_strPath + cpMissing);
+    const bool bFolder = I_strPath.size() > 2 && I_strPath.rfind("/.") == I_strPath.size() - 2;
+    if (errno == ENOENT || errno == ENOTDIR)
+        throw FAILURE(I_strPath.substr(0, I_strPath.size() - (bFolder ? 2 : 0)) + cpMissing);
     throw SystemFailure(I_strPath);
 }
 
@@ -50,9 +52,8 @@ PLACE FindPlace(const SETTINGS &I_sSettings)
     if (HasControlCharacter(sPlace.strFolder) ||
         sPlace.strFolder.find_first_of("\"*?[\\") != std::string::npos)
         throw USAGE_ERROR("--informixdir holds a quote, a pattern or a control character");
-    if (!S_ISDIR(
-            Status(sPlace.strFolder + "/etc/.", ": no database's folder, it has no etc").st_mode))
-        throw FAILURE(sPlace.strFolder + ": no database's folder, it has no etc");
+    if (!S_ISDIR(Status(sPlace.strFolder + "/etc/.", " is missing: no database's folder").st_mode))
+        throw FAILURE(sPlace.strFolder + "/etc is no folder: no database's folder");
 
     sPlace.strOnconfig = "etc/" + OnconfigName(I_sSettings);
     const struct stat sOnconfig = Status(sPlace.strFolder + "/" + sPlace.strOnconfig,

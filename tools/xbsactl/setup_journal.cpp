@@ -52,7 +52,11 @@ JOURNAL setupjournal_Read(const PLACE &I_sPlace)
     try
     {
         return ParseJournal(*strText);
-    } catch (const std::exception &sError)
+    } catch (const nlohmann::json::exception &)
+    {
+        throw FAILURE(setupfiles_Path(I_sPlace, JOURNAL_FILE) + " is damaged: copy the files NAME" +
+                      SETUP_COPY + " back over those of that NAME, and remove it");
+    } catch (const FAILURE &sError)
     {
         throw FAILURE(setupfiles_Path(I_sPlace, JOURNAL_FILE) +
                       " cannot be used: " + Printable(sError.what()));
