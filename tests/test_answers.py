@@ -11,16 +11,15 @@ OPENED, REFUSED, SPOILT = [0, 0, 0], [3], [0, 0, 3]
 HEAD = b"reply=OK\n"
 ANY = None  # a success or a clear failure; what decides is in the value
 
-# Kills itself or sleeps first, answers from the file of its verb, and ends with a code.
+# Answers from the file of its verb, and then does what another file says.
 SCRIPT = r"""#!/bin/sh
-printf '%s\n' "$*" >>FOLDER/runs
 verb=${2%%:*}
 [ -f "FOLDER/$verb" ] && cat "FOLDER/$verb" || echo reply=OK
 [ -f "FOLDER/$verb.then" ] && . "FOLDER/$verb.then"
 exit 0
 """
 
-# The answer of the job's open in place of the lines that are good (G), and what a strict store gives.
+# The answer of the job's open, made of the good one, and what a strict store gives.
 ANSWERS = [
     ("no newline at the end", lambda good: good.rstrip(b"\n"), OPENED),
     ("CR LF", lambda good: good.replace(b"\n", b"\r\n"), OPENED),

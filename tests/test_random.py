@@ -64,7 +64,8 @@ class Model:
         return ORDER  # the next result, of a query that was never made
 
     def object(self, verb, wrong, name):
-        code = self._enter(CREATE if verb == "STOR" else GET, wrong) or (NULL if name is None else 0)
+        code = self._enter(CREATE if verb == "STOR" else GET, wrong)
+        code = code or (NULL if name is None else 0)
         if code == 0:
             self.given_up = self.data_failed = self.broken = False
             self.job = True
@@ -196,7 +197,8 @@ class Plain(unittest.TestCase):
             closes = self.make(server)
             with self.subTest(f"XBSA_SEED={seed} XBSA_SEQUENCES={PIECE * self.share}"):
                 got = run(play, server, seed, [fate for _, fate in fates], self.informix,
-                          bool(strict), server=server, level=None, env={"KORVA_STRICT": str(strict)})
+                          bool(strict), server=server, level=None,
+                          env={"KORVA_STRICT": str(strict)})
                 self.assertEqual(got.value[1], closes())
                 self.assertEqual(got.value[0], server.objects)
 
