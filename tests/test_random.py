@@ -36,7 +36,7 @@ class Model:
         self.bits = self.status = 0
         self.open = self.fate = self.name = None  # of the open transfer: STOR or RETR
         self.sent, self.stored, self.moved, self.closes = b"", {}, 0, []
-        self.given_up = self.data_failed = self.broken = False
+        self.given_up = self.data_failed = self.broken = self.job = False
 
     def _drop(self):
         self.given_up |= self.open == "STOR"
@@ -48,7 +48,7 @@ class Model:
         return code
 
     def _close_job(self, direction):
-        self.closes += [(direction, self.status)] if self.informix else []
+        self.closes += [(direction, self.status)] if self.informix and self.job else []
 
     def begin(self, wrong, _):
         self.status = 0
@@ -64,9 +64,11 @@ class Model:
         return ORDER  # the next result, of a query that was never made
 
     def object(self, verb, wrong, name):
-        code = self._enter(CREATE if verb == "STOR" else GET, wrong) or (NULL if name is None else 0)
+        code = self._enter(CREATE if verb == "STOR" else GET, wrong)
+        code = code or (NULL if name is None else 0)
         if code == 0:
             self.given_up = self.data_failed = self.broken = False
+            self.job = True
             self._drop()
             self.fate, self.name = next(self.fates), "ABC" if self.informix else name.decode()
             self.sent, self.moved = b"", 0
@@ -195,7 +197,8 @@ class Plain(unittest.TestCase):
             closes = self.make(server)
             with self.subTest(f"XBSA_SEED={seed} XBSA_SEQUENCES={PIECE * self.share}"):
                 got = run(play, server, seed, [fate for _, fate in fates], self.informix,
-                          bool(strict), server=server, level=None, env={"KORVA_STRICT": str(strict)})
+                          bool(strict), server=server, level=None,
+                          env={"KORVA_STRICT": str(strict)})
                 self.assertEqual(got.value[1], closes())
                 self.assertEqual(got.value[0], server.objects)
 

@@ -1,4 +1,4 @@
-"""A server at its worst: every code at every step, the connections cut at every byte, odd replies."""
+"""A server at its worst: every code at every step, a cut at every byte, odd replies."""
 import ctypes as c
 import os
 import time
@@ -23,7 +23,8 @@ NEEDED = {"CWD": lambda text: text[:1] not in ("4", "5"), "PORT": lambda text: t
 TAKEN, CARELESS = set(STEPS), {"GREETING", "USER", "PASS", "TYPE", "CWD", "QUIT"}
 SHAPES = [
     ("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\r\n"], TAKEN),
-    ("no CR", lambda line: [line + b"\n"], TAKEN), ("CR CR", lambda line: [line + b"\r\r\n"], TAKEN),
+    ("no CR", lambda line: [line + b"\n"], TAKEN),
+    ("CR CR", lambda line: [line + b"\r\r\n"], TAKEN),
     ("late", lambda line: [lambda s: time.sleep(0.1), line + b"\r\n"], TAKEN),
     ("in two, late", lambda line: [line[:2], lambda s: time.sleep(0.1), line[2:] + b"\n"], TAKEN),
     ("NULs in it", lambda line: [line[:3] + b"\0" * 9 + line[3:] + b"\0\r\n"], TAKEN),
@@ -32,7 +33,7 @@ SHAPES = [
     ("long", lambda line: [line + b"x" * 1000 + b"\r\n"], TAKEN),
     ("NULs before it", lambda line: [b"\0" * 9 + line + b"\r\n"], CARELESS - {"GREETING"}),
     ("0xff before it", lambda line: [b"\xff" + line + b"\r\n"], CARELESS),
-    ("flood of lines", lambda line: [line + b"\r\n" + b"999 on and on\r\n" * 5000], {"END", "QUIT"}),
+    ("flood of lines", lambda line: [line + b"\r\n" + b"999 on\r\n" * 5000], {"END", "QUIT"}),
     ("flood of NULs", lambda line: [b"\0" * 60000], {"QUIT"}),
     ("flood of positive lines", lambda line: [line + b"\r\n" + b"200 on\r\n" * 5000],
      {"END", "QUIT"}),
@@ -112,9 +113,9 @@ def play(x, server, calls):
 class Torture(unittest.TestCase):
     def check(self, rows):
         """
-        Rows of a script, the step at which it fails (None: it does not; "END~", "QUIT~": or before, for
-        strict mode does not know the peer of a connection that was reset), and what moves in a
-        restore; both ways, one transaction after the other in one strict session.
+        Rows of a script, the step at which it fails (None: it does not; with "~": or before, for
+        strict mode does not know the peer of a reset connection), and what moves in a restore;
+        both ways, one transaction after the other in one strict session.
         """
         for verb in ("STOR", "RETR"):
             scripts = [{step.replace("STOR", verb): actions for step, actions in script.items()}
@@ -124,7 +125,8 @@ class Torture(unittest.TestCase):
                 found = run(transact, server, verb, len(rows), server=server,
                             env={"KORVA_STRICT": "1"}).value
             except AssertionError as error:
-                raise AssertionError(f"{verb}, in {rows[max(len(server.heard), 1) - 1:][:1]}") from error
+                last = rows[max(len(server.heard), 1) - 1:][:1]
+                raise AssertionError(f"{verb}, in {last}") from error
             self.assertEqual(found.pop(), ([0, 0, 0], OBJECT, ""))
             for (script, step, moved), (codes, data, message) in zip(rows, found):
                 with self.subTest(verb=verb, script=str(script)[:80], step=step):

@@ -58,8 +58,10 @@ static bool TakeAnswer(COM_RUN *spRun)
     TRACE("com_intf: Parsing COM answer ...");
     int iParsed = parse_com_answer(spRun->bypBuff, spRun->uiAnswerLen);
     TRACE("com_intf: parse_com_answer return: [%d].", iParsed);
-    if (iParsed != 0) FailTask(spRun);
-    return iParsed == 0;
+    if (iParsed == 0) return true;
+    SysErrorTxt(0, 0, "The COM utility refused, or its answer cannot be understood.");
+    FailTask(spRun);
+    return false;
 }
 
 // Returns true when the task needs another pass.

@@ -1,0 +1,121 @@
+"""The COM utility at its worst: its answers cut, flooded, hostile or missing."""
+import os
+import unittest
+
+from server import Server
+from test_com import Utility, answers, setUpModule, start  # pylint: disable=unused-import
+from xbsa import SANITIZED, run
+
+STRIDE = 1 if os.environ.get("XBSA_TORTURE") == "all" else 13 if SANITIZED else 5
+OPENED, REFUSED, SPOILT = [0, 0, 0], [3], [0, 0, 3]
+HEAD = b"reply=OK\n"
+ANY = None  # a success or a clear failure; what decides is in the value
+
+# Answers from the file of its verb, and then does what another file says.
+SCRIPT = r"""#!/bin/sh
+verb=${2%%:*}
+[ -f "FOLDER/$verb" ] && cat "FOLDER/$verb" || echo reply=OK
+[ -f "FOLDER/$verb.then" ] && . "FOLDER/$verb.then"
+exit 0
+"""
+
+# The answer of the job's open, made of the good one, and what a strict store gives.
+ANSWERS = [
+    ("no newline at the end", lambda good: good.rstrip(b"\n"), OPENED),
+    ("CR LF", lambda good: good.replace(b"\n", b"\r\n"), OPENED),
+    ("CR alone", lambda good: good.replace(b"\n", b"\r"), OPENED),
+    ("empty lines", lambda good: good.replace(b"\n", b"\n\n\n"), OPENED),
+    ("all twice", lambda good: good + good[len(HEAD):], OPENED),
+    ("reply twice", lambda good: HEAD + good, REFUSED),
+    ("reply at the end", lambda good: good[len(HEAD):] + HEAD, REFUSED),
+    ("the last value counts", lambda good: good + b"savesetname=DEF\n", OPENED),
+    ("refused at the end", lambda good: good + b"reply=ERROR\n", REFUSED),
+    ("a NUL in front", lambda good: b"\0" + good, REFUSED),
+    ("a NUL in the reply", lambda good: good.replace(b"OK", b"O\0K"), REFUSED),
+    ("a NUL behind all", lambda good: good + b"\0reply=ERROR\n", OPENED),
+    ("NULs for newlines", lambda good: good.replace(b"\n", b"\0"), OPENED),
+    ("bytes above 127", lambda good: good + bytes(range(128, 256)) + b"\n", OPENED),
+    ("bytes above 127 in front", lambda good: bytes(range(128, 256)) + b"\n" + good, OPENED),
+    ("formats", lambda good: good + b"message=%s%n%n%s\n%s%n=%n\n", OPENED),
+    ("one long line in front", lambda good: b"x" * 20000 + b"\n" + good, OPENED),
+    ("a flood of lines behind", lambda good: good + b"lifetime=1\n" * 100000, OPENED),
+    ("a flood behind", lambda good: good + b"x" * 1000000, OPENED),
+    ("a flood of NULs", lambda good: b"\0" * 1000000, REFUSED),
+    ("a flood alone", lambda good: b"x" * 1000000, REFUSED),
+    ("long values", lambda good: b"".join(good + b"%s=%s\n" % (key, b"v" * 4000) for key in
+                                          (b"jobname", b"format", b"logfile"))[:30000], REFUSED),
+    ("keys without values", lambda good: good + b"savesetname=\ntape_server=\ntape\n=\n", OPENED),
+    ("refused", lambda good: b"message=no tape\nreply=ERROR\n", REFUSED),
+]
+# What the utility does after its good answer: nothing of it changes what was answered.
+THENS = ["exit 1", "exit 127", "exit 255", "kill -9 $$", "kill -TERM $$", "exec >&- 2>&-",
+         "echo on and on; exit 3", "sleep 0.2"]
+# In place of an answer to each verb: codes of a strict store, and of one that is not.
+SILENT = {"open": (REFUSED, REFUSED), "openjob": (REFUSED, REFUSED),
+          "closejob": (SPOILT, OPENED), "close": (SPOILT, OPENED)}
+
+
+def store(x, count):
+    """Codes and last messages of so many stores, whatever became of the one before."""
+    start(x)
+    return [(x.store(), x.last_error()) for _ in range(count)]
+
+
+def store_each(x, folder, texts):
+    """One store for each answer of the job's open, in one session; then a good one."""
+    start(x)
+    found = []
+    for text in texts:
+        with open(folder + "/openjob", "wb") as file:
+            file.write(text)
+        found.append((x.store(), x.last_error()))
+    return found
+
+
+class Answers(unittest.TestCase):
+    def setUp(self):
+        self.server = Server()
+        made = answers(self.server.port, drive="/d")
+        self.utility, self.good = Utility(self, made, SCRIPT), made["openjob"]
+
+    def check(self, rows, texts):
+        got = run(store_each, self.utility.folder, texts + [self.good], server=self.server,
+                  env={"KORVA_STRICT": "1"}).value
+        self.assertEqual(got.pop(), (OPENED, ""))
+        for (name, want), (codes, message) in zip(rows, got):
+            with self.subTest(name):
+                self.assertIn(codes, (OPENED, REFUSED) if want is ANY else (want,))
+                self.assertEqual(bool(message), codes != OPENED, message)
+
+    def test_answers(self):
+        self.check([(name, want) for name, _, want in ANSWERS],
+                   [change(self.good) for _, change, _ in ANSWERS])
+        for name in self.server.objects:  # ten digits: of an answer without a name, by the time
+            self.assertRegex(name, r"^(ABC|DEF|\d{10})$")
+
+    def test_cut(self):
+        """At every byte: a refusal until the login is whole, never another object's name."""
+        sizes = range(0, len(self.good), STRIDE)
+        self.check([(self.good[:size], ANY) for size in sizes],
+                   [self.good[:size] for size in sizes])
+        logins = {tuple(lines[:2]) for lines in self.server.heard if lines}
+        self.assertLessEqual({user for user, _ in logins}, {"USER user", "USER sms"})
+
+    def test_ends(self):
+        for then in THENS:
+            for verb in SILENT:
+                with self.subTest(then, verb=verb):
+                    self.setUp()
+                    self.utility.answer(verb + ".then", then.encode() + b"\n")
+                    got = run(store, 2, server=self.server, env={"KORVA_STRICT": "1"}).value
+                    self.assertEqual(got, [(OPENED, "")] * 2)
+
+    def test_silence(self):
+        for verb, wants in SILENT.items():
+            for strict, want in zip("10", wants):
+                with self.subTest(verb, strict=strict):
+                    self.setUp()
+                    self.utility.answer(verb, b"")
+                    got = run(store, 1, server=self.server, env={"KORVA_STRICT": strict}).value
+                    self.assertEqual(got[0][0], want)
+                    self.assertEqual(bool(got[0][1]), want != OPENED, got[0][1])
