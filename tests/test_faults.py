@@ -74,7 +74,7 @@ class Road:
     cases = calls = 0
 
     def test_faults(self):
-        for strict, closed, alone in HOSTS:
+        for strict, closed, alone in self.hosts:
             for action in ("store", "restore"):
                 table = self.table if FULL else "" if alone else self.brief
                 left = self.drive(action, closed, strict, table + alone)
@@ -115,7 +115,7 @@ class Road:
 
 
 class Plain(Road, unittest.TestCase):
-    table, brief, growth, server = PLAIN, PLAIN, 2, None
+    table, brief, growth, hosts = PLAIN, PLAIN, 2, HOSTS
 
     def test_read(self):
         """Every way in which the data connection of a restore can break is told."""
@@ -154,7 +154,7 @@ class Plain(Road, unittest.TestCase):
 
 class Informix(Road, unittest.TestCase):
     """Where the server asks which account on which host logs in."""
-    table, growth, server = INFORMIX, 1, None
+    table, growth, hosts, server = INFORMIX, 1, HOSTS if FULL else HOSTS[:1], None
     brief = """malloc:ENOMEM popen:EMFILE fread:SHORT,EINTR fdopen:ENOMEM fgets:EINTR
         gethostbyaddr:EAGAIN getpwuid:EMFILE"""
 
