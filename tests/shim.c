@@ -172,10 +172,15 @@ void *malloc(size_t size)
     return blocks[i] = real(size);
 }
 
-/* Whoever calls: what the library gives back in its last step comes from the caller's address. */
+/*
+ * Whoever calls: what the library gives back in its last step comes from the caller's address. The
+ * look-up of the real one may itself free an old error text, which is let go.
+ */
 void free(void *memory)
 {
     static void (*real)(void *);
+    static int looking;
+    if (real == NULL && looking++ != 0) return;
     if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "free");
     for (int i = 0; i < highest && memory != NULL; i++)
     {

@@ -10,7 +10,7 @@ import unittest
 from ftpd import Daemon
 from test_com import setUpModule as private_etc
 from test_sandbox import Sandbox
-from xbsa import pattern, run
+from xbsa import Block, descriptor, pattern, run
 
 FULL = os.environ.get("XBSA_FAULTS") == "all"
 DATA = pattern(70000)
@@ -71,15 +71,15 @@ def attempt(x, road, action, closed, fault):
 
 class Road:
     """Begins a session and knows what the server holds; what all faults have in common."""
-    injected = 0
+    cases = calls = 0
 
     def test_faults(self):
-        for strict, closed, table in HOSTS:
+        for strict, closed, alone in self.hosts:
             for action in ("store", "restore"):
-                table = self.table + table if FULL or not table else table
-                left = self.drive(action, closed, strict, table)
+                table = self.table if FULL else "" if alone else self.brief
+                left = self.drive(action, closed, strict, table + alone)
                 self.assertEqual(left, set(), "never failed")
-        print(f"{self.injected} faults injected")
+        print(f"{self.cases} faults injected, {self.calls} calls failed")
 
     def drive(self, action, closed, strict, table):
         """Every fault of the table. Returns the calls of which none failed."""
@@ -93,7 +93,7 @@ class Road:
                 self.tidy()
                 if hits == 0:
                     break
-                self.injected += hits
+                self.cases, self.calls = self.cases + 1, self.calls + hits
                 left.discard(fault[0])
         return left
 
@@ -115,7 +115,24 @@ class Road:
 
 
 class Plain(Road, unittest.TestCase):
-    table, growth = PLAIN, 2
+    table, brief, growth, hosts = PLAIN, PLAIN, 2, HOSTS
+
+    def test_read(self):
+        """Every way in which the data connection of a restore can break is told."""
+        def read(x, error):
+            self.begin(x)
+            x.BSABeginTxn(x.handle)
+            room = c.create_string_buffer(100)
+            codes = [x.BSAGetObject(x.handle, c.byref(descriptor(**self.names)), None)]
+            c.CDLL(None).shim_arm(b"recv", 1, 0, error)
+            codes.append(x.BSAGetData(x.handle, c.byref(Block(100, 100, c.addressof(room)))))
+            message = x.last_error()
+            return codes + [x.BSAEndData(x.handle)], message
+        for error in (errno.ECONNRESET, errno.ENOMEM, errno.EINTR):
+            self.prepare("restore")
+            self.assertEqual(run(read, error, server=self.server).value,
+                             ([0, 3, 0], f"{os.strerror(error)} Data receiving failed."))
+            self.tidy()
 
     def begin(self, x):
         host = b"BSA_SERVICE_HOST=127.0.0.1:%d" % self.server.port
@@ -137,7 +154,9 @@ class Plain(Road, unittest.TestCase):
 
 class Informix(Road, unittest.TestCase):
     """Where the server asks which account on which host logs in."""
-    table, growth, server = INFORMIX, 1, None
+    table, growth, hosts, server = INFORMIX, 1, HOSTS if FULL else HOSTS[:1], None
+    brief = """malloc:ENOMEM popen:EMFILE fread:SHORT,EINTR fdopen:ENOMEM fgets:EINTR
+        gethostbyaddr:EAGAIN getpwuid:EMFILE"""
 
     def setUp(self):
         private_etc()
