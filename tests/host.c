@@ -218,6 +218,7 @@ static void *Run(void *vpNothing)
     Transfer(lHandle);
     CALL(BSATerminate, lHandle);
     StackUse(1);
+    ((__extension__(void (*)(void)) dlsym(vpLibrary, "i_close_trace")))(); /* musl never unloads */
     dlclose(vpLibrary);
     Compare(&sBefore);
     return vpNothing;

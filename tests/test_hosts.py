@@ -74,6 +74,8 @@ class Hosts(Driver):
                     if not SANITIZED:
                         self.assertLess(depth, most)
 
+
+class Unloading(Driver):
     def test_unloading(self):
         pages = self.drive("INFORMIX", "unloaded")[1]
         if not SANITIZED:
