@@ -65,6 +65,16 @@ class Hosts(Driver):
             self.drive(owner, "", log="/dev/full")
             self.drive(owner, "", preexec_fn=limit)
             self.assertEqual(len(self.log()), 5000)
+            os.unlink(self.folder + "/xbsa.log")
+
+    def test_large_log(self):
+        """Beyond what 32 bits can count; a sparse file takes no room."""
+        with open(self.folder + "/xbsa.log", "wb") as file:
+            file.truncate(5 << 30)
+        self.drive("PLAIN", "")
+        with open(self.folder + "/xbsa.log", "rb") as file:
+            file.seek(5 << 30)
+            self.assertIn(b"BSATerminate: Closing trace", file.read())
 
     def test_stack(self):
         for trace, most in DEPTHS.items():
@@ -74,6 +84,8 @@ class Hosts(Driver):
                     if not SANITIZED:
                         self.assertLess(depth, most)
 
+
+class Unloading(Driver):
     def test_unloading(self):
         pages = self.drive("INFORMIX", "unloaded")[1]
         if not SANITIZED:

@@ -12,7 +12,7 @@
 #include "trace/trace.h"
 #include "util/text.h"
 
-static int hOwnLog = -1;      // the descriptor that i_open_trace opened
+static int hOwnLog = -1;       // the descriptor that i_open_trace opened
 static bool bOwnPlain = false; // a write to it raises no signal
 
 bool i_LogIsPlain()

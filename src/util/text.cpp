@@ -8,6 +8,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+// On 32 bits fcntl got a new version in GLIBC 2.28, for file locks; the old one does as well here and
+// lets the library load on old systems.
+#if defined(__i386__) && defined(__GLIBC__)
+__asm__(".symver fcntl, fcntl@GLIBC_2.0");
+#endif
+
 int x_CopyText(char *cpTarget, size_t uSize, const char *cpText, size_t uMaxLength)
 {
     size_t uLength = strnlen(cpText, uMaxLength);

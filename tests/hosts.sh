@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds and tests the library as other systems build it:
+#   tests/hosts.sh fortify   glibc's own checks at their highest level: every test
+#   tests/hosts.sh m32       32 bits; under qemu-i386 where the kernel runs no 32-bit programs
+#   tests/hosts.sh musl      another C library
+# The last two test with the C host of tests/host.c; musl never unloads a library.
+set -eu
+cd "$(dirname "$0")/.."
+. tools/packages.sh
+
+kind=${1:-}
+emulator=
+case $kind in
+fortify) ;;
+musl) packages_need musl-tools ;;
+m32)
+    packages_need gcc-multilib g++-multilib
+    probe=$(mktemp)
+    trap 'rm -f "$probe"' EXIT
+    echo 'int main(void) { return 0; }' | gcc -m32 -x c -o "$probe" -
+    if ! "$probe" 2>/dev/null; then
+        command -v qemu-i386 >/dev/null || packages_need qemu-user
+        emulator=$(command -v qemu-i386)
+    fi
+    ;;
+*)
+    echo 'usage: tests/hosts.sh fortify|m32|musl' >&2
+    exit 2
+    ;;
+esac
+
+ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-${HOME:-$PWD/build}/.cache}/korva-xbsa/ftpd}
+tests/servers.sh "$ftpd"
+cmake --preset "$kind" -DXBSA_FTPD="$ftpd" -DCMAKE_CROSSCOMPILING_EMULATOR="$emulator"
+cmake --build --preset "$kind" -j "$(nproc)"
+exec ctest --preset "$kind" -j 4 "${@:2}"
