@@ -752,6 +752,8 @@ class Sessions(unittest.TestCase):
                     got = run(make, address, user_room, room)
                     self.assertEqual(got.value, (*want, want[0] == 0 and room > len(one)))
                     self.assertEqual(len(traced(got, failed)), address == "127.0.0.4")
+            got = run(lambda x: (x.init(b"BSA_SERVICE_HOST=nowhere"), x.store(), x.last_error()))
+            self.assertRegex(str(got.value), r"0, \[3\], .*invalid IP for host: nowhere")
             server = Server()
             Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
             got = run(session, "store", server=server)

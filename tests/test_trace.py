@@ -134,7 +134,9 @@ class Destinations(unittest.TestCase):
             x.ie_trace(b"takes no signal of the host's")
             pending = signal.sigtimedwait({signal.SIGPIPE}, 0)
             signal.pthread_sigmask(signal.SIG_UNBLOCK, {signal.SIGPIPE})
-            x.i_close_trace()
+            for number, level in ((x.state.hLogFile, 66), (-1, 66), (0, 66), (0, 2)):
+                x.state.hLogFile, x.state.ucXBSATraceLevel = number, level
+                x.i_close_trace()
             return found, pending is not None
         found, pending = run(trace, level=None).value
         self.assertEqual((stripped([found.decode()]), pending), (["heard\n"], True))
