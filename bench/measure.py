@@ -4,6 +4,7 @@ import contextlib
 import json
 import os
 import re
+import shlex
 import shutil
 import statistics
 import subprocess
@@ -72,6 +73,13 @@ class Bench:
     def lftp(self, way, size):
         verb = f"put {self.file(size)} -o x" if way == "store" else f"get {size} -o /dev/null"
         return ["lftp", "-c", f"{LFTP}open -u u,p ftp://127.0.0.1:{self.port}; {verb}"]
+
+    def far(self, command):
+        """The same command as a text for the near end of a long wire; the server is at the other."""
+        words = ["$PORT" if word == self.port else shlex.quote(word) for word in command]
+        text = " ".join(["BENCH_HOST=10.9.0.2"] + words)
+        text = text.replace(f"127.0.0.1:{self.port}", "10.9.0.2:$PORT")
+        return text.replace("127.0.0.1", "10.9.0.1")
 
     @contextlib.contextmanager
     def informix_road(self):
