@@ -6,10 +6,11 @@ cd "$(dirname "$0")"
 . tools/packages.sh
 
 packages_need g++ cmake make python3 binutils clang-format clang-tidy clang-tools libcli11-dev \
-    nlohmann-json3-dev libssl-dev python3-pyftpdlib dpkg-dev file clang libclang-rt-14-dev
+    nlohmann-json3-dev libssl-dev python3-pyftpdlib dpkg-dev file clang libclang-rt-14-dev \
+    strace valgrind
 
-# Some tests need these; a machine that cannot have them runs the others.
-wanted=(lintian rpm zsh man-db rclone postgresql python3-psycopg2)
+# Some tests and the benchmark need these; a machine that cannot have them runs the others.
+wanted=(lintian rpm zsh man-db rclone postgresql python3-psycopg2 curl lftp)
 untested=$(packages_want "${wanted[@]}")
 
 # Downloaded once for all checkouts of this account.

@@ -3,7 +3,8 @@
 //   drive LIBRARY store|restore PORT BLOCK BYTES COUNT [FILE]
 //
 // Moves COUNT objects of BYTES bytes in blocks of BLOCK; a store reads its bytes from FILE when
-// there is one. Variables: BENCH_OWNER=INFORMIX takes the Informix road; with BENCH_READY a
+// there is one. Variables: BENCH_OWNER=INFORMIX takes the Informix road; BENCH_LOGIN is
+// the owner of the objects, which then lie in the login's folder; with BENCH_READY a
 // restore waits until all of it has arrived before it reads the first block. Prints wall and CPU
 // seconds, and how many bytes of memory the library made resident.
 #include "peer.h"
@@ -88,12 +89,14 @@ static void Start(int iPort)
 
 static void Describe(BSA_ObjectDescriptor *spObject, const char *cpName)
 {
+    const char *cpLogin = getenv("BENCH_LOGIN");
     memset(spObject, 0, sizeof *spObject);
     snprintf(spObject->objectOwner.bsa_ObjectOwner, sizeof spObject->objectOwner.bsa_ObjectOwner,
-             "user=backup:pass=secret");
+             "%s", cpLogin != NULL ? cpLogin : "user=backup:pass=secret");
     snprintf(spObject->objectName.objectSpaceName, sizeof spObject->objectName.objectSpaceName,
              "%s", cpName);
-    snprintf(spObject->objectName.pathName, sizeof spObject->objectName.pathName, "/data");
+    snprintf(spObject->objectName.pathName, sizeof spObject->objectName.pathName, "%s",
+             cpLogin != NULL ? "." : "/data");
     spObject->copyType = BSA_CopyType_BACKUP;
     spObject->objectType = BSA_ObjectType_FILE;
     spObject->objectStatus = BSA_ObjectStatus_MOST_RECENT;

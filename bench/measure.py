@@ -3,12 +3,16 @@
 import contextlib
 import json
 import os
+import pwd
 import re
+import shlex
 import shutil
+import socket
 import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -16,6 +20,46 @@ sys.path.insert(0, os.path.join(ROOT, "sandbox"))
 BLOCK = 65535
 CURL = ["curl", "-sS", "--ftp-port", "127.0.0.1", "--disable-eprt", "-w", '{"wall": %{time_total}}']
 LFTP = "set ftp:passive-mode no; set ftp:ssl-allow no; set xfer:clobber yes; "
+
+
+FTPD = os.environ.get("XBSA_FTPD") or os.path.expanduser("~/.cache/korva-xbsa/ftpd")
+VSFTPD = """listen=NO
+run_as_launching_user=YES
+ftp_username={user}
+no_anon_password=YES
+anon_root={folder}
+anon_upload_enable=YES
+anon_other_write_enable=YES
+anon_world_readable_only=NO
+write_enable=YES
+seccomp_sandbox=NO
+"""
+
+
+class Vsftpd:
+    """The fastest of the ordinary servers, a process for each connection, its files in memory."""
+
+    command = os.path.join(FTPD, "usr/sbin/vsftpd")
+
+    def __init__(self, folder):
+        data = os.path.join(folder, "vsftpd")
+        os.makedirs(data, exist_ok=True)
+        configuration = os.path.join(folder, "vsftpd.conf")
+        with open(configuration, "w", encoding="ascii") as file:
+            file.write(VSFTPD.format(user=pwd.getpwuid(os.getuid()).pw_name, folder=data))
+        os.chmod(configuration, 0o600)
+        library = f"{FTPD}/usr/lib/{os.uname().machine}-linux-gnu"
+        self.run = {"args": [self.command, configuration], "env": {"LD_LIBRARY_PATH": library}}
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = str(self.listener.getsockname()[1])
+        threading.Thread(target=self.serve, daemon=True).start()
+
+    def serve(self):
+        while True:
+            connection = self.listener.accept()[0]
+            subprocess.Popen(stdin=connection, stdout=connection, stderr=subprocess.DEVNULL,
+                             **self.run)
+            connection.close()
 
 
 class Bench:
@@ -66,12 +110,19 @@ class Bench:
         return path
 
     def curl(self, way, size):
-        url = f"ftp://u:p@127.0.0.1:{self.port}/{size}"
+        url = f"ftp://ftp:p@127.0.0.1:{self.port}/{size}"
         return CURL + (["-T", self.file(size), url] if way == "store" else ["-o", "/dev/null", url])
 
     def lftp(self, way, size):
-        verb = f"put {self.file(size)} -o x" if way == "store" else f"get {size} -o /dev/null"
-        return ["lftp", "-c", f"{LFTP}open -u u,p ftp://127.0.0.1:{self.port}; {verb}"]
+        verb = f"put {self.file(size)} -o {size}" if way == "store" else f"get {size} -o /dev/null"
+        return ["lftp", "-c", f"{LFTP}open -u ftp,p ftp://127.0.0.1:{self.port}; {verb}"]
+
+    def far(self, command):
+        """The same command as a text for the near end of a long wire; the server is at the other."""
+        words = ["$PORT" if word == self.port else shlex.quote(word) for word in command]
+        text = " ".join(["BENCH_HOST=10.9.0.2"] + words)
+        text = text.replace(f"127.0.0.1:{self.port}", "10.9.0.2:$PORT")
+        return text.replace("127.0.0.1", "10.9.0.1")
 
     @contextlib.contextmanager
     def informix_road(self):

@@ -8,9 +8,9 @@
 
 __attribute__((noinline, cold)) static void TraceRead(ssize_t iReceived, unsigned int uiRead)
 {
-    TRACE("BSAGetData: Data read: %u, total: %.0f", uiRead, sGlobal.sSession.dBytes);
-    TRACE_CALL("BSAGetData: recv() return: %d, read: %u, total: %.0f", static_cast<int>(iReceived),
-               uiRead, sGlobal.sSession.dBytes);
+    TRACE("BSAGetData: Data read: %u, total: %lld", uiRead, xbsa_Total());
+    TRACE_CALL("BSAGetData: recv() return: %d, read: %u, total: %lld", static_cast<int>(iReceived),
+               uiRead, xbsa_Total());
     TRACE_CALL("BSAGetData: End");
 }
 

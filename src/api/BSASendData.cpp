@@ -84,9 +84,9 @@ __attribute__((noinline, cold)) static int Finish(const BSA_DataBlock *spBlock, 
 {
     unsigned int uiSent = SendOn(spBlock, &iSend);
     sGlobal.sSession.dBytes += uiSent;
-    TRACE("BSASendData: Data written: %u, total: %.0f", uiSent, sGlobal.sSession.dBytes);
-    TRACE_CALL("BSASendData: send() return: %d, written: %u, total: %.0f", static_cast<int>(iSend),
-               uiSent, sGlobal.sSession.dBytes);
+    TRACE("BSASendData: Data written: %u, total: %lld", uiSent, xbsa_Total());
+    TRACE_CALL("BSASendData: send() return: %d, written: %u, total: %lld", static_cast<int>(iSend),
+               uiSent, xbsa_Total());
     return iSend == -1 ? Fail(BSA_RC_ABORT_SYSTEM_ERROR, uiSent) : BSA_RC_SUCCESS;
 }
 

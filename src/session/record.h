@@ -42,6 +42,13 @@ inline int xbsa_DataSocket()
     return hSocket == sPrivate.hClosedData ? -1 : hSocket;
 }
 
+// Bytes moved for this object, as the trace shows them. As a whole number: a trace of every block would
+// feel what it takes to print a double.
+inline long long xbsa_Total()
+{
+    return static_cast<long long>(sGlobal.sSession.dBytes);
+}
+
 // Stores a new connection (or -1) in the record and closes the one that an abandoned transfer left.
 void xbsa_StoreControl(int hSocket);
 void xbsa_StoreData(int hSocket);

@@ -43,17 +43,31 @@ void COM_trace(const char *cpCOMTraceMessage)
     if (i_Verbosity() >= TRACE_STEPS) ie_trace(cpCOMTraceMessage);
 }
 
+// What stands in front of each line. It is made once a second: a trace of every block asks for it
+// thousands of times. Returns its length.
+static size_t Stamp(char *cpLine)
+{
+    static char szStamp[64];
+    static size_t uStamp = 0;
+    static time_t lStamped = 0;
+    time_t lNow = time(nullptr);
+    if (lNow != lStamped)
+    {
+        struct tm sNow = {};
+        localtime_r(&lNow, &sNow);
+        uStamp =
+            strftime(szStamp, sizeof szStamp, " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
+        lStamped = lNow;
+    }
+    memcpy(cpLine, szStamp, uStamp);
+    return uStamp;
+}
+
 // A line is cut where the buffer ends and still closes with one newline. Returns its length.
 static size_t ComposeLine(char *cpLine, const char *cpMessage)
 {
-    time_t lNow = time(nullptr);
-    struct tm sNow = {};
-    localtime_r(&lNow, &sNow);
-
-    size_t uLength = strftime(cpLine, XBSA_TRACE_SIZE, " %Y-%m-%d %H:%M:%S: ", &sNow);
-    size_t uRoom = XBSA_TRACE_SIZE - 1 - uLength; // one byte stays for the newline
-    snprintf(cpLine + uLength, uRoom, "Trace: (QAB library) %s", cpMessage);
-
+    size_t uLength = Stamp(cpLine);
+    x_CopyText(cpLine + uLength, XBSA_TRACE_SIZE - 1 - uLength, cpMessage); // room for the newline
     uLength += strlen(cpLine + uLength);
     while (cpLine[uLength - 1] == '\n' || cpLine[uLength - 1] == '\r') uLength--;
     cpLine[uLength++] = '\n';
