@@ -1,4 +1,5 @@
 // Ends the object of a backup or a restore.
+#include <cctype>
 #include <cstring>
 #include <sys/socket.h>
 
@@ -15,18 +16,21 @@ static void AllowOrderlyEnd()
     setsockopt(xbsa_DataSocket(), SOL_SOCKET, SO_LINGER, &sOrderly, sizeof sOrderly);
 }
 
-// Of an opening reply of several lines only the first was read. Strict mode passes over the others:
-// the closing reply is what comes behind them.
+// Of an opening reply of several lines only the first was read. Strict mode passes over the others,
+// up to the one that has a blank behind its number: the closing reply comes after that one.
 static int ReceiveReply(char *szReply)
 {
     // of a server that has vanished only what is there already is read
     int iFlags = sPrivate.iServerLost != 0 ? MSG_DONTWAIT : 0;
+    bool bOpening = sPrivate.iStrict != 0 && sPrivate.iOpeningGoesOn != 0;
     for (;;)
     {
         memset(szReply, 0, XBSA_REPLY_SIZE + 1);
         int iRet = stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, iFlags);
-        if (iRet < 1 || sPrivate.iStrict == 0 || strncmp(szReply, "150", 3) != 0) return iRet;
+        bool bNumbered = isdigit(static_cast<unsigned char>(szReply[0])) && szReply[3] == ' ';
+        if (iRet < 1 || !bOpening || (bNumbered && strncmp(szReply, "150", 3) != 0)) return iRet;
         TRACE("BSAEndData: Received message: %s", szReply);
+        bOpening = !bNumbered;
     }
 }
 

@@ -19,7 +19,7 @@ static constexpr _sGlobal InitialRecord()
 }
 
 _sGlobal sGlobal = InitialRecord();
-_sPrivate sPrivate = {0, 0, 0, 0, 0, 0, 0, -1, -1, -1, -1};
+_sPrivate sPrivate = {0, 0, 0, 0, 0, 0, 0, 0, -1, -1, -1, -1};
 
 static void Store(int hSocket, int *hpField, int *hpOwn, int *hpClosed)
 {

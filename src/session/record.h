@@ -12,6 +12,7 @@ typedef struct
     int iServerLost;    // nothing came from the server for minutes: no reply is waited for
     int iJobMissing;    // the utility could not be run for the open of this object
     int iDirection;     // STOR_MODE or RETR_MODE while a transfer is open, else 0
+    int iOpeningGoesOn; // the opening reply has more lines than the one that was read
     int iGivenUp;       // GIVEN_UP_: why a backup was cut before its BSAEndData
     int hOwnControl;    // open control connection that xbsa_open made; -1 none
     int hOwnData;       // open data connection that xbsa_open made; -1 none

@@ -8,6 +8,7 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include "session/record.h"
 #include "trace/trace.h"
 #include "util/text.h"
 
@@ -79,6 +80,7 @@ static int ReadOpening(const STPC_TRANSFER *spTransfer, int SControl)
         stpc_ReportNegative(spTransfer, szReply);
         return -1;
     }
+    sPrivate.iOpeningGoesOn = szReply[3] == '-';
     AcknowledgeNow(SControl);
     if (spTransfer == &sStore) sms_parseinfo(szReply);
     return 0;
