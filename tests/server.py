@@ -113,6 +113,8 @@ class Server:
             self.data = socket.create_connection(self.target, DEADLINE, (source, 0))
         except ConnectionRefusedError:
             raise Refused from None
+        except ConnectionResetError:  # opened and cut before we looked
+            self.ends.append("RST")
 
     def _do_foreign(self):
         self._do_connect("127.0.0.2")
@@ -130,6 +132,7 @@ class Server:
     def _close_data(self):
         if self.data:
             self.data.close()
+            self.data = None
 
     def _receive(self):
         parts = []

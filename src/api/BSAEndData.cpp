@@ -130,6 +130,7 @@ static int CloseJob(int iRet)
     }
     if (sGlobal.iQAB == 0) return iRet;
     iRet = com_intf(eTask, &sGlobal.sCOM);
+    sGlobal.sCOM.iOpenJobStarted = 0; // no later failure may close, and spoil, this job again
     xbsa_ReportJob(iRet);
     return sPrivate.iJobMissing != 0 ? static_cast<int>(BSA_RC_ABORT_SYSTEM_ERROR) : iRet;
 }
