@@ -119,6 +119,7 @@ class Model:
         code, self.open = data if backup else 0, None
         if self.bits & (CREATE | GET):
             self._close_job("-b" if self.bits & CREATE else "-r")
+            self.job = False
             code = 0 if self.informix else code  # the job's good close stands in its place
             if self.strict and (data or self.broken):
                 code = FAILED

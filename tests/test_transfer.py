@@ -69,12 +69,16 @@ def restore_twice(x, server):
 
 class OddReplies(unittest.TestCase):
     def check(self, scenario, verb, good, strict):
-        """Unless strict, the end of a restore whose opening went well is not looked at."""
+        """
+        Unless strict, the end of a restore whose opening went well is not looked at. Strict reads the
+        opening of several lines to its end.
+        """
         for name, script, code, opened, last in rows(verb):
             with self.subTest(fault=name, script=str(script)[:60]):
                 server = Server(script, objects={"obj": b"hello"})
                 got = run(scenario, server, server=server, env={"KORVA_STRICT": strict})
-                want = 0 if opened and verb == "RETR" and strict == "0" else code
+                sound = strict == "0" or (name == "several lines" and verb in script)
+                want = 0 if opened and verb == "RETR" and sound else code
                 self.assertEqual(got.value, (want, good))
                 sent = re.findall(r"Send (?:command|message): (\w+)", "\n".join(got.trace))
                 words = commands(verb, last)
