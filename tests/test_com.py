@@ -12,7 +12,7 @@ import unittest
 
 import inifile
 from server import Server
-from xbsa import (Descriptor, Name, Query, descriptor, run)
+from xbsa import (Block, Descriptor, Name, Query, descriptor, run)
 
 os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
 os.environ.pop("LD_PRELOAD", None)  # the sanitizer is for this process, not for its children
@@ -587,6 +587,14 @@ def session(x, actions, utility=None):
             x.store(end=False)
             other = x.BSASendData(x.handle.value + 1, None)
             found += [[other, x.BSAEndData(x.handle)], x.BSAEndTxn(x.handle, 1)]
+        elif action == "misread":
+            room = c.create_string_buffer(9)
+            block = Block(9, 0, c.addressof(room))
+            x.BSABeginTxn(x.handle)
+            found.append([x.BSAGetObject(x.handle, c.byref(descriptor(copy_id=4711)), None),
+                          x.BSAGetData(x.handle.value + 1, None),
+                          x.BSAGetData(x.handle, c.byref(block)), x.BSAEndData(x.handle),
+                          x.BSAEndTxn(x.handle, 1)])
         elif action == "refuse":
             utility.answer("open", b"message=no\nreply=ERROR\n")
         elif action == "mute":
@@ -635,6 +643,8 @@ SESSIONS = [
     ("session refused, restore", {}, {}, 0, "refuse restore", [([3], b"")], "open", None),
     ("a part came", {"DATA": ["begin", "reset_data"]}, {}, 1, "restore", [([0, 3, 3], b"hello")],
      READ.format(2, 2), None),
+    ("a part came, after worse", {"DATA": ["begin", "reset_data"]}, {}, 1, "misread",
+     [[0, 6, 3, 3, 0]], READ.format(3, 3), None),
     ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
      ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
     ("no answer after a good one", {}, {}, 1, "store mute create", [[0, 0, 0], [3, 3], 0,

@@ -121,11 +121,12 @@ class Destinations(unittest.TestCase):
     def test_host_s_own(self):
         """A descriptor that the host gave serves as the log, though nobody reads any more."""
         def trace(x):
+            x.BSASetTrace(None, b"./xbsa.log", 66)
+            x.i_open_trace()
             reader, x.state.hLogFile = os.pipe()
-            x.BSASetTrace(None, b"x", 66)
             x.ie_trace(b"heard")
-            x.state.ucXBSATraceLevel = 2
-            x.ie_trace(b"to nobody")
+            x.state.ucXBSATraceLevel = 130
+            x.ie_trace(b"to standard error")
             x.state.ucXBSATraceLevel, found = 66, os.read(reader, 100)
             os.close(reader)
             x.ie_trace(b"would end the host")
@@ -162,8 +163,9 @@ class Lines(unittest.TestCase):
     def test_errno(self):
         """A line between a call and the look at its errno changes nothing."""
         def trace(x):
-            x.BSASetTrace(None, b"/dev/full", 66)
+            x.BSASetTrace(None, b"/dev/full", 194)
             x.i_open_trace()
+            os.dup2(x.state.hLogFile, 2)
             c.set_errno(5)
             x.ie_trace(b"lost")
             return c.get_errno()

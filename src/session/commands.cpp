@@ -40,7 +40,7 @@ __attribute__((format(printf, 2, 3))) static int MakeLine(char *cpSlot, const ch
     va_start(vaArguments, cpFormat);
     int iLength = vsnprintf(cpSlot, XBSA_REPLY_SIZE, cpFormat, vaArguments);
     va_end(vaArguments);
-    if (iLength >= 0 && iLength + LINE_END < XBSA_REPLY_SIZE) return 0;
+    if (static_cast<size_t>(iLength) < XBSA_REPLY_SIZE - LINE_END) return 0;
 
     i_Report("xbsa_open", SysErrorTxt(0, 0, "Command too long: %.4s", cpSlot));
     return -1;

@@ -55,7 +55,7 @@ static const char *SystemText(unsigned long ulNumber, int iErrFlag)
     if (iErrFlag == ERR_SYSTEM || iErrFlag == ERR_SOCKET)
     {
         cpText = strerror(static_cast<int>(ulNumber));
-        if (cpText != nullptr && cpText[0] != '\0') return cpText;
+        if (cpText[0] != '\0') return cpText;
         iErrFlag = ERR_TABLE;
     }
     if (iErrFlag == ERR_TABLE) cpText = FindMessage(asSocketMessages, ulNumber);
@@ -101,7 +101,7 @@ static const char *SecondSystemText(unsigned long ulNumber, int iErrFlag)
     case SYSERR_SOCKET:
     {
         const char *cpText = strerror(static_cast<int>(ulNumber));
-        return cpText != nullptr && cpText[0] != '\0' ? cpText : nullptr;
+        return cpText[0] != '\0' ? cpText : nullptr;
     }
     case SYSERR_EMPTY:
         return nullptr;
