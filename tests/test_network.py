@@ -56,7 +56,7 @@ def enter(name):
 
 class Far:
     """A server on the other host that keeps the window of a store closed for a while, and the data
-    connection of a restore open for ever."""
+    connection of a restore open for as long, or for ever."""
 
     def __init__(self, host, closed_for):
         self.host, self.closed_for, self.stored, self.ports = host, closed_for, b"", []
@@ -91,15 +91,14 @@ class Far:
         numbers = self.ports[-1].split(",")
         target = ".".join(numbers[:4]), int(numbers[4]) * 256 + int(numbers[5])
         with socket.create_connection(target) as data:
+            data.setsockopt(socket.SOL_SOCKET, socket.SO_KEEPALIVE, 1)
+            data.setsockopt(socket.IPPROTO_TCP, socket.TCP_KEEPIDLE, 5)
             if verb == "RETR":
                 data.sendall(OBJECT)
-                self.free.wait(PATIENCE)
-                return
-            self.free.wait(self.closed_for)
-            parts = []
-            while part := data.recv(1 << 16):
-                parts.append(part)
-        self.stored = b"".join(parts)
+                self.free.wait(self.closed_for or PATIENCE)
+            else:
+                self.free.wait(self.closed_for)
+                self.stored = b"".join(iter(lambda: data.recv(1 << 16), b""))
         control.sendall(b"226 done\r\n")
 
 
@@ -143,7 +142,8 @@ def reset_on_the_way(x, here, there, verb, which):
     assert opening(x.handle, c.byref(descriptor()), None) == 0
     assert call(x.handle, c.byref(block)) == 0
     for host in (here, there):
-        filters(host, "output", f"oifname != lo {which} reject with tcp reset")
+        filters(host, "output", f"oifname != lo tcp flags & rst == 0 {which} "
+                "reject with tcp reset")
     code = next((code for _ in range(1000) if (code := call(x.handle, c.byref(block)))), 0)
     return code, x.last_error(), x.BSAEndData(x.handle)
 
@@ -197,7 +197,7 @@ class Network(unittest.TestCase):
             for which in ("tcp dport != 2121 tcp sport != 2121", "tcp dport 0-65535"):
                 with self.subTest(verb, which=which):
                     here, there = self.hosts()
-                    server = Far(there, 0)
+                    server = Far(there, 70 if verb == "RETR" else 0)
                     code, text, end = run(reset_on_the_way, here, there, verb, which, level=None,
                                           server=server, env={"KORVA_STRICT": "1"}).value
                     self.assertEqual((code, end), (3, 3), text)
@@ -210,7 +210,7 @@ class Network(unittest.TestCase):
         here, there = self.hosts()
         for host in (here, there):
             filters(host, "input", "numgen random mod 100 < 20 drop")
-        server = Far(there, 0)
+        server = Far(there, 1)
         got = run(there_and_back, here, len(OBJECT), server=server, level=None, deadline=PATIENCE,
                   env={"KORVA_STRICT": "1"})
         self.assertEqual((got.value, server.stored), (([0, 0, 0], True), OBJECT))
