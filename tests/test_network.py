@@ -1,5 +1,5 @@
 """
-On command, as root, four minutes: what only a network between two hosts can do. In tests/:
+On command, as root, six minutes: what only a network between two hosts can do. In tests/:
 
     XBSA_LIBRARY=... XBSA_FTPD=... python3 -m unittest -v test_network
 """
@@ -23,6 +23,31 @@ def ip(*arguments):
     subprocess.run(["ip", *" ".join(arguments).split()], check=True)
 
 
+def inside(host, line, text=None):
+    subprocess.run(["ip", "netns", "exec", host, *line.split()], input=text, text=True, check=True,
+                   stdout=subprocess.DEVNULL)
+
+
+def filters(host, hook, rule):
+    """A firewall on a host, or on the way."""
+    hooked = f"type filter hook {hook} priority 0"
+    inside(host, "nft -f -", f"table ip {hook} {{\nchain {hook} {{\n{hooked}\n{rule}\n}}\n}}\n")
+
+
+# A router that hides a network behind its own address and follows PORT. A connection that is idle
+# for five seconds is forgotten, and what does not belong to a known one is not let through.
+NAT = """table ip nat {
+    ct helper ftp { type "ftp" protocol tcp; }
+    chain helped { type filter hook prerouting priority 0; tcp dport 2121 ct helper set "ftp"; }
+    chain known { type filter hook forward priority 0; ct state invalid drop; }
+    chain closed { type filter hook input priority 0; drop; }
+    chain hidden { type nat hook postrouting priority srcnat; ip saddr 10.79.0.0/24 masquerade; }
+}
+"""
+FORGETFUL = """net.ipv4.ip_forward=1 net.netfilter.nf_conntrack_tcp_timeout_established=5
+    net.netfilter.nf_conntrack_tcp_loose=0"""
+
+
 def enter(name):
     """Moves this thread into a host of ours; sockets stay where they were made."""
     with open(f"/var/run/netns/{name}", encoding="ascii") as file:
@@ -31,7 +56,7 @@ def enter(name):
 
 class Far:
     """A server on the other host that keeps the window of a store closed for a while, and the data
-    connection of a restore open for ever."""
+    connection of a restore open for as long, or for ever."""
 
     def __init__(self, host, closed_for):
         self.host, self.closed_for, self.stored, self.ports = host, closed_for, b"", []
@@ -68,13 +93,10 @@ class Far:
         with socket.create_connection(target) as data:
             if verb == "RETR":
                 data.sendall(OBJECT)
-                self.free.wait(PATIENCE)
-                return
-            self.free.wait(self.closed_for)
-            parts = []
-            while part := data.recv(1 << 16):
-                parts.append(part)
-        self.stored = b"".join(parts)
+                self.free.wait(self.closed_for or PATIENCE)
+            else:
+                self.free.wait(self.closed_for)
+                self.stored = b"".join(iter(lambda: data.recv(1 << 16), b""))
         control.sendall(b"226 done\r\n")
 
 
@@ -106,6 +128,11 @@ def vanish_in_restore(x, here, there):
         assert x.BSAGetData(x.handle, c.byref(block)) == 0
     vanish(there)
     return x.BSAGetData(x.handle, c.byref(block)), x.last_error(), x.BSAEndData(x.handle)
+
+
+def there_and_back(x, here, size):
+    begin(x, here)
+    return x.store(OBJECT[:size]), x.restore()[1] == OBJECT
 
 
 def store(x, here, address=THERE):
@@ -145,6 +172,47 @@ class Network(unittest.TestCase):
         """Longer than the silence that means the end of another."""
         codes, server = self.scenario(store, THERE, closed_for=240)
         self.assertEqual((codes, server.stored), ([0, 0, 0], OBJECT * 40))
+
+    def test_loss(self):
+        """Every fifth packet is lost, each way."""
+        here, there = self.hosts()
+        for host in (here, there):
+            filters(host, "input", "numgen random mod 100 < 20 drop")
+        server = Far(there, 1)
+        got = run(there_and_back, here, len(OBJECT), server=server, level=None, deadline=PATIENCE,
+                  env={"KORVA_STRICT": "1"})
+        self.assertEqual((got.value, server.stored), (([0, 0, 0], True), OBJECT))
+
+    def test_nat_that_forgets(self):
+        """The idle control connection; but not if the system shows in time that it is alive."""
+        for alive, code in ((20, 3), (2, 0)):
+            with self.subTest(alive=alive):
+                here, there = self.hosts()
+                router = self.router(here, there)
+                inside(here, f"sysctl net.ipv4.tcp_keepalive_time={alive} "
+                             "net.ipv4.tcp_keepalive_intvl=2 net.ipv4.tcp_keepalive_probes=3")
+                inside(router, "sysctl " + FORGETFUL)
+                inside(router, "nft -f -", NAT)
+                server = Far(there, 12)
+                got = run(store, here, server=server, level=None, deadline=PATIENCE)
+                self.assertEqual((got.value, server.stored == OBJECT * 40), ([0, 0, code], True))
+                self.assertTrue(server.ports[0].startswith("10,77,0,3,"), server.ports)
+                self.doCleanups()
+
+    def router(self, here, there):
+        """A third host between the two."""
+        name = f"xr{os.getpid()}"
+        ip("netns add", name)
+        self.addCleanup(ip, "netns del", name)
+        ip("-n", here, "link del", here)
+        for far, near, net, last in ((here, "inner", "10.79.0", 1), (there, "outer", "10.77.0", 2)):
+            ip("link add", far, "netns", far, "type veth peer name", near, "netns", name)
+            ip("-n", far, f"addr add {net}.{last}/24 dev", far)
+            ip("-n", name, f"addr add {net}.3/24 dev", near)
+            ip("-n", far, "link set", far, "up")
+            ip("-n", name, "link set", near, "up")
+        ip("-n", here, "route add default via 10.79.0.3")
+        return name
 
     def test_small_packets(self):
         codes, server = self.scenario(store, THERE, mtu=576)
