@@ -646,6 +646,8 @@ SESSIONS = [
      READ.format(2, 2), None),
     ("a part came, after worse", {"DATA": ["begin", "reset_data"]}, {}, 1, "misread",
      [[0, 6, 3, 3, 0]], READ.format(3, 3), None),
+    ("close not answered, unless strict", {}, {}, 0, "closejob store", [[0, 0, 0]],
+     "open|openjob:S1 TIME|closejob:S1 ABC@R1 0", None),
     ("close not answered", {}, {}, 1, "closejob store restore", [[0, 0, 3], ([0, 0, 3], b"hello")],
      "open|openjob:S1 TIME|closejob:S1 ABC@R1 0|open|openjob:S1 4711|closejob:S1 ABC@R1 0", None),
     ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
