@@ -4,6 +4,8 @@
 An exception is the file and the text of the line, so that it survives when lines move:
 
     src/stpc/line.cpp: if (iRet == 0) return 0;  # the reason
+
+What a reason calls "now and then" may be run as well.
 """
 import collections
 import json
@@ -46,7 +48,9 @@ def main(counted, listed):
     with open(counted, encoding="ascii") as file:
         missing, totals = count(json.load(file)["files"])
     exceptions = read_exceptions(listed)
-    unlisted, run = sorted(set(missing) - set(exceptions)), sorted(set(exceptions) - set(missing))
+    unlisted = set(missing) - set(exceptions)
+    run = sorted(row for row in set(exceptions) - set(missing)
+                 if not exceptions[row].startswith("now and then: "))
     for file, text in sorted(missing):
         for number, what in missing[file, text]:
             print(f"{file}:{number}: not run: {what} of: {text}")

@@ -98,7 +98,7 @@ FAULTS = [
     ("trace.Lines.test_dump", "a tab rings through the dump", "trace/dump.cpp", "ucByte <= 10",
      "ucByte < 10"),
     ("trace.Lines.test_errno", "a trace line changes errno", "trace/trace.cpp",
-     "    errno = iError;\n", ""),
+     "int iError = errno;", "int iError = 0;"),
     ("helpers.Helpers.test_timer", "seconds counted as milliseconds", "util/memory.cpp",
      "(sNow.lSeconds - spStart->lSeconds) * 1000", "(sNow.lSeconds - spStart->lSeconds)"),
     ("com.Answers.test_host_specs", "a text that just does not fit", "util/text.cpp",

@@ -577,7 +577,8 @@ def answers(port, **changes):
 
 
 def session(x, actions, utility=None):
-    """Plays store, restore, wrong (a store with one send that fails), refuse and end."""
+    """Plays store, restore, wrong (a store with one send that fails), refuse and end; "open" and
+    "closejob" get no answer from now on."""
     start(x)
     found = []
     for action in actions.split():
@@ -597,8 +598,8 @@ def session(x, actions, utility=None):
                           x.BSAEndTxn(x.handle, 1)])
         elif action == "refuse":
             utility.answer("open", b"message=no\nreply=ERROR\n")
-        elif action == "mute":
-            utility.answer("open", b"")
+        elif action in ("open", "closejob"):
+            utility.answer(action, b"")
         else:
             x.BSABeginTxn(x.handle)
             codes = x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndData(x.handle)
@@ -645,9 +646,13 @@ SESSIONS = [
      READ.format(2, 2), None),
     ("a part came, after worse", {"DATA": ["begin", "reset_data"]}, {}, 1, "misread",
      [[0, 6, 3, 3, 0]], READ.format(3, 3), None),
+    ("close not answered, unless strict", {}, {}, 0, "closejob store", [[0, 0, 0]],
+     "open|openjob:S1 TIME|closejob:S1 ABC@R1 0", None),
+    ("close not answered", {}, {}, 1, "closejob store restore", [[0, 0, 3], ([0, 0, 3], b"hello")],
+     "open|openjob:S1 TIME|closejob:S1 ABC@R1 0|open|openjob:S1 4711|closejob:S1 ABC@R1 0", None),
     ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
      ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
-    ("no answer after a good one", {}, {}, 1, "store mute create", [[0, 0, 0], [3, 3], 0,
+    ("no answer after a good one", {}, {}, 1, "store open create", [[0, 0, 0], [3, 3], 0,
      ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
 ]
 # What a job's answer may hold, and the result: nothing is cut, run or sent that should not be.

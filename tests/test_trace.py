@@ -138,6 +138,8 @@ class Destinations(unittest.TestCase):
             for number, level in ((x.state.hLogFile, 66), (-1, 66), (0, 66), (0, 2)):
                 x.state.hLogFile, x.state.ucXBSATraceLevel = number, level
                 x.i_close_trace()
+            x.state.szLogFile, x.state.ucXBSATraceLevel = b"", 66
+            x.i_close_trace()
             return found, pending is not None
         found, pending = run(trace, level=None).value
         self.assertEqual((stripped([found.decode()]), pending), (["heard\n"], True))
