@@ -31,9 +31,9 @@ static void ReceiveAll(int hData, size_t uBlock)
     }
 }
 
-static void Print(double dStart)
+static void Print(double dStart, double dCpu)
 {
-    printf("{\"wall\": %.6f, \"cpu\": %.6f}\n", Now() - dStart, Cpu());
+    printf("{\"wall\": %.6f, \"cpu\": %.6f}\n", Now() - dStart, Cpu() - dCpu);
 }
 
 static int Bare(int bSend, size_t uBlock, long long llBytes)
@@ -50,13 +50,14 @@ static int Bare(int bSend, size_t uBlock, long long llBytes)
     }
     int hData = accept(hListener, NULL, NULL);
     double dStart = Now();
+    double dCpu = Cpu();
     if (bSend)
     {
         SendAll(hData, uBlock, llBytes);
         shutdown(hData, SHUT_WR);
     }
     ReceiveAll(hData, uBlock); // of a sender: until the receiver has taken everything
-    Print(dStart);
+    Print(dStart, dCpu);
     return 0;
 }
 
@@ -131,13 +132,14 @@ static int Talk(int bStore, char **cppArgument)
 {
     int iPort = atoi(cppArgument[0]);
     double dStart = Now();
+    double dCpu = Cpu();
     for (int iObject = 0; iObject < atoi(cppArgument[3]); iObject++)
     {
         RunUtility(2);
         Object(iPort, bStore, (size_t)atol(cppArgument[1]), atoll(cppArgument[2]));
         RunUtility(2);
     }
-    Print(dStart);
+    Print(dStart, dCpu);
     return 0;
 }
 
