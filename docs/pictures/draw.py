@@ -18,16 +18,19 @@ import sys
 WIDTH, STEP, MARGIN = 210, 26, 110  # pixels: between columns, between lines, at the sides
 
 STYLE = """<style>
-text { font: 13px sans-serif; fill: #1b1f24 } .name { font-weight: bold }
+text { font: 13px sans-serif; fill: #1b1f24; stroke: #fff; stroke-width: 4; paint-order: stroke }
+.name { font-weight: bold }
 .head { font-weight: bold; fill: #57606a } .note { fill: #57606a; font-style: italic }
 rect { fill: #fff } line { stroke: #57606a } .life { stroke-dasharray: 3 4; stroke: #afb8c1 }
-.data { stroke: #0969da; stroke-width: 4 } path { fill: #57606a }
-@media (prefers-color-scheme: dark) { rect { fill: #0d1117 } text { fill: #e6edf3 }
+.data { stroke: #0969da; stroke-width: 4 } path { fill: #57606a } .block { fill: #0969da }
+@media (prefers-color-scheme: dark) { rect { fill: #0d1117 } text { fill: #e6edf3; stroke: #0d1117 }
 .head, .note { fill: #9198a1 } line { stroke: #9198a1 } .life { stroke: #3d444d }
-.data { stroke: #4493f8 } path { fill: #9198a1 } }
+.data { stroke: #4493f8 } path { fill: #9198a1 } .block { fill: #4493f8 } }
 </style>
 <defs><marker id="tip" markerUnits="userSpaceOnUse" markerWidth="10" markerHeight="8" refX="10"
-refY="4" orient="auto"><path d="M0 0 10 4 0 8z"/></marker></defs>"""
+refY="4" orient="auto"><path d="M0 0 10 4 0 8z"/></marker>
+<marker id="block" markerUnits="userSpaceOnUse" markerWidth="12" markerHeight="12" refX="1"
+refY="6" orient="auto"><path class="block" d="M0 0 12 6 0 12z"/></marker></defs>"""
 
 
 def text(x, y, label, kind="", anchor="middle"):
@@ -42,9 +45,11 @@ def arrow(line, columns, y):
         name, label = line.split(": ", 1)
         return text(columns[name] + 8, y, label, "note", "start")
     left, right = columns[match[1]], columns[match[3]]
-    kind = "data" if match[2] == "~" else ""
-    return (text((left + right) / 2, y - 5, match[4]) + f'\n<line x1="{left}" y1="{y}" '
-            f'x2="{right}" y2="{y}" class="{kind}" marker-end="url(#tip)"/>')
+    middle, kind, tip = (left + right) / 2, "", "tip"
+    if match[2] == "~":  # the line ends where its wider tip begins
+        kind, tip, right = "data", "block", right - (11 if left < right else -11)
+    return (text(middle, y - 5, match[4]) + f'\n<line x1="{left}" y1="{y}" '
+            f'x2="{right}" y2="{y}" class="{kind}" marker-end="url(#{tip})"/>')
 
 
 def draw(source):

@@ -25,7 +25,7 @@ font:1rem/1.45 system-ui,sans-serif;overflow-wrap:anywhere}
 h1{font-size:1.4rem}h2{font-size:1.05rem;margin:0 0 .3rem}a{color:inherit}
 p,ul{margin:.3rem 0}ul{padding-left:1.2rem}section{border-top:1px solid var(--line);padding:1rem 0}
 .dim,time{color:var(--dim)}.fact{color:var(--bad);font-weight:600}
-.row{display:grid;grid-template-columns:15rem 1fr;gap:0 .8rem;align-items:center;margin:.15rem 0}
+.row{display:grid;grid-template-columns:minmax(0,19rem) minmax(0,1fr);gap:0 .8rem;align-items:center;margin:.15rem 0}
 .row a{white-space:nowrap;overflow:hidden;text-overflow:ellipsis;font-size:.9rem}
 .lane{display:block;width:100%;height:1.5rem;background:var(--lane);border-radius:3px}
 .axis{display:flex;justify-content:space-between;font-size:.85rem}
@@ -38,7 +38,7 @@ table{border-collapse:collapse;width:100%;font-size:.9rem;margin-top:.5rem}
 td,th{text-align:left;vertical-align:top;padding:.15rem .5rem .15rem 0;border-top:1px solid var(--line)}
 td:nth-child(1),td:nth-child(2),td:nth-child(3){white-space:nowrap}
 tr.bad td{color:var(--bad);font-weight:600}
-@media(max-width:45rem){.row{grid-template-columns:1fr;margin:.5rem 0}
+@media(max-width:45rem){.row{grid-template-columns:minmax(0,1fr);margin:.5rem 0}
 .row.axisrow>span:first-child{display:none}}
 </style></head><body>
 )";
@@ -154,8 +154,8 @@ void CHtmlPage::WriteOverview()
     Write(Legend());
     for (const ENTRY &sEntry : deqEntries)
         Write("<div class=\"row\"><a href=\"#s" + sEntry.strNumber + "\" title=\"" +
-              sEntry.strObjects + "\">" + sEntry.strNumber + " " + sEntry.strOutcome + ", " +
-              sEntry.strTitle + "</a>" +
+              sEntry.strTitle + "\">" + sEntry.strNumber + " " + sEntry.strOutcome + ", " +
+              (sEntry.strObjects.empty() ? sEntry.strTitle : sEntry.strObjects) + "</a>" +
               picture_Lane(sEntry.vecBars, static_cast<double>(iFirst),
                            static_cast<double>(iLast + 1), true, "session " + sEntry.strNumber) +
               "</div>\n");

@@ -11,6 +11,7 @@
 namespace
 {
 constexpr double LANE_WIDTH = 1000; // units of the picture
+constexpr int LANE_HEIGHT = 24;
 constexpr double THINNEST = 3;
 
 const char *ClassOf(STEP_KIND I_eKind)
@@ -108,23 +109,23 @@ std::vector<BAR> Joined(const std::vector<BAR> &I_vecBars, double I_dGap)
     return vecJoined;
 }
 
+// Data and failures stand out.
+int Height(const BAR &I_sBar)
+{
+    if (I_sBar.bFailed || strcmp(I_sBar.cpClass, "data") == 0) return 18;
+    return strcmp(I_sBar.cpClass, "control") == 0 ? 6 : 12;
+}
+
 std::string Rectangle(const BAR &I_sBar, double I_dFrom, double I_dScale)
 {
     const double dWidth = std::max((I_sBar.dEnd - I_sBar.dStart) * I_dScale, THINNEST);
     const double dPlace = std::min((I_sBar.dStart - I_dFrom) * I_dScale, LANE_WIDTH - dWidth);
-    const bool bData = strcmp(I_sBar.cpClass, "data") == 0;
-    const bool bControl = strcmp(I_sBar.cpClass, "control") == 0;
+    const int iHeight = Height(I_sBar);
     std::array<char, 160> szText{};
     snprintf(szText.data(), szText.size(),
              "<rect class=\"%s%s\" x=\"%.1f\" y=\"%d\" width=\"%.1f\" height=\"%d\"><title>",
              I_sBar.cpClass, I_sBar.bFailed ? " bad" : "", std::max(dPlace, 0.0),
-             bData      ? 3
-             : bControl ? 9
-                        : 6,
-             dWidth,
-             bData      ? 18
-             : bControl ? 6
-                        : 12);
+             (LANE_HEIGHT - iHeight) / 2, dWidth, iHeight);
     return szText.data() + I_sBar.strTitle + "</title></rect>";
 }
 } // namespace
