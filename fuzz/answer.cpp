@@ -8,7 +8,7 @@ static int Run(ENUM_COM_TASK eTask, const std::string &I_strWord)
 {
     const size_t uFirst = sWorld.vecCommands.size();
     const int iRet = com_intf(eTask, &sGlobal.sCOM);
-    CHECK(fuzz_IsOneOf(iRet, {-1, 0, 1}));
+    CHECK(iRet == -1 || iRet == 0 || iRet == 1);
     CHECK(sWorld.vecCommands.size() <= uFirst + 2);
     fuzz_CheckRecord();
     for (size_t uRun = uFirst; uRun < sWorld.vecCommands.size(); uRun++)
@@ -31,13 +31,13 @@ static void CheckSecret(const std::string &I_strAnswers)
     CHECK(sWorld.strTrace.find(strSecret) == std::string::npos);
 }
 
-void fuzz_One(CBytes &X_sBytes)
+void fuzz_One(std::string &X_strBytes)
 {
-    const unsigned uMode = X_sBytes.Byte();
+    const unsigned uMode = fuzz_Byte(X_strBytes);
     std::string strAnswers;
-    while (!X_sBytes.IsEmpty() && sWorld.vecAnswers.size() < 4)
+    while (!X_strBytes.empty() && sWorld.vecAnswers.size() < 4)
     {
-        sWorld.vecAnswers.push_back(X_sBytes.Text('|'));
+        sWorld.vecAnswers.push_back(fuzz_Text(X_strBytes, '|'));
         strAnswers += sWorld.vecAnswers.back() + "\n";
     }
     fuzz_Init(uMode & 3, (uMode & 4) != 0, true);
