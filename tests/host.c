@@ -96,10 +96,9 @@ static void Load(void)
 
 static long Open(void)
 {
-    static char szVersion[] = "BSA_API_VERSION=1.0.1";
-    static char szHost[300];
-    static BSA_ObjectOwner sOwner;
-    char *cpaEnvironment[] = {szVersion, szHost, NULL};
+    char szHost[300];
+    BSA_ObjectOwner sOwner;
+    char *cpaEnvironment[] = {"BSA_API_VERSION=1.0.1", szHost, NULL};
     long lHandle = 0;
     snprintf(szHost, sizeof szHost, "BSA_SERVICE_HOST=%s", cppArguments[2]);
     snprintf(sOwner.bsa_ObjectOwner, sizeof sOwner.bsa_ObjectOwner, "%s", cppArguments[1]);
@@ -109,7 +108,6 @@ static long Open(void)
 
 static void Store(long lHandle, BSA_ObjectDescriptor *spObject)
 {
-    CALL(BSABeginTxn, lHandle);
     CALL(BSACreateObject, lHandle, spObject, NULL);
     for (int iDone = 0; iDone < SIZE; iDone += BLOCK)
     {
@@ -118,27 +116,23 @@ static void Store(long lHandle, BSA_ObjectDescriptor *spObject)
         CALL(BSASendData, lHandle, &sBlock);
     }
     CALL(BSAEndData, lHandle);
-    CALL(BSAEndTxn, lHandle, BSA_Vote_COMMIT);
 }
 
 static void Restore(long lHandle, BSA_ObjectDescriptor *spObject)
 {
     int iDone = 0;
-    char *cpGot = malloc(BLOCK);
-    BSA_DataBlock sBlock = {BLOCK, BLOCK, cpGot};
-    CALL(BSABeginTxn, lHandle);
+    static char caGot[BLOCK];
+    BSA_DataBlock sBlock = {BLOCK, BLOCK, caGot};
     CALL(BSAGetObject, lHandle, spObject, NULL);
     while (sBlock.numBytes == BLOCK)
     {
         CALL(BSAGetData, lHandle, &sBlock);
         Check("size", iDone + sBlock.numBytes > SIZE);
-        Check("data", memcmp(cpGot, ucaData + iDone, sBlock.numBytes));
+        Check("data", memcmp(caGot, ucaData + iDone, sBlock.numBytes));
         iDone += sBlock.numBytes;
     }
     Check("size", SIZE - iDone);
     CALL(BSAEndData, lHandle);
-    CALL(BSAEndTxn, lHandle, BSA_Vote_COMMIT);
-    free(cpGot);
 }
 
 static void Transfer(long lHandle)
@@ -152,11 +146,14 @@ static void Transfer(long lHandle)
     sQuery.objectName = sObject.objectName;
     sQuery.objectType = BSA_ObjectType_FILE;
     sQuery.objectStatus = BSA_ObjectStatus_MOST_RECENT;
-    Store(lHandle, &sObject);
-    Restore(lHandle, &sObject);
-    CALL(BSABeginTxn, lHandle);
-    CALL(BSAQueryObject, lHandle, &sQuery, &sObject);
-    CALL(BSAEndTxn, lHandle, BSA_Vote_COMMIT);
+    for (int iStep = 0; iStep < 3; iStep++)
+    {
+        CALL(BSABeginTxn, lHandle);
+        if (iStep == 0) Store(lHandle, &sObject);
+        if (iStep == 1) Restore(lHandle, &sObject);
+        if (iStep == 2) CALL(BSAQueryObject, lHandle, &sQuery, &sObject);
+        CALL(BSAEndTxn, lHandle, BSA_Vote_COMMIT);
+    }
 }
 
 /* Paints what lies deeper than this frame, or looks how much of that was used since. */
