@@ -41,9 +41,9 @@ static const char *const names[] = {"malloc", CALLS(NAME) "sleep", NULL};
 /* Which call fails: the n-th one of that name, and those after it where on is set. */
 static struct
 {
-    const char *name;
-    int number, on, error, count, hits;
+    int row, number, on, error, hits;
 } fault;
+static int calls[sizeof names / sizeof *names];
 static char *first, *last;   /* the library's code */
 static void *blocks[BLOCKS]; /* what it has allocated and not given back */
 static int highest;          /* no block lies behind this one */
@@ -62,14 +62,26 @@ static int find_library(struct dl_phdr_info *info, size_t size, void *data)
     return 1;
 }
 
-/* Begins to count; returns 0 for a call that is not in the table. */
-int shim_arm(const char *name, int number, int on, int error)
+static int find(const char *name)
 {
     int row = 0;
     while (names[row] != NULL && strcmp(names[row], name) != 0) row++;
+    return row;
+}
+
+/* Begins to count; returns 0 for a call that is not in the table. */
+int shim_arm(const char *name, int number, int on, int error)
+{
     dl_iterate_phdr(find_library, NULL);
-    fault = (__typeof__(fault)){names[row], number, on, error, 0, 0};
-    return names[row] != NULL && first != NULL;
+    fault = (__typeof__(fault)){find(name), number, on, error, 0};
+    memset(calls, 0, sizeof calls);
+    return names[fault.row] != NULL && first != NULL;
+}
+
+/* How often it was called. */
+int shim_calls(const char *name)
+{
+    return calls[find(name)];
 }
 
 /* How many calls failed. */
@@ -94,9 +106,10 @@ static int is_library(const void *caller)
 /* The error number that this call is to fail with, SHORT or UNHARMED. */
 static int judge(const char *name, const void *caller)
 {
-    if (!is_library(caller) || fault.name == NULL || strcmp(fault.name, name) != 0) return UNHARMED;
-    fault.count++;
-    if (fault.count != fault.number && (!fault.on || fault.count < fault.number)) return UNHARMED;
+    int row = find(name);
+    int number = is_library(caller) ? ++calls[row] : 0;
+    if (number == 0 || row != fault.row) return UNHARMED;
+    if (number != fault.number && (!fault.on || number < fault.number)) return UNHARMED;
     int passes = fault.error == EINTR || fault.error == EAGAIN;
     if (passes && fault.hits >= PATIENCE) return UNHARMED;
     fault.hits++;
