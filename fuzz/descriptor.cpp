@@ -13,8 +13,8 @@ template <typename T> T Fill(std::string &X_strBytes, std::initializer_list<size
     for (const size_t uPlace : I_lstPlaces)
     {
         const std::string strText = fuzz_Text(X_strBytes, '|');
-        const size_t uLength = std::min(strText.size() + 1, sizeof sDescriptor - uPlace);
-        memcpy(reinterpret_cast<char *>(&sDescriptor) + uPlace, strText.c_str(), uLength);
+        memcpy(reinterpret_cast<char *>(&sDescriptor) + uPlace, strText.c_str(),
+               std::min(strText.size() + 1, sizeof sDescriptor - uPlace));
     }
     return sDescriptor;
 }
@@ -36,12 +36,11 @@ static void CheckCommands(const BSA_ObjectName &I_sName)
 static void RunObject(std::string &X_strBytes, long lHandle, bool bStore)
 {
     using OBJECT = BSA_ObjectDescriptor;
-    OBJECT sObject = Fill<OBJECT>(
+    auto sObject = Fill<OBJECT>(
         X_strBytes, {offsetof(OBJECT, objectOwner), offsetof(OBJECT, objectName),
                      offsetof(OBJECT, objectName.pathName), offsetof(OBJECT, createTime)});
     const OBJECT sBefore = sObject;
-    const int iRet = bStore ? BSACreateObject(lHandle, &sObject, nullptr)
-                            : BSAGetObject(lHandle, &sObject, nullptr);
+    const int iRet = (bStore ? BSACreateObject : BSAGetObject)(lHandle, &sObject, nullptr);
     CHECK(iRet == 0 || iRet == 3 || iRet == 22);
     if (iRet != 0 || !bStore) CHECK(memcmp(&sBefore, &sObject, sizeof sObject) == 0);
     else CHECK(sObject.objectStatus == BSA_ObjectStatus_ANY && sObject.objectInfo[0] == 'S');
@@ -54,7 +53,7 @@ static void RunObject(std::string &X_strBytes, long lHandle, bool bStore)
 static void RunQuery(std::string &X_strBytes, long lHandle)
 {
     using QUERY = BSA_QueryDescriptor;
-    QUERY sQuery = Fill<QUERY>(
+    auto sQuery = Fill<QUERY>(
         X_strBytes, {0, offsetof(QUERY, objectName), offsetof(QUERY, objectName.pathName)});
     const QUERY sBefore = sQuery;
     BSA_ObjectDescriptor sObject = {};
