@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,20 +17,9 @@
 #define CHECK(bTrue) ((bTrue) ? (void)0 : fuzz_Fail(__FILE__, __LINE__, #bTrue))
 [[noreturn]] void fuzz_Fail(const char *cpFile, int iLine, const char *cpWhat);
 
-// The bytes of a run: switches first, then texts.
-class CBytes
-{
-  public:
-    CBytes(const uint8_t *ucpData, size_t I_uSize);
-    unsigned Byte();               // 0 at the end
-    std::string Text(char I_cEnd); // up to the end character, which is passed over
-    std::string Rest();
-    bool IsEmpty() const;
-
-  private:
-    std::string strBytes;
-    size_t uPlace = 0;
-};
+// The bytes of a run are switches first, then texts. Each of these takes one from the front.
+unsigned fuzz_Byte(std::string &X_strBytes);                 // 0 at the end
+std::string fuzz_Text(std::string &X_strBytes, char I_cEnd); // without its end character
 
 struct WORLD
 {
@@ -56,7 +44,7 @@ struct WORLD
 
 extern WORLD sWorld;
 
-void fuzz_One(CBytes &X_sBytes); // the target; the world and the record are new
+void fuzz_One(std::string &X_strBytes); // the target; the world and the record are new
 
 // Opens a session whose trace goes to strTrace, in Informix mode with the server "srv".
 long fuzz_Init(unsigned I_uLevel, bool I_bStrict, bool I_bInformix = false);
@@ -72,7 +60,5 @@ std::vector<std::string> fuzz_ShellWords(const std::string &I_strCommand);
 void fuzz_CheckHeard();
 
 void fuzz_CheckRecord(); // its texts end within their fields; also done after each run
-
-bool fuzz_IsOneOf(int I_iValue, std::initializer_list<int> I_lstValues);
 
 #endif

@@ -1,24 +1,21 @@
 // The INI file that names the utility's folder: what would be run is in the file as a whole.
 #include "fuzz.h"
 
-#include <memory>
-
-void fuzz_One(CBytes &X_sBytes)
+void fuzz_One(std::string &X_strBytes)
 {
     static const std::string strUtility = "/olm_com_interface";
-    const unsigned uLevel = X_sBytes.Byte();
-    unsigned uRoom = 1 + X_sBytes.Byte() * 4;
+    const unsigned uLevel = fuzz_Byte(X_strBytes);
+    unsigned uRoom = 1 + fuzz_Byte(X_strBytes) * 4;
     fuzz_Init(uLevel & 3, false);
-    const std::string strFile = X_sBytes.Rest();
-    sWorld.mapFiles["/etc/korva2000.ini"] = strFile;
+    const std::string &strFile = sWorld.mapFiles["/etc/korva2000.ini"] = X_strBytes;
 
-    const auto spPath = std::make_unique<char[]>(uRoom);
+    std::vector<char> vecPath(uRoom);
     const size_t uSize = uRoom;
-    const int iRet = find_com_intf(spPath.get(), &uRoom);
-    CHECK(fuzz_IsOneOf(iRet, {0, 1}) && strnlen(spPath.get(), uSize) < uSize);
+    const int iRet = find_com_intf(vecPath.data(), &uRoom);
+    CHECK((iRet == 0 || iRet == 1) && strnlen(vecPath.data(), uSize) < uSize);
     if (iRet != 0) return;
 
-    const std::string strPath = spPath.get();
+    const std::string strPath = vecPath.data();
     CHECK(uRoom + strUtility.size() + 1 <= uSize && strPath.size() >= strUtility.size());
     const size_t uEnd = strPath.size() - strUtility.size();
     CHECK(strPath.substr(uEnd) == strUtility);

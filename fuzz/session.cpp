@@ -1,53 +1,39 @@
 // The reply reader, in a whole session: a server that says anything at any time.
 #include "fuzz.h"
 
-#include <cstring>
-
 static const char szSecret[] = "S3CRET-pw";
 
-static void Store(long lHandle, BSA_ObjectDescriptor *spObject, unsigned I_uSize)
+static void Transfer(long lHandle, BSA_ObjectDescriptor *spObject, unsigned I_uSize, bool bRestore)
 {
-    std::string strBlock(I_uSize * 37, 'd');
+    const size_t uPlace = sWorld.strReplies.find("150");
+    const std::string strObject(I_uSize * 37, 'd');
+    std::string strBlock = bRestore ? std::string(10000, '-') : strObject;
     BSA_DataBlock sBlock = {static_cast<BSA_UInt16>(strBlock.size()), 0, strBlock.data()};
-    const int iRet = BSACreateObject(lHandle, spObject, nullptr);
-    CHECK(fuzz_IsOneOf(iRet, {0, 3}));
+    const BSA_ObjectDescriptor sBefore = *spObject;
+    sWorld.strData = strObject;
+    const int iRet = (bRestore ? BSAGetObject : BSACreateObject)(lHandle, spObject, nullptr);
+    CHECK(iRet == 0 || iRet == 3);
+    CHECK(!bRestore || memcmp(&sBefore, spObject, sizeof sBefore) == 0);
     if (iRet == 0)
     {
-        CHECK(sWorld.strReplies.find("150") != std::string::npos);
-        CHECK(BSASendData(lHandle, &sBlock) == 0);
+        CHECK(bRestore || uPlace != std::string::npos);
+        CHECK((bRestore ? BSAGetData : BSASendData)(lHandle, &sBlock) == 0);
+        CHECK(!bRestore || strBlock.substr(0, sBlock.numBytes) == strObject);
     }
     const int iEnd = BSAEndData(lHandle);
     fuzz_Listen();
-    CHECK(fuzz_IsOneOf(iEnd, {0, 3}));
-    if (iEnd != 0) return;
-    CHECK(iRet == 0 && sWorld.strStored == strBlock); // a backup counts when the server says so
-    CHECK(sWorld.strReplies.find("226", sWorld.strReplies.find("150")) != std::string::npos);
+    CHECK(iEnd == 0 || iEnd == 3);
+    if (iEnd != 0 || bRestore) return;
+    CHECK(iRet == 0 && sWorld.strStored == strObject); // a backup counts when the server says so
+    CHECK(sWorld.strReplies.find("226", uPlace) != std::string::npos);
 }
 
-static void Restore(long lHandle, BSA_ObjectDescriptor *spObject, unsigned I_uSize)
+void fuzz_One(std::string &X_strBytes)
 {
-    sWorld.strData = std::string(I_uSize * 37, 'r');
-    std::string strBlock(10000, '-');
-    BSA_DataBlock sBlock = {static_cast<BSA_UInt16>(strBlock.size()), 0, strBlock.data()};
-    const BSA_ObjectDescriptor sBefore = *spObject;
-    const int iRet = BSAGetObject(lHandle, spObject, nullptr);
-    CHECK(fuzz_IsOneOf(iRet, {0, 3}));
-    CHECK(memcmp(&sBefore, spObject, sizeof sBefore) == 0);
-    if (iRet == 0)
-    {
-        CHECK(BSAGetData(lHandle, &sBlock) == 0);
-        CHECK(strBlock.substr(0, sBlock.numBytes) == sWorld.strData);
-    }
-    CHECK(fuzz_IsOneOf(BSAEndData(lHandle), {0, 3}));
-    fuzz_Listen();
-}
-
-void fuzz_One(CBytes &X_sBytes)
-{
-    const unsigned uMode = X_sBytes.Byte();
-    const unsigned uWorld = X_sBytes.Byte();
-    const unsigned uSize = X_sBytes.Byte();
-    sWorld.strReplies = X_sBytes.Rest();
+    const unsigned uMode = fuzz_Byte(X_strBytes);
+    const unsigned uWorld = fuzz_Byte(X_strBytes);
+    const unsigned uSize = fuzz_Byte(X_strBytes);
+    sWorld.strReplies = X_strBytes;
     sWorld.bNoData = (uWorld & 1) != 0;
     sWorld.bStranger = (uWorld & 2) != 0;
     sWorld.bDeaf = (uWorld & 4) != 0;
@@ -63,8 +49,7 @@ void fuzz_One(CBytes &X_sBytes)
     sObject.copyType = BSA_CopyType_BACKUP;
 
     CHECK(BSABeginTxn(lHandle) == 0);
-    if ((uMode & 32) != 0) Restore(lHandle, &sObject, uSize);
-    else Store(lHandle, &sObject, uSize);
+    Transfer(lHandle, &sObject, uSize, (uMode & 32) != 0);
     CHECK(sPrivate.hOwnControl == -1 && sPrivate.hOwnData == -1);
     CHECK(BSAEndTxn(lHandle, BSA_Vote_COMMIT) == 0 && BSATerminate(lHandle) == 0);
     if (!sWorld.bDeaf) fuzz_CheckHeard();

@@ -7,7 +7,6 @@
  * for; or the call that went wrong and its result.
  */
 #define _GNU_SOURCE
-#include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -39,52 +38,32 @@ enum
 /* What a guest must leave as it was. */
 typedef struct
 {
-    void *vpaHandlers[65];
+    void (*fpaHandlers[65])(int);
     sigset_t sMask;
-    int iDescriptors;
+    int iOpen;
 } STATE;
 
 static char **cppArguments; /* LIBRARY OWNER SERVICE_HOST */
 static void *vpLibrary;
 static int hReport;
-static int bFork;            /* the session goes on in a child, too */
-static const char *cpFailed; /* a call, and its result */
-static int iFailure;
+static int bFork;               /* the session goes on in a child, too */
 static long lDepth;             /* of the stack, in bytes */
 static long lGrown;             /* pages of memory that the loads have cost */
 static unsigned char *ucpStack; /* of the thread that runs the session, or null */
 static unsigned char ucaData[SIZE];
 
-/* The first failure is the one to know. */
-static void Fail(const char *cpCall, int iCode)
+/* The first failure is the one to know; 0 is none. */
+static void Check(const char *cpCall, long lCode)
 {
-    if (cpFailed != NULL) return;
-    cpFailed = cpCall;
-    iFailure = iCode;
+    if (lCode == 0) return;
+    dprintf(hReport, "%s: %ld\n", cpCall, lCode);
+    _exit(1);
 }
 
-static void Check(const char *cpCall, int iCode)
-{
-    if (iCode != 0) Fail(cpCall, iCode);
-}
-
-/* Calls a function of the library; 0 is expected. After a failure no more is called. */
+/* Calls a function of the library; 0 is expected. */
 #define CALL(function, ...)                                                                        \
-    do                                                                                             \
-    {                                                                                              \
-        if (cpFailed == NULL)                                                                      \
-            Check(#function, ((__extension__(__typeof__(&function)) dlsym(vpLibrary, #function)))( \
-                                 __VA_ARGS__));                                                    \
-    } while (0)
-
-static int CountOpen(void)
-{
-    int iCount = 0;
-    DIR *spFolder = opendir("/proc/self/fd");
-    while (spFolder != NULL && readdir(spFolder) != NULL) iCount++;
-    if (spFolder != NULL) closedir(spFolder);
-    return iCount;
-}
+    Check(#function,                                                                               \
+          ((__extension__(__typeof__(&function)) dlsym(vpLibrary, #function)))(__VA_ARGS__))
 
 static void Look(STATE *spState)
 {
@@ -93,39 +72,33 @@ static void Look(STATE *spState)
     {
         struct sigaction sAction = {0};
         sigaction(iSignal, NULL, &sAction);
-        memcpy(&spState->vpaHandlers[iSignal], &sAction.sa_handler, sizeof(void *));
+        spState->fpaHandlers[iSignal] = sAction.sa_handler;
     }
     pthread_sigmask(SIG_SETMASK, NULL, &spState->sMask);
-    spState->iDescriptors = CountOpen();
+    for (int iNumber = 0; iNumber < CROWD + 200; iNumber++)
+        spState->iOpen += fcntl(iNumber, F_GETFD) != -1;
 }
 
 static void Compare(const STATE *spBefore)
 {
     STATE sNow;
     Look(&sNow);
-    if (sNow.iDescriptors != spBefore->iDescriptors) Fail("open", sNow.iDescriptors);
-    if (memcmp(sNow.vpaHandlers, spBefore->vpaHandlers, sizeof sNow.vpaHandlers) != 0 ||
-        memcmp(&sNow.sMask, &spBefore->sMask, sizeof sNow.sMask) != 0)
-    {
-        Fail("signals", 1);
-    }
-    if (waitpid(-1, NULL, WNOHANG) != -1 || errno != ECHILD) Fail("child", 1);
+    Check("open", sNow.iOpen - spBefore->iOpen);
+    Check("signals", memcmp(&sNow, spBefore, sizeof sNow));
+    Check("child", waitpid(-1, NULL, WNOHANG) != -1 || errno != ECHILD);
 }
 
 static void Load(void)
 {
     vpLibrary = dlopen(cppArguments[0], RTLD_NOW);
-    if (vpLibrary != NULL) return;
-    dprintf(hReport, "%s\n", dlerror());
-    _exit(1);
+    if (vpLibrary == NULL) Check(dlerror(), 1);
 }
 
 static long Open(void)
 {
-    static char szVersion[] = "BSA_API_VERSION=1.0.1";
-    static char szHost[300];
-    static BSA_ObjectOwner sOwner;
-    char *cpaEnvironment[] = {szVersion, szHost, NULL};
+    char szHost[300];
+    BSA_ObjectOwner sOwner;
+    char *cpaEnvironment[] = {"BSA_API_VERSION=1.0.1", szHost, NULL};
     long lHandle = 0;
     snprintf(szHost, sizeof szHost, "BSA_SERVICE_HOST=%s", cppArguments[2]);
     snprintf(sOwner.bsa_ObjectOwner, sizeof sOwner.bsa_ObjectOwner, "%s", cppArguments[1]);
@@ -135,7 +108,6 @@ static long Open(void)
 
 static void Store(long lHandle, BSA_ObjectDescriptor *spObject)
 {
-    CALL(BSABeginTxn, lHandle);
     CALL(BSACreateObject, lHandle, spObject, NULL);
     for (int iDone = 0; iDone < SIZE; iDone += BLOCK)
     {
@@ -144,29 +116,23 @@ static void Store(long lHandle, BSA_ObjectDescriptor *spObject)
         CALL(BSASendData, lHandle, &sBlock);
     }
     CALL(BSAEndData, lHandle);
-    CALL(BSAEndTxn, lHandle, BSA_Vote_COMMIT);
 }
 
 static void Restore(long lHandle, BSA_ObjectDescriptor *spObject)
 {
     int iDone = 0;
-    char *cpGot = malloc(BLOCK);
-    BSA_DataBlock sBlock = {BLOCK, BLOCK, cpGot};
-    CALL(BSABeginTxn, lHandle);
+    static char caGot[BLOCK];
+    BSA_DataBlock sBlock = {BLOCK, BLOCK, caGot};
     CALL(BSAGetObject, lHandle, spObject, NULL);
-    while (cpFailed == NULL && sBlock.numBytes == BLOCK)
+    while (sBlock.numBytes == BLOCK)
     {
         CALL(BSAGetData, lHandle, &sBlock);
-        if (iDone + sBlock.numBytes > SIZE || memcmp(cpGot, ucaData + iDone, sBlock.numBytes) != 0)
-        {
-            Fail("data", iDone);
-        }
+        Check("size", iDone + sBlock.numBytes > SIZE);
+        Check("data", memcmp(caGot, ucaData + iDone, sBlock.numBytes));
         iDone += sBlock.numBytes;
     }
-    if (iDone != SIZE) Fail("size", iDone);
+    Check("size", SIZE - iDone);
     CALL(BSAEndData, lHandle);
-    CALL(BSAEndTxn, lHandle, BSA_Vote_COMMIT);
-    free(cpGot);
 }
 
 static void Transfer(long lHandle)
@@ -180,23 +146,14 @@ static void Transfer(long lHandle)
     sQuery.objectName = sObject.objectName;
     sQuery.objectType = BSA_ObjectType_FILE;
     sQuery.objectStatus = BSA_ObjectStatus_MOST_RECENT;
-    Store(lHandle, &sObject);
-    Restore(lHandle, &sObject);
-    CALL(BSABeginTxn, lHandle);
-    CALL(BSAQueryObject, lHandle, &sQuery, &sObject);
-    CALL(BSAEndTxn, lHandle, BSA_Vote_COMMIT);
-}
-
-static void ForkTransfer(long lHandle)
-{
-    int iStatus = 0;
-    pid_t iChild = fork();
-    if (iChild == 0)
+    for (int iStep = 0; iStep < 3; iStep++)
     {
-        Transfer(lHandle);
-        _exit(cpFailed != NULL);
+        CALL(BSABeginTxn, lHandle);
+        if (iStep == 0) Store(lHandle, &sObject);
+        if (iStep == 1) Restore(lHandle, &sObject);
+        if (iStep == 2) CALL(BSAQueryObject, lHandle, &sQuery, &sObject);
+        CALL(BSAEndTxn, lHandle, BSA_Vote_COMMIT);
     }
-    if (waitpid(iChild, &iStatus, 0) == iChild && iStatus != 0) Fail("fork", iStatus);
 }
 
 /* Paints what lies deeper than this frame, or looks how much of that was used since. */
@@ -213,11 +170,18 @@ static __attribute__((noinline)) void StackUse(int bLook)
 static void *Run(void *vpNothing)
 {
     STATE sBefore;
+    int iStatus = 0;
     Look(&sBefore);
     Load();
     StackUse(0);
     long lHandle = Open();
-    if (bFork) ForkTransfer(lHandle);
+    if (bFork && fork() == 0)
+    {
+        Transfer(lHandle);
+        _exit(0);
+    }
+    if (bFork) wait(&iStatus);
+    Check("fork", iStatus);
     Transfer(lHandle);
     CALL(BSATerminate, lHandle);
     StackUse(1);
@@ -231,6 +195,31 @@ static void *Sleep(void *vpNothing)
 {
     for (;;) pause();
     return vpNothing;
+}
+
+static long ResidentPages(void)
+{
+    long lResident = 0;
+    FILE *spFile = fopen("/proc/self/statm", "re");
+    Check("statm", spFile == NULL || fscanf(spFile, "%*d %ld", &lResident) != 1 || fclose(spFile));
+    return lResident;
+}
+
+/* Each time with a session and its log open. */
+static void Unload(void)
+{
+    STATE sBefore;
+    long lPages = 0;
+    Look(&sBefore);
+    for (int iCycle = 0; iCycle < UNLOADS; iCycle++)
+    {
+        if (iCycle == SETTLED) lPages = ResidentPages();
+        Load();
+        Open();
+        dlclose(vpLibrary);
+    }
+    Compare(&sBefore);
+    lGrown = ResidentPages() - lPages;
 }
 
 /* With many open, with 0, 1 and 2 closed, and so on: each stays so. */
@@ -249,8 +238,11 @@ static void Become(const char *cpCondition)
         for (int iSignal = 1; iSignal < 65; iSignal++) signal(iSignal, SIG_IGN);
     if (strcmp(cpCondition, "threads") == 0)
         for (int iThread = 0; iThread < THREADS; iThread++)
-            if (pthread_create(&sThread, NULL, Sleep, NULL) != 0) Fail("thread", iThread);
+            Check("thread", pthread_create(&sThread, NULL, Sleep, NULL));
     if (strcmp(cpCondition, "fork") == 0) bFork = 1;
+    if (strcmp(cpCondition, "unloaded") == 0) Unload();
+    if (strcmp(cpCondition, "thread") == 0)
+        ucpStack = mmap(NULL, STACK, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 }
 
 /* In a thread that has so much stack and no more. */
@@ -258,39 +250,10 @@ static void RunInThread(void)
 {
     pthread_t sThread;
     pthread_attr_t sAttributes;
-    ucpStack = mmap(NULL, STACK, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     pthread_attr_init(&sAttributes);
     pthread_attr_setstack(&sAttributes, ucpStack, STACK);
-    int iCode = pthread_create(&sThread, &sAttributes, Run, NULL);
-    if (iCode != 0) Fail("pthread_create", iCode);
-    else pthread_join(sThread, NULL);
-}
-
-static long ResidentPages(void)
-{
-    long lSize = 0;
-    long lResident = 0;
-    FILE *spFile = fopen("/proc/self/statm", "re");
-    if (spFile == NULL || fscanf(spFile, "%ld %ld", &lSize, &lResident) != 2) Fail("statm", errno);
-    if (spFile != NULL) fclose(spFile);
-    return lResident;
-}
-
-/* Each time with a session and its log open. */
-static void Unload(void)
-{
-    STATE sBefore;
-    long lPages = 0;
-    Look(&sBefore);
-    for (int iCycle = 0; iCycle < UNLOADS && cpFailed == NULL; iCycle++)
-    {
-        if (iCycle == SETTLED) lPages = ResidentPages();
-        Load();
-        Open();
-        dlclose(vpLibrary);
-    }
-    Compare(&sBefore);
-    lGrown = ResidentPages() - lPages;
+    Check("pthread_create", pthread_create(&sThread, &sAttributes, Run, NULL));
+    pthread_join(sThread, NULL);
 }
 
 int main(int argc, char **argv)
@@ -299,16 +262,9 @@ int main(int argc, char **argv)
     hReport = fcntl(1, F_DUPFD_CLOEXEC, CROWD + 100);
     if (hReport == -1) hReport = fcntl(1, F_DUPFD_CLOEXEC, 100);
     for (int iByte = 0; iByte < SIZE; iByte++) ucaData[iByte] = (unsigned char)(iByte * 7 / 5);
-    int bThread = 0;
-    for (int iArgument = 4; iArgument < argc; iArgument++)
-    {
-        Become(argv[iArgument]);
-        if (strcmp(argv[iArgument], "unloaded") == 0) Unload();
-        if (strcmp(argv[iArgument], "thread") == 0) bThread = 1;
-    }
-    if (bThread) RunInThread();
+    for (int iArgument = 4; iArgument < argc; iArgument++) Become(argv[iArgument]);
+    if (ucpStack != NULL) RunInThread();
     else Run(NULL);
-    if (cpFailed == NULL) dprintf(hReport, "ok %ld %ld\n", lDepth, lGrown);
-    else dprintf(hReport, "%s: %d\n", cpFailed, iFailure);
+    dprintf(hReport, "ok %ld %ld\n", lDepth, lGrown);
     _exit(0);
 }

@@ -7,9 +7,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <link.h>
-#include <stdio.h>
 #include <string.h>
-#include <unistd.h>
 
 enum
 {
@@ -20,63 +18,32 @@ enum
 };
 
 /*
- * One row for each call: result, its value in a failure, and whether the real call is made all the
- * same (a descriptor is gone even where close fails, an interrupted connect goes on); name,
- * parameters, arguments, what makes it a short one.
+ * One row for each call: its name, its result in a failure, and whether the real call is made all
+ * the same (a descriptor is gone even where close fails, an interrupted connect goes on).
  */
 #define NEVER 0
 #define ALWAYS 1
 #define INTERRUPTED (error == EINTR)
-#define WHOLE (void)0
-#define ONE size = size != 0
+/* clang-format off */
 #define CALLS(C)                                                                                   \
-    C(int, -1, NEVER, socket, (int family, int type, int protocol), (family, type, protocol),      \
-      WHOLE)                                                                                       \
-    C(int, -1, NEVER, bind, (int fd, void *address, int room), (fd, address, room), WHOLE)         \
-    C(int, -1, NEVER, listen, (int fd, int backlog), (fd, backlog), WHOLE)                         \
-    C(int, -1, NEVER, accept4, (int fd, void *address, void *room, int flags),                     \
-      (fd, address, room, flags), WHOLE)                                                           \
-    C(int, -1, INTERRUPTED, connect, (int fd, void *address, int room), (fd, address, room),       \
-      WHOLE)                                                                                       \
-    C(int, -1, NEVER, getsockname, (int fd, void *address, void *room), (fd, address, room),       \
-      WHOLE)                                                                                       \
-    C(int, -1, NEVER, getpeername, (int fd, void *address, void *room), (fd, address, room),       \
-      WHOLE)                                                                                       \
-    C(int, -1, NEVER, getsockopt, (int fd, int level, int key, void *value, void *room),           \
-      (fd, level, key, value, room), WHOLE)                                                        \
-    C(int, -1, NEVER, setsockopt, (int fd, int level, int key, void *value, int room),             \
-      (fd, level, key, value, room), WHOLE)                                                        \
-    C(ssize_t, -1, NEVER, send, (int fd, void *data, size_t size, int flags),                      \
-      (fd, data, size, flags), ONE)                                                                \
-    C(ssize_t, -1, NEVER, recv, (int fd, void *data, size_t size, int flags),                      \
-      (fd, data, size, flags), ONE)                                                                \
-    C(int, -1, NEVER, poll, (void *fds, long count, int wait), (fds, count, wait), WHOLE)          \
-    C(int, -1, NEVER, open, (char *path, int flags, long mode), (path, flags, mode), WHOLE)        \
-    C(off_t, -1, NEVER, lseek, (int fd, off_t offset, int whence), (fd, offset, whence), WHOLE)    \
-    C(ssize_t, -1, NEVER, write, (int fd, const void *data, size_t size), (fd, data, size), ONE)   \
-    C(int, -1, ALWAYS, close, (int fd), (fd), WHOLE)                                               \
-    C(int, -1, NEVER, fcntl, (int fd, int command, long value), (fd, command, value), WHOLE)       \
-    C(FILE *, NULL, NEVER, fdopen, (int fd, const char *mode), (fd, mode), WHOLE)                  \
-    C(char *, NULL, NEVER, fgets, (char *line, int size, FILE *file), (line, size, file), WHOLE)   \
-    C(size_t, 0, NEVER, fread, (void *data, size_t unit, size_t size, FILE *file),                 \
-      (data, unit, size, file), ONE)                                                               \
-    C(int, EOF, ALWAYS, fclose, (FILE * file), (file), WHOLE)                                      \
-    C(FILE *, NULL, NEVER, popen, (const char *line, const char *mode), (line, mode), WHOLE)       \
-    C(int, -1, ALWAYS, pclose, (FILE * file), (file), WHOLE)                                       \
-    C(void *, NULL, NEVER, getpwuid, (int user), (user), WHOLE)                                    \
-    C(void *, NULL, NEVER, gethostbyname, (char *host), (host), WHOLE)                             \
-    C(void *, NULL, NEVER, gethostbyaddr, (void *address, int room, int family),                   \
-      (address, room, family), WHOLE)
+    C(socket, -1, NEVER) C(bind, -1, NEVER) C(listen, -1, NEVER) C(accept4, -1, NEVER)             \
+    C(connect, -1, INTERRUPTED) C(getsockname, -1, NEVER) C(getpeername, -1, NEVER)                \
+    C(getsockopt, -1, NEVER) C(setsockopt, -1, NEVER) C(send, -1, NEVER) C(recv, -1, NEVER)        \
+    C(poll, -1, NEVER) C(open, -1, NEVER) C(lseek, -1, NEVER) C(write, -1, NEVER)                  \
+    C(close, -1, ALWAYS) C(fcntl, -1, NEVER) C(fdopen, 0, NEVER) C(fgets, 0, NEVER)                \
+    C(fread, 0, NEVER) C(fclose, -1, ALWAYS) C(popen, 0, NEVER) C(pclose, -1, ALWAYS)              \
+    C(getpwuid, 0, NEVER) C(gethostbyname, 0, NEVER) C(gethostbyaddr, 0, NEVER)
+/* clang-format on */
 
-#define NAME(type, failed, made, name, parameters, arguments, shorten) #name,
+#define NAME(name, failed, made) #name,
 static const char *const names[] = {"malloc", CALLS(NAME) "sleep", NULL};
 
 /* Which call fails: the n-th one of that name, and those after it where on is set. */
 static struct
 {
-    const char *name;
-    int number, on, error, count, hits;
+    int row, number, on, error, hits;
 } fault;
+static int calls[sizeof names / sizeof *names];
 static char *first, *last;   /* the library's code */
 static void *blocks[BLOCKS]; /* what it has allocated and not given back */
 static int highest;          /* no block lies behind this one */
@@ -95,18 +62,26 @@ static int find_library(struct dl_phdr_info *info, size_t size, void *data)
     return 1;
 }
 
-/* Begins to count; returns 0 for a call that is not in the table. */
-int shim_arm(const char *name, int number, int on, int error)
+static int find(const char *name)
 {
     int row = 0;
     while (names[row] != NULL && strcmp(names[row], name) != 0) row++;
+    return row;
+}
+
+/* Begins to count; returns 0 for a call that is not in the table. */
+int shim_arm(const char *name, int number, int on, int error)
+{
     dl_iterate_phdr(find_library, NULL);
-    fault.name = names[row];
-    fault.number = number;
-    fault.on = on;
-    fault.error = error;
-    fault.count = fault.hits = 0;
-    return names[row] != NULL && first != NULL;
+    fault = (__typeof__(fault)){find(name), number, on, error, 0};
+    memset(calls, 0, sizeof calls);
+    return names[fault.row] != NULL && first != NULL;
+}
+
+/* How often it was called. */
+int shim_calls(const char *name)
+{
+    return calls[find(name)];
 }
 
 /* How many calls failed. */
@@ -131,25 +106,29 @@ static int is_library(const void *caller)
 /* The error number that this call is to fail with, SHORT or UNHARMED. */
 static int judge(const char *name, const void *caller)
 {
-    if (!is_library(caller) || fault.name == NULL || strcmp(fault.name, name) != 0) return UNHARMED;
-    fault.count++;
-    if (fault.count != fault.number && (!fault.on || fault.count < fault.number)) return UNHARMED;
+    int row = find(name);
+    int number = is_library(caller) ? ++calls[row] : 0;
+    if (number == 0 || row != fault.row) return UNHARMED;
+    if (number != fault.number && (!fault.on || number < fault.number)) return UNHARMED;
     int passes = fault.error == EINTR || fault.error == EAGAIN;
     if (passes && fault.hits >= PATIENCE) return UNHARMED;
     fault.hits++;
     return fault.error;
 }
 
-/* The headers that declare these are left out: some are variable in their arguments there. */
-#define DEFINE(type, failed, made, name, parameters, arguments, shorten)                           \
-    type name parameters                                                                           \
+/*
+ * The headers that declare these are left out. Numbers and addresses are in the same registers and
+ * pass as they are; what a call may do in part, it is told the size of by its third argument.
+ */
+#define DEFINE(name, failed, made)                                                                 \
+    long name(long a, long b, long c, long d, long e)                                              \
     {                                                                                              \
-        static type(*real) parameters;                                                             \
+        static long (*real)(long, long, long, long, long);                                         \
         if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, #name);                               \
         int error = judge(#name, __builtin_return_address(0));                                     \
-        if (error == SHORT) shorten;                                                               \
-        if (error == SHORT || error == UNHARMED) return real arguments;                            \
-        if (made) real arguments;                                                                  \
+        if (error == SHORT) c = c != 0;                                                            \
+        if (error == SHORT || error == UNHARMED) return real(a, b, c, d, e);                       \
+        if (made) real(a, b, c, d, e);                                                             \
         errno = error;                                                                             \
         return failed;                                                                             \
     }

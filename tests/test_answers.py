@@ -14,8 +14,8 @@ ANY = None  # a success or a clear failure; what decides is in the value
 # Answers from the file of its verb, and then does what another file says.
 SCRIPT = r"""#!/bin/sh
 verb=${2%%:*}
-[ -f "FOLDER/$verb" ] && cat "FOLDER/$verb" || echo reply=OK
-[ -f "FOLDER/$verb.then" ] && . "FOLDER/$verb.then"
+cat "FOLDER/$verb"
+. "FOLDER/$verb.then"
 exit 0
 """
 
@@ -55,19 +55,14 @@ SILENT = {"open": (REFUSED, REFUSED), "openjob": (REFUSED, REFUSED),
           "closejob": (SPOILT, OPENED), "close": (SPOILT, OPENED)}
 
 
-def store(x, count):
-    """Codes and last messages of so many stores, whatever became of the one before."""
-    start(x)
-    return [(x.store(), x.last_error()) for _ in range(count)]
-
-
-def store_each(x, folder, texts):
-    """One store for each answer of the job's open, in one session; then a good one."""
+def store_each(x, folder, changes):
+    """One store with each change of the utility's files, in one session."""
     start(x)
     found = []
-    for text in texts:
-        with open(folder + "/openjob", "wb") as file:
-            file.write(text)
+    for files in changes:
+        for name, text in files.items():
+            with open(os.path.join(folder, name), "wb") as file:
+                file.write(text)
         found.append((x.store(), x.last_error()))
     return found
 
@@ -75,21 +70,23 @@ def store_each(x, folder, texts):
 class Answers(unittest.TestCase):
     def setUp(self):
         self.server = Server()
-        made = answers(self.server.port, drive="/d")
-        self.utility, self.good = Utility(self, made, SCRIPT), made["openjob"]
+        self.files = {verb + ".then": b"" for verb in SILENT} \
+            | dict.fromkeys(SILENT, HEAD) | answers(self.server.port, drive="/d")
+        self.utility, self.good = Utility(self, None, SCRIPT), self.files["openjob"]
 
-    def check(self, rows, texts):
-        got = run(store_each, self.utility.folder, texts + [self.good], server=self.server,
-                  env={"KORVA_STRICT": "1"}).value
+    def check(self, rows, changes, strict="1"):
+        """Each row with its change of the good files, and then those as they are."""
+        got = run(store_each, self.utility.folder, [self.files | each for each in changes + [{}]],
+                  server=self.server, env={"KORVA_STRICT": strict}).value
         self.assertEqual(got.pop(), (OPENED, ""))
         for (name, want), (codes, message) in zip(rows, got):
-            with self.subTest(name):
+            with self.subTest(name, strict=strict):
                 self.assertIn(codes, (OPENED, REFUSED) if want is ANY else (want,))
                 self.assertEqual(bool(message), codes != OPENED, message)
 
     def test_answers(self):
         self.check([(name, want) for name, _, want in ANSWERS],
-                   [change(self.good) for _, change, _ in ANSWERS])
+                   [{"openjob": change(self.good)} for _, change, _ in ANSWERS])
         for name in self.server.objects:  # ten digits: of an answer without a name, by the time
             self.assertRegex(name, r"^(ABC|DEF|\d{10})$")
 
@@ -97,25 +94,16 @@ class Answers(unittest.TestCase):
         """At every byte: a refusal until the login is whole, never another object's name."""
         sizes = range(0, len(self.good), STRIDE)
         self.check([(self.good[:size], ANY) for size in sizes],
-                   [self.good[:size] for size in sizes])
+                   [{"openjob": self.good[:size]} for size in sizes])
         logins = {tuple(lines[:2]) for lines in self.server.heard if lines}
         self.assertLessEqual({user for user, _ in logins}, {"USER user", "USER sms"})
 
     def test_ends(self):
-        for then in THENS:
-            for verb in SILENT:
-                with self.subTest(then, verb=verb):
-                    self.setUp()
-                    self.utility.answer(verb + ".then", then.encode() + b"\n")
-                    got = run(store, 2, server=self.server, env={"KORVA_STRICT": "1"}).value
-                    self.assertEqual(got, [(OPENED, "")] * 2)
+        self.check([(then, OPENED) for then in THENS],
+                   [{verb + ".then": then.encode() for verb in SILENT} for then in THENS])
 
     def test_silence(self):
-        for verb, wants in SILENT.items():
-            for strict, want in zip("10", wants):
-                with self.subTest(verb, strict=strict):
-                    self.setUp()
-                    self.utility.answer(verb, b"")
-                    got = run(store, 1, server=self.server, env={"KORVA_STRICT": strict}).value
-                    self.assertEqual(got[0][0], want)
-                    self.assertEqual(bool(got[0][1]), want != OPENED, got[0][1])
+        for strict in "10":
+            self.setUp()
+            self.check([(verb, wants["10".index(strict)]) for verb, wants in SILENT.items()],
+                       [{verb: b""} for verb in SILENT], strict)

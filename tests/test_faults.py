@@ -4,6 +4,7 @@ import errno
 import hashlib
 import itertools
 import os
+import re
 import shutil
 import unittest
 
@@ -26,24 +27,25 @@ PLAIN = """malloc:ENOMEM socket:EMFILE,ENOMEM bind:ENOMEM listen:ENOMEM getsockn
 INFORMIX = PLAIN + """ fdopen:ENOMEM fgets:EINTR,ENOMEM fread:EINTR,ENOMEM,SHORT fclose:EINTR
     popen:EMFILE,EAGAIN,ENOMEM pclose:EINTR getpwuid:EINTR,EMFILE,ENOMEM
     gethostbyaddr:EAGAIN,ENOMEM"""
+ALL = re.findall(r"(\w+):", INFORMIX) + ["fcntl", "getpeername"]
 # Strict mode, whether 0 to 2 are closed in the host, and what is called there alone.
 HOSTS = [("0", False, ""), ("1", False, " getpeername:ENOMEM"), ("1", True, " fcntl:EMFILE")]
 
 
-def series(table, growth):
+def series(table, growth, calls):
     """
-    Generators of (call, number, on, error), each to be taken from until no call was left to fail.
-    In CI the number grows by its part, and the ways to fail take turns.
+    Faults: (call, number, on, error), for each call as many as calls tells. In CI the number grows
+    by its part, and the ways to fail take turns.
     """
     for row in table.split():
         call, _, errors = row.partition(":")
         ways = list(itertools.product((0, 1), errors.split(",")))
         if FULL:
-            for way in ways:
-                yield [(call, number, *way) for number in range(1, 5000)]
+            faults = itertools.product(range(calls[call]), ways)
         else:
             numbers = itertools.accumulate(range(20), lambda last, _: last + 1 + last // growth)
-            yield [(call, number + 1, *way) for number, way in zip(numbers, itertools.cycle(ways))]
+            faults = zip(numbers, itertools.cycle(ways))
+        yield from ((call, number + 1, *way) for number, way in faults if number < calls[call])
 
 
 def attempt(x, road, action, closed, fault):
@@ -59,6 +61,7 @@ def attempt(x, road, action, closed, fault):
     elif codes == [0]:
         codes, data = x.restore(**names)
     hits, message, again = shim.shim_hits(), x.last_error(), [0, 0, 0]
+    calls = {call: shim.shim_calls(call.encode()) for call in ALL}
     shim.shim_arm(b"malloc", 0, 0, 0)
     if any(codes):
         road.begin(x)
@@ -66,7 +69,7 @@ def attempt(x, road, action, closed, fault):
     lost = shim.shim_blocks() - bool(x.state.cpTraceBuffer)
     for low in range(3 if closed else 0):
         os.open("/dev/null", os.O_RDWR)
-    return codes, data == DATA, message, again, lost, hits
+    return codes, data == DATA, message, again, lost, hits, calls
 
 
 class Road:
@@ -76,32 +79,28 @@ class Road:
     def test_faults(self):
         for strict, closed, alone in self.hosts:
             for action in ("store", "restore"):
-                table = self.table if FULL else "" if alone else self.brief
+                table = self.table if FULL else "" if alone else self.brief[action]
                 left = self.drive(action, closed, strict, table + alone)
                 self.assertEqual(left, set(), "never failed")
         print(f"{self.cases} faults injected, {self.calls} calls failed")
 
     def drive(self, action, closed, strict, table):
         """Every fault of the table. Returns the calls of which none failed."""
-        left = {row.partition(":")[0] for row in table.split()}
-        for faults in series(table, self.growth):
-            for fault in faults:
-                hits = 1
-                with self.subTest(action=action, closed=closed, strict=strict, fault=fault):
-                    self.prepare(action)
-                    hits = self.inject(action, closed, {"KORVA_STRICT": strict} | LOG, fault)
-                self.tidy()
-                if hits == 0:
-                    break
-                self.cases, self.calls = self.cases + 1, self.calls + hits
-                left.discard(fault[0])
+        left = set(re.findall(r"(\w+):", table))
+        how = action, closed, {"KORVA_STRICT": strict} | LOG
+        for fault in series(table, self.growth, self.inject(*how, ("malloc", 0, 0, ""))[1]):
+            with self.subTest(action=action, closed=closed, strict=strict, fault=fault):
+                hits = self.inject(*how, fault)[0]
+                self.cases, self.calls = self.cases + (hits > 0), self.calls + hits
+                left -= {fault[0]} if hits else set()
         return left
 
     def inject(self, action, closed, env, fault):
-        """One fault. Returns how many calls failed."""
+        """One fault. Returns how many calls failed, and how many of each there were."""
+        self.prepare(action)
         got = run(attempt, self, action, closed, fault, server=self.server, level=None, env=env,
                   deadline=60)
-        codes, right, message, again, lost, hits = got.value
+        codes, right, message, again, lost, hits, calls = got.value
         self.assertEqual((again, lost), ([0, 0, 0], 0))
         if any(codes):
             self.assertTrue(message, f"{codes}, but no last message")
@@ -111,11 +110,11 @@ class Road:
             left = self.stored()
             self.assertTrue(left == [DATA] or left == [] and any(codes), f"{codes}, but stored "
                             f"{[(len(data), data[:20]) for data in left]}")
-        return hits
+        return hits, calls
 
 
 class Plain(Road, unittest.TestCase):
-    table, brief, growth, hosts = PLAIN, PLAIN, 2, HOSTS
+    table, brief, growth, hosts = PLAIN, {"store": PLAIN, "restore": PLAIN}, 2, HOSTS
 
     def test_read(self):
         """Every way in which the data connection of a restore can break is told."""
@@ -132,21 +131,19 @@ class Plain(Road, unittest.TestCase):
             self.prepare("restore")
             self.assertEqual(run(read, error, server=self.server).value,
                              ([0, 3, 0], f"{os.strerror(error)} Data receiving failed."))
-            self.tidy()
 
     def begin(self, x):
         host = b"BSA_SERVICE_HOST=127.0.0.1:%d" % self.server.port
         return x.init(b"BSA_API_VERSION=1.0.1", b"BSA_TIMEOUT=2", host)
 
     def prepare(self, action):
+        self.doCleanups()  # the folder of the one before
         self.server = Daemon("vsftpd")
+        self.addCleanup(shutil.rmtree, self.server.folder)
         self.names = {"owner": self.server.owner, "path": b".", "name": b"obj"}
         if action == "restore":
             with open(os.path.join(self.server.data, "obj"), "wb") as file:
                 file.write(DATA)
-
-    def tidy(self):
-        shutil.rmtree(self.server.folder)
 
     def stored(self):
         return [data for name, data in self.server.stored().items() if name != "next"]
@@ -155,7 +152,9 @@ class Plain(Road, unittest.TestCase):
 class Informix(Road, unittest.TestCase):
     """Where the server asks which account on which host logs in."""
     table, growth, hosts, server = INFORMIX, 1, HOSTS if FULL else HOSTS[:1], None
-    brief = """malloc:ENOMEM popen:EMFILE fread:SHORT,EINTR fdopen:ENOMEM fgets:EINTR
+    # The settings, the answers and the login are read the same way for both.
+    brief = {"restore": "malloc:ENOMEM popen:EMFILE"}
+    brief["store"] = brief["restore"] + """ fread:SHORT,EINTR fdopen:ENOMEM fgets:EINTR
         gethostbyaddr:EAGAIN getpwuid:EMFILE"""
 
     def setUp(self):
@@ -174,9 +173,6 @@ class Informix(Road, unittest.TestCase):
 
     def prepare(self, action):
         self.known = len(self.sandbox.objects())
-
-    def tidy(self):
-        """The sandbox stays."""
 
     def stored(self):
         """What the store under the fault left to be restored."""

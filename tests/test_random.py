@@ -4,6 +4,7 @@ import os
 import random
 import re
 import unittest
+from functools import partialmethod
 
 import test_com
 from server import Server
@@ -80,11 +81,8 @@ class Model:
         self.status = FAILED if code else self.status
         return code
 
-    def create(self, wrong, name):
-        return self.object("STOR", wrong, name)
-
-    def get(self, wrong, name):
-        return self.object("RETR", wrong, name)
+    create = partialmethod(object, "STOR")
+    get = partialmethod(object, "RETR")
 
     def _block(self, wrong, size, against):
         code = HANDLE if wrong else NULL if size is None else ORDER if self.open == against else 0
@@ -143,22 +141,16 @@ def invoke(x, call, handle, argument, room):
         function = x.BSACreateObject if call == "create" else x.BSAGetObject
         made = None if argument is None else c.byref(descriptor(name=argument))
         return function(handle, made, None), 0
-    if call == "commit":
-        return x.BSAEndTxn(handle, 1), 0
-    if call == "query":
-        return x.BSAGetNextQueryObject(handle, None), 0
-    return {"begin": x.BSABeginTxn, "end": x.BSAEndData}[call](handle), 0
+    return {"begin": lambda: x.BSABeginTxn(handle), "end": lambda: x.BSAEndData(handle),
+            "commit": lambda: x.BSAEndTxn(handle, 1),
+            "query": lambda: x.BSAGetNextQueryObject(handle, None)}[call](), 0
 
 
 def play(x, server, seed, fates, informix, strict):
     """One piece; what should be stored, and the closes that the utility should have heard of."""
-    if informix:
-        test_com.start(x)
-    else:
-        x.start(server)
-    chance, model, room = random.Random(seed), Model(fates, informix, strict), \
-        c.create_string_buffer(65536)
-    done = []
+    _ = test_com.start(x) if informix else x.start(server)
+    chance, model, done = random.Random(seed), Model(fates, informix, strict), []
+    room = c.create_string_buffer(65536)
     for _ in range(PIECE):
         for call, wrong, argument in steps(chance):
             if call == "send" and not model.open and not wrong and argument:
