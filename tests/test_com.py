@@ -4,15 +4,13 @@ import ctypes as c
 import os
 import pwd
 import re
-import shutil
 import socket
-import tempfile
 import time
 import unittest
 
 import inifile
 from server import Server
-from xbsa import (Block, Descriptor, Name, Query, descriptor, run)
+from xbsa import Block, Descriptor, Name, Query, descriptor, make_folder, run, write_plain
 
 os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
 os.environ.pop("LD_PRELOAD", None)  # the sanitizer is for this process, not for its children
@@ -48,8 +46,7 @@ class Utility:
     """The scripted utility in a folder of its own, and the INI file that names it."""
 
     def __init__(self, test, answers=None, script=SCRIPT, name="bin"):
-        self.folder = tempfile.mkdtemp(prefix="utility")
-        test.addCleanup(shutil.rmtree, self.folder)
+        self.folder = make_folder(test)
         self.path = os.path.join(self.folder, name, "olm_com_interface")
         os.mkdir(os.path.dirname(self.path))
         if script:
@@ -80,11 +77,6 @@ class Utility:
 
     def arguments(self):
         return [" ".join(words) for words, _, _ in self.calls()]
-
-
-def write_plain(path, text):
-    with open(path, "w", encoding="utf-8") as file:
-        file.write(text)
 
 
 def write_ini(text):

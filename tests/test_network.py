@@ -16,6 +16,7 @@ from xbsa import Block, descriptor, pattern, run
 HERE, THERE, SECOND = "10.77.0.1", "10.77.0.2", "10.78.0.2"
 PATIENCE = 600  # seconds: no scenario may take longer
 OBJECT = pattern(300000)
+DATA, ALL = "tcp dport != 2121 tcp sport != 2121", "tcp dport 0-65535"
 REPLIES = {"USER": "331", "PASS": "230", "PORT": "200", "CWD": "250", "STOR": "150", "RETR": "150"}
 
 
@@ -113,38 +114,18 @@ def vanish(host):
     ip("-n", host, "route add blackhole", HERE)
 
 
-def vanish_in_store(x, here, there):
-    begin(x, here)
-    assert x.BSACreateObject(x.handle, c.byref(descriptor()), None) == 0 and x.send(OBJECT[:9]) == 0
-    vanish(there)
-    return next(code for code in iter(lambda: x.send(OBJECT[:65535]), None) if code), \
-        x.last_error(), x.BSAEndData(x.handle)
-
-
-def vanish_in_restore(x, here, there):
-    begin(x, here)
-    room = c.create_string_buffer(30000)
-    block = Block(30000, 0, c.addressof(room))
-    assert x.BSAGetObject(x.handle, c.byref(descriptor()), None) == 0
-    for _ in range(10):
-        assert x.BSAGetData(x.handle, c.byref(block)) == 0
-    vanish(there)
-    return x.BSAGetData(x.handle, c.byref(block)), x.last_error(), x.BSAEndData(x.handle)
-
-
-def reset_on_the_way(x, here, there, verb, which):
-    """The code and the text of the transfer's failure, and the end of the object."""
+def cut(x, here, verb, blocks, strike):
+    """After so many blocks; the code and the text of the transfer's failure, and of its end."""
     begin(x, here)
     room = c.create_string_buffer(OBJECT[:30000])
     block = Block(30000, 0, c.addressof(room))
     opening, call = {"STOR": (x.BSACreateObject, x.BSASendData),
                      "RETR": (x.BSAGetObject, x.BSAGetData)}[verb]
     assert opening(x.handle, c.byref(descriptor()), None) == 0
-    assert call(x.handle, c.byref(block)) == 0
-    for host in (here, there):
-        filters(host, "output", f"oifname != lo tcp flags & rst == 0 {which} "
-                "reject with tcp reset")
-    code = next((code for _ in range(1000) if (code := call(x.handle, c.byref(block)))), 0)
+    for _ in range(blocks):
+        assert call(x.handle, c.byref(block)) == 0
+    strike()
+    code = next((code for _ in range(10000) if (code := call(x.handle, c.byref(block)))), 0)
     return code, x.last_error(), x.BSAEndData(x.handle)
 
 
@@ -172,38 +153,28 @@ class Network(unittest.TestCase):
             ip("-n", name, "link set", name, "up")
         return names
 
-    def scenario(self, function, *arguments, closed_for=0, mtu=1500):
-        here, there = self.hosts(mtu)
-        server = Far(there, closed_for)
-        return run(function, here, *(arguments or (there,)), server=server, level=None,
-                   env={"KORVA_STRICT": "1"}, deadline=PATIENCE).value, server
+    def test_cut(self):
+        """By a server that vanishes, and by a firewall's resets of the data, or of everything."""
+        for verb, blocks, which, wait, error in (
+                ("STOR", 1, None, 0, "Connection timed out Data sending failed."),
+                ("RETR", 10, None, 0, ""), ("RETR", 1, DATA, 70, ""), ("RETR", 1, ALL, 70, ""),
+                ("STOR", 1, DATA, 0, "sending"), ("STOR", 1, ALL, 0, "sending")):
+            with self.subTest(verb, which=which):
+                here, there = self.hosts()
+                server = Far(there, wait)
 
-    def test_server_that_vanishes_in_a_store(self):
-        self.assertEqual(self.scenario(vanish_in_store)[0],
-                         (3, "Connection timed out Data sending failed.", 3))
-
-    def test_server_that_vanishes_in_a_restore(self):
-        code, _, end = self.scenario(vanish_in_restore)[0]
-        self.assertEqual((code, end), (3, 3))
-
-    def test_server_that_waits_for_a_tape(self):
-        """Longer than the silence that means the end of another."""
-        codes, server = self.scenario(store, THERE, closed_for=240)
-        self.assertEqual((codes, server.stored), ([0, 0, 0], OBJECT * 40))
-
-    def test_resets_on_the_way(self):
-        """A firewall that resets the data connection, or everything."""
-        for verb, error in (("STOR", "sending"), ("RETR", "")):
-            for which in ("tcp dport != 2121 tcp sport != 2121", "tcp dport 0-65535"):
-                with self.subTest(verb, which=which):
-                    here, there = self.hosts()
-                    server = Far(there, 70 if verb == "RETR" else 0)
-                    code, text, end = run(reset_on_the_way, here, there, verb, which, level=None,
-                                          server=server, env={"KORVA_STRICT": "1"}).value
-                    self.assertEqual((code, end), (3, 3), text)
-                    self.assertIn(error, text)
-                    self.assertNotEqual(server.stored, OBJECT)
-                    self.doCleanups()
+                def strike():
+                    for host in (here, there) if which else ():
+                        filters(host, "output", "oifname != lo tcp flags & rst == 0 "
+                                f"{which} reject with tcp reset")
+                    if not which:
+                        vanish(there)
+                code, text, end = run(cut, here, verb, blocks, strike, level=None, server=server,
+                                      env={"KORVA_STRICT": "1"}, deadline=PATIENCE).value
+                self.assertEqual((code, end), (3, 3), text)
+                self.assertIn(error, text)
+                self.assertNotEqual(server.stored, OBJECT)
+                self.doCleanups()
 
     def test_loss(self):
         """Every fifth packet is lost, each way."""
@@ -246,18 +217,19 @@ class Network(unittest.TestCase):
         ip("-n", here, "route add default via 10.79.0.3")
         return name
 
-    def test_small_packets(self):
-        codes, server = self.scenario(store, THERE, mtu=576)
-        self.assertEqual((codes, server.stored), ([0, 0, 0], OBJECT * 40))
-
-    def test_two_addresses(self):
-        """The one that the control connection has is announced."""
-        for address, announced in ((THERE, "10,77,0,1,"), (SECOND, "10,78,0,1,")):
-            codes, server = self.scenario(store, address)
-            self.assertEqual(codes, [0, 0, 0])
-            self.assertTrue(server.ports[0].startswith(announced), server.ports)
-            self.doCleanups()
-
-
-if __name__ == "__main__":
-    unittest.main()
+    def test_good(self):
+        """
+        A server that waits for a tape, longer than the silence that means the end of another; small
+        packets; two addresses: the one that the control connection has is announced.
+        """
+        for address, announced, options in (
+                (THERE, "10,77,0,1,", {"closed_for": 240}), (THERE, "10,77,0,1,", {"mtu": 576}),
+                (SECOND, "10,78,0,1,", {})):
+            with self.subTest(address, **options):
+                here, there = self.hosts(options.get("mtu", 1500))
+                server = Far(there, options.get("closed_for", 0))
+                codes = run(store, here, address, server=server, level=None, deadline=PATIENCE,
+                            env={"KORVA_STRICT": "1"}).value
+                self.assertEqual((codes, server.stored), ([0, 0, 0], OBJECT * 40))
+                self.assertTrue(server.ports[0].startswith(announced), server.ports)
+                self.doCleanups()

@@ -2,17 +2,16 @@
 import ctypes as c
 import hashlib
 import os
-import shutil
 import signal
 import subprocess
-import tempfile
 import unittest
 
 import inifile
 from catalogue import Catalogue
-from test_com import setUpModule, traced, write_plain  # pylint: disable=unused-import
+from test_com import setUpModule, traced  # pylint: disable=unused-import
 from test_host import resident_bytes
-from xbsa import SANITIZED, Descriptor, Name, Query, descriptors, pattern, run
+from xbsa import (SANITIZED, Descriptor, Name, Query, descriptors, make_folder, pattern, run,
+                  write_plain)
 
 os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
 RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
@@ -37,8 +36,7 @@ class Sandbox:
     """A sandbox of the test's own, and the INI file that leads to it."""
 
     def __init__(self, test, *options):
-        self.folder = tempfile.mkdtemp(prefix="sandbox")
-        test.addCleanup(shutil.rmtree, self.folder)
+        self.folder = make_folder(test)
         self.process = subprocess.Popen(  # pylint: disable=consider-using-with
             [RUN, "--folder", self.folder, *options],
                                         stdout=subprocess.PIPE, text=True)
