@@ -3,10 +3,12 @@ import grp
 import os
 import pwd
 import select
+import shutil
 import socket
 import subprocess
 import sys
 import tempfile
+import threading
 
 DEADLINE = 200
 
@@ -120,6 +122,17 @@ class Daemon:
             with open(os.path.join(self.data, name), "rb") as file:
                 found[name] = file.read()
         return found
+
+
+def serve_behind(test, server):
+    """In a thread, until the test ends; a daemon's folder goes with it."""
+    reader, writer = os.pipe()
+    thread = threading.Thread(target=server.serve, args=(reader,))
+    thread.start()
+    for job in (lambda: hasattr(server, "folder") and shutil.rmtree(server.folder),
+                lambda: os.close(reader), server.forget, thread.join, lambda: os.close(writer)):
+        test.addCleanup(job)
+    return server
 
 
 def serve_standard_input(folder, limit):

@@ -7,9 +7,9 @@ import subprocess
 import tempfile
 import unittest
 
-from test_com import setUpModule, write_plain  # pylint: disable=unused-import
+from test_com import setUpModule  # pylint: disable=unused-import
 from test_sandbox import RUN, STRICT, Sandbox, both_ways, query, start, there_and_back
-from xbsa import SANITIZED, pattern, run
+from xbsa import SANITIZED, make_folder, pattern, run, write_plain
 
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
 POSTGRES = "/usr/lib/postgresql/15/bin/"
@@ -55,8 +55,7 @@ class Remote:
     """A remote of rclone's on a folder, with faults on demand."""
 
     def __init__(self, test):
-        self.folder = tempfile.mkdtemp(prefix="remote")
-        test.addCleanup(shutil.rmtree, self.folder)
+        self.folder = make_folder(test)
         self.switch, self.bucket = (os.path.join(self.folder, name) for name in ("fault", "bucket"))
         os.environ["RCLONE_FAULT"] = self.switch
         for name in "reached", "go":

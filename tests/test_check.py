@@ -4,7 +4,6 @@ import os
 import shutil
 import socket
 import subprocess
-import tempfile
 import unittest
 
 import inifile
@@ -13,60 +12,52 @@ from server import Server
 from test_com import Utility, write_ini
 from test_com import setUpModule as demand_private_etc
 from test_sandbox import Sandbox
-from xbsa import LIBRARY
+from xbsa import LIBRARY, make_folder
 
 TOOL = os.environ["XBSA_TOOL"]
 PASSWORD = "canary-word"
-FIREWALL = "nf_conntrack_ftp"
+FIREWALL, FULL = "nf_conntrack_ftp", {"GREETING": ["421 full", "close"]}
 FIELDS = {"id", "status", "found", "next", "milliseconds"}
 
-# The scripts of the server's connections, and the finding: step, text of it, of the next step.
-SCRIPTS = {
-    "greeting of two lines": ([{"GREETING": ["220-welcome", "220 ready"]}],
-                              "network.greeting", "2 lines", "switch the banner off"),
-    "two greetings": ([{"GREETING": [b"220 welcome\r\n220 ready\r\n"]}],
-                      "network.greeting", "2 lines", "switch the banner off"),
-    "no FTP": ([{"GREETING": ["SSH-2.0-x"]}], "network.greeting", "SSH-2.0", "correct host or port"),
-    "full": ([{"GREETING": ["421 full", "close"]}], "network.greeting", "421 full", "its log"),
-    "mute": ([{"GREETING": ["close"]}], "network.greeting", "closed", "an FTP server"),
-    "wrong password": ([{"PASS": [f"530 {PASSWORD}?"]}], "network.login", "530 ********?",
-                       "correct --user or the password"),
-    "wrong user": ([{"USER": ["530 no"], "PASS": ["503 no"]}], "network.login", "530 no", "--user"),
-    "text only": ([{"TYPE": ["504 no"]}], "network.type", "504 no", "binary"),
-    "CWD refused": ([{"CWD": ["550 no"]}], "network.cwd", "550 no", "--path"),
-    "PORT refused": ([{"PORT": ["502 no"]}], "network.port", "502 no", "allow active mode"),
-    "hangs up": ([{"PORT": ["close"]}], "network.port", "closed", "its log"),
-    "425 at once": ([{"STOR": ["425 no"]}], "network.stor", "cannot connect back", FIREWALL),
-    "425 after 150": ([{"STOR": ["150 opening", "425 no"]}], "network.data", "cannot connect back",
-                      FIREWALL),
-    "silence": ([{"STOR": []}], "network.stor", "no connection came", FIREWALL),
-    "silence after 150": ([{"STOR": ["150 opening"]}], "network.data", "did not arrive", FIREWALL),
-    "other address": ([{"STOR": ["150 opening", "foreign"]}], "network.data", "from 127.0.0.2",
-                      "strict mode"),
-    "125": ([{"STOR": ["125 opening", "connect"]}], "network.stor", "125 opening", "answers 150"),
-    "not writable": ([{"STOR": ["553 no"]}], "network.stor", "553 no", "let the account write"),
-    "226 missing": ([{"END": ["close"]}], "network.end", "no 226", "server's log"),
-    "426 in its place": ([{"END": ["426 cut"]}], "network.end", "426 cut", "server's log"),
-    "second store refused": ([{}, {"STOR": ["452 full"]}], "library.store", "452 full", "full disk"),
-    "restore refused": ([{}, {}, {"RETR": ["550 no"]}], "library.restore", "550 no", "account"),
-    "one at a time": ([{}, {}, {}, {"GREETING": ["421 full", "close"]}], "library.two_at_once",
-                      "BSACreateObject failed", "limit of sessions"),
-}
+# The finding: step, text of it, of the next step; and the scripts of the server's connections.
+SCRIPTS = [
+    ("network.greeting", "2 lines", "switch the banner off", {"GREETING": ["220-hi", "220 ready"]}),
+    ("network.greeting", "2 lines", "the banner off", {"GREETING": [b"220 hi\r\n220 ready\r\n"]}),
+    ("network.greeting", "SSH-2.0", "correct host or port", {"GREETING": ["SSH-2.0-x"]}),
+    ("network.greeting", "421 full", "its log", FULL),
+    ("network.greeting", "closed", "an FTP server", {"GREETING": ["close"]}),
+    ("network.login", "530 ********?", "--user or the password", {"PASS": [f"530 {PASSWORD}?"]}),
+    ("network.login", "530 no", "--user", {"USER": ["530 no"], "PASS": ["503 no"]}),
+    ("network.type", "504 no", "binary", {"TYPE": ["504 no"]}),
+    ("network.cwd", "550 no", "--path", {"CWD": ["550 no"]}),
+    ("network.port", "502 no", "allow active mode", {"PORT": ["502 no"]}),
+    ("network.port", "closed", "its log", {"PORT": ["close"]}),
+    ("network.stor", "cannot connect back", FIREWALL, {"STOR": ["425 no"]}),
+    ("network.data", "cannot connect back", FIREWALL, {"STOR": ["150 opening", "425 no"]}),
+    ("network.stor", "no connection came", FIREWALL, {"STOR": []}),
+    ("network.data", "did not arrive", FIREWALL, {"STOR": ["150 opening"]}),
+    ("network.data", "from 127.0.0.2", "strict mode", {"STOR": ["150 opening", "foreign"]}),
+    ("network.stor", "125 opening", "answers 150", {"STOR": ["125 opening", "connect"]}),
+    ("network.stor", "553 no", "let the account write", {"STOR": ["553 no"]}),
+    ("network.end", "no 226", "server's log", {"END": ["close"]}),
+    ("network.end", "426 cut", "server's log", {"END": ["426 cut"]}),
+    ("library.store", "452 full", "full disk", {}, {"STOR": ["452 full"]}),
+    ("library.restore", "550 no", "account", {}, {}, {"RETR": ["550 no"]}),
+    ("library.two_at_once", "BSACreateObject failed", "limit of sessions", {}, {}, {}, FULL),
+]
 # Environment and options in place of the usual ones, and the finding. {} is a folder with odd files.
-SETTINGS = {
-    "no password": ({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
-    "long login": ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
-    "no such host": ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
-    "log": ({"XBSA_TRACE": "2", "XBSA_LOGFILE": "{}/none/log"}, (), "log", "/none/log",
-            "let this account write"),
-    "bits": ({}, ("--library", "{}/bits.so"), "library.file", "is 32 bit", "built for 64 bit"),
-    "machine": ({}, ("--library", "{}/machine.so"), "library.file", "S/390", "built for 64 bit"),
-    "text": ({}, ("--library", "{}/text.so"), "library.file", "no shared library", "again"),
-    "no file": ({}, ("--library", "{}/none.so"), "library.file", "No such file", "--library"),
-    "no calls": ({}, ("--library", "libm.so.6"), "library.calls", "BSAInit", "install"),
-    "no database": ({}, ("--informixdir", "{}/none"), "database.onconfig", "No such file",
-                    "--informixdir"),
-}
+SETTINGS = [
+    ({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
+    ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
+    ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
+    ({"XBSA_TRACE": "2", "XBSA_LOGFILE": "{}/none/log"}, (), "log", "/none/log", "account write"),
+    ({}, ("--library", "{}/bits.so"), "library.file", "is 32 bit", "built for 64 bit"),
+    ({}, ("--library", "{}/machine.so"), "library.file", "S/390", "built for 64 bit"),
+    ({}, ("--library", "{}/text.so"), "library.file", "no shared library", "again"),
+    ({}, ("--library", "{}/none.so"), "library.file", "No such file", "--library"),
+    ({}, ("--library", "libm.so.6"), "library.calls", "BSAInit", "install"),
+    ({}, ("--informixdir", "{}/none"), "database.onconfig", "No such file", "--informixdir"),
+]
 # A line of the onconfig file, a row of sm_versions, and how they are judged.
 DATABASES = [
     ("BAR_BSALIB_PATH LIBRARY # x", "1|1.0.1|KORVA|1.8A1", "ok", "ok"),
@@ -113,8 +104,7 @@ def check(*options, server=None, env=None):
 
 class Case(unittest.TestCase):
     def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="check")
-        self.addCleanup(shutil.rmtree, self.folder)
+        self.folder = make_folder(self)
 
     def write(self, name, data):
         path = os.path.join(self.folder, name)
@@ -144,9 +134,9 @@ class Plain(Case):
 
     def test_server(self):
         """Each fault is named, with what to do; nothing that builds on it is called ok."""
-        for name, (scripts, step, text, advice) in SCRIPTS.items():
-            with self.subTest(name):
-                silent = ("--timeout", "2") if name.startswith("silence") else ()
+        for step, text, advice, *scripts in SCRIPTS:
+            with self.subTest(step + text):
+                silent = ("--timeout", "2") if advice == FIREWALL else ()
                 found = self.on_server(Server(*scripts), *silent)
                 self.assert_fails(found, step, text, advice)
                 if step.startswith("network."):
@@ -171,11 +161,11 @@ class Plain(Case):
     def test_settings(self):
         with open(LIBRARY, "rb") as file:
             head = file.read(64)
-        self.write("bits.so", head[:4] + b"\1" + head[5:])
-        self.write("machine.so", head[:18] + b"\x16\0" + head[20:])
-        self.write("text.so", b"#!/bin/sh\n")
-        for name, (env, options, step, text, advice) in SETTINGS.items():
-            with self.subTest(name):
+        for name, data in (("bits", head[:4] + b"\1" + head[5:]), ("text", b"#!/bin/sh\n"),
+                           ("machine", head[:18] + b"\x16\0" + head[20:])):
+            self.write(name + ".so", data)
+        for env, options, step, text, advice in SETTINGS:
+            with self.subTest(step + text):
                 env = {key: value and value.format(self.folder) for key, value in env.items()}
                 options = [option.format(self.folder) for option in options]
                 if "--host" not in options:
@@ -208,27 +198,30 @@ class Informix(Case):
         demand_private_etc()
 
     def test_faults_before_the_server(self):
-        refusal = {"-q": b"message=no such job\nreply=ERROR\n"}
+        def ini(text):
+            return lambda: write_ini(text)
+
+        def answer(text):
+            return lambda: Utility(self, {"-q": text})
+        query, hung = "utility.query", "#!/bin/sh\nexec sleep 600\n"
         rows = [
-            (lambda: os.unlink(inifile.INI), {}, "ini.file", "No such file", "SM_BIN_KORVA="),
-            (lambda: write_ini("sm_bin_korva=/x\n"), {}, "ini.key", "sm_bin_korva", "SM_BIN_KORVA="),
-            (lambda: write_ini("SM_BIN_KORVA=/x\n"), {}, "utility.file", "/x/olm_com_interface",
-             "install"),
-            (lambda: os.chmod(Utility(self).path, 0o644), {}, "utility.file", "not executable",
-             "chmod a+x"),
-            (lambda: Utility(self, refusal), {}, "utility.query", "ERROR: no such job", "KORVA_JOB"),
-            (lambda: Utility(self, {"-q": b""}), {}, "utility.query", "nothing printed", "by hand"),
-            (lambda: Utility(self, script="#!/bin/sh\nexec sleep 600\n"), {}, "utility.query",
-             "no end within 2 s", "by hand"),
-            (lambda: Utility(self), {"KORVA_SERVER": "x" * 128}, "variable.KORVA_SERVER",
-             "128 bytes: too long", "shorten"),
-            (lambda: Utility(self), {"KORVA_JOB": None}, "variable.KORVA_JOB", "not set", "set it"),
+            (lambda: os.unlink(inifile.INI), "ini.file", "No such file", "SM_BIN_KORVA="),
+            (ini("sm_bin_korva=/x\n"), "ini.key", "sm_bin_korva", "SM_BIN_KORVA="),
+            (ini("SM_BIN_KORVA=/x\n"), "utility.file", "/x/olm_com_interface", "install"),
+            (lambda: os.chmod(Utility(self).path, 0o644), "utility.file", "not exec", "chmod a+x"),
+            (answer(b"message=no such job\nreply=ERROR\n"), query, "ERROR: no such", "KORVA_JOB"),
+            (answer(b""), query, "nothing printed", "by hand"),
+            (lambda: Utility(self, script=hung), query, "no end within 2 s", "by hand"),
+            (answer(b"reply=OK\n"), "variable.KORVA_SERVER", "128 bytes: too long", "shorten"),
+            (answer(b"reply=OK\n"), "variable.KORVA_JOB", "not set", "set it"),
         ]
-        for prepare, env, step, text, advice in rows:
+        changes = {"variable.KORVA_SERVER": {"KORVA_SERVER": "x" * 128},
+                   "variable.KORVA_JOB": {"KORVA_JOB": None}}
+        for prepare, step, text, advice in rows:
             with self.subTest(step + text):
                 prepare()
-                _, found = check("--informix", *(("--timeout", "2") if "no end" in text else ()),
-                                 env=env)
+                _, found = check("--informix", "--timeout", "2" if "no end" in text else "30",
+                                 env=changes.get(step))
                 self.assert_fails(found, step, text, advice)
                 self.assertEqual(found["library.store"][0], "not_tried")
 

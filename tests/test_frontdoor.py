@@ -5,8 +5,9 @@ import resource
 import shutil
 import stat
 import subprocess
-import tempfile
 import unittest
+
+from xbsa import make_folder
 
 TOOL = os.environ["XBSA_TOOL"]
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -104,8 +105,7 @@ ROWS = "1|1.0.1|psm|1.0|\n"
 
 class Setup(unittest.TestCase):
     def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="informix")
-        self.addCleanup(shutil.rmtree, self.folder)
+        self.folder = make_folder(self)
         for name in ("etc", "lib"):
             os.mkdir(os.path.join(self.folder, name))
         self.write("etc/onconfig", ONCONFIG, 0o640)
@@ -212,16 +212,14 @@ class Setup(unittest.TestCase):
     def test_damaged_journal(self):
         """What undo needs is cut short: the copies are named, and nothing is touched."""
         self.setup("--yes")
-        for size in range(0, len(self.tree()["etc/xbsa-setup.json"][3]), 100):
-            with open(os.path.join(self.folder, "etc/xbsa-setup.json"), encoding="ascii") as file:
-                whole = file.read()
+        whole = self.tree()["etc/xbsa-setup.json"][3]
+        for size in range(0, len(whole), 100):
             self.write("etc/xbsa-setup.json", whole[:size])
             before = self.tree()
             got = self.setup("--undo", "--yes", want=1)
             self.assertIn("before-xbsa", got)
             self.assertNotIn("json.exception", got)
             self.assertEqual(self.tree(), before)
-            self.write("etc/xbsa-setup.json", whole)
 
     def test_two_servers(self):
         """What two onconfigs share stays until the second is unhooked, also after a move."""

@@ -6,10 +6,9 @@ import re
 import shutil
 import subprocess
 import tempfile
-import threading
 import unittest
 
-from ftpd import Daemon
+from ftpd import Daemon, serve_behind
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD, TOOL = os.environ["XBSA_BUILD"], os.environ["XBSA_TOOL"]
@@ -160,12 +159,7 @@ class Packages(unittest.TestCase):
     def test_use(self):
         """The tool finds the library of its package; the example and the sandbox run."""
         usr, name = f"{self.root}/usr", os.path.join(self.root, "object")
-        server, (until, done) = Daemon("proftpd"), os.pipe()
-        self.addCleanup(shutil.rmtree, server.folder)
-        thread = threading.Thread(target=server.serve, args=(until,))
-        thread.start()
-        self.addCleanup(thread.join)
-        self.addCleanup(os.close, done)
+        server = serve_behind(self, Daemon("proftpd"))
         where = f"127.0.0.1:{server.port}"
         login = ["--host", where, "--user", "backup"]
         with open(name, "wb") as file:

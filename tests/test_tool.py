@@ -5,17 +5,15 @@ import re
 import shutil
 import signal
 import subprocess
-import tempfile
-import threading
 import unittest
 
 import inifile
 from catalogue import Catalogue
-from ftpd import Daemon
+from ftpd import Daemon, serve_behind
 from server import Server
-from test_com import setUpModule as check_etc, write_plain
+from test_com import setUpModule as check_etc
 from test_sandbox import Sandbox
-from xbsa import DEADLINE, pattern, read_text
+from xbsa import DEADLINE, make_folder, pattern, read_text, write_plain
 
 CANARY, BLOCK = "canary-7731", pattern(65535)
 HELLO = "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824"
@@ -54,8 +52,7 @@ class Site(unittest.TestCase):
     """A folder to work in, and the tool pointed at a server."""
 
     def setUp(self):
-        folder = tempfile.mkdtemp(prefix="tool")
-        self.addCleanup(shutil.rmtree, folder)
+        folder = make_folder(self)
         self.addCleanup(os.chdir, os.getcwd())
         os.chdir(folder)
         self.options, self.env = [], dict(os.environ, XBSA_PASSWORD=CANARY, LC_ALL="C")
@@ -63,13 +60,7 @@ class Site(unittest.TestCase):
 
     def serve(self, server=None):
         """By default a server that takes any password."""
-        server = server or Daemon("vsftpd")
-        reader, writer = os.pipe()
-        thread = threading.Thread(target=server.serve, args=(reader,))
-        thread.start()
-        for job in (lambda: isinstance(server, Daemon) and shutil.rmtree(server.folder),
-                    lambda: os.close(reader), server.forget, thread.join, lambda: os.close(writer)):
-            self.addCleanup(job)
+        server = serve_behind(self, server or Daemon("vsftpd"))
         self.options = ["--host", f"127.0.0.1:{server.port}", "--user", "ftp"]
         return server
 
@@ -111,10 +102,10 @@ class Verify(Site):
             "ok    a b: 5 byt", "ok    back\\slash", "FAIL  gone: BSAG", "FAIL  changed: d"])
         self.assertRegex(out, f"changed: differs: SHA-256 is (?!{HELLO})[0-9a-f]{{64}} .* {HELLO}")
         self.assertEqual(error, "xbsactl: 2 of 4 objects failed to verify\n")
-        for arguments, code in (("a b", 0), ("changed", 1), ("other", 1), ("", 2), ("--all", 1)):
-            self.call("verify", arguments or "--json", "--manifest", "m", code=code)
-            self.call("verify", arguments or "--json", code=2)
-        self.call("verify", "--manifest", "m", code=2)
+        for arguments, code in ((["a b"], 0), (["changed"], 1), (["other"], 1), (["--json"], 2),
+                                (["--all"], 1), ([], 2)):
+            self.call("verify", *arguments, "--manifest", "m", code=code)
+            self.call("verify", *arguments, code=2)
         self.call("verify", "--all", "--manifest", "none", code=1)
         self.assertEqual(os.listdir(), ["m"])
 

@@ -3,13 +3,11 @@ import os
 import re
 import resource
 import subprocess
-import sys
-import tempfile
 import unittest
 from xml.etree import ElementTree
 
 from server import Server
-from xbsa import DEADLINE, SANITIZED, run
+from xbsa import DEADLINE, SANITIZED, make_folder, run
 
 TOOL = os.environ["XBSA_TOOL"]
 SANDBOX = os.path.join(os.path.dirname(__file__), "../sandbox/run")
@@ -28,8 +26,8 @@ def session(x, server, user, level):
     x.BSATerminate(x.handle)
 
 
-def wrong_handle(x, server):
-    x.BSASetTrace(None, b"./xbsa.log", 66)
+def wrong_handle(x, server, _, level):
+    x.BSASetTrace(None, b"./xbsa.log", level)
     x.start(server)
     x.BSABeginTxn(5)
     x.BSAEndTxn(x.handle, 1)
@@ -39,9 +37,8 @@ def wrong_handle(x, server):
 def real_log(*scripts, user=b"backup", level=66, scenario=session):
     """The bytes of each line; from the last block on ten seconds later than the rest."""
     server = Server(*scripts)
-    args = (server, user, level) if scenario is session else (server,)
     log, second = [], b"17:00:00"
-    for line in run(scenario, *args, server=server, level=None).log:
+    for line in run(scenario, server, user, level, server=server, level=None).log:
         if "total: 200000" in line:
             second = b"17:00:10"
         log.append(re.sub(rb"^ \S+ \S+:", b" 2026-11-24 " + second + b":", line.encode("latin-1")))
@@ -63,9 +60,7 @@ class Trace(unittest.TestCase):
         cls.data = place(cls.one, b"total: 131070")  # in the middle of the data phase
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
+        self.folder = make_folder(self)
 
     def file(self, name, content=None):
         path = os.path.join(self.folder, name)
@@ -218,7 +213,3 @@ class Trace(unittest.TestCase):
         out = self.trace(log, "--html", self.file("page.html"), limit=limit)
         self.assertRegex(out, r"\(\d{4,5} steps are left out here\)")
         self.assertRegex(out, r"\n\d+ sessions, 1 failed, \d+ unfinished; .*: 1\n$")
-
-
-if __name__ == "__main__":
-    sys.exit(unittest.main())

@@ -173,6 +173,18 @@ class Outcome:
         self.log = log.splitlines()
 
 
+def make_folder(test):
+    """One that goes when the test ends."""
+    folder = tempfile.mkdtemp(prefix="xbsa")
+    test.addCleanup(shutil.rmtree, folder)
+    return folder
+
+
+def write_plain(path, text):
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(text)
+
+
 def read_text(path):
     if not os.path.exists(path):
         return ""
