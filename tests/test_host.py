@@ -121,7 +121,7 @@ class Host(unittest.TestCase):
 
 class Leaks(unittest.TestCase):
     def test_tool(self):
-        """The tool and the library in it free all they took, after failures too."""
+        """The tool and the library in it free all they took and end it, after failures too."""
         env = dict(os.environ, ASAN_OPTIONS="detect_leaks=1", XBSA_PASSWORD="secret")
         del env["LD_PRELOAD"]
         for command, script, code in (("store", {}, 0), ("store", {"CWD": ["550 no"]}, 1),
@@ -131,7 +131,7 @@ class Leaks(unittest.TestCase):
             with self.subTest(command, script=script):
                 server = Server(script, objects={"obj": b"hello"})
                 line = [os.environ["XBSA_TOOL"], command, "obj", "--host",
-                        f"127.0.0.1:{server.port}", "--user", "backup", "--trace", "3:/dev/null"]
+                        f"127.0.0.1:{server.port}", "--user", "backup", "--trace", "3"]
                 line[3:3] = ["/proc/self/status"] if command == "store" else []
                 with subprocess.Popen(line, env=env, stdout=subprocess.PIPE,
                                       stderr=subprocess.PIPE) as tool:
@@ -139,4 +139,5 @@ class Leaks(unittest.TestCase):
                     server.forget()
                     output, error = tool.communicate(timeout=DEADLINE)
                 self.assertEqual((tool.returncode, b"Sanitizer" in error), (code, False), error)
+                self.assertEqual(error.count(b"BSATerminate: Start"), 1, error)
                 self.assertEqual(output, b"hello" if command == "restore" and code == 0 else b"")

@@ -125,6 +125,8 @@ class Trace(unittest.TestCase):
                 ("CRLF", b"\r\n".join(one), ["1 done", "about 20.0 kB/s"], "other"),
                 ("cut", b"\n".join(one[:data + 1])[:-3], ["unfinished", "data +not ended"], MIXED),
                 ("rotated", one[data:], ["beginning is not", "sent in 3 blocks", "226"], MIXED),
+                ("given up", one[:data] + one[place(one, b"BSATerminate"):],
+                 ["1 failed", "no BSAEndData  <-- failed"], "done|no BSATerminate"),
                 ("garbage", one[:data] + torn + one[data:], ["1 done", "before: 2\n$"], MIXED),
                 ("killed", one[:data] + two, [f"unfinished, handle {first}", f"done, handle {second}"],
                  MIXED),

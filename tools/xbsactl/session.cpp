@@ -40,7 +40,12 @@ void CheckTraceFile(const std::string &I_strFile)
 }
 } // namespace
 
-CSession::CSession(const SETTINGS &I_sSettings) : sLibrary(library_Load(I_sSettings.strLibrary))
+CSession::CSession(const LIBRARY &I_sLibrary) : sLibrary(I_sLibrary)
+{
+}
+
+// The destructor runs for a failure in here, too.
+CSession::CSession(const SETTINGS &I_sSettings) : CSession(library_Load(I_sSettings.strLibrary))
 {
     setenv("KORVA_STRICT", "1", 1);
     SetTrace(I_sSettings);
@@ -57,7 +62,13 @@ CSession::CSession(const SETTINGS &I_sSettings) : sLibrary(library_Load(I_sSetti
     vecEnvironment.push_back(nullptr);
 
     Check("BSAInit", sLibrary.fpInit(&lHandle, &szToken, &sOwner, vecEnvironment.data()));
+    bOpen = true;
     Check("BSABeginTxn", sLibrary.fpBeginTxn(lHandle));
+}
+
+CSession::~CSession()
+{
+    if (bOpen) sLibrary.fpTerminate(lHandle);
 }
 
 void CSession::SetTrace(const SETTINGS &I_sSettings) const
@@ -160,6 +171,7 @@ void CSession::Next()
 void CSession::Close()
 {
     Check("BSAEndTxn", sLibrary.fpEndTxn(lHandle, BSA_Vote_COMMIT));
+    bOpen = false;
     Check("BSATerminate", sLibrary.fpTerminate(lHandle));
 }
 

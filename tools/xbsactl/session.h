@@ -18,6 +18,12 @@ class CSession
     // Loads the library and opens session and transaction, in strict mode.
     explicit CSession(const SETTINGS &I_sSettings);
 
+    // Ends the session that Close did not reach. The trace then tells a command that failed from a
+    // process that was killed; an object that is still open stays unconfirmed.
+    ~CSession();
+    CSession(const CSession &) = delete;
+    CSession &operator=(const CSession &) = delete;
+
     // All stored copies that match; none when nothing does.
     std::vector<BSA_ObjectDescriptor> Query(BSA_QueryDescriptor &I_sQuery);
 
@@ -46,6 +52,7 @@ class CSession
     void Close();
 
   private:
+    explicit CSession(const LIBRARY &I_sLibrary);
     void SetTrace(const SETTINGS &I_sSettings) const;
     std::string LastError() const;
     std::string Text(const char *cpStep, int I_iCode) const;
@@ -54,6 +61,7 @@ class CSession
 
     LIBRARY sLibrary;
     long lHandle = 0;
+    bool bOpen = false;
 };
 
 // The descriptors that name the object, and ask for its copies.

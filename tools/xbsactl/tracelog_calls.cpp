@@ -72,7 +72,7 @@ void take_CallEnd(TRACE_SESSION &X_sSession, const LOG_LINE & /*I_sLine*/,
 void take_TransactionEnd(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine,
                          std::string_view /*rest*/)
 {
-    marks_EndData(X_sSession, I_sLine);
+    marks_GiveUpData(X_sSession, I_sLine);
     X_sSession.uCall = CALL_NONE;
 }
 
@@ -87,9 +87,9 @@ void take_NoMatch(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::strin
     marks_Add(X_sSession, I_sLine, STEP_KIND::CALL, "found no match");
 }
 
-void take_Terminated(TRACE_SESSION &X_sSession, const LOG_LINE & /*I_sLine*/,
-                     std::string_view /*rest*/)
+void take_Terminated(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view /*rest*/)
 {
+    marks_GiveUpData(X_sSession, I_sLine);
     X_sSession.uCall = CALL_NONE;
     X_sSession.bTerminated = true;
 }

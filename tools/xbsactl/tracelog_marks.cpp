@@ -7,6 +7,17 @@ namespace
 {
 constexpr uint64_t NO_MATCH = 17; // codes that are answers, not failures
 constexpr uint64_t NO_MORE_DATA = 18;
+
+void AddFailure(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, const std::string &I_strText)
+{
+    X_sSession.bFailed = true;
+    STEP sStep;
+    sStep.iStart = sStep.iEnd = I_sLine.iTime;
+    sStep.bEnded = true;
+    sStep.bFailed = true;
+    sStep.strText = I_strText;
+    session_AddStep(X_sSession, sStep);
+}
 } // namespace
 
 void marks_Begin(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, STEP_KIND I_eKind,
@@ -62,19 +73,20 @@ void marks_EndData(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine)
     session_AddStep(X_sSession, X_sSession.sData);
 }
 
+void marks_GiveUpData(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine)
+{
+    if (!X_sSession.bData) return;
+    marks_EndData(X_sSession, I_sLine);
+    AddFailure(X_sSession, I_sLine, "the object was given up: no BSAEndData");
+}
+
 void marks_Return(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svCode)
 {
     X_sSession.uCall = CALL_NONE;
     const uint64_t uCode = lines_TakeNumber(I_svCode);
     if (uCode == 0 || uCode == NO_MATCH || uCode == NO_MORE_DATA) return;
-    X_sSession.bFailed = true;
     steps_NoteError(X_sSession, I_sLine, true);
-    STEP sStep;
-    sStep.iStart = sStep.iEnd = I_sLine.iTime;
-    sStep.bEnded = true;
-    sStep.bFailed = true;
-    sStep.strText = text_Clean(I_sLine.svText);
-    session_AddStep(X_sSession, sStep);
+    AddFailure(X_sSession, I_sLine, text_Clean(I_sLine.svText));
 }
 
 bool marks_IsRefusal(std::string_view I_svReply)

@@ -20,6 +20,7 @@ void marks_Add(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, STEP_KIND I_e
 
 void marks_BeginData(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, const char *cpVerb);
 void marks_EndData(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine);
+void marks_GiveUpData(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine); // if it goes on
 
 // A call has returned this code.
 void marks_Return(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svCode);
