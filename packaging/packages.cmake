@@ -41,8 +41,8 @@ set(dev_text "The declarations of the XBSA calls and of the session record, the 
 linker, and the manual page of the calls. A database server does not need
 this package: it loads the library at run time.")
 set(sandbox_summary "rehearse Informix backups without a KORVA server")
-set(sandbox_text "The command korva-sandbox stands in for a KORVA server and its COM utility, with
-faults on demand, so that backups and restores can be tried on one machine.
+set(sandbox_text "The command korva-sandbox stands in for a KORVA server and its COM utility,
+with faults on demand, so that backups and restores can be tried on one machine.
 
 The command korva-xbsa-demo shows the library at work, with a real FTP server
 and with the sandbox.")

@@ -3,54 +3,36 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
-#include <nlohmann/json.hpp>
 
 #include "errors.h"
+#include "json.h"
 
 namespace
 {
-using JSON = nlohmann::ordered_json;
-
 constexpr size_t SHOWN = 300; // bytes of a foreign text: more is no help to a reader
 
-// How a status is written for people and for programs.
-struct WORDS
-{
-    const char *cpText;
-    const char *cpJson;
-};
-
-WORDS Words(STATUS I_eStatus)
+const char *Word(STATUS I_eStatus)
 {
     switch (I_eStatus)
     {
     case STATUS::OK:
-        return {"ok", "ok"};
+        return "ok";
     case STATUS::WARN:
-        return {"warn", "warn"};
+        return "warn";
     case STATUS::FAIL:
-        return {"FAIL", "fail"};
+        return "FAIL";
     case STATUS::NOT_TRIED:
         break;
     }
-    return {"--", "not_tried"};
+    return "--";
 }
 
 void PrintLine(const FINDING &I_sFinding)
 {
-    printf("%-5s %-26s %6ld ms  %s\n", Words(I_sFinding.eStatus).cpText, I_sFinding.strStep.c_str(),
+    printf("%-5s %-26s %6ld ms  %s\n", Word(I_sFinding.eStatus), I_sFinding.strStep.c_str(),
            I_sFinding.lMilliseconds, I_sFinding.strFound.c_str());
     if (!I_sFinding.strNext.empty()) printf("      next: %s\n", I_sFinding.strNext.c_str());
     fflush(stdout);
-}
-
-JSON AsJson(const FINDING &I_sFinding)
-{
-    return {{"id", I_sFinding.strStep},
-            {"status", Words(I_sFinding.eStatus).cpJson},
-            {"found", I_sFinding.strFound},
-            {"next", I_sFinding.strNext},
-            {"milliseconds", I_sFinding.lMilliseconds}};
 }
 } // namespace
 
@@ -113,24 +95,9 @@ int CReport::Count(STATUS I_eStatus) const
         }));
 }
 
-// docs/check.md describes the text: fields may be added, none may change.
-void CReport::PrintJson() const
-{
-    JSON sSteps = JSON::array();
-    for (const FINDING &sFinding : vecFindings) sSteps.push_back(AsJson(sFinding));
-    const JSON sAnswer = {{"schema", 1},
-                          {"road", bInformix ? "informix" : "plain"},
-                          {"ok", Count(STATUS::OK)},
-                          {"warn", Count(STATUS::WARN)},
-                          {"fail", Count(STATUS::FAIL)},
-                          {"not_tried", Count(STATUS::NOT_TRIED)},
-                          {"steps", sSteps}};
-    std::cout << sAnswer.dump(2, ' ', false, JSON::error_handler_t::replace) << '\n';
-}
-
 int CReport::Finish() const
 {
-    if (bJson) PrintJson();
+    if (bJson) std::cout << json_Findings(bInformix, vecFindings) << '\n';
     else
         printf("%d ok, %d warn, %d FAIL, %d not tried\n", Count(STATUS::OK), Count(STATUS::WARN),
                Count(STATUS::FAIL), Count(STATUS::NOT_TRIED));

@@ -48,7 +48,6 @@ class CReport
     using CLOCK = std::chrono::steady_clock;
 
     int Count(STATUS I_eStatus) const;
-    void PrintJson() const;
 
     std::vector<FINDING> vecFindings;
     std::string strPassword;

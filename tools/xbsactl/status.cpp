@@ -11,11 +11,11 @@
 #include <cstdio>
 #include <ctime>
 #include <mutex>
-#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "errors.h"
 #include "files.h"
+#include "json.h"
 #include "manifest.h"
 #include "textfile.h"
 
@@ -72,7 +72,7 @@ std::string LabelValue(std::string I_strText)
 {
     for (char &cChar : I_strText)
         if (HasControlCharacter({cChar})) cChar = '?';
-    return nlohmann::json(I_strText).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return json_Quoted(I_strText);
 }
 
 double Seconds(CLOCK::time_point I_sSince)
