@@ -14,8 +14,8 @@ import tempfile
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 WANTED = 38
 # The tools' own tests are not asked.
-TOOLS = re.compile(r"(asan\.)?(beyond|check|format|frontdoor|leaks|package|pages|tidy|tool|"
-                   "tracelog|zsh).*")
+TOOLS = re.compile(r"(asan\.)?(beyond|bench|check|format|frontdoor|fuzz|leaks|package|pages|tidy|"
+                   "tool|tracelog|zsh).*")
 
 # The likely test, which is asked first, what it is, the file in src/, the text in it, and what a
 # hurried developer might have left there.
@@ -23,7 +23,7 @@ FAULTS = [
     ("calls.Calls.test_orders", "a begin forgets the calls before it", "api/BSABeginTxn.cpp",
      "iLastCall |= CALL_BEGIN_TXN", "iLastCall = CALL_BEGIN_TXN"),
     ("transfer.Broken.test_killed", "a host that dies ends its backup well",
-     "api/BSACreateObject.cpp", "sReset = {1, 0}", "sReset = {0, 0}"),
+     "util/text.cpp", "sReset = {1, 0}", "sReset = {0, 0}"),
     ("transfer.Transfers.test_completed_descriptor", "the copy id in the wrong half",
      "api/BSACreateObject.cpp", "spObject->copyId.right = ", "spObject->copyId.left = "),
     ("transfer.Broken.test_rejected_end", "SO_LINGER stays on at a good end", "api/BSAEndData.cpp",
@@ -35,7 +35,7 @@ FAULTS = [
     ("calls.Calls.test_orders", "the end of a transaction forgets one call only",
      "api/BSAEndTxn.cpp", "iLastCall = 0;", "iLastCall &= ~CALL_BEGIN_TXN;"),
     ("servers.Servers.test_vsftpd", "a second piece overwrites the first", "api/BSAGetData.cpp",
-     "spBlock->bufferPtr + uRead", "spBlock->bufferPtr"),
+     "spBlock->bufferPtr + uiRead", "spBlock->bufferPtr"),
     ("helpers.Helpers.test_first_error_wins", "no room for the terminator",
      "api/BSAGetLastError.cpp", "uLength >= *sizePtr", "uLength > *sizePtr"),
     ("com.Queries.test_queries", "the end mark of the list handed out",
@@ -131,7 +131,7 @@ def tests(tree, preset, likely):
             continue
         settings = {entry["name"]: entry["value"] for entry in test["properties"]}
         words = ["timeout", str(settings["TIMEOUT"]), "env", "-C", settings["WORKING_DIRECTORY"],
-                 *settings["ENVIRONMENT"], *test["command"]]
+                 *settings.get("ENVIRONMENT", []), *test["command"]]
         found.append((test["name"], words))
         if f"test_{likely}".startswith(words[-1] + "."):
             found.insert(0, (likely, words[:-1] + [f"test_{likely}"]))
