@@ -2,7 +2,7 @@
 # Shows the library at work and goes both roads on 127.0.0.1. Plain: a real FTP server takes a file
 # and a stream through xbsactl and gives them back. Informix: three processes back up three spaces
 # at once to the sandbox, one of them is restored by its copy id. Everything that comes back is
-# compared. In the source tree it builds first, and leaves nothing behind but build/release; once
+# compared. In the source tree it builds first, and leaves nothing behind but what it built; once
 # installed (korva-xbsa-demo) it takes the installed tool, or the one that XBSACTL names.
 # Works on Debian and Ubuntu, as root or not; needs sudo only when packages are missing, or when this
 # account may not have a private /etc.
