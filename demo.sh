@@ -2,9 +2,10 @@
 # Shows the library at work and goes both roads on 127.0.0.1. Plain: a real FTP server takes a file
 # and a stream through xbsactl and gives them back. Informix: three processes back up three spaces
 # at once to the sandbox, one of them is restored by its copy id. Everything that comes back is
-# compared. In the source tree it builds first, and leaves nothing behind but build/release; once
+# compared. In the source tree it builds first, and leaves nothing behind but what it built; once
 # installed (korva-xbsa-demo) it takes the installed tool, or the one that XBSACTL names.
-# Works on Debian and Ubuntu, as root or not; installs packages only when some are missing.
+# Works on Debian and Ubuntu, as root or not; needs sudo only when packages are missing, or when this
+# account may not have a private /etc.
 set -u
 [[ -z ${XBSACTL-} ]] || XBSACTL=$(readlink -f "$XBSACTL")
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")" || exit 1
@@ -106,6 +107,15 @@ informix_road() { # FOLDER, which the caller clears away
     grep -ho 'COM COMMAND: .*' "$work/datadbs.log"
 }
 
+# Where accounts may not make namespaces, as on newer Ubuntu, root runs the sandbox for them.
+as_root=()
+provide_namespace() {
+    [[ $(id -u) != 0 ]] && ! sandbox/run --exec true >/dev/null 2>&1 || return 0
+    command -v sudo >/dev/null || return 0 # the sandbox tells why
+    echo "This account may not have a private /etc: asking root, with sudo"
+    as_root=(sudo env "XBSACTL=$XBSACTL")
+}
+
 if [[ ${1-} == --informix ]]; then
     informix_road "$2"
     exit
@@ -115,7 +125,7 @@ work=
 finish() {
     local code=$?
     proftpd_stop
-    [[ -z $work ]] || rm -rf "$work"
+    [[ -z $work ]] || "${as_root[@]}" rm -rf "$work"
     exit "$code"
 }
 trap finish EXIT
@@ -136,9 +146,10 @@ make_database "$work/shop.db" || fail "no data to store"
 plain_road
 
 say "The Informix road, on the sandbox"
-sandbox/run --folder "$work/korva" --exec "$PWD/demo.sh" --informix "$work" ||
+provide_namespace
+"${as_root[@]}" sandbox/run --folder "$work/korva" --exec "$PWD/demo.sh" --informix "$work" ||
     fail "the Informix road did not go through"
 say "The sandbox's catalogue"
-sandbox/run --folder "$work/korva" --catalogue || fail "no catalogue"
+"${as_root[@]}" sandbox/run --folder "$work/korva" --catalogue || fail "no catalogue"
 
 printf '\nSuccess: on both roads what was stored came back byte for byte.\n'

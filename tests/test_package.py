@@ -50,29 +50,34 @@ def documented(page):
             for text in sections}
 
 
+def typed(folder, shell, script):
+    """Types a script into an interactive shell in a folder with two files and a folder."""
+    os.makedirs(f"{folder}/in/sub")
+    for name in ("a b", "note"):
+        open(f"{folder}/in/{name}", "x", encoding="ascii").close()
+    pid, terminal = pty.fork()
+    if pid == 0:
+        os.chdir(f"{folder}/in")
+        os.execvpe(shell[0], shell, {"TERM": "dumb", "PATH": ENV["PATH"], "HISTFILE": ""})
+    os.write(terminal, "\n".join(script).encode())
+    try:
+        while os.read(terminal, 4096):
+            pass
+    except OSError:  # the end of a terminal
+        pass
+    os.waitpid(pid, 0)
+    with open(f"{folder}/out", encoding="utf-8") as file:
+        return file.read()
+
+
 def completed(*lines):
     """The arguments that bash makes of each line, after the key that inserts all completions."""
     with tempfile.TemporaryDirectory() as folder:
-        os.makedirs(f"{folder}/in/sub")
-        for name in ("a b", "note"):
-            open(f"{folder}/in/{name}", "x", encoding="ascii").close()
-        pid, terminal = pty.fork()
-        if pid == 0:
-            os.chdir(f"{folder}/in")
-            os.execve("/bin/bash", ["bash", "--norc", "--noprofile", "-i"],
-                      {"TERM": "dumb", "PATH": ENV["PATH"], "HISTFILE": ""})
-        script = [f". {SOURCE}/completions/xbsactl.bash",
-                  "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
-                  *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""]
-        os.write(terminal, "\n".join(script).encode())
-        try:
-            while os.read(terminal, 4096):
-                pass
-        except OSError:  # the end of a terminal
-            pass
-        os.waitpid(pid, 0)
-        with open(f"{folder}/out", encoding="utf-8") as file:
-            return [part.split("\n")[:-1] for part in file.read().split("=\n")[:-1]]
+        text = typed(folder, ["bash", "--norc", "--noprofile", "-i"],
+                     [f". {SOURCE}/completions/xbsactl.bash",
+                      "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
+                      *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""])
+    return [part.split("\n")[:-1] for part in text.split("=\n")[:-1]]
 
 
 class Interface(unittest.TestCase):
@@ -202,6 +207,24 @@ class Pages(unittest.TestCase):
             text = output("man", "--warnings", "-l", page)
             self.assertIn("SEE ALSO", text)
             self.assertNotIn("<standard input>", text, page)
+
+
+class Zsh(unittest.TestCase):
+    def test_completion(self):
+        """What a line becomes by one tabulator."""
+        cases = {"sto": "store ", "store --sta": "store --status=", "verify --al": "verify --all ",
+                 "store x no": "store x note ", "--trace 3:no": "--trace 3:note ",
+                 "explain --mark": "explain --markdown ", "query no": "query no",
+                 "check --informixdir=s": "check --informixdir=sub/",
+                 "--host h tra": "--host h trace ", "trace --htm": "trace --html="}
+        with tempfile.TemporaryDirectory() as folder:
+            text = typed(folder, ["zsh", "-f", "-i"],
+                         [f"fpath=({SOURCE}/completions $fpath)",
+                          "autoload -Uz compinit; compinit -u -D",
+                          "note() { print -r -- $BUFFER >>../out; BUFFER= }",
+                          "zle -N note; bindkey '^T' note",
+                          "".join(f"xbsactl {line}\t\x14" for line in cases) + "exit", ""])
+        self.assertEqual(text.splitlines(), [f"xbsactl {line}" for line in cases.values()])
 
 
 class Lintian(unittest.TestCase):
