@@ -84,7 +84,11 @@ static void Compare(const STATE *spBefore)
     STATE sNow;
     Look(&sNow);
     Check("open", sNow.iOpen - spBefore->iOpen);
-    Check("signals", memcmp(&sNow, spBefore, sizeof sNow));
+    for (int iSignal = 1; iSignal < 65; iSignal++)
+    {
+        Check("handler", sNow.fpaHandlers[iSignal] != spBefore->fpaHandlers[iSignal]);
+        Check("mask", sigismember(&sNow.sMask, iSignal) != sigismember(&spBefore->sMask, iSignal));
+    }
     Check("child", waitpid(-1, NULL, WNOHANG) != -1 || errno != ECHILD);
 }
 
