@@ -1,6 +1,6 @@
 """
 Real servers, real faults: either side dies or sleeps in mid-transfer, and a disk that is full.
-CI kills each server in the middle. All of it on command, as root, ten minutes; in tests/:
+CI kills each server after a tenth. All of it on command, as root, ten minutes; in tests/:
 
     XBSA_REAL=all XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../sandbox \\
         ../sandbox/run --exec python3 -m unittest -v test_real
@@ -21,11 +21,13 @@ from xbsa import pattern, run
 
 ALL = os.environ.get("XBSA_REAL") == "all"
 SERVERS = ["vsftpd", "proftpd", "pyftpdlib", "sandbox"] + ["pure-ftpd"] * (os.getuid() == 0)
-OBJECT, OLD = pattern(32 << 20), b"the old object"  # more than the system takes on its way
+OBJECT, OLD = pattern(32 << 20), b"the old object"
 BLOCKS = len(OBJECT) // 65535
 # Seconds that a server stands an idle client, and of a sleep; Pure-FTPd knows minutes only.
 LIMIT, PAUSE = 10, {"pure-ftpd": 70}
-PERCENT = (0, 1, 50, 99, 100) if ALL else (50,)
+# At a tenth of a restore the rest is still more than the system takes on its way: that grows with
+# what was read, up to half the object.
+PERCENT = (0, 1, 10, 50, 99, 100) if ALL else (10,)
 FAULTS = [("kill server", percent) for percent in PERCENT]
 if ALL:
     FAULTS += [("kill client", percent) for percent in PERCENT]
@@ -136,7 +138,7 @@ def problem(name, verb, fault, percent, got, kept):
     code, right = max(got[0]), kept == "whole" if verb == "store" else got[1]
     if code == 0 and not right:
         return "a success with wrong bytes"
-    fails = fault == "full disk" or fault == "kill server" and (verb == "store" or percent < 99)
+    fails = fault == "full disk" or fault == "kill server" and (verb == "store" or percent < 50)
     return "a success" if fails and code == 0 else ""
 
 
