@@ -5,7 +5,7 @@
 
 namespace
 {
-constexpr CATALOGUE_ROW ROWS[] = {
+constexpr CATALOGUE_ROW ANSWERS[] = {
     {ROW::SERVER, 125, "125 Data connection already open; transfer starting",
      "STOR or RETR is answered with 125; the call returns 3, since only 150 will do.",
      "A server that connects at PORT (pyftpdlib as it comes).",
@@ -123,5 +123,5 @@ constexpr CATALOGUE_ROW ROWS[] = {
 
 CATALOGUE_PART catalogue_Answers()
 {
-    return {std::begin(ROWS), std::end(ROWS)};
+    return {std::begin(ANSWERS), std::end(ANSWERS)};
 }

@@ -8,7 +8,7 @@
 
 namespace
 {
-constexpr CATALOGUE_ROW ROWS[] = {
+constexpr CATALOGUE_ROW CODES[] = {
     {ROW::RETURN_CODE, BSA_RC_SUCCESS, "BSA_RC_SUCCESS|The function succeeded.",
      "The call did what it should; a backup is stored only when BSAEndData returned this.",
      "The trace prints this text for numbers that the library does not know, too.",
@@ -159,5 +159,5 @@ constexpr CATALOGUE_ROW ROWS[] = {
 
 CATALOGUE_PART catalogue_Codes()
 {
-    return {std::begin(ROWS), std::end(ROWS)};
+    return {std::begin(CODES), std::end(CODES)};
 }

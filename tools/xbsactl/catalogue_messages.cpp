@@ -5,7 +5,7 @@
 
 namespace
 {
-constexpr CATALOGUE_ROW ROWS[] = {
+constexpr CATALOGUE_ROW MESSAGES[] = {
     {ROW::REASON, NO_CODE, "Connection refused", "Nobody listens at the server's address and port.",
      "The server is down, or host or port is wrong (KORVA's usual port is 11001, FTP's 21).",
      "Start the server; check host and port with xbsactl check."},
@@ -259,5 +259,5 @@ constexpr CATALOGUE_ROW ROWS[] = {
 
 CATALOGUE_PART catalogue_Messages()
 {
-    return {std::begin(ROWS), std::end(ROWS)};
+    return {std::begin(MESSAGES), std::end(MESSAGES)};
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "check_child.h"
+#include "check_host.h"
 #include "errors.h"
 
 namespace
@@ -22,7 +23,7 @@ namespace
 #define INI_EXAMPLE INI_KEY "=/folder/of/the/utility"
 constexpr const char *UTILITY = "olm_com_interface";
 
-constexpr size_t LONGEST_LINE = 510;     // bytes: more of a line is not read
+constexpr size_t LONGEST_INI_LINE = 510; // bytes: more of a line is not read
 constexpr size_t LONGEST_ANSWER = 32768; // bytes
 
 std::string Trimmed(const std::string &I_strText)
@@ -63,23 +64,18 @@ INI ReadIni(std::istream &I_sFile)
         const KEY_VALUE sPair = Split(strLine);
         if (!sPair.bKey) continue;
         if (sPair.strKey != INI_KEY) sIni.strOthers += " " + sPair.strKey;
-        else sIni = {true, strLine.size() > LONGEST_LINE, sPair.strValue, ""};
+        else sIni = {true, strLine.size() > LONGEST_INI_LINE, sPair.strValue, ""};
     }
     return sIni;
-}
-
-std::string Variable(const char *cpName)
-{
-    const char *cpValue = getenv(cpName);
-    return cpValue != nullptr ? cpValue : "";
 }
 
 // Becomes the utility, with its messages on the pipe as well.
 [[noreturn]] void Execute(const std::string &I_strPath, int I_iPipe)
 {
-    std::vector<std::string> vecWords = {I_strPath, "-q",       "-C", Variable("KORVA_SERVER"),
-                                         "-I",      "informix", "-j", Variable("KORVA_JOB"),
-                                         "-s",      "NULL",     "--", "xbsactl-check@none"};
+    std::vector<std::string> vecWords = {
+        I_strPath, "-q",       "-C", check_Variable("KORVA_SERVER"),
+        "-I",      "informix", "-j", check_Variable("KORVA_JOB"),
+        "-s",      "NULL",     "--", "xbsactl-check@none"};
     std::vector<char *> vecArguments;
     vecArguments.reserve(vecWords.size() + 1);
     for (std::string &strWord : vecWords) vecArguments.push_back(strWord.data());
@@ -158,7 +154,8 @@ class CUtility
         if (!sIni.bFound)
             strFault = std::string("no " INI_KEY " in " INI_FILE) +
                        ", keys:" + (sIni.strOthers.empty() ? " none" : sIni.strOthers);
-        else if (sIni.bCut) strFault = "the line is longer than " + std::to_string(LONGEST_LINE);
+        else if (sIni.bCut)
+            strFault = "the line is longer than " + std::to_string(LONGEST_INI_LINE);
         else if (sIni.strFolder.empty() || sIni.strFolder[0] != '/')
             strFault = "\"" + sIni.strFolder + "\" is no absolute path";
         if (strFault.empty()) sReport.Ok("ini.key", INI_KEY "=" + sIni.strFolder);
@@ -246,18 +243,18 @@ class CUtility
 
 bool check_Com(CReport &I_sReport, bool I_bVariables, std::chrono::milliseconds I_sBound)
 {
-    struct STEP
+    struct UTILITY_STEP
     {
         const char *cpName;
         bool (CUtility::*fpRun)();
     };
-    constexpr std::array<STEP, 4> STEPS = {{{"ini.file", &CUtility::IniFile},
-                                            {"ini.key", &CUtility::IniKey},
-                                            {"utility.file", &CUtility::File},
-                                            {"utility.query", &CUtility::Answer}}};
+    constexpr std::array<UTILITY_STEP, 4> STEPS = {{{"ini.file", &CUtility::IniFile},
+                                                    {"ini.key", &CUtility::IniKey},
+                                                    {"utility.file", &CUtility::File},
+                                                    {"utility.query", &CUtility::Answer}}};
     CUtility sUtility(I_sReport, I_sBound);
     bool bGoing = true;
-    for (const STEP &sStep : STEPS)
+    for (const UTILITY_STEP &sStep : STEPS)
     {
         if (!bGoing) I_sReport.NotTried(sStep.cpName, "an earlier step failed");
         else if (sStep.fpRun == &CUtility::Answer && !I_bVariables)

@@ -16,7 +16,7 @@ constexpr const char *ROW_STEP = "database.sm_versions";
 constexpr const char *PATH_STEP = "database.onconfig";
 constexpr const char *PATH_KEY = "BAR_BSALIB_PATH";
 
-std::string Trimmed(const std::string &I_strText)
+std::string Unquoted(const std::string &I_strText)
 {
     const char *cpBlanks = " \t\r\"'";
     const size_t uFirst = I_strText.find_first_not_of(cpBlanks);
@@ -30,7 +30,7 @@ std::vector<std::string> Fields(const std::string &I_strRow)
     std::vector<std::string> vecFields;
     std::istringstream sRow(I_strRow);
     for (std::string strField; std::getline(sRow, strField, '|');)
-        vecFields.push_back(Trimmed(strField));
+        vecFields.push_back(Unquoted(strField));
     while (!vecFields.empty() && vecFields.back().empty()) vecFields.pop_back();
     if (!vecFields.empty()) vecFields.erase(vecFields.begin());
     return vecFields;
@@ -45,7 +45,7 @@ void CheckRow(CReport &I_sReport, const std::string &I_strFile, const std::strin
                               "make the file, with the line \"" + I_strRow + "\"");
     for (std::string strLine; std::getline(sFile, strLine);)
         if (Fields(strLine) == Fields(I_strRow))
-            return I_sReport.Ok(ROW_STEP, I_strFile + ": \"" + Trimmed(strLine) + "\"");
+            return I_sReport.Ok(ROW_STEP, I_strFile + ": \"" + Unquoted(strLine) + "\"");
     I_sReport.Fail(ROW_STEP, I_strFile + " has no row for this library",
                    "add the line \"" + I_strRow + "\"; another number in front will do, too");
 }
@@ -67,7 +67,7 @@ std::string ReadKey(std::istream &I_sFile)
         std::string strRest;
         sWords >> strKey;
         std::getline(sWords, strRest);
-        if (strKey == PATH_KEY) strValue = Trimmed(strRest);
+        if (strKey == PATH_KEY) strValue = Unquoted(strRest);
     }
     return strValue;
 }

@@ -18,9 +18,9 @@ namespace
 {
 using CLOCK = std::chrono::steady_clock;
 
-constexpr size_t LONGEST_LINE = 8192; // bytes
-constexpr size_t MOST_LINES = 200;    // of one reply
-constexpr int AFTERTHOUGHT = 100;     // ms in which a second greeting line follows the first
+constexpr size_t LONGEST_REPLY = 8192; // bytes
+constexpr size_t MOST_LINES = 200;     // of one reply
+constexpr int AFTERTHOUGHT = 100;      // ms in which a second greeting line follows the first
 
 int Left(CLOCK::time_point I_sEnd)
 {
@@ -137,7 +137,7 @@ std::string CFtp::Line(CLOCK::time_point I_sEnd)
     size_t uEnd = strInput.find('\n');
     for (; uEnd == std::string::npos; uEnd = strInput.find('\n'))
     {
-        if (strInput.size() > LONGEST_LINE) throw FAILURE("a reply line without an end");
+        if (strInput.size() > LONGEST_REPLY) throw FAILURE("a reply line without an end");
         Receive(I_sEnd);
     }
     std::string strLine = Printable(strInput.substr(0, uEnd));

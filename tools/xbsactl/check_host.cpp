@@ -23,12 +23,6 @@ constexpr uint64_t LOW_SPACE = 100 * MEGABYTE;
 constexpr uint64_t LARGE_LOG = 1000 * MEGABYTE;
 constexpr size_t LOG_ROOM = sizeof(_sGlobal::szLogFile) - 1;
 
-const char *Variable(const char *cpName)
-{
-    const char *cpValue = getenv(cpName);
-    return cpValue != nullptr ? cpValue : "";
-}
-
 bool IsInGroup(const char *cpGroup)
 {
     const group *spGroup = getgrnam(cpGroup);
@@ -59,7 +53,7 @@ constexpr std::array<VARIABLE, 6> VARIABLES = {{
 bool CheckVariable(CReport &I_sReport, const VARIABLE &I_sVariable)
 {
     const std::string strStep = std::string("variable.") + I_sVariable.cpName;
-    const std::string strValue = Variable(I_sVariable.cpName);
+    const std::string strValue = check_Variable(I_sVariable.cpName);
     if (strValue.empty() && I_sVariable.bNeeded)
     {
         I_sReport.Fail(strStep, "not set",
@@ -89,9 +83,10 @@ LOG FindLog(const SETTINGS &I_sSettings)
 {
     if (I_sSettings.iTraceLevel != -1)
         return {I_sSettings.strTraceFile, I_sSettings.iTraceLevel > 0};
-    LOG sLog{Variable("XBSA_LOGFILE"), (atoi(Variable("XBSA_TRACE")) & TRACE_VERBOSITY) != 0};
+    LOG sLog{check_Variable("XBSA_LOGFILE"),
+             (atoi(check_Variable("XBSA_TRACE")) & TRACE_VERBOSITY) != 0};
     if (!sLog.strFile.empty()) return sLog;
-    const std::string strFolder = Variable("INFORMIXDIR");
+    const std::string strFolder = check_Variable("INFORMIXDIR");
     if (sLog.bOn)
         sLog.strFile =
             I_sSettings.bInformix && !strFolder.empty() ? strFolder + "/xbsa.log" : "xbsa.log";
@@ -147,6 +142,12 @@ void CheckLogFile(CReport &I_sReport, const LOG &I_sLog)
 }
 } // namespace
 
+const char *check_Variable(const char *cpName)
+{
+    const char *cpValue = getenv(cpName);
+    return cpValue != nullptr ? cpValue : "";
+}
+
 void check_Account(CReport &I_sReport)
 {
     const passwd *spAccount = getpwuid(geteuid());
@@ -165,7 +166,7 @@ bool check_Variables(CReport &I_sReport, bool I_bInformix)
     if (I_bInformix)
         for (const VARIABLE &sVariable : VARIABLES)
             bGood = CheckVariable(I_sReport, sVariable) && bGood;
-    const std::string strStrict = Variable("KORVA_STRICT");
+    const std::string strStrict = check_Variable("KORVA_STRICT");
     if (strStrict == "1") I_sReport.Ok("variable.KORVA_STRICT", "\"1\"");
     else
         I_sReport.Warn("variable.KORVA_STRICT",

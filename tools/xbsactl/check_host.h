@@ -5,6 +5,9 @@
 #include "check_report.h"
 #include "settings.h"
 
+// The value of an environment variable; "" when it is not set.
+const char *check_Variable(const char *cpName);
+
 void check_Account(CReport &I_sReport);
 
 // Returns whether an Informix session can be tried with them.

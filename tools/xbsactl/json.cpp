@@ -11,7 +11,7 @@ namespace
 {
 using JSON = nlohmann::ordered_json;
 
-const char *Word(STATUS I_eStatus)
+const char *StatusName(STATUS I_eStatus)
 {
     switch (I_eStatus)
     {
@@ -59,7 +59,7 @@ std::string json_Findings(bool I_bInformix, const std::vector<FINDING> &I_vecFin
                     {"steps", JSON::array()}};
     for (const FINDING &sFinding : I_vecFindings)
     {
-        const char *cpStatus = Word(sFinding.eStatus);
+        const char *cpStatus = StatusName(sFinding.eStatus);
         sAnswer[cpStatus] = sAnswer[cpStatus].get<int>() + 1;
         sAnswer["steps"].push_back({{"id", sFinding.strStep},
                                     {"status", cpStatus},

@@ -13,7 +13,7 @@ namespace
 constexpr const char *BEGIN = "# Korva XBSA: begin (written by xbsactl setup)";
 constexpr const char *END = "# Korva XBSA: end";
 constexpr const char *REPLACED = "#xbsa# "; // in front of a line that ours replace
-constexpr const char *LIBRARY = "BAR_BSALIB_PATH";
+constexpr const char *LIBRARY_KEY = "BAR_BSALIB_PATH";
 constexpr const char *BUFFER = "BAR_XFER_BUF_SIZE";
 constexpr int MOST_PAGES = 31; // of 2 KB: the most that fits into one call's 65,535 bytes
 
@@ -73,7 +73,7 @@ std::string BufferLine()
 // Without a line for the buffer when one that fits stands elsewhere.
 LINES Block(const std::string &I_strLibrary, const std::string &I_strBuffer)
 {
-    LINES vecBlock = {BEGIN, std::string(LIBRARY) + " " + I_strLibrary};
+    LINES vecBlock = {BEGIN, std::string(LIBRARY_KEY) + " " + I_strLibrary};
     if (!I_strBuffer.empty())
     {
         vecBlock.emplace_back(
@@ -126,8 +126,8 @@ void CheckBlock(const LINES &I_vecBlock, const LINES &I_vecRest)
     if (I_vecBlock != Block(strLibrary, strBuffer))
         throw FAILURE(std::string("the lines from \"") + BEGIN + "\" to \"" + END +
                       "\" in it were edited since");
-    if (Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, LIBRARY); }) > 0)
-        throw FAILURE(std::string(LIBRARY) + " was set again outside of the lines of setup");
+    if (Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, LIBRARY_KEY); }) > 0)
+        throw FAILURE(std::string(LIBRARY_KEY) + " was set again outside of the lines of setup");
     if (!strBuffer.empty() &&
         Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, BUFFER); }) > 0)
         throw FAILURE(std::string(BUFFER) + " was set again outside of the lines of setup");
@@ -150,13 +150,13 @@ std::string setuptext_Onconfig(const std::string &I_strText, const std::string &
 {
     LINES vecLines = Split(I_strText);
     const LINES vecOld = Restore(vecLines);
-    const auto fpLibrary = [](const std::string &strLine) { return Sets(strLine, LIBRARY); };
+    const auto fpLibrary = [](const std::string &strLine) { return Sets(strLine, LIBRARY_KEY); };
     const auto fpBuffer = [](const std::string &strLine) { return Sets(strLine, BUFFER); };
     const auto fpGood = [](const std::string &strLine) {
         return Sets(strLine, BUFFER) && IsGoodBuffer(strLine);
     };
     const auto fpOurs = [&I_strLibrary](const std::string &strLine) {
-        return Sets(strLine, LIBRARY) && Value(strLine) == I_strLibrary;
+        return Sets(strLine, LIBRARY_KEY) && Value(strLine) == I_strLibrary;
     };
     const bool bBuffer = Count(vecLines, fpGood) != 1 || Count(vecLines, fpBuffer) != 1;
     if (!bBuffer && Count(vecLines, fpOurs) == 1 && Count(vecLines, fpLibrary) == 1)

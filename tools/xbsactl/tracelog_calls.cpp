@@ -10,7 +10,7 @@ namespace
 void AddPlainObject(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, const char *cpWhat,
                     std::string_view I_svPath)
 {
-    const bool bUnknown = (X_sSession.uCall & CALL_UNKNOWN) != 0;
+    const bool bUnknown = (X_sSession.uCall & IN_UNKNOWN) != 0;
     if (!X_sSession.bNamed && !bUnknown) steps_SetSign(X_sSession, I_sLine);
     const bool bPair = X_sSession.bNamed && !session_IsMixed(X_sSession);
     const std::string strName = bPair ? X_sSession.strName : "an object";
@@ -60,20 +60,20 @@ void take_EarlyReturn(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::s
     const unsigned uCall = X_sSession.uCall;
     marks_Return(X_sSession, I_sLine, I_svRest);
     X_sSession.uCall = uCall;
-    X_sSession.bRejected = uCall == CALL_INIT && lines_StartsWith(I_svRest, "5 ");
+    X_sSession.bRejected = uCall == IN_INIT && lines_StartsWith(I_svRest, "5 ");
 }
 
 void take_CallEnd(TRACE_SESSION &X_sSession, const LOG_LINE & /*I_sLine*/,
                   std::string_view /*rest*/)
 {
-    X_sSession.uCall = CALL_NONE;
+    X_sSession.uCall = IN_NONE;
 }
 
 void take_TransactionEnd(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine,
                          std::string_view /*rest*/)
 {
     marks_GiveUpData(X_sSession, I_sLine);
-    X_sSession.uCall = CALL_NONE;
+    X_sSession.uCall = IN_NONE;
 }
 
 void take_Found(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svRest)
@@ -90,14 +90,14 @@ void take_NoMatch(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::strin
 void take_Terminated(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view /*rest*/)
 {
     marks_GiveUpData(X_sSession, I_sLine);
-    X_sSession.uCall = CALL_NONE;
+    X_sSession.uCall = IN_NONE;
     X_sSession.bTerminated = true;
 }
 
 void take_TerminateError(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine,
                          std::string_view /*rest*/)
 {
-    X_sSession.uCall = CALL_NONE;
+    X_sSession.uCall = IN_NONE;
     X_sSession.bFailed = true;
     steps_NoteError(X_sSession, I_sLine, true);
 }

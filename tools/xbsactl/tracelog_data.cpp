@@ -40,7 +40,7 @@ void TakeBlock(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_v
     X_sSession.bTotalKnown = true;
     X_sSession.uTotal = uTotal;
     X_sSession.uBytes += uBytes;
-    if (!X_sSession.bData && (X_sSession.uCall & CALL_UNKNOWN) == 0) return;
+    if (!X_sSession.bData && (X_sSession.uCall & IN_UNKNOWN) == 0) return;
     if (!X_sSession.bData)
         marks_BeginData(X_sSession, I_sLine, cpVerb); // the log began in the middle
     X_sSession.bTransfer = true;

@@ -82,7 +82,7 @@ void marks_GiveUpData(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine)
 
 void marks_Return(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, std::string_view I_svCode)
 {
-    X_sSession.uCall = CALL_NONE;
+    X_sSession.uCall = IN_NONE;
     const uint64_t uCode = lines_TakeNumber(I_svCode);
     if (uCode == 0 || uCode == NO_MATCH || uCode == NO_MORE_DATA) return;
     steps_NoteError(X_sSession, I_sLine, true);

@@ -75,8 +75,8 @@ constexpr RULE asTransfer[] = {{"Send message: ", take_SentCommand},
                                {"Received message: ", take_TransferReply}};
 constexpr RULE asInfo[] = {{"Start", nullptr}};
 
-constexpr unsigned OPENING = CALL_CREATE | CALL_GET;
-constexpr unsigned RUNNING = OPENING | CALL_QUERY | CALL_END_DATA;
+constexpr unsigned OPENING = IN_CREATE | IN_GET;
+constexpr unsigned RUNNING = OPENING | IN_QUERY | IN_END_DATA;
 
 template <size_t COUNT>
 constexpr FUNCTION Function(std::string_view I_svName, unsigned I_uCall, unsigned I_uWithin,
@@ -87,29 +87,29 @@ constexpr FUNCTION Function(std::string_view I_svName, unsigned I_uCall, unsigne
 
 // Those with most lines first.
 constexpr FUNCTION asFunctions[] = {
-    Function("BSASendData", 0, CALL_NONE, asSend),
-    Function("BSAGetData", 0, CALL_NONE, asReceive),
-    Function("stpc_recv", 0, OPENING | CALL_END_DATA, asReplies),
+    Function("BSASendData", 0, IN_NONE, asSend),
+    Function("BSAGetData", 0, IN_NONE, asReceive),
+    Function("stpc_recv", 0, OPENING | IN_END_DATA, asReplies),
     Function("com_intf", 0, RUNNING, asUtility),
     Function("parse_com_answer", 0, RUNNING, asParse),
     Function("xbsa_open", 0, OPENING, asOpen),
     Function("LOGIN", 0, OPENING, asLogin),
     Function("stpc_port", 0, OPENING, asPort),
-    Function("stpc_stor", 0, CALL_CREATE, asTransfer),
-    Function("stpc_retr", 0, CALL_GET, asTransfer),
-    Function("stpc_send", 0, OPENING | CALL_END_DATA, asSends),
+    Function("stpc_stor", 0, IN_CREATE, asTransfer),
+    Function("stpc_retr", 0, IN_GET, asTransfer),
+    Function("stpc_send", 0, OPENING | IN_END_DATA, asSends),
     Function("xbsa_connect", 0, OPENING, asConnect),
-    Function("BSACreateObject", CALL_CREATE, CALL_CREATE, asCreate),
-    Function("BSAGetObject", CALL_GET, CALL_GET, asGet),
-    Function("BSAEndData", CALL_END_DATA, CALL_END_DATA, asEndData),
-    Function("BSABeginTxn", CALL_BEGIN, CALL_BEGIN, asBegin),
-    Function("BSAEndTxn", CALL_END_TXN, CALL_END_TXN, asEndTxn),
+    Function("BSACreateObject", IN_CREATE, IN_CREATE, asCreate),
+    Function("BSAGetObject", IN_GET, IN_GET, asGet),
+    Function("BSAEndData", IN_END_DATA, IN_END_DATA, asEndData),
+    Function("BSABeginTxn", IN_BEGIN, IN_BEGIN, asBegin),
+    Function("BSAEndTxn", IN_END_TXN, IN_END_TXN, asEndTxn),
     Function("find_com_intf", 0, RUNNING, asFind),
-    Function("BSAQueryObject", CALL_QUERY, CALL_QUERY, asQuery),
-    Function("BSAGetNextQueryObject", CALL_NEXT, CALL_NEXT, asNext),
-    Function("BSAInit", CALL_INIT, CALL_INIT, asInit),
-    Function("BSATerminate", CALL_TERMINATE, CALL_TERMINATE, asTerminate),
-    Function("sms_parseinfo", 0, CALL_CREATE, asInfo),
+    Function("BSAQueryObject", IN_QUERY, IN_QUERY, asQuery),
+    Function("BSAGetNextQueryObject", IN_NEXT, IN_NEXT, asNext),
+    Function("BSAInit", IN_INIT, IN_INIT, asInit),
+    Function("BSATerminate", IN_TERMINATE, IN_TERMINATE, asTerminate),
+    Function("sms_parseinfo", 0, IN_CREATE, asInfo),
     Function("make_KORVA_authentication", 0, OPENING, asInfo),
 };
 } // namespace

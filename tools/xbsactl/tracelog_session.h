@@ -36,17 +36,17 @@ struct STEP
 // The library's calls, as bits: where in its life a process stands.
 enum CALL : unsigned
 {
-    CALL_NONE = 1U << 0U, // between calls
-    CALL_INIT = 1U << 1U,
-    CALL_BEGIN = 1U << 2U,
-    CALL_CREATE = 1U << 3U,
-    CALL_GET = 1U << 4U,
-    CALL_QUERY = 1U << 5U,
-    CALL_NEXT = 1U << 6U,
-    CALL_END_DATA = 1U << 7U,
-    CALL_END_TXN = 1U << 8U,
-    CALL_TERMINATE = 1U << 9U,
-    CALL_UNKNOWN = 1U << 10U // the log began in the middle
+    IN_NONE = 1U << 0U, // between calls
+    IN_INIT = 1U << 1U,
+    IN_BEGIN = 1U << 2U,
+    IN_CREATE = 1U << 3U,
+    IN_GET = 1U << 4U,
+    IN_QUERY = 1U << 5U,
+    IN_NEXT = 1U << 6U,
+    IN_END_DATA = 1U << 7U,
+    IN_END_TXN = 1U << 8U,
+    IN_TERMINATE = 1U << 9U,
+    IN_UNKNOWN = 1U << 10U // the log began in the middle
 };
 
 struct TRACE_SESSION
@@ -80,7 +80,7 @@ struct TRACE_SESSION
     std::string strName;     // of the object, until its path is known
     std::string strSign;     // a line that no single process can have written here
     long lForeignHandle = 0; // the line before named this one: a mistake of the caller's?
-    unsigned uCall = CALL_UNKNOWN;
+    unsigned uCall = IN_UNKNOWN;
     size_t uProcesses = 1;    // mixed: that are known of
     size_t uTerminated = 0;   // and that have ended
     bool bPending = false;    // sPending goes on

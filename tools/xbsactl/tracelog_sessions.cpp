@@ -83,7 +83,7 @@ void CSessions::Open(const LOG_LINE &I_sLine, bool I_bHead)
 {
     TRACE_SESSION sSession;
     sSession.bHead = I_bHead;
-    sSession.uCall = I_bHead ? CALL_NONE : CALL_UNKNOWN;
+    sSession.uCall = I_bHead ? IN_NONE : IN_UNKNOWN;
     sSession.bReplies = lines_StartsWith(I_sLine.svText, "LOGIN REPLY: ");
     sSession.uFirstLine = I_sLine.uNumber;
     sSession.iFirst = I_sLine.iTime;
@@ -198,7 +198,7 @@ void CSessions::JudgeForeignHandle(const LOG_LINE &I_sLine)
 // It ends when all of its processes have, those too that only a handle tells of.
 void CSessions::TakeMixed(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine)
 {
-    X_sSession.uCall = CALL_UNKNOWN;
+    X_sSession.uCall = IN_UNKNOWN;
     X_sSession.bTotalKnown = false;
     X_sSession.bNamed = false;
     X_sSession.bTerminated = false;
@@ -241,7 +241,7 @@ void CSessions::Judge(const LOG_LINE &I_sLine)
         BecomeMixed(sSession, sSession.strSign);
     if (session_IsMixed(sSession)) TakeMixed(sSession, I_sLine);
     else if (sSession.bTerminated) End();
-    else if (sSession.bRejected && sSession.uCall == CALL_NONE && uCurrent > 0 &&
+    else if (sSession.bRejected && sSession.uCall == IN_NONE && uCurrent > 0 &&
              !deqSessions[uCurrent - 1].bEnded && sSession.setHandles.empty())
         FoldRejected();
 }

@@ -60,8 +60,8 @@ void CheckOrder(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine, const FUNCTI
                 std::string_view I_svRest)
 {
     const bool bStart = I_sFunction.uCall != 0 && lines_StartsWith(I_svRest, "Start");
-    const unsigned uWithin = bStart ? static_cast<unsigned>(CALL_NONE) : I_sFunction.uWithin;
-    if ((X_sSession.uCall & (uWithin | CALL_UNKNOWN)) == 0) steps_SetSign(X_sSession, I_sLine);
+    const unsigned uWithin = bStart ? static_cast<unsigned>(IN_NONE) : I_sFunction.uWithin;
+    if ((X_sSession.uCall & (uWithin | IN_UNKNOWN)) == 0) steps_SetSign(X_sSession, I_sLine);
     if (bStart) X_sSession.uCall = I_sFunction.uCall;
 }
 } // namespace
