@@ -91,7 +91,7 @@ FAULTS = [
      "MSG_PEEK | MSG_DONTWAIT", "MSG_DONTWAIT"),
     ("helpers.Helpers.test_lines", "the mask stays full after a line", "stpc/line.cpp",
      "    sigprocmask(SIG_SETMASK, &sOld, nullptr);\n", ""),
-    ("transfer.OddReplies.test_restore", "a refused listener is lost", "stpc/port.cpp",
+    ("torture.Torture.test_codes", "a refused listener is lost", "stpc/port.cpp",
      "    SOCKET_close(hListener);\n", ""),
     ("transfer.Broken.test_rejected_end", "the reserve socket is lost", "stpc/transfer.cpp",
      "    SOCKET_close(hSpare);\n", ""),
