@@ -1,13 +1,11 @@
 """A server at its worst: every code at every step, a cut at every byte, odd replies."""
-import ctypes as c
 import itertools
 import os
 import time
 import unittest
 
 from server import POLITE, Server
-from test_calls import CALLS
-from xbsa import SANITIZED, Block, pattern, run
+from xbsa import SANITIZED, pattern, run
 
 ALL = os.environ.get("XBSA_TORTURE") == "all"
 STRIDE = 1 if ALL else 11 if SANITIZED else 5  # of the bytes at which something is cut
@@ -62,20 +60,6 @@ SCRIPTS = [
     ({"STOR": ["150 go", "connect", "reset"]}, "END~"),
 ] + [({"STOR": [b"150 go\r\n" + more, end]}, "STOR") for end in ("close", "reset")
      for more in (b"150 more\r\n", b"226 early\r\n", b"x", b"\0", b"\xff\r\n", b"999\r\n" * 5000)]
-# Calls on a server that serves one client at a time; their codes and the last message.
-CUT = "The backup was given up, its transaction had ended."
-RESTORE = "The backup was given up for a restore in the same transaction."
-ORDERS = [
-    ("begin create read send read end commit", "0 0 5 0 5 0 0", ""),
-    ("begin get send read send end commit", "0 0 5 0 5 0 0", ""),
-    ("begin create end get read commit", "0 0 0 0 0 0", ""),
-    ("begin create send get read end commit", "0 0 0 0 0 3 0", RESTORE),
-    ("begin create send commit end commit begin create send end", "0 0 0 0 3 5 0 0 0 0", CUT),
-    ("begin create send commit begin get read end", "0 0 0 0 0 0 0 0", ""),
-    ("begin create commit end end", "0 0 0 3 3", CUT),
-    ("begin get commit begin create send end commit", "0 0 0 0 0 0 0 0", ""),
-    ("begin get create send end commit", "0 0 0 0 0 0", ""),
-]
 
 
 class Torturer(Server):
@@ -112,14 +96,6 @@ def transact(x, server, verb, count):
         got = (x.store(OBJECT), OBJECT) if verb == "STOR" else x.restore()
         found.append((*got, x.last_error()))
     return found
-
-
-def play(x, server, calls):
-    x.start(server)
-    room = c.create_string_buffer(5)
-    moves = {"send": lambda x, h: x.BSASendData(h, c.byref(Block(5, 0, c.addressof(room)))),
-             "read": lambda x, h: x.BSAGetData(h, c.byref(Block(5, 5, c.addressof(room))))}
-    return [(CALLS | moves)[call](x, x.handle) for call in calls.split()], x.last_error()
 
 
 def commands(verb, last):
@@ -218,10 +194,3 @@ class Torture(unittest.TestCase):
         self.check([({"DATA": [lambda s, size=size, how=how: s.move(size, how)],
                       "END": ["426 cut"]}, "END", OBJECT[:size])
                     for size in range(0, 301, STRIDE) for how in ("close", "reset_data")])
-
-    def test_orders(self):
-        for calls, codes, message in ORDERS:
-            with self.subTest(calls):
-                server = Server(objects={"obj": b"hello"})
-                self.assertEqual(run(play, server, calls, server=server).value,
-                                 ([int(code) for code in codes.split()], message))
