@@ -94,9 +94,8 @@ void fuzz_One(std::string &X_strBytes)
     const long lHandle = fuzz_Init(uMode & 3, (uMode & 4) != 0, (uMode & 8) != 0);
     CHECK(BSABeginTxn(lHandle) == 0);
     if ((uMode & 16) != 0)
-        Query(lHandle,
-              Fill<QUERY>(X_strBytes, {0, offsetof(QUERY, objectName),
-                                       offsetof(QUERY, objectName.pathName)}));
+        Query(lHandle, Fill<QUERY>(X_strBytes, {0, offsetof(QUERY, objectName),
+                                                offsetof(QUERY, objectName.pathName)}));
     else
     {
         auto sObject = Fill<OBJECT>(
