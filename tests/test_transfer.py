@@ -167,6 +167,17 @@ class Broken(unittest.TestCase):
         self.assertEqual(run(store, server, server=server).value, ([0, 0], 3, 0, [0, 0, 0]))
         self.assertEqual(server.ends, ["RST", "FIN"])
 
+    def test_abandoned(self):
+        """What a transfer left open is closed when the next one opens."""
+        def restore(x, server):
+            x.start(server)
+            x.BSABeginTxn(x.handle)
+            return (x.BSAGetObject(x.handle, c.byref(descriptor()), None),
+                    x.BSAEndTxn(x.handle, 1), x.restore())
+        server = Server(objects={"obj": b"hello"})
+        self.assertEqual(run(restore, server, server=server).value,
+                         (0, 0, ([0, 0, 0], b"hello")))
+
     def test_killed(self):
         def store(x, server):
             x.start(server)
