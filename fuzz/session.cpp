@@ -1,58 +1,115 @@
-// The reply reader, in a whole session: a server that says anything at any time.
+// A whole session with a server that says anything at any time, about descriptors of random bytes:
+// no field is read past its end, and a transfer is right or says no.
 #include "fuzz.h"
 
-static const char szSecret[] = "S3CRET-pw";
+#include <algorithm>
+#include <cstddef>
 
-static void Transfer(long lHandle, BSA_ObjectDescriptor *spObject, unsigned I_uSize, bool bRestore)
+static const std::string strLogin = ":pass=S3CRET-pw"; // behind the user
+static const char szPolite[] =
+    "220 a\r\n331 b\r\n230 c\r\n200 d\r\n250 e\r\n200 f\r\n150 g\r\n226 h\r\n221\r\n";
+
+// The fields that begin at the places get the texts, which may run over all fields behind them.
+template <typename T> T Fill(std::string &X_strBytes, std::initializer_list<size_t> I_lstPlaces)
+{
+    T sDescriptor;
+    memset(&sDescriptor, static_cast<int>(fuzz_Byte(X_strBytes)), sizeof sDescriptor);
+    for (const size_t uPlace : I_lstPlaces)
+    {
+        const std::string strText = fuzz_Text(X_strBytes, '|');
+        memcpy(reinterpret_cast<char *>(&sDescriptor) + uPlace, strText.c_str(),
+               std::min(strText.size() + 1, sizeof sDescriptor - uPlace));
+    }
+    return sDescriptor;
+}
+
+// The name of the object goes to the utility as one word.
+static void CheckCommands(const BSA_ObjectName &I_sName)
+{
+    const auto fpText = [](const auto &caField) {
+        return std::string(caField, strnlen(caField, sizeof caField));
+    };
+    const std::string strName = fpText(I_sName.objectSpaceName) + "@" + fpText(I_sName.pathName);
+    for (const std::string &strCommand : sWorld.vecCommands)
+    {
+        const std::vector<std::string> vecWords = fuzz_ShellWords(strCommand);
+        if (std::find(vecWords.begin(), vecWords.end(), "--") != vecWords.end())
+            CHECK(vecWords.back() == strName);
+    }
+}
+
+static void Transfer(long lHandle, BSA_ObjectDescriptor *spObject, bool bRestore)
 {
     const size_t uPlace = sWorld.strReplies.find("150");
-    const std::string strObject(I_uSize * 37, 'd');
-    std::string strBlock = bRestore ? std::string(10000, '-') : strObject;
+    std::string strBlock = bRestore ? std::string(10000, '-') : sWorld.strData;
     BSA_DataBlock sBlock = {static_cast<BSA_UInt16>(strBlock.size()), 0, strBlock.data()};
     const BSA_ObjectDescriptor sBefore = *spObject;
-    sWorld.strData = strObject;
     const int iRet = (bRestore ? BSAGetObject : BSACreateObject)(lHandle, spObject, nullptr);
-    CHECK(iRet == 0 || iRet == 3);
-    CHECK(!bRestore || memcmp(&sBefore, spObject, sizeof sBefore) == 0);
+    CHECK(iRet == 0 || iRet == 3 || iRet == 22);
+    if (bRestore || iRet != 0) CHECK(memcmp(&sBefore, spObject, sizeof sBefore) == 0);
+    else CHECK(spObject->objectStatus == BSA_ObjectStatus_ANY && spObject->objectInfo[0] == 'S');
+    CheckCommands(sBefore.objectName);
     if (iRet == 0)
     {
         CHECK(bRestore || uPlace != std::string::npos);
         CHECK((bRestore ? BSAGetData : BSASendData)(lHandle, &sBlock) == 0);
-        CHECK(!bRestore || strBlock.substr(0, sBlock.numBytes) == strObject);
+        CHECK(!bRestore || strBlock.substr(0, sBlock.numBytes) == sWorld.strData);
     }
     const int iEnd = BSAEndData(lHandle);
     fuzz_Listen();
     CHECK(iEnd == 0 || iEnd == 3);
-    if (iEnd != 0 || bRestore) return;
-    CHECK(iRet == 0 && sWorld.strStored == strObject); // a backup counts when the server says so
+    CHECK(sPrivate.hOwnControl == -1 && sPrivate.hOwnData == -1);
+    if (iEnd != 0 || bRestore || sGlobal.iQAB != 0) return;
+    CHECK(iRet == 0 && sWorld.strStored == sWorld.strData); // it counts when the server says so
     CHECK(sWorld.strReplies.find("226", uPlace) != std::string::npos);
+}
+
+static void Query(long lHandle, const BSA_QueryDescriptor &I_sQuery)
+{
+    BSA_QueryDescriptor sQuery = I_sQuery;
+    BSA_ObjectDescriptor sObject = {};
+    const int iRet = BSAQueryObject(lHandle, &sQuery, &sObject);
+    CHECK(iRet == 0 || iRet == 3 || iRet == 17);
+    CHECK(memcmp(&I_sQuery, &sQuery, sizeof sQuery) == 0);
+    CheckCommands(sQuery.objectName);
+    if (iRet == 0 && sGlobal.iQAB != 0)
+        CHECK(sObject.copyId.right == 77 && sObject.copyType == sQuery.copyType);
+    CHECK(BSAGetNextQueryObject(lHandle, &sObject) == BSA_RC_NO_MORE_DATA);
 }
 
 void fuzz_One(std::string &X_strBytes)
 {
+    using OBJECT = BSA_ObjectDescriptor;
+    using QUERY = BSA_QueryDescriptor;
     const unsigned uMode = fuzz_Byte(X_strBytes);
     const unsigned uWorld = fuzz_Byte(X_strBytes);
-    const unsigned uSize = fuzz_Byte(X_strBytes);
-    sWorld.strReplies = X_strBytes;
     sWorld.bNoData = (uWorld & 1) != 0;
     sWorld.bStranger = (uWorld & 2) != 0;
     sWorld.bDeaf = (uWorld & 4) != 0;
     sWorld.bNoHost = (uWorld & 8) != 0;
-
-    const long lHandle = fuzz_Init(uMode & 3, (uMode & 4) != 0);
-    BSA_ObjectDescriptor sObject = {};
-    const char *cpUser = (uMode & 8) != 0 ? XBSA_SECURE_USER : "fuzz";
-    snprintf(sObject.objectOwner.bsa_ObjectOwner, sizeof sObject.objectOwner.bsa_ObjectOwner,
-             "user=%s:pass=%s", cpUser, szSecret);
-    strcpy(sObject.objectName.objectSpaceName, "12345");
-    strcpy(sObject.objectName.pathName, (uMode & 16) != 0 ? "SMS" : "/data");
-    sObject.copyType = BSA_CopyType_BACKUP;
-
+    sWorld.strData.assign(fuzz_Byte(X_strBytes) * size_t{37}, 'd');
+    sWorld.vecAnswers.assign(4, "reply = OK\nsessionID = 5\nsavesetname = 77@Rb5\n"
+                                "tape_server = h:21:u:p\ndrive = SMS\ntape = T:9\n");
+    const bool bOnce = X_strBytes.find("S3CRET") == X_strBytes.rfind("S3CRET");
+    const long lHandle = fuzz_Init(uMode & 3, (uMode & 4) != 0, (uMode & 8) != 0);
     CHECK(BSABeginTxn(lHandle) == 0);
-    Transfer(lHandle, &sObject, uSize, (uMode & 32) != 0);
-    CHECK(sPrivate.hOwnControl == -1 && sPrivate.hOwnData == -1);
+    if ((uMode & 16) != 0)
+        Query(lHandle, Fill<QUERY>(X_strBytes, {0, offsetof(QUERY, objectName),
+                                                offsetof(QUERY, objectName.pathName)}));
+    else
+    {
+        auto sObject = Fill<OBJECT>(
+            X_strBytes, {offsetof(OBJECT, objectOwner), offsetof(OBJECT, objectName),
+                         offsetof(OBJECT, objectName.pathName), offsetof(OBJECT, createTime)});
+        sWorld.strReplies = X_strBytes.empty() ? szPolite : X_strBytes;
+        const char *cpOwner = sObject.objectOwner.bsa_ObjectOwner;
+        const bool bSecret = bOnce && ("user=fuzz" + strLogin == cpOwner ||
+                                       "user=" XBSA_SECURE_USER + strLogin == cpOwner);
+        Transfer(lHandle, &sObject, (uMode & 32) != 0);
+        qab_dumpobject(&sObject);
+        CHECK(!bSecret || sWorld.strTrace.find("S3CRET") == std::string::npos);
+    }
     CHECK(BSAEndTxn(lHandle, BSA_Vote_COMMIT) == 0 && BSATerminate(lHandle) == 0);
+    fuzz_Listen();
     if (!sWorld.bDeaf) fuzz_CheckHeard();
-    if (sWorld.strReplies.find(szSecret) == std::string::npos)
-        CHECK(sWorld.strTrace.find(szSecret) == std::string::npos);
 }

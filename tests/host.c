@@ -29,7 +29,11 @@ enum
     CROWD = 5000, /* open descriptors */
     THREADS = 64,
     STACK = 256 << 10,
+#ifdef __SANITIZE_ADDRESS__ /* looks at each of them, and is ten times slower */
+    UNLOADS = 200,
+#else
     UNLOADS = 1000,
+#endif
     SETTLED = 100, /* after so many loads the C library has what it keeps */
     MARGIN = 1024, /* below the frame that paints the stack */
     PAINT = 0xA5

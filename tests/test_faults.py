@@ -11,7 +11,7 @@ import unittest
 from ftpd import Daemon
 from test_com import setUpModule as private_etc
 from test_sandbox import Sandbox
-from xbsa import Block, descriptor, pattern, run
+from xbsa import pattern, run
 
 FULL = os.environ.get("XBSA_FAULTS") == "all"
 DATA = pattern(70000)
@@ -115,22 +115,6 @@ class Road:
 
 class Plain(Road, unittest.TestCase):
     table, brief, growth, hosts = PLAIN, {"store": PLAIN, "restore": PLAIN}, 2, HOSTS
-
-    def test_read(self):
-        """Every way in which the data connection of a restore can break is told."""
-        def read(x, error):
-            self.begin(x)
-            x.BSABeginTxn(x.handle)
-            room = c.create_string_buffer(100)
-            codes = [x.BSAGetObject(x.handle, c.byref(descriptor(**self.names)), None)]
-            c.CDLL(None).shim_arm(b"recv", 1, 0, error)
-            codes.append(x.BSAGetData(x.handle, c.byref(Block(100, 100, c.addressof(room)))))
-            message = x.last_error()
-            return codes + [x.BSAEndData(x.handle)], message
-        for error in (errno.ECONNRESET, errno.ENOMEM, errno.EINTR):
-            self.prepare("restore")
-            self.assertEqual(run(read, error, server=self.server).value,
-                             ([0, 3, 0], f"{os.strerror(error)} Data receiving failed."))
 
     def begin(self, x):
         host = b"BSA_SERVICE_HOST=127.0.0.1:%d" % self.server.port

@@ -53,13 +53,6 @@ CALLS = [
     ("syserrtxt", (7, 0, b"only"), b" only"), ("syserrtxt", (7, 9, b"only"), b" only"),
     ("syserrtxt", (errno.EPERM, 1, b"%s", b"y" * 5000), ...), ("stpc_send", (-1, b"PA", 2, 0), -1),
 ]
-# Reply to STOR, tape, segment.
-REPLIES = [
-    (b"150 opening TAPE 17 SEGMENT 3", 17, 3), (b"150 TAPE:17:SEGMENT:3", 17, 3),
-    (b"150 TAPES 17 SEGMENTS: 3", 17, 3), (b"150 go TAPE", 0, 0), (b"150 SEGMENT 4", 0, 4),
-    (b"150 tape 17", 0, 0), (b"", 0, 0), (b"150 TAPE x SEGMENT 2", 0, 2),
-    (b"150 TAPE SEGMENT 3", 0, 0), (b"150 " + b"z" * 9000 + b" TAPE 1", 0, 0),
-]
 # Mode, path, buffer size, transfer command; tape 7, segment 2, label T1.
 COMMANDS = [
     (1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
@@ -72,15 +65,6 @@ COMMANDS = [
 def all_calls(x):
     return [getattr(x, name)(*(c.create_string_buffer(a) if a and name.endswith(("Trim", "upr")) else a
                                for a in arguments)) for name, arguments, _ in CALLS]
-
-
-def all_replies(x):
-    sms, got = x.state.sObject.sSMS, []
-    for reply, _, _ in REPLIES:
-        sms.ulTapeID = sms.ulSegmentNum = 99
-        x.sms_parseinfo(reply)
-        got.append((reply, sms.ulTapeID, sms.ulSegmentNum))
-    return got
 
 
 def commands(x, mode, path, size, **changes):
@@ -112,9 +96,6 @@ class Helpers(unittest.TestCase):
             small = x.BSAGetLastError(c.byref(size), text), size.value, text.value
             return small, x.last_error(), x.last_error()
         self.assertEqual(run(errors).value, ((7, 5, b"untouched"), "first", ""))
-
-    def test_replies(self):
-        self.assertEqual(run(all_replies).value, REPLIES)
 
     def test_commands(self):
         for mode, path, size, line in COMMANDS:

@@ -43,17 +43,6 @@ def made_descriptors(x, server, closed):
     return code, min(made) > 2, flags, low
 
 
-def beyond_1024(x, server):
-    _, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
-    resource.setrlimit(resource.RLIMIT_NOFILE, (2000, hard))
-    taken = [os.dup(2) for _ in range(1100)]
-    x.start(server)
-    result = x.store(end=False), x.state.sSession.SData > 1024, x.BSAEndData(x.handle)
-    for number in taken:
-        os.close(number)
-    return result
-
-
 def reused_numbers(x, server):
     """The numbers of the closed sockets become the host's ends of two pairs of its own."""
     pairs = [socket.socketpair() for _ in range(2)]
@@ -102,10 +91,6 @@ class Host(unittest.TestCase):
             server = Server()
             got = run(made_descriptors, server, closed, server=server, level=None, env=LOG)
             self.assertEqual(got.value, (0, True, [1, 1, 1], []))
-
-    def test_beyond_1024(self):
-        server = Server()
-        self.assertEqual(run(beyond_1024, server, server=server).value, ([0, 0], True, 0))
 
     def test_data_options(self):
         server = Server()

@@ -11,7 +11,7 @@ from test_com import Utility, answers, setUpModule  # pylint: disable=unused-imp
 from xbsa import DEADLINE, LIBRARY, SANITIZED
 
 HOST = os.environ["XBSA_HOST"].split()  # behind an emulator, if it needs one
-CONDITIONS = ["", "closed", "crowd", "blocked", "ignored", "threads", "thread", "fork",
+CONDITIONS = ["", "closed", "crowd", "blocked", "ignored", "threads", "fork",
               "closed crowd ignored blocked threads thread fork"]
 NOBODY = 65534
 # The deepest that the library and the C library below it go, in bytes, without and with a trace.

@@ -158,7 +158,8 @@ def play(x, server, seed, fates, informix, strict):
             if call == "send" and argument:
                 c.memmove(room, BYTES[len(model.sent):][:argument], argument)
             telling = call in ("create", "get") or (
-                call == "end" and model.open and not wrong and not model.bits & ENDED)
+                call == "end" and (model.open or model.given_up) and not wrong
+                and not model.bits & ENDED)
             done.append((call, wrong, argument, model.open, model.bits))
             left = model.stored.get(model.name, b"")[model.moved:]
             moves = call == "read" and model.open == "RETR"
