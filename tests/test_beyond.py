@@ -9,7 +9,7 @@ import unittest
 
 from test_com import setUpModule  # pylint: disable=unused-import
 from test_sandbox import RUN, STRICT, Sandbox, both_ways, query, start, there_and_back
-from xbsa import SANITIZED, make_folder, pattern, run, write_plain
+from xbsa import make_folder, pattern, run, write_plain
 
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
 POSTGRES = "/usr/lib/postgresql/15/bin/"
@@ -157,8 +157,7 @@ class OnRclone(Rig, unittest.TestCase):
             return status, kilobytes(self.sandbox, "VmHWM") - before
         status, grown = run(transfers, env=STRICT, level=0).value
         self.assertEqual(status, 0)
-        if not SANITIZED:
-            self.assertLess(grown, 4 << 10)
+        self.assertLess(grown, 4 << 10)
         self.assert_left("good", "good")
 
     def test_refused(self):
@@ -169,7 +168,7 @@ class OnRclone(Rig, unittest.TestCase):
                 (["--catalogue", "postgresql://me@h/d"], "/usr/bin", 2, "needs --store"),
                 (["--catalogue", "postgresql://me:canary@h/d"], "/usr/bin", 2, "no password"),
                 (["--catalogue", "postgresql:///d?password=canary"], "/usr/bin", 2, "no password")):
-            ended = subprocess.run([RUN, *options], env={"PATH": path}, capture_output=True,
+            ended = subprocess.run([RUN, *options], env={"PATH": path}, stderr=subprocess.PIPE,
                                    text=True, timeout=60, check=False)
             self.assertEqual((ended.returncode, reason in ended.stderr, "canary" in ended.stderr),
                              (code, True, False), ended.stderr)
@@ -182,17 +181,15 @@ class Shared(Rig, unittest.TestCase):
     def setUpClass(cls):
         folder = tempfile.mkdtemp(prefix="pg")
         cls.addClassCleanup(shutil.rmtree, folder)
-        account = {}
+        options = {"stderr": subprocess.PIPE, "text": True, "cwd": "/"}
         if os.geteuid() == 0:  # PostgreSQL does not run as root
-            account = {"user": "postgres", "group": "postgres", "extra_groups": []}
+            options |= {"user": "postgres", "group": "postgres", "extra_groups": []}
             os.chown(folder, pwd.getpwnam("postgres").pw_uid, -1)
-        subprocess.run([POSTGRES + "initdb", "-D", folder + "/data", "-A", "trust", "-U", "korva",
-                        "-E", "UTF8", "--no-sync"], check=True, stdout=subprocess.DEVNULL,
-                       cwd="/", **account)
-        # pylint: disable=consider-using-with
-        server = subprocess.Popen(
-            [POSTGRES + "postgres", "-D", folder + "/data", "-k", folder, "-c", "fsync=off",
-             "-c", "listen_addresses="], stderr=subprocess.PIPE, text=True, cwd="/", **account)
+        subprocess.run(f"{POSTGRES}initdb -D data -A trust -U korva -E UTF8 --no-sync".split(),
+                       check=True, stdout=subprocess.DEVNULL, **options | {"cwd": folder})
+        # pylint: disable-next=consider-using-with
+        server = subprocess.Popen(f"{POSTGRES}postgres -D {folder}/data -k {folder} -c fsync=off"
+                                  " -c listen_addresses=".split(), **options)
         cls.addClassCleanup(server.wait)
         cls.addClassCleanup(server.send_signal, signal.SIGQUIT)
         assert any("ready to accept" in line for line in iter(server.stderr.readline, ""))
@@ -228,8 +225,8 @@ class Shared(Rig, unittest.TestCase):
         def middle(x):
             begin(x, self.sandbox.folder)
             os.kill(self.sandbox.process.pid, signal.SIGKILL)
-            return any(x.send(pattern(65535)) == 3 for _ in range(1000)), end(x)
-        self.assertEqual(run(middle, env=STRICT).value, (True, [3, 0]))
+            return end(x)
+        self.assertEqual(run(middle, env=STRICT).value, [3, 0])
         self.sandbox = self.serve()
         self.rclone.fault("late")
         self.assertEqual(run(kill_late, self.rclone, self.sandbox.process.pid, env=STRICT).value,
