@@ -7,6 +7,7 @@ export CCACHE_DISABLE=1 # the counters' files belong to this folder
 ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-$HOME/.cache}/korva-xbsa/ftpd}
 build=$PWD/build/coverage
 
+mkdir -p "$build"
 tests/servers.sh "$ftpd"
 cmake --preset coverage -DXBSA_FTPD="$ftpd" >"$build.log"
 cmake --build --preset coverage -j "$(nproc)" >>"$build.log"

@@ -243,12 +243,9 @@ INIS = [
     ("SM_BIN_KORVA=/b=c\n", 0, "=c" + NAME, 4),
     ("x" * 511 + "SM_BIN_KORVA=/x\nSM_BIN_KORVA=/b\n", 0, NAME, 2),
     ("x" * 1022 + "SM_BIN_KORVA=/x\n", 1, None, 1024),
-    ("SM_BIN_KORVA=/b" + "d" * 495 + "\n", 0, "d" * 495 + NAME, 497),
     ("SM_BIN_KORVA=/b" + "d" * 496 + "\n", 0, "d" * 496 + NAME, 498),
     ("SM_BIN_KORVA=/b" + "d" * 497 + "\n", 1, None, 1024),
-    ("SM_BIN_KORVA=/b" + "d" * 585 + "\n", 1, None, 1024),
-    ("SM_BIN_KORVA=/b\n", 1, None, 2, 1), ("SM_BIN_KORVA=/b\n", 1, None, 2, 21),
-    ("SM_BIN_KORVA=/b\n", 0, NAME, 2, 22),
+    ("SM_BIN_KORVA=/b\n", 1, None, 2, 1),
     ("SM_BIN_KORVA=/b" + "d" * 398, 1, None, 400, 419),
     ("SM_BIN_KORVA=/b" + "d" * 398, 0, "d" * 398 + NAME, 400, 420),
     ("SM_BIN_KORVA=\n", 1, None, 0, 19), ("SM_BIN_KORVA=\n", 0, NAME, 0, 20),
@@ -417,21 +414,20 @@ class Answers(unittest.TestCase):
 
     def test_no_password(self):
         """At no level, in no line and no dump, to no destination, wherever the line stands."""
+        def ask(x, level):
+            x.BSASetTrace(x.sink, b"./xbsa.log", level)
+            return x.com_intf(6, c.byref(x.state.sCOM))
         secret = "gehe:im"
-        for answer in (f"reply=OK\ntape_server=127.0.0.1:1:user:{secret}\n", f"tape_server={secret}"
-                       f"::u:{secret}\nreply=OK\n", f" TAPE_SERVER = a:b:c:{secret}\nreply=OK\n",
+        for answer in (f"reply=OK\ntape_server=127.0.0.1:1:user:{secret}\n",
+                       f" TAPE_SERVER = a:b:c:{secret}\nreply=OK\n",
                        f"reply=OK\ntape_server=:::{secret}:x\rjobname=j\n"):
-            Utility(self, {"bare": answer.replace(f"={secret}", "=a").encode()})
+            Utility(self, {"bare": answer.encode()})
             for level in (65, 66, 67):
                 with self.subTest(answer, level=level):
-                    def ask(x):
-                        x.BSASetTrace(x.sink, b"./xbsa.log", level)
-                        return x.com_intf(6, c.byref(x.state.sCOM))
-                    got = run(ask, level=None)
+                    got = run(ask, level, level=None)
                     dumped = [re.search(r"Dumping memory: \[((?:[0-9A-F]{2} )+) *(.*)\]", line)
                               for line in got.log + got.trace]
                     raw = bytes.fromhex("".join(row[1] for row in dumped if row))
-                    self.assertNotIn(secret.encode(), raw)
                     self.assertNotIn(b"gehe", raw)
                     self.assertFalse(re.search("gehe|im:x", "\n".join(got.log + got.trace)))
                     self.assertEqual(b"****" in raw, level > 65)
@@ -490,10 +486,8 @@ MATCH = (0, 4711, b"sp%", 3)
 QUERIES = [
     ("match begin query next", [MATCH, 18]), ("next", [5]), ("match begin query query", [MATCH, 5]),
     ("match begin query three next next next", [MATCH, (0, 1, b"", 0), (0, 2, b"", 0), 18]),
-    ("match begin query end none begin query next", [MATCH, 17, 18]),
-    ("match begin query end silent begin query next", [MATCH, 17, 18]),
-    ("match begin query end empty begin query next", [MATCH, 17, 18]),
-    ("match begin query end no begin query next", [MATCH, 3, 18]),
+    *((f"match begin query end {answer} begin query next", [MATCH, code, 18])
+      for answer, code in (("none", 17), ("silent", 17), ("empty", 17), ("no", 3))),
     ("match begin query three end begin query next", [MATCH, MATCH, 18]),
     ("match begin query full" + " next" * 127, [MATCH] + [(0, number, b"", 0)
      for number in range(1, 127)] + [18]),
@@ -546,8 +540,8 @@ def answers(port, **changes):
 
 
 def session(x, actions, utility=None):
-    """Plays store, restore, wrong (a store with one send that fails), refuse and end; "open" and
-    "closejob" get no answer from now on."""
+    """Plays store, restore, wrong (a store with one send that fails), misread and refuse; a
+    "closejob" gets no answer from now on."""
     if not x.handle:
         start(x)
     found = []
@@ -568,7 +562,7 @@ def session(x, actions, utility=None):
                           x.BSAEndTxn(x.handle, 1)])
         elif action == "refuse":
             utility.answer("open", b"message=no\nreply=ERROR\n")
-        elif action in ("open", "closejob"):
+        elif action == "closejob":
             utility.answer(action, b"")
         else:
             x.BSABeginTxn(x.handle)
@@ -600,8 +594,7 @@ SESSIONS = [
      "open|openjob:S1 TIME|closejob:S1 TIME 0|close:S1 0", "STOR TIME:QAB:none:17:LBL:64"),
     ("no saveset, restore", {}, {"savesetname": None, "drive": "/d"}, 0, "restore",
      [([0, 0, 0], b"")], "open|openjob:S1 4711|closejob:S1 4711 0|close:S1 0", "RETR 4711"),
-    ("a send failed", {}, {}, 0, "wrong", [[6, 0], 0], GOOD.format(3, 3), None),
-    ("after a failed send", {}, {}, 0, "wrong store", [[6, 0], 0, [0, 0, 0]],
+    ("a send failed", {}, {}, 0, "wrong store", [[6, 0], 0, [0, 0, 0]],
      GOOD.format(3, 3) + "|" + GOOD.format(0, 0), None),
     ("CWD refused", {"CWD": ["550 no"]}, {}, 0, "store store", [[3], [0, 0, 0]],
      GOOD.format(3, 3) + "|" + GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
@@ -622,23 +615,18 @@ SESSIONS = [
      "open|openjob:S1 TIME|closejob:S1 ABC@R1 0|open|openjob:S1 4711|closejob:S1 ABC@R1 0", None),
     ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
      ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
-    ("no answer after a good one", {}, {}, 1, "store open create", [[0, 0, 0], [3, 3], 0,
-     ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
 ]
 # What a job's answer may hold, and the result: nothing is cut, run or sent that should not be.
 HARMFUL = [("tape_server", "127.0.0.1:PORT:us\x01er:p", [3, 3]), ("drive", "SMS\x01", [3, 3]),
            ("tape_server", "127.0.0.1:PORT:user:p\x7f", [3, 3]), ("tape", "\x02:17", [3, 3]),
            ("savesetname", "a\x01b", [3, 3]), ("jobname", "\x01", [0, 0]),
            ("tape_server", "127.0.0.1:PORT:u:" + "p" * 5000, [3, 3]), ("tape", "x" * 5000, [3, 3]),
-           ("jobname", "x" * 5000, [0, 0]), ("drive", "x" * 5000, [0, 0]),
-           ("savesetname", "x" * 5000, [0, 0]), ("unknown", "x" * 5000, [0, 0])]
-HARMFUL += [(key, text, [0, 0]) for text in (";>c;", "`>c`", "$(>c)", "'>c;'")
-            for key in ("jobname", "drive", "savesetname", "segment", "format", "initiator")]
-HOSTS = """127.0.0.9 official.korva.test reverse.korva.test
+           *((key, text, [0, 0]) for text in ("x" * 5000, ";>c;`>c`$(>c)", "'>c;'")
+             for key in ("jobname", "drive", "savesetname", "unknown"))]
+HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 127.0.0.1 one.korva.test one
 127.0.0.2 reverse.korva.test
-127.0.0.8 """ + ".".join(["label"] * 30) + """ short.korva.test
-127.0.0.3 short.korva.test
+127.0.0.8 {".".join(["label"] * 30)} short.korva.test
 """
 
 
@@ -698,21 +686,6 @@ class Sessions(unittest.TestCase):
         self.assertEqual(str(server.verbs()).count("STOR"),
                          sum(codes == [0, 0] for _, _, codes in HARMFUL))
 
-    def test_harmful_variables(self):
-        names = "SERVER JOB TAPE_SERVER DRIVE POOL COM_TIMEOUT".split()
-        for text in (";>c;", "`>c`", "$(>c)", "\n>c\n", "'>c;'", "x" * 5000):
-            with self.subTest(text[:10]):
-                server = Server()
-                utility = Utility(self, answers(server.port))
-                got = run(session, "store", server=server,
-                          env={f"KORVA_{name}": text for name in names})
-                self.assertEqual(got.value, ([[0, 0, 0]], set()))
-                words = utility.calls()[1][0]
-                given = [value for option, value in zip(words, words[1:])
-                         if option in ("-C", "-j", "-S", "-d", "-m", "-W")]
-                self.assertEqual([value for value in given if len(text) < 9], [text] * 6
-                                 if len(text) < 9 else [])
-
     def test_identity(self):
         """The account and the official name of the address on the way to the server."""
         account = pwd.getpwuid(os.getuid()).pw_name
@@ -731,19 +704,15 @@ class Sessions(unittest.TestCase):
         failed = "make_KORVA_authentication: gethostbyaddr() function failed with error code: "
         with private_etc(**{"hosts": HOSTS, "nsswitch.conf": "passwd: files\nhosts: files\n"}):
             for address, user_room, room, want in (
-                    ("127.0.0.1", 4096, 4096, (0, "sms", one)), ("127.0.0.1", 2, 99, (-1, "", "")),
-                    ("127.0.0.1", 3, len(one), (0, "sms", one)),
+                    ("127.0.0.1", 2, 99, (-1, "", "")), ("127.0.0.1", 3, len(one), (0, "sms", one)),
                     ("127.0.0.1", 4, len(one) - 1, (-1, "sms", "")),
                     ("127.0.0.2", 4096, 4096, (0, "sms", two)),
-                    ("127.0.0.3", 4096, 4096, (-1, "sms", "")),
                     ("127.0.0.8", 4096, 4096, (-1, "sms", "")),
                     ("127.0.0.4", 4096, 4096, (-1, "sms", ""))):
                 with self.subTest(address, room=room):
                     got = run(make, address, user_room, room)
                     self.assertEqual(got.value, (*want, want[0] == 0 and room > len(one)))
                     self.assertEqual(len(traced(got, failed)), address == "127.0.0.4")
-            got = run(lambda x: (x.init(b"BSA_SERVICE_HOST=nowhere"), x.store(), x.last_error()))
-            self.assertRegex(str(got.value), r"0, \[3\], .*invalid IP for host: nowhere")
             server = Server()
             Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
             got = run(session, "store", server=server)

@@ -107,9 +107,12 @@ class Road:
         else:
             self.assertTrue(right, "wrong data, and nothing told so")
         if action == "store":
-            left = self.stored()
-            self.assertTrue(left == [DATA] or left == [] and any(codes), f"{codes}, but stored "
-                            f"{[(len(data), data[:20]) for data in left]}")
+            left, known = self.stored(), [[DATA]]
+            # Lenient, on the Informix road the utility alone hears that an object is not whole.
+            known += [[]] if any(codes) or self.server is None and env["KORVA_STRICT"] == "0" else []
+            # A server that finds nobody for its reply may die before it removes what it began.
+            known += [[b""]] if any(codes) and fault[0] == "recv" else []
+            self.assertIn(left, known, f"codes {codes}")
         return hits, calls
 
 

@@ -15,17 +15,12 @@ def stripped(lines):
     return [re.sub("^" + STAMP, "", line) for line in lines]
 
 
-def init_only(x):
+def init(x, name=None, level=None, sink=True):
+    """After BSASetTrace, if a level is given: the level, the log's name, and the files there."""
+    if level is not None:
+        x.BSASetTrace(x.sink if sink else None, name, level)
     x.init()
     return x.state.ucXBSATraceLevel, x.state.szLogFile, os.listdir(".")
-
-
-def with_sink(name, level, sink=True):
-    def scenario(x):
-        x.BSASetTrace(x.sink if sink else None, name, level)
-        x.init()
-        return x.state.szLogFile
-    return scenario
 
 
 # Environment of a session without BSASetTrace; level, log name, and whether INIT is in the log.
@@ -56,7 +51,7 @@ class Destinations(unittest.TestCase):
     def test_variables(self):
         for env, level, name, lines in VARIABLES:
             with self.subTest(env):
-                got = run(init_only, level=None, env=env)
+                got = run(init, level=None, env=env)
                 self.assertEqual(got.value[:2], (level, name))
                 self.assertEqual(any("BSAInit: Start." in line for line in got.log), lines)
                 self.assertEqual("xbsa.log" in got.value[2], "xbsa.log" in name.decode())
@@ -64,15 +59,15 @@ class Destinations(unittest.TestCase):
     def test_settings(self):
         for name, level, log, lines in SETTINGS:
             with self.subTest(name=str(name)[:20], level=level):
-                got = run(with_sink(name, level), level=None, env={"XBSA_TRACE": "2"})
-                self.assertEqual((got.value, bool(got.log)), (log, lines))
+                got = run(init, name, level, level=None, env={"XBSA_TRACE": "2"})
+                self.assertEqual((got.value[1], bool(got.log)), (log, lines))
                 self.assertIn("BSAInit: End", got.trace)
 
     def test_standard_error(self):
-        got = run(with_sink(None, 130), level=None)
+        got = run(init, None, 130, level=None)
         self.assertEqual(stripped(got.stderr.splitlines()), got.trace)
         self.assertEqual(got.trace[0], "BSAInit: Start.")
-        self.assertEqual(run(with_sink(b"x", 130, sink=False), level=None).trace, [])
+        self.assertEqual(run(init, b"x", 130, False, level=None).trace, [])
 
     def test_sink_hears_all(self):
         """A message goes to the sink as it is, at any level; COM_trace asks the level."""
@@ -97,7 +92,6 @@ class Destinations(unittest.TestCase):
         self.assertEqual(got.log[0], "old")
         self.assertEqual(sum("QueryApiVersion: Start" in line for line in got.log), 3)
         self.assertEqual(sum("VERSION: 1.8A1 Thu Jul 13" in line for line in got.log), 3)
-
 
     def test_informix_folder(self):
         def name(x):
@@ -135,11 +129,9 @@ class Destinations(unittest.TestCase):
             x.ie_trace(b"takes no signal of the host's")
             pending = signal.sigtimedwait({signal.SIGPIPE}, 0)
             signal.pthread_sigmask(signal.SIG_UNBLOCK, {signal.SIGPIPE})
-            for number, level in ((x.state.hLogFile, 66), (-1, 66), (0, 66), (0, 2)):
-                x.state.hLogFile, x.state.ucXBSATraceLevel = number, level
+            for number in (x.state.hLogFile, -1, 0):
+                x.state.hLogFile = number
                 x.i_close_trace()
-            x.state.szLogFile, x.state.ucXBSATraceLevel = b"", 66
-            x.i_close_trace()
             return found, pending is not None
         found, pending = run(trace, level=None).value
         self.assertEqual((stripped([found.decode()]), pending), (["heard\n"], True))
@@ -172,13 +164,6 @@ class Lines(unittest.TestCase):
             x.ie_trace(b"lost")
             return c.get_errno()
         self.assertEqual(run(trace, level=None).value, 5)
-
-    def test_without_buffer(self):
-        """Calls before the trace was opened lose no line."""
-        def trace(x):
-            x.BSABeginTxn(0)
-            x.SysErrorTxt(0, 0, b"x")
-        self.assertEqual(run(trace).trace[0], "BSABeginTxn: Start, Input: bsaHandle = 0 ")
 
     def test_dump(self):
         data = b"\0\x06\x07\x08\t\n\x0b\x0c\r\x0e\x1f A~\x7f\xff@"
@@ -228,13 +213,3 @@ class Store(unittest.TestCase):
             self.assertIn(f"BSAInit: Input: BSA_ObjectOwner.bsa_ObjectOwner = user={user}:"
                           "pass=********", got.trace)
             self.assertTrue([line for line in got.trace if line.startswith("stpc_recv: recv()")])
-
-    def test_level_one(self):
-        """Only what the server said."""
-        def store(x, server):
-            x.start(server)
-            x.store()
-        server = Server()
-        got = run(store, server, server=server, level=None, env={"XBSA_TRACE": "1"})
-        self.assertEqual(len(got.log), 7)
-        self.assertEqual({line.split(":")[0] for line in stripped(got.log)}, {"LOGIN REPLY"})
