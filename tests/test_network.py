@@ -1,5 +1,5 @@
 """
-On command, as root, six minutes: what only a network between two hosts can do. In tests/:
+On command, as root, twelve minutes: what only a network between two hosts can do. In tests/:
 
     XBSA_LIBRARY=... XBSA_FTPD=... python3 -m unittest -v test_network
 """
