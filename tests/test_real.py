@@ -1,6 +1,6 @@
 """
 Real servers, real faults: either side dies or sleeps in mid-transfer, and a disk that is full.
-CI kills each server after a tenth. All of it on command, as root, ten minutes; in tests/:
+CI kills each server after a tenth. All of it on command, as root, six minutes; in tests/:
 
     XBSA_REAL=all XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../sandbox \\
         ../sandbox/run --exec python3 -m unittest -v test_real
