@@ -4,6 +4,7 @@ import mmap
 import os
 import signal
 import socket
+import time
 import unittest
 
 from server import Server
@@ -156,6 +157,19 @@ class Broken(unittest.TestCase):
         server = Server({"DATA": [], "END": []})
         self.assertEqual(run(store, server, server=server).value,
                          (3, "Connection timed out Data sending failed.", 3))
+
+    def test_ticking_host(self):
+        """Signals whose handlers restart what they interrupt do not end the wait for a slow server."""
+        def store(x, server):
+            signal.signal(signal.SIGALRM, lambda *_: None)
+            signal.siginterrupt(signal.SIGALRM, False)
+            x.start(server)
+            signal.setitimer(signal.ITIMER_REAL, 0.02, 0.02)
+            codes = x.store(pattern(16 << 20))
+            signal.setitimer(signal.ITIMER_REAL, 0)
+            return codes, x.last_error()
+        server = Server({"DATA": [lambda s: time.sleep(0.5), "transfer"]})
+        self.assertEqual(run(store, server, server=server).value, ([0, 0, 0], ""))
 
     def test_rejected_end(self):
         """The transfer that it leaves is broken off, or both sides would wait for ever."""

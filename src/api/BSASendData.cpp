@@ -1,5 +1,6 @@
 // Sends one buffer of the open object.
 #include <cerrno>
+#include <csignal>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -18,6 +19,41 @@ static inline ssize_t SendRest(const BSA_DataBlock *spBlock, size_t uSent)
                 MSG_NOSIGNAL);
 }
 
+// The time limit of a send keeps the system from going on with one that a signal interrupted. Tells
+// whether it would have, were it not for the limit: as a rule, unless all handlers of the host ask for
+// the interruption.
+static bool WouldGoOn()
+{
+    bool bCaught = false;
+    bool bRestarts = false;
+    int iError = errno;
+    for (int iSignal = 1; iSignal < NSIG; iSignal++)
+    {
+        struct sigaction sAction = {};
+        if (sigaction(iSignal, nullptr, &sAction) == -1) continue;
+        if (sAction.sa_handler == SIG_DFL || sAction.sa_handler == SIG_IGN) continue;
+        bCaught = true;
+        if ((sAction.sa_flags & SA_RESTART) != 0) bRestarts = true;
+    }
+    errno = iError;
+    return bRestarts || !bCaught;
+}
+
+// Goes on with a send that only took its time. Returns the last send's result.
+static ssize_t WaitOn(const BSA_DataBlock *spBlock, size_t uSent, ssize_t iSend)
+{
+    while (iSend == -1 && (errno == EAGAIN || (errno == EINTR && WouldGoOn())))
+    {
+        if (xbsa_IsServerLost())
+        {
+            errno = ETIMEDOUT;
+            return -1;
+        }
+        iSend = SendRest(spBlock, uSent);
+    }
+    return iSend;
+}
+
 // Tries again, one second apart, until something goes through. Returns the last send's result.
 // Kept out of the path of a good send.
 __attribute__((noinline, cold)) static ssize_t Resend(const BSA_DataBlock *spBlock, size_t uSent)
@@ -31,7 +67,7 @@ __attribute__((noinline, cold)) static ssize_t Resend(const BSA_DataBlock *spBlo
     {
         TRACE("BSASendData: Data sending failed. Resending [%d] times", iRetry);
         sleep(1);
-        iSend = SendRest(spBlock, uSent);
+        iSend = WaitOn(spBlock, uSent, SendRest(spBlock, uSent));
         iError = errno;
     }
     if (iSend == -1)
@@ -46,8 +82,7 @@ __attribute__((noinline, cold)) static ssize_t Resend(const BSA_DataBlock *spBlo
 // again. Returns the last send's result.
 __attribute__((noinline, cold)) static ssize_t Recover(const BSA_DataBlock *spBlock, size_t uSent)
 {
-    ssize_t iSend = -1;
-    while (iSend == -1 && errno == EAGAIN && !xbsa_IsServerLost()) iSend = SendRest(spBlock, uSent);
+    ssize_t iSend = WaitOn(spBlock, uSent, -1);
     if (iSend != -1) return iSend;
 
     if (sPrivate.iServerLost != 0) errno = ETIMEDOUT;
