@@ -26,6 +26,8 @@ STORES = [
      [0, 0, 0], ["FIN"], ""),
     ("opening of two lines", {"STOR": ["150-go", "connect", "150 gone"]}, {"KORVA_STRICT": "1"},
      {}, [0, 0, 0], ["FIN"], ""),
+    ("bare numbers behind it", {"STOR": ["150-go", "connect", "150"], "END": ["226"]},
+     {"KORVA_STRICT": "1"}, {}, [0, 0, 0], ["FIN"], ""),
     ("end after the 150", {"STOR": ["150 go", "close"]}, {}, {},
      [3], [], "Connection reset by peer accept() failed."),
     ("no data connection", {"STOR": ["150 go"]}, {}, {},

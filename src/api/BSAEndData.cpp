@@ -1,5 +1,4 @@
 // Ends the object of a backup or a restore.
-#include <cctype>
 #include <cstring>
 #include <sys/socket.h>
 
@@ -16,8 +15,15 @@ static void AllowOrderlyEnd()
     setsockopt(xbsa_DataSocket(), SOL_SOCKET, SO_LINGER, &sOrderly, sizeof sOrderly);
 }
 
+// Whether a line ends a reply: a number, and a blank or nothing behind it.
+static bool IsLastLine(const char *cpLine)
+{
+    bool bNumber = strspn(cpLine, "0123456789") == 3;
+    return bNumber && (cpLine[3] == ' ' || cpLine[3] == '\0');
+}
+
 // Of an opening reply of several lines only the first was read. Strict mode passes over the others,
-// up to the one that has a blank behind its number: the closing reply comes after that one.
+// up to the last: the closing reply comes after that one.
 static int ReceiveReply(char *szReply)
 {
     // of a server that has vanished only what is there already is read
@@ -27,10 +33,10 @@ static int ReceiveReply(char *szReply)
     {
         memset(szReply, 0, XBSA_REPLY_SIZE + 1);
         int iRet = stpc_recv(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, iFlags);
-        bool bNumbered = isdigit(static_cast<unsigned char>(szReply[0])) && szReply[3] == ' ';
-        if (iRet < 1 || !bOpening || (bNumbered && strncmp(szReply, "150", 3) != 0)) return iRet;
+        bool bLast = IsLastLine(szReply);
+        if (iRet < 1 || !bOpening || (bLast && strncmp(szReply, "150", 3) != 0)) return iRet;
         TRACE("BSAEndData: Received message: %s", szReply);
-        bOpening = !bNumbered;
+        bOpening = !bLast;
     }
 }
 
