@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include "session/record.h"
+#include "util/text.h"
 
 enum
 {
@@ -28,7 +29,7 @@ static bool IsSilent(int hSocket)
 bool xbsa_IsServerLost()
 {
     if (!IsSilent(xbsa_DataSocket())) return false;
-    shutdown(xbsa_DataSocket(), SHUT_RDWR); // what is sent from now on fails at once
+    x_Reset(xbsa_DataSocket()); // a server that comes back finds no end, as of a whole object
     sPrivate.iServerLost = 1;
     return true;
 }

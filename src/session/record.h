@@ -63,7 +63,7 @@ int xbsa_CloseControl();
 int xbsa_CloseData();
 
 // Whether the server of the data connection has vanished, to be asked when a send made no progress for
-// a while. When it has, the connection is shut down.
+// a while. When it has, the connection is reset.
 bool xbsa_IsServerLost();
 
 // Takes the error number of a failed send or receive for the same.

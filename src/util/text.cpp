@@ -59,6 +59,13 @@ void x_ResetAtClose(int hSocket)
     setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &sReset, sizeof sReset);
 }
 
+void x_Reset(int hSocket)
+{
+    struct sockaddr sNone = {};
+    sNone.sa_family = AF_UNSPEC;
+    (void)connect(hSocket, &sNone, sizeof sNone); // fails where nothing is connected any more
+}
+
 int x_HighDescriptor(int hDescriptor)
 {
     if (hDescriptor == -1 || hDescriptor > STDERR_FILENO) return hDescriptor;

@@ -27,4 +27,7 @@ int x_HighDescriptor(int hDescriptor);
 // Makes the close of a connection a reset: to a server the plain end of one means a whole object.
 void x_ResetAtClose(int hSocket);
 
+// Resets a connection now, for every process that holds it, and drops what was not sent.
+void x_Reset(int hSocket);
+
 #endif
