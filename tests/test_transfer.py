@@ -8,7 +8,7 @@ import time
 import unittest
 
 from server import Server
-from xbsa import Block, descriptor, pattern, run
+from xbsa import DEADLINE, Block, descriptor, pattern, run
 
 # Script, process environment, names; then what comes of it: codes, ends of data, last error.
 STORES = [
@@ -182,6 +182,24 @@ class Broken(unittest.TestCase):
         server = Server({"END": ["426 aborted"]})
         self.assertEqual(run(store, server, server=server).value, ([0, 0], 3, 0, [0, 0, 0]))
         self.assertEqual(server.ends, ["RST", "FIN"])
+
+    def test_forked_host(self):
+        """The server sees the end, or the reset, though a child of the host lives on."""
+        def store(x, server, wrong):
+            x.start(server)
+            x.store(end=False)
+            child = os.fork()
+            if child == 0:
+                signal.alarm(DEADLINE)
+                signal.pause()
+            code = x.BSAEndData(x.handle.value + wrong)
+            os.kill(child, signal.SIGKILL)
+            os.waitpid(child, 0)
+            return code
+        for wrong, code, end in (0, 0, "FIN"), (1, 3, "RST"):
+            server = Server()
+            self.assertEqual(run(store, server, wrong, server=server).value, code)
+            self.assertEqual(server.ends, [end])
 
     def test_abandoned(self):
         """What a transfer left open is closed when the next one opens."""

@@ -5,14 +5,22 @@
 #include "api/object.h"
 #include "session/record.h"
 #include "trace/trace.h"
+#include "util/text.h"
 
-// The end of a good backup is an orderly one. After a failed send the reset stays on: it tells the
-// server that the object is not whole.
-static void AllowOrderlyEnd()
+// The end of a good backup is an orderly one, and the server sees it even while a child of the host
+// holds the connection too. A backup whose send failed is reset: it is not whole.
+static void EndConnection()
 {
-    if ((sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) == 0 || sPrivate.iDataBroken != 0) return;
+    int hData = xbsa_DataSocket();
+    if ((sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) == 0) return;
+    if (sPrivate.iDataBroken != 0)
+    {
+        x_Reset(hData);
+        return;
+    }
     struct linger sOrderly = {0, 0};
-    setsockopt(xbsa_DataSocket(), SOL_SOCKET, SO_LINGER, &sOrderly, sizeof sOrderly);
+    setsockopt(hData, SOL_SOCKET, SO_LINGER, &sOrderly, sizeof sOrderly);
+    shutdown(hData, SHUT_WR);
 }
 
 // Whether a line ends a reply: a number, and a blank or nothing behind it.
@@ -68,7 +76,7 @@ static int ReadClosingReply()
 static int CloseTransfer()
 {
     if (sGlobal.sSession.SData <= 0) return BSA_RC_ABORT_SYSTEM_ERROR;
-    AllowOrderlyEnd();
+    EndConnection();
     int iRet = xbsa_CloseData();
     if (iRet == 0) return ReadClosingReply();
     SysErrorTxt(GetSockErrCode(), 3, "close() of the data connection failed.");
@@ -103,10 +111,12 @@ static void NoteStatus(int iRet)
 }
 
 // A rejected call leaves the data connection open, and a server in the middle of a transfer reads no
-// QUIT: both sides would wait for ever. A backup is reset that way, for it is not whole.
+// QUIT: both sides would wait for ever. It is reset, for the object is not whole.
 static void DropOpenTransfer()
 {
-    if (sPrivate.hOwnData != -1 && sPrivate.hOwnData == xbsa_DataSocket()) xbsa_CloseData();
+    if (sPrivate.hOwnData == -1 || sPrivate.hOwnData != xbsa_DataSocket()) return;
+    x_Reset(xbsa_DataSocket());
+    xbsa_CloseData();
 }
 
 static void SayQuit()
