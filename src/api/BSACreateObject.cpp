@@ -2,6 +2,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 #include "api/object.h"
 #include "session/record.h"
@@ -51,6 +53,13 @@ static int OpenJob()
     return BSA_RC_ABORT_SYSTEM_ERROR;
 }
 
+// A send comes back once in a while, so that it can be asked whether the server is still there.
+static void LimitSend(int hData)
+{
+    struct timeval sTime = {30, 0};
+    setsockopt(hData, SOL_SOCKET, SO_SNDTIMEO, &sTime, sizeof sTime);
+}
+
 // To a server the plain end of the data connection means a complete object. If this process dies
 // from here on, the system resets the connection, and the server can tell.
 static int OpenTransfer()
@@ -62,6 +71,7 @@ static int OpenTransfer()
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
     x_ResetAtClose(xbsa_DataSocket());
+    LimitSend(xbsa_DataSocket());
     return BSA_RC_SUCCESS;
 }
 

@@ -6,7 +6,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 
 #include "trace/trace.h"
 #include "util/text.h"
@@ -31,13 +30,6 @@ static void SetKeepAlive(int hListener)
         setsockopt(hListener, sOption.iLevel, sOption.iOption, &sOption.iValue,
                    sizeof sOption.iValue);
     }
-}
-
-// A send comes back once in a while, so that it can be asked whether the server is still there.
-static void SetSendTime(int hListener)
-{
-    struct timeval sTime = {30, 0};
-    setsockopt(hListener, SOL_SOCKET, SO_SNDTIMEO, &sTime, sizeof sTime);
 }
 
 static int Fail(const char *cpText)
@@ -71,7 +63,6 @@ static int Listen(int SControl, int hListener, struct sockaddr_in *spLocal,
         return Fail("getsockname() failed.");
     }
     SetKeepAlive(hListener);
-    SetSendTime(hListener);
     TRACE("stpc_port: Calling listen()");
     if (listen(hListener, 1) == -1) return Fail("listen() failed.");
     return 0;
