@@ -27,7 +27,6 @@ static struct
 } sCalls;
 
 static const _sGlobal *spGlobal;
-static char acBlock[65536];
 static long lHandle;
 static int hFile = -1;
 
@@ -103,12 +102,12 @@ static void Describe(BSA_ObjectDescriptor *spObject, const char *cpName)
 
 static void Store(BSA_ObjectDescriptor *spObject, BSA_UInt16 uBlock, long long llBytes)
 {
-    BSA_DataBlock sBlock = {uBlock, uBlock, acBlock};
+    BSA_DataBlock sBlock = {uBlock, uBlock, Block()};
     Good(sCalls.fpCreate(lHandle, spObject, NULL), "BSACreateObject");
     for (; llBytes > 0; llBytes -= sBlock.bufferLen)
     {
         if (llBytes < uBlock) sBlock.bufferLen = (BSA_UInt16)llBytes;
-        if (hFile != -1) Check(read(hFile, acBlock, sBlock.bufferLen) > 0, "read");
+        if (hFile != -1) Check(read(hFile, sBlock.bufferPtr, sBlock.bufferLen) > 0, "read");
         Good(sCalls.fpSend(lHandle, &sBlock), "BSASendData");
     }
 }
@@ -123,7 +122,7 @@ static void AwaitAll(size_t uBytes)
 
 static void Restore(BSA_ObjectDescriptor *spObject, BSA_UInt16 uBlock, long long llBytes)
 {
-    BSA_DataBlock sBlock = {uBlock, uBlock, acBlock};
+    BSA_DataBlock sBlock = {uBlock, uBlock, Block()};
     Good(sCalls.fpGet(lHandle, spObject, NULL), "BSAGetObject");
     if (getenv("BENCH_READY") != NULL) AwaitAll((size_t)llBytes);
     do Good(sCalls.fpRead(lHandle, &sBlock), "BSAGetData");
@@ -137,7 +136,7 @@ int main(int iArguments, char **cppArgument)
     int bStore = strcmp(cppArgument[2], "store") == 0;
     BSA_UInt16 uBlock = (BSA_UInt16)atoi(cppArgument[4]);
     if (iArguments > 7) hFile = open(cppArgument[7], O_RDONLY);
-    memset(acBlock, 1, sizeof acBlock);
+    Block();
     Resident();
     long lBefore = Resident();
     Load(cppArgument[1]);

@@ -1,7 +1,7 @@
 // What the system itself allows: bare send() and recv() over loopback, and a bare client that plays
 // the library's conversation without a library.
 //
-//   limit send|recv BLOCK BYTES                   one connection, no conversation
+//   limit send|recv PORT BLOCK BYTES              one connection
 //   limit store|restore PORT BLOCK BYTES COUNT    COUNT objects, each with its conversation; with
 //                                                 BENCH_UTILITY set that is run as for an Informix
 //                                                 session: two times before and two times after
@@ -9,16 +9,13 @@
 // Prints wall and CPU seconds. Called olm_com_interface it is the COM utility of the benchmark.
 #include "peer.h"
 
-#include <sys/wait.h>
-
-static char acBlock[65536];
-
 static void SendAll(int hData, size_t uBlock, long long llBytes)
 {
+    const char *cpBlock = Block();
     while (llBytes > 0)
     {
         size_t uSend = llBytes < (long long)uBlock ? (size_t)llBytes : uBlock;
-        ssize_t iSent = send(hData, acBlock, uSend, MSG_NOSIGNAL);
+        ssize_t iSent = send(hData, cpBlock, uSend, MSG_NOSIGNAL);
         Check(iSent > 0, "send");
         llBytes -= iSent;
     }
@@ -26,7 +23,8 @@ static void SendAll(int hData, size_t uBlock, long long llBytes)
 
 static void ReceiveAll(int hData, size_t uBlock)
 {
-    while (recv(hData, acBlock, uBlock, 0) > 0)
+    char *cpBlock = Block();
+    while (recv(hData, cpBlock, uBlock, 0) > 0)
     {
     }
 }
@@ -36,48 +34,25 @@ static void Print(double dStart, double dCpu)
     printf("{\"wall\": %.6f, \"cpu\": %.6f}\n", Now() - dStart, Cpu() - dCpu);
 }
 
-static int Bare(int bSend, size_t uBlock, long long llBytes)
+// One reply, in one receive as a rule. Of two that came together the second one is kept in mind: the
+// closing reply alone may follow another one without being asked for.
+static void Reply(int hControl)
 {
-    int iPort = 0;
-    struct in_addr sHost = {htonl(INADDR_LOOPBACK)};
-    int hListener = Listen(sHost, &iPort);
-    if (fork() == 0)
-    {
-        int hPeer = Connect(sHost, iPort);
-        if (bSend) Discard(hPeer);
-        else Produce(hPeer, llBytes);
-        _exit(0);
-    }
-    int hData = accept(hListener, NULL, NULL);
-    double dStart = Now();
-    double dCpu = Cpu();
-    if (bSend)
-    {
-        SendAll(hData, uBlock, llBytes);
-        shutdown(hData, SHUT_WR);
-    }
-    ReceiveAll(hData, uBlock); // of a sender: until the receiver has taken everything
-    Print(dStart, dCpu);
-    return 0;
-}
-
-// One reply in one receive: the server sends nothing ahead of a command but the closing reply,
-// which is then behind the 150.
-static void Reply(int hControl, int iLines)
-{
+    static int iLines = 0;
     char acText[512];
-    while (iLines > 0)
+    while (iLines == 0)
     {
         ssize_t iGot = recv(hControl, acText, sizeof acText, 0);
         Check(iGot > 0, "reply");
-        for (ssize_t iByte = 0; iByte < iGot; iByte++) iLines -= acText[iByte] == '\n';
+        for (ssize_t iByte = 0; iByte < iGot; iByte++) iLines += acText[iByte] == '\n';
     }
+    iLines--;
 }
 
 static void Ask(int hControl, const char *cpLine)
 {
     Check(send(hControl, cpLine, strlen(cpLine), MSG_NOSIGNAL) > 0, "command");
-    Reply(hControl, 1);
+    Reply(hControl);
 }
 
 static int OpenData(int hControl, int bStore, long long llBytes)
@@ -91,25 +66,52 @@ static int OpenData(int hControl, int bStore, long long llBytes)
     Ask(hControl, szLine);
     if (bStore) snprintf(szLine, sizeof szLine, "STOR object\r\n");
     else snprintf(szLine, sizeof szLine, "RETR %lld\r\n", llBytes);
-    Check(send(hControl, szLine, strlen(szLine), MSG_NOSIGNAL) > 0, "command");
-    int hData = accept(hListener, NULL, NULL);
+    Ask(hControl, szLine);
     setsockopt(hControl, IPPROTO_TCP, TCP_QUICKACK, &iOn, sizeof iOn);
+    int hData = accept(hListener, NULL, NULL);
     close(hListener);
     return hData;
+}
+
+// Until the other end has sent, or taken, everything.
+static void Move(int hControl, int hData, int bStore, size_t uBlock, long long llBytes)
+{
+    if (bStore) SendAll(hData, uBlock, llBytes);
+    else ReceiveAll(hData, uBlock);
+    close(hData);
+    Reply(hControl);
+}
+
+static int Greet(int iPort)
+{
+    int hControl = Connect((struct in_addr){htonl(INADDR_LOOPBACK)}, iPort);
+    Reply(hControl);
+    return hControl;
+}
+
+// The other end is the server of the library's transfers, told before the clock starts where to
+// connect: another process would differ by more than what is measured.
+static int Bare(int bSend, char **cppArgument)
+{
+    long long llBytes = atoll(cppArgument[2]);
+    int hControl = Greet(atoi(cppArgument[0]));
+    int hData = OpenData(hControl, bSend, llBytes);
+    Block();
+    double dStart = Now();
+    double dCpu = Cpu();
+    Move(hControl, hData, bSend, (size_t)atol(cppArgument[1]), llBytes);
+    Print(dStart, dCpu);
+    return 0;
 }
 
 static void Object(int iPort, int bStore, size_t uBlock, long long llBytes)
 {
     static const char *const apLogin[] = {"USER backup\r\n", "PASS secret\r\n", "TYPE I\r\n",
                                           "CWD /data\r\n"};
-    int hControl = Connect((struct in_addr){htonl(INADDR_LOOPBACK)}, iPort);
-    Reply(hControl, 1);
+    int hControl = Greet(iPort);
     for (size_t uLine = 0; uLine < 4; uLine++) Ask(hControl, apLogin[uLine]);
     int hData = OpenData(hControl, bStore, llBytes);
-    if (bStore) SendAll(hData, uBlock, llBytes);
-    else ReceiveAll(hData, uBlock);
-    close(hData);
-    Reply(hControl, 2); // 150 and 226
+    Move(hControl, hData, bStore, uBlock, llBytes);
     Ask(hControl, "QUIT\r\n");
     close(hControl);
 }
@@ -154,8 +156,8 @@ static int Utility(void)
 int main(int iArguments, char **cppArgument)
 {
     if (strstr(cppArgument[0], "olm_com_interface") != NULL) return Utility();
-    if (iArguments < 4) return 2;
+    if (iArguments < 5) return 2;
     int bOut = cppArgument[1][0] == 's'; // send, store
     if (iArguments > 5) return Talk(bOut, cppArgument + 2);
-    return Bare(bOut, (size_t)atol(cppArgument[2]), atoll(cppArgument[3]));
+    return Bare(bOut, cppArgument + 2);
 }

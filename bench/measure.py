@@ -93,8 +93,9 @@ class Bench:
                 str(count)] + [file] * (file is not None)
 
     def bare(self, way, size, block=BLOCK):
-        """The same bytes without a library and without a conversation."""
-        return [self.peer("limit"), {"store": "send", "restore": "recv"}[way], str(block), str(size)]
+        """The same bytes from or to the same server without a library."""
+        return [self.peer("limit"), {"store": "send", "restore": "recv"}[way], self.port, str(block),
+                str(size)]
 
     def talk(self, way, size, count=1):
         """The same conversation without a library."""
