@@ -6,6 +6,12 @@
 #include "session/record.h"
 #include "trace/trace.h"
 
+__attribute__((noinline, cold)) static void TraceStart(const BSA_DataBlock *spBlock)
+{
+    TRACE_CALL("BSAGetData: Start");
+    TRACE("BSAGetData: bufferLen=%u, numBytes=%u", spBlock->bufferLen, spBlock->numBytes);
+}
+
 __attribute__((noinline, cold)) static void TraceRead(ssize_t iReceived, unsigned int uiRead)
 {
     TRACE("BSAGetData: Data read: %u, total: %lld", uiRead, xbsa_Total());
@@ -26,8 +32,7 @@ static int ReadBlock(BSA_DataBlock *spBlock, unsigned int *uipRead)
 {
     ssize_t iReceived = 0;
     unsigned int uiRead = 0;
-    TRACE_CALL("BSAGetData: Start");
-    TRACE_CALL("BSAGetData: bufferLen=%u, numBytes=%u", spBlock->bufferLen, spBlock->numBytes);
+    if (i_Verbosity() >= TRACE_STEPS) TraceStart(spBlock);
     while (uiRead < spBlock->bufferLen)
     {
         errno = 0;
