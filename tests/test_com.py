@@ -245,6 +245,7 @@ INIS = [
     ("x" * 1022 + "SM_BIN_KORVA=/x\n", 1, None, 1024),
     ("SM_BIN_KORVA=/b" + "d" * 496 + "\n", 0, "d" * 496 + NAME, 498),
     ("SM_BIN_KORVA=/b" + "d" * 497 + "\n", 1, None, 1024),
+    ("SM_BIN_KORVA=/b" + " " * 1500 + "\r\n", 0, NAME, 2),
     ("a\0b\n\0\nSM_BIN_KORVA=/b\0\nOTHER=/x\n", 0, NAME, 2), ("SM_BIN_KORVA=/b\n", 1, None, 2, 1),
     ("SM_BIN_KORVA=/b" + "d" * 398, 1, None, 400, 419),
     ("SM_BIN_KORVA=/b" + "d" * 398, 0, "d" * 398 + NAME, 400, 420),

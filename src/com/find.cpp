@@ -38,7 +38,7 @@ static bool ReadPiece(FILE *spFile, char *cpPiece, bool *bpEnded)
 
 // Reads the next line without its end. The rest of a line that is longer than one read is passed
 // over: it is no line of its own.
-//   bpCut  receives whether the line was longer
+//   bpCut  receives whether more than blanks was passed over
 static bool ReadLine(FILE *spFile, char *cpLine, bool *bpCut)
 {
     char szRest[LINE_SIZE];
@@ -47,7 +47,7 @@ static bool ReadLine(FILE *spFile, char *cpLine, bool *bpCut)
     *bpCut = false;
     while (!bEnded && ReadPiece(spFile, szRest, &bEnded))
     {
-        if (szRest[strspn(szRest, "\r\n")] != '\0') *bpCut = true;
+        if (szRest[strspn(szRest, " \r\n")] != '\0') *bpCut = true;
     }
     size_t uLength = strlen(cpLine);
     while (uLength > 0 && strchr("\r\n", cpLine[uLength - 1]) != nullptr) uLength--;
