@@ -669,7 +669,9 @@ class Sessions(unittest.TestCase):
         """A job that could not be opened is no success, though the server took the object."""
         server = Server()
         os.path.exists(INI) and os.unlink(INI)
-        self.assertEqual(run(session, "create", server=server).value[0][0], [3, 3])
+        got = run(session, "create", server=server)
+        self.assertEqual(got.value[0][0], [3, 3])
+        self.assertEqual(traced(got, "BSAEndData: Return CODE: "), ["1 "])
 
     def test_harmful_answers(self):
         server = Server()
