@@ -563,6 +563,8 @@ def session(x, actions, utility=None):
                           x.BSAEndTxn(x.handle, 1)])
         elif action == "refuse":
             utility.answer("open", b"message=no\nreply=ERROR\n")
+        elif action == "half":
+            utility.answer("open", b"reply=OK\nsessionID=S2\ntape=LBL\n")
         elif action == "closejob":
             utility.answer(action, b"")
         else:
@@ -616,6 +618,8 @@ SESSIONS = [
      "open|openjob:S1 TIME|closejob:S1 ABC@R1 0|open|openjob:S1 4711|closejob:S1 ABC@R1 0", None),
     ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
      ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
+    ("session refused, with an id", {}, {}, 0, "store half create", [[0, 0, 0], [3, 0], 0,
+     ["", "S2", "", 0]], GOOD.format(0, 0) + "|open|close:S2 3", "STOR ABC:QAB:none:17:LBL:64"),
 ]
 # What a job's answer may hold, and the result: nothing is cut, run or sent that should not be.
 HARMFUL = [("tape_server", "127.0.0.1:PORT:us\x01er:p", [3, 3]), ("drive", "SMS\x01", [3, 3]),
