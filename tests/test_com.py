@@ -164,7 +164,7 @@ def run_task(x, task, values, started=1, status=0):
     x.state.sObject.sSMS.iOpStatus = status
     x.state.sObject.sBSA_Object.name = x.state.sQueryDescriptor.name = names
     x.state.sObject.sBSA_Object.copyId.right = 2**32 - 1
-    before = int(time.time())
+    before = int(time.clock_gettime(time.CLOCK_REALTIME_COARSE))  # time(2) is up to a tick behind
     code = x.com_intf(task, c.byref(com))
     saveset = com.szSavesetID.decode("latin-1")
     timely = task != 1 or not saveset.isdigit() or before <= int(saveset) <= int(time.time())
