@@ -164,7 +164,7 @@ def run_task(x, task, values, started=1, status=0):
     x.state.sObject.sSMS.iOpStatus = status
     x.state.sObject.sBSA_Object.name = x.state.sQueryDescriptor.name = names
     x.state.sObject.sBSA_Object.copyId.right = 2**32 - 1
-    before = int(time.time())
+    before = int(time.clock_gettime(time.CLOCK_REALTIME_COARSE))  # time(2) is up to a tick behind
     code = x.com_intf(task, c.byref(com))
     saveset = com.szSavesetID.decode("latin-1")
     timely = task != 1 or not saveset.isdigit() or before <= int(saveset) <= int(time.time())
@@ -245,7 +245,8 @@ INIS = [
     ("x" * 1022 + "SM_BIN_KORVA=/x\n", 1, None, 1024),
     ("SM_BIN_KORVA=/b" + "d" * 496 + "\n", 0, "d" * 496 + NAME, 498),
     ("SM_BIN_KORVA=/b" + "d" * 497 + "\n", 1, None, 1024),
-    ("SM_BIN_KORVA=/b\n", 1, None, 2, 1),
+    ("SM_BIN_KORVA=/b" + " " * 1500 + "\r\n", 0, NAME, 2),
+    ("a\0b\n\0\nSM_BIN_KORVA=/b\0\nOTHER=/x\n", 0, NAME, 2), ("SM_BIN_KORVA=/b\n", 1, None, 2, 1),
     ("SM_BIN_KORVA=/b" + "d" * 398, 1, None, 400, 419),
     ("SM_BIN_KORVA=/b" + "d" * 398, 0, "d" * 398 + NAME, 400, 420),
     ("SM_BIN_KORVA=\n", 1, None, 0, 19), ("SM_BIN_KORVA=\n", 0, NAME, 0, 20),
@@ -562,6 +563,8 @@ def session(x, actions, utility=None):
                           x.BSAEndTxn(x.handle, 1)])
         elif action == "refuse":
             utility.answer("open", b"message=no\nreply=ERROR\n")
+        elif action == "half":
+            utility.answer("open", b"reply=OK\nsessionID=S2\ntape=LBL\n")
         elif action == "closejob":
             utility.answer(action, b"")
         else:
@@ -615,6 +618,8 @@ SESSIONS = [
      "open|openjob:S1 TIME|closejob:S1 ABC@R1 0|open|openjob:S1 4711|closejob:S1 ABC@R1 0", None),
     ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
      ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
+    ("session refused, with an id", {}, {}, 0, "store half create", [[0, 0, 0], [3, 0], 0,
+     ["", "S2", "", 0]], GOOD.format(0, 0) + "|open|close:S2 3", "STOR ABC:QAB:none:17:LBL:64"),
 ]
 # What a job's answer may hold, and the result: nothing is cut, run or sent that should not be.
 HARMFUL = [("tape_server", "127.0.0.1:PORT:us\x01er:p", [3, 3]), ("drive", "SMS\x01", [3, 3]),
@@ -668,7 +673,9 @@ class Sessions(unittest.TestCase):
         """A job that could not be opened is no success, though the server took the object."""
         server = Server()
         os.path.exists(INI) and os.unlink(INI)
-        self.assertEqual(run(session, "create", server=server).value[0][0], [3, 3])
+        got = run(session, "create", server=server)
+        self.assertEqual(got.value[0][0], [3, 3])
+        self.assertEqual(traced(got, "BSAEndData: Return CODE: "), ["1 "])
 
     def test_harmful_answers(self):
         server = Server()

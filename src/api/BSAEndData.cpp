@@ -148,7 +148,8 @@ static int CloseJob(int iRet)
     iRet = com_intf(eTask, &sGlobal.sCOM);
     sGlobal.sCOM.iOpenJobStarted = 0; // no later failure may close, and spoil, this job again
     xbsa_ReportJob(iRet);
-    return sPrivate.iJobMissing != 0 ? static_cast<int>(BSA_RC_ABORT_SYSTEM_ERROR) : iRet;
+    if (iRet == 0 && sPrivate.iJobMissing != 0) iRet = BSA_RC_ABORT_SYSTEM_ERROR;
+    return iRet;
 }
 
 // Tells whether an object was open and did not get through whole.

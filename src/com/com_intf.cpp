@@ -80,11 +80,14 @@ static bool NextStep(COM_RUN *spRun)
     }
 }
 
-// A session that was not opened has no id: the close that follows must not name an earlier one's.
+// A session that was not opened has no id: the close that follows must not name an earlier one's. An
+// id that the refusal itself gave stays.
 static void ForgetRefusedSession(const COM_RUN *spRun)
 {
     bool bOpen = spRun->eTask == COM_OPEN_WRITE || spRun->eTask == COM_OPEN_READ;
-    if (bOpen && spRun->iStep <= COM_STEP_OPEN_SESSION) spRun->spInput->szSessionID[0] = '\0';
+    if (!bOpen || spRun->iStep > COM_STEP_OPEN_SESSION) return;
+    char *cpID = spRun->spInput->szSessionID;
+    if (strncmp(cpID, spRun->szEarlierID, sizeof spRun->szEarlierID) == 0) cpID[0] = '\0';
 }
 
 static bool RunPass(COM_RUN *spRun)
@@ -127,6 +130,7 @@ static COM_RUN *NewRun(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
     memset(spRun, 0, sizeof *spRun);
     spRun->eTask = eTask;
     spRun->spInput = spInput;
+    memcpy(spRun->szEarlierID, spInput->szSessionID, sizeof spRun->szEarlierID);
     spRun->iStep = COM_STEP_INIT;
     return spRun;
 }

@@ -25,19 +25,29 @@ static FILE *OpenIniFile()
     return spFile;
 }
 
+// One read. A line may hold NULs, so its end is not looked for: only a read that fills all its room
+// writes the last byte, and has then met the end when the byte before is one.
+//   bpEnded  receives whether the line ends with this piece
+static bool ReadPiece(FILE *spFile, char *cpPiece, bool *bpEnded)
+{
+    cpPiece[LINE_SIZE - 1] = '\n';
+    if (fgets(cpPiece, LINE_SIZE, spFile) == nullptr) return false;
+    *bpEnded = cpPiece[LINE_SIZE - 1] != '\0' || cpPiece[LINE_SIZE - 2] == '\n';
+    return true;
+}
+
 // Reads the next line without its end. The rest of a line that is longer than one read is passed
 // over: it is no line of its own.
-//   bpCut  receives whether the line was longer
+//   bpCut  receives whether more than blanks was passed over
 static bool ReadLine(FILE *spFile, char *cpLine, bool *bpCut)
 {
     char szRest[LINE_SIZE];
-    if (fgets(cpLine, LINE_SIZE, spFile) == nullptr) return false;
-    bool bEnded = strchr(cpLine, '\n') != nullptr;
+    bool bEnded = false;
+    if (!ReadPiece(spFile, cpLine, &bEnded)) return false;
     *bpCut = false;
-    while (!bEnded && fgets(szRest, LINE_SIZE, spFile) != nullptr)
+    while (!bEnded && ReadPiece(spFile, szRest, &bEnded))
     {
-        if (szRest[strspn(szRest, "\r\n")] != '\0') *bpCut = true;
-        bEnded = strchr(szRest, '\n') != nullptr;
+        if (szRest[strspn(szRest, " \r\n")] != '\0') *bpCut = true;
     }
     size_t uLength = strlen(cpLine);
     while (uLength > 0 && strchr("\r\n", cpLine[uLength - 1]) != nullptr) uLength--;
