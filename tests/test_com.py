@@ -1,5 +1,4 @@
 """The COM utility as a real child process: its command lines, its answers, and who logs in."""
-import contextlib
 import ctypes as c
 import os
 import pwd
@@ -10,7 +9,8 @@ import unittest
 
 import inifile
 from server import Server
-from xbsa import Block, Descriptor, Name, Query, descriptor, make_folder, run, write_plain
+from xbsa import (STRICT, Block, Descriptor, Name, Query, descriptor, make_folder, read_text, run,
+                  write_plain)
 
 os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
 os.environ.pop("LD_PRELOAD", None)  # the sanitizer is for this process, not for its children
@@ -50,22 +50,17 @@ class Utility:
         self.path = os.path.join(self.folder, name, "olm_com_interface")
         os.mkdir(os.path.dirname(self.path))
         if script:
-            write_plain(self.path, script.replace("FOLDER", self.folder))
-            os.chmod(self.path, 0o755)
+            write_plain(self.path, script.replace("FOLDER", self.folder), 0o755)
         for verb, answer in ({"bare": b"reply=OK\n"} | (answers or {})).items():
             self.answer(verb, answer)
         write_ini(f"SM_BIN_KORVA={os.path.dirname(self.path)}\n")
 
     def answer(self, verb, answer):
-        with open(os.path.join(self.folder, verb), "wb") as file:
-            file.write(answer)
+        write_plain(os.path.join(self.folder, verb), answer)
 
     def calls(self):
         """For each run its arguments, the caller's signal mask and the utility's descriptors."""
-        if not os.path.exists(self.folder + "/calls"):
-            return []
-        with open(self.folder + "/calls", encoding="latin-1", newline="") as file:
-            texts, found = file.read().split("\0"), []
+        texts, found = read_text(self.folder + "/calls").split("\0"), []
         while len(texts) > 1:
             end = int(texts[0]) + 1
             left = [number for number in texts[end + 1].split() if number not in ("10", "255")]
@@ -221,14 +216,11 @@ class Commands(unittest.TestCase):
         self.assertEqual([line[:7] for line in utility.arguments()], ["-b open", "-r open"])
 
 
-# What the utility is in place of a script that works; the result of a query-like task.
+# What the utility is in place of a script that works, and whether it answers.
 LIFELESS = [
-    ("missing", None, 0), ("a folder", "folder", 0), ("not executable", "mode", 0),
-    ("dies", "#!/bin/sh\nkill -9 $$\n", 0), ("no interpreter", "#!/nowhere\n", 0),
-    ("standard error only", "#!/bin/sh\necho reply=ERROR >&2\n", 0),
-    ("dies after its answer", "#!/bin/sh\necho reply=OK; kill -9 $$\n", 0),
-    ("piece after piece", "#!/bin/sh\nfor i in re ply = OK '\\n' x; do printf $i; done\n", 0),
-    ("fails after its answer", "#!/bin/sh\necho reply=OK; exit 3\n", 0),
+    ("missing", None, False), ("dies", "#!/bin/sh\nkill -9 $$\n", False),
+    ("standard error only", "#!/bin/sh\necho reply=ERROR >&2\n", False),
+    ("piece after piece", "#!/bin/sh\nfor i in re ply = OK '\\n' x; do printf $i; done\n", True),
 ]
 SIZES = [(0, 0), (1, -1), (32767, 0), (32768, 0), (100000, 0)]
 # The INI file, the result, the path behind the folder "/b" or None, the length reported; the room
@@ -254,18 +246,13 @@ INIS = [
 
 class Runs(unittest.TestCase):
     def test_lifeless(self):
-        for name, script, code in LIFELESS:
+        for name, script, answers_it in LIFELESS:
             with self.subTest(name):
-                utility = Utility(self, script=script if str(script).startswith("#") else None)
-                if script == "folder":
-                    os.mkdir(utility.path)
-                elif script == "mode":
-                    write_plain(utility.path, "#!/bin/sh\necho reply=ERROR\n")
+                Utility(self, script=script)
                 got = run(run_task, 6, FIELDS)
-                self.assertEqual(got.value[0], (code, 0, True, set()))
-                received = bool(traced(got, "com_intf: Answer received"))
-                self.assertEqual("com_intf: COM answer not received." in got.trace, not received)
-                self.assertEqual(received, "after" in name)
+                self.assertEqual(got.value[0], (0, 0, True, set()))
+                self.assertEqual(bool(traced(got, "com_intf: Answer received")), answers_it)
+                self.assertEqual("com_intf: COM answer not received." in got.trace, not answers_it)
                 self.assertEqual((got.mask, got.stderr), (NO_MASK, ""))
 
     def test_no_ini_file(self):
@@ -540,18 +527,13 @@ def answers(port, **changes):
 
 
 def session(x, actions, utility=None):
-    """Plays store, restore, wrong (a store with one send that fails), misread and refuse; a
-    "closejob" gets no answer from now on."""
-    if not x.handle:
-        start(x)
+    """Plays store, restore, create, misread, refuse and lose (the INI file); a "closejob" gets no
+    answer from now on."""
+    start(x)
     found = []
     for action in actions.split():
         if action in ("store", "restore"):
             found.append(getattr(x, action)(copy_id=4711))
-        elif action == "wrong":
-            x.store(end=False)
-            other = x.BSASendData(x.handle.value + 1, None)
-            found += [[other, x.BSAEndData(x.handle)], x.BSAEndTxn(x.handle, 1)]
         elif action == "misread":
             room = c.create_string_buffer(9)
             block = Block(9, 0, c.addressof(room))
@@ -560,6 +542,8 @@ def session(x, actions, utility=None):
                           x.BSAGetData(x.handle.value + 1, None),
                           x.BSAGetData(x.handle, c.byref(block)), x.BSAEndData(x.handle),
                           x.BSAEndTxn(x.handle, 1)])
+        elif action == "lose":
+            os.unlink(INI)
         elif action == "refuse":
             utility.answer("open", b"message=no\nreply=ERROR\n")
         elif action == "closejob":
@@ -569,7 +553,7 @@ def session(x, actions, utility=None):
             codes = x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndData(x.handle)
             found += [list(codes), x.BSAEndTxn(x.handle, 1)]
             found.append([field(x, name) for name in STALE])
-    return found, set(os.listdir(".")) - {"stdout", "stderr"}
+    return found
 
 
 def shortened(calls):
@@ -582,47 +566,34 @@ def shortened(calls):
     return "|".join(rows)
 
 
-GOOD = "open|openjob:S1 TIME|closejob:S1 ABC@R1 {}|close:S1 {}"
-READ = "open|openjob:S1 4711|closejob:S1 ABC@R1 {}|close:S1 {}"
+GOOD = "open|openjob:S1 TIME|closejob:S1 ABC@R1 {0}|close:S1 {0}"
+READ = "open|openjob:S1 4711|closejob:S1 ABC@R1 {0}|close:S1 {0}"
+STOR, RETR = "STOR ABC:QAB:none:17:LBL:64", "RETR ABC:0:0:17:5:none"
 STALE = ["szName", "szSessionID", "szRestoreID", "iOpenJobStarted"]
-# Name; the server's oddity; changes of the job's answer; strict; actions; codes; runs; transfer.
+# Name; the server's oddity; changes of the job's answer; strict; actions; codes; runs; transfers.
 SESSIONS = [
-    ("store", {}, {}, 0, "store", [[0, 0, 0]], GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
-    ("restore", {}, {}, 0, "restore", [([0, 0, 0], b"hello")], READ.format(0, 0),
-     "RETR ABC:0:0:17:5:none"),
+    ("store", {}, {}, 0, "store", [[0, 0, 0]], GOOD.format(0), STOR),
+    ("restore", {}, {}, 0, "restore", [([0, 0, 0], b"hello")], READ.format(0), RETR),
     ("no saveset, store", {}, {"savesetname": None}, 0, "store", [[0, 0, 0]],
-     "open|openjob:S1 TIME|closejob:S1 TIME 0|close:S1 0", "STOR TIME:QAB:none:17:LBL:64"),
+     GOOD.format(0).replace("ABC@R1", "TIME"), STOR.replace("ABC", "TIME")),
     ("no saveset, restore", {}, {"savesetname": None, "drive": "/d"}, 0, "restore",
-     [([0, 0, 0], b"")], "open|openjob:S1 4711|closejob:S1 4711 0|close:S1 0", "RETR 4711"),
-    ("a send failed", {}, {}, 0, "wrong store", [[6, 0], 0, [0, 0, 0]],
-     GOOD.format(3, 3) + "|" + GOOD.format(0, 0), None),
-    ("CWD refused", {"CWD": ["550 no"]}, {}, 0, "store store", [[3], [0, 0, 0]],
-     GOOD.format(3, 3) + "|" + GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
-    ("CWD refused, restore", {"CWD": ["550 no"]}, {}, 0, "restore store", [([3], b""),
-     [0, 0, 0]], READ.format(3, 3) + "|" + GOOD.format(0, 0), "STOR ABC:QAB:none:17:LBL:64"),
+     [([0, 0, 0], b"")], READ.format(0).replace("ABC@R1", "4711"), "RETR 4711"),
     ("nothing came", {"DATA": ["reset_data"]}, {}, 1, "restore", [([0, 3, 3], b"")],
-     READ.format(3, 3), None),
+     READ.format(3), RETR),
     ("nothing came, but for the reader", {"DATA": ["reset_data"]}, {}, 0, "restore",
-     [([0, 3, 0], b"")], READ.format(0, 0), None),
-    ("session refused, restore", {}, {}, 0, "refuse restore", [([3], b"")], "open", None),
+     [([0, 3, 0], b"")], READ.format(0), RETR),
     ("a part came", {"DATA": ["begin", "reset_data"]}, {}, 1, "restore", [([0, 3, 3], b"hello")],
-     READ.format(2, 2), None),
+     READ.format(2), RETR),
     ("a part came, after worse", {"DATA": ["begin", "reset_data"]}, {}, 1, "misread",
-     [[0, 6, 3, 3, 0]], READ.format(3, 3), None),
-    ("close not answered, unless strict", {}, {}, 0, "closejob store", [[0, 0, 0]],
-     "open|openjob:S1 TIME|closejob:S1 ABC@R1 0", None),
+     [[0, 6, 3, 3, 0]], READ.format(3), RETR),
     ("close not answered", {}, {}, 1, "closejob store restore", [[0, 0, 3], ([0, 0, 3], b"hello")],
-     "open|openjob:S1 TIME|closejob:S1 ABC@R1 0|open|openjob:S1 4711|closejob:S1 ABC@R1 0", None),
+     f"{GOOD.format(0)[:-11]}|{READ.format(0)[:-11]}", f"{STOR}|{RETR}"),
+    ("session refused, restore", {}, {}, 0, "refuse restore", [([3], b"")], "open", ""),
     ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
-     ["", "", "", 0]], GOOD.format(0, 0) + "|open|close: 3", "STOR ABC:QAB:none:17:LBL:64"),
+     ["", "", "", 0]], GOOD.format(0) + "|open|close: 3", STOR),
+    ("no INI file after a good one", {}, {}, 0, "store lose store", [[0, 0, 0], [0, 0, 3]],
+     GOOD.format(0), f"{STOR}|{STOR.replace('ABC', '')}"),
 ]
-# What a job's answer may hold, and the result: nothing is cut, run or sent that should not be.
-HARMFUL = [("tape_server", "127.0.0.1:PORT:us\x01er:p", [3, 3]), ("drive", "SMS\x01", [3, 3]),
-           ("tape_server", "127.0.0.1:PORT:user:p\x7f", [3, 3]), ("tape", "\x02:17", [3, 3]),
-           ("savesetname", "a\x01b", [3, 3]), ("jobname", "\x01", [0, 0]),
-           ("tape_server", "127.0.0.1:PORT:u:" + "p" * 5000, [3, 3]), ("tape", "x" * 5000, [3, 3]),
-           *((key, text, [0, 0]) for text in ("x" * 5000, ";>c;`>c`$(>c)", "'>c;'")
-             for key in ("jobname", "drive", "savesetname", "unknown"))]
 HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 127.0.0.1 one.korva.test one
 127.0.0.2 reverse.korva.test
@@ -630,61 +601,29 @@ HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 """
 
 
-@contextlib.contextmanager
-def private_etc(**files):
-    """Other files in this process's /etc; the machine's own stay as they are."""
-    if not os.path.ismount("/etc"):
-        raise AssertionError("this test needs a private mount namespace: see docs/sandbox.md")
-    for name, text in files.items():
-        os.rename(f"/etc/{name}", f"/etc/{name}.kept")
-        write_plain(f"/etc/{name}", text)
-    try:
-        yield
-    finally:
-        for name in files:
-            os.rename(f"/etc/{name}.kept", f"/etc/{name}")
-
-
 class Sessions(unittest.TestCase):
+    def put_in_etc(self, name, text):
+        """Of this process, in place of what is there, until the test ends."""
+        self.assertTrue(os.path.ismount("/etc"), "needs a mount namespace: see docs/sandbox.md")
+        os.rename(f"/etc/{name}", f"/etc/{name}.kept")
+        self.addCleanup(os.replace, f"/etc/{name}.kept", f"/etc/{name}")
+        write_plain(f"/etc/{name}", text)
+
     def test_sessions(self):
         """What the caller, the server and the utility are told, run by run."""
-        for name, script, changes, strict, actions, codes, runs, transfer in SESSIONS:
+        for name, script, changes, strict, actions, codes, runs, transfers in SESSIONS:
             with self.subTest(name):
-                server = Server(script, objects={"ABC:0:0:17:5:none": b"hello"})
+                server = Server(script, objects={RETR[5:]: b"hello"})
                 utility = Utility(self, answers(server.port, **changes))
                 got = run(session, actions, utility, server=server,
                           env={"KORVA_STRICT": str(strict)})
-                self.assertEqual(got.value, (codes, set()))
                 calls = utility.calls()
-                if runs is not None:
-                    self.assertEqual(shortened([words for words, _, _ in calls]), runs)
+                self.assertEqual((got.value, shortened([words for words, *_ in calls])),
+                                 (codes, runs))
                 self.assertEqual({left for _, _, left in calls}, {"0 1 2"})
                 sent = "|".join(line for lines in server.heard for line in lines
                                 if line[:4] in ("STOR", "RETR"))
-                if transfer is not None:
-                    self.assertEqual(re.sub(r"\b\d{10}\b", "TIME", sent), transfer)
-
-    def test_no_ini_file(self):
-        """A job that could not be opened is no success, though the server took the object."""
-        server = Server()
-        os.path.exists(INI) and os.unlink(INI)
-        self.assertEqual(run(session, "create", server=server).value[0][0], [3, 3])
-
-    def test_harmful_answers(self):
-        server = Server()
-        utility = Utility(self, answers(server.port))
-
-        def create(x, key, text):
-            text = text.replace("PORT", str(server.port))
-            utility.answer("openjob", answers(server.port, **{key: text})["openjob"])
-            return session(x, "create")
-        rows = [row[:2] for row in HARMFUL]
-        got = run(in_turn, create, rows, server=server, env={"KORVA_STRICT": "1"}).value
-        for (key, text, codes), ((found, files), _) in zip(HARMFUL, got):
-            with self.subTest(key, text=text[:30]):
-                self.assertEqual((found[0], files), (codes, set()))
-        self.assertEqual(str(server.verbs()).count("STOR"),
-                         sum(codes == [0, 0] for _, _, codes in HARMFUL))
+                self.assertEqual(re.sub(r"\b\d{10}\b", "TIME", sent), transfers)
 
     def test_identity(self):
         """The account and the official name of the address on the way to the server."""
@@ -700,27 +639,27 @@ class Sessions(unittest.TestCase):
             listener.close()
             return (code, user.value.rstrip(b"?").decode(), word.value.rstrip(b"?").decode(),
                     b"?" not in word.value)
-        one, two = f"{account}@one.korva.test", f"{account}@official.korva.test"
-        failed = "make_KORVA_authentication: gethostbyaddr() function failed with error code: "
-        with private_etc(**{"hosts": HOSTS, "nsswitch.conf": "passwd: files\nhosts: files\n"}):
-            for address, user_room, room, want in (
-                    ("127.0.0.1", 2, 99, (-1, "", "")), ("127.0.0.1", 3, len(one), (0, "sms", one)),
-                    ("127.0.0.1", 4, len(one) - 1, (-1, "sms", "")),
-                    ("127.0.0.2", 4096, 4096, (0, "sms", two)),
-                    ("127.0.0.8", 4096, 4096, (-1, "sms", "")),
-                    ("127.0.0.4", 4096, 4096, (-1, "sms", ""))):
-                with self.subTest(address, room=room):
-                    got = run(make, address, user_room, room)
-                    self.assertEqual(got.value, (*want, want[0] == 0 and room > len(one)))
-                    self.assertEqual(len(traced(got, failed)), address == "127.0.0.4")
+
+        def log_in(action):
             server = Server()
             Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
-            got = run(session, "store", server=server)
-            self.assertEqual(got.value[0], [[0, 0, 0]])
-            self.assertEqual(server.heard[0][:2], ["USER sms", "PASS " + one])
-            with private_etc(passwd="other:x:4242:4242::/:/bin/sh\n"):
-                self.assertEqual(run(make, "127.0.0.1", 3, 99).value[:3], (-1, "sms", ""))
-                server = Server()
-                Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
-                got = run(session, "create", server=server, env={"KORVA_STRICT": "1"}).value[0]
-                self.assertEqual((got[0], server.verbs()), ([3, 3], ["QUIT"]))
+            return run(session, action, server=server, env=STRICT).value[0], server.heard[0]
+        one, two = f"{account}@one.korva.test", f"{account}@official.korva.test"
+        failed = "make_KORVA_authentication: gethostbyaddr() function failed with error code: "
+        self.put_in_etc("hosts", HOSTS)
+        self.put_in_etc("nsswitch.conf", "passwd: files\nhosts: files\n")
+        for address, user_room, room, want in (
+                ("127.0.0.1", 2, 99, (-1, "", "")), ("127.0.0.1", 3, len(one), (0, "sms", one)),
+                ("127.0.0.1", 4, len(one) - 1, (-1, "sms", "")),
+                ("127.0.0.2", 4096, 4096, (0, "sms", two)),
+                ("127.0.0.8", 4096, 4096, (-1, "sms", "")),
+                ("127.0.0.4", 4096, 4096, (-1, "sms", ""))):
+            with self.subTest(address, room=room):
+                got = run(make, address, user_room, room)
+                self.assertEqual(got.value, (*want, want[0] == 0 and room > len(one)))
+                self.assertEqual(len(traced(got, failed)), address == "127.0.0.4")
+        codes, heard = log_in("store")
+        self.assertEqual((codes, heard[:2]), ([0, 0, 0], ["USER sms", "PASS " + one]))
+        self.put_in_etc("passwd", "other:x:4242:4242::/:/bin/sh\n")
+        self.assertEqual(run(make, "127.0.0.1", 3, 99).value[:3], (-1, "sms", ""))
+        self.assertEqual(log_in("create"), ([3, 3], ["QUIT"]))

@@ -7,7 +7,7 @@ import stat
 import subprocess
 import unittest
 
-from xbsa import make_folder
+from xbsa import make_folder, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -114,10 +114,7 @@ class Setup(unittest.TestCase):
         self.before = self.tree()
 
     def write(self, name, text, mode=0o644):
-        path = os.path.join(self.folder, name)
-        with open(path, "w", encoding="ascii") as file:
-            file.write(text)
-        os.chmod(path, mode)
+        write_plain(os.path.join(self.folder, name), text, mode)
 
     def tree(self):
         found = {}

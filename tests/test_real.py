@@ -17,7 +17,7 @@ import unittest
 from ftpd import Daemon
 from test_com import setUpModule  # pylint: disable=unused-import
 from test_sandbox import Sandbox, start
-from xbsa import pattern, run
+from xbsa import STRICT, pattern, read_text, run
 
 ALL = os.environ.get("XBSA_REAL") == "all"
 SERVERS = ["vsftpd", "proftpd", "pyftpdlib", "sandbox"] + ["pure-ftpd"] * (os.getuid() == 0)
@@ -63,8 +63,8 @@ class Peer:
         if self.sandbox:
             os.kill(self.sandbox.process.pid, number)
             return
-        with open(os.path.join(self.server.folder, "groups"), encoding="ascii") as file:
-            os.killpg(int(file.read().split()[-1]), number)
+        groups = read_text(os.path.join(self.server.folder, "groups"))
+        os.killpg(int(groups.split()[-1]), number)
 
     def kept(self, verb):
         """What a restore would give now."""
@@ -154,7 +154,7 @@ def all_rows(name):
             if fault == "full disk":
                 mount_small(test, peer.disk)
             got = run(transfer, peer, verb, fault, percent, server=peer.server, level=0,
-                      env={"KORVA_STRICT": "1"}, killed=fault == "kill client").value
+                      env=STRICT, killed=fault == "kill client").value
             kept = peer.kept(verb)
             codes, _, error = got or ("", "", "")
             line = f"{name:10}{verb:8}{fault:13}{percent:3} %  {time.monotonic() - began:5.1f} s  "

@@ -10,14 +10,13 @@ import inifile
 from catalogue import Catalogue
 from test_com import setUpModule, traced  # pylint: disable=unused-import
 from test_host import resident_bytes
-from xbsa import (SANITIZED, Descriptor, Name, Query, descriptors, make_folder, pattern, run,
-                  write_plain)
+from xbsa import (SANITIZED, STRICT, Descriptor, Name, Query, descriptors, make_folder, pattern,
+                  read_bytes, run, write_plain)
 
 os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
 RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
 PROCESSES = 8 if SANITIZED else 64
 CYCLES = int(os.environ.get("XBSA_CYCLES", "8" if SANITIZED else "14"))
-STRICT = {"KORVA_STRICT": "1"}
 
 # The fault, the codes of a store under it in strict mode, and the status its job is closed with.
 # A greeting's code is not looked at.
@@ -76,6 +75,21 @@ def query(x, space=b"obj"):
     code = x.BSAQueryObject(x.handle, c.byref(asked), c.byref(found))
     x.BSAEndTxn(x.handle, 1)
     return code, found.copyId.right
+
+
+def ask(x):
+    start(x)
+    return query(x)
+
+
+def begin(x):
+    start(x)
+    return x.store(pattern(1 << 20), end=False)
+
+
+def killed(x):
+    begin(x)
+    os.kill(os.getpid(), signal.SIGKILL)
 
 
 def there_and_back(x, data, space=b"obj"):
@@ -149,12 +163,12 @@ class OnSandbox(unittest.TestCase):
     def test_faults(self):
         """Whatever fails, the utility hears of it, and a half object is never offered."""
         sandbox = Sandbox(self)
-        got = run(under_faults, sandbox, [line for line, _, _ in FAULTS], env=STRICT)
-        self.assertEqual(list(zip([line for line, _, _ in FAULTS], got.value)),
-                         [(line, codes) for line, codes, _ in FAULTS])
+        lines = [line for line, _, _ in FAULTS]
+        got = run(under_faults, sandbox, lines, env=STRICT)
+        self.assertEqual(list(zip(lines, got.value)), [row[:2] for row in FAULTS])
         closed = [line.split(" -i ")[1][0] for line in traced(got, "com_intf: COM COMMAND: ")
                   if " closejob:" in line]
-        self.assertEqual("".join(closed), "".join(status for _, _, status in FAULTS) + "00")
+        self.assertEqual("".join(closed), "".join(row[2] for row in FAULTS) + "00")
         # two of the jobs closed with 0 were no backup's or never reached the catalogue
         self.assertEqual(sandbox.states().count("good"), closed.count("0") - 3)
 
@@ -178,18 +192,9 @@ class OnSandbox(unittest.TestCase):
 
     def test_killed_client(self):
         """No query offers what a client had begun when it was killed."""
-        def store(x):
-            start(x)
-            x.store(pattern(1 << 20), end=False)
-            os.kill(os.getpid(), signal.SIGKILL)
-
-        def ask(x):
-            start(x)
-            return query(x)
         Sandbox(self)
-        run(store, killed=True)
+        run(killed, killed=True)
         self.assertEqual(run(ask).value, (17, 0))
-
 
 
 class Load(unittest.TestCase):
@@ -198,8 +203,8 @@ class Load(unittest.TestCase):
         self.assertEqual(run(at_once, deadline=180).value, [0] * PROCESSES)
         self.assertEqual(sandbox.states(), ["good"] * PROCESSES)
         for each in sandbox.objects():
-            with open(f"{sandbox.folder}/objects/{each['saveset']}", "rb") as file:
-                self.assertEqual(file.read(), own_data(int(each["space"][5:])), each)
+            self.assertEqual(read_bytes(f"{sandbox.folder}/objects/{each['saveset']}"),
+                             own_data(int(each["space"][5:])), each)
 
     def test_many_cycles(self):
         """Descriptors, children and memory stay as after the first five."""

@@ -280,8 +280,7 @@ class Informix(Site):
         os.mkdir(f"{self.folder}/wrapped")
         wrapper = f"{self.folder}/wrapped/olm_com_interface"
         write_plain(wrapper, "#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"
-                    f"{os.getcwd()}/child\nexec {self.folder}/bin/olm_com_interface \"$@\"\n")
-        os.chmod(wrapper, 0o755)
+                    f"{os.getcwd()}/child\nexec {self.folder}/bin/olm_com_interface \"$@\"\n", 0o755)
         write_plain(inifile.INI, f"SM_BIN_KORVA={os.path.dirname(wrapper)}\n")
         secrets = set()
 

@@ -3,6 +3,7 @@ import ctypes as c
 import hashlib
 import os
 import pickle
+import re
 import select
 import shutil
 import signal
@@ -12,6 +13,7 @@ import traceback
 LIBRARY = os.environ["XBSA_LIBRARY"]
 SANITIZED = "libasan" in os.environ.get("LD_PRELOAD", "")
 COUNTED = "XBSA_COVERAGE" in os.environ  # the library counts which of its lines run
+STRICT = {"KORVA_STRICT": "1"}
 DEADLINE = 150  # seconds after which a scenario counts as hung
 
 TraceSink = c.CFUNCTYPE(None, c.c_char_p)
@@ -149,8 +151,7 @@ def descriptors():
 
 
 def signal_mask():
-    with open("/proc/self/status", encoding="ascii") as status:
-        return next(line.split()[1] for line in status if line.startswith("SigBlk"))
+    return re.search(r"SigBlk:\s+(\w+)", read_text("/proc/self/status"))[1]
 
 
 def has_children():
@@ -180,16 +181,20 @@ def make_folder(test):
     return folder
 
 
-def write_plain(path, text):
-    with open(path, "w", encoding="utf-8") as file:
-        file.write(text)
+def write_plain(path, data, mode=0o644):
+    """Text or bytes."""
+    with open(path, "wb") as file:
+        file.write(data if isinstance(data, bytes) else data.encode())
+    os.chmod(path, mode)
+
+
+def read_bytes(path):
+    with open(path, "rb") as file:
+        return file.read()
 
 
 def read_text(path):
-    if not os.path.exists(path):
-        return ""
-    with open(path, encoding="latin-1", newline="") as file:
-        return file.read()
+    return read_bytes(path).decode("latin-1") if os.path.exists(path) else ""
 
 
 def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=DEADLINE):
