@@ -13,10 +13,11 @@ import sys
 import time
 import unittest
 
+from ftpd import serve_behind
 from server import Server
 from test_com import Utility
 from test_host import resident_bytes
-from xbsa import Block, descriptor, descriptors, pattern, run
+from xbsa import STRICT, Block, descriptor, descriptors, pattern, run
 
 PROCESSES, OBJECTS, MANY = 64, 200, 20000
 GIANT = (20 << 30) + 1
@@ -92,10 +93,10 @@ def cycles(x, server, owner, first, count, sizes):
 def one_process(number):
     server, owner = Shelf(), (b"PLAIN", b"INFORMIX")[number % 2]
     return run(cycles, server, owner, number * 1000, OBJECTS, SIZES, server=server, level=0,
-               env={"SOAK_PORT": str(server.port), "KORVA_STRICT": "1"}, deadline=PATIENCE).value
+               env=STRICT | {"SOAK_PORT": str(server.port)}, deadline=PATIENCE).value
 
 
-def run_processes():
+def run_processes(_):
     with multiprocessing.Pool(PROCESSES) as pool:
         grown, moved = zip(*pool.map(one_process, range(PROCESSES), 1))
     assert max(grown) < 1 << 19, grown
@@ -104,10 +105,10 @@ def run_processes():
             f"at most {max(grown)} bytes more memory")
 
 
-def run_objects():
+def run_objects(_):
     server = Shelf()
     grown, moved = run(cycles, server, b"PLAIN", 0, MANY, SIZES[:-3], server=server, level=0,
-                       env={"KORVA_STRICT": "1"}, deadline=PATIENCE).value
+                       env=STRICT, deadline=PATIENCE).value
     assert grown < 1 << 19, grown
     return f"one process with {MANY} objects: {moved} bytes there and back, {grown} more memory"
 
@@ -136,24 +137,20 @@ def giant(x, server):
     return found
 
 
-def run_giant():
+def run_giant(_):
     server = Shelf()
-    got = run(giant, server, server=server, env={"KORVA_STRICT": "1"}, deadline=PATIENCE).value
+    got = run(giant, server, server=server, env=STRICT, deadline=PATIENCE).value
     assert got == [(GIANT, str(GIANT), True, True, 0, 0, 0)] * 2, got
     assert server.giant == GIANT, server.giant
     return f"one object of {GIANT} bytes, there and back: counted exactly, memory flat"
 
 
-def run_pipe():
+def run_pipe(test):
     """The tool reads it from a pipe, and traces the total of each block."""
-    server = Shelf()
-    line = (f"head -c {GIANT} /dev/zero | {os.environ['XBSA_TOOL']} store giant - --path . "
-            f"--host 127.0.0.1:{server.port} --user backup 2>&1")
-    with subprocess.Popen(["sh", "-c", line], stdout=subprocess.PIPE,
-                          env=dict(os.environ, XBSA_PASSWORD="secret")) as tool:
-        server.serve(tool.stdout)
-        server.forget()
-        text = tool.communicate()[0].decode()
+    server = serve_behind(test, Shelf())
+    text = subprocess.getoutput(
+        f"head -c {GIANT} /dev/zero | XBSA_PASSWORD=secret {os.environ['XBSA_TOOL']} store giant - "
+        f"--path . --host 127.0.0.1:{server.port} --user backup")
     assert server.giant == GIANT and f" {GIANT} bytes" in text, (server.giant, text)
     return f"xbsactl, one object of {GIANT} bytes from a pipe: {text.splitlines()[0]}"
 
@@ -163,7 +160,7 @@ def main(names):
     Utility(test, script=UTILITY)
     for name in names or ("processes", "objects", "giant", "pipe"):
         began = time.monotonic()
-        print(f"{globals()['run_' + name]()}, {time.monotonic() - began:.0f} s", flush=True)
+        print(f"{globals()['run_' + name](test)}, {time.monotonic() - began:.0f} s", flush=True)
     test.doCleanups()
 
 

@@ -9,7 +9,7 @@ import tempfile
 import unittest
 
 from test_com import setUpModule  # pylint: disable=unused-import
-from test_sandbox import RUN, Sandbox, ask, begin, both_ways, killed, query, start, there_and_back
+from test_sandbox import RUN, Sandbox, both_ways, query, start, there_and_back
 from xbsa import STRICT, make_folder, pattern, read_text, run, write_plain
 
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
@@ -21,6 +21,16 @@ os.environ["PATH"] = os.path.join(os.path.dirname(os.path.abspath(__file__)), "s
 
 def kilobytes(sandbox, field):
     return int(re.search(field + r":\s+(\d+)", read_text(f"/proc/{sandbox.process.pid}/status"))[1])
+
+
+def ask(x):
+    start(x)
+    return query(x)
+
+
+def begin(x):
+    start(x)
+    return x.store(pattern(1 << 20), end=False)
 
 
 def end(x):
@@ -84,7 +94,10 @@ class Rig:
 
     def test_killed_client(self):
         """In the middle, and when nothing but rclone's word is missing."""
-        run(killed, killed=True)
+        def middle(x):
+            begin(x)
+            os.kill(os.getpid(), signal.SIGKILL)
+        run(middle, killed=True)
         self.rclone.fault("late")
         run(kill_late, self.rclone, None, killed=True)
         self.assertEqual(run(ask).value, (17, 0))

@@ -2,7 +2,6 @@
 import ctypes as c
 import hashlib
 import os
-import signal
 import subprocess
 import unittest
 
@@ -75,21 +74,6 @@ def query(x, space=b"obj"):
     code = x.BSAQueryObject(x.handle, c.byref(asked), c.byref(found))
     x.BSAEndTxn(x.handle, 1)
     return code, found.copyId.right
-
-
-def ask(x):
-    start(x)
-    return query(x)
-
-
-def begin(x):
-    start(x)
-    return x.store(pattern(1 << 20), end=False)
-
-
-def killed(x):
-    begin(x)
-    os.kill(os.getpid(), signal.SIGKILL)
 
 
 def there_and_back(x, data, space=b"obj"):
@@ -171,30 +155,6 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual("".join(closed), "".join(row[2] for row in FAULTS) + "00")
         # two of the jobs closed with 0 were no backup's or never reached the catalogue
         self.assertEqual(sandbox.states().count("good"), closed.count("0") - 3)
-
-    def test_426(self):
-        """Said after the data and the job closed well: told by strict mode alone."""
-        for env, last in (({}, 0), (STRICT, 3)):
-            sandbox = Sandbox(self)
-
-            def transfers(x):
-                start(x)
-                there_and_back(x, b"whole object")
-                copy = x.state.sObject.sBSA_Object.copyId.right
-                sandbox.fault("RETR=cut:5")
-                restored = x.restore(copy_id=copy)
-                sandbox.fault("END=refuse")
-                return restored, x.store(), query(x) == (0, copy)
-            with self.subTest(env):
-                self.assertEqual(run(transfers, env=env).value,
-                                 (([0, 0, last], b"whole"), [0, 0, last], True))
-                self.assertEqual(sandbox.states(), ["good", "aborted"])
-
-    def test_killed_client(self):
-        """No query offers what a client had begun when it was killed."""
-        Sandbox(self)
-        run(killed, killed=True)
-        self.assertEqual(run(ask).value, (17, 0))
 
 
 class Load(unittest.TestCase):
