@@ -1,7 +1,6 @@
 """xbsactl check: what it makes of a good way to the server, and of each fault on it."""
 import json
 import os
-import socket
 import subprocess
 import unittest
 
@@ -45,6 +44,7 @@ SETTINGS = [
     ({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
     ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
     ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
+    ({}, (), "network.tcp", "port 1: Connection refused", "port is right"),
     ({"XBSA_TRACE": "2", "XBSA_LOGFILE": "{}/none/log"}, (), "log", "/none/log", "account write"),
     *(({}, ("--library", path), step, text, advice) for path, step, text, advice in (
         ("{}/bits.so", "library.file", "is 32 bit", "built for 64 bit"),
@@ -134,13 +134,6 @@ class Plain(Case):
         self.assertEqual(found["library.two_at_once"][0], "not_tried")
         self.assertEqual(found["cleanup"][0], "warn")  # this server deletes nothing
 
-    def test_wrong_port(self):
-        with socket.socket() as closed:
-            closed.bind(("127.0.0.1", 0))
-            port = closed.getsockname()[1]
-            found = check("--host", f"127.0.0.1:{port}", "--user", "backup")[1]
-        self.assert_fails(found, "network.tcp", f"port {port}: Connection refused", "port is right")
-
     def test_settings(self):
         head = read_bytes(LIBRARY)[:64]
         self.write("bits.so", head[:4] + b"\1" + head[5:])
@@ -153,7 +146,8 @@ class Plain(Case):
                 if "--host" not in options:
                     options += ["--host", "127.0.0.1:1"]
                 found = check("--user", "backup", *options, env=env)[1]
-                found["network.tcp"] = ("not_tried", "", "")  # nobody is there
+                if step != "network.tcp":
+                    found["network.tcp"] = ("not_tried", "", "")  # nobody is there
                 found.pop("database.sm_versions", None)
                 self.assert_fails(found, step, text, advice)
 

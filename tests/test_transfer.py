@@ -93,6 +93,17 @@ class Transfers(unittest.TestCase):
                 self.assertEqual(server.verbs(), [f"PORT PORT {verb} QUIT"])
                 self.assertEqual(server.objects["."], b"stored" if verb == "STOR" else b"listed")
 
+    def test_counts(self):
+        """Of the bytes of a large object, exact and beyond 32 bits."""
+        def transfer(x, server):
+            x.start(server)
+            for call in x.store, x.restore:
+                x.state.sSession.dBytes = 20 << 30
+                call()
+        server = Server()
+        got = run(transfer, server, server=server)
+        self.assertEqual(sum(f"total: {(20 << 30) + 5}" in line for line in got.trace), 2)
+
     def test_completed_descriptor(self):
         def create(x, server):
             x.start(server)
