@@ -4,7 +4,7 @@ import os
 import unittest
 
 from server import Server
-from xbsa import Block, Descriptor, Owner, Query, Uint64, Version, descriptor, run
+from xbsa import Block, Descriptor, Owner, Query, Uint64, Version, descriptor, run, run_started
 
 # The calls, where h is the handle (wrong with "!"); create and get meet no server unless said.
 CALLS = {
@@ -154,8 +154,7 @@ class Calls(unittest.TestCase):
                   (b"user=u", "u", ""), (b"user=u:pass=p:rest", "u", "p"), (b"A" * 64, "A" * 59, ""),
                   (b"user=" + b"B" * 30 + b":pass=" + b"C" * 23, "B" * 30, "C" * 23)]
 
-        def create(x, server):
-            x.start(server)
+        def create(x):
             full, kept = Descriptor.from_buffer_copy(b"D" * c.sizeof(Descriptor)), []
             for owner, _, _ in owners:
                 full.owner = Owner(owner, b"D" * 64)
@@ -166,7 +165,7 @@ class Calls(unittest.TestCase):
                 x.BSAEndTxn(x.handle, 1)
             return kept
         server = Server()
-        self.assertEqual(run(create, server, server=server).value, [(0, row[0]) for row in owners])
+        self.assertEqual(run_started(create, server=server).value, [(0, row[0]) for row in owners])
         self.assertEqual([lines[:2] + lines[3:4] + lines[5:6] for lines in server.heard],
                          [["USER " + user, "PASS " + word, "CWD " + "D" * 1024, "STOR " + "D" * 1024]
                           for _, user, word in owners])

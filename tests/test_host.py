@@ -12,7 +12,7 @@ import unittest
 
 from ftpd import serve_behind
 from server import Server
-from xbsa import DEADLINE, LIBRARY, SANITIZED, Owner, descriptors, read_text, run
+from xbsa import DEADLINE, LIBRARY, SANITIZED, Owner, descriptors, read_text, run, run_started
 
 CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
 SETTLED = 100  # after so many cycles the C library has what it keeps
@@ -23,14 +23,13 @@ def resident_bytes():
     return int(read_text("/proc/self/statm").split()[1]) * resource.getpagesize()
 
 
-def objects(x, server):
-    x.start(server)
+def objects(x):
     while True:
         yield
         assert x.store() == [0, 0, 0] and x.restore() == ([0, 0, 0], b"hello")
 
 
-def loads(_x, _server):
+def loads(_):
     """Of a copy that nobody else has loaded, each time with a session and its log open."""
     path = shutil.copy(LIBRARY, os.path.abspath("copy.so"))
     while True:
@@ -40,8 +39,8 @@ def loads(_x, _server):
         _ctypes.dlclose(library._handle)
 
 
-def many_cycles(x, server, kind):
-    cycles = kind(x, server)
+def many_cycles(x, kind):
+    cycles = kind(x)
     for cycle in range(CYCLES):
         next(cycles)
         if cycle == SETTLED:
@@ -63,10 +62,9 @@ def made_descriptors(x, server, closed):
     return code, min(made) > 2, flags, low
 
 
-def reused_numbers(x, server):
+def reused_numbers(x):
     """The numbers of the closed sockets become the host's ends of two pairs of its own."""
     pairs = [socket.socketpair() for _ in range(2)]
-    x.start(server)
     x.store(end=False)
     numbers = x.state.sSession.SData, x.state.sSession.SControl
     x.BSAEndData(x.handle)
@@ -86,9 +84,8 @@ def reused_numbers(x, server):
     return codes, unread
 
 
-def data_options(x, server):
+def data_options(x):
     """A dead peer is noticed; a host that dies resets the connection."""
-    x.start(server)
     x.store(end=False)
     with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
         found = [data.getsockopt(socket.IPPROTO_TCP, option) for option in
@@ -102,9 +99,8 @@ class Host(unittest.TestCase):
     def test_many_cycles(self):
         for kind, most, env in (objects, 1 << 19, {}), (loads, 1 << 18, LOG):
             with self.subTest(kind.__name__):
-                server = Server()
-                same, grown = run(many_cycles, server, kind, server=server, level=None, env=env,
-                                  deadline=DEADLINE + CYCLES // 10).value
+                same, grown = run_started(many_cycles, kind, server=Server(), level=None, env=env,
+                                          deadline=DEADLINE + CYCLES // 10).value
                 self.assertTrue(same)
                 if not SANITIZED:
                     self.assertLess(grown, most)
@@ -116,13 +112,11 @@ class Host(unittest.TestCase):
             self.assertEqual(got.value, (0, True, [1, 1, 1], []))
 
     def test_data_options(self):
-        server = Server()
-        self.assertEqual(run(data_options, server, server=server).value,
+        self.assertEqual(run_started(data_options, server=Server()).value,
                          ([60, 15, 8, 1, struct.pack("ii", 1, 0)], 0))
 
     def test_reused_numbers(self):
-        server = Server(objects={"obj": b"hello"})
-        codes, unread = run(reused_numbers, server, server=server).value
+        codes, unread = run_started(reused_numbers, server=Server(objects={"obj": b"hello"})).value
         self.assertEqual(codes, [3, 0, 0, 0, 0, 0, [0, 0, 0]])
         self.assertEqual(unread, [b"226 done\r\n", b""] * 2)
 

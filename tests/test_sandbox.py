@@ -14,7 +14,7 @@ from xbsa import (SANITIZED, STRICT, Descriptor, Name, Query, descriptors, make_
 
 os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
 RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
-PROCESSES = 8 if SANITIZED else 64
+PROCESSES, OBJECTS = 8 if SANITIZED else 64, int(os.environ.get("XBSA_OBJECTS", "1"))
 CYCLES = int(os.environ.get("XBSA_CYCLES", "8" if SANITIZED else "14"))
 
 # The fault, the codes of a store under it in strict mode, and the status its job is closed with.
@@ -116,7 +116,7 @@ def own_data(number):
 
 
 def at_once(x):
-    """Each process stores what is its own, every eighth restores it; the exit codes."""
+    """Each process stores what is its own, every eighth restores it, too; the exit codes."""
     processes = []
     for number in range(PROCESSES):
         processes.append(os.fork())
@@ -124,11 +124,12 @@ def at_once(x):
             space, data, failed = b"space%d" % number, own_data(number), True
             try:
                 start(x)
-                if number % 8 == 0:
-                    there_and_back(x, data, space)
-                    failed = False
-                else:
-                    failed = x.store(data, name=space) != [0, 0, 0]
+                for _ in range(OBJECTS):
+                    if number % 8 == 0:
+                        there_and_back(x, data, space)
+                    else:
+                        assert x.store(data, name=space) == [0, 0, 0]
+                failed = False
             finally:
                 os._exit(failed)
     return [os.waitpid(process, 0)[1] for process in processes]
@@ -160,8 +161,8 @@ class OnSandbox(unittest.TestCase):
 class Load(unittest.TestCase):
     def test_at_once(self):
         sandbox = Sandbox(self)
-        self.assertEqual(run(at_once, deadline=180).value, [0] * PROCESSES)
-        self.assertEqual(sandbox.states(), ["good"] * PROCESSES)
+        self.assertEqual(run(at_once, deadline=180 * OBJECTS).value, [0] * PROCESSES)
+        self.assertEqual(sandbox.states(), ["good"] * PROCESSES * OBJECTS)
         for each in sandbox.objects():
             self.assertEqual(read_bytes(f"{sandbox.folder}/objects/{each['saveset']}"),
                              own_data(int(each["space"][5:])), each)

@@ -3,13 +3,12 @@ import shutil
 import unittest
 
 from ftpd import Daemon
-from xbsa import STRICT, pattern, run
+from xbsa import STRICT, pattern, run_started
 
 SIZES = [0, 1, 65535, 65536, 65537, 50 << 20]
 
 
 def there_and_back(x, server):
-    x.start(server)
     got = []
     for size in SIZES:
         names = {"owner": server.owner, "path": b".", "name": b"%d.obj" % size}
@@ -26,7 +25,7 @@ class Servers(unittest.TestCase):
             with self.subTest(name):
                 server = Daemon(name)
                 self.addCleanup(shutil.rmtree, server.folder)
-                got = run(there_and_back, server, server=server, env=STRICT)
+                got = run_started(there_and_back, server, server=server, env=STRICT)
                 self.assertEqual(got.value, [(size, [0, 0, 0], [0, 0, 0], True) for size in SIZES])
                 self.assertEqual({key: len(data) for key, data in server.stored().items()},
                                  {f"{size}.obj": size for size in SIZES})

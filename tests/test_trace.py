@@ -6,7 +6,7 @@ import signal
 import unittest
 
 from server import Server
-from xbsa import read_text, run, write_plain
+from xbsa import read_text, run, run_started, write_plain
 
 STAMP = r" \d{4}-\d\d-\d\d \d\d:\d\d:\d\d: Trace: \(QAB library\) "
 
@@ -182,12 +182,11 @@ class Lines(unittest.TestCase):
 class Store(unittest.TestCase):
     def test_whole_trace(self):
         """Every line of a store at level 2; <reply> stands for the lines of a reply read."""
-        def store(x, server):
-            x.start(server)
+        def store(x):
             x.store()
             return x.handle.value
         server = Server()
-        got = run(store, server, server=server, level=None, env={"XBSA_TRACE": "2"})
+        got = run_started(store, server=server, level=None, env={"XBSA_TRACE": "2"})
         port = next(line for line in server.heard[0] if line.startswith("PORT"))
         lines = read_text(os.path.join(os.path.dirname(__file__), "store.trace"))
         want = re.sub("<reply> ?(.*)\n", read_reply, lines)

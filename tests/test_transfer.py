@@ -6,7 +6,7 @@ import socket
 import unittest
 
 from server import Server
-from xbsa import STRICT, Block, descriptor, pattern, run
+from xbsa import STRICT, Block, descriptor, pattern, run, run_started
 
 # Script, process environment (and the SECONDS of the time-out, if not 1), names; then what comes of
 # it: codes, ends of data, last error.
@@ -61,11 +61,8 @@ class Transfers(unittest.TestCase):
         """The whole name in a STOR; in a RETR its first word, unless strict."""
         for scenario, env, line in (("store", {}, "STOR a b"), ("restore", {}, "RETR a"),
                                     ("restore", STRICT, "RETR a b")):
-            def transfer(x, server):
-                x.start(server)
-                return getattr(x, scenario)(name=b"a b")
             server = Server()
-            run(transfer, server, server=server, env=env)
+            run_started(lambda x: getattr(x, scenario)(name=b"a b"), server=server, env=env)
             heard = server.heard[0]
             self.assertRegex(heard.pop(4), r"^PORT 127,0,0,1,\d{1,3},\d{1,3}$")
             self.assertEqual(heard, ["USER backup", "PASS secret", "TYPE I", "CWD /data", line,
@@ -73,8 +70,7 @@ class Transfers(unittest.TestCase):
 
     def test_single_calls(self):
         """What the library is made of serves a host that drives the connection itself."""
-        def transfer(x, server, verb):
-            x.start(server)
+        def transfer(x, verb):
             control, line = x.STPC_connect(), c.create_string_buffer(2048)
             call = getattr(x, "STPC_" + verb.lower())
             codes = [x.STPC_receive(control, line, 2047, 0), call(b"x" * 3000, control)]
@@ -87,7 +83,7 @@ class Transfers(unittest.TestCase):
         for verb in "STOR", "RETR", "LIST":
             with self.subTest(verb):
                 server = Server({"LIST": ["150 here", "connect"]}, objects={".": b"listed"})
-                self.assertEqual(run(transfer, server, verb, server=server).value, (
+                self.assertEqual(run_started(transfer, verb, server=server).value, (
                     [1, -1, 6, 0, 1, 6], "Command too long: " + verb,
                     b"stored" if verb == "STOR" else b"listed", b"226 done"))
                 self.assertEqual(server.verbs(), [f"PORT PORT {verb} QUIT"])
@@ -95,26 +91,22 @@ class Transfers(unittest.TestCase):
 
     def test_counts(self):
         """Of the bytes of a large object, exact and beyond 32 bits."""
-        def transfer(x, server):
-            x.start(server)
+        def transfer(x):
             for call in x.store, x.restore:
                 x.state.sSession.dBytes = 20 << 30
                 call()
-        server = Server()
-        got = run(transfer, server, server=server)
+        got = run_started(transfer, server=Server())
         self.assertEqual(sum(f"total: {(20 << 30) + 5}" in line for line in got.trace), 2)
 
     def test_completed_descriptor(self):
-        def create(x, server):
-            x.start(server)
+        def create(x):
             made = descriptor(name=b"4711.x")
             made.copyId.left = 9
             x.BSACreateObject(x.handle, c.byref(made), None)
             x.BSAEndData(x.handle)
             return (made.copyId.left, made.copyId.right, made.objectStatus, made.objectInfo,
                     made.createTime.year > 100, made.owner.bsa)
-        server = Server()
-        self.assertEqual(run(create, server, server=server).value,
+        self.assertEqual(run_started(create, server=Server()).value,
                          (9, 4711, 1, b"SEGMENT=3", True, b"user=backup:pass=secret"))
 
 
@@ -122,11 +114,8 @@ class Broken(unittest.TestCase):
     """Whole or not at all: what the server sees of a store that went wrong."""
 
     def test_server_resets(self):
-        def store(x, server):
-            x.start(server)
-            return x.store(pattern(30 << 20))
         server = Server({"DATA": ["reset_data"], "END": ["426 disk full"]})
-        got = run(store, server, server=server)
+        got = run_started(lambda x: x.store(pattern(30 << 20)), server=server)
         self.assertEqual(got.value, [0, 3, 3])
         retries = [line for line in got.trace if "Resending" in line]
         self.assertEqual(retries, [f"BSASendData: Data sending failed. Resending [{n}] times"
@@ -134,47 +123,41 @@ class Broken(unittest.TestCase):
 
     def test_failed_send(self):
         """A block that cannot be read fails the object, whatever the server says of it."""
-        def store(x, server):
-            x.start(server)
+        def store(x):
             sent = [x.store(b"begun", end=False)]
             sent.append(x.BSASendData(x.handle, c.byref(Block(100, 0, unreadable_page()))))
             return sent + [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.store()]
         server = Server({"END": ["426 aborted"]})
-        self.assertEqual(run(store, server, server=server).value, [[0, 0], 3, 3, 0, [0, 0, 0]])
+        self.assertEqual(run_started(store, server=server).value, [[0, 0], 3, 3, 0, [0, 0, 0]])
         self.assertEqual(server.ends, ["RST", "FIN"])
 
     def test_timed_out(self):
         """A server that the system has given up is not waited for, at the end neither."""
-        def store(x, server):
-            x.start(server)
+        def store(x):
             x.store(end=False)
             with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
                 data.setsockopt(socket.IPPROTO_TCP, socket.TCP_USER_TIMEOUT, 500)
             code = next(code for code in iter(lambda: x.send(pattern(65535)), None) if code)
             return code, x.last_error(), x.BSAEndData(x.handle)
-        server = Server({"DATA": [], "END": []})
-        self.assertEqual(run(store, server, server=server).value,
+        self.assertEqual(run_started(store, server=Server({"DATA": [], "END": []})).value,
                          (3, "Connection timed out Data sending failed.", 3))
 
     def test_rejected_end(self):
         """The transfer that it leaves is broken off, or both sides would wait for ever."""
-        def store(x, server):
-            x.start(server)
+        def store(x):
             return (x.store(end=False), x.BSAEndData(x.handle.value + 1),
                     x.BSAEndTxn(x.handle, 1), x.store())
         server = Server({"END": ["426 aborted"]})
-        self.assertEqual(run(store, server, server=server).value, ([0, 0], 3, 0, [0, 0, 0]))
+        self.assertEqual(run_started(store, server=server).value, ([0, 0], 3, 0, [0, 0, 0]))
         self.assertEqual(server.ends, ["RST", "FIN"])
 
     def test_abandoned(self):
         """What a transfer left open is closed when the next one opens."""
-        def restore(x, server):
-            x.start(server)
+        def restore(x):
             x.BSABeginTxn(x.handle)
             return (x.BSAGetObject(x.handle, c.byref(descriptor()), None),
                     x.BSAEndTxn(x.handle, 1), x.restore())
-        server = Server(objects={"obj": b"hello"})
-        self.assertEqual(run(restore, server, server=server).value,
+        self.assertEqual(run_started(restore, server=Server(objects={"obj": b"hello"})).value,
                          (0, 0, ([0, 0, 0], b"hello")))
 
 

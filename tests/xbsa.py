@@ -237,6 +237,14 @@ def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=
     return outcome
 
 
+def run_started(scenario, *args, server, **options):
+    """Of a session that has begun."""
+    def begun(x):
+        x.start(server)
+        return scenario(x, *args)
+    return run(begun, server=server, **options)
+
+
 def _run_child(scenario, args, server, level, env, folder):
     """Never returns. SIGPIPE is as a program finds it, not as Python sets it."""
     os.chdir(folder)
