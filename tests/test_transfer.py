@@ -16,8 +16,6 @@ STORES = [
     ("empty greeting", {"GREETING": [""]}, {}, {}, [3], [], "The greeting is empty."),
     ("550 in place of the data", {"STOR": ["150 go", "550 no tape"]}, {}, {},
      [3], [], "STOR failed. NEGATIVE reply: 550 no tape"),
-    ("421 in place of the data", {"STOR": ["150 go", "421 bye"]}, {}, {},
-     [3], [], "STOR failed. NEGATIVE reply: 421 bye"),
     ("data before the 150", {"STOR": ["connect", "150 go"]}, {}, {}, [0, 0, 0], ["FIN"], ""),
     ("data, then 550", {"STOR": ["connect", "550 no"]}, {}, {},
      [3], ["RST"], "STOR failed. NEGATIVE reply: 550 no"),
