@@ -254,17 +254,6 @@ class Runs(unittest.TestCase):
                 self.assertEqual("com_intf: COM answer not received." in got.trace, not answers_it)
                 self.assertEqual((got.mask, got.stderr), (NO_MASK, ""))
 
-    def test_no_ini_file(self):
-        Utility(self)
-        for text in (None, "OTHER=/b\n"):
-            with self.subTest(text):
-                os.unlink(INI) if text is None else write_ini(text)
-                got = run(run_task, 1, FIELDS, 1, 2)
-                self.assertEqual((got.value[0], got.value[2]), ((1, 2, True, set()), 0))
-                self.assertEqual(len(traced(got, f"find_com_intf: Unable to open [{INI}] file.")),
-                                 text is None)
-                self.assertEqual(traced(got, "com_intf: COM COMMAND"), [])
-
     def test_sizes(self):
         """An answer is taken up to 32768 bytes; what stands in the last of them counts."""
         for size in 32767, 32768, 100000:
