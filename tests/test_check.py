@@ -4,10 +4,9 @@ import os
 import subprocess
 import unittest
 
-import inifile
 from ftpd import Daemon, serve_behind
 from server import Server
-from test_com import Utility, write_ini
+from test_com import INI, Utility
 from test_com import setUpModule as demand_private_etc
 from test_sandbox import Sandbox
 from xbsa import LIBRARY, make_folder, read_bytes, write_plain
@@ -179,9 +178,10 @@ class Informix(Case):
             return lambda: Utility(self, {"-q": text})
         query, hung = "utility.query", "#!/bin/sh\nexec sleep 600\n"
         for prepare, step, text, advice, env in [
-                (lambda: os.unlink(inifile.INI), "ini.file", "No such file", "SM_BIN_KORVA=", {}),
-                (lambda: write_ini("sm_bin_korva=/x\n"), "ini.key", "sm_bin_", "SM_BIN_KORVA=", {}),
-                (lambda: write_ini("SM_BIN_KORVA=/x\n"), "utility.file", "/x/olm", "install", {}),
+                (lambda: os.unlink(INI), "ini.file", "No such file", "SM_BIN_KORVA=", {}),
+                (lambda: write_plain(INI, "sm_bin_korva=/x\n"), "ini.key", "sm_bin_",
+                 "SM_BIN_KORVA=", {}),
+                (lambda: write_plain(INI, "SM_BIN_KORVA=/x\n"), "utility.file", "/x/olm", "install", {}),
                 (lambda: os.chmod(Utility(self).path, 0), "utility.file", "not exec", "a+x", {}),
                 (answer(b"message=no job\nreply=ERROR\n"), query, "ERROR: no job", "KORVA_JOB", {}),
                 (answer(b""), query, "nothing printed", "by hand", {}),

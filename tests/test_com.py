@@ -53,7 +53,7 @@ class Utility:
             write_plain(self.path, script.replace("FOLDER", self.folder), 0o755)
         for verb, answer in ({"bare": b"reply=OK\n"} | (answers or {})).items():
             self.answer(verb, answer)
-        write_ini(f"SM_BIN_KORVA={os.path.dirname(self.path)}\n")
+        write_plain(INI, f"SM_BIN_KORVA={os.path.dirname(self.path)}\n")
 
     def answer(self, verb, answer):
         write_plain(os.path.join(self.folder, verb), answer)
@@ -72,11 +72,6 @@ class Utility:
 
     def arguments(self):
         return [" ".join(words) for words, _, _ in self.calls()]
-
-
-def write_ini(text):
-    """Into the private /etc that sandbox/run has given to this process."""
-    write_plain(INI, text)
 
 
 # Command lines: words of each pass by task; a word without a letter stands for a second blank.
@@ -106,7 +101,10 @@ HOSTILE = [";>c;", "`>c`", "$(>c)", "\n>c\n", "'>c;'", "\">c\"", "|>c", "&>c&", 
 def expected(task, values, options, started):
     """The command lines behind the path as they are traced, and as the utility gets them."""
     direction, passes = TASKS[task]
-    values = values | {"d": direction, "saveset": saveset_word(task, values)}
+    saveset = values["szSavesetID"] if task != 2 else "4294967295"
+    if task in (3, 4) and values["szRestoreID"]:
+        saveset += "@" + values["szRestoreID"]
+    values = values | {"d": direction, "saveset": saveset}
     passes = passes[1:] if passes is CLOSE and not started else passes
     lines, calls = [], []
     for words in passes:
@@ -115,12 +113,6 @@ def expected(task, values, options, started):
         lines.append(" ".join(map(quoted, words)))
         calls.append([word for word in words if word])
     return lines, calls
-
-
-def saveset_word(task, values):
-    if task in (3, 4) and values["szRestoreID"]:
-        return f"{values['szSavesetID']}@{values['szRestoreID']}"
-    return values["szSavesetID"] if task != 2 else "4294967295"
 
 
 def quoted(word):
@@ -271,7 +263,7 @@ class Runs(unittest.TestCase):
 
     def test_ini_file(self):
         def find(x, text, room=1024):
-            write_ini(text)
+            write_plain(INI, text)
             path, size = c.create_string_buffer(1024), c.c_uint(room)
             code = x.find_com_intf(path, c.byref(size))
             return code, path.value.decode(), size.value

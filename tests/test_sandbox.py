@@ -8,14 +8,12 @@ import unittest
 import inifile
 from catalogue import Catalogue
 from test_com import setUpModule, traced  # pylint: disable=unused-import
-from test_host import resident_bytes
-from xbsa import (SANITIZED, STRICT, Descriptor, Name, Query, descriptors, make_folder, pattern,
-                  read_bytes, run, write_plain)
+from xbsa import (SANITIZED, STRICT, Descriptor, Name, Query, make_folder, pattern, read_bytes, run,
+                  write_plain)
 
 os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
 RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
 PROCESSES, OBJECTS = 8 if SANITIZED else 64, int(os.environ.get("XBSA_OBJECTS", "1"))
-CYCLES = int(os.environ.get("XBSA_CYCLES", "8" if SANITIZED else "14"))
 
 # The fault, the codes of a store under it in strict mode, and the status its job is closed with.
 # A greeting's code is not looked at.
@@ -102,15 +100,6 @@ def under_faults(x, sandbox, lines):
     return found
 
 
-def many_cycles(x):
-    start(x)
-    for cycle in range(CYCLES):
-        if cycle == 5:
-            open_ones, resident = descriptors(), resident_bytes()
-        there_and_back(x, b"%d" % cycle)
-    return descriptors() == open_ones, resident_bytes() - resident
-
-
 def own_data(number):
     return hashlib.shake_128(b"%d" % number).digest(100000 + number)
 
@@ -166,13 +155,3 @@ class Load(unittest.TestCase):
         for each in sandbox.objects():
             self.assertEqual(read_bytes(f"{sandbox.folder}/objects/{each['saveset']}"),
                              own_data(int(each["space"][5:])), each)
-
-    def test_many_cycles(self):
-        """Descriptors, children and memory stay as after the first five."""
-        Sandbox(self)
-        same, grown = run(many_cycles, level=0, deadline=300 + 2 * CYCLES).value
-        self.assertTrue(same)
-        if not SANITIZED:
-            self.assertLess(grown, 10 << 14 if CYCLES <= 24 else 1 << 19)
-        if "XBSA_CYCLES" in os.environ:
-            print(f"{CYCLES} cycles: {grown} bytes more than after five")
