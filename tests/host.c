@@ -3,8 +3,8 @@
  *
  *   host LIBRARY OWNER SERVICE_HOST CONDITION...
  *
- * Prints "ok", the depth of the stack in bytes and the pages that loading cost, each 0 unless asked
- * for; or the call that went wrong and its result.
+ * Prints "ok" and the depth of the stack in bytes, 0 unless asked for; or the call that went wrong
+ * and its result.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -29,12 +29,6 @@ enum
     CROWD = 5000, /* open descriptors */
     THREADS = 64,
     STACK = 256 << 10,
-#ifdef __SANITIZE_ADDRESS__ /* looks at each of them, and is ten times slower */
-    UNLOADS = 200,
-#else
-    UNLOADS = 1000,
-#endif
-    SETTLED = 100, /* after so many loads the C library has what it keeps */
     MARGIN = 1024, /* below the frame that paints the stack */
     PAINT = 0xA5
 };
@@ -52,7 +46,6 @@ static void *vpLibrary;
 static int hReport;
 static int bFork;               /* the session goes on in a child, too */
 static long lDepth;             /* of the stack, in bytes */
-static long lGrown;             /* pages of memory that the loads have cost */
 static unsigned char *ucpStack; /* of the thread that runs the session, or null */
 static unsigned char ucaData[SIZE];
 
@@ -94,12 +87,6 @@ static void Compare(const STATE *spBefore)
         Check("mask", sigismember(&sNow.sMask, iSignal) != sigismember(&spBefore->sMask, iSignal));
     }
     Check("child", waitpid(-1, NULL, WNOHANG) != -1 || errno != ECHILD);
-}
-
-static void Load(void)
-{
-    vpLibrary = dlopen(cppArguments[0], RTLD_NOW);
-    if (vpLibrary == NULL) Check(dlerror(), 1);
 }
 
 static long Open(void)
@@ -180,7 +167,8 @@ static void *Run(void *vpNothing)
     STATE sBefore;
     int iStatus = 0;
     Look(&sBefore);
-    Load();
+    vpLibrary = dlopen(cppArguments[0], RTLD_NOW);
+    if (vpLibrary == NULL) Check(dlerror(), 1);
     StackUse(0);
     long lHandle = Open();
     if (bFork && fork() == 0)
@@ -205,31 +193,6 @@ static void *Sleep(void *vpNothing)
     return vpNothing;
 }
 
-static long ResidentPages(void)
-{
-    long lResident = 0;
-    FILE *spFile = fopen("/proc/self/statm", "re");
-    Check("statm", spFile == NULL || fscanf(spFile, "%*d %ld", &lResident) != 1 || fclose(spFile));
-    return lResident;
-}
-
-/* Each time with a session and its log open. */
-static void Unload(void)
-{
-    STATE sBefore;
-    long lPages = 0;
-    Look(&sBefore);
-    for (int iCycle = 0; iCycle < UNLOADS; iCycle++)
-    {
-        if (iCycle == SETTLED) lPages = ResidentPages();
-        Load();
-        Open();
-        dlclose(vpLibrary);
-    }
-    Compare(&sBefore);
-    lGrown = ResidentPages() - lPages;
-}
-
 /* With many open, with 0, 1 and 2 closed, and so on: each stays so. */
 static void Become(const char *cpCondition)
 {
@@ -248,7 +211,6 @@ static void Become(const char *cpCondition)
         for (int iThread = 0; iThread < THREADS; iThread++)
             Check("thread", pthread_create(&sThread, NULL, Sleep, NULL));
     if (strcmp(cpCondition, "fork") == 0) bFork = 1;
-    if (strcmp(cpCondition, "unloaded") == 0) Unload();
     if (strcmp(cpCondition, "thread") == 0)
         ucpStack = mmap(NULL, STACK, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
 }
@@ -273,6 +235,6 @@ int main(int argc, char **argv)
     for (int iArgument = 4; iArgument < argc; iArgument++) Become(argv[iArgument]);
     if (ucpStack != NULL) RunInThread();
     else Run(NULL);
-    dprintf(hReport, "ok %ld %ld\n", lDepth, lGrown);
+    dprintf(hReport, "ok %ld\n", lDepth);
     _exit(0);
 }

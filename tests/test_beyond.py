@@ -1,6 +1,7 @@
 """Objects in rclone's care and a shared catalogue: what fails in them never passes for a backup."""
 import os
 import pwd
+import re
 import shutil
 import signal
 import subprocess
@@ -8,8 +9,8 @@ import tempfile
 import unittest
 
 from test_com import setUpModule  # pylint: disable=unused-import
-from test_sandbox import RUN, STRICT, Sandbox, both_ways, query, start, there_and_back
-from xbsa import make_folder, pattern, run, write_plain
+from test_sandbox import RUN, Sandbox, both_ways, query, start, there_and_back
+from xbsa import STRICT, make_folder, pattern, read_text, run, write_plain
 
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
 POSTGRES = "/usr/lib/postgresql/15/bin/"
@@ -18,18 +19,16 @@ os.environ["PATH"] = os.path.join(os.path.dirname(os.path.abspath(__file__)), "s
                                   ) + os.environ["PATH"]
 
 
+def kilobytes(sandbox, field):
+    return int(re.search(field + r":\s+(\d+)", read_text(f"/proc/{sandbox.process.pid}/status"))[1])
+
+
 def ask(x):
     start(x)
     return query(x)
 
 
-def kilobytes(sandbox, field):
-    with open(f"/proc/{sandbox.process.pid}/status", encoding="ascii") as status:
-        return next(int(line.split()[1]) for line in status if line.startswith(field))
-
-
-def begin(x, folder):
-    os.environ["KORVA_SANDBOX"] = folder
+def begin(x):
     start(x)
     return x.store(pattern(1 << 20), end=False)
 
@@ -66,12 +65,7 @@ class Remote:
         write_plain(self.switch, name)
 
     def wait_until_reached(self):
-        with open(self.switch + ".reached", encoding="ascii") as fifo:
-            fifo.read()
-
-    def let_go(self):
-        with open(self.switch + ".go", "w", encoding="ascii"):
-            pass
+        read_text(self.switch + ".reached")
 
     def objects(self):
         return [name for _, _, names in os.walk(self.bucket) for name in names if name[0] != "."]
@@ -84,13 +78,12 @@ class Rig:
 
     def setUp(self):
         self.rclone = Remote(self)
-        self.sandbox = self.serve()
-
-    def options(self):
-        return ["--store", "rclone::local:" + self.rclone.bucket, *self.catalogue]
+        self.options = ["--store", "rclone::local:" + self.rclone.bucket, *self.catalogue]
+        self.serve()
 
     def serve(self):
-        return Sandbox(self, *self.options())
+        """Another one on the same objects, which clients go to from now on."""
+        self.sandbox = Sandbox(self, *self.options)
 
     def assert_left(self, *states):
         """After the end of the server, the bucket holds what is good and nothing else."""
@@ -102,7 +95,7 @@ class Rig:
     def test_killed_client(self):
         """In the middle, and when nothing but rclone's word is missing."""
         def middle(x):
-            begin(x, self.sandbox.folder)
+            begin(x)
             os.kill(os.getpid(), signal.SIGKILL)
         run(middle, killed=True)
         self.rclone.fault("late")
@@ -130,12 +123,11 @@ class OnRclone(Rig, unittest.TestCase):
             self.rclone.fault("")
             there_and_back(x, pattern(1 << 20))
             copy = x.state.sObject.sBSA_Object.copyId.right
-            self.rclone.fault("middle")
-            codes.append(max(x.restore(copy_id=copy)[0]))
-            self.rclone.fault("")
-            with open(os.path.join(self.rclone.bucket, str(copy)), "r+b") as file:
-                file.write(b"damaged")
-            return codes + [max(x.restore(copy_id=copy)[0])]
+            for fault in "middle", "":
+                self.rclone.fault(fault)
+                codes.append(max(x.restore(copy_id=copy)[0]))
+                write_plain(os.path.join(self.rclone.bucket, str(copy)), "x" * (1 << 20))
+            return codes
         self.assertEqual(run(transfers, env=STRICT).value, [3] * 4)
         self.assert_left("aborted", "aborted", "good")
 
@@ -152,7 +144,7 @@ class OnRclone(Rig, unittest.TestCase):
             self.rclone.fault("")
             start(x)
             there_and_back(x, b"meanwhile")
-            self.rclone.let_go()
+            write_plain(self.rclone.switch + ".go", "")
             _, status = os.waitpid(slow, 0)
             return status, kilobytes(self.sandbox, "VmHWM") - before
         status, grown = run(transfers, env=STRICT, level=0).value
@@ -204,33 +196,31 @@ class Shared(Rig, unittest.TestCase):
 
     def test_two_servers(self):
         """What one took the other gives; one that starts leaves alone what another stores."""
-        other = self.serve()
-
         def restore(x, copy):
             start(x)
             return query(x), x.restore(copy_id=copy)
 
         def store(x):
-            begun = begin(x, self.sandbox.folder)
-            subprocess.run([RUN, *self.options(), "--exec", "true"], check=True, timeout=60)
+            begun = begin(x)
+            subprocess.run([RUN, *self.options, "--exec", "true"], check=True, timeout=60)
             return begun + end(x), x.state.sObject.sBSA_Object.copyId.right
         codes, copy = run(store, env=STRICT).value
         self.assertEqual(codes, [0, 0, 0, 0])
-        found, (codes, data) = run(restore, copy, env={"KORVA_SANDBOX": other.folder}).value
-        self.assertEqual((found, codes, data), ((0, copy), [0, 0, 0], pattern(1 << 20)))
+        self.serve()
+        self.assertEqual(run(restore, copy).value, ((0, copy), ([0, 0, 0], pattern(1 << 20))))
         self.assert_left("good")
 
     def test_killed_server(self):
         """In the middle, and when nothing but rclone's word is missing; another one clears up."""
         def middle(x):
-            begin(x, self.sandbox.folder)
+            begin(x)
             os.kill(self.sandbox.process.pid, signal.SIGKILL)
             return end(x)
         self.assertEqual(run(middle, env=STRICT).value, [3, 0])
-        self.sandbox = self.serve()
+        self.serve()
         self.rclone.fault("late")
         self.assertEqual(run(kill_late, self.rclone, self.sandbox.process.pid, env=STRICT).value,
                          [0, 0, 3])
-        self.sandbox = self.serve()
+        self.serve()
         self.assertEqual(run(ask).value, (17, 0))
         self.assert_left("aborted", "aborted")

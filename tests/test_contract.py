@@ -5,7 +5,7 @@ import re
 import subprocess
 import unittest
 
-from xbsa import LIBRARY, Global
+from xbsa import LIBRARY, Global, read_text
 
 
 def readelf(option):
@@ -16,8 +16,7 @@ def readelf(option):
 class Contract(unittest.TestCase):
     def test_exports(self):
         """Exactly the reviewed list."""
-        with open(os.environ["XBSA_MAP"], encoding="ascii") as file:
-            text = re.sub(r"#.*", "", file.read())
+        text = re.sub(r"#.*", "", read_text(os.environ["XBSA_MAP"]))
         listed = re.findall(r"(\w+);", text.split("local:")[0])
         symbols = re.findall(r"(\d+) (?:FUNC|OBJECT) +GLOBAL +DEFAULT +\d+ (\w+)",
                              readelf("--dyn-syms"))

@@ -1,31 +1,50 @@
 """A guest in its host: descriptors, memory, and what a host does to its own descriptors."""
+import _ctypes
+import ctypes as c
 import fcntl
 import os
 import resource
+import shutil
 import socket
 import struct
 import subprocess
 import unittest
 
+from ftpd import serve_behind
 from server import Server
-from xbsa import DEADLINE, SANITIZED, descriptors, run
+from xbsa import DEADLINE, LIBRARY, SANITIZED, Owner, descriptors, read_text, run, run_started
 
-CYCLES = 100 if SANITIZED else 1000
+CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
+SETTLED = 100  # after so many cycles the C library has what it keeps
 LOG = {"XBSA_TRACE": "2", "XBSA_LOGFILE": "./xbsa.log"}
 
 
 def resident_bytes():
-    with open("/proc/self/statm", encoding="ascii") as file:
-        return int(file.read().split()[1]) * resource.getpagesize()
+    return int(read_text("/proc/self/statm").split()[1]) * resource.getpagesize()
 
 
-def many_cycles(x, server):
-    x.start(server)
-    open_ones, resident = None, 0
+def objects(x):
+    while True:
+        yield
+        assert x.store() == [0, 0, 0] and x.restore() == ([0, 0, 0], b"hello")
+
+
+def loads(_):
+    """Of a copy that nobody else has loaded, each time with a session and its log open."""
+    path = shutil.copy(LIBRARY, os.path.abspath("copy.so"))
+    while True:
+        yield
+        library, handle = c.CDLL(path), c.c_long()
+        assert library.BSAInit(c.byref(handle), None, c.byref(Owner(b"INFORMIX")), None) == 0
+        _ctypes.dlclose(library._handle)
+
+
+def many_cycles(x, kind):
+    cycles = kind(x)
     for cycle in range(CYCLES):
-        if cycle == 10:
+        next(cycles)
+        if cycle == SETTLED:
             open_ones, resident = descriptors(), resident_bytes()
-        assert x.store() == [0, 0, 0] and x.restore() == ([0, 0, 0], b"hello"), cycle
     return descriptors() == open_ones, resident_bytes() - resident
 
 
@@ -43,10 +62,9 @@ def made_descriptors(x, server, closed):
     return code, min(made) > 2, flags, low
 
 
-def reused_numbers(x, server):
+def reused_numbers(x):
     """The numbers of the closed sockets become the host's ends of two pairs of its own."""
     pairs = [socket.socketpair() for _ in range(2)]
-    x.start(server)
     x.store(end=False)
     numbers = x.state.sSession.SData, x.state.sSession.SControl
     x.BSAEndData(x.handle)
@@ -66,9 +84,8 @@ def reused_numbers(x, server):
     return codes, unread
 
 
-def data_options(x, server):
+def data_options(x):
     """A dead peer is noticed; a host that dies resets the connection."""
-    x.start(server)
     x.store(end=False)
     with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
         found = [data.getsockopt(socket.IPPROTO_TCP, option) for option in
@@ -80,11 +97,13 @@ def data_options(x, server):
 
 class Host(unittest.TestCase):
     def test_many_cycles(self):
-        server = Server()
-        same, grown = run(many_cycles, server, server=server, level=0).value
-        self.assertTrue(same)
-        if not SANITIZED:
-            self.assertLess(grown, 1 << 19)
+        for kind, most, env in (objects, 1 << 19, {}), (loads, 1 << 18, LOG):
+            with self.subTest(kind.__name__):
+                same, grown = run_started(many_cycles, kind, server=Server(), level=None, env=env,
+                                          deadline=DEADLINE + CYCLES // 10).value
+                self.assertTrue(same)
+                if not SANITIZED:
+                    self.assertLess(grown, most)
 
     def test_made_descriptors(self):
         for closed in (), (0, 1, 2):
@@ -93,13 +112,11 @@ class Host(unittest.TestCase):
             self.assertEqual(got.value, (0, True, [1, 1, 1], []))
 
     def test_data_options(self):
-        server = Server()
-        self.assertEqual(run(data_options, server, server=server).value,
+        self.assertEqual(run_started(data_options, server=Server()).value,
                          ([60, 15, 8, 1, struct.pack("ii", 1, 0)], 0))
 
     def test_reused_numbers(self):
-        server = Server(objects={"obj": b"hello"})
-        codes, unread = run(reused_numbers, server, server=server).value
+        codes, unread = run_started(reused_numbers, server=Server(objects={"obj": b"hello"})).value
         self.assertEqual(codes, [3, 0, 0, 0, 0, 0, [0, 0, 0]])
         self.assertEqual(unread, [b"226 done\r\n", b""] * 2)
 
@@ -114,15 +131,13 @@ class Leaks(unittest.TestCase):
                                       ("store", {"END": ["426 no"]}, 1), ("restore", {}, 0),
                                       ("restore", {"RETR": ["550 no"]}, 1)):
             with self.subTest(command, script=script):
-                server = Server(script, objects={"obj": b"hello"})
+                server = serve_behind(self, Server(script, objects={"obj": b"hello"}))
                 line = [os.environ["XBSA_TOOL"], command, "obj", "--host",
                         f"127.0.0.1:{server.port}", "--user", "backup", "--trace", "3"]
                 line[3:3] = ["/proc/self/status"] if command == "store" else []
-                with subprocess.Popen(line, env=env, stdout=subprocess.PIPE,
-                                      stderr=subprocess.PIPE) as tool:
-                    server.serve(tool.stdout)
-                    server.forget()
-                    output, error = tool.communicate(timeout=DEADLINE)
-                self.assertEqual((tool.returncode, b"Sanitizer" in error), (code, False), error)
-                self.assertEqual(error.count(b"BSATerminate: Start"), 1, error)
-                self.assertEqual(output, b"hello" if command == "restore" and code == 0 else b"")
+                tool = subprocess.run(line, env=env, capture_output=True, check=False)
+                self.assertEqual((tool.returncode, b"Sanitizer" in tool.stderr), (code, False),
+                                 tool.stderr)
+                self.assertEqual(tool.stderr.count(b"BSATerminate: Start"), 1, tool.stderr)
+                self.assertEqual(tool.stdout,
+                                 b"hello" if command == "restore" and code == 0 else b"")

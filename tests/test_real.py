@@ -1,10 +1,12 @@
 """
 Real servers, real faults: either side dies or sleeps in mid-transfer, and a disk that is full.
-CI kills each server after a tenth. All of it on command, as root, six minutes; in tests/:
+CI kills each server after a tenth and each client before its end. All of it on command, as root,
+six minutes; in tests/:
 
     XBSA_REAL=all XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../sandbox \\
         ../sandbox/run --exec python3 -m unittest -v test_real
 """
+import itertools
 import multiprocessing
 import os
 import shutil
@@ -17,7 +19,7 @@ import unittest
 from ftpd import Daemon
 from test_com import setUpModule  # pylint: disable=unused-import
 from test_sandbox import Sandbox, start
-from xbsa import pattern, run
+from xbsa import STRICT, pattern, read_text, run
 
 ALL = os.environ.get("XBSA_REAL") == "all"
 SERVERS = ["vsftpd", "proftpd", "pyftpdlib", "sandbox"] + ["pure-ftpd"] * (os.getuid() == 0)
@@ -27,10 +29,9 @@ BLOCKS = len(OBJECT) // 65535
 LIMIT, PAUSE = 10, {"pure-ftpd": 70}
 # At a tenth of a restore the rest is still more than the system takes on its way: that grows with
 # what was read, up to half the object.
-PERCENT = (0, 1, 10, 50, 99, 100) if ALL else (10,)
-FAULTS = [("kill server", percent) for percent in PERCENT]
+FAULTS = [("kill server", 10), ("kill client", 100)]
 if ALL:
-    FAULTS += [("kill client", percent) for percent in PERCENT]
+    FAULTS = list(itertools.product(("kill server", "kill client"), (0, 1, 10, 50, 99, 100)))
     FAULTS += [("pause server", 50), ("pause client", 50), ("full disk", 0)]
 # What the server has when a client died in mid-store.
 KEPT = {"proftpd": "old", "sandbox": "old", "vsftpd": "none", "pyftpdlib": "half",
@@ -63,8 +64,8 @@ class Peer:
         if self.sandbox:
             os.kill(self.sandbox.process.pid, number)
             return
-        with open(os.path.join(self.server.folder, "groups"), encoding="ascii") as file:
-            os.killpg(int(file.read().split()[-1]), number)
+        groups = read_text(os.path.join(self.server.folder, "groups"))
+        os.killpg(int(groups.split()[-1]), number)
 
     def kept(self, verb):
         """What a restore would give now."""
@@ -154,7 +155,7 @@ def all_rows(name):
             if fault == "full disk":
                 mount_small(test, peer.disk)
             got = run(transfer, peer, verb, fault, percent, server=peer.server, level=0,
-                      env={"KORVA_STRICT": "1"}, killed=fault == "kill client").value
+                      env=STRICT, killed=fault == "kill client").value
             kept = peer.kept(verb)
             codes, _, error = got or ("", "", "")
             line = f"{name:10}{verb:8}{fault:13}{percent:3} %  {time.monotonic() - began:5.1f} s  "

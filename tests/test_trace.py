@@ -6,7 +6,7 @@ import signal
 import unittest
 
 from server import Server
-from xbsa import run
+from xbsa import read_text, run, run_started, write_plain
 
 STAMP = r" \d{4}-\d\d-\d\d \d\d:\d\d:\d\d: Trace: \(QAB library\) "
 
@@ -80,8 +80,7 @@ class Destinations(unittest.TestCase):
     def test_appended(self):
         """An old log grows; opening it again leaves no descriptor behind."""
         def trace(x):
-            with open("xbsa.log", "w", encoding="ascii") as file:
-                file.write("old\n")
+            write_plain("xbsa.log", "old\n")
             for _ in range(3):
                 x.BSAQueryApiVersion(c.byref(c.create_string_buffer(6)))
             mode = os.fstat(x.state.hLogFile).st_mode & 0o777
@@ -183,15 +182,14 @@ class Lines(unittest.TestCase):
 class Store(unittest.TestCase):
     def test_whole_trace(self):
         """Every line of a store at level 2; <reply> stands for the lines of a reply read."""
-        def store(x, server):
-            x.start(server)
+        def store(x):
             x.store()
             return x.handle.value
         server = Server()
-        got = run(store, server, server=server, level=None, env={"XBSA_TRACE": "2"})
+        got = run_started(store, server=server, level=None, env={"XBSA_TRACE": "2"})
         port = next(line for line in server.heard[0] if line.startswith("PORT"))
-        with open(os.path.join(os.path.dirname(__file__), "store.trace"), encoding="ascii") as file:
-            want = re.sub("<reply> ?(.*)\n", read_reply, file.read())
+        lines = read_text(os.path.join(os.path.dirname(__file__), "store.trace"))
+        want = re.sub("<reply> ?(.*)\n", read_reply, lines)
         want = want.replace("<pid>", str(got.value))
         want = want.replace("<port>", str(server.port)).replace("<PORT>", port)
         self.assertEqual("\n".join(stripped(got.log)) + "\n", want)

@@ -7,7 +7,7 @@ import unittest
 from xml.etree import ElementTree
 
 from server import Server
-from xbsa import DEADLINE, SANITIZED, make_folder, run
+from xbsa import DEADLINE, SANITIZED, make_folder, read_bytes, run, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
 SANDBOX = os.path.join(os.path.dirname(__file__), "../sandbox/run")
@@ -65,8 +65,7 @@ class Trace(unittest.TestCase):
     def file(self, name, content=None):
         path = os.path.join(self.folder, name)
         if content is not None:
-            with open(path, "wb") as file:
-                file.write(content)
+            write_plain(path, content)
         return path
 
     def trace(self, log, *options, code=0, limit=None):
@@ -105,8 +104,7 @@ class Trace(unittest.TestCase):
             subprocess.run([SANDBOX, *fault, "--exec", TOOL, *options, "store", "level0", __file__],
                            env={**ENV, "XBSA_TRACE": "3", "XBSA_LOGFILE": log}, check=False,
                            capture_output=True, timeout=DEADLINE)
-        with open(log, "rb") as file:
-            out = self.trace(file.read())
+        out = self.trace(read_bytes(log))
         size = os.path.getsize(__file__)
         self.assertRegex(out, rf"session 1: done, (.*\n)*  backup of rootdbs@level0, copy id \d+\n(.*"
                          rf"\n)*.* {size} bytes sent(.*\n)*.*closejob: answered(.*\n)*.*query of")
@@ -184,9 +182,8 @@ class Trace(unittest.TestCase):
         out = self.trace(log, "--html", page, "--bar-act-log", act)
         self.assertRegex(out, r"16:59:59 +database +Begin <level> 0 .*\?\[31mmore\n(.*\n)+.*database +la")
         self.assertRegex(out, "no session shown: 2\n$")
-        with open(page, encoding="utf-8") as file:
-            text = file.read()
-        root = ElementTree.fromstring(text.replace("<!DOCTYPE html>", ""))
+        text = read_bytes(page).decode()
+        ElementTree.fromstring(text.replace("<!DOCTYPE html>", ""))
         self.assertNotRegex(text, r"<script|javascript|\son\w+=|https?://(?!www\.w3\.org/)|geheim")
         self.assertRegex(text, r"newest 200 sessions; \d+ before them are left out")
         self.trace(self.one, "--html", page, "--bar-act-log", act)

@@ -3,6 +3,7 @@ import ctypes as c
 import hashlib
 import os
 import pickle
+import re
 import select
 import shutil
 import signal
@@ -12,6 +13,7 @@ import traceback
 LIBRARY = os.environ["XBSA_LIBRARY"]
 SANITIZED = "libasan" in os.environ.get("LD_PRELOAD", "")
 COUNTED = "XBSA_COVERAGE" in os.environ  # the library counts which of its lines run
+STRICT = {"KORVA_STRICT": "1"}
 DEADLINE = 150  # seconds after which a scenario counts as hung
 
 TraceSink = c.CFUNCTYPE(None, c.c_char_p)
@@ -149,8 +151,7 @@ def descriptors():
 
 
 def signal_mask():
-    with open("/proc/self/status", encoding="ascii") as status:
-        return next(line.split()[1] for line in status if line.startswith("SigBlk"))
+    return re.search(r"SigBlk:\s+(\w+)", read_text("/proc/self/status"))[1]
 
 
 def has_children():
@@ -165,9 +166,12 @@ def has_children():
 class Outcome:
     """What a scenario returned (value), traced and printed; its log file, if it made one."""
 
-    def __init__(self, report, folder):
-        self.value, self.trace = report.get("value"), report.get("trace", [])
-        self.mask = report.get("mask")
+    value = mask = error = left = None
+    trace = ()
+
+    def __init__(self, folder):
+        if os.path.exists(folder + "/report"):
+            vars(self).update(pickle.loads(read_bytes(folder + "/report")))
         self.stdout, self.stderr, log = (read_text(os.path.join(folder, name))
                                          for name in ("stdout", "stderr", "xbsa.log"))
         self.log = log.splitlines()
@@ -180,16 +184,20 @@ def make_folder(test):
     return folder
 
 
-def write_plain(path, text):
-    with open(path, "w", encoding="utf-8") as file:
-        file.write(text)
+def write_plain(path, data, mode=0o644):
+    """Text or bytes."""
+    with open(path, "wb") as file:
+        file.write(data if isinstance(data, bytes) else data.encode())
+    os.chmod(path, mode)
+
+
+def read_bytes(path):
+    with open(path, "rb") as file:
+        return file.read()
 
 
 def read_text(path):
-    if not os.path.exists(path):
-        return ""
-    with open(path, encoding="latin-1", newline="") as file:
-        return file.read()
+    return read_bytes(path).decode("latin-1") if os.path.exists(path) else ""
 
 
 def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=DEADLINE):
@@ -199,16 +207,17 @@ def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=
     an Informix session, another signal mask; with killed=True it must end by SIGKILL instead.
     """
     folder = tempfile.mkdtemp(prefix="xbsa")
-    reader, writer = os.pipe()
+    reader, writer = os.pipe()  # ends with the child
     child = os.fork()
     if child == 0:
         os.close(reader)
-        _run_child(scenario, args, server, level, env or {}, folder, writer)
+        _run_child(scenario, args, server, level, env or {}, folder)
     os.close(writer)
     try:
         if server:
             server.serve(reader)
-        report = _read_report(reader, deadline)
+        elif not select.select([reader], [], [], deadline)[0]:
+            raise TimeoutError
     except Exception as error:
         os.kill(child, signal.SIGKILL)
         os.waitpid(child, 0)
@@ -217,9 +226,9 @@ def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=
         os.close(reader)
         if server:
             server.forget()
-    outcome = Outcome(report, folder)
     _, status = os.waitpid(child, 0)
-    got = (os.waitstatus_to_exitcode(status), report.get("error"), report.get("left"))
+    outcome = Outcome(folder)
+    got = (os.waitstatus_to_exitcode(status), outcome.error, outcome.left)
     want = (-signal.SIGKILL, None, None) if killed else (0, None, {})
     if got != want or "Sanitizer" in outcome.stderr or "runtime error" in outcome.stderr:
         raise AssertionError(f"expected exit, error, left over: {want}\ngot: {got[0]} {got[1]} "
@@ -228,17 +237,15 @@ def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=
     return outcome
 
 
-def _read_report(reader, deadline):
-    parts = []
-    while select.select([reader], [], [], deadline)[0]:
-        part = os.read(reader, 1 << 16)
-        if not part:
-            return pickle.loads(b"".join(parts)) if parts else {}
-        parts.append(part)
-    raise TimeoutError
+def run_started(scenario, *args, server, **options):
+    """Of a session that has begun."""
+    def begun(x):
+        x.start(server)
+        return scenario(x, *args)
+    return run(begun, server=server, **options)
 
 
-def _run_child(scenario, args, server, level, env, folder, writer):
+def _run_child(scenario, args, server, level, env, folder):
     """Never returns. SIGPIPE is as a program finds it, not as Python sets it."""
     os.chdir(folder)
     for number, name in ((1, "stdout"), (2, "stderr")):
@@ -262,8 +269,7 @@ def _run_child(scenario, args, server, level, env, folder, writer):
         c.CDLL(None).fflush(None)
     except BaseException:
         report["error"] = traceback.format_exc()
-    with os.fdopen(writer, "wb") as file:
-        pickle.dump(report, file)
+    write_plain(os.path.join(folder, "report"), pickle.dumps(report))
     if COUNTED:
         c.CDLL(None).exit(0)  # writes the counters, which _exit does not
     os._exit(0)
