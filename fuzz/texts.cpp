@@ -6,6 +6,24 @@
 
 #include <unistd.h>
 
+// "host[:port[:user:password]]": half a login is never taken for a login.
+static void HostSpec(std::string &X_strBytes)
+{
+    std::string strSpec = fuzz_Text(X_strBytes, '\0');
+    std::string strRest = strSpec;
+    std::vector<char> vecHost(4096), vecPort(8), vecUser(4096), vecPass(4096);
+    const int iRet = ParseCLIHostSpec(strSpec.data(), vecHost.data(), vecPort.data(),
+                                      vecUser.data(), vecPass.data());
+    CHECK(iRet == 0 || iRet == 1);
+    if (iRet == 0) return;
+    std::string strItems[4];
+    for (std::string &strItem : strItems) strItem = fuzz_Text(strRest, ':');
+    CHECK(strRest.empty() && !strItems[0].empty() && strItems[0] == vecHost.data());
+    CHECK((strItems[1].empty() ? "11001" : strItems[1]) == vecPort.data());
+    CHECK(strItems[2] == vecUser.data() || strcmp(XBSA_SECURE_USER, vecUser.data()) == 0);
+    CHECK(strItems[3] == vecPass.data() && vecUser[0] != '\0');
+}
+
 // "150 ... TAPE 17 SEGMENT 3": the numbers are those that follow the words.
 static void StorReply(std::string &X_strBytes)
 {
@@ -28,6 +46,45 @@ static void StorReply(std::string &X_strBytes)
     sms_parseinfo(strReply.data());
     CHECK(sGlobal.sObject.sSMS.ulTapeID == ulTape);
     CHECK(sGlobal.sObject.sSMS.ulSegmentNum == ulSegment);
+}
+
+static bool IsBlank(const std::string &I_strText)
+{
+    return I_strText.find_first_not_of(' ') == std::string::npos;
+}
+
+// The trimming of texts, as it has always been: to the left the old end stays behind the new one.
+static void Trim(std::string strText)
+{
+    CHECK(x_IsEmptyString(strText.c_str()) == IsBlank(strText));
+    const std::string strRight = strText.substr(0, strText.find_last_not_of(' ') + 1);
+    CHECK(x_RTrim(strText.data()) == strRight && strText.c_str() == strRight);
+    const size_t uLead = std::min(strRight.find_first_not_of(' '), strRight.size());
+    CHECK(x_LTrim(strText.data()) ==
+          strRight.substr(uLead) + strRight.substr(strRight.size() - uLead));
+}
+
+// The keyword matcher; in upper case where letter case does not count.
+static void Keyword(std::string &X_strBytes)
+{
+    const bool bExact = (fuzz_Byte(X_strBytes) & 1) != 0;
+    const int iMinimum = static_cast<int>(fuzz_Byte(X_strBytes)) - 4;
+    std::string strKeyword = fuzz_Text(X_strBytes, '\0');
+    const std::string strEnds = fuzz_Text(X_strBytes, '\0');
+    std::string strInput = fuzz_Text(X_strBytes, '\0');
+    const int iMatch = x_MatchKeyword(strInput.c_str(), strKeyword.c_str(), iMinimum,
+                                      strEnds.empty() ? nullptr : strEnds.c_str(), bExact);
+    Trim(strInput);
+
+    const bool bBlank = IsBlank(strInput) || IsBlank(strKeyword);
+    if (!bExact)
+        for (char *cpText : {strInput.data(), strKeyword.data()})
+            for (cpText = strupr(cpText); *cpText != '\0'; cpText++)
+                CHECK(*cpText < 'a' || *cpText > 'z');
+    strInput.resize(std::min(strInput.find_first_of(strEnds), strInput.size()));
+    const size_t uMinimum = iMinimum > 0 ? static_cast<size_t>(iMinimum) : strKeyword.size();
+    const bool bLong = strInput.size() >= std::min(uMinimum, strKeyword.size());
+    CHECK(iMatch == (strKeyword.rfind(strInput, 0) == 0 && bLong && !bBlank));
 }
 
 // The INI file that names the utility's folder: what would be run is in the file as a whole.
@@ -102,6 +159,7 @@ static void Environment(std::string &X_strBytes)
 
 void fuzz_One(std::string &X_strBytes)
 {
-    static void (*const fpaReaders[])(std::string &) = {StorReply, Ini, Environment};
-    fpaReaders[fuzz_Byte(X_strBytes) % 3](X_strBytes);
+    static void (*const fpaReaders[])(std::string &) = {HostSpec, StorReply, Keyword, Ini,
+                                                        Environment};
+    fpaReaders[fuzz_Byte(X_strBytes) % 5](X_strBytes);
 }

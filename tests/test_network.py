@@ -138,20 +138,21 @@ def store(x, here, address=THERE):
 
 
 class Network(unittest.TestCase):
-    def hosts(self):
+    def hosts(self, mtu=1500):
         names = here, there = f"xh{os.getpid()}", f"xt{os.getpid()}"
         for name in names:
             ip("netns add", name)
             self.addCleanup(ip, "netns del", name)
-        ip("link add", here, "netns", here, "type veth peer name", there, "netns", there)
+        ip("link add", here, "netns", here, f"mtu {mtu} type veth peer name", there, "netns", there,
+           f"mtu {mtu}")
         for name, last in zip(names, "12"):
             ip("-n", name, f"addr add 10.77.0.{last}/24 dev", name)
             ip("-n", name, f"addr add 10.78.0.{last}/24 dev", name)
             ip("-n", name, "link set", name, "up")
         return names
 
-    def scenario(self, function, *arguments, closed_for=0):
-        here, there = self.hosts()
+    def scenario(self, function, *arguments, closed_for=0, mtu=1500):
+        here, there = self.hosts(mtu)
         server = Far(there, closed_for)
         return run(function, here, *(arguments or (there,)), server=server, level=None,
                    env=STRICT, deadline=PATIENCE).value, server
@@ -209,6 +210,10 @@ class Network(unittest.TestCase):
             ip("-n", name, "link set", near, "up")
         ip("-n", here, "route add default via 10.79.0.3")
         return name
+
+    def test_small_packets(self):
+        codes, server = self.scenario(store, THERE, mtu=576)
+        self.assertEqual((codes, server.objects["obj"]), ([0, 0, 0], OBJECT * 40))
 
     def test_two_addresses(self):
         """The one that the control connection has is announced."""

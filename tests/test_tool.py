@@ -221,22 +221,6 @@ class Progress(Site):
                          ("0", "143", first[kept]))
         self.assertEqual(os.listdir(), ["s.prom"])
 
-    def test_large(self):
-        """Each count is exact. XBSA_LARGE gives more bytes than 32 bits can count."""
-        size, taken = int(os.environ.get("XBSA_LARGE", "100000000")), []
-
-        class Counter(Server):
-            def _receive(self):
-                room = bytearray(1 << 20)
-                taken.append(sum(iter(lambda: self.data.recv_into(room), 0)))
-                return "FIN"
-        self.serve(Counter())
-        write_plain("dump", "")
-        os.truncate("dump", size)
-        error = self.call("store", "big", "dump", "--status", "s.prom")[1]
-        self.assertIn(f": {size} bytes in ", error)
-        self.assertEqual((taken, metrics()["bytes"]), ([size], str(size)))
-
     def test_lost_file(self):
         """A status file that can no longer be written is no reason to fail."""
         self.serve()
