@@ -138,6 +138,24 @@ class Broken(unittest.TestCase):
         self.assertEqual(run_started(store, server=Server({"DATA": [], "END": []})).value,
                          (3, "Connection timed out Data sending failed.", 3))
 
+    def test_rejected_end(self):
+        """The transfer that it leaves is broken off, or both sides would wait for ever."""
+        def store(x):
+            return (x.store(end=False), x.BSAEndData(x.handle.value + 1),
+                    x.BSAEndTxn(x.handle, 1), x.store())
+        server = Server({"END": ["426 aborted"]})
+        self.assertEqual(run_started(store, server=server).value, ([0, 0], 3, 0, [0, 0, 0]))
+        self.assertEqual(server.ends, ["RST", "FIN"])
+
+    def test_abandoned(self):
+        """What a transfer left open is closed when the next one opens."""
+        def restore(x):
+            x.BSABeginTxn(x.handle)
+            return (x.BSAGetObject(x.handle, c.byref(descriptor()), None),
+                    x.BSAEndTxn(x.handle, 1), x.restore())
+        self.assertEqual(run_started(restore, server=Server(objects={"obj": b"hello"})).value,
+                         (0, 0, ([0, 0, 0], b"hello")))
+
 
 def unreadable_page():
     libc = c.CDLL(None)
