@@ -171,6 +171,15 @@ class Broken(unittest.TestCase):
             self.assertEqual(run_started(store, wrong, server=server).value, code)
             self.assertEqual(server.ends, [end])
 
+    def test_abandoned(self):
+        """What a transfer left open is closed when the next one opens."""
+        def restore(x):
+            x.BSABeginTxn(x.handle)
+            return (x.BSAGetObject(x.handle, c.byref(descriptor()), None),
+                    x.BSAEndTxn(x.handle, 1), x.restore())
+        self.assertEqual(run_started(restore, server=Server(objects={"obj": b"hello"})).value,
+                         (0, 0, ([0, 0, 0], b"hello")))
+
 
 def unreadable_page():
     libc = c.CDLL(None)
