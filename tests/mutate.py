@@ -60,7 +60,7 @@ FAULTS = [
     ("calls", "session/connect.cpp", "    if (hSocket != -1) SOCKET_close(hSocket);\n", ""),
     ("com.Sessions", "session/identity.cpp", "*uipPasswordLen > uLength ? uLength + 1 : uLength",
      "uLength"),
-    ("com.Sessions", "session/open.cpp", 'cpaCommands[spWork->iSlot], XBSA_REPLY_SIZE, "QUIT"',
+    ("torture", "session/open.cpp", 'cpaCommands[spWork->iSlot], XBSA_REPLY_SIZE, "QUIT"',
      'cpaCommands[spWork->iSlot - 1], XBSA_REPLY_SIZE, "QUIT"'),
     ("transfer_Broken", "session/peer.cpp", "iError == ETIMEDOUT || ", ""),
     ("transfer_Broken", "session/record.cpp", "    if (*hpOwn != -1) SOCKET_close(*hpOwn);\n",
