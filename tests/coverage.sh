@@ -3,6 +3,8 @@
 # one that they do not run must stand in coverage.exceptions with the reason, and nothing else may.
 set -eu
 cd "$(dirname "$0")/.."
+. tools/packages.sh
+packages_need gcovr nftables iproute2
 export CCACHE_DISABLE=1 # the counters' files belong to this folder
 ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-$HOME/.cache}/korva-xbsa/ftpd}
 build=$PWD/build/coverage

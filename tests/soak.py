@@ -2,7 +2,8 @@
 On command: many processes at once, one process with many objects, one object of 20 GiB. Each run
 prints a line of figures; what it says is checked. In tests/, all of it (or name runs at the end):
 
-    XBSA_LIBRARY=... XBSA_TOOL=... PYTHONPATH=../sandbox ../sandbox/run --exec python3 soak.py
+    XBSA_LIBRARY=... XBSA_TOOL=... XBSA_FTPD=... PYTHONPATH=../sandbox \\
+        ../sandbox/run --exec python3 soak.py
 """
 import multiprocessing
 import os
