@@ -8,7 +8,7 @@ import time
 import unittest
 
 from server import Server
-from xbsa import DEADLINE, STRICT, Block, descriptor, pattern, run, run_started
+from xbsa import DEADLINE, STRICT, Block, descriptor, descriptors, pattern, run, run_started
 
 # Script, process environment (and the SECONDS of the time-out, if not 1), names; then what comes of
 # it: codes, ends of data, last error.
@@ -170,6 +170,13 @@ class Broken(unittest.TestCase):
             server = Server()
             self.assertEqual(run_started(store, wrong, server=server).value, code)
             self.assertEqual(server.ends, [end])
+
+    def test_no_data_connection(self):
+        """Number 0 in its place is none, and stays the host's own."""
+        def end(x):
+            x.state.sSession.iLastCall, x.state.sSession.SData = 2, 0
+            return x.BSAEndData(x.handle), 0 in descriptors()
+        self.assertEqual(run_started(end, server=Server()).value, (3, True))
 
     def test_abandoned(self):
         """What a transfer left open is closed when the next one opens."""
