@@ -228,6 +228,8 @@ INIS = [
     ("x" * 511 + "SM_BIN_KORVA=/x\nSM_BIN_KORVA=/b\n", 0, NAME, 2),
     ("x" * 1022 + "SM_BIN_KORVA=/x\n", 1, None, 1024),
     ("SM_BIN_KORVA=/b" + "d" * 496 + "\n", 0, "d" * 496 + NAME, 498),
+    ("SM_BIN_KORVA=/b" + "d" * 495 + "\n", 0, "d" * 495 + NAME, 497),
+    ("SM_BIN_KORVA=/b" + "d" * 496, 0, "d" * 496 + NAME, 498),
     ("SM_BIN_KORVA=/b" + "d" * 497 + "\n", 1, None, 1024),
     ("SM_BIN_KORVA=/b" + " " * 1500 + "\r\n", 0, NAME, 2),
     ("a\0b\n\0\nSM_BIN_KORVA=/b\0\nOTHER=/x\n", 0, NAME, 2), ("SM_BIN_KORVA=/b\n", 1, None, 2, 1),
