@@ -96,7 +96,10 @@ class Transfers(unittest.TestCase):
                 x.state.sSession.dBytes = 20 << 30
                 call()
         got = run_started(transfer, server=Server())
-        self.assertEqual(sum(f"total: {(20 << 30) + 5}" in line for line in got.trace), 2)
+        self.assertEqual([line for line in got.trace if line.startswith(("BSASendD", "BSAGetD"))], [
+            f"BSASendData: Data written: 5, total: {(20 << 30) + 5}",
+            "BSAGetData: bufferLen=65535, numBytes=65535",
+            f"BSAGetData: Data read: 5, total: {(20 << 30) + 5}"])
 
     def test_completed_descriptor(self):
         def create(x):
