@@ -52,13 +52,9 @@ static int ReadBlock(BSA_DataBlock *spBlock, unsigned int *uipRead)
 int BSAGetData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
     unsigned int uiRead = 0;
-    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, STOR_MODE);
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, RETR_MODE);
     if (iRet == BSA_RC_SUCCESS) iRet = ReadBlock(dataBlockPtr, &uiRead);
     xbsa_NoteDataStatus(iRet, uiRead);
-    if (iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.iStrict != 0)
-    {
-        sPrivate.iDataFailed = 1;
-        sPrivate.iDataBroken = 1;
-    }
+    if (iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.bStrict) xbsa_NoteHealth(OBJECT_BROKEN);
     return iRet;
 }

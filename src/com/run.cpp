@@ -15,7 +15,7 @@ static void BlockSignals(COM_RUN *spRun)
     sigset_t sSaved;
     sigfillset(&sNewSet);
     sigprocmask(SIG_SETMASK, &sNewSet, &sSaved);
-    if (!spRun->bMasked || sPrivate.iStrict == 0) spRun->sOldSet = sSaved;
+    if (!spRun->bMasked || !sPrivate.bStrict) spRun->sOldSet = sSaved;
     spRun->bMasked = true;
     TRACE("com_intf: sigprocmask() done.");
 }

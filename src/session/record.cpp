@@ -1,6 +1,10 @@
 // The one record, its private companion, and who owns the connections in it.
 #include "session/record.h"
 
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
 #include "trace/trace.h"
 
 static constexpr _sGlobal InitialRecord()
@@ -18,72 +22,154 @@ static constexpr _sGlobal InitialRecord()
     return sInitial;
 }
 
-_sGlobal sGlobal = InitialRecord();
-_sPrivate sPrivate = {0, 0, 0, 0, 0, 0, 0, 0, -1, -1, -1, -1};
-
-static void Store(int hSocket, int *hpField, int *hpOwn, int *hpClosed)
+static constexpr _sPrivate InitialPrivate()
 {
-    if (*hpOwn != -1) SOCKET_close(*hpOwn);
-    *hpField = hSocket;
-    *hpOwn = hSocket;
-    *hpClosed = -1;
+    _sPrivate sInitial = {};
+    sInitial.sControl.hOwn = -1;
+    sInitial.sControl.hClosed = -1;
+    sInitial.sData.hOwn = -1;
+    sInitial.sData.hClosed = -1;
+    sInitial.hLog = -1;
+    return sInitial;
 }
 
-static int Close(int hSocket, int *hpOwn, int *hpClosed)
+_sGlobal sGlobal = InitialRecord();
+_sPrivate sPrivate = InitialPrivate();
+
+// Closes a connection of ours unless the host has closed it and uses its number.
+static void LetGo(CONNECTION *spConnection)
 {
-    int iRet = SOCKET_close(hSocket);
-    if (hSocket != -1) *hpClosed = hSocket;
-    if (hSocket == *hpOwn) *hpOwn = -1;
+    if (spConnection->hOwn == -1) return;
+    if (x_IsSame(spConnection->hOwn, &spConnection->sID)) SOCKET_close(spConnection->hOwn);
+    spConnection->hOwn = -1;
+}
+
+// The connections of an open transfer are the caller's to end; those that a failed open left are
+// nobody's. The new number may be that of an old connection which the host has closed.
+static void Store(int hSocket, int *hpField, CONNECTION *spConnection)
+{
+    if (sPrivate.eTransfer == TRANSFER_IDLE && spConnection->hOwn != hSocket) LetGo(spConnection);
+    *hpField = hSocket;
+    spConnection->hOwn = hSocket;
+    spConnection->hClosed = -1;
+    if (hSocket != -1) x_Identify(hSocket, &spConnection->sID);
+}
+
+static int Close(int hSocket, bool bSocket, CONNECTION *spConnection)
+{
+    bool bTaken = !bSocket && hSocket == spConnection->hOwn;
+    int iRet = SOCKET_close(bTaken ? -1 : hSocket);
+    if (hSocket != -1) spConnection->hClosed = hSocket;
+    if (hSocket == spConnection->hOwn) spConnection->hOwn = -1;
     return iRet;
 }
 
 void xbsa_StoreControl(int hSocket)
 {
-    Store(hSocket, &sGlobal.sSession.SControl, &sPrivate.hOwnControl, &sPrivate.hClosedControl);
+    Store(hSocket, &sGlobal.sSession.SControl, &sPrivate.sControl);
 }
 
 void xbsa_StoreData(int hSocket)
 {
-    sPrivate.iDirection = 0;
-    Store(hSocket, &sGlobal.sSession.SData, &sPrivate.hOwnData, &sPrivate.hClosedData);
+    Store(hSocket, &sGlobal.sSession.SData, &sPrivate.sData);
 }
 
-void xbsa_GiveUpTransfer(int iReason)
+int xbsa_CloseControl(bool bSocket)
 {
-    if (sPrivate.iDirection == STOR_MODE) sPrivate.iGivenUp = iReason;
-    if (sPrivate.hOwnData != -1) xbsa_StoreData(-1);
-    if (sPrivate.hOwnControl != -1) xbsa_StoreControl(-1);
+    return Close(xbsa_ControlSocket(), bSocket, &sPrivate.sControl);
 }
 
-int xbsa_CloseControl()
+int xbsa_CloseData(bool bSocket)
 {
-    return Close(xbsa_ControlSocket(), &sPrivate.hOwnControl, &sPrivate.hClosedControl);
+    return Close(xbsa_DataSocket(), bSocket, &sPrivate.sData);
 }
 
-int xbsa_CloseData()
+void xbsa_ForgetObject()
 {
-    sPrivate.iDirection = 0;
-    return Close(xbsa_DataSocket(), &sPrivate.hOwnData, &sPrivate.hClosedData);
+    sPrivate.eTransfer = TRANSFER_IDLE;
+    sPrivate.eHealth = OBJECT_WHOLE;
+    sPrivate.bServerLost = false;
+    sPrivate.bJobMissing = false;
+    sPrivate.bMoreLines = false;
 }
 
-// Entries below iQueryIndex were handed out and freed; their pointers stay in the list.
-void qab_ClearResults()
+static void Cut(int *hpField, CONNECTION *spConnection)
 {
+    if (spConnection->hOwn != -1 && *hpField == spConnection->hOwn) *hpField = -1;
+    LetGo(spConnection);
+}
+
+void xbsa_CutTransfer()
+{
+    Cut(&sGlobal.sSession.SData, &sPrivate.sData);
+    Cut(&sGlobal.sSession.SControl, &sPrivate.sControl);
+    xbsa_ForgetObject();
+}
+
+void xbsa_ForgetSession()
+{
+    xbsa_CutTransfer();
+    sPrivate.sControl.hClosed = -1;
+    sPrivate.sData.hClosed = -1;
+}
+
+void xbsa_NoteHealth(HEALTH eHealth)
+{
+    if (eHealth > sPrivate.eHealth) sPrivate.eHealth = eHealth;
+}
+
+bool xbsa_IsIncomplete()
+{
+    return sPrivate.eHealth >= (sPrivate.bStrict ? OBJECT_REJECTED : OBJECT_BROKEN);
+}
+
+bool xbsa_IsForeignProcess()
+{
+    return sPrivate.bStrict && getpid() != sPrivate.iProcess;
+}
+
+void xbsa_NoteLoss(int iError)
+{
+    if (iError == ETIMEDOUT || iError == EHOSTUNREACH || iError == ENETUNREACH)
+    {
+        sPrivate.bServerLost = true;
+    }
+}
+
+// A result that was never handed out is freed only while the record still leads to it: a caller
+// that took it out has it.
+static void FreeResult()
+{
+    BSA_ObjectDescriptor **sppList = sGlobal.spQueryResult;
+    bool bReached = sPrivate.bResultSpent;
     for (int iEntry = 0; iEntry < XBSA_QUERY_RESULTS; iEntry++)
     {
-        if (iEntry >= sGlobal.iQueryIndex) x_Free(sGlobal.spQueryResult[iEntry]);
-        sGlobal.spQueryResult[iEntry] = nullptr;
+        if (sppList[iEntry] == sPrivate.spResult) bReached = true;
     }
-    sGlobal.iQueryIndex = 0;
+    if (bReached) x_Free(sPrivate.spResult);
+    sPrivate.spResult = nullptr;
+}
+
+BSA_ObjectDescriptor *qab_NewResult()
+{
+    FreeResult();
+    sPrivate.spResult = static_cast<BSA_ObjectDescriptor *>(x_Malloc(sizeof(BSA_ObjectDescriptor)));
+    sPrivate.bResultSpent = false;
+    if (sPrivate.spResult != nullptr) memset(sPrivate.spResult, 0, sizeof *sPrivate.spResult);
+    return sPrivate.spResult;
+}
+
+void qab_ClearResults()
+{
+    FreeResult();
+    for (BSA_ObjectDescriptor *&spEntry : sGlobal.spQueryResult) spEntry = nullptr;
 }
 
 // A host that unloads the library gets everything back: connections, log, memory.
 __attribute__((destructor)) static void Unload()
 {
-    if (sPrivate.hOwnData != -1) SOCKET_close(sPrivate.hOwnData);
-    if (sPrivate.hOwnControl != -1) SOCKET_close(sPrivate.hOwnControl);
-    sPrivate.hOwnData = -1;
-    sPrivate.hOwnControl = -1;
-    qab_ClearResults();
+    LetGo(&sPrivate.sData);
+    LetGo(&sPrivate.sControl);
+    FreeResult();
     i_ReleaseTrace();
 }
