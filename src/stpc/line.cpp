@@ -74,9 +74,11 @@ static int ReceiveLine(int SControl, LINE *spLine, int iRecvOpt, STPC_REST *spRe
 {
     for (;;)
     {
-        while (spRest->iFrom < spRest->iTo)
+        for (int iByte = spRest->iFrom; iByte < spRest->iTo; iByte++)
         {
-            if (TakeByte(spLine, spRest->acBytes[spRest->iFrom++])) return 1;
+            if (!TakeByte(spLine, spRest->acBytes[iByte])) continue;
+            spRest->iFrom = iByte + 1;
+            return 1;
         }
         const int iPieceMax = sizeof spRest->acBytes;
         int iRoom = spLine->iMsgLen - spLine->iIndex + 1;
