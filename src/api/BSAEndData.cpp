@@ -209,9 +209,11 @@ static int CloseJob(int iRet)
     return iRet;
 }
 
-// Strict mode: whether an object was open and did not get through whole, or had no job.
+// Whether the failure shows whatever the job's close returns: a backup that was cut, and in strict mode
+// an object that did not get through whole or had no job.
 static bool HasFailed(int iData)
 {
+    if (IsCut()) return true;
     if (!sPrivate.bStrict) return false;
     if ((sGlobal.sSession.iLastCall & (CALL_CREATE_OBJECT | CALL_GET_OBJECT)) == 0) return false;
     return iData != BSA_RC_SUCCESS || xbsa_IsIncomplete() || sPrivate.bJobMissing;
