@@ -1,5 +1,5 @@
 // Opens a transaction.
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 int BSABeginTxn(long bsaHandle)

@@ -4,7 +4,7 @@
 #include <sys/socket.h>
 
 #include "api/object.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "stpc/stpc.h"
 #include "trace/trace.h"
 #include "util/text.h"

@@ -1,5 +1,5 @@
 // Ends a transaction.
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 // By default a late BSAEndData may still end the object; in strict mode it is too late.

@@ -3,7 +3,7 @@
 #include <sys/socket.h>
 
 #include "api/object.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 __attribute__((noinline, cold)) static void TraceStart(const BSA_DataBlock *spBlock)

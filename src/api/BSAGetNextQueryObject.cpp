@@ -1,5 +1,5 @@
 // Hands out the query results behind the first.
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 static int CheckArguments(long lHandle, const BSA_ObjectDescriptor *spObject)

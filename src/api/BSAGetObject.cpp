@@ -2,7 +2,7 @@
 #include <cstdio>
 
 #include "api/object.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 #include "util/text.h"
 

@@ -2,7 +2,7 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 #include "util/text.h"
 

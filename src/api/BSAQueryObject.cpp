@@ -1,7 +1,7 @@
 // Asks the COM utility for the stored copy that matches.
 #include <cstdlib>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 static int CheckArguments(long lHandle, const BSA_QueryDescriptor *spQuery,

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "api/object.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 enum

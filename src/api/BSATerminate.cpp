@@ -1,5 +1,5 @@
 // Ends the session as far as the caller goes.
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 // Closes and clears nothing, whatever its line says: callers ask for the last error afterwards, and

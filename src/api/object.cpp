@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 #include "util/text.h"
 

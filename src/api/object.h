@@ -2,7 +2,7 @@
 #ifndef API_OBJECT_H
 #define API_OBJECT_H
 
-#include "session/record.h"
+#include "record/record.h"
 
 // Marks a call as made. Returns BSA_RC_INVALID_CALL_SEQUENCE when it was made already (then nothing
 // is marked), BSA_RC_INVALID_HANDLE for a wrong handle (the call still counts as made), else 0.

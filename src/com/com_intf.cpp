@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "com/com.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 static int FailTask(COM_RUN *spRun)

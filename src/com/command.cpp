@@ -2,7 +2,7 @@
 #include <ctime>
 
 #include "com/com.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 // An option with its value, when there is a value.

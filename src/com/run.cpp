@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "com/com.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 // Each pass saves the mask anew, so after two passes the full mask is what is put back: hosts know

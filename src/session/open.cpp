@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "record/record.h"
 #include "session/commands.h"
-#include "session/record.h"
 #include "trace/trace.h"
 #include "util/text.h"
 

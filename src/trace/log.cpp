@@ -12,7 +12,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 #include "util/text.h"
 

@@ -8,7 +8,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 #include "util/descriptor.h"
 

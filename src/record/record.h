@@ -1,7 +1,7 @@
 // What the library knows beside the session record: things that callers must not see or change, so
 // that whatever they write into the record closes and frees nothing that is not ours.
-#ifndef SESSION_RECORD_H
-#define SESSION_RECORD_H
+#ifndef RECORD_RECORD_H
+#define RECORD_RECORD_H
 
 #include "util/descriptor.h"
 #include "xbsa_session.h"

@@ -1,5 +1,5 @@
 // The one record, its private companion, and who owns the connections in it.
-#include "session/record.h"
+#include "record/record.h"
 
 #include <cerrno>
 #include <cstring>
