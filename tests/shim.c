@@ -168,10 +168,11 @@ void free(void *memory)
     real(memory);
 }
 
-/* The library's waits between two tries are over at once. */
+/* The library's waits between two tries are counted, and over at once. */
 unsigned int sleep(unsigned int seconds)
 {
     static unsigned int (*real)(unsigned int);
     if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "sleep");
-    return is_library(__builtin_return_address(0)) ? 0 : real(seconds);
+    if (!is_library(__builtin_return_address(0))) return real(seconds);
+    return judge("sleep", __builtin_return_address(0)) == UNHARMED ? 0 : seconds;
 }
