@@ -2,11 +2,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <sys/socket.h>
-#include <sys/time.h>
 
 #include "api/object.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 #include "util/text.h"
 
@@ -46,18 +44,7 @@ static int OpenJob()
     {
         x_CopyText(spSMS->szName, sizeof spSMS->szName, sGlobal.sCOM.szSavesetID);
     }
-    if (spSMS->szName[0] != '\0' || sPrivate.iJobMissing != 0) return BSA_RC_SUCCESS;
-
-    SysErrorTxt(0, 0, "The COM utility has opened no job.");
-    TRACE("BSACreateObject: olm_com_interface() has opened no job. Exiting.");
-    return BSA_RC_ABORT_SYSTEM_ERROR;
-}
-
-// A send comes back once in a while, so that it can be asked whether the server is still there.
-static void LimitSend(int hData)
-{
-    struct timeval sTime = {30, 0};
-    setsockopt(hData, SOL_SOCKET, SO_SNDTIMEO, &sTime, sizeof sTime);
+    return BSA_RC_SUCCESS;
 }
 
 // To a server the plain end of the data connection means a complete object. If this process dies
@@ -71,7 +58,6 @@ static int OpenTransfer()
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
     x_ResetAtClose(xbsa_DataSocket());
-    LimitSend(xbsa_DataSocket());
     return BSA_RC_SUCCESS;
 }
 
@@ -92,7 +78,7 @@ static int CreateObject(BSA_ObjectDescriptor *spCaller)
     int iRet = CheckDescriptor(spCaller);
     if (iRet != BSA_RC_SUCCESS) return iRet;
 
-    xbsa_NewObject();
+    xbsa_CutTransfer();
     TRACE("BSACreateObject: Leaving the dataBlockPtr as is.");
     TRACE("BSACreateObject: Copy the input parameter (object) into sGlobal data structure.");
     *spObject = *spCaller;
@@ -116,6 +102,7 @@ static int CreateObject(BSA_ObjectDescriptor *spCaller)
 int BSACreateObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr, BSA_DataBlock *)
 {
     TRACE("BSACreateObject: Start");
+    sGlobal.sCOM.iOpenJobStarted = 0;
     int iRet = xbsa_CheckCall("BSACreateObject", CALL_CREATE_OBJECT, bsaHandle);
     if (iRet == BSA_RC_SUCCESS) iRet = CreateObject(objectDescriptorPtr);
     if (iRet != BSA_RC_SUCCESS) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;

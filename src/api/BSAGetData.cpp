@@ -3,7 +3,7 @@
 #include <sys/socket.h>
 
 #include "api/object.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 __attribute__((noinline, cold)) static void TraceStart(const BSA_DataBlock *spBlock)
@@ -49,16 +49,18 @@ static int ReadBlock(BSA_DataBlock *spBlock, unsigned int *uipRead)
     return iReceived == -1 ? BSA_RC_ABORT_SYSTEM_ERROR : BSA_RC_SUCCESS;
 }
 
+__attribute__((noinline, cold)) static int Fail(int iRet, unsigned int uiRead)
+{
+    bool bBroken = iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.bStrict;
+    if (bBroken) xbsa_NoteHealth(OBJECT_BROKEN);
+    xbsa_NoteDataStatus(iRet, uiRead);
+    return iRet;
+}
+
 int BSAGetData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
     unsigned int uiRead = 0;
-    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, STOR_MODE);
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, RETR_MODE);
     if (iRet == BSA_RC_SUCCESS) iRet = ReadBlock(dataBlockPtr, &uiRead);
-    xbsa_NoteDataStatus(iRet, uiRead);
-    if (iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.iStrict != 0)
-    {
-        sPrivate.iDataFailed = 1;
-        sPrivate.iDataBroken = 1;
-    }
-    return iRet;
+    return iRet == BSA_RC_SUCCESS ? iRet : Fail(iRet, uiRead);
 }

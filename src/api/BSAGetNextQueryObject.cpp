@@ -1,5 +1,5 @@
 // Hands out the query results behind the first.
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 static int CheckArguments(long lHandle, const BSA_ObjectDescriptor *spObject)
@@ -10,7 +10,7 @@ static int CheckArguments(long lHandle, const BSA_ObjectDescriptor *spObject)
         return BSA_RC_INVALID_CALL_SEQUENCE;
     }
     sGlobal.sSession.iLastCall |= CALL_GET_NEXT_QUERY;
-    if (lHandle != sGlobal.sSession.lBSAHandle)
+    if (!xbsa_IsHandle(lHandle))
     {
         TRACE("BSAGetNextQueryObject: Invalid Handle. Exiting.");
         return BSA_RC_INVALID_HANDLE;
@@ -37,7 +37,7 @@ static int HandOver(BSA_ObjectDescriptor *spCaller)
     TRACE("BSAGetNextQueryObject: memcpy() query result to caller");
     *spCaller = *spFound;
     TRACE("BSAGetNextQueryObject: Releasing query result strucure");
-    x_Free(spFound); // the pointer stays in the list; iQueryIndex tells that it is spent
+    if (spFound == sPrivate.spResult) sPrivate.bResultSpent = true; // any other is the caller's
     TRACE("BSAGetNextQueryObject: Increasing iQueryIndex");
     sGlobal.iQueryIndex = iIndex + 1;
     return BSA_RC_SUCCESS;

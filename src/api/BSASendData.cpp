@@ -1,11 +1,10 @@
 // Sends one buffer of the open object.
 #include <cerrno>
-#include <csignal>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "api/object.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 enum
@@ -17,41 +16,6 @@ static inline ssize_t SendRest(const BSA_DataBlock *spBlock, size_t uSent)
 {
     return send(xbsa_DataSocket(), spBlock->bufferPtr + uSent, spBlock->bufferLen - uSent,
                 MSG_NOSIGNAL);
-}
-
-// The time limit of a send keeps the system from going on with one that a signal interrupted. Tells
-// whether it would have, were it not for the limit: as a rule, unless all handlers of the host ask for
-// the interruption.
-static bool WouldGoOn()
-{
-    bool bCaught = false;
-    bool bRestarts = false;
-    int iError = errno;
-    for (int iSignal = 1; iSignal < NSIG; iSignal++)
-    {
-        struct sigaction sAction = {};
-        if (sigaction(iSignal, nullptr, &sAction) == -1) continue;
-        if (sAction.sa_handler == SIG_DFL || sAction.sa_handler == SIG_IGN) continue;
-        bCaught = true;
-        if ((sAction.sa_flags & SA_RESTART) != 0) bRestarts = true;
-    }
-    errno = iError;
-    return bRestarts || !bCaught;
-}
-
-// Goes on with a send that only took its time. Returns the last send's result.
-static ssize_t WaitOn(const BSA_DataBlock *spBlock, size_t uSent, ssize_t iSend)
-{
-    while (iSend == -1 && (errno == EAGAIN || (errno == EINTR && WouldGoOn())))
-    {
-        if (xbsa_IsServerLost())
-        {
-            errno = ETIMEDOUT;
-            return -1;
-        }
-        iSend = SendRest(spBlock, uSent);
-    }
-    return iSend;
 }
 
 // Tries again, one second apart, until something goes through. Returns the last send's result.
@@ -67,7 +31,7 @@ __attribute__((noinline, cold)) static ssize_t Resend(const BSA_DataBlock *spBlo
     {
         TRACE("BSASendData: Data sending failed. Resending [%d] times", iRetry);
         sleep(1);
-        iSend = WaitOn(spBlock, uSent, SendRest(spBlock, uSent));
+        iSend = SendRest(spBlock, uSent);
         iError = errno;
     }
     if (iSend == -1)
@@ -76,17 +40,6 @@ __attribute__((noinline, cold)) static ssize_t Resend(const BSA_DataBlock *spBlo
         TRACE("BSASendData: %s", cpText);
     }
     return iSend;
-}
-
-// A send made no progress for a while, or failed: a slow server is waited for, a failure is tried
-// again. Returns the last send's result.
-__attribute__((noinline, cold)) static ssize_t Recover(const BSA_DataBlock *spBlock, size_t uSent)
-{
-    ssize_t iSend = WaitOn(spBlock, uSent, -1);
-    if (iSend != -1) return iSend;
-
-    if (sPrivate.iServerLost != 0) errno = ETIMEDOUT;
-    return Resend(spBlock, uSent);
 }
 
 // Sends the rest of a block of which the first send took a part, nothing or, without bytes to send,
@@ -98,7 +51,7 @@ static unsigned int SendOn(const BSA_DataBlock *spBlock, ssize_t *ipSend)
     unsigned int uiSent = 0;
     while (uiSent < spBlock->bufferLen)
     {
-        if (*ipSend == -1) *ipSend = Recover(spBlock, uiSent);
+        if (*ipSend == -1) *ipSend = Resend(spBlock, uiSent);
         if (*ipSend < 1) break;
         uiSent += static_cast<unsigned int>(*ipSend);
         if (uiSent < spBlock->bufferLen) *ipSend = SendRest(spBlock, uiSent);
@@ -108,8 +61,7 @@ static unsigned int SendOn(const BSA_DataBlock *spBlock, ssize_t *ipSend)
 
 __attribute__((noinline, cold)) static int Fail(int iRet, unsigned int uiSent)
 {
-    sPrivate.iDataFailed = 1;
-    if (iRet == BSA_RC_ABORT_SYSTEM_ERROR) sPrivate.iDataBroken = 1;
+    xbsa_NoteHealth(iRet == BSA_RC_ABORT_SYSTEM_ERROR ? OBJECT_BROKEN : OBJECT_REJECTED);
     xbsa_NoteDataStatus(iRet, uiSent);
     return iRet;
 }
@@ -128,7 +80,7 @@ __attribute__((noinline, cold)) static int Finish(const BSA_DataBlock *spBlock, 
 // Sends bufferLen bytes, whatever numBytes says. As a rule one send takes them all.
 int BSASendData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
-    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, RETR_MODE);
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, STOR_MODE);
     if (iRet != BSA_RC_SUCCESS) return Fail(iRet, 0);
 
     TRACE_CALL("BSASendData: bufferLen=%u, numBytes=%u", dataBlockPtr->bufferLen,

@@ -23,7 +23,6 @@ typedef struct
 {
     ENUM_COM_TASK eTask;
     STUCT_COM_INPUT *spInput;
-    char szEarlierID[256];         // session id before the call
     int iStep;                     // COM_STEP_ value
     char szExe[XBSA_COM_CMD_SIZE]; // path of the utility
     COM_LINE sLine;                // what this pass runs

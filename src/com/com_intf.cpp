@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "com/com.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 static int FailTask(COM_RUN *spRun)
@@ -12,33 +12,49 @@ static int FailTask(COM_RUN *spRun)
     return spRun->iRet;
 }
 
-// Names of an earlier object must not survive into an open: an answer without them would store this
-// object over that one, and a refused session would close, and spoil, that one's job.
-static void ForgetEarlierJob(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
+static bool IsOpen(ENUM_COM_TASK eTask)
 {
-    if (eTask != COM_OPEN_WRITE && eTask != COM_OPEN_READ) return;
+    return eTask == COM_OPEN_WRITE || eTask == COM_OPEN_READ;
+}
+
+static bool IsClose(ENUM_COM_TASK eTask)
+{
+    return eTask == COM_CLOSE_WRITE || eTask == COM_CLOSE_READ;
+}
+
+// Names of an earlier object must not survive into an open: an answer without them would store this
+// object over that one.
+static void ForgetEarlierNames(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
+{
+    if (!IsOpen(eTask) || spInput == nullptr) return;
     sGlobal.sObject.sSMS.szName[0] = '\0';
     spInput->szRestoreID[0] = '\0';
-    spInput->iOpenJobStarted = 0;
     if (eTask == COM_OPEN_WRITE) spInput->szSavesetID[0] = '\0';
 }
 
-// A line that was cut could name another job: it is not run, and a job that was never opened is not
-// closed later.
+// A line that was cut could name another job, so it is not run.
 static void RefuseLongLine(COM_RUN *spRun)
 {
     TRACE("com_intf: Command line too long, not run: [%.200s...]", spRun->sLine.szText);
     SysErrorTxt(0, 0, "Command line of the COM utility is too long.");
-    if (spRun->iStep == COM_STEP_OPEN_JOB) spRun->spInput->iOpenJobStarted = 0;
     FailTask(spRun);
 }
 
-// A utility that ended without a word counts as success. For a close that means a backup which no
-// query will find, so strict mode takes it for the failure that it is.
-static bool IsUnansweredClose(const COM_RUN *spRun)
+// A utility that ended without a word counts as success. After a close that is a backup which no
+// query will find, after the open of a session it is one without a job: strict mode fails.
+static void FailUnanswered(COM_RUN *spRun)
 {
-    bool bClose = spRun->eTask == COM_CLOSE_WRITE || spRun->eTask == COM_CLOSE_READ;
-    return bClose && spRun->uiAnswerLen == 0 && sPrivate.iStrict != 0;
+    if (!sPrivate.bStrict || spRun->iRet != 0) return;
+    if (IsClose(spRun->eTask))
+    {
+        SysErrorTxt(0, 0, "The COM utility did not answer the close of the job.");
+        FailTask(spRun);
+    }
+    if (spRun->iStep == COM_STEP_OPEN_SESSION)
+    {
+        SysErrorTxt(0, 0, "The COM utility did not answer the open of the session.");
+        FailTask(spRun);
+    }
 }
 
 // Returns true when the answer was taken and the task may go on.
@@ -47,9 +63,7 @@ static bool TakeAnswer(COM_RUN *spRun)
     if (spRun->iRet != 0 || spRun->uiAnswerLen == 0)
     {
         TRACE("com_intf: COM answer not received.");
-        if (!IsUnansweredClose(spRun)) return false;
-        SysErrorTxt(0, 0, "The COM utility did not answer the close of the job.");
-        FailTask(spRun);
+        FailUnanswered(spRun);
         return false;
     }
     spRun->bypBuff[spRun->uiAnswerLen] = '\0';
@@ -58,7 +72,8 @@ static bool TakeAnswer(COM_RUN *spRun)
     TRACE("com_intf: Parsing COM answer ...");
     int iParsed = parse_com_answer(spRun->bypBuff, spRun->uiAnswerLen);
     TRACE("com_intf: parse_com_answer return: [%d].", iParsed);
-    if (iParsed == 0) return true;
+    sPrivate.bAnswered = iParsed == 0;
+    if (sPrivate.bAnswered) return true;
     SysErrorTxt(0, 0, "The COM utility refused, or its answer cannot be understood.");
     FailTask(spRun);
     return false;
@@ -80,14 +95,14 @@ static bool NextStep(COM_RUN *spRun)
     }
 }
 
-// A session that was not opened has no id: the close that follows must not name an earlier one's. An
-// id that the refusal itself gave stays.
-static void ForgetRefusedSession(const COM_RUN *spRun)
+// Strict mode: a session that was not opened has no id, so that the close which follows does not name
+// an earlier one; and each job is closed once.
+static void ForgetEndedJob(const COM_RUN *spRun)
 {
-    bool bOpen = spRun->eTask == COM_OPEN_WRITE || spRun->eTask == COM_OPEN_READ;
-    if (!bOpen || spRun->iStep > COM_STEP_OPEN_SESSION) return;
-    char *cpID = spRun->spInput->szSessionID;
-    if (strncmp(cpID, spRun->szEarlierID, sizeof spRun->szEarlierID) == 0) cpID[0] = '\0';
+    if (!sPrivate.bStrict || spRun->spInput == nullptr) return;
+    bool bRefused = spRun->iStep == COM_STEP_OPEN_SESSION && spRun->iRet != 0;
+    if (bRefused) spRun->spInput->szSessionID[0] = '\0';
+    if (IsClose(spRun->eTask)) spRun->spInput->iOpenJobStarted = 0;
 }
 
 static bool RunPass(COM_RUN *spRun)
@@ -119,7 +134,7 @@ static int RunTask(COM_RUN *spRun)
         }
         com_Finish(spRun);
     }
-    ForgetRefusedSession(spRun);
+    ForgetEndedJob(spRun);
     return spRun->bFound ? spRun->iRet : 1;
 }
 
@@ -130,7 +145,6 @@ static COM_RUN *NewRun(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
     memset(spRun, 0, sizeof *spRun);
     spRun->eTask = eTask;
     spRun->spInput = spInput;
-    memcpy(spRun->szEarlierID, spInput->szSessionID, sizeof spRun->szEarlierID);
     spRun->iStep = COM_STEP_INIT;
     return spRun;
 }
@@ -140,7 +154,8 @@ int com_intf(ENUM_COM_TASK I_enumCOMTask, STUCT_COM_INPUT *I_spCOMInput)
     TRACE("com_intf: >>>>> Entering COM section <<<<<");
     TRACE("com_intf: Input MODE: [%d - %s].", static_cast<int>(I_enumCOMTask),
           com_task_keyword(I_enumCOMTask));
-    ForgetEarlierJob(I_enumCOMTask, I_spCOMInput);
+    ForgetEarlierNames(I_enumCOMTask, I_spCOMInput);
+    sPrivate.bAnswered = false;
 
     COM_RUN *spRun = NewRun(I_enumCOMTask, I_spCOMInput);
     char *bypBuff = static_cast<char *>(x_Malloc(XBSA_COM_ANSWER + 1));

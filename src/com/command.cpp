@@ -1,8 +1,8 @@
 // The command line of each task and step.
-#include <cstring>
 #include <ctime>
 
 #include "com/com.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 // An option with its value, when there is a value.
@@ -52,6 +52,7 @@ static void TraceStep(const COM_RUN *spRun)
 
 static void BuildOpenSession(COM_RUN *spRun, const char *cpDirection)
 {
+    spRun->spInput->iOpenJobStarted = 0;
     com_AppendText(&spRun->sLine, cpDirection);
     com_AppendText(&spRun->sLine, " open");
     AppendServer(&spRun->sLine, spRun->spInput->szKORVAServer);
@@ -142,14 +143,12 @@ static void BuildClose(COM_RUN *spRun, const char *cpDirection)
 static bool AddQueryResult(COM_RUN *spRun)
 {
     TRACE("calling malloc() for next spQueryResult");
-    BSA_ObjectDescriptor *spObject =
-        static_cast<BSA_ObjectDescriptor *>(x_Malloc(sizeof(BSA_ObjectDescriptor)));
+    BSA_ObjectDescriptor *spObject = qab_NewResult();
     if (spObject == nullptr)
     {
         TRACE("malloc() failed. break.");
         return false;
     }
-    memset(spObject, 0, sizeof *spObject);
     sGlobal.spQueryResult[spRun->iNumQueryLines++] = spObject;
     return true;
 }
@@ -179,7 +178,7 @@ bool com_BuildCommand(COM_RUN *spRun)
     spRun->sLine.bFits = true;
     com_AppendArgument(&spRun->sLine, "%s", spRun->szExe);
     com_AppendText(&spRun->sLine, " "); // there even when no argument follows
-    switch (spRun->eTask)
+    switch (spRun->spInput != nullptr ? spRun->eTask : static_cast<ENUM_COM_TASK>(0))
     {
     case COM_OPEN_WRITE:
         BuildOpen(spRun, true);
@@ -198,6 +197,7 @@ bool com_BuildCommand(COM_RUN *spRun)
     case COM_REMOVE:
         return true; // the bare utility
     }
+    // without an input no task can be built, so this one counts as invalid too
     TRACE("com_intf: Invalid input mode: [%d].", static_cast<int>(spRun->eTask));
     spRun->iRet = 1;
     return true;

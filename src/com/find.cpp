@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "trace/trace.h"
+#include "util/descriptor.h"
 #include "util/text.h"
 
 static const char szIniFile[] = "/etc/korva2000.ini";

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "com/com.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 // Each pass saves the mask anew, so after two passes the full mask is what is put back: hosts know
@@ -15,7 +15,7 @@ static void BlockSignals(COM_RUN *spRun)
     sigset_t sSaved;
     sigfillset(&sNewSet);
     sigprocmask(SIG_SETMASK, &sNewSet, &sSaved);
-    if (!spRun->bMasked || sPrivate.iStrict == 0) spRun->sOldSet = sSaved;
+    if (!spRun->bMasked || !sPrivate.bStrict) spRun->sOldSet = sSaved;
     spRun->bMasked = true;
     TRACE("com_intf: sigprocmask() done.");
 }

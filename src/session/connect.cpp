@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/descriptor.h"
 
 enum
 {

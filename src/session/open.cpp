@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "record/record.h"
 #include "session/commands.h"
-#include "session/record.h"
 #include "trace/trace.h"
 #include "util/text.h"
 
@@ -111,8 +111,8 @@ static int ReadGreeting(OPEN_WORK *spWork)
         TRACE("xbsa_open: Reply String empty. Exiting.");
         return -1;
     }
-    TRACE_REPLY("LOGIN REPLY: %s", spWork->szLine);
-    TRACE("xbsa_open: Welcome: %s", spWork->szLine);
+    TRACE_REPLY("LOGIN REPLY: %s", i_MaskReply(spWork->szLine));
+    TRACE("xbsa_open: Welcome: %s", i_MaskReply(spWork->szLine));
     return 0;
 }
 
@@ -136,8 +136,8 @@ static bool IsLastLine(OPEN_WORK *spWork)
 static void NoteNegativeReply(OPEN_WORK *spWork)
 {
     if (spWork->szLine[0] != '4' && spWork->szLine[0] != '5') return;
-    i_Report("xbsa_open",
-             SysErrorTxt(0, 0, "TRANSIENT or PERMANENT NEGATIVE reply: %s ", spWork->szLine));
+    i_Report("xbsa_open", SysErrorTxt(0, 0, "TRANSIENT or PERMANENT NEGATIVE reply: %s ",
+                                      i_MaskReply(spWork->szLine)));
     if (strncmp(spWork->szPlain, "CWD", 3) == 0)
     {
         x_CopyText(spWork->cpaCommands[spWork->iSlot], XBSA_REPLY_SIZE, "QUIT");
@@ -155,8 +155,8 @@ static int ReadReply(OPEN_WORK *spWork)
             TRACE("xbsa_open: Failed to recieve message from remote server, exiting.");
             return STOP_SEQUENCE;
         }
-        TRACE_REPLY("LOGIN REPLY: %s", spWork->szLine);
-        TRACE("xbsa_open: Received message: %s", spWork->szLine);
+        TRACE_REPLY("LOGIN REPLY: %s", i_MaskReply(spWork->szLine));
+        TRACE("xbsa_open: Received message: %s", i_MaskReply(spWork->szLine));
         NoteNegativeReply(spWork);
     } while (!IsLastLine(spWork));
     return NEXT_COMMAND;
@@ -192,7 +192,7 @@ static int PlainCommand(OPEN_WORK *spWork)
 static void TakeRetrieveName(const OPEN_WORK *spWork, char *cpName)
 {
     const char *cpRest = spWork->szPlain + strlen("RETR ");
-    if (sPrivate.iStrict != 0)
+    if (sPrivate.bStrict)
     {
         x_CopyText(cpName, XBSA_REPLY_SIZE, cpRest);
         return;
@@ -297,13 +297,22 @@ static int OpenTransfer(OPEN_WORK *spWork)
     return spWork->SData;
 }
 
+// A backup that this restore cut stays known as such.
+static void StoreTransfer(int hData, int iMode)
+{
+    const TRANSFER eMode = iMode == STOR_MODE ? TRANSFER_STORING : TRANSFER_RESTORING;
+    const bool bCut = sPrivate.eTransfer == TRANSFER_CUT_BY_RESTORE && iMode == RETR_MODE;
+    xbsa_StoreData(hData);
+    sPrivate.eHealth = OBJECT_WHOLE;
+    if (!bCut) sPrivate.eTransfer = hData != -1 ? eMode : TRANSFER_IDLE;
+}
+
 int xbsa_open(int iMode)
 {
     OPEN_WORK *spWork = NewWork(iMode);
     int hData = spWork != nullptr ? OpenTransfer(spWork) : -1;
     if (hData == -1) CloseFailedJob(iMode);
-    xbsa_StoreData(hData);
-    if (hData != -1) sPrivate.iDirection = iMode;
+    StoreTransfer(hData, iMode);
     if (spWork != nullptr) memset(spWork->szSlots[SLOT_PASS], 0, XBSA_REPLY_SIZE);
     x_Free(spWork);
     return hData;

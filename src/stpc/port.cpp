@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/descriptor.h"
 
 static const char szFunction[] = "stpc_port";
 
@@ -88,14 +88,14 @@ static int Announce(int SControl, const struct sockaddr_in *spLocal,
     if (stpc_ReadReply(SControl, szFunction, szReply) == -1) return -1;
     if (strncmp(szReply, "200", 3) == 0) return 0;
 
-    i_Report(szFunction, SysErrorTxt(0, 0, "NEGATIVE reply: %s", szReply));
+    i_Report(szFunction, SysErrorTxt(0, 0, "NEGATIVE reply: %s", i_MaskReply(szReply)));
     return -1;
 }
 
-static int OpenListener(int SControl)
+static int OpenListener(int SControl, int iOptions)
 {
     TRACE("stpc_port: Calling socket()");
-    int hListener = x_HighDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    int hListener = x_HighDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | iOptions, 0));
     if (hListener == -1) return Fail("Listener socket creation failed.");
 
     struct sockaddr_in sLocal = {};
@@ -108,10 +108,15 @@ static int OpenListener(int SControl)
     return -1;
 }
 
-int stpc_port(int SControl)
+int stpc_Port(int SControl, int iOptions)
 {
     TRACE("stpc_port: Start");
-    int hListener = OpenListener(SControl);
+    int hListener = OpenListener(SControl, iOptions);
     TRACE("stpc_port: End");
     return hListener;
+}
+
+int stpc_port(int SControl)
+{
+    return stpc_Port(SControl, 0);
 }

@@ -8,8 +8,9 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
+#include "util/descriptor.h"
 #include "util/text.h"
 
 static const STPC_TRANSFER sStore = {"STOR", "stpc_stor"};
@@ -31,15 +32,15 @@ int stpc_ReadReply(int SControl, const char *cpFunction, char *szReply)
         i_Report(cpFunction, SysErrorTxt(GetSockErrCode(), 3, "stpc_recv() failed."));
         return -1;
     }
-    TRACE_REPLY("LOGIN REPLY: %s", szReply);
-    TRACE("%s: Received message: %s", cpFunction, szReply);
+    TRACE_REPLY("LOGIN REPLY: %s", i_MaskReply(szReply));
+    TRACE("%s: Received message: %s", cpFunction, i_MaskReply(szReply));
     return 0;
 }
 
 void stpc_ReportNegative(const STPC_TRANSFER *spTransfer, const char *cpReply)
 {
-    i_Report(spTransfer->cpFunction,
-             SysErrorTxt(0, 0, "%s failed. NEGATIVE reply: %s", spTransfer->cpVerb, cpReply));
+    i_Report(spTransfer->cpFunction, SysErrorTxt(0, 0, "%s failed. NEGATIVE reply: %s",
+                                                 spTransfer->cpVerb, i_MaskReply(cpReply)));
 }
 
 static int Fail(const STPC_TRANSFER *spTransfer, const char *cpText)
@@ -80,7 +81,7 @@ static int ReadOpening(const STPC_TRANSFER *spTransfer, int SControl)
         stpc_ReportNegative(spTransfer, szReply);
         return -1;
     }
-    sPrivate.iOpeningGoesOn = szReply[3] == '-';
+    sPrivate.bMoreLines = szReply[3] == '-';
     AcknowledgeNow(SControl);
     if (spTransfer == &sStore) sms_parseinfo(szReply);
     return 0;
@@ -104,7 +105,7 @@ static int OpenData(const STPC_TRANSFER *spTransfer, const char *cpName, int SCo
 // the server is asked for anything.
 static int Transfer(const STPC_TRANSFER *spTransfer, const char *cpName, int SControl)
 {
-    int hListener = stpc_port(SControl);
+    int hListener = stpc_Port(SControl, SOCK_NONBLOCK);
     if (hListener == -1) return Fail(spTransfer, "Port negotiation failed.");
 
     int hSpare = x_HighDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -157,7 +158,7 @@ void sms_parseinfo(char *szMessage)
     char *cpNext = nullptr;
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
 
-    TRACE("sms_parseinfo: Start - Input: %s", szMessage);
+    TRACE("sms_parseinfo: Start - Input: %s", i_MaskReply(szMessage));
     spSMS->ulTapeID = 0;
     spSMS->ulSegmentNum = 0;
     x_CopyText(szWork, sizeof szWork, szMessage);

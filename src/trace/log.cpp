@@ -5,26 +5,41 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/auxv.h>
 #include <sys/fsuid.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include "record/record.h"
 #include "trace/trace.h"
 #include "util/text.h"
 
-static int hOwnLog = -1;       // the descriptor that i_open_trace opened
-static bool bOwnPlain = false; // a write to it raises no signal
-
-bool i_LogIsPlain()
+bool i_IsLogOpen()
 {
-    return bOwnPlain && sGlobal.hLogFile == hOwnLog;
+    if (sGlobal.hLogFile == 0 || sGlobal.hLogFile == -1) return false;
+    if (sGlobal.hLogFile != sPrivate.hLog) return true; // the caller's own
+    if (x_IsSame(sPrivate.hLog, &sPrivate.sLog)) return true;
+    sPrivate.hLog = -1;
+    sGlobal.hLogFile = -1;
+    return false;
+}
+
+// The host may lower its limit at any time.
+bool i_IsLogPlain()
+{
+    struct rlimit sSize = {};
+    if (sGlobal.hLogFile != sPrivate.hLog || !sPrivate.sLog.bRegular) return false;
+    return getrlimit(RLIMIT_FSIZE, &sSize) == 0 && sSize.rlim_cur == RLIM_INFINITY;
 }
 
 static void CloseOwnLog()
 {
-    if (hOwnLog != -1) close(hOwnLog);
-    if (sGlobal.hLogFile == hOwnLog) sGlobal.hLogFile = -1;
-    hOwnLog = -1;
+    if (sPrivate.hLog == -1) return;
+    if (x_IsSame(sPrivate.hLog, &sPrivate.sLog)) close(sPrivate.hLog);
+    if (sGlobal.hLogFile == sPrivate.hLog) sGlobal.hLogFile = -1;
+    sPrivate.hLog = -1;
 }
 
 // Always appends, so that two processes that create the log at the same moment do not overwrite
@@ -38,37 +53,56 @@ static int OpenLog(const char *cpPath)
     return x_HighDescriptor(hLog);
 }
 
-// In a set-user-id host the environment comes from the one who started it: a log that it names is
-// opened with that user's rights, else anybody could write into files of the host's account. Only
-// this thread's rights to files change, and only for the open.
+// Takes away what a program file's capabilities allow, for this thread. Returns what there was.
+static unsigned int DropCapabilities()
+{
+    struct __user_cap_header_struct sHeader = {_LINUX_CAPABILITY_VERSION_3, 0};
+    struct __user_cap_data_struct asData[2] = {};
+    if (syscall(SYS_capget, &sHeader, asData) == -1) return 0;
+    unsigned int uiBefore = asData[0].effective;
+    asData[0].effective = 0;
+    syscall(SYS_capset, &sHeader, asData);
+    return uiBefore;
+}
+
+static void RestoreCapabilities(unsigned int uiEffective)
+{
+    struct __user_cap_header_struct sHeader = {_LINUX_CAPABILITY_VERSION_3, 0};
+    struct __user_cap_data_struct asData[2] = {};
+    if (syscall(SYS_capget, &sHeader, asData) == -1) return;
+    asData[0].effective = uiEffective;
+    syscall(SYS_capset, &sHeader, asData);
+}
+
+// In a host with more rights than its starter (set-user-id, set-group-id, file capabilities) the
+// environment comes from the starter: a log that it names is opened with the starter's rights, else
+// anybody could write into files of the host's account. Only this thread's rights to files change,
+// and only for the open.
 static int OpenForStarter(const char *cpPath)
 {
-    bool bOwn = geteuid() == getuid() && getegid() == getgid();
-    if (bOwn || sGlobal.iReadTraceEnvironment == 0) return OpenLog(cpPath);
+    if (getauxval(AT_SECURE) == 0 || sGlobal.iReadTraceEnvironment == 0) return OpenLog(cpPath);
 
+    unsigned int uiCapabilities = DropCapabilities();
     uid_t uGroup = static_cast<uid_t>(setfsgid(getgid()));
     uid_t uUser = static_cast<uid_t>(setfsuid(getuid()));
     int hLog = OpenLog(cpPath);
     setfsuid(uUser);
     setfsgid(uGroup);
+    RestoreCapabilities(uiCapabilities);
     return hLog;
 }
 
-// It can seek, so it is a file and no pipe, and may grow without bound.
-static bool IsPlain(int hLog)
-{
-    struct rlimit sSize = {};
-    if (hLog == -1 || lseek(hLog, 0, SEEK_CUR) == -1) return false;
-    return getrlimit(RLIMIT_FSIZE, &sSize) == 0 && sSize.rlim_cur == RLIM_INFINITY;
-}
-
+// One buffer serves the whole process: a caller that puts an earlier copy of the record back finds it
+// still there.
 static void RenewBuffer()
 {
-    char *cpBuffer = static_cast<char *>(x_Malloc(XBSA_TRACE_SIZE));
-    if (cpBuffer == nullptr) return; // the old one goes on serving
-    memset(cpBuffer, 0, XBSA_TRACE_SIZE);
-    x_Free(sGlobal.cpTraceBuffer);
-    sGlobal.cpTraceBuffer = cpBuffer;
+    if (sPrivate.cpTraceBuffer == nullptr)
+    {
+        sPrivate.cpTraceBuffer = static_cast<char *>(x_Malloc(XBSA_TRACE_SIZE));
+    }
+    if (sPrivate.cpTraceBuffer == nullptr) return;
+    memset(sPrivate.cpTraceBuffer, 0, XBSA_TRACE_SIZE);
+    sGlobal.cpTraceBuffer = sPrivate.cpTraceBuffer;
 }
 
 void i_open_trace()
@@ -86,27 +120,27 @@ void i_open_trace()
     if (sGlobal.szLogFile[0] == '\0') return;
 
     CloseOwnLog();
-    hOwnLog = OpenForStarter(sGlobal.szLogFile);
-    bOwnPlain = IsPlain(hOwnLog);
-    sGlobal.hLogFile = hOwnLog;
+    sPrivate.hLog = OpenForStarter(sGlobal.szLogFile);
+    if (sPrivate.hLog != -1) x_Identify(sPrivate.hLog, &sPrivate.sLog);
+    sGlobal.hLogFile = sPrivate.hLog;
 }
 
 void i_close_trace()
 {
-    x_Free(sGlobal.cpTraceBuffer);
     sGlobal.cpTraceBuffer = nullptr;
     if ((sGlobal.ucXBSATraceLevel & TRACE_TO_LOG) == 0 || sGlobal.szLogFile[0] == '\0') return;
 
     bool bOpen = sGlobal.hLogFile != 0 && sGlobal.hLogFile != -1;
-    if (bOpen && sGlobal.hLogFile != hOwnLog) close(sGlobal.hLogFile);
+    if (bOpen && sGlobal.hLogFile != sPrivate.hLog) close(sGlobal.hLogFile);
     CloseOwnLog();
     sGlobal.hLogFile = -1;
 }
 
 void i_ReleaseTrace()
 {
-    x_Free(sGlobal.cpTraceBuffer);
-    sGlobal.cpTraceBuffer = nullptr;
+    if (sGlobal.cpTraceBuffer == sPrivate.cpTraceBuffer) sGlobal.cpTraceBuffer = nullptr;
+    x_Free(sPrivate.cpTraceBuffer);
+    sPrivate.cpTraceBuffer = nullptr;
     CloseOwnLog();
 }
 

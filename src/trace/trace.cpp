@@ -107,25 +107,25 @@ static void WriteHeld(int hTarget, const char *cpLine, size_t uLength)
     sigprocmask(SIG_SETMASK, &sOld, nullptr);
 }
 
+static void WriteLog(const char *cpLine, size_t uLength)
+{
+    if (!i_IsLogOpen()) return;
+    if (!i_IsLogPlain())
+    {
+        WriteHeld(sGlobal.hLogFile, cpLine, uLength);
+        return;
+    }
+    ssize_t iWritten = write(sGlobal.hLogFile, cpLine, uLength);
+    (void)iWritten; // a line that cannot be written is lost
+}
+
 void i_trace(const char *cpTraceMessage)
 {
     char szLine[XBSA_TRACE_SIZE];
     size_t uLength = ComposeLine(szLine, cpTraceMessage != nullptr ? cpTraceMessage : "");
 
     if (sGlobal.ucXBSATraceLevel & TRACE_TO_STDERR) WriteHeld(STDERR_FILENO, szLine, uLength);
-    bool bLog = sGlobal.hLogFile != 0 && sGlobal.hLogFile != -1;
-    if (bLog && (sGlobal.ucXBSATraceLevel & TRACE_TO_LOG))
-    {
-        if (i_LogIsPlain())
-        {
-            ssize_t iWritten = write(sGlobal.hLogFile, szLine, uLength);
-            (void)iWritten; // a line that cannot be written is lost
-        }
-        else
-        {
-            WriteHeld(sGlobal.hLogFile, szLine, uLength);
-        }
-    }
+    if (sGlobal.ucXBSATraceLevel & TRACE_TO_LOG) WriteLog(szLine, uLength);
 }
 
 void i_Report(const char *cpFunction, const char *cpErrorText)
@@ -143,19 +143,4 @@ int i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpT
 unsigned char i_LevelToLog(const char *cpText)
 {
     return static_cast<unsigned char>(strtol(cpText, nullptr, 10) | TRACE_TO_LOG);
-}
-
-void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner)
-{
-    static const size_t uTag = 5;
-    x_CopyText(cpMasked, uSize, cpOwner, sizeof(((BSA_ObjectOwner *)nullptr)->bsa_ObjectOwner));
-
-    size_t uFirst = strspn(cpMasked, ":") + strcspn(cpMasked + strspn(cpMasked, ":"), ":");
-    char *cpSecond = cpMasked + uFirst;
-    cpSecond += strspn(cpSecond, ":");
-    if (*cpSecond == '\0') return;
-
-    size_t uShown = strnlen(cpSecond, uTag);
-    size_t uLeft = uSize - static_cast<size_t>(cpSecond - cpMasked) - uShown;
-    x_CopyText(cpSecond + uShown, uLeft, TRACE_SECRET);
 }

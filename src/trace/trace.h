@@ -41,6 +41,10 @@ unsigned char i_LevelToLog(const char *cpText);
 //   cpMasked  receives the text, at least 64 + sizeof(TRACE_SECRET) bytes
 void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner);
 
+// A server's reply with the password of the login hidden. Returns the reply itself where there is
+// nothing to hide, else a static text, valid until the next call.
+const char *i_MaskReply(const char *cpReply);
+
 // Lets go of log and buffer when the library is unloaded.
 void i_ReleaseTrace();
 

@@ -1,4 +1,4 @@
-// Bounded handling of texts and descriptors; nothing here knows the session record.
+// Bounded handling of texts; nothing here knows the session record.
 #ifndef UTIL_TEXT_H
 #define UTIL_TEXT_H
 
@@ -19,15 +19,5 @@ int x_HasControl(const char *cpText);
 
 // First character that is no space.
 char *x_SkipSpaces(char *cpText);
-
-// Moves a descriptor to 3 or above, close-on-exec: a host may have closed 0, 1 and 2, and a socket
-// must not become its standard error. Takes -1 too. Returns the new number, or -1 with errno.
-int x_HighDescriptor(int hDescriptor);
-
-// Makes the close of a connection a reset: to a server the plain end of one means a whole object.
-void x_ResetAtClose(int hSocket);
-
-// Resets a connection now, for every process that holds it, and drops what was not sent.
-void x_Reset(int hSocket);
 
 #endif

@@ -8,9 +8,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/descriptor.h"
 
 enum
 {
@@ -42,7 +42,7 @@ static int RemainingTime(long long llStart)
 // tell.
 static int IsServer(int SControl, const struct sockaddr_in *spPeer)
 {
-    if (sPrivate.iStrict == 0) return 1;
+    if (!sPrivate.bStrict) return 1;
     struct sockaddr_in sServer = {};
     socklen_t uSize = sizeof sServer;
     if (getpeername(SControl, reinterpret_cast<struct sockaddr *>(&sServer), &uSize) == -1)
@@ -101,6 +101,9 @@ int stpc_Accept(int hListener, int SControl, const STPC_TRANSFER *spTransfer)
 {
     struct pollfd asPoll[] = {{hListener, POLLIN, 0}, {SControl, POLLIN, 0}};
     long long llStart = sGlobal.ulTimeOut != 0 ? NowMilliseconds() : 0;
+    int hArrived = TakeConnection(hListener, SControl, spTransfer);
+    if (hArrived != -1) return hArrived;
+    if (errno != EAGAIN && errno != EINTR) return FailAccept(spTransfer, errno);
     for (;;)
     {
         int iReady = poll(asPoll, 2, RemainingTime(llStart));
