@@ -68,7 +68,7 @@ static void Inject(void)
     Begin();
     Expect("socketpair", socketpair(AF_UNIX, SOCK_STREAM, 0, haData), 0);
     Expect("socketpair", socketpair(AF_UNIX, SOCK_STREAM, 0, haControl), 0);
-    Expect("write", write(haData[1], "world", 5) + write(haControl[1], szReplies, 20), 25);
+    Expect("write", write(haData[1], "world", 5) + write(haControl[1], szReplies, 19), 24);
     sGlobal.sSession.SData = haData[0];
     sGlobal.sSession.SControl = haControl[0];
     Expect("BSASendData", BSASendData(lHandle, &sBlock), 0);

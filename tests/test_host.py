@@ -87,17 +87,18 @@ def connections(x):
 
 def far_ends(x, numbers=None):
     """Two pairs of the host's own, whose near ends are in the record; the far ends."""
-    pairs = [socket.socketpair() for _ in range(2)]
-    pairs[1][1].sendall(b"226 done\r\n221 bye\r\n")
-    near = [fcntl.fcntl(ours, fcntl.F_DUPFD_CLOEXEC, 100) for ours, _ in pairs]
-    for ours, _ in pairs:
-        ours.close()
+    ends = [end for _ in range(2) for end in socket.socketpair()]
+    high = [fcntl.fcntl(end, fcntl.F_DUPFD_CLOEXEC, 100) for end in ends]
+    for end in ends:
+        end.close()
+    near, far = high[::2], [socket.socket(fileno=number) for number in high[1::2]]
     if numbers:
         put(numbers, near)
         for number in near:
             os.close(number)
+    far[1].sendall(b"226 done\r\n221 bye\r\n")
     x.state.sSession.SData, x.state.sSession.SControl = numbers or near
-    return [theirs for _, theirs in pairs]
+    return far
 
 
 def reused_after_end(x, renew):
