@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "api/object.h"
-#include "record/record.h"
+#include "api/api.h"
+#include "data/data.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 static int CheckDescriptor(const BSA_ObjectDescriptor *spObject)
 {
@@ -31,7 +31,7 @@ static int CheckDescriptor(const BSA_ObjectDescriptor *spObject)
 
 // Opens session and job. An answer that names no saveset leaves the id that the job was opened
 // with: never the name of an earlier object.
-static int OpenJob()
+static int OpenWriteJob()
 {
     TRACE("BSACreateObject: Calling olm_com_interface().");
     if (xbsa_OpenJob(COM_OPEN_WRITE) == -1)
@@ -49,7 +49,7 @@ static int OpenJob()
 
 // To a server the plain end of the data connection means a complete object. If this process dies
 // from here on, the system resets the connection, and the server can tell.
-static int OpenTransfer()
+static int OpenStore()
 {
     TRACE("BSACreateObject: Calling xbsa_open()");
     if (xbsa_open(STOR_MODE) == -1)
@@ -57,7 +57,7 @@ static int OpenTransfer()
         TRACE("BSACreateObject: xbsa_open() call failed. Exiting.");
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
-    x_ResetAtClose(xbsa_DataSocket());
+    data_ResetIfWeDie(xbsa_DataSocket());
     return BSA_RC_SUCCESS;
 }
 
@@ -84,14 +84,14 @@ static int CreateObject(BSA_ObjectDescriptor *spCaller)
     *spObject = *spCaller;
     if (sGlobal.iQAB != 0)
     {
-        iRet = OpenJob();
+        iRet = OpenWriteJob();
     }
     else
     {
         TRACE("Tracing input variables...");
         xbsa_TakeLogin("BSACreateObject", spObject);
     }
-    if (iRet == BSA_RC_SUCCESS) iRet = OpenTransfer();
+    if (iRet == BSA_RC_SUCCESS) iRet = OpenStore();
     if (iRet != BSA_RC_SUCCESS) return iRet;
 
     CompleteDescriptor(spObject);

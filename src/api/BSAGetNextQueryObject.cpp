@@ -1,8 +1,8 @@
-// Hands out the query results behind the first.
+// Hands out the query results after the first.
 #include "record/record.h"
 #include "trace/trace.h"
 
-static int CheckArguments(long lHandle, const BSA_ObjectDescriptor *spObject)
+static int CheckNext(long lHandle, const BSA_ObjectDescriptor *spObject)
 {
     if ((sGlobal.sSession.iLastCall & CALL_QUERY_OBJECT) == 0)
     {
@@ -24,7 +24,7 @@ static int CheckArguments(long lHandle, const BSA_ObjectDescriptor *spObject)
 }
 
 // The last place of the list is always its end.
-static int HandOver(BSA_ObjectDescriptor *spCaller)
+static int HandOverNext(BSA_ObjectDescriptor *spCaller)
 {
     int iIndex = sGlobal.iQueryIndex;
     bool bInside = iIndex >= 0 && iIndex < XBSA_QUERY_RESULTS - 1;
@@ -46,8 +46,8 @@ static int HandOver(BSA_ObjectDescriptor *spCaller)
 int BSAGetNextQueryObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr)
 {
     TRACE("BSAGetNextQueryObject: Start");
-    int iRet = CheckArguments(bsaHandle, objectDescriptorPtr);
-    if (iRet == BSA_RC_SUCCESS) iRet = HandOver(objectDescriptorPtr);
+    int iRet = CheckNext(bsaHandle, objectDescriptorPtr);
+    if (iRet == BSA_RC_SUCCESS) iRet = HandOverNext(objectDescriptorPtr);
     TRACE("BSAGetNextQueryObject: End, return: %d - %s", iRet, xbsa_typeerr(iRet));
     return iRet;
 }

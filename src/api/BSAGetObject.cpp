@@ -1,10 +1,10 @@
 // Opens the transfer of one object from the server.
 #include <cstdio>
 
-#include "api/object.h"
+#include "api/api.h"
 #include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 // The close of this job must not name the saveset of an earlier object.
 static void NameSavesetForClose()
@@ -23,7 +23,7 @@ static void CutBackup()
 }
 
 // Opens session and job; a copy id stands in for a saveset name that the answer does not give.
-static int OpenJob(const BSA_ObjectDescriptor *spObject)
+static int OpenReadJob(const BSA_ObjectDescriptor *spObject)
 {
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
     TRACE("BSAGetObject: Calling qab_com().");
@@ -55,7 +55,7 @@ static int GetObject(const BSA_ObjectDescriptor *spCaller)
     TRACE("BSAGetObject: Leaving the dataBlockPtr as is.");
     TRACE("BSAGetObject: Copy the input parameter (object) into sGlobal data structure.");
     *spObject = *spCaller;
-    if (sGlobal.iQAB != 0) iRet = OpenJob(spObject);
+    if (sGlobal.iQAB != 0) iRet = OpenReadJob(spObject);
     else xbsa_TakeLogin("BSAGetObject", spObject);
     if (iRet != BSA_RC_SUCCESS) return iRet;
 

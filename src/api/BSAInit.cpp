@@ -4,7 +4,7 @@
 
 #include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 enum
 {
@@ -16,7 +16,7 @@ int xbsa_authorize(BSA_SecurityToken *, BSA_ObjectOwner *)
     return 0;
 }
 
-static int CheckArguments(const long *lpHandle, const BSA_ObjectOwner *spOwner)
+static int CheckInit(const long *lpHandle, const BSA_ObjectOwner *spOwner)
 {
     if (lpHandle == nullptr) TRACE("BSAInit: bsaHandlePtr == NULL");
     if (spOwner == nullptr) TRACE("BSAInit: objectOwnerPtr == NULL");
@@ -40,7 +40,7 @@ static void RecogniseSession(const BSA_ObjectOwner *spOwner)
     get_COM_environment(&sGlobal.sCOM);
 }
 
-// The value behind "NAME=", or null when the entry has another name. An entry that ends with its
+// The value after "NAME=", or null when the entry has another name. An entry that ends with its
 // name has an empty value.
 static const char *EntryValue(const char *cpEntry, const char *cpName)
 {
@@ -128,7 +128,7 @@ int BSAInit(long *bsaHandlePtr, BSA_SecurityToken *tokenPtr, BSA_ObjectOwner *ob
     if ((sGlobal.sSession.iLastCall & CALL_INIT) == 0)
     {
         sGlobal.sSession.iLastCall |= CALL_INIT;
-        iRet = CheckArguments(bsaHandlePtr, objectOwnerPtr);
+        iRet = CheckInit(bsaHandlePtr, objectOwnerPtr);
         if (iRet == BSA_RC_SUCCESS)
         {
             iRet = OpenSession(bsaHandlePtr, tokenPtr, objectOwnerPtr, environmentPtr);

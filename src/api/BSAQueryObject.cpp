@@ -4,8 +4,8 @@
 #include "record/record.h"
 #include "trace/trace.h"
 
-static int CheckArguments(long lHandle, const BSA_QueryDescriptor *spQuery,
-                          const BSA_ObjectDescriptor *spObject)
+static int CheckQuery(long lHandle, const BSA_QueryDescriptor *spQuery,
+                      const BSA_ObjectDescriptor *spObject)
 {
     if (sGlobal.sSession.iLastCall & CALL_QUERY_OBJECT)
     {
@@ -34,7 +34,7 @@ static int CheckArguments(long lHandle, const BSA_QueryDescriptor *spQuery,
 // Nobody has looked: a tool that took this for "no match" would forget good copies.
 static int FailUnanswered()
 {
-    SysErrorTxt(0, 0, "The COM utility did not answer the query.");
+    i_KeepMessage(0, "The COM utility did not answer the query.");
     TRACE("BSAQueryObject: com_intf: failed.");
     qab_ClearResults();
     return BSA_RC_ABORT_SYSTEM_ERROR;
@@ -59,7 +59,7 @@ static int AskUtility()
 }
 
 // The caller sees its own names, patterns included, rather than the server's.
-static void HandOver(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)
+static void HandOverFirst(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)
 {
     BSA_ObjectDescriptor *spFound = sGlobal.spQueryResult[0];
     spFound->copyId.right = static_cast<BSA_UInt32>(atol(sGlobal.sCOM.szSavesetID));
@@ -85,7 +85,7 @@ static int Query(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCal
     {
         int iRet = AskUtility();
         if (iRet != BSA_RC_SUCCESS) return iRet;
-        HandOver(spQuery, spCaller);
+        HandOverFirst(spQuery, spCaller);
     }
     TRACE("BSAQueryObject: Increasing iQueryIndex");
     sGlobal.iQueryIndex = 1;
@@ -96,7 +96,7 @@ int BSAQueryObject(long bsaHandle, BSA_QueryDescriptor *queryDescriptorPtr,
                    BSA_ObjectDescriptor *objectDescriptorPtr)
 {
     TRACE("BSAQueryObject: Start");
-    int iRet = CheckArguments(bsaHandle, queryDescriptorPtr, objectDescriptorPtr);
+    int iRet = CheckQuery(bsaHandle, queryDescriptorPtr, objectDescriptorPtr);
     if (iRet == BSA_RC_SUCCESS) iRet = Query(queryDescriptorPtr, objectDescriptorPtr);
     TRACE("BSAQueryObject: End");
     return iRet;

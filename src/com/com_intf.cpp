@@ -22,6 +22,11 @@ static bool IsClose(ENUM_COM_TASK eTask)
     return eTask == COM_CLOSE_WRITE || eTask == COM_CLOSE_READ;
 }
 
+static bool IsSessionStep(const COM_RUN *spRun)
+{
+    return spRun->spStep != nullptr && spRun->spStep->iStep == COM_STEP_OPEN_SESSION;
+}
+
 // Names of an earlier object must not survive into an open: an answer without them would store this
 // object over that one.
 static void ForgetEarlierNames(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
@@ -36,7 +41,7 @@ static void ForgetEarlierNames(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
 static void RefuseLongLine(COM_RUN *spRun)
 {
     TRACE("com_intf: Command line too long, not run: [%.200s...]", spRun->sLine.szText);
-    SysErrorTxt(0, 0, "Command line of the COM utility is too long.");
+    i_KeepMessage(0, "Command line of the COM utility is too long.");
     FailTask(spRun);
 }
 
@@ -47,12 +52,12 @@ static void FailUnanswered(COM_RUN *spRun)
     if (!sPrivate.bStrict || spRun->iRet != 0) return;
     if (IsClose(spRun->eTask))
     {
-        SysErrorTxt(0, 0, "The COM utility did not answer the close of the job.");
+        i_KeepMessage(0, "The COM utility did not answer the close of the job.");
         FailTask(spRun);
     }
-    if (spRun->iStep == COM_STEP_OPEN_SESSION)
+    if (IsSessionStep(spRun))
     {
-        SysErrorTxt(0, 0, "The COM utility did not answer the open of the session.");
+        i_KeepMessage(0, "The COM utility did not answer the open of the session.");
         FailTask(spRun);
     }
 }
@@ -74,25 +79,17 @@ static bool TakeAnswer(COM_RUN *spRun)
     TRACE("com_intf: parse_com_answer return: [%d].", iParsed);
     sPrivate.bAnswered = iParsed == 0;
     if (sPrivate.bAnswered) return true;
-    SysErrorTxt(0, 0, "The COM utility refused, or its answer cannot be understood.");
+    i_KeepMessage(0, "The COM utility refused, or its answer cannot be understood.");
     FailTask(spRun);
     return false;
 }
 
 // Returns true when the task needs another pass.
-static bool NextStep(COM_RUN *spRun)
+static bool TakeNextStep(COM_RUN *spRun)
 {
-    switch (spRun->iStep)
-    {
-    case COM_STEP_OPEN_SESSION:
-        spRun->iStep = COM_STEP_OPEN_JOB;
-        return true;
-    case COM_STEP_CLOSE_JOB:
-        spRun->iStep = COM_STEP_CLOSE_SESSION;
-        return true;
-    default:
-        return false;
-    }
+    if (spRun->spStep->iNext == COM_STEP_INIT) return false;
+    spRun->spStep = com_FindStep(spRun->eTask, spRun->spStep->iNext);
+    return true;
 }
 
 // Strict mode: a session that was not opened has no id, so that the close which follows does not name
@@ -100,14 +97,39 @@ static bool NextStep(COM_RUN *spRun)
 static void ForgetEndedJob(const COM_RUN *spRun)
 {
     if (!sPrivate.bStrict || spRun->spInput == nullptr) return;
-    bool bRefused = spRun->iStep == COM_STEP_OPEN_SESSION && spRun->iRet != 0;
-    if (bRefused) spRun->spInput->szSessionID[0] = '\0';
+    if (IsSessionStep(spRun) && spRun->iRet != 0) spRun->spInput->szSessionID[0] = '\0';
     if (IsClose(spRun->eTask)) spRun->spInput->iOpenJobStarted = 0;
+}
+
+static void TraceStep(const COM_RUN *spRun)
+{
+    if (!IsOpen(spRun->eTask) && !IsClose(spRun->eTask)) return;
+    TRACE("com_intf: COM interface step: [%d - %s].", static_cast<int>(spRun->eTask),
+          com_step_keyword(spRun->spStep->iStep));
+}
+
+// Makes the command line of this pass. A task that is none, or one without an input, runs the bare
+// utility and is a failure. Returns false when the pass cannot be run.
+static bool MakeCommand(COM_RUN *spRun)
+{
+    const bool bValid = spRun->spStep != nullptr;
+    if (bValid)
+    {
+        TraceStep(spRun);
+        if (spRun->spStep->fpPrepare != nullptr && !spRun->spStep->fpPrepare(spRun)) return false;
+    }
+    com_BeginLine(spRun);
+    if (bValid && spRun->spStep->fpBuild != nullptr) spRun->spStep->fpBuild(spRun);
+    if (bValid) return true;
+
+    TRACE("com_intf: Invalid input mode: [%d].", static_cast<int>(spRun->eTask));
+    spRun->iRet = 1;
+    return true;
 }
 
 static bool RunPass(COM_RUN *spRun)
 {
-    if (!com_BuildCommand(spRun)) return false;
+    if (!MakeCommand(spRun)) return false;
     if (!spRun->sLine.bFits)
     {
         RefuseLongLine(spRun);
@@ -118,7 +140,7 @@ static bool RunPass(COM_RUN *spRun)
         spRun->iRet = 1;
         return false;
     }
-    return TakeAnswer(spRun) && NextStep(spRun);
+    return TakeAnswer(spRun) && TakeNextStep(spRun);
 }
 
 static int RunTask(COM_RUN *spRun)
@@ -132,7 +154,7 @@ static int RunTask(COM_RUN *spRun)
         while (RunPass(spRun))
         {
         }
-        com_Finish(spRun);
+        com_FinishRun(spRun);
     }
     ForgetEndedJob(spRun);
     return spRun->bFound ? spRun->iRet : 1;
@@ -145,7 +167,7 @@ static COM_RUN *NewRun(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
     memset(spRun, 0, sizeof *spRun);
     spRun->eTask = eTask;
     spRun->spInput = spInput;
-    spRun->iStep = COM_STEP_INIT;
+    spRun->spStep = spInput != nullptr ? com_FindStep(eTask, COM_STEP_INIT) : nullptr;
     return spRun;
 }
 

@@ -4,7 +4,7 @@
 
 #include "com/com.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 // A key of the answer and how its value is taken.
 typedef struct
@@ -18,13 +18,13 @@ typedef struct
 
 static int TakeHostSpec(char *cpValue)
 {
-    char cpPort[8];
+    char szPort[8];
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
-    if (ParseCLIHostSpec(cpValue, spSMS->szHostName, cpPort, spSMS->szUser, spSMS->szPass) == 0)
+    if (ParseCLIHostSpec(cpValue, spSMS->szHostName, szPort, spSMS->szUser, spSMS->szPass) == 0)
     {
         return 1;
     }
-    spSMS->iPort = x_Number(cpPort);
+    spSMS->iPort = x_Number(szPort);
     return 0;
 }
 

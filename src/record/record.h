@@ -1,17 +1,29 @@
-// What the library knows beside the session record: things that callers must not see or change, so
-// that whatever they write into the record closes and frees nothing that is not ours.
+// What the library knows: the session record, which everybody may see, and the private state.
+//
+// Promises: whatever a caller writes into the record, closes itself or restores from a copy, nothing
+// is closed or freed that the library did not make. Nothing private outlives a session but the log,
+// the trace buffer and a query result, which are kept for the life of the process.
+// Needs: util.
+//
+//   record.cpp       the two records and their first values
+//   connections.cpp  who owns the control and the data connection
+//   results.cpp      the memory of a query result
+//   layout.cpp       freezes the places of all fields that a caller reaches
 #ifndef RECORD_RECORD_H
 #define RECORD_RECORD_H
 
-#include "util/descriptor.h"
+#include <ctime>
+
+#include "util/util.h"
 #include "xbsa_session.h"
 
 // A connection of the record.
 typedef struct
 {
-    int hOwn;    // open, made by xbsa_open; -1 none
-    FILE_ID sID; // what hOwn denoted then
-    int hClosed; // value of the record's field that BSAEndData has closed; -1 none
+    int *hpField; // the number in the record, which callers may write
+    int hOwn;     // open, made by xbsa_open; -1 none
+    FILE_ID sID;  // what hOwn denoted then
+    int hClosed;  // value of the field that BSAEndData has closed; -1 none
 } CONNECTION;
 
 // How far the transfer of the current object is.
@@ -29,33 +41,74 @@ typedef enum
 {
     OBJECT_WHOLE,
     OBJECT_REJECTED, // a BSASendData was rejected, so its bytes are missing
-    OBJECT_BROKEN    // a BSASendData failed on the connection; in strict mode a BSAGetData too
+    OBJECT_BROKEN,   // a BSASendData failed on the connection; in strict mode a BSAGetData too
 } HEALTH;
+
+// The log and what belongs to its lines.
+typedef struct
+{
+    char *cpBuffer;                     // trace buffer of our own making; null before the first
+    int hLog;                           // log of our own opening; -1 none
+    FILE_ID sID;                        // what hLog denoted then
+    time_t lStamped;                    // second that szStamp shows
+    char szStamp[64];                   // what each line begins with
+    size_t uStamp;                      // its length
+    char szMasked[XBSA_REPLY_SIZE + 2]; // a reply without its secrets, after a null byte
+} TRACE_STATE;
 
 typedef struct
 {
-    bool bStrict;   // KORVA_STRICT=1 at BSAInit: no result hides a failure
-    int iProcess;   // process that BSAInit ran in
-    bool bAnswered; // the utility's last task got a positive answer
+    // settings of BSAInit
+    bool bStrict; // KORVA_STRICT=1: no result hides a failure
+    int iProcess; // process that BSAInit ran in
 
-    // of the current object
+    // the current object
     TRANSFER eTransfer;
     HEALTH eHealth;
-    bool bServerLost; // the server vanished: its replies are not waited for
-    bool bJobMissing; // the utility could not be run for the open
+    bool bServerLost; // the server vanished: it gets one second for each reply
+    bool bNoUtility;  // the utility could not be run for the open
     bool bMoreLines;  // the opening reply has lines that were not read
     CONNECTION sControl;
     CONNECTION sData;
 
-    // for the life of the process
-    char *cpTraceBuffer;            // the trace buffer of our own making; null before the first
-    int hLog;                       // log of our own opening; -1 none
-    FILE_ID sLog;                   // what hLog denoted then
+    // the utility
+    bool bAnswered;                 // its last task got a positive answer
     BSA_ObjectDescriptor *spResult; // query result of our own making; null for none
     bool bResultSpent;              // it was handed out
+
+    TRACE_STATE sTrace;
 } _sPrivate;
 
 extern _sPrivate sPrivate;
+
+// --- The session (record.cpp) ---
+
+// Whether this process is a child of the one that the session belongs to: in strict mode it may
+// not end its parent's object.
+bool xbsa_IsForeignProcess();
+
+// Whether a call may go on with this handle.
+inline bool xbsa_IsHandle(long lHandle)
+{
+    return lHandle == sGlobal.sSession.lBSAHandle && !xbsa_IsForeignProcess();
+}
+
+// Bytes moved for this object, as a whole number: printing a double for every block is slow.
+inline long long xbsa_BytesMoved()
+{
+    return static_cast<long long>(sGlobal.sSession.dBytes);
+}
+
+// Notes a failed BSASendData, or BSAGetData in strict mode.
+void xbsa_NoteHealth(HEALTH eHealth);
+
+// Whether the object did not get through whole. By default a rejected call does not count.
+bool xbsa_IsIncomplete();
+
+// Whether the transfer was cut before its BSAEndData.
+bool xbsa_IsCut();
+
+// --- Connections (connections.cpp) ---
 
 // A number that BSAEndData has closed may be in use by the host. These give -1 for it.
 inline int xbsa_ControlSocket()
@@ -70,20 +123,12 @@ inline int xbsa_DataSocket()
     return hSocket == sPrivate.sData.hClosed ? -1 : hSocket;
 }
 
-// Bytes moved for this object, as a whole number: printing a double for every block is slow.
-inline long long xbsa_Total()
-{
-    return static_cast<long long>(sGlobal.sSession.dBytes);
-}
-
 // Stores a new connection (or -1) in the record. Closes what a failed open left there before.
-void xbsa_StoreControl(int hSocket);
-void xbsa_StoreData(int hSocket);
+void xbsa_StoreConnection(CONNECTION *spConnection, int hSocket);
 
 // Closes the connection, leaving its number in the record. Returns the result of close.
 //   bSocket  whether the number denotes a socket: the host may have closed ours and opened a file
-int xbsa_CloseControl(bool bSocket);
-int xbsa_CloseData(bool bSocket);
+int xbsa_CloseConnection(CONNECTION *spConnection, bool bSocket);
 
 // Forgets the object: the next call meets the state of a new session.
 void xbsa_ForgetObject();
@@ -94,29 +139,12 @@ void xbsa_CutTransfer();
 // Ends what is remembered of an earlier session.
 void xbsa_ForgetSession();
 
-// Notes a failed BSASendData, or BSAGetData in strict mode.
-void xbsa_NoteHealth(HEALTH eHealth);
-
-// Whether the object did not get through whole. By default a rejected call does not count.
-bool xbsa_IsIncomplete();
-
-// Whether this process is a child of the one that the session belongs to: in strict mode it may
-// not end its parent's object.
-bool xbsa_IsForeignProcess();
-
-// Whether a call may go on with this handle.
-inline bool xbsa_IsHandle(long lHandle)
-{
-    return lHandle == sGlobal.sSession.lBSAHandle && !xbsa_IsForeignProcess();
-}
-
-// Notes that the server has vanished when the error of a send or receive says so.
-void xbsa_NoteLoss(int iError);
+// --- Query results (results.cpp) ---
 
 // Makes an empty query result. Returns null without memory.
 BSA_ObjectDescriptor *qab_NewResult();
 
-// Frees our own query result unless it is out of reach, and empties the list.
+// Empties the list, and frees our own result unless it is out of reach.
 void qab_ClearResults();
 
 #endif

@@ -15,10 +15,9 @@ static int ReceiveBytes(int SControl, char *cpPiece, int iPiece, int iRecvOpt)
     int iRet = static_cast<int>(recv(SControl, cpPiece, static_cast<size_t>(iPiece), iRecvOpt));
     if (iRet == -1)
     {
-        const char *cpText = SysErrorTxt(GetSockErrCode(), 3, "recv() failed.");
+        unsigned long ulError = GetSockErrCode();
         TRACE_CALL("stpc_recv: recv() return: %u", static_cast<unsigned int>(iRet));
-        i_Report("stpc_recv", cpText);
-        return -1;
+        return i_Fail("stpc_recv", ulError, "recv() failed.");
     }
     TRACE_CALL("stpc_recv: recv() return: %u", static_cast<unsigned int>(iRet));
     return iRet;
@@ -70,7 +69,7 @@ static void FillLine(LINE *spLine)
         memset(spLine->szMessage + spLine->iIndex, spLine->cCell, static_cast<size_t>(iRoom));
 }
 
-static int ReceiveLine(int SControl, LINE *spLine, int iRecvOpt, STPC_REST *spRest, bool bAhead)
+static int ReceiveToEnd(int SControl, LINE *spLine, int iRecvOpt, STPC_REST *spRest, bool bAhead)
 {
     for (;;)
     {
@@ -91,8 +90,8 @@ static int ReceiveLine(int SControl, LINE *spLine, int iRecvOpt, STPC_REST *spRe
     }
 }
 
-static int Receive(int SControl, char *szMessage, int iMsgLen, int iRecvOpt, STPC_REST *spRest,
-                   bool bAhead)
+static int ReceiveMasked(int SControl, char *szMessage, int iMsgLen, int iRecvOpt,
+                         STPC_REST *spRest, bool bAhead)
 {
     sigset_t sAll;
     sigset_t sOld;
@@ -102,7 +101,7 @@ static int Receive(int SControl, char *szMessage, int iMsgLen, int iRecvOpt, STP
     TRACE("stpc_recv: Receiving message ...");
 
     LINE sLine = {szMessage, iMsgLen, 0, '\0'};
-    int iRet = ReceiveLine(SControl, &sLine, iRecvOpt, spRest, bAhead);
+    int iRet = ReceiveToEnd(SControl, &sLine, iRecvOpt, spRest, bAhead);
 
     sigprocmask(SIG_SETMASK, &sOld, nullptr);
     TRACE("stpc_recv: sigprocmask(), back to old handlers.");
@@ -114,12 +113,12 @@ int stpc_recv(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt)
     STPC_REST sRest;
     sRest.iFrom = 0;
     sRest.iTo = 0;
-    return Receive(SControl, szMessage, iMsgLen, iRecvOpt, &sRest, false);
+    return ReceiveMasked(SControl, szMessage, iMsgLen, iRecvOpt, &sRest, false);
 }
 
 int stpc_RecvAhead(int SControl, char *szMessage, int iMsgLen, int iRecvOpt, STPC_REST *spRest)
 {
-    return Receive(SControl, szMessage, iMsgLen, iRecvOpt, spRest, true);
+    return ReceiveMasked(SControl, szMessage, iMsgLen, iRecvOpt, spRest, true);
 }
 
 // The PASS line is hidden here too, in all its pieces, except that of the service user.
@@ -152,11 +151,7 @@ int stpc_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt)
         if (iRet >= iRest) return iRet;
 
         TRACE_CALL("stpc_send: done send()...");
-        if (iRet == -1)
-        {
-            i_Report("stpc_send", SysErrorTxt(ulError, 3, "send() failed."));
-            return -1;
-        }
+        if (iRet == -1) return i_Fail("stpc_send", ulError, "send() failed.");
         if (iRet == 0) return 0; // no progress: a caller takes it for the failure that it is
         szMessage += iRet;
         iRest -= iRet;

@@ -14,14 +14,14 @@
 
 #include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 bool i_IsLogOpen()
 {
     if (sGlobal.hLogFile == 0 || sGlobal.hLogFile == -1) return false;
-    if (sGlobal.hLogFile != sPrivate.hLog) return true; // the caller's own
-    if (x_IsSame(sPrivate.hLog, &sPrivate.sLog)) return true;
-    sPrivate.hLog = -1;
+    if (sGlobal.hLogFile != sPrivate.sTrace.hLog) return true; // the caller's own
+    if (x_IsSame(sPrivate.sTrace.hLog, &sPrivate.sTrace.sID)) return true;
+    sPrivate.sTrace.hLog = -1;
     sGlobal.hLogFile = -1;
     return false;
 }
@@ -30,16 +30,16 @@ bool i_IsLogOpen()
 bool i_IsLogPlain()
 {
     struct rlimit sSize = {};
-    if (sGlobal.hLogFile != sPrivate.hLog || !sPrivate.sLog.bRegular) return false;
+    if (sGlobal.hLogFile != sPrivate.sTrace.hLog || !sPrivate.sTrace.sID.bRegular) return false;
     return getrlimit(RLIMIT_FSIZE, &sSize) == 0 && sSize.rlim_cur == RLIM_INFINITY;
 }
 
 static void CloseOwnLog()
 {
-    if (sPrivate.hLog == -1) return;
-    if (x_IsSame(sPrivate.hLog, &sPrivate.sLog)) close(sPrivate.hLog);
-    if (sGlobal.hLogFile == sPrivate.hLog) sGlobal.hLogFile = -1;
-    sPrivate.hLog = -1;
+    if (sPrivate.sTrace.hLog == -1) return;
+    if (x_IsSame(sPrivate.sTrace.hLog, &sPrivate.sTrace.sID)) close(sPrivate.sTrace.hLog);
+    if (sGlobal.hLogFile == sPrivate.sTrace.hLog) sGlobal.hLogFile = -1;
+    sPrivate.sTrace.hLog = -1;
 }
 
 // Always appends, so that two processes that create the log at the same moment do not overwrite
@@ -50,28 +50,20 @@ static int OpenLog(const char *cpPath)
     const int iFlags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_LARGEFILE;
     int hLog = open(cpPath, iFlags);
     if (hLog == -1 && errno == ENOENT) hLog = open(cpPath, iFlags | O_CREAT, 0600);
-    return x_HighDescriptor(hLog);
+    return x_AboveStandardError(hLog);
 }
 
-// Takes away what a program file's capabilities allow, for this thread. Returns what there was.
-static unsigned int DropCapabilities()
+// Sets which of its capabilities this thread uses: a program file may come with some. Returns those
+// used before.
+static unsigned int UseCapabilities(unsigned int uiEffective)
 {
     struct __user_cap_header_struct sHeader = {_LINUX_CAPABILITY_VERSION_3, 0};
     struct __user_cap_data_struct asData[2] = {};
-    if (syscall(SYS_capget, &sHeader, asData) == -1) return 0;
+    if (syscall(SYS_capget, &sHeader, asData) == -1) return uiEffective;
     unsigned int uiBefore = asData[0].effective;
-    asData[0].effective = 0;
-    syscall(SYS_capset, &sHeader, asData);
-    return uiBefore;
-}
-
-static void RestoreCapabilities(unsigned int uiEffective)
-{
-    struct __user_cap_header_struct sHeader = {_LINUX_CAPABILITY_VERSION_3, 0};
-    struct __user_cap_data_struct asData[2] = {};
-    if (syscall(SYS_capget, &sHeader, asData) == -1) return;
     asData[0].effective = uiEffective;
     syscall(SYS_capset, &sHeader, asData);
+    return uiBefore;
 }
 
 // In a host with more rights than its starter (set-user-id, set-group-id, file capabilities) the
@@ -82,13 +74,13 @@ static int OpenForStarter(const char *cpPath)
 {
     if (getauxval(AT_SECURE) == 0 || sGlobal.iReadTraceEnvironment == 0) return OpenLog(cpPath);
 
-    unsigned int uiCapabilities = DropCapabilities();
+    unsigned int uiCapabilities = UseCapabilities(0);
     uid_t uGroup = static_cast<uid_t>(setfsgid(getgid()));
     uid_t uUser = static_cast<uid_t>(setfsuid(getuid()));
     int hLog = OpenLog(cpPath);
     setfsuid(uUser);
     setfsgid(uGroup);
-    RestoreCapabilities(uiCapabilities);
+    UseCapabilities(uiCapabilities);
     return hLog;
 }
 
@@ -96,13 +88,13 @@ static int OpenForStarter(const char *cpPath)
 // still there.
 static void RenewBuffer()
 {
-    if (sPrivate.cpTraceBuffer == nullptr)
+    if (sPrivate.sTrace.cpBuffer == nullptr)
     {
-        sPrivate.cpTraceBuffer = static_cast<char *>(x_Malloc(XBSA_TRACE_SIZE));
+        sPrivate.sTrace.cpBuffer = static_cast<char *>(x_Malloc(XBSA_TRACE_SIZE));
     }
-    if (sPrivate.cpTraceBuffer == nullptr) return;
-    memset(sPrivate.cpTraceBuffer, 0, XBSA_TRACE_SIZE);
-    sGlobal.cpTraceBuffer = sPrivate.cpTraceBuffer;
+    if (sPrivate.sTrace.cpBuffer == nullptr) return;
+    memset(sPrivate.sTrace.cpBuffer, 0, XBSA_TRACE_SIZE);
+    sGlobal.cpTraceBuffer = sPrivate.sTrace.cpBuffer;
 }
 
 void i_open_trace()
@@ -120,9 +112,9 @@ void i_open_trace()
     if (sGlobal.szLogFile[0] == '\0') return;
 
     CloseOwnLog();
-    sPrivate.hLog = OpenForStarter(sGlobal.szLogFile);
-    if (sPrivate.hLog != -1) x_Identify(sPrivate.hLog, &sPrivate.sLog);
-    sGlobal.hLogFile = sPrivate.hLog;
+    sPrivate.sTrace.hLog = OpenForStarter(sGlobal.szLogFile);
+    if (sPrivate.sTrace.hLog != -1) x_Identify(sPrivate.sTrace.hLog, &sPrivate.sTrace.sID);
+    sGlobal.hLogFile = sPrivate.sTrace.hLog;
 }
 
 void i_close_trace()
@@ -131,16 +123,17 @@ void i_close_trace()
     if ((sGlobal.ucXBSATraceLevel & TRACE_TO_LOG) == 0 || sGlobal.szLogFile[0] == '\0') return;
 
     bool bOpen = sGlobal.hLogFile != 0 && sGlobal.hLogFile != -1;
-    if (bOpen && sGlobal.hLogFile != sPrivate.hLog) close(sGlobal.hLogFile);
+    if (bOpen && sGlobal.hLogFile != sPrivate.sTrace.hLog) close(sGlobal.hLogFile);
     CloseOwnLog();
     sGlobal.hLogFile = -1;
 }
 
-void i_ReleaseTrace()
+// A host that unloads the library gets log and memory back.
+__attribute__((destructor)) static void UnloadTrace()
 {
-    if (sGlobal.cpTraceBuffer == sPrivate.cpTraceBuffer) sGlobal.cpTraceBuffer = nullptr;
-    x_Free(sPrivate.cpTraceBuffer);
-    sPrivate.cpTraceBuffer = nullptr;
+    if (sGlobal.cpTraceBuffer == sPrivate.sTrace.cpBuffer) sGlobal.cpTraceBuffer = nullptr;
+    x_Free(sPrivate.sTrace.cpBuffer);
+    sPrivate.sTrace.cpBuffer = nullptr;
     CloseOwnLog();
 }
 

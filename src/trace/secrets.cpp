@@ -1,14 +1,13 @@
 // Texts for the trace and the last message, passwords in them hidden.
 #include <cstring>
 
+#include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 enum
 {
-    OWNER_TAG = 5,   // characters before the value in an owner token
-    CODE_LENGTH = 4, // "226 ", which callers look for
-    SHORT_SECRET = 4 // a shorter password is hidden only where it is a word of its own
+    OWNER_TAG = 5 // characters before the value in an owner token
 };
 
 void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner)
@@ -25,56 +24,52 @@ void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner)
     x_CopyText(cpSecond + uShown, uLeft, TRACE_SECRET);
 }
 
-static bool IsWordByte(char cByte)
+static bool IsLetterOrDigit(char cByte)
 {
     return (cByte >= '0' && cByte <= '9') || (cByte >= 'A' && cByte <= 'Z') ||
            (cByte >= 'a' && cByte <= 'z');
 }
 
-// The next place of the password in a text, in any letter case; null for none.
-static const char *FindSecret(const char *cpText, const char *cpStart, const char *cpSecret)
+// The next place after cpText where the password is a word of its own: "pass" is no secret in
+// "password". Null for none.
+static char *FindSecret(char *cpText, const char *cpSecret)
 {
     const size_t uSecret = strlen(cpSecret);
-    const char *cpFound = strcasestr(cpText, cpSecret);
-    while (cpFound != nullptr && uSecret < SHORT_SECRET)
+    char *cpFound = strstr(cpText, cpSecret);
+    for (; cpFound != nullptr; cpFound = strstr(cpFound + 1, cpSecret))
     {
-        bool bWord =
-            (cpFound == cpStart || !IsWordByte(cpFound[-1])) && !IsWordByte(cpFound[uSecret]);
-        if (bWord) break;
-        cpFound = strcasestr(cpFound + 1, cpSecret);
+        bool bInside = IsLetterOrDigit(cpFound[-1]) && IsLetterOrDigit(cpSecret[0]);
+        bool bGoesOn = IsLetterOrDigit(cpFound[uSecret]) && IsLetterOrDigit(cpSecret[uSecret - 1]);
+        if (!bInside && !bGoesOn) return cpFound;
     }
-    return cpFound;
+    return nullptr;
 }
 
-// The password of the login that is not to be shown; null when there is none. That of the service
+// The password of the login that is not to be shown; empty when there is none. That of the service
 // user is account and host; one that equals the user's name is traced as that anyway.
-static const char *Secret()
+static const char *HiddenPassword()
 {
     const _sSMS *spSMS = &sGlobal.sObject.sSMS;
-    if (spSMS->szPass[0] == '\0' || strcmp(spSMS->szUser, "sms") == 0) return nullptr;
-    return strcmp(spSMS->szPass, spSMS->szUser) == 0 ? nullptr : spSMS->szPass;
+    bool bShown = strcmp(spSMS->szUser, "sms") == 0 || strcmp(spSMS->szPass, spSMS->szUser) == 0;
+    return bShown ? "" : spSMS->szPass;
 }
 
 const char *i_MaskReply(const char *cpReply)
 {
-    static char szMasked[XBSA_REPLY_SIZE];
-    const char *cpSecret = Secret();
-    const char *cpRest = cpReply + strnlen(cpReply, CODE_LENGTH);
-    const char *cpFound = cpSecret != nullptr ? FindSecret(cpRest, cpReply, cpSecret) : nullptr;
-    if (cpFound == nullptr) return cpReply;
+    const char *cpSecret = HiddenPassword();
+    if (cpSecret[0] == '\0' || strstr(cpReply, cpSecret) == nullptr) return cpReply;
 
-    cpRest = cpReply;
-    size_t uMasked = 0;
-    while (cpFound != nullptr)
+    char *cpMasked = sPrivate.sTrace.szMasked + 1; // after a byte that is not a letter
+    const char *cpEnd = sPrivate.sTrace.szMasked + sizeof sPrivate.sTrace.szMasked;
+    x_CopyText(cpMasked, sizeof sPrivate.sTrace.szMasked - 1, cpReply);
+    char *cpRest = cpMasked + (strspn(cpReply, "0123456789") == 3 ? 3 : 0);
+    while ((cpRest = FindSecret(cpRest, cpSecret)) != nullptr)
     {
-        x_CopyText(szMasked + uMasked, sizeof szMasked - uMasked, cpRest,
-                   static_cast<size_t>(cpFound - cpRest));
-        uMasked += strlen(szMasked + uMasked);
-        x_CopyText(szMasked + uMasked, sizeof szMasked - uMasked, TRACE_SECRET);
-        uMasked += strlen(szMasked + uMasked);
-        cpRest = cpFound + strlen(cpSecret);
-        cpFound = FindSecret(cpRest, cpReply, cpSecret);
+        char szAfter[XBSA_REPLY_SIZE + 1];
+        x_CopyText(szAfter, sizeof szAfter, cpRest + strlen(cpSecret));
+        x_CopyText(cpRest, static_cast<size_t>(cpEnd - cpRest), TRACE_SECRET);
+        cpRest += strlen(cpRest);
+        x_CopyText(cpRest, static_cast<size_t>(cpEnd - cpRest), szAfter);
     }
-    x_CopyText(szMasked + uMasked, sizeof szMasked - uMasked, cpRest);
-    return szMasked;
+    return cpMasked;
 }

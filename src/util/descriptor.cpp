@@ -1,4 +1,4 @@
-#include "util/descriptor.h"
+#include "util/util.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -45,7 +45,7 @@ bool x_IsSocket(int hDescriptor)
     return x_Identify(hDescriptor, &sFile) && sFile.bSocket;
 }
 
-int x_HighDescriptor(int hDescriptor)
+int x_AboveStandardError(int hDescriptor)
 {
     if (hDescriptor == -1 || hDescriptor > STDERR_FILENO) return hDescriptor;
 

@@ -1,4 +1,4 @@
-#include "util/text.h"
+#include "util/util.h"
 
 #include <climits>
 #include <cstdlib>

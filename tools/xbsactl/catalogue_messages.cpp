@@ -136,10 +136,10 @@ constexpr CATALOGUE_ROW MESSAGES[] = {
      "FTP code for last message",
      "The object was not confirmed with 226: it is not stored (a restore: do not trust it).",
      "The server failed at the end: disk, tape, time-out.", "Look at the server's log; repeat."},
-    {ROW::MESSAGE, NO_CODE,
-     "The backup was given up for a restore in the same transaction.|The backup was given up, its "
-     "transaction had ended.",
-     "BSAEndData was not called while the object was open: it was cut and is not stored.",
+    {ROW::MESSAGE, NO_CODE, "The object was cut before its end.",
+     "A restore was opened, or in strict mode the transaction ended, before BSAEndData: the object "
+     "is "
+     "not stored.",
      "The calling program's order of calls.",
      "End each object with BSAEndData before the next call of another kind. Repeat the backup."},
     {ROW::MESSAGE, NO_CODE, "The COM utility refused, or its answer cannot be understood.",

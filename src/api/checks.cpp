@@ -1,11 +1,11 @@
 // What the calls of a backup and a restore share.
-#include "api/object.h"
+#include "api/api.h"
 
 #include <cstring>
 
 #include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 enum
 {
@@ -38,7 +38,7 @@ int xbsa_CheckStrict(int iMode)
 int xbsa_OpenJob(ENUM_COM_TASK eTask)
 {
     int iRet = com_intf(eTask, &sGlobal.sCOM);
-    sPrivate.bJobMissing = iRet > 0;
+    sPrivate.bNoUtility = iRet > 0;
     return iRet == -1 ? -1 : 0;
 }
 

@@ -1,6 +1,16 @@
-// What the calls of a backup and a restore share.
-#ifndef API_OBJECT_H
-#define API_OBJECT_H
+// The exported calls, one per file: start line, checks in their order, the calls downwards, result line.
+//
+// Promises: a call that its checks reject touches no connection (BSAEndData alone says QUIT all the same),
+// every result is traced with its text, a null or unterminated argument is never followed.
+// Needs: session, data, com, record, trace, util. Nothing is above it but the backup tool.
+//
+//   BSA*.cpp               the calls
+//   checks.cpp             what the calls of a backup and a restore share
+//   codes.cpp              return codes and their texts
+//   environment.cpp        settings from the process environment
+//   descriptor_texts.cpp   texts of descriptor fields, for callers
+#ifndef API_API_H
+#define API_API_H
 
 #include "record/record.h"
 
