@@ -13,17 +13,17 @@ __attribute__((noinline, cold)) static void TraceStart(const BSA_DataBlock *spBl
 
 __attribute__((noinline, cold)) static void TraceEnd(const DATA_PROGRESS *spRead)
 {
-    TRACE("BSAGetData: Data read: %u, total: %lld", spRead->uiMoved, xbsa_BytesMoved());
+    TRACE("BSAGetData: Data read: %u, total: %lld", spRead->uMoved, xbsa_BytesMoved());
     TRACE_CALL("BSAGetData: recv() return: %d, read: %u, total: %lld",
-               static_cast<int>(spRead->iLast), spRead->uiMoved, xbsa_BytesMoved());
+               static_cast<int>(spRead->iLast), spRead->uMoved, xbsa_BytesMoved());
     TRACE_CALL("BSAGetData: End");
 }
 
-__attribute__((noinline, cold)) static int FailRead(int iRet, unsigned int uiRead)
+__attribute__((noinline, cold)) static int FailRead(int iRet, unsigned int uRead)
 {
     bool bBroken = iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.bStrict;
     if (bBroken) xbsa_NoteHealth(OBJECT_BROKEN);
-    xbsa_NoteDataStatus(iRet, uiRead);
+    xbsa_NoteDataStatus(iRet, uRead);
     return iRet;
 }
 
@@ -42,8 +42,8 @@ int BSAGetData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
     if (i_Verbosity() >= TRACE_STEPS) TraceStart(dataBlockPtr);
     DATA_PROGRESS sRead = data_Receive(dataBlockPtr);
     if (sRead.iLast == -1) KeepError(errno);
-    sGlobal.sSession.dBytes += sRead.uiMoved;
-    dataBlockPtr->numBytes = static_cast<BSA_UInt16>(sRead.uiMoved);
+    sGlobal.sSession.dBytes += sRead.uMoved;
+    dataBlockPtr->numBytes = static_cast<BSA_UInt16>(sRead.uMoved);
     if (i_Verbosity() >= TRACE_STEPS) TraceEnd(&sRead);
-    return sRead.iLast == -1 ? FailRead(BSA_RC_ABORT_SYSTEM_ERROR, sRead.uiMoved) : BSA_RC_SUCCESS;
+    return sRead.iLast == -1 ? FailRead(BSA_RC_ABORT_SYSTEM_ERROR, sRead.uMoved) : BSA_RC_SUCCESS;
 }

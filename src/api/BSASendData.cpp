@@ -3,10 +3,10 @@
 #include "data/data.h"
 #include "trace/trace.h"
 
-__attribute__((noinline, cold)) static int FailSend(int iRet, unsigned int uiSent)
+__attribute__((noinline, cold)) static int FailSend(int iRet, unsigned int uSent)
 {
     xbsa_NoteHealth(iRet == BSA_RC_ABORT_SYSTEM_ERROR ? OBJECT_BROKEN : OBJECT_REJECTED);
-    xbsa_NoteDataStatus(iRet, uiSent);
+    xbsa_NoteDataStatus(iRet, uSent);
     return iRet;
 }
 
@@ -14,11 +14,11 @@ __attribute__((noinline, cold)) static int FailSend(int iRet, unsigned int uiSen
 __attribute__((noinline, cold)) static int FinishSend(const BSA_DataBlock *spBlock, ssize_t iFirst)
 {
     DATA_PROGRESS sSent = data_SendOn(spBlock, iFirst);
-    sGlobal.sSession.dBytes += sSent.uiMoved;
-    TRACE("BSASendData: Data written: %u, total: %lld", sSent.uiMoved, xbsa_BytesMoved());
+    sGlobal.sSession.dBytes += sSent.uMoved;
+    TRACE("BSASendData: Data written: %u, total: %lld", sSent.uMoved, xbsa_BytesMoved());
     TRACE_CALL("BSASendData: send() return: %d, written: %u, total: %lld",
-               static_cast<int>(sSent.iLast), sSent.uiMoved, xbsa_BytesMoved());
-    return sSent.iLast == -1 ? FailSend(BSA_RC_ABORT_SYSTEM_ERROR, sSent.uiMoved) : BSA_RC_SUCCESS;
+               static_cast<int>(sSent.iLast), sSent.uMoved, xbsa_BytesMoved());
+    return sSent.iLast == -1 ? FailSend(BSA_RC_ABORT_SYSTEM_ERROR, sSent.uMoved) : BSA_RC_SUCCESS;
 }
 
 // Sends bufferLen bytes, whatever numBytes says. As a rule one send takes them all.

@@ -40,12 +40,12 @@ static ssize_t SendAgain(const BSA_DataBlock *spBlock, size_t uSent)
 DATA_PROGRESS data_SendOn(const BSA_DataBlock *spBlock, ssize_t iFirst)
 {
     DATA_PROGRESS sSent = {0, iFirst};
-    while (sSent.uiMoved < spBlock->bufferLen)
+    while (sSent.uMoved < spBlock->bufferLen)
     {
-        if (sSent.iLast == -1) sSent.iLast = SendAgain(spBlock, sSent.uiMoved);
+        if (sSent.iLast == -1) sSent.iLast = SendAgain(spBlock, sSent.uMoved);
         if (sSent.iLast < 1) break;
-        sSent.uiMoved += static_cast<unsigned int>(sSent.iLast);
-        if (sSent.uiMoved < spBlock->bufferLen) sSent.iLast = data_Send(spBlock, sSent.uiMoved);
+        sSent.uMoved += static_cast<unsigned int>(sSent.iLast);
+        if (sSent.uMoved < spBlock->bufferLen) sSent.iLast = data_Send(spBlock, sSent.uMoved);
     }
     return sSent;
 }

@@ -52,7 +52,7 @@ inline ssize_t data_Send(const BSA_DataBlock *spBlock, size_t uSent)
 // How far a block got.
 typedef struct
 {
-    unsigned int uiMoved; // bytes
+    unsigned int uMoved; // bytes
     ssize_t iLast;        // result of the last call
 } DATA_PROGRESS;
 
@@ -64,13 +64,13 @@ DATA_PROGRESS data_SendOn(const BSA_DataBlock *spBlock, ssize_t iFirst);
 inline DATA_PROGRESS data_Receive(const BSA_DataBlock *spBlock)
 {
     DATA_PROGRESS sRead = {0, 0};
-    while (sRead.uiMoved < spBlock->bufferLen)
+    while (sRead.uMoved < spBlock->bufferLen)
     {
         errno = 0;
-        sRead.iLast = recv(xbsa_DataSocket(), spBlock->bufferPtr + sRead.uiMoved,
-                           spBlock->bufferLen - sRead.uiMoved, 0);
+        sRead.iLast = recv(xbsa_DataSocket(), spBlock->bufferPtr + sRead.uMoved,
+                           spBlock->bufferLen - sRead.uMoved, 0);
         if (sRead.iLast < 1) break;
-        sRead.uiMoved += static_cast<unsigned int>(sRead.iLast);
+        sRead.uMoved += static_cast<unsigned int>(sRead.iLast);
     }
     return sRead;
 }

@@ -17,7 +17,7 @@ enum
 // A line break in a value would be a command of its own.
 static int CheckValue(const char *cpWhat, const char *cpValue)
 {
-    if (x_HasControl(cpValue) == 0) return 0;
+    if (!x_HasControl(cpValue)) return 0;
     return i_Fail("xbsa_open", 0, "Control character in %s refused.", cpWhat);
 }
 

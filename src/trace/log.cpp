@@ -55,15 +55,15 @@ static int OpenLog(const char *cpPath)
 
 // Sets which of its capabilities this thread uses: a program file may come with some. Returns those
 // used before.
-static unsigned int UseCapabilities(unsigned int uiEffective)
+static unsigned int UseCapabilities(unsigned int uEffective)
 {
     struct __user_cap_header_struct sHeader = {_LINUX_CAPABILITY_VERSION_3, 0};
     struct __user_cap_data_struct asData[2] = {};
-    if (syscall(SYS_capget, &sHeader, asData) == -1) return uiEffective;
-    unsigned int uiBefore = asData[0].effective;
-    asData[0].effective = uiEffective;
+    if (syscall(SYS_capget, &sHeader, asData) == -1) return uEffective;
+    unsigned int uBefore = asData[0].effective;
+    asData[0].effective = uEffective;
     syscall(SYS_capset, &sHeader, asData);
-    return uiBefore;
+    return uBefore;
 }
 
 // In a host with more rights than its starter (set-user-id, set-group-id, file capabilities) the
@@ -74,13 +74,13 @@ static int OpenForStarter(const char *cpPath)
 {
     if (getauxval(AT_SECURE) == 0 || sGlobal.iReadTraceEnvironment == 0) return OpenLog(cpPath);
 
-    unsigned int uiCapabilities = UseCapabilities(0);
+    unsigned int uCapabilities = UseCapabilities(0);
     uid_t uGroup = static_cast<uid_t>(setfsgid(getgid()));
     uid_t uUser = static_cast<uid_t>(setfsuid(getuid()));
     int hLog = OpenLog(cpPath);
     setfsuid(uUser);
     setfsgid(uGroup);
-    UseCapabilities(uiCapabilities);
+    UseCapabilities(uCapabilities);
     return hLog;
 }
 

@@ -27,14 +27,14 @@ int x_Number(const char *cpText)
     return static_cast<int>(lNumber);
 }
 
-int x_HasControl(const char *cpText)
+bool x_HasControl(const char *cpText)
 {
     for (; *cpText != '\0'; cpText++)
     {
         unsigned char ucByte = static_cast<unsigned char>(*cpText);
-        if (ucByte < ' ' || ucByte == 127) return 1;
+        if (ucByte < ' ' || ucByte == 127) return true;
     }
-    return 0;
+    return false;
 }
 
 char *x_SkipSpaces(char *cpText)

@@ -21,8 +21,8 @@ int x_CopyText(char *cpTarget, size_t uSize, const char *cpText);
 // atoi that stops at the limits of an int instead of wrapping: 4294967317 is no port 21.
 int x_Number(const char *cpText);
 
-// 1 when the text holds a control character (CR and LF among them), else 0.
-int x_HasControl(const char *cpText);
+// Whether the text holds a control character (CR and LF among them).
+bool x_HasControl(const char *cpText);
 
 // First character that is no space.
 char *x_SkipSpaces(char *cpText);
