@@ -12,6 +12,7 @@ import signal
 import socket
 import struct
 import subprocess
+import threading
 import unittest
 
 from ftpd import serve_behind
@@ -85,7 +86,7 @@ def connections(x):
     return x.state.sSession.SData, x.state.sSession.SControl
 
 
-def far_ends(x, numbers=None):
+def far_ends(x, numbers=None, replies=b"226 done\r\n221 bye\r\n"):
     """Two pairs of the host's own, whose near ends are in the record; the far ends."""
     ends = [end for _ in range(2) for end in socket.socketpair()]
     high = [fcntl.fcntl(end, fcntl.F_DUPFD_CLOEXEC, 100) for end in ends]
@@ -96,7 +97,7 @@ def far_ends(x, numbers=None):
         put(numbers, near)
         for number in near:
             os.close(number)
-    far[1].sendall(b"226 done\r\n221 bye\r\n")
+    far[1].sendall(replies)
     x.state.sSession.SData, x.state.sSession.SControl = numbers or near
     return far
 
@@ -278,6 +279,25 @@ class Driven(unittest.TestCase):
                     f"BSASendData: Data sending failed. Resending [{number + 1}] times"
                     for number in range(want[2])] + [f"BSASendData: {text}"] * (want[2] == 5)
                 self.assertEqual([line for line in got.trace if "sending failed" in line], lines)
+
+    def test_lost_server(self):
+        """One that the system has given up is not waited for at the end; one that comes back is."""
+        def transfer(x, call, system_call, on, late):
+            shim, far = c.CDLL(None), far_ends(x, replies=b"")
+            assert shim.shim_arm(system_call, 1, on, errno.EHOSTUNREACH)
+            far[0].sendall(b"world")
+            room = c.create_string_buffer(b"hello")
+            code = getattr(x, call)(x.handle, c.byref(Block(5, 5, c.addressof(room))))
+            assert shim.shim_arm(b"malloc", 0, 0, 0)
+            x.state.sSession.iLastCall |= 2
+            reply = threading.Timer(late, far[1].sendall, (b"226 done\r\n221 bye\r\n",))
+            _ = late and reply.start()
+            return code, x.BSAEndData(x.handle)
+        for row, want in ((("BSAGetData", b"recv", 1, 0), (3, 3)),
+                          (("BSASendData", b"send", 1, 0), (3, 3)),
+                          (("BSASendData", b"send", 0, 2.5), (0, 0))):
+            with self.subTest(row):
+                self.assertEqual(run_started(transfer, *row, server=Server()).value, want)
 
 
 class Leaks(unittest.TestCase):
