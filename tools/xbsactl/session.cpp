@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <vector>
 
 #include "errors.h"
@@ -29,6 +31,19 @@ BSA_ObjectName ObjectName(const SETTINGS &I_sSettings)
     Copy(sName.objectSpaceName, I_sSettings.bInformix ? I_sSettings.strSpace : I_sSettings.strName);
     Copy(sName.pathName, I_sSettings.bInformix ? I_sSettings.strName : I_sSettings.strPath);
     return sName;
+}
+
+// A line of the library's trace, as it writes it itself, but made safe: its texts are the server's.
+void PrintTrace(char *cpMessage)
+{
+    const time_t lNow = time(nullptr);
+    struct tm sNow = {};
+    std::array<char, 64> szStamp{};
+    localtime_r(&lNow, &sNow);
+    strftime(szStamp.data(), szStamp.size(), " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
+    std::string strLine = std::string(szStamp.data()) + cpMessage;
+    strLine.resize(strLine.find_last_not_of("\r\n") + 1);
+    fputs((Visible(strLine) + "\n").c_str(), stderr);
 }
 
 // The library drops trace lines that it cannot write without a word.
@@ -80,7 +95,7 @@ void CSession::SetTrace(const SETTINGS &I_sSettings) const
     unsetenv("XBSA_TRACE"); // the option wins
     if (I_sSettings.strTraceFile.empty())
     {
-        sLibrary.fpSetTrace(nullptr, nullptr, ucLevel | TRACE_TO_STDERR);
+        sLibrary.fpSetTrace(PrintTrace, nullptr, ucLevel);
         return;
     }
     CheckTraceFile(I_sSettings.strTraceFile);
