@@ -8,7 +8,7 @@ import subprocess
 import threading
 import unittest
 
-from xbsa import SANITIZED, make_folder, write_plain
+from xbsa import SANITIZED, make_folder, read_text, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -172,23 +172,27 @@ class Setup(Folder):
         """What the folder's owner puts there is not followed, waited for, taken for ours or read
         into memory; and no command of theirs reaches a terminal or logrotate."""
         journal, bomb = "etc/xbsa-setup.json", "[" * 65000
+        victim = os.path.join(make_folder(self), "victim")
+        write_plain(victim, "kept")
         for prepare, text in [
                 (lambda: self.link("lib", "/tmp"), "lib is a link"),
                 (lambda: self.link("etc", "/etc"), "etc is a link"),
-                (lambda: self.link("etc/sm_versions", "/etc/passwd"), "sm_versions is a link"),
-                (lambda: self.link(journal, "/etc/passwd"), "json is a link"),
+                (lambda: self.link("etc/sm_versions", victim), "sm_versions is a link"),
+                (lambda: self.link(journal, victim), "json is a link"),
                 (lambda: os.mkfifo(self.path(journal)), "not a regular file"),
                 (lambda: self.write(journal, bomb), "is damaged"),
                 (lambda: self.write(journal, bomb * 2), "larger than 64 KiB"),
                 (lambda: os.truncate(self.path("etc/onconfig"), 1 << 33), "larger than 1024 KiB")]:
             with self.subTest(text):
+                self.setUp()  # a folder of its own: no row writes through the link of the one before
                 prepare()
                 before = {name: os.lstat(self.path(name)) for name in self.names()}
                 limit = (1 << 28, 1 << 28)
                 self.assertIn(text, self.setup("--yes", want=1, preexec_fn=None if SANITIZED else (
                     lambda: resource.setrlimit(resource.RLIMIT_AS, limit))))
                 self.assertEqual({name: os.lstat(self.path(name)) for name in self.names()}, before)
-                self.setUp()
+                self.assertEqual(read_text(victim), "kept")
+        self.setUp()
         self.write("etc/onconfig", b"BAR_BSALIB_PATH /x\033]0;\xc2\x9b\x9b\xe2\x80\xae\xc3\xa4\n")
         self.write("etc/xbsa.logrotate", "/x { postrotate\nevil\nendscript }\n")
         out = self.setup("--yes")
