@@ -24,6 +24,10 @@ SCRIPTS = [
     ("network.greeting", "closed", "an FTP server", {"GREETING": ["close"]}),
     ("network.login", "530 ********?", "--user or the password", {"PASS": [f"530 {PASSWORD}?"]}),
     ("network.login", "530 no", "--user", {"USER": ["530 no"], "PASS": ["503 no"]}),
+    ("network.login", "530 TLS only", "demands encryption", {"USER": ["530 TLS only", "close"]}),
+    ("network.login", "closed the connection, after its reply \"331", "log", {"PASS": ["close"]}),
+    ("network.stor", "closed the connection, after its reply \"200", "log", {"STOR": ["close"]}),
+    ("network.stor", "no reply to STOR", FIREWALL, {"STOR": []}),
     ("network.type", "504 no", "binary", {"TYPE": ["504 no"]}),
     ("network.cwd", "550 no", "--path", {"CWD": ["550 no"]}),
     ("network.port", "502 no", "allow active mode", {"PORT": ["502 no"]}),
@@ -125,6 +129,9 @@ class Plain(Case):
                 silent = ("--timeout", "2") if advice == FIREWALL else ()
                 found = self.on_server(Server(*scripts), *silent)[1]
                 self.assert_fails(found, step, text, advice)
+                if step in ("network.data", "network.end") or (
+                        step == "network.stor" and text[:2] in ("cl", "no", "12")):
+                    self.assertIn("xbsactl-check-", found["cleanup"][1])  # it may be there
                 if step.startswith("network."):
                     tried = [key for key in found if key.startswith("library.") and
                              found[key][0] != "not_tried"]

@@ -258,9 +258,19 @@ class Secrets(Site):
 
     def test_plain(self):
         password_file = f"{self.serve().data}/password"
-        write_plain(password_file, CANARY)
+        write_plain(password_file, CANARY, 0o600)
         self.search(self.store() + self.store("--password-file", password_file), CANARY)
         self.assertIn("PASS ****", read_text("trace3"))
+        for arguments in (["--password", CANARY], ["--pass=" + CANARY]):
+            out = "".join(self.call("store", "x", *arguments, code=2))
+            self.assertIn("a password is never an argument", out)
+            self.search(out, CANARY)
+        for mode, warned in ((0o640, True), (0o600, False)):
+            os.chmod(password_file, mode)
+            error = self.call("store", "x", "--password-file", password_file)[1]
+            self.assertEqual("open to other accounts" in error, warned)
+        error = self.call("store", "x", "--trace", "2:/dev/full")[1]
+        self.assertEqual(error.count("No space left on device: lines are missing"), 1)
         for password, user, code in ((CANARY + ":", "ftp", 2), (CANARY + "\x01", "ftp", 2),
                                      (CANARY * 6, "ftp", 2), (CANARY, "nobody", 1)):
             self.env["XBSA_PASSWORD"], self.options[3] = password, user
