@@ -1,12 +1,15 @@
 #include "base/settings.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 
 #include "base/errors.h"
+#include "base/files.h"
 #include "xbsa.h"
 #include "xbsa_session.h"
 
@@ -59,12 +62,24 @@ void CheckHost(const std::string &I_strHost)
         throw USAGE_ERROR("--host: \"" + Printable(strPort) + "\" is no port from 1 to 65535");
 }
 
+void WarnOfReaders(const std::string &I_strFile)
+{
+    struct stat sFile
+    {
+    };
+    if (stat(I_strFile.c_str(), &sFile) == 0 && S_ISREG(sFile.st_mode) &&
+        (sFile.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+        fprintf(stderr, "xbsactl: warning: password file %s is open to other accounts: chmod 600\n",
+                files_Quoted(I_strFile).c_str());
+}
+
 // The first line of the file, without its line end.
 std::string ReadPassword(const std::string &I_strFile)
 {
     std::ifstream sFile(I_strFile, std::ios::binary);
     std::string strText(PASSWORD_ROOM, '\0');
     sFile.read(strText.data(), static_cast<std::streamsize>(strText.size()));
+    WarnOfReaders(I_strFile);
     if (!sFile.is_open() || sFile.bad() || (sFile.gcount() == 0 && !sFile.eof()))
         throw FAILURE("password file \"" + I_strFile + "\" cannot be read");
 

@@ -46,6 +46,15 @@ std::string advice_Firewall()
            "by themselves (nf_conntrack_ftp) are off by default in current kernels";
 }
 
+std::string advice_Login(const std::string &I_strReply)
+{
+    for (const char *cpWord : {"TLS", "SSL", "ncrypt", "ecure"})
+        if (I_strReply.find(cpWord) != std::string::npos)
+            return "the server demands encryption, which the library does not have: let it take "
+                   "plain sessions from this host, on a network that is trusted or in a tunnel";
+    return ADVICE_LOGIN;
+}
+
 std::string advice_For(const std::string &I_strText)
 {
     for (const ADVICE &sAdvice : ADVICES)

@@ -25,6 +25,9 @@ constexpr const char *ADVICE_END =
 // What to open so that the server can connect back.
 std::string advice_Firewall();
 
+// For a login that was refused with this reply.
+std::string advice_Login(const std::string &I_strReply);
+
 // For a failure of the library, by what its text says.
 std::string advice_For(const std::string &I_strText);
 

@@ -93,6 +93,7 @@ int check_Run(const SETTINGS &I_sSettings)
     check_Account(sReport);
     const bool bVariables = check_Variables(sReport, I_sSettings.bInformix);
     check_Log(sReport, I_sSettings);
+    check_Kernel(sReport);
     if (I_sSettings.bInformix) CheckInformix(sReport, I_sSettings, sLibrary.bUsable, bVariables);
     else CheckPlain(sReport, I_sSettings, sLibrary.bUsable);
     bStored = false; // what is left has been told

@@ -109,14 +109,19 @@ sockaddr_in CFtp::Local() const
     return sLocal;
 }
 
+std::string CFtp::AfterLast() const
+{
+    return strLast.empty() ? "" : ", after its reply \"" + strLast + "\"";
+}
+
 void CFtp::Receive(CLOCK::time_point I_sEnd)
 {
     if (!Await(sControl.Get(), POLLIN, I_sEnd))
         throw FAILURE("no answer within " + std::to_string(sBound.count() / 1000) + " s");
     std::array<char, 4096> acPiece{};
     const ssize_t iGot = recv(sControl.Get(), acPiece.data(), acPiece.size(), 0);
-    if (iGot == 0) throw FAILURE("the server closed the connection");
-    if (iGot < 0) throw SystemFailure("the connection failed");
+    if (iGot == 0) throw FAILURE("the server closed the connection" + AfterLast());
+    if (iGot < 0) throw FAILURE(SystemFailure("the connection failed").what() + AfterLast());
     strInput.append(acPiece.data(), static_cast<size_t>(iGot));
 }
 
@@ -147,6 +152,7 @@ REPLY CFtp::Read()
         const std::string &strLine = sReply.vecLines.back();
         bMore = CodeOf(strLine) != sReply.iCode || GoesOn(strLine);
     }
+    strLast = sReply.Text();
     return sReply;
 }
 
@@ -165,7 +171,7 @@ void CFtp::SendLine(const std::string &I_strLine) const
     const std::string strLine = I_strLine + "\r\n";
     const ssize_t iSent = send(sControl.Get(), strLine.data(), strLine.size(), MSG_NOSIGNAL);
     if (iSent != static_cast<ssize_t>(strLine.size()))
-        throw SystemFailure("the connection takes no command");
+        throw FAILURE(SystemFailure("the connection takes no command").what() + AfterLast());
 }
 
 REPLY CFtp::Command(const std::string &I_strLine)
@@ -209,13 +215,13 @@ void CFtp::AwaitEither(ANSWER &I_sAnswer, CLOCK::time_point I_sEnd)
     else if (asPoll[1].revents != 0) I_sAnswer.sReply = Read();
 }
 
-ANSWER CFtp::Store(const std::string &I_strName)
+void CFtp::Store(const std::string &I_strName, ANSWER &O_sAnswer)
 {
-    ANSWER sAnswer;
+    O_sAnswer.bSent = true;
     SendLine("STOR " + I_strName);
     const CLOCK::time_point sEnd = CLOCK::now() + sBound;
-    while (!sAnswer.sReply && Left(sEnd) > 0) AwaitEither(sAnswer, sEnd);
-    return sAnswer;
+    while (!O_sAnswer.sReply && Left(sEnd) > 0) AwaitEither(O_sAnswer, sEnd);
+    O_sAnswer.bRefused = O_sAnswer.sReply && O_sAnswer.sReply->IsNegative();
 }
 
 void CFtp::AwaitData(ANSWER &I_sAnswer)

@@ -27,6 +27,8 @@ using CSocket = CDescriptor;
 // What came of a STOR: any of both may be missing.
 struct ANSWER
 {
+    bool bSent = false;
+    bool bRefused = false; // at once, before the server made anything of it
     std::optional<REPLY> sReply;
     CSocket sData;
     sockaddr_in sPeer{}; // of the data connection
@@ -51,8 +53,8 @@ class CFtp
     // Listens on the control connection's own address. Returns the argument for PORT.
     std::string Listen();
 
-    // Sends STOR and waits for a reply and the server's connection.
-    ANSWER Store(const std::string &I_strName);
+    // Sends STOR and waits for a reply, and for the server's connection as long.
+    void Store(const std::string &I_strName, ANSWER &O_sAnswer);
 
     // Waits for what is missing after a preliminary reply.
     void AwaitData(ANSWER &I_sAnswer);
@@ -66,12 +68,14 @@ class CFtp
     void Receive(CLOCK::time_point I_sEnd);
     void Accept(ANSWER &I_sAnswer) const;
     void AwaitEither(ANSWER &I_sAnswer, CLOCK::time_point I_sEnd);
+    std::string AfterLast() const;
     void SendLine(const std::string &I_strLine) const;
 
     std::chrono::milliseconds sBound;
     CSocket sControl;
     CSocket sListener;
     std::string strInput; // received, not yet read
+    std::string strLast;  // reply: a server that ends the connection said why in it
 };
 
 // "10.0.0.1"

@@ -9,8 +9,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <fstream>
 #include <vector>
 
 #include "base/errors.h"
@@ -21,6 +23,9 @@ namespace
 constexpr uint64_t MEGABYTE = 1000000;
 constexpr uint64_t LOW_SPACE = 100 * MEGABYTE;
 constexpr uint64_t LARGE_LOG = 1000 * MEGABYTE;
+constexpr long SHORTEST_SENDING = 100; // seconds: what hosts owe each other
+constexpr long LONGEST_SENDING = 1000;
+constexpr long LONGEST_SILENCE = 3 * 3600;
 constexpr size_t LOG_ROOM = sizeof(_sGlobal::szLogFile) - 1;
 
 bool IsInGroup(const char *cpGroup)
@@ -140,6 +145,69 @@ void CheckLogFile(CReport &I_sReport, const LOG &I_sLog)
         return I_sReport.Warn("log", strFound, "rotate it: nothing else makes it smaller");
     I_sReport.Ok("log", strFound);
 }
+
+// -1 when the system does not say.
+long Kernel(const char *cpName)
+{
+    std::ifstream sFile(std::string("/proc/sys/net/ipv4/") + cpName);
+    long lValue = -1;
+    return sFile >> lValue && lValue >= 0 ? lValue : -1;
+}
+
+// The first wait is 200 ms at least, each further one twice as long, up to two minutes.
+long SecondsOfSending(long I_lRetries)
+{
+    double dSeconds = 0;
+    double dWait = 0.2;
+    for (long lTry = 0; lTry <= I_lRetries; lTry++, dWait = std::min(120.0, dWait * 2))
+        dSeconds += dWait;
+    return std::lround(dSeconds);
+}
+
+std::string Span(long I_lSeconds)
+{
+    if (I_lSeconds < 180) return std::to_string(I_lSeconds) + " s";
+    const long lMinutes = (I_lSeconds + 30) / 60;
+    return lMinutes < 180 ? std::to_string(lMinutes) + " min"
+                          : std::to_string((lMinutes + 30) / 60) + " h";
+}
+
+void CheckSending(CReport &I_sReport)
+{
+    const std::string strStep = "kernel.tcp_retries2";
+    const long lRetries = Kernel("tcp_retries2");
+    if (lRetries == -1) return I_sReport.NotTried(strStep, "the system does not show it");
+    const long lSeconds = SecondsOfSending(lRetries);
+    const std::string strFound = "a server that vanishes while data is sent is given up after " +
+                                 Span(lSeconds) +
+                                 " (net.ipv4.tcp_retries2 = " + std::to_string(lRetries) + ")";
+    const std::string strNext =
+        "sysctl -w net.ipv4.tcp_retries2=8 makes it 102 s, 15 makes it 15 min";
+    if (lSeconds < SHORTEST_SENDING)
+        return I_sReport.Warn(strStep, strFound + ": a short fault of the network ends a backup",
+                              strNext);
+    if (lSeconds > LONGEST_SENDING) return I_sReport.Warn(strStep, strFound, strNext);
+    I_sReport.Ok(strStep, strFound + "; " + strNext);
+}
+
+void CheckSilence(CReport &I_sReport)
+{
+    const std::string strStep = "kernel.tcp_keepalive_time";
+    const long lTime = Kernel("tcp_keepalive_time");
+    const long lProbe = Kernel("tcp_keepalive_intvl");
+    const long lProbes = Kernel("tcp_keepalive_probes");
+    if (lTime == -1 || lProbe == -1 || lProbes == -1)
+        return I_sReport.NotTried(strStep, "the system does not show it");
+    const long lSeconds = lTime + lProbe * lProbes;
+    const std::string strFound =
+        "a server that vanishes before its reply is given up after " + Span(lSeconds) +
+        " (net.ipv4.tcp_keepalive_time = " + std::to_string(lTime) + ", " +
+        std::to_string(lProbes) + " probes of " + std::to_string(lProbe) + " s)";
+    const std::string strNext =
+        "sysctl -w net.ipv4.tcp_keepalive_time=600 makes it " + Span(600 + lProbe * lProbes);
+    if (lSeconds > LONGEST_SILENCE) return I_sReport.Warn(strStep, strFound, strNext);
+    I_sReport.Ok(strStep, strFound + "; " + strNext);
+}
 } // namespace
 
 const char *check_Variable(const char *cpName)
@@ -174,6 +242,12 @@ bool check_Variables(CReport &I_sReport, bool I_bInformix)
                        "set it to 1 for the database's processes, or results may hide a failure; "
                        "xbsactl itself always does");
     return bGood;
+}
+
+void check_Kernel(CReport &I_sReport)
+{
+    CheckSending(I_sReport);
+    CheckSilence(I_sReport);
 }
 
 void check_Log(CReport &I_sReport, const SETTINGS &I_sSettings)

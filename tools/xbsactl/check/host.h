@@ -13,6 +13,9 @@ void check_Account(CReport &I_sReport);
 // Returns whether an Informix session can be tried with them.
 bool check_Variables(CReport &I_sReport, bool I_bInformix);
 
+// How long this system waits for a server that has vanished.
+void check_Kernel(CReport &I_sReport);
+
 void check_Log(CReport &I_sReport, const SETTINGS &I_sSettings);
 
 #endif

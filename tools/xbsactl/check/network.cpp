@@ -161,6 +161,19 @@ bool CProbe::Greet()
     return true;
 }
 
+// The reply to USER, when the server refuses there and may be gone before PASS.
+REPLY CProbe::Pass(const REPLY &I_sUser)
+{
+    try
+    {
+        return sFtp.Command("PASS " + sSettings.strPassword);
+    } catch (const FAILURE &)
+    {
+        if (!I_sUser.IsNegative()) throw;
+        return I_sUser;
+    }
+}
+
 // The library sends PASS whatever USER brought, so a login without password is no fault.
 bool CProbe::Login()
 {
@@ -170,10 +183,12 @@ bool CProbe::Login()
         return false;
     }
     const REPLY sUser = sFtp.Command("USER " + sSettings.strUser);
-    const REPLY sPass = sFtp.Command("PASS " + sSettings.strPassword);
+    const REPLY sPass = Pass(sUser);
     if (!sPass.IsPositive() && !sUser.IsPositive())
-        return Fail("network.login", sUser.IsNegative() ? sUser.Text() : sPass.Text(),
-                    ADVICE_LOGIN);
+    {
+        const std::string strReply = sUser.IsNegative() ? sUser.Text() : sPass.Text();
+        return Fail("network.login", strReply, advice_Login(strReply));
+    }
     sReport.Ok("network.login", sReport.Foreign(sPass.Text()));
     return true;
 }
@@ -217,7 +232,7 @@ bool CProbe::Port()
 
 bool CProbe::Stor()
 {
-    sAnswer = sFtp.Store(strName);
+    sFtp.Store(strName, sAnswer);
     if (!sAnswer.sReply)
         return Fail("network.stor",
                     sAnswer.sData.Get() != -1 ? "connected, but no reply to STOR"
@@ -287,5 +302,5 @@ void CProbe::Leave()
 
 bool CProbe::LeftObject() const
 {
-    return sAnswer.sReply && sAnswer.sReply->iCode / 100 == 1;
+    return sAnswer.bSent && !sAnswer.bRefused;
 }

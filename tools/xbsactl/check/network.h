@@ -48,6 +48,7 @@ class CProbe
     bool Reverse();
     bool Tcp();
     bool Greet();
+    REPLY Pass(const REPLY &I_sUser);
     bool Login();
     bool Type();
     bool Folder();

@@ -94,8 +94,8 @@ void Go(const SETTINGS &I_sSettings, const std::function<void()> &I_fpMeet, RESU
     CLOCK::time_point sStart = CLOCK::now();
     CSession sSession(I_sSettings);
     BSA_ObjectDescriptor sObject = session_Object(I_sSettings);
+    I_sResult["begun"]; // a STOR that fails may leave an empty object
     sSession.Create(sObject);
-    I_sResult["begun"];
     if (I_sSettings.bInformix) I_sResult["copy"] = std::to_string(sObject.copyId.right);
     I_fpMeet();
     Store(sSession, strData);

@@ -4,10 +4,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <vector>
 
 #include "base/errors.h"
+#include "base/files.h"
 #include "xbsa_session.h"
 
 namespace
@@ -31,12 +35,47 @@ BSA_ObjectName ObjectName(const SETTINGS &I_sSettings)
     return sName;
 }
 
-// The library drops trace lines that it cannot write without a word.
-void CheckTraceFile(const std::string &I_strFile)
+std::string strTraceFile; // empty: standard error
+int iTraceFile = STDERR_FILENO;
+
+// Once: what is missing from a trace must not be looked for in it.
+void WarnOfTrace()
 {
-    const int iFile = open(I_strFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    if (iFile == -1) throw SystemFailure("trace file \"" + I_strFile + "\"");
-    close(iFile);
+    static bool bWarned = false;
+    const FAILURE sFailure = SystemFailure("trace file " + files_Quoted(strTraceFile));
+    if (!bWarned && !strTraceFile.empty())
+        fprintf(stderr, "xbsactl: warning: %s: lines are missing\n", sFailure.what());
+    bWarned = true;
+}
+
+// A line of the library's trace, as it writes it itself. Its texts are the server's, and what
+// commands a terminal is taken out there.
+void WriteTrace(char *cpMessage)
+{
+    const time_t lNow = time(nullptr);
+    struct tm sNow = {};
+    std::array<char, 64> szStamp{};
+    localtime_r(&lNow, &sNow);
+    strftime(szStamp.data(), szStamp.size(), " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
+    std::string strLine = std::string(szStamp.data()) + cpMessage;
+    strLine.resize(strLine.find_last_not_of("\r\n") + 1);
+    if (strTraceFile.empty()) strLine = Visible(strLine);
+    strLine += '\n';
+    const ssize_t iWritten = write(iTraceFile, strLine.data(), strLine.size());
+    if (iWritten != -1 && iWritten < static_cast<ssize_t>(strLine.size())) errno = ENOSPC;
+    if (iWritten != static_cast<ssize_t>(strLine.size())) WarnOfTrace();
+}
+
+// The library writes the file without a word when it cannot; here its lines come to the tool.
+void OpenTrace(const std::string &I_strFile)
+{
+    strTraceFile = I_strFile;
+    if (I_strFile.empty()) return;
+    const int iFlags = O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    iTraceFile = open(I_strFile.c_str(), iFlags);
+    if (iTraceFile == -1 && errno == ENOENT)
+        iTraceFile = open(I_strFile.c_str(), iFlags | O_CREAT, 0600);
+    if (iTraceFile == -1) throw SystemFailure("trace file " + files_Quoted(I_strFile));
 }
 } // namespace
 
@@ -78,16 +117,8 @@ void CSession::SetTrace(const SETTINGS &I_sSettings) const
     if (I_sSettings.iTraceLevel == -1) return;
     const auto ucLevel = static_cast<unsigned char>(I_sSettings.iTraceLevel);
     unsetenv("XBSA_TRACE"); // the option wins
-    if (I_sSettings.strTraceFile.empty())
-    {
-        sLibrary.fpSetTrace(nullptr, nullptr, ucLevel | TRACE_TO_STDERR);
-        return;
-    }
-    CheckTraceFile(I_sSettings.strTraceFile);
-    // One name has a meaning of its own for the library.
-    std::string strFile = I_sSettings.strTraceFile;
-    if (strFile == "ENVIRONMENT") strFile.insert(0, "./");
-    sLibrary.fpSetTrace(nullptr, strFile.data(), ucLevel | TRACE_TO_LOG);
+    OpenTrace(I_sSettings.strTraceFile);
+    sLibrary.fpSetTrace(WriteTrace, nullptr, ucLevel);
 }
 
 std::string CSession::LastError() const

@@ -48,7 +48,8 @@ PRINT_ROW Row(const STEP &I_sStep, bool I_bDay)
     sRow.strKind = KindName(I_sStep.eKind);
     sRow.bFailed = I_sStep.bFailed;
     sRow.strText = I_sStep.eKind == STEP_KIND::DATA ? DataText(I_sStep, I_bDay) : I_sStep.strText;
-    if (!I_sStep.strResult.empty()) sRow.strText += ": " + I_sStep.strResult;
+    if (!I_sStep.strResult.empty())
+        sRow.strText += (I_sStep.eKind == STEP_KIND::OBJECT ? ", " : ": ") + I_sStep.strResult;
     if (session_HasDuration(I_sStep))
         sRow.strDuration =
             I_sStep.bEnded ? text_Duration(I_sStep.iEnd - I_sStep.iStart) : "not ended";

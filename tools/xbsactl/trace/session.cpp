@@ -96,6 +96,7 @@ std::string session_Objects(const TRACE_SESSION &I_sSession)
     {
         if (sStep.eKind != STEP_KIND::OBJECT || uNamed == OBJECTS_NAMED) continue;
         strText += (uNamed++ == 0 ? "" : ", ") + sStep.strText;
+        if (!sStep.strResult.empty()) strText += ", " + sStep.strResult;
     }
     if (I_sSession.uObjects > uNamed)
         strText += " and " + std::to_string(I_sSession.uObjects - uNamed) + " more";

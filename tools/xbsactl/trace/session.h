@@ -26,8 +26,9 @@ struct STEP
     bool bEnded = false;
     bool bFailed = false;
     std::string strText;
-    std::string strResult;
-    uint64_t uBytes = 0; // data
+    std::string strResult; // of an object: its copy, when it is known
+    std::string strJob;    // a backup's, until it is certain which copy it is
+    uint64_t uBytes = 0;   // data
     uint64_t uBlocks = 0;
     int64_t iPause = 0; // the longest between two blocks, and when it began
     int64_t iPauseStart = 0;

@@ -42,11 +42,21 @@ void AddHandle(TRACE_SESSION &X_sSession, long I_lHandle)
     if (X_sSession.setHandles.size() < MIXED_HANDLES) X_sSession.setHandles.insert(I_lHandle);
 }
 
+// A copy that an answer named may be another process's; the close of the job names it again.
+void AddObjects(TRACE_SESSION &X_sInto, const std::vector<STEP> &I_vecSteps)
+{
+    for (STEP sStep : I_vecSteps)
+    {
+        if (sStep.eKind != STEP_KIND::OBJECT) continue;
+        if (!sStep.strJob.empty()) sStep.strResult.clear();
+        session_AddStep(X_sInto, sStep);
+    }
+}
+
 void Absorb(TRACE_SESSION &X_sInto, const TRACE_SESSION &I_sFrom)
 {
     for (const long lHandle : I_sFrom.setHandles) AddHandle(X_sInto, lHandle);
-    for (const STEP &sStep : session_Steps(I_sFrom))
-        if (sStep.eKind == STEP_KIND::OBJECT) session_AddStep(X_sInto, sStep);
+    AddObjects(X_sInto, session_Steps(I_sFrom));
     X_sInto.uProcesses += I_sFrom.uProcesses;
     X_sInto.uTerminated += I_sFrom.uTerminated;
     if (I_sFrom.uLastLine > X_sInto.uLastLine)
@@ -70,8 +80,7 @@ void BecomeMixed(TRACE_SESSION &X_sSession, const std::string &I_strSign)
     X_sSession.vecSteps.clear();
     X_sSession.deqSteps.clear();
     X_sSession.uObjects = X_sSession.uLeftOut = 0;
-    for (const STEP &sStep : vecSteps)
-        if (sStep.eKind == STEP_KIND::OBJECT) session_AddStep(X_sSession, sStep);
+    AddObjects(X_sSession, vecSteps);
 }
 } // namespace
 
