@@ -15,7 +15,7 @@
 
 enum
 {
-    PATIENCE = 1000 // milliseconds for a reply that may never come
+    PATIENCE = 1 // seconds for a reply that may never come
 };
 
 // Gives a server that may not answer a last chance. Returns the flags for the receive.

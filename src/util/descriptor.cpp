@@ -1,6 +1,7 @@
 #include "util/util.h"
 
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -75,10 +76,13 @@ void x_Reset(int hSocket)
     (void)connect(hSocket, &sNone, sizeof sNone); // fails where nothing is connected any more
 }
 
-bool x_AwaitBytes(int hSocket, int iMilliseconds)
+bool x_AwaitBytes(int hSocket, int iSeconds)
 {
     struct pollfd sPoll = {hSocket, POLLIN, 0};
-    return poll(&sPoll, 1, iMilliseconds) != 0;
+    struct timespec sTime = {iSeconds, 0};
+    sigset_t sAll;
+    sigfillset(&sAll); // a signal of the host must not end the wait
+    return ppoll(&sPoll, 1, &sTime, &sAll) != 0;
 }
 
 int x_SocketError(int hSocket)

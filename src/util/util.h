@@ -62,7 +62,7 @@ void x_ResetAtClose(int hSocket);
 void x_Reset(int hSocket);
 
 // Waits until bytes or the end have arrived on a socket. Returns false when the time ran out.
-bool x_AwaitBytes(int hSocket, int iMilliseconds);
+bool x_AwaitBytes(int hSocket, int iSeconds);
 
 // The error that the network has left on a socket, 0 for none.
 int x_SocketError(int hSocket);
