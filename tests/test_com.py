@@ -10,8 +10,8 @@ import unittest
 import inifile
 from server import Server
 from test_calls import call
-from xbsa import (STRICT, Descriptor, Name, Query, descriptor, make_folder, read_text, run,
-                  write_plain)
+from xbsa import (STRICT, Descriptor, Name, Query, descriptor, in_mode, make_folder, read_text,
+                  run, write_plain)
 
 os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
 os.environ.pop("LD_PRELOAD", None)  # the sanitizer is for this process, not for its children
@@ -167,13 +167,13 @@ def traced(outcome, prefix):
 
 
 class Commands(unittest.TestCase):
-    def check(self, rows, mask=FULL_MASK, name="bin"):
-        """All rows in one process; the mask of a first pass stays."""
+    def check(self, rows, mask=FULL_MASK, name="bin", strict="0"):
+        """All rows in one process; the mask of a first pass stays, but in strict mode."""
         utility, arguments = Utility(self, name=name), []
         for task, options, change, started in rows:
             shown = {name: "" for name in OPTIONS if name not in options}
             arguments.append((task, FIELDS | change | shown, started, 2))
-        got = run(in_turn, run_task, arguments)
+        got = run(in_turn, run_task, arguments, env={"KORVA_STRICT": strict})
         calls = iter(utility.calls())
         for (task, options, change, started), ((result, saveset, _), trace) in zip(rows, got.value):
             with self.subTest(task=task, options=options, change=change, started=started):
@@ -190,7 +190,8 @@ class Commands(unittest.TestCase):
 
     def test_lines(self):
         """Of each task, without options, with each and with all, as traced and as received."""
-        self.check(LINES)
+        for strict, mask in (("0", FULL_MASK), ("1", NO_MASK), ("", FULL_MASK), ("yes", FULL_MASK)):
+            self.check(LINES, mask, strict=strict)
         self.check(ONE_PASS, NO_MASK)
 
     def test_hostile(self):
@@ -284,15 +285,6 @@ class Runs(unittest.TestCase):
             with self.subTest(text[:40], length=len(text), room=room):
                 folder = "/b" if "/b" in text else ""
                 self.assertEqual(value, (code, folder + path if path else "", size))
-
-    def test_strict_mask(self):
-        """The first pass's mask comes back in strict mode only; the utility's are full."""
-        for strict, mask in (("0", FULL_MASK), ("1", NO_MASK), ("", FULL_MASK), ("yes", FULL_MASK)):
-            with self.subTest(strict):
-                utility = Utility(self)
-                got = run(run_task, 3, FIELDS, env={"KORVA_STRICT": strict})
-                self.assertEqual((got.mask, [call[1] for call in utility.calls()]),
-                                 (mask, [FULL_MASK] * 2))
 
 
 # Answers: the text, the result, and fields that must hold these values afterwards.
@@ -459,39 +451,35 @@ def query(x, actions, utility):
         else:
             call = x.BSAQueryObject if action == "query" else x.BSAGetNextQueryObject
             code = call(*[x.handle] + [c.byref(asked)] * (action == "query") + [c.byref(copy)])
-            row = code, copy.copyId.right, copy.name.space, copy.copyType
-            found.append(code if copy.name.space == b"untouched" else row)
-    return found, x.last_error() != ""
+            row = copy.copyId.right, copy.name.space, copy.copyType
+            found.append(str({(0, b"untouched", 2): code, (4711, b"sp%", 3): "found"}.get(row, row[0])))
+    return " ".join(found), x.last_error() != ""
 
 
-MATCH, ONE = (0, 4711, b"sp%", 3), (0, 1, b"", 0)
-# Actions; strict mode; results, of which a 3 leaves a last message.
+# Actions, and the results of the calls in both modes, of which a 3 leaves a last message.
 QUERIES = [
-    ("match begin query next", "01", [MATCH, 18]), ("next", "01", [5]),
-    ("match begin query query", "01", [MATCH, 5]),
-    ("match begin query three next next next", "0", [MATCH, ONE, (0, 2, b"", 0), 18]),
-    *((f"match begin query end {answer} begin query next", strict, [MATCH, code, 18])
-      for answer, codes in (("none", (17, 17)), ("empty", (17, 17)), ("no", (3, 3)),
-                            ("silent", (17, 3)), ("dead", (17, 3)), ("lose", (17, 3)))
-      for strict, code in zip("01", codes)),
-    ("match begin query three end begin query next", "01", [MATCH, MATCH, 18]),
-    ("match begin query three index=0 next end begin query next", "01", [MATCH, 18, MATCH, 18]),
-    ("match begin query three index=2 end no begin query three index=0 next", "01", [MATCH, 3, 18]),
-    *((f"match begin query full index={index} next", "01", [MATCH, 18]) for index in (-1, 127, 1 << 30)),
-    ("match begin query full" + " next" * 127, "0", [MATCH] + [(0, number, b"", 0)
-     for number in range(1, 127)] + [18]),
+    ("match begin query next", "found 18"), ("next", "5"), ("match begin query query", "found 5"),
+    ("match begin query three next next next", "found 1 2 18"),
+    *((f"match begin query end {answer} begin query next", f"found {code} 18") for answer, code in (
+        ("none", "17"), ("empty", "17"), ("no", "3"), ("silent", "<17|3>"), ("dead", "<17|3>"),
+        ("lose", "<17|3>"))),
+    ("match begin query three end begin query next", "found found 18"),
+    ("match begin query three index=0 next end begin query next", "found 18 found 18"),
+    ("match begin query three index=2 end no begin query three index=0 next", "found 3 18"),
+    *((f"match begin query full index={index} next", "found 18") for index in (-1, 127, 1 << 30)),
+    ("match begin query full" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18"),
 ]
 
 
 class Queries(unittest.TestCase):
     def test_queries(self):
         """What is found once is never handed out again, a failed query leaves nothing."""
-        for actions, modes, want in QUERIES:
-            for strict in modes:
+        for actions, cell in QUERIES:
+            for strict in "01":
                 with self.subTest(actions, strict=strict):
-                    utility = Utility(self)
+                    utility, want = Utility(self), in_mode(strict, cell)
                     got = run(query, actions, utility, env={"KORVA_STRICT": strict})
-                    self.assertEqual((*got.value, got.mask), (want, 3 in want, NO_MASK))
+                    self.assertEqual((*got.value, got.mask), (want, want.endswith(" 3 18"), NO_MASK))
                     self.assertEqual(set(utility.arguments()) - {
                         "-q -C srv -I informix -j job -s NULL -- sp%@/q"}, set())
 
@@ -566,71 +554,57 @@ def shortened(calls):
 
 OPENED, ENDED = "open, openjob:S1 TIME, ", "closejob:S1 ABC@R1 {0}, close:S1 {0}"
 GOOD, READ = OPENED + ENDED, "open, openjob:S1 4711, " + ENDED
+WELL, ONCE = GOOD.format(0), "(, close:S1 3)?"  # the session's, whose job was closed once
 STOR, RETR = "STOR ABC:QAB:none:17:LBL:64", "RETR ABC:0:0:17:5:none"
+NAMELESS = STOR.replace("ABC", "")
 STALE = ["szName", "szSessionID", "szRestoreID", "iOpenJobStarted"]
-AGAIN = "(, close:S1 3)?"  # the session's, whose job was closed once
-UNNAMED = {"savesetname": None, "drive": "/d"}
-# The server's oddity; changes of the job's answer; strict mode; actions; what they told; runs of the
-# utility; transfers. Both are patterns, where {0} is the status and .* is not looked at.
+# The server's oddity; changes of the job's answer; actions; what they told; runs of the utility;
+# transfers. The last three are patterns of both modes: <default|strict>.
 SESSIONS = [
-    ({}, {}, "0", "store names", "000 ABC/S1/R1/1", GOOD.format(0), STOR),
-    ({}, {}, "1", "store restore", "000 000hello", GOOD.format(0) + ", " + READ.format(0),
-     f"{STOR}, {RETR}"),
-    ({}, {}, "0", "restore", "000hello", READ.format(0), RETR),
-    ({}, {"savesetname": None}, "01", "store", "000", GOOD.format(0).replace("ABC@R1", "TIME"),
+    ({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
+    ({}, {}, "store restore", "000 000hello", f"{WELL}, {READ.format(0)}", f"{STOR}, {RETR}"),
+    ({}, {"savesetname": None}, "store", "000", WELL.replace("ABC@R1", "TIME"),
      STOR.replace("ABC", "TIME")),
-    *(({}, UNNAMED, strict, "restore", "000", READ.format(0).replace("ABC@R1", name), "RETR 4711")
-      for strict, name in (("0", "-I"), ("1", "4711"))),
-    *(({}, {"drive": "/d"}, strict, "store nameless restore", "000 000",
-       f"{GOOD.format(0)}, {READ.format(0).replace('ABC@R1', name)}", "STOR ABC, RETR 4711")
-      for strict, name in (("0", "ABC"), ("1", "4711"))),
+    ({}, {"savesetname": None, "drive": "/d"}, "restore", "000",
+     READ.format(0).replace("ABC@R1", "<-I|4711>"), "RETR 4711"),
+    ({}, {"drive": "/d"}, "store nameless restore", "000 000",
+     f"{WELL}, {READ.format(0).replace('ABC@R1', '<ABC|4711>')}", "STOR ABC, RETR 4711"),
     # the data phase failed, the close did not
-    *(({"END": ["426 cut"]}, {}, strict, "store", f"00{code}", GOOD.format(3), STOR)
-      for strict, code in (("0", 0), ("1", 3))),
-    *(({}, {}, strict, "begin create block fault end commit", f"0003{code}0", GOOD.format(3), STOR)
-      for strict, code in (("0", 0), ("1", 3))),
-    *(({}, {}, strict, f"begin create block {call} end commit", f"000{error}{code}0",
-       GOOD.format(code), STOR) for call, error in (("send-null", 22), ("send!", 6))
-      for strict, code in (("0", 0), ("1", 3))),
-    *(({"DATA": [*part, "reset_data"]}, {}, strict, "restore", f"03{code}{data}",
-       READ.format(status), RETR) for part, data, strict, code, status in (
-           ([], "", "0", 0, 0), ([], "", "1", 3, 3), (["begin"], "hello", "0", 0, 0),
-           (["begin"], "hello", "1", 3, 2))),
-    ({"DATA": ["begin", "reset_data"]}, {}, "1", "begin get read! take end commit", "006330",
-     READ.format(3).replace("4711", "0"), RETR),
+    ({"END": ["426 cut"]}, {}, "store", "00<0|3>", GOOD.format(3), STOR),
+    ({}, {}, "begin create block fault end commit", "0003<0|3>0", GOOD.format(3), STOR),
+    ({}, {}, "begin create block send-null end commit", "00022<0|3>0", GOOD.format("<0|3>"), STOR),
+    ({}, {}, "begin create block send! end commit", "0006<0|3>0", GOOD.format("<0|3>"), STOR),
+    ({"DATA": ["reset_data"]}, {}, "restore", "03<0|3>", READ.format("<0|3>"), RETR),
+    ({"DATA": ["begin", "reset_data"]}, {}, "restore", "03<0|3>hello", READ.format("<0|2>"), RETR),
+    ({"DATA": ["begin", "reset_data"]}, {}, "begin get read! take end commit", "0063<0|3>0",
+     READ.format("<0|3>").replace("4711", "0"), RETR),
     # the close got no answer, or a refusal
-    *(({}, {}, strict, "mute-closejob store restore", f"00{code} 00{code}hello",
-       f"{GOOD.format(0)[:-12]}, {READ.format(0)[:-12]}", f"{STOR}, {RETR}")
-      for strict, code in (("0", 0), ("1", 3))),
-    ({}, {}, "01", "deny store", "003", GOOD.format(0)[:-12], STOR),
+    ({}, {}, "mute-closejob store restore", "00<0|3> 00<0|3>hello",
+     f"{WELL[:-12]}, {READ.format(0)[:-12]}", f"{STOR}, {RETR}"),
+    ({}, {}, "deny store", "003", WELL[:-12], STOR),
     # no session, or no job
-    ({}, {}, "01", "refuse restore", "3", "open", ""),
-    *(({}, {}, strict, "store refuse begin create end commit names", f"000 03{code}0 /{name}//0",
-       f"{GOOD.format(0)}, open, close:{name} 3", STOR)
-      for strict, code, name in (("0", 0, "S1"), ("1", 3, ""))),
-    *(({}, {}, strict, "store half begin create end commit names", f"000 03{code}0 /{name}//0",
-       f"{GOOD.format(0)}, open, close:{name} 3", STOR)
-      for strict, code, name in (("0", 0, "S2"), ("1", 3, ""))),
-    ({}, {}, "0", "store mute-open store", "000 000", GOOD.format(0) + ", open, close:S1 0",
-     f"{STOR}, {STOR.replace('ABC', '')}"),
-    ({}, {}, "1", "store mute-open begin create end commit", "000 0330",
-     GOOD.format(0) + ", open, close: 3", STOR),
-    ({}, {}, "0", "store mute-openjob store", "000 000",
-     f"{GOOD.format(0)}, {GOOD.format(0).replace('ABC@R1', 'TIME')}", f"{STOR}, .*"),
-    ({}, {}, "1", "store mute-openjob store", "000 (3|003)", GOOD.format(0) + ", open.*", f"{STOR}.*"),
-    ({}, {}, "01", "store lose store", "000 003", GOOD.format(0), f"{STOR}, {STOR.replace('ABC', '')}"),
-    *(({}, {}, strict, "store lose begin create block find end commit", f"000 000{code}0",
-       GOOD.format(0) + ", close:S1 [03]", f"{STOR}, .*") for strict, code in (("0", 0), ("1", 3))),
-    # a job that is closed twice, or once in strict mode
-    *(({"CWD": ["550 no"]}, {}, strict, "begin create end commit", f"03{code}0", GOOD.format(3) + more,
-       "") for strict, code, more in (("0", 0, ", " + ENDED.format(3)), ("1", 3, AGAIN))),
-    *(({}, {}, strict, "begin create block end end commit", f"0000{code}0", GOOD.format(0) + more,
-       STOR) for strict, code, more in (("0", 0, ", " + ENDED.format(3)), ("1", 3, AGAIN))),
+    ({}, {}, "refuse restore", "3", "open", ""),
+    ({}, {}, "store refuse begin create end commit names", "000 03<0|3>0 /<S1|>//0",
+     WELL + ", open, close:<S1|> 3", STOR),
+    ({}, {}, "store half begin create end commit names", "000 03<0|3>0 /<S2|>//0",
+     WELL + ", open, close:<S2|> 3", STOR),
+    ({}, {}, "store mute-open store", "000 <000|3>", WELL + ", open<, close:S1 0|>",
+     f"{STOR}<, {NAMELESS}|>"),
+    ({}, {}, "store mute-openjob store", "000 <000|3>", WELL + ", open, openjob.*", f"{STOR}<, .*|>"),
+    ({}, {}, "store lose store", "000 003", WELL, f"{STOR}, {NAMELESS}"),
+    ({}, {}, "store lose begin create block find end commit", "000 000<0|3>0",
+     WELL + ", close:S1 <0|.>", f"{STOR}, {NAMELESS}"),
+    # a job that is closed twice, or once
+    ({"CWD": ["550 no"]}, {}, "begin create end commit", "03<0|3>0",
+     f"{GOOD.format(3)}<, {ENDED.format(3)}|{ONCE}>", ""),
+    ({}, {}, "begin create block end end commit", "0000<0|3>0",
+     f"{WELL}<, {ENDED.format(3)}|{ONCE}>", STOR),
     # a refused call forgets the job, a late end does not know it
-    *(({}, {}, "01", f"store begin {call} names", f"000 0{code} ABC/S1/R1/0", GOOD.format(0), STOR)
-      for call, code in (("create!", 6), ("create-noname", 22), ("get!", 6))),
-    ({}, {}, "01", "begin create block create end commit", "000500", OPENED + "close:S1 0", STOR),
-    ({}, {}, "0", "begin create block commit end", "00000", OPENED[:-2], STOR),
+    ({}, {}, "store begin create! names", "000 06 ABC/S1/R1/0", WELL, STOR),
+    ({}, {}, "store begin create-noname names", "000 022 ABC/S1/R1/0", WELL, STOR),
+    ({}, {}, "store begin get! names", "000 06 ABC/S1/R1/0", WELL, STOR),
+    ({}, {}, "begin create block create end commit", "000500", OPENED + "close:S1 0", STOR),
+    ({}, {}, "begin create block commit end", "0000<0|3>", OPENED[:-2], STOR),
 ]
 HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 127.0.0.1 one.korva.test one
@@ -649,20 +623,19 @@ class Sessions(unittest.TestCase):
 
     def test_sessions(self):
         """What the caller, the server and the utility are told, run by run."""
-        for script, changes, modes, actions, want, runs, transfers in SESSIONS:
-            for strict in modes:
+        for script, changes, actions, *cells in SESSIONS:
+            for strict in "01":
                 with self.subTest(actions, script=script, changes=changes, strict=strict):
                     server = Server(script, objects={RETR[5:]: b"hello"})
                     utility = Utility(self, answers(server.port, **changes))
-                    got = run(session, actions, utility, server=server,
-                              env={"KORVA_STRICT": strict})
-                    calls = utility.calls()
-                    self.assertRegex(got.value, f"^{want}$")
-                    self.assertRegex(shortened([words for words, *_ in calls]), f"^{runs}$")
-                    self.assertEqual({left for _, _, left in calls}, {"0 1 2"})
-                    sent = ", ".join(line for lines in server.heard for line in lines
-                                     if line[:4] in ("STOR", "RETR"))
-                    self.assertRegex(re.sub(r"\b\d{10}\b", "TIME", sent), f"^{transfers}$")
+                    told = run(session, actions, utility, server=server,
+                               env={"KORVA_STRICT": strict}).value
+                    runs = shortened([words for words, *_ in utility.calls()])
+                    sent = re.sub(r"\b\d{10}\b", "TIME", ", ".join(
+                        line for lines in server.heard for line in lines if line[2:4] in ("OR", "TR")))
+                    for got, want in zip((told, runs, sent), cells):
+                        self.assertRegex(got, f"^{in_mode(strict, want)}$")
+                    self.assertEqual({left for _, _, left in utility.calls()}, {"0 1 2"})
 
     def test_no_ini_file(self):
         """A job that could not be opened is no success, though the server took the object; nor does

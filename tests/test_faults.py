@@ -147,7 +147,7 @@ class Informix(Road, unittest.TestCase):
 
     def test_refused_query(self):
         """What a query that failed has allocated is given back by the next one."""
-        def ask(x):
+        def ask(x, forget):
             self.begin(x)
             assert c.CDLL(None).shim_arm(b"malloc", 0, 0, 0)
             held = []
@@ -155,11 +155,13 @@ class Informix(Road, unittest.TestCase):
                 x.BSABeginTxn(x.handle)
                 x.BSAQueryObject(x.handle, c.byref(Query()), c.byref(Descriptor()))
                 held.append(c.CDLL(None).shim_blocks())
+                if forget:
+                    x.state.spQueryResult[0] = None
                 x.BSAEndTxn(x.handle, 1)
             return held
         for answer in b"reply=OK\nsavesetname=1\n", b"message=no\nreply=ERROR\n", b"":
             Utility(self, {"-q": answer})
-            held = run(ask).value
+            held = run(ask, b"savesetname" in answer).value
             self.assertEqual(held[1:], held[:3])
 
     def setUp(self):

@@ -148,6 +148,11 @@ def pattern(size):
     return hashlib.shake_128(b"korva").digest(size)
 
 
+def in_mode(strict, text):
+    """A table's cell: of each <default|strict> in it what holds in this mode."""
+    return re.sub(r"<([^|>]*)\|([^>]*)>", lambda both: both[1 + int(strict)], text)
+
+
 def descriptors():
     """The numbers of the open ones, without the one that the listing itself took."""
     listed = [int(name) for name in os.listdir("/proc/self/fd")]
