@@ -172,11 +172,12 @@ class Setup(Folder):
         """What the folder's owner puts there is not followed, waited for, taken for ours or read
         into memory; and no command of theirs reaches a terminal or logrotate."""
         journal, bomb = "etc/xbsa-setup.json", "[" * 65000
-        victim = os.path.join(make_folder(self), "victim")
+        outside = make_folder(self)
+        victim = os.path.join(outside, "onconfig")
         write_plain(victim, "kept")
         for prepare, text in [
-                (lambda: self.link("lib", "/tmp"), "lib is a link"),
-                (lambda: self.link("etc", "/etc"), "etc is a link"),
+                (lambda: self.link("lib", outside), "lib is a link"),
+                (lambda: self.link("etc", outside), "etc is a link"),
                 (lambda: self.link("etc/sm_versions", victim), "sm_versions is a link"),
                 (lambda: self.link(journal, victim), "json is a link"),
                 (lambda: os.mkfifo(self.path(journal)), "not a regular file"),
@@ -191,7 +192,7 @@ class Setup(Folder):
                 self.assertIn(text, self.setup("--yes", want=1, preexec_fn=None if SANITIZED else (
                     lambda: resource.setrlimit(resource.RLIMIT_AS, limit))))
                 self.assertEqual({name: os.lstat(self.path(name)) for name in self.names()}, before)
-                self.assertEqual(read_text(victim), "kept")
+                self.assertEqual((os.listdir(outside), read_text(victim)), (["onconfig"], "kept"))
         self.setUp()
         self.write("etc/onconfig", b"BAR_BSALIB_PATH /x\033]0;\xc2\x9b\x9b\xe2\x80\xae\xc3\xa4\n")
         self.write("etc/xbsa.logrotate", "/x { postrotate\nevil\nendscript }\n")
