@@ -21,7 +21,7 @@ tests/servers.sh "$ftpd" 2>/dev/null || {
 }
 
 for preset in release asan; do
-    cmake --preset $preset -DXBSA_FTPD="$ftpd"
+    cmake --preset $preset -DXBSA_TOOL=ON -DXBSA_FTPD="$ftpd"
     cmake --build --preset $preset -j "$(nproc)"
 done
 echo 'subdirs(release asan)' >build/CTestTestfile.cmake # one run, one summary

@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <limits>
 
-#include "errors.h"
+#include "base/errors.h"
 
 namespace
 {
