@@ -44,6 +44,12 @@ def read(*path):
         return file.read()
 
 
+def state(path):
+    """What changes when something is written there; a look alone changes the time of access."""
+    status = os.lstat(path)
+    return status.st_ino, status.st_mode, status.st_uid, status.st_size, status.st_mtime_ns
+
+
 def joined(literals):
     return re.sub(r'"\s*"', "", literals)[1:-1]
 
@@ -172,11 +178,12 @@ class Setup(Folder):
         """What the folder's owner puts there is not followed, waited for, taken for ours or read
         into memory; and no command of theirs reaches a terminal or logrotate."""
         journal, bomb = "etc/xbsa-setup.json", "[" * 65000
-        victim = os.path.join(make_folder(self), "victim")
+        outside = make_folder(self)
+        victim = os.path.join(outside, "onconfig")
         write_plain(victim, "kept")
         for prepare, text in [
-                (lambda: self.link("lib", "/tmp"), "lib is a link"),
-                (lambda: self.link("etc", "/etc"), "etc is a link"),
+                (lambda: self.link("lib", outside), "lib is a link"),
+                (lambda: self.link("etc", outside), "etc is a link"),
                 (lambda: self.link("etc/sm_versions", victim), "sm_versions is a link"),
                 (lambda: self.link(journal, victim), "json is a link"),
                 (lambda: os.mkfifo(self.path(journal)), "not a regular file"),
@@ -186,12 +193,12 @@ class Setup(Folder):
             with self.subTest(text):
                 self.setUp()  # a folder of its own: no row writes through the link of the one before
                 prepare()
-                before = {name: os.lstat(self.path(name)) for name in self.names()}
+                before = {name: state(name) for name in self.names()}
                 limit = (1 << 28, 1 << 28)
                 self.assertIn(text, self.setup("--yes", want=1, preexec_fn=None if SANITIZED else (
                     lambda: resource.setrlimit(resource.RLIMIT_AS, limit))))
-                self.assertEqual({name: os.lstat(self.path(name)) for name in self.names()}, before)
-                self.assertEqual(read_text(victim), "kept")
+                self.assertEqual({name: state(name) for name in self.names()}, before)
+                self.assertEqual((os.listdir(outside), read_text(victim)), (["onconfig"], "kept"))
         self.setUp()
         self.write("etc/onconfig", b"BAR_BSALIB_PATH /x\033]0;\xc2\x9b\x9b\xe2\x80\xae\xc3\xa4\n")
         self.write("etc/xbsa.logrotate", "/x { postrotate\nevil\nendscript }\n")
@@ -353,10 +360,10 @@ class AsRoot(Folder):
                               ["store", "x", "--manifest", path, *host],
                               ["store", "x", "--status", path, *host]):
                 with self.subTest(arguments=arguments, owner=owner):
-                    before = os.lstat(path)
+                    before = state(path)
                     got = tool(*arguments, env=env)
                     self.assertEqual("to another account (12345)" in got.stderr, owner == OTHER, got)
-                    self.assertEqual(os.lstat(path), before)
+                    self.assertEqual(state(path), before)
                     page = arguments[0] == "trace" and owner == 0
                     self.assertEqual("<html" in read(self.victim), page)
                     write_plain(self.victim, "root's", 0o400)

@@ -111,8 +111,9 @@ class Trace(unittest.TestCase):
         text = re.sub(rb"(openjob:.* -s )\d+", rb"\g<1>1", read_bytes(log))
         out = self.trace(text)
         size = os.path.getsize(__file__)
-        self.assertRegex(out, rf"session 1: done, (.*\n)*  backup of rootdbs@level0, copy id {copy.decode()}\n"
-                         rf"(.*\n)*.* {size} bytes sent(.*\n)*.*closejob: answered(.*\n)*.*query of")
+        self.assertRegex(out, r"session 1: done, (.*\n)*  backup of rootdbs@level0, copy id "
+                         rf"{copy.decode()}\n(.*\n)*.* {size} bytes sent(.*\n)*.*closejob: "
+                         r"answered(.*\n)*.*query of")
         self.assertRegex(out, r"session 2: failed, (.*\n)*.*first error.*\[no_tape\](.*\n)*.*utility "
                          ".*openjob: refused")
         self.assertRegex(out, r"session 2: (.*\n)*  backup of rootdbs@level0\n")

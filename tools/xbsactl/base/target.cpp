@@ -56,7 +56,7 @@ std::string TakePart(std::string &X_strPath)
 {
     X_strPath.erase(0, X_strPath.find_first_not_of('/'));
     if (X_strPath.empty()) return "."; // it ended with a slash
-    const std::string strPart = X_strPath.substr(0, X_strPath.find('/'));
+    std::string strPart = X_strPath.substr(0, X_strPath.find('/'));
     X_strPath.erase(0, strPart.size());
     return strPart;
 }

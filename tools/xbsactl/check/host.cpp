@@ -25,7 +25,7 @@ constexpr uint64_t LOW_SPACE = 100 * MEGABYTE;
 constexpr uint64_t LARGE_LOG = 1000 * MEGABYTE;
 constexpr long SHORTEST_SENDING = 100; // seconds: what hosts owe each other
 constexpr long LONGEST_SENDING = 1000;
-constexpr long LONGEST_SILENCE = 3 * 3600;
+constexpr long LONGEST_SILENCE = 10800;
 constexpr size_t LOG_ROOM = sizeof(_sGlobal::szLogFile) - 1;
 
 bool IsInGroup(const char *cpGroup)
@@ -159,8 +159,11 @@ long SecondsOfSending(long I_lRetries)
 {
     double dSeconds = 0;
     double dWait = 0.2;
-    for (long lTry = 0; lTry <= I_lRetries; lTry++, dWait = std::min(120.0, dWait * 2))
+    for (long lTry = 0; lTry <= I_lRetries; lTry++)
+    {
         dSeconds += dWait;
+        dWait = std::min(120.0, dWait * 2);
+    }
     return std::lround(dSeconds);
 }
 
