@@ -51,7 +51,15 @@ ODD = [("TYPE A", "504"), ("CWD /etc", "550"), ("PORT 127,0,0,1,4", "501"),
 # What was done to a folder that a sandbox has worked in, and why no other one starts there.
 SPOILT = [("truncate -s 0 catalogue.sqlite", "does not know 1 of the stored objects"),
           ("rm catalogue.sqlite", "does not know 1 of the stored objects"),
-          ("echo nonsense >catalogue.sqlite", "not a database")]
+          ("echo nonsense >catalogue.sqlite", "not a database"),
+          ("chmod 770 .", "can be written by other accounts"),
+          ("chmod 777 bin", "bin can be written by other accounts"),
+          ("chmod 777 ..", "can be written by every account"),
+          ("ln -sf ../victim faults", "faults is a link"), ("ln -sf ../victim lock", "lock is a link"),
+          ("ln ../victim settings.new", "settings.new is a link")]
+SPOILT_BY_ROOT = [("chown nobody .", "belongs to nobody"), ("chown nobody bin", "bin belongs to nobody"),
+                  ("chown nobody ..", "belongs to nobody"),
+                  ("ln -s ../victim new; chown -h nobody new", "new belongs to nobody")]
 
 
 class Sandbox:
@@ -244,6 +252,11 @@ class OnSandbox(unittest.TestCase):
 
 
 class AsRoot(unittest.TestCase):
+    refuse = OnSandbox.refuse
+
+    def test_spoilt_folders(self):
+        self.refuse(SPOILT_BY_ROOT)
+
     def test_full_disk(self):
         """On a disk that holds the catalogue, too, what is good stays good, and can be read."""
         folder = make_folder(self)
