@@ -6,7 +6,7 @@ cd "$(dirname "$0")"
 . tools/packages.sh
 
 packages_need g++ cmake make python3 binutils clang-format clang-tidy clang-tools libcli11-dev \
-    nlohmann-json3-dev libssl-dev python3-pyftpdlib dpkg-dev file clang libclang-rt-14-dev \
+    nlohmann-json3-dev libssl-dev dpkg-dev file clang libclang-rt-14-dev \
     strace valgrind
 
 # Some tests and the benchmark need these; a machine that cannot have them runs the others.
@@ -21,7 +21,7 @@ tests/servers.sh "$ftpd" 2>/dev/null || {
 }
 
 for preset in release asan; do
-    cmake --preset $preset -DXBSA_FTPD="$ftpd"
+    cmake --preset $preset -DXBSA_TOOL=ON -DXBSA_FTPD="$ftpd"
     cmake --build --preset $preset -j "$(nproc)"
 done
 echo 'subdirs(release asan)' >build/CTestTestfile.cmake # one run, one summary

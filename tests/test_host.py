@@ -1,18 +1,24 @@
 """A guest in its host: descriptors, memory, and what a host does to its own descriptors."""
 import _ctypes
+import contextlib
 import ctypes as c
+import errno
 import fcntl
+import itertools
 import os
 import resource
 import shutil
+import signal
 import socket
 import struct
 import subprocess
+import threading
 import unittest
 
 from ftpd import serve_behind
 from server import Server
-from xbsa import DEADLINE, LIBRARY, SANITIZED, Owner, descriptors, read_text, run, run_started
+from xbsa import (DEADLINE, LIBRARY, SANITIZED, Block, Owner, TraceSink, descriptor, descriptors,
+                  make_folder, read_text, run, run_started)
 
 CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
 SETTLED = 100  # after so many cycles the C library has what it keeps
@@ -62,37 +68,132 @@ def made_descriptors(x, server, closed):
     return code, min(made) > 2, flags, low
 
 
-def reused_numbers(x):
-    """The numbers of the closed sockets become the host's ends of two pairs of its own."""
-    pairs = [socket.socketpair() for _ in range(2)]
+def connections(x):
+    return x.state.sSession.SData, x.state.sSession.SControl
+
+
+def far_ends(x, replies=b"226 done\r\n221 bye\r\n", numbers=None):
+    """Two pairs of the host's own, whose near ends are in the record; the far ends."""
+    ends = [end for _ in range(2) for end in socket.socketpair()]
+    high = [fcntl.fcntl(end, fcntl.F_DUPFD_CLOEXEC, 100) for end in ends]
+    for end in ends:
+        end.close()
+    far = [socket.socket(fileno=number) for number in high[1::2]]
+    for near, number in zip(high[::2], numbers or ()):
+        os.dup2(near, number)
+        os.close(near)
+    far[1].sendall(replies)
+    x.state.sSession.SData, x.state.sSession.SControl = numbers or high[::2]
+    return far
+
+
+def reused_after_end(x):
+    """The numbers of the ended transfer become the host's."""
     x.store(end=False)
-    numbers = x.state.sSession.SData, x.state.sSession.SControl
+    numbers = connections(x)
     x.BSAEndData(x.handle)
-    for (ours, theirs), number in zip(pairs, numbers):
-        os.dup2(ours.fileno(), number)
-        theirs.sendall(b"226 done\r\n")
-        theirs.shutdown(socket.SHUT_WR)
+    far = far_ends(x, numbers=numbers)
     codes = [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.BSABeginTxn(x.handle),
              x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.send(b""), x.restore()[0]]
-    unread = []
-    for (ours, theirs), number in zip(pairs, numbers):
-        unread.append(os.read(number, 100))
+    unread = os.read(numbers[1], 100)
+    for number in numbers:
         os.close(number)
-        ours.close()
-        unread.append(theirs.recv(100))
-        theirs.close()
-    return codes, unread
+    return codes, [unread] + [theirs.recv(100) for theirs in far]
+
+
+def reused_in_transfer(x, renew, reuse):
+    """The host closes what is open, and may use the numbers; the library goes on without."""
+    x.store(end=False)
+    numbers = dict(zip(connections(x), [os.open(name, os.O_CREAT | os.O_RDWR) for name in "ab"]))
+    for number, file in numbers.items():
+        _ = os.dup2(file, number) if reuse else os.close(number)
+    codes = [x.BSAEndTxn(x.handle, 1)] + [x.init()] * renew
+    codes += x.store() + x.restore()[0]
+    same = [reuse and os.path.sameopenfile(number, file) for number, file in numbers.items()]
+    for number in [*numbers] * reuse + [*numbers.values()]:
+        os.close(number)
+    return codes, same
+
+
+def isolated_end(x, renew):
+    """Nothing of an earlier object, opened twice, spoils one on sockets of the host's own."""
+    x.store(end=False)
+    codes = [x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndTxn(x.handle, 1)]
+    for number in set(connections(x)) & set(descriptors()):
+        os.close(number)
+    codes, far = codes + [x.init()] * renew, far_ends(x)
+    x.state.sSession.iLastCall |= 2
+    return codes + [x.BSAEndData(x.handle)], [theirs.recv(100) for theirs in far]
+
+
+# A call on a socket of the host's own, that gives an error of that number: because it does not
+# block, and is full or takes a part or has so many bytes; or it has a time limit; or a signal comes.
+# At which retry it has room again, and the status before: code, status after, number of retries.
+OWN = [
+    ("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
+    ("BSASendData", "full", errno.EAGAIN, 0, 5, 3, 3, 5),
+    ("BSASendData", "part", errno.EAGAIN, 0, 0, 3, 2, 5),
+    ("BSASendData", "part", errno.EAGAIN, 0, 5, 3, 5, 5),
+    ("BSASendData", "limit", errno.EAGAIN, 1, 0, 0, 0, 1),
+    ("BSASendData", "signal", errno.EINTR, 1, 0, 0, 0, 1),
+    ("BSAGetData", "0", errno.EAGAIN, 0, 9, 3, 3, 0),
+    ("BSAGetData", "5", errno.EAGAIN, 0, 0, 3, 2, 0),
+    ("BSAGetData", "5", errno.EAGAIN, 0, 9, 3, 9, 0),
+]
+
+
+def fill(ours, theirs, kind):
+    """Makes the socket what the row says."""
+    ours.setblocking(False)
+    if kind.isdigit():
+        theirs.sendall(b"x" * int(kind))
+        return
+    if kind == "part":
+        ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 20000)
+    with contextlib.suppress(BlockingIOError):
+        while True:
+            ours.send(b"y" * 4096)
+    if kind == "part":
+        theirs.recv(4096)
+    ours.setblocking(kind in ("limit", "signal"))
+    if kind == "limit":
+        ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, struct.pack("ll", 0, 20000))
+    if kind == "signal":
+        signal.setitimer(signal.ITIMER_REAL, 0.05, 0.05)
+
+
+def own_socket(x, call, kind, room_at, before):
+    ours, theirs = socket.socketpair()
+
+    def listen(text):
+        x.trace.append(text.decode())
+        if text.endswith(b"Resending [%d] times" % room_at):
+            theirs.recv(1 << 24)
+    for number, restart in ((signal.SIGALRM, False), (signal.SIGUSR1, True)):
+        signal.signal(number, lambda *_: None)
+        signal.siginterrupt(number, not restart)
+    sink, shim, room = TraceSink(listen), c.CDLL(None), c.create_string_buffer(65535)
+    x.BSASetTrace(sink, None, 2)
+    x.state.sSession.SData, x.state.iQAB = ours.fileno(), 1
+    x.state.sObject.sSMS.iOpStatus = before
+    fill(ours, theirs, kind)
+    assert shim.shim_arm(b"malloc", 0, 0, 0)
+    block = Block(65535, 0, c.addressof(room))
+    code = getattr(x, call)(x.handle, c.byref(block))
+    signal.setitimer(signal.ITIMER_REAL, 0)
+    return (code, x.state.sObject.sSMS.iOpStatus, shim.shim_calls(b"sleep")), block.numBytes
 
 
 def data_options(x):
-    """A dead peer is noticed; a host that dies resets the connection."""
+    """A dead peer is noticed, a host that dies resets the connection, a send has no time limit."""
     x.store(end=False)
     with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
         found = [data.getsockopt(socket.IPPROTO_TCP, option) for option in
                  (socket.TCP_KEEPIDLE, socket.TCP_KEEPINTVL, socket.TCP_KEEPCNT)]
         found.append(data.getsockopt(socket.SOL_SOCKET, socket.SO_KEEPALIVE))
-        found.append(data.getsockopt(socket.SOL_SOCKET, socket.SO_LINGER, 8))
-    return found, x.BSAEndData(x.handle)
+        texts = [data.getsockopt(socket.SOL_SOCKET, socket.SO_LINGER, 8),
+                 data.getsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, 16)]
+    return found, texts, x.BSAEndData(x.handle)
 
 
 class Host(unittest.TestCase):
@@ -113,12 +214,69 @@ class Host(unittest.TestCase):
 
     def test_data_options(self):
         self.assertEqual(run_started(data_options, server=Server()).value,
-                         ([60, 15, 8, 1, struct.pack("ii", 1, 0)], 0))
+                         ([60, 15, 8, 1], [struct.pack("ii", 1, 0), bytes(16)], 0))
+
+    def check(self, scenario, *arguments, want, modes="01"):
+        for strict in modes:
+            with self.subTest(scenario.__name__, arguments=arguments, strict=strict):
+                got = run_started(scenario, *arguments, env={"KORVA_STRICT": strict},
+                                  server=Server(objects={"obj": b"hello"}))
+                self.assertEqual(got.value, want)
 
     def test_reused_numbers(self):
-        codes, unread = run_started(reused_numbers, server=Server(objects={"obj": b"hello"})).value
-        self.assertEqual(codes, [3, 0, 0, 0, 0, 0, [0, 0, 0]])
-        self.assertEqual(unread, [b"226 done\r\n", b""] * 2)
+        self.check(reused_after_end, want=([3, 0, 0, 0, 0, 0, [0, 0, 0]],
+                                           [b"226 done\r\n221 bye\r\n", b"", b""]))
+        for renew, reuse in itertools.product((0, 1), (False, True)):
+            self.check(reused_in_transfer, renew, reuse, want=([0] * (7 + renew), [reuse] * 2))
+        for renew, modes in (0, "0"), (1, "01"):
+            self.check(isolated_end, renew, modes=modes,
+                       want=([5, 0] + [0] * renew + [0], [b"", b"QUIT\r\n"]))
+
+    def test_linked(self):
+        """A program in C that is linked with the library, with and without a trace."""
+        program, here = make_folder(self) + "/linked", os.path.dirname(__file__)
+        subprocess.run(["cc", *["-fsanitize=address"] * SANITIZED, f"-I{here}/../include", "-o",
+                        program, f"{here}/linked.c", LIBRARY], check=True)
+        for number, level, strict in itertools.product("0123", ("0", "67"), "01"):
+            with self.subTest(number=number, level=level, strict=strict):
+                env = dict(os.environ, XBSA_TRACE=level, XBSA_LOGFILE=program + ".log",
+                           KORVA_STRICT=strict, LD_LIBRARY_PATH=os.path.dirname(LIBRARY))
+                got = subprocess.run([program, number], env=env, capture_output=True, check=False,
+                                     timeout=DEADLINE)
+                self.assertEqual((got.returncode, got.stdout, got.stderr), (0, b"ok\n", b""))
+
+
+class Driven(unittest.TestCase):
+    """Under the shim, where the waits between two tries are counted and over at once."""
+    def test_own_sockets(self):
+        for strict, row in itertools.product("01", OWN):
+            call, kind, error, room_at, before, *want = row
+            with self.subTest(strict=strict, row=row):
+                got = run(own_socket, call, kind, room_at, before, env={"KORVA_STRICT": strict})
+                self.assertEqual(got.value, (tuple(want), int(kind) if kind.isdigit() else 0))
+                text = f"{os.strerror(error)} Data sending failed."
+                lines = [f"BSASendData({error}): {text}"] * (want[2] > 0) + [
+                    f"BSASendData: Data sending failed. Resending [{number + 1}] times"
+                    for number in range(want[2])] + [f"BSASendData: {text}"] * (want[2] == 5)
+                self.assertEqual([line for line in got.trace if "sending failed" in line], lines)
+
+    def test_lost_server(self):
+        """One that the system has given up is not waited for at the end; one that comes back is."""
+        def transfer(x, call, system_call, on, late):
+            shim, far, room = c.CDLL(None), far_ends(x, b""), c.create_string_buffer(b"hello")
+            far[0].sendall(b"world")
+            assert shim.shim_arm(system_call, 1, on, errno.EHOSTUNREACH)
+            code = getattr(x, call)(x.handle, c.byref(Block(5, 5, c.addressof(room))))
+            assert shim.shim_arm(b"malloc", 0, 0, 0)
+            x.state.sSession.iLastCall |= 2
+            if late:
+                threading.Timer(late, far[1].sendall, (b"226 done\r\n221 bye\r\n",)).start()
+            return code, x.BSAEndData(x.handle)
+        for row, want in ((("BSAGetData", b"recv", 1, 0), (3, 3)),
+                          (("BSASendData", b"send", 1, 0), (3, 3)),
+                          (("BSASendData", b"send", 0, 2.5), (0, 0))):
+            with self.subTest(row):
+                self.assertEqual(run_started(transfer, *row, server=Server()).value, want)
 
 
 class Leaks(unittest.TestCase):
