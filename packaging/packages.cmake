@@ -22,6 +22,7 @@ set(CPACK_PACKAGE_VENDOR "Korva XBSA developers")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/permissions.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/headers.cmake)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_SOURCE_DIR}/cpack.cmake)
 set(CPACK_XBSA_EPOCH $ENV{SOURCE_DATE_EPOCH})
@@ -93,6 +94,11 @@ set(CPACK_RPM_PACKAGE_RELEASE 1)
 set(CPACK_RPM_PACKAGE_LICENSE MIT)
 set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
 set(CPACK_RPM_CHANGELOG_FILE ${WORK}/changelog.rpm)
+# When and where it was built is nobody's business, so that two builds are the same.
+set(CPACK_RPM_SPEC_MORE_DEFINE "%global use_source_date_epoch_as_buildtime 1
+%global clamp_mtime_to_source_date_epoch 1
+%global source_date_epoch_from_changelog 0
+%global _buildhost localhost")
 # Folders that belong to the system and not to us.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/lib64 /usr/share/doc /usr/share/man /usr/share/man/man1 /usr/share/man/man3
