@@ -1,6 +1,6 @@
 #!/bin/bash
-# Shows the library at work and goes both roads on 127.0.0.1. Plain: a real FTP server takes a file
-# and a stream through xbsactl and gives them back. Informix: three processes back up three spaces
+# Shows the library at work and uses both modes on 127.0.0.1. Plain mode: a real FTP server takes a file
+# and a stream through xbsactl and gives them back. Informix mode: three processes back up three spaces
 # at once to the sandbox, one of them is restored by its copy id. Everything that comes back is
 # compared. In the source tree it builds first, and leaves nothing behind but what it built; once
 # installed (korva-xbsa-demo) it takes the installed tool, or the one that XBSACTL names.
@@ -50,7 +50,7 @@ provide_tool() {
     "$XBSACTL" --version || fail "no xbsactl (package korva-xbsa)"
 }
 
-plain_road() {
+plain_mode() {
     local xbsactl=("$XBSACTL" --host "127.0.0.1:$PROFTPD_PORT" --user backup
                    --trace "2:$work/xbsa.log")
     export XBSA_PASSWORD=secret
@@ -76,7 +76,7 @@ plain_road() {
 }
 
 # What runs inside the sandbox: demo.sh --informix FOLDER
-informix_road() { # FOLDER, which the caller clears away
+informix_mode() { # FOLDER, which the caller clears away
     local work=$1 xbsactl=("$XBSACTL" --informix) space pids=() copy
     export XBSA_TRACE=2
 
@@ -117,15 +117,16 @@ provide_namespace() {
 }
 
 if [[ ${1-} == --informix ]]; then
-    informix_road "$2"
+    informix_mode "$2"
     exit
 fi
 
-work=
+work= korva=
 finish() {
     local code=$?
     proftpd_stop
-    [[ -z $work ]] || "${as_root[@]}" rm -rf "$work"
+    [[ -z $korva ]] || "${as_root[@]}" rm -rf "$korva"
+    [[ -z $work ]] || rm -rf "$work"
     exit "$code"
 }
 trap finish EXIT
@@ -133,7 +134,7 @@ trap 'exit 1' HUP INT TERM
 
 work=$(mktemp -d) || fail "no temporary folder"
 chmod 755 "$work" # root runs the FTP server as nobody
-needed=(openssl python3 python3-pyftpdlib proftpd-core sqlite3)
+needed=(openssl python3 proftpd-core sqlite3)
 [[ ! -e CMakeLists.txt ]] || needed+=(g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev)
 packages_need "${needed[@]}" || fail "packages are missing"
 provide_tool
@@ -143,13 +144,14 @@ proftpd_start "$work/ftp" backup secret || fail "no FTP server"
 echo "ProFTPD listens on 127.0.0.1:$PROFTPD_PORT"
 make_database "$work/shop.db" || fail "no data to store"
 
-plain_road
+plain_mode
 
-say "The Informix road, on the sandbox"
+say "Informix mode, on the sandbox"
 provide_namespace
-"${as_root[@]}" sandbox/run --folder "$work/korva" --exec "$PWD/demo.sh" --informix "$work" ||
-    fail "the Informix road did not go through"
+korva=$("${as_root[@]}" mktemp -d) || fail "no temporary folder" # root works in no other account's
+"${as_root[@]}" sandbox/run --folder "$korva/sandbox" --exec "$PWD/demo.sh" --informix "$korva" ||
+    fail "Informix mode failed"
 say "The sandbox's catalogue"
-"${as_root[@]}" sandbox/run --folder "$work/korva" --catalogue || fail "no catalogue"
+"${as_root[@]}" sandbox/run --folder "$korva/sandbox" --catalogue || fail "no catalogue"
 
-printf '\nSuccess: on both roads what was stored came back byte for byte.\n'
+printf '\nSuccess: in both modes what was stored came back byte for byte.\n'

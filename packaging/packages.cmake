@@ -22,6 +22,7 @@ set(CPACK_PACKAGE_VENDOR "Korva XBSA developers")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/permissions.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/headers.cmake)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_SOURCE_DIR}/cpack.cmake)
 set(CPACK_XBSA_EPOCH $ENV{SOURCE_DATE_EPOCH})
@@ -78,7 +79,7 @@ set(CPACK_DEBIAN_SANDBOX_PACKAGE_SOURCE ${PROJECT_NAME})
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_SECTION database)
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_DEBIAN_SANDBOX_PACKAGE_DEPENDS "python3, python3-pyftpdlib")
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_DEPENDS "python3 (>= 3.8)")
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_RECOMMENDS ${PROJECT_NAME})
 # No more than a suggestion: proftpd-core starts a server on the machine.
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_SUGGESTS "openssl, proftpd-core, sqlite3")
@@ -93,6 +94,11 @@ set(CPACK_RPM_PACKAGE_RELEASE 1)
 set(CPACK_RPM_PACKAGE_LICENSE MIT)
 set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
 set(CPACK_RPM_CHANGELOG_FILE ${WORK}/changelog.rpm)
+# When and where it was built is nobody's business, so that two builds are the same.
+set(CPACK_RPM_SPEC_MORE_DEFINE "%global use_source_date_epoch_as_buildtime 1
+%global clamp_mtime_to_source_date_epoch 1
+%global source_date_epoch_from_changelog 0
+%global _buildhost localhost")
 # Folders that belong to the system and not to us.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/lib64 /usr/share/doc /usr/share/man /usr/share/man/man1 /usr/share/man/man3
@@ -103,7 +109,7 @@ set(CPACK_RPM_DEV_PACKAGE_NAME ${PROJECT_NAME}-devel)
 set(CPACK_RPM_DEV_PACKAGE_REQUIRES "${PROJECT_NAME} = ${PROJECT_VERSION}-1")
 set(CPACK_RPM_SANDBOX_PACKAGE_NAME ${PROJECT_NAME}-sandbox)
 set(CPACK_RPM_SANDBOX_PACKAGE_ARCHITECTURE noarch)
-set(CPACK_RPM_SANDBOX_PACKAGE_REQUIRES "python3, python3-pyftpdlib")
+set(CPACK_RPM_SANDBOX_PACKAGE_REQUIRES "python3 >= 3.8")
 set(CPACK_RPM_SANDBOX_POST_INSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/sandbox/postinst)
 set(CPACK_RPM_SANDBOX_PRE_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/sandbox/prerm)
 

@@ -16,6 +16,7 @@ import os
 import time
 
 import database
+import private
 from database import Refused
 
 MAX_SAVESET = MAX_OWNER = 2**31 - 1  # clients read the number into a signed 32-bit integer
@@ -76,8 +77,7 @@ class Catalogue:
     def write_settings(self):
         """Tell the COM utility how this server is reached and what it works with."""
         path = os.path.join(self.folder, SETTINGS)
-        with open(path + ".new", "w", encoding="utf-8") as file:
-            json.dump(self.settings, file)
+        private.write(path + ".new", json.dumps(self.settings))
         os.replace(path + ".new", path)
 
     @functools.cached_property
@@ -95,14 +95,15 @@ class Catalogue:
     @contextlib.contextmanager
     def change(self):
         """A write transaction: all of it or nothing, one writer at a time."""
-        self.db.run(self.db.begin)
-        try:
-            yield self.db.run
-        except BaseException:
-            with contextlib.suppress(Refused):  # a connection that broke is reason enough
-                self.db.run("ROLLBACK")
-            raise
-        self.db.run("COMMIT")
+        with self.db.lock:
+            self.db.run(self.db.begin)
+            try:
+                yield self.db.run
+                self.db.run("COMMIT")
+            except BaseException:
+                with contextlib.suppress(Refused):  # a connection that broke is reason enough
+                    self.db.run("ROLLBACK")
+                raise
 
     def one(self, sql, *values):
         """The first row of a query, or None."""
@@ -147,14 +148,14 @@ class Catalogue:
     def open_backup(self, session_key, job, wanted, name, password):
         """Open a backup job: a new object with a saveset number of its own."""
         space, _, path = name.partition("@")
-        with self.change():
+        with self.change() as run:
             session = self.session(*session_key)
             number = self.free_number(wanted)
-            row = self.one(
-                "INSERT INTO object (saveset, restore_id, space, path, name, job, host, account,"
-                " opened, owner) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?) RETURNING *",
-                number, "R" + session["sid"][:4], space, path, name, job, session["host"],
-                session["account"], time.time(), self.settings["owner"])
+            run("INSERT INTO object (saveset, restore_id, space, path, name, job, host, account,"
+                " opened, owner) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+                (number, "R" + session["sid"][:4], space, path, name, job, session["host"],
+                 session["account"], time.time(), self.settings["owner"]))
+            row = self.one("SELECT * FROM object WHERE saveset = ?", number)
             self.attach(session, row["segment"], password)
             return row
 
@@ -256,11 +257,18 @@ class Catalogue:
                         (row["sid"],))
                 self.abandon(row["object"], "swept")
 
-    def clear_store(self):
-        """Remove the objects that were given up but could not be removed then."""
-        names = self.store.names()
-        for row in self.db.run("SELECT saveset FROM object WHERE state IN ('aborted', 'swept')"):
-            if str(row["saveset"]) in names:
+    def check_store(self):
+        """Remove the objects that were given up but could not be removed then. Objects that no row
+        knows are good copies of a catalogue that was lost: no query would offer them."""
+        names = {name for name in self.store.names() if name.isascii() and name.isdigit()}
+        rows = self.db.run("SELECT saveset, state FROM object")
+        unknown = names - {str(row["saveset"]) for row in rows}
+        if unknown:
+            raise Refused(f"the catalogue does not know {len(unknown)} of the stored objects"
+                          f" ({min(unknown, key=int)}...): was it emptied or replaced?\n"
+                          "hint: put the catalogue back from a copy, or start with a new folder")
+        for row in rows:
+            if row["state"] in ("aborted", "swept") and str(row["saveset"]) in names:
                 self.store.remove(row["saveset"])
 
     def table(self):

@@ -1,5 +1,6 @@
 """The databases that can hold a catalogue: a SQLite file, or PostgreSQL for several servers."""
 
+import contextlib
 import os
 import sqlite3
 
@@ -16,16 +17,17 @@ class Database:
     """What both have in common: "?" stands for a value, and rows are dictionaries."""
 
     mark, errors = "?", ()
+    lock = contextlib.nullcontext()  # the server, which has threads, puts a real one here
 
     def run(self, sql, values=()):
         """The rows that a statement yields, or the number of rows that it changed."""
         try:
-            cursor = self.cursor()
-            cursor.execute(sql.replace("?", self.mark), values)
-            if cursor.description is None:
-                return cursor.rowcount
-            names = [column[0] for column in cursor.description]
-            return [dict(zip(names, row)) for row in cursor.fetchall()]
+            with self.lock, contextlib.closing(self.cursor()) as cursor:
+                cursor.execute(sql.replace("?", self.mark), values)
+                if cursor.description is None:
+                    return cursor.rowcount
+                names = [column[0] for column in cursor.description]
+                return [dict(zip(names, row)) for row in cursor.fetchall()]
         except self.errors as error:
             raise Refused("the catalogue fails: " + " ".join(str(error).split())) from error
 
@@ -44,7 +46,8 @@ class Sqlite(Database):
         path = os.path.join(os.path.abspath(folder), FILE).replace("?", "%3f")
         try:
             self.connection = sqlite3.connect(f"file:{path}?mode={'rwc' if create else 'rw'}",
-                                              uri=True, timeout=PATIENCE, isolation_level=None)
+                                              uri=True, timeout=PATIENCE, isolation_level=None,
+                                              check_same_thread=False)
         except self.errors as error:
             raise Refused(f"{path}: {error}") from error
         self.cursor = self.connection.cursor

@@ -5,6 +5,8 @@ import os
 import shutil
 import subprocess
 
+import private
+
 INI = "/etc/korva2000.ini"
 SAVED = INI + ".saved"
 MARK = "Written by the KORVA sandbox"  # a line without "=" means nothing to the library
@@ -45,9 +47,8 @@ def write(folder):
         if os.path.lexists(SAVED):
             raise OSError(f"{SAVED} is in the way: it keeps an earlier {INI}")
         os.link(INI, SAVED)
-    with open(INI + ".new", "w", encoding="utf-8") as file:
-        file.write(text_for(folder))
-        os.fchmod(file.fileno(), 0o644)
+    private.write(INI + ".new", text_for(folder))
+    os.chmod(INI + ".new", 0o644)
     os.replace(INI + ".new", INI)
     return f"mv {SAVED} {INI}" if os.path.lexists(SAVED) else f"rm {INI}"
 
@@ -75,8 +76,7 @@ def namespace_command(folder, command):
         raise NoNamespace(f"not found: {', '.join(missing)}")
     new, ini = os.path.join(folder, "etc"), os.path.join(folder, "korva2000.ini")
     os.makedirs(new, exist_ok=True)
-    with open(ini, "w", encoding="utf-8") as file:
-        file.write(text_for(folder))
+    private.write(ini, text_for(folder))
     inside = ["--", "sh", "-c", script, "sandbox", new, ini]
     trial = subprocess.run(unshare + inside + ["true"], capture_output=True, text=True,
                            check=False)

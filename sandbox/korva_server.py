@@ -2,89 +2,101 @@
 
 Objects travel under a path that begins with "SMS", in the long forms
 STOR saveset:QAB:none:tapeid:tape:blocksize and RETR saveset:0:0:tapeid:segment:none. The COM
-utility opens the job first; the server takes and gives only what an open job names.
+utility opens the job first; the server takes and gives only what an open job names. Each control
+connection has a thread of its own.
 """
 
+import contextlib
 import logging
-import os
+import re
+import resource
+import select
 import socket
+import threading
 import time
-
-from pyftpdlib.authorizers import AuthenticationFailed
-from pyftpdlib.handlers import FTPHandler, proto_cmds
-from pyftpdlib.servers import FTPServer
 
 import catalogue
 import faults
-from transfer import DataConnection, DataConnector, Download, Upload, reset_on_close
+from catalogue import Refused
+from transfer import CHUNK, Channel, Download, Failed, Upload, reset_on_close
 
 SWEEP_INTERVAL = 15  # seconds
+LOGIN_TIME, IDLE_TIME, DATA_TIME, CONNECT_TIME = 60, 300, 3600, 30  # seconds to wait for the client
+END_TIME = 10  # seconds for the threads to end
+ROOM = 1000  # connections at once, if there are descriptors for them
+LINE = 4096  # bytes of a command
+LOGINS = 3  # attempts in one connection
 REFUSALS = {"greeting": "421", "user": "530", "pass": "530", "type": "504", "port": "500",
             "connect": "425", "end": "426", "quit": "500"}
-COMMANDS = "USER PASS TYPE CWD PORT STOR RETR QUIT NOOP".split()
+BEFORE_LOGIN = ("user", "pass", "quit", "noop")
+STORE = re.compile(rf"(\d{{1,10}}):QAB:none:{catalogue.TAPE_ID}:{catalogue.TAPE}:\d{{1,10}}",
+                   re.ASCII)
+RETRIEVE = re.compile(rf"(\d{{1,10}}):0:0:{catalogue.TAPE_ID}:(\d{{1,18}}):none", re.ASCII)
+
+log = logging.getLogger("sandbox")
 
 
-class Access:
-    """Says who may log in: an open session with its password, or a host's own account."""
-
-    def __init__(self, cat, accounts):
-        self.cat, self.accounts = cat, accounts
-
-    def validate_authentication(self, username, password, handler):
-        """Let an account in whose word can be checked, or raise."""
-        account = username
-        if username == "sms":
-            account, _, host = password.partition("@")
-            known = self.comes_from(host, handler.remote_ip)
-        else:
-            handler.sid = self.cat.session_of_password(username, password)
-            known = handler.sid is not None
-        if not known or account not in self.accounts:
-            raise AuthenticationFailed("Login incorrect.")
-        handler.account = account
-
-    @staticmethod
-    def comes_from(host, address):
-        """Whether the look-up of a host's name yields the address."""
-        try:
-            return host != "" and address in socket.gethostbyname_ex(host)[2]
-        except (OSError, UnicodeError):
-            return False
-
-    def get_home_dir(self, _username):
-        """No client sees the file system."""
-        return os.sep
-
-    def get_msg_login(self, _username):
-        """The text of the reply to PASS."""
-        return "Logged in."
-
-    def get_msg_quit(self, _username):
-        """The text of the reply to QUIT."""
-        return "Goodbye."
+class Ended(Exception):
+    """The connection is over."""
 
 
-class KorvaHandler(FTPHandler):
+class Stalled(Exception):
+    """A fault wants the data connection to stand still."""
+
+
+def comes_from(host, address):
+    """Whether the look-up of a host's name yields the address."""
+    try:
+        return host != "" and address in socket.gethostbyname_ex(host)[2]
+    except (OSError, UnicodeError):
+        return False
+
+
+class Connection:
     """One control connection."""
 
-    banner = "KORVA sandbox ready."
-    proto_cmds = {name: dict(proto_cmds[name], perm=None) for name in COMMANDS}
-    dtp_handler, active_dtp = DataConnection, DataConnector
-    auth_failed_timeout = 0
-    use_sendfile = False  # the bytes are checked on their way out
-    cat = None  # set by make_server
+    def __init__(self, cat, sock, peer):
+        self.cat, self.socket, self.peer = cat, sock, peer
+        self.lines = sock.makefile("rb")
+        self.user = self.account = self.sid = self.target = self.segment = self.fault = None
+        self.path, self.binary, self.said_quit, self.logins = "", False, False, 0
+        self.faults, self.held = {}, contextlib.ExitStack()
 
-    def __init__(self, conn, server, ioloop=None):
-        self.account = self.sid = self.target = self.segment = self.data_fault = None
-        self.path, self.said_quit = "", False
-        self.faults = faults.load(self.cat.folder)
-        super().__init__(conn, server, ioloop=ioloop)
+    def serve(self):
+        """Talk until one of the two has enough."""
+        try:
+            self.faults = faults.load(self.cat.folder)
+            self.socket.settimeout(LOGIN_TIME)
+            self.answer("greeting", "220 KORVA sandbox ready.")
+            while True:
+                self.obey(self.lines.readline(LINE))
+        except (Ended, OSError) as error:
+            log.info("%s: end of the connection: %s", self.peer, error)
+        finally:
+            self.close()
+
+    def close(self):
+        """Let go of everything; a client that vanished without QUIT will not close its job."""
+        with self.held, self.socket, self.lines:
+            pass
+        if self.segment is not None and not self.said_quit:
+            try:
+                self.cat.abandon(self.segment, "aborted")
+            except (Refused, OSError) as error:
+                log.error("segment %d: %s", self.segment, error)
+
+    def wait(self, descriptor, events):
+        """Wait for something else while the client is there."""
+        poll = select.poll()
+        poll.register(self.socket, select.POLLRDHUP)
+        poll.register(descriptor, events)
+        ready = dict(poll.poll(DATA_TIME * 1000))
+        if self.socket.fileno() in ready:
+            raise Ended("the client has gone")
+        if not ready:
+            raise TimeoutError(0, "nothing happens any more")
 
     # Faults.
-
-    def fails(self, step):
-        """Whether a step is to be refused."""
-        return step in self.faults and self.faults[step].action == "refuse"
 
     def play(self, step):
         """Carry out the fault of a step, if there is one, in its place."""
@@ -92,138 +104,268 @@ class KorvaHandler(FTPHandler):
         if fault is None:
             return False
         if step in ("stor", "retr") and faults.strikes_data(fault):
-            self.data_fault = fault
+            self.fault = fault
             return False
         if fault.action == "refuse":
-            self.respond(f"{REFUSALS.get(step, '550')} {fault.text or 'Refused on demand.'}")
+            self.reply(f"{REFUSALS.get(step, '550')} {fault.text or 'Refused on demand.'}")
         elif fault.action == "reply":
-            self.respond(fault.text or "")
-        elif fault.action in ("raw", "big"):
-            data = faults.plain(fault.text) if fault.action == "raw" else b"x" * fault.number
-            super(FTPHandler, self).push(data)  # as it is, no encoding, no line end
+            self.reply(fault.text or "")
+        elif fault.action == "raw":
+            self.socket.sendall(faults.plain(fault.text))
+        elif fault.action == "big":
+            self.socket.sendall(b"x" * fault.number)
         elif fault.action in ("close", "reset"):
             self.drop(fault.action == "reset")
         return True
 
-    def drop(self, reset):
+    def drop(self, reset, channel=None):
         """Hang up, on both connections."""
-        for channel in (self, self.data_channel):
-            if reset and channel is not None:
-                reset_on_close(channel.socket)
-        self.close()
+        reset_on_close(self.socket, reset)
+        if channel:
+            reset_on_close(channel.socket, reset)
+        raise Ended("a fault on demand")
+
+    def strike(self, verb, channel, moved):
+        """Carry out the fault that waited for this byte, or say how many may follow."""
+        if self.fault is None or moved < self.fault.number:
+            return self.fault.number - moved if self.fault else CHUNK
+        if self.fault.action == "stall":
+            raise Stalled
+        if self.fault.action == "cut":
+            if verb == "RETR":
+                channel.end()
+            raise Failed("426 Transfer aborted.")
+        return self.drop(self.fault.action == "reset", channel)
 
     # The control connection.
 
-    def handle(self):
-        """Greet."""
-        if not self.play("greeting"):
-            super().handle()
+    def reply(self, text):
+        """Send a line."""
+        self.socket.sendall(text.encode("utf-8", "surrogateescape") + b"\r\n")
 
-    def process_command(self, cmd, *args, **kwargs):
-        """Carry out a command, or its fault."""
-        self.said_quit = self.said_quit or cmd == "QUIT"
-        if not self._closed and not self.play(cmd.lower()):
-            super().process_command(cmd, *args, **kwargs)
+    def answer(self, step, text):
+        """Send the reply of a step, or carry out its fault."""
+        if not self.play(step):
+            self.reply(text)
 
-    def ftp_CWD(self, path):
+    def obey(self, line):
+        """Carry out a command."""
+        if len(line) == LINE:
+            self.reply("500 Command too long.")
+        if not line.endswith(b"\n"):
+            raise Ended("no more commands")
+        verb, _, argument = line.decode("utf-8", "replace").rstrip("\r\n").partition(" ")
+        step = verb.lower()
+        log.info("%s: %r", self.peer, f"{verb} {'***' if step == 'pass' else argument}")
+        method = getattr(self, f"do_{step}", None) if step.isalpha() else None
+        self.said_quit = self.said_quit or step == "quit"
+        if method is None:
+            self.reply("500 Command not understood.")
+        elif self.account is None and step not in BEFORE_LOGIN:
+            self.reply("530 Log in with USER and PASS first.")
+        elif not self.play(step):
+            method(argument)
+
+    def do_user(self, user):
+        """Hear who it is."""
+        self.user, self.account = user, None
+        self.reply("331 Username ok, send password.")
+
+    def do_pass(self, password):
+        """Let an account in whose word can be checked."""
+        self.logins += 1
+        self.account = self.account_of(self.user, password)
+        self.reply("530 Login incorrect." if self.account is None else "230 Logged in.")
+        if self.account is not None:
+            self.socket.settimeout(IDLE_TIME)
+        elif self.logins >= LOGINS:
+            raise Ended("too many attempts to log in")
+
+    def account_of(self, user, password):
+        """The account that has shown the secret of its open job; on demand its word is enough, if
+        it comes from the host that it names."""
+        account = user
+        if self.cat.settings["login"] == "identity":
+            account, _, host = password.partition("@")
+            known = user == "sms" and comes_from(host, self.peer)
+        else:
+            self.sid = self.cat.session_of_password(user, password)
+            known = self.sid is not None
+        return account if known and account in self.cat.settings["accounts"].split() else None
+
+    def do_type(self, kind):
+        """Only bytes as they are."""
+        self.binary = kind.upper() == "I"
+        self.reply("200 Type set to: Binary." if self.binary else "504 Only type I.")
+
+    def do_cwd(self, path):
         """Choose the drive; only the names of drives are paths here."""
-        if not path.startswith("SMS"):
-            self.respond("550 No such drive.")
-            return
-        self.path = path
-        self.respond("250 Drive chosen.")
+        known = path.startswith("SMS")
+        self.path = path if known else self.path
+        self.reply("250 Drive chosen." if known else "550 No such drive.")
 
-    def _make_eport(self, ip, port):
-        """Keep the client's address for the transfer command (called by ftp_PORT)."""
-        if ip != self.remote_ip or port < 1024:
-            self.respond("501 Data connections go to the client's own address only.")
+    def do_port(self, argument):
+        """Keep the client's address for the transfer command."""
+        numbers = argument.split(",")
+        if len(numbers) != 6 or not all(re.fullmatch("[0-9]{1,3}", each) and int(each) < 256
+                                        for each in numbers):
+            self.reply("501 Invalid PORT format.")
             return
-        self.target = (ip, port)
-        self.respond("200 PORT command successful.")
+        address, port = ".".join(numbers[:4]), int(numbers[4]) * 256 + int(numbers[5])
+        if address != self.peer or port < 1024:
+            self.reply("501 Data connections go to the client's own address only.")
+            return
+        self.target = (address, port)
+        self.reply("200 PORT command successful.")
 
-    def ftp_STOR(self, file):
+    def do_noop(self, _argument):
+        """Show that we live."""
+        self.reply("200 OK.")
+
+    def do_quit(self, _argument):
+        """Part in good order."""
+        self.reply("221 Goodbye.")
+        raise Ended("QUIT")
+
+    # Transfers.
+
+    def do_stor(self, argument):
         """Take the object of an open backup job."""
-        self.transfer("STOR", file)
+        self.transfer("STOR", argument)
 
-    def ftp_RETR(self, file):
+    def do_retr(self, argument):
         """Send the object of an open restore job."""
-        self.transfer("RETR", file)
+        self.transfer("RETR", argument)
 
     def transfer(self, verb, argument):
-        """Check, answer 150, connect; the data connection does the rest."""
+        """Check, answer 150, connect, move the bytes; 226 is said of whole objects only."""
         try:
-            file = self.open_object(verb, argument.split(":"))
-        except (catalogue.Refused, OSError, ValueError) as error:
-            self.respond(f"550 {verb} refused: {error}.".replace("\n", " "))
+            moving = self.open_object(verb, argument)
+        except (Refused, OSError) as error:
+            self.reply(f"550 {verb} refused: {' '.join(str(error).split())}.")
             return
-        row, self.segment = file.row, file.row["segment"]
-        self.respond(f"150 Opening data connection for {row['saveset']} "
-                     f"TAPE {catalogue.TAPE_ID} SEGMENT {self.segment}")
+        with contextlib.ExitStack() as stack:
+            stack.callback(moving.close)
+            self.segment = moving.row["segment"]
+            self.reply(f"150 Opening data connection for {moving.row['saveset']} "
+                       f"TAPE {catalogue.TAPE_ID} SEGMENT {self.segment}")
+            if self.play("connect"):
+                return
+            try:
+                reply = self.move(verb, moving, stack)
+            except Stalled:
+                self.held.push(stack.pop_all())
+                return
+        self.answer("end", reply)
+
+    def open_object(self, verb, argument):
+        """What a transfer command names, when everything about the command is right."""
+        if not self.path or not self.target or not self.binary:
+            raise Refused("TYPE I, CWD and PORT come first")
+        fields = (STORE if verb == "STOR" else RETRIEVE).fullmatch(argument)
+        if fields is None:
+            raise Refused("not on this tape")
+        row = self.cat.job_object("b" if verb == "STOR" else "r", int(fields[1]), self.account,
+                                  self.sid)
         if verb == "STOR":
-            self._in_dtp_queue = (file, verb)
-        else:
-            self._out_dtp_queue = (file, True, file, verb)
-        if not self.play("connect"):
-            target, self.target = self.target, None
-            self._dtp_connector = self.active_dtp(*target, self)
-        elif self.fails("connect"):
-            self.drop_queue()
+            return Upload(self.cat, row, self.wait)
+        if int(fields[2]) != row["segment"]:
+            raise Refused("not on this tape")
+        return Download(self.cat, row, self.wait)
 
-    def open_object(self, verb, fields):
-        """The file for a transfer command, when everything about the command is right."""
-        if not self.path or not self.target or self._current_type != "i":
-            raise catalogue.Refused("TYPE I, CWD and PORT come first")
-        if len(fields) != 6 or self.data_channel or self._in_dtp_queue or self._out_dtp_queue:
-            raise catalogue.Refused("six fields, one transfer at a time")
-        direction = "b" if verb == "STOR" else "r"
-        row = self.cat.job_object(direction, int(fields[0]), self.account, self.sid)
-        tape = ["QAB", "none", str(catalogue.TAPE_ID), catalogue.TAPE]
-        place = ["0", "0", str(catalogue.TAPE_ID), str(row["segment"]), "none"]
-        if fields[1:5] != tape if verb == "STOR" else fields[1:] != place:
-            raise catalogue.Refused("not on this tape")
-        if verb == "STOR":
-            if not fields[5].isdigit():
-                raise catalogue.Refused("the block size is no number")
-            return Upload(self.cat, row, self.ioloop)
-        file = Download(self.cat, row, self.ioloop)
-        if self.data_fault:
-            file.left = self.data_fault.number
-        return file
-
-    def start_data(self, sock):
-        """The data connection stands."""
-        self._dtp_connector = None
-        self.data_channel = self.dtp_handler(sock, self)
-        self._on_dtp_connection()
-
-    def drop_queue(self):
-        """The data connection will not come: give up the waiting transfer."""
-        for queue, place in ((self._in_dtp_queue, 0), (self._out_dtp_queue, 2)):
-            if queue is not None:
-                queue[place].close()
-        self._in_dtp_queue = self._out_dtp_queue = None
-
-    def on_disconnect(self):
-        """A client that vanished without QUIT will not close its job."""
-        if self.segment is not None and not self.said_quit:
-            self.cat.abandon(self.segment, "aborted")
+    def move(self, verb, moving, stack):
+        """Connect and move the bytes; returns the reply."""
+        target, self.target = self.target, None
+        try:
+            channel = Channel(self.socket.getsockname()[0], target, CONNECT_TIME, self.wait)
+        except OSError as error:
+            return ("426 Transfer aborted." if isinstance(error, ConnectionResetError)
+                    else "425 Can't connect to the client.")
+        stack.callback(channel.close)
+        try:
+            moving.run(channel, lambda moved: self.strike(verb, channel, moved))
+            end = self.faults.get("end")
+            if verb == "STOR" and end and end.action == "refuse":
+                raise Failed("426 Transfer aborted.")
+            moving.finish()
+        except Failed as failure:
+            return str(failure)
+        except (Refused, OSError) as error:
+            log.error("saveset %d: %s", moving.row["saveset"], error)
+            return f"451 Transfer failed: {getattr(error, 'strerror', None) or 'see the log'}."
+        channel.end()
+        return "226 Transfer complete."
 
 
-def make_server(folder, settings):
-    """Bind the server, write the settings for the utility, sweep; the caller runs the loop."""
-    cat = KorvaHandler.cat = catalogue.Catalogue(folder, settings)
-    KorvaHandler.authorizer = Access(cat, settings["accounts"].split())
-    server = FTPServer((settings["host"], settings["port"]), KorvaHandler)
-    settings["port"] = server.address[1]
-    cat.write_settings()
+class Server:
+    """Takes connections in the thread that calls serve()."""
 
-    def sweep():
-        busy = {handler.segment for handler in server.ioloop.socket_map.values()
-                if isinstance(handler, KorvaHandler)}
-        cat.sweep(time.time() - settings["sweep_after"], busy - {None})
+    def __init__(self, folder, settings):
+        self.cat, self.connections = catalogue.Catalogue(folder, settings), {}
+        self.cat.db.lock = threading.RLock()
+        # Four descriptors for each connection: control, data, and an rclone's pipes.
+        self.room = min(ROOM, (resource.getrlimit(resource.RLIMIT_NOFILE)[0] - 40) // 4)
+        self.sweep()
+        self.cat.check_store()
+        self.socket = socket.create_server((settings["host"], settings["port"]), backlog=128)
+        settings["port"] = self.socket.getsockname()[1]
+        self.cat.write_settings()
 
-    sweep()
-    cat.clear_store()
-    server.ioloop.call_every(min(SWEEP_INTERVAL, max(1, settings["sweep_after"])), sweep,
-                             _errback=lambda: logging.exception("sweep failed"))
-    return server
+    def sweep(self):
+        """Give up what nobody will finish; on a full disk the good copies are served all the same,
+        and the next sweep tries again."""
+        before = time.time() - self.cat.settings["sweep_after"]
+        try:
+            self.cat.sweep(before, {each.segment for each in list(self.connections)} - {None})
+        except (Refused, OSError) as error:
+            log.error("sweep failed: %s", error)
+
+    def serve(self):
+        """Accept for ever, and sweep now and then."""
+        interval = min(SWEEP_INTERVAL, max(1, self.cat.settings["sweep_after"]))
+        next_sweep = time.monotonic() + interval
+        while True:
+            if select.select([self.socket], [], [], max(0, next_sweep - time.monotonic()))[0]:
+                self.accept()
+            else:
+                self.sweep()
+                next_sweep = time.monotonic() + interval
+
+    def accept(self):
+        """Give a client a thread of its own, if there is room."""
+        try:
+            sock, (peer, _) = self.socket.accept()
+        except OSError as error:
+            log.error("no connection: %s", error)
+            time.sleep(0.1)  # out of descriptors: others will end
+            return
+        connection = Connection(self.cat, sock, peer)
+        thread = threading.Thread(target=self.attend, args=(connection,), daemon=True)
+        try:
+            if len(self.connections) >= self.room:
+                raise RuntimeError("too many connections")
+            self.connections[connection] = thread
+            thread.start()
+        except RuntimeError as error:
+            log.error("%s: %s", peer, error)
+            self.connections.pop(connection, None)
+            with contextlib.suppress(OSError), sock, connection.lines:
+                connection.reply("421 Too many connections.")
+
+    def attend(self, connection):
+        """What the thread of a connection does."""
+        try:
+            connection.serve()
+        except Exception:  # pylint: disable=broad-except
+            log.exception("%s: a fault of ours", connection.peer)
+        finally:
+            del self.connections[connection]
+
+    def close(self):
+        """Give up the transfers in progress, and end."""
+        self.socket.close()
+        for connection, thread in list(self.connections.items()):
+            with contextlib.suppress(OSError):
+                connection.socket.shutdown(socket.SHUT_RDWR)
+            thread.join(END_TIME)
+        self.cat.close()

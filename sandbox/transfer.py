@@ -1,240 +1,121 @@
-"""The data connection of the sandbox's server: one object in, or one object out."""
+"""One object on its way between a data connection, the store and the catalogue."""
 
-import errno
 import hashlib
 import logging
+import select
 import socket
 import struct
-import sys
-
-from pyftpdlib.handlers import ActiveDTP, DTPHandler
-from pyftpdlib.ioloop import RetryError
 
 from database import Refused
-
-CHUNK = 65536
+from stores import CHUNK
 
 log = logging.getLogger("sandbox")
 
 
-def reset_on_close(sock):
-    """Make the coming close of a socket a reset in place of an orderly end."""
-    sock.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+class Failed(Exception):
+    """A transfer has failed; the text is the reply."""
+
+
+def reset_on_close(sock, reset=True):
+    """Make the coming close of a socket a reset, or an orderly end."""
+    sock.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", reset, 0))
+
+
+class Channel:
+    """The data connection. It ends with a reset, whatever happens, unless end() was called."""
+
+    def __init__(self, address, target, seconds, wait):
+        self.wait = wait
+        self.socket = socket.create_connection(target, seconds, (address, 0))
+        reset_on_close(self.socket)
+        self.socket.settimeout(None)
+
+    def receive(self, buffer):
+        """The number of bytes that came, 0 at an orderly end."""
+        try:
+            self.wait(self.socket, select.POLLIN)
+            return self.socket.recv_into(buffer)
+        except OSError as error:
+            raise Failed("426 Transfer aborted.") from error
+
+    def send(self, chunk):
+        """Send all of it."""
+        try:
+            while chunk:
+                self.wait(self.socket, select.POLLOUT)
+                chunk = chunk[self.socket.send(chunk, socket.MSG_DONTWAIT):]
+        except OSError as error:
+            raise Failed("426 Transfer aborted.") from error
+
+    def end(self):
+        """End it in good order."""
+        reset_on_close(self.socket, False)
+
+    def close(self):
+        """Close it."""
+        self.socket.close()
 
 
 class Upload:
-    """The file that takes a backup object; the catalogue hears of it when it is whole."""
+    """Takes a backup object; the catalogue hears of it when it is whole."""
 
-    def __init__(self, catalogue, row, loop):
-        self.catalogue, self.row, self.name = catalogue, row, str(row["saveset"])
+    def __init__(self, catalogue, row, wait):
+        self.catalogue, self.row = catalogue, row
+        self.sha256, self.size, self.stored = hashlib.sha256(), 0, False
         catalogue.advance(row["segment"], "opened", "storing")
         try:
-            self.stream = catalogue.store.writer(row["saveset"], loop)
+            self.stream = catalogue.store.writer(row["saveset"], wait)
         except OSError:
             catalogue.abandon(row["segment"], "aborted")
             raise
-        self.sha256, self.size = hashlib.sha256(), 0
-        self.closed = self.stored = False
 
-    def write(self, chunk):
-        """Take some bytes; False when the store has enough of them for now."""
-        self.sha256.update(chunk)
-        self.size += len(chunk)
-        return self.stream.write(chunk)
+    def run(self, channel, strike):
+        """Move all bytes; strike() hears how many there were so far."""
+        buffer = memoryview(bytearray(CHUNK))
+        while size := channel.receive(buffer):
+            self.sha256.update(buffer[:size])
+            self.stream.write(buffer[:size])
+            self.size += size
+            strike(self.size)
 
-    def finish(self, done):
-        """Make the whole object safe, then tell the catalogue, then the caller."""
-        self.stream.finish(lambda safe: done(safe and self.record()))
-
-    def record(self):
-        """Whether the catalogue takes the object: not when its job was given up meanwhile."""
-        try:
-            self.catalogue.advance(self.row["segment"], "storing", "stored", size=self.size,
-                                   sha256=self.sha256.hexdigest())
-            self.stored = True
-        except Refused as error:
-            log.error("saveset %s: %s", self.name, error)
-        return self.stored
+    def finish(self):
+        """Make the whole object safe, then record it: not when its job was given up meanwhile."""
+        self.stream.finish()
+        self.catalogue.advance(self.row["segment"], "storing", "stored", size=self.size,
+                               sha256=self.sha256.hexdigest())
+        self.stored = True
 
     def close(self):
         """End the writing; what was not finished is given up."""
-        self.closed = True
-        self.stream.close()
+        self.stream.close(self.stored)
         if not self.stored:
             try:
                 self.catalogue.abandon(self.row["segment"], "aborted")
             except Refused as error:
-                log.error("saveset %s: %s", self.name, error)
+                log.error("saveset %d: %s", self.row["saveset"], error)
 
 
 class Download:
-    """The file of a stored object, checked against the catalogue while it is read."""
+    """Gives a stored object, checked against the catalogue while it is read."""
 
-    def __init__(self, catalogue, row, loop):
-        self.row, self.name = row, str(row["saveset"])
-        self.stream = catalogue.store.reader(row["saveset"], loop)
-        self.sha256, self.closed = hashlib.sha256(), False
-        self.left = sys.maxsize  # hand out no more bytes than this
+    def __init__(self, catalogue, row, wait):
+        self.row, self.sha256 = row, hashlib.sha256()
+        self.stream = catalogue.store.reader(row["saveset"], wait)
 
-    def more(self):
-        """The next bytes, none at the end."""
-        chunk = self.stream.read(min(CHUNK, self.left))
-        if chunk is None:
-            raise RetryError
-        self.sha256.update(chunk)
-        self.left -= len(chunk)
-        return chunk
+    def run(self, channel, strike):
+        """Move all bytes; strike() hears how many there were so far, and says how many may come."""
+        sent = 0
+        while chunk := self.stream.read(min(CHUNK, strike(sent))):
+            self.sha256.update(chunk)
+            channel.send(memoryview(chunk))
+            sent += len(chunk)
 
-    def finish(self, done):
-        """Say whether exactly the bytes were read that were stored."""
-        self.stream.finish(
-            lambda ended: done(ended and self.sha256.hexdigest() == self.row["sha256"]))
+    def finish(self):
+        """See whether exactly the bytes were read that were stored."""
+        self.stream.finish()
+        if self.sha256.hexdigest() != self.row["sha256"]:
+            raise OSError(0, "the object is not what was stored")
 
     def close(self):
         """End the reading."""
-        self.closed = True
         self.stream.close()
-
-
-class DataConnection(DTPHandler):
-    """Moves the bytes; a reset is no end of file, and 226 is said of whole objects only."""
-
-    timeout = 3600  # seconds without a byte; a backup may wait for its tape
-
-    def __init__(self, sock, cmd_channel):
-        self.ended = False  # the peer has closed in good order
-        self.finishing = False  # all bytes are through, the store has the word
-        self.fault = cmd_channel.data_fault
-        super().__init__(sock, cmd_channel)
-
-    def recv(self, buffer_size):
-        """Receive, and tell an orderly end from a reset."""
-        try:
-            data = self.socket.recv(buffer_size)
-        except (BlockingIOError, InterruptedError) as error:
-            raise RetryError from error
-        except OSError:
-            data = b""
-        else:
-            self.ended = not data
-        if not data:
-            self.handle_close()
-        return data
-
-    def handle_read(self):
-        """Take what has arrived, up to the point where a fault strikes."""
-        try:
-            data = self.recv(self.ac_in_buffer_size)
-        except RetryError:
-            return
-        self.tot_bytes_received += len(data)
-        if data and not self.file_obj.write(data):
-            self.pause()
-        if data and self.fault and self.tot_bytes_received >= self.fault.number:
-            self.strike()
-
-    handle_read_event = handle_read
-
-    def initiate_send(self):
-        """Send what the store has."""
-        try:
-            super().initiate_send()
-        except RetryError:
-            self.pause()
-
-    def pause(self):
-        """Let the client wait until the store can go on."""
-        self.modify_ioloop_events(0)
-        self.file_obj.stream.ready(self.resume)
-
-    def resume(self):
-        """Try again what the store could not do."""
-        try:
-            if self.receive and not self.file_obj.write(b""):
-                self.pause()
-            else:
-                self.modify_ioloop_events(self.ioloop.READ if self.receive else self.ioloop.WRITE)
-        except OSError:
-            self.handle_error()
-
-    def handle_close(self):
-        """The end of the data: decide what becomes of the object."""
-        if self._closed or self.finishing:
-            return
-        if self.fault and self.fault.number == self.tot_bytes_sent and not self.receive:
-            self.strike()
-            return
-        whole = self.ended if self.receive else not self.producer_fifo
-        if whole and not (self.receive and self.cmd_channel.fails("end")):
-            self.finishing = True
-            self.del_channel()
-            self.file_obj.finish(self.finished)
-        else:
-            self.settle("426 Transfer aborted.")
-
-    def finished(self, whole):
-        """The store and the catalogue have spoken."""
-        self.settle("226 Transfer complete." if whole else "451 Transfer failed in the store.")
-
-    def handle_error(self):
-        """Something broke on our side: a full disk, or rclone in the middle."""
-        reason = sys.exc_info()[1]
-        log.error("transfer failed", exc_info=reason)
-        self.settle(f"451 Transfer failed: {getattr(reason, 'strerror', None) or 'see the log'}.")
-
-    def settle(self, reply):
-        """Say what became of the object; a client that does not listen meets a reset."""
-        self.transfer_finished = reply.startswith("226")
-        if not self.transfer_finished and self.socket is not None:
-            reset_on_close(self.socket)
-        self._resp = () if self.cmd_channel.play("end") else (reply, log.debug)
-        self.close()
-
-    def strike(self):
-        """Carry out the fault that waited for this byte."""
-        if self.fault.action == "stall":
-            self.del_channel()
-            return
-        if self.fault.action == "cut":
-            self._resp = ("426 Transfer aborted.", log.debug)
-            if self.receive:
-                reset_on_close(self.socket)
-            self.close()
-            return
-        self.cmd_channel.drop(self.fault.action == "reset")
-
-
-class DataConnector(ActiveDTP):
-    """Connects to the client's listener once the transfer command was answered."""
-
-    error = 0  # why it failed
-
-    def handle_connect_event(self):
-        """The attempt has ended, one way or the other."""
-        self.error = self.socket.getsockopt(socket.SOL_SOCKET, socket.SO_ERROR)
-        if self.error != 0:
-            self.handle_close()
-        else:
-            self.handle_connect()
-
-    def handle_connect(self):
-        """The connection stands: start the transfer on it, without a reply of its own."""
-        self.del_channel()
-        self._idler.cancel()
-        self.cmd_channel.start_data(self.socket)
-
-    def handle_close(self):
-        """The client cannot be reached, or has reset the connection already: give it up."""
-        if self._closed:
-            return
-        if self.error == 0 and self.socket is not None:
-            self.error = self.socket.getsockopt(socket.SOL_SOCKET, socket.SO_ERROR)
-        self.close()
-        self.cmd_channel.drop_queue()
-        if self.cmd_channel.connected:
-            self.cmd_channel.respond("426 Transfer aborted." if self.error == errno.ECONNRESET
-                                     else "425 Can't connect to the client.")
-
-    def handle_timeout(self):
-        """The client does not answer: the same."""
-        self.handle_close()

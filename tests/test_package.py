@@ -118,13 +118,19 @@ class Interface(unittest.TestCase):
 
 
 @functools.cache
-def build(kind):
+def build(kind, umask="077"):
     """Builds the packages of a kind into a folder of the tests' own; returns their paths."""
     folder = tempfile.mkdtemp(prefix="package")
     unittest.addModuleCleanup(shutil.rmtree, folder)
-    output("sh", "-c", 'umask 077; exec "$@"', "sh", "cpack", "-G", kind, "-B", folder,
+    output("sh", "-c", f'umask {umask}; exec "$@"', "sh", "cpack", "-G", kind, "-B", folder,
            "--config", f"{BUILD}/CPackConfig.cmake", cwd=folder)
     return sorted(glob.glob(f"{folder}/*.{kind.lower()}"))
+
+
+def assert_same(kind):
+    """Another folder, another umask and another second make the same packages."""
+    for one, other in zip(build(kind), build(kind, "002")):
+        output("cmp", one, other)
 
 
 class Packages(unittest.TestCase):
@@ -158,6 +164,21 @@ class Packages(unittest.TestCase):
         facts = output("readelf", "-WhldS", f"{self.root}/usr/bin/xbsactl")
         self.assertRegex(facts, r"(?s)DYN \(.*GNU_RELRO.*BIND_NOW")
         self.assertNotRegex(facts, r"RPATH|RUNPATH|\.symtab|\.debug")
+
+    def test_same(self):
+        """Nothing in them is from the builder's account or checkout."""
+        assert_same("DEB")
+        with tempfile.TemporaryDirectory() as folder:
+            shutil.copytree(SOURCE, f"{folder}/source",
+                            ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
+            output("chmod", "-R", "g+w,o-r", f"{folder}/source")
+            for command in ("-S source -B build -DXBSA_TESTS=OFF",
+                            "--build build --target documents",
+                            "--install build --prefix root --component sandbox-common"):
+                output("cmake", *command.split(), cwd=folder)
+            output("diff", "-r", f"{folder}/root/share/korva-xbsa",
+                   f"{self.root}/usr/share/korva-xbsa")
+            output("sh", "-c", "! find root -type f ! -perm 644 ! -perm 755 | grep .", cwd=folder)
 
     def test_use(self):
         """The tool finds the library of its package; the example and the sandbox run."""
@@ -228,6 +249,9 @@ class Lintian(unittest.TestCase):
 
 class Rpm(unittest.TestCase):
     def test_packages(self):
+        assert_same("RPM")
+        self.assertEqual({output("rpm", "-qp", "--qf", "%{BUILDHOST} %{BUILDTIME}", path)
+                          for path in build("RPM")}, {"localhost 1000000000"})
         text = "".join(output("rpm", "-qpl", path) for path in build("RPM"))
         for file in " ".join(FILES.values()).split():
             moved = file.replace(LIBDIR, "lib64").replace("vendor-completions", "site-functions")

@@ -1,7 +1,11 @@
 """Whole Informix sessions on the sandbox, and what is left of one that was cut short."""
+import contextlib
 import ctypes as c
 import hashlib
 import os
+import pwd
+import shutil
+import socket
 import subprocess
 import unittest
 
@@ -9,7 +13,7 @@ import inifile
 from catalogue import Catalogue
 from test_com import setUpModule, traced  # pylint: disable=unused-import
 from xbsa import (SANITIZED, STRICT, Descriptor, Name, Query, make_folder, pattern, read_bytes, run,
-                  write_plain)
+                  read_text, write_plain)
 
 os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
 RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
@@ -28,12 +32,41 @@ FAULTS += [("greeting=refuse", [0, 0, 0], "0"), ("greeting=close", [3], "3"),
            ("closejob=signal", [0, 0, 3], "0"), ("open=refuse", [3], ""), ("open=garbage", [3], ""),
            ("openjob=refuse", [3], "")]
 
+OWN = pwd.getpwuid(os.getuid()).pw_name
+# The way to log in, user and password (None: the one that was given out), and the reply.
+LOGINS = [("session", "sms", f"{OWN}@localhost", "530"), ("session", OWN, "", "530"),
+          ("session", OWN, "0" * 32, "530"), ("session", OWN, None, "230"),
+          ("identity", "sms", f"{OWN}@localhost", "230"), ("identity", "sms", OWN, "530"),
+          ("identity", "sms", "games@localhost", "530"), ("identity", OWN, "", "530"),
+          ("identity", "sms", f"{OWN}@host.invalid", "530")]
+# What a client that has logged in says, and the reply; its job is number 1, another's is 2.
+ODD = [("TYPE A", "504"), ("CWD /etc", "550"), ("PORT 127,0,0,1,4", "501"),
+       ("PORT 127,0,0,1,999,1", "501"), ("PORT 127,0,0,1,0,21", "501"), ("PORT 10,0,0,1,99,1", "501"),
+       ("STOR 1:QAB:none:17:SANDBX:9", "550"), ("TYPE I", "200"), ("CWD SMS01", "250"),
+       ("PORT 127,0,0,1,255,255", "200"), ("STOR 2:QAB:none:17:SANDBX:9", "550"),
+       ("STOR 99999999999999999999:QAB:none:17:SANDBX:9", "550"),
+       ("STOR 1:QAB:none:17:SANDBX:\xb2", "550"), ("RETR 1:0:0:17:1:none", "550"), ("STAT", "500"),
+       ("\xff\xf4\xff\xf2ABOR", "500"), ("", "500"), ("__init__", "500"), ("NOOP", "200"),
+       ("STOR 1:QAB:none:17:SANDBX:9", "150"), ("NOOP", "425")]  # nobody listens there
+# What was done to a folder that a sandbox has worked in, and why no other one starts there.
+SPOILT = [("truncate -s 0 catalogue.sqlite", "does not know 1 of the stored objects"),
+          ("rm catalogue.sqlite", "does not know 1 of the stored objects"),
+          ("echo nonsense >catalogue.sqlite", "not a database"),
+          ("chmod 770 .", "can be written by other accounts"),
+          ("chmod 777 bin", "bin can be written by other accounts"),
+          ("chmod 777 ..", "can be written by every account"),
+          ("ln -sf ../victim faults", "faults is a link"), ("ln -sf ../victim lock", "lock is a link"),
+          ("ln ../victim settings.new", "settings.new is a link")]
+SPOILT_BY_ROOT = [("chown nobody .", "belongs to nobody"), ("chown nobody bin", "bin belongs to nobody"),
+                  ("chown nobody ..", "belongs to nobody"),
+                  ("ln -s ../victim new; chown -h nobody new", "new belongs to nobody")]
+
 
 class Sandbox:
     """A sandbox of the test's own, and the INI file that leads to it."""
 
-    def __init__(self, test, *options):
-        self.folder = make_folder(test)
+    def __init__(self, test, *options, folder=None):
+        self.folder = folder or make_folder(test)
         # pylint: disable-next=consider-using-with
         self.process = subprocess.Popen([RUN, "--folder", self.folder, *options],
                                         stdout=subprocess.PIPE, text=True)
@@ -56,6 +89,28 @@ class Sandbox:
         rows = catalogue.table()
         catalogue.db.close()
         return [dict(zip(rows[0], row)) for row in rows[1:]]
+
+    def utility(self, *arguments):
+        """What the COM utility answers, as a dictionary."""
+        answer = subprocess.run([f"{self.folder}/bin/olm_com_interface", *arguments, "-C", "sandbox",
+                                 "-j", "demo", "-s", "1", "--", "obj@/data"], text=True,
+                                stdout=subprocess.PIPE, check=True).stdout
+        return dict(line.split("=", 1) for line in answer.splitlines())
+
+    def open_job(self):
+        """The server's address and the login of a new backup job, as far as they are given."""
+        session = self.utility("-b", "open")["sessionID"]
+        return self.utility("-b", "openjob:" + session)["tape_server"].split(":")
+
+    def talk(self, *commands):
+        """The code that answers each command on one connection."""
+        port = Catalogue.read_settings(self.folder)["port"]
+        with socket.create_connection(("127.0.0.1", port)) as sock, sock.makefile("rb") as replies:
+            codes = [replies.readline()[:3].decode()]
+            for command in commands:
+                sock.sendall(command.encode("latin-1") + b"\r\n")
+                codes.append(replies.readline()[:3].decode())
+        return codes[1:]
 
     def states(self):
         return [each["state"] for each in self.objects()]
@@ -144,6 +199,91 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual("".join(closed), "".join(row[2] for row in FAULTS) + "00")
         # two of the jobs closed with 0 were no backup's or never reached the catalogue
         self.assertEqual(sandbox.states().count("good"), closed.count("0") - 3)
+
+
+    def test_logins(self):
+        """Without being asked the server believes nobody's word."""
+        for login in "session", "identity":
+            sandbox = Sandbox(self, "--login", login)
+            given = sandbox.open_job()
+            self.assertEqual(len(given), 4 if login == "session" else 2)
+            for way, user, password, code in LOGINS:
+                if way == login:
+                    with self.subTest(way, user=user, password=password):
+                        shown = given[-1] if password is None else password
+                        self.assertEqual(sandbox.talk(f"USER {user}", f"PASS {shown}"),
+                                         ["331", code])
+
+    def test_odd_commands(self):
+        """Each gets its reply, and the next one does, too."""
+        sandbox = Sandbox(self)
+        *_, user, password = sandbox.open_job()
+        sandbox.open_job()
+        commands = [(f"USER {user}", "331"), (f"PASS {password}", "230"), *ODD]
+        found = sandbox.talk(*(command for command, _ in commands))
+        self.assertEqual(list(zip([command for command, _ in commands], found)), commands)
+        log = read_text(f"{sandbox.folder}/server.log")
+        self.assertEqual((log.count("Traceback"), log.count(password)), (0, 0), log)
+
+    def refuse(self, rows):
+        """No sandbox starts in a folder that was spoilt, and nothing is written through it."""
+        home = make_folder(self)
+        good = f"{home}/good"
+        os.mkdir(good, 0o700)
+        sandbox = Sandbox(self, folder=good)
+        run(both_ways, 1)
+        sandbox.process.terminate()
+        sandbox.process.wait()
+        write_plain(f"{home}/victim", "untouched")
+        for command, reason in rows:
+            with self.subTest(command):
+                os.chmod(home, 0o700)
+                os.chown(home, os.getuid(), -1)
+                shutil.rmtree(f"{home}/folder", ignore_errors=True)
+                shutil.copytree(good, f"{home}/folder", symlinks=True)
+                subprocess.run(command, shell=True, check=True, cwd=f"{home}/folder")
+                ended = subprocess.run([RUN, "--folder", f"{home}/folder", "--exec", "true"],
+                                       stderr=subprocess.PIPE, text=True, timeout=60, check=False)
+                self.assertEqual((ended.returncode, reason in ended.stderr), (125, True), ended)
+                self.assertEqual(read_text(f"{home}/victim"), "untouched")
+
+    def test_spoilt_folders(self):
+        self.refuse(SPOILT)
+
+
+class AsRoot(unittest.TestCase):
+    refuse = OnSandbox.refuse
+
+    def test_spoilt_folders(self):
+        self.refuse(SPOILT_BY_ROOT)
+
+    def test_full_disk(self):
+        """On a disk that holds the catalogue, too, what is good stays good, and can be read."""
+        folder = make_folder(self)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=700", "full", folder], check=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", folder], check=True)
+        sandbox = Sandbox(self, folder=folder)
+
+        def store(x):
+            start(x)
+            there_and_back(x, pattern(1 << 20))
+            copy = x.state.sObject.sBSA_Object.copyId.right
+            return copy, max(x.store(pattern(8 << 20)))
+
+        def restore(x, copy):
+            start(x)
+            return query(x), x.restore(copy_id=copy)
+        copy, code = run(store, env=STRICT).value
+        good = ((0, copy), ([0, 0, 0], pattern(1 << 20)))
+        self.assertEqual((code, sandbox.states()), (3, ["good", "aborted"]))
+        self.assertEqual(os.listdir(f"{folder}/objects"), [str(copy)])
+        self.assertEqual(run(restore, copy, env=STRICT).value, good)
+        sandbox.stop()
+        with contextlib.suppress(OSError), open(f"{folder}/objects/3.part", "wb", 0) as file:
+            while True:
+                file.write(bytes(4096))
+        Sandbox(self, folder=folder)
+        self.assertEqual(run(restore, copy, env=STRICT).value, good)
 
 
 class Load(unittest.TestCase):
