@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 // A finding: the fuzzer keeps the input and ends.

@@ -198,7 +198,8 @@ int BSATerminate(long bsaHandle);
 int BSABeginTxn(long bsaHandle);
 
 /*
- * Ends the transaction and, whatever it returns, makes each call possible again.
+ * Ends the transaction and, whatever it returns, makes each call possible again. In strict mode it
+ * cuts an object that is still open.
  *   vote  is not looked at: a stored object stays stored
  * Returns 0; 5 when no transaction is open; 6 for a wrong handle.
  */
@@ -221,7 +222,7 @@ int BSACreateObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr,
  * Sends bufferLen bytes of the open object. A failed send is tried again five times, one second
  * apart; the call blocks while the server takes no data.
  *   dataBlockPtr  null, or a null bufferPtr with a bufferLen, gives 22
- * Returns 0 when all bytes were handed to the system; 3; 6; 22.
+ * Returns 0 when all bytes were handed to the system; 3; 6; 22; in strict mode 5 in a restore.
  */
 int BSASendData(long bsaHandle, BSA_DataBlock *dataBlockPtr);
 
@@ -251,7 +252,7 @@ int BSAGetObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr,
  * numBytes stays below bufferLen.
  *   dataBlockPtr  numBytes receives the bytes read, in a failure too; null, or a null bufferPtr
  *                 with a bufferLen, gives 22
- * Returns 0; 3 when the connection failed; 6; 22.
+ * Returns 0; 3 when the connection failed; 6; 22; in strict mode 5 in a backup.
  */
 int BSAGetData(long bsaHandle, BSA_DataBlock *dataBlockPtr);
 

@@ -5,8 +5,11 @@
  * a running host: all functions are exported, so that each can be called alone.
  * A backup tool needs xbsa.h only.
  *
- * All state lives in one record, sGlobal, for the life of the process. Reach it
- * with dlsym: the library's own references bind to its own copy.
+ * All state lives in one record, sGlobal, for the life of the process. A program
+ * that links to the library and one that loads it with dlsym see the same record.
+ * Between calls a caller may set its fields, put sockets of its own into it or
+ * restore an earlier copy: the library closes and frees nothing that it did not
+ * make itself.
  *
  * Unless said otherwise a text is NUL-terminated, a pointer must not be null,
  * and a failure leaves its text as the session's last message (when that is
@@ -163,7 +166,7 @@ typedef struct
     char szSessionID[256];       /* by the answer */
     char szSavesetID[256];       /* seconds since 1970 at the open of a job, then the answer */
     char szRestoreID[256];       /* by the answer */
-    int iOpenJobStarted;         /* 1 once a job was opened in this session */
+    int iOpenJobStarted;         /* 1 from the open of a job to the next open */
 } STUCT_COM_INPUT;
 
 /* Everything. The order of the fields is part of the interface. */
@@ -268,8 +271,8 @@ int find_com_intf(char *cpCOMCMD, unsigned int *uipCOMCMDLen);
 
 /*
  * Runs the utility for one task and takes its answer into sGlobal.
- * Returns 0; 1 for a local failure; -1 when the answer was a refusal or a command line did not
- * fit (sSMS.iOpStatus is then 3).
+ * Returns 0; 1 for a local failure, an invalid task or a null input; -1 when the answer was a
+ * refusal or a command line did not fit (sSMS.iOpStatus is then 3).
  */
 int com_intf(ENUM_COM_TASK I_enumCOMTask, STUCT_COM_INPUT *I_spCOMInput);
 

@@ -7,13 +7,44 @@ import unittest
 
 from xbsa import LIBRARY, Global, read_text
 
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+OBJECTS = os.path.join(os.environ["XBSA_BUILD"], "src", "CMakeFiles", "xbsa.dir")
+
 
 def readelf(option):
     return subprocess.run(["readelf", "-W", option, LIBRARY], check=True, capture_output=True,
                           text=True).stdout
 
 
+def allowed_arrows():
+    """Of the table of rooms: each room and those that it may use, from top to bottom."""
+    page = read_text(os.path.join(ROOT, "CONTRIBUTING.md"))
+    rows = re.findall(r"^\| `src/(\w+)` \|.*\| ([\w ,]*) \|$", page, re.M)
+    return {room: re.findall(r"\w+", uses) for room, uses in rows}
+
+
+def symbols(room, kinds):
+    """Names of these kinds in the object files of the room's sources."""
+    files = [os.path.join(OBJECTS, room, name + ".o")
+             for name in os.listdir(f"{ROOT}/src/{room}") if name.endswith(".cpp")]
+    listed = subprocess.run(["nm", "-P", *files], check=True, capture_output=True, text=True)
+    return set(re.findall(rf"^(\S+) [{kinds}]\b", listed.stdout, re.M))
+
+
 class Contract(unittest.TestCase):
+    def test_rooms(self):
+        """Calls go down only, along the arrows of the table, and no listed arrow is idle."""
+        allowed = allowed_arrows()
+        rooms = list(allowed)
+        self.assertEqual(sorted(rooms), sorted(name for name in os.listdir(ROOT + "/src")
+                                               if os.path.isdir(f"{ROOT}/src/{name}")))
+        made = {room: symbols(room, "TDBR") for room in rooms}
+        for place, room in enumerate(rooms):
+            wanted = symbols(room, "U")
+            used = {other for other in rooms if other != room and made[other] & wanted}
+            self.assertEqual(used, set(allowed[room]), room)
+            self.assertLessEqual(used, set(rooms[place + 1:]), room)
+
     def test_exports(self):
         """Exactly the reviewed list."""
         text = re.sub(r"#.*", "", read_text(os.environ["XBSA_MAP"]))
@@ -29,7 +60,7 @@ class Contract(unittest.TestCase):
         self.assertEqual(re.findall(r"NEEDED.*\[(.*)\]", dynamic), ["libc.so.6"])
         self.assertEqual(re.findall(r"SONAME.*\[(.*)\]", dynamic), ["libxbsa.so.1"])
         self.assertRegex(dynamic, r"BIND_NOW")
-        self.assertRegex(dynamic, r"SYMBOLIC")
+        self.assertNotRegex(dynamic, r"SYMBOLIC")  # a program sees the record that the library uses
         self.assertRegex(segments, r"GNU_RELRO")
         self.assertRegex(segments, r"GNU_STACK.* RW +0x")
         versions = re.findall(r"GLIBC_([\d.]+)", readelf("-V"))

@@ -1,4 +1,5 @@
 // Opens a transaction.
+#include "record/record.h"
 #include "trace/trace.h"
 
 int BSABeginTxn(long bsaHandle)
@@ -12,7 +13,7 @@ int BSABeginTxn(long bsaHandle)
     else
     {
         sGlobal.sSession.iLastCall |= CALL_BEGIN_TXN;
-        if (bsaHandle != sGlobal.sSession.lBSAHandle) iRet = BSA_RC_INVALID_HANDLE;
+        if (!xbsa_IsHandle(bsaHandle)) iRet = BSA_RC_INVALID_HANDLE;
     }
     TRACE("BSABeginTxn: Return: %d - %s", iRet, xbsa_typeerr(iRet));
     TRACE("BSABeginTxn: End");

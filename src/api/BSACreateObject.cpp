@@ -2,13 +2,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <sys/socket.h>
-#include <sys/time.h>
 
-#include "api/object.h"
-#include "session/record.h"
+#include "api/api.h"
+#include "data/data.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 static int CheckDescriptor(const BSA_ObjectDescriptor *spObject)
 {
@@ -33,7 +31,7 @@ static int CheckDescriptor(const BSA_ObjectDescriptor *spObject)
 
 // Opens session and job. An answer that names no saveset leaves the id that the job was opened
 // with: never the name of an earlier object.
-static int OpenJob()
+static int OpenWriteJob()
 {
     TRACE("BSACreateObject: Calling olm_com_interface().");
     if (xbsa_OpenJob(COM_OPEN_WRITE) == -1)
@@ -46,23 +44,12 @@ static int OpenJob()
     {
         x_CopyText(spSMS->szName, sizeof spSMS->szName, sGlobal.sCOM.szSavesetID);
     }
-    if (spSMS->szName[0] != '\0' || sPrivate.iJobMissing != 0) return BSA_RC_SUCCESS;
-
-    SysErrorTxt(0, 0, "The COM utility has opened no job.");
-    TRACE("BSACreateObject: olm_com_interface() has opened no job. Exiting.");
-    return BSA_RC_ABORT_SYSTEM_ERROR;
-}
-
-// A send comes back once in a while, so that it can be asked whether the server is still there.
-static void LimitSend(int hData)
-{
-    struct timeval sTime = {30, 0};
-    setsockopt(hData, SOL_SOCKET, SO_SNDTIMEO, &sTime, sizeof sTime);
+    return BSA_RC_SUCCESS;
 }
 
 // To a server the plain end of the data connection means a complete object. If this process dies
 // from here on, the system resets the connection, and the server can tell.
-static int OpenTransfer()
+static int OpenStore()
 {
     TRACE("BSACreateObject: Calling xbsa_open()");
     if (xbsa_open(STOR_MODE) == -1)
@@ -70,8 +57,7 @@ static int OpenTransfer()
         TRACE("BSACreateObject: xbsa_open() call failed. Exiting.");
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
-    x_ResetAtClose(xbsa_DataSocket());
-    LimitSend(xbsa_DataSocket());
+    data_ResetIfWeDie(xbsa_DataSocket());
     return BSA_RC_SUCCESS;
 }
 
@@ -92,20 +78,20 @@ static int CreateObject(BSA_ObjectDescriptor *spCaller)
     int iRet = CheckDescriptor(spCaller);
     if (iRet != BSA_RC_SUCCESS) return iRet;
 
-    xbsa_NewObject();
+    xbsa_CutTransfer();
     TRACE("BSACreateObject: Leaving the dataBlockPtr as is.");
     TRACE("BSACreateObject: Copy the input parameter (object) into sGlobal data structure.");
     *spObject = *spCaller;
     if (sGlobal.iQAB != 0)
     {
-        iRet = OpenJob();
+        iRet = OpenWriteJob();
     }
     else
     {
         TRACE("Tracing input variables...");
         xbsa_TakeLogin("BSACreateObject", spObject);
     }
-    if (iRet == BSA_RC_SUCCESS) iRet = OpenTransfer();
+    if (iRet == BSA_RC_SUCCESS) iRet = OpenStore();
     if (iRet != BSA_RC_SUCCESS) return iRet;
 
     CompleteDescriptor(spObject);
@@ -116,6 +102,7 @@ static int CreateObject(BSA_ObjectDescriptor *spCaller)
 int BSACreateObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr, BSA_DataBlock *)
 {
     TRACE("BSACreateObject: Start");
+    sGlobal.sCOM.iOpenJobStarted = 0;
     int iRet = xbsa_CheckCall("BSACreateObject", CALL_CREATE_OBJECT, bsaHandle);
     if (iRet == BSA_RC_SUCCESS) iRet = CreateObject(objectDescriptorPtr);
     if (iRet != BSA_RC_SUCCESS) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;

@@ -1,6 +1,14 @@
 // Ends a transaction.
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
+
+// By default a late BSAEndData may still end the object; in strict mode it is too late.
+static void CutOpenTransfer()
+{
+    if (sPrivate.eTransfer == TRANSFER_IDLE || xbsa_IsForeignProcess()) return;
+    xbsa_CutTransfer();
+    sPrivate.eTransfer = TRANSFER_CUT_BY_END;
+}
 
 // Whatever the result, every call is possible again. Commit and abort are the same: an object is
 // stored once BSAEndData has confirmed it.
@@ -8,7 +16,7 @@ int BSAEndTxn(long bsaHandle, BSA_Vote)
 {
     int iRet = BSA_RC_SUCCESS;
     TRACE("BSAEndTxn: Start, Input: bsaHandle = %ld ", bsaHandle);
-    if (bsaHandle != sGlobal.sSession.lBSAHandle)
+    if (!xbsa_IsHandle(bsaHandle))
     {
         TRACE("BSAEndTxn: Invalid Handle. Exiting.");
         iRet = BSA_RC_INVALID_HANDLE;
@@ -20,6 +28,6 @@ int BSAEndTxn(long bsaHandle, BSA_Vote)
     }
     TRACE("BSAEndTxn: End");
     sGlobal.sSession.iLastCall = 0;
-    xbsa_GiveUpTransfer(GIVEN_UP_END);
+    if (sPrivate.bStrict) CutOpenTransfer();
     return iRet;
 }

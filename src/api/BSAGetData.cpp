@@ -1,9 +1,8 @@
 // Reads the next bytes of the open object.
 #include <cerrno>
-#include <sys/socket.h>
 
-#include "api/object.h"
-#include "session/record.h"
+#include "api/api.h"
+#include "data/data.h"
 #include "trace/trace.h"
 
 __attribute__((noinline, cold)) static void TraceStart(const BSA_DataBlock *spBlock)
@@ -12,53 +11,39 @@ __attribute__((noinline, cold)) static void TraceStart(const BSA_DataBlock *spBl
     TRACE("BSAGetData: bufferLen=%u, numBytes=%u", spBlock->bufferLen, spBlock->numBytes);
 }
 
-__attribute__((noinline, cold)) static void TraceRead(ssize_t iReceived, unsigned int uiRead)
+__attribute__((noinline, cold)) static void TraceEnd(const DATA_PROGRESS *spRead)
 {
-    TRACE("BSAGetData: Data read: %u, total: %lld", uiRead, xbsa_Total());
-    TRACE_CALL("BSAGetData: recv() return: %d, read: %u, total: %lld", static_cast<int>(iReceived),
-               uiRead, xbsa_Total());
+    TRACE("BSAGetData: Data read: %u, total: %lld", spRead->uMoved, xbsa_BytesMoved());
+    TRACE_CALL("BSAGetData: recv() return: %d, read: %u, total: %lld",
+               static_cast<int>(spRead->iLast), spRead->uMoved, xbsa_BytesMoved());
     TRACE_CALL("BSAGetData: End");
 }
 
-__attribute__((noinline, cold)) static void NoteFailure(int iError)
+__attribute__((noinline, cold)) static int FailRead(int iRet, unsigned int uRead)
 {
-    xbsa_NoteLoss(iError);
-    SysErrorTxt(static_cast<unsigned long>(iError), 3, "Data receiving failed.");
+    bool bBroken = iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.bStrict;
+    if (bBroken) xbsa_NoteHealth(OBJECT_BROKEN);
+    xbsa_NoteDataStatus(iRet, uRead);
+    return iRet;
 }
 
-// Reads until the buffer is full or the server has closed.
-//   uipRead  receives the bytes read
-static int ReadBlock(BSA_DataBlock *spBlock, unsigned int *uipRead)
+__attribute__((noinline, cold)) static void KeepError(int iError)
 {
-    ssize_t iReceived = 0;
-    unsigned int uiRead = 0;
-    if (i_Verbosity() >= TRACE_STEPS) TraceStart(spBlock);
-    while (uiRead < spBlock->bufferLen)
-    {
-        errno = 0;
-        iReceived =
-            recv(xbsa_DataSocket(), spBlock->bufferPtr + uiRead, spBlock->bufferLen - uiRead, 0);
-        if (iReceived < 1) break;
-        uiRead += static_cast<unsigned int>(iReceived);
-    }
-    if (iReceived == -1) NoteFailure(errno);
-    *uipRead = uiRead;
-    sGlobal.sSession.dBytes += uiRead;
-    spBlock->numBytes = static_cast<BSA_UInt16>(uiRead);
-    if (i_Verbosity() >= TRACE_STEPS) TraceRead(iReceived, uiRead);
-    return iReceived == -1 ? BSA_RC_ABORT_SYSTEM_ERROR : BSA_RC_SUCCESS;
+    data_NoteLoss(iError);
+    i_KeepMessage(static_cast<unsigned long>(iError), "Data receiving failed.");
 }
 
+// Fills the block until it is full or the server has closed.
 int BSAGetData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
-    unsigned int uiRead = 0;
-    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, STOR_MODE);
-    if (iRet == BSA_RC_SUCCESS) iRet = ReadBlock(dataBlockPtr, &uiRead);
-    xbsa_NoteDataStatus(iRet, uiRead);
-    if (iRet == BSA_RC_ABORT_SYSTEM_ERROR && sPrivate.iStrict != 0)
-    {
-        sPrivate.iDataFailed = 1;
-        sPrivate.iDataBroken = 1;
-    }
-    return iRet;
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, RETR_MODE);
+    if (iRet != BSA_RC_SUCCESS) return FailRead(iRet, 0);
+
+    if (i_Verbosity() >= TRACE_STEPS) TraceStart(dataBlockPtr);
+    DATA_PROGRESS sRead = data_Receive(dataBlockPtr);
+    if (sRead.iLast == -1) KeepError(errno);
+    sGlobal.sSession.dBytes += sRead.uMoved;
+    dataBlockPtr->numBytes = static_cast<BSA_UInt16>(sRead.uMoved);
+    if (i_Verbosity() >= TRACE_STEPS) TraceEnd(&sRead);
+    return sRead.iLast == -1 ? FailRead(BSA_RC_ABORT_SYSTEM_ERROR, sRead.uMoved) : BSA_RC_SUCCESS;
 }

@@ -1,8 +1,8 @@
-// Hands out the query results behind the first.
-#include "session/record.h"
+// Hands out the query results after the first.
+#include "record/record.h"
 #include "trace/trace.h"
 
-static int CheckArguments(long lHandle, const BSA_ObjectDescriptor *spObject)
+static int CheckNext(long lHandle, const BSA_ObjectDescriptor *spObject)
 {
     if ((sGlobal.sSession.iLastCall & CALL_QUERY_OBJECT) == 0)
     {
@@ -10,7 +10,7 @@ static int CheckArguments(long lHandle, const BSA_ObjectDescriptor *spObject)
         return BSA_RC_INVALID_CALL_SEQUENCE;
     }
     sGlobal.sSession.iLastCall |= CALL_GET_NEXT_QUERY;
-    if (lHandle != sGlobal.sSession.lBSAHandle)
+    if (!xbsa_IsHandle(lHandle))
     {
         TRACE("BSAGetNextQueryObject: Invalid Handle. Exiting.");
         return BSA_RC_INVALID_HANDLE;
@@ -24,7 +24,7 @@ static int CheckArguments(long lHandle, const BSA_ObjectDescriptor *spObject)
 }
 
 // The last place of the list is always its end.
-static int HandOver(BSA_ObjectDescriptor *spCaller)
+static int HandOverNext(BSA_ObjectDescriptor *spCaller)
 {
     int iIndex = sGlobal.iQueryIndex;
     bool bInside = iIndex >= 0 && iIndex < XBSA_QUERY_RESULTS - 1;
@@ -37,7 +37,7 @@ static int HandOver(BSA_ObjectDescriptor *spCaller)
     TRACE("BSAGetNextQueryObject: memcpy() query result to caller");
     *spCaller = *spFound;
     TRACE("BSAGetNextQueryObject: Releasing query result strucure");
-    x_Free(spFound); // the pointer stays in the list; iQueryIndex tells that it is spent
+    if (spFound == sPrivate.spResult) sPrivate.bResultSpent = true; // any other is the caller's
     TRACE("BSAGetNextQueryObject: Increasing iQueryIndex");
     sGlobal.iQueryIndex = iIndex + 1;
     return BSA_RC_SUCCESS;
@@ -46,8 +46,8 @@ static int HandOver(BSA_ObjectDescriptor *spCaller)
 int BSAGetNextQueryObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr)
 {
     TRACE("BSAGetNextQueryObject: Start");
-    int iRet = CheckArguments(bsaHandle, objectDescriptorPtr);
-    if (iRet == BSA_RC_SUCCESS) iRet = HandOver(objectDescriptorPtr);
+    int iRet = CheckNext(bsaHandle, objectDescriptorPtr);
+    if (iRet == BSA_RC_SUCCESS) iRet = HandOverNext(objectDescriptorPtr);
     TRACE("BSAGetNextQueryObject: End, return: %d - %s", iRet, xbsa_typeerr(iRet));
     return iRet;
 }

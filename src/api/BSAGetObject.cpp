@@ -1,13 +1,29 @@
 // Opens the transfer of one object from the server.
 #include <cstdio>
 
-#include "api/object.h"
-#include "session/record.h"
+#include "api/api.h"
+#include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
+
+// The close of this job must not name the saveset of an earlier object.
+static void NameSavesetForClose()
+{
+    x_CopyText(sGlobal.sCOM.szSavesetID, sizeof sGlobal.sCOM.szSavesetID,
+               sGlobal.sObject.sSMS.szName);
+}
+
+// One transaction can hold a backup and a restore, one connection only the latter.
+static void CutBackup()
+{
+    bool bBackup = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0 &&
+                   sPrivate.eTransfer == TRANSFER_STORING;
+    xbsa_CutTransfer();
+    if (bBackup) sPrivate.eTransfer = TRANSFER_CUT_BY_RESTORE;
+}
 
 // Opens session and job; a copy id stands in for a saveset name that the answer does not give.
-static int OpenJob(const BSA_ObjectDescriptor *spObject)
+static int OpenReadJob(const BSA_ObjectDescriptor *spObject)
 {
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
     TRACE("BSAGetObject: Calling qab_com().");
@@ -20,8 +36,7 @@ static int OpenJob(const BSA_ObjectDescriptor *spObject)
     {
         TRACE("BSAGetObject: SMS has not returned saveset name. Using copy id for saveset name.");
         snprintf(spSMS->szName, sizeof spSMS->szName, "%u", spObject->copyId.right);
-        // the close of this job must not name the saveset of an earlier object
-        x_CopyText(sGlobal.sCOM.szSavesetID, sizeof sGlobal.sCOM.szSavesetID, spSMS->szName);
+        if (sPrivate.bStrict) NameSavesetForClose();
     }
     TRACE("BSAGetObject: Saveset name: %s", spSMS->szName);
     return BSA_RC_SUCCESS;
@@ -36,11 +51,11 @@ static int GetObject(const BSA_ObjectDescriptor *spCaller)
         TRACE("BSAGetObject: objectDescriptorPtr is NULL. Exiting.");
         return BSA_RC_NULL_ARGUMENT;
     }
-    xbsa_NewObject();
+    CutBackup();
     TRACE("BSAGetObject: Leaving the dataBlockPtr as is.");
     TRACE("BSAGetObject: Copy the input parameter (object) into sGlobal data structure.");
     *spObject = *spCaller;
-    if (sGlobal.iQAB != 0) iRet = OpenJob(spObject);
+    if (sGlobal.iQAB != 0) iRet = OpenReadJob(spObject);
     else xbsa_TakeLogin("BSAGetObject", spObject);
     if (iRet != BSA_RC_SUCCESS) return iRet;
 
@@ -53,6 +68,7 @@ static int GetObject(const BSA_ObjectDescriptor *spCaller)
 int BSAGetObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr, BSA_DataBlock *)
 {
     TRACE("BSAGetObject: Start");
+    sGlobal.sCOM.iOpenJobStarted = 0;
     int iRet = xbsa_CheckCall("BSAGetObject", CALL_GET_OBJECT, bsaHandle);
     if (iRet == BSA_RC_SUCCESS) iRet = GetObject(objectDescriptorPtr);
     TRACE("BSAGetObject: End, return: %d - %s", iRet, xbsa_typeerr(iRet));

@@ -2,9 +2,9 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 enum
 {
@@ -16,7 +16,7 @@ int xbsa_authorize(BSA_SecurityToken *, BSA_ObjectOwner *)
     return 0;
 }
 
-static int CheckArguments(const long *lpHandle, const BSA_ObjectOwner *spOwner)
+static int CheckInit(const long *lpHandle, const BSA_ObjectOwner *spOwner)
 {
     if (lpHandle == nullptr) TRACE("BSAInit: bsaHandlePtr == NULL");
     if (spOwner == nullptr) TRACE("BSAInit: objectOwnerPtr == NULL");
@@ -27,8 +27,8 @@ static int CheckArguments(const long *lpHandle, const BSA_ObjectOwner *spOwner)
 static void ReadStrictMode()
 {
     const char *cpStrict = xbsa_getenv("KORVA_STRICT");
-    sPrivate.iStrict = cpStrict != nullptr && strcmp(cpStrict, "1") == 0;
-    if (sPrivate.iStrict != 0) TRACE("BSAInit: Strict mode, KORVA_STRICT = %s.", cpStrict);
+    sPrivate.bStrict = cpStrict != nullptr && strcmp(cpStrict, "1") == 0;
+    if (sPrivate.bStrict) TRACE("BSAInit: Strict mode, KORVA_STRICT = %s.", cpStrict);
 }
 
 static void RecogniseSession(const BSA_ObjectOwner *spOwner)
@@ -40,7 +40,7 @@ static void RecogniseSession(const BSA_ObjectOwner *spOwner)
     get_COM_environment(&sGlobal.sCOM);
 }
 
-// The value behind "NAME=", or null when the entry has another name. An entry that ends with its
+// The value after "NAME=", or null when the entry has another name. An entry that ends with its
 // name has an empty value.
 static const char *EntryValue(const char *cpEntry, const char *cpName)
 {
@@ -49,17 +49,18 @@ static const char *EntryValue(const char *cpEntry, const char *cpName)
     return cpEntry[uName] == '\0' ? "" : cpEntry + uName + 1;
 }
 
-// "host" or "host:port"; an empty host leaves the one that is set.
+// "host" or "host:port", divided by any number of colons; without a host the one that is set stays.
 static void TakeServiceHost(const char *cpValue)
 {
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
+    cpValue += strspn(cpValue, ":");
     size_t uHost = strcspn(cpValue, ":");
     if (uHost > 0 && x_CopyText(spSMS->szHostName, sizeof spSMS->szHostName, cpValue, uHost) == 1)
     {
         TRACE("BSAInit: BSA_SERVICE_HOST: Value too long, cut.");
     }
-    bool bPort = cpValue[uHost] == ':' && cpValue[uHost + 1] != '\0';
-    spSMS->iPort = bPort ? x_Number(cpValue + uHost + 1) : static_cast<int>(PORT_DEFAULT);
+    const char *cpPort = cpValue + uHost + strspn(cpValue + uHost, ":");
+    spSMS->iPort = *cpPort != '\0' ? x_Number(cpPort) : static_cast<int>(PORT_DEFAULT);
 }
 
 static int TakeEntry(const char *cpEntry)
@@ -109,10 +110,12 @@ static int OpenSession(long *lpHandle, BSA_SecurityToken *spToken, BSA_ObjectOwn
     {
         TraceInput(spToken, spOwner, cppEnvironment);
     }
-    *lpHandle = getpid();
+    sPrivate.iProcess = getpid();
+    *lpHandle = sPrivate.iProcess;
     sGlobal.sSession.lBSAHandle = *lpHandle;
     TRACE("BSAInit: BSA Handle (process ID) = %ld", *lpHandle);
     if (xbsa_authorize(spToken, spOwner) == -1) iRet = BSA_RC_AUTHENTICATION_FAILURE;
+    if (iRet == BSA_RC_SUCCESS) xbsa_ForgetSession();
     return iRet;
 }
 
@@ -125,7 +128,7 @@ int BSAInit(long *bsaHandlePtr, BSA_SecurityToken *tokenPtr, BSA_ObjectOwner *ob
     if ((sGlobal.sSession.iLastCall & CALL_INIT) == 0)
     {
         sGlobal.sSession.iLastCall |= CALL_INIT;
-        iRet = CheckArguments(bsaHandlePtr, objectOwnerPtr);
+        iRet = CheckInit(bsaHandlePtr, objectOwnerPtr);
         if (iRet == BSA_RC_SUCCESS)
         {
             iRet = OpenSession(bsaHandlePtr, tokenPtr, objectOwnerPtr, environmentPtr);

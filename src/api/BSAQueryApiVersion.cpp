@@ -1,4 +1,4 @@
-// Tells the version of the interface.
+// Hands out the version of the interface.
 #include "trace/trace.h"
 
 static const char szIdentification[] =

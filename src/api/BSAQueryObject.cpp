@@ -1,11 +1,11 @@
 // Asks the COM utility for the stored copy that matches.
 #include <cstdlib>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
-static int CheckArguments(long lHandle, const BSA_QueryDescriptor *spQuery,
-                          const BSA_ObjectDescriptor *spObject)
+static int CheckQuery(long lHandle, const BSA_QueryDescriptor *spQuery,
+                      const BSA_ObjectDescriptor *spObject)
 {
     if (sGlobal.sSession.iLastCall & CALL_QUERY_OBJECT)
     {
@@ -13,7 +13,7 @@ static int CheckArguments(long lHandle, const BSA_QueryDescriptor *spQuery,
         return BSA_RC_INVALID_CALL_SEQUENCE;
     }
     sGlobal.sSession.iLastCall |= CALL_QUERY_OBJECT;
-    if (lHandle != sGlobal.sSession.lBSAHandle)
+    if (!xbsa_IsHandle(lHandle))
     {
         TRACE("BSAQueryObject: invalid Handle. Exiting.");
         return BSA_RC_INVALID_HANDLE;
@@ -31,6 +31,15 @@ static int CheckArguments(long lHandle, const BSA_QueryDescriptor *spQuery,
     return BSA_RC_SUCCESS;
 }
 
+// Nobody has looked: a tool that took this for "no match" would forget good copies.
+static int FailUnanswered()
+{
+    i_KeepMessage(0, "The COM utility did not answer the query.");
+    TRACE("BSAQueryObject: com_intf: failed.");
+    qab_ClearResults();
+    return BSA_RC_ABORT_SYSTEM_ERROR;
+}
+
 // Leaves the match in entry 0. An answer that names no saveset is no match: a copy id of 0, or an
 // earlier one, would restore something else.
 static int AskUtility()
@@ -42,6 +51,7 @@ static int AskUtility()
         qab_ClearResults();
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
+    if (!sPrivate.bAnswered && sPrivate.bStrict) return FailUnanswered();
     if (sGlobal.sCOM.szSavesetID[0] == '\0') qab_ClearResults();
     if (sGlobal.spQueryResult[0] != nullptr) return BSA_RC_SUCCESS;
     TRACE("BSAQueryObject: No match.");
@@ -49,7 +59,7 @@ static int AskUtility()
 }
 
 // The caller sees its own names, patterns included, rather than the server's.
-static void HandOver(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)
+static void HandOverFirst(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)
 {
     BSA_ObjectDescriptor *spFound = sGlobal.spQueryResult[0];
     spFound->copyId.right = static_cast<BSA_UInt32>(atol(sGlobal.sCOM.szSavesetID));
@@ -62,7 +72,7 @@ static void HandOver(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *s
     spCaller->objectOwner = spQuery->objectOwner;
     spCaller->objectName = spQuery->objectName;
     TRACE("BSAQueryObject: releasing query result structure");
-    x_Free(spFound); // the pointer stays in the list; iQueryIndex tells that it is spent
+    sPrivate.bResultSpent = true; // freed when the list is cleared: the host may write iQueryIndex
 }
 
 static int Query(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)
@@ -75,7 +85,7 @@ static int Query(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCal
     {
         int iRet = AskUtility();
         if (iRet != BSA_RC_SUCCESS) return iRet;
-        HandOver(spQuery, spCaller);
+        HandOverFirst(spQuery, spCaller);
     }
     TRACE("BSAQueryObject: Increasing iQueryIndex");
     sGlobal.iQueryIndex = 1;
@@ -86,7 +96,7 @@ int BSAQueryObject(long bsaHandle, BSA_QueryDescriptor *queryDescriptorPtr,
                    BSA_ObjectDescriptor *objectDescriptorPtr)
 {
     TRACE("BSAQueryObject: Start");
-    int iRet = CheckArguments(bsaHandle, queryDescriptorPtr, objectDescriptorPtr);
+    int iRet = CheckQuery(bsaHandle, queryDescriptorPtr, objectDescriptorPtr);
     if (iRet == BSA_RC_SUCCESS) iRet = Query(queryDescriptorPtr, objectDescriptorPtr);
     TRACE("BSAQueryObject: End");
     return iRet;

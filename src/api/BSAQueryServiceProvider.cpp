@@ -1,4 +1,4 @@
-// Tells who provides the service.
+// Names the provider of the service.
 #include <cstring>
 
 #include "trace/trace.h"
@@ -13,9 +13,9 @@ static int CheckNull(const void *vpArgument, const char *cpName)
     return BSA_RC_NULL_ARGUMENT;
 }
 
-// The terminator is written behind a size of exactly 15 too: callers with such a buffer count on
+// The terminator is written after a size of exactly 15 too: callers with such a buffer count on
 // being served, and have the room.
-static int HandOver(BSA_UInt32 *uipSize, char *cpDelimiter, char *cpProvider)
+static int HandOverProvider(BSA_UInt32 *uipSize, char *cpDelimiter, char *cpProvider)
 {
     bool bFits = *uipSize >= uProvider;
     *uipSize = uProvider;
@@ -36,7 +36,7 @@ int BSAQueryServiceProvider(BSA_UInt32 *sizePtr, char *delimiter, char *provider
     int iRet = CheckNull(sizePtr, "sizePtr");
     iRet |= CheckNull(delimiter, "delimiter");
     iRet |= CheckNull(providerPtr, "providerPtr");
-    if (iRet == BSA_RC_SUCCESS) iRet = HandOver(sizePtr, delimiter, providerPtr);
+    if (iRet == BSA_RC_SUCCESS) iRet = HandOverProvider(sizePtr, delimiter, providerPtr);
     TRACE("BSAQueryServiceProvider: End");
     return iRet;
 }

@@ -1,141 +1,37 @@
 // Sends one buffer of the open object.
-#include <cerrno>
-#include <csignal>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include "api/object.h"
-#include "session/record.h"
+#include "api/api.h"
+#include "data/data.h"
 #include "trace/trace.h"
 
-enum
+__attribute__((noinline, cold)) static int FailSend(int iRet, unsigned int uSent)
 {
-    SEND_RETRIES = 5
-};
-
-static inline ssize_t SendRest(const BSA_DataBlock *spBlock, size_t uSent)
-{
-    return send(xbsa_DataSocket(), spBlock->bufferPtr + uSent, spBlock->bufferLen - uSent,
-                MSG_NOSIGNAL);
-}
-
-// The time limit of a send keeps the system from going on with one that a signal interrupted. Tells
-// whether it would have, were it not for the limit: as a rule, unless all handlers of the host ask for
-// the interruption.
-static bool WouldGoOn()
-{
-    bool bCaught = false;
-    bool bRestarts = false;
-    int iError = errno;
-    for (int iSignal = 1; iSignal < NSIG; iSignal++)
-    {
-        struct sigaction sAction = {};
-        if (sigaction(iSignal, nullptr, &sAction) == -1) continue;
-        if (sAction.sa_handler == SIG_DFL || sAction.sa_handler == SIG_IGN) continue;
-        bCaught = true;
-        if ((sAction.sa_flags & SA_RESTART) != 0) bRestarts = true;
-    }
-    errno = iError;
-    return bRestarts || !bCaught;
-}
-
-// Goes on with a send that only took its time. Returns the last send's result.
-static ssize_t WaitOn(const BSA_DataBlock *spBlock, size_t uSent, ssize_t iSend)
-{
-    while (iSend == -1 && (errno == EAGAIN || (errno == EINTR && WouldGoOn())))
-    {
-        if (xbsa_IsServerLost())
-        {
-            errno = ETIMEDOUT;
-            return -1;
-        }
-        iSend = SendRest(spBlock, uSent);
-    }
-    return iSend;
-}
-
-// Tries again, one second apart, until something goes through. Returns the last send's result.
-// Kept out of the path of a good send.
-__attribute__((noinline, cold)) static ssize_t Resend(const BSA_DataBlock *spBlock, size_t uSent)
-{
-    ssize_t iSend = -1;
-    int iError = errno;
-    xbsa_NoteLoss(iError);
-    const char *cpText = SysErrorTxt(GetSockErrCode(), 3, "Data sending failed.");
-    TRACE("BSASendData(%d): %s", iError, cpText);
-    for (int iRetry = 1; iRetry <= SEND_RETRIES && iSend <= 0; iRetry++)
-    {
-        TRACE("BSASendData: Data sending failed. Resending [%d] times", iRetry);
-        sleep(1);
-        iSend = WaitOn(spBlock, uSent, SendRest(spBlock, uSent));
-        iError = errno;
-    }
-    if (iSend == -1)
-    {
-        cpText = SysErrorTxt(static_cast<unsigned long>(iError), 3, "Data sending failed.");
-        TRACE("BSASendData: %s", cpText);
-    }
-    return iSend;
-}
-
-// A send made no progress for a while, or failed: a slow server is waited for, a failure is tried
-// again. Returns the last send's result.
-__attribute__((noinline, cold)) static ssize_t Recover(const BSA_DataBlock *spBlock, size_t uSent)
-{
-    ssize_t iSend = WaitOn(spBlock, uSent, -1);
-    if (iSend != -1) return iSend;
-
-    if (sPrivate.iServerLost != 0) errno = ETIMEDOUT;
-    return Resend(spBlock, uSent);
-}
-
-// Sends the rest of a block of which the first send took a part, nothing or, without bytes to send,
-// was not made.
-//   ipSend  in: result of the first send; out: of the last one
-// Returns the bytes sent in all.
-static unsigned int SendOn(const BSA_DataBlock *spBlock, ssize_t *ipSend)
-{
-    unsigned int uiSent = 0;
-    while (uiSent < spBlock->bufferLen)
-    {
-        if (*ipSend == -1) *ipSend = Recover(spBlock, uiSent);
-        if (*ipSend < 1) break;
-        uiSent += static_cast<unsigned int>(*ipSend);
-        if (uiSent < spBlock->bufferLen) *ipSend = SendRest(spBlock, uiSent);
-    }
-    return uiSent;
-}
-
-__attribute__((noinline, cold)) static int Fail(int iRet, unsigned int uiSent)
-{
-    sPrivate.iDataFailed = 1;
-    if (iRet == BSA_RC_ABORT_SYSTEM_ERROR) sPrivate.iDataBroken = 1;
-    xbsa_NoteDataStatus(iRet, uiSent);
+    xbsa_NoteHealth(iRet == BSA_RC_ABORT_SYSTEM_ERROR ? OBJECT_BROKEN : OBJECT_REJECTED);
+    xbsa_NoteDataStatus(iRet, uSent);
     return iRet;
 }
 
 // The end of a block that did not go through in one call, or that is traced.
-__attribute__((noinline, cold)) static int Finish(const BSA_DataBlock *spBlock, ssize_t iSend)
+__attribute__((noinline, cold)) static int FinishSend(const BSA_DataBlock *spBlock, ssize_t iFirst)
 {
-    unsigned int uiSent = SendOn(spBlock, &iSend);
-    sGlobal.sSession.dBytes += uiSent;
-    TRACE("BSASendData: Data written: %u, total: %lld", uiSent, xbsa_Total());
-    TRACE_CALL("BSASendData: send() return: %d, written: %u, total: %lld", static_cast<int>(iSend),
-               uiSent, xbsa_Total());
-    return iSend == -1 ? Fail(BSA_RC_ABORT_SYSTEM_ERROR, uiSent) : BSA_RC_SUCCESS;
+    DATA_PROGRESS sSent = data_SendOn(spBlock, iFirst);
+    sGlobal.sSession.dBytes += sSent.uMoved;
+    TRACE("BSASendData: Data written: %u, total: %lld", sSent.uMoved, xbsa_BytesMoved());
+    TRACE_CALL("BSASendData: send() return: %d, written: %u, total: %lld",
+               static_cast<int>(sSent.iLast), sSent.uMoved, xbsa_BytesMoved());
+    return sSent.iLast == -1 ? FailSend(BSA_RC_ABORT_SYSTEM_ERROR, sSent.uMoved) : BSA_RC_SUCCESS;
 }
 
 // Sends bufferLen bytes, whatever numBytes says. As a rule one send takes them all.
 int BSASendData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
-    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, RETR_MODE);
-    if (iRet != BSA_RC_SUCCESS) return Fail(iRet, 0);
+    int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, STOR_MODE);
+    if (iRet != BSA_RC_SUCCESS) return FailSend(iRet, 0);
 
     TRACE_CALL("BSASendData: bufferLen=%u, numBytes=%u", dataBlockPtr->bufferLen,
                dataBlockPtr->numBytes);
     const int iLength = dataBlockPtr->bufferLen;
-    ssize_t iSend = iLength != 0 ? SendRest(dataBlockPtr, 0) : 1;
-    if (iSend != iLength || i_Verbosity() >= TRACE_STEPS) return Finish(dataBlockPtr, iSend);
+    ssize_t iSend = iLength != 0 ? data_Send(dataBlockPtr, 0) : 1;
+    if (iSend != iLength || i_Verbosity() >= TRACE_STEPS) return FinishSend(dataBlockPtr, iSend);
 
     sGlobal.sSession.dBytes += iLength;
     return BSA_RC_SUCCESS;

@@ -1,4 +1,5 @@
 // Ends the session as far as the caller goes.
+#include "record/record.h"
 #include "trace/trace.h"
 
 // Closes and clears nothing, whatever its line says: callers ask for the last error afterwards, and
@@ -6,7 +7,7 @@
 int BSATerminate(long bsaHandle)
 {
     TRACE("BSATerminate: Start");
-    if (bsaHandle != sGlobal.sSession.lBSAHandle)
+    if (!xbsa_IsHandle(bsaHandle))
     {
         TRACE("BSATerminate: Invalid Handle. Exiting.");
         return BSA_RC_INVALID_HANDLE;

@@ -1,9 +1,8 @@
 // Settings that come from the process environment.
-#include <cstdlib>
 #include <cstring>
 
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 // A KORVA_ variable and the field that it goes to.
 typedef struct
@@ -13,16 +12,6 @@ typedef struct
     size_t uSize;
     bool bRequired;
 } COM_VARIABLE;
-
-char *xbsa_getenv(const char *cpEnvVar)
-{
-    return getenv(cpEnvVar);
-}
-
-char *x_getenv(const char *cpEnvVar)
-{
-    return getenv(cpEnvVar);
-}
 
 // Returns 0 when the value was taken, else 1.
 static int TakeVariable(const COM_VARIABLE *spVariable)

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "com/com.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 static int FailTask(COM_RUN *spRun)
@@ -12,33 +12,54 @@ static int FailTask(COM_RUN *spRun)
     return spRun->iRet;
 }
 
-// Names of an earlier object must not survive into an open: an answer without them would store this
-// object over that one, and a refused session would close, and spoil, that one's job.
-static void ForgetEarlierJob(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
+static bool IsOpen(ENUM_COM_TASK eTask)
 {
-    if (eTask != COM_OPEN_WRITE && eTask != COM_OPEN_READ) return;
+    return eTask == COM_OPEN_WRITE || eTask == COM_OPEN_READ;
+}
+
+static bool IsClose(ENUM_COM_TASK eTask)
+{
+    return eTask == COM_CLOSE_WRITE || eTask == COM_CLOSE_READ;
+}
+
+static bool IsSessionStep(const COM_RUN *spRun)
+{
+    return spRun->spStep != nullptr && spRun->spStep->iStep == COM_STEP_OPEN_SESSION;
+}
+
+// Names of an earlier object must not survive into an open: an answer without them would store this
+// object over that one.
+static void ForgetEarlierNames(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
+{
+    if (!IsOpen(eTask) || spInput == nullptr) return;
     sGlobal.sObject.sSMS.szName[0] = '\0';
     spInput->szRestoreID[0] = '\0';
-    spInput->iOpenJobStarted = 0;
     if (eTask == COM_OPEN_WRITE) spInput->szSavesetID[0] = '\0';
 }
 
-// A line that was cut could name another job: it is not run, and a job that was never opened is not
-// closed later.
+// A line that was cut could name another job, so it is not run.
 static void RefuseLongLine(COM_RUN *spRun)
 {
     TRACE("com_intf: Command line too long, not run: [%.200s...]", spRun->sLine.szText);
-    SysErrorTxt(0, 0, "Command line of the COM utility is too long.");
-    if (spRun->iStep == COM_STEP_OPEN_JOB) spRun->spInput->iOpenJobStarted = 0;
+    i_KeepMessage(0, "Command line of the COM utility is too long.");
     FailTask(spRun);
 }
 
-// A utility that ended without a word counts as success. For a close that means a backup which no
-// query will find, so strict mode takes it for the failure that it is.
-static bool IsUnansweredClose(const COM_RUN *spRun)
+// A utility that ended without a word counts as success. After a close that is a backup which no
+// query will find, after the open of a session it is one without a job: strict mode fails.
+static void FailUnanswered(COM_RUN *spRun)
 {
-    bool bClose = spRun->eTask == COM_CLOSE_WRITE || spRun->eTask == COM_CLOSE_READ;
-    return bClose && spRun->uiAnswerLen == 0 && sPrivate.iStrict != 0;
+    if (!sPrivate.bStrict || spRun->iRet != 0) return;
+    if (IsClose(spRun->eTask))
+    {
+        i_KeepMessage(0, "The COM utility did not answer the close of the job.");
+        FailTask(spRun);
+    }
+    if (IsSessionStep(spRun))
+    {
+        i_KeepMessage(0, "The COM utility did not answer the open of the session.");
+        FailTask(spRun);
+    }
 }
 
 // Returns true when the answer was taken and the task may go on.
@@ -47,9 +68,7 @@ static bool TakeAnswer(COM_RUN *spRun)
     if (spRun->iRet != 0 || spRun->uiAnswerLen == 0)
     {
         TRACE("com_intf: COM answer not received.");
-        if (!IsUnansweredClose(spRun)) return false;
-        SysErrorTxt(0, 0, "The COM utility did not answer the close of the job.");
-        FailTask(spRun);
+        FailUnanswered(spRun);
         return false;
     }
     spRun->bypBuff[spRun->uiAnswerLen] = '\0';
@@ -58,41 +77,59 @@ static bool TakeAnswer(COM_RUN *spRun)
     TRACE("com_intf: Parsing COM answer ...");
     int iParsed = parse_com_answer(spRun->bypBuff, spRun->uiAnswerLen);
     TRACE("com_intf: parse_com_answer return: [%d].", iParsed);
-    if (iParsed == 0) return true;
-    SysErrorTxt(0, 0, "The COM utility refused, or its answer cannot be understood.");
+    sPrivate.bAnswered = iParsed == 0;
+    if (sPrivate.bAnswered) return true;
+    i_KeepMessage(0, "The COM utility refused, or its answer cannot be understood.");
     FailTask(spRun);
     return false;
 }
 
 // Returns true when the task needs another pass.
-static bool NextStep(COM_RUN *spRun)
+static bool TakeNextStep(COM_RUN *spRun)
 {
-    switch (spRun->iStep)
-    {
-    case COM_STEP_OPEN_SESSION:
-        spRun->iStep = COM_STEP_OPEN_JOB;
-        return true;
-    case COM_STEP_CLOSE_JOB:
-        spRun->iStep = COM_STEP_CLOSE_SESSION;
-        return true;
-    default:
-        return false;
-    }
+    if (spRun->spStep->iNext == COM_STEP_INIT) return false;
+    spRun->spStep = com_FindStep(spRun->eTask, spRun->spStep->iNext);
+    return true;
 }
 
-// A session that was not opened has no id: the close that follows must not name an earlier one's. An
-// id that the refusal itself gave stays.
-static void ForgetRefusedSession(const COM_RUN *spRun)
+// Strict mode: a session that was not opened has no id, so that the close which follows does not name
+// an earlier one; and each job is closed once.
+static void ForgetEndedJob(const COM_RUN *spRun)
 {
-    bool bOpen = spRun->eTask == COM_OPEN_WRITE || spRun->eTask == COM_OPEN_READ;
-    if (!bOpen || spRun->iStep > COM_STEP_OPEN_SESSION) return;
-    char *cpID = spRun->spInput->szSessionID;
-    if (strncmp(cpID, spRun->szEarlierID, sizeof spRun->szEarlierID) == 0) cpID[0] = '\0';
+    if (!sPrivate.bStrict || spRun->spInput == nullptr) return;
+    if (IsSessionStep(spRun) && spRun->iRet != 0) spRun->spInput->szSessionID[0] = '\0';
+    if (IsClose(spRun->eTask)) spRun->spInput->iOpenJobStarted = 0;
+}
+
+static void TraceStep(const COM_RUN *spRun)
+{
+    if (!IsOpen(spRun->eTask) && !IsClose(spRun->eTask)) return;
+    TRACE("com_intf: COM interface step: [%d - %s].", static_cast<int>(spRun->eTask),
+          com_step_keyword(spRun->spStep->iStep));
+}
+
+// Makes the command line of this pass. A task that is none, or one without an input, runs the bare
+// utility and is a failure. Returns false when the pass cannot be run.
+static bool MakeCommand(COM_RUN *spRun)
+{
+    const bool bValid = spRun->spStep != nullptr;
+    if (bValid)
+    {
+        TraceStep(spRun);
+        if (spRun->spStep->fpPrepare != nullptr && !spRun->spStep->fpPrepare(spRun)) return false;
+    }
+    com_BeginLine(spRun);
+    if (bValid && spRun->spStep->fpBuild != nullptr) spRun->spStep->fpBuild(spRun);
+    if (bValid) return true;
+
+    TRACE("com_intf: Invalid input mode: [%d].", static_cast<int>(spRun->eTask));
+    spRun->iRet = 1;
+    return true;
 }
 
 static bool RunPass(COM_RUN *spRun)
 {
-    if (!com_BuildCommand(spRun)) return false;
+    if (!MakeCommand(spRun)) return false;
     if (!spRun->sLine.bFits)
     {
         RefuseLongLine(spRun);
@@ -103,7 +140,7 @@ static bool RunPass(COM_RUN *spRun)
         spRun->iRet = 1;
         return false;
     }
-    return TakeAnswer(spRun) && NextStep(spRun);
+    return TakeAnswer(spRun) && TakeNextStep(spRun);
 }
 
 static int RunTask(COM_RUN *spRun)
@@ -117,9 +154,9 @@ static int RunTask(COM_RUN *spRun)
         while (RunPass(spRun))
         {
         }
-        com_Finish(spRun);
+        com_FinishRun(spRun);
     }
-    ForgetRefusedSession(spRun);
+    ForgetEndedJob(spRun);
     return spRun->bFound ? spRun->iRet : 1;
 }
 
@@ -130,8 +167,7 @@ static COM_RUN *NewRun(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
     memset(spRun, 0, sizeof *spRun);
     spRun->eTask = eTask;
     spRun->spInput = spInput;
-    memcpy(spRun->szEarlierID, spInput->szSessionID, sizeof spRun->szEarlierID);
-    spRun->iStep = COM_STEP_INIT;
+    spRun->spStep = spInput != nullptr ? com_FindStep(eTask, COM_STEP_INIT) : nullptr;
     return spRun;
 }
 
@@ -140,7 +176,8 @@ int com_intf(ENUM_COM_TASK I_enumCOMTask, STUCT_COM_INPUT *I_spCOMInput)
     TRACE("com_intf: >>>>> Entering COM section <<<<<");
     TRACE("com_intf: Input MODE: [%d - %s].", static_cast<int>(I_enumCOMTask),
           com_task_keyword(I_enumCOMTask));
-    ForgetEarlierJob(I_enumCOMTask, I_spCOMInput);
+    ForgetEarlierNames(I_enumCOMTask, I_spCOMInput);
+    sPrivate.bAnswered = false;
 
     COM_RUN *spRun = NewRun(I_enumCOMTask, I_spCOMInput);
     char *bypBuff = static_cast<char *>(x_Malloc(XBSA_COM_ANSWER + 1));

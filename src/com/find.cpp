@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 static const char szIniFile[] = "/etc/korva2000.ini";
 static const char szKey[] = "SM_BIN_KORVA";
@@ -19,7 +19,7 @@ enum
 
 static FILE *OpenIniFile()
 {
-    int hFile = x_HighDescriptor(open(szIniFile, O_RDONLY | O_CLOEXEC));
+    int hFile = x_AboveStandardError(open(szIniFile, O_RDONLY | O_CLOEXEC));
     FILE *spFile = hFile != -1 ? fdopen(hFile, "r") : nullptr;
     if (spFile == nullptr && hFile != -1) close(hFile);
     return spFile;
@@ -37,9 +37,9 @@ static bool ReadPiece(FILE *spFile, char *cpPiece, bool *bpEnded)
 }
 
 // Reads the next line without its end. The rest of a line that is longer than one read is passed
-// over: it is no line of its own.
+// over: it is not a line of its own.
 //   bpCut  receives whether more than blanks was passed over
-static bool ReadLine(FILE *spFile, char *cpLine, bool *bpCut)
+static bool ReadIniLine(FILE *spFile, char *cpLine, bool *bpCut)
 {
     char szRest[LINE_SIZE];
     bool bEnded = false;
@@ -82,7 +82,7 @@ static int SearchFile(FILE *spFile, char *cpPath, unsigned int *uipSize)
 {
     char szLine[LINE_SIZE];
     bool bCut = false;
-    while (ReadLine(spFile, szLine, &bCut))
+    while (ReadIniLine(spFile, szLine, &bCut))
     {
         if (x_IsEmptyString(szLine)) continue;
         TRACE("find_com_intf: INI line found: [%s]", szLine);

@@ -1,7 +1,7 @@
-// The tape server's address with its login, and upper case.
+// The tape server's address with its login.
 #include <cstring>
 
-#include "util/text.h"
+#include "util/util.h"
 #include "xbsa_session.h"
 
 enum
@@ -42,13 +42,4 @@ int ParseCLIHostSpec(char *cpHostSpecStr, char *cpHost, char *cpPort, char *cpUs
         x_CopyText(cpUser, FIELD_SIZE, XBSA_SECURE_USER);
     }
     return iArgCnt == 2 ? 0 : 1; // a user without a password
-}
-
-char *strupr(char *string)
-{
-    for (char *cpByte = string; *cpByte != '\0'; cpByte++)
-    {
-        if (*cpByte >= 'a' && *cpByte <= 'z') *cpByte = static_cast<char>(*cpByte - 'a' + 'A');
-    }
-    return string;
 }

@@ -1,5 +1,5 @@
 // Names of tasks and steps for the trace.
-#include "util/text.h"
+#include "util/util.h"
 #include "xbsa_session.h"
 
 enum

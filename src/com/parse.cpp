@@ -4,7 +4,7 @@
 
 #include "com/com.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 // A key of the answer and how its value is taken.
 typedef struct
@@ -18,13 +18,13 @@ typedef struct
 
 static int TakeHostSpec(char *cpValue)
 {
-    char cpPort[8];
+    char szPort[8];
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
-    if (ParseCLIHostSpec(cpValue, spSMS->szHostName, cpPort, spSMS->szUser, spSMS->szPass) == 0)
+    if (ParseCLIHostSpec(cpValue, spSMS->szHostName, szPort, spSMS->szUser, spSMS->szPass) == 0)
     {
         return 1;
     }
-    spSMS->iPort = x_Number(cpPort);
+    spSMS->iPort = x_Number(szPort);
     return 0;
 }
 
@@ -72,9 +72,19 @@ static int TakeVerbosity(char *cpValue)
     return 0;
 }
 
+// Traces a text of the answer, a password in it hidden.
+static void TraceText(const char *cpWhat, char *cpText, const char *cpEnd)
+{
+    const char *cpPassword = com_FindPassword(cpText);
+    size_t uShown =
+        cpPassword != nullptr ? static_cast<size_t>(cpPassword - cpText) : strlen(cpText);
+    TRACE("parse_com_answer: %s: [%.*s%s]%s", cpWhat, static_cast<int>(uShown), cpText,
+          cpPassword != nullptr ? TRACE_SECRET : "", cpEnd);
+}
+
 static int TakeMessage(char *cpValue)
 {
-    TRACE("parse_com_answer: ERROR MESSAGE: [%s]", cpValue);
+    if (i_Verbosity() >= TRACE_STEPS) TraceText("ERROR MESSAGE", cpValue, "");
     return 0;
 }
 
@@ -125,24 +135,12 @@ static int TakeReply(const char *cpValue, int *ipReplyCheck)
     return 0;
 }
 
-static void TraceLine(char *cpLine)
-{
-    const char *cpPassword = com_FindPassword(cpLine);
-    if (cpPassword == nullptr)
-    {
-        TRACE("parse_com_answer: Parsing line: [%s].", cpLine);
-        return;
-    }
-    TRACE("parse_com_answer: Parsing line: [%.*s" TRACE_SECRET "].",
-          static_cast<int>(cpPassword - cpLine), cpLine);
-}
-
 // Returns 0, or 1 to reject the answer.
 //   ipReplyCheck  0 before any line that counts; above 1 the answer is a positive one
 static int TakeLine(char *cpLine, int *ipReplyCheck)
 {
     char szCOMValue[XBSA_COM_VALUE];
-    if (i_Verbosity() >= TRACE_STEPS) TraceLine(cpLine);
+    if (i_Verbosity() >= TRACE_STEPS) TraceText("Parsing line", cpLine, ".");
     const COM_KEY *spKey = FindKey(cpLine);
     char *cpEqual = strchr(cpLine, '=');
     if (spKey == nullptr || cpEqual == nullptr || cpEqual[1] == '\0') return 0;

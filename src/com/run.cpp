@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "com/com.h"
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
 
 // Each pass saves the mask anew, so after two passes the full mask is what is put back: hosts know
@@ -15,7 +15,7 @@ static void BlockSignals(COM_RUN *spRun)
     sigset_t sSaved;
     sigfillset(&sNewSet);
     sigprocmask(SIG_SETMASK, &sNewSet, &sSaved);
-    if (!spRun->bMasked || sPrivate.iStrict == 0) spRun->sOldSet = sSaved;
+    if (!spRun->bMasked || !sPrivate.bStrict) spRun->sOldSet = sSaved;
     spRun->bMasked = true;
     TRACE("com_intf: sigprocmask() done.");
 }
@@ -58,22 +58,22 @@ bool com_RunUtility(COM_RUN *spRun)
     TRACE("com_intf: COM COMMAND: [%s]", spRun->sLine.szText);
     BlockSignals(spRun);
     memcpy(spRun->sLine.szText + spRun->sLine.uLength, COM_REDIRECTION, sizeof COM_REDIRECTION);
-    FILE *hCOM_STDOUT = OpenPipe(spRun->sLine.szText);
-    TRACE("com_intf: Pipe handle hCOM_STDOUT = [%p].", static_cast<void *>(hCOM_STDOUT));
-    if (hCOM_STDOUT == nullptr)
+    FILE *spPipe = OpenPipe(spRun->sLine.szText);
+    TRACE("com_intf: Pipe handle hCOM_STDOUT = [%p].", static_cast<void *>(spPipe));
+    if (spPipe == nullptr)
     {
         TRACE("com_intf: COM Interface command could not be executed.");
         return false;
     }
-    spRun->haPipe[spRun->iPipes++] = hCOM_STDOUT;
-    ReadAnswer(spRun, hCOM_STDOUT);
+    spRun->spaPipe[spRun->iPipes++] = spPipe;
+    ReadAnswer(spRun, spPipe);
     return true;
 }
 
 // Last pass first: each close waits for its child, so that none stays as a zombie.
-void com_Finish(COM_RUN *spRun)
+void com_FinishRun(COM_RUN *spRun)
 {
-    while (spRun->iPipes > 0) pclose(spRun->haPipe[--spRun->iPipes]);
+    while (spRun->iPipes > 0) pclose(spRun->spaPipe[--spRun->iPipes]);
     if (!spRun->bMasked) return;
     sigprocmask(SIG_SETMASK, &spRun->sOldSet, nullptr);
     TRACE("com_intf: sigprocmask(), back to old handlers.");

@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "session/commands.h"
+#include "session/session.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 enum
 {
@@ -17,9 +17,8 @@ enum
 // A line break in a value would be a command of its own.
 static int CheckValue(const char *cpWhat, const char *cpValue)
 {
-    if (x_HasControl(cpValue) == 0) return 0;
-    i_Report("xbsa_open", SysErrorTxt(0, 0, "Control character in %s refused.", cpWhat));
-    return -1;
+    if (!x_HasControl(cpValue)) return 0;
+    return i_Fail("xbsa_open", 0, "Control character in %s refused.", cpWhat);
 }
 
 static int CheckValues(int iMode)
@@ -42,8 +41,7 @@ __attribute__((format(printf, 2, 3))) static int MakeLine(char *cpSlot, const ch
     va_end(vaArguments);
     if (static_cast<size_t>(iLength) < XBSA_REPLY_SIZE - LINE_END) return 0;
 
-    i_Report("xbsa_open", SysErrorTxt(0, 0, "Command too long: %.4s", cpSlot));
-    return -1;
+    return i_Fail("xbsa_open", 0, "Command too long: %.4s", cpSlot);
 }
 
 static unsigned int BlockSizeKB()

@@ -8,7 +8,7 @@
 #include <sys/socket.h>
 
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 enum
 {
@@ -31,10 +31,8 @@ static int ResolveHost(struct in_addr *spAddress)
     TRACE("xbsa_connect: gethostbyname() cannot find host.");
     if (inet_aton(cpHost, spAddress) != 0) return 0;
 
-    i_Report("xbsa_connect",
-             SysErrorTxt(GetSockErrCode(), 3,
-                         "gethostbyname() call failed or invalid IP for host: %s", cpHost));
-    return -1;
+    return i_Fail("xbsa_connect", GetSockErrCode(),
+                  "gethostbyname() call failed or invalid IP for host: %s", cpHost);
 }
 
 // Completes a connect that a signal interrupted. A wait that runs out counts as connected. A server
@@ -83,11 +81,11 @@ static int OpenConnection()
     struct in_addr sAddress = {};
     if (ResolveHost(&sAddress) == -1) return -1;
 
-    int hSocket = x_HighDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    int hSocket = x_AboveStandardError(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     xbsaCSopt(hSocket);
     if (ConnectTo(hSocket, &sAddress) == 0) return hSocket;
 
-    i_Report("xbsa_connect", SysErrorTxt(GetSockErrCode(), 3, "connect() failed."));
+    i_Fail("xbsa_connect", GetSockErrCode(), "connect() failed.");
     if (hSocket != -1) SOCKET_close(hSocket);
     return -1;
 }
@@ -115,10 +113,8 @@ int STPC_connect()
 static int SetKeepAlive(int hSocket, int iValue)
 {
     if (setsockopt(hSocket, SOL_SOCKET, SO_KEEPALIVE, &iValue, sizeof iValue) == 0) return 0;
-    i_Report("xbsa_connect",
-             SysErrorTxt(GetSockErrCode(), 3,
-                         "setsockopt() failed for flag SO_KEEPALIVE. Value = %d", iValue));
-    return -1;
+    return i_Fail("xbsa_connect", GetSockErrCode(),
+                  "setsockopt() failed for flag SO_KEEPALIVE. Value = %d", iValue);
 }
 
 // Two values for one switch: what tools that watch the calls have always seen.
@@ -127,9 +123,4 @@ int xbsaCSopt(int hCSocket)
     int iTimeOut = static_cast<int>(sGlobal.ulTimeOut);
     if (SetKeepAlive(hCSocket, iTimeOut != 0 ? iTimeOut : KEEPALIVE_DEFAULT) == -1) return -1;
     return SetKeepAlive(hCSocket, KEEPALIVE_SECOND);
-}
-
-int xbsaDSopt(int, ENUM_DIRECTION)
-{
-    return 0;
 }

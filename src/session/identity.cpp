@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 static const char szServiceUser[] = "sms";
 
@@ -93,7 +93,7 @@ static int AppendHost(char *cpIdentity, const char *cpHost)
 }
 
 // A room equal to the length is accepted and then holds no terminator.
-static int HandOver(const char *cpIdentity, char *cpPassword, unsigned int *uipPasswordLen)
+static int HandOverIdentity(const char *cpIdentity, char *cpPassword, unsigned int *uipPasswordLen)
 {
     size_t uLength = strlen(cpIdentity);
     if (*uipPasswordLen < uLength)
@@ -133,7 +133,7 @@ int make_KORVA_authentication(int hSocket, char *cpUser, unsigned int *uipUserLe
     if (cpIdentity == nullptr) return -1;
     cpIdentity[0] = '\0';
     int iRet = MakePassword(hSocket, cpIdentity);
-    if (iRet == 0) iRet = HandOver(cpIdentity, cpPassword, uipPasswordLen);
+    if (iRet == 0) iRet = HandOverIdentity(cpIdentity, cpPassword, uipPasswordLen);
     x_Free(cpIdentity);
     return iRet;
 }

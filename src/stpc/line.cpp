@@ -4,12 +4,8 @@
 #include <cstring>
 #include <sys/socket.h>
 
+#include "stpc/stpc.h"
 #include "trace/trace.h"
-
-enum
-{
-    PIECE_SIZE = 256 // bytes looked at in one call: most replies are shorter
-};
 
 static int ReceiveBytes(int SControl, char *cpPiece, int iPiece, int iRecvOpt)
 {
@@ -19,10 +15,9 @@ static int ReceiveBytes(int SControl, char *cpPiece, int iPiece, int iRecvOpt)
     int iRet = static_cast<int>(recv(SControl, cpPiece, static_cast<size_t>(iPiece), iRecvOpt));
     if (iRet == -1)
     {
-        const char *cpText = SysErrorTxt(GetSockErrCode(), 3, "recv() failed.");
+        unsigned long ulError = GetSockErrCode();
         TRACE_CALL("stpc_recv: recv() return: %u", static_cast<unsigned int>(iRet));
-        i_Report("stpc_recv", cpText);
-        return -1;
+        return i_Fail("stpc_recv", ulError, "recv() failed.");
     }
     TRACE_CALL("stpc_recv: recv() return: %u", static_cast<unsigned int>(iRet));
     return iRet;
@@ -49,15 +44,16 @@ static bool TakeByte(LINE *spLine, char cByte)
     return false;
 }
 
-// Of what lies ready it takes no byte that is behind the line: looked at first, then received. Of
-// other flags than these two nobody knows what they make of that, and a trace of every call shows
-// single bytes.
-static int ReceivePiece(int SControl, char *cpPiece, int iPiece, int iRecvOpt)
+// Peeks, then receives only up to the end of the line. With other flags, and in a trace of every
+// call, single bytes are received.
+//   bAhead  bytes after the line may come with it
+static int ReceivePiece(int SControl, char *cpPiece, int iPiece, int iRecvOpt, bool bAhead)
 {
     if (iPiece < 2 || (iRecvOpt & ~MSG_DONTWAIT) != 0 || i_Verbosity() == TRACE_CALLS)
     {
         return ReceiveBytes(SControl, cpPiece, 1, iRecvOpt);
     }
+    if (bAhead) return ReceiveBytes(SControl, cpPiece, iPiece, iRecvOpt);
     int iReady = ReceiveBytes(SControl, cpPiece, iPiece, iRecvOpt | MSG_PEEK);
     if (iReady < 1) return iReady;
     const void *vpEnd = memchr(cpPiece, '\n', static_cast<size_t>(iReady));
@@ -66,29 +62,36 @@ static int ReceivePiece(int SControl, char *cpPiece, int iPiece, int iRecvOpt)
 }
 
 // After the peer's close each further byte would be the last one again, until the buffer is full.
-static int ReceiveLine(int SControl, LINE *spLine, int iRecvOpt)
+static void FillLine(LINE *spLine)
 {
-    char acPiece[PIECE_SIZE];
+    int iRoom = spLine->iMsgLen - spLine->iIndex;
+    if (iRoom > 0)
+        memset(spLine->szMessage + spLine->iIndex, spLine->cCell, static_cast<size_t>(iRoom));
+}
+
+static int ReceiveToEnd(int SControl, LINE *spLine, int iRecvOpt, STPC_REST *spRest, bool bAhead)
+{
     for (;;)
     {
+        for (int iByte = spRest->iFrom; iByte < spRest->iTo; iByte++)
+        {
+            if (!TakeByte(spLine, spRest->acBytes[iByte])) continue;
+            spRest->iFrom = iByte + 1;
+            return 1;
+        }
+        const int iPieceMax = sizeof spRest->acBytes;
         int iRoom = spLine->iMsgLen - spLine->iIndex + 1;
-        int iPiece = iRoom < PIECE_SIZE ? iRoom : static_cast<int>(PIECE_SIZE);
-        int iRet = ReceivePiece(SControl, acPiece, iPiece, iRecvOpt);
-        if (iRet == -1) return iRet;
-        if (iRet == 0)
-        {
-            char *cpRest = spLine->szMessage + spLine->iIndex;
-            if (iRoom > 1) memset(cpRest, spLine->cCell, static_cast<size_t>(iRoom - 1));
-            return iRet;
-        }
-        for (int iByte = 0; iByte < iRet; iByte++)
-        {
-            if (TakeByte(spLine, acPiece[iByte])) return 1;
-        }
+        int iPiece = iRoom < iPieceMax ? iRoom : iPieceMax;
+        int iRet = ReceivePiece(SControl, spRest->acBytes, iPiece, iRecvOpt, bAhead);
+        if (iRet == 0) FillLine(spLine);
+        if (iRet < 1) return iRet;
+        spRest->iFrom = 0;
+        spRest->iTo = iRet;
     }
 }
 
-int stpc_recv(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt)
+static int ReceiveMasked(int SControl, char *szMessage, int iMsgLen, int iRecvOpt,
+                         STPC_REST *spRest, bool bAhead)
 {
     sigset_t sAll;
     sigset_t sOld;
@@ -98,11 +101,24 @@ int stpc_recv(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt)
     TRACE("stpc_recv: Receiving message ...");
 
     LINE sLine = {szMessage, iMsgLen, 0, '\0'};
-    int iRet = ReceiveLine(SControl, &sLine, iRecvOpt);
+    int iRet = ReceiveToEnd(SControl, &sLine, iRecvOpt, spRest, bAhead);
 
     sigprocmask(SIG_SETMASK, &sOld, nullptr);
     TRACE("stpc_recv: sigprocmask(), back to old handlers.");
     return iRet;
+}
+
+int stpc_recv(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt)
+{
+    STPC_REST sRest;
+    sRest.iFrom = 0;
+    sRest.iTo = 0;
+    return ReceiveMasked(SControl, szMessage, iMsgLen, iRecvOpt, &sRest, false);
+}
+
+int stpc_RecvAhead(int SControl, char *szMessage, int iMsgLen, int iRecvOpt, STPC_REST *spRest)
+{
+    return ReceiveMasked(SControl, szMessage, iMsgLen, iRecvOpt, spRest, true);
 }
 
 // The PASS line is hidden here too, in all its pieces, except that of the service user.
@@ -135,11 +151,7 @@ int stpc_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt)
         if (iRet >= iRest) return iRet;
 
         TRACE_CALL("stpc_send: done send()...");
-        if (iRet == -1)
-        {
-            i_Report("stpc_send", SysErrorTxt(ulError, 3, "send() failed."));
-            return -1;
-        }
+        if (iRet == -1) return i_Fail("stpc_send", ulError, "send() failed.");
         if (iRet == 0) return 0; // no progress: a caller takes it for the failure that it is
         szMessage += iRet;
         iRest -= iRet;

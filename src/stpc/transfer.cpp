@@ -1,6 +1,11 @@
-// The three transfer commands.
+// The three transfer commands, from PORT to the accepted data connection.
+//
+//   PORT 10,1,2,3,4,1    ->   200             the listener is announced
+//   STOR name            ->   150             (or RETR, LIST)
+//                        <-   the server connects to the listener, before or after its 150
 #include "stpc/stpc.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,9 +13,16 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include "session/record.h"
+#include "data/data.h"
+#include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+
+// One of the commands.
+typedef struct
+{
+    const char *cpVerb;     // as sent
+    const char *cpFunction; // as traced
+} STPC_TRANSFER;
 
 static const STPC_TRANSFER sStore = {"STOR", "stpc_stor"};
 static const STPC_TRANSFER sRetrieve = {"RETR", "stpc_retr"};
@@ -23,29 +35,15 @@ int stpc_SendOnce(int SControl, const char *cpLine)
     return iSent == static_cast<ssize_t>(uLength) ? 0 : -1;
 }
 
-int stpc_ReadReply(int SControl, const char *cpFunction, char *szReply)
+static int FailTransfer(const STPC_TRANSFER *spTransfer, const char *cpText)
 {
-    memset(szReply, 0, XBSA_REPLY_SIZE + 1);
-    if (stpc_recv(SControl, szReply, XBSA_REPLY_SIZE, 0) == -1)
-    {
-        i_Report(cpFunction, SysErrorTxt(GetSockErrCode(), 3, "stpc_recv() failed."));
-        return -1;
-    }
-    TRACE_REPLY("LOGIN REPLY: %s", szReply);
-    TRACE("%s: Received message: %s", cpFunction, szReply);
-    return 0;
+    return i_Fail(spTransfer->cpFunction, GetSockErrCode(), "%s", cpText);
 }
 
-void stpc_ReportNegative(const STPC_TRANSFER *spTransfer, const char *cpReply)
+static int RefuseTransfer(const STPC_TRANSFER *spTransfer, const char *szReply)
 {
-    i_Report(spTransfer->cpFunction,
-             SysErrorTxt(0, 0, "%s failed. NEGATIVE reply: %s", spTransfer->cpVerb, cpReply));
-}
-
-static int Fail(const STPC_TRANSFER *spTransfer, const char *cpText)
-{
-    i_Report(spTransfer->cpFunction, SysErrorTxt(GetSockErrCode(), 3, "%s", cpText));
-    return -1;
+    return i_Fail(spTransfer->cpFunction, 0, "%s failed. NEGATIVE reply: %s", spTransfer->cpVerb,
+                  i_MaskReply(szReply));
 }
 
 // The server may hold back its closing reply until our acknowledgement of the 150 arrives, which
@@ -56,61 +54,67 @@ static void AcknowledgeNow(int SControl)
     setsockopt(SControl, IPPROTO_TCP, TCP_QUICKACK, &iOn, sizeof iOn);
 }
 
-static int SendCommand(const STPC_TRANSFER *spTransfer, const char *cpName, int SControl)
+static int SendTransfer(const STPC_TRANSFER *spTransfer, const char *cpName, int SControl)
 {
     char szLine[XBSA_REPLY_SIZE];
     int iLength = snprintf(szLine, sizeof szLine, "%s %s\r\n", spTransfer->cpVerb, cpName);
     if (static_cast<size_t>(iLength) >= sizeof szLine)
     {
-        i_Report(spTransfer->cpFunction,
-                 SysErrorTxt(0, 0, "Command too long: %s", spTransfer->cpVerb));
-        return -1;
+        return i_Fail(spTransfer->cpFunction, 0, "Command too long: %s", spTransfer->cpVerb);
     }
     TRACE("%s: Send message: %s", spTransfer->cpFunction, szLine);
-    if (stpc_SendOnce(SControl, szLine) == -1) return Fail(spTransfer, "send() failed.");
+    if (stpc_SendOnce(SControl, szLine) == -1) return FailTransfer(spTransfer, "send() failed.");
     return 0;
 }
 
 static int ReadOpening(const STPC_TRANSFER *spTransfer, int SControl)
 {
     char szReply[XBSA_REPLY_SIZE + 1];
-    if (stpc_ReadReply(SControl, spTransfer->cpFunction, szReply) == -1) return -1;
-    if (strncmp(szReply, "150", 3) != 0)
-    {
-        stpc_ReportNegative(spTransfer, szReply);
-        return -1;
-    }
-    sPrivate.iOpeningGoesOn = szReply[3] == '-';
+    if (stpc_ReadAnswer(SControl, spTransfer->cpFunction, szReply) == -1) return -1;
+    if (!stpc_IsReply(szReply, REPLY_OPENING)) return RefuseTransfer(spTransfer, szReply);
+
+    sPrivate.bMoreLines = szReply[REPLY_CODE] == '-';
     AcknowledgeNow(SControl);
     if (spTransfer == &sStore) sms_parseinfo(szReply);
     return 0;
+}
+
+static int AcceptData(const STPC_TRANSFER *spTransfer, int SControl, int hListener)
+{
+    int hData = data_Accept(hListener, SControl, stpc_IsNegative, spTransfer->cpFunction);
+    if (hData == DATA_FAILED) return FailTransfer(spTransfer, "accept() failed.");
+    if (hData != DATA_REFUSED) return hData;
+
+    char szReply[XBSA_REPLY_SIZE + 1];
+    if (stpc_ReadAnswer(SControl, spTransfer->cpFunction, szReply) == -1) return -1;
+    return RefuseTransfer(spTransfer, szReply);
 }
 
 static int OpenData(const STPC_TRANSFER *spTransfer, const char *cpName, int SControl,
                     int hListener)
 {
     int hData = -1;
-    int iRet = SendCommand(spTransfer, cpName, SControl);
+    int iRet = SendTransfer(spTransfer, cpName, SControl);
     if (iRet == 0) iRet = ReadOpening(spTransfer, SControl);
-    if (iRet == 0) hData = stpc_Accept(hListener, SControl, spTransfer);
+    if (iRet == 0) hData = AcceptData(spTransfer, SControl, hListener);
     if (SOCKET_close(hListener) == -1 && hData != -1)
     {
-        Fail(spTransfer, "Listening socket close failed.");
+        FailTransfer(spTransfer, "Listening socket close failed.");
     }
     return hData;
 }
 
 // One more socket is made and never used: a host at its limit of descriptors fails here, before
 // the server is asked for anything.
-static int Transfer(const STPC_TRANSFER *spTransfer, const char *cpName, int SControl)
+static int RunTransfer(const STPC_TRANSFER *spTransfer, const char *cpName, int SControl)
 {
-    int hListener = stpc_port(SControl);
-    if (hListener == -1) return Fail(spTransfer, "Port negotiation failed.");
+    int hListener = stpc_Port(SControl, SOCK_NONBLOCK);
+    if (hListener == -1) return FailTransfer(spTransfer, "Port negotiation failed.");
 
-    int hSpare = x_HighDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    int hSpare = x_AboveStandardError(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (hSpare == -1)
     {
-        Fail(spTransfer, "Data socket creation error. sock() failed.");
+        FailTransfer(spTransfer, "Data socket creation error. sock() failed.");
         SOCKET_close(hListener);
         return -1;
     }
@@ -121,17 +125,17 @@ static int Transfer(const STPC_TRANSFER *spTransfer, const char *cpName, int SCo
 
 int stpc_stor(char *cpRemoteTarget, int SControl)
 {
-    return Transfer(&sStore, cpRemoteTarget, SControl);
+    return RunTransfer(&sStore, cpRemoteTarget, SControl);
 }
 
 int stpc_retr(char *cpRemoteSource, int SControl)
 {
-    return Transfer(&sRetrieve, cpRemoteSource, SControl);
+    return RunTransfer(&sRetrieve, cpRemoteSource, SControl);
 }
 
 int stpc_list(char *cpRemoteSource, int SControl)
 {
-    return Transfer(&sList, cpRemoteSource, SControl);
+    return RunTransfer(&sList, cpRemoteSource, SControl);
 }
 
 int STPC_stor(char *cpRemoteTarget, int SControl)
@@ -157,7 +161,7 @@ void sms_parseinfo(char *szMessage)
     char *cpNext = nullptr;
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
 
-    TRACE("sms_parseinfo: Start - Input: %s", szMessage);
+    TRACE("sms_parseinfo: Start - Input: %s", i_MaskReply(szMessage));
     spSMS->ulTapeID = 0;
     spSMS->ulSegmentNum = 0;
     x_CopyText(szWork, sizeof szWork, szMessage);

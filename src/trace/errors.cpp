@@ -5,7 +5,8 @@
 #include <cstring>
 
 #include "trace/messages.h"
-#include "util/text.h"
+#include "trace/trace.h"
+#include "util/util.h"
 #include "xbsa_session.h"
 
 // Kinds of number that the formatters are given.
@@ -70,14 +71,13 @@ static void FormatDescription(char *cpTarget, size_t uSize, const char *cpFormat
     if (cpFormat != nullptr) vsnprintf(cpTarget, uSize, cpFormat, vaArguments);
 }
 
-char *SysErrorTxt(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
+// Makes the text, and the last message where there is none. Returns a static text.
+static char *MakeErrorText(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDesc,
+                           va_list vaArguments)
 {
     static char szText[XBSA_TRACE_SIZE];
     char szDescription[XBSA_TRACE_SIZE];
-    va_list vaArguments;
-    va_start(vaArguments, cpAddDesc);
     FormatDescription(szDescription, sizeof szDescription, cpAddDesc, vaArguments);
-    va_end(vaArguments);
 
     szText[0] = '\0';
     if (dwSysErrCode != 0) AppendText(szText, sizeof szText, SystemText(dwSysErrCode, iErrFlag));
@@ -89,6 +89,33 @@ char *SysErrorTxt(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDes
     char *cpLast = sGlobal.sSession.szLastMessage;
     if (cpLast[0] == '\0') x_CopyText(cpLast, sizeof sGlobal.sSession.szLastMessage, szText);
     return szText;
+}
+
+char *SysErrorTxt(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
+{
+    va_list vaArguments;
+    va_start(vaArguments, cpAddDesc);
+    char *cpText = MakeErrorText(dwSysErrCode, iErrFlag, cpAddDesc, vaArguments);
+    va_end(vaArguments);
+    return cpText;
+}
+
+int i_Fail(const char *cpFunction, unsigned long ulError, const char *cpFormat, ...)
+{
+    va_list vaArguments;
+    va_start(vaArguments, cpFormat);
+    const char *cpText = MakeErrorText(ulError, ERR_SOCKET, cpFormat, vaArguments);
+    va_end(vaArguments);
+    TRACE("%s: %s", cpFunction, cpText);
+    return -1;
+}
+
+void i_KeepMessage(unsigned long ulError, const char *cpFormat, ...)
+{
+    va_list vaArguments;
+    va_start(vaArguments, cpFormat);
+    MakeErrorText(ulError, ERR_SOCKET, cpFormat, vaArguments);
+    va_end(vaArguments);
 }
 
 // The text of a number for syserrtxt; null when the description is to be dropped with it.

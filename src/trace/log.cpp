@@ -5,26 +5,41 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/capability.h>
+#include <sys/auxv.h>
 #include <sys/fsuid.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
-static int hOwnLog = -1;       // the descriptor that i_open_trace opened
-static bool bOwnPlain = false; // a write to it raises no signal
-
-bool i_LogIsPlain()
+bool i_IsLogOpen()
 {
-    return bOwnPlain && sGlobal.hLogFile == hOwnLog;
+    if (sGlobal.hLogFile == 0 || sGlobal.hLogFile == -1) return false;
+    if (sGlobal.hLogFile != sPrivate.sTrace.hLog) return true; // the caller's own
+    if (x_IsSame(sPrivate.sTrace.hLog, &sPrivate.sTrace.sID)) return true;
+    sPrivate.sTrace.hLog = -1;
+    sGlobal.hLogFile = -1;
+    return false;
+}
+
+// The host may lower its limit at any time.
+bool i_IsLogPlain()
+{
+    struct rlimit sSize = {};
+    if (sGlobal.hLogFile != sPrivate.sTrace.hLog || !sPrivate.sTrace.sID.bRegular) return false;
+    return getrlimit(RLIMIT_FSIZE, &sSize) == 0 && sSize.rlim_cur == RLIM_INFINITY;
 }
 
 static void CloseOwnLog()
 {
-    if (hOwnLog != -1) close(hOwnLog);
-    if (sGlobal.hLogFile == hOwnLog) sGlobal.hLogFile = -1;
-    hOwnLog = -1;
+    if (sPrivate.sTrace.hLog == -1) return;
+    if (x_IsSame(sPrivate.sTrace.hLog, &sPrivate.sTrace.sID)) close(sPrivate.sTrace.hLog);
+    if (sGlobal.hLogFile == sPrivate.sTrace.hLog) sGlobal.hLogFile = -1;
+    sPrivate.sTrace.hLog = -1;
 }
 
 // Always appends, so that two processes that create the log at the same moment do not overwrite
@@ -35,40 +50,51 @@ static int OpenLog(const char *cpPath)
     const int iFlags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_LARGEFILE;
     int hLog = open(cpPath, iFlags);
     if (hLog == -1 && errno == ENOENT) hLog = open(cpPath, iFlags | O_CREAT, 0600);
-    return x_HighDescriptor(hLog);
+    return x_AboveStandardError(hLog);
 }
 
-// In a set-user-id host the environment comes from the one who started it: a log that it names is
-// opened with that user's rights, else anybody could write into files of the host's account. Only
-// this thread's rights to files change, and only for the open.
+// Sets which of its capabilities this thread uses: a program file may come with some. Returns those
+// used before.
+static unsigned int UseCapabilities(unsigned int uEffective)
+{
+    struct __user_cap_header_struct sHeader = {_LINUX_CAPABILITY_VERSION_3, 0};
+    struct __user_cap_data_struct asData[2] = {};
+    if (syscall(SYS_capget, &sHeader, asData) == -1) return uEffective;
+    unsigned int uBefore = asData[0].effective;
+    asData[0].effective = uEffective;
+    syscall(SYS_capset, &sHeader, asData);
+    return uBefore;
+}
+
+// In a host with more rights than its starter (set-user-id, set-group-id, file capabilities) the
+// environment comes from the starter: a log that it names is opened with the starter's rights, else
+// anybody could write into files of the host's account. Only this thread's rights to files change,
+// and only for the open.
 static int OpenForStarter(const char *cpPath)
 {
-    bool bOwn = geteuid() == getuid() && getegid() == getgid();
-    if (bOwn || sGlobal.iReadTraceEnvironment == 0) return OpenLog(cpPath);
+    if (getauxval(AT_SECURE) == 0 || sGlobal.iReadTraceEnvironment == 0) return OpenLog(cpPath);
 
+    unsigned int uCapabilities = UseCapabilities(0);
     uid_t uGroup = static_cast<uid_t>(setfsgid(getgid()));
     uid_t uUser = static_cast<uid_t>(setfsuid(getuid()));
     int hLog = OpenLog(cpPath);
     setfsuid(uUser);
     setfsgid(uGroup);
+    UseCapabilities(uCapabilities);
     return hLog;
 }
 
-// It can seek, so it is a file and no pipe, and may grow without bound.
-static bool IsPlain(int hLog)
-{
-    struct rlimit sSize = {};
-    if (hLog == -1 || lseek(hLog, 0, SEEK_CUR) == -1) return false;
-    return getrlimit(RLIMIT_FSIZE, &sSize) == 0 && sSize.rlim_cur == RLIM_INFINITY;
-}
-
+// One buffer serves the whole process: a caller that puts an earlier copy of the record back finds it
+// still there.
 static void RenewBuffer()
 {
-    char *cpBuffer = static_cast<char *>(x_Malloc(XBSA_TRACE_SIZE));
-    if (cpBuffer == nullptr) return; // the old one goes on serving
-    memset(cpBuffer, 0, XBSA_TRACE_SIZE);
-    x_Free(sGlobal.cpTraceBuffer);
-    sGlobal.cpTraceBuffer = cpBuffer;
+    if (sPrivate.sTrace.cpBuffer == nullptr)
+    {
+        sPrivate.sTrace.cpBuffer = static_cast<char *>(x_Malloc(XBSA_TRACE_SIZE));
+    }
+    if (sPrivate.sTrace.cpBuffer == nullptr) return;
+    memset(sPrivate.sTrace.cpBuffer, 0, XBSA_TRACE_SIZE);
+    sGlobal.cpTraceBuffer = sPrivate.sTrace.cpBuffer;
 }
 
 void i_open_trace()
@@ -86,27 +112,28 @@ void i_open_trace()
     if (sGlobal.szLogFile[0] == '\0') return;
 
     CloseOwnLog();
-    hOwnLog = OpenForStarter(sGlobal.szLogFile);
-    bOwnPlain = IsPlain(hOwnLog);
-    sGlobal.hLogFile = hOwnLog;
+    sPrivate.sTrace.hLog = OpenForStarter(sGlobal.szLogFile);
+    if (sPrivate.sTrace.hLog != -1) x_Identify(sPrivate.sTrace.hLog, &sPrivate.sTrace.sID);
+    sGlobal.hLogFile = sPrivate.sTrace.hLog;
 }
 
 void i_close_trace()
 {
-    x_Free(sGlobal.cpTraceBuffer);
     sGlobal.cpTraceBuffer = nullptr;
     if ((sGlobal.ucXBSATraceLevel & TRACE_TO_LOG) == 0 || sGlobal.szLogFile[0] == '\0') return;
 
     bool bOpen = sGlobal.hLogFile != 0 && sGlobal.hLogFile != -1;
-    if (bOpen && sGlobal.hLogFile != hOwnLog) close(sGlobal.hLogFile);
+    if (bOpen && sGlobal.hLogFile != sPrivate.sTrace.hLog) close(sGlobal.hLogFile);
     CloseOwnLog();
     sGlobal.hLogFile = -1;
 }
 
-void i_ReleaseTrace()
+// A host that unloads the library gets log and memory back.
+__attribute__((destructor)) static void UnloadTrace()
 {
-    x_Free(sGlobal.cpTraceBuffer);
-    sGlobal.cpTraceBuffer = nullptr;
+    if (sGlobal.cpTraceBuffer == sPrivate.sTrace.cpBuffer) sGlobal.cpTraceBuffer = nullptr;
+    x_Free(sPrivate.sTrace.cpBuffer);
+    sPrivate.sTrace.cpBuffer = nullptr;
     CloseOwnLog();
 }
 

@@ -2,7 +2,11 @@
 #ifndef TRACE_LOG_H
 #define TRACE_LOG_H
 
-// Tells whether lines go to a file of our own opening to which a write raises no signal.
-bool i_LogIsPlain();
+// Whether lines can go to the record's log. Forgets a log of our own that the host has closed: its
+// number may be the host's by now.
+bool i_IsLogOpen();
+
+// Whether a write to it raises no signal: a file of our own opening, with no limit of its size.
+bool i_IsLogPlain();
 
 #endif

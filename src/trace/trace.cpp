@@ -10,8 +10,9 @@
 #include <ctime>
 #include <unistd.h>
 
+#include "record/record.h"
 #include "trace/log.h"
-#include "util/text.h"
+#include "util/util.h"
 
 void i_TraceLine(const char *cpFormat, ...)
 {
@@ -43,30 +44,28 @@ void COM_trace(const char *cpCOMTraceMessage)
     if (i_Verbosity() >= TRACE_STEPS) ie_trace(cpCOMTraceMessage);
 }
 
-// What stands in front of each line. It is made once a second: a trace of every block asks for it
-// thousands of times. Returns its length.
-static size_t Stamp(char *cpLine)
+// The beginning of each line. It is made once a second: a trace of every block asks for it thousands
+// of times. Returns its length.
+static size_t StampLine(char *cpLine)
 {
-    static char szStamp[64];
-    static size_t uStamp = 0;
-    static time_t lStamped = 0;
+    static const char szFormat[] = " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ";
+    TRACE_STATE *spTrace = &sPrivate.sTrace;
     time_t lNow = time(nullptr);
-    if (lNow != lStamped)
+    if (lNow != spTrace->lStamped)
     {
         struct tm sNow = {};
         localtime_r(&lNow, &sNow);
-        uStamp =
-            strftime(szStamp, sizeof szStamp, " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
-        lStamped = lNow;
+        spTrace->uStamp = strftime(spTrace->szStamp, sizeof spTrace->szStamp, szFormat, &sNow);
+        spTrace->lStamped = lNow;
     }
-    memcpy(cpLine, szStamp, uStamp);
-    return uStamp;
+    memcpy(cpLine, spTrace->szStamp, spTrace->uStamp);
+    return spTrace->uStamp;
 }
 
 // A line is cut where the buffer ends and still closes with one newline. Returns its length.
 static size_t ComposeLine(char *cpLine, const char *cpMessage)
 {
-    size_t uLength = Stamp(cpLine);
+    size_t uLength = StampLine(cpLine);
     x_CopyText(cpLine + uLength, XBSA_TRACE_SIZE - 1 - uLength, cpMessage); // room for the newline
     uLength += strlen(cpLine + uLength);
     while (cpLine[uLength - 1] == '\n' || cpLine[uLength - 1] == '\r') uLength--;
@@ -107,30 +106,25 @@ static void WriteHeld(int hTarget, const char *cpLine, size_t uLength)
     sigprocmask(SIG_SETMASK, &sOld, nullptr);
 }
 
+static void WriteLog(const char *cpLine, size_t uLength)
+{
+    if (!i_IsLogOpen()) return;
+    if (!i_IsLogPlain())
+    {
+        WriteHeld(sGlobal.hLogFile, cpLine, uLength);
+        return;
+    }
+    ssize_t iWritten = write(sGlobal.hLogFile, cpLine, uLength);
+    (void)iWritten; // a line that cannot be written is lost
+}
+
 void i_trace(const char *cpTraceMessage)
 {
     char szLine[XBSA_TRACE_SIZE];
     size_t uLength = ComposeLine(szLine, cpTraceMessage != nullptr ? cpTraceMessage : "");
 
     if (sGlobal.ucXBSATraceLevel & TRACE_TO_STDERR) WriteHeld(STDERR_FILENO, szLine, uLength);
-    bool bLog = sGlobal.hLogFile != 0 && sGlobal.hLogFile != -1;
-    if (bLog && (sGlobal.ucXBSATraceLevel & TRACE_TO_LOG))
-    {
-        if (i_LogIsPlain())
-        {
-            ssize_t iWritten = write(sGlobal.hLogFile, szLine, uLength);
-            (void)iWritten; // a line that cannot be written is lost
-        }
-        else
-        {
-            WriteHeld(sGlobal.hLogFile, szLine, uLength);
-        }
-    }
-}
-
-void i_Report(const char *cpFunction, const char *cpErrorText)
-{
-    TRACE("%s: %s", cpFunction, cpErrorText);
+    if (sGlobal.ucXBSATraceLevel & TRACE_TO_LOG) WriteLog(szLine, uLength);
 }
 
 int i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpText)
@@ -143,19 +137,4 @@ int i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpT
 unsigned char i_LevelToLog(const char *cpText)
 {
     return static_cast<unsigned char>(strtol(cpText, nullptr, 10) | TRACE_TO_LOG);
-}
-
-void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner)
-{
-    static const size_t uTag = 5;
-    x_CopyText(cpMasked, uSize, cpOwner, sizeof(((BSA_ObjectOwner *)nullptr)->bsa_ObjectOwner));
-
-    size_t uFirst = strspn(cpMasked, ":") + strcspn(cpMasked + strspn(cpMasked, ":"), ":");
-    char *cpSecond = cpMasked + uFirst;
-    cpSecond += strspn(cpSecond, ":");
-    if (*cpSecond == '\0') return;
-
-    size_t uShown = strnlen(cpSecond, uTag);
-    size_t uLeft = uSize - static_cast<size_t>(cpSecond - cpMasked) - uShown;
-    x_CopyText(cpSecond + uShown, uLeft, TRACE_SECRET);
 }

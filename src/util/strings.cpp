@@ -1,4 +1,4 @@
-// Blank tests, keyword matching and trimming. A blank is the space character only.
+// Blank tests, keyword matching, trimming and upper case. A blank is the space character only.
 #include <cctype>
 #include <cstring>
 
@@ -59,4 +59,13 @@ char *x_RTrim(char *cpString)
 char *x_AllTrim(char *cpString)
 {
     return x_RTrim(x_LTrim(cpString));
+}
+
+char *strupr(char *string)
+{
+    for (char *cpByte = string; *cpByte != '\0'; cpByte++)
+    {
+        if (*cpByte >= 'a' && *cpByte <= 'z') *cpByte = static_cast<char>(*cpByte - 'a' + 'A');
+    }
+    return string;
 }

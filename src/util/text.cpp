@@ -1,18 +1,8 @@
-#include "util/text.h"
+#include "util/util.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-// On 32 bits fcntl got a new version in GLIBC 2.28, for file locks; the old one does as well here and
-// lets the library load on old systems.
-#if defined(__i386__) && defined(__GLIBC__)
-__asm__(".symver fcntl, fcntl@GLIBC_2.0");
-#endif
 
 int x_CopyText(char *cpTarget, size_t uSize, const char *cpText, size_t uMaxLength)
 {
@@ -37,43 +27,18 @@ int x_Number(const char *cpText)
     return static_cast<int>(lNumber);
 }
 
-int x_HasControl(const char *cpText)
+bool x_HasControl(const char *cpText)
 {
     for (; *cpText != '\0'; cpText++)
     {
         unsigned char ucByte = static_cast<unsigned char>(*cpText);
-        if (ucByte < ' ' || ucByte == 127) return 1;
+        if (ucByte < ' ' || ucByte == 127) return true;
     }
-    return 0;
+    return false;
 }
 
 char *x_SkipSpaces(char *cpText)
 {
     while (*cpText == ' ') cpText++;
     return cpText;
-}
-
-void x_ResetAtClose(int hSocket)
-{
-    struct linger sReset = {1, 0};
-    setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &sReset, sizeof sReset);
-}
-
-void x_Reset(int hSocket)
-{
-    struct sockaddr sNone = {};
-    sNone.sa_family = AF_UNSPEC;
-    (void)connect(hSocket, &sNone, sizeof sNone); // fails where nothing is connected any more
-}
-
-int x_HighDescriptor(int hDescriptor)
-{
-    if (hDescriptor == -1 || hDescriptor > STDERR_FILENO) return hDescriptor;
-
-    int hHigh = fcntl(hDescriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    int iError = errno;
-    if (hHigh == -1) x_ResetAtClose(hDescriptor); // nothing was stored through it
-    close(hDescriptor);
-    errno = iError;
-    return hHigh;
 }

@@ -93,7 +93,7 @@ constexpr FUNCTION asFunctions[] = {
     Function("com_intf", 0, RUNNING, asUtility),
     Function("parse_com_answer", 0, RUNNING, asParse),
     Function("xbsa_open", 0, OPENING, asOpen),
-    Function("LOGIN", 0, OPENING, asLogin),
+    Function("LOGIN", 0, OPENING | IN_END_DATA, asLogin),
     Function("stpc_port", 0, OPENING, asPort),
     Function("stpc_stor", 0, IN_CREATE, asTransfer),
     Function("stpc_retr", 0, IN_GET, asTransfer),

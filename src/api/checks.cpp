@@ -1,11 +1,11 @@
 // What the calls of a backup and a restore share.
-#include "api/object.h"
+#include "api/api.h"
 
 #include <cstring>
 
-#include "session/record.h"
+#include "record/record.h"
 #include "trace/trace.h"
-#include "util/text.h"
+#include "util/util.h"
 
 enum
 {
@@ -20,33 +20,25 @@ int xbsa_CheckCall(const char *cpFunction, int iCallBit, long lHandle)
         return BSA_RC_INVALID_CALL_SEQUENCE;
     }
     sGlobal.sSession.iLastCall |= iCallBit;
-    if (lHandle == sGlobal.sSession.lBSAHandle) return BSA_RC_SUCCESS;
+    if (xbsa_IsHandle(lHandle)) return BSA_RC_SUCCESS;
 
     TRACE("%s: Invalid Handle. Exiting.", cpFunction);
     return BSA_RC_INVALID_HANDLE;
 }
 
-void xbsa_NewObject()
+int xbsa_CheckStrict(int iMode)
 {
-    sPrivate.iDataFailed = 0;
-    sPrivate.iDataBroken = 0;
-    sPrivate.iServerLost = 0;
-    sPrivate.iJobMissing = 0;
-    sPrivate.iGivenUp = GIVEN_UP_NONE;
-    xbsa_GiveUpTransfer(GIVEN_UP_RESTORE);
-}
-
-void xbsa_ReportJob(int iRet)
-{
-    if (iRet > 0) SysErrorTxt(0, 0, "The COM utility could not be run.");
-    if (iRet == -1) SysErrorTxt(0, 0, "The COM utility refused, or its answer cannot be used.");
+    if (xbsa_IsForeignProcess()) return BSA_RC_INVALID_HANDLE;
+    int iAgainst = iMode == STOR_MODE ? TRANSFER_RESTORING : TRANSFER_STORING;
+    bool bAgainst = sPrivate.eTransfer == iAgainst ||
+                    (iMode == STOR_MODE && sPrivate.eTransfer == TRANSFER_CUT_BY_RESTORE);
+    return bAgainst ? BSA_RC_INVALID_CALL_SEQUENCE : BSA_RC_SUCCESS;
 }
 
 int xbsa_OpenJob(ENUM_COM_TASK eTask)
 {
     int iRet = com_intf(eTask, &sGlobal.sCOM);
-    sPrivate.iJobMissing = iRet > 0;
-    xbsa_ReportJob(iRet);
+    sPrivate.bNoUtility = iRet > 0;
     return iRet == -1 ? -1 : 0;
 }
 
@@ -85,6 +77,6 @@ void xbsa_NoteDataStatus(int iRet, size_t uBytes)
     if (iRet == BSA_RC_INVALID_HANDLE) *ipStatus = OP_STATUS_FAILED;
     if (iRet != BSA_RC_ABORT_SYSTEM_ERROR) return;
 
-    int iStatus = uBytes == 0 ? OP_STATUS_FAILED : OP_STATUS_PARTLY;
-    if (iStatus > *ipStatus) *ipStatus = iStatus;
+    if (uBytes == 0) *ipStatus = OP_STATUS_FAILED;
+    else if (*ipStatus < OP_STATUS_FAILED) *ipStatus = OP_STATUS_PARTLY;
 }

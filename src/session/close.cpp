@@ -1,0 +1,206 @@
+// The end of an object.
+//
+//   data connection   orderly end of a store (a reset when it is not whole), or a plain close
+//   control           <- 226            read only after a good close of the data connection
+//                     -> QUIT           always, a rejected call included
+//                     <- 221, then it is closed
+//   COM utility       closejob, close   in an Informix session, with the status so far
+#include <cerrno>
+#include <cstring>
+
+#include "data/data.h"
+#include "record/record.h"
+#include "session/session.h"
+#include "trace/trace.h"
+
+enum
+{
+    PATIENCE = 1000 // milliseconds for a reply that may never come
+};
+
+// Gives a server that may not answer a last chance. Returns the flags for the receive.
+static int AwaitShortly()
+{
+    return x_AwaitBytes(xbsa_ControlSocket(), PATIENCE) ? 0 : static_cast<int>(MSG_DONTWAIT);
+}
+
+// Reads one line of the server. Nothing is read from the connection after the object's end, so
+// bytes that came with this line may wait for the next call.
+//   iFlags  MSG_DONTWAIT takes only what has arrived
+static int ReceiveLine(char *szReply, int iFlags, STPC_REST *spRest)
+{
+    memset(szReply, 0, XBSA_REPLY_SIZE + 1);
+    int iRet = stpc_RecvAhead(xbsa_ControlSocket(), szReply, XBSA_REPLY_SIZE, iFlags, spRest);
+    if (iRet > 0) TRACE_REPLY("LOGIN REPLY: %s", i_MaskReply(szReply));
+    return iRet;
+}
+
+// Of an opening reply of several lines only the first was read. Strict mode passes over the others:
+// the closing reply comes after the last of them, or instead of it.
+static int ReceiveClosing(char *szReply, STPC_REST *spRest)
+{
+    char szOpenCode[REPLY_CODE + 1] = "";
+    if (sPrivate.bStrict && sPrivate.bMoreLines)
+        x_CopyText(szOpenCode, sizeof szOpenCode, REPLY_OPENING);
+    for (;;)
+    {
+        bool bOpening = szOpenCode[0] != '\0';
+        int iRet = ReceiveLine(szReply, sPrivate.bServerLost ? AwaitShortly() : 0, spRest);
+        bool bClosing = stpc_IsReply(szReply, REPLY_COMPLETE) || stpc_IsNegative(szReply);
+        if (iRet < 1 || bClosing || !bOpening) return iRet;
+        TRACE("BSAEndData: Received message: %s", i_MaskReply(szReply));
+        stpc_EndsReply(szReply, szOpenCode);
+    }
+}
+
+static int ReadClosing(STPC_REST *spRest)
+{
+    char szReply[XBSA_REPLY_SIZE + 1];
+    int iReceived = ReceiveClosing(szReply, spRest);
+    const bool bComplete = stpc_IsReply(szReply, REPLY_COMPLETE);
+    const char *cpShown = i_MaskReply(szReply);
+    if (iReceived < 1)
+    {
+        i_KeepMessage(0, "No closing reply, the control connection has ended.");
+    }
+    else if (stpc_IsNegative(szReply))
+    {
+        i_Fail("BSAEndData", 0, "TRANSIENT or PERMANENT NEGATIVE reply: %s ", cpShown);
+    }
+    TRACE("BSAEndData: Received message: %s", cpShown);
+    if (!bComplete)
+    {
+        i_KeepMessage(0, "Unexpected closing reply: %s", cpShown);
+        TRACE("BSAEndData: Unexpected FTP code for last message");
+    }
+    return iReceived > 0 && bComplete ? BSA_RC_SUCCESS : BSA_RC_ABORT_SYSTEM_ERROR;
+}
+
+static int CloseData(bool bSocket, STPC_REST *spRest)
+{
+    int iRet = xbsa_CloseConnection(&sPrivate.sData, bSocket);
+    if (iRet == 0) return ReadClosing(spRest);
+    i_KeepMessage(GetSockErrCode(), "close() of the data connection failed.");
+    return iRet;
+}
+
+// Some servers confirm half an object: what they say counts only when the connection ended well.
+//   hKept  the connection, kept open over the reply
+static int CheckConfirmed(bool bEnded, int hKept)
+{
+    if (bEnded && hKept != -1 && x_SocketError(hKept) == 0) return BSA_RC_SUCCESS;
+    i_KeepMessage(0, "The server confirmed the object, but its data connection had been reset.");
+    return BSA_RC_ABORT_SYSTEM_ERROR;
+}
+
+static int CloseWhole(STPC_REST *spRest)
+{
+    int hData = xbsa_DataSocket();
+    bool bEnded = data_EndOrderly(hData);
+    bool bSocket = bEnded || errno != ENOTSOCK;
+    int hKept = sPrivate.bStrict ? x_Duplicate(hData) : -1;
+    int iRet = CloseData(bSocket, spRest);
+    if (sPrivate.bStrict && iRet == 0) iRet = CheckConfirmed(bEnded, hKept);
+    if (hKept != -1) SOCKET_close(hKept);
+    return iRet;
+}
+
+// The end of a backup that is not whole is a reset, that of a restore needs no ceremony.
+static int CloseTransfer(STPC_REST *spRest)
+{
+    bool bStore = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0 ||
+                  sPrivate.eTransfer == TRANSFER_STORING;
+    if (sGlobal.sSession.SData <= 0) return BSA_RC_ABORT_SYSTEM_ERROR;
+    if (bStore && !xbsa_IsIncomplete()) return CloseWhole(spRest);
+    if (bStore) x_Reset(xbsa_DataSocket());
+    return CloseData(x_IsSocket(xbsa_DataSocket()), spRest);
+}
+
+static int EndTransfer(STPC_REST *spRest)
+{
+    const bool bCut = xbsa_IsCut();
+    if (bCut) i_KeepMessage(0, "The object was cut before its end.");
+    int iRet = CloseTransfer(spRest);
+    return bCut ? static_cast<int>(BSA_RC_ABORT_SYSTEM_ERROR) : iRet;
+}
+
+// The status for the COM utility. A failed send stays, even when the server then says 226.
+static void NoteStatus(int iRet)
+{
+    if (sGlobal.iQAB == 0) return;
+    if (iRet != BSA_RC_SUCCESS) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;
+    else if (!xbsa_IsIncomplete()) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_GOOD;
+}
+
+// A rejected call leaves the data connection open, and a server in the middle of a transfer does not
+// read QUIT: both sides would wait for ever. Such a connection is reset, for the object is not whole.
+// Returns the flags for the receive of the reply.
+static int FreeServer(bool bRejected)
+{
+    if (sPrivate.bServerLost) return AwaitShortly();
+    int hData = xbsa_DataSocket();
+    if (!bRejected || hData <= 0 || AwaitShortly() == 0) return 0;
+    x_Reset(hData);
+    if (hData == sPrivate.sData.hOwn) xbsa_CloseConnection(&sPrivate.sData, x_IsSocket(hData));
+    return 0;
+}
+
+// No reply comes to a QUIT that could not be sent.
+static void SayQuit(bool bRejected, STPC_REST *spRest)
+{
+    char szQuit[] = "QUIT\r\n";
+    char szReply[XBSA_REPLY_SIZE + 1];
+    int iSent = stpc_send(xbsa_ControlSocket(), szQuit, sizeof szQuit - 1, 0);
+    bool bSocket = iSent > 0 || errno != ENOTSOCK;
+    int iFlags = iSent > 0 ? FreeServer(bRejected) : static_cast<int>(MSG_DONTWAIT);
+    ReceiveLine(szReply, iFlags, spRest);
+    TRACE("BSAEndData: Received message: %s ", i_MaskReply(szReply));
+    xbsa_CloseConnection(&sPrivate.sControl, bSocket);
+}
+
+// Closes the job of an Informix session. Returns its result, or the one given when there is none.
+static int CloseJob(int iRet)
+{
+    ENUM_COM_TASK eTask = COM_CLOSE_WRITE;
+    if ((sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) == 0)
+    {
+        eTask = COM_CLOSE_READ;
+        if ((sGlobal.sSession.iLastCall & CALL_GET_OBJECT) == 0)
+        {
+            TRACE("BSAEndData: Invalid sKorva.iLastOp, Korva Server not contacted, ok");
+            return iRet;
+        }
+    }
+    if (sGlobal.iQAB == 0) return iRet;
+    iRet = com_intf(eTask, &sGlobal.sCOM);
+    if (iRet > 0) i_KeepMessage(0, "The COM utility could not be run.");
+    return iRet;
+}
+
+// Whether the failure shows whatever the job's close returns: a backup that was cut, and in strict mode
+// an object that did not get through whole or had no job.
+static bool HasFailed(int iData)
+{
+    if (xbsa_IsCut()) return true;
+    if (!sPrivate.bStrict) return false;
+    if ((sGlobal.sSession.iLastCall & (CALL_CREATE_OBJECT | CALL_GET_OBJECT)) == 0) return false;
+    return iData != BSA_RC_SUCCESS || xbsa_IsIncomplete() || sPrivate.bNoUtility;
+}
+
+// A restore's own result is not reported, and that of a backup gives way to the job's: callers know
+// it so. Strict mode hides neither.
+int xbsa_EndObject(int iCall)
+{
+    const bool bBackup = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0 || xbsa_IsCut();
+    const bool bRejected = iCall != BSA_RC_SUCCESS;
+    STPC_REST sRest = {};
+    int iData = bRejected ? iCall : EndTransfer(&sRest);
+    NoteStatus(iData);
+    if (bBackup) sGlobal.sSession.iOpStatus = iData;
+
+    SayQuit(bRejected, &sRest);
+    int iRet = CloseJob(bBackup ? iData : static_cast<int>(BSA_RC_SUCCESS));
+    if (HasFailed(iData)) iRet = BSA_RC_ABORT_SYSTEM_ERROR;
+    xbsa_ForgetObject();
+    return iRet;
+}

@@ -1,0 +1,165 @@
+// Plays the list of commands and reads the replies.
+//
+//   USER  PASS  TYPE  CWD    each is sent, then its reply read to the last line
+//   STOR or RETR             a negative reply before it shows here, or in the CWD that became QUIT
+//   QUIT                     only when the transfer command failed; its reply is not read
+#include <cstdio>
+#include <cstring>
+
+#include "record/record.h"
+#include "session/session.h"
+#include "trace/trace.h"
+
+// What a step of the sequence asks for.
+enum
+{
+    NEXT_COMMAND, // go on with the next slot
+    STOP_SEQUENCE // the result stands
+};
+
+enum
+{
+    VERB_LENGTH = 4
+};
+
+// A refused command is reported and the sequence goes on: the transfer command fails then. Only
+// after a refused CWD it must not be sent, for the object would land in another folder.
+static void NoteNegativeReply(OPEN_WORK *spWork)
+{
+    if (!stpc_IsNegative(spWork->szLine)) return;
+    i_Fail("xbsa_open", 0, "TRANSIENT or PERMANENT NEGATIVE reply: %s ",
+           i_MaskReply(spWork->szLine));
+    if (strncmp(spWork->szPlain, "CWD", 3) == 0)
+    {
+        x_CopyText(spWork->cpaCommands[spWork->iSlot], XBSA_REPLY_SIZE, "QUIT");
+    }
+}
+
+static int ReadReply(OPEN_WORK *spWork)
+{
+    do
+    {
+        if (stpc_ReadLine(xbsa_ControlSocket(), spWork->szLine) < 1)
+        {
+            i_KeepMessage(0, "No reply to %.4s, the control connection has ended.",
+                          spWork->szCommand);
+            TRACE("xbsa_open: Failed to recieve message from remote server, exiting.");
+            return STOP_SEQUENCE;
+        }
+        stpc_TraceReply("xbsa_open", "Received message", spWork->szLine);
+        NoteNegativeReply(spWork);
+    } while (!stpc_EndsReply(spWork->szLine, spWork->szOpenCode));
+    return NEXT_COMMAND;
+}
+
+// The password shows only for the service user, whose password is no secret: account and host.
+static void TraceCommand(const OPEN_WORK *spWork)
+{
+    bool bSecret = strncmp(spWork->szCommand, "PASS", VERB_LENGTH) == 0 &&
+                   strcmp(sGlobal.sObject.sSMS.szUser, "sms") != 0;
+    TRACE("xbsa_open: Send command: %s", bSecret ? "PASS " TRACE_SECRET : spWork->szLine);
+}
+
+static int SendLine(OPEN_WORK *spWork)
+{
+    int iLength = static_cast<int>(strlen(spWork->szLine));
+    return stpc_send(xbsa_ControlSocket(), spWork->szLine, iLength, 0);
+}
+
+static int PlayPlain(OPEN_WORK *spWork)
+{
+    TraceCommand(spWork);
+    if (SendLine(spWork) < 1)
+    {
+        TRACE("xbsa_open: send() function failed to remote host. Exiting!");
+        return STOP_SEQUENCE;
+    }
+    return ReadReply(spWork);
+}
+
+// The first word after the verb, ending at a blank, as callers of old have it; strict mode takes
+// the whole name, which is what the store of the same object sent.
+static void TakeRetrieveName(const OPEN_WORK *spWork, char *cpName)
+{
+    const char *cpRest = spWork->szPlain + strlen("RETR ");
+    if (sPrivate.bStrict)
+    {
+        x_CopyText(cpName, XBSA_REPLY_SIZE, cpRest);
+        return;
+    }
+    cpRest += strspn(cpRest, " ");
+    x_CopyText(cpName, XBSA_REPLY_SIZE, cpRest, strcspn(cpRest, " "));
+}
+
+static int PlayRetrieve(OPEN_WORK *spWork)
+{
+    char *cpName = static_cast<char *>(x_Malloc(XBSA_REPLY_SIZE));
+    if (cpName == nullptr)
+    {
+        i_KeepMessage(0, "Not enough memory for the transfer.");
+        TRACE("xbsa_open: malloc() return NULL. Not enough space.");
+        return STOP_SEQUENCE;
+    }
+    TakeRetrieveName(spWork, cpName);
+    spWork->SData = stpc_retr(cpName, xbsa_ControlSocket());
+    x_Free(cpName);
+    if (spWork->SData == -1) return NEXT_COMMAND;
+    xbsaDSopt(spWork->SData, RETR_MODE);
+    return STOP_SEQUENCE;
+}
+
+static int PlayStore(OPEN_WORK *spWork)
+{
+    spWork->SData = stpc_stor(spWork->szPlain + strlen("STOR "), xbsa_ControlSocket());
+    if (spWork->SData == -1) return NEXT_COMMAND;
+    xbsaDSopt(spWork->SData, STOR_MODE);
+    return STOP_SEQUENCE;
+}
+
+// The prepared list never holds LIST; this serves a list that does.
+static int PlayList(OPEN_WORK *spWork)
+{
+    char *cpFolder = spWork->szPlain + VERB_LENGTH;
+    cpFolder += strspn(cpFolder, " ");
+    cpFolder[strcspn(cpFolder, " ")] = '\0';
+    static char szHere[] = ".";
+    spWork->SData = stpc_list(*cpFolder != '\0' ? cpFolder : szHere, xbsa_ControlSocket());
+    return spWork->SData == -1 ? NEXT_COMMAND : STOP_SEQUENCE;
+}
+
+static int PlayQuit(OPEN_WORK *spWork)
+{
+    SendLine(spWork);
+    return STOP_SEQUENCE;
+}
+
+static int PlayCommand(OPEN_WORK *spWork)
+{
+    static const struct
+    {
+        const char *cpVerb;
+        int (*fpPlay)(OPEN_WORK *spWork);
+    } asVerbs[] = {
+        {"RETR", PlayRetrieve}, {"STOR", PlayStore}, {"LIST", PlayList}, {"QUIT", PlayQuit}};
+
+    for (const auto &sVerb : asVerbs)
+    {
+        if (strncmp(spWork->szCommand, sVerb.cpVerb, VERB_LENGTH) == 0) return sVerb.fpPlay(spWork);
+    }
+    return PlayPlain(spWork);
+}
+
+void xbsa_PlaySequence(OPEN_WORK *spWork)
+{
+    int iNext = NEXT_COMMAND;
+    while (iNext == NEXT_COMMAND && spWork->iSlot < XBSA_COMMAND_SLOTS)
+    {
+        const char *cpSlot = spWork->cpaCommands[spWork->iSlot];
+        x_CopyText(spWork->szPlain, XBSA_REPLY_SIZE, cpSlot);
+        x_CopyText(spWork->szCommand, XBSA_REPLY_SIZE, cpSlot);
+        strupr(spWork->szCommand);
+        snprintf(spWork->szLine, sizeof spWork->szLine, "%s\r\n", cpSlot);
+        spWork->iSlot++;
+        iNext = PlayCommand(spWork);
+    }
+}

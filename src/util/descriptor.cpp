@@ -1,0 +1,90 @@
+#include "util/util.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+// On 32 bits fcntl got a new version in GLIBC 2.28, for file locks; the old one does as well here and
+// lets the library load on old systems.
+#if defined(__i386__) && defined(__GLIBC__)
+__asm__(".symver fcntl, fcntl@GLIBC_2.0");
+#endif
+
+// The C library has fstat as a function only since GLIBC 2.33; the system call works everywhere.
+bool x_Identify(int hDescriptor, FILE_ID *spFile)
+{
+#ifdef SYS_fstat64
+    struct stat64 sStat = {};
+    long lRet = syscall(SYS_fstat64, hDescriptor, &sStat);
+#else
+    struct stat sStat = {};
+    long lRet = syscall(SYS_fstat, hDescriptor, &sStat);
+#endif
+    spFile->ullDevice = sStat.st_dev;
+    spFile->ullInode = sStat.st_ino;
+    spFile->llSize = sStat.st_size;
+    spFile->bRegular = S_ISREG(sStat.st_mode);
+    spFile->bSocket = S_ISSOCK(sStat.st_mode);
+    return lRet == 0;
+}
+
+bool x_IsSame(int hDescriptor, const FILE_ID *spFile)
+{
+    FILE_ID sNow;
+    return x_Identify(hDescriptor, &sNow) && sNow.ullDevice == spFile->ullDevice &&
+           sNow.ullInode == spFile->ullInode;
+}
+
+bool x_IsSocket(int hDescriptor)
+{
+    FILE_ID sFile;
+    return x_Identify(hDescriptor, &sFile) && sFile.bSocket;
+}
+
+int x_AboveStandardError(int hDescriptor)
+{
+    if (hDescriptor == -1 || hDescriptor > STDERR_FILENO) return hDescriptor;
+
+    int hHigh = x_Duplicate(hDescriptor);
+    int iError = errno;
+    if (hHigh == -1) x_ResetAtClose(hDescriptor); // nothing was stored through it
+    close(hDescriptor);
+    errno = iError;
+    return hHigh;
+}
+
+int x_Duplicate(int hSocket)
+{
+    return fcntl(hSocket, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
+void x_ResetAtClose(int hSocket)
+{
+    struct linger sReset = {1, 0};
+    setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &sReset, sizeof sReset);
+}
+
+void x_Reset(int hSocket)
+{
+    struct sockaddr sNone = {};
+    sNone.sa_family = AF_UNSPEC;
+    (void)connect(hSocket, &sNone, sizeof sNone); // fails where nothing is connected any more
+}
+
+bool x_AwaitBytes(int hSocket, int iMilliseconds)
+{
+    struct pollfd sPoll = {hSocket, POLLIN, 0};
+    return poll(&sPoll, 1, iMilliseconds) != 0;
+}
+
+int x_SocketError(int hSocket)
+{
+    int iError = 0;
+    socklen_t uSize = sizeof iError;
+    if (getsockopt(hSocket, SOL_SOCKET, SO_ERROR, &iError, &uSize) == -1) iError = errno;
+    return iError;
+}
