@@ -29,7 +29,7 @@ _xbsactl_options() { # COMMAND
         check) echo --informixdir --json ;;
         trace) echo --since --handle --html --bar-act-log ;;
         explain) echo --markdown ;;
-        setup) echo --informixdir --onconfig --dry-run --yes --undo ;;
+        setup) echo --informixdir --onconfig --logrotate --dry-run --yes --undo ;;
     esac
 }
 

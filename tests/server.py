@@ -113,8 +113,8 @@ class Server:
             self.data = socket.create_connection(self.target, DEADLINE, (source, 0))
         except ConnectionRefusedError:
             raise Refused from None
-        except ConnectionResetError:  # opened and cut before we looked
-            self.ends.append("RST")
+        except ConnectionResetError:  # opened and cut before we looked: it ends at once
+            self.data = socket.socket()
 
     def _do_foreign(self):
         self._do_connect("127.0.0.2")
@@ -139,7 +139,7 @@ class Server:
         try:
             while part := self.data.recv(1 << 20):
                 parts.append(part)
-        except ConnectionResetError:
+        except OSError:
             return "RST"
         self.objects[self.name] = b"".join(parts)
         return "FIN"

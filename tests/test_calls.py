@@ -1,5 +1,6 @@
 """Calling order, arguments and settings of the entry points."""
 import ctypes as c
+import mmap
 import os
 import unittest
 
@@ -28,6 +29,9 @@ CALLS = {
     "read-null": lambda x, h: x.BSAGetData(h, None),
     "read-nobuffer": lambda x, h: x.BSAGetData(h, c.byref(Block(5, 5, None))),
     "end": lambda x, h: x.BSAEndData(h),
+    "block": lambda x, h: x.send(b"hello"),
+    "fault": lambda x, h: x.BSASendData(h, c.byref(Block(100, 0, unreadable_page()))),
+    "take": lambda x, h: x.take(5)[0],
     "query": lambda x, h: x.BSAQueryObject(h, c.byref(Query()), c.byref(Descriptor())),
     "query-null": lambda x, h: x.BSAQueryObject(h, None, c.byref(Descriptor())),
     "query-noobject": lambda x, h: x.BSAQueryObject(h, c.byref(Query()), None),
@@ -63,6 +67,8 @@ ORDERS = [
 ENTRIES = [
     ([], b"", 0, 0), ([b"BSA_SERVICE_HOST=host1"], b"host1", 21, 0),
     ([b"BSA_SERVICE_HOST=host1:4711"], b"host1", 4711, 0), ([b"BSA_SERVICE_HOST=h:"], b"h", 21, 0),
+    ([b"BSA_SERVICE_HOST=h::4711"], b"h", 4711, 0), ([b"BSA_SERVICE_HOST=::h"], b"h", 21, 0),
+    ([b"BSA_SERVICE_HOST=h:1", b"BSA_SERVICE_HOST=::"], b"h", None, 0),
     ([b"BSA_SERVICE_HOST=h:4294967317"], b"h", 2**31 - 1, 0),
     ([b"BSA_SERVICE_HOST=h:-4294967317"], b"h", -2**31, 0),
     ([b"BSA_SERVICE_HOST=h:1", b"BSA_SERVICE_HOST="], b"h", None, 0),
@@ -78,12 +84,20 @@ LIMITS = {"KORVA_SERVER": ("szKORVAServer", 127), "KORVA_JOB": ("szJobName", 255
           "KORVA_POOL": ("szPool", 255), "KORVA_COM_TIMEOUT": ("szCOMTimeOut", 7)}
 
 
+def unreadable_page():
+    libc = c.CDLL(None)
+    libc.mmap.restype, libc.mmap.argtypes = c.c_void_p, [c.c_void_p, c.c_size_t] + [c.c_int] * 4
+    return libc.mmap(None, mmap.PAGESIZE, 0, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS, -1, 0)
+
+
+def call(x, name):
+    return CALLS[name.rstrip("!")](x, x.handle.value + name.endswith("!"))
+
+
 def play(x, calls):
-    codes = []
     x.state.sObject.sSMS.iPort = 70000  # so that no connect goes anywhere
     x.state.sObject.sSMS.szHostName = b"127.0.0.1"
-    for call in calls.split():
-        codes.append(CALLS[call.rstrip("!")](x, x.handle.value + call.endswith("!")))
+    codes = [call(x, name) for name in calls.split()]
     return codes, x.state.sSession.iLastCall, x.state.sObject.sSMS.iOpStatus
 
 

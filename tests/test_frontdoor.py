@@ -5,9 +5,10 @@ import resource
 import shutil
 import stat
 import subprocess
+import threading
 import unittest
 
-from xbsa import make_folder, write_plain
+from xbsa import SANITIZED, make_folder, read_text, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -95,7 +96,12 @@ ONCONFIG = "ROOTNAME rootdbs\nbar_bsalib_path\t/old.so # mine\nBAR_XFER_BUF_SIZE
 ROWS = "1|1.0.1|psm|1.0|\n"
 
 
-class Setup(unittest.TestCase):
+OTHER = 12345  # an account that is neither root's nor ours
+
+
+class Folder(unittest.TestCase):
+    """A database's folder, and what is in it."""
+
     def setUp(self):
         self.folder = make_folder(self)
         for name in ("etc", "lib"):
@@ -118,12 +124,27 @@ class Setup(unittest.TestCase):
                     os.readlink(path) if link else read(path))
         return found
 
+    def names(self):
+        return sorted(os.path.join(folder, name) for folder, *names in os.walk(self.folder)
+                      for name in names[0] + names[1])
+
     def setup(self, *arguments, folder=None, want=0, **options):
         got = tool("setup", "--informixdir", folder or self.folder, *arguments,
                    env=self.environment, **options)
         self.assertEqual(got.returncode, want, got.stdout + got.stderr)
         return got.stdout + got.stderr
 
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def link(self, name, to):
+        """In the place of what has the name."""
+        if os.path.lexists(self.path(name)):
+            os.rename(self.path(name), self.path("away"))
+        os.symlink(to, self.path(name))
+
+
+class Setup(Folder):
     def test_refusals(self):
         """Each with a clear line, and nothing is changed."""
         os.symlink("onconfig", os.path.join(self.folder, "etc", "linked"))
@@ -147,6 +168,40 @@ class Setup(unittest.TestCase):
                 self.assertIn(text, self.setup(*arguments, want=code, **options))
                 self.assertEqual(self.tree(), before)
 
+    def test_planted(self):
+        """What the folder's owner puts there is not followed, waited for, taken for ours or read
+        into memory; and no command of theirs reaches a terminal or logrotate."""
+        journal, bomb = "etc/xbsa-setup.json", "[" * 65000
+        victim = os.path.join(make_folder(self), "victim")
+        write_plain(victim, "kept")
+        for prepare, text in [
+                (lambda: self.link("lib", "/tmp"), "lib is a link"),
+                (lambda: self.link("etc", "/etc"), "etc is a link"),
+                (lambda: self.link("etc/sm_versions", victim), "sm_versions is a link"),
+                (lambda: self.link(journal, victim), "json is a link"),
+                (lambda: os.mkfifo(self.path(journal)), "not a regular file"),
+                (lambda: self.write(journal, bomb), "is damaged"),
+                (lambda: self.write(journal, bomb * 2), "larger than 64 KiB"),
+                (lambda: os.truncate(self.path("etc/onconfig"), 1 << 33), "larger than 1024 KiB")]:
+            with self.subTest(text):
+                self.setUp()  # a folder of its own: no row writes through the link of the one before
+                prepare()
+                before = {name: os.lstat(self.path(name)) for name in self.names()}
+                limit = (1 << 28, 1 << 28)
+                self.assertIn(text, self.setup("--yes", want=1, preexec_fn=None if SANITIZED else (
+                    lambda: resource.setrlimit(resource.RLIMIT_AS, limit))))
+                self.assertEqual({name: os.lstat(self.path(name)) for name in self.names()}, before)
+                self.assertEqual(read_text(victim), "kept")
+        self.setUp()
+        self.write("etc/onconfig", b"BAR_BSALIB_PATH /x\033]0;\xc2\x9b\x9b\xe2\x80\xae\xc3\xa4\n")
+        self.write("etc/xbsa.logrotate", "/x { postrotate\nevil\nendscript }\n")
+        out = self.setup("--yes")
+        self.assertIn("  - BAR_BSALIB_PATH /x?]0;???\u00e4\n", out)
+        self.assertNotIn("xbsa.logrotate", out)
+        rotation = self.setup("--logrotate")
+        self.assertRegex(rotation, f'"{self.folder}/xbsa\\*.log" {{\n +su [\\w-]+ [\\w-]+\n')
+        self.assertNotIn("evil", rotation)
+
     def test_there_and_back(self):
         """Our lines and links are there once, the old ones are kept, and undo is exact."""
         self.write("etc/onconfig.before-xbsa", "another copy")
@@ -163,7 +218,6 @@ class Setup(unittest.TestCase):
         self.assertEqual(tree["etc/onconfig"][:3], self.before["etc/onconfig"][:3])
         self.assertEqual(tree["etc/sm_versions"][3], ROWS * 400 + "1|1.0.1|KORVA|1.8A1|\n")
         self.assertEqual(tree["etc/onconfig.before-xbsa"][3], "another copy")
-        self.assertIn(f'"{self.folder}/xbsa*.log"', tree["etc/xbsa.logrotate"][3])
         self.assertIn("Nothing to change", self.setup("--yes"))
         self.assertEqual(self.tree(), tree)
         self.setup("--undo", want=1)
@@ -225,3 +279,85 @@ class Setup(unittest.TestCase):
         self.setup("--onconfig", "onconfig", "--undo", "--yes")
         os.unlink(moved)
         self.assertEqual(self.tree(), self.before)
+
+
+class AsRoot(Folder):
+    """Root is lured by the account that owns the folder: it acts as that account, for good."""
+
+    def setUp(self):
+        super().setUp()
+        self.library = self.path("own.so")
+        shutil.copy(os.environ["XBSA_LIBRARY"], self.library)
+        os.chmod(self.folder, 0o755)
+        for name in self.names():
+            os.chown(self.path(name), OTHER, OTHER)
+        self.victim = os.path.join(make_folder(self), "sudoers")
+        write_plain(self.victim, "root's", 0o400)
+
+    def hook(self, *arguments, **options):
+        return self.setup("--library", self.library, "--yes", *arguments, **options)
+
+    def test_owner(self):
+        """All that is new belongs to the owner, who could have written it; the rest is refused."""
+        self.before = self.tree()
+        self.assertIn(f"# As {OTHER}, who owns {self.path('etc/onconfig')}\n", self.hook())
+        self.assertEqual({entry[1:3] for entry in self.tree().values()}, {(OTHER, OTHER)})
+        self.hook("--undo")
+        self.assertEqual(self.tree(), self.before)
+        for name, text in (("etc/sm_versions", "give it the onconfig's owner"),
+                           ("etc/onconfig", "others may write its folder")):
+            os.chown(self.path(name), 0, 0)
+            before = self.tree()
+            self.assertIn(text, self.hook(want=1))
+            self.assertEqual(self.tree(), before)
+            os.chown(self.path(name), OTHER, OTHER)
+        os.chown(self.path("lib"), 0, 0)
+        self.assertIn("No link in", self.hook())
+
+    def test_race(self):
+        """Its files become links to one of root's while it writes."""
+        for number in range(5):
+            with self.subTest(number):
+                self.link("trap", self.victim)
+
+                def spring():
+                    while not os.path.lexists(self.path("etc/xbsa-setup.json")) and not done:
+                        pass
+                    os.rename(self.path("trap"), self.path("etc/onconfig"))
+                done = []
+                thread = threading.Thread(target=spring)
+                thread.start()
+                tool("setup", "--informixdir", self.folder, "--library", self.library, "--yes")
+                done.append(True)
+                thread.join()
+                self.assertEqual(read(self.victim), "root's")
+                self.setUp()
+
+    def test_links(self):
+        """Of others are refused wherever a file is written; ours are followed. In a folder that
+        everybody may write, so is a file of others."""
+        folder = self.path("shared")
+        os.mkdir(folder)
+        os.chmod(folder, 0o1777)
+        log, env = os.path.join(ROOT, "tests", "store.trace"), dict(XBSA_PASSWORD="x", PATH="/bin")
+        host = ["--host", "127.0.0.1:1", "--user", "x"]
+        for owner, planted in ((OTHER, "link"), (OTHER, "file"), (OTHER, "folder"), (0, "link")):
+            path = os.path.join(folder, planted)
+            if planted == "file":
+                write_plain(path, "")
+            else:
+                os.symlink(os.path.dirname(self.victim) if planted == "folder" else self.victim, path)
+            os.chown(path, owner, owner, follow_symlinks=False)
+            path += "/sudoers" if planted == "folder" else ""
+            for arguments in (["restore", "x", path, *host], ["trace", log, "--html", path],
+                              ["store", "x", "--manifest", path, *host],
+                              ["store", "x", "--status", path, *host]):
+                with self.subTest(arguments=arguments, owner=owner):
+                    before = os.lstat(path)
+                    got = tool(*arguments, env=env)
+                    self.assertEqual("to another account (12345)" in got.stderr, owner == OTHER, got)
+                    self.assertEqual(os.lstat(path), before)
+                    page = arguments[0] == "trace" and owner == 0
+                    self.assertEqual("<html" in read(self.victim), page)
+                    write_plain(self.victim, "root's", 0o400)
+            os.unlink(os.path.join(folder, planted))

@@ -1,10 +1,14 @@
 """A guest in its host: descriptors, memory, and what a host does to its own descriptors."""
 import _ctypes
+import contextlib
 import ctypes as c
+import errno
 import fcntl
+import itertools
 import os
 import resource
 import shutil
+import signal
 import socket
 import struct
 import subprocess
@@ -12,7 +16,8 @@ import unittest
 
 from ftpd import serve_behind
 from server import Server
-from xbsa import DEADLINE, LIBRARY, SANITIZED, Owner, descriptors, read_text, run, run_started
+from xbsa import (DEADLINE, LIBRARY, SANITIZED, Block, Owner, TraceSink, descriptor, descriptors,
+                  make_folder, read_text, run, run_started)
 
 CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
 SETTLED = 100  # after so many cycles the C library has what it keeps
@@ -62,37 +67,148 @@ def made_descriptors(x, server, closed):
     return code, min(made) > 2, flags, low
 
 
-def reused_numbers(x):
-    """The numbers of the closed sockets become the host's ends of two pairs of its own."""
-    pairs = [socket.socketpair() for _ in range(2)]
+def put(numbers, files):
+    """The host uses the numbers for what it has open itself."""
+    for number, file in zip(numbers, files):
+        os.dup2(file, number)
+
+
+def take_back(numbers, files):
+    """Whether each number is still the host's own."""
+    same = [os.path.sameopenfile(number, file) for number, file in zip(numbers, files)]
+    for number in (*numbers, *files):
+        os.close(number)
+    return same
+
+
+def connections(x):
+    return x.state.sSession.SData, x.state.sSession.SControl
+
+
+def far_ends(x, numbers=None):
+    """Two pairs of the host's own, whose near ends are in the record; the far ends."""
+    ends = [end for _ in range(2) for end in socket.socketpair()]
+    high = [fcntl.fcntl(end, fcntl.F_DUPFD_CLOEXEC, 100) for end in ends]
+    for end in ends:
+        end.close()
+    near, far = high[::2], [socket.socket(fileno=number) for number in high[1::2]]
+    if numbers:
+        put(numbers, near)
+        for number in near:
+            os.close(number)
+    far[1].sendall(b"226 done\r\n221 bye\r\n")
+    x.state.sSession.SData, x.state.sSession.SControl = numbers or near
+    return far
+
+
+def reused_after_end(x, renew):
+    """The numbers of the ended transfer become the host's; a new session takes them up."""
     x.store(end=False)
-    numbers = x.state.sSession.SData, x.state.sSession.SControl
+    numbers = connections(x)
     x.BSAEndData(x.handle)
-    for (ours, theirs), number in zip(pairs, numbers):
-        os.dup2(ours.fileno(), number)
-        theirs.sendall(b"226 done\r\n")
-        theirs.shutdown(socket.SHUT_WR)
+    far = far_ends(x, numbers)
+    if renew:
+        codes = [x.BSAEndTxn(x.handle, 1), x.init(), x.send(b"hello")]
+        x.state.sSession.iLastCall |= 2
+        return codes + [x.BSAEndData(x.handle)], [theirs.recv(100) for theirs in far]
     codes = [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.BSABeginTxn(x.handle),
              x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.send(b""), x.restore()[0]]
-    unread = []
-    for (ours, theirs), number in zip(pairs, numbers):
-        unread.append(os.read(number, 100))
+    unread = [os.read(numbers[1], 100)]
+    for number in numbers:
         os.close(number)
-        ours.close()
-        unread.append(theirs.recv(100))
-        theirs.close()
-    return codes, unread
+    return codes, unread + [theirs.recv(100) for theirs in far]
+
+
+def reused_in_transfer(x, renew, reuse):
+    """The host closes what is open, and may use the numbers; the library goes on without."""
+    x.store(end=False)
+    numbers, files = connections(x), [os.open(name, os.O_CREAT | os.O_RDWR) for name in "ab"]
+    for number in numbers:
+        os.close(number)
+    put(numbers[:2 * reuse], files)
+    codes = [x.BSAEndTxn(x.handle, 1)] + [x.init()] * renew
+    return codes, x.store(), x.restore()[0], take_back(numbers[:2 * reuse], files)
+
+
+def isolated_end(x, renew):
+    """Nothing of an earlier object, opened twice, spoils one on sockets of the host's own."""
+    x.store(end=False)
+    codes = [x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndTxn(x.handle, 1)]
+    for number in set(connections(x)) & set(descriptors()):
+        os.close(number)
+    codes, far = codes + [x.init()] * renew, far_ends(x)
+    x.state.sSession.iLastCall |= 2
+    return codes + [x.BSAEndData(x.handle)], [theirs.recv(100) for theirs in far]
+
+
+# A call on a socket of the host's own, that gives an error of that number: because it does not
+# block, and is full or takes a part or has so many bytes; or it has a time limit; or a signal comes.
+# At which retry it has room again, and the status before: code, status after, number of retries.
+OWN = [
+    ("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
+    ("BSASendData", "full", errno.EAGAIN, 0, 5, 3, 3, 5),
+    ("BSASendData", "part", errno.EAGAIN, 0, 0, 3, 2, 5),
+    ("BSASendData", "part", errno.EAGAIN, 0, 5, 3, 5, 5),
+    ("BSASendData", "limit", errno.EAGAIN, 1, 0, 0, 0, 1),
+    ("BSASendData", "signal", errno.EINTR, 1, 0, 0, 0, 1),
+    ("BSAGetData", "0", errno.EAGAIN, 0, 9, 3, 3, 0),
+    ("BSAGetData", "5", errno.EAGAIN, 0, 0, 3, 2, 0),
+    ("BSAGetData", "5", errno.EAGAIN, 0, 9, 3, 9, 0),
+]
+
+
+def fill(ours, theirs, kind):
+    """Makes the socket what the row says."""
+    ours.setblocking(False)
+    if kind.isdigit():
+        theirs.sendall(b"x" * int(kind))
+        return
+    if kind == "part":
+        ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 20000)
+    with contextlib.suppress(BlockingIOError):
+        while True:
+            ours.send(b"y" * 4096)
+    if kind == "part":
+        theirs.recv(4096)
+    ours.setblocking(kind in ("limit", "signal"))
+    if kind == "limit":
+        ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, struct.pack("ll", 0, 20000))
+    if kind == "signal":
+        signal.setitimer(signal.ITIMER_REAL, 0.05, 0.05)
+
+
+def own_socket(x, call, kind, room_at, before):
+    ours, theirs = socket.socketpair()
+
+    def listen(text):
+        x.trace.append(text.decode())
+        if text.endswith(b"Resending [%d] times" % room_at):
+            theirs.recv(1 << 24)
+    for number, restart in ((signal.SIGALRM, False), (signal.SIGUSR1, True)):
+        signal.signal(number, lambda *_: None)
+        signal.siginterrupt(number, not restart)
+    sink, shim, room = TraceSink(listen), c.CDLL(None), c.create_string_buffer(65535)
+    x.BSASetTrace(sink, None, 2)
+    x.state.sSession.SData, x.state.iQAB = ours.fileno(), 1
+    x.state.sObject.sSMS.iOpStatus = before
+    fill(ours, theirs, kind)
+    assert shim.shim_arm(b"malloc", 0, 0, 0)
+    block = Block(65535, 0, c.addressof(room))
+    code = getattr(x, call)(x.handle, c.byref(block))
+    signal.setitimer(signal.ITIMER_REAL, 0)
+    return (code, x.state.sObject.sSMS.iOpStatus, shim.shim_calls(b"sleep")), block.numBytes
 
 
 def data_options(x):
-    """A dead peer is noticed; a host that dies resets the connection."""
+    """A dead peer is noticed, a host that dies resets the connection, a send has no time limit."""
     x.store(end=False)
     with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
         found = [data.getsockopt(socket.IPPROTO_TCP, option) for option in
                  (socket.TCP_KEEPIDLE, socket.TCP_KEEPINTVL, socket.TCP_KEEPCNT)]
         found.append(data.getsockopt(socket.SOL_SOCKET, socket.SO_KEEPALIVE))
-        found.append(data.getsockopt(socket.SOL_SOCKET, socket.SO_LINGER, 8))
-    return found, x.BSAEndData(x.handle)
+        texts = [data.getsockopt(socket.SOL_SOCKET, socket.SO_LINGER, 8),
+                 data.getsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, 16)]
+    return found, texts, x.BSAEndData(x.handle)
 
 
 class Host(unittest.TestCase):
@@ -113,12 +229,55 @@ class Host(unittest.TestCase):
 
     def test_data_options(self):
         self.assertEqual(run_started(data_options, server=Server()).value,
-                         ([60, 15, 8, 1, struct.pack("ii", 1, 0)], 0))
+                         ([60, 15, 8, 1], [struct.pack("ii", 1, 0), bytes(16)], 0))
+
+    def check(self, scenario, *arguments, want, modes="01"):
+        for strict in modes:
+            with self.subTest(scenario.__name__, arguments=arguments, strict=strict):
+                got = run_started(scenario, *arguments, env={"KORVA_STRICT": strict},
+                                  server=Server(objects={"obj": b"hello"}))
+                self.assertEqual(got.value, want)
 
     def test_reused_numbers(self):
-        codes, unread = run_started(reused_numbers, server=Server(objects={"obj": b"hello"})).value
-        self.assertEqual(codes, [3, 0, 0, 0, 0, 0, [0, 0, 0]])
-        self.assertEqual(unread, [b"226 done\r\n", b""] * 2)
+        done = b"226 done\r\n221 bye\r\n"
+        self.check(reused_after_end, 0, want=([3, 0, 0, 0, 0, 0, [0, 0, 0]], [done, b"", b""]))
+        self.check(reused_after_end, 1, want=([0, 0, 0, 0], [b"hello", b"QUIT\r\n"]))
+        for renew, reuse in itertools.product((0, 1), (0, 1)):
+            self.check(reused_in_transfer, renew, reuse, want=(
+                [0] * (1 + renew), [0, 0, 0], [0, 0, 0], [True] * 2 * reuse))
+        for renew, modes in (0, "0"), (1, "01"):
+            self.check(isolated_end, renew, modes=modes,
+                       want=([5, 0] + [0] * renew + [0], [b"", b"QUIT\r\n"]))
+
+    def test_linked(self):
+        """A program in C that is linked with the library, with and without a trace."""
+        program = make_folder(self) + "/linked"
+        here = os.path.dirname(__file__)
+        subprocess.run(["cc", *["-fsanitize=address"] * SANITIZED, f"-I{here}/../include", "-o",
+                        program, f"{here}/linked.c", LIBRARY, "-ldl"], check=True)
+        for name, level, strict in itertools.product(("name", "inject", "copy", "own"),
+                                                     ("0", "67"), "01"):
+            with self.subTest(name, level=level, strict=strict):
+                env = dict(os.environ, XBSA_TRACE=level, XBSA_LOGFILE=program + ".log",
+                           KORVA_STRICT=strict, LD_LIBRARY_PATH=os.path.dirname(LIBRARY))
+                got = subprocess.run([program, name], env=env, capture_output=True, check=False,
+                                     timeout=DEADLINE)
+                self.assertEqual((got.returncode, got.stdout, got.stderr), (0, b"ok\n", b""))
+
+
+class Driven(unittest.TestCase):
+    """Under the shim, where the waits between two tries are counted and over at once."""
+    def test_own_sockets(self):
+        for strict, row in itertools.product("01", OWN):
+            call, kind, error, room_at, before, *want = row
+            with self.subTest(strict=strict, row=row):
+                got = run(own_socket, call, kind, room_at, before, env={"KORVA_STRICT": strict})
+                self.assertEqual(got.value, (tuple(want), int(kind) if kind.isdigit() else 0))
+                text = f"{os.strerror(error)} Data sending failed."
+                lines = [f"BSASendData({error}): {text}"] * (want[2] > 0) + [
+                    f"BSASendData: Data sending failed. Resending [{number + 1}] times"
+                    for number in range(want[2])] + [f"BSASendData: {text}"] * (want[2] == 5)
+                self.assertEqual([line for line in got.trace if "sending failed" in line], lines)
 
 
 class Leaks(unittest.TestCase):

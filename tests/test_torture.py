@@ -58,6 +58,7 @@ SCRIPTS = [
     ({"STOR": [b"150 go\r\n226 early\r\n", "connect"], "END": []}, None),
     ({"STOR": ["150 go", "connect", "close"]}, "END"),
     ({"STOR": ["150 go", "connect", "reset"]}, "END~"),
+    ({"STOR": ["150-go", "mid dle", "mid", "226-not", "1500 not", "connect", "150 on"]}, None),
 ] + [({"STOR": [b"150 go\r\n" + more, end]}, "STOR") for end in ("close", "reset")
      for more in (b"150 more\r\n", b"226 early\r\n", b"x", b"\0", b"\xff\r\n", b"999\r\n" * 5000)]
 

@@ -1,14 +1,19 @@
 """Storing and restoring on the scripted server."""
 import ctypes as c
-import mmap
+import itertools
 import os
+import select
 import signal
 import socket
+import threading
 import time
 import unittest
 
 from server import Server
-from xbsa import DEADLINE, STRICT, Block, descriptor, descriptors, pattern, run, run_started
+from test_calls import call
+from xbsa import DEADLINE, STRICT, descriptor, descriptors, pattern, run, run_started
+
+FORKED = "block take get end commit terminate".split()
 
 # Script, process environment (and the SECONDS of the time-out, if not 1), names; then what comes of
 # it: codes, ends of data, last error.
@@ -113,8 +118,69 @@ class Transfers(unittest.TestCase):
                          (9, 4711, 1, b"SEGMENT=3", True, b"user=backup:pass=secret"))
 
 
+def say(server):
+    server.data.sendall(b"hello")
+
+
+def await_quit(server):
+    """A server that looks at QUIT in mid-transfer finds the data connection open."""
+    assert server.control.recv(4, socket.MSG_PEEK) == b"QUIT"
+    server.data.recv(99)
+    server.ends.append("open" if not select.select([server.data], [], [], 0)[0] else "ended")
+
+
+def end_then_look(server):
+    """One that does not look has heard of it when the data connection ends."""
+    end = server._receive()  # pylint: disable=protected-access
+    server.ends.append(f"{end} after {server.control.recv(4, socket.MSG_DONTWAIT).decode()}")
+
+
+# Calls in a transaction, what the server does with the data, strict mode: codes ("." is any), ends
+# of data, and what is stored.
+DONE, CUT, AGAIN = ("FIN", b"hello"), ("RST", None), " commit begin create block end"
+ORDERS = [
+    ("create block commit end", {}, "0", "0000", *DONE),
+    ("create block commit end", {}, "1", "0003", *CUT),
+    ("create block fault commit end", {}, "0", "00300", *CUT),
+    ("create block fault end", {}, "0", "0030", *CUT),
+    ("create block fault end", {}, "1", "0033", *CUT),
+    ("create block get end", {}, "01", "0003", "RST FIN", None),
+    ("create block" + AGAIN, {}, "01", "0000000", "RST FIN", b"hello"),
+    ("create block commit begin get end", {}, "01", "000000", "RST FIN", None),
+    ("create block commit init begin create block end", {}, "01", "00000000", "RST FIN", b"hello"),
+    *((f"create block {call} end", {}, strict, f"00{error}{code}", *end)
+      for call, error in (("send-null", 22), ("send-nobuffer", 22), ("send!", 6))
+      for strict, code, end in (("0", 0, DONE), ("1", 3, CUT))),
+    ("create take block end", {"DATA": [say, "transfer"]}, "0", "0000", *DONE),
+    ("create take block end", {"DATA": [say, "transfer"]}, "1", "050.", ".*", ...),
+    ("get block end", {"DATA": [say]}, "0", "000", "", None),
+    ("get block end", {"DATA": [say]}, "1", "05.", "", None),
+    ("get commit end", {}, "0", "000", "FIN", None),
+    ("get commit begin get end", {}, "01", "00000", "FIN FIN", None),
+    # a rejected end says QUIT first, and frees a server that does not look at it
+    ("create block end end!", {}, "01", "0003", *DONE),
+    ("create block end!" + AGAIN, {"DATA": [end_then_look], "END": []}, "01", "00300000",
+     "RST after QUIT FIN", b"hello"),
+    ("create block end!" + AGAIN, {"DATA": [await_quit], "END": []}, "01", "00300000", "open FIN",
+     b"hello"),
+]
+
+
 class Broken(unittest.TestCase):
     """Whole or not at all: what the server sees of a store that went wrong."""
+
+    def test_orders(self):
+        def transfer(x, calls):
+            return "".join(str(call(x, name)) for name in ["begin", *calls.split()])
+        for calls, script, modes, codes, ends, stored in ORDERS:
+            for strict in modes:
+                with self.subTest(calls, script=script, strict=strict):
+                    server = Server(script)
+                    got = run_started(transfer, calls, server=server, env={"KORVA_STRICT": strict})
+                    self.assertRegex(got.value, f"^0{codes}$")
+                    self.assertRegex(" ".join(server.ends), f"^{ends}$")
+                    if stored is not ...:
+                        self.assertEqual(server.objects.get("obj"), stored)
 
     def test_server_resets(self):
         server = Server({"DATA": ["reset_data"], "END": ["426 disk full"]})
@@ -123,27 +189,6 @@ class Broken(unittest.TestCase):
         retries = [line for line in got.trace if "Resending" in line]
         self.assertEqual(retries, [f"BSASendData: Data sending failed. Resending [{n}] times"
                                    for n in range(1, 6)])
-
-    def test_failed_send(self):
-        """A block that cannot be read fails the object, whatever the server says of it."""
-        def store(x):
-            sent = [x.store(b"begun", end=False)]
-            sent.append(x.BSASendData(x.handle, c.byref(Block(100, 0, unreadable_page()))))
-            return sent + [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.store()]
-        server = Server({"END": ["426 aborted"]})
-        self.assertEqual(run_started(store, server=server).value, [[0, 0], 3, 3, 0, [0, 0, 0]])
-        self.assertEqual(server.ends, ["RST", "FIN"])
-
-    def test_timed_out(self):
-        """A server that the system has given up is not waited for, at the end neither."""
-        def store(x):
-            x.store(end=False)
-            with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
-                data.setsockopt(socket.IPPROTO_TCP, socket.TCP_USER_TIMEOUT, 500)
-            code = next(code for code in iter(lambda: x.send(pattern(65535)), None) if code)
-            return code, x.last_error(), x.BSAEndData(x.handle)
-        self.assertEqual(run_started(store, server=Server({"DATA": [], "END": []})).value,
-                         (3, "Connection timed out Data sending failed.", 3))
 
     def test_ticking_host(self):
         """Signals whose handlers restart what they interrupt do not end the wait for a slow server."""
@@ -158,21 +203,31 @@ class Broken(unittest.TestCase):
         self.assertEqual(run_started(store, server=server).value, ([0, 0, 0], ""))
 
     def test_forked_host(self):
-        """The server sees the end, or the reset, though a child of the host lives on."""
-        def store(x, wrong):
-            x.store(end=False)
+        """The server sees the end though a child of the host lives on; in strict mode a child can
+        neither end the object nor add to it."""
+        def store(x, lives_on):
+            x.store(b"half", end=False)
+            reader, writer = os.pipe()
             child = os.fork()
             if child == 0:
                 signal.alarm(DEADLINE)
-                signal.pause()
-            code = x.BSAEndData(x.handle.value + wrong)
-            os.kill(child, signal.SIGKILL)
-            os.waitpid(child, 0)
-            return code
-        for wrong, code, end in (0, 0, "FIN"), (1, 3, "RST"):
+                codes = [] if lives_on else [call(x, name) for name in FORKED]
+                os.write(writer, bytes([0, *codes]))
+                _ = lives_on and signal.pause()
+                c.CDLL(None).exit(0)
+            codes = os.read(reader, 99) + (b"" if lives_on else bytes(os.waitpid(child, 0)[1:]))
+            codes += bytes([x.send(b" whole"), x.BSAEndData(x.handle)])
+            if lives_on:
+                os.kill(child, signal.SIGKILL)
+                os.waitpid(child, 0)
+            os.close(reader)
+            os.close(writer)
+            return codes
+        for lives_on, want in (True, bytes(3)), (False, bytes([0, *[6] * len(FORKED), 0, 0, 0])):
             server = Server()
-            self.assertEqual(run_started(store, wrong, server=server).value, code)
-            self.assertEqual(server.ends, [end])
+            got = run_started(store, lives_on, server=server, env=STRICT)
+            self.assertEqual((got.value, server.objects, server.ends, server.verbs()[0][-10:]),
+                             (want, {"obj": b"half whole"}, ["FIN"], " STOR QUIT"))
 
     def test_no_data_connection(self):
         """Number 0 in its place is none, and stays the host's own."""
@@ -181,17 +236,25 @@ class Broken(unittest.TestCase):
             return x.BSAEndData(x.handle), 0 in descriptors()
         self.assertEqual(run_started(end, server=Server()).value, (3, True))
 
-    def test_abandoned(self):
-        """What a transfer left open is closed when the next one opens."""
-        def restore(x):
-            x.BSABeginTxn(x.handle)
-            return (x.BSAGetObject(x.handle, c.byref(descriptor()), None),
-                    x.BSAEndTxn(x.handle, 1), x.restore())
-        self.assertEqual(run_started(restore, server=Server(objects={"obj": b"hello"})).value,
-                         (0, 0, ([0, 0, 0], b"hello")))
-
-
-def unreadable_page():
-    libc = c.CDLL(None)
-    libc.mmap.restype, libc.mmap.argtypes = c.c_void_p, [c.c_void_p, c.c_size_t] + [c.c_int] * 4
-    return libc.mmap(None, mmap.PAGESIZE, 0, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS, -1, 0)
+    def test_confirmed_half(self):
+        """A server that confirms what it has not got: the connection was reset in the tail."""
+        def store(x, writer, before):
+            sent = x.store(pattern(400000), end=False)
+            if before:
+                reset = select.poll()
+                reset.register(x.state.sSession.SData, 0)
+                os.write(writer, b"x")
+                reset.poll()
+            else:
+                threading.Timer(0.1, os.write, (writer, b"x")).start()
+            return sent, x.BSAEndData(x.handle), x.last_error() != ""
+        for before, size, strict in itertools.product((True, False), (0, 131070, 399999), (0, 1)):
+            with self.subTest(before=before, size=size, strict=strict):
+                reader, writer = os.pipe()
+                server = Server({"DATA": [lambda s: os.read(reader, 1), lambda s: s.data.recv(
+                    size, socket.MSG_WAITALL), "reset_data"]})
+                got = run_started(store, writer, before, server=server,
+                                  env={"KORVA_STRICT": str(strict)})
+                self.assertEqual(got.value, ([0, 0], 3 * strict, bool(strict)))
+                os.close(reader)
+                os.close(writer)

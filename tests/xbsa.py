@@ -99,6 +99,12 @@ class Library:
         text = c.create_string_buffer(data, len(data) or 1)
         return self.BSASendData(self.handle, c.byref(Block(len(data), 0, c.addressof(text))))
 
+    def take(self, size):
+        """The code of a read of so many bytes, and what came."""
+        room = c.create_string_buffer(size)
+        block = Block(size, size, c.addressof(room))
+        return self.BSAGetData(self.handle, c.byref(block)), room.raw[:block.numBytes]
+
     def store(self, data=b"hello", end=True, **names):
         """One transaction: the codes of create, send and end of data; end=False leaves it open."""
         self.BSABeginTxn(self.handle)
@@ -116,12 +122,10 @@ class Library:
         self.BSABeginTxn(self.handle)
         codes, parts = [self.BSAGetObject(self.handle, c.byref(descriptor(**names)), None)], []
         if codes == [0]:
-            room = c.create_string_buffer(65535)
-            block = Block(65535, 65535, c.addressof(room))
             while len(codes) == 1:
-                code = self.BSAGetData(self.handle, c.byref(block))
-                parts.append(room.raw[:block.numBytes])
-                codes += [code] if code or block.numBytes < 65535 else []
+                code, part = self.take(65535)
+                parts.append(part)
+                codes += [code] if code or len(part) < 65535 else []
             codes.append(self.BSAEndData(self.handle))
         self.BSAEndTxn(self.handle, 1)
         return codes, b"".join(parts)

@@ -2,19 +2,21 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
+#include <system_error>
 #include <vector>
 
 #include "errors.h"
+#include "textfile.h"
 
 namespace
 {
 constexpr const char *ROW_STEP = "database.sm_versions";
 constexpr const char *PATH_STEP = "database.onconfig";
 constexpr const char *PATH_KEY = "BAR_BSALIB_PATH";
+constexpr off_t LARGEST = 1 << 20; // bytes of a file of the database
 
 std::string Unquoted(const std::string &I_strText)
 {
@@ -36,12 +38,27 @@ std::vector<std::string> Fields(const std::string &I_strRow)
     return vecFields;
 }
 
+// Returns why the file cannot be read; empty when it was.
+std::string Read(const std::string &I_strFile, std::istringstream &O_sText)
+{
+    try
+    {
+        const std::optional<std::string> strText = textfile_Read(I_strFile, LARGEST);
+        O_sText.str(strText.value_or(""));
+        return strText ? "" : I_strFile + ": " + std::generic_category().message(ENOENT);
+    } catch (const FAILURE &sFailure)
+    {
+        return sFailure.what();
+    }
+}
+
 void CheckRow(CReport &I_sReport, const std::string &I_strFile, const std::string &I_strRow)
 {
     if (I_strRow.empty()) return I_sReport.NotTried(ROW_STEP, "the library tells no version");
-    std::ifstream sFile(I_strFile);
-    if (!sFile)
-        return I_sReport.Fail(ROW_STEP, SystemFailure(I_strFile).what(),
+    std::istringstream sFile;
+    const std::string strFault = Read(I_strFile, sFile);
+    if (!strFault.empty())
+        return I_sReport.Fail(ROW_STEP, strFault,
                               "make the file, with the line \"" + I_strRow + "\"");
     for (std::string strLine; std::getline(sFile, strLine);)
         if (Fields(strLine) == Fields(I_strRow))
@@ -117,9 +134,10 @@ void CheckOnconfig(CReport &I_sReport, const std::string &I_strFolder,
                    const std::string &I_strLibrary)
 {
     const std::string strFile = OnconfigFile(I_strFolder);
-    std::ifstream sFile(strFile);
-    if (!sFile)
-        return I_sReport.Fail(PATH_STEP, SystemFailure(strFile).what(),
+    std::istringstream sFile;
+    const std::string strFault = Read(strFile, sFile);
+    if (!strFault.empty())
+        return I_sReport.Fail(PATH_STEP, strFault,
                               "correct --informixdir, or set ONCONFIG to the file's name");
     const std::string strValue = Expanded(ReadKey(sFile), I_strFolder);
     if (I_strLibrary.empty() && (strValue.empty() || strValue[0] == '/'))

@@ -78,18 +78,6 @@ bool REPLY::IsNegative() const
     return iCode / 100 == 4 || iCode / 100 == 5;
 }
 
-CSocket &CSocket::operator=(CSocket &&I_sOther) noexcept
-{
-    if (iSocket != -1) close(iSocket);
-    iSocket = std::exchange(I_sOther.iSocket, -1);
-    return *this;
-}
-
-CSocket::~CSocket()
-{
-    if (iSocket != -1) close(iSocket);
-}
-
 std::string ftp_Text(const in_addr &I_sAddress)
 {
     std::array<char, INET_ADDRSTRLEN> szText{};

@@ -8,8 +8,9 @@
 #include <chrono>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "descriptor.h"
 
 struct REPLY
 {
@@ -21,28 +22,7 @@ struct REPLY
     bool IsNegative() const;
 };
 
-class CSocket
-{
-  public:
-    explicit CSocket(int I_iSocket = -1) : iSocket(I_iSocket)
-    {
-    }
-    CSocket(CSocket &&I_sOther) noexcept : iSocket(std::exchange(I_sOther.iSocket, -1))
-    {
-    }
-    CSocket &operator=(CSocket &&I_sOther) noexcept;
-    CSocket(const CSocket &) = delete;
-    CSocket &operator=(const CSocket &) = delete;
-    ~CSocket();
-
-    int Get() const
-    {
-        return iSocket;
-    }
-
-  private:
-    int iSocket;
-};
+using CSocket = CDescriptor;
 
 // What came of a STOR: any of both may be missing.
 struct ANSWER

@@ -79,12 +79,7 @@ void CReport::NotTried(const std::string &I_strStep, const std::string &I_strWhy
 
 std::string CReport::Foreign(const std::string &I_strText) const
 {
-    std::string strText = I_strText;
-    const std::string strMask = "********";
-    size_t uAt = strPassword.empty() ? std::string::npos : strText.find(strPassword);
-    for (; uAt != std::string::npos; uAt = strText.find(strPassword, uAt + strMask.size()))
-        strText.replace(uAt, strPassword.size(), strMask);
-    return Printable(strText.substr(0, SHOWN));
+    return Printable(Masked(I_strText, strPassword).substr(0, SHOWN));
 }
 
 int CReport::Count(STATUS I_eStatus) const

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 enum
 {
@@ -29,8 +30,18 @@ FAILURE SystemFailure(const std::string &I_strWhat);
 
 bool HasControlCharacter(const std::string &I_strText);
 
-// The text with "?" for each control character and none at its end: a server's reply must not
-// make two lines of one, nor command the terminal.
+// Length of the valid UTF-8 sequence that begins the text; 0 for none. Overlong forms, surrogates
+// and what lies beyond U+10FFFF are not valid.
+size_t SequenceLength(std::string_view I_svText);
+
+// The text with "?" for each character that a terminal would obey: controls, those of U+0080 to
+// U+009F too, and marks of the writing direction. All that is printed passes through here.
+std::string Visible(const std::string &I_strText);
+
+// The same, without controls and blanks at its end: a server's reply in one line.
 std::string Printable(std::string I_strText);
+
+// The text with a mask for each place where a peer said the secret back.
+std::string Masked(std::string I_strText, const std::string &I_strSecret);
 
 #endif

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
+#include <random>
 
 #include "errors.h"
 #include "stop.h"
@@ -15,35 +15,6 @@ std::string files_Quoted(const std::string &I_strFile)
     return "\"" + Printable(I_strFile) + "\"";
 }
 
-std::string files_FolderOf(const std::string &I_strFile)
-{
-    const size_t uSlash = I_strFile.rfind('/');
-    return uSlash == std::string::npos ? "." : I_strFile.substr(0, uSlash + 1);
-}
-
-std::string files_Resolve(const std::string &I_strFile)
-{
-    struct stat sLink
-    {
-    };
-    if (lstat(I_strFile.c_str(), &sLink) != 0 || !S_ISLNK(sLink.st_mode)) return I_strFile;
-    char *cpPath = realpath(I_strFile.c_str(), nullptr);
-    if (cpPath == nullptr) throw SystemFailure(files_Quoted(I_strFile));
-    std::string strPath = cpPath;
-    free(cpPath);
-    return strPath;
-}
-
-void files_SyncFolder(const std::string &I_strFolder)
-{
-    const int iFolder = open(I_strFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (iFolder == -1) throw SystemFailure(files_Quoted(I_strFolder));
-    // Some file systems cannot do this for a folder, and need not.
-    const bool bFailed = fsync(iFolder) != 0 && errno != EINVAL;
-    close(iFolder);
-    if (bFailed) throw SystemFailure(files_Quoted(I_strFolder));
-}
-
 namespace
 {
 mode_t TakeUmask()
@@ -51,6 +22,40 @@ mode_t TakeUmask()
     const mode_t uMask = umask(0);
     umask(uMask);
     return uMask;
+}
+
+std::string RandomLetters()
+{
+    std::random_device sRandom;
+    std::string strLetters;
+    for (int iLetter = 0; iLetter < 6; iLetter++)
+        strLetters += static_cast<char>('a' + sRandom() % 26);
+    return strLetters;
+}
+
+void WriteAll(int I_iFile, const char *cpData, size_t I_uLength, const std::string &I_strShown)
+{
+    size_t uWritten = 0;
+    while (uWritten < I_uLength)
+    {
+        const ssize_t iWritten = write(I_iFile, cpData + uWritten, I_uLength - uWritten);
+        if (iWritten == -1 && errno == EINTR) continue;
+        if (iWritten == -1) throw SystemFailure("writing " + I_strShown);
+        uWritten += static_cast<size_t>(iWritten);
+    }
+}
+
+// Pipes and terminals have nothing to be flushed.
+void Sync(int I_iFile, const std::string &I_strShown)
+{
+    if (fsync(I_iFile) != 0 && errno != EINVAL && errno != EROFS)
+        throw SystemFailure("writing " + I_strShown);
+}
+
+// Some file systems report a full disk only here.
+void Close(CDescriptor &X_sFile, const std::string &I_strShown)
+{
+    if (close(X_sFile.Release()) != 0) throw SystemFailure("writing " + I_strShown);
 }
 } // namespace
 
@@ -111,90 +116,112 @@ size_t CInput::Read(char *cpData, size_t I_uRoom)
     return uRead;
 }
 
-COutput::COutput(const std::string &I_strFile)
-    : strName(I_strFile == "-" ? "standard output" : files_Quoted(I_strFile))
+CReplacement::CReplacement(const TARGET &I_sTarget, bool I_bExact)
+    : sTarget(I_sTarget), sOld(I_sTarget.Status()), bExact(I_bExact)
 {
-    if (I_strFile == "-") return;
-    const std::string strPath = files_Resolve(I_strFile);
-    bOld = stat(strPath.c_str(), &sOld) == 0;
-    if (bOld && S_ISDIR(sOld.st_mode)) throw FAILURE(strName + ": is a folder");
-    if (bOld && !S_ISREG(sOld.st_mode)) // a device or a pipe: there is nothing to replace
+    if (sOld && !S_ISREG(sOld->st_mode)) throw FAILURE(sTarget.strShown + " is not a regular file");
+    TARGET sNew = sTarget;
+    do
     {
-        iFile = open(strPath.c_str(), O_WRONLY | O_CLOEXEC);
-        if (iFile == -1) throw SystemFailure(strName);
-        return;
-    }
-    strTarget = strPath;
-    OpenTemporary();
+        sNew.strName = ".xbsactl." + RandomLetters();
+        sFile = CDescriptor(sNew.Open(O_WRONLY | O_CREAT | O_EXCL, 0600));
+    } while (sFile.Get() == -1 && errno == EEXIST);
+    if (sFile.Get() == -1) throw SystemFailure("temporary file for " + sTarget.strShown);
+    strTemporary = sNew.strName;
 }
 
-void COutput::OpenTemporary()
+CReplacement::~CReplacement()
 {
-    strTemporary = files_FolderOf(strTarget);
-    if (strTemporary.back() != '/') strTemporary += '/';
-    strTemporary += ".xbsactl.XXXXXX";
+    if (!strTemporary.empty()) unlinkat(sTarget.Folder(), strTemporary.c_str(), 0);
+}
+
+void CReplacement::Write(const char *cpData, size_t I_uLength)
+{
+    WriteAll(sFile.Get(), cpData, I_uLength, sTarget.strShown);
+}
+
+// The new file takes over who may use the old one, as far as this account can give it.
+void CReplacement::TakeMode() const
+{
+    const bool bOwner = sOld && fchown(sFile.Get(), sOld->st_uid, sOld->st_gid) == 0;
+    if (sOld && !bOwner && bExact)
+        throw FAILURE(sTarget.strShown + ": this account cannot keep its owner and group");
+    const mode_t uKept = bExact ? 07777 : bOwner ? 0777 : 0700;
+    const mode_t uMode = sOld ? sOld->st_mode & uKept : files_NewFileMode();
+    if (fchmod(sFile.Get(), uMode) != 0) throw SystemFailure("writing " + sTarget.strShown);
+}
+
+void CReplacement::Finish()
+{
+    TakeMode();
+    Sync(sFile.Get(), sTarget.strShown);
+    Close(sFile, sTarget.strShown);
+}
+
+void CReplacement::Publish()
+{
+    if (renameat(sTarget.Folder(), strTemporary.c_str(), sTarget.Folder(),
+                 sTarget.strName.c_str()) != 0)
+        throw SystemFailure("writing " + sTarget.strShown);
+    strTemporary.clear();
+}
+
+COutput::COutput(const std::string &I_strFile)
+{
+    if (I_strFile == "-") return;
+    sTarget = target_Find(I_strFile);
+    const std::optional<struct stat> sOld = sTarget->Status();
+    if (sOld && S_ISDIR(sOld->st_mode)) throw FAILURE(sTarget->strShown + ": is a folder");
+    if (sOld && !S_ISREG(sOld->st_mode))
+    {
+        OpenDevice();
+        return;
+    }
     const STOP_LOCK sLock; // no stop between the birth of the file and its entry
-    iFile = mkostemp(strTemporary.data(), O_CLOEXEC);
-    if (iFile == -1) throw SystemFailure("temporary file for " + strName);
-    stop_RemoveFile(sLock, strTemporary);
+    sReplacement.emplace(*sTarget, false);
+    stop_RemoveFile(sLock, sTarget->Folder(), sReplacement->Temporary());
+}
+
+// A device or a pipe: there is nothing to replace.
+void COutput::OpenDevice()
+{
+    sDevice = CDescriptor(sTarget->Open(O_WRONLY));
+    struct stat sOpened
+    {
+    };
+    if (sDevice.Get() == -1 || fstat(sDevice.Get(), &sOpened) != 0)
+        throw SystemFailure(sTarget->strShown);
+    if (S_ISREG(sOpened.st_mode)) throw FAILURE(sTarget->strShown + " was changed meanwhile");
 }
 
 COutput::~COutput()
 {
-    if (iFile > 2) close(iFile);
-    if (strTemporary.empty()) return;
+    if (!sReplacement) return;
     const STOP_LOCK sLock;
-    unlink(strTemporary.c_str());
-    stop_RemoveFile(sLock, "");
+    sReplacement.reset();
+    stop_RemoveFile(sLock, -1, "");
 }
 
 void COutput::Write(const char *cpData, size_t I_uLength)
 {
-    size_t uWritten = 0;
-    while (uWritten < I_uLength)
-    {
-        const ssize_t iWritten = write(iFile, cpData + uWritten, I_uLength - uWritten);
-        if (iWritten == -1 && errno == EINTR) continue;
-        if (iWritten == -1) throw SystemFailure("writing " + strName);
-        uWritten += static_cast<size_t>(iWritten);
-    }
-}
-
-// Pipes and terminals have nothing to be flushed.
-void COutput::Sync() const
-{
-    if (fsync(iFile) != 0 && errno != EINVAL && errno != EROFS)
-        throw SystemFailure("writing " + strName);
-}
-
-// The new file takes over who may use the old one, as far as this account can give it.
-void COutput::TakeMode() const
-{
-    const bool bOwner = bOld && fchown(iFile, sOld.st_uid, sOld.st_gid) == 0;
-    const mode_t uMode = !bOld ? files_NewFileMode() : sOld.st_mode & (bOwner ? 0777U : 0700U);
-    if (fchmod(iFile, uMode) != 0) throw SystemFailure("writing " + strName);
-}
-
-// Some file systems report a full disk only here.
-void COutput::Close()
-{
-    const int iClosed = iFile;
-    iFile = -1;
-    if (close(iClosed) != 0) throw SystemFailure("writing " + strName);
+    if (sReplacement) return sReplacement->Write(cpData, I_uLength);
+    if (sTarget) return WriteAll(sDevice.Get(), cpData, I_uLength, sTarget->strShown);
+    WriteAll(STDOUT_FILENO, cpData, I_uLength, "standard output");
 }
 
 void COutput::Commit()
 {
-    if (!strTarget.empty()) TakeMode();
-    Sync();
-    Close();
-    if (strTarget.empty()) return;
-
+    if (!sReplacement)
+    {
+        if (!sTarget) return Sync(STDOUT_FILENO, "standard output");
+        Sync(sDevice.Get(), sTarget->strShown);
+        return Close(sDevice, sTarget->strShown);
+    }
+    sReplacement->Finish();
     {
         const STOP_LOCK sLock; // no stop between the rename and the end of the entry
-        if (rename(strTemporary.c_str(), strTarget.c_str()) != 0) throw SystemFailure(strName);
-        strTemporary.clear();
-        stop_RemoveFile(sLock, "");
+        sReplacement->Publish();
+        stop_RemoveFile(sLock, -1, "");
     }
-    files_SyncFolder(files_FolderOf(strTarget));
+    sTarget->SyncFolder();
 }

@@ -6,7 +6,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
+
+#include "target.h"
 
 // Keeps the numbers 0 to 2 from being given to a file or socket when the caller closed them. The
 // stand-ins fail every read or write, so that a closed standard output stays a failure.
@@ -14,14 +17,6 @@ void files_ReserveStandard();
 
 // The path in quotes, for a message.
 std::string files_Quoted(const std::string &I_strFile);
-
-std::string files_FolderOf(const std::string &I_strFile);
-
-// A link is followed: the file behind it is what is replaced.
-std::string files_Resolve(const std::string &I_strFile);
-
-// Makes a rename in the folder last.
-void files_SyncFolder(const std::string &I_strFolder);
 
 // What the umask leaves of rw-rw-rw-. The first call is the main thread's.
 mode_t files_NewFileMode();
@@ -46,8 +41,39 @@ class CInput
     uint64_t uDone = 0;
 };
 
-// A file appears under its name when it is whole: until Commit its bytes are in a temporary file
-// beside it, which goes when the object does or when the process is told to stop.
+// The one way in which the tool replaces a file: what is written goes to a temporary file beside
+// it, which takes its place, owner and mode when all of it is on disk. Until Publish the old file
+// is untouched; the temporary file goes with the object.
+class CReplacement
+{
+  public:
+    // What is not a regular file is refused. I_bExact: so is a file whose owner cannot be kept.
+    CReplacement(const TARGET &I_sTarget, bool I_bExact);
+    CReplacement(const CReplacement &) = delete;
+    CReplacement &operator=(const CReplacement &) = delete;
+    ~CReplacement();
+
+    void Write(const char *cpData, size_t I_uLength);
+    void Finish();  // to the disk
+    void Publish(); // under its name; the folder is not synced yet
+
+    const std::string &Temporary() const // its name in the target's folder
+    {
+        return strTemporary;
+    }
+
+  private:
+    void TakeMode() const;
+
+    TARGET sTarget;
+    std::optional<struct stat> sOld; // of the file in the target's place
+    bool bExact;
+    CDescriptor sFile;
+    std::string strTemporary; // empty: it has its name
+};
+
+// Where a restore goes: a file is replaced, and its temporary file goes also when the process is
+// told to stop; a device, a pipe or standard output gets the bytes as they come.
 class COutput
 {
   public:
@@ -60,19 +86,11 @@ class COutput
     void Commit(); // everything is on disk afterwards
 
   private:
-    void OpenTemporary();
-    void Sync() const;
-    void TakeMode() const;
-    void Close();
+    void OpenDevice();
 
-    std::string strName;
-    std::string strTarget; // empty: bytes go straight to a device, a pipe or standard output
-    std::string strTemporary;
-    struct stat sOld
-    {
-    }; // of the file in the target's place
-    bool bOld = false;
-    int iFile = 1;
+    std::optional<TARGET> sTarget; // none: standard output
+    std::optional<CReplacement> sReplacement;
+    CDescriptor sDevice;
 };
 
 #endif

@@ -27,10 +27,11 @@ const char *StatusName(STATUS I_eStatus)
     return "not_tried";
 }
 
-// Names are bytes: what is no UTF-8 is replaced rather than refused.
-std::string Dump(const JSON &I_sJson, int I_iIndent)
+// Names are bytes: what is no UTF-8 is replaced rather than refused. All but ASCII is escaped, since
+// a terminal obeys some of it.
+std::string Dump(const JSON &I_sJson)
 {
-    return I_sJson.dump(I_iIndent, ' ', false, JSON::error_handler_t::replace);
+    return I_sJson.dump(2, ' ', true, JSON::error_handler_t::replace);
 }
 } // namespace
 
@@ -44,8 +45,7 @@ std::string json_Copies(const SETTINGS &I_sSettings,
                            {"name", session_Field(sCopy.objectName.pathName)}});
     return Dump({{"schema", 1},
                  {"query", {{"space", I_sSettings.strSpace}, {"name", I_sSettings.strName}}},
-                 {"copies", sCopies}},
-                2);
+                 {"copies", sCopies}});
 }
 
 std::string json_Findings(bool I_bInformix, const std::vector<FINDING> &I_vecFindings)
@@ -67,7 +67,7 @@ std::string json_Findings(bool I_bInformix, const std::vector<FINDING> &I_vecFin
                                     {"next", sFinding.strNext},
                                     {"milliseconds", sFinding.lMilliseconds}});
     }
-    return Dump(sAnswer, 2);
+    return Dump(sAnswer);
 }
 
 std::string json_Journal(const JOURNAL &I_sJournal)
@@ -100,5 +100,5 @@ JOURNAL json_ReadJournal(const std::string &I_strText)
 
 std::string json_Quoted(const std::string &I_strText)
 {
-    return Dump(I_strText, -1);
+    return JSON(I_strText).dump(-1, ' ', false, JSON::error_handler_t::replace);
 }

@@ -84,11 +84,11 @@ int ExitCode(int argc, char **argv)
         return Main(argc, argv);
     } catch (const USAGE_ERROR &sError)
     {
-        fprintf(stderr, "xbsactl: %s (see xbsactl --help)\n", sError.what());
+        fprintf(stderr, "xbsactl: %s (see xbsactl --help)\n", Printable(sError.what()).c_str());
         return EXIT_USAGE;
     } catch (const std::exception &sError)
     {
-        fprintf(stderr, "xbsactl: %s\n", sError.what());
+        fprintf(stderr, "xbsactl: %s\n", Printable(sError.what()).c_str());
         return EXIT_FAILED;
     }
 }

@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -11,7 +9,6 @@
 #include <limits>
 
 #include "errors.h"
-#include "files.h"
 #include "stop.h"
 #include "textfile.h"
 
@@ -33,44 +30,32 @@ struct LINE
 class CLock
 {
   public:
-    explicit CLock(const std::string &I_strFile)
+    explicit CLock(const TARGET &I_sTarget)
     {
-        const std::string strFile = files_Resolve(I_strFile);
-        while (!Take(strFile)) close(iFile);
-    }
-    CLock(const CLock &) = delete;
-    CLock &operator=(const CLock &) = delete;
-    ~CLock()
-    {
-        close(iFile);
+        while (!Take(I_sTarget))
+        {
+        }
     }
 
   private:
-    bool Take(const std::string &I_strFile)
+    bool Take(const TARGET &I_sTarget)
     {
-        iFile = open(I_strFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-        if (iFile == -1) throw SystemFailure("manifest " + files_Quoted(I_strFile));
+        sFile = CDescriptor(I_sTarget.Open(O_RDWR | O_CREAT, 0666));
+        if (sFile.Get() == -1) throw SystemFailure("manifest " + I_sTarget.strShown);
         int iLocked = -1;
-        while ((iLocked = flock(iFile, LOCK_EX)) != 0 && errno == EINTR)
+        while ((iLocked = flock(sFile.Get(), LOCK_EX)) != 0 && errno == EINTR)
         {
         }
-        if (iLocked != 0)
-        {
-            const FAILURE sFailure = SystemFailure("locking manifest " + files_Quoted(I_strFile));
-            close(iFile);
-            throw FAILURE(sFailure);
-        }
+        if (iLocked != 0) throw SystemFailure("locking manifest " + I_sTarget.strShown);
         struct stat sLocked
         {
         };
-        struct stat sNow
-        {
-        };
-        return fstat(iFile, &sLocked) == 0 && stat(I_strFile.c_str(), &sNow) == 0 &&
-               sLocked.st_dev == sNow.st_dev && sLocked.st_ino == sNow.st_ino;
+        const std::optional<struct stat> sNow = I_sTarget.Status();
+        return fstat(sFile.Get(), &sLocked) == 0 && sNow && sLocked.st_dev == sNow->st_dev &&
+               sLocked.st_ino == sNow->st_ino;
     }
 
-    int iFile = -1;
+    CDescriptor sFile;
 };
 
 // What sha256sum writes for a name that would break its line, and back.
@@ -164,7 +149,7 @@ std::vector<std::string> SplitLines(const std::string &I_strText)
 }
 
 // Anything but entries and comments is refused: the file may be another one, given by mistake.
-std::vector<LINE> Parse(const std::string &I_strFile, const std::string &I_strText)
+std::vector<LINE> Parse(const TARGET &I_sTarget, const std::string &I_strText)
 {
     std::vector<LINE> vecLines;
     size_t uNumber = 0;
@@ -178,8 +163,7 @@ std::vector<LINE> Parse(const std::string &I_strFile, const std::string &I_strTe
         sLine.bEntry = ParseEntry(strText, sLine.sEntry);
         const bool bDosEnd = !strText.empty() && strText.back() == '\r';
         if (bDosEnd || (!sLine.bEntry && strText.compare(0, 1, "#") != 0))
-            throw FAILURE("manifest " + files_Quoted(I_strFile) + ", line " +
-                          std::to_string(uNumber) +
+            throw FAILURE("manifest " + I_sTarget.strShown + ", line " + std::to_string(uNumber) +
                           (bDosEnd ? ": ends with CR LF; sha256sum's lines end with LF alone"
                                    : ": is not of sha256sum's format"));
         if (sLine.bEntry && bOfCopy)
@@ -193,19 +177,19 @@ std::vector<LINE> Parse(const std::string &I_strFile, const std::string &I_strTe
     return vecLines;
 }
 
-std::vector<LINE> ReadLines(const std::string &I_strFile)
+std::vector<LINE> ReadLines(const TARGET &I_sTarget)
 {
-    const std::optional<std::string> strText = textfile_Read(I_strFile);
-    if (!strText) throw FAILURE("manifest " + files_Quoted(I_strFile) + " does not exist");
-    return Parse(I_strFile, *strText);
+    const std::optional<std::string> strText = textfile_Read(I_sTarget, TEXTFILE_LARGEST);
+    if (!strText) throw FAILURE("manifest " + I_sTarget.strShown + " does not exist");
+    return Parse(I_sTarget, *strText);
 }
 
-void WriteLines(const std::string &I_strFile, const std::vector<LINE> &I_vecLines)
+void WriteLines(const TARGET &I_sTarget, const std::vector<LINE> &I_vecLines)
 {
     std::string strText;
     for (const LINE &sLine : I_vecLines) strText += sLine.strText + "\n";
     const STOP_LOCK sLock; // no stop while there is a temporary file
-    textfile_Replace(I_strFile, strText);
+    textfile_Replace(I_sTarget, strText, false);
 }
 } // namespace
 
@@ -218,21 +202,23 @@ std::string manifest_Name(const SETTINGS &I_sSettings)
 std::vector<MANIFEST_ENTRY> manifest_Read(const std::string &I_strFile)
 {
     std::vector<MANIFEST_ENTRY> vecEntries;
-    for (const LINE &sLine : ReadLines(I_strFile))
+    for (const LINE &sLine : ReadLines(target_Find(I_strFile)))
         if (sLine.bEntry) vecEntries.push_back(sLine.sEntry);
     return vecEntries;
 }
 
 void manifest_Prepare(const std::string &I_strFile)
 {
-    const CLock sLock(I_strFile);
-    WriteLines(I_strFile, ReadLines(I_strFile)); // the same once more: all of it works
+    const TARGET sTarget = target_Find(I_strFile);
+    const CLock sLock(sTarget);
+    WriteLines(sTarget, ReadLines(sTarget)); // the same once more: all of it works
 }
 
 void manifest_Put(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry)
 {
-    const CLock sLock(I_strFile);
-    std::vector<LINE> vecLines = ReadLines(I_strFile);
+    const TARGET sTarget = target_Find(I_strFile);
+    const CLock sLock(sTarget);
+    std::vector<LINE> vecLines = ReadLines(sTarget);
     vecLines.erase(std::remove_if(vecLines.begin(), vecLines.end(),
                                   [&](const LINE &sLine) {
                                       return sLine.bEntry &&
@@ -243,5 +229,5 @@ void manifest_Put(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry)
     if (I_sEntry.uCopyId != 0) sLine.strText = COPY_ID + std::to_string(I_sEntry.uCopyId) + "\n";
     sLine.strText += EntryLine(I_sEntry);
     vecLines.push_back(sLine);
-    WriteLines(I_strFile, vecLines);
+    WriteLines(sTarget, vecLines);
 }

@@ -227,9 +227,12 @@ void AddSetup(CLI::App &I_sApp, SETTINGS &I_sSettings)
         ->add_option("--onconfig", I_sSettings.strOnconfig,
                      "Name of the file in DIR/etc; the variable ONCONFIG, else \"onconfig\"")
         ->type_name("NAME");
+    CLI::Option *spRotation = spSetup->add_flag("--logrotate", I_sSettings.bLogrotate,
+                                                "Print the rotation of the logs, and end");
     spSetup->add_flag("--dry-run", I_sSettings.bDryRun, "Print what would change, and end");
     spSetup->add_flag("--yes", I_sSettings.bYes, "Do not ask");
-    spSetup->add_flag("--undo", I_sSettings.bUndo, "Put back what an earlier run changed");
+    spSetup->add_flag("--undo", I_sSettings.bUndo, "Put back what an earlier run changed")
+        ->excludes(spRotation);
     AddCommand(*spSetup, I_sSettings, COMMAND::SETUP);
 }
 
@@ -241,7 +244,7 @@ void AddAll(CLI::App &I_sApp, SETTINGS &I_sSettings)
     I_sApp.fallthrough();            // the options may stand behind the command too
     I_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
     I_sApp.failure_message([](const CLI::App *, const CLI::Error &sError) {
-        return std::string("xbsactl: ") + sError.what() + " (see xbsactl --help)\n";
+        return "xbsactl: " + Printable(sError.what()) + " (see xbsactl --help)\n";
     });
     AddServerOptions(I_sApp, I_sSettings);
     AddGeneralOptions(I_sApp, I_sSettings);

@@ -40,12 +40,14 @@ void CheckTraceFile(const std::string &I_strFile)
 }
 } // namespace
 
-CSession::CSession(const LIBRARY &I_sLibrary) : sLibrary(I_sLibrary)
+CSession::CSession(const LIBRARY &I_sLibrary, const std::string &I_strPassword)
+    : sLibrary(I_sLibrary), strPassword(I_strPassword)
 {
 }
 
 // The destructor runs for a failure in here, too.
-CSession::CSession(const SETTINGS &I_sSettings) : CSession(library_Load(I_sSettings.strLibrary))
+CSession::CSession(const SETTINGS &I_sSettings)
+    : CSession(library_Load(I_sSettings.strLibrary), I_sSettings.strPassword)
 {
     setenv("KORVA_STRICT", "1", 1);
     SetTrace(I_sSettings);
@@ -93,7 +95,7 @@ std::string CSession::LastError() const
     std::array<char, MESSAGE_ROOM> szText{};
     BSA_UInt32 uiSize = szText.size();
     if (sLibrary.fpGetLastError(&uiSize, szText.data()) != BSA_RC_SUCCESS) return "";
-    return Printable(szText.data());
+    return Printable(Masked(szText.data(), strPassword));
 }
 
 std::string CSession::Text(const char *cpStep, int I_iCode) const

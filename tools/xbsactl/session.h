@@ -52,7 +52,7 @@ class CSession
     void Close();
 
   private:
-    explicit CSession(const LIBRARY &I_sLibrary);
+    CSession(const LIBRARY &I_sLibrary, const std::string &I_strPassword);
     void SetTrace(const SETTINGS &I_sSettings) const;
     std::string LastError() const;
     std::string Text(const char *cpStep, int I_iCode) const;
@@ -60,6 +60,7 @@ class CSession
     void FailData(const char *cpStep, int I_iCode) const;
 
     LIBRARY sLibrary;
+    std::string strPassword; // a server may say it back
     long lHandle = 0;
     bool bOpen = false;
 };

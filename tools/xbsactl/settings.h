@@ -42,6 +42,7 @@ struct SETTINGS
     bool bDryRun = false;              // setup
     bool bYes = false;                 // setup: without asking
     bool bUndo = false;                // setup
+    bool bLogrotate = false;           // setup: print the rotation of the logs, and nothing else
     std::string strSince;              // trace: empty: from the start
     long lHandle = 0;                  // trace: 0 for all
     std::string strHtml;               // trace: empty: no page

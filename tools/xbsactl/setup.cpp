@@ -1,14 +1,10 @@
 #include "setup.h"
 
-#include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
 #include <iostream>
+#include <set>
 #include <sstream>
 
 #include "errors.h"
@@ -18,64 +14,6 @@
 
 namespace
 {
-struct stat Status(const std::string &I_strPath, const char *cpMissing)
-{
-    struct stat sStat
-    {
-    };
-    if (lstat(I_strPath.c_str(), &sStat) == 0) return sStat;
-    const bool bFolder = I_strPath.size() > 2 && I_strPath.rfind("/.") == I_strPath.size() - 2;
-    if (errno == ENOENT || errno == ENOTDIR)
-        throw FAILURE(I_strPath.substr(0, I_strPath.size() - (bFolder ? 2 : 0)) + cpMissing);
-    throw SystemFailure(I_strPath);
-}
-
-std::string OnconfigName(const SETTINGS &I_sSettings)
-{
-    const char *cpVariable = getenv("ONCONFIG");
-    std::string strName = I_sSettings.strOnconfig;
-    if (strName.empty())
-        strName = cpVariable != nullptr && *cpVariable != '\0' ? cpVariable : "onconfig";
-    if (strName.front() == '.' || strName.find('/') != std::string::npos)
-        throw USAGE_ERROR("--onconfig is the name of a file in DIR/etc");
-    return strName;
-}
-
-PLACE FindPlace(const SETTINGS &I_sSettings)
-{
-    PLACE sPlace;
-    sPlace.strFolder = I_sSettings.strInformixDir;
-    while (sPlace.strFolder.size() > 1 && sPlace.strFolder.back() == '/')
-        sPlace.strFolder.pop_back();
-    if (sPlace.strFolder.empty() || sPlace.strFolder.front() != '/')
-        throw USAGE_ERROR("--informixdir is no absolute path");
-    if (HasControlCharacter(sPlace.strFolder) ||
-        sPlace.strFolder.find_first_of("\"*?[\\") != std::string::npos)
-        throw USAGE_ERROR("--informixdir holds a quote, a pattern or a control character");
-    if (!S_ISDIR(Status(sPlace.strFolder + "/etc/.", " is missing: no database's folder").st_mode))
-        throw FAILURE(sPlace.strFolder + "/etc is no folder: no database's folder");
-
-    sPlace.strOnconfig = "etc/" + OnconfigName(I_sSettings);
-    const struct stat sOnconfig = Status(sPlace.strFolder + "/" + sPlace.strOnconfig,
-                                         " does not exist: give its name with --onconfig");
-    if (!S_ISREG(sOnconfig.st_mode))
-        throw FAILURE(sPlace.strFolder + "/" + sPlace.strOnconfig + " is no plain file");
-    sPlace.uOwner = sOnconfig.st_uid;
-    sPlace.uGroup = sOnconfig.st_gid;
-    return sPlace;
-}
-
-// Account and group that logrotate becomes: a folder that is not root's is not root's to write in.
-std::string FolderOwner(const PLACE &I_sPlace)
-{
-    const struct stat sStat = Status(I_sPlace.strFolder + "/.", " does not exist");
-    const passwd *spOwner = getpwuid(sStat.st_uid);
-    const std::string strOwner =
-        spOwner != nullptr ? spOwner->pw_name : std::to_string(sStat.st_uid);
-    const group *spGroup = getgrgid(sStat.st_gid);
-    return strOwner + " " + (spGroup != nullptr ? spGroup->gr_name : std::to_string(sStat.st_gid));
-}
-
 CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
 {
     CHANGE sChange{I_sPlace.strOnconfig, false,
@@ -95,7 +33,7 @@ CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
 bool IsLinkWanted(const PLACE &I_sPlace, const JOURNAL &I_sJournal,
                   const std::optional<std::string> &I_strTarget)
 {
-    if (access((I_sPlace.strFolder + "/lib").c_str(), F_OK) != 0) return false;
+    if (!place_MayWriteLib(I_sPlace)) return false;
     const RECORD *spRecord = I_sJournal.Find(SETUP_LINK);
     const std::string strNow = I_strTarget ? setupfiles_Hash(*I_strTarget) : "";
     return spRecord == nullptr || strNow == spRecord->strAfter || strNow == spRecord->strBefore;
@@ -110,9 +48,6 @@ std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const
     const std::optional<std::string> strTarget = setupfiles_Content(I_sPlace, SETUP_LINK, true);
     if (IsLinkWanted(I_sPlace, I_sJournal, strTarget))
         vecAll.push_back({SETUP_LINK, true, strTarget, I_sGuest.strPath});
-    if (!setupfiles_Content(I_sPlace, SETUP_LOGROTATE, false))
-        vecAll.push_back({SETUP_LOGROTATE, false, std::nullopt,
-                          setuptext_Logrotate(I_sPlace.strFolder, FolderOwner(I_sPlace))});
 
     std::vector<CHANGE> vecChanges;
     std::copy_if(vecAll.begin(), vecAll.end(), std::back_inserter(vecChanges),
@@ -120,25 +55,31 @@ std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const
     return vecChanges;
 }
 
+std::vector<std::string> Lines(const std::string &I_strText)
+{
+    std::vector<std::string> vecLines;
+    std::istringstream sText(I_strText);
+    for (std::string strLine; std::getline(sText, strLine);) vecLines.push_back(strLine);
+    return vecLines;
+}
+
 // The lines of one text that the other does not have.
 void PrintLines(const char *cpSign, const std::string &I_strText, const std::string &I_strOther)
 {
-    std::istringstream sText(I_strText);
-    for (std::string strLine; std::getline(sText, strLine);)
-    {
-        const std::string strWhole = "\n" + strLine + "\n";
-        if (("\n" + I_strOther).find(strWhole) == std::string::npos)
-            std::cout << "  " << cpSign << ' ' << strLine << '\n';
-    }
+    const std::vector<std::string> vecOther = Lines(I_strOther);
+    const std::set<std::string> sOther(vecOther.begin(), vecOther.end());
+    for (const std::string &strLine : Lines(I_strText))
+        if (sOther.count(strLine) == 0)
+            std::cout << "  " << cpSign << ' ' << Printable(strLine) << '\n';
 }
 
 void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
 {
-    std::cout << I_sPlace.strFolder << '/' << I_sChange.strFile
+    std::cout << Printable(place_Path(I_sPlace, I_sChange.strFile))
               << (I_sChange.strBefore ? "" : " (new)") << '\n';
     if (I_sChange.bLink)
     {
-        std::cout << "  -> " << I_sChange.strAfter << '\n';
+        std::cout << "  -> " << Printable(I_sChange.strAfter) << '\n';
         return;
     }
     PrintLines("-", I_sChange.strBefore.value_or(""), I_sChange.strAfter);
@@ -148,10 +89,12 @@ void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
 void PrintUndo(const PLACE &I_sPlace, const UNDO &I_sUndo)
 {
     const RECORD &sRecord = I_sUndo.sRecord;
-    std::cout << I_sPlace.strFolder << '/' << sRecord.strFile << ": ";
+    std::cout << Printable(place_Path(I_sPlace, sRecord.strFile)) << ": ";
     if (I_sUndo.strText)
         std::cout << "changed since setup, only our lines go"
-                  << (sRecord.strCopy.empty() ? "" : "; the old file stays in " + sRecord.strCopy);
+                  << (sRecord.strCopy.empty()
+                          ? ""
+                          : "; the old file stays in " + Printable(sRecord.strCopy));
     else if (!I_sUndo.bPutBack) std::cout << "is as it was";
     else std::cout << (sRecord.strCopy.empty() ? "removed" : "put back");
     std::cout << '\n';
@@ -174,8 +117,8 @@ int Undo(const SETTINGS &I_sSettings, const PLACE &I_sPlace, const JOURNAL &I_sJ
     const std::vector<UNDO> vecUndo = setupchange_PlanUndo(I_sPlace, I_sJournal);
     if (vecUndo.empty())
     {
-        std::cout << "Nothing to undo: no earlier run changed " << I_sPlace.strFolder << '/'
-                  << I_sPlace.strOnconfig << ".\n";
+        std::cout << "Nothing to undo: no earlier run changed "
+                  << Printable(place_Path(I_sPlace, I_sPlace.strOnconfig)) << ".\n";
         return EXIT_DONE;
     }
     for (const UNDO &sUndo : vecUndo) PrintUndo(I_sPlace, sUndo);
@@ -201,11 +144,11 @@ int Hook(const SETTINGS &I_sSettings, const PLACE &I_sPlace, JOURNAL I_sJournal)
     if (!IsConfirmed(I_sSettings, "Write this?")) return EXIT_FAILED;
     I_sJournal.strRow = sGuest.strRow;
     setupchange_Apply(I_sPlace, I_sJournal, vecChanges);
+    const std::string strFolder = "--informixdir '" + Printable(I_sPlace.strFolder) + "'";
     std::cout << "Done; --undo puts it back. As root, when the logs are to be rotated:\n"
-              << "  install -o root -g root -m 644 '" << I_sPlace.strFolder << '/'
-              << SETUP_LOGROTATE
-              << "' /etc/logrotate.d/korva-xbsa\nNext: xbsactl check --informix --informixdir '"
-              << I_sPlace.strFolder << "'\n";
+              << "  xbsactl setup " << strFolder
+              << " --logrotate >/etc/logrotate.d/korva-xbsa\nNext: xbsactl check --informix "
+              << strFolder << '\n';
     return EXIT_DONE;
 }
 } // namespace
@@ -213,7 +156,12 @@ int Hook(const SETTINGS &I_sSettings, const PLACE &I_sPlace, JOURNAL I_sJournal)
 int setup_Run(const SETTINGS &I_sSettings)
 {
     umask(022); // new files are for the database's accounts to read
-    const PLACE sPlace = FindPlace(I_sSettings);
+    if (I_sSettings.bLogrotate)
+    {
+        std::cout << place_Rotation(I_sSettings);
+        return EXIT_DONE;
+    }
+    const PLACE sPlace = place_Enter(I_sSettings);
     const JOURNAL sJournal = setupjournal_Read(sPlace);
     return I_sSettings.bUndo ? Undo(I_sSettings, sPlace, sJournal)
                              : Hook(I_sSettings, sPlace, sJournal);

@@ -1,7 +1,5 @@
 #include "setup_change.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "errors.h"
@@ -36,9 +34,9 @@ std::string FreeCopyName(const PLACE &I_sPlace, const std::string &I_strFile)
     {
         std::string strCopy = I_strFile + SETUP_COPY;
         if (iNumber > 1) strCopy.append(".").append(std::to_string(iNumber));
-        if (!setupfiles_Exists(setupfiles_Path(I_sPlace, strCopy))) return strCopy;
+        if (!setupfiles_Exists(I_sPlace, strCopy)) return strCopy;
     }
-    throw FAILURE(setupfiles_Path(I_sPlace, I_strFile) + ": too many old copies beside it");
+    throw FAILURE(place_Path(I_sPlace, I_strFile) + ": too many old copies beside it");
 }
 
 // Updates the journal for a change. Returns whether a copy is to be made.
@@ -51,8 +49,7 @@ bool Note(const PLACE &I_sPlace, JOURNAL &I_sJournal, const CHANGE &I_sChange)
         if (sRecord.strFile != I_sChange.strFile) continue;
         const bool bFresh = strBefore == sRecord.strBefore; // a run was killed, or put back by hand
         sRecord.strAfter = bFresh || strBefore == sRecord.strAfter ? strAfter : EDITED;
-        return bFresh && I_sChange.strBefore &&
-               !setupfiles_Exists(setupfiles_Path(I_sPlace, sRecord.strCopy));
+        return bFresh && I_sChange.strBefore && !setupfiles_Exists(I_sPlace, sRecord.strCopy);
     }
     std::string strCopy =
         I_sChange.strBefore ? FreeCopyName(I_sPlace, I_sChange.strFile) : std::string();
@@ -69,10 +66,7 @@ struct STEP
 void Do(const PLACE &I_sPlace, const STEP &I_sStep)
 {
     const CHANGE &sChange = I_sStep.sChange;
-    const std::string strPath = setupfiles_Path(I_sPlace, sChange.strFile);
-    if (!I_sStep.strCopy.empty() &&
-        link(strPath.c_str(), setupfiles_Path(I_sPlace, I_sStep.strCopy).c_str()) != 0)
-        throw SystemFailure("keeping a copy of " + strPath);
+    if (!I_sStep.strCopy.empty()) setupfiles_Copy(I_sPlace, sChange.strFile, I_sStep.strCopy);
     if (sChange.bLink) setupfiles_WriteLink(I_sPlace, sChange.strFile, sChange.strAfter);
     else setupfiles_WriteFile(I_sPlace, sChange.strFile, sChange.strAfter);
 }
@@ -82,10 +76,10 @@ void TakeBack(const PLACE &I_sPlace, const STEP &I_sStep)
     const CHANGE &sChange = I_sStep.sChange;
     if (!I_sStep.strCopy.empty())
     {
-        if (setupfiles_Exists(setupfiles_Path(I_sPlace, I_sStep.strCopy)))
+        if (setupfiles_Exists(I_sPlace, I_sStep.strCopy))
             setupfiles_MoveBack(I_sPlace, I_sStep.strCopy, sChange.strFile);
     }
-    else if (!sChange.strBefore) setupfiles_Remove(setupfiles_Path(I_sPlace, sChange.strFile));
+    else if (!sChange.strBefore) setupfiles_Remove(I_sPlace, sChange.strFile);
     else if (sChange.bLink) setupfiles_WriteLink(I_sPlace, sChange.strFile, *sChange.strBefore);
     else setupfiles_WriteFile(I_sPlace, sChange.strFile, *sChange.strBefore);
 }
@@ -95,8 +89,9 @@ void CheckUnchanged(const PLACE &I_sPlace, const std::vector<CHANGE> &I_vecChang
 {
     for (const CHANGE &sChange : I_vecChanges)
     {
+        setupfiles_RefuseForeign(I_sPlace, sChange.strFile);
         if (setupfiles_Content(I_sPlace, sChange.strFile, sChange.bLink) != sChange.strBefore)
-            throw FAILURE(setupfiles_Path(I_sPlace, sChange.strFile) +
+            throw FAILURE(place_Path(I_sPlace, sChange.strFile) +
                           " was changed meanwhile: run setup again");
     }
 }
@@ -112,11 +107,10 @@ void TakeAllBack(const PLACE &I_sPlace, const JOURNAL &I_sOld, std::vector<STEP>
 std::optional<std::string> WithoutOurs(const PLACE &I_sPlace, const JOURNAL &I_sJournal,
                                        const RECORD &I_sRecord, const std::string &I_strText)
 {
-    const std::string strPath = setupfiles_Path(I_sPlace, I_sRecord.strFile);
+    const std::string strPath = place_Path(I_sPlace, I_sRecord.strFile);
     const std::string strCopy =
-        I_sRecord.strCopy.empty()
-            ? ""
-            : "; the old file is " + setupfiles_Path(I_sPlace, I_sRecord.strCopy);
+        I_sRecord.strCopy.empty() ? ""
+                                  : "; the old file is " + place_Path(I_sPlace, I_sRecord.strCopy);
     if (I_sRecord.strFile == SETUP_VERSIONS)
         return setuptext_VersionsWithout(I_strText, I_sJournal.strRow);
     if (IsShared(I_sRecord.strFile))
@@ -141,7 +135,7 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
     {
         if (!I_sRecord.strCopy.empty() &&
             Hash(I_sPlace, I_sRecord.strCopy, bLink) != I_sRecord.strBefore)
-            throw FAILURE(setupfiles_Path(I_sPlace, I_sRecord.strCopy) +
+            throw FAILURE(place_Path(I_sPlace, I_sRecord.strCopy) +
                           ": this copy of the old file is gone or was changed");
         sUndo.bPutBack = true;
         return sUndo;
@@ -149,7 +143,7 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
     const std::optional<std::string> strText =
         setupfiles_Content(I_sPlace, I_sRecord.strFile, bLink);
     if (!strText)
-        throw FAILURE(setupfiles_Path(I_sPlace, I_sRecord.strFile) + " was removed since setup");
+        throw FAILURE(place_Path(I_sPlace, I_sRecord.strFile) + " was removed since setup");
     sUndo.strText = WithoutOurs(I_sPlace, I_sJournal, I_sRecord, *strText);
     return sUndo;
 }
@@ -210,11 +204,9 @@ void setupchange_Undo(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vect
         if (sUndo.strText) setupfiles_WriteFile(I_sPlace, sRecord.strFile, *sUndo.strText);
         else if (!sUndo.bPutBack)
         {
-            if (!sRecord.strCopy.empty())
-                setupfiles_Remove(setupfiles_Path(I_sPlace, sRecord.strCopy));
+            if (!sRecord.strCopy.empty()) setupfiles_Remove(I_sPlace, sRecord.strCopy);
         }
-        else if (sRecord.strCopy.empty())
-            setupfiles_Remove(setupfiles_Path(I_sPlace, sRecord.strFile));
+        else if (sRecord.strCopy.empty()) setupfiles_Remove(I_sPlace, sRecord.strFile);
         else setupfiles_MoveBack(I_sPlace, sRecord.strCopy, sRecord.strFile);
         auto &vecRecords = I_sJournal.vecRecords;
         vecRecords.erase(std::remove_if(vecRecords.begin(), vecRecords.end(),

@@ -11,7 +11,7 @@
 #include "setup_journal.h"
 
 constexpr const char *SETUP_VERSIONS = "etc/sm_versions";
-constexpr const char *SETUP_LOGROTATE = "etc/xbsa.logrotate";
+constexpr const char *SETUP_LOGROTATE = "etc/xbsa.logrotate"; // earlier versions made it
 
 struct CHANGE
 {

@@ -1,68 +1,68 @@
 #include "setup_files.h"
 
 #include <openssl/evp.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 
 #include "errors.h"
-#include "files.h"
+#include "textfile.h"
 
 namespace
 {
-std::string ReadFile(const std::string &I_strPath)
+// All files are in etc, but for the link in lib.
+TARGET Target(const PLACE &I_sPlace, const std::string &I_strFile)
 {
-    std::ifstream sFile(I_strPath, std::ios::binary);
-    std::ostringstream sText;
-    if (sFile.is_open() && sFile.peek() != std::ifstream::traits_type::eof())
-        sText << sFile.rdbuf();
-    if (!sFile.is_open() || sFile.bad()) throw SystemFailure("reading " + I_strPath);
-    return sText.str();
+    const bool bLib = I_strFile.compare(0, 4, "lib/") == 0;
+    return {bLib ? I_sPlace.spLib : I_sPlace.spEtc, I_strFile.substr(4),
+            place_Path(I_sPlace, I_strFile)};
 }
 
-std::string ReadTarget(const std::string &I_strPath)
+std::string ReadLink(const TARGET &I_sTarget)
 {
-    std::array<char, PATH_MAX> szTarget{};
-    const ssize_t iLength = readlink(I_strPath.c_str(), szTarget.data(), szTarget.size());
-    if (iLength == -1) throw SystemFailure("reading " + I_strPath);
-    return std::string(szTarget.data(), static_cast<size_t>(iLength));
+    std::array<char, PATH_MAX> szText{};
+    const ssize_t iLength =
+        readlinkat(I_sTarget.Folder(), I_sTarget.strName.c_str(), szText.data(), szText.size());
+    if (iLength == -1) throw SystemFailure("reading " + I_sTarget.strShown);
+    return std::string(szText.data(), static_cast<size_t>(iLength));
+}
+
+void Rename(const TARGET &I_sFrom, const TARGET &I_sTo)
+{
+    if (renameat(I_sFrom.Folder(), I_sFrom.strName.c_str(), I_sTo.Folder(),
+                 I_sTo.strName.c_str()) != 0)
+        throw SystemFailure(I_sTo.strShown);
 }
 } // namespace
 
-std::string setupfiles_Path(const PLACE &I_sPlace, const std::string &I_strFile)
+bool setupfiles_Exists(const PLACE &I_sPlace, const std::string &I_strFile)
 {
-    return I_sPlace.strFolder + "/" + I_strFile;
-}
-
-bool setupfiles_Exists(const std::string &I_strPath)
-{
-    struct stat sStat
-    {
-    };
-    return lstat(I_strPath.c_str(), &sStat) == 0;
+    return Target(I_sPlace, I_strFile).Status().has_value();
 }
 
 std::optional<std::string> setupfiles_Content(const PLACE &I_sPlace, const std::string &I_strFile,
-                                              bool I_bLink)
+                                              bool I_bLink, off_t I_iLargest)
 {
-    const std::string strPath = setupfiles_Path(I_sPlace, I_strFile);
-    struct stat sStat
-    {
-    };
-    if (lstat(strPath.c_str(), &sStat) != 0)
-    {
-        if (errno == ENOENT) return std::nullopt;
-        throw SystemFailure(strPath);
-    }
-    if (I_bLink && S_ISLNK(sStat.st_mode)) return ReadTarget(strPath);
-    if (!S_ISREG(sStat.st_mode)) throw FAILURE(strPath + " is no plain file");
-    return ReadFile(strPath);
+    const TARGET sTarget = Target(I_sPlace, I_strFile);
+    if (sTarget.spFolder == nullptr) return std::nullopt;
+    const std::optional<struct stat> sStatus = sTarget.Status();
+    if (!sStatus) return std::nullopt;
+    if (I_bLink && S_ISLNK(sStatus->st_mode)) return ReadLink(sTarget);
+    return textfile_Read(sTarget, I_iLargest);
+}
+
+void setupfiles_RefuseForeign(const PLACE &I_sPlace, const std::string &I_strFile)
+{
+    const TARGET sTarget = Target(I_sPlace, I_strFile);
+    const std::optional<struct stat> sStatus = sTarget.Status();
+    if (geteuid() != 0 && sStatus && sStatus->st_uid != geteuid())
+        throw FAILURE(sTarget.strShown + " belongs to account " + std::to_string(sStatus->st_uid) +
+                      ", and setup runs as " + std::to_string(geteuid()) + ": " +
+                      (I_strFile == I_sPlace.strOnconfig ? "run setup as its owner, or as root"
+                                                         : "give it the onconfig's owner first") +
+                      "; nothing was changed");
 }
 
 std::string setupfiles_Hash(const std::string &I_strContent)
@@ -85,52 +85,42 @@ std::string setupfiles_Hash(const std::string &I_strContent)
 void setupfiles_WriteFile(const PLACE &I_sPlace, const std::string &I_strFile,
                           const std::string &I_strText)
 {
-    const std::string strPath = setupfiles_Path(I_sPlace, I_strFile);
-    struct stat sOld
-    {
-    };
-    struct stat sNew
-    {
-    };
-    const bool bOld = lstat(strPath.c_str(), &sOld) == 0;
-    COutput sOutput(strPath);
-    sOutput.Write(I_strText.data(), I_strText.size());
-    sOutput.Commit();
-    if (!bOld && lchown(strPath.c_str(), I_sPlace.uOwner, I_sPlace.uGroup) != 0)
-        throw SystemFailure("giving " + strPath + " to the database's account");
-    if (lstat(strPath.c_str(), &sNew) != 0) throw SystemFailure(strPath);
-    if (bOld &&
-        (sNew.st_uid != sOld.st_uid || sNew.st_gid != sOld.st_gid || sNew.st_mode != sOld.st_mode))
-        throw FAILURE(strPath + ": this account cannot keep its owner, group and mode");
+    textfile_Replace(Target(I_sPlace, I_strFile), I_strText, true);
 }
 
 void setupfiles_WriteLink(const PLACE &I_sPlace, const std::string &I_strFile,
                           const std::string &I_strTarget)
 {
-    const std::string strPath = setupfiles_Path(I_sPlace, I_strFile);
-    const std::string strTemporary = strPath + ".xbsactl";
-    unlink(strTemporary.c_str()); // of a run that was killed
-    if (symlink(I_strTarget.c_str(), strTemporary.c_str()) != 0) throw SystemFailure(strPath);
-    const bool bDone = lchown(strTemporary.c_str(), I_sPlace.uOwner, I_sPlace.uGroup) == 0 &&
-                       rename(strTemporary.c_str(), strPath.c_str()) == 0;
-    if (bDone) return;
-    const int iError = errno;
-    unlink(strTemporary.c_str());
-    errno = iError;
-    throw SystemFailure(strPath);
+    const TARGET sTarget = Target(I_sPlace, I_strFile);
+    TARGET sNew = sTarget;
+    sNew.strName += ".xbsactl";
+    unlinkat(sNew.Folder(), sNew.strName.c_str(), 0); // of a run that was killed
+    if (symlinkat(I_strTarget.c_str(), sNew.Folder(), sNew.strName.c_str()) != 0)
+        throw SystemFailure(sTarget.strShown);
+    Rename(sNew, sTarget);
 }
 
-void setupfiles_Remove(const std::string &I_strPath)
+void setupfiles_Remove(const PLACE &I_sPlace, const std::string &I_strFile)
 {
-    if (unlink(I_strPath.c_str()) != 0 && errno != ENOENT) throw SystemFailure(I_strPath);
+    const TARGET sTarget = Target(I_sPlace, I_strFile);
+    if (unlinkat(sTarget.Folder(), sTarget.strName.c_str(), 0) != 0 && errno != ENOENT)
+        throw SystemFailure(sTarget.strShown);
+}
+
+void setupfiles_Copy(const PLACE &I_sPlace, const std::string &I_strFile,
+                     const std::string &I_strCopy)
+{
+    const TARGET sFrom = Target(I_sPlace, I_strFile);
+    const TARGET sCopy = Target(I_sPlace, I_strCopy);
+    if (linkat(sFrom.Folder(), sFrom.strName.c_str(), sCopy.Folder(), sCopy.strName.c_str(), 0) !=
+        0)
+        throw SystemFailure("keeping a copy of " + sFrom.strShown);
 }
 
 // A rename does nothing when both names are the same file still, so the copy's name goes by itself.
 void setupfiles_MoveBack(const PLACE &I_sPlace, const std::string &I_strCopy,
                          const std::string &I_strFile)
 {
-    const std::string strCopy = setupfiles_Path(I_sPlace, I_strCopy);
-    const std::string strPath = setupfiles_Path(I_sPlace, I_strFile);
-    if (rename(strCopy.c_str(), strPath.c_str()) != 0) throw SystemFailure(strPath);
-    setupfiles_Remove(strCopy);
+    Rename(Target(I_sPlace, I_strCopy), Target(I_sPlace, I_strFile));
+    setupfiles_Remove(I_sPlace, I_strCopy);
 }

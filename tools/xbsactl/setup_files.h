@@ -1,37 +1,37 @@
-// Files below a database's folder: read, replaced whole, with owner, group and mode kept.
+// Files below a database's folder: read, replaced whole, with owner, group and mode kept. Nothing
+// outside of the folder is touched. All of these throw FAILURE.
 #ifndef XBSACTL_SETUP_FILES_H
 #define XBSACTL_SETUP_FILES_H
-
-#include <sys/types.h>
 
 #include <optional>
 #include <string>
 
-struct PLACE
-{
-    std::string strFolder;   // the database's folder
-    std::string strOnconfig; // below it
-    uid_t uOwner = 0;        // of the onconfig, for new files
-    gid_t uGroup = 0;
-};
+#include "setup_place.h"
 
-std::string setupfiles_Path(const PLACE &I_sPlace, const std::string &I_strFile);
+constexpr off_t SETUP_LARGEST = 1 << 20; // bytes of an onconfig and the like
 
-bool setupfiles_Exists(const std::string &I_strPath);
+bool setupfiles_Exists(const PLACE &I_sPlace, const std::string &I_strFile);
 
-// Content of a file or target of a link; nothing when it does not exist. Throws FAILURE, also for
-// an onconfig and the like that is a link: what lies behind it is another's.
+// Content of a file or target of a link; nothing when it does not exist. An onconfig and the like
+// that is a link is refused: what it leads to is another's.
 std::optional<std::string> setupfiles_Content(const PLACE &I_sPlace, const std::string &I_strFile,
-                                              bool I_bLink);
+                                              bool I_bLink, off_t I_iLargest = SETUP_LARGEST);
+
+// What another account owns could be neither kept as a copy nor replaced without a new owner.
+void setupfiles_RefuseForeign(const PLACE &I_sPlace, const std::string &I_strFile);
 
 std::string setupfiles_Hash(const std::string &I_strContent);
 
-// A new file gets the owner of the onconfig. All of these throw FAILURE.
 void setupfiles_WriteFile(const PLACE &I_sPlace, const std::string &I_strFile,
                           const std::string &I_strText);
 void setupfiles_WriteLink(const PLACE &I_sPlace, const std::string &I_strFile,
                           const std::string &I_strTarget);
-void setupfiles_Remove(const std::string &I_strPath); // no failure when it is gone already
+void setupfiles_Remove(const PLACE &I_sPlace,
+                       const std::string &I_strFile); // no failure when it is gone already
+
+// The file gets a second name.
+void setupfiles_Copy(const PLACE &I_sPlace, const std::string &I_strFile,
+                     const std::string &I_strCopy);
 
 // The copy takes the file's place.
 void setupfiles_MoveBack(const PLACE &I_sPlace, const std::string &I_strCopy,

@@ -6,6 +6,7 @@
 namespace
 {
 constexpr const char *JOURNAL_FILE = "etc/xbsa-setup.json";
+constexpr off_t JOURNAL_LARGEST = 1 << 16; // bytes: a text made to take long is short then
 
 // The journal may be another account's than the one that runs: it names files of ours only.
 bool IsOurs(const RECORD &I_sRecord)
@@ -32,9 +33,10 @@ const RECORD *JOURNAL::Find(const std::string &I_strFile) const
 
 JOURNAL setupjournal_Read(const PLACE &I_sPlace)
 {
-    const std::optional<std::string> strText = setupfiles_Content(I_sPlace, JOURNAL_FILE, false);
+    const std::optional<std::string> strText =
+        setupfiles_Content(I_sPlace, JOURNAL_FILE, false, JOURNAL_LARGEST);
     if (!strText) return {};
-    const std::string strPath = setupfiles_Path(I_sPlace, JOURNAL_FILE);
+    const std::string strPath = place_Path(I_sPlace, JOURNAL_FILE);
     JOURNAL sJournal;
     try
     {
@@ -54,7 +56,7 @@ void setupjournal_Write(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
 {
     if (I_sJournal.vecRecords.empty())
     {
-        setupfiles_Remove(setupfiles_Path(I_sPlace, JOURNAL_FILE));
+        setupfiles_Remove(I_sPlace, JOURNAL_FILE);
         return;
     }
     setupfiles_WriteFile(I_sPlace, JOURNAL_FILE, json_Journal(I_sJournal) + "\n");

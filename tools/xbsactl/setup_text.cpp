@@ -199,7 +199,8 @@ std::string setuptext_VersionsWithout(const std::string &I_strText, const std::s
 
 std::string setuptext_Logrotate(const std::string &I_strFolder, const std::string &I_strOwner)
 {
-    return "# Made by xbsactl setup. A process keeps the log that it opened until it ends, so the "
+    return "# Made by xbsactl setup --logrotate. A process keeps the log that it opened until it "
+           "ends, so the "
            "log\n"
            "# is renamed and compressed one turn later; copytruncate would lose the lines that "
            "are\n"

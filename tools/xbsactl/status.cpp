@@ -68,11 +68,9 @@ const char *CommandName(COMMAND I_eCommand)
 
 // Prometheus takes UTF-8 and the escapes \\ and \" alone, which is what JSON makes of a text
 // without control characters.
-std::string LabelValue(std::string I_strText)
+std::string LabelValue(const std::string &I_strText)
 {
-    for (char &cChar : I_strText)
-        if (HasControlCharacter({cChar})) cChar = '?';
-    return json_Quoted(I_strText);
+    return json_Quoted(Visible(I_strText));
 }
 
 double Seconds(CLOCK::time_point I_sSince)
@@ -136,7 +134,8 @@ std::string EarlierValue(const std::string &I_strText, const std::string &I_strS
 
 void TakeEarlier(STATUS &I_sStatus)
 {
-    const std::string strText = textfile_Read(I_sStatus.strFile).value_or("");
+    const std::string strText =
+        textfile_Read(target_Find(I_sStatus.strFile), TEXTFILE_LARGEST).value_or("");
     if (!strText.empty() && strText.compare(0, std::string(OWN_MARK).size(), OWN_MARK) != 0)
         throw FAILURE("status file " + files_Quoted(I_sStatus.strFile) +
                       " holds something else already");
@@ -146,7 +145,7 @@ void TakeEarlier(STATUS &I_sStatus)
 
 void Write(const STATUS &I_sStatus)
 {
-    textfile_Replace(I_sStatus.strFile, FileText(I_sStatus));
+    textfile_Replace(target_Find(I_sStatus.strFile), FileText(I_sStatus), false);
 }
 
 // The reader of a pipe may have stopped reading, and the thread has signals to wait for.
@@ -154,7 +153,8 @@ void Tell(const std::string &I_strLine)
 {
     struct pollfd sError = {STDERR_FILENO, POLLOUT, 0};
     if (poll(&sError, 1, 0) != 1 || (sError.revents & POLLOUT) == 0) return;
-    const std::string strLine = (isatty(STDERR_FILENO) == 1 ? "\r\x1b[K" : "") + I_strLine + "\n";
+    const std::string strLine =
+        (isatty(STDERR_FILENO) == 1 ? "\r\x1b[K" : "") + Visible(I_strLine) + "\n";
     if (write(STDERR_FILENO, strLine.data(), strLine.size()) == -1) return; // nobody to tell
 }
 

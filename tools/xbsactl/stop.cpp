@@ -17,7 +17,8 @@ constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit co
 
 // Plain storage: it outlives every destructor, as the thread does.
 std::mutex sMutex;
-char szDoomed[PATH_MAX + 1];
+char szDoomed[NAME_MAX + 1];
+int iDoomedFolder;
 
 sigset_t SignalSet()
 {
@@ -63,7 +64,7 @@ void Wait(sigset_t I_sSet, STOP_HOOKS I_sHooks)
     int iSignal = 0;
     while (iSignal == 0) iSignal = NextSignal(I_sSet, I_sHooks);
     sMutex.lock(); // for good: nothing is created or renamed any more
-    if (szDoomed[0] != '\0') unlink(szDoomed);
+    if (szDoomed[0] != '\0') unlinkat(iDoomedFolder, szDoomed, 0);
     I_sHooks.fpEnd(SIGNAL_CODE + iSignal);
     EndBySignal(iSignal);
 }
@@ -87,8 +88,8 @@ void stop_Never()
     sMutex.lock();
 }
 
-void stop_RemoveFile(const STOP_LOCK & /*I_sLock*/, const std::string &I_strFile)
+void stop_RemoveFile(const STOP_LOCK & /*I_sLock*/, int I_iFolder, const std::string &I_strName)
 {
-    if (I_strFile.size() > PATH_MAX) throw FAILURE("the path of the temporary file is too long");
-    szDoomed[I_strFile.copy(szDoomed, PATH_MAX)] = '\0';
+    iDoomedFolder = I_iFolder;
+    szDoomed[I_strName.copy(szDoomed, NAME_MAX)] = '\0';
 }

@@ -31,7 +31,7 @@ class STOP_LOCK
     std::lock_guard<std::mutex> sGuard;
 };
 
-// The file that must not survive; empty for none.
-void stop_RemoveFile(const STOP_LOCK &I_sLock, const std::string &I_strFile);
+// The file that must not survive, in a folder that is held open; an empty name for none.
+void stop_RemoveFile(const STOP_LOCK &I_sLock, int I_iFolder, const std::string &I_strName);
 
 #endif

@@ -5,13 +5,16 @@
 #include <optional>
 #include <string>
 
-// The whole text; none when there is no such file. What is no regular file, or larger than 64 MiB,
-// is refused. Throws FAILURE.
-std::optional<std::string> textfile_Read(const std::string &I_strFile);
+#include "target.h"
 
-// A reader finds the old text or the new one, never a part: the text goes to a temporary file
-// beside the old one and takes its place, with its owner and mode. A link is followed; what is no
-// regular file is refused. Throws FAILURE.
-void textfile_Replace(const std::string &I_strFile, const std::string &I_strText);
+constexpr off_t TEXTFILE_LARGEST = off_t{64} << 20; // bytes, far above any text of ours
+
+// The whole text; none when there is no such file. What is not a regular file, or larger than the
+// limit, is refused. The path's links are followed, the target's are refused. Throws FAILURE.
+std::optional<std::string> textfile_Read(const std::string &I_strFile, off_t I_iLargest);
+std::optional<std::string> textfile_Read(const TARGET &I_sTarget, off_t I_iLargest);
+
+// A reader finds the old text or the new one, never a part. Throws FAILURE.
+void textfile_Replace(const TARGET &I_sTarget, const std::string &I_strText, bool I_bExact);
 
 #endif

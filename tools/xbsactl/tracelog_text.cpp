@@ -14,31 +14,6 @@ namespace
 {
 constexpr size_t LONGEST_TEXT = 300;
 
-// Length of the valid sequence that begins with this byte; 0 for none. The second byte's limits
-// keep out overlong forms, surrogates and what lies behind U+10FFFF.
-size_t SequenceLength(std::string_view I_svText)
-{
-    const auto ucByte = [&](size_t I_uPlace) {
-        return I_uPlace < I_svText.size() ? static_cast<unsigned char>(I_svText[I_uPlace]) : 0U;
-    };
-    const unsigned uFirst = ucByte(0);
-    if (uFirst < 0x80) return 1;
-    const size_t uLength = uFirst >= 0xF0 ? 4 : uFirst >= 0xE0 ? 3 : 2;
-    unsigned uLow = 0x80;
-    unsigned uHigh = 0xBF;
-    if (uFirst < 0xC2 || uFirst > 0xF4) return 0;
-    if (uFirst == 0xC2) uLow = 0xA0; // the controls U+0080 to U+009F
-    if (uFirst == 0xE0) uLow = 0xA0;
-    if (uFirst == 0xED) uHigh = 0x9F;
-    if (uFirst == 0xF0) uLow = 0x90;
-    if (uFirst == 0xF4) uHigh = 0x8F;
-    if (ucByte(1) < uLow || ucByte(1) > uHigh) return 0;
-    if (uFirst == 0xEF && ucByte(1) == 0xBF && ucByte(2) > 0xBD) return 0; // no characters of XML
-    for (size_t uPlace = 2; uPlace < uLength; uPlace++)
-        if ((ucByte(uPlace) & 0xC0) != 0x80) return 0;
-    return uLength;
-}
-
 std::string ValidText(std::string_view I_svText)
 {
     std::string strValid;

@@ -18,7 +18,7 @@ void Report(const char *cpVerb, const SETTINGS &I_sSettings, const BSA_ObjectDes
 {
     const std::string strCopy =
         I_sSettings.bInformix ? "copy id " + std::to_string(I_sObject.copyId.right) + ", " : "";
-    fprintf(stderr, "xbsactl: %s \"%s\": %s%s\n", cpVerb, I_sSettings.strName.c_str(),
+    fprintf(stderr, "xbsactl: %s \"%s\": %s%s\n", cpVerb, Visible(I_sSettings.strName).c_str(),
             strCopy.c_str(), I_strSummary.c_str());
 }
 

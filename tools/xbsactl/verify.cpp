@@ -76,7 +76,7 @@ bool VerifyEntry(CSession &I_sSession, const SETTINGS &I_sSettings, const MANIFE
     {
         strText = sFailure.what();
     }
-    std::cout << (bGood ? "ok    " : "FAIL  ") << Printable(I_sEntry.strName) << ": " << strText
+    std::cout << (bGood ? "ok    " : "FAIL  ") << Printable(I_sEntry.strName + ": " + strText)
               << std::endl;
     return bGood;
 }
