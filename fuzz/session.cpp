@@ -58,7 +58,7 @@ static void Transfer(long lHandle, BSA_ObjectDescriptor *spObject, bool bRestore
     const int iEnd = BSAEndData(lHandle);
     fuzz_Listen();
     CHECK(iEnd == 0 || iEnd == 3);
-    CHECK(sPrivate.hOwnControl == -1 && sPrivate.hOwnData == -1);
+    CHECK(sPrivate.sControl.hOwn == -1 && sPrivate.sData.hOwn == -1);
     if (iEnd != 0 || bRestore || sGlobal.iQAB != 0) return;
     CHECK(iRet == 0 && sWorld.strStored == sWorld.strData); // it counts when the server says so
     CHECK(sWorld.strReplies.find("226", uPlace) != std::string::npos);

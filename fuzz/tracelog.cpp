@@ -1,8 +1,8 @@
 // The trace reader of xbsactl: what it prints of any log is clean text and a well-formed page.
 #include "fuzz.h"
 
-#include "errors.h"
-#include "tracelog.h"
+#include "base/errors.h"
+#include "trace/trace.h"
 
 // Every tag is closed in its turn, and no text has a control character.
 static void CheckPage(const std::string &I_strPage)

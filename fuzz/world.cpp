@@ -213,8 +213,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *ucpData, size_t uSize)
     fuzz_One(strBytes);
     fuzz_CheckRecord();
     // What the library would do when it is unloaded.
-    xbsa_StoreControl(-1);
-    xbsa_StoreData(-1);
+    xbsa_CutTransfer();
     qab_ClearResults();
     i_ReleaseTrace();
     Keep(&hServerControl, -1);
@@ -223,7 +222,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *ucpData, size_t uSize)
     // A task of the utility leaves all signals blocked but in strict mode: hosts know it so.
     sigset_t sNow = {};
     sigprocmask(SIG_SETMASK, &sMask, &sNow);
-    CHECK((!sWorld.vecCommands.empty() && sPrivate.iStrict == 0) ||
+    CHECK((!sWorld.vecCommands.empty() && !sPrivate.bStrict) ||
           memcmp(&sNow, &sMask, sizeof sNow) == 0);
     return 0;
 }

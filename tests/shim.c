@@ -29,8 +29,8 @@ enum
     C(socket, -1, NEVER) C(bind, -1, NEVER) C(listen, -1, NEVER) C(accept4, -1, NEVER)             \
     C(connect, -1, INTERRUPTED) C(getsockname, -1, NEVER) C(getpeername, -1, NEVER)                \
     C(getsockopt, -1, NEVER) C(setsockopt, -1, NEVER) C(send, -1, NEVER) C(recv, -1, NEVER)        \
-    C(poll, -1, NEVER) C(open, -1, NEVER) C(syscall, -1, NEVER) C(write, -1, NEVER)                \
-    C(close, -1, ALWAYS) C(fcntl, -1, NEVER) C(fdopen, 0, NEVER) C(fgets, 0, NEVER)                \
+    C(poll, -1, NEVER) C(open, -1, NEVER) C(write, -1, NEVER) C(close, -1, ALWAYS)                 \
+    C(fcntl, -1, NEVER) C(fdopen, 0, NEVER) C(fgets, 0, NEVER)                                     \
     C(fread, 0, NEVER) C(fclose, -1, ALWAYS) C(popen, 0, NEVER) C(pclose, -1, ALWAYS)              \
     C(getpwuid, 0, NEVER) C(gethostbyname, 0, NEVER) C(gethostbyaddr, 0, NEVER)
 /* clang-format on */

@@ -31,7 +31,7 @@ CALLS = {
     "end": lambda x, h: x.BSAEndData(h),
     "block": lambda x, h: x.send(b"hello"),
     "fault": lambda x, h: x.BSASendData(h, c.byref(Block(100, 0, unreadable_page()))),
-    "take": lambda x, h: x.take(5)[0],
+    "take": lambda x, h: x.take(9)[0],
     "query": lambda x, h: x.BSAQueryObject(h, c.byref(Query()), c.byref(Descriptor())),
     "query-null": lambda x, h: x.BSAQueryObject(h, None, c.byref(Descriptor())),
     "query-noobject": lambda x, h: x.BSAQueryObject(h, c.byref(Query()), None),

@@ -9,7 +9,8 @@ import unittest
 
 import inifile
 from server import Server
-from xbsa import (STRICT, Block, Descriptor, Name, Query, descriptor, make_folder, read_text, run,
+from test_calls import call
+from xbsa import (STRICT, Descriptor, Name, Query, descriptor, make_folder, read_text, run,
                   write_plain)
 
 os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
@@ -198,13 +199,13 @@ class Commands(unittest.TestCase):
                     for task in range(1, 6)], name="b;>c $(>c)'")
 
     def test_too_long(self):
-        """A line that does not fit is not run, and an unopened job is not closed later."""
+        """A line that does not fit is not run."""
         utility, values = Utility(self), FIELDS | {"space": ";" * 1024}
         long_names = {"szJobName": "j" * 255, "szSavesetID": "'" * 255}
         rows = [(1, values), (2, values), (3, values | long_names), (5, values)]
         for (task, _), (value, trace) in zip(rows, run(in_turn, run_task, rows).value):
             with self.subTest(task):
-                self.assertEqual((value[0], value[2]), ((-1, 3, set()), int(task > 2)))
+                self.assertEqual((value[0], value[2]), ((-1, 3, set()), 1))
                 self.assertTrue(traced(trace, "com_intf: Command line too long, not run: ["))
         self.assertEqual([line[:7] for line in utility.arguments()], ["-b open", "-r open"])
 
@@ -249,6 +250,13 @@ class Runs(unittest.TestCase):
                 self.assertEqual(bool(traced(got, "com_intf: Answer received")), answers_it)
                 self.assertEqual("com_intf: COM answer not received." in got.trace, not answers_it)
                 self.assertEqual((got.mask, got.stderr), (NO_MASK, ""))
+
+    def test_no_input(self):
+        """None is read by these; the others do not run without."""
+        utility = Utility(self)
+        got = run(lambda x: [x.com_intf(task, None) for task in (0, 6, 7, 1, 2, 3, 4, 5)])
+        self.assertEqual((got.value[:3], 0 in got.value), ([1, 1, 1], False))
+        self.assertEqual(set(utility.arguments()) - {""}, set())
 
     def test_sizes(self):
         """An answer is taken up to 32768 bytes; what stands in the last of them counts."""
@@ -384,14 +392,16 @@ class Answers(unittest.TestCase):
                 self.assertEqual(got, (int(row[1]), *(row[2:] or got[1:])))
 
     def test_no_password(self):
-        """At no level, in no line and no dump, to no destination, wherever the line stands."""
+        """At no level, in no line and no dump, to no destination, wherever the text is; what comes
+        before it is shown."""
         def ask(x, level):
             x.BSASetTrace(x.sink, b"./xbsa.log", level)
-            return x.com_intf(6, c.byref(x.state.sCOM))
+            return x.com_intf(6, c.byref(x.state.sCOM)), x.last_error()
         secret = "gehe:im"
-        for answer in (f"reply=OK\ntape_server=127.0.0.1:1:user:{secret}\n",
-                       f" TAPE_SERVER = a:b:c:{secret}\nreply=OK\n",
-                       f"reply=OK\ntape_server=:::{secret}:x\rjobname=j\n"):
+        for answer, shown in ((f"reply=OK\ntape_server=127.0.0.1:1:user:{secret}\n", "127.0.0.1:1:user:"),
+                              (f" TAPE_SERVER = a:b:c:{secret}\nreply=OK\n", "SERVER = a:b:c:"),
+                              (f"message=no tape_server=h:1:u:{secret}\nreply=ERROR\n", "r=h:1:u:"),
+                              (f"reply=OK\ntape_server=:::{secret}:x\rjobname=j\n", "server=:::")):
             Utility(self, {"bare": answer.encode()})
             for level in (65, 66, 67):
                 with self.subTest(answer, level=level):
@@ -399,9 +409,12 @@ class Answers(unittest.TestCase):
                     dumped = [re.search(r"Dumping memory: \[((?:[0-9A-F]{2} )+) *(.*)\]", line)
                               for line in got.log + got.trace]
                     raw = bytes.fromhex("".join(row[1] for row in dumped if row))
+                    text = "\n".join(got.log + got.trace + [got.value[1]])
                     self.assertNotIn(b"gehe", raw)
-                    self.assertFalse(re.search("gehe|im:x", "\n".join(got.log + got.trace)))
-                    self.assertEqual(b"****" in raw, level > 65)
+                    self.assertFalse(re.search("gehe|im:x", text))
+                    self.assertEqual(shown.encode() + b"****" in raw, level > 65)
+                    self.assertEqual(re.findall(r"Parsing line: \[.*" + re.escape(shown) + r"(.*)\]",
+                                                text), ["********"] * (level > 65))
 
 
 # Functions of numbers, and their texts of -1 and up; None where there is none.
@@ -417,43 +430,55 @@ DUMP = ("0 user=u:pass=******** app obj /data 1 2 3 4 5 6 7 8 9 3 11 12 0 0 - - 
         + "R" * 31 + " " + "D" * 100 + " -")
 
 
-def query(x, actions, utility=None):
-    """Plays begin, end, query and next, or has the utility answer something else from now on."""
+def query(x, actions, utility):
+    """
+    Plays begin, end, query and next; or has the utility answer something else from now on, or not
+    run; or, as a host may, writes results of its own or another index into the record.
+    """
     start(x)
-    found, texts = [], {"match": b"reply=OK\nsavesetname=4711@R1\n", "none": b"reply=OK\n",
-                        "no": b"message=no\nreply=ERROR\n", "silent": b"", "empty":
-                        b"reply=OK\nsavesetname= \n"}
-    asked, copy = Query(name=Name(b"sp%", b"/q"), copyType=3, objectType=1, objectStatus=2), None
+    found, own, texts = [], (Descriptor * 128)(), {
+        "match": b"reply=OK\nsavesetname=4711@R1\n", "none": b"reply=OK\n", "silent": b"",
+        "no": b"message=no\nreply=ERROR\n", "empty": b"reply=OK\nsavesetname= \n"}
+    asked = Query(name=Name(b"sp%", b"/q"), copyType=3, objectType=1, objectStatus=2)
     for action in actions.split():
         copy = descriptor(b"untouched", copy_type=2)
         if action in texts:
             utility.answer("-q", texts[action])
-        elif action == "begin":
-            x.BSABeginTxn(x.handle)
-        elif action == "end":
-            x.BSAEndTxn(x.handle, 1)
+        elif action == "lose":
+            os.unlink(INI)
+        elif action == "dead":
+            os.chmod(utility.path, 0)
+        elif action in ("begin", "end"):
+            _ = x.BSABeginTxn(x.handle) if action == "begin" else x.BSAEndTxn(x.handle, 1)
+        elif action.startswith("index="):
+            x.state.iQueryIndex = int(action[6:])
         elif action in ("three", "full"):
             for number in range(1, 3 if action == "three" else 128):
-                entry = x.x_Malloc(c.sizeof(Descriptor))
-                c.memset(entry, 0, c.sizeof(Descriptor))
-                Descriptor.from_address(entry).copyId.right = number
-                x.state.spQueryResult[number] = entry
+                own[number].copyId.right = number
+                x.state.spQueryResult[number] = c.addressof(own[number])
         else:
             call = x.BSAQueryObject if action == "query" else x.BSAGetNextQueryObject
             code = call(*[x.handle] + [c.byref(asked)] * (action == "query") + [c.byref(copy)])
             row = code, copy.copyId.right, copy.name.space, copy.copyType
             found.append(code if copy.name.space == b"untouched" else row)
-    return found
+    return found, x.last_error() != ""
 
 
-MATCH = (0, 4711, b"sp%", 3)
+MATCH, ONE = (0, 4711, b"sp%", 3), (0, 1, b"", 0)
+# Actions; strict mode; results, of which a 3 leaves a last message.
 QUERIES = [
-    ("match begin query next", [MATCH, 18]), ("next", [5]), ("match begin query query", [MATCH, 5]),
-    ("match begin query three next next next", [MATCH, (0, 1, b"", 0), (0, 2, b"", 0), 18]),
-    *((f"match begin query end {answer} begin query next", [MATCH, code, 18])
-      for answer, code in (("none", 17), ("silent", 17), ("empty", 17), ("no", 3))),
-    ("match begin query three end begin query next", [MATCH, MATCH, 18]),
-    ("match begin query full" + " next" * 127, [MATCH] + [(0, number, b"", 0)
+    ("match begin query next", "01", [MATCH, 18]), ("next", "01", [5]),
+    ("match begin query query", "01", [MATCH, 5]),
+    ("match begin query three next next next", "0", [MATCH, ONE, (0, 2, b"", 0), 18]),
+    *((f"match begin query end {answer} begin query next", strict, [MATCH, code, 18])
+      for answer, codes in (("none", (17, 17)), ("empty", (17, 17)), ("no", (3, 3)),
+                            ("silent", (17, 3)), ("dead", (17, 3)), ("lose", (17, 3)))
+      for strict, code in zip("01", codes)),
+    ("match begin query three end begin query next", "01", [MATCH, MATCH, 18]),
+    ("match begin query three index=0 next end begin query next", "01", [MATCH, 18, MATCH, 18]),
+    ("match begin query three index=2 end no begin query three index=0 next", "01", [MATCH, 3, 18]),
+    *((f"match begin query full index={index} next", "01", [MATCH, 18]) for index in (-1, 127, 1 << 30)),
+    ("match begin query full" + " next" * 127, "0", [MATCH] + [(0, number, b"", 0)
      for number in range(1, 127)] + [18]),
 ]
 
@@ -461,13 +486,14 @@ QUERIES = [
 class Queries(unittest.TestCase):
     def test_queries(self):
         """What is found once is never handed out again, a failed query leaves nothing."""
-        for actions, want in QUERIES:
-            with self.subTest(actions):
-                utility = Utility(self)
-                got = run(query, actions, utility)
-                self.assertEqual((got.value, got.mask), (want, NO_MASK))
-                self.assertEqual(set(utility.arguments()) - {
-                    "-q -C srv -I informix -j job -s NULL -- sp%@/q"}, set())
+        for actions, modes, want in QUERIES:
+            for strict in modes:
+                with self.subTest(actions, strict=strict):
+                    utility = Utility(self)
+                    got = run(query, actions, utility, env={"KORVA_STRICT": strict})
+                    self.assertEqual((*got.value, got.mask), (want, 3 in want, NO_MASK))
+                    self.assertEqual(set(utility.arguments()) - {
+                        "-q -C srv -I informix -j job -s NULL -- sp%@/q"}, set())
 
     def test_texts(self):
         def convert(x):
@@ -501,36 +527,31 @@ def answers(port, **changes):
             "openjob": ("reply=OK\n" + "".join(lines)).encode("latin-1")}
 
 
-def session(x, actions, utility=None):
-    """Plays store, restore, create, misread, refuse and lose (the INI file); a "closejob" gets no
-    answer from now on."""
+def session(x, actions, utility):
+    """
+    Plays store, restore and single calls, changes what the utility answers or whether it can be
+    found, and reads the names of the job; what all of it told.
+    """
     start(x)
-    found = []
+    told, refusal = [], b"message=no\nreply=ERROR\n"
+    changes = {"refuse": ("open", refusal), "deny": ("closejob", refusal),
+               "half": ("open", b"reply=OK\nsessionID=S2\ntape=LBL\n"),
+               "nameless": ("openjob", b"reply=OK\nsegment=5\n")}
     for action in actions.split():
-        if action in ("store", "restore"):
-            found.append(getattr(x, action)(copy_id=4711))
-        elif action == "misread":
-            room = c.create_string_buffer(9)
-            block = Block(9, 0, c.addressof(room))
-            x.BSABeginTxn(x.handle)
-            found.append([x.BSAGetObject(x.handle, c.byref(descriptor(copy_id=4711)), None),
-                          x.BSAGetData(x.handle.value + 1, None),
-                          x.BSAGetData(x.handle, c.byref(block)), x.BSAEndData(x.handle),
-                          x.BSAEndTxn(x.handle, 1)])
-        elif action == "lose":
-            os.unlink(INI)
-        elif action == "refuse":
-            utility.answer("open", b"message=no\nreply=ERROR\n")
-        elif action == "half":
-            utility.answer("open", b"reply=OK\nsessionID=S2\ntape=LBL\n")
-        elif action == "closejob":
-            utility.answer(action, b"")
+        if action.startswith("mute-") or action in changes:
+            utility.answer(*changes.get(action, (action[5:], b"")))
+        elif action in ("lose", "find"):
+            os.rename(*[INI, INI + ".lost"][::1 if action == "lose" else -1])
+        elif action == "store":
+            told.append(" " + "".join(map(str, x.store())) + " ")
+        elif action == "restore":
+            codes, data = x.restore(copy_id=4711)
+            told.append(" " + "".join(map(str, codes)) + data.decode() + " ")
+        elif action == "names":
+            told.append(" " + "/".join(str(field(x, name)) for name in STALE))
         else:
-            x.BSABeginTxn(x.handle)
-            codes = x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndData(x.handle)
-            found += [list(codes), x.BSAEndTxn(x.handle, 1)]
-            found.append([field(x, name) for name in STALE])
-    return found
+            told.append(str(call(x, action)))
+    return "".join(told).replace("  ", " ").strip()
 
 
 def shortened(calls):
@@ -540,38 +561,76 @@ def shortened(calls):
         options = dict(zip(words, words[1:]))
         text = " ".join([words[1], options.get("-s", ""), options.get("-i", "")])
         rows.append(re.sub(r"\b\d{10}\b", "TIME", " ".join(text.split())))
-    return "|".join(rows)
+    return ", ".join(rows)
 
 
-GOOD = "open|openjob:S1 TIME|closejob:S1 ABC@R1 {0}|close:S1 {0}"
-READ = "open|openjob:S1 4711|closejob:S1 ABC@R1 {0}|close:S1 {0}"
+OPENED, ENDED = "open, openjob:S1 TIME, ", "closejob:S1 ABC@R1 {0}, close:S1 {0}"
+GOOD, READ = OPENED + ENDED, "open, openjob:S1 4711, " + ENDED
 STOR, RETR = "STOR ABC:QAB:none:17:LBL:64", "RETR ABC:0:0:17:5:none"
 STALE = ["szName", "szSessionID", "szRestoreID", "iOpenJobStarted"]
-# Name; the server's oddity; changes of the job's answer; strict; actions; codes; runs; transfers.
+AGAIN = "(, close:S1 3)?"  # the session's, whose job was closed once
+UNNAMED = {"savesetname": None, "drive": "/d"}
+# The server's oddity; changes of the job's answer; strict mode; actions; what they told; runs of the
+# utility; transfers. Both are patterns, where {0} is the status and .* is not looked at.
 SESSIONS = [
-    ("store", {}, {}, 0, "store", [[0, 0, 0]], GOOD.format(0), STOR),
-    ("restore", {}, {}, 0, "restore", [([0, 0, 0], b"hello")], READ.format(0), RETR),
-    ("no saveset, store", {}, {"savesetname": None}, 0, "store", [[0, 0, 0]],
-     GOOD.format(0).replace("ABC@R1", "TIME"), STOR.replace("ABC", "TIME")),
-    ("no saveset, restore", {}, {"savesetname": None, "drive": "/d"}, 0, "restore",
-     [([0, 0, 0], b"")], READ.format(0).replace("ABC@R1", "4711"), "RETR 4711"),
-    ("nothing came", {"DATA": ["reset_data"]}, {}, 1, "restore", [([0, 3, 3], b"")],
-     READ.format(3), RETR),
-    ("nothing came, but for the reader", {"DATA": ["reset_data"]}, {}, 0, "restore",
-     [([0, 3, 0], b"")], READ.format(0), RETR),
-    ("a part came", {"DATA": ["begin", "reset_data"]}, {}, 1, "restore", [([0, 3, 3], b"hello")],
-     READ.format(2), RETR),
-    ("a part came, after worse", {"DATA": ["begin", "reset_data"]}, {}, 1, "misread",
-     [[0, 6, 3, 3, 0]], READ.format(3), RETR),
-    ("close not answered", {}, {}, 1, "closejob store restore", [[0, 0, 3], ([0, 0, 3], b"hello")],
-     f"{GOOD.format(0)[:-11]}|{READ.format(0)[:-11]}", f"{STOR}|{RETR}"),
-    ("session refused, restore", {}, {}, 0, "refuse restore", [([3], b"")], "open", ""),
-    ("session refused after a good one", {}, {}, 1, "store refuse create", [[0, 0, 0], [3, 3], 0,
-     ["", "", "", 0]], GOOD.format(0) + "|open|close: 3", STOR),
-    ("session refused, with an id", {}, {}, 0, "store half create", [[0, 0, 0], [3, 0], 0,
-     ["", "S2", "", 0]], GOOD.format(0) + "|open|close:S2 3", STOR),
-    ("no INI file after a good one", {}, {}, 0, "store lose store", [[0, 0, 0], [0, 0, 3]],
-     GOOD.format(0), f"{STOR}|{STOR.replace('ABC', '')}"),
+    ({}, {}, "0", "store names", "000 ABC/S1/R1/1", GOOD.format(0), STOR),
+    ({}, {}, "1", "store restore", "000 000hello", GOOD.format(0) + ", " + READ.format(0),
+     f"{STOR}, {RETR}"),
+    ({}, {}, "0", "restore", "000hello", READ.format(0), RETR),
+    ({}, {"savesetname": None}, "01", "store", "000", GOOD.format(0).replace("ABC@R1", "TIME"),
+     STOR.replace("ABC", "TIME")),
+    *(({}, UNNAMED, strict, "restore", "000", READ.format(0).replace("ABC@R1", name), "RETR 4711")
+      for strict, name in (("0", "-I"), ("1", "4711"))),
+    *(({}, {"drive": "/d"}, strict, "store nameless restore", "000 000",
+       f"{GOOD.format(0)}, {READ.format(0).replace('ABC@R1', name)}", "STOR ABC, RETR 4711")
+      for strict, name in (("0", "ABC"), ("1", "4711"))),
+    # the data phase failed, the close did not
+    *(({"END": ["426 cut"]}, {}, strict, "store", f"00{code}", GOOD.format(3), STOR)
+      for strict, code in (("0", 0), ("1", 3))),
+    *(({}, {}, strict, "begin create block fault end commit", f"0003{code}0", GOOD.format(3), STOR)
+      for strict, code in (("0", 0), ("1", 3))),
+    *(({}, {}, strict, f"begin create block {call} end commit", f"000{error}{code}0",
+       GOOD.format(code), STOR) for call, error in (("send-null", 22), ("send!", 6))
+      for strict, code in (("0", 0), ("1", 3))),
+    *(({"DATA": [*part, "reset_data"]}, {}, strict, "restore", f"03{code}{data}",
+       READ.format(status), RETR) for part, data, strict, code, status in (
+           ([], "", "0", 0, 0), ([], "", "1", 3, 3), (["begin"], "hello", "0", 0, 0),
+           (["begin"], "hello", "1", 3, 2))),
+    ({"DATA": ["begin", "reset_data"]}, {}, "1", "begin get read! take end commit", "006330",
+     READ.format(3).replace("4711", "0"), RETR),
+    # the close got no answer, or a refusal
+    *(({}, {}, strict, "mute-closejob store restore", f"00{code} 00{code}hello",
+       f"{GOOD.format(0)[:-12]}, {READ.format(0)[:-12]}", f"{STOR}, {RETR}")
+      for strict, code in (("0", 0), ("1", 3))),
+    ({}, {}, "01", "deny store", "003", GOOD.format(0)[:-12], STOR),
+    # no session, or no job
+    ({}, {}, "01", "refuse restore", "3", "open", ""),
+    *(({}, {}, strict, "store refuse begin create end commit names", f"000 03{code}0 /{name}//0",
+       f"{GOOD.format(0)}, open, close:{name} 3", STOR)
+      for strict, code, name in (("0", 0, "S1"), ("1", 3, ""))),
+    *(({}, {}, strict, "store half begin create end commit names", f"000 03{code}0 /{name}//0",
+       f"{GOOD.format(0)}, open, close:{name} 3", STOR)
+      for strict, code, name in (("0", 0, "S2"), ("1", 3, ""))),
+    ({}, {}, "0", "store mute-open store", "000 000", GOOD.format(0) + ", open, close:S1 0",
+     f"{STOR}, {STOR.replace('ABC', '')}"),
+    ({}, {}, "1", "store mute-open begin create end commit", "000 0330",
+     GOOD.format(0) + ", open, close: 3", STOR),
+    ({}, {}, "0", "store mute-openjob store", "000 000",
+     f"{GOOD.format(0)}, {GOOD.format(0).replace('ABC@R1', 'TIME')}", f"{STOR}, .*"),
+    ({}, {}, "1", "store mute-openjob store", "000 (3|003)", GOOD.format(0) + ", open.*", f"{STOR}.*"),
+    ({}, {}, "01", "store lose store", "000 003", GOOD.format(0), f"{STOR}, {STOR.replace('ABC', '')}"),
+    *(({}, {}, strict, "store lose begin create block find end commit", f"000 000{code}0",
+       GOOD.format(0) + ", close:S1 [03]", f"{STOR}, .*") for strict, code in (("0", 0), ("1", 3))),
+    # a job that is closed twice, or once in strict mode
+    *(({"CWD": ["550 no"]}, {}, strict, "begin create end commit", f"03{code}0", GOOD.format(3) + more,
+       "") for strict, code, more in (("0", 0, ", " + ENDED.format(3)), ("1", 3, AGAIN))),
+    *(({}, {}, strict, "begin create block end end commit", f"0000{code}0", GOOD.format(0) + more,
+       STOR) for strict, code, more in (("0", 0, ", " + ENDED.format(3)), ("1", 3, AGAIN))),
+    # a refused call forgets the job, a late end does not know it
+    *(({}, {}, "01", f"store begin {call} names", f"000 0{code} ABC/S1/R1/0", GOOD.format(0), STOR)
+      for call, code in (("create!", 6), ("create-noname", 22), ("get!", 6))),
+    ({}, {}, "01", "begin create block create end commit", "000500", OPENED + "close:S1 0", STOR),
+    ({}, {}, "0", "begin create block commit end", "00000", OPENED[:-2], STOR),
 ]
 HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 127.0.0.1 one.korva.test one
@@ -590,26 +649,34 @@ class Sessions(unittest.TestCase):
 
     def test_sessions(self):
         """What the caller, the server and the utility are told, run by run."""
-        for name, script, changes, strict, actions, codes, runs, transfers in SESSIONS:
-            with self.subTest(name):
-                server = Server(script, objects={RETR[5:]: b"hello"})
-                utility = Utility(self, answers(server.port, **changes))
-                got = run(session, actions, utility, server=server,
-                          env={"KORVA_STRICT": str(strict)})
-                calls = utility.calls()
-                self.assertEqual((got.value, shortened([words for words, *_ in calls])),
-                                 (codes, runs))
-                self.assertEqual({left for _, _, left in calls}, {"0 1 2"})
-                sent = "|".join(line for lines in server.heard for line in lines
-                                if line[:4] in ("STOR", "RETR"))
-                self.assertEqual(re.sub(r"\b\d{10}\b", "TIME", sent), transfers)
+        for script, changes, modes, actions, want, runs, transfers in SESSIONS:
+            for strict in modes:
+                with self.subTest(actions, script=script, changes=changes, strict=strict):
+                    server = Server(script, objects={RETR[5:]: b"hello"})
+                    utility = Utility(self, answers(server.port, **changes))
+                    got = run(session, actions, utility, server=server,
+                              env={"KORVA_STRICT": strict})
+                    calls = utility.calls()
+                    self.assertRegex(got.value, f"^{want}$")
+                    self.assertRegex(shortened([words for words, *_ in calls]), f"^{runs}$")
+                    self.assertEqual({left for _, _, left in calls}, {"0 1 2"})
+                    sent = ", ".join(line for lines in server.heard for line in lines
+                                     if line[:4] in ("STOR", "RETR"))
+                    self.assertRegex(re.sub(r"\b\d{10}\b", "TIME", sent), f"^{transfers}$")
 
     def test_no_ini_file(self):
-        """A job that could not be opened is no success, though the server took the object."""
+        """A job that could not be opened is no success, though the server took the object; nor does
+        it hide why the server did not."""
+        def store(x, port):
+            x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % port, owner=b"INFORMIX")
+            return x.store(end=False), x.last_error().strip(), x.BSAEndData(x.handle)
         os.path.exists(INI) and os.unlink(INI)
-        got = run(session, "create", server=Server())
-        self.assertEqual(got.value[0], [3, 3])
+        server = Server()
+        got = run(store, server.port, server=server)
+        self.assertEqual(got.value, ([0, 0], "", 3))
         self.assertEqual(traced(got, "BSAEndData: Return CODE: "), ["1 "])
+        self.assertEqual(run(store, server.port).value,
+                         ([3], "Connection refused connect() failed.", 3))
 
     def test_identity(self):
         """The account and the official name of the address on the way to the server."""
@@ -628,8 +695,8 @@ class Sessions(unittest.TestCase):
 
         def log_in(action):
             server = Server()
-            Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
-            return run(session, action, server=server, env=STRICT).value[0], server.heard[0]
+            utility = Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
+            return run(session, action, utility, server=server, env=STRICT).value, server.heard[0]
         one, two = f"{account}@one.korva.test", f"{account}@official.korva.test"
         failed = "make_KORVA_authentication: gethostbyaddr() function failed with error code: "
         self.put_in_etc("hosts", HOSTS)
@@ -645,7 +712,7 @@ class Sessions(unittest.TestCase):
                 self.assertEqual(got.value, (*want, want[0] == 0 and room > len(one)))
                 self.assertEqual(len(traced(got, failed)), address == "127.0.0.4")
         codes, heard = log_in("store")
-        self.assertEqual((codes, heard[:2]), ([0, 0, 0], ["USER sms", "PASS " + one]))
+        self.assertEqual((codes, heard[:2]), ("000", ["USER sms", "PASS " + one]))
         self.put_in_etc("passwd", "other:x:4242:4242::/:/bin/sh\n")
         self.assertEqual(run(make, "127.0.0.1", 3, 99).value[:3], (-1, "sms", ""))
-        self.assertEqual(log_in("create"), ([3, 3], ["QUIT"]))
+        self.assertEqual(log_in("begin create end"), ("033", ["QUIT"]))

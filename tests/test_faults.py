@@ -9,9 +9,9 @@ import shutil
 import unittest
 
 from ftpd import Daemon
-from test_com import setUpModule as private_etc
+from test_com import Utility, setUpModule as private_etc
 from test_sandbox import Sandbox
-from xbsa import pattern, run
+from xbsa import Descriptor, Query, pattern, run
 
 FULL = os.environ.get("XBSA_FAULTS") == "all"
 DATA = pattern(70000)
@@ -22,7 +22,7 @@ PLAIN = """malloc:ENOMEM socket:EMFILE,ENOMEM bind:ENOMEM listen:ENOMEM getsockn
     accept4:EMFILE,ENOMEM,EINTR,EAGAIN,ECONNRESET connect:EINTR,EAGAIN,ENOMEM,ECONNRESET
     setsockopt:ENOMEM open:EMFILE,ENOMEM,EINTR,ENOSPC
     send:ECONNRESET,EPIPE,EINTR,EAGAIN,ENOMEM,SHORT recv:ECONNRESET,EINTR,EAGAIN,ENOMEM,SHORT
-    syscall:ENOMEM write:ENOSPC,EPIPE,EINTR,EAGAIN,SHORT close:EINTR,ENOSPC
+    write:ENOSPC,EPIPE,EINTR,EAGAIN,SHORT close:EINTR,ENOSPC
     gethostbyname:EAGAIN,ENOMEM"""
 INFORMIX = PLAIN + """ fdopen:ENOMEM fgets:EINTR,ENOMEM fread:EINTR,ENOMEM,SHORT fclose:EINTR
     popen:EMFILE,EAGAIN,ENOMEM pclose:EINTR getpwuid:EINTR,EMFILE,ENOMEM
@@ -144,6 +144,23 @@ class Informix(Road, unittest.TestCase):
     brief = {"restore": "malloc:ENOMEM popen:EMFILE poll:ENOMEM"}
     brief["store"] = brief["restore"] + """ fread:SHORT,EINTR fdopen:ENOMEM fgets:EINTR
         gethostbyaddr:EAGAIN getpwuid:EMFILE"""
+
+    def test_refused_query(self):
+        """What a query that failed has allocated is given back by the next one."""
+        def ask(x):
+            self.begin(x)
+            assert c.CDLL(None).shim_arm(b"malloc", 0, 0, 0)
+            held = []
+            for _ in range(4):
+                x.BSABeginTxn(x.handle)
+                x.BSAQueryObject(x.handle, c.byref(Query()), c.byref(Descriptor()))
+                held.append(c.CDLL(None).shim_blocks())
+                x.BSAEndTxn(x.handle, 1)
+            return held
+        for answer in b"reply=OK\nsavesetname=1\n", b"message=no\nreply=ERROR\n", b"":
+            Utility(self, {"-q": answer})
+            held = run(ask).value
+            self.assertEqual(held[1:], held[:3])
 
     def setUp(self):
         private_etc()

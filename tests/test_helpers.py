@@ -6,53 +6,40 @@ import unittest
 
 from xbsa import run
 
-# Function, arguments, result.
-CALLS = [
-    ("x_IsEmptyString", (None,), 1), ("x_IsEmptyString", (b"",), 1),
-    ("x_IsEmptyString", (b"   ",), 1), ("x_IsEmptyString", (b"\t",), 0),
-    ("x_MatchKeyword", (b"STO", b"STORE", 3, None, 0), 1),
-    ("x_MatchKeyword", (b"STO", b"STORE", 4, None, 0), 0),
-    ("x_MatchKeyword", (b"stor", b"STORE", 0, None, 0), 0),
-    ("x_MatchKeyword", (b"STOREX", b"STORE", 0, None, 0), 0),
-    ("x_MatchKeyword", (b"STORE=1", b"STORE", 0, b"=", 0), 1),
-    ("x_MatchKeyword", (b"store", b"STORE", 0, None, 1), 0),
-    ("x_MatchKeyword", (b"store", b"STORE", 99, None, 0), 1),
-    ("x_MatchKeyword", (b"stx", b"STORE", 2, b"x", 0), 0),
-    ("x_MatchKeyword", (b"stx", b"STORE", 2, b"X", 0), 1),
-    ("x_MatchKeyword", (b" ", b"STORE", 1, None, 0), 0),
-    ("x_MatchKeyword", (None, b"STORE", 1, None, 0), 0), ("x_MatchKeyword", (b"a", b" ", 1, None, 0), 0),
-    ("x_MatchKeyword", (b"st{", b"STORE", 2, None, 0), 0), ("x_AllTrim", (None,), None),
-    ("strupr", (b"a`Zz{\xe4",), b"A`ZZ{\xe4"),
-    ("x_LTrim", (b"  ab",), b"abab"), ("x_LTrim", (b" ab",), b"abb"), ("x_LTrim", (b"ab",), b"ab"),
-    ("x_RTrim", (b"ab  ",), b"ab"), ("x_RTrim", (b"   ",), b""), ("x_RTrim", (b"",), b""),
-    ("x_AllTrim", (b"ab ",), b"ab"), ("x_AllTrim", (b"",), b""),
-    ("xbsa_typeerr", (0,), b"The function succeeded."),
-    ("xbsa_typeerr", (3,), b"System detected error, operation aborted."),
-    ("xbsa_typeerr", (5,), b"The sequence of API calls is incorrect."),
-    ("xbsa_typeerr", (22,), b"The BSA_QueryDescriptor was invalid."),
-    ("xbsa_typeerr", (32,), b"The function succeeded."),
-    ("xbsa_typeerr", (99,), b"The function succeeded."),
-    ("xbsaDSopt", (-1, 1), 0), ("xbsaDSopt", (-1, 2), 0), ("xbsaCSopt", (-1,), -1),
-    ("SOCKET_close", (-1,), -1), ("BSAGetEnvironment", (0, None, None), 0),
+# Functions, and for each a row of arguments and the result.
+CALLS = {
+    "x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)],
+    "x_MatchKeyword": [
+        (b"STO", b"STORE", 3, None, 0, 1), (b"STO", b"STORE", 4, None, 0, 0),
+        (b"stor", b"STORE", 0, None, 0, 0), (b"STOREX", b"STORE", 0, None, 0, 0),
+        (b"STORE=1", b"STORE", 0, b"=", 0, 1), (b"store", b"STORE", 0, None, 1, 0),
+        (b"store", b"STORE", 99, None, 0, 1), (b"stx", b"STORE", 2, b"x", 0, 0),
+        (b"stx", b"STORE", 2, b"X", 0, 1), (b" ", b"STORE", 1, None, 0, 0),
+        (None, b"STORE", 1, None, 0, 0), (b"a", b" ", 1, None, 0, 0), (b"st{", b"STORE", 2, None, 0, 0)],
+    "strupr": [(b"a`Zz{\xe4", b"A`ZZ{\xe4")],
+    "x_LTrim": [(b"  ab", b"abab"), (b" ab", b"abb"), (b"ab", b"ab")],
+    "x_RTrim": [(b"ab  ", b"ab"), (b"   ", b""), (b"", b"")],
+    "x_AllTrim": [(b"ab ", b"ab"), (b"", b""), (None, None)],
+    "xbsa_typeerr": [(code, text) for codes, text in (
+        ((0, 32, 99), b"The function succeeded."), ((22,), b"The BSA_QueryDescriptor was invalid."),
+        ((3,), b"System detected error, operation aborted."),
+        ((5,), b"The sequence of API calls is incorrect.")) for code in codes],
+    "xbsaDSopt": [(-1, 1, 0), (-1, 2, 0)], "xbsaCSopt": [(-1, -1)], "SOCKET_close": [(-1, -1)],
+    "BSAGetEnvironment": [(0, None, None, 0)], "stpc_send": [(-1, b"PA", 2, 0, -1)],
     # number, kind, description, and what the description's %s stands for
-    ("SysErrorTxt", (0, 0, b"RETR failed. NEGATIVE reply: %s", b"550 x"),
-     b"RETR failed. NEGATIVE reply: 550 x"),
-    ("SysErrorTxt", (errno.ECONNREFUSED, 3, b"connect() failed."),
-     b"Connection refused connect() failed."),
-    ("SysErrorTxt", (errno.ECONNREFUSED, 2, None), b"Connection refused"),
-    ("SysErrorTxt", (10061, 1, None), b"Connection refused."),
-    ("SysErrorTxt", (111, 1, b"tail"), b" tail"), ("SysErrorTxt", (10067, 1, b"tail"), b" tail"),
-    ("SysErrorTxt", (11004, 1, None), b"Valid name, no data record of requested type."),
-    ("SysErrorTxt", (10032, 1, None), b"Broken pipe."), ("SysErrorTxt", (0, 1, b"x"), b"x"),
-    ("SysErrorTxt", (5, 0, b"bare"), b" bare"),
-    ("SysErrorTxt", (0, 0, b"%s", b"y" * 5000), b"y" * 1535),
-    ("syserrtxt", (errno.EPERM, 1, b"x"), b"Operation not permitted. x"),
-    ("syserrtxt", (errno.EPERM, 4, None), b"Operation not permitted."),
-    ("syserrtxt", (10061, 2, b"x"), b""), ("syserrtxt", (1, 5, b"x"), b"Host is unknown. x"),
-    ("syserrtxt", (9, 5, b"x"), b""), ("syserrtxt", (0, 1, b"only"), b"only"),
-    ("syserrtxt", (7, 0, b"only"), b" only"), ("syserrtxt", (7, 9, b"only"), b" only"),
-    ("syserrtxt", (errno.EPERM, 1, b"%s", b"y" * 5000), ...), ("stpc_send", (-1, b"PA", 2, 0), -1),
-]
+    "SysErrorTxt": [
+        (0, 0, b"RETR failed. NEGATIVE reply: %s", b"550 x", b"RETR failed. NEGATIVE reply: 550 x"),
+        (errno.ECONNREFUSED, 3, b"connect() failed.", b"Connection refused connect() failed."),
+        (errno.ECONNREFUSED, 2, None, b"Connection refused"), (10061, 1, None, b"Connection refused."),
+        (111, 1, b"tail", b" tail"), (10067, 1, b"tail", b" tail"), (10032, 1, None, b"Broken pipe."),
+        (11004, 1, None, b"Valid name, no data record of requested type."), (0, 1, b"x", b"x"),
+        (5, 0, b"bare", b" bare"), (0, 0, b"%s", b"y" * 5000, b"y" * 1535)],
+    "syserrtxt": [
+        (errno.EPERM, 1, b"x", b"Operation not permitted. x"), (10061, 2, b"x", b""),
+        (errno.EPERM, 4, None, b"Operation not permitted."), (1, 5, b"x", b"Host is unknown. x"),
+        (9, 5, b"x", b""), (0, 1, b"only", b"only"), (7, 0, b"only", b" only"),
+        (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, ...)],
+}
 # Mode, path, buffer size, transfer command; tape 7, segment 2, label T1.
 COMMANDS = [
     (1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
@@ -62,9 +49,12 @@ COMMANDS = [
 ]
 
 
+ROWS = [(name, row[:-1], row[-1]) for name, rows in CALLS.items() for row in rows]
+
+
 def all_calls(x):
     return [getattr(x, name)(*(c.create_string_buffer(a) if a and name.endswith(("Trim", "upr")) else a
-                               for a in arguments)) for name, arguments, _ in CALLS]
+                               for a in arguments)) for name, arguments, _ in ROWS]
 
 
 def commands(x, mode, path, size, **changes):
@@ -81,7 +71,7 @@ def commands(x, mode, path, size, **changes):
 class Helpers(unittest.TestCase):
     def test_calls(self):
         got = run(all_calls, level=0).value + run(all_calls, level=3).value
-        for (name, arguments, want), got in zip(CALLS * 2, got):
+        for (name, arguments, want), got in zip(ROWS * 2, got):
             with self.subTest(name, arguments=str(arguments)[:60]):
                 if want is not ...:
                     self.assertEqual(got, want)

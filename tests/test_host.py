@@ -12,6 +12,7 @@ import signal
 import socket
 import struct
 import subprocess
+import threading
 import unittest
 
 from ftpd import serve_behind
@@ -67,67 +68,51 @@ def made_descriptors(x, server, closed):
     return code, min(made) > 2, flags, low
 
 
-def put(numbers, files):
-    """The host uses the numbers for what it has open itself."""
-    for number, file in zip(numbers, files):
-        os.dup2(file, number)
-
-
-def take_back(numbers, files):
-    """Whether each number is still the host's own."""
-    same = [os.path.sameopenfile(number, file) for number, file in zip(numbers, files)]
-    for number in (*numbers, *files):
-        os.close(number)
-    return same
-
-
 def connections(x):
     return x.state.sSession.SData, x.state.sSession.SControl
 
 
-def far_ends(x, numbers=None):
+def far_ends(x, replies=b"226 done\r\n221 bye\r\n", numbers=None):
     """Two pairs of the host's own, whose near ends are in the record; the far ends."""
     ends = [end for _ in range(2) for end in socket.socketpair()]
     high = [fcntl.fcntl(end, fcntl.F_DUPFD_CLOEXEC, 100) for end in ends]
     for end in ends:
         end.close()
-    near, far = high[::2], [socket.socket(fileno=number) for number in high[1::2]]
-    if numbers:
-        put(numbers, near)
-        for number in near:
-            os.close(number)
-    far[1].sendall(b"226 done\r\n221 bye\r\n")
-    x.state.sSession.SData, x.state.sSession.SControl = numbers or near
+    far = [socket.socket(fileno=number) for number in high[1::2]]
+    for near, number in zip(high[::2], numbers or ()):
+        os.dup2(near, number)
+        os.close(near)
+    far[1].sendall(replies)
+    x.state.sSession.SData, x.state.sSession.SControl = numbers or high[::2]
     return far
 
 
-def reused_after_end(x, renew):
-    """The numbers of the ended transfer become the host's; a new session takes them up."""
+def reused_after_end(x):
+    """The numbers of the ended transfer become the host's."""
     x.store(end=False)
     numbers = connections(x)
     x.BSAEndData(x.handle)
-    far = far_ends(x, numbers)
-    if renew:
-        codes = [x.BSAEndTxn(x.handle, 1), x.init(), x.send(b"hello")]
-        x.state.sSession.iLastCall |= 2
-        return codes + [x.BSAEndData(x.handle)], [theirs.recv(100) for theirs in far]
+    far = far_ends(x, numbers=numbers)
     codes = [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.BSABeginTxn(x.handle),
              x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.send(b""), x.restore()[0]]
-    unread = [os.read(numbers[1], 100)]
+    unread = os.read(numbers[1], 100)
     for number in numbers:
         os.close(number)
-    return codes, unread + [theirs.recv(100) for theirs in far]
+    return codes, [unread] + [theirs.recv(100) for theirs in far]
 
 
 def reused_in_transfer(x, renew, reuse):
     """The host closes what is open, and may use the numbers; the library goes on without."""
     x.store(end=False)
-    numbers, files = connections(x), [os.open(name, os.O_CREAT | os.O_RDWR) for name in "ab"]
-    for number in numbers:
-        os.close(number)
-    put(numbers[:2 * reuse], files)
+    numbers = dict(zip(connections(x), [os.open(name, os.O_CREAT | os.O_RDWR) for name in "ab"]))
+    for number, file in numbers.items():
+        _ = os.dup2(file, number) if reuse else os.close(number)
     codes = [x.BSAEndTxn(x.handle, 1)] + [x.init()] * renew
-    return codes, x.store(), x.restore()[0], take_back(numbers[:2 * reuse], files)
+    codes += x.store() + x.restore()[0]
+    same = [reuse and os.path.sameopenfile(number, file) for number, file in numbers.items()]
+    for number in [*numbers] * reuse + [*numbers.values()]:
+        os.close(number)
+    return codes, same
 
 
 def isolated_end(x, renew):
@@ -239,28 +224,24 @@ class Host(unittest.TestCase):
                 self.assertEqual(got.value, want)
 
     def test_reused_numbers(self):
-        done = b"226 done\r\n221 bye\r\n"
-        self.check(reused_after_end, 0, want=([3, 0, 0, 0, 0, 0, [0, 0, 0]], [done, b"", b""]))
-        self.check(reused_after_end, 1, want=([0, 0, 0, 0], [b"hello", b"QUIT\r\n"]))
-        for renew, reuse in itertools.product((0, 1), (0, 1)):
-            self.check(reused_in_transfer, renew, reuse, want=(
-                [0] * (1 + renew), [0, 0, 0], [0, 0, 0], [True] * 2 * reuse))
+        self.check(reused_after_end, want=([3, 0, 0, 0, 0, 0, [0, 0, 0]],
+                                           [b"226 done\r\n221 bye\r\n", b"", b""]))
+        for renew, reuse in itertools.product((0, 1), (False, True)):
+            self.check(reused_in_transfer, renew, reuse, want=([0] * (7 + renew), [reuse] * 2))
         for renew, modes in (0, "0"), (1, "01"):
             self.check(isolated_end, renew, modes=modes,
                        want=([5, 0] + [0] * renew + [0], [b"", b"QUIT\r\n"]))
 
     def test_linked(self):
         """A program in C that is linked with the library, with and without a trace."""
-        program = make_folder(self) + "/linked"
-        here = os.path.dirname(__file__)
+        program, here = make_folder(self) + "/linked", os.path.dirname(__file__)
         subprocess.run(["cc", *["-fsanitize=address"] * SANITIZED, f"-I{here}/../include", "-o",
-                        program, f"{here}/linked.c", LIBRARY, "-ldl"], check=True)
-        for name, level, strict in itertools.product(("name", "inject", "copy", "own"),
-                                                     ("0", "67"), "01"):
-            with self.subTest(name, level=level, strict=strict):
+                        program, f"{here}/linked.c", LIBRARY], check=True)
+        for number, level, strict in itertools.product("0123", ("0", "67"), "01"):
+            with self.subTest(number=number, level=level, strict=strict):
                 env = dict(os.environ, XBSA_TRACE=level, XBSA_LOGFILE=program + ".log",
                            KORVA_STRICT=strict, LD_LIBRARY_PATH=os.path.dirname(LIBRARY))
-                got = subprocess.run([program, name], env=env, capture_output=True, check=False,
+                got = subprocess.run([program, number], env=env, capture_output=True, check=False,
                                      timeout=DEADLINE)
                 self.assertEqual((got.returncode, got.stdout, got.stderr), (0, b"ok\n", b""))
 
@@ -278,6 +259,24 @@ class Driven(unittest.TestCase):
                     f"BSASendData: Data sending failed. Resending [{number + 1}] times"
                     for number in range(want[2])] + [f"BSASendData: {text}"] * (want[2] == 5)
                 self.assertEqual([line for line in got.trace if "sending failed" in line], lines)
+
+    def test_lost_server(self):
+        """One that the system has given up is not waited for at the end; one that comes back is."""
+        def transfer(x, call, system_call, on, late):
+            shim, far, room = c.CDLL(None), far_ends(x, b""), c.create_string_buffer(b"hello")
+            far[0].sendall(b"world")
+            assert shim.shim_arm(system_call, 1, on, errno.EHOSTUNREACH)
+            code = getattr(x, call)(x.handle, c.byref(Block(5, 5, c.addressof(room))))
+            assert shim.shim_arm(b"malloc", 0, 0, 0)
+            x.state.sSession.iLastCall |= 2
+            if late:
+                threading.Timer(late, far[1].sendall, (b"226 done\r\n221 bye\r\n",)).start()
+            return code, x.BSAEndData(x.handle)
+        for row, want in ((("BSAGetData", b"recv", 1, 0), (3, 3)),
+                          (("BSASendData", b"send", 1, 0), (3, 3)),
+                          (("BSASendData", b"send", 0, 2.5), (0, 0))):
+            with self.subTest(row):
+                self.assertEqual(run_started(transfer, *row, server=Server()).value, want)
 
 
 class Leaks(unittest.TestCase):

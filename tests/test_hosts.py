@@ -10,7 +10,7 @@ from test_com import Utility, answers, setUpModule  # pylint: disable=unused-imp
 from xbsa import DEADLINE, LIBRARY, SANITIZED, make_folder, read_text
 
 HOST = os.environ["XBSA_HOST"].split()  # behind an emulator, if it needs one
-CONDITIONS = ["", "closed", "crowd", "blocked", "ignored", "threads", "fork",
+CONDITIONS = ["", "closed", "crowd", "blocked", "ignored", "threads", "blocked fork",
               "closed crowd ignored blocked threads thread fork"]
 NOBODY = 65534
 # The deepest that the library and the C library below it go, in bytes, without and with a trace.
@@ -28,7 +28,8 @@ class Driver(unittest.TestCase):
 
     def drive(self, owner, conditions, *, program=None, trace="66", log="xbsa.log", **options):
         """The host's figure, the depth of its stack; all must have gone well."""
-        env = dict(os.environ, XBSA_TRACE=trace, XBSA_LOGFILE=log, KORVA_STRICT="1")
+        strict = str(int("fork" not in conditions))  # in strict mode a child may not
+        env = dict(os.environ, XBSA_TRACE=trace, XBSA_LOGFILE=log, KORVA_STRICT=strict)
         line = [*(program or HOST + [LIBRARY]), owner, f"localhost:{self.server.port}"]
         host = subprocess.run(line + conditions.split(), env=env, cwd=self.folder, check=False,
                               capture_output=True, timeout=DEADLINE, **options)
@@ -80,13 +81,20 @@ class Hosts(Driver):
 class SetUserId(Driver):
     """Root's, since only root can have another user start it."""
     def test_set_user_id(self):
-        """The one who starts such a host names a log that he could write himself, or gets none."""
+        """
+        The one who starts a host with more rights names a log that he could write himself, or gets
+        none.
+        """
         program = [shutil.copy(path, self.folder) for path in (HOST[-1], LIBRARY)]
-        os.chmod(program[0], 0o4755)
         os.mkdir(self.folder + "/open", 0o777)
         os.chmod(self.folder + "/open", 0o777)
         who = {"user": NOBODY, "group": NOBODY, "extra_groups": []}
-        for log in "secret.log", "open/own.log":
-            self.drive("PLAIN", "", program=HOST[:-1] + program, log=log, **who)
-        self.assertFalse(os.path.exists(self.folder + "/secret.log"))
-        self.assertEqual(os.stat(self.folder + "/open/own.log").st_uid, NOBODY)
+        for line in "chmod 4755", "chmod 2755", "chmod 755", "setcap cap_dac_override=ep":
+            with self.subTest(line):
+                subprocess.run([*line.split(), program[0]], check=True)
+                for log in "secret.log", "open/own.log":
+                    self.drive("PLAIN", "", program=HOST[:-1] + program, log=log, **who)
+                self.assertFalse(os.path.exists(self.folder + "/secret.log"))
+                own = os.stat(self.folder + "/open/own.log")
+                self.assertEqual((own.st_uid, own.st_gid), (NOBODY, NOBODY))
+                os.unlink(self.folder + "/open/own.log")

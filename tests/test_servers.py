@@ -1,10 +1,19 @@
 """Real FTP servers: what is stored comes back. What is left of a host that dies: test_real.py."""
+import ctypes as c
+import itertools
+import os
 import shutil
+import signal
+import socket
+import subprocess
+import threading
+import time
 import unittest
 
 from ftpd import Daemon
-from xbsa import STRICT, pattern, run_started
+from xbsa import STRICT, descriptor, pattern, read_text, run_started
 
+TAIL = pattern(400000)
 SIZES = [0, 1, 65535, 65536, 65537, 50 << 20]
 
 
@@ -15,6 +24,37 @@ def there_and_back(x, server):
         stored, (codes, data) = x.store(pattern(size), **names), x.restore(**names)
         got.append((size, stored, codes, data == pattern(size)))
     return got
+
+
+def cut(data):
+    """By the kernel, on the server's side, or else on ours."""
+    state = data.getsockopt(socket.IPPROTO_TCP, socket.TCP_INFO, 1)
+    subprocess.run(f"ss -K state connected sport = :{data.getpeername()[1]}", shell=True, check=False,
+                   capture_output=True)
+    if data.getsockopt(socket.IPPROTO_TCP, socket.TCP_INFO, 1) == state:
+        c.CDLL(None).connect(data.fileno(), bytes(16), 16)
+
+
+def cut_tail(x, server, late):
+    """The server sleeps once it has begun, and wakes up when its connection is cut."""
+    blocks = [TAIL[i:i + 40000] for i in range(0, len(TAIL), 40000)]
+    names = {"owner": server.owner, "path": b".", "name": b"obj"}
+    codes, group = x.store(blocks[0], end=False, **names), int(read_text(server.folder + "/groups"))
+    while not server.stored().get("obj"):
+        time.sleep(0.01)
+    os.killpg(group, signal.SIGSTOP)
+    codes += [x.send(block) for block in blocks[1:]]
+    with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
+        def strike():
+            cut(data)
+            os.killpg(group, signal.SIGCONT)
+        thread = threading.Timer(late, strike)
+        thread.start()
+        if not late:
+            thread.join()
+        code = x.BSAEndData(x.handle)
+        thread.join()
+    return max(codes), code, x.last_error() != ""
 
 
 class Servers(unittest.TestCase):
@@ -29,6 +69,20 @@ class Servers(unittest.TestCase):
                 self.assertEqual(got.value, [(size, [0, 0, 0], [0, 0, 0], True) for size in SIZES])
                 self.assertEqual({key: len(data) for key, data in server.stored().items()},
                                  {f"{size}.obj": size for size in SIZES})
+
+
+    def test_cut_in_the_tail(self):
+        """pyftpdlib confirms half an object whose data connection was cut; strict mode knows."""
+        if "pyftpdlib" not in self.daemons:
+            return
+        for late, strict in itertools.product((0, 0.2), (0, 1)):
+            with self.subTest(late=late, strict=strict):
+                server = Daemon("pyftpdlib")
+                self.addCleanup(shutil.rmtree, server.folder)
+                got = run_started(cut_tail, server, late, server=server, level=0,
+                                  env={"KORVA_STRICT": str(strict)})
+                self.assertEqual(got.value, (0, strict * 3, bool(strict)))
+                self.assertLess(len(server.stored()["obj"]), len(TAIL))
 
 
 class AsRoot(Servers):

@@ -11,7 +11,7 @@ import inifile
 from catalogue import Catalogue
 from ftpd import Daemon, serve_behind
 from server import Server
-from test_com import setUpModule as check_etc
+from test_com import Utility, setUpModule as check_etc
 from test_sandbox import Sandbox
 from xbsa import DEADLINE, make_folder, pattern, read_text, write_plain
 
@@ -258,13 +258,48 @@ class Secrets(Site):
 
     def test_plain(self):
         password_file = f"{self.serve().data}/password"
-        write_plain(password_file, CANARY)
+        write_plain(password_file, CANARY, 0o600)
         self.search(self.store() + self.store("--password-file", password_file), CANARY)
         self.assertIn("PASS ****", read_text("trace3"))
+        for arguments in (["--password", CANARY], ["--pass=" + CANARY]):
+            out = "".join(self.call("store", "x", *arguments, code=2))
+            self.assertIn("a password is never an argument", out)
+            self.search(out, CANARY)
+        for mode, warned in ((0o640, True), (0o600, False)):
+            os.chmod(password_file, mode)
+            error = self.call("store", "x", "--password-file", password_file)[1]
+            self.assertEqual("open to other accounts" in error, warned)
+        error = self.call("store", "x", "--trace", "2:/dev/full")[1]
+        self.assertEqual(error.count("No space left on device: lines are missing"), 1)
         for password, user, code in ((CANARY + ":", "ftp", 2), (CANARY + "\x01", "ftp", 2),
                                      (CANARY * 6, "ftp", 2), (CANARY, "nobody", 1)):
             self.env["XBSA_PASSWORD"], self.options[3] = password, user
             self.search("".join(self.call("verify", "x", "--manifest", "m", code=code)), CANARY)
+
+
+class Terminal(Site):
+    def test_commands(self):
+        """Nothing that a server, a file or an argument says is obeyed by the terminal, and a
+        password that the server says back is masked."""
+        marks = "\x1b]0;\x9b2J|\u061c\u200e\u200f\u202a\u202e\u2066\u2069|\x85\x7f\n\u00e4"
+        evil = marks.encode() + b"\x9b\xe2\x80"
+        obeyed = re.compile(rb"[\0-\x09\x0b-\x1f\x7f]|\xc2[\x80-\x9f]|\xd8\x9c|\xe2\x80[\x8e\x8f\xaa-"
+                            rb"\xae]|\xe2\x81[\xa6-\xa9]|(?<![\xc2-\xf4\x80-\xbf])[\x80-\x9f]")
+        line = evil.replace(b"\n", b"") + CANARY.encode()
+        refusal = [b"530 " + line + b"\r\n"]
+        self.serve(Server(*[{"USER": refusal, "PASS": refusal, "STOR": refusal, "RETR": refusal}] * 9))
+        write_plain("log", b" 2026-11-24 17:46:34: Trace: (QAB library) BSAInit: failed " + evil)
+        write_plain("m", HELLO.encode() + b"  a" + line.replace(CANARY.encode(), b"") + b"\n")
+        name = marks.translate({code: None for code in range(32)} | {127: None}).encode()
+        for command in (["store", "x"], ["store", "x", "--trace", "2"], ["store", name], ["check"],
+                        ["check", "--json"], ["verify", "--all", "--manifest", "m"], ["query", name],
+                        ["trace", "log"], ["trace", evil], ["explain", evil], ["store", b"--" + evil],
+                        ["setup", "--informixdir", b"/" + name], ["store", "x", "--status", evil]):
+            with self.subTest(command), self.start(*command) as tool:
+                printed = b"".join(tool.communicate(b"", DEADLINE))
+                self.assertGreater(len(printed), 20)
+                self.assertEqual([obeyed.findall(printed), CANARY.encode() in printed], [[], False],
+                                 printed[-2000:])
 
 
 class Informix(Site):
@@ -292,6 +327,22 @@ class Informix(Site):
         self.assertTrue(secrets and min(map(len, secrets)) > 20)
         self.assertIn("KORVA_JOB=", read_text("child"))
         self.search(seen, CANARY, *secrets)
+
+    def test_queries(self):
+        """One that nobody answered says why; only what the server answered is "no match"."""
+        for prepare, reason in [
+                (lambda: os.unlink(inifile.INI), r"BSAQueryObject .* code 3 \(.+\): (?!no reason)"),
+                (lambda: Utility(self, script="#!/bin/sh\nkill -9 $$\n"), "BSAQueryObject .* code 3 "),
+                (lambda: Utility(self, script="#!/bin/sh\necho no >&2\n"), "BSAQueryObject .* code 3 "),
+                (lambda: Utility(self, {"-q": b"message=x\nreply=ERROR\n"}), "BSAQueryObject .* code "),
+                (lambda: Utility(self, {"-q": b"reply=OK\n"}), "no match\n$")]:
+            with self.subTest(reason):
+                prepare()
+                for arguments in (["query"], ["query", "--json"], ["restore", "x"]):
+                    out, error = self.call(*arguments, code=1)
+                    empty = "json" in str(arguments) and reason[:2] == "no"  # an answer as well
+                    self.assertEqual(bool(out), empty, out)
+                    self.assertRegex(error, "^xbsactl: " + reason)
 
     def test_copies(self):
         """The digest belongs to its copy, also when there is a newer one."""

@@ -2,10 +2,11 @@
 import ctypes as c
 import os
 import re
+import resource
 import signal
 import unittest
 
-from server import Server
+from server import POLITE, Server
 from xbsa import read_text, run, run_started, write_plain
 
 STAMP = r" \d{4}-\d\d-\d\d \d\d:\d\d:\d\d: Trace: \(QAB library\) "
@@ -42,7 +43,7 @@ SETTINGS = [
 
 
 def read_reply(found):
-    logged = f"LOGIN REPLY: {found[1]}\n" if found[1] else ""
+    logged = f"LOGIN REPLY: {found[1]}\n"
     return ("stpc_recv: sigprocmask() done, all signals masked.\nstpc_recv: Receiving message ...\n"
             "stpc_recv: sigprocmask(), back to old handlers.\n" + logged)
 
@@ -136,6 +137,29 @@ class Destinations(unittest.TestCase):
         self.assertEqual((stripped([found.decode()]), pending), (["heard\n"], True))
 
 
+    def test_reused_log(self):
+        """A host closes the log, opens a file with its number and lowers its limit of sizes."""
+        def store(x):
+            x.store()
+            own = os.open("own", os.O_CREAT | os.O_RDWR)
+            os.dup2(own, x.state.hLogFile)
+            number, codes = x.state.hLogFile, x.store()
+            x.BSAQueryApiVersion(c.byref(c.create_string_buffer(6)))
+            taken = [os.path.sameopenfile(own, number), os.fstat(own).st_size]
+            limits = resource.getrlimit(resource.RLIMIT_FSIZE)
+            signal.signal(signal.SIGXFSZ, signal.SIG_DFL)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (os.fstat(x.state.hLogFile).st_size + 9, limits[1]))
+            codes += x.store()
+            resource.setrlimit(resource.RLIMIT_FSIZE, limits)
+            os.close(number)
+            os.close(own)
+            return codes, taken
+        got = run_started(store, server=Server(), level=None, env={"XBSA_TRACE": "2"})
+        self.assertEqual(got.value, ([0] * 6, [True, 0]))
+        self.assertEqual([len(re.findall(text, "\n".join(got.log))) for text in (
+            "BSACreateObject: Start", "QueryApiVersion: Start")], [1, 1])
+
+
 class Lines(unittest.TestCase):
     def lines(self, *messages):
         def trace(x):
@@ -195,19 +219,31 @@ class Store(unittest.TestCase):
         self.assertEqual("\n".join(stripped(got.log)) + "\n", want)
 
     def test_no_password(self):
-        """At no level, in no transfer, to no destination; but for the user sms, as promised."""
+        """At no level, in no transfer, to no destination, though the server repeats it; but for the
+        user sms, as promised. A short one, or none, hides nothing else."""
         def transfer(x, server, owner):
             x.BSASetTrace(x.sink, b"./xbsa.log", 67)
             x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % server.port, owner=owner)
-            x.store(owner=owner)
-            x.restore(owner=owner)
-        for user, seen in (("backup", False), ("sms", True)):
-            server = Server()
-            got = run(transfer, server, f"user={user}:pass=geheim".encode(), server=server,
-                      level=None)
-            self.assertIn("PASS geheim", server.heard[0])
-            self.assertEqual("PASS geheim" in str(got.log + got.trace), seen)
-            self.assertNotIn("pass=geheim", str(got.log + got.trace))
-            self.assertIn(f"BSAInit: Input: BSA_ObjectOwner.bsa_ObjectOwner = user={user}:"
-                          "pass=********", got.trace)
-            self.assertTrue([line for line in got.trace if line.startswith("stpc_recv: recv()")])
+            codes, message = x.store(owner=owner), x.last_error()
+            return (codes, x.restore(owner=owner)[0], x.store(owner=owner)), message
+        for user, word, shown in (("backup", "geheim", ""), ("sms", "geheim", "PASS geheim"),
+                                  ("backup", "2", None), ("backup", "", None)):
+            echo = {step: [f"{lines[0]} for {user}/{word}", *lines[1:]]
+                    for step, lines in POLITE.items() if step not in ("GREETING", "DATA")}
+            echo["PASS"] = [f"230-{word}", f"{word} ", f"230 {word}"]
+            server = Server({"PASS": [f"530 no {user} {word}"], "CWD": [f"550 {word}"]}, echo, echo)
+            owner = f"user={user}:pass={word}"
+            codes, message = (got := run(transfer, server, owner.encode(), server=server,
+                                         level=None)).value
+            with self.subTest(user, word=word):
+                self.assertEqual(codes, ([3], [0, 0, 0], [0, 0, 0]))
+                self.assertIn("PASS " + word, server.heard[0])
+                text = "\n".join(got.log + got.trace + [message])
+                if shown is None:
+                    self.assertIn("LOGIN REPLY: 226 done for backup/", text)
+                    continue
+                self.assertEqual(set(re.findall("(?:PASS )?geheim", text)) - ({"geheim"} if user == "sms" else set()), {shown} - {""})
+                self.assertNotIn("pass=geheim", text)
+                self.assertIn(f"BSAInit: Input: BSA_ObjectOwner.bsa_ObjectOwner = user={user}:"
+                              "pass=********", got.trace)
+                self.assertTrue([line for line in got.trace if line.startswith("stpc_recv: recv()")])

@@ -99,17 +99,30 @@ class Trace(unittest.TestCase):
                              f".*{error}(.*\n)*.*530 no.*<-- failed", step)
 
     def test_informix(self):
+        """The copy is the one that the server named, whatever the client asked for."""
         log, options = self.file("real.log"), ("--informix", "--space", "rootdbs")
+        stored = []
         for fault in ((), ("--fault", "openjob=refuse:no_tape")):
-            subprocess.run([SANDBOX, *fault, "--exec", TOOL, *options, "store", "level0", __file__],
-                           env={**ENV, "XBSA_TRACE": "3", "XBSA_LOGFILE": log}, check=False,
-                           capture_output=True, timeout=DEADLINE)
-        out = self.trace(read_bytes(log))
+            stored.append(subprocess.run(
+                [SANDBOX, *fault, "--exec", TOOL, *options, "store", "level0", __file__],
+                env={**ENV, "XBSA_TRACE": "3", "XBSA_LOGFILE": log}, check=False,
+                capture_output=True, timeout=DEADLINE).stderr)
+        copy = re.search(rb"copy id (\d+)", stored[0])[1]
+        text = re.sub(rb"(openjob:.* -s )\d+", rb"\g<1>1", read_bytes(log))
+        out = self.trace(text)
         size = os.path.getsize(__file__)
-        self.assertRegex(out, rf"session 1: done, (.*\n)*  backup of rootdbs@level0, copy id \d+\n(.*"
-                         rf"\n)*.* {size} bytes sent(.*\n)*.*closejob: answered(.*\n)*.*query of")
+        self.assertRegex(out, rf"session 1: done, (.*\n)*  backup of rootdbs@level0, copy id {copy.decode()}\n"
+                         rf"(.*\n)*.* {size} bytes sent(.*\n)*.*closejob: answered(.*\n)*.*query of")
         self.assertRegex(out, r"session 2: failed, (.*\n)*.*first error.*\[no_tape\](.*\n)*.*utility "
                          ".*openjob: refused")
+        self.assertRegex(out, r"session 2: (.*\n)*  backup of rootdbs@level0\n")
+        one = text[:text.index(b"BSAInit: Start", 200)].splitlines()[:-1]
+        job = re.search(rb"openjob:(\w+)", text)[1]
+        other = [line.replace(handle(one).encode(), b"77777").replace(job, b"x").replace(
+            copy, b"4711").replace(b"level0", b"level1") for line in one]
+        out = self.trace([each for pair in zip(one, other) for each in pair])
+        self.assertRegex(out, f"{MIXED}(.*\n)*  backup of rootdbs@level0, copy id {copy.decode()}\n"
+                         "  backup of rootdbs@level1, copy id 4711\n")
 
     def test_odd_logs(self):
         """What is printed, by regular expressions, and what must not be."""

@@ -119,7 +119,7 @@ class Transfers(unittest.TestCase):
 
 
 def say(server):
-    server.data.sendall(b"hello")
+    server.data.sendall(b"nine byte")
 
 
 def await_quit(server):

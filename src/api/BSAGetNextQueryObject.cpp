@@ -23,12 +23,18 @@ static int CheckNext(long lHandle, const BSA_ObjectDescriptor *spObject)
     return BSA_RC_SUCCESS;
 }
 
-// The last place of the list is always its end.
+// The last place of the list is always its end, and a result is handed out once.
+static BSA_ObjectDescriptor *NextResult(int iIndex)
+{
+    bool bInside = iIndex >= 0 && iIndex < XBSA_QUERY_RESULTS - 1;
+    BSA_ObjectDescriptor *spFound = bInside ? sGlobal.spQueryResult[iIndex] : nullptr;
+    return spFound == sPrivate.spResult && sPrivate.bResultSpent ? nullptr : spFound;
+}
+
 static int HandOverNext(BSA_ObjectDescriptor *spCaller)
 {
     int iIndex = sGlobal.iQueryIndex;
-    bool bInside = iIndex >= 0 && iIndex < XBSA_QUERY_RESULTS - 1;
-    BSA_ObjectDescriptor *spFound = bInside ? sGlobal.spQueryResult[iIndex] : nullptr;
+    BSA_ObjectDescriptor *spFound = NextResult(iIndex);
     if (spFound == nullptr)
     {
         TRACE("BSAGetNextQueryObject: No more data.");

@@ -46,20 +46,14 @@ static void RefuseLongLine(COM_RUN *spRun)
 }
 
 // A utility that ended without a word counts as success. After a close that is a backup which no
-// query will find, after the open of a session it is one without a job: strict mode fails.
+// query will find, after an open it is one without a job: strict mode fails.
 static void FailUnanswered(COM_RUN *spRun)
 {
-    if (!sPrivate.bStrict || spRun->iRet != 0) return;
-    if (IsClose(spRun->eTask))
-    {
-        i_KeepMessage(0, "The COM utility did not answer the close of the job.");
-        FailTask(spRun);
-    }
-    if (IsSessionStep(spRun))
-    {
-        i_KeepMessage(0, "The COM utility did not answer the open of the session.");
-        FailTask(spRun);
-    }
+    const bool bClose = IsClose(spRun->eTask);
+    if (!sPrivate.bStrict || spRun->iRet != 0 || !(bClose || IsOpen(spRun->eTask))) return;
+    if (bClose) i_KeepMessage(0, "The COM utility did not answer the close of the job.");
+    else i_KeepMessage(0, "The COM utility did not open a job.");
+    FailTask(spRun);
 }
 
 // Returns true when the answer was taken and the task may go on.

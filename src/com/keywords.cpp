@@ -8,7 +8,7 @@ enum
     TABLE_END = -1
 };
 
-static const MsgTbl asTasks[] = {{COM_OPEN_WRITE, "COM_OPEN_WRITE"},
+static const MsgTbl asTaskNames[] = {{COM_OPEN_WRITE, "COM_OPEN_WRITE"},
                                  {COM_CLOSE_WRITE, "COM_CLOSE_WRITE"},
                                  {COM_OPEN_READ, "COM_OPEN_READ"},
                                  {COM_CLOSE_READ, "COM_CLOSE_READ"},
@@ -16,7 +16,7 @@ static const MsgTbl asTasks[] = {{COM_OPEN_WRITE, "COM_OPEN_WRITE"},
                                  {COM_REMOVE, "COM_REMOVE"},
                                  {TABLE_END, "UNKNOWN"}};
 
-static const MsgTbl asSteps[] = {{COM_STEP_INIT, "COM_STEP_INIT"},
+static const MsgTbl asStepNames[] = {{COM_STEP_INIT, "COM_STEP_INIT"},
                                  {COM_STEP_OPEN_SESSION, "COM_STEP_OPEN_SESSION"},
                                  {COM_STEP_OPEN_JOB, "COM_STEP_OPEN_JOB"},
                                  {COM_STEP_CLOSE_JOB, "COM_STEP_CLOSE_JOB"},
@@ -33,11 +33,11 @@ static char *CopyKeyword(char *cpKeyword, const MsgTbl *spRow, int iValue)
 char *com_task_keyword(ENUM_COM_TASK I_enumCOMTask)
 {
     static char szKeyword[KEYWORD_SIZE];
-    return CopyKeyword(szKeyword, asTasks, static_cast<int>(I_enumCOMTask));
+    return CopyKeyword(szKeyword, asTaskNames, static_cast<int>(I_enumCOMTask));
 }
 
 char *com_step_keyword(int I_iStep)
 {
     static char szKeyword[KEYWORD_SIZE];
-    return CopyKeyword(szKeyword, asSteps, I_iStep);
+    return CopyKeyword(szKeyword, asStepNames, I_iStep);
 }

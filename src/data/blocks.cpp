@@ -33,6 +33,7 @@ static ssize_t SendAgain(const BSA_DataBlock *spBlock, size_t uSent)
         sleep(1);
         iSend = data_Send(spBlock, uSent);
     }
+    if (iSend > 0) sPrivate.bServerLost = false; // it is there after all
     if (iSend == -1) i_Fail("BSASendData", GetSockErrCode(), "Data sending failed.");
     return iSend;
 }

@@ -53,7 +53,7 @@ inline ssize_t data_Send(const BSA_DataBlock *spBlock, size_t uSent)
 typedef struct
 {
     unsigned int uMoved; // bytes
-    ssize_t iLast;        // result of the last call
+    ssize_t iLast;       // result of the last call
 } DATA_PROGRESS;
 
 // Sends what the first send of a block left, with five retries for each send that fails.

@@ -127,9 +127,11 @@ static int EndTransfer(STPC_REST *spRest)
 // The status for the COM utility. A failed send stays, even when the server then says 226.
 static void NoteStatus(int iRet)
 {
+    int *ipStatus = &sGlobal.sObject.sSMS.iOpStatus;
     if (sGlobal.iQAB == 0) return;
-    if (iRet != BSA_RC_SUCCESS) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;
-    else if (!xbsa_IsIncomplete()) sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_GOOD;
+    const bool bWhole = iRet == BSA_RC_SUCCESS && !xbsa_IsIncomplete();
+    if (bWhole) *ipStatus = OP_STATUS_GOOD;
+    else if (iRet != BSA_RC_SUCCESS || *ipStatus == OP_STATUS_GOOD) *ipStatus = OP_STATUS_FAILED;
 }
 
 // A rejected call leaves the data connection open, and a server in the middle of a transfer does not

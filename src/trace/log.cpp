@@ -129,7 +129,7 @@ void i_close_trace()
 }
 
 // A host that unloads the library gets log and memory back.
-__attribute__((destructor)) static void UnloadTrace()
+__attribute__((destructor)) void i_ReleaseTrace()
 {
     if (sGlobal.cpTraceBuffer == sPrivate.sTrace.cpBuffer) sGlobal.cpTraceBuffer = nullptr;
     x_Free(sPrivate.sTrace.cpBuffer);

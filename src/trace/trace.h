@@ -62,4 +62,7 @@ void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner);
 // nothing to hide, else a text that is valid until the next call.
 const char *i_MaskReply(const char *cpReply);
 
+// Lets go of log and buffer; the unloading of the library calls it.
+void i_ReleaseTrace();
+
 #endif

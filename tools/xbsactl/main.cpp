@@ -3,19 +3,19 @@
 #include <exception>
 #include <iostream>
 
-#include "check.h"
-#include "errors.h"
-#include "explain.h"
-#include "files.h"
+#include "base/errors.h"
+#include "base/files.h"
+#include "base/settings.h"
+#include "base/stop.h"
+#include "check/check.h"
+#include "explain/explain.h"
 #include "options.h"
-#include "query.h"
-#include "settings.h"
-#include "setup.h"
-#include "status.h"
-#include "stop.h"
-#include "tracelog.h"
-#include "transfer.h"
-#include "verify.h"
+#include "setup/setup.h"
+#include "trace/trace.h"
+#include "transfer/query.h"
+#include "transfer/status.h"
+#include "transfer/transfer.h"
+#include "transfer/verify.h"
 
 namespace
 {

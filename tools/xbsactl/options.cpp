@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <limits>
 
-#include "errors.h"
+#include "base/errors.h"
 
 namespace
 {
@@ -256,10 +256,25 @@ void AddAll(CLI::App &I_sApp, SETTINGS &I_sSettings)
     AddExplain(I_sApp, I_sSettings);
     AddSetup(I_sApp, I_sSettings);
 }
+
+// Nobody should see it twice: the message does not repeat it.
+void RefusePassword(int argc, char **argv)
+{
+    for (int iArgument = 1; iArgument < argc; iArgument++)
+    {
+        const std::string strArgument = argv[iArgument];
+        if (strArgument == "--") return;
+        const std::string strOption = strArgument.substr(0, strArgument.find('='));
+        if (strOption.compare(0, 6, "--pass") == 0 && strOption != "--password-file")
+            throw USAGE_ERROR("a password is never an argument, which every account of this "
+                              "machine can read: set XBSA_PASSWORD or give --password-file");
+    }
+}
 } // namespace
 
 std::optional<int> options_Parse(int argc, char **argv, SETTINGS &I_sSettings)
 {
+    RefusePassword(argc, argv);
     CLI::App sApp("", "xbsactl");
     AddAll(sApp, I_sSettings);
     try

@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "settings.h"
+#include "base/settings.h"
 
 // Returns the exit code when nothing is left to do, after help and after an error.
 std::optional<int> options_Parse(int argc, char **argv, SETTINGS &I_sSettings);

@@ -1,0 +1,95 @@
+#include "base/stop.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <ctime>
+#include <thread>
+
+#include "base/errors.h"
+
+namespace
+{
+constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit code
+
+// Plain storage: it outlives every destructor, as the thread does.
+std::mutex sMutex;
+char szDoomed[NAME_MAX + 1];
+int iDoomedFolder;
+
+sigset_t SignalSet()
+{
+    sigset_t sSet;
+    sigemptyset(&sSet);
+    for (const int iSignal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+    {
+        struct sigaction sAction
+        {
+        };
+        sigaction(iSignal, nullptr, &sAction);
+        if (sAction.sa_handler != SIG_IGN) sigaddset(&sSet, iSignal); // nohup, background jobs
+    }
+    sigaddset(&sSet, SIGUSR1);
+    return sSet;
+}
+
+// A store in the middle is reset by the kernel when the process ends: no server takes it as whole.
+[[noreturn]] void EndBySignal(int I_iSignal)
+{
+    sigset_t sSet;
+    sigemptyset(&sSet);
+    sigaddset(&sSet, I_iSignal);
+    signal(I_iSignal, SIG_DFL);
+    pthread_sigmask(SIG_UNBLOCK, &sSet, nullptr);
+    raise(I_iSignal);
+    _exit(EXIT_FAILED);
+}
+
+// Waits a second for a signal that ends the process, and returns 0 or its number.
+int NextSignal(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
+{
+    const struct timespec sSecond = {1, 0};
+    const int iSignal = sigtimedwait(&I_sSet, nullptr, &sSecond);
+    if (iSignal > 0 && iSignal != SIGUSR1) return iSignal;
+    if (iSignal == SIGUSR1) I_sHooks.fpAsked();
+    if (iSignal == SIGUSR1 || errno == EAGAIN) I_sHooks.fpTick();
+    return 0;
+}
+
+void Wait(sigset_t I_sSet, STOP_HOOKS I_sHooks)
+{
+    int iSignal = 0;
+    while (iSignal == 0) iSignal = NextSignal(I_sSet, I_sHooks);
+    sMutex.lock(); // for good: nothing is created or renamed any more
+    if (szDoomed[0] != '\0') unlinkat(iDoomedFolder, szDoomed, 0);
+    I_sHooks.fpEnd(SIGNAL_CODE + iSignal);
+    EndBySignal(iSignal);
+}
+} // namespace
+
+STOP_LOCK::STOP_LOCK() : sGuard(sMutex)
+{
+}
+
+void stop_Watch(const STOP_HOOKS &I_sHooks)
+{
+    const sigset_t sSet = SignalSet();
+    pthread_sigmask(SIG_BLOCK, &sSet, nullptr);
+    signal(SIGPIPE, SIG_IGN); // a closed pipe or a file size limit is a failed write, with a text
+    signal(SIGXFSZ, SIG_IGN);
+    std::thread(Wait, sSet, I_sHooks).detach();
+}
+
+void stop_Never()
+{
+    sMutex.lock();
+}
+
+void stop_RemoveFile(const STOP_LOCK & /*I_sLock*/, int I_iFolder, const std::string &I_strName)
+{
+    iDoomedFolder = I_iFolder;
+    szDoomed[I_strName.copy(szDoomed, NAME_MAX)] = '\0';
+}

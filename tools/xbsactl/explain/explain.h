@@ -1,0 +1,16 @@
+// The catalogue of return codes and messages.
+#ifndef XBSACTL_EXPLAIN_H
+#define XBSACTL_EXPLAIN_H
+
+#include <string>
+
+#include "base/settings.h"
+
+// Prints what the catalogue knows about the text, all of it without one. Throws FAILURE when it
+// knows nothing.
+void explain_Run(const SETTINGS &I_sSettings);
+
+// For a line of a trace: what it means and what to do, or "" when it tells of no failure.
+std::string explain_Hint(const std::string &I_strLine);
+
+#endif

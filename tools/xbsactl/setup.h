@@ -1,9 +1,0 @@
-// Hooks the library into a database server. Returns the exit code.
-#ifndef XBSACTL_SETUP_H
-#define XBSACTL_SETUP_H
-
-#include "settings.h"
-
-int setup_Run(const SETTINGS &I_sSettings);
-
-#endif

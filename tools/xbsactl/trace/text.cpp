@@ -1,0 +1,93 @@
+#include "trace/text.h"
+
+#include <strings.h>
+
+#include <array>
+#include <cctype>
+#include <cinttypes>
+#include <cstdio>
+#include <ctime>
+
+#include "base/errors.h"
+
+namespace
+{
+constexpr size_t LONGEST_TEXT = 300;
+
+std::string ValidText(std::string_view I_svText)
+{
+    std::string strValid;
+    while (!I_svText.empty())
+    {
+        const size_t uLength = SequenceLength(I_svText);
+        if (strValid.size() + uLength > LONGEST_TEXT) return strValid + "...";
+        if (uLength == 0) strValid += '?';
+        else strValid += I_svText.substr(0, uLength);
+        I_svText.remove_prefix(uLength == 0 ? 1 : uLength);
+    }
+    return strValid;
+}
+
+// Hides the rest of the text behind "PASS " and the value behind "pass=". The library hides
+// passwords itself, but for that of the user "sms"; a server may say one back.
+std::string WithoutPassword(const std::string &I_strText)
+{
+    for (size_t uPlace = 0; uPlace + 5 <= I_strText.size(); uPlace++)
+    {
+        const char cNext = I_strText[uPlace + 4];
+        if (strncasecmp(&I_strText[uPlace], "pass", 4) != 0 || (cNext != ' ' && cNext != '='))
+            continue;
+        if (uPlace > 0 && isalnum(static_cast<unsigned char>(I_strText[uPlace - 1])) != 0) continue;
+        return I_strText.substr(0, uPlace + 5) + "********";
+    }
+    return I_strText;
+}
+
+std::string Format(double I_dValue, const char *cpUnit)
+{
+    std::array<char, 64> szText{};
+    snprintf(szText.data(), szText.size(), "%.1f %s", I_dValue, cpUnit);
+    return szText.data();
+}
+} // namespace
+
+std::string text_Clean(std::string_view I_svText)
+{
+    return WithoutPassword(ValidText(Printable(std::string(I_svText))));
+}
+
+std::string text_Duration(int64_t I_iSeconds)
+{
+    if (I_iSeconds < 0) return "unknown (clock set back)";
+    if (I_iSeconds == 0) return "<1 s";
+    if (I_iSeconds < 120) return std::to_string(I_iSeconds) + " s";
+    std::array<char, 64> szText{};
+    snprintf(szText.data(), szText.size(), "%" PRId64 ":%02d:%02d h", I_iSeconds / 3600,
+             static_cast<int>(I_iSeconds / 60 % 60), static_cast<int>(I_iSeconds % 60));
+    return szText.data();
+}
+
+std::string text_Rate(uint64_t I_uBytes, int64_t I_iSeconds)
+{
+    if (I_iSeconds < 0 || I_uBytes == 0) return "";
+    const bool bBound = I_iSeconds < 2;
+    const double dRate =
+        static_cast<double>(I_uBytes) / static_cast<double>(bBound ? I_iSeconds + 1 : I_iSeconds);
+    return (bBound ? "more than " : "about ") +
+           (dRate < 1e6 ? Format(dRate / 1e3, "kB/s") : Format(dRate / 1e6, "MB/s"));
+}
+
+std::string text_Clock(int64_t I_iTime, bool I_bDay)
+{
+    const time_t lTime = I_iTime;
+    struct tm sTime = {};
+    gmtime_r(&lTime, &sTime);
+    std::array<char, 32> szText{};
+    strftime(szText.data(), szText.size(), I_bDay ? "%m-%d %H:%M:%S" : "%H:%M:%S", &sTime);
+    return szText.data();
+}
+
+std::string text_Count(uint64_t I_uNumber, const char *cpThing)
+{
+    return std::to_string(I_uNumber) + " " + cpThing + (I_uNumber == 1 ? "" : "s");
+}

@@ -1,9 +1,0 @@
-// The reader of trace logs.
-#ifndef XBSACTL_TRACELOG_H
-#define XBSACTL_TRACELOG_H
-
-#include "settings.h"
-
-void tracelog_Run(const SETTINGS &I_sSettings);
-
-#endif

@@ -1,0 +1,31 @@
+// The local list of what was stored: a text file that sha256sum -c can read.
+#ifndef XBSACTL_MANIFEST_H
+#define XBSACTL_MANIFEST_H
+
+#include <string>
+#include <vector>
+
+#include "base/settings.h"
+
+struct MANIFEST_ENTRY
+{
+    std::string strDigest; // 64 digits in lower case
+    std::string strName;   // NAME, or SPACE@NAME of an Informix session
+    unsigned uCopyId = 0;  // Informix: the copy that the digest belongs to; 0: not known
+};
+
+// The name under which the object of these settings stands in a manifest.
+std::string manifest_Name(const SETTINGS &I_sSettings);
+
+// All entries in their order. Throws FAILURE when there is no such file or it holds a line that is
+// none of a manifest.
+std::vector<MANIFEST_ENTRY> manifest_Read(const std::string &I_strFile);
+
+// Makes sure that an entry can be put into the file later; creates it. Throws FAILURE.
+void manifest_Prepare(const std::string &I_strFile);
+
+// Puts the entry in the place of an earlier one of that name. Other processes may do so with
+// theirs at the same time. Throws FAILURE.
+void manifest_Put(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry);
+
+#endif
