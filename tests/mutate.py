@@ -1,144 +1,303 @@
 #!/usr/bin/env python3
 """
-On command, about an hour: do the tests that CI runs on the library notice small faults in it? Each
-is planted in a copy of the tree. Numbers as arguments choose rows.
+On command, as root: do the tests that CI runs on the library notice small faults in it? Plants some
+at random places of a copy of src/, one at a time, and asks the tests, the likely ones first. Faults
+that change nothing stand in mutate.equivalent, each with the reason.
+
+  tests/mutate.py [--seed N] [--count M]    M faults (100) of the choice N (1)
+  tests/mutate.py --rows                    those of the table below instead
+
+Returns 1 when more than five of a hundred are missed.
 """
+import argparse
+import collections
+import concurrent.futures
+import glob
+import json
 import os
+import random
 import re
+import shlex
 import shutil
 import subprocess
 import sys
 import tempfile
+import threading
+import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-WANTED = 38
-# The tools' own tests are not asked.
-TOOLS = ("^(asan.)?(beyond|bench|check|format|frontdoor|fuzz|leaks|package|pages|tidy|tool|"
-         "tracelog|zsh)")
+# The tools' own tests are not asked, nor what looks at the sources.
+TOOLS = re.compile("(asan.)?(beyond|bench|check|contract|format|frontdoor|fuzz|interface|package|"
+                   "pages|sandbox.Load|tidy|tool|tracelog|zsh)")
+AT_ONCE = 4  # tests of a fault
+ALONE = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]  # ends with all its children
 
-# The likely test, which is asked first, the file in src/, the text in it, and what a hurried
-# developer might have left there.
-FAULTS = [
-    ("calls", "api/BSABeginTxn.cpp", "iLastCall |= CALL_BEGIN_TXN", "iLastCall = CALL_BEGIN_TXN"),
-    ("transfer_Broken", "util/text.cpp", "sReset = {1, 0}", "sReset = {0, 0}"),
-    ("transfer_Transfers", "api/BSACreateObject.cpp", "spObject->copyId.right = ",
-     "spObject->copyId.left = "),
-    ("transfer_Broken", "api/BSAEndData.cpp", "sOrderly = {0, 0}", "sOrderly = {1, 0}"),
-    ("transfer_Broken", "api/BSAEndData.cpp", "if (sPrivate.iDataBroken != 0)", "if (false)"),
-    ("com.Sessions", "api/BSAEndData.cpp", "else if (sPrivate.iDataFailed == 0) sGlobal",
-     "else sGlobal"),
-    ("calls", "api/BSAEndTxn.cpp", "iLastCall = 0;", "iLastCall &= ~CALL_BEGIN_TXN;"),
-    ("servers", "api/BSAGetData.cpp", "spBlock->bufferPtr + uiRead", "spBlock->bufferPtr"),
-    ("helpers", "api/BSAGetLastError.cpp", "uLength >= *sizePtr", "uLength > *sizePtr"),
-    ("com.Queries", "api/BSAGetNextQueryObject.cpp", "iIndex < XBSA_QUERY_RESULTS - 1",
-     "iIndex < XBSA_QUERY_RESULTS"),
-    ("com.Sessions", "api/BSAGetObject.cpp",
-     "x_CopyText(sGlobal.sCOM.szSavesetID, sizeof sGlobal.sCOM.szSavesetID, spSMS->szName);", ""),
-    ("calls", "api/BSAInit.cpp", "szInformix, sizeof szInformix)",
-     "szInformix, sizeof szInformix - 1)"),
-    ("com.Queries", "api/BSAQueryObject.cpp",
-     "if (sGlobal.sCOM.szSavesetID[0] == '\\0') qab_ClearResults();", ""),
-    ("transfer_Broken", "api/BSASendData.cpp", "MSG_NOSIGNAL", "0"),
-    ("calls", "api/environment.cpp", "strlen(cpValue) >= spVariable->uSize",
-     "strlen(cpValue) > spVariable->uSize"),
-    ("com.Sessions", "api/object.cpp", "OP_STATUS_FAILED : OP_STATUS_PARTLY",
-     "OP_STATUS_PARTLY : OP_STATUS_FAILED"),
-    ("transfer_Broken", "api/object.cpp", "    sPrivate.iDataBroken = 0;\n", ""),
-    ("com.Sessions", "com/com_intf.cpp", "    spInput->szRestoreID[0] = '\\0';\n", ""),
-    ("com.Sessions", "com/com_intf.cpp", "iStep > COM_STEP_OPEN_SESSION",
-     "iStep >= COM_STEP_OPEN_SESSION"),
-    ("com.Commands", "com/command.cpp", '" -m ", spInput->szPool', '" -m ", spInput->szDrive'),
-    ("com.Answers", "com/dump.cpp", "iColon < 3", "iColon < 4"),
-    ("com.Runs", "com/find.cpp", "uSize <= uLength + PATH_EXTRA", "uSize < uLength + PATH_EXTRA"),
-    ("com.Answers", "com/hostspec.cpp", 'strcmp(cpUser, "sms") == 0 && cpPasswd',
-     'strcmp(cpUser, "sms") == 0 || cpPasswd'),
-    ("com.Commands", "com/line.cpp",
-     '        if (*cpText == \'\\\'\') com_AppendText(spLine, "\'\\\\\'");\n', ""),
-    ("com.Answers", "com/parse.cpp", "iReplyCheck > 1", "iReplyCheck > 0"),
-    ("com.Runs", "com/run.cpp", "    sigprocmask(SIG_SETMASK, &spRun->sOldSet, nullptr);\n", ""),
-    ("helpers", "session/commands.cpp", "< XBSA_REPLY_SIZE - LINE_END", "< XBSA_REPLY_SIZE"),
-    ("calls", "session/connect.cpp", "    if (hSocket != -1) SOCKET_close(hSocket);\n", ""),
-    ("com.Sessions", "session/identity.cpp", "*uipPasswordLen > uLength ? uLength + 1 : uLength",
-     "uLength"),
-    ("torture", "session/open.cpp", 'cpaCommands[spWork->iSlot], XBSA_REPLY_SIZE, "QUIT"',
-     'cpaCommands[spWork->iSlot - 1], XBSA_REPLY_SIZE, "QUIT"'),
-    ("transfer_Broken", "session/peer.cpp", "iError == ETIMEDOUT || ", ""),
-    ("transfer_Broken", "session/record.cpp", "    if (*hpOwn != -1) SOCKET_close(*hpOwn);\n",
-     ""),
-    ("transfer_Transfers", "stpc/accept.cpp", "MSG_PEEK | MSG_DONTWAIT", "MSG_DONTWAIT"),
-    ("helpers", "stpc/line.cpp", "    sigprocmask(SIG_SETMASK, &sOld, nullptr);\n", ""),
-    ("torture", "stpc/port.cpp", "    SOCKET_close(hListener);\n", ""),
-    ("transfer_Broken", "stpc/transfer.cpp", "    SOCKET_close(hSpare);\n", ""),
-    ("trace", "trace/dump.cpp", "ucByte <= 10", "ucByte < 10"),
-    ("trace", "trace/trace.cpp", "int iError = errno;", "int iError = 0;"),
-    ("helpers", "util/memory.cpp", "(sNow.lSeconds - spStart->lSeconds) * 1000",
-     "(sNow.lSeconds - spStart->lSeconds)"),
-    ("com.Answers", "util/text.cpp", "iCut = uLength >= uSize", "iCut = uLength > uSize"),
+# What the generator does not come to: the file in src/, the text in it, and what a hurried developer
+# might have left there.
+ROWS = []
+
+# What is looked for in the code, without its comments and texts, and what takes its place.
+CHANGES = [
+    (r" && ", " || "), (r" \|\| ", " && "), (r" == ", " != "), (r" != ", " == "),
+    (r" >= ", " > "), (r" > ", " >= "), (r" <= ", " < "), (r" < ", " <= "),
+    (r" [+-] 1\b(?!\.)", ""), (r"\btrue\b", "false"), (r"\bfalse\b", "true"),
+    (r" [|+-]= ", " = "), (r" (?:\||\+|-) [\w.>-]+(?![\w.>(-])", ""), (r" [*/%] \w+(?![\w(.])", ""),
+    (r"(?<![\w.-])-?\d+(?=[uUlL]*\b)(?![.\w]*[xX.])", lambda found: str(int(found[0]) + 1)),
+    (r"(?<=\bif \()|(?<=\bwhile \()", "condition"), (r";", "statement"),
 ]
+NO_EXPRESSION = re.compile(
+    r"(return|break|continue|case|default|goto|static\w*|const|struct|typedef|using|extern|enum|"
+    r"namespace)\b|[\w:]+(<.*>)?[\s*&]+\w+\s*(=|;|\[|\(|\{|,|$)|\}|$")
+
+HEAD = re.compile(r"[\s\x01]*(?:(?:if|while|for|switch) \(|else\b|do\b|case [^:]*:|default:)")
 
 
-def call(tree, *words):
-    """What it prints, and whether it ends well."""
-    done = subprocess.run(words, cwd=tree, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+def blanked(text):
+    """The same length, without comments, texts, and lines for the preprocessor."""
+    return re.sub(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|^#(?:\\\n|[^\n])*',
+                  lambda found: re.sub(r"[^\n]", "\x01", found[0]), text, flags=re.M | re.S)
+
+
+def closing(code, start):
+    """The place of the bracket that closes the one in front of start."""
+    depth = 1
+    while depth:
+        depth += {"(": 1, ")": -1}.get(code[start], 0)
+        start += 1
+    return start - 1
+
+
+def statement(code, end):
+    """Where the statement that ends there begins, or None where it is a declaration or a jump."""
+    depth, start = 0, end
+    while start and (depth or code[start - 1] not in ";{}"):
+        start -= 1
+        depth += {")": 1, "(": -1}.get(code[start], 0)
+        if depth < 0:
+            return None  # inside the head of a loop
+    while head := HEAD.match(code[start:end]):
+        start += head.end()
+        start = closing(code, start) + 1 if head[0][-1] == "(" else start
+    start += re.match(r"[\s\x01]*", code[start:]).end()
+    return None if NO_EXPRESSION.match(code[start:end]) else start
+
+
+def faults_in(text):
+    """For each place: where the old text begins and ends, and the new one."""
+    code = blanked(text)
+    for pattern, new in CHANGES:
+        for found in re.finditer(pattern, code):
+            start, end = found.span()
+            if new == "condition":
+                end = closing(code, start)
+                yield start, end, f"!({text[start:end]})"
+            elif new == "statement":
+                start = statement(code, start)
+                if start is not None:
+                    yield start, end, ";"
+            else:
+                yield start, end, new(found) if callable(new) else new
+
+
+class Fault:
+    def __init__(self, file, text, start, end, new):
+        self.file, self.text = file, text[:start] + new + text[end:]
+        first, last = text.rfind("\n", 0, start) + 1, (text + "\n").find("\n", end)
+        old, line = text[first:last], text[first:start] + new + text[end:last]
+        self.label = f"{file}: {' '.join(old.split())} => {' '.join(line.split())}"
+        self.number = text.count("\n", 0, start) + 1
+
+
+def call(folder, *words):
+    """What a command prints that must end well."""
+    done = subprocess.run(words, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           encoding="latin-1", check=False)
-    with open(f"{tree}/mutate.log", "a", encoding="latin-1") as log:
-        log.write(done.stdout)
-    return done.stdout, done.returncode == 0
+    if done.returncode:
+        raise SystemExit(f"{' '.join(words)}: {done.stdout[-2000:]}")
+    return done.stdout
 
 
-def build(tree, preset, *target):
-    if not call(tree, "cmake", "--build", "--preset", preset, "-j2", *target)[1]:
-        raise SystemExit(f"does not build, see {tree}/mutate.log")
+class Build:
+    """Of a preset, with the tests that ask its library or one that stands in its place."""
+
+    def __init__(self, tree, preset, tool, limit):
+        self.tree, self.folder, self.limit = tree, f"{tree}/build/{preset}", limit
+        ftpd = os.environ.get("XBSA_FTPD", os.path.expanduser("~/.cache/korva-xbsa/ftpd"))
+        call(tree, "cmake", "--preset", preset, f"-DXBSA_TOOL={tool}", f"-DXBSA_FTPD={ftpd}")
+        call(tree, "cmake", "--build", "--preset", preset, "-j2")
+        listed = json.loads(call(self.folder, "ctest", "--show-only=json-v1"))["tests"]
+        self.tests = {row["name"]: row for row in listed if not TOOLS.match(row["name"])}
+        with open(f"{self.folder}/compile_commands.json", encoding="utf-8") as file:
+            self.commands = {row["file"]: row for row in json.load(file)}
+        self.seconds, self.sound, self.lock = collections.Counter(), set(), threading.Lock()
+
+    def make(self, fault, folder):
+        """The library with a fault; False where the compiler refuses it or makes the same of it."""
+        for name in "lib", "bin", "tmp":
+            os.makedirs(f"{folder}/{name}")
+        row = self.commands[f"{self.tree}/{fault.file}"]
+        words, source = shlex.split(row["command"]), f"{folder}/{os.path.basename(fault.file)}"
+        sound, made = words[words.index("-o") + 1], f"{folder}/made.o"
+        with open(source, "w", encoding="utf-8") as file:
+            file.write(fault.text)
+        words = [made if word == sound else word for word in words[:-1]] + [source, "-w"]
+        if subprocess.run(words, cwd=row["directory"], capture_output=True, check=False).returncode:
+            return False
+        with open(made, "rb") as one, open(f"{row['directory']}/{sound}", "rb") as other:
+            if one.read() == other.read():
+                return False
+        with open(f"{self.folder}/src/CMakeFiles/xbsa.dir/link.txt", encoding="utf-8") as file:
+            words = [made if word == sound else word for word in shlex.split(file.read())]
+        at = words.index("-o") + 1
+        words[at] = os.path.join(folder, "lib", os.path.basename(words[at]))
+        call(f"{self.folder}/src", *words)
+        os.link(words[at], f"{folder}/lib/libxbsa.so.1")
+        if os.path.exists(f"{self.folder}/bin"):
+            os.link(f"{self.folder}/bin/xbsactl", f"{folder}/bin/xbsactl")
+        return True
+
+    def start(self, name, folder):
+        row = self.tests[name]
+        values = {item["name"]: item["value"] for item in row["properties"]}
+        env = dict(line.split("=", 1) for line in values["ENVIRONMENT"])
+        for key in "XBSA_LIBRARY", "XBSA_TOOL":
+            env[key] = env[key].replace(self.folder, folder)
+        at = row["command"].index("unittest") + 1
+        return subprocess.Popen(
+            [*ALONE, *row["command"][:at], "-f", *row["command"][at:]], stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL, cwd=values["WORKING_DIRECTORY"],
+            env={**os.environ, **env, "TMPDIR": f"{folder}/tmp" if folder != self.folder else "/tmp"})
+
+    def first_to_fail(self, names, folder):
+        """Twice, or by its time limit; or None."""
+        names, running, failed = collections.deque(names), {}, set()
+        try:
+            while names or running:
+                while names and len(running) < AT_ONCE:
+                    name = names.popleft()
+                    running[name] = self.start(name, folder), time.monotonic()
+                time.sleep(0.02)
+                for name, (test, begin) in list(running.items()):
+                    seconds = time.monotonic() - begin
+                    if seconds > self.limit or (test.poll() and name in failed):
+                        return name
+                    if test.poll() is not None:
+                        del running[name]
+                        self.seconds[name] = self.seconds[name] or seconds
+                    if test.poll():
+                        failed.add(name)
+                        names.appendleft(name)
+        finally:
+            for test, _ in running.values():
+                test.kill()
+                test.wait()
+        return None
+
+    def first_to_notice(self, folder, likely):
+        """A test that passes without the fault."""
+        names = sorted(self.tests, key=lambda name: (-likely[name], self.seconds[name]))
+        found = self.first_to_fail(names, folder)
+        with self.lock:
+            if found and found not in self.sound and self.first_to_fail([found], self.folder):
+                raise SystemExit(f"{found} fails without any fault")
+            self.sound.add(found)
+        return found
 
 
-def first_to_fail(tree, preset, *which):
-    output, well = call(tree, "ctest", "--preset", preset, "--stop-on-failure", *which)
-    return None if well else re.search(r"tests FAILED:\s+\d+ - (\S+)", output)[1]
+class Work:
+    """The tree, its builds, and what was learned about which tests notice faults of a file."""
+
+    def __init__(self, tree):
+        self.tree, self.lock = tree, threading.Lock()
+        self.likely = collections.defaultdict(collections.Counter)
+        self.release, self.asan = Build(tree, "release", "OFF", 90), None
+        if failing := self.release.first_to_fail(self.release.tests, self.release.folder):
+            raise SystemExit(f"{failing} fails without any fault")
+        self.release.sound.update(self.release.tests)
+
+    def second(self):
+        """Only when the release let a fault pass."""
+        with self.lock:
+            self.asan = self.asan or Build(self.tree, "asan", "ON", 300)
+        return self.asan
+
+    def notice(self, pair):
+        fault, folder = pair
+        begin, likely = time.monotonic(), self.likely[fault.file]
+        found = self.release.first_to_notice(folder, likely)
+        shutil.rmtree(folder)
+        if not found and self.second().make(fault, folder):
+            found = self.second().first_to_notice(folder, likely)
+        shutil.rmtree(folder, ignore_errors=True)
+        for key in fault.file, os.path.dirname(fault.file):
+            self.likely[key][found] += 1
+        return fault, found, time.monotonic() - begin
 
 
-def plant(tree, preset, file, old, new):
-    with open(f"{ROOT}/src/{file}", encoding="utf-8") as source:
-        text = source.read()
-    if text.count(old) != 1:
-        raise SystemExit(f"{file} holds {text.count(old)} times: {old}")
-    with open(f"{tree}/src/{file}", "w", encoding="utf-8") as target:
-        target.write(text.replace(old, new))
-    build(tree, preset, "--target", "xbsa")
+def read(name):
+    with open(os.path.join(ROOT, name), encoding="utf-8") as file:
+        return file.read()
 
 
-def first_to_notice(tree, sound, likely, file, old, new):
-    """The name of the test, which must pass without the fault, or None."""
-    for preset in "release", "asan":
-        plant(tree, preset, file, old, new)
-        found = (first_to_fail(tree, preset, "-R", f"^(asan.)?{likely}$")
-                 or first_to_fail(tree, preset, "-E", TOOLS))
-        plant(tree, preset, file, old, old)
-        if found and found not in sound and first_to_fail(
-                tree, preset, "-R", f"^{found}$", "--repeat", "until-pass:3"):
-            raise SystemExit(f"{found} fails without any fault, see {tree}/mutate.log")
-        if found:
-            return found
-    return None
+def all_faults():
+    for path in sorted(glob.glob("src/**/*.cpp", root_dir=ROOT, recursive=True)):
+        text = read(path)
+        for place in faults_in(text):
+            yield Fault(path, text, *place)
 
 
-def main(rows):
-    tree, sound, missed = tempfile.mkdtemp(prefix="mutate"), set(), 0
+def chosen(arguments):
+    """All that are not equivalent, in the order of the choice; or those of the table."""
+    if arguments.rows:
+        for file, old, new in ROWS:
+            text = read(f"src/{file}")
+            if text.count(old) != 1:
+                raise SystemExit(f"{file} holds {text.count(old)} times: {old}")
+            yield Fault(f"src/{file}", text, text.find(old), text.find(old) + len(old), new)
+        return
+    listed = {line.rsplit("  # ", 1)[0] for line in read("tests/mutate.equivalent").splitlines()}
+    faults = list(all_faults())
+    if stale := listed - {fault.label for fault in faults}:
+        raise SystemExit("mutate.equivalent has what is no fault now:\n" + "\n".join(sorted(stale)))
+    random.Random(arguments.seed).shuffle(faults)
+    yield from (fault for fault in faults if fault.label not in listed)
+
+
+def planted(work, arguments):
+    """Each fault that a compiler takes, and the folder of its library."""
+    count = 0
+    for fault in chosen(arguments):
+        folder = f"{work.tree}/{count}"
+        if count < arguments.count and work.release.make(fault, folder):
+            count += 1
+            yield fault, folder
+        else:
+            shutil.rmtree(folder, ignore_errors=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.strip(),
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--count", type=int, default=100)
+    parser.add_argument("--rows", action="store_true")
+    arguments = parser.parse_args()
+    tree, begin = tempfile.mkdtemp(prefix="mutate"), time.monotonic()
+    os.chmod(tree, 0o755)
     shutil.copytree(ROOT, tree, dirs_exist_ok=True, symlinks=True,
                     ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
-    ftpd = os.environ.get("XBSA_FTPD", os.path.expanduser("~/.cache/korva-xbsa/ftpd"))
-    for preset in "release", "asan":
-        call(tree, "cmake", "--preset", preset, "-DXBSA_FTPD=" + ftpd)
-        build(tree, preset)
-    for row in rows:
-        likely, file, old, new = FAULTS[row - 1]
-        found = first_to_notice(tree, sound, likely, file, old, new)
-        sound.add(found)
-        missed += not found
-        print(f"{row:2} {file}: {old.strip()} -> {new.strip()}: "
-              f"{'noticed by ' + found if found else 'MISSED'}", flush=True)
-    print(f"{len(rows) - missed} of {len(rows)} noticed")
-    shutil.rmtree(tree)
-    return missed > len(FAULTS) - WANTED
+    missed = count = 0
+    try:
+        work = Work(tree)
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            for fault, found, seconds in pool.map(work.notice, planted(work, arguments)):
+                count, missed = count + 1, missed + (not found)
+                print(f"{count:3} line {fault.number} of {fault.label}: "
+                      f"{f'noticed by {found}' if found else 'MISSED'}, {seconds:.0f} s", flush=True)
+    finally:
+        shutil.rmtree(tree, ignore_errors=True)
+    print(f"{count - missed} of {count} noticed, {(time.monotonic() - begin) / count:.0f} s each")
+    return missed * 20 > count
 
 
-sys.exit(main([int(word) for word in sys.argv[1:]] or range(1, len(FAULTS) + 1)))
+sys.exit(main())

@@ -3,18 +3,19 @@ import ctypes as c
 import os
 import random
 import re
+import select
 import unittest
 from functools import partialmethod
 
 import test_com
-from server import Server
+from server import Hangup, Server
 from xbsa import SANITIZED, Block, descriptor, run
 
 SEED = int(os.environ.get("XBSA_SEED", "1"))
 SEQUENCES = int(os.environ.get("XBSA_SEQUENCES", "200" if SANITIZED else "1000"))
 PIECE = 40  # sequences in one process
 NAMES = [b"one", b"two", b"three"]
-BYTES = random.Random(0).randbytes(1 << 18)
+BYTES = random.Random(0).randbytes(99991)
 # What a connection meets, and where the transfer fails.
 POLITE, OPEN, END = "polite", "open", "end"
 FATES = [({}, POLITE)] * 9 + [
@@ -29,19 +30,26 @@ BEGIN, CREATE, ENDED, GET = 1, 2, 8, 0x200
 FAILED, ORDER, HANDLE, NULL = 3, 5, 6, 22
 
 
+def piece(start, size):
+    """Of the bytes that are sent over and over."""
+    start %= len(BYTES)
+    return (BYTES + BYTES)[start:start + size]
+
+
 class Model:
     """What the library promises; each method gives the code of the call of that name."""
 
     def __init__(self, fates, informix, strict):
         self.fates, self.informix, self.strict = iter(fates), informix, strict
         self.bits = self.status = 0
-        self.open = self.fate = self.name = None  # of the open transfer: STOR or RETR
+        self.fate = self.name = None
         self.sent, self.stored, self.moved, self.closes = b"", {}, 0, []
-        self.given_up = self.data_failed = self.broken = self.job = False
+        self.job = self.loose = False
+        self._forget()
 
-    def _drop(self):
-        self.given_up |= self.open == "STOR"
-        self.open = None
+    def _forget(self):
+        self.open = self.cut = None  # verb of the open transfer; what cut the one before
+        self.rejected = self.broken = False
 
     def _enter(self, bit, wrong):
         code = ORDER if self.bits & bit else HANDLE if wrong else 0
@@ -50,6 +58,7 @@ class Model:
 
     def _close_job(self, direction):
         self.closes += [(direction, self.status)] if self.informix and self.job else []
+        self.job &= not self.strict
 
     def begin(self, wrong, _):
         self.status = 0
@@ -58,19 +67,22 @@ class Model:
     def commit(self, wrong, _):
         code = HANDLE if wrong else 0 if self.bits & BEGIN else ORDER
         self.bits = 0
-        self._drop()
+        if self.strict and (self.open or self.cut):
+            self._forget()
+            self.cut = "end"
         return code
 
     def query(self, _wrong, _):
         return ORDER  # the next result, of a query that was never made
 
     def object(self, verb, wrong, name):
+        self.job = False
         code = self._enter(CREATE if verb == "STOR" else GET, wrong)
         code = code or (NULL if name is None else 0)
         if code == 0:
-            self.given_up = self.data_failed = self.broken = False
-            self.job = True
-            self._drop()
+            cut = (verb, self.open, self.bits & CREATE) == ("RETR", "STOR", CREATE)
+            self._forget()
+            self.cut, self.loose, self.job = "restore" if cut else None, False, True
             self.fate, self.name = next(self.fates), "ABC" if self.informix else name.decode()
             self.sent, self.moved = b"", 0
             if self.fate == OPEN:
@@ -85,42 +97,50 @@ class Model:
     get = partialmethod(object, "RETR")
 
     def _block(self, wrong, size, against):
-        code = HANDLE if wrong else NULL if size is None else ORDER if self.open == against else 0
+        code = HANDLE if wrong else NULL if size is None else ORDER if self.strict and against else 0
         self.status = FAILED if code == HANDLE else self.status
         return code
 
     def send(self, wrong, size):
-        code = self._block(wrong, size, "RETR")
-        self.data_failed |= code != 0
-        if code == 0 and self.open:
-            self.sent += BYTES[len(self.sent):][:size]
+        code = self._block(wrong, size, self.open == "RETR" or self.cut == "restore")
+        self.rejected |= self.strict and code != 0
+        if code == 0 and self.open == "STOR":
+            self.sent += piece(len(self.sent), size)
         return code
 
     def read(self, wrong, size):
-        code = self._block(wrong, size, "STOR")
+        code = self._block(wrong, size, self.open == "STOR")
         if code == 0 and not self.open and size > 0:
-            code = FAILED
-            self.status = max(self.status, FAILED)
-            self.data_failed |= self.strict
+            code = self.status = FAILED
             self.broken |= self.strict
         return code
 
+    def ends_soon(self, call):
+        """Of a call that is to move bytes. By default one against the direction waits for ever; a
+        send on no connection is tried again for five seconds; what a rejected end leaves depends on
+        how fast the server was."""
+        verb = "STOR" if call == "send" else "RETR"
+        if self.open:
+            return self.open == verb or self.strict
+        return self.strict and self.cut == "restore" if call == "send" else not self.loose
+
     def end(self, wrong, _):
-        backup, given_up = bool(self.bits & CREATE) or self.given_up, self.given_up
-        data = self._enter(ENDED, wrong)
-        if data == 0:
-            data = FAILED if given_up or not self.open or self.fate == END else 0
-            if self.open == "STOR" and not self.broken:
+        data = order = self._enter(ENDED, wrong)
+        backup = self.bits & CREATE or self.cut
+        incomplete = self.rejected or self.broken
+        if order == 0:
+            data = FAILED if self.cut or not self.open or self.fate == END else 0
+            if self.open == "STOR" and not incomplete:
                 self.stored[self.name] = self.sent
-        if data or not self.data_failed:
-            self.status = FAILED if data else 0
-        code, self.open = data if backup else 0, None
-        if self.bits & (CREATE | GET):
-            self._close_job("-b" if self.bits & CREATE else "-r")
-            self.job = False
+        self.status = FAILED if data or incomplete else 0
+        code, bits = data if backup else 0, self.bits & (CREATE | GET)
+        if bits:
+            self._close_job("-b" if bits & CREATE else "-r")
             code = 0 if self.informix else code  # the job's good close stands in its place
-            if self.strict and (data or self.broken):
-                code = FAILED
+        if self.cut or (self.strict and bits and (data or incomplete)):
+            code = FAILED
+        self.loose = order != 0 and (self.loose or self.open is not None)
+        self._forget()
         return FAILED if code else 0
 
 
@@ -151,28 +171,44 @@ def play(x, server, seed, fates, informix, strict):
     _ = test_com.start(x) if informix else x.start(server)
     chance, model, done = random.Random(seed), Model(fates, informix, strict), []
     room = c.create_string_buffer(65536)
-    for _ in range(PIECE):
-        for call, wrong, argument in steps(chance):
-            if call == "send" and not model.open and not wrong and argument:
-                argument = 0  # on no connection a send is tried again for five seconds
-            if call == "send" and argument:
-                c.memmove(room, BYTES[len(model.sent):][:argument], argument)
-            telling = call in ("create", "get") or (
-                call == "end" and (model.open or model.given_up) and not wrong
-                and not model.bits & ENDED)
-            done.append((call, wrong, argument, model.open, model.bits))
-            left = model.stored.get(model.name, b"")[model.moved:]
-            moves = call == "read" and model.open == "RETR"
-            want = getattr(model, call)(wrong, argument)
-            code, count = invoke(x, call, x.handle.value + wrong, argument, room)
-            assert code == want, (code, want, done[-12:])
-            if moves and code == 0:
-                assert room.raw[:count] == left[:argument], (count, len(left), done[-12:])
-                model.moved += count
-            message = x.last_error()
-            assert message or code != FAILED or not telling, ("no last message", done[-12:])
-    x.BSAEndTxn(x.handle, 1)
+    calls = [step for _ in range(PIECE) for step in steps(chance)]
+    for call, wrong, argument in calls + [("commit", False, None), ("end", False, None)]:
+        if call in ("send", "read") and argument and not model.ends_soon(call):
+            argument = 0
+        if call == "send" and argument:
+            c.memmove(room, piece(len(model.sent), argument), argument)
+        telling = call in ("create", "get") or (call == "end" and (model.open or model.cut)
+                                                and not model.rejected and not wrong
+                                                and not model.bits & ENDED)
+        done.append((call, wrong, argument, model.open, model.cut, model.bits))
+        left = model.stored.get(model.name, b"")[model.moved:]
+        moves = call == "read" and model.open == "RETR"
+        want = getattr(model, call)(wrong, argument)
+        code, count = invoke(x, call, x.handle.value + wrong, argument, room)
+        assert code == want, (code, want, done[-12:])
+        if moves and code == 0:
+            assert room.raw[:count] == left[:argument], (count, len(left), done[-12:])
+            model.moved += count
+        message = x.last_error()
+        assert message or code != FAILED or not telling, ("no last message", done[-12:])
     return model.stored, model.closes
+
+
+class Watchful(Server):
+    """Gives a store up when the client says something meanwhile: no end takes its second."""
+
+    def _receive(self):
+        parts, part = [], b"first"
+        while part:
+            if self.data not in select.select([self.data, self.control], [], [])[0]:
+                raise Hangup
+            try:
+                part = self.data.recv(1 << 20)
+            except OSError:  # a reset, or what a reset leaves
+                return "RST"
+            parts.append(part)
+        self.objects[self.name] = b"".join(parts)
+        return "FIN"
 
 
 class Plain(unittest.TestCase):
@@ -187,7 +223,7 @@ class Plain(unittest.TestCase):
         for seed in range(SEED, SEED + max(1, SEQUENCES // PIECE // self.share)):
             chance = random.Random(-seed)
             fates = [chance.choice(FATES) for _ in range(PIECE * 16)]
-            server, strict = Server(*(script for script, _ in fates)), seed % 2
+            server, strict = Watchful(*(script for script, _ in fates)), seed % 2
             closes = self.make(server)
             with self.subTest(f"XBSA_SEED={seed} XBSA_SEQUENCES={PIECE * self.share}"):
                 got = run(play, server, seed, [fate for _, fate in fates], self.informix,
