@@ -16,6 +16,9 @@
 
 // Marks a call as made. Returns BSA_RC_INVALID_CALL_SEQUENCE when it was made already (then nothing
 // is marked), BSA_RC_INVALID_HANDLE for a wrong handle (the call still counts as made), else 0.
+int xbsa_MarkCall(int iCallBit, long lHandle);
+
+// The same, traced.
 int xbsa_CheckCall(const char *cpFunction, int iCallBit, long lHandle);
 
 // Runs the utility to open session and job. Returns 0, or -1 when the utility refused. A utility

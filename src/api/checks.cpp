@@ -7,23 +7,20 @@
 #include "trace/trace.h"
 #include "util/util.h"
 
-enum
+int xbsa_MarkCall(int iCallBit, long lHandle)
 {
-    OWNER_TAG = 5 // characters before the value in an owner token, such as "user="
-};
+    if (sGlobal.sSession.iLastCall & iCallBit) return BSA_RC_INVALID_CALL_SEQUENCE;
+    sGlobal.sSession.iLastCall |= iCallBit;
+    return xbsa_IsHandle(lHandle) ? BSA_RC_SUCCESS : BSA_RC_INVALID_HANDLE;
+}
 
 int xbsa_CheckCall(const char *cpFunction, int iCallBit, long lHandle)
 {
-    if (sGlobal.sSession.iLastCall & iCallBit)
-    {
+    int iRet = xbsa_MarkCall(iCallBit, lHandle);
+    if (iRet == BSA_RC_INVALID_CALL_SEQUENCE)
         TRACE("%s: Invalid calling sequence. Exiting.", cpFunction);
-        return BSA_RC_INVALID_CALL_SEQUENCE;
-    }
-    sGlobal.sSession.iLastCall |= iCallBit;
-    if (xbsa_IsHandle(lHandle)) return BSA_RC_SUCCESS;
-
-    TRACE("%s: Invalid Handle. Exiting.", cpFunction);
-    return BSA_RC_INVALID_HANDLE;
+    if (iRet == BSA_RC_INVALID_HANDLE) TRACE("%s: Invalid Handle. Exiting.", cpFunction);
+    return iRet;
 }
 
 int xbsa_CheckStrict(int iMode)

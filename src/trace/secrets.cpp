@@ -5,11 +5,6 @@
 #include "trace/trace.h"
 #include "util/util.h"
 
-enum
-{
-    OWNER_TAG = 5 // characters before the value in an owner token
-};
-
 void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner)
 {
     x_CopyText(cpMasked, uSize, cpOwner, sizeof(((BSA_ObjectOwner *)nullptr)->bsa_ObjectOwner));
