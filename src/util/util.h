@@ -34,8 +34,7 @@ typedef struct
 {
     unsigned long long ullDevice;
     unsigned long long ullInode;
-    long long llSize; // bytes, of a regular file
-    bool bRegular;    // a regular file
+    bool bRegular; // a regular file
     bool bSocket;
 } FILE_ID;
 
