@@ -1,7 +1,7 @@
 // The exported calls, one per file: start line, checks in their order, the calls downwards, result line.
 //
 // Promises: a call that its checks reject touches no connection (BSAEndData alone says QUIT all the same),
-// every result is traced with its text, a null or unterminated argument is never followed.
+// a null argument is never followed, an unterminated one never read past its field.
 // Needs: session, data, com, record, trace, util. Nothing is above it but the backup tool.
 //
 //   BSA*.cpp               the calls

@@ -14,7 +14,7 @@
 enum
 {
     NEXT_COMMAND, // go on with the next slot
-    STOP_SEQUENCE // the result stands
+    STOP_SEQUENCE // the result is final
 };
 
 enum
@@ -93,7 +93,7 @@ static int EndPlay(const OPEN_WORK *spWork, ENUM_DIRECTION eDirection)
     return STOP_SEQUENCE;
 }
 
-// A name with a blank ends there, as callers of old have it; strict mode takes the whole name,
+// A name with a blank ends there, as existing callers expect. Strict mode takes the whole name,
 // which is what the store of the same object sent.
 static int PlayRetrieve(OPEN_WORK *spWork)
 {

@@ -25,7 +25,7 @@ static bool IsLetterOrDigit(char cByte)
            (cByte >= 'a' && cByte <= 'z');
 }
 
-// The next place after cpText where the password is a word of its own: "pass" is no secret in
+// The next place after cpText where the password is a word of its own: "pass" is not the secret in
 // "password". Null for none.
 static char *FindSecret(char *cpText, const char *cpSecret)
 {
