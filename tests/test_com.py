@@ -405,7 +405,8 @@ def query(x, actions, utility):
     """Plays calls; or has the utility answer something else from now on, or not run; or, as a host
     may, writes results of its own or another index into the record."""
     start(x)
-    found, own, texts = [], (Descriptor * 128)(), {
+    x.mine = own, mine = (Descriptor * 128)(), c.create_string_buffer(3 * 1536)
+    found, texts = [], {
         "match": b"reply=OK\nsavesetname=4711@R1\n", "none": b"reply=OK\n", "silent": b"",
         "no": b"message=no\nreply=ERROR\n", "empty": b"reply=OK\nsavesetname= \n"}
     asked = Query(name=Name(b"sp%", b"/q"), copyType=3, objectType=1, objectStatus=2)
@@ -421,8 +422,9 @@ def query(x, actions, utility):
             call(x, action)
         elif action.startswith("index="):
             x.state.iQueryIndex = int(action[6:])
-        elif action in ("three", "full"):
-            for number in range(1, 3 if action == "three" else 128):
+        elif action.startswith("own="):  # as is the trace buffer: freed, either ends the process
+            x.state.cpTraceBuffer = c.addressof(mine) + 1536
+            for number in range(*map(int, action[4:].split("-"))):
                 own[number].copyId.right = number
                 x.state.spQueryResult[number] = c.addressof(own[number])
         else:
@@ -436,15 +438,16 @@ def query(x, actions, utility):
 # Actions, and the results of the calls in both modes, of which a 3 leaves a last message.
 QUERIES = [
     ("match begin query next", "found 18"), ("next", "5"), ("match begin query query", "found 5"),
-    ("match begin query three next next next", "found 1 2 18"),
+    ("match begin query own=1-3 next next next", "found 1 2 18"),
     *((f"match begin query commit {answer} begin query next", f"found {code} 18") for answer, code in (
         ("none", "17"), ("empty", "17"), ("no", "3"), ("silent", "<17|3>"), ("dead", "<17|3>"),
         ("lose", "<17|3>"))),
-    ("match begin query three commit begin query next", "found found 18"),
-    ("match begin query three index=0 next commit begin query next", "found 18 found 18"),
-    ("match begin query three index=2 commit no begin query three index=0 next", "found 3 18"),
-    *((f"match begin query full index={index} next", "found 18") for index in (-1, 127, 1 << 30)),
-    ("match begin query full" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18"),
+    ("match begin query own=1-3 commit begin query next", "found found 18"),
+    ("match begin query own=1-3 index=0 next commit begin query next", "found 18 found 18"),
+    ("match begin query own=1-3 index=2 commit no begin query own=1-3 index=0 next", "found 3 18"),
+    ("match begin query own=0-1 index=0 commit begin query next", "found found 18"),
+    *((f"match begin query own=1-128 index={index} next", "found 18") for index in (-1, 127, 1 << 30)),
+    ("match begin query own=1-128" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18"),
 ]
 
 
