@@ -17,6 +17,7 @@ import unittest
 
 from ftpd import serve_behind
 from server import Server
+from test_calls import call
 from xbsa import (LIBRARY, SANITIZED, Block, Global, Owner, TraceSink, descriptor, descriptors,
                   make_folder, read_text, run, run_started)
 
@@ -93,11 +94,9 @@ def reused_after_end(x):
     numbers = connections(x)
     x.BSAEndData(x.handle)
     far = far_ends(x, numbers=numbers)
-    codes = [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.BSABeginTxn(x.handle),
-             x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1), x.send(b""), x.restore()[0]]
+    codes = [call(x, name) for name in "end commit begin end commit send".split()] + x.restore()[0]
     unread = os.read(numbers[1], 100)
-    for number in numbers:
-        os.close(number)
+    _ = [os.close(number) for number in numbers]
     return codes, [unread] + [theirs.recv(100) for theirs in far]
 
 
@@ -167,7 +166,8 @@ def fill(ours, theirs, kind):
     if kind.isdigit():
         theirs.sendall(b"x" * int(kind))
         return
-    ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 20000)
+    if kind == "part":
+        ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 20000)
     with contextlib.suppress(BlockingIOError):
         while True:
             ours.send(b"y" * 4096)
@@ -239,7 +239,7 @@ class Host(unittest.TestCase):
                 self.assertEqual(got.value, want)
 
     def test_reused_numbers(self):
-        self.check(reused_after_end, want=([3, 0, 0, 0, 0, 0, [0, 0, 0]],
+        self.check(reused_after_end, want=([3] + [0] * 8,
                                            [b"226 done\r\n221 bye\r\n", b"", b""]))
         for renew, reuse in itertools.product((0, 1), (False, True)):
             self.check(reused_in_transfer, renew, reuse, want=([0] * (7 + renew), [reuse] * 2))
