@@ -1,7 +1,9 @@
 """The command line as it is told in four places, and the packages as an administrator uses them."""
+import contextlib
 import functools
 import glob
 import os
+import pathlib
 import pty
 import re
 import shutil
@@ -35,8 +37,7 @@ def output(*command, **more):
 
 
 def read(name):
-    with open(os.path.join(SOURCE, name), encoding="utf-8") as file:
-        return file.read()
+    return pathlib.Path(SOURCE, name).read_text(encoding="utf-8")
 
 
 def offered(*command):
@@ -51,33 +52,29 @@ def documented(page):
             for text in sections}
 
 
-def typed(folder, shell, script):
+def typed(shell, script):
     """Types a script into an interactive shell in a folder with two files and a folder."""
+    folder = tempfile.mkdtemp(prefix="typed")
+    unittest.addModuleCleanup(shutil.rmtree, folder)
     os.makedirs(f"{folder}/in/sub")
-    for name in ("a b", "note"):
-        open(f"{folder}/in/{name}", "x", encoding="ascii").close()
+    output("touch", "a b", "note", cwd=f"{folder}/in")
     pid, terminal = pty.fork()
     if pid == 0:
         os.chdir(f"{folder}/in")
         os.execvpe(shell[0], shell, {"TERM": "dumb", "PATH": ENV["PATH"], "HISTFILE": ""})
     os.write(terminal, "\n".join(script).encode())
-    try:
+    with contextlib.suppress(OSError):  # the end of a terminal
         while os.read(terminal, 4096):
             pass
-    except OSError:  # the end of a terminal
-        pass
     os.waitpid(pid, 0)
-    with open(f"{folder}/out", encoding="utf-8") as file:
-        return file.read()
+    return read(f"{folder}/out")
 
 
 def completed(*lines):
     """The arguments that bash makes of each line, after the key that inserts all completions."""
-    with tempfile.TemporaryDirectory() as folder:
-        text = typed(folder, ["bash", "--norc", "--noprofile", "-i"],
-                     [f". {SOURCE}/completions/xbsactl.bash",
-                      "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
-                      *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""])
+    text = typed(["bash", "--norc", "--noprofile", "-i"], [
+        f". {SOURCE}/completions/xbsactl.bash", "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
+        *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""])
     return [part.split("\n")[:-1] for part in text.split("=\n")[:-1]]
 
 
@@ -186,8 +183,7 @@ class Packages(unittest.TestCase):
         server = serve_behind(self, Daemon("proftpd"))
         where = f"127.0.0.1:{server.port}"
         login = ["--host", where, "--user", "backup"]
-        with open(name, "wb") as file:
-            file.write(os.urandom(200000))
+        pathlib.Path(name).write_bytes(os.urandom(200000))
         loaded = output("env", "LD_DEBUG=files", f"{usr}/bin/xbsactl", "store", "obj", name, *login)
         self.assertIn(f"calling init: {usr}/bin/../{LIBDIR}/libxbsa.so.1", loaded)
         output(f"{usr}/bin/xbsactl", "restore", "obj", name + ".back", *login)
@@ -204,9 +200,8 @@ class Packages(unittest.TestCase):
     def test_remove(self):
         """Nothing is left of the packages in a root of their own, nor of what Python compiled."""
         with tempfile.TemporaryDirectory() as root:
-            os.makedirs(f"{root}/var/lib/dpkg/info")
-            os.mkdir(f"{root}/var/lib/dpkg/updates")
-            open(f"{root}/var/lib/dpkg/status", "x", encoding="ascii").close()
+            output("mkdir", "-p", f"{root}/var/lib/dpkg/info", f"{root}/var/lib/dpkg/updates")
+            output("touch", f"{root}/var/lib/dpkg/status")
             dpkg = ["dpkg", f"--root={root}", f"--log={root}/var/log", "--force-not-root",
                     "--force-depends", "--force-script-chrootless", "--path-include=*"]
             output(*dpkg, "--install", *self.packages)
@@ -232,13 +227,10 @@ class Zsh(unittest.TestCase):
                  "--trace 3:no": "--trace 3:note ", "query no": "query no",
                  "check --informixdir=s": "check --informixdir=sub/",
                  "--host h tra": "--host h trace "}
-        with tempfile.TemporaryDirectory() as folder:
-            text = typed(folder, ["zsh", "-f", "-i"],
-                         [f"fpath=({SOURCE}/completions $fpath)",
-                          "autoload -Uz compinit; compinit -u -D",
-                          "note() { print -r -- $BUFFER >>../out; BUFFER= }",
-                          "zle -N note; bindkey '^T' note",
-                          "".join(f"xbsactl {line}\t\x14" for line in cases) + "exit", ""])
+        text = typed(["zsh", "-f", "-i"], [
+            f"fpath=({SOURCE}/completions $fpath)", "autoload -Uz compinit; compinit -u -D",
+            "note() { print -r -- $BUFFER >>../out; BUFFER= }", "zle -N note; bindkey '^T' note",
+            "".join(f"xbsactl {line}\t\x14" for line in cases) + "exit", ""])
         self.assertEqual(text.splitlines(), [f"xbsactl {line}" for line in cases.values()])
 
 
