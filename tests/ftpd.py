@@ -76,7 +76,6 @@ class Daemon:
         self.listener.close()
 
     def serve(self, done):
-        """Starts servers until the descriptor done is readable, then waits for their ends."""
         while self.listener in (ready := select.select([self.listener, done], [], [], DEADLINE)[0]):
             connection = self.listener.accept()[0]
             with open(os.path.join(self.folder, "log"), "ab") as log:
@@ -106,10 +105,8 @@ def serve_behind(test, server):
 
 
 def serve_standard_input(folder, limit):
-    """
-    pyftpdlib on the connection that is standard input. By itself it connects at PORT and says
-    125; here it connects at STOR and RETR and says 150, as a tape server does.
-    """
+    """pyftpdlib on the connection that is standard input. By itself it connects at PORT and says
+    125; here it connects at STOR and RETR and says 150, as a tape server does."""
     from pyftpdlib import authorizers, handlers, ioloop, servers
 
     class Data(handlers.DTPHandler):

@@ -46,7 +46,6 @@ class Shelf(Server):
 
 
 def cycles(x, server, owner, first, count, sizes):
-    """Stores and restores objects; how much memory came after the first ones, and bytes moved."""
     host = [b"BSA_SERVICE_HOST=127.0.0.1:%d" % server.port] * (owner == b"PLAIN")
     assert x.init(b"BSA_API_VERSION=1.0.1", *host, owner=owner) == 0
     chance, moved = random.Random(first), 0

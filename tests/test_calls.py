@@ -120,7 +120,6 @@ class Calls(unittest.TestCase):
                 self.assertIn(port, (found, None))
 
     def test_identity(self):
-        """Handle, interface version and provider; the provider's size limit."""
         def ask(x):
             version, found = Version(), []
             x.BSAQueryApiVersion(c.byref(version))

@@ -125,7 +125,6 @@ def start(x):
 
 
 def in_turn(x, call, rows):
-    """Several calls in one process: what each returned, and what it traced."""
     found = []
     for row in rows:
         before = len(x.trace)
@@ -161,7 +160,6 @@ def traced(outcome, prefix):
 
 class Commands(unittest.TestCase):
     def check(self, rows, mask=FULL_MASK, name="bin", strict="0"):
-        """All rows in one process; the mask of a first pass stays, but in strict mode."""
         utility, arguments = Utility(self, name=name), []
         for task, options, change, started in rows:
             shown = {name: "" for name in OPTIONS if name not in options}
@@ -182,7 +180,6 @@ class Commands(unittest.TestCase):
         self.assertEqual((got.mask, list(calls)), (mask, []))
 
     def test_lines(self):
-        """Of each task, without options, with each and with all, as traced and as received."""
         for strict, mask in (("0", FULL_MASK), ("1", NO_MASK), ("", FULL_MASK), ("yes", FULL_MASK)):
             self.check(LINES, mask, strict=strict)
         self.check(ONE_PASS, NO_MASK)
@@ -193,7 +190,6 @@ class Commands(unittest.TestCase):
                     for task in range(1, 6)], name="b;>c $(>c)'")
 
     def test_too_long(self):
-        """A line that does not fit is not run."""
         utility, values = Utility(self), FIELDS | {"space": ";" * 1024}
         long_names = {"szJobName": "j" * 255, "szSavesetID": "'" * 255}
         rows = [(1, values), (2, values), (3, values | long_names), (5, values)]
@@ -322,7 +318,6 @@ WORDS = {"SECURE": "KORVA_SECURE_AUTHENTICATION", "HOST": "h" * 4095, "BLANK": "
 
 
 def field(x, name):
-    """Of the record that has one of that name."""
     records = x.state.sCOM, x.state.sObject.sSMS, x.state
     value = getattr(next(record for record in records if hasattr(record, name)), name)
     return value.decode("latin-1") if isinstance(value, bytes) else value
@@ -470,7 +465,6 @@ class Queries(unittest.TestCase):
             for name, texts in TEXTS.items()}).value, TEXTS)
 
     def test_dump(self):
-        """In full and in order, but for the password; fields without a terminator are bounded."""
         def dump(x, level):
             x.BSASetTrace(x.sink, None, level)
             made = descriptor(owner=b"user=u:pass=geheim", copy_type=3)
@@ -485,7 +479,6 @@ class Queries(unittest.TestCase):
 
 
 def answers(port, **changes):
-    """An open session and job, with the lines of the job's answer that differ."""
     job = {"reply": "OK", "tape_server": f"127.0.0.1:{port}:user:geheim", "drive": "SMS01",
            "tape": "LBL:17", "savesetname": "ABC@R1", "segment": "5"} | changes
     lines = [f"{key}={value}\n" for key, value in job.items() if value is not None]
@@ -584,14 +577,12 @@ HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 
 class Sessions(unittest.TestCase):
     def put_in_etc(self, name, text):
-        """Of this process, in place of what is there, until the test ends."""
         self.assertTrue(os.path.ismount("/etc"), "needs a mount namespace: see docs/sandbox.md")
         os.rename(f"/etc/{name}", f"/etc/{name}.kept")
         self.addCleanup(os.replace, f"/etc/{name}.kept", f"/etc/{name}")
         write_plain(f"/etc/{name}", text)
 
     def test_sessions(self):
-        """What the caller, the server and the utility are told, run by run."""
         for script, changes, actions, *cells in SESSIONS:
             for strict in "01":
                 with self.subTest(actions, script=script, changes=changes, strict=strict):

@@ -48,7 +48,6 @@ def series(table, growth, calls):
 
 
 def attempt(x, road, action, closed, fault):
-    """A transfer under the fault and, after a failure, a good one; what the caller sees of both."""
     call, number, on, error = fault
     shim, names = c.CDLL(None), road.names
     for low in range(3 if closed else 0):
@@ -176,7 +175,6 @@ class Informix(Road, unittest.TestCase):
         self.known = len(self.sandbox.objects())
 
     def stored(self):
-        """What the store under the fault left to be restored."""
         sums = [each["sha256"] for each in self.sandbox.objects()[self.known:]
                 if (each["space"], each["state"]) == ("obj", "good")]
         return [DATA if each == hashlib.sha256(DATA).hexdigest() else each for each in sums]

@@ -72,7 +72,6 @@ def error_texts():
 
 class Catalogue(unittest.TestCase):
     def test_page(self):
-        """The page of the documentation is what the tool prints."""
         self.assertEqual(tool("explain", "--markdown").stdout, read("docs", "messages.md"))
 
     def test_every_error_text(self):
@@ -85,7 +84,6 @@ class Catalogue(unittest.TestCase):
 
 class Explain(unittest.TestCase):
     def test_lines(self):
-        """A whole line finds its entry first, and what nobody knows is said to be so."""
         stamp = " 2026-11-24 17:46:34: Trace: (QAB library) "
         for line, entry in [(stamp + line, entry) for line, entry in LINES] + TYPED:
             self.assertEqual(tool("explain", *line.split()).stdout[:len(entry)], entry, line)
@@ -103,8 +101,6 @@ OTHER = 12345  # an account that is neither root's nor ours
 
 
 class Folder(unittest.TestCase):
-    """A database's folder, and what is in it."""
-
     def setUp(self):
         self.folder = make_folder(self)
         for name in ("etc", "lib"):
@@ -137,7 +133,6 @@ class Folder(unittest.TestCase):
         return got.stdout + got.stderr
 
     def refuse(self, text, *arguments, want=1, **options):
-        """With this text, and nothing is changed."""
         before = [(name, state(name)) for name in self.names()]
         out = self.setup(*arguments, want=want, **options)
         self.assertIn(text, out)
@@ -148,7 +143,6 @@ class Folder(unittest.TestCase):
         return os.path.join(self.folder, name)
 
     def link(self, name, to):
-        """In the place of what has the name."""
         if os.path.lexists(self.path(name)):
             os.rename(self.path(name), self.path("away"))
         os.symlink(to, self.path(name))
@@ -156,7 +150,6 @@ class Folder(unittest.TestCase):
 
 class Setup(Folder):
     def test_refusals(self):
-        """Each with a clear line, and nothing is changed."""
         os.symlink("onconfig", self.path("etc/linked"))
         limit = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (2000, 2000)),
                  "restore_signals": False}

@@ -89,7 +89,6 @@ def far_ends(x, replies=b"226 done\r\n221 bye\r\n", numbers=None):
 
 
 def reused_after_end(x):
-    """The numbers of the ended transfer become the host's."""
     x.store(end=False)
     numbers = connections(x)
     x.BSAEndData(x.handle)
@@ -161,7 +160,6 @@ OWN = [
 
 
 def fill(ours, theirs, kind):
-    """Makes the socket what the row says."""
     ours.setblocking(False)
     if kind.isdigit():
         theirs.sendall(b"x" * int(kind))
@@ -248,7 +246,6 @@ class Host(unittest.TestCase):
                        want=([5, 0] + [0] * renew + [0], [b"", b"QUIT\r\n"]))
 
     def test_linked(self):
-        """A program in C that is linked with the library, with and without a trace."""
         folder, here = make_folder(self), os.path.dirname(__file__)
         program = folder + "/linked"
         subprocess.run(["cc", *["-fsanitize=address"] * SANITIZED, f"-I{here}/../include", "-o",
@@ -300,7 +297,6 @@ class Driven(unittest.TestCase):
 
 class Leaks(unittest.TestCase):
     def test_tool(self):
-        """The tool and the library in it free all they took and end it, after failures too."""
         env = dict(os.environ, ASAN_OPTIONS="detect_leaks=1", XBSA_PASSWORD="secret")
         del env["LD_PRELOAD"]
         for command, script, code in (("store", {}, 0), ("store", {"CWD": ["550 no"]}, 1),

@@ -25,7 +25,6 @@ class Driver(unittest.TestCase):
         Utility(self, given | {"-q": b"reply=OK\nsavesetname=4711\n"})
 
     def drive(self, owner, conditions, *, program=None, log="xbsa.log", **options):
-        """All must go well."""
         strict = str(int("fork" not in conditions))  # in strict mode a child may not
         env = dict(os.environ, XBSA_TRACE="66", XBSA_LOGFILE=log, KORVA_STRICT=strict)
         line = [*(program or HOST + [LIBRARY]), owner, f"localhost:{self.server.port}"]

@@ -164,7 +164,6 @@ class Network(unittest.TestCase):
         self.assertEqual((codes, server.objects["obj"]), ([0, 0, 0], OBJECT * 40))
 
     def test_loss(self):
-        """Every fifth packet is lost, each way."""
         here, there = self.hosts()
         for host in (here, there):
             inside(host, "nft -f -", LOSS)
@@ -189,7 +188,6 @@ class Network(unittest.TestCase):
                 self.doCleanups()
 
     def router(self, here, there):
-        """A third host between the two."""
         name = self.host("r")
         ip("-n", here, "link del", here)
         for far, near, net, last in ((here, "inner", "10.79.0", 1), (there, "outer", "10.77.0", 2)):
@@ -202,7 +200,6 @@ class Network(unittest.TestCase):
         return name
 
     def test_two_addresses(self):
-        """The one that the control connection has is announced."""
         for address in THERE, SECOND:
             codes, server = self.scenario(store, address)
             self.assertEqual(codes, [0, 0, 0])

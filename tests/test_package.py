@@ -30,7 +30,6 @@ FILES = {"korva-xbsa": f"""bin/xbsactl {LIBDIR}/libxbsa.so.1 share/man/man1/xbsa
 
 
 def output(*command, **more):
-    """What a command prints; it must end well."""
     done = subprocess.run(command, env=ENV, text=True, capture_output=True, check=False, **more)
     assert done.returncode == 0, f"{command}: {done.returncode}\n{done.stdout}{done.stderr}"
     return done.stdout + done.stderr
@@ -45,7 +44,6 @@ def offered(*command):
 
 
 def documented(page):
-    """The options of a manual page, by the first word of their heading."""
     sections = re.split(r"^\.S[SH] ", read(f"man/{page}").replace("\\-", "-"), flags=re.M)[1:]
     return {text.split()[0]: set(re.findall(r"(?<![\w-])-[a-z-]+",
                                             " ".join(re.findall(r"^\.TP\n(.*)", text, re.M))))
@@ -80,7 +78,6 @@ def completed(*lines):
 
 class Interface(unittest.TestCase):
     def test_options(self):
-        """Help, manual page and both completions name the same."""
         text = output(TOOL, "--help").split("Subcommands:\n")[1].split("\n\n")[0]
         commands = re.findall(r"^  (\w+)", text, re.M)
         everywhere = offered(TOOL)
@@ -125,7 +122,6 @@ def build(kind, umask="077"):
 
 
 def assert_same(kind):
-    """Another folder, another umask and another second make the same packages."""
     for one, other in zip(build(kind), build(kind, "002")):
         output("cmp", one, other)
 
@@ -139,7 +135,6 @@ class Packages(unittest.TestCase):
             output("dpkg-deb", "-x", package, cls.root)
 
     def test_contents(self):
-        """Everything in its place, with sound modes, checksums and one time stamp."""
         found = {output("dpkg-deb", "-f", path, "Package").strip(): path for path in self.packages}
         self.assertEqual(found.keys(), FILES.keys())
         for name, path in found.items():
@@ -213,7 +208,6 @@ class Packages(unittest.TestCase):
 
 class Pages(unittest.TestCase):
     def test_pages(self):
-        """The formatter has no complaint about a page. Others come from the machine."""
         for page in glob.glob(f"{SOURCE}/man/*.?"):
             text = output("man", "--warnings", "-l", page)
             self.assertIn("SEE ALSO", text)

@@ -34,7 +34,6 @@ MANIFESTS = [
 
 
 def metrics():
-    """The values of a status file by their names; fails when it is not whole."""
     text = read_text("s.prom")
     found = {name: value for name, _, value in SAMPLE.findall(text)}
     assert not SAMPLE.sub("", text) and found.keys() >= {"in_progress", "bytes", "bytes_per_second"}, text
@@ -48,8 +47,6 @@ def wait_while(condition):
 
 
 class Site(unittest.TestCase):
-    """A folder to work in, and the tool pointed at a server."""
-
     def setUp(self):
         folder = make_folder(self)
         self.addCleanup(os.chdir, os.getcwd())
@@ -58,7 +55,6 @@ class Site(unittest.TestCase):
         self.env.pop("LD_PRELOAD", None)
 
     def serve(self, server=None):
-        """By default a server that takes any password."""
         server = serve_behind(self, server or Daemon("vsftpd"))
         self.options = ["--host", f"127.0.0.1:{server.port}", "--user", "ftp"]
         return server
@@ -68,7 +64,6 @@ class Site(unittest.TestCase):
                                 env=self.env, stdin=-1, stdout=-1, stderr=-1)
 
     def call(self, *arguments, data=b"hello", code=0):
-        """Runs the tool to its end, and returns what it printed."""
         with self.start(*arguments) as tool:
             texts = [text.decode() for text in tool.communicate(data, DEADLINE)]
         self.assertEqual(tool.returncode, code, (arguments, texts))
@@ -194,7 +189,6 @@ class Progress(Site):
         self.assertEqual((tool.returncode, got == data), (0, True))
 
     def test_ends(self):
-        """However a run ends the file says so, and when the last good one was."""
         self.serve()
         arguments, kept = ["store", 'b"\\', "--status", "s.prom"], "last_success_timestamp_seconds"
         self.call(*arguments)
@@ -219,7 +213,6 @@ class Progress(Site):
         self.assertEqual(os.listdir(), ["s.prom"])
 
     def test_lost_file(self):
-        """A status file that can no longer be written is no reason to fail."""
         self.serve()
         os.mkdir("t")
         with self.start("store", "x", "--status", "t/s.prom") as tool:

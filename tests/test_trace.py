@@ -17,7 +17,6 @@ def stripped(lines):
 
 
 def init(x, name=None, level=None, sink=True):
-    """After BSASetTrace, if a level is given: the level, the log's name, and the files there."""
     if level is not None:
         x.BSASetTrace(x.sink if sink else None, name, level)
     x.init()
@@ -201,7 +200,6 @@ class Store(unittest.TestCase):
         self.assertEqual("\n".join(stripped(got.log)) + "\n", want)
 
     def test_levels(self):
-        """Every reply at any level; each call's start at level 3."""
         for level, starts in enumerate((0, 0, 0, 1)):
             got = run_started(lambda x: x.store() + x.restore()[0], server=Server(), level=level).trace
             replies = [line[13:16] for line in got if line.startswith("LOGIN REPLY: ")]
