@@ -66,8 +66,6 @@ DATABASES = [
 
 
 class Corrupted(dict):
-    """Objects of which one byte is another when they are asked for."""
-
     def get(self, name, default=None):
         data = bytearray(super().get(name, default))
         data[70000] ^= 1
