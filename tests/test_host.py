@@ -269,9 +269,11 @@ class Driven(unittest.TestCase):
             code = getattr(x, call)(x.handle, c.byref(Block(5, 5, c.addressof(room))))
             assert shim.shim_arm(b"malloc", 0, 0, 0)
             x.state.sSession.iLastCall |= 2
-            if late:
-                threading.Timer(late, far[1].sendall, (b"226 done\r\n221 bye\r\n",)).start()
-            return code, x.BSAEndData(x.handle)
+            reply = threading.Timer(late, far[1].sendall, (b"226 done\r\n221 bye\r\n" * bool(late),))
+            reply.start()
+            codes = code, x.BSAEndData(x.handle)
+            reply.join()
+            return codes
         for row, want in ((("BSAGetData", b"recv", 1, 0), (3, 3)),
                           (("BSASendData", b"send", 1, 0), (3, 3)),
                           (("BSASendData", b"send", 0, 2.5), (0, 0))):

@@ -9,19 +9,19 @@ enum
 };
 
 static const MsgTbl asTaskNames[] = {{COM_OPEN_WRITE, "COM_OPEN_WRITE"},
-                                 {COM_CLOSE_WRITE, "COM_CLOSE_WRITE"},
-                                 {COM_OPEN_READ, "COM_OPEN_READ"},
-                                 {COM_CLOSE_READ, "COM_CLOSE_READ"},
-                                 {COM_INFO, "COM_INFO"},
-                                 {COM_REMOVE, "COM_REMOVE"},
-                                 {TABLE_END, "UNKNOWN"}};
+                                     {COM_CLOSE_WRITE, "COM_CLOSE_WRITE"},
+                                     {COM_OPEN_READ, "COM_OPEN_READ"},
+                                     {COM_CLOSE_READ, "COM_CLOSE_READ"},
+                                     {COM_INFO, "COM_INFO"},
+                                     {COM_REMOVE, "COM_REMOVE"},
+                                     {TABLE_END, "UNKNOWN"}};
 
 static const MsgTbl asStepNames[] = {{COM_STEP_INIT, "COM_STEP_INIT"},
-                                 {COM_STEP_OPEN_SESSION, "COM_STEP_OPEN_SESSION"},
-                                 {COM_STEP_OPEN_JOB, "COM_STEP_OPEN_JOB"},
-                                 {COM_STEP_CLOSE_JOB, "COM_STEP_CLOSE_JOB"},
-                                 {COM_STEP_CLOSE_SESSION, "COM_STEP_CLOSE_SESSION"},
-                                 {TABLE_END, "UNKNOWN"}};
+                                     {COM_STEP_OPEN_SESSION, "COM_STEP_OPEN_SESSION"},
+                                     {COM_STEP_OPEN_JOB, "COM_STEP_OPEN_JOB"},
+                                     {COM_STEP_CLOSE_JOB, "COM_STEP_CLOSE_JOB"},
+                                     {COM_STEP_CLOSE_SESSION, "COM_STEP_CLOSE_SESSION"},
+                                     {TABLE_END, "UNKNOWN"}};
 
 static char *CopyKeyword(char *cpKeyword, const MsgTbl *spRow, int iValue)
 {
