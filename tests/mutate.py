@@ -120,6 +120,7 @@ class Build:
         ftpd = os.environ.get("XBSA_FTPD", os.path.expanduser("~/.cache/korva-xbsa/ftpd"))
         call(tree, "cmake", "--preset", preset, f"-DXBSA_TOOL={tool}", f"-DXBSA_FTPD={ftpd}")
         call(tree, "cmake", "--build", "--preset", preset, "-j2")
+        os.mkdir(f"{self.folder}/tmp")
         listed = json.loads(call(self.folder, "ctest", "--show-only=json-v1"))["tests"]
         self.tests = {row["name"]: row for row in listed if re.match(ASKED[preset], row["name"])}
         with open(f"{self.folder}/compile_commands.json", encoding="utf-8") as file:
@@ -161,7 +162,7 @@ class Build:
         return subprocess.Popen(
             [*ALONE, *row["command"][:at], "-f", *row["command"][at:]], stdout=subprocess.DEVNULL,
             stderr=subprocess.DEVNULL, cwd=values["WORKING_DIRECTORY"],
-            env={**os.environ, **env, "TMPDIR": f"{folder}/tmp" if folder != self.folder else "/tmp"})
+            env={**os.environ, **env, "TMPDIR": f"{folder}/tmp"})
 
     def first_to_fail(self, names, folder):
         """Twice, or by its time limit; or None."""
@@ -217,15 +218,15 @@ class Work:
             self.asan = self.asan or Build(self.tree, "asan", "ON", 300)
         return self.asan
 
-    def notice(self, pair):
-        fault, folder = pair
-        begin, likely = time.monotonic(), self.likely[fault.file]
+    def notice(self, fault, folder):
+        begin, keys = time.monotonic(), (fault.file, os.path.dirname(fault.file))
+        likely = self.likely[keys[0]] + self.likely[keys[1]]
         found = self.release.first_to_notice(folder, likely)
         shutil.rmtree(folder, ignore_errors=True)
         if not found and self.second().make(fault, folder):
             found = self.second().first_to_notice(folder, likely)
         shutil.rmtree(folder, ignore_errors=True)
-        for key in fault.file, os.path.dirname(fault.file):
+        for key in keys:
             self.likely[key][found] += 1
         return fault, found, time.monotonic() - begin
 
@@ -257,11 +258,13 @@ def planted(work, arguments):
     count = 0
     for fault in chosen(arguments):
         folder = f"{work.tree}/{count}"
-        if count < arguments.count and work.release.make(fault, folder):
+        if count == arguments.count:
+            return
+        if work.release.make(fault, folder):
             count += 1
             yield fault, folder
         else:
-            shutil.rmtree(folder, ignore_errors=True)
+            shutil.rmtree(folder)
 
 
 def main():
@@ -278,7 +281,9 @@ def main():
     try:
         work = Work(tree)
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            for fault, found, seconds in pool.map(work.notice, planted(work, arguments)):
+            asked = [pool.submit(work.notice, *pair) for pair in planted(work, arguments)]
+            for done in concurrent.futures.as_completed(asked):
+                fault, found, seconds = done.result()
                 count, missed = count + 1, missed + (not found)
                 print(f"{count:3} line {fault.number} of {fault.label}: "
                       f"{f'noticed by {found}' if found else 'MISSED'}, {seconds:.0f} s", flush=True)

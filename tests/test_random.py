@@ -97,7 +97,8 @@ class Model:
     get = partialmethod(object, "RETR")
 
     def _block(self, wrong, size, against):
-        code = HANDLE if wrong else NULL if size is None else ORDER if self.strict and against else 0
+        against = ORDER if self.strict and against else 0
+        code = HANDLE if wrong else NULL if size is None else against
         self.status = FAILED if code == HANDLE else self.status
         return code
 
@@ -189,6 +190,7 @@ def play(x, server, seed, fates, informix, strict):
         if moves and code == 0:
             assert room.raw[:count] == left[:argument], (count, len(left), done[-12:])
             model.moved += count
+        assert x.state.sSession.SData == -1 or model.cut != "end", ("still shown", done[-12:])
         message = x.last_error()
         assert message or code != FAILED or not telling, ("no last message", done[-12:])
     return model.stored, model.closes
