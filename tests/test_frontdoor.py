@@ -320,6 +320,9 @@ class AsRoot(Folder):
             os.chown(self.path(name), OTHER, OTHER)
         os.chown(self.path("lib"), 0, 0)
         self.assertIn("No link in", self.hook())
+        os.chmod(self.path("etc"), 0o1777)  # where others can plant a journal, and copies
+        os.chown(self.path("etc/xbsa-setup.json"), OTHER + 1, OTHER)
+        self.assertIn(f"to another account ({OTHER + 1})", self.hook("--undo", want=1))
 
     def test_race(self):
         """Its files become links to one of root's while it writes."""
@@ -342,20 +345,26 @@ class AsRoot(Folder):
 
     def test_links(self):
         """Of others are refused wherever a file is written; ours are followed. In a folder that
-        everybody may write, so is a file of others."""
+        others may write, so are files and folders of others."""
         folder = self.path("shared")
         os.mkdir(folder)
-        os.chmod(folder, 0o1777)
         log, env = os.path.join(ROOT, "tests", "store.trace"), dict(XBSA_PASSWORD="x", PATH="/bin")
         host = ["--host", "127.0.0.1:1", "--user", "x"]
-        for owner, planted in ((OTHER, "link"), (OTHER, "file"), (OTHER, "folder"), (0, "link")):
+        for owner, planted, mode in (
+                (OTHER, "link", 0o1777), (OTHER, "file", 0o1777), (OTHER, "folder", 0o1777),
+                (OTHER, "file", 0o777), (OTHER, "file", 0o1775), (OTHER, "real", 0o1777),
+                (0, "link", 0o1777)):
+            os.chmod(folder, mode)
             path = os.path.join(folder, planted)
             if planted == "file":
                 write_plain(path, "")
+            elif planted == "real":
+                os.mkdir(path)
+                write_plain(f"{path}/sudoers", "")
             else:
                 os.symlink(os.path.dirname(self.victim) if planted == "folder" else self.victim, path)
             os.chown(path, owner, owner, follow_symlinks=False)
-            path += "/sudoers" if planted == "folder" else ""
+            path += "/sudoers" if planted in ("folder", "real") else ""
             for arguments in (["restore", "x", path, *host], ["trace", log, "--html", path],
                               ["store", "x", "--manifest", path, *host],
                               ["store", "x", "--status", path, *host]):
@@ -367,4 +376,5 @@ class AsRoot(Folder):
                     page = arguments[0] == "trace" and owner == 0
                     self.assertEqual("<html" in read(self.victim), page)
                     write_plain(self.victim, "root's", 0o400)
-            os.unlink(os.path.join(folder, planted))
+            os.rename(os.path.join(folder, planted), self.path("away"))
+            subprocess.run(["rm", "-r", self.path("away")], check=True)
