@@ -1,5 +1,6 @@
 """What an administrator asks the tool: explain and setup. No server is needed."""
 import os
+import pwd
 import re
 import resource
 import shutil
@@ -323,6 +324,26 @@ class AsRoot(Folder):
         os.chmod(self.path("etc"), 0o1777)  # where others can plant a journal, and copies
         os.chown(self.path("etc/xbsa-setup.json"), OTHER + 1, OTHER)
         self.assertIn(f"to another account ({OTHER + 1})", self.hook("--undo", want=1))
+
+    def test_way(self):
+        """Where somebody else could lead root, or what a group that is not the owner's opens."""
+        nobody = pwd.getpwnam("nobody").pw_uid
+        os.symlink(self.folder, self.path("lib/link"))
+        os.chown(self.path("lib/link"), OTHER, OTHER, follow_symlinks=False)
+        os.mkdir(self.path("lib/roots"))
+        for folder, arguments, mode, text in (
+                ("lib/link", ["--yes"], 0o755, "is a link that belongs to account 12345"),
+                ("lib/link", ["--logrotate"], 0o755, "lib belongs to account 12345"),
+                ("lib/roots", ["--logrotate"], 0o755, "lib belongs to account 12345"),
+                ("etc", ["--logrotate"], 0o777, f"others may write {self.folder}"),
+                ("", ["--yes"], 0o755, "which nobody is not in")):
+            os.chown(self.path("etc/onconfig"), OTHER if folder else nobody, OTHER)
+            os.chmod(self.folder, mode)
+            before = self.tree()
+            self.assertIn(text, self.setup(*arguments, folder=self.path(folder), want=1))
+            self.assertEqual(self.tree(), before)
+        os.chown(self.path("etc"), nobody, 0)
+        self.assertRegex(self.setup("--logrotate", folder=self.path("etc")), "su nobody nogroup\n")
 
     def test_race(self):
         """Its files become links to one of root's while it writes."""
