@@ -160,6 +160,7 @@ class Setup(Folder):
                  "restore_signals": False}
         for arguments, code, text, options in [
                 (["--yes"], 2, "no absolute path", {"folder": "informix"}),
+                (["--logrotate"], 2, "a control character", {"folder": "/\u009b"}),
                 (["--yes"], 1, "no database's folder", {"folder": os.path.join(self.folder, "lib")}),
                 (["--yes"], 1, "/none/etc is missing: no", {"folder": "/none"}),
                 (["--onconfig", "none", "--yes"], 1, "does not exist", {}),
@@ -203,7 +204,10 @@ class Setup(Folder):
         self.setUp()
         self.write("etc/onconfig", b"BAR_BSALIB_PATH /x\033]0;\xc2\x9b\x9b\xe2\x80\xae\xc3\xa4\n")
         self.write("etc/xbsa.logrotate", "/x { postrotate\nevil\nendscript }\n")
-        out = self.setup("--yes")
+        os.mkdir(self.path("\u009b"), 0o700)
+        library = shutil.copy(os.environ["XBSA_LIBRARY"], self.path("\u009b"))
+        out = self.setup("--yes", "--library", library)
+        self.assertIn("? is not open to every account", out)
         self.assertIn("  - BAR_BSALIB_PATH /x?]0;???\u00e4\n", out)
         self.assertNotIn("xbsa.logrotate", out)
         rotation = self.setup("--logrotate")

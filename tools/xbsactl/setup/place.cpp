@@ -46,7 +46,7 @@ std::string FolderName(std::string I_strFolder)
     while (I_strFolder.size() > 1 && I_strFolder.back() == '/') I_strFolder.pop_back();
     if (I_strFolder.empty() || I_strFolder.front() != '/')
         throw USAGE_ERROR("--informixdir is no absolute path");
-    if (HasControlCharacter(I_strFolder) ||
+    if (Visible(I_strFolder) != I_strFolder ||
         I_strFolder.find_first_of("'\"*?[\\") != std::string::npos)
         throw USAGE_ERROR("--informixdir holds a quote, a pattern or a control character");
     return I_strFolder;
@@ -133,7 +133,8 @@ void TakeAccount(const PLACE &I_sPlace, const CDescriptor &I_sFolder)
                           AccountName(sStatus.st_uid) +
                           " is not in: give it one of this account's groups first (chgrp)");
         Become(sStatus.st_uid, sStatus.st_gid);
-        std::cout << "# As " << AccountName(sStatus.st_uid) << ", who owns " << strFile << '\n';
+        std::cout << "# As " << AccountName(sStatus.st_uid) << ", who owns " << Printable(strFile)
+                  << '\n';
         return;
     }
     if (!IsRootsOnly(I_sFolder) || !IsRootsOnly(*I_sPlace.spEtc))
