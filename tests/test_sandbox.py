@@ -242,6 +242,18 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual([row[-2] for row in catalogue.table()[1:]],
                          ["storing", "stored", "swept"])
 
+    def test_odd_name(self):
+        """No byte of the folder's name means anything, nor does a link once it has led there."""
+        home = make_folder(self)
+        link, folder = f"{home}/link", f"{home}/a#b%41?c"
+        os.mkdir(folder, 0o700)
+        os.symlink(folder, link)
+        Sandbox(self, folder=link)
+        os.unlink(link)
+        write_plain(inifile.INI, inifile.text_for(folder))
+        run(both_ways, 1)
+        self.assertEqual(os.listdir(home), ["a#b%41?c"])
+
     def refuse(self, rows):
         """No sandbox starts in a folder that was spoilt, and nothing is written through it."""
         home = make_folder(self)
