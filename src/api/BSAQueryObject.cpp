@@ -25,27 +25,21 @@ static int CheckQuery(long lHandle, const BSA_QueryDescriptor *spQuery,
     return BSA_RC_SUCCESS;
 }
 
-// Nobody has looked: a tool that took this for "no match" would forget good copies.
-static int FailUnanswered()
-{
-    i_KeepMessage(0, "The COM utility did not answer the query.");
-    TRACE("BSAQueryObject: com_intf: failed.");
-    qab_ClearResults();
-    return BSA_RC_ABORT_SYSTEM_ERROR;
-}
-
 // Leaves the match in entry 0. An answer that names no saveset is no match: a copy id of 0, or an
-// earlier one, would restore something else.
+// earlier one, would restore something else. In strict mode silence is a failure: a tool that took it
+// for "no match" would forget good copies.
 static int AskUtility()
 {
     TRACE("BSAQueryObject: Calling olm_com_interface(COM_INFO)");
-    if (com_intf(COM_INFO, &sGlobal.sCOM) == -1)
+    int iRet = com_intf(COM_INFO, &sGlobal.sCOM);
+    bool bUnanswered = sPrivate.bStrict && !sPrivate.bAnswered;
+    if (iRet == -1 || bUnanswered)
     {
+        i_KeepMessage(0, "The COM utility did not answer the query."); // a refusal has kept its own
         TRACE("BSAQueryObject: com_intf: failed.");
         qab_ClearResults();
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
-    if (!sPrivate.bAnswered && sPrivate.bStrict) return FailUnanswered();
     if (sGlobal.sCOM.szSavesetID[0] == '\0') qab_ClearResults();
     if (sGlobal.spQueryResult[0] != nullptr) return BSA_RC_SUCCESS;
     TRACE("BSAQueryObject: No match.");

@@ -5,11 +5,10 @@
 #include "record/record.h"
 #include "trace/trace.h"
 
-static int FailTask(COM_RUN *spRun)
+static void FailTask(COM_RUN *spRun)
 {
     sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;
     spRun->iRet = -1;
-    return spRun->iRet;
 }
 
 static bool IsOpen(ENUM_COM_TASK eTask)
@@ -20,11 +19,6 @@ static bool IsOpen(ENUM_COM_TASK eTask)
 static bool IsClose(ENUM_COM_TASK eTask)
 {
     return eTask == COM_CLOSE_WRITE || eTask == COM_CLOSE_READ;
-}
-
-static bool IsSessionStep(const COM_RUN *spRun)
-{
-    return spRun->spStep != nullptr && spRun->spStep->iStep == COM_STEP_OPEN_SESSION;
 }
 
 // Names of an earlier object must not survive into an open: an answer without them would store this
@@ -91,7 +85,8 @@ static bool TakeNextStep(COM_RUN *spRun)
 static void ForgetEndedJob(const COM_RUN *spRun)
 {
     if (!sPrivate.bStrict || spRun->spInput == nullptr) return;
-    if (IsSessionStep(spRun) && spRun->iRet != 0) spRun->spInput->szSessionID[0] = '\0';
+    bool bSession = spRun->spStep != nullptr && spRun->spStep->iStep == COM_STEP_OPEN_SESSION;
+    if (bSession && spRun->iRet != 0) spRun->spInput->szSessionID[0] = '\0';
     if (IsClose(spRun->eTask)) spRun->spInput->iOpenJobStarted = 0;
 }
 
