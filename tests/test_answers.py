@@ -43,8 +43,7 @@ ANSWERS = [
     ("a control character in the folder", lambda good: good + b"drive=/d\x01\n", REFUSED),
     ("one in the saveset", lambda good: good + b"savesetname=a\x01b\n", REFUSED),
     ("one in the password", lambda good: good.replace(b"geheim", b"\x7f"), REFUSED),
-    ("one in the job's name, which no server hears", lambda good: good + b"jobname=\x01\n", OPENED),
-]
+    ("one in the job's name, which no server hears", lambda good: good + b"jobname=\x01\n", OPENED)]
 # What the utility does after its good answer: nothing of it changes what was answered.
 THENS = ["exit 1", "exit 127", "exit 255", "kill -9 $$", "kill -TERM $$", "exec >&- 2>&-",
          "echo on and on; exit 3", "sleep 0.2"]

@@ -43,8 +43,7 @@ CALLS = {
     "provider-null": lambda x, h: x.BSAQueryServiceProvider(None, None, None),
     "error-null": lambda x, h: x.BSAGetLastError(c.byref(c.c_uint(9)), None),
     "error-nosize": lambda x, h: x.BSAGetLastError(None, c.create_string_buffer(9)),
-    "delete": lambda x, h: x.BSADeleteObject(h, Uint64(0, 1)),
-}
+    "delete": lambda x, h: x.BSADeleteObject(h, Uint64(0, 1))}
 # Calls one after the other, their codes, then the bits of the calls made. Those of a transfer in
 # any order, with wrong handles and nulls, are in test_random.py.
 ORDERS = [
@@ -62,8 +61,7 @@ ORDERS = [
     ("init begin query! query commit begin query-null", "0 0 6 5 0 0 22", 0x1001),
     ("init begin query-noobject next", "0 0 22 18", 0x1501),
     ("version version-null init", "0 22 0", 0xC00), ("version-null", "22", 0),
-    ("provider-null error-null error-nosize", "22 22 22", 0x2000),
-]
+    ("provider-null error-null error-nosize", "22 22 22", 0x2000)]
 # BSAInit's entries (HOST is BSA_SERVICE_HOST), then host, port and time-out.
 ENTRIES = [
     ([], b"", 0, 0), (["HOST=host1"], b"host1", 21, 0), (["HOST=host1:4711"], b"host1", 4711, 0),
@@ -73,8 +71,7 @@ ENTRIES = [
     (["HOST=h:1", "BSA_TIMEOUT=30", "OTHER=x", ""], b"h", 1, 30),
     (["BSA_API_VERSION=1.9", "HOST=h:2"], b"h", 2, 0),
     (["BSA_API_VERSION=2.0", "HOST=h:2"], b"", None, 0), (["BSA_API_VERSION"], b"", None, 0),
-    (["HOST", "BSA_TIMEOUT"], b"", 21, 0), (["HOST=" + "h" * 5000 + ":7"], b"h" * 4095, 7, 0),
-]
+    (["HOST", "BSA_TIMEOUT"], b"", 21, 0), (["HOST=" + "h" * 5000 + ":7"], b"h" * 4095, 7, 0)]
 # Variables of the COM utility: what is changed in a full set, result, fields that stay empty.
 LIMITS = {"KORVA_SERVER": ("szKORVAServer", 127), "KORVA_JOB": ("szJobName", 255),
           "KORVA_TAPE_SERVER": ("szKORVATapeServer", 127), "KORVA_DRIVE": ("szDrive", 7),

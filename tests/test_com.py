@@ -219,8 +219,7 @@ INIS = [
     *(("KEY=/b" + "d" * 496 + end, 0, "d" * 496 + NAME, 498) for end in ("", "\n")),
     ("KEY=/b/\n", 0, NAME, 3), ("KEY=/b=c\n", 0, "=c" + NAME, 4), ("KEY=/b\n", 1, None, 2, 1),
     ("KEY=/b" + "d" * 398, 1, None, 400, 419), ("KEY=/b" + "d" * 398, 0, "d" * 398 + NAME, 400, 420),
-    ("KEY=\n", 1, None, 0, 19), ("KEY=\n", 0, NAME, 0, 20),
-]
+    ("KEY=\n", 1, None, 0, 19), ("KEY=\n", 0, NAME, 0, 20)]
 
 
 class Runs(unittest.TestCase):
@@ -299,15 +298,13 @@ ANSWERS = [
         ("verbose=3", {"ucXBSATraceLevel": 67}), ("verbose=0", {"ucXBSATraceLevel": 64}),
         ("tape_server=srv", {"szHostName": "srv", "iPort": 11001, "szPass": "",
                              "szUser": "KORVA_SECURE_AUTHENTICATION"}),
-        ("tape_server=srv:2000:sms:pw", {"szUser": "sms", "szPass": "pw"}),
-    ]),
+        ("tape_server=srv:2000:sms:pw", {"szUser": "sms", "szPass": "pw"})]),
     # What 5,000 bytes leave in a field: the value's room is 512 bytes, the field's its own.
     *((f"reply=OK\n{key}=" + "v" * 5000, 0, {name: "v" * size, "iOpenJobStarted": 0})
       for key, name, size in (
           ("jobname", "szJobName", 255), ("drive", "szPath", 511), ("format", "szInter", 511),
           ("logfile", "szLogFile", 511), ("sessionID", "szSessionID", 255),
-          ("savesetname", "szSavesetID", 255))),
-]
+          ("savesetname", "szSavesetID", 255)))]
 SPECS = """srv 1 srv 11001 SECURE -|srv: 1 srv 11001 SECURE -|srv:2000 1 srv 2000 SECURE -
 |srv:2000: 0 srv 2000 SECURE -|srv:2000:u 0 srv 2000 u -|srv:2000:sms 0 srv 2000 SECURE -
 |srv::sms: 1 srv 11001 SECURE -|srv:2000:u:p 1 srv 2000 u p|srv:2000:u: 1 srv 2000 u -
@@ -442,8 +439,7 @@ QUERIES = [
     ("match begin query own=1-3 index=2 commit no begin query own=1-3 index=0 next", "found 3 18"),
     ("match begin query own=0-1 index=0 commit begin query next", "found found 18"),
     *((f"match begin query own=1-128 index={index} next", "found 18") for index in (-1, 127, 1 << 30)),
-    ("match begin query own=1-128" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18"),
-]
+    ("match begin query own=1-128" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18")]
 
 
 class Queries(unittest.TestCase):
@@ -566,8 +562,7 @@ SESSIONS = [
     ({}, {}, "store begin create-noname names", "000 022 ABC/S1/R1/0", WELL, STOR),
     ({}, {}, "store begin get! names", "000 06 ABC/S1/R1/0", WELL, STOR),
     ({}, {}, "begin create block create end commit", "000500", OPENED + "close:S1 0", STOR),
-    ({}, {}, "begin create block commit end", "0000<0|3>", OPENED[:-2], STOR),
-]
+    ({}, {}, "begin create block commit end", "0000<0|3>", OPENED[:-2], STOR)]
 HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 127.0.0.1 one.korva.test one
 127.0.0.2 reverse.korva.test

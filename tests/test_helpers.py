@@ -38,15 +38,13 @@ CALLS = {
         (errno.EPERM, 1, b"x", b"Operation not permitted. x"), (10061, 2, b"x", b""),
         (errno.EPERM, 4, None, b"Operation not permitted."), (1, 5, b"x", b"Host is unknown. x"),
         (9, 5, b"x", b""), (0, 1, b"only", b"only"), (7, 0, b"only", b" only"),
-        (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, ...)],
-}
+        (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, ...)]}
 # Mode, path, buffer size, transfer command; tape 7, segment 2, label T1.
 COMMANDS = [
     (1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
     (1, b"SMS01", 262144, b"STOR obj:QAB:none:7:T1:256"), (1, b"sms01", 262144, b"STOR obj"),
     (1, b"SMS01", 512, b"STOR obj:QAB:none:7:T1:64"), (1, b"SMS", 1025, b"STOR obj:QAB:none:7:T1:1"),
-    (2, b"SMS01", 262144, b"RETR obj:0:0:7:2:none"),
-]
+    (2, b"SMS01", 262144, b"RETR obj:0:0:7:2:none")]
 
 
 ROWS = [(name, row[:-1], row[-1]) for name, rows in CALLS.items() for row in rows]

@@ -155,8 +155,7 @@ OWN = [
     ("BSASendData", "signal", errno.EINTR, 1, 0, 0, 0, 1),
     ("BSAGetData", "0", errno.EAGAIN, 0, 9, 3, 3, 0),
     ("BSAGetData", "5", errno.EAGAIN, 0, 0, 3, 2, 0),
-    ("BSAGetData", "5", errno.EAGAIN, 0, 9, 3, 9, 0),
-]
+    ("BSAGetData", "5", errno.EAGAIN, 0, 9, 3, 9, 0)]
 
 
 def fill(ours, theirs, kind):

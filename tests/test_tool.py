@@ -29,8 +29,7 @@ MANIFESTS = [
     (f"{HELLO}  good\r\n", 1, "CR LF"), (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
     (f"\\{HELLO}  back\\\\slash\n", 0, "ok    back\\slash: 5 bytes"),
     (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME holds a control character\nok "),
-    (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds"),
-]
+    (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds")]
 
 
 def metrics():

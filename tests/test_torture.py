@@ -35,8 +35,7 @@ SHAPES = [
     ("0xff before it", lambda line: [b"\xff" + line + b"\r\n"], CARELESS),
     ("flood of lines", lambda line: [line + b"\r\n" + b"999 on\r\n" * 5000], {"END", "QUIT"}),
     ("flood of NULs", lambda line: [b"\0" * 60000], {"QUIT"}),
-    ("positive lines", lambda line: [line + b"\r\n" + b"200 on\r\n" * 5000], {"END", "QUIT"}),
-]
+    ("positive lines", lambda line: [line + b"\r\n" + b"200 on\r\n" * 5000], {"END", "QUIT"})]
 # Ends of the connection, and lines, at each step: what fails, and the last command that was sent
 # where that is another. "~" behind it: replies were left unread, so the client's close is a reset,
 # and that drops what its system still held back for want of an acknowledgement: the server hears

@@ -36,8 +36,7 @@ LOGS = [
         ((None, 2), b"", False), ((None, 66), b"xbsa.log", True), ((b"", 66), b"", False),
         ((b"./xbsa.log", 66), b"./xbsa.log", True), ((b"./xbsa.log", 2), b"", False),
         ((b"ENVIRONMENT", 0), b"xbsa.log", True),
-        ((b"./" * 3000 + b"x", 66), (b"./" * 3000)[:4095], False))),
-]
+        ((b"./" * 3000 + b"x", 66), (b"./" * 3000)[:4095], False)))]
 REPLY = """stpc_recv: sigprocmask() done, all signals masked.\nstpc_recv: Receiving message ...
 stpc_recv: sigprocmask(), back to old handlers.\nLOGIN REPLY: \\1\n"""
 

@@ -38,8 +38,7 @@ STORES = [
     ("foreign alone, refused", {"STOR": ["150 go", "foreign"]}, STRICT, {},
      [3], ["FIN"], "Connection timed out accept() failed."),
     ("line break in the user", {}, {}, {"owner": b"user=a\r\nDELE x:pass=p"}, [3], [], None),
-    ("control character in the name", {}, {}, {"name": b"a\x01b"}, [3], [], None),
-]
+    ("control character in the name", {}, {}, {"name": b"a\x01b"}, [3], [], None)]
 
 
 def store_once(x, server, names):
@@ -155,8 +154,7 @@ ORDERS = [
     ("create block end end!", {}, "0003", "FIN", "hello"),
     ("create block end!" + AGAIN, {"DATA": [end_then_look], "END": []}, "00300000",
      "RST after QUIT FIN", "hello"),
-    ("create block end!" + AGAIN, {"DATA": [await_quit], "END": []}, "00300000", "open FIN", "hello"),
-]
+    ("create block end!" + AGAIN, {"DATA": [await_quit], "END": []}, "00300000", "open FIN", "hello")]
 
 
 class Broken(unittest.TestCase):
