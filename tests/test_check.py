@@ -42,8 +42,7 @@ SCRIPTS = [
     ("library.restore", "550 no", "account", {}, {}, {"RETR": ["550 no"]}),
     ("library.two_at_once", "BSACreateObject failed", "limit of sessions", {}, {}, {}, FULL)]
 # Environment and options in place of the usual ones, and the finding. {} is a folder with odd files.
-SETTINGS = [
-    ({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
+SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
     ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
     ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
     ({}, (), "network.tcp", "port 1: Connection refused", "port is right"),
@@ -166,8 +165,7 @@ class Plain(Case):
 
     def test_kernel(self):
         """How long a server that has vanished is waited for here, in a network of its own."""
-        for retries, silence, want in [
-                (15, 7200, ("ok", "after 15 min", "ok", "after 131 min")),
+        for retries, silence, want in [(15, 7200, ("ok", "after 15 min", "ok", "after 131 min")),
                 (8, 600, ("ok", "after 102 s", "ok", "after 21 min")),
                 (5, 10200, ("warn", "after 13 s", "warn", "after 3 h")),
                 (20, 0, ("warn", "after 25 min", "ok", "after 11 min"))]:

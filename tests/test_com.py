@@ -208,8 +208,7 @@ LIFELESS = [
 # The INI file, the result, the path behind the folder "/b" or None, the length reported; the room
 # for the path, if it is not that of com_intf. The key is written "KEY".
 NAME = "/olm_com_interface"
-INIS = [
-    *((text, 0, NAME, 2) for text in (
+INIS = [*((text, 0, NAME, 2) for text in (
         "KEY=/b\n", "  KEY  =  /b  \r\n", "KEY=/b", "[section]\n#KEY=/x\nKEY=/b\n",
         "\n  \nnonsense\nOTHER=/x\nKEY=/b\nKEY=/y\n", "x" * 511 + "KEY=/x\nKEY=/b\n",
         "KEY=/b" + " " * 1500 + "\r\n", "a\0b\n\0\nKEY=/b\0\nOTHER=/x\n")),
@@ -269,13 +268,11 @@ class Runs(unittest.TestCase):
 # Answers: the text, the result, and fields that must hold these values afterwards.
 ANSWERS = [
     *((text, 0, {}) for text in ("reply=OK", "reply = ok  \r\n\r\n", "initiator=a\nlifetime=0",
-                                 "media=a\nreply=OK")),
-    *((text, 1, {}) for text in (
+                                 "media=a\nreply=OK")), *((text, 1, {}) for text in (
         "", "\n\r\n", "Reply=OK", " reply=OK", "reply=OKAY", "reply=", "reply", "replyX=OK",
         "reply=maybe", "reply=OK\nreply=OK", "message=no tape\nreply=ERROR", "reply=Error",
         "garbage\x01\xff", "jobname=a", "media=a\nmedia=b", "reply=OK\ntape_server=srv:2000:u",
-        "reply=OK\ntape_server=  ")),
-    ("sessionID=1234\nreply=OK", 1, {"szSessionID": "1234"}),
+        "reply=OK\ntape_server=  ")), ("sessionID=1234\nreply=OK", 1, {"szSessionID": "1234"}),
     *(("reply=OK\n" + text, 1, fields) for text, fields in [
         ("tape=LBL", {"szTape": "old"}), ("tape_server=h:99999999:u:p", {"iPort": 7}),
         ("tape_server=" + "h" * 510 + ":1:u:p", {"iPort": 7}),
@@ -284,8 +281,7 @@ ANSWERS = [
         ("sessionID=1234", "1234"), ("sessionID", "old"), ("sessionID=", "old"),
         ("sessionID=   ", ""), ("sessionID=   a b  ", "a b"), ("sessionID=a=b", "a=b"),
         (" sessionID=a\nSESSIONID=b\nsession=c", "old")]),
-    *(("reply=OK\n" + text, 0, fields) for text, fields in [
-        ("jobname=J\rdrive=SMS01\nformat=QAB",
+    *(("reply=OK\n" + text, 0, fields) for text, fields in [("jobname=J\rdrive=SMS01\nformat=QAB",
          {"szJobName": "J", "szPath": "SMS01", "szInter": "QAB"}),
         ("savesetname=ABC@R1", {"szSavesetID": "ABC", "szName": "ABC", "szRestoreID": "R1"}),
         ("savesetname=A@B@C", {"szName": "A", "szRestoreID": "B@C"}),
@@ -518,12 +514,10 @@ NAMELESS = STOR.replace("ABC", "")
 STALE = ["szName", "szSessionID", "szRestoreID", "iOpenJobStarted"]
 # The server's oddity; changes of the job's answer; actions; what they told; runs of the utility;
 # transfers. The last three are patterns of both modes: <default|strict>.
-SESSIONS = [
-    ({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
+SESSIONS = [({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
     ({}, {}, "store restore", "000 000hello", f"{WELL}, {READ.format(0)}", f"{STOR}, {RETR}"),
     ({}, {"savesetname": None}, "store", "000", WELL.replace("ABC@R1", "TIME"),
-     STOR.replace("ABC", "TIME")),
-    ({}, {"savesetname": None, "drive": "/d"}, "restore", "000",
+     STOR.replace("ABC", "TIME")), ({}, {"savesetname": None, "drive": "/d"}, "restore", "000",
      READ.format(0).replace("ABC@R1", "<-I|4711>"), "RETR 4711"),
     ({}, {"drive": "/d"}, "store nameless restore", "000 000",
      f"{WELL}, {READ.format(0).replace('ABC@R1', '<ABC|4711>')}", "STOR ABC, RETR 4711"),

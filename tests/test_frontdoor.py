@@ -20,8 +20,7 @@ FAILURE = re.compile(r"fail|cannot|unable|not found|invalid|too? (long|small)|nu
                      r"refused|could not|not received|empty|no m|negative|unexpected|error|"
                      r"no account|no coresponding|copytype ==|not returned|has opened no", re.I)
 # A line, and how the entry begins that must be found first.
-LINES = [
-    ("xbsa_open: TRANSIENT or PERMANENT NEGATIVE reply: 530 Login incorrect. ", "530 Login"),
+LINES = [("xbsa_open: TRANSIENT or PERMANENT NEGATIVE reply: 530 Login incorrect. ", "530 Login"),
     ("xbsa_open: Received message: 421 Too many users", "421 "),
     ("xbsa_open: Welcome: 220-Hello", "220-"),
     ("xbsa_connect: Connection refused connect() failed.", "Connection refused"),
@@ -162,8 +161,7 @@ class Setup(Folder):
                 (["--onconfig", "../onconfig", "--yes"], 2, "is the name of a file", {}),
                 (["--library", "/none.so", "--yes"], 1, "library cannot be loaded", {}),
                 (["--dry-run", "--yes"], 0, "+ 1|1.0.1|KORVA|1.8A1|", {}),
-                (["--undo", "--yes"], 0, "Nothing to undo", {}),
-                ([], 1, "Nothing was changed", {}),
+                (["--undo", "--yes"], 0, "Nothing to undo", {}), ([], 1, "Nothing was changed", {}),
                 ([], 1, "Nothing was changed", {"input": "no\n"}),
                 (["--yes"], 1, "etc/sm_versions", limit)]:  # fails when one file is written already
             with self.subTest(arguments=arguments, text=text):

@@ -146,8 +146,7 @@ def copied_record(x):
 # A call on a socket of the host's own, that gives an error of that number: because it does not
 # block, and is full or takes a part or has so many bytes; or it has a time limit; or a signal comes.
 # At which retry it has room again, and the status before: code, status after, number of retries.
-OWN = [
-    ("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
+OWN = [("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
     ("BSASendData", "full", errno.EAGAIN, 0, 5, 3, 3, 5),
     ("BSASendData", "part", errno.EAGAIN, 0, 0, 3, 2, 5),
     ("BSASendData", "part", errno.EAGAIN, 0, 5, 3, 5, 5),
@@ -236,8 +235,7 @@ class Host(unittest.TestCase):
                 self.assertEqual(got.value, want)
 
     def test_reused_numbers(self):
-        self.check(reused_after_end, want=([3] + [0] * 8,
-                                           [b"226 done\r\n221 bye\r\n", b"", b""]))
+        self.check(reused_after_end, want=([3] + [0] * 8, [b"226 done\r\n221 bye\r\n", b"", b""]))
         for renew, reuse in itertools.product((0, 1), (False, True)):
             self.check(reused_in_transfer, renew, reuse, want=([0] * (7 + renew), [reuse] * 2))
         for renew, modes in (0, "0"), (1, "01"):

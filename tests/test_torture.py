@@ -21,8 +21,7 @@ NEEDED = {"CWD": lambda text: text[:1] not in ("4", "5"), "PORT": lambda text: t
           "GREETING": bool}
 # Shapes of a reply, made of its good line: all steps take them, or those that are named do.
 TAKEN, CARELESS = set(STEPS), {"GREETING", "USER", "PASS", "TYPE", "CWD", "QUIT"}
-SHAPES = [
-    ("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\r\n"], TAKEN),
+SHAPES = [("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\r\n"], TAKEN),
     ("no CR", lambda line: [line + b"\n"], TAKEN),
     ("CR CR", lambda line: [line + b"\r\r\n"], TAKEN),
     ("late", lambda line: [lambda s: time.sleep(0.03), line + b"\r\n"], TAKEN),
@@ -41,8 +40,7 @@ SHAPES = [
 # and that drops what its system still held back for want of an acknowledgement: the server hears
 # the beginning of it.
 ENDS = "GREETING/- USER PASS TYPE CWD PORT STOR END/STOR -/QUIT"
-BROKEN = [
-    (lambda step: ["close"], ENDS), (lambda step: ["reset"], ENDS.replace("END", "END~")),
+BROKEN = [(lambda step: ["close"], ENDS), (lambda step: ["reset"], ENDS.replace("END", "END~")),
     (lambda step: [b"250 hal", "close"], ENDS),
     (lambda step: [b"x" * 10000], "PORT~ " * 6 + "STOR~ END/QUIT -/QUIT"),
     # read whole at login, and in strict mode when the data connection opens; else by its first line
@@ -50,8 +48,7 @@ BROKEN = [
      "STOR~ -/QUIT -/QUIT -/QUIT -/QUIT STOR~ LOOSE/QUIT -/QUIT -/QUIT")]
 JOINED = b"".join(b"%s x\r\n" % GOOD[step].encode() for step in STEPS[:7])
 # Whole scripts, and the step at which the transaction fails.
-SCRIPTS = [
-    ({"GREETING": [JOINED]} | dict.fromkeys(["USER", "PASS", "TYPE", "CWD", "PORT"], [])
+SCRIPTS = [({"GREETING": [JOINED]} | dict.fromkeys(["USER", "PASS", "TYPE", "CWD", "PORT"], [])
      | {"STOR": ["connect"]}, None),
     ({"END": [b"226 done\r\n221 bye\r\n"], "QUIT": ["close"]}, None),
     ({"STOR": [b"150 go\r\n226 early\r\n", "connect"], "END": []}, None),

@@ -25,8 +25,7 @@ def init(x, name=None, level=None, sink=True):
 
 TWO = {"XBSA_TRACE": "2"}
 # Environment, and name and level of a BSASetTrace before: level, log's name, whether lines are in it.
-LOGS = [
-    ({}, (), 0, b"", False), ({"XBSA_LOGFILE": "./xbsa.log"}, (), 0, b"", False),
+LOGS = [({}, (), 0, b"", False), ({"XBSA_LOGFILE": "./xbsa.log"}, (), 0, b"", False),
     *(({"XBSA_TRACE": level}, (), got, b"xbsa.log", got == 66) for level, got in (
         ("0", 64), ("1", 65), ("2", 66), ("258", 66))),
     (TWO | {"XBSA_LOGFILE": "./xbsa.log"}, (), 66, b"./xbsa.log", True),
@@ -194,8 +193,9 @@ class Store(unittest.TestCase):
         got = run_started(store, server=server, level=None, env={"XBSA_TRACE": "2"})
         port = next(line for line in server.heard[0] if line.startswith("PORT"))
         lines = read_text(os.path.join(os.path.dirname(__file__), "store.trace"))
-        want = re.sub("<reply> ?(.*)\n", REPLY, lines).replace("<pid>", str(got.value))
-        want = want.replace("<port>", str(server.port)).replace("<PORT>", port)
+        want = re.sub(r"<reply (\w+)> (.*)\n", r"<reply> \2\n\1: Received message: \2\n", lines)
+        want = re.sub("<reply> ?(.*)\n", REPLY, want).replace("<PORT>", port)
+        want = want.replace("<pid>", str(got.value)).replace("<port>", str(server.port))
         self.assertEqual("\n".join(stripped(got.log)) + "\n", want)
 
     def test_levels(self):

@@ -130,8 +130,7 @@ class Trace(unittest.TestCase):
         begin, create = (place(one, b"%s: Start" % call) for call in (b"BeginTxn", b"CreateObject"))
         interleaved = mixed(one, two)
         torn = [b"\0\x1b[31m\xff\x9b", b" 2026-99-99 17:00:00: Trace: (QAB library) BSAInit: Start."]
-        for name, log, want, never in (
-                ("empty", b"", ["^0 sessions\n$"], "session 1"),
+        for name, log, want, never in (("empty", b"", ["^0 sessions\n$"], "session 1"),
                 ("CRLF", b"\r\n".join(one), ["1 done", "about 20.0 kB/s"], "other"),
                 ("cut", b"\n".join(one[:data + 1])[:-3], ["unfinished", "data +not ended"], MIXED),
                 ("rotated", one[data:], ["beginning is not", "sent in 3 blocks", "226"], MIXED),
@@ -148,8 +147,7 @@ class Trace(unittest.TestCase):
                 ("a foreign handle", one[:begin] + two[begin:begin + 3] + one[begin:],
                  [MIXED, f"mixed, .*{first}", f"mixed, .*{second}"], "10 s"),
                 ("then a good one", interleaved + self.one, [MIXED, "2 sessions, 1 done, 1 of mixed"],
-                 "failed"),
-                ("one within another", one[:data] + two + one[data:],
+                 "failed"), ("one within another", one[:data] + two + one[data:],
                  [f"mixed, handle {first}\n", f"done, handle {second}"], f"done, handle {first}"),
                 ("begins mixed", interleaved[2 * data:], [MIXED], "<1 s|10 s|done"),
                 ("a block is missing", one[:data] + one[data + 1:], [MIXED + "|" + MIXED], "10 s"),

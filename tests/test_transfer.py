@@ -17,8 +17,7 @@ FORKED = "block take get end commit terminate".split()
 
 # Script, process environment (and the SECONDS of the time-out, if not 1), names; then what comes of
 # it: codes, ends of data, last error.
-STORES = [
-    ("no time-out", {}, {"SECONDS": "-1"}, {}, [0, 0, 0], ["FIN"], ""),
+STORES = [("no time-out", {}, {"SECONDS": "-1"}, {}, [0, 0, 0], ["FIN"], ""),
     ("a long one", {}, {"SECONDS": str(2**31 - 1)}, {}, [0, 0, 0], ["FIN"], ""),
     ("empty greeting", {"GREETING": [""]}, {}, {}, [3], [], "The greeting is empty."),
     ("550 in place of the data", {"STOR": ["150 go", "550 no tape"]}, {}, {},
@@ -27,8 +26,7 @@ STORES = [
     ("data, then 550", {"STOR": ["connect", "550 no"]}, {}, {},
      [3], ["RST"], "STOR failed. NEGATIVE reply: 550 no"),
     ("bare numbers behind it", {"STOR": ["150-go", "connect", "150"], "END": ["226"]}, STRICT,
-     {}, [0, 0, 0], ["FIN"], ""),
-    ("end after the 150", {"STOR": ["150 go", "close"]}, {}, {},
+     {}, [0, 0, 0], ["FIN"], ""), ("end after the 150", {"STOR": ["150 go", "close"]}, {}, {},
      [3], [], "Connection reset by peer accept() failed."),
     ("no data connection", {"STOR": ["150 go"]}, {}, {},
      [3], [], "Connection timed out accept() failed."),
@@ -136,8 +134,7 @@ def end_then_look(server):
 # Calls in a transaction and what the server does with the data; codes ("." is any), ends of data, and
 # what is stored, in both modes: <default|strict>.
 AGAIN = " commit begin create block end"
-ORDERS = [
-    ("create block commit end", {}, "000<0|3>", "<FIN|RST>", "<hello|>"),
+ORDERS = [("create block commit end", {}, "000<0|3>", "<FIN|RST>", "<hello|>"),
     ("create block fault commit end", {}, "0030<0|3>", "RST", ""),
     ("create block fault end", {}, "003<0|3>", "RST", ""),
     ("create block get end", {}, "0003", "RST FIN", ""),
