@@ -72,7 +72,7 @@ class Utility:
         return found
 
     def arguments(self):
-        return [" ".join(words) for words, _, _ in self.calls()]
+        return [" ".join(words) for words, *_ in self.calls()]
 
 
 # Command lines: words of each pass by task; a word without a letter stands for a second blank.
@@ -127,8 +127,8 @@ def start(x):
 def in_turn(x, call, rows):
     found = []
     for row in rows:
-        before = len(x.trace)
-        found.append((call(x, *row), x.trace[before:]))
+        x.trace.clear()
+        found.append((call(x, *row), x.trace[:]))
     return found
 
 
@@ -160,10 +160,9 @@ def traced(outcome, prefix):
 
 class Commands(unittest.TestCase):
     def check(self, rows, mask=FULL_MASK, name="bin", strict="0"):
-        utility, arguments = Utility(self, name=name), []
-        for task, options, change, started in rows:
-            shown = {name: "" for name in OPTIONS if name not in options}
-            arguments.append((task, FIELDS | change | shown, started, 2))
+        utility = Utility(self, name=name)
+        arguments = [(task, FIELDS | change | dict.fromkeys(OPTIONS.keys() - options, ""), started, 2)
+                     for task, options, change, started in rows]
         got = run(in_turn, run_task, arguments, env={"KORVA_STRICT": strict})
         calls = iter(utility.calls())
         for (task, options, change, started), ((result, saveset, _), trace) in zip(rows, got.value):
@@ -193,10 +192,9 @@ class Commands(unittest.TestCase):
         utility, values = Utility(self), FIELDS | {"space": ";" * 1024}
         long_names = {"szJobName": "j" * 255, "szSavesetID": "'" * 255}
         rows = [(1, values), (2, values), (3, values | long_names), (5, values)]
-        for (task, _), (value, trace) in zip(rows, run(in_turn, run_task, rows).value):
-            with self.subTest(task):
-                self.assertEqual((value[0], value[2]), ((-1, 3, set()), 1))
-                self.assertTrue(traced(trace, "com_intf: Command line too long, not run: ["))
+        for (result, _, is_open), trace in run(in_turn, run_task, rows).value:
+            self.assertEqual((result, is_open), ((-1, 3, set()), 1))
+            self.assertTrue(traced(trace, "com_intf: Command line too long, not run: ["))
         self.assertEqual([line[:7] for line in utility.arguments()], ["-b open", "-r open"])
 
 
@@ -227,10 +225,9 @@ class Runs(unittest.TestCase):
             with self.subTest(script):
                 Utility(self, script=script)
                 got = run(run_task, 6, FIELDS)
-                self.assertEqual(got.value[0], (0, 0, set()))
+                self.assertEqual((got.value[0], got.mask, got.stderr), ((0, 0, set()), NO_MASK, ""))
                 self.assertEqual(bool(traced(got, "com_intf: Answer received")), answers_it)
                 self.assertEqual("com_intf: COM answer not received." in got.trace, not answers_it)
-                self.assertEqual((got.mask, got.stderr), (NO_MASK, ""))
 
     def test_no_input(self):
         """None is read by these; the others do not run without."""
@@ -336,10 +333,9 @@ class Answers(unittest.TestCase):
             with self.subTest(answer[:60]):
                 self.assertEqual(value, (code, fields))
                 silent = code == 0 or re.search("^reply=Error|tape[_=]", answer)
-                for line, there in (("Invalid reply format.", not silent),
-                                    ("ERROR MESSAGE: [no tape]", answer.startswith("message")),
-                                    ("Value too long, cut to ", len(answer) > 512)):
-                    self.assertEqual(bool(traced(trace, f"parse_com_answer: {line}")), there, line)
+                lines = [bool(traced(trace, f"parse_com_answer: {line}")) for line in (
+                    "Invalid reply format.", "ERROR MESSAGE: [no tape]", "Value too long, cut to ")]
+                self.assertEqual(lines, [not silent, answer[:7] == "message", len(answer) > 512])
 
     def test_host_specs(self):
         def split(x, spec):
@@ -353,8 +349,7 @@ class Answers(unittest.TestCase):
                 self.assertEqual(got, (int(row[1]), *(row[2:] or got[1:])))
 
     def test_no_password(self):
-        """At no level, in no line and no dump, to no destination, wherever the text is; what comes
-        before it is shown."""
+        """At no level, in no line or dump, to no destination; what comes before it is shown."""
         def ask(x, level):
             x.BSASetTrace(x.sink, b"./xbsa.log", level)
             return x.com_intf(6, c.byref(x.state.sCOM)), x.last_error()
@@ -390,8 +385,7 @@ DUMP = ("0 user=u:pass=******** app obj /data 1 2 3 4 5 6 7 8 9 3 11 12 0 0 - - 
 
 
 def query(x, actions, utility):
-    """Plays calls; or has the utility answer something else from now on, or not run; or, as a host
-    may, writes results of its own or another index into the record."""
+    """Plays calls, changes what the utility answers, and writes as a host may into the record."""
     start(x)
     x.mine = own, mine = (Descriptor * 128)(), c.create_string_buffer(3 * 1536)
     found, texts = [], {
@@ -478,8 +472,7 @@ def answers(port, **changes):
 
 
 def session(x, actions, utility):
-    """Plays store, restore and single calls, changes what the utility answers or whether it can be
-    found, and reads the names of the job; what all of it told."""
+    """Plays calls, changes what the utility answers, and reads the job's names; what all of it told."""
     start(x)
     told, refusal = "", b"message=no\nreply=ERROR\n"
     changes = {"refuse": ("open", refusal), "deny": ("closejob", refusal),
@@ -587,8 +580,7 @@ class Sessions(unittest.TestCase):
                     self.assertEqual({left for _, _, left in utility.calls()}, {"0 1 2"})
 
     def test_no_ini_file(self):
-        """A job that could not be opened is no success, though the server took the object; nor does
-        it hide why the server did not."""
+        """A job that nobody opened is no success, nor hides why the server did not take the object."""
         def store(x, port):
             x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % port, owner=b"INFORMIX")
             return x.store(end=False), x.last_error().strip(), x.BSAEndData(x.handle)

@@ -18,12 +18,10 @@ SIZES = [0, 1, 65535, 65536, 65537, 50 << 20]
 
 
 def there_and_back(x, server):
-    got = []
     for size in SIZES:
-        names = {"owner": server.owner, "path": b".", "name": b"%d.obj" % size}
-        stored, (codes, data) = x.store(pattern(size), **names), x.restore(**names)
-        got.append((size, stored, codes, data == pattern(size)))
-    return got
+        names, data = {"owner": server.owner, "path": b".", "name": b"%d.obj" % size}, pattern(size)
+        got = x.store(data, **names), x.restore(**names)
+        assert got == ([0, 0, 0], ([0, 0, 0], data)), (size, got[0], got[1][0])
 
 
 def cut(data):
@@ -60,13 +58,16 @@ def cut_tail(x, server, late):
 class Servers(unittest.TestCase):
     daemons = "proftpd", "vsftpd", "pyftpdlib"
 
+    def daemon(self, name):
+        server = Daemon(name)
+        self.addCleanup(shutil.rmtree, server.folder)
+        return server
+
     def test_there_and_back(self):
         for name in self.daemons:
             with self.subTest(name):
-                server = Daemon(name)
-                self.addCleanup(shutil.rmtree, server.folder)
-                got = run_started(there_and_back, server, server=server, env=STRICT)
-                self.assertEqual(got.value, [(size, [0, 0, 0], [0, 0, 0], True) for size in SIZES])
+                server = self.daemon(name)
+                run_started(there_and_back, server, server=server, env=STRICT)
                 self.assertEqual({key: len(data) for key, data in server.stored().items()},
                                  {f"{size}.obj": size for size in SIZES})
 
@@ -77,8 +78,7 @@ class Servers(unittest.TestCase):
             return
         for late, strict in itertools.product((0, 0.2), (0, 1)):
             with self.subTest(late=late, strict=strict):
-                server = Daemon("pyftpdlib")
-                self.addCleanup(shutil.rmtree, server.folder)
+                server = self.daemon("pyftpdlib")
                 got = run_started(cut_tail, server, late, server=server, level=0,
                                   env={"KORVA_STRICT": str(strict)})
                 self.assertEqual(got.value, (0, strict * 3, bool(strict)))
