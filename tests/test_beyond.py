@@ -73,8 +73,6 @@ class Remote:
 
 
 class Rig:
-    """A server whose objects are in rclone's care, and what must hold with every catalogue."""
-
     catalogue = ()
 
     def setUp(self):
@@ -86,7 +84,6 @@ class Rig:
         self.sandbox = Sandbox(self, *self.options)
 
     def assert_left(self, *states):
-        """After the end of the server, the bucket holds what is good and nothing else."""
         self.sandbox.process.terminate()
         self.sandbox.process.wait()
         self.assertEqual(self.sandbox.states(), list(states))

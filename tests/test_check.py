@@ -110,9 +110,8 @@ class Plain(Case):
         daemon = Daemon("vsftpd")
         code, found = self.on_server(daemon)
         self.assertEqual((code, daemon.stored()), (0, {}))
-        for step in ("account", "kernel.tcp_retries2", "kernel.tcp_keepalive_time"):
-            found.pop(step)  # this machine's own
-        self.assertEqual({status for status, _, _ in found.values()}, {"ok"}, found)
+        self.assertLessEqual({step for step, row in found.items() if row[0] != "ok"}, {  # the machine's
+            "account", "kernel.tcp_retries2", "kernel.tcp_keepalive_time"}, found)
         self.assertIn("4 objects removed", found["cleanup"][1])
 
     def test_server(self):
@@ -210,8 +209,7 @@ class Informix(Case):
     def test_sandbox(self):
         sandbox = Sandbox(self)
         code, found = check("--informix")
-        self.assertEqual((code, sandbox.states()), (0, ["good"] * 3), found)
-        self.assertEqual(len(found["cleanup"][1].split(", ")), 3)
+        self.assertEqual((code, sandbox.states(), found["cleanup"][1].count(", ")),
+                         (0, ["good"] * 3, 2), found)
         sandbox.fault("CONNECT=refuse")
-        status, text, advice = check("--informix")[1]["library.store"]
-        self.assertEqual((status, "425" in text, FIREWALL in advice), ("fail", True, True), text)
+        self.assert_fails(check("--informix")[1], "library.store", "425", FIREWALL)

@@ -60,7 +60,6 @@ class Utility:
         write_plain(os.path.join(self.folder, verb), answer)
 
     def calls(self):
-        """For each run its arguments, the caller's signal mask and the utility's descriptors."""
         texts, found = read_text(self.folder + "/calls").split("\0"), []
         while len(texts) > 1:
             end = int(texts[0]) + 1
@@ -184,7 +183,6 @@ class Commands(unittest.TestCase):
         self.check(ONE_PASS, NO_MASK)
 
     def test_hostile(self):
-        """Whatever a value or the path holds, the utility gets these bytes, and nothing is run."""
         self.check([(task, OPTIONS, dict.fromkeys(FIELDS, text), 1) for text in HOSTILE
                     for task in range(1, 6)], name="b;>c $(>c)'")
 
@@ -230,14 +228,12 @@ class Runs(unittest.TestCase):
                 self.assertEqual("com_intf: COM answer not received." in got.trace, not answers_it)
 
     def test_no_input(self):
-        """None is read by these; the others do not run without."""
         utility = Utility(self)
         got = run(lambda x: [x.com_intf(task, None) for task in (0, 6, 7, 1, 2, 3, 4, 5)])
         self.assertEqual((got.value[:3], 0 in got.value), ([1, 1, 1], False))
         self.assertEqual(set(utility.arguments()) - {""}, set())
 
     def test_sizes(self):
-        """An answer is taken up to 32768 bytes; what stands in the last of them counts."""
         for size in 32767, 32768, 100000:
             with self.subTest(size):
                 taken, last = min(size, 32768), b"\nsessionID=LAST"

@@ -26,7 +26,6 @@ def symbols(room, kinds):
 
 class Contract(unittest.TestCase):
     def test_rooms(self):
-        """Calls go down only, along the arrows of the table, and no listed arrow is idle."""
         table = re.findall(r"^\| `src/(\w+)` \|.*\| ([\w ,]*) \|$", read_text(ROOT + "/CONTRIBUTING.md"),
                            re.M)
         rooms = [room for room, _ in table]

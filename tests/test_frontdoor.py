@@ -199,7 +199,6 @@ class Setup(Folder):
         self.assertNotIn("evil", rotation)
 
     def test_there_and_back(self):
-        """Our lines and links are there once, the old ones are kept, and undo is exact."""
         self.write("etc/onconfig.before-xbsa", "another copy")
         self.before = self.tree()
         self.setup(input="y\n")
@@ -241,7 +240,6 @@ class Setup(Folder):
         self.assertNotIn("lib/ibsad001.so", self.tree())
 
     def test_damaged_journal(self):
-        """What undo needs is cut short: the copies are named, and nothing is touched."""
         self.setup("--yes")
         whole = self.tree()["etc/xbsa-setup.json"][3]
         for size in range(0, len(whole), 100):
@@ -295,7 +293,6 @@ class AsRoot(Folder):
         self.assertIn("No link in", self.hook())
 
     def test_race(self):
-        """Its files become links to one of root's while it writes."""
         for number in range(5):
             with self.subTest(number):
                 self.link("trap", self.victim)

@@ -37,8 +37,6 @@ KEPT = {"proftpd": "old", "sandbox": "old", "vsftpd": "none", "pyftpdlib": "half
 
 
 class Peer:
-    """A server under test; the sandbox is reached over the Informix road."""
-
     def __init__(self, name, test, limit):
         self.pause = PAUSE.get(name, 2 * LIMIT)
         self.server = self.sandbox = None
@@ -58,14 +56,12 @@ class Peer:
         return {"owner": self.server.owner, "path": b".", "name": b"obj"}
 
     def signal(self, number):
-        """To all processes of the last connection."""
         if self.sandbox:
             os.kill(self.sandbox.process.pid, number)
         else:
             os.killpg(int(read_text(self.server.folder + "/groups").split()[-1]), number)
 
     def kept(self, verb):
-        """What a restore would give now."""
         if self.sandbox:
             states = ["none", "old", "whole"] if verb == "store" else ["none", "whole"]
             return states[self.sandbox.states().count("good")]

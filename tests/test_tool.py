@@ -69,7 +69,6 @@ class Site(unittest.TestCase):
         return texts
 
     def ask(self, tool, moved):
-        """SIGUSR1 until the line and the file tell of so many bytes."""
         wait_while(lambda: tool.poll() is None and not os.path.exists("s.prom"))
         for _ in range(5000):
             tool.send_signal(signal.SIGUSR1)
@@ -320,7 +319,6 @@ class Informix(Site):
                     self.assertRegex(error, "^xbsactl: " + reason)
 
     def test_copies(self):
-        """The digest belongs to its copy, also when there is a newer one."""
         self.call("store", "x", "--manifest", "m")
         text = read_text("m")
         copy = re.fullmatch(f"# copy id (\\d+)\n{HELLO}  obj@x\n", text)[1]

@@ -57,7 +57,6 @@ class Destinations(unittest.TestCase):
         self.assertEqual(run(init, b"x", 130, False, level=None).trace, [])
 
     def test_sink_hears_all(self):
-        """A message goes to the sink as it is, at any level; COM_trace asks the level."""
         def trace(x):
             x.ie_trace(b"raw\r\n")
             x.COM_trace(b"silent")
@@ -65,7 +64,6 @@ class Destinations(unittest.TestCase):
         self.assertEqual(run(trace, level=0).trace, ["raw\r\n"])
 
     def test_appended(self):
-        """An old log grows; opening it again leaves no descriptor behind."""
         def trace(x):
             write_plain("xbsa.log", "old\n")
             for _ in range(3):
@@ -153,7 +151,6 @@ class Lines(unittest.TestCase):
         return run(trace, level=None).log
 
     def test_ends(self):
-        """One line feed for each message, whatever it ended in; a long one is cut."""
         log = self.lines(b"a\r\n\n", b"", b"\n", b"b", None, b"y" * 5000)
         self.assertEqual(stripped(log)[:5] + stripped(log)[6:], ["a", "", "", "b", "", ""])
         self.assertRegex(log[5], "^" + STAMP + "y{1400,}$")

@@ -162,7 +162,6 @@ class Trace(unittest.TestCase):
                 self.assertNotRegex(out, never)
 
     def test_choice(self):
-        """Arguments, exit code, sessions shown; a time of day is one of the log's last day."""
         older = [line.replace(b"2026-11-24", b"2026-11-23") for line in self.two]
         mine = handle(self.one)
         for options, code, want in (
@@ -182,7 +181,6 @@ class Trace(unittest.TestCase):
             self.assertEqual((got.returncode, got.stdout), (code, b""))
 
     def test_page(self):
-        """Well-formed, complete, without a script, and with the database's messages."""
         mine = handle(self.one)
         act = self.file("act", f"2026-11-24 16:59:59 {mine}  1 Begin <level> 0\n  \x1b[31mmore\n"
                         f"2026-11-24 17:00:05 {mine}  1 late\n2026-11-24 17:00:05 9{mine}  1 other\n"

@@ -58,7 +58,6 @@ class Transfers(unittest.TestCase):
                     self.assertEqual((message != "", sum(server.heard[:-1], [])), (True, []))
 
     def test_names_on_the_wire(self):
-        """The whole name in a STOR; in a RETR its first word, unless strict."""
         for scenario, env, line in (("store", {}, "STOR a b"), ("restore", {}, "RETR a"),
                                     ("restore", STRICT, "RETR a b")):
             server = Server()
@@ -67,7 +66,6 @@ class Transfers(unittest.TestCase):
                              rf"PORT 127,0,0,1,\d{{1,3}},\d{{1,3}}; {line}; QUIT$")
 
     def test_single_calls(self):
-        """What the library is made of serves a host that drives the connection itself."""
         def transfer(x, verb):
             control, line = x.STPC_connect(), c.create_string_buffer(2048)
             call = getattr(x, "STPC_" + verb.lower())

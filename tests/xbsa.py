@@ -68,8 +68,6 @@ PROTOTYPES = """BSAInit:ipppp BSATerminate:il BSABeginTxn:il BSAEndTxn:ili BSACr
 
 
 class Library:
-    """The library in this process, the trace it wrote, and one session on it."""
-
     def __init__(self, level):
         self._library = c.CDLL(LIBRARY, use_errno=True)
         for prototype in PROTOTYPES.split():
@@ -100,7 +98,6 @@ class Library:
         return self.BSASendData(self.handle, c.byref(Block(len(data), 0, c.addressof(text))))
 
     def take(self, size):
-        """The code of a read of so many bytes, and what came."""
         room = c.create_string_buffer(size)
         block = Block(size, size, c.addressof(room))
         return self.BSAGetData(self.handle, c.byref(block)), room.raw[:block.numBytes]
@@ -164,7 +161,6 @@ def signal_mask():
 
 
 def has_children():
-    """Whether there is one, alive or dead, that nobody has waited for."""
     with contextlib.suppress(ChildProcessError):
         os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOHANG | os.WNOWAIT)
         return True
@@ -172,8 +168,6 @@ def has_children():
 
 
 class Outcome:
-    """What a scenario returned (value), traced and printed; its log file, if it made one."""
-
     value = mask = error = left = None
     trace = ()
 
