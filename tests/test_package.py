@@ -80,11 +80,10 @@ class Interface(unittest.TestCase):
     def test_options(self):
         text = output(TOOL, "--help").split("Subcommands:\n")[1].split("\n\n")[0]
         commands = re.findall(r"^  (\w+)", text, re.M)
-        everywhere = offered(TOOL)
+        everywhere, page = offered(TOOL), documented("xbsactl.1")
         options = {name: offered(TOOL, name) - {"-h", "--help"} for name in commands}
-        page = documented("xbsactl.1")
-        self.assertEqual(page["OPTIONS"], everywhere)
-        self.assertEqual({name: page[name] for name in commands}, options)
+        self.assertEqual({name: page[name] for name in ["OPTIONS", *commands]},
+                         {"OPTIONS": everywhere, **options})
 
         words, general, *lines = completed("", "-", *(f"{name} -" for name in commands))
         self.assertEqual((set(words), set(general)), (set(commands), everywhere))
