@@ -38,15 +38,14 @@ KEPT = {"proftpd": "old", "sandbox": "old", "vsftpd": "none", "pyftpdlib": "half
 
 class Peer:
     def __init__(self, name, test, limit):
-        self.pause = PAUSE.get(name, 2 * LIMIT)
-        self.server = self.sandbox = None
+        self.pause, self.server, self.sandbox = PAUSE.get(name, 2 * LIMIT), None, None
         if name == "sandbox":
             self.sandbox = Sandbox(test)
             self.disk = os.path.join(self.sandbox.folder, "objects")
-            return
-        self.server = Daemon(name, limit)
-        test.addCleanup(shutil.rmtree, self.server.folder)
-        self.disk = self.server.data
+        else:
+            self.server = Daemon(name, limit)
+            self.disk = self.server.data
+            test.addCleanup(shutil.rmtree, self.server.folder)
 
     def begin(self, x):
         if self.sandbox:
@@ -71,14 +70,8 @@ class Peer:
 
 
 def strike_at(x, call, number, strike):
-    real, left = getattr(x, call), [number]
-
-    def counted(*arguments):
-        if left[0] == 0:
-            strike()
-        left[0] -= 1
-        return real(*arguments)
-    setattr(x, call, counted)
+    real, count = getattr(x, call), itertools.count()
+    setattr(x, call, lambda *arguments: (next(count) == number and strike(), real(*arguments))[1])
 
 
 def make_strike(peer, fault):
