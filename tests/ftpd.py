@@ -46,18 +46,18 @@ class Daemon:
         conf = (PROFTPD if name == "proftpd" else VSFTPD).format(
             user=account, group=group, folder=self.folder, limit=limit)
         self._write("conf", re.sub(r";\s*", "\n", conf))
-        user, home = (os.getuid(), os.getgid()), self.data + ":/bin/sh"
+        entry = f"{os.getuid()}:{os.getgid()}::{self.data}:/bin/sh"
         if name == "pure-ftpd":  # to be started by root, and serves nobody of that name, shut in
-            user, home = NOBODY, self.data + "/./" + 12 * ":"
-        self._write("passwd", f"backup:{PASSWORD}:{user[0]}:{user[1]}::{home}\n")
+            entry = f"{NOBODY[0]}:{NOBODY[1]}::{self.data}/./{12 * ':'}"
+        self._write("passwd", f"backup:{PASSWORD}:{entry}\n")
         self.owner = b"user=ftp:pass=" if name == "vsftpd" else b"user=backup:pass=secret"
         conf, users, banner = (os.path.join(self.folder, file) for file in ("conf", "db", "banner"))
         if name == "pure-ftpd":
-            os.chown(self.data, *user)
+            os.chown(self.data, *NOBODY)
             self._write("banner", "ready\n")  # one line; one that not everybody may read is none
             os.chmod(banner, 0o644)
-            subprocess.run([f"{ROOT}/usr/bin/pure-pw", "mkdb", users, "-f",
-                            os.path.join(self.folder, "passwd")], env=ENV, check=True)
+            subprocess.run([f"{ROOT}/usr/bin/pure-pw", "mkdb", users, "-f", f"{self.folder}/passwd"],
+                           env=ENV, check=True)
         self.command = {"proftpd": [f"{ROOT}/usr/sbin/proftpd", "-c", conf],
                         "vsftpd": [f"{ROOT}/usr/sbin/vsftpd", conf],
                         "pure-ftpd": [f"{ROOT}/usr/sbin/pure-ftpd", "-H", "-F", banner, "-l",
@@ -68,9 +68,10 @@ class Daemon:
         self.port = self.listener.getsockname()[1]
 
     def _write(self, name, text, mode="w"):
-        with open(os.path.join(self.folder, name), mode, encoding="ascii",
-                  opener=lambda path, flags: os.open(path, flags, 0o600)) as file:
+        path = os.path.join(self.folder, name)
+        with open(path, mode, encoding="ascii") as file:
             file.write(text)
+        os.chmod(path, 0o600)
 
     def forget(self):
         self.listener.close()

@@ -8,10 +8,9 @@ set -eu
 cd "$(dirname "$0")/.."
 . tools/packages.sh
 
-kind=${1:-}
+kind=${1:?usage: tests/hosts.sh fortify|m32|musl}
 emulator=
 case $kind in
-fortify) ;;
 musl) packages_need musl-tools ;;
 m32)
     packages_need gcc-multilib g++-multilib
@@ -22,10 +21,6 @@ m32)
         command -v qemu-i386 >/dev/null || packages_need qemu-user
         emulator=$(command -v qemu-i386)
     fi
-    ;;
-*)
-    echo 'usage: tests/hosts.sh fortify|m32|musl' >&2
-    exit 2
     ;;
 esac
 

@@ -41,13 +41,10 @@ class Server:
         self.listener.close()
 
     def serve(self, done):
-        while True:
-            ready = select.select([self.listener, done], [], [], DEADLINE)[0]
-            if not ready:
-                raise TimeoutError
-            if self.listener not in ready:
-                return
+        while self.listener in (ready := select.select([self.listener, done], [], [], DEADLINE)[0]):
             self._converse()
+        if not ready:
+            raise TimeoutError
 
     def verbs(self):
         """The commands of each connection, without their arguments."""
@@ -58,21 +55,18 @@ class Server:
         self.control.settimeout(DEADLINE)
         script = POLITE | (self.scripts.pop(0) if self.scripts else {})
         self.heard.append([])
-        try:
+        with self.control, contextlib.suppress(Hangup, ConnectionError):
             self._play(script["GREETING"])
             for line in self.control.makefile("rb"):
                 self._answer(line.decode("latin-1").rstrip("\r\n"), script)
-        except (Hangup, ConnectionError):
-            pass
-        self.control.close()
         self._close_data()
 
     def _answer(self, line, script):
         self.heard[-1].append(line)
         verb, _, argument = line.partition(" ")
         if verb == "PORT":
-            numbers = argument.split(",")
-            self.target = (".".join(numbers[:4]), int(numbers[4]) * 256 + int(numbers[5]))
+            *address, high, low = argument.split(",")
+            self.target = (".".join(address), int(high) * 256 + int(low))
         self.name, self.verb = argument, verb
         try:
             self._play(script.get(verb, ["502 unknown"]))
@@ -83,14 +77,12 @@ class Server:
 
     def _play(self, actions):
         for action in actions:
-            if isinstance(action, bytes):
-                self._say(action)
-            elif callable(action):
+            if callable(action):
                 action(self)
-            elif hasattr(self, "_do_" + action):
+            elif not isinstance(action, bytes) and hasattr(self, "_do_" + action):
                 getattr(self, "_do_" + action)()
             else:
-                self._say(action.encode("latin-1") + b"\r\n")
+                self._say(action if isinstance(action, bytes) else action.encode("latin-1") + b"\r\n")
 
     def _say(self, text):
         """To a client that is gone already, too: what it had sent before is still to be heard."""
@@ -132,21 +124,16 @@ class Server:
             self.data = None
 
     def _receive(self):
-        parts = []
-        try:
-            while part := self.data.recv(1 << 20):
-                parts.append(part)
-        except OSError:
-            return "RST"
-        self.objects[self.name] = b"".join(parts)
-        return "FIN"
+        with contextlib.suppress(OSError):
+            self.objects[self.name] = b"".join(iter(lambda: self.data.recv(1 << 20), b""))
+            return "FIN"
+        return "RST"
 
     def _send(self):
-        try:
+        with contextlib.suppress(ConnectionError):
             self.data.sendall(self.objects.get(self.name, b""))
-        except ConnectionError:
-            return "RST"
-        return "FIN"
+            return "FIN"
+        return "RST"
 
 
 def _reset(connection):

@@ -34,8 +34,6 @@ segment=1"
 
 
 class Shelf(Server):
-    """Hands each object out once, by the first word of its name."""
-
     def _receive(self):
         self.name = self.name.split(":")[0]
         return super()._receive()

@@ -20,8 +20,7 @@ exit 0
 """
 
 # The answer of the job's open, made of the good one, and what a strict store gives.
-ANSWERS = [
-    ("no newline at the end", lambda good: good.rstrip(b"\n"), OPENED),
+ANSWERS = [("no newline at the end", lambda good: good.rstrip(b"\n"), OPENED),
     ("CR alone", lambda good: good.replace(b"\n", b"\r"), OPENED),
     ("empty lines", lambda good: good.replace(b"\n", b"\n\n\n"), OPENED),
     ("all twice", lambda good: good + good[len(HEAD):], OPENED),
@@ -43,8 +42,7 @@ ANSWERS = [
     ("a control character in the folder", lambda good: good + b"drive=/d\x01\n", REFUSED),
     ("one in the saveset", lambda good: good + b"savesetname=a\x01b\n", REFUSED),
     ("one in the password", lambda good: good.replace(b"geheim", b"\x7f"), REFUSED),
-    ("one in the job's name, which no server hears", lambda good: good + b"jobname=\x01\n", OPENED),
-]
+    ("one in the job's name, which no server hears", lambda good: good + b"jobname=\x01\n", OPENED)]
 # What the utility does after its good answer: nothing of it changes what was answered.
 THENS = ["exit 1", "exit 127", "exit 255", "kill -9 $$", "kill -TERM $$", "exec >&- 2>&-",
          "echo on and on; exit 3", "sleep 0.2"]
@@ -63,10 +61,10 @@ def store_each(x, folder, changes):
 
 class Answers(unittest.TestCase):
     def setUp(self):
-        self.server = Server()
-        self.files = {verb + ".then": b"" for verb in VERBS} \
-            | dict.fromkeys(VERBS, HEAD) | answers(self.server.port, drive="/d")
-        self.utility, self.good = Utility(self, None, SCRIPT), self.files["openjob"]
+        self.server, self.utility = Server(), Utility(self, None, SCRIPT)
+        self.files = {verb + ".then": b"" for verb in VERBS} | dict.fromkeys(VERBS, HEAD) | answers(
+            self.server.port, drive="/d")
+        self.good = self.files["openjob"]
 
     def check(self, rows, changes):
         got = run(store_each, self.utility.folder, [self.files | each for each in changes + [{}]],
@@ -85,9 +83,8 @@ class Answers(unittest.TestCase):
 
     def test_cut(self):
         """At every byte: a refusal until the login is whole, never another object's name."""
-        sizes = range(0, len(self.good), STRIDE)
-        self.check([(self.good[:size], ANY) for size in sizes],
-                   [{"openjob": self.good[:size]} for size in sizes])
+        cuts = [self.good[:size] for size in range(0, len(self.good), STRIDE)]
+        self.check([(cut, ANY) for cut in cuts], [{"openjob": cut} for cut in cuts])
         logins = {tuple(lines[:2]) for lines in self.server.heard if lines}
         self.assertLessEqual({user for user, _ in logins}, {"USER user", "USER sms"})
 

@@ -15,8 +15,7 @@ from xbsa import STRICT, make_folder, pattern, read_text, run, write_plain
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
 POSTGRES = "/usr/lib/postgresql/15/bin/"
 os.environ["RCLONE_REAL"] = shutil.which("rclone") or ""
-os.environ["PATH"] = os.path.join(os.path.dirname(os.path.abspath(__file__)), "standin:"
-                                  ) + os.environ["PATH"]
+os.environ["PATH"] = f"{os.path.dirname(os.path.abspath(__file__))}/standin:{os.environ['PATH']}"
 
 
 def kilobytes(sandbox, field):
@@ -37,6 +36,12 @@ def end(x):
     return [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1)]
 
 
+def kill_middle(x, victim):
+    begin(x)
+    os.kill(victim or os.getpid(), signal.SIGKILL)
+    return end(x)
+
+
 def kill_late(x, rclone, victim):
     """Store; the victim dies when rclone has everything and has not said so."""
     start(x)
@@ -45,15 +50,13 @@ def kill_late(x, rclone, victim):
         rclone.wait_until_reached()
         os.kill(victim, signal.SIGKILL)
         os._exit(0)
-    codes = x.store(pattern(1 << 20))
-    os.wait()
-    return codes
+    return x.store(pattern(1 << 20)), os.wait()[1]
 
 
 class Remote:
     def __init__(self, test):
-        self.folder = make_folder(test)
-        self.switch, self.bucket = (os.path.join(self.folder, name) for name in ("fault", "bucket"))
+        folder = make_folder(test)
+        self.switch, self.bucket = folder + "/fault", folder + "/bucket"
         os.environ["RCLONE_FAULT"] = self.switch
         for name in "reached", "go":
             os.mkfifo(f"{self.switch}.{name}")
@@ -70,8 +73,6 @@ class Remote:
 
 
 class Rig:
-    """A server whose objects are in rclone's care, and what must hold with every catalogue."""
-
     catalogue = ()
 
     def setUp(self):
@@ -83,17 +84,13 @@ class Rig:
         self.sandbox = Sandbox(self, *self.options)
 
     def assert_left(self, *states):
-        """After the end of the server, the bucket holds what is good and nothing else."""
         self.sandbox.process.terminate()
         self.sandbox.process.wait()
         self.assertEqual(self.sandbox.states(), list(states))
         self.assertEqual(len(self.rclone.objects()), states.count("good"))
 
     def test_killed_client(self):
-        def middle(x):
-            begin(x)
-            os.kill(os.getpid(), signal.SIGKILL)
-        run(middle, killed=True)
+        run(kill_middle, None, killed=True)
         self.rclone.fault("late")
         run(kill_late, self.rclone, None, killed=True)
         self.assertEqual(run(ask).value, (17, 0))
@@ -131,8 +128,7 @@ class OnRclone(Rig, unittest.TestCase):
         def transfers(x):
             self.rclone.fault("stuck")
             before = kilobytes(self.sandbox, "VmRSS")
-            slow = os.fork()
-            if slow == 0:
+            if (slow := os.fork()) == 0:
                 start(x)
                 os._exit(x.store(pattern(32 << 20), name=b"slow") != [0, 0, 0])
             self.rclone.wait_until_reached()
@@ -140,8 +136,7 @@ class OnRclone(Rig, unittest.TestCase):
             start(x)
             there_and_back(x, b"meanwhile")
             write_plain(self.rclone.switch + ".go", "")
-            _, status = os.waitpid(slow, 0)
-            return status, kilobytes(self.sandbox, "VmHWM") - before
+            return os.waitpid(slow, 0)[1], kilobytes(self.sandbox, "VmHWM") - before
         status, grown = run(transfers, env=STRICT, level=0).value
         self.assertEqual(status, 0)
         self.assertLess(grown, 4 << 10)
@@ -149,16 +144,16 @@ class OnRclone(Rig, unittest.TestCase):
 
     def test_refused(self):
         """What cannot work is told at the start, without a secret."""
-        for options, path, code, reason in (
-                (["--store", "rclone:a:b"], "/none", 125, "rclone is missing"),
-                (["--store", "rclone:a"], "/usr/bin", 2, "rclone:REMOTE:PATH"),
-                (["--catalogue", "postgresql://me@h/d"], "/usr/bin", 2, "needs --store"),
-                (["--catalogue", "postgresql://me:canary@h/d"], "/usr/bin", 2, "no password"),
-                (["--catalogue", "postgresql:///d?password=canary"], "/usr/bin", 2, "no password")):
-            ended = subprocess.run([RUN, *options], env={"PATH": path}, stderr=subprocess.PIPE,
-                                   text=True, timeout=60, check=False)
+        for options, reason in (
+                ("--store rclone:a:b", "rclone is missing"), ("--store rclone:a", "rclone:REMOTE:PATH"),
+                ("--catalogue postgresql://me@h/d", "needs --store"),
+                ("--catalogue postgresql://me:canary@h/d", "no password"),
+                ("--catalogue postgresql:///d?password=canary", "no password")):
+            missing = "missing" in reason
+            ended = subprocess.run([RUN, *options.split()], stderr=subprocess.PIPE, text=True,
+                                   env={"PATH": "/none" if missing else "/usr/bin"}, check=False)
             self.assertEqual((ended.returncode, reason in ended.stderr, "canary" in ended.stderr),
-                             (code, True, False), ended.stderr)
+                             (125 if missing else 2, True, False), ended.stderr)
 
 
 class Shared(Rig, unittest.TestCase):
@@ -206,15 +201,11 @@ class Shared(Rig, unittest.TestCase):
         self.assert_left("good")
 
     def test_killed_server(self):
-        def middle(x):
-            begin(x)
-            os.kill(self.sandbox.process.pid, signal.SIGKILL)
-            return end(x)
-        self.assertEqual(run(middle, env=STRICT).value, [3, 0])
+        self.assertEqual(run(kill_middle, self.sandbox.process.pid, env=STRICT).value, [3, 0])
         self.serve()
         self.rclone.fault("late")
         self.assertEqual(run(kill_late, self.rclone, self.sandbox.process.pid, env=STRICT).value,
-                         [0, 0, 3])
+                         ([0, 0, 3], 0))
         self.serve()
         self.assertEqual(run(ask).value, (17, 0))
         self.assert_left("aborted", "aborted")

@@ -9,16 +9,12 @@ from server import Server
 from xbsa import Block, Descriptor, Owner, Query, Uint64, Version, descriptor, run, run_started
 
 # The calls, where h is the handle (wrong with "!"); create and get meet no server unless said.
-CALLS = {
-    "init": lambda x, h: x.init(),
-    "init-v2": lambda x, h: x.init(b"BSA_API_VERSION=2.0"),
+CALLS = {"init": lambda x, h: x.init(), "init-v2": lambda x, h: x.init(b"BSA_API_VERSION=2.0"),
     "init-nohandle": lambda x, h: x.BSAInit(None, None, c.byref(Owner(b"PLAIN")), None),
     "init-noowner": lambda x, h: x.BSAInit(c.byref(x.handle), None, None, None),
     "init-noenv": lambda x, h: x.BSAInit(c.byref(x.handle), None, c.byref(Owner(b"PLAIN")), None),
-    "begin": lambda x, h: x.BSABeginTxn(h),
-    "commit": lambda x, h: x.BSAEndTxn(h, 1),
-    "abort": lambda x, h: x.BSAEndTxn(h, 2),
-    "terminate": lambda x, h: x.BSATerminate(h),
+    "begin": lambda x, h: x.BSABeginTxn(h), "commit": lambda x, h: x.BSAEndTxn(h, 1),
+    "abort": lambda x, h: x.BSAEndTxn(h, 2), "terminate": lambda x, h: x.BSATerminate(h),
     "create": lambda x, h: x.BSACreateObject(h, c.byref(descriptor()), None),
     "create-noname": lambda x, h: x.BSACreateObject(h, c.byref(descriptor(name=b"")), None),
     "create-any": lambda x, h: x.BSACreateObject(h, c.byref(descriptor(copy_type=1)), None),
@@ -29,8 +25,7 @@ CALLS = {
     "read": lambda x, h: x.BSAGetData(h, c.byref(Block(0, 7, None))),
     "read-null": lambda x, h: x.BSAGetData(h, None),
     "read-nobuffer": lambda x, h: x.BSAGetData(h, c.byref(Block(5, 5, None))),
-    "end": lambda x, h: x.BSAEndData(h),
-    "block": lambda x, h: x.send(b"hello"),
+    "end": lambda x, h: x.BSAEndData(h), "block": lambda x, h: x.send(b"hello"),
     "fault": lambda x, h: x.BSASendData(h, c.byref(Block(100, 0, unreadable_page()))),
     "take": lambda x, h: x.take(9)[0],
     "query": lambda x, h: x.BSAQueryObject(h, c.byref(Query()), c.byref(Descriptor())),
@@ -43,12 +38,10 @@ CALLS = {
     "provider-null": lambda x, h: x.BSAQueryServiceProvider(None, None, None),
     "error-null": lambda x, h: x.BSAGetLastError(c.byref(c.c_uint(9)), None),
     "error-nosize": lambda x, h: x.BSAGetLastError(None, c.create_string_buffer(9)),
-    "delete": lambda x, h: x.BSADeleteObject(h, Uint64(0, 1)),
-}
+    "delete": lambda x, h: x.BSADeleteObject(h, Uint64(0, 1))}
 # Calls one after the other, their codes, then the bits of the calls made. Those of a transfer in
 # any order, with wrong handles and nulls, are in test_random.py.
-ORDERS = [
-    ("init init", "0 5", 0x400), ("init terminate init", "0 0 5", 0x400),
+ORDERS = [("init init", "0 5", 0x400), ("init terminate init", "0 0 5", 0x400),
     ("init begin commit init", "0 0 0 0", 0x400), ("init begin abort abort", "0 0 0 5", 0),
     ("init terminate! delete!", "0 6 0", 0x400), ("init-nohandle init", "22 5", 0x400),
     ("init-noowner begin", "22 0", 0x401), ("init-noenv begin", "0 0", 0x401),
@@ -62,8 +55,7 @@ ORDERS = [
     ("init begin query! query commit begin query-null", "0 0 6 5 0 0 22", 0x1001),
     ("init begin query-noobject next", "0 0 22 18", 0x1501),
     ("version version-null init", "0 22 0", 0xC00), ("version-null", "22", 0),
-    ("provider-null error-null error-nosize", "22 22 22", 0x2000),
-]
+    ("provider-null error-null error-nosize", "22 22 22", 0x2000)]
 # BSAInit's entries (HOST is BSA_SERVICE_HOST), then host, port and time-out.
 ENTRIES = [
     ([], b"", 0, 0), (["HOST=host1"], b"host1", 21, 0), (["HOST=host1:4711"], b"host1", 4711, 0),
@@ -73,8 +65,7 @@ ENTRIES = [
     (["HOST=h:1", "BSA_TIMEOUT=30", "OTHER=x", ""], b"h", 1, 30),
     (["BSA_API_VERSION=1.9", "HOST=h:2"], b"h", 2, 0),
     (["BSA_API_VERSION=2.0", "HOST=h:2"], b"", None, 0), (["BSA_API_VERSION"], b"", None, 0),
-    (["HOST", "BSA_TIMEOUT"], b"", 21, 0), (["HOST=" + "h" * 5000 + ":7"], b"h" * 4095, 7, 0),
-]
+    (["HOST", "BSA_TIMEOUT"], b"", 21, 0), (["HOST=" + "h" * 5000 + ":7"], b"h" * 4095, 7, 0)]
 # Variables of the COM utility: what is changed in a full set, result, fields that stay empty.
 LIMITS = {"KORVA_SERVER": ("szKORVAServer", 127), "KORVA_JOB": ("szJobName", 255),
           "KORVA_TAPE_SERVER": ("szKORVATapeServer", 127), "KORVA_DRIVE": ("szDrive", 7),
@@ -146,8 +137,7 @@ class Calls(unittest.TestCase):
             return code, {name: len(getattr(fields, field)) for name, (field, _) in LIMITS.items()}
         full = {name: longest for name, (_, longest) in LIMITS.items()}
         none = dict.fromkeys(LIMITS, 0)
-        for change, code, want in (
-                ({}, 0, full), ({"KORVA_SERVER": 128}, 1, none),
+        for change, code, want in (({}, 0, full), ({"KORVA_SERVER": 128}, 1, none),
                 ({"KORVA_JOB": 256}, 1, none | {"KORVA_SERVER": 127}),
                 *(({name: full[name] + 1}, 0, full | {name: 0}) for name in list(LIMITS)[2:])):
             with self.subTest(change):

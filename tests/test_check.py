@@ -44,11 +44,9 @@ SCRIPTS = [
     ("network.end", "426 cut", "server's log", {"END": ["426 cut"]}),
     ("library.store", "452 full", "full disk", {}, {"STOR": ["452 full"]}),
     ("library.restore", "550 no", "account", {}, {}, {"RETR": ["550 no"]}),
-    ("library.two_at_once", "BSACreateObject failed", "limit of sessions", {}, {}, {}, FULL),
-]
+    ("library.two_at_once", "BSACreateObject failed", "limit of sessions", {}, {}, {}, FULL)]
 # Environment and options in place of the usual ones, and the finding. {} is a folder with odd files.
-SETTINGS = [
-    ({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
+SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
     ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
     ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
     ({}, (), "network.tcp", "port 1: Connection refused", "port is right"),
@@ -58,8 +56,7 @@ SETTINGS = [
         ("{}/machine.so", "library.file", "S/390", "built for 64 bit"),
         ("{}/text.so", "library.file", "no shared library", "again"),
         ("libm.so.6", "library.calls", "BSAInit", "install"))),
-    ({}, ("--informixdir", "{}/none"), "database.onconfig", "No such file", "--informixdir"),
-]
+    ({}, ("--informixdir", "{}/none"), "database.onconfig", "No such file", "--informixdir")]
 # A line of the onconfig file, a row of sm_versions, and how they are judged.
 DATABASES = [
     ("BAR_BSALIB_PATH LIBRARY # x", "1|1.0.1|KORVA|1.8A1", "ok", "ok"),
@@ -85,14 +82,12 @@ def check(*options, env=None, kernel=None):
     done = subprocess.run([*runner, TOOL, "check", "--json", *options], capture_output=True, text=True,
                           env={key: text for key, text in env.items() if text is not None},
                           timeout=100, check=False)
-    out = done.stdout
+    out, answer = done.stdout, json.loads(done.stdout)
     assert PASSWORD not in out + done.stderr and "Sanitizer" not in done.stderr, out + done.stderr
-    answer = json.loads(out)
     assert answer["schema"] == 1 and all(set(step) == FIELDS for step in answer["steps"]), out
     found = {step["id"]: (step["status"], step["found"], step["next"]) for step in answer["steps"]}
-    statuses = [status for status, _, _ in found.values()]
-    assert len(statuses) == len(answer["steps"]), out
-    assert done.returncode == ("fail" in statuses), (done.returncode, out)
+    assert len(found) == len(answer["steps"]), out
+    assert done.returncode == any(row[0] == "fail" for row in found.values()), (done.returncode, out)
     assert all(bool(text) == (status in ("warn", "fail")) for status, _, text in found.values()), out
     return done.returncode, found
 
@@ -119,9 +114,8 @@ class Plain(Case):
         daemon = Daemon("vsftpd")
         code, found = self.on_server(daemon)
         self.assertEqual((code, daemon.stored()), (0, {}))
-        for step in ("account", "kernel.tcp_retries2", "kernel.tcp_keepalive_time"):
-            found.pop(step)  # this machine's own
-        self.assertEqual({status for status, _, _ in found.values()}, {"ok"}, found)
+        self.assertLessEqual({step for step, row in found.items() if row[0] != "ok"}, {  # the machine's
+            "account", "kernel.tcp_retries2", "kernel.tcp_keepalive_time"}, found)
         self.assertIn("4 objects removed", found["cleanup"][1])
 
     def test_server(self):
@@ -135,10 +129,9 @@ class Plain(Case):
                         step == "network.stor" and text[:2] in ("cl", "no", "12")):
                     self.assertIn("xbsactl-check-", found["cleanup"][1])  # it may be there
                 if step.startswith("network."):
-                    tried = [key for key in found if key.startswith("library.") and
-                             found[key][0] != "not_tried"]
-                    self.assertEqual(tried, [f"library.{end}" for end in
-                                             ("file", "load", "calls", "version")])
+                    tried = [key for key in found if "library." in key and found[key][0] != "not_tried"]
+                    self.assertEqual(" ".join(tried),
+                                     "library.file library.load library.calls library.version")
 
     def test_different_bytes(self):
         found = self.on_server(Server({}, {}, {}, objects=Corrupted(some=b"")))[1]
@@ -155,9 +148,8 @@ class Plain(Case):
             with self.subTest(step + text):
                 env = {key: value and value.format(self.folder) for key, value in env.items()}
                 options = [option.format(self.folder) for option in options]
-                if "--host" not in options:
-                    options += ["--host", "127.0.0.1:1"]
-                found = check("--user", "backup", *options, env=env)[1]
+                host = ["--host", "127.0.0.1:1"] * ("--host" not in options)
+                found = check("--user", "backup", *options, *host, env=env)[1]
                 if step != "network.tcp":
                     found["network.tcp"] = ("not_tried", "", "")  # nobody is there
                 found.pop("database.sm_versions", None)
@@ -165,26 +157,25 @@ class Plain(Case):
 
     def test_database(self):
         os.mkdir(os.path.join(self.folder, "etc"))
-        for line, row, path, version in DATABASES:
+        for line, row, *want in DATABASES:
             self.write("etc/onconfig.x", line.replace("LIBRARY", LIBRARY) + "\n")
             self.write("etc/sm_versions", row + "\n")
             with self.subTest(line):
-                _, found = check("--host", "127.0.0.1:1", "--user", "b", "--informixdir",
-                                 self.folder, env={"ONCONFIG": "onconfig.x"})
-                self.assertEqual((found["database.onconfig"][0],
-                                  found["database.sm_versions"][0]), (path, version), found)
+                found = check("--host", "127.0.0.1:1", "--user", "b", "--informixdir", self.folder,
+                              env={"ONCONFIG": "onconfig.x"})[1]
+                self.assertEqual([found["database." + name][0] for name in ("onconfig", "sm_versions")],
+                                 want, found)
 
     def test_kernel(self):
         """How long a server that has vanished is waited for here, in a network of its own."""
-        for retries, silence, want in [
-                (15, 7200, ("ok", "after 15 min", "ok", "after 131 min")),
-                (8, 600, ("ok", "after 102 s", "ok", "after 21 min")),
-                (5, 10200, ("warn", "after 13 s", "warn", "after 3 h")),
-                (20, 0, ("warn", "after 25 min", "ok", "after 11 min"))]:
-            found = check("--host", "127.0.0.1:1", "--user", "b", kernel={
-                "tcp_retries2": retries, "tcp_keepalive_time": silence or 1})[1]
-            got = found["kernel.tcp_retries2"][:2] + found["kernel.tcp_keepalive_time"][:2]
-            self.assertEqual([part in text for part, text in zip(want, got)], [True] * 4, got)
+        for retries, silence, *want in ((15, 7200, "ok.*after 15 min", "ok.*after 131 min"),
+                (8, 600, "ok.*after 102 s", "ok.*after 21 min"),
+                (5, 10200, "warn.*after 13 s", "warn.*after 3 h"),
+                (20, 1, "warn.*after 25 min", "ok.*after 11 min")):
+            kernel = {"tcp_retries2": retries, "tcp_keepalive_time": silence}
+            found = check("--host", "127.0.0.1:1", "--user", "b", kernel=kernel)[1]
+            self.assertRegex(";".join(" ".join(found["kernel." + name][:2]) for name in kernel),
+                             "^" + ".*;".join(want))
 
     def test_wrong_arguments(self):
         for options in ((), ("--host", "x:0", "--user", "b"), ("--host", "x"),
@@ -204,8 +195,7 @@ class Informix(Case):
         query, hung = "utility.query", "#!/bin/sh\nexec sleep 600\n"
         for prepare, step, text, advice, env in [
                 (lambda: os.unlink(INI), "ini.file", "No such file", "SM_BIN_KORVA=", {}),
-                (lambda: write_plain(INI, "sm_bin_korva=/x\n"), "ini.key", "sm_bin_",
-                 "SM_BIN_KORVA=", {}),
+                (lambda: write_plain(INI, "sm_bin_korva=/x\n"), "ini.key", "sm_bin_", "SM_BIN_KORVA=", {}),
                 (lambda: write_plain(INI, "SM_BIN_KORVA=/x\n"), "utility.file", "/x/olm", "install", {}),
                 (lambda: os.chmod(Utility(self).path, 0), "utility.file", "not exec", "a+x", {}),
                 (answer(b"message=no job\nreply=ERROR\n"), query, "ERROR: no job", "KORVA_JOB", {}),
@@ -216,16 +206,14 @@ class Informix(Case):
                 (Utility, "variable.KORVA_JOB", "not set", "set it", {"KORVA_JOB": None})]:
             with self.subTest(step + text):
                 prepare(*[self] if prepare is Utility else [])
-                _, found = check("--informix", "--timeout", "2" if "no end" in text else "30",
-                                 env=env)
+                found = check("--informix", "--timeout", "2" if "no end" in text else "30", env=env)[1]
                 self.assert_fails(found, step, text, advice)
                 self.assertEqual(found["library.store"][0], "not_tried")
 
     def test_sandbox(self):
         sandbox = Sandbox(self)
         code, found = check("--informix")
-        self.assertEqual((code, sandbox.states()), (0, ["good"] * 3), found)
-        self.assertEqual(len(found["cleanup"][1].split(", ")), 3)
+        self.assertEqual((code, sandbox.states(), found["cleanup"][1].count(", ")),
+                         (0, ["good"] * 3, 2), found)
         sandbox.fault("CONNECT=refuse")
-        status, text, advice = check("--informix")[1]["library.store"]
-        self.assertEqual((status, "425" in text, FIREWALL in advice), ("fail", True, True), text)
+        self.assert_fails(check("--informix")[1], "library.store", "425", FIREWALL)

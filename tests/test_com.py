@@ -60,7 +60,6 @@ class Utility:
         write_plain(os.path.join(self.folder, verb), answer)
 
     def calls(self):
-        """For each run its arguments, the caller's signal mask and the utility's descriptors."""
         texts, found = read_text(self.folder + "/calls").split("\0"), []
         while len(texts) > 1:
             end = int(texts[0]) + 1
@@ -72,7 +71,7 @@ class Utility:
         return found
 
     def arguments(self):
-        return [" ".join(words) for words, _, _ in self.calls()]
+        return [" ".join(words) for words, *_ in self.calls()]
 
 
 # Command lines: words of each pass by task; a word without a letter stands for a second blank.
@@ -127,8 +126,8 @@ def start(x):
 def in_turn(x, call, rows):
     found = []
     for row in rows:
-        before = len(x.trace)
-        found.append((call(x, *row), x.trace[before:]))
+        x.trace.clear()
+        found.append((call(x, *row), x.trace[:]))
     return found
 
 
@@ -160,10 +159,9 @@ def traced(outcome, prefix):
 
 class Commands(unittest.TestCase):
     def check(self, rows, mask=FULL_MASK, name="bin", strict="0"):
-        utility, arguments = Utility(self, name=name), []
-        for task, options, change, started in rows:
-            shown = {name: "" for name in OPTIONS if name not in options}
-            arguments.append((task, FIELDS | change | shown, started, 2))
+        utility = Utility(self, name=name)
+        arguments = [(task, FIELDS | change | dict.fromkeys(OPTIONS.keys() - options, ""), started, 2)
+                     for task, options, change, started in rows]
         got = run(in_turn, run_task, arguments, env={"KORVA_STRICT": strict})
         calls = iter(utility.calls())
         for (task, options, change, started), ((result, saveset, _), trace) in zip(rows, got.value):
@@ -185,7 +183,6 @@ class Commands(unittest.TestCase):
         self.check(ONE_PASS, NO_MASK)
 
     def test_hostile(self):
-        """Whatever a value or the path holds, the utility gets these bytes, and nothing is run."""
         self.check([(task, OPTIONS, dict.fromkeys(FIELDS, text), 1) for text in HOSTILE
                     for task in range(1, 6)], name="b;>c $(>c)'")
 
@@ -193,10 +190,9 @@ class Commands(unittest.TestCase):
         utility, values = Utility(self), FIELDS | {"space": ";" * 1024}
         long_names = {"szJobName": "j" * 255, "szSavesetID": "'" * 255}
         rows = [(1, values), (2, values), (3, values | long_names), (5, values)]
-        for (task, _), (value, trace) in zip(rows, run(in_turn, run_task, rows).value):
-            with self.subTest(task):
-                self.assertEqual((value[0], value[2]), ((-1, 3, set()), 1))
-                self.assertTrue(traced(trace, "com_intf: Command line too long, not run: ["))
+        for (result, _, is_open), trace in run(in_turn, run_task, rows).value:
+            self.assertEqual((result, is_open), ((-1, 3, set()), 1))
+            self.assertTrue(traced(trace, "com_intf: Command line too long, not run: ["))
         self.assertEqual([line[:7] for line in utility.arguments()], ["-b open", "-r open"])
 
 
@@ -208,8 +204,7 @@ LIFELESS = [
 # The INI file, the result, the path behind the folder "/b" or None, the length reported; the room
 # for the path, if it is not that of com_intf. The key is written "KEY".
 NAME = "/olm_com_interface"
-INIS = [
-    *((text, 0, NAME, 2) for text in (
+INIS = [*((text, 0, NAME, 2) for text in (
         "KEY=/b\n", "  KEY  =  /b  \r\n", "KEY=/b", "[section]\n#KEY=/x\nKEY=/b\n",
         "\n  \nnonsense\nOTHER=/x\nKEY=/b\nKEY=/y\n", "x" * 511 + "KEY=/x\nKEY=/b\n",
         "KEY=/b" + " " * 1500 + "\r\n", "a\0b\n\0\nKEY=/b\0\nOTHER=/x\n")),
@@ -219,8 +214,7 @@ INIS = [
     *(("KEY=/b" + "d" * 496 + end, 0, "d" * 496 + NAME, 498) for end in ("", "\n")),
     ("KEY=/b/\n", 0, NAME, 3), ("KEY=/b=c\n", 0, "=c" + NAME, 4), ("KEY=/b\n", 1, None, 2, 1),
     ("KEY=/b" + "d" * 398, 1, None, 400, 419), ("KEY=/b" + "d" * 398, 0, "d" * 398 + NAME, 400, 420),
-    ("KEY=\n", 1, None, 0, 19), ("KEY=\n", 0, NAME, 0, 20),
-]
+    ("KEY=\n", 1, None, 0, 19), ("KEY=\n", 0, NAME, 0, 20)]
 
 
 class Runs(unittest.TestCase):
@@ -229,20 +223,17 @@ class Runs(unittest.TestCase):
             with self.subTest(script):
                 Utility(self, script=script)
                 got = run(run_task, 6, FIELDS)
-                self.assertEqual(got.value[0], (0, 0, set()))
+                self.assertEqual((got.value[0], got.mask, got.stderr), ((0, 0, set()), NO_MASK, ""))
                 self.assertEqual(bool(traced(got, "com_intf: Answer received")), answers_it)
                 self.assertEqual("com_intf: COM answer not received." in got.trace, not answers_it)
-                self.assertEqual((got.mask, got.stderr), (NO_MASK, ""))
 
     def test_no_input(self):
-        """None is read by these; the others do not run without."""
         utility = Utility(self)
         got = run(lambda x: [x.com_intf(task, None) for task in (0, 6, 7, 1, 2, 3, 4, 5)])
         self.assertEqual((got.value[:3], 0 in got.value), ([1, 1, 1], False))
         self.assertEqual(set(utility.arguments()) - {""}, set())
 
     def test_sizes(self):
-        """An answer is taken up to 32768 bytes; what stands in the last of them counts."""
         for size in 32767, 32768, 100000:
             with self.subTest(size):
                 taken, last = min(size, 32768), b"\nsessionID=LAST"
@@ -270,13 +261,11 @@ class Runs(unittest.TestCase):
 # Answers: the text, the result, and fields that must hold these values afterwards.
 ANSWERS = [
     *((text, 0, {}) for text in ("reply=OK", "reply = ok  \r\n\r\n", "initiator=a\nlifetime=0",
-                                 "media=a\nreply=OK")),
-    *((text, 1, {}) for text in (
+                                 "media=a\nreply=OK")), *((text, 1, {}) for text in (
         "", "\n\r\n", "Reply=OK", " reply=OK", "reply=OKAY", "reply=", "reply", "replyX=OK",
         "reply=maybe", "reply=OK\nreply=OK", "message=no tape\nreply=ERROR", "reply=Error",
         "garbage\x01\xff", "jobname=a", "media=a\nmedia=b", "reply=OK\ntape_server=srv:2000:u",
-        "reply=OK\ntape_server=  ")),
-    ("sessionID=1234\nreply=OK", 1, {"szSessionID": "1234"}),
+        "reply=OK\ntape_server=  ")), ("sessionID=1234\nreply=OK", 1, {"szSessionID": "1234"}),
     *(("reply=OK\n" + text, 1, fields) for text, fields in [
         ("tape=LBL", {"szTape": "old"}), ("tape_server=h:99999999:u:p", {"iPort": 7}),
         ("tape_server=" + "h" * 510 + ":1:u:p", {"iPort": 7}),
@@ -285,8 +274,7 @@ ANSWERS = [
         ("sessionID=1234", "1234"), ("sessionID", "old"), ("sessionID=", "old"),
         ("sessionID=   ", ""), ("sessionID=   a b  ", "a b"), ("sessionID=a=b", "a=b"),
         (" sessionID=a\nSESSIONID=b\nsession=c", "old")]),
-    *(("reply=OK\n" + text, 0, fields) for text, fields in [
-        ("jobname=J\rdrive=SMS01\nformat=QAB",
+    *(("reply=OK\n" + text, 0, fields) for text, fields in [("jobname=J\rdrive=SMS01\nformat=QAB",
          {"szJobName": "J", "szPath": "SMS01", "szInter": "QAB"}),
         ("savesetname=ABC@R1", {"szSavesetID": "ABC", "szName": "ABC", "szRestoreID": "R1"}),
         ("savesetname=A@B@C", {"szName": "A", "szRestoreID": "B@C"}),
@@ -299,15 +287,13 @@ ANSWERS = [
         ("verbose=3", {"ucXBSATraceLevel": 67}), ("verbose=0", {"ucXBSATraceLevel": 64}),
         ("tape_server=srv", {"szHostName": "srv", "iPort": 11001, "szPass": "",
                              "szUser": "KORVA_SECURE_AUTHENTICATION"}),
-        ("tape_server=srv:2000:sms:pw", {"szUser": "sms", "szPass": "pw"}),
-    ]),
+        ("tape_server=srv:2000:sms:pw", {"szUser": "sms", "szPass": "pw"})]),
     # What 5,000 bytes leave in a field: the value's room is 512 bytes, the field's its own.
     *((f"reply=OK\n{key}=" + "v" * 5000, 0, {name: "v" * size, "iOpenJobStarted": 0})
       for key, name, size in (
           ("jobname", "szJobName", 255), ("drive", "szPath", 511), ("format", "szInter", 511),
           ("logfile", "szLogFile", 511), ("sessionID", "szSessionID", 255),
-          ("savesetname", "szSavesetID", 255))),
-]
+          ("savesetname", "szSavesetID", 255)))]
 SPECS = """srv 1 srv 11001 SECURE -|srv: 1 srv 11001 SECURE -|srv:2000 1 srv 2000 SECURE -
 |srv:2000: 0 srv 2000 SECURE -|srv:2000:u 0 srv 2000 u -|srv:2000:sms 0 srv 2000 SECURE -
 |srv::sms: 1 srv 11001 SECURE -|srv:2000:u:p 1 srv 2000 u p|srv:2000:u: 1 srv 2000 u -
@@ -343,10 +329,9 @@ class Answers(unittest.TestCase):
             with self.subTest(answer[:60]):
                 self.assertEqual(value, (code, fields))
                 silent = code == 0 or re.search("^reply=Error|tape[_=]", answer)
-                for line, there in (("Invalid reply format.", not silent),
-                                    ("ERROR MESSAGE: [no tape]", answer.startswith("message")),
-                                    ("Value too long, cut to ", len(answer) > 512)):
-                    self.assertEqual(bool(traced(trace, f"parse_com_answer: {line}")), there, line)
+                lines = [bool(traced(trace, f"parse_com_answer: {line}")) for line in (
+                    "Invalid reply format.", "ERROR MESSAGE: [no tape]", "Value too long, cut to ")]
+                self.assertEqual(lines, [not silent, answer[:7] == "message", len(answer) > 512])
 
     def test_host_specs(self):
         def split(x, spec):
@@ -360,8 +345,7 @@ class Answers(unittest.TestCase):
                 self.assertEqual(got, (int(row[1]), *(row[2:] or got[1:])))
 
     def test_no_password(self):
-        """At no level, in no line and no dump, to no destination, wherever the text is; what comes
-        before it is shown."""
+        """At no level, in no line or dump, to no destination; what comes before it is shown."""
         def ask(x, level):
             x.BSASetTrace(x.sink, b"./xbsa.log", level)
             return x.com_intf(6, c.byref(x.state.sCOM)), x.last_error()
@@ -397,8 +381,7 @@ DUMP = ("0 user=u:pass=******** app obj /data 1 2 3 4 5 6 7 8 9 3 11 12 0 0 - - 
 
 
 def query(x, actions, utility):
-    """Plays calls; or has the utility answer something else from now on, or not run; or, as a host
-    may, writes results of its own or another index into the record."""
+    """Plays calls, changes what the utility answers, and writes as a host may into the record."""
     start(x)
     x.mine = own, mine = (Descriptor * 128)(), c.create_string_buffer(3 * 1536)
     found, texts = [], {
@@ -442,8 +425,7 @@ QUERIES = [
     ("match begin query own=1-3 index=2 commit no begin query own=1-3 index=0 next", "found 3 18"),
     ("match begin query own=0-1 index=0 commit begin query next", "found found 18"),
     *((f"match begin query own=1-128 index={index} next", "found 18") for index in (-1, 127, 1 << 30)),
-    ("match begin query own=1-128" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18"),
-]
+    ("match begin query own=1-128" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18")]
 
 
 class Queries(unittest.TestCase):
@@ -486,8 +468,7 @@ def answers(port, **changes):
 
 
 def session(x, actions, utility):
-    """Plays store, restore and single calls, changes what the utility answers or whether it can be
-    found, and reads the names of the job; what all of it told."""
+    """Plays calls, changes what the utility answers, and reads the job's names; what all of it told."""
     start(x)
     told, refusal = "", b"message=no\nreply=ERROR\n"
     changes = {"refuse": ("open", refusal), "deny": ("closejob", refusal),
@@ -522,12 +503,10 @@ NAMELESS = STOR.replace("ABC", "")
 STALE = ["szName", "szSessionID", "szRestoreID", "iOpenJobStarted"]
 # The server's oddity; changes of the job's answer; actions; what they told; runs of the utility;
 # transfers. The last three are patterns of both modes: <default|strict>.
-SESSIONS = [
-    ({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
+SESSIONS = [({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
     ({}, {}, "store restore", "000 000hello", f"{WELL}, {READ.format(0)}", f"{STOR}, {RETR}"),
     ({}, {"savesetname": None}, "store", "000", WELL.replace("ABC@R1", "TIME"),
-     STOR.replace("ABC", "TIME")),
-    ({}, {"savesetname": None, "drive": "/d"}, "restore", "000",
+     STOR.replace("ABC", "TIME")), ({}, {"savesetname": None, "drive": "/d"}, "restore", "000",
      READ.format(0).replace("ABC@R1", "<-I|4711>"), "RETR 4711"),
     ({}, {"drive": "/d"}, "store nameless restore", "000 000",
      f"{WELL}, {READ.format(0).replace('ABC@R1', '<ABC|4711>')}", "STOR ABC, RETR 4711"),
@@ -566,8 +545,7 @@ SESSIONS = [
     ({}, {}, "store begin create-noname names", "000 022 ABC/S1/R1/0", WELL, STOR),
     ({}, {}, "store begin get! names", "000 06 ABC/S1/R1/0", WELL, STOR),
     ({}, {}, "begin create block create end commit", "000500", OPENED + "close:S1 0", STOR),
-    ({}, {}, "begin create block commit end", "0000<0|3>", OPENED[:-2], STOR),
-]
+    ({}, {}, "begin create block commit end", "0000<0|3>", OPENED[:-2], STOR)]
 HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 127.0.0.1 one.korva.test one
 127.0.0.2 reverse.korva.test
@@ -598,8 +576,7 @@ class Sessions(unittest.TestCase):
                     self.assertEqual({left for _, _, left in utility.calls()}, {"0 1 2"})
 
     def test_no_ini_file(self):
-        """A job that could not be opened is no success, though the server took the object; nor does
-        it hide why the server did not."""
+        """A job that nobody opened is no success, nor hides why the server did not take the object."""
         def store(x, port):
             x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % port, owner=b"INFORMIX")
             return x.store(end=False), x.last_error().strip(), x.BSAEndData(x.handle)

@@ -132,7 +132,6 @@ class Plain(Road, unittest.TestCase):
 
 
 class Informix(Road, unittest.TestCase):
-    """Where the server asks which account on which host logs in."""
     table, growth, hosts, server = INFORMIX, 1, HOSTS if FULL else HOSTS[:1], None
     # The settings, the answers and the login are read the same way for both.
     brief = {"restore": "malloc:ENOMEM popen:EMFILE poll:ENOMEM"}

@@ -1,15 +1,14 @@
 """The helpers, the error texts, and the texts of commands and replies, each called by itself."""
 import ctypes as c
 import errno
+import itertools
 import socket
 import unittest
 
 from xbsa import run
 
 # Functions, and for each a row of arguments and the result.
-CALLS = {
-    "x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)],
-    "x_MatchKeyword": [
+CALLS = {"x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)], "x_MatchKeyword": [
         (b"STO", b"STORE", 3, None, 0, 1), (b"STO", b"STORE", 4, None, 0, 0),
         (b"stor", b"STORE", 0, None, 0, 0), (b"STOREX", b"STORE", 0, None, 0, 0),
         (b"STORE=1", b"STORE", 0, b"=", 0, 1), (b"store", b"STORE", 0, None, 1, 0),
@@ -33,20 +32,16 @@ CALLS = {
         (errno.ECONNREFUSED, 2, None, b"Connection refused"), (10061, 1, None, b"Connection refused."),
         (111, 1, b"tail", b" tail"), (10067, 1, b"tail", b" tail"), (10032, 1, None, b"Broken pipe."),
         (11004, 1, None, b"Valid name, no data record of requested type."), (0, 1, b"x", b"x"),
-        (5, 0, b"bare", b" bare"), (0, 0, b"%s", b"y" * 5000, b"y" * 1535)],
-    "syserrtxt": [
+        (5, 0, b"bare", b" bare"), (0, 0, b"%s", b"y" * 5000, b"y" * 1535)], "syserrtxt": [
         (errno.EPERM, 1, b"x", b"Operation not permitted. x"), (10061, 2, b"x", b""),
         (errno.EPERM, 4, None, b"Operation not permitted."), (1, 5, b"x", b"Host is unknown. x"),
         (9, 5, b"x", b""), (0, 1, b"only", b"only"), (7, 0, b"only", b" only"),
-        (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, ...)],
-}
+        (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, ...)]}
 # Mode, path, buffer size, transfer command; tape 7, segment 2, label T1.
-COMMANDS = [
-    (1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
+COMMANDS = [(1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
     (1, b"SMS01", 262144, b"STOR obj:QAB:none:7:T1:256"), (1, b"sms01", 262144, b"STOR obj"),
     (1, b"SMS01", 512, b"STOR obj:QAB:none:7:T1:64"), (1, b"SMS", 1025, b"STOR obj:QAB:none:7:T1:1"),
-    (2, b"SMS01", 262144, b"RETR obj:0:0:7:2:none"),
-]
+    (2, b"SMS01", 262144, b"RETR obj:0:0:7:2:none")]
 
 
 ROWS = [(name, row[:-1], row[-1]) for name, rows in CALLS.items() for row in rows]
@@ -80,28 +75,26 @@ class Helpers(unittest.TestCase):
 
     def test_first_error_wins(self):
         def errors(x):
-            x.SysErrorTxt(0, 0, b"first")
-            x.SysErrorTxt(0, 0, b"second")
+            _ = x.SysErrorTxt(0, 0, b"first"), x.SysErrorTxt(0, 0, b"second")
             size, text = c.c_uint(5), c.create_string_buffer(b"untouched")
             small = x.BSAGetLastError(c.byref(size), text), size.value, text.value
             return small, x.last_error(), x.last_error()
         self.assertEqual(run(errors).value, ((7, 5, b"untouched"), "first", ""))
 
     def test_commands(self):
-        for mode, path, size, line in COMMANDS:
-            with self.subTest(mode=mode, path=path, size=size):
-                code, slots = run(commands, mode, path, size).value
-                self.assertEqual((code, slots[:6]), (0, [b"USER u", b"PASS p", b"TYPE I",
-                                                         b"CWD " + path, line, b"QUIT"]))
+        for *row, line in COMMANDS:
+            with self.subTest(row):
+                code, slots = run(commands, *row).value
+                self.assertEqual((code, slots[:6]), (0, [
+                    b"USER u", b"PASS p", b"TYPE I", b"CWD " + row[1], line, b"QUIT"]))
 
     def test_refused_commands(self):
-        for field in "szUser", "szPass", "szPath", "szName", "szTape":
-            for value in b"a\rb", b"a\nb", b"\x7fa", b"x" * 2047:
-                with self.subTest(field, value=value[:9]):
-                    def refused(x):
-                        return commands(x, 1, b"SMS", 0, **{field: value})[0], x.last_error()
-                    code, error = run(refused).value
-                    self.assertEqual((code, error != ""), (-1, True))
+        def refused(x, name, value):
+            return commands(x, 1, b"SMS", 0, **{name: value})[0], x.last_error() != ""
+        for row in itertools.product(("szUser", "szPass", "szPath", "szName", "szTape"),
+                                     (b"a\rb", b"a\nb", b"\x7fa", b"x" * 2047)):
+            with self.subTest(row):
+                self.assertEqual(run(refused, *row).value, (-1, True))
 
         for length, code in (2040, 0), (2041, -1):  # with CR LF and terminator 2048
             self.assertEqual(run(lambda x: commands(x, 1, b"/", 0, szUser=b"x" * length)[0]).value,
@@ -116,26 +109,23 @@ class Helpers(unittest.TestCase):
             minutes = elapsed.value // 60000
             x.x_TimerStop(None, c.byref(elapsed))
             return code, minutes, elapsed.value
-        self.assertEqual([run(timer, seconds).value for seconds in (0, 600)],
-                         [(0, 0, 0), (0, 10, 0)])
+        for seconds, minutes in (0, 0), (600, 10):
+            self.assertEqual(run(timer, seconds).value, (0, minutes, 0))
 
     def test_lines(self):
         """One line at a time, unread bytes stay; the end of the connection fills the buffer. So too
         when each byte is traced."""
         def receive(x):
             ours, theirs = socket.socketpair()
+
+            def lines(count):
+                rooms = [c.create_string_buffer(8) for _ in range(count)]
+                return [(x.stpc_recv(ours.fileno(), room, 8, 0), room.raw) for room in rooms]
             theirs.sendall(b"150 one\r\nbare\n" + b"x" * 9 + b"y\r\n")
-            got = []
-            for _ in range(4):
-                room = c.create_string_buffer(8)
-                got.append((x.stpc_recv(ours.fileno(), room, 8, 0), room.raw))
+            got = lines(4)
             theirs.sendall(b"z" * 8)
             theirs.close()
-            for _ in range(2):
-                room = c.create_string_buffer(8)
-                got.append((x.stpc_recv(ours.fileno(), room, 8, 0), room.raw))
-            got.append(x.stpc_recv(-1, room, 8, 0))
-            return got
+            return got + lines(2) + [x.stpc_recv(-1, c.create_string_buffer(8), 8, 0)]
         for level in (2, 3):
             self.assertEqual(run(receive, level=level).value, [
                 (1, b"150 one\0"), (1, b"bare\0\0\0\0"), (1, b"x" * 8), (1, b"y\0\0\0\0\0\0\0"),

@@ -46,7 +46,6 @@ class Hosts(Driver):
                     os.unlink(self.folder + "/xbsa.log")
 
     def test_full_log(self):
-        """On a full disk, and at the limit of a file's size: the log ends, the backup does not."""
         def limit():
             resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000))
         for owner in "PLAIN", "INFORMIX":

@@ -80,11 +80,10 @@ class Interface(unittest.TestCase):
     def test_options(self):
         text = output(TOOL, "--help").split("Subcommands:\n")[1].split("\n\n")[0]
         commands = re.findall(r"^  (\w+)", text, re.M)
-        everywhere = offered(TOOL)
+        everywhere, page = offered(TOOL), documented("xbsactl.1")
         options = {name: offered(TOOL, name) - {"-h", "--help"} for name in commands}
-        page = documented("xbsactl.1")
-        self.assertEqual(page["OPTIONS"], everywhere)
-        self.assertEqual({name: page[name] for name in commands}, options)
+        self.assertEqual({name: page[name] for name in ["OPTIONS", *commands]},
+                         {"OPTIONS": everywhere, **options})
 
         words, general, *lines = completed("", "-", *(f"{name} -" for name in commands))
         self.assertEqual((set(words), set(general)), (set(commands), everywhere))
@@ -101,7 +100,6 @@ class Interface(unittest.TestCase):
         self.assertEqual(documented("korva-sandbox.1")["OPTIONS"], offered(f"{SOURCE}/sandbox/run"))
 
     def test_values(self):
-        """File names where files are meant, also behind ":" and "=", and nowhere else."""
         cases = {"store x ": "store|x|a b|note|sub", "store x y ": "store|x|y",
                  "explain n": "explain|n", "--host h:21 trace n": "--host|h:21|trace|note",
                  "--user ": "--user", "--trace ": "--trace|2|3", "--trace 2:n": "--trace|2:note",
@@ -113,7 +111,6 @@ class Interface(unittest.TestCase):
 
 @functools.cache
 def build(kind, umask="077"):
-    """Builds the packages of a kind into a folder of the tests' own; returns their paths."""
     folder = tempfile.mkdtemp(prefix="package")
     unittest.addModuleCleanup(shutil.rmtree, folder)
     output("sh", "-c", f'umask {umask}; exec "$@"', "sh", "cpack", "-G", kind, "-B", folder,
@@ -158,7 +155,6 @@ class Packages(unittest.TestCase):
         self.assertNotRegex(facts, r"RPATH|RUNPATH|\.symtab|\.debug")
 
     def test_same(self):
-        """Nothing in them is from the builder's account or checkout."""
         assert_same("DEB")
         with tempfile.TemporaryDirectory() as folder:
             shutil.copytree(SOURCE, f"{folder}/source",
@@ -173,7 +169,6 @@ class Packages(unittest.TestCase):
             output("sh", "-c", "! find root -type f ! -perm 644 ! -perm 755 | grep .", cwd=folder)
 
     def test_use(self):
-        """The tool finds the library of its package; the example and the sandbox run."""
         usr, name = f"{self.root}/usr", os.path.join(self.root, "object")
         server = serve_behind(self, Daemon("proftpd"))
         where = f"127.0.0.1:{server.port}"
@@ -216,7 +211,6 @@ class Pages(unittest.TestCase):
 
 class Zsh(unittest.TestCase):
     def test_completion(self):
-        """What a line becomes by one tabulator."""
         cases = {"sto": "store ", "store --sta": "store --status=", "store x no": "store x note ",
                  "--trace 3:no": "--trace 3:note ", "query no": "query no",
                  "check --informixdir=s": "check --informixdir=sub/",

@@ -37,18 +37,15 @@ KEPT = {"proftpd": "old", "sandbox": "old", "vsftpd": "none", "pyftpdlib": "half
 
 
 class Peer:
-    """A server under test; the sandbox is reached over the Informix road."""
-
     def __init__(self, name, test, limit):
-        self.pause = PAUSE.get(name, 2 * LIMIT)
-        self.server = self.sandbox = None
+        self.pause, self.server, self.sandbox = PAUSE.get(name, 2 * LIMIT), None, None
         if name == "sandbox":
             self.sandbox = Sandbox(test)
             self.disk = os.path.join(self.sandbox.folder, "objects")
-            return
-        self.server = Daemon(name, limit)
-        test.addCleanup(shutil.rmtree, self.server.folder)
-        self.disk = self.server.data
+        else:
+            self.server = Daemon(name, limit)
+            self.disk = self.server.data
+            test.addCleanup(shutil.rmtree, self.server.folder)
 
     def begin(self, x):
         if self.sandbox:
@@ -58,50 +55,36 @@ class Peer:
         return {"owner": self.server.owner, "path": b".", "name": b"obj"}
 
     def signal(self, number):
-        """To all processes of the last connection."""
         if self.sandbox:
             os.kill(self.sandbox.process.pid, number)
-            return
-        groups = read_text(os.path.join(self.server.folder, "groups"))
-        os.killpg(int(groups.split()[-1]), number)
+        else:
+            os.killpg(int(read_text(self.server.folder + "/groups").split()[-1]), number)
 
     def kept(self, verb):
-        """What a restore would give now."""
         if self.sandbox:
             states = ["none", "old", "whole"] if verb == "store" else ["none", "whole"]
             return states[self.sandbox.states().count("good")]
         data = self.server.stored().get("obj")
-        known = {None: "none", OLD: "old", OBJECT: "whole"}
-        return known.get(data) or ("half" if OBJECT.startswith(data) else "wrong")
+        return {None: "none", OLD: "old", OBJECT: "whole"}.get(data) or (
+            "half" if OBJECT.startswith(data) else "wrong")
 
 
 def strike_at(x, call, number, strike):
-    real, left = getattr(x, call), [number]
-
-    def counted(*arguments):
-        if left[0] == 0:
-            strike()
-        left[0] -= 1
-        return real(*arguments)
-    setattr(x, call, counted)
+    real, count = getattr(x, call), itertools.count()
+    setattr(x, call, lambda *arguments: (next(count) == number and strike(), real(*arguments))[1])
 
 
 def make_strike(peer, fault):
-    if fault == "kill server":
-        return lambda: peer.signal(signal.SIGKILL)
-    if fault == "kill client":
-        return lambda: os.kill(os.getpid(), signal.SIGKILL)
-    if fault == "pause client":
-        def sleep():
-            line = f"sleep {peer.pause}; kill -CONT {os.getpid()}"
-            with subprocess.Popen(["sh", "-c", line]):
-                os.kill(os.getpid(), signal.SIGSTOP)
-        return sleep
+    def sleep():
+        with subprocess.Popen(["sh", "-c", f"sleep {peer.pause}; kill -CONT {os.getpid()}"]):
+            os.kill(os.getpid(), signal.SIGSTOP)
 
     def pause():
         peer.signal(signal.SIGSTOP)
         threading.Timer(peer.pause, peer.signal, [signal.SIGCONT]).start()
-    return pause if fault == "pause server" else lambda: None
+    return {"kill server": lambda: peer.signal(signal.SIGKILL), "pause server": pause,
+            "kill client": lambda: os.kill(os.getpid(), signal.SIGKILL), "pause client": sleep,
+            "full disk": lambda: None}[fault]
 
 
 def transfer(x, peer, verb, fault, percent):
@@ -109,20 +92,12 @@ def transfer(x, peer, verb, fault, percent):
     first = x.store(OBJECT if verb == "restore" else OLD, **names)
     assert first == [0, 0, 0], (first, x.last_error())
     names |= {"copy_id": x.state.sObject.sBSA_Object.copyId.right} if peer.sandbox else {}
-    call = "send" if verb == "store" else "BSAGetData"
-    if percent < 100:
-        strike_at(x, call, BLOCKS * percent // 100, make_strike(peer, fault))
-    else:
-        strike_at(x, "BSAEndData", 0, make_strike(peer, fault))
+    call = "BSAEndData" if percent == 100 else "send" if verb == "store" else "BSAGetData"
+    strike_at(x, call, BLOCKS * (percent % 100) // 100, make_strike(peer, fault))
     if verb == "store":
         return x.store(OBJECT, **names), None, x.last_error()
     codes, data = x.restore(**names)
     return codes, data == OBJECT, x.last_error()
-
-
-def mount_small(test, folder):
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=777", "small", folder], check=True)
-    test.addCleanup(subprocess.run, ["umount", "-l", folder], check=True)
 
 
 def problem(name, verb, fault, percent, got, kept):
@@ -141,19 +116,19 @@ def problem(name, verb, fault, percent, got, kept):
 def all_rows(name):
     lines = []
     for verb in ("store", "restore"):
-        for fault, percent in FAULTS:
-            if (verb, fault) == ("restore", "full disk"):
-                continue
+        for fault, percent in FAULTS[:len(FAULTS) - (ALL and verb == "restore")]:  # no full disk
             test, began = unittest.TestCase(), time.monotonic()
             peer = Peer(name, test, LIMIT if "pause" in fault else 300)
             if fault == "full disk":
-                mount_small(test, peer.disk)
+                line = "mount -t tmpfs -o size=4m,mode=777 small".split()
+                subprocess.run([*line, peer.disk], check=True)
+                test.addCleanup(subprocess.run, ["umount", "-l", peer.disk], check=True)
             got = run(transfer, peer, verb, fault, percent, server=peer.server, level=0,
                       env=STRICT, killed=fault == "kill client").value
             kept = peer.kept(verb)
             codes, _, error = got or ("", "", "")
-            line = f"{name:10}{verb:8}{fault:13}{percent:3} %  {time.monotonic() - began:5.1f} s  "
-            lines.append((f"{line}{codes} {kept:5} {error.strip()}",
+            lines.append((f"{name:10}{verb:8}{fault:13}{percent:3} %  {time.monotonic() - began:5.1f} s  "
+                          f"{codes} {kept:5} {error.strip()}",
                           problem(name, verb, fault, percent, got, kept)))
             test.doCleanups()
     return lines

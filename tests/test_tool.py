@@ -29,8 +29,7 @@ MANIFESTS = [
     (f"{HELLO}  good\r\n", 1, "CR LF"), (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
     (f"\\{HELLO}  back\\\\slash\n", 0, "ok    back\\slash: 5 bytes"),
     (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME holds a control character\nok "),
-    (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds"),
-]
+    (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds")]
 
 
 def metrics():
@@ -70,7 +69,6 @@ class Site(unittest.TestCase):
         return texts
 
     def ask(self, tool, moved):
-        """SIGUSR1 until the line and the file tell of so many bytes."""
         wait_while(lambda: tool.poll() is None and not os.path.exists("s.prom"))
         for _ in range(5000):
             tool.send_signal(signal.SIGUSR1)
@@ -113,23 +111,18 @@ class Verify(Site):
                 printed = self.call("verify", "--all", "--manifest", "m", code=code)
                 self.assertIn(told, "".join(printed))
         before = len(server.children)
-        write_plain("text", "else\n")
-        os.mkfifo("pipe")
-        write_plain("dump", "")
-        os.truncate("dump", 1 << 30)
+        subprocess.run("echo else >text; mkfifo pipe; truncate -s 1G dump", shell=True, check=True)
         # refused before anything is sent, waited for or read into memory
         for path in ("no/m", ".", "text", "/dev/null", "/dev/zero", "pipe", "dump"):
-            self.call("store", "x", "--manifest", path, code=1)
-            self.call("store", "x", "--status", path, code=1)
+            for option in ("--manifest", "--status"):
+                self.call("store", "x", option, path, code=1)
         self.assertEqual((len(server.children), read_text("text")), (before, "else\n"))
 
     def test_differs_at_once(self):
         """What the server hands back is not what it took; the manifest knows what should be."""
-        class Liar(Server):
-            def _send(self):
-                self.objects[self.name] = b"jello"
-                return super()._send()
-        self.serve(Liar())
+        def lie(server):
+            server.objects["x"] = b"jello"
+        self.serve(Server({}, {"DATA": [lie, "transfer"]}))
         error = self.call("store", "x", "--verify", "--manifest", "m", code=1)[1]
         self.assertRegex(error, f"stored, but does not verify: differs.* {HELLO}\n")
         self.assertEqual(read_text("m"), f"{HELLO}  x\n")
@@ -176,9 +169,8 @@ class Progress(Site):
             self.assertEqual(metrics()["in_progress"], "1")
             tool.communicate(b"end", DEADLINE)
         got = metrics()
-        self.assertEqual((tool.returncode, got["in_progress"], got["bytes"], got["last_exit_code"]),
-                         (0, "0", str(len(data)), "0"))
-        self.assertTrue(server.stored()["big"] == data)
+        self.assertEqual((tool.returncode, got["in_progress"], got["bytes"], got["last_exit_code"],
+                          server.stored()["big"] == data), (0, "0", str(len(data)), "0", True))
         os.unlink("s.prom")
         with self.start("restore", "big", "--status", "s.prom", bufsize=0) as tool:
             got = tool.stdout.read(1)
@@ -208,9 +200,8 @@ class Progress(Site):
             tool.terminate()
             self.assertEqual(tool.wait(DEADLINE), -signal.SIGTERM)
         got = metrics()
-        self.assertEqual((got["in_progress"], got["last_exit_code"], got[kept]),
-                         ("0", "143", first[kept]))
-        self.assertEqual(os.listdir(), ["s.prom"])
+        self.assertEqual((got["in_progress"], got["last_exit_code"], got[kept], os.listdir()),
+                         ("0", "143", first[kept], ["s.prom"]))
 
     def test_lost_file(self):
         self.serve()
@@ -259,8 +250,8 @@ class Secrets(Site):
             self.assertEqual("open to other accounts" in error, warned)
         error = self.call("store", "x", "--trace", "2:/dev/full")[1]
         self.assertEqual(error.count("No space left on device: lines are missing"), 1)
-        for password, user, code in ((CANARY + ":", "ftp", 2), (CANARY + "\x01", "ftp", 2),
-                                     (CANARY * 6, "ftp", 2), (CANARY, "nobody", 1)):
+        for password, user, code in (*((CANARY + more, "ftp", 2) for more in (":", "\x01", CANARY * 5)),
+                                     (CANARY, "nobody", 1)):
             self.env["XBSA_PASSWORD"], self.options[3] = password, user
             self.search("".join(self.call("verify", "x", "--manifest", "m", code=code)), CANARY)
 
@@ -328,7 +319,6 @@ class Informix(Site):
                     self.assertRegex(error, "^xbsactl: " + reason)
 
     def test_copies(self):
-        """The digest belongs to its copy, also when there is a newer one."""
         self.call("store", "x", "--manifest", "m")
         text = read_text("m")
         copy = re.fullmatch(f"# copy id (\\d+)\n{HELLO}  obj@x\n", text)[1]
@@ -337,8 +327,8 @@ class Informix(Site):
         self.assertEqual(self.call(*verify)[0], f"ok    obj@x: copy id {copy}, 5 bytes\n")
         self.assertIn(f"FAIL  obj@x: copy id {newer}, differs",
                       self.call(*verify, "--copy-id", newer, code=1)[0])
-        others = [f"{HELLO}  {name}\n" for name in ("obj@y", "z", "obj@x")]
-        write_plain("m", "".join([text.replace(copy, "77"), *others]))
+        write_plain("m", text.replace(copy, "77") + "".join(
+            f"{HELLO}  {name}\n" for name in ("obj@y", "z", "obj@x")))
         self.options = ["--informix"]
         out = self.call("verify", "--all", "--manifest", "m", code=1)[0]
         self.assertRegex(out, "^FAIL  obj@x: copy id 77, BSAGetObject.*\nFAIL  obj@y: no match\n"

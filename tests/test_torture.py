@@ -21,8 +21,7 @@ NEEDED = {"CWD": lambda text: text[:1] not in ("4", "5"), "PORT": lambda text: t
           "GREETING": bool}
 # Shapes of a reply, made of its good line: all steps take them, or those that are named do.
 TAKEN, CARELESS = set(STEPS), {"GREETING", "USER", "PASS", "TYPE", "CWD", "QUIT"}
-SHAPES = [
-    ("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\r\n"], TAKEN),
+SHAPES = [("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\r\n"], TAKEN),
     ("no CR", lambda line: [line + b"\n"], TAKEN),
     ("CR CR", lambda line: [line + b"\r\r\n"], TAKEN),
     ("late", lambda line: [lambda s: time.sleep(0.03), line + b"\r\n"], TAKEN),
@@ -35,15 +34,13 @@ SHAPES = [
     ("0xff before it", lambda line: [b"\xff" + line + b"\r\n"], CARELESS),
     ("flood of lines", lambda line: [line + b"\r\n" + b"999 on\r\n" * 5000], {"END", "QUIT"}),
     ("flood of NULs", lambda line: [b"\0" * 60000], {"QUIT"}),
-    ("positive lines", lambda line: [line + b"\r\n" + b"200 on\r\n" * 5000], {"END", "QUIT"}),
-]
+    ("positive lines", lambda line: [line + b"\r\n" + b"200 on\r\n" * 5000], {"END", "QUIT"})]
 # Ends of the connection, and lines, at each step: what fails, and the last command that was sent
 # where that is another. "~" behind it: replies were left unread, so the client's close is a reset,
 # and that drops what its system still held back for want of an acknowledgement: the server hears
 # the beginning of it.
 ENDS = "GREETING/- USER PASS TYPE CWD PORT STOR END/STOR -/QUIT"
-BROKEN = [
-    (lambda step: ["close"], ENDS), (lambda step: ["reset"], ENDS.replace("END", "END~")),
+BROKEN = [(lambda step: ["close"], ENDS), (lambda step: ["reset"], ENDS.replace("END", "END~")),
     (lambda step: [b"250 hal", "close"], ENDS),
     (lambda step: [b"x" * 10000], "PORT~ " * 6 + "STOR~ END/QUIT -/QUIT"),
     # read whole at login, and in strict mode when the data connection opens; else by its first line
@@ -51,8 +48,7 @@ BROKEN = [
      "STOR~ -/QUIT -/QUIT -/QUIT -/QUIT STOR~ LOOSE/QUIT -/QUIT -/QUIT")]
 JOINED = b"".join(b"%s x\r\n" % GOOD[step].encode() for step in STEPS[:7])
 # Whole scripts, and the step at which the transaction fails.
-SCRIPTS = [
-    ({"GREETING": [JOINED]} | dict.fromkeys(["USER", "PASS", "TYPE", "CWD", "PORT"], [])
+SCRIPTS = [({"GREETING": [JOINED]} | dict.fromkeys(["USER", "PASS", "TYPE", "CWD", "PORT"], [])
      | {"STOR": ["connect"]}, None),
     ({"END": [b"226 done\r\n221 bye\r\n"], "QUIT": ["close"]}, None),
     ({"STOR": [b"150 go\r\n226 early\r\n", "connect"], "END": []}, None),
@@ -72,9 +68,9 @@ class Torturer(Server):
         self._say(b"")
 
     def _say(self, text):
-        super()._say(text[:self.left])
-        if self.left is not None:
-            self.left -= len(text[:self.left])
+        part = text[:self.left]
+        super()._say(part)
+        self.left = None if self.left is None else self.left - len(part)
         if self.left == 0:
             self.left = None
             self._play([self.how])
@@ -115,12 +111,8 @@ class Torture(unittest.TestCase):
             scripts = [{step.replace("STOR", verb): actions for step, actions in row[0].items()}
                        for row in rows]
             server = Torturer(*scripts, objects={"obj": OBJECT})
-            try:
-                found = run(transact, server, verb, len(rows), server=server,
-                            env={"KORVA_STRICT": strict}).value
-            except AssertionError as error:
-                last = rows[max(len(server.heard), 1) - 1:][:1]
-                raise AssertionError(f"{verb}, in {last}") from error
+            found = run(transact, server, verb, len(rows), server=server,
+                        env={"KORVA_STRICT": strict}).value
             self.assertEqual(found.pop(), ([0, 0, 0], OBJECT, ""))
             for (script, step, moved, *last), (codes, data, message), heard in zip(
                     rows, found, server.verbs()):
@@ -142,23 +134,19 @@ class Torture(unittest.TestCase):
     def test_codes(self):
         """Each code at each step; what is heard of a refused one ends with QUIT."""
         rows = []
-        for step in STEPS:
-            for code in CODES:
-                line = code + " x" if code else ""
-                good = NEEDED.get(step, lambda text: True)(line)
-                rest = POLITE[step][1:] if step != "STOR" or good else []
-                last = {"GREETING": "-", "END": "QUIT"}.get(step, step + "+")
-                rows.append(({step: [line] + rest}, None if good else step, OBJECT,
-                             "QUIT" if good else last))
+        for step, code in itertools.product(STEPS, CODES):
+            line = code + " x" if code else ""
+            good = NEEDED.get(step, lambda text: True)(line)
+            rest = POLITE[step][1:] if step != "STOR" or good else []
+            last = {"GREETING": "-", "END": "QUIT"}.get(step, step + "+")
+            rows.append(({step: [line] + rest}, *((None, OBJECT, "QUIT") if good else (step, OBJECT, last))))
         self.check(rows, "01")
 
     def test_broken(self):
-        rows = []
-        for actions, cells in BROKEN:
-            for step, cell in zip(STEPS, cells.split()):
-                fails, last = cell.split("/") if "/" in cell else (cell.rstrip("~"), cell)
-                rows.append(({step: actions(step)}, None if fails == "-" else fails, OBJECT, last))
-        self.check(rows, "01")
+        rows = [(step, actions, cell.split("/") if "/" in cell else (cell.rstrip("~"), cell))
+                for actions, cells in BROKEN for step, cell in zip(STEPS, cells.split())]
+        self.check([({step: actions(step)}, None if fails == "-" else fails, OBJECT, last)
+                    for step, actions, (fails, last) in rows], "01")
 
     def test_shapes(self):
         self.check([({step: shape(GOOD[step].encode() + b" ok") + POLITE[step][1:]},
@@ -171,21 +159,17 @@ class Torture(unittest.TestCase):
 
     def test_control_cut(self):
         """A line that was not ended is no reply, however much of it has come."""
-        ends, rows, total = {}, [], 0
-        for step in STEPS:
-            total += len(POLITE[step][0].replace("TAPE 17 SEGMENT 3", "")) + 2
-            ends[step] = total
-        script = {"STOR": ["150 opening ", "connect"]}
-        for left in range(0, total + 1, STRIDE):
-            for how in ("close", "reset"):
-                step = next((step for step in STEPS if left < ends[step]), None)
-                step = step if left < ends["END"] else None
-                # between the two the data connection comes or not, and nothing confirms the object
-                step = "STOR" if left == ends["STOR"] else step
-                if how == "reset" and left > ends["STOR"]:
-                    step = "END~" if step else "QUIT~"
-                begin = [lambda s, left=left, how=how: s.cut(left, how)] + POLITE["GREETING"]
-                rows.append((script | {"GREETING": begin, "RETR": script["STOR"]}, step, OBJECT))
+        script = {"STOR": ["150 opening ", "connect"], "RETR": ["150 opening ", "connect"]}
+        sizes = [len((POLITE | script)[step][0]) + 2 for step in STEPS]
+        ends, rows = dict(zip(STEPS, itertools.accumulate(sizes))), []
+        for left, how in itertools.product(range(0, sum(sizes) + 1, STRIDE), ("close", "reset")):
+            step = next((step for step in STEPS[:-1] if left < ends[step]), None)
+            # between the two the data connection comes or not, and nothing confirms the object
+            step = "STOR" if left == ends["STOR"] else step
+            if how == "reset" and left > ends["STOR"]:
+                step = "END~" if step else "QUIT~"
+            begin = [lambda s, left=left, how=how: s.cut(left, how)] + POLITE["GREETING"]
+            rows.append((script | {"GREETING": begin}, step, OBJECT))
         self.check(rows)
 
     def test_data_cut(self):

@@ -25,8 +25,7 @@ def init(x, name=None, level=None, sink=True):
 
 TWO = {"XBSA_TRACE": "2"}
 # Environment, and name and level of a BSASetTrace before: level, log's name, whether lines are in it.
-LOGS = [
-    ({}, (), 0, b"", False), ({"XBSA_LOGFILE": "./xbsa.log"}, (), 0, b"", False),
+LOGS = [({}, (), 0, b"", False), ({"XBSA_LOGFILE": "./xbsa.log"}, (), 0, b"", False),
     *(({"XBSA_TRACE": level}, (), got, b"xbsa.log", got == 66) for level, got in (
         ("0", 64), ("1", 65), ("2", 66), ("258", 66))),
     (TWO | {"XBSA_LOGFILE": "./xbsa.log"}, (), 66, b"./xbsa.log", True),
@@ -36,8 +35,7 @@ LOGS = [
         ((None, 2), b"", False), ((None, 66), b"xbsa.log", True), ((b"", 66), b"", False),
         ((b"./xbsa.log", 66), b"./xbsa.log", True), ((b"./xbsa.log", 2), b"", False),
         ((b"ENVIRONMENT", 0), b"xbsa.log", True),
-        ((b"./" * 3000 + b"x", 66), (b"./" * 3000)[:4095], False))),
-]
+        ((b"./" * 3000 + b"x", 66), (b"./" * 3000)[:4095], False)))]
 REPLY = """stpc_recv: sigprocmask() done, all signals masked.\nstpc_recv: Receiving message ...
 stpc_recv: sigprocmask(), back to old handlers.\nLOGIN REPLY: \\1\n"""
 
@@ -59,7 +57,6 @@ class Destinations(unittest.TestCase):
         self.assertEqual(run(init, b"x", 130, False, level=None).trace, [])
 
     def test_sink_hears_all(self):
-        """A message goes to the sink as it is, at any level; COM_trace asks the level."""
         def trace(x):
             x.ie_trace(b"raw\r\n")
             x.COM_trace(b"silent")
@@ -67,7 +64,6 @@ class Destinations(unittest.TestCase):
         self.assertEqual(run(trace, level=0).trace, ["raw\r\n"])
 
     def test_appended(self):
-        """An old log grows; opening it again leaves no descriptor behind."""
         def trace(x):
             write_plain("xbsa.log", "old\n")
             for _ in range(3):
@@ -145,21 +141,17 @@ class Destinations(unittest.TestCase):
 
 
 class Lines(unittest.TestCase):
-    def lines(self, *messages):
+    def test_ends(self):
         def trace(x):
             x.BSASetTrace(None, b"./xbsa.log", 66)
             x.i_open_trace()
-            for message in messages:
+            for message in b"a\r\n\n", b"", b"\n", b"b", None, b"y" * 5000:
                 x.ie_trace(message)
             x.i_trace(None)
-        return run(trace, level=None).log
-
-    def test_ends(self):
-        """One line feed for each message, whatever it ended in; a long one is cut."""
-        log = self.lines(b"a\r\n\n", b"", b"\n", b"b", None, b"y" * 5000)
-        self.assertEqual(stripped(log)[:5] + stripped(log)[6:], ["a", "", "", "b", "", ""])
-        self.assertRegex(log[5], "^" + STAMP + "y{1400,}$")
-        self.assertLess(len(log[5]), 1536)
+        *log, long, last = run(trace, level=None).log
+        self.assertEqual(stripped([*log, last]), ["a", "", "", "b", "", ""])
+        self.assertRegex(long, "^" + STAMP + "y{1400,}$")
+        self.assertLess(len(long), 1536)
 
     def test_errno(self):
         """A line between a call and the look at its errno changes nothing."""
@@ -193,10 +185,10 @@ class Store(unittest.TestCase):
             return x.handle.value
         server = Server()
         got = run_started(store, server=server, level=None, env={"XBSA_TRACE": "2"})
-        port = next(line for line in server.heard[0] if line.startswith("PORT"))
         lines = read_text(os.path.join(os.path.dirname(__file__), "store.trace"))
-        want = re.sub("<reply> ?(.*)\n", REPLY, lines).replace("<pid>", str(got.value))
-        want = want.replace("<port>", str(server.port)).replace("<PORT>", port)
+        want = re.sub(r"<reply (\w+)> (.*)\n", r"<reply> \2\n\1: Received message: \2\n", lines)
+        want = re.sub("<reply> ?(.*)\n", REPLY, want).replace("<PORT>", server.heard[0][4])
+        want = want.replace("<pid>", str(got.value)).replace("<port>", str(server.port))
         self.assertEqual("\n".join(stripped(got.log)) + "\n", want)
 
     def test_levels(self):

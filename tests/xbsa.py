@@ -1,7 +1,9 @@
 """Drives the built library as a database's backup tool would: one process for each scenario."""
+import contextlib
 import ctypes as c
 import hashlib
 import os
+import pathlib
 import pickle
 import re
 import select
@@ -26,8 +28,7 @@ def field_type(code):
 
 
 def record(name, fields):
-    pairs = [entry.split(":") for entry in fields.split()]
-    members = [(field, field_type(code)) for field, code in pairs]
+    members = [(field, field_type(code)) for field, code in re.findall(r"(\w+):(\w+)", fields)]
     TYPES[name] = type(name, (c.Structure,), {"_fields_": members})
     return TYPES[name]
 
@@ -67,8 +68,6 @@ PROTOTYPES = """BSAInit:ipppp BSATerminate:il BSABeginTxn:il BSAEndTxn:ili BSACr
 
 
 class Library:
-    """The library in this process, the trace it wrote, and one session on it."""
-
     def __init__(self, level):
         self._library = c.CDLL(LIBRARY, use_errno=True)
         for prototype in PROTOTYPES.split():
@@ -99,7 +98,6 @@ class Library:
         return self.BSASendData(self.handle, c.byref(Block(len(data), 0, c.addressof(text))))
 
     def take(self, size):
-        """The code of a read of so many bytes, and what came."""
         room = c.create_string_buffer(size)
         block = Block(size, size, c.addressof(room))
         return self.BSAGetData(self.handle, c.byref(block)), room.raw[:block.numBytes]
@@ -124,7 +122,7 @@ class Library:
             while len(codes) == 1:
                 code, part = self.take(65535)
                 parts.append(part)
-                codes += [code] if code or len(part) < 65535 else []
+                codes += [code] * (code != 0 or len(part) < 65535)
             codes.append(self.BSAEndData(self.handle))
         self.BSAEndTxn(self.handle, 1)
         return codes, b"".join(parts)
@@ -163,26 +161,21 @@ def signal_mask():
 
 
 def has_children():
-    """Whether there is one, alive or dead, that nobody has waited for."""
-    try:
+    with contextlib.suppress(ChildProcessError):
         os.waitid(os.P_ALL, 0, os.WEXITED | os.WNOHANG | os.WNOWAIT)
-    except ChildProcessError:
-        return False
-    return True
+        return True
+    return False
 
 
 class Outcome:
-    """What a scenario returned (value), traced and printed; its log file, if it made one."""
-
     value = mask = error = left = None
     trace = ()
 
     def __init__(self, folder):
         if os.path.exists(folder + "/report"):
             vars(self).update(pickle.loads(read_bytes(folder + "/report")))
-        self.stdout, self.stderr, log = (read_text(os.path.join(folder, name))
-                                         for name in ("stdout", "stderr", "xbsa.log"))
-        self.log = log.splitlines()
+        self.stdout, self.stderr = read_text(folder + "/stdout"), read_text(folder + "/stderr")
+        self.log = read_text(folder + "/xbsa.log").splitlines()
 
 
 def make_folder(test):
@@ -192,14 +185,12 @@ def make_folder(test):
 
 
 def write_plain(path, data, mode=0o644):
-    with open(path, "wb") as file:
-        file.write(data if isinstance(data, bytes) else data.encode())
+    pathlib.Path(path).write_bytes(data if isinstance(data, bytes) else data.encode())
     os.chmod(path, mode)
 
 
 def read_bytes(path):
-    with open(path, "rb") as file:
-        return file.read()
+    return pathlib.Path(path).read_bytes()
 
 
 def read_text(path):
@@ -261,12 +252,9 @@ def _run_child(scenario, args, server, level, env, folder):
             server.forget()
         before, mask = set(descriptors()), signal_mask()
         library = Library(level)
-        report["value"] = scenario(library, *args)
-        report["trace"] = library.trace
-        report["mask"] = signal_mask()
-        log = {library.state.hLogFile} - {0, -1}
-        lost = set(descriptors()) ^ before ^ log
-        changed = set() if library.state.iQAB else {mask, signal_mask()} - {mask}
+        report.update(value=scenario(library, *args), trace=library.trace, mask=signal_mask())
+        lost = set(descriptors()) ^ before ^ ({library.state.hLogFile} - {0, -1})
+        changed = not library.state.iQAB and report["mask"] != mask
         left = {"fds": lost, "mask": changed, "children": has_children()}
         report["left"] = {key: value for key, value in left.items() if value}
         c.CDLL(None).fflush(None)
