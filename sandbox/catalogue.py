@@ -246,8 +246,8 @@ class Catalogue:
         storing = self.db.run("SELECT segment, owner FROM object WHERE state = 'storing'")
         sessions = self.db.run("SELECT sid, object, owner FROM session WHERE state = 'open'"
                                " AND opened < ?", (before,))
-        # Asked last: no owner and no transfer in the rows is too new for the answers. A transfer that
-        # has ended by then is not storing any more.
+        # Asked last: no owner and no transfer in the rows is too new for the answers. A transfer
+        # that has ended by then is not storing any more.
         others = self.db.living(self.settings["owner"]) - {self.settings["owner"]}
         busy = ask_busy()
         for row in storing:
