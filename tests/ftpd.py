@@ -1,7 +1,9 @@
 """Real FTP servers, unpacked by servers.sh: each connection gets its own process, as from inetd."""
 import grp
 import os
+import pathlib
 import pwd
+import re
 import select
 import shutil
 import socket
@@ -11,67 +13,39 @@ import tempfile
 import threading
 
 DEADLINE = 200
-
 ROOT = os.environ["XBSA_FTPD"]
 LIBRARIES = f"lib/{os.uname().machine}-linux-gnu"
 ENV = {"PATH": os.environ["PATH"], "XBSA_FTPD": ROOT, "PYTHONPATH": f"{ROOT}/usr/lib/python3/dist-packages",
        "LD_LIBRARY_PATH": f"{ROOT}/usr/{LIBRARIES}:{ROOT}/{LIBRARIES}"}
 
-# An aborted store leaves what was there before.
-PROFTPD = """ServerType inetd
-Port 0
-User {user}
-Group {group}
-RootLogin on
-UseFtpUsers off
-RequireValidShell off
-AuthUserFile {folder}/passwd
-AuthOrder mod_auth_file.c
-AllowOverwrite on
-HiddenStores on
-DeleteAbortedStores on
-UseReverseDNS off
-WtmpLog off
-PidFile {folder}/pid
-ScoreboardFile none
-SystemLog {folder}/log
-TransferLog none
-"""
+# Options, separated by semicolons. An aborted store leaves what was there before.
+PROFTPD = """ServerType inetd;Port 0;User {user};Group {group};RootLogin on;UseFtpUsers off;
+    RequireValidShell off;AuthUserFile {folder}/passwd;AuthOrder mod_auth_file.c;AllowOverwrite on;
+    HiddenStores on;DeleteAbortedStores on;UseReverseDNS off;WtmpLog off;PidFile {folder}/pid;
+    ScoreboardFile none;SystemLog {folder}/log;TransferLog none;TimeoutIdle {limit};
+    TimeoutStalled {limit};TimeoutNoTransfer {limit};"""
 # An aborted store leaves nothing.
-VSFTPD = """listen=NO
-run_as_launching_user=YES
-ftp_username={user}
-no_anon_password=YES
-anon_root={folder}/data
-anon_upload_enable=YES
-anon_other_write_enable=YES
-anon_world_readable_only=NO
-write_enable=YES
-delete_failed_uploads=YES
-seccomp_sandbox=NO
-"""
-# Seconds of idleness.
-LIMITS = {"proftpd": "TimeoutIdle {0}\nTimeoutStalled {0}\nTimeoutNoTransfer {0}\n",
-          "vsftpd": "data_connection_timeout={0}\nidle_session_timeout={0}\n"}
+VSFTPD = """listen=NO;run_as_launching_user=YES;ftp_username={user};no_anon_password=YES;
+    anon_root={folder}/data;anon_upload_enable=YES;anon_other_write_enable=YES;
+    anon_world_readable_only=NO;write_enable=YES;delete_failed_uploads=YES;seccomp_sandbox=NO;
+    data_connection_timeout={limit};idle_session_timeout={limit};"""
 NOBODY = pwd.getpwnam("nobody")[2:4]
 PASSWORD = "$1$abcdefgh$cHJi5PXp/ki/ktXzqlk6I1"  # of "secret"
 
 
 class Daemon:
-    """
-    Listens, and starts one server process for each connection, in a process group of its own whose
+    """Listens, and starts one server process for each connection, in a process group of its own whose
     number ends the file groups. Stored objects lie in data, what the server had to say in the file
-    log. limit: seconds of idleness that the servers stand, where a test wants to sit through them.
-    """
+    log. limit: seconds of idleness that the servers stand."""
 
     def __init__(self, name, limit=300):
         self.folder = tempfile.mkdtemp(prefix="ftpd")
         self.data = os.path.join(self.folder, "data")
         os.mkdir(self.data)
         account, group = pwd.getpwuid(os.getuid()).pw_name, grp.getgrgid(os.getgid()).gr_name
-        values = {"user": account, "group": group, "folder": self.folder}
-        conf = (PROFTPD if name == "proftpd" else VSFTPD) + LIMITS.get(name, "").format(limit)
-        self._write("conf", conf.format(**values))
+        conf = (PROFTPD if name == "proftpd" else VSFTPD).format(
+            user=account, group=group, folder=self.folder, limit=limit)
+        self._write("conf", re.sub(r";\s*", "\n", conf))
         user, home = (os.getuid(), os.getgid()), self.data + ":/bin/sh"
         if name == "pure-ftpd":  # to be started by root, and serves nobody of that name, shut in
             user, home = NOBODY, self.data + "/./" + 12 * ":"
@@ -102,7 +76,6 @@ class Daemon:
         self.listener.close()
 
     def serve(self, done):
-        """Starts servers until the descriptor done is readable, then waits for their ends."""
         while self.listener in (ready := select.select([self.listener, done], [], [], DEADLINE)[0]):
             connection = self.listener.accept()[0]
             with open(os.path.join(self.folder, "log"), "ab") as log:
@@ -117,11 +90,7 @@ class Daemon:
             child.wait(DEADLINE)
 
     def stored(self):
-        found = {}
-        for name in os.listdir(self.data):
-            with open(os.path.join(self.data, name), "rb") as file:
-                found[name] = file.read()
-        return found
+        return {name: pathlib.Path(self.data, name).read_bytes() for name in os.listdir(self.data)}
 
 
 def serve_behind(test, server):
@@ -136,10 +105,8 @@ def serve_behind(test, server):
 
 
 def serve_standard_input(folder, limit):
-    """
-    pyftpdlib on the connection that is standard input. By itself it connects at PORT and says
-    125; here it connects at STOR and RETR and says 150, as a tape server does.
-    """
+    """pyftpdlib on the connection that is standard input. By itself it connects at PORT and says
+    125; here it connects at STOR and RETR and says 150, as a tape server does."""
     from pyftpdlib import authorizers, handlers, ioloop, servers
 
     class Data(handlers.DTPHandler):
@@ -155,16 +122,10 @@ def serve_standard_input(folder, limit):
             self.active = ".".join(numbers[:4]), int(numbers[4]) * 256 + int(numbers[5])
             self.respond("200 Later.")
 
-        def ftp_STOR(self, file, mode="w"):
-            return self.connect_after(super().ftp_STOR(file, mode))
-
-        def ftp_RETR(self, file):
-            return self.connect_after(super().ftp_RETR(file))
-
-        def connect_after(self, result):
-            if self._in_dtp_queue or self._out_dtp_queue:
+        def pre_process_command(self, line, cmd, arg):
+            super().pre_process_command(line, cmd, arg)
+            if cmd in ("STOR", "RETR") and (self._in_dtp_queue or self._out_dtp_queue):
                 self._make_eport(*self.active)
-            return result
 
         def respond(self, resp, logfun=handlers.logger.debug):
             if resp != "200 Active data connection established.":

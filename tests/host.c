@@ -3,8 +3,7 @@
  *
  *   host LIBRARY OWNER SERVICE_HOST CONDITION...
  *
- * Prints "ok" and the depth of the stack in bytes, 0 unless asked for; or the call that went wrong
- * and its result.
+ * Prints "ok", or the call that went wrong and its result.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -15,7 +14,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,15 +26,14 @@ enum
     BLOCK = 65535,
     CROWD = 5000, /* open descriptors */
     THREADS = 64,
-    STACK = 256 << 10,
-    MARGIN = 1024, /* below the frame that paints the stack */
-    PAINT = 0xA5
+    STACK = 128 << 10,
+    SIGNALS = 65
 };
 
 /* What a guest must leave as it was. */
 typedef struct
 {
-    void (*fpaHandlers[65])(int);
+    void (*fpaHandlers[SIGNALS])(int);
     sigset_t sMask;
     int iOpen;
 } STATE;
@@ -44,9 +41,8 @@ typedef struct
 static char **cppArguments; /* LIBRARY OWNER SERVICE_HOST */
 static void *vpLibrary;
 static int hReport;
-static int bFork;               /* the session goes on in a child, too */
-static long lDepth;             /* of the stack, in bytes */
-static unsigned char *ucpStack; /* of the thread that runs the session, or null */
+static int bFork;   /* the session goes on in a child, too */
+static int bThread; /* it runs in a thread that has so much stack and no more */
 static unsigned char ucaData[SIZE];
 
 /* The first failure is the one to know; 0 is none. */
@@ -65,7 +61,7 @@ static void Check(const char *cpCall, long lCode)
 static void Look(STATE *spState)
 {
     memset(spState, 0, sizeof *spState);
-    for (int iSignal = 1; iSignal < 65; iSignal++)
+    for (int iSignal = 1; iSignal < SIGNALS; iSignal++)
     {
         struct sigaction sAction = {0};
         sigaction(iSignal, NULL, &sAction);
@@ -81,7 +77,7 @@ static void Compare(const STATE *spBefore)
     STATE sNow;
     Look(&sNow);
     Check("open", sNow.iOpen - spBefore->iOpen);
-    for (int iSignal = 1; iSignal < 65; iSignal++)
+    for (int iSignal = 1; iSignal < SIGNALS; iSignal++)
     {
         Check("handler", sNow.fpaHandlers[iSignal] != spBefore->fpaHandlers[iSignal]);
         Check("mask", sigismember(&sNow.sMask, iSignal) != sigismember(&spBefore->sMask, iSignal));
@@ -151,17 +147,6 @@ static void Transfer(long lHandle)
     }
 }
 
-/* Paints what lies deeper than this frame, or looks how much of that was used since. */
-static __attribute__((noinline)) void StackUse(int bLook)
-{
-    unsigned char *ucpHere = __builtin_frame_address(0);
-    unsigned char *ucpUsed = ucpStack;
-    if (ucpStack == NULL) return;
-    if (!bLook) memset(ucpStack, PAINT, (size_t)(ucpHere - ucpStack) - MARGIN);
-    while (*ucpUsed == PAINT) ucpUsed++;
-    if (bLook) lDepth = ucpHere - ucpUsed;
-}
-
 static void *Run(void *vpNothing)
 {
     STATE sBefore;
@@ -169,7 +154,6 @@ static void *Run(void *vpNothing)
     Look(&sBefore);
     vpLibrary = dlopen(cppArguments[0], RTLD_NOW);
     if (vpLibrary == NULL) Check(dlerror(), 1);
-    StackUse(0);
     long lHandle = Open();
     if (bFork && fork() == 0)
     {
@@ -180,7 +164,6 @@ static void *Run(void *vpNothing)
     Check("fork", iStatus);
     Transfer(lHandle);
     CALL(BSATerminate, lHandle);
-    StackUse(1);
     ((__extension__(void (*)(void)) dlsym(vpLibrary, "i_close_trace")))(); /* musl never unloads */
     dlclose(vpLibrary);
     Compare(&sBefore);
@@ -193,6 +176,16 @@ static void *Sleep(void *vpNothing)
     return vpNothing;
 }
 
+static void RunInThread(void)
+{
+    pthread_t sThread;
+    pthread_attr_t sAttributes;
+    pthread_attr_init(&sAttributes);
+    pthread_attr_setstacksize(&sAttributes, STACK);
+    Check("pthread_create", pthread_create(&sThread, &sAttributes, Run, NULL));
+    pthread_join(sThread, NULL);
+}
+
 /* With many open, with 0, 1 and 2 closed, and so on: each stays so. */
 static void Become(const char *cpCondition)
 {
@@ -200,30 +193,18 @@ static void Become(const char *cpCondition)
     sigset_t sAll;
     struct rlimit sLimit = {CROWD + 200, CROWD + 200};
     sigfillset(&sAll);
+    bFork |= strcmp(cpCondition, "fork") == 0;
+    bThread |= strcmp(cpCondition, "thread") == 0;
     if (strcmp(cpCondition, "closed") == 0)
         for (int iNumber = 0; iNumber < 3; iNumber++) close(iNumber);
     if (strcmp(cpCondition, "crowd") == 0 && setrlimit(RLIMIT_NOFILE, &sLimit) == 0)
         while (open("/dev/null", O_RDWR | O_CLOEXEC) < CROWD) continue;
     if (strcmp(cpCondition, "blocked") == 0) pthread_sigmask(SIG_SETMASK, &sAll, NULL);
     if (strcmp(cpCondition, "ignored") == 0)
-        for (int iSignal = 1; iSignal < 65; iSignal++) signal(iSignal, SIG_IGN);
+        for (int iSignal = 1; iSignal < SIGNALS; iSignal++) signal(iSignal, SIG_IGN);
     if (strcmp(cpCondition, "threads") == 0)
         for (int iThread = 0; iThread < THREADS; iThread++)
             Check("thread", pthread_create(&sThread, NULL, Sleep, NULL));
-    if (strcmp(cpCondition, "fork") == 0) bFork = 1;
-    if (strcmp(cpCondition, "thread") == 0)
-        ucpStack = mmap(NULL, STACK, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-}
-
-/* In a thread that has so much stack and no more. */
-static void RunInThread(void)
-{
-    pthread_t sThread;
-    pthread_attr_t sAttributes;
-    pthread_attr_init(&sAttributes);
-    pthread_attr_setstack(&sAttributes, ucpStack, STACK);
-    Check("pthread_create", pthread_create(&sThread, &sAttributes, Run, NULL));
-    pthread_join(sThread, NULL);
 }
 
 int main(int argc, char **argv)
@@ -233,8 +214,8 @@ int main(int argc, char **argv)
     if (hReport == -1) hReport = fcntl(1, F_DUPFD_CLOEXEC, 100);
     for (int iByte = 0; iByte < SIZE; iByte++) ucaData[iByte] = (unsigned char)(iByte * 7 / 5);
     for (int iArgument = 4; iArgument < argc; iArgument++) Become(argv[iArgument]);
-    if (ucpStack != NULL) RunInThread();
+    if (bThread) RunInThread();
     else Run(NULL);
-    dprintf(hReport, "ok %ld\n", lDepth);
+    dprintf(hReport, "ok\n");
     _exit(0);
 }

@@ -24,12 +24,10 @@ class Refused(Exception):
 
 
 class Server:
-    """
-    Serves connections one after the other, the n-th by the n-th script (a dict like POLITE, of
+    """Serves connections one after the other, the n-th by the n-th script (a dict like POLITE, of
     the steps that differ), the rest politely.
     heard: a list of command lines for each connection; ends: how each data connection ended (FIN,
-    RST, REFUSED); objects: what is stored, by name.
-    """
+    RST, REFUSED); objects: what is stored, by name."""
 
     def __init__(self, *scripts, objects=None):
         self.scripts, self.objects = list(scripts), objects or {}
@@ -43,7 +41,6 @@ class Server:
         self.listener.close()
 
     def serve(self, done):
-        """Serves until the descriptor done is readable."""
         while True:
             ready = select.select([self.listener, done], [], [], DEADLINE)[0]
             if not ready:

@@ -17,10 +17,8 @@ enum
     UNHARMED = -1
 };
 
-/*
- * One row for each call: its name, its result in a failure, and whether the real call is made all
- * the same (a descriptor is gone even where close fails, an interrupted connect goes on).
- */
+/* One row for each call: its name, its result in a failure, and whether the real call is made all
+ * the same (a descriptor is gone even where close fails, an interrupted connect goes on). */
 #define NEVER 0
 #define ALWAYS 1
 #define INTERRUPTED (error == EINTR)
@@ -41,12 +39,12 @@ static const char *const names[] = {"malloc", CALLS(NAME) "sleep", NULL};
 /* Which call fails: the n-th one of that name, and those after it where on is set. */
 static struct
 {
-    int row, number, on, error, hits;
+    int row, number, on, error;
 } fault;
+int shim_hits; /* how many calls failed */
 static int calls[sizeof names / sizeof *names];
 static char *first, *last;   /* the library's code */
 static void *blocks[BLOCKS]; /* what it has allocated and not given back */
-static int highest;          /* no block lies behind this one */
 
 static int find_library(struct dl_phdr_info *info, size_t size, void *data)
 {
@@ -73,7 +71,8 @@ static int find(const char *name)
 int shim_arm(const char *name, int number, int on, int error)
 {
     dl_iterate_phdr(find_library, NULL);
-    fault = (__typeof__(fault)){find(name), number, on, error, 0};
+    fault = (__typeof__(fault)){find(name), number, on, error};
+    shim_hits = 0;
     memset(calls, 0, sizeof calls);
     return names[fault.row] != NULL && first != NULL;
 }
@@ -84,17 +83,11 @@ int shim_calls(const char *name)
     return calls[find(name)];
 }
 
-/* How many calls failed. */
-int shim_hits(void)
-{
-    return fault.hits;
-}
-
 /* How many blocks of memory the library holds. */
 int shim_blocks(void)
 {
     int held = 0;
-    for (int i = 0; i < highest; i++) held += blocks[i] != NULL;
+    for (int i = 0; i < BLOCKS; i++) held += blocks[i] != NULL;
     return held;
 }
 
@@ -106,20 +99,15 @@ static int is_library(const void *caller)
 /* The error number that this call is to fail with, SHORT or UNHARMED. */
 static int judge(const char *name, const void *caller)
 {
-    int row = find(name);
-    int number = is_library(caller) ? ++calls[row] : 0;
-    if (number == 0 || row != fault.row) return UNHARMED;
-    if (number != fault.number && (!fault.on || number < fault.number)) return UNHARMED;
+    int row = find(name), number = is_library(caller) ? ++calls[row] : 0;
+    if (number == 0 || row != fault.row || number < fault.number) return UNHARMED;
+    if (number > fault.number && !fault.on) return UNHARMED;
     int passes = fault.error == EINTR || fault.error == EAGAIN;
-    if (passes && fault.hits >= PATIENCE) return UNHARMED;
-    fault.hits++;
-    return fault.error;
+    return passes && shim_hits >= PATIENCE ? UNHARMED : (shim_hits++, fault.error);
 }
 
-/*
- * The headers that declare these are left out. Numbers and addresses are in the same registers and
- * pass as they are; what a call may do in part, it is told the size of by its third argument.
- */
+/* The headers that declare these are left out. Numbers and addresses are in the same registers and
+ * pass as they are; what a call may do in part, it is told the size of by its third argument. */
 #define DEFINE(name, failed, made)                                                                 \
     long name(long a, long b, long c, long d, long e)                                              \
     {                                                                                              \
@@ -140,31 +128,22 @@ void *malloc(size_t size)
     if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "malloc");
     const void *caller = __builtin_return_address(0);
     if (!is_library(caller)) return real(size);
-    if (judge("malloc", caller) != UNHARMED)
-    {
-        errno = ENOMEM;
-        return NULL;
-    }
+    if (judge("malloc", caller) != UNHARMED) return errno = ENOMEM, NULL;
     int i = 0;
     while (i < BLOCKS - 1 && blocks[i] != NULL) i++;
-    if (i >= highest) highest = i + 1;
     return blocks[i] = real(size);
 }
 
-/*
- * Whoever calls: what the library gives back in its last step comes from the caller's address. The
- * look-up of the real one may itself free an old error text, which is let go.
- */
+/* Whoever calls: what the library gives back in its last step comes from the caller's address. The
+ * look-up of the real one may itself free an old error text, which is let go. */
 void free(void *memory)
 {
     static void (*real)(void *);
     static int looking;
     if (real == NULL && looking++ != 0) return;
     if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "free");
-    for (int i = 0; i < highest && memory != NULL; i++)
-    {
+    for (int i = 0; i < BLOCKS; i++)
         if (blocks[i] == memory) blocks[i] = NULL;
-    }
     real(memory);
 }
 
@@ -173,6 +152,6 @@ unsigned int sleep(unsigned int seconds)
 {
     static unsigned int (*real)(unsigned int);
     if (real == NULL) *(void **)&real = dlsym(RTLD_NEXT, "sleep");
-    if (!is_library(__builtin_return_address(0))) return real(seconds);
-    return judge("sleep", __builtin_return_address(0)) == UNHARMED ? 0 : seconds;
+    const void *caller = __builtin_return_address(0);
+    return !is_library(caller) ? real(seconds) : judge("sleep", caller) == UNHARMED ? 0 : seconds;
 }

@@ -52,7 +52,6 @@ VERBS = "open", "openjob", "closejob", "close"
 
 
 def store_each(x, folder, changes):
-    """One store with each change of the utility's files, in one session."""
     start(x)
     found = []
     for files in changes:
@@ -70,7 +69,6 @@ class Answers(unittest.TestCase):
         self.utility, self.good = Utility(self, None, SCRIPT), self.files["openjob"]
 
     def check(self, rows, changes):
-        """Each row with its change of the good files, and then those as they are."""
         got = run(store_each, self.utility.folder, [self.files | each for each in changes + [{}]],
                   server=self.server, env=STRICT).value
         self.assertEqual(got.pop(), (OPENED, ""))

@@ -51,8 +51,6 @@ def kill_late(x, rclone, victim):
 
 
 class Remote:
-    """A remote of rclone's on a folder, with faults on demand."""
-
     def __init__(self, test):
         self.folder = make_folder(test)
         self.switch, self.bucket = (os.path.join(self.folder, name) for name in ("fault", "bucket"))
@@ -82,7 +80,6 @@ class Rig:
         self.serve()
 
     def serve(self):
-        """Another one on the same objects, which clients go to from now on."""
         self.sandbox = Sandbox(self, *self.options)
 
     def assert_left(self, *states):
@@ -93,7 +90,6 @@ class Rig:
         self.assertEqual(len(self.rclone.objects()), states.count("good"))
 
     def test_killed_client(self):
-        """In the middle, and when nothing but rclone's word is missing."""
         def middle(x):
             begin(x)
             os.kill(os.getpid(), signal.SIGKILL)
@@ -113,7 +109,6 @@ class OnRclone(Rig, unittest.TestCase):
         self.assert_left(*["good"] * len(SIZES))
 
     def test_faults(self):
-        """rclone fails: so does the store, told by strict mode; a restore always does."""
         def transfers(x):
             start(x)
             codes = []
@@ -211,7 +206,6 @@ class Shared(Rig, unittest.TestCase):
         self.assert_left("good")
 
     def test_killed_server(self):
-        """In the middle, and when nothing but rclone's word is missing; another one clears up."""
         def middle(x):
             begin(x)
             os.kill(self.sandbox.process.pid, signal.SIGKILL)

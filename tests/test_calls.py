@@ -2,6 +2,7 @@
 import ctypes as c
 import mmap
 import os
+import re
 import unittest
 
 from server import Server
@@ -63,20 +64,16 @@ ORDERS = [
     ("version version-null init", "0 22 0", 0xC00), ("version-null", "22", 0),
     ("provider-null error-null error-nosize", "22 22 22", 0x2000),
 ]
-# BSAInit's entries, then host, port and time-out.
+# BSAInit's entries (HOST is BSA_SERVICE_HOST), then host, port and time-out.
 ENTRIES = [
-    ([], b"", 0, 0), ([b"BSA_SERVICE_HOST=host1"], b"host1", 21, 0),
-    ([b"BSA_SERVICE_HOST=host1:4711"], b"host1", 4711, 0), ([b"BSA_SERVICE_HOST=h:"], b"h", 21, 0),
-    ([b"BSA_SERVICE_HOST=h::4711"], b"h", 4711, 0), ([b"BSA_SERVICE_HOST=::h"], b"h", 21, 0),
-    ([b"BSA_SERVICE_HOST=h:1", b"BSA_SERVICE_HOST=::"], b"h", None, 0),
-    ([b"BSA_SERVICE_HOST=h:4294967317"], b"h", 2**31 - 1, 0),
-    ([b"BSA_SERVICE_HOST=h:-4294967317"], b"h", -2**31, 0),
-    ([b"BSA_SERVICE_HOST=h:1", b"BSA_SERVICE_HOST="], b"h", None, 0),
-    ([b"BSA_SERVICE_HOST=h:1", b"BSA_TIMEOUT=30", b"OTHER=x", b""], b"h", 1, 30),
-    ([b"BSA_API_VERSION=1.9", b"BSA_SERVICE_HOST=h:2"], b"h", 2, 0),
-    ([b"BSA_API_VERSION=2.0", b"BSA_SERVICE_HOST=h:2"], b"", None, 0),
-    ([b"BSA_API_VERSION"], b"", None, 0), ([b"BSA_SERVICE_HOST", b"BSA_TIMEOUT"], b"", 21, 0),
-    ([b"BSA_SERVICE_HOST=" + b"h" * 5000 + b":7"], b"h" * 4095, 7, 0),
+    ([], b"", 0, 0), (["HOST=host1"], b"host1", 21, 0), (["HOST=host1:4711"], b"host1", 4711, 0),
+    (["HOST=h:"], b"h", 21, 0), (["HOST=h::4711"], b"h", 4711, 0), (["HOST=::h"], b"h", 21, 0),
+    (["HOST=h:1", "HOST=::"], b"h", None, 0), (["HOST=h:4294967317"], b"h", 2**31 - 1, 0),
+    (["HOST=h:-4294967317"], b"h", -2**31, 0), (["HOST=h:1", "HOST="], b"h", None, 0),
+    (["HOST=h:1", "BSA_TIMEOUT=30", "OTHER=x", ""], b"h", 1, 30),
+    (["BSA_API_VERSION=1.9", "HOST=h:2"], b"h", 2, 0),
+    (["BSA_API_VERSION=2.0", "HOST=h:2"], b"", None, 0), (["BSA_API_VERSION"], b"", None, 0),
+    (["HOST", "BSA_TIMEOUT"], b"", 21, 0), (["HOST=" + "h" * 5000 + ":7"], b"h" * 4095, 7, 0),
 ]
 # Variables of the COM utility: what is changed in a full set, result, fields that stay empty.
 LIMITS = {"KORVA_SERVER": ("szKORVAServer", 127), "KORVA_JOB": ("szJobName", 255),
@@ -114,39 +111,33 @@ class Calls(unittest.TestCase):
         for entries, host, port, time_out in ENTRIES:
             with self.subTest(entries=str(entries)[:80]):
                 def init(x):
-                    code, sms = x.init(*entries), x.state.sObject.sSMS
-                    return code, sms.szHostName, sms.iPort, x.state.ulTimeOut, x.state.iQAB
-                code, *got = run(init).value
-                got[1] = got[1] if port is not None else None
-                self.assertEqual(got, [host, port, time_out, 0])
-                self.assertEqual(code, 3 if port is None and not host else 0)
+                    code = x.init(*(re.sub("^HOST", "BSA_SERVICE_HOST", text).encode()
+                                    for text in entries))
+                    sms = x.state.sObject.sSMS
+                    return code, sms.szHostName, x.state.ulTimeOut, x.state.iQAB, sms.iPort
+                *got, found = run(init).value
+                self.assertEqual(got, [3 * (port is None and not host), host, time_out, 0])
+                self.assertIn(port, (found, None))
 
     def test_identity(self):
-        """Handle, interface version and provider; the provider's size limit."""
         def ask(x):
             version, found = Version(), []
             x.BSAQueryApiVersion(c.byref(version))
-            for room in (14, 15):
-                size, colon = c.c_uint(room), c.create_string_buffer(2)
-                name = c.create_string_buffer(16)
+            for size in c.c_uint(14), c.c_uint(15):
+                colon, name = c.create_string_buffer(2), c.create_string_buffer(16)
                 code = x.BSAQueryServiceProvider(c.byref(size), colon, name)
                 found.append((code, size.value, colon.value, name.value))
             x.init()
-            return x.handle.value == os.getpid() == x.state.sSession.lBSAHandle, \
-                (version.issue, version.version, version.level), found
-        self.assertEqual(run(ask).value, (True, (1, 0, 1), [
+            return x.handle.value == os.getpid() == x.state.sSession.lBSAHandle, bytes(version), found
+        self.assertEqual(run(ask).value, (True, bytes(Version(1, 0, 1)), [
             (7, 15, b"", b""), (0, 15, b":", b"TOV:KORVA:1.8A1")]))
 
     def test_informix(self):
         """Only the exact name makes an Informix session, and each BSAInit decides anew."""
         def init(x):
-            flags = []
-            for owner in (b"informix", b"INFORMIX", b"INFORMIX ", b""):
-                x.init(owner=owner)
-                flags.append(x.state.iQAB)
-                x.BSAEndTxn(x.handle, 1)
-            return flags
-        self.assertEqual(run(init).value, [0, 1, 0, 0])
+            return [(x.init(owner=owner), x.state.iQAB, x.BSAEndTxn(x.handle, 1))
+                    for owner in (b"informix", b"INFORMIX", b"INFORMIX ", b"")]
+        self.assertEqual(run(init).value, [(0, flag, 5) for flag in (0, 1, 0, 0)])
 
     def test_com_environment(self):
         def read(x):
@@ -154,12 +145,11 @@ class Calls(unittest.TestCase):
             code = x.get_COM_environment(c.byref(fields))
             return code, {name: len(getattr(fields, field)) for name, (field, _) in LIMITS.items()}
         full = {name: longest for name, (_, longest) in LIMITS.items()}
-        cases = [({}, 0, full)]
-        for name in list(LIMITS)[2:]:
-            cases.append(({name: full[name] + 1}, 0, full | {name: 0}))
-        cases.append(({"KORVA_SERVER": 128}, 1, dict.fromkeys(LIMITS, 0)))
-        cases.append(({"KORVA_JOB": 256}, 1, dict.fromkeys(LIMITS, 0) | {"KORVA_SERVER": 127}))
-        for change, code, want in cases:
+        none = dict.fromkeys(LIMITS, 0)
+        for change, code, want in (
+                ({}, 0, full), ({"KORVA_SERVER": 128}, 1, none),
+                ({"KORVA_JOB": 256}, 1, none | {"KORVA_SERVER": 127}),
+                *(({name: full[name] + 1}, 0, full | {name: 0}) for name in list(LIMITS)[2:])):
             with self.subTest(change):
                 env = {name: "v" * size for name, size in (full | change).items()}
                 self.assertEqual(run(read, env=env).value, (code, want))
@@ -172,13 +162,11 @@ class Calls(unittest.TestCase):
 
         def create(x):
             full, kept = Descriptor.from_buffer_copy(b"D" * c.sizeof(Descriptor)), []
-            for owner, _, _ in owners:
+            for owner, *_ in owners:
                 full.owner = Owner(owner, b"D" * 64)
                 x.BSABeginTxn(x.handle)
-                code = x.BSACreateObject(x.handle, c.byref(full), None)
-                kept.append((code, full.owner.bsa))
-                x.BSAEndData(x.handle)
-                x.BSAEndTxn(x.handle, 1)
+                kept.append((x.BSACreateObject(x.handle, c.byref(full), None), full.owner.bsa))
+                _ = x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1)
             return kept
         server = Server()
         self.assertEqual(run_started(create, server=server).value, [(0, row[0]) for row in owners])
@@ -187,13 +175,9 @@ class Calls(unittest.TestCase):
                           for _, user, word in owners])
 
     def test_unreachable(self):
-        """Ports that cannot be, and one where nobody listens."""
+        """Ports that cannot be; one where nobody listens is in test_com.py."""
         def store(x, port):
             x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % port)
             return x.store(), x.last_error().strip()
-        nobody = Server()
-        nobody.forget()
-        for port, error in (70000, "Invalid argument"), (0, "Invalid argument"), (
-                nobody.port, "Connection refused"):
-            with self.subTest(port):
-                self.assertEqual(run(store, port).value, ([3], error + " connect() failed."))
+        for port in 70000, 0:
+            self.assertEqual(run(store, port).value, ([3], "Invalid argument connect() failed."))

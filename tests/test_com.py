@@ -3,6 +3,7 @@ import ctypes as c
 import os
 import pwd
 import re
+import shlex
 import socket
 import time
 import unittest
@@ -38,9 +39,8 @@ exec cat "FOLDER/$verb"
 
 
 def setUpModule():  # pylint: disable=invalid-name
-    if not os.path.ismount("/etc") and not (os.path.exists(INI) and inifile.is_ours()):
-        raise AssertionError("these tests write /etc: give them a private one, "
-                             "sandbox/run --exec python3 -m unittest ...")
+    assert os.path.ismount("/etc") or os.path.exists(INI) and inifile.is_ours(), \
+        "needs a private /etc: sandbox/run --exec python3 -m unittest ..."
 
 
 class Utility:
@@ -106,10 +106,9 @@ def expected(task, values, options, started):
     if task in (3, 4) and values["szRestoreID"]:
         saveset += "@" + values["szRestoreID"]
     values = values | {"d": direction, "saveset": saveset}
-    passes = passes[1:] if passes is CLOSE and not started else passes
+    extra = "".join(" " + OPTIONS[name] for name in OPTIONS if name in options)
     lines, calls = [], []
-    for words in passes:
-        extra = "".join(" " + OPTIONS[name] for name in OPTIONS if name in options)
+    for words in passes[passes is CLOSE and not started:]:
         words = [word.format(**values) for word in words.replace("{options}", extra).split(" ")]
         lines.append(" ".join(map(quoted, words)))
         calls.append([word for word in words if word])
@@ -117,9 +116,7 @@ def expected(task, values, options, started):
 
 
 def quoted(word):
-    if re.fullmatch(r"[A-Za-z0-9_@%+=:,./-]*", word):
-        return word
-    return "'" + word.replace("'", "'\\''") + "'"
+    return shlex.quote(word).replace("'\"'\"'", r"'\''") if word else ""
 
 
 def start(x):
@@ -128,7 +125,6 @@ def start(x):
 
 
 def in_turn(x, call, rows):
-    """Several calls in one process: what each returned, and what it traced."""
     found = []
     for row in rows:
         before = len(x.trace)
@@ -137,17 +133,13 @@ def in_turn(x, call, rows):
 
 
 def run_task(x, task, values, started=1, status=0):
-    """
-    The result, whether the answer's status changed, strange files; the saveset, and whether a job
-    is open.
-    """
+    """The result, the answer's status, strange files; the saveset, and whether a job is open."""
     if not x.handle:
         start(x)
-    com, names = x.state.sCOM, Name(values["space"].encode("latin-1"),
-                                    values["path"].encode("latin-1"))
+    com, values = x.state.sCOM, {name: text.encode("latin-1") for name, text in values.items()}
+    names = Name(values.pop("space"), values.pop("path"))
     for name, value in values.items():
-        if hasattr(com, name):
-            setattr(com, name, value.encode("latin-1"))
+        setattr(com, name, value)
     com.iOpenJobStarted = started
     x.state.sObject.sSMS.iOpStatus = status
     x.state.sObject.sBSA_Object.name = x.state.sQueryDescriptor.name = names
@@ -168,7 +160,6 @@ def traced(outcome, prefix):
 
 class Commands(unittest.TestCase):
     def check(self, rows, mask=FULL_MASK, name="bin", strict="0"):
-        """All rows in one process; the mask of a first pass stays, but in strict mode."""
         utility, arguments = Utility(self, name=name), []
         for task, options, change, started in rows:
             shown = {name: "" for name in OPTIONS if name not in options}
@@ -189,7 +180,6 @@ class Commands(unittest.TestCase):
         self.assertEqual((got.mask, list(calls)), (mask, []))
 
     def test_lines(self):
-        """Of each task, without options, with each and with all, as traced and as received."""
         for strict, mask in (("0", FULL_MASK), ("1", NO_MASK), ("", FULL_MASK), ("yes", FULL_MASK)):
             self.check(LINES, mask, strict=strict)
         self.check(ONE_PASS, NO_MASK)
@@ -200,7 +190,6 @@ class Commands(unittest.TestCase):
                     for task in range(1, 6)], name="b;>c $(>c)'")
 
     def test_too_long(self):
-        """A line that does not fit is not run."""
         utility, values = Utility(self), FIELDS | {"space": ";" * 1024}
         long_names = {"szJobName": "j" * 255, "szSavesetID": "'" * 255}
         rows = [(1, values), (2, values), (3, values | long_names), (5, values)]
@@ -213,38 +202,31 @@ class Commands(unittest.TestCase):
 
 # What the utility is in place of a script that works, and whether it answers.
 LIFELESS = [
-    ("missing", None, False), ("dies", "#!/bin/sh\nkill -9 $$\n", False),
-    ("standard error only", "#!/bin/sh\necho reply=ERROR >&2\n", False),
-    ("piece after piece", "#!/bin/sh\nfor i in re ply = OK '\\n' x; do printf $i; done\n", True),
+    (None, False), ("#!/bin/sh\nkill -9 $$\n", False), ("#!/bin/sh\necho reply=ERROR >&2\n", False),
+    ("#!/bin/sh\nfor i in re ply = OK '\\n' x; do printf $i; done\n", True),
 ]
 # The INI file, the result, the path behind the folder "/b" or None, the length reported; the room
-# for the path, if it is not that of com_intf.
+# for the path, if it is not that of com_intf. The key is written "KEY".
 NAME = "/olm_com_interface"
 INIS = [
-    ("SM_BIN_KORVA=/b\n", 0, NAME, 2), ("SM_BIN_KORVA=/b/\n", 0, NAME, 3),
-    ("  SM_BIN_KORVA  =  /b  \r\n", 0, NAME, 2), ("SM_BIN_KORVA=/b", 0, NAME, 2),
-    ("\n  \nnonsense\nOTHER=/x\nSM_BIN_KORVA=/b\nSM_BIN_KORVA=/y\n", 0, NAME, 2),
-    ("[section]\n#SM_BIN_KORVA=/x\nSM_BIN_KORVA=/b\n", 0, NAME, 2),
-    ("sm_bin_korva=/x\nSm_Bin_Korva=/x\nSM_BIN_KORVA_=/x\n", 1, None, 1024), ("", 1, None, 1024),
-    ("SM_BIN_KORVA=/b=c\n", 0, "=c" + NAME, 4),
-    ("x" * 511 + "SM_BIN_KORVA=/x\nSM_BIN_KORVA=/b\n", 0, NAME, 2),
-    ("x" * 1022 + "SM_BIN_KORVA=/x\n", 1, None, 1024),
-    ("SM_BIN_KORVA=/b" + "d" * 496 + "\n", 0, "d" * 496 + NAME, 498),
-    ("SM_BIN_KORVA=/b" + "d" * 495 + "\n", 0, "d" * 495 + NAME, 497),
-    ("SM_BIN_KORVA=/b" + "d" * 496, 0, "d" * 496 + NAME, 498),
-    ("SM_BIN_KORVA=/b" + "d" * 497 + "\n", 1, None, 1024),
-    ("SM_BIN_KORVA=/b" + " " * 1500 + "\r\n", 0, NAME, 2),
-    ("a\0b\n\0\nSM_BIN_KORVA=/b\0\nOTHER=/x\n", 0, NAME, 2), ("SM_BIN_KORVA=/b\n", 1, None, 2, 1),
-    ("SM_BIN_KORVA=/b" + "d" * 398, 1, None, 400, 419),
-    ("SM_BIN_KORVA=/b" + "d" * 398, 0, "d" * 398 + NAME, 400, 420),
-    ("SM_BIN_KORVA=\n", 1, None, 0, 19), ("SM_BIN_KORVA=\n", 0, NAME, 0, 20),
+    *((text, 0, NAME, 2) for text in (
+        "KEY=/b\n", "  KEY  =  /b  \r\n", "KEY=/b", "[section]\n#KEY=/x\nKEY=/b\n",
+        "\n  \nnonsense\nOTHER=/x\nKEY=/b\nKEY=/y\n", "x" * 511 + "KEY=/x\nKEY=/b\n",
+        "KEY=/b" + " " * 1500 + "\r\n", "a\0b\n\0\nKEY=/b\0\nOTHER=/x\n")),
+    *((text, 1, None, 1024) for text in (
+        "sm_bin_korva=/x\nSm_Bin_Korva=/x\nKEY_=/x\n", "", "x" * 1022 + "KEY=/x\n",
+        "KEY=/b" + "d" * 497 + "\n")),
+    *(("KEY=/b" + "d" * 496 + end, 0, "d" * 496 + NAME, 498) for end in ("", "\n")),
+    ("KEY=/b/\n", 0, NAME, 3), ("KEY=/b=c\n", 0, "=c" + NAME, 4), ("KEY=/b\n", 1, None, 2, 1),
+    ("KEY=/b" + "d" * 398, 1, None, 400, 419), ("KEY=/b" + "d" * 398, 0, "d" * 398 + NAME, 400, 420),
+    ("KEY=\n", 1, None, 0, 19), ("KEY=\n", 0, NAME, 0, 20),
 ]
 
 
 class Runs(unittest.TestCase):
     def test_lifeless(self):
-        for name, script, answers_it in LIFELESS:
-            with self.subTest(name):
+        for script, answers_it in LIFELESS:
+            with self.subTest(script):
                 Utility(self, script=script)
                 got = run(run_task, 6, FIELDS)
                 self.assertEqual(got.value[0], (0, 0, set()))
@@ -263,20 +245,18 @@ class Runs(unittest.TestCase):
         """An answer is taken up to 32768 bytes; what stands in the last of them counts."""
         for size in 32767, 32768, 100000:
             with self.subTest(size):
-                last = b"\nsessionID=LAST"
-                head = b"reply=OK\nmedia=" + b"m" * 40000
-                answer = head[:min(size, 32768) - len(last)] + last
-                utility = Utility(self, {"bare": answer + b"Z" * (size - len(answer))})
+                taken, last = min(size, 32768), b"\nsessionID=LAST"
+                answer = b"reply=OK\nmedia=".ljust(taken - len(last), b"m") + last
+                utility = Utility(self, {"bare": answer.ljust(size, b"Z")})
                 got = run(lambda x: (x.com_intf(6, c.byref(x.state.sCOM)),
                                      x.state.sCOM.szSessionID))
-                self.assertEqual(got.value, (0, b"LAST"))
                 sizes = traced(got, "com_intf: Answer received, bytes read: ")
-                self.assertEqual(sum(int(text[1:-2]) for text in sizes), min(size, 32768))
-                self.assertEqual(len(utility.calls()), 1)
+                self.assertEqual((got.value, sum(int(text[1:-2]) for text in sizes),
+                                  len(utility.calls())), ((0, b"LAST"), taken, 1))
 
     def test_ini_file(self):
         def find(x, text, room=1024):
-            write_plain(INI, text)
+            write_plain(INI, text.replace("KEY", "SM_BIN_KORVA"))
             path, size = c.create_string_buffer(1024), c.c_uint(room)
             code = x.find_com_intf(path, c.byref(size))
             return code, path.value.decode(), size.value
@@ -297,15 +277,15 @@ ANSWERS = [
         "garbage\x01\xff", "jobname=a", "media=a\nmedia=b", "reply=OK\ntape_server=srv:2000:u",
         "reply=OK\ntape_server=  ")),
     ("sessionID=1234\nreply=OK", 1, {"szSessionID": "1234"}),
-    ("reply=OK\ntape=LBL", 1, {"szTape": "old"}),
-    ("reply=OK\ntape_server=h:99999999:u:p", 1, {"iPort": 7}),
-    ("reply=OK\ntape_server=" + "h" * 510 + ":1:u:p", 1, {"iPort": 7}),
-    ("reply=OK\nsessionID=1\ntape=LBL\nsessionID=2", 1, {"szSessionID": "1"}),
+    *(("reply=OK\n" + text, 1, fields) for text, fields in [
+        ("tape=LBL", {"szTape": "old"}), ("tape_server=h:99999999:u:p", {"iPort": 7}),
+        ("tape_server=" + "h" * 510 + ":1:u:p", {"iPort": 7}),
+        ("sessionID=1\ntape=LBL\nsessionID=2", {"szSessionID": "1"})]),
+    *((f"reply=OK\n{text}", 0, {"szSessionID": value}) for text, value in [
+        ("sessionID=1234", "1234"), ("sessionID", "old"), ("sessionID=", "old"),
+        ("sessionID=   ", ""), ("sessionID=   a b  ", "a b"), ("sessionID=a=b", "a=b"),
+        (" sessionID=a\nSESSIONID=b\nsession=c", "old")]),
     *(("reply=OK\n" + text, 0, fields) for text, fields in [
-        ("sessionID=1234", {"szSessionID": "1234"}), ("sessionID", {"szSessionID": "old"}),
-        ("sessionID=", {"szSessionID": "old"}), ("sessionID=   ", {"szSessionID": ""}),
-        ("sessionID=   a b  ", {"szSessionID": "a b"}), ("sessionID=a=b", {"szSessionID": "a=b"}),
-        (" sessionID=a\nSESSIONID=b\nsession=c", {"szSessionID": "old"}),
         ("jobname=J\rdrive=SMS01\nformat=QAB",
          {"szJobName": "J", "szPath": "SMS01", "szInter": "QAB"}),
         ("savesetname=ABC@R1", {"szSavesetID": "ABC", "szName": "ABC", "szRestoreID": "R1"}),
@@ -328,23 +308,19 @@ ANSWERS = [
           ("logfile", "szLogFile", 511), ("sessionID", "szSessionID", 255),
           ("savesetname", "szSavesetID", 255))),
 ]
-SECURE = "KORVA_SECURE_AUTHENTICATION"
 SPECS = """srv 1 srv 11001 SECURE -|srv: 1 srv 11001 SECURE -|srv:2000 1 srv 2000 SECURE -
 |srv:2000: 0 srv 2000 SECURE -|srv:2000:u 0 srv 2000 u -|srv:2000:sms 0 srv 2000 SECURE -
 |srv::sms: 1 srv 11001 SECURE -|srv:2000:u:p 1 srv 2000 u p|srv:2000:u: 1 srv 2000 u -
 |srv:2000:sms:pw 1 srv 2000 sms pw|srv:2000::p 1 srv 2000 SECURE p|:2000:u:p 0 - 2000 u p
 |- 0 old old old old|BLANK 0 old old old old|h:1:u:p: 0|h:1:u:p:x 0|h:1234567:u:p 1 h 1234567 u p
 |h:12345678:u:p 0|HOST 1 HOST 11001 SECURE -|HOSTh 0|h:1:HOSTh:p 0|h:1:u:HOSTh 0"""
-WORDS = {"SECURE": SECURE, "HOST": "h" * 4095, "BLANK": "   ", "-": ""}
+WORDS = {"SECURE": "KORVA_SECURE_AUTHENTICATION", "HOST": "h" * 4095, "BLANK": "   ", "-": ""}
 
 
 def field(x, name):
-    """Of the record that has one of that name."""
-    for record in (x.state.sCOM, x.state.sObject.sSMS, x.state):
-        if hasattr(record, name):
-            value = getattr(record, name)
-            return value.decode("latin-1") if isinstance(value, bytes) else value
-    raise KeyError(name)
+    records = x.state.sCOM, x.state.sObject.sSMS, x.state
+    value = getattr(next(record for record in records if hasattr(record, name)), name)
+    return value.decode("latin-1") if isinstance(value, bytes) else value
 
 
 def parse(x, answer, names):
@@ -398,13 +374,11 @@ class Answers(unittest.TestCase):
             for level in (65, 66, 67):
                 with self.subTest(answer, level=level):
                     got = run(ask, level, level=None)
-                    dumped = [re.search(r"Dumping memory: \[((?:[0-9A-F]{2} )+) *(.*)\]", line)
-                              for line in got.log + got.trace]
-                    raw = bytes.fromhex("".join(row[1] for row in dumped if row))
                     text = "\n".join(got.log + got.trace + [got.value[1]])
-                    self.assertNotIn(b"gehe", raw)
-                    self.assertFalse(re.search("gehe|im:x", text))
-                    self.assertEqual(shown.encode() + b"****" in raw, level > 65)
+                    dumped = re.findall(r"Dumping memory: \[((?:[0-9A-F]{2} )+)", text)
+                    raw = bytes.fromhex("".join(dumped)).decode()
+                    self.assertFalse(re.search("gehe|im:x", raw + text))
+                    self.assertEqual(f"{shown}****" in raw, level > 65)
                     self.assertEqual(re.findall(r"Parsing line: \[.*" + re.escape(shown) + r"(.*)\]",
                                                 text), ["********"] * (level > 65))
 
@@ -423,12 +397,11 @@ DUMP = ("0 user=u:pass=******** app obj /data 1 2 3 4 5 6 7 8 9 3 11 12 0 0 - - 
 
 
 def query(x, actions, utility):
-    """
-    Plays begin, end, query and next; or has the utility answer something else from now on, or not
-    run; or, as a host may, writes results of its own or another index into the record.
-    """
+    """Plays calls; or has the utility answer something else from now on, or not run; or, as a host
+    may, writes results of its own or another index into the record."""
     start(x)
-    found, own, texts = [], (Descriptor * 128)(), {
+    x.mine = own, mine = (Descriptor * 128)(), c.create_string_buffer(3 * 1536)
+    found, texts = [], {
         "match": b"reply=OK\nsavesetname=4711@R1\n", "none": b"reply=OK\n", "silent": b"",
         "no": b"message=no\nreply=ERROR\n", "empty": b"reply=OK\nsavesetname= \n"}
     asked = Query(name=Name(b"sp%", b"/q"), copyType=3, objectType=1, objectStatus=2)
@@ -440,17 +413,18 @@ def query(x, actions, utility):
             os.unlink(INI)
         elif action == "dead":
             os.chmod(utility.path, 0)
-        elif action in ("begin", "end"):
-            _ = x.BSABeginTxn(x.handle) if action == "begin" else x.BSAEndTxn(x.handle, 1)
+        elif action in ("begin", "commit"):
+            call(x, action)
         elif action.startswith("index="):
             x.state.iQueryIndex = int(action[6:])
-        elif action in ("three", "full"):
-            for number in range(1, 3 if action == "three" else 128):
+        elif action.startswith("own="):  # as is the trace buffer: freed, either ends the process
+            x.state.cpTraceBuffer = c.addressof(mine) + 1536
+            for number in range(*map(int, action[4:].split("-"))):
                 own[number].copyId.right = number
                 x.state.spQueryResult[number] = c.addressof(own[number])
         else:
-            call = x.BSAQueryObject if action == "query" else x.BSAGetNextQueryObject
-            code = call(*[x.handle] + [c.byref(asked)] * (action == "query") + [c.byref(copy)])
+            given = [c.byref(asked)] * (action == "query") + [c.byref(copy)]
+            code = (x.BSAGetNextQueryObject, x.BSAQueryObject)[len(given) - 1](x.handle, *given)
             row = copy.copyId.right, copy.name.space, copy.copyType
             found.append(str({(0, b"untouched", 2): code, (4711, b"sp%", 3): "found"}.get(row, row[0])))
     return " ".join(found), x.last_error() != ""
@@ -459,15 +433,16 @@ def query(x, actions, utility):
 # Actions, and the results of the calls in both modes, of which a 3 leaves a last message.
 QUERIES = [
     ("match begin query next", "found 18"), ("next", "5"), ("match begin query query", "found 5"),
-    ("match begin query three next next next", "found 1 2 18"),
-    *((f"match begin query end {answer} begin query next", f"found {code} 18") for answer, code in (
+    ("match begin query own=1-3 next next next", "found 1 2 18"),
+    *((f"match begin query commit {answer} begin query next", f"found {code} 18") for answer, code in (
         ("none", "17"), ("empty", "17"), ("no", "3"), ("silent", "<17|3>"), ("dead", "<17|3>"),
         ("lose", "<17|3>"))),
-    ("match begin query three end begin query next", "found found 18"),
-    ("match begin query three index=0 next end begin query next", "found 18 found 18"),
-    ("match begin query three index=2 end no begin query three index=0 next", "found 3 18"),
-    *((f"match begin query full index={index} next", "found 18") for index in (-1, 127, 1 << 30)),
-    ("match begin query full" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18"),
+    ("match begin query own=1-3 commit begin query next", "found found 18"),
+    ("match begin query own=1-3 index=0 next commit begin query next", "found 18 found 18"),
+    ("match begin query own=1-3 index=2 commit no begin query own=1-3 index=0 next", "found 3 18"),
+    ("match begin query own=0-1 index=0 commit begin query next", "found found 18"),
+    *((f"match begin query own=1-128 index={index} next", "found 18") for index in (-1, 127, 1 << 30)),
+    ("match begin query own=1-128" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18"),
 ]
 
 
@@ -484,20 +459,17 @@ class Queries(unittest.TestCase):
                         "-q -C srv -I informix -j job -s NULL -- sp%@/q"}, set())
 
     def test_texts(self):
-        def convert(x):
-            return {name: " ".join((getattr(x, name)(number - 1) or b"-").decode()
-                                   for number in range(len(texts.split())))
-                    for name, texts in TEXTS.items()}
-        self.assertEqual(run(convert).value, TEXTS)
+        self.assertEqual(run(lambda x: {
+            name: " ".join((getattr(x, name)(number - 1) or b"-").decode()
+                           for number in range(len(texts.split())))
+            for name, texts in TEXTS.items()}).value, TEXTS)
 
     def test_dump(self):
-        """In full and in order, but for the password; fields without a terminator are bounded."""
         def dump(x, level):
             x.BSASetTrace(x.sink, None, level)
             made = descriptor(owner=b"user=u:pass=geheim", copy_type=3)
             made.owner.app, made.objectDescription, made.rsv4 = b"app", b"D" * 100, b"R" * 31
-            for number, (name, _) in enumerate(made.createTime._fields_[:9], 1):
-                setattr(made.createTime, name, number)
+            made.createTime = type(made.createTime)(*range(1, 10))
             made.copyId.left, made.copyId.right = 11, 12
             x.qab_dumpobject(c.byref(made))
             x.qab_dumpobject(None)
@@ -507,21 +479,17 @@ class Queries(unittest.TestCase):
 
 
 def answers(port, **changes):
-    """An open session and job, with the lines of the job's answer that differ."""
-    job = {"tape_server": f"127.0.0.1:{port}:user:geheim", "drive": "SMS01", "tape": "LBL:17",
-           "savesetname": "ABC@R1", "segment": "5"} | changes
+    job = {"reply": "OK", "tape_server": f"127.0.0.1:{port}:user:geheim", "drive": "SMS01",
+           "tape": "LBL:17", "savesetname": "ABC@R1", "segment": "5"} | changes
     lines = [f"{key}={value}\n" for key, value in job.items() if value is not None]
-    return {"open": b"reply=OK\nsessionID=S1\n",
-            "openjob": ("reply=OK\n" + "".join(lines)).encode("latin-1")}
+    return {"open": b"reply=OK\nsessionID=S1\n", "openjob": "".join(lines).encode()}
 
 
 def session(x, actions, utility):
-    """
-    Plays store, restore and single calls, changes what the utility answers or whether it can be
-    found, and reads the names of the job; what all of it told.
-    """
+    """Plays store, restore and single calls, changes what the utility answers or whether it can be
+    found, and reads the names of the job; what all of it told."""
     start(x)
-    told, refusal = [], b"message=no\nreply=ERROR\n"
+    told, refusal = "", b"message=no\nreply=ERROR\n"
     changes = {"refuse": ("open", refusal), "deny": ("closejob", refusal),
                "half": ("open", b"reply=OK\nsessionID=S2\ntape=LBL\n"),
                "nameless": ("openjob", b"reply=OK\nsegment=5\n")}
@@ -530,26 +498,20 @@ def session(x, actions, utility):
             utility.answer(*changes.get(action, (action[5:], b"")))
         elif action in ("lose", "find"):
             os.rename(*[INI, INI + ".lost"][::1 if action == "lose" else -1])
-        elif action == "store":
-            told.append(" " + "".join(map(str, x.store())) + " ")
-        elif action == "restore":
-            codes, data = x.restore(copy_id=4711)
-            told.append(" " + "".join(map(str, codes)) + data.decode() + " ")
+        elif action in ("store", "restore"):
+            codes, data = (x.store(), b"") if action == "store" else x.restore(copy_id=4711)
+            told += " " + "".join(map(str, codes)) + data.decode() + " "
         elif action == "names":
-            told.append(" " + "/".join(str(field(x, name)) for name in STALE))
+            told += " " + "/".join(str(field(x, name)) for name in STALE)
         else:
-            told.append(str(call(x, action)))
-    return "".join(told).replace("  ", " ").strip()
+            told += str(call(x, action))
+    return told.replace("  ", " ").strip()
 
 
 def shortened(calls):
     """Verb, saveset and status of each run; a saveset of ten digits is the time."""
-    rows = []
-    for words in calls:
-        options = dict(zip(words, words[1:]))
-        text = " ".join([words[1], options.get("-s", ""), options.get("-i", "")])
-        rows.append(re.sub(r"\b\d{10}\b", "TIME", " ".join(text.split())))
-    return ", ".join(rows)
+    options = [dict(zip(words, words[1:])) for words, *_ in calls]
+    return ", ".join(" ".join(filter(None, map(row.get, ("-b", "-r", "-s", "-i")))) for row in options)
 
 
 OPENED, ENDED = "open, openjob:S1 TIME, ", "closejob:S1 ABC@R1 {0}, close:S1 {0}"
@@ -615,14 +577,12 @@ HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 
 class Sessions(unittest.TestCase):
     def put_in_etc(self, name, text):
-        """Of this process, in place of what is there, until the test ends."""
         self.assertTrue(os.path.ismount("/etc"), "needs a mount namespace: see docs/sandbox.md")
         os.rename(f"/etc/{name}", f"/etc/{name}.kept")
         self.addCleanup(os.replace, f"/etc/{name}.kept", f"/etc/{name}")
         write_plain(f"/etc/{name}", text)
 
     def test_sessions(self):
-        """What the caller, the server and the utility are told, run by run."""
         for script, changes, actions, *cells in SESSIONS:
             for strict in "01":
                 with self.subTest(actions, script=script, changes=changes, strict=strict):
@@ -630,11 +590,11 @@ class Sessions(unittest.TestCase):
                     utility = Utility(self, answers(server.port, **changes))
                     told = run(session, actions, utility, server=server,
                                env={"KORVA_STRICT": strict}).value
-                    runs = shortened([words for words, *_ in utility.calls()])
-                    sent = re.sub(r"\b\d{10}\b", "TIME", ", ".join(
-                        line for lines in server.heard for line in lines if line[2:4] in ("OR", "TR")))
-                    for got, want in zip((told, runs, sent), cells):
-                        self.assertRegex(got, f"^{in_mode(strict, want)}$")
+                    sent = ", ".join(line for line in sum(server.heard, [])
+                                     if line[2:4] in ("OR", "TR"))
+                    for got, want in zip((told, shortened(utility.calls()), sent), cells):
+                        self.assertRegex(re.sub(r"\b\d{10}\b", "TIME", got),
+                                         f"^{in_mode(strict, want)}$")
                     self.assertEqual({left for _, _, left in utility.calls()}, {"0 1 2"})
 
     def test_no_ini_file(self):
@@ -653,24 +613,22 @@ class Sessions(unittest.TestCase):
 
     def test_identity(self):
         """The account and the official name of the address on the way to the server."""
-        account = pwd.getpwuid(os.getuid()).pw_name
-
         def make(x, address, user_room, room):
-            listener = socket.create_server(("127.0.0.1", 0))
-            with socket.create_connection(listener.getsockname(), 10, (address, 0)) as connection:
-                user, word = (c.create_string_buffer(b"?" * 4095) for _ in range(2))
-                sizes = c.c_uint(user_room), c.c_uint(room)
-                code = x.make_KORVA_authentication(connection.fileno(), user, c.byref(sizes[0]),
-                                                   word, c.byref(sizes[1]))
-            listener.close()
-            return (code, user.value.rstrip(b"?").decode(), word.value.rstrip(b"?").decode(),
+            texts = user, word = [c.create_string_buffer(b"?" * 4095) for _ in range(2)]
+            with socket.create_server(("127.0.0.1", 0)) as listener, socket.create_connection(
+                    listener.getsockname(), 10, (address, 0)) as connection:
+                code = x.make_KORVA_authentication(
+                    connection.fileno(), user, c.byref(c.c_uint(user_room)), word,
+                    c.byref(c.c_uint(room)))
+            return (code, *(text.value.rstrip(b"?").decode() for text in texts),
                     b"?" not in word.value)
 
-        def log_in(action):
+        def log_in(actions):
             server = Server()
             utility = Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
-            return run(session, action, utility, server=server, env=STRICT).value, server.heard[0]
-        one, two = f"{account}@one.korva.test", f"{account}@official.korva.test"
+            return run(session, actions, utility, server=server, env=STRICT).value, server.heard[0]
+        one, two = (f"{pwd.getpwuid(os.getuid()).pw_name}@{host}.korva.test"
+                    for host in ("one", "official"))
         failed = "make_KORVA_authentication: gethostbyaddr() function failed with error code: "
         self.put_in_etc("hosts", HOSTS)
         self.put_in_etc("nsswitch.conf", "passwd: files\nhosts: files\n")
@@ -678,8 +636,7 @@ class Sessions(unittest.TestCase):
                 ("127.0.0.1", 2, 99, (-1, "", "")), ("127.0.0.1", 3, len(one), (0, "sms", one)),
                 ("127.0.0.1", 4, len(one) - 1, (-1, "sms", "")),
                 ("127.0.0.2", 4096, 4096, (0, "sms", two)),
-                ("127.0.0.8", 4096, 4096, (-1, "sms", "")),
-                ("127.0.0.4", 4096, 4096, (-1, "sms", ""))):
+                *((address, 4096, 4096, (-1, "sms", "")) for address in ("127.0.0.8", "127.0.0.4"))):
             with self.subTest(address, room=room):
                 got = run(make, address, user_room, room)
                 self.assertEqual(got.value, (*want, want[0] == 0 and room > len(one)))

@@ -24,7 +24,6 @@ def allowed_arrows():
 
 
 def symbols(room, kinds):
-    """Names of these kinds in the object files of the room's sources."""
     files = [os.path.join(OBJECTS, room, name + ".o")
              for name in os.listdir(f"{ROOT}/src/{room}") if name.endswith(".cpp")]
     listed = subprocess.run(["nm", "-P", *files], check=True, capture_output=True, text=True)
@@ -46,7 +45,6 @@ class Contract(unittest.TestCase):
             self.assertLessEqual(used, set(rooms[place + 1:]), room)
 
     def test_exports(self):
-        """Exactly the reviewed list."""
         text = re.sub(r"#.*", "", read_text(os.environ["XBSA_MAP"]))
         listed = re.findall(r"(\w+);", text.split("local:")[0])
         symbols = re.findall(r"(\d+) (?:FUNC|OBJECT) +GLOBAL +DEFAULT +\d+ (\w+)",

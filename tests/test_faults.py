@@ -9,9 +9,10 @@ import shutil
 import unittest
 
 from ftpd import Daemon
+from test_calls import call
 from test_com import Utility, setUpModule as private_etc
 from test_sandbox import Sandbox
-from xbsa import Descriptor, Query, pattern, run
+from xbsa import pattern, run, write_plain
 
 FULL = os.environ.get("XBSA_FAULTS") == "all"
 DATA = pattern(70000)
@@ -33,10 +34,8 @@ HOSTS = [("0", False, ""), ("1", False, " getpeername:ENOMEM"), ("1", True, " fc
 
 
 def series(table, growth, calls):
-    """
-    Faults: (call, number, on, error), for each call as many as calls tells. In CI the number grows
-    by its part, and the ways to fail take turns.
-    """
+    """Faults: (call, number, on, error), for each call as many as calls says. In CI the number grows
+    by its part, and the ways to fail take turns."""
     for row in table.split():
         call, _, errors = row.partition(":")
         ways = list(itertools.product((0, 1), errors.split(",")))
@@ -49,7 +48,6 @@ def series(table, growth, calls):
 
 
 def attempt(x, road, action, closed, fault):
-    """A transfer under the fault and, after a failure, a good one; what the caller sees of both."""
     call, number, on, error = fault
     shim, names = c.CDLL(None), road.names
     for low in range(3 if closed else 0):
@@ -60,7 +58,7 @@ def attempt(x, road, action, closed, fault):
         codes = x.store(DATA, **names)
     elif codes == [0]:
         codes, data = x.restore(**names)
-    hits, message, again = shim.shim_hits(), x.last_error(), [0, 0, 0]
+    hits, message, again = c.c_int.in_dll(shim, "shim_hits").value, x.last_error(), [0, 0, 0]
     calls = {call: shim.shim_calls(call.encode()) for call in ALL}
     shim.shim_arm(b"malloc", 0, 0, 0)
     if any(codes):
@@ -103,10 +101,7 @@ class Road:
                   deadline=60)
         codes, right, message, again, lost, hits, calls = got.value
         self.assertEqual((again, lost), ([0, 0, 0], 0))
-        if any(codes):
-            self.assertTrue(message, f"{codes}, but no last message")
-        else:
-            self.assertTrue(right, "wrong data, and nothing told so")
+        self.assertTrue(message if any(codes) else right, f"{codes}: no last message, or wrong data")
         if action == "store":
             left, known = self.stored(), [[DATA]]
             # Lenient, on the Informix road the utility alone hears that an object is not whole.
@@ -130,8 +125,7 @@ class Plain(Road, unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.server.folder)
         self.names = {"owner": self.server.owner, "path": b".", "name": b"obj"}
         if action == "restore":
-            with open(os.path.join(self.server.data, "obj"), "wb") as file:
-                file.write(DATA)
+            write_plain(self.server.data + "/obj", DATA)
 
     def stored(self):
         return [data for name, data in self.server.stored().items() if name != "next"]
@@ -152,8 +146,7 @@ class Informix(Road, unittest.TestCase):
             assert c.CDLL(None).shim_arm(b"malloc", 0, 0, 0)
             held = []
             for _ in range(4):
-                x.BSABeginTxn(x.handle)
-                x.BSAQueryObject(x.handle, c.byref(Query()), c.byref(Descriptor()))
+                _ = call(x, "begin"), call(x, "query")
                 held.append(c.CDLL(None).shim_blocks())
                 if forget:
                     x.state.spQueryResult[0] = None
@@ -182,7 +175,6 @@ class Informix(Road, unittest.TestCase):
         self.known = len(self.sandbox.objects())
 
     def stored(self):
-        """What the store under the fault left to be restored."""
         sums = [each["sha256"] for each in self.sandbox.objects()[self.known:]
                 if (each["space"], each["state"]) == ("obj", "good")]
         return [DATA if each == hashlib.sha256(DATA).hexdigest() else each for each in sums]

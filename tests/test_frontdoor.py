@@ -1,5 +1,8 @@
 """What an administrator asks the tool: explain and setup. No server is needed."""
+import functools
+import glob
 import os
+import pwd
 import re
 import resource
 import shutil
@@ -8,7 +11,7 @@ import subprocess
 import threading
 import unittest
 
-from xbsa import SANITIZED, make_folder, read_text, write_plain
+from xbsa import LIBRARY, SANITIZED, make_folder, read_text, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -57,23 +60,19 @@ def joined(literals):
 def error_texts():
     """Every text of the sources that tells of a failure, with a value in each of its gaps."""
     found = set()
-    for folder, _, names in os.walk(os.path.join(ROOT, "src")):
-        for name in (name for name in names if name.endswith(".cpp")):
-            source = read(folder, name)
-            calls = re.findall(r"\b(SysErrorTxt|Fail\w*|TraceFailure|TRACE\w*)\(((?:" + TEXT +
-                               r'|[^";])*)\)', source)
-            for call, arguments in calls:
-                for text in map(joined, re.findall(TEXT, arguments)):
-                    if " " in text and (not call.startswith("TRACE") or FAILURE.search(text)):
-                        found.add(text)
-            if name in ("messages.cpp", "codes.cpp"):
-                found |= {joined(row) for row in re.findall(r"\{\w+,\s*(" + TEXT + ")", source)}
+    for name in glob.glob(ROOT + "/src/**/*.cpp", recursive=True):
+        source = read(name)
+        calls = re.findall(r"\b(SysErrorTxt|Fail\w*|TraceFailure|TRACE\w*)\(((?:" + TEXT +
+                           r'|[^";])*)\)', source)
+        found |= {text for call, arguments in calls for text in map(joined, re.findall(TEXT, arguments))
+                  if " " in text and (not call.startswith("TRACE") or FAILURE.search(text))}
+        if name.endswith(("/messages.cpp", "/codes.cpp")):
+            found |= {joined(row) for row in re.findall(r"\{\w+,\s*(" + TEXT + ")", source)}
     return {re.sub(r"%[-.*\d]*[a-z]+", "7", text) for text in found} - {""}
 
 
 class Catalogue(unittest.TestCase):
     def test_page(self):
-        """The page of the documentation is what the tool prints."""
         self.assertEqual(tool("explain", "--markdown").stdout, read("docs", "messages.md"))
 
     def test_every_error_text(self):
@@ -86,7 +85,6 @@ class Catalogue(unittest.TestCase):
 
 class Explain(unittest.TestCase):
     def test_lines(self):
-        """A whole line finds its entry first, and what nobody knows is said to be so."""
         stamp = " 2026-11-24 17:46:34: Trace: (QAB library) "
         for line, entry in [(stamp + line, entry) for line, entry in LINES] + TYPED:
             self.assertEqual(tool("explain", *line.split()).stdout[:len(entry)], entry, line)
@@ -100,14 +98,10 @@ class Explain(unittest.TestCase):
 
 ONCONFIG = "ROOTNAME rootdbs\nbar_bsalib_path\t/old.so # mine\nBAR_XFER_BUF_SIZE 64\nMSGPATH /x\n"
 ROWS = "1|1.0.1|psm|1.0|\n"
-
-
 OTHER = 12345  # an account that is neither root's nor ours
 
 
 class Folder(unittest.TestCase):
-    """A database's folder, and what is in it."""
-
     def setUp(self):
         self.folder = make_folder(self)
         for name in ("etc", "lib"):
@@ -122,17 +116,16 @@ class Folder(unittest.TestCase):
 
     def tree(self):
         found = {}
-        for folder, _, names in os.walk(self.folder):
-            for path in (os.path.join(folder, name) for name in names):
-                status, link = os.lstat(path), os.path.islink(path)
+        for path in self.names():
+            status, link = os.lstat(path), os.path.islink(path)
+            if link or os.path.isfile(path):
                 found[os.path.relpath(path, self.folder)] = (
                     stat.S_IMODE(status.st_mode), status.st_uid, status.st_gid,
                     os.readlink(path) if link else read(path))
         return found
 
     def names(self):
-        return sorted(os.path.join(folder, name) for folder, *names in os.walk(self.folder)
-                      for name in names[0] + names[1])
+        return glob.glob(self.folder + "/**/*", recursive=True, include_hidden=True)
 
     def setup(self, *arguments, folder=None, want=0, **options):
         got = tool("setup", "--informixdir", folder or self.folder, *arguments,
@@ -140,11 +133,17 @@ class Folder(unittest.TestCase):
         self.assertEqual(got.returncode, want, got.stdout + got.stderr)
         return got.stdout + got.stderr
 
+    def refuse(self, text, *arguments, want=1, **options):
+        before = [(name, state(name)) for name in self.names()]
+        out = self.setup(*arguments, want=want, **options)
+        self.assertIn(text, out)
+        self.assertEqual([(name, state(name)) for name in self.names()], before)
+        return out
+
     def path(self, name):
         return os.path.join(self.folder, name)
 
     def link(self, name, to):
-        """In the place of what has the name."""
         if os.path.lexists(self.path(name)):
             os.rename(self.path(name), self.path("away"))
         os.symlink(to, self.path(name))
@@ -152,14 +151,13 @@ class Folder(unittest.TestCase):
 
 class Setup(Folder):
     def test_refusals(self):
-        """Each with a clear line, and nothing is changed."""
-        os.symlink("onconfig", os.path.join(self.folder, "etc", "linked"))
-        before = self.tree()
+        os.symlink("onconfig", self.path("etc/linked"))
         limit = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (2000, 2000)),
                  "restore_signals": False}
         for arguments, code, text, options in [
                 (["--yes"], 2, "no absolute path", {"folder": "informix"}),
-                (["--yes"], 1, "no database's folder", {"folder": os.path.join(self.folder, "lib")}),
+                (["--logrotate"], 2, "a control character", {"folder": "/\u009b"}),
+                (["--yes"], 1, "no database's folder", {"folder": self.path("lib")}),
                 (["--yes"], 1, "/none/etc is missing: no", {"folder": "/none"}),
                 (["--onconfig", "none", "--yes"], 1, "does not exist", {}),
                 (["--onconfig", "linked", "--yes"], 1, "is no plain file", {}),
@@ -171,6 +169,7 @@ class Setup(Folder):
                 ([], 1, "Nothing was changed", {"input": "no\n"}),
                 (["--yes"], 1, "etc/sm_versions", limit)]:  # fails when one file is written already
             with self.subTest(arguments=arguments, text=text):
+                before = self.tree()
                 self.assertIn(text, self.setup(*arguments, want=code, **options))
                 self.assertEqual(self.tree(), before)
 
@@ -182,10 +181,8 @@ class Setup(Folder):
         victim = os.path.join(outside, "onconfig")
         write_plain(victim, "kept")
         for prepare, text in [
-                (lambda: self.link("lib", outside), "lib is a link"),
-                (lambda: self.link("etc", outside), "etc is a link"),
-                (lambda: self.link("etc/sm_versions", victim), "sm_versions is a link"),
-                (lambda: self.link(journal, victim), "json is a link"),
+                *((functools.partial(self.link, name, to), name[-4:] + " is a link") for name, to in (
+                    ("lib", outside), ("etc", outside), ("etc/sm_versions", victim), (journal, victim))),
                 (lambda: os.mkfifo(self.path(journal)), "not a regular file"),
                 (lambda: self.write(journal, bomb), "is damaged"),
                 (lambda: self.write(journal, bomb * 2), "larger than 64 KiB"),
@@ -193,16 +190,16 @@ class Setup(Folder):
             with self.subTest(text):
                 self.setUp()  # a folder of its own: no row writes through the link of the one before
                 prepare()
-                before = {name: state(name) for name in self.names()}
-                limit = (1 << 28, 1 << 28)
-                self.assertIn(text, self.setup("--yes", want=1, preexec_fn=None if SANITIZED else (
-                    lambda: resource.setrlimit(resource.RLIMIT_AS, limit))))
-                self.assertEqual({name: state(name) for name in self.names()}, before)
+                self.refuse(text, "--yes", preexec_fn=None if SANITIZED else (
+                    lambda: resource.setrlimit(resource.RLIMIT_AS, (1 << 28, 1 << 28))))
                 self.assertEqual((os.listdir(outside), read_text(victim)), (["onconfig"], "kept"))
         self.setUp()
         self.write("etc/onconfig", b"BAR_BSALIB_PATH /x\033]0;\xc2\x9b\x9b\xe2\x80\xae\xc3\xa4\n")
         self.write("etc/xbsa.logrotate", "/x { postrotate\nevil\nendscript }\n")
-        out = self.setup("--yes")
+        os.mkdir(self.path("\u009b"), 0o700)
+        library = shutil.copy(os.environ["XBSA_LIBRARY"], self.path("\u009b"))
+        out = self.setup("--yes", "--library", library)
+        self.assertIn("? is not open to every account", out)
         self.assertIn("  - BAR_BSALIB_PATH /x?]0;???\u00e4\n", out)
         self.assertNotIn("xbsa.logrotate", out)
         rotation = self.setup("--logrotate")
@@ -216,8 +213,7 @@ class Setup(Folder):
         self.setup(input="y\n")
         tree = self.tree()
         library = tree["lib/ibsad001.so"][3]
-        self.assertTrue(os.path.isabs(library) and os.path.samefile(library,
-                                                                    os.environ["XBSA_LIBRARY"]))
+        self.assertTrue(os.path.isabs(library) and os.path.samefile(library, LIBRARY))
         lines = tree["etc/onconfig"][3].splitlines()
         active = [line.split() for line in lines if re.match(r"\s*bar_", line, re.I)]
         self.assertEqual(active, [["BAR_BSALIB_PATH", library], ["BAR_XFER_BUF_SIZE", "31"]])
@@ -225,16 +221,13 @@ class Setup(Folder):
         self.assertEqual(tree["etc/onconfig"][:3], self.before["etc/onconfig"][:3])
         self.assertEqual(tree["etc/sm_versions"][3], ROWS * 400 + "1|1.0.1|KORVA|1.8A1|\n")
         self.assertEqual(tree["etc/onconfig.before-xbsa"][3], "another copy")
-        self.assertIn("Nothing to change", self.setup("--yes"))
-        self.assertEqual(self.tree(), tree)
-        self.setup("--undo", want=1)
-        self.assertEqual(self.tree(), tree)
+        self.refuse("Nothing to change", "--yes", want=0)
+        self.refuse("", "--undo")
         self.setup("--undo", "--yes")
         self.assertEqual(self.tree(), self.before)
         self.setup("--yes")  # as a run that was killed leaves it
-        etc = os.path.join(self.folder, "etc")
-        os.replace(os.path.join(etc, "onconfig.before-xbsa.2"), os.path.join(etc, "onconfig"))
-        os.unlink(os.path.join(self.folder, "lib", "ibsad001.so"))
+        os.replace(self.path("etc/onconfig.before-xbsa.2"), self.path("etc/onconfig"))
+        os.unlink(self.path("lib/ibsad001.so"))
         self.setup("--yes")
         self.assertEqual(set(self.tree()), set(tree))
         self.setup("--undo", "--yes")
@@ -248,9 +241,7 @@ class Setup(Folder):
                               (ours + "BAR_BSALIB_PATH /newer.so\n", "was set again"),
                               ("#xbsa# BAR_BSALIB_PATH /old.so\n", "were edited since")]:
             self.write("etc/onconfig", text, 0o640)
-            before = self.tree()
-            self.assertIn(refusal, self.setup("--undo", "--yes", want=1))
-            self.assertEqual(self.tree(), before)
+            self.refuse(refusal, "--undo", "--yes")
         fitted = "PHYSFILE 1\n" + ours.replace("SIZE 31", "SIZE 15")  # as the comment there says
         self.write("etc/onconfig", fitted, 0o640)
         self.setup("--yes")
@@ -265,18 +256,13 @@ class Setup(Folder):
         whole = self.tree()["etc/xbsa-setup.json"][3]
         for size in range(0, len(whole), 100):
             self.write("etc/xbsa-setup.json", whole[:size])
-            before = self.tree()
-            got = self.setup("--undo", "--yes", want=1)
-            self.assertIn("before-xbsa", got)
-            self.assertNotIn("json.exception", got)
-            self.assertEqual(self.tree(), before)
+            self.assertNotIn("json.exception", self.refuse("before-xbsa", "--undo", "--yes"))
 
     def test_two_servers(self):
         """What two onconfigs share stays until the second is unhooked, also after a move."""
         self.write("etc/other", ONCONFIG)
         self.before = self.tree()
-        moved = os.path.join(self.folder, "moved.so")
-        shutil.copy(os.environ["XBSA_LIBRARY"], moved)
+        moved = shutil.copy(LIBRARY, self.path("moved.so"))
         self.setup("--yes")
         self.environment["ONCONFIG"] = "other"
         self.setup("--yes", "--library", moved)
@@ -293,8 +279,7 @@ class AsRoot(Folder):
 
     def setUp(self):
         super().setUp()
-        self.library = self.path("own.so")
-        shutil.copy(os.environ["XBSA_LIBRARY"], self.library)
+        self.library = shutil.copy(LIBRARY, self.path("own.so"))
         os.chmod(self.folder, 0o755)
         for name in self.names():
             os.chown(self.path(name), OTHER, OTHER)
@@ -314,12 +299,33 @@ class AsRoot(Folder):
         for name, text in (("etc/sm_versions", "give it the onconfig's owner"),
                            ("etc/onconfig", "others may write its folder")):
             os.chown(self.path(name), 0, 0)
-            before = self.tree()
-            self.assertIn(text, self.hook(want=1))
-            self.assertEqual(self.tree(), before)
+            self.refuse(text, "--library", self.library, "--yes")
             os.chown(self.path(name), OTHER, OTHER)
         os.chown(self.path("lib"), 0, 0)
         self.assertIn("No link in", self.hook())
+        os.chmod(self.path("etc"), 0o1777)  # where others can plant a journal, and copies
+        os.chown(self.path("etc/xbsa-setup.json"), OTHER + 1, OTHER)
+        self.assertIn(f"to another account ({OTHER + 1})", self.hook("--undo", want=1))
+
+    def test_way(self):
+        """Where somebody else could lead root, or what a group that is not the owner's opens."""
+        nobody = pwd.getpwnam("nobody").pw_uid
+        os.symlink(self.folder, self.path("lib/link"))
+        os.chown(self.path("lib/link"), OTHER, OTHER, follow_symlinks=False)
+        os.mkdir(self.path("lib/roots"))
+        for folder, arguments, mode, text in (
+                ("lib/link", ["--yes"], 0o755, "is a link that belongs to account 12345"),
+                ("lib/link", ["--logrotate"], 0o755, "lib belongs to account 12345"),
+                ("lib/roots", ["--logrotate"], 0o755, "lib belongs to account 12345"),
+                ("etc", ["--logrotate"], 0o777, f"others may write {self.folder}"),
+                ("", ["--yes"], 0o755, "which nobody is not in")):
+            os.chown(self.path("etc/onconfig"), OTHER if folder else nobody, OTHER)
+            os.chmod(self.folder, mode)
+            before = self.tree()
+            self.assertIn(text, self.setup(*arguments, folder=self.path(folder), want=1))
+            self.assertEqual(self.tree(), before)
+        os.chown(self.path("etc"), nobody, 0)
+        self.assertRegex(self.setup("--logrotate", folder=self.path("etc")), "su nobody nogroup\n")
 
     def test_race(self):
         """Its files become links to one of root's while it writes."""
@@ -331,8 +337,7 @@ class AsRoot(Folder):
                     while not os.path.lexists(self.path("etc/xbsa-setup.json")) and not done:
                         pass
                     os.rename(self.path("trap"), self.path("etc/onconfig"))
-                done = []
-                thread = threading.Thread(target=spring)
+                done, thread = [], threading.Thread(target=spring)
                 thread.start()
                 tool("setup", "--informixdir", self.folder, "--library", self.library, "--yes")
                 done.append(True)
@@ -342,20 +347,26 @@ class AsRoot(Folder):
 
     def test_links(self):
         """Of others are refused wherever a file is written; ours are followed. In a folder that
-        everybody may write, so is a file of others."""
+        others may write, so are files and folders of others."""
         folder = self.path("shared")
         os.mkdir(folder)
-        os.chmod(folder, 0o1777)
         log, env = os.path.join(ROOT, "tests", "store.trace"), dict(XBSA_PASSWORD="x", PATH="/bin")
         host = ["--host", "127.0.0.1:1", "--user", "x"]
-        for owner, planted in ((OTHER, "link"), (OTHER, "file"), (OTHER, "folder"), (0, "link")):
+        for owner, planted, mode in (
+                (OTHER, "link", 0o1777), (OTHER, "file", 0o1777), (OTHER, "folder", 0o1777),
+                (OTHER, "file", 0o777), (OTHER, "file", 0o1775), (OTHER, "real", 0o1777),
+                (0, "link", 0o1777)):
+            os.chmod(folder, mode)
             path = os.path.join(folder, planted)
             if planted == "file":
                 write_plain(path, "")
+            elif planted == "real":
+                os.mkdir(path)
+                write_plain(f"{path}/sudoers", "")
             else:
                 os.symlink(os.path.dirname(self.victim) if planted == "folder" else self.victim, path)
             os.chown(path, owner, owner, follow_symlinks=False)
-            path += "/sudoers" if planted == "folder" else ""
+            path += "/sudoers" if planted in ("folder", "real") else ""
             for arguments in (["restore", "x", path, *host], ["trace", log, "--html", path],
                               ["store", "x", "--manifest", path, *host],
                               ["store", "x", "--status", path, *host]):
@@ -367,4 +378,5 @@ class AsRoot(Folder):
                     page = arguments[0] == "trace" and owner == 0
                     self.assertEqual("<html" in read(self.victim), page)
                     write_plain(self.victim, "root's", 0o400)
-            os.unlink(os.path.join(folder, planted))
+            os.rename(os.path.join(folder, planted), self.path("away"))
+            subprocess.run(["rm", "-r", self.path("away")], check=True)

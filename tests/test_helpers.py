@@ -108,7 +108,6 @@ class Helpers(unittest.TestCase):
                              code)
 
     def test_timer(self):
-        """Milliseconds, whatever the machine's speed; the second of the start is put back."""
         def timer(x, seconds):
             handle, elapsed = c.c_void_p(), c.c_ulong(99999999)
             code = x.x_TimerStart(c.byref(handle))

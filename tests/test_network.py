@@ -13,7 +13,7 @@ import threading
 import unittest
 
 from server import Server
-from xbsa import STRICT, Block, descriptor, pattern, run
+from xbsa import STRICT, descriptor, pattern, run
 
 HERE, THERE, SECOND = "10.77.0.1", "10.77.0.2", "10.78.0.2"
 PATIENCE = 600  # seconds: no scenario may take longer
@@ -29,12 +29,7 @@ def inside(host, line, text=None):
                    stdout=subprocess.DEVNULL)
 
 
-def filters(host, hook, rule):
-    """A firewall on a host, or on the way."""
-    hooked = f"type filter hook {hook} priority 0"
-    inside(host, "nft -f -", f"table ip {hook} {{\nchain {hook} {{\n{hooked}\n{rule}\n}}\n}}\n")
-
-
+LOSS = "table ip a { chain b { type filter hook input priority 0; numgen random mod 100 < 20 drop; }; }\n"
 # A router that hides a network behind its own address and follows PORT. A connection that is idle
 # for five seconds is forgotten, and what does not belong to a known one is not let through.
 NAT = """table ip nat {
@@ -118,18 +113,15 @@ def vanish_in_store(x, here, there):
 
 def vanish_in_restore(x, here, there):
     begin(x, here)
-    room = c.create_string_buffer(30000)
-    block = Block(30000, 0, c.addressof(room))
     assert x.BSAGetObject(x.handle, c.byref(descriptor()), None) == 0
-    for _ in range(10):
-        assert x.BSAGetData(x.handle, c.byref(block)) == 0
+    assert [x.take(30000)[0] for _ in range(10)] == [0] * 10
     vanish(there)
-    return x.BSAGetData(x.handle, c.byref(block)), x.last_error(), x.BSAEndData(x.handle)
+    return x.take(30000)[0], x.last_error(), x.BSAEndData(x.handle)
 
 
-def there_and_back(x, here, size):
+def there_and_back(x, here):
     begin(x, here)
-    return x.store(OBJECT[:size]), x.restore()[1] == OBJECT
+    return x.store(OBJECT), x.restore()[1] == OBJECT
 
 
 def store(x, here, address=THERE):
@@ -138,32 +130,33 @@ def store(x, here, address=THERE):
 
 
 class Network(unittest.TestCase):
-    def hosts(self, mtu=1500):
-        names = here, there = f"xh{os.getpid()}", f"xt{os.getpid()}"
-        for name in names:
-            ip("netns add", name)
-            self.addCleanup(ip, "netns del", name)
-        ip("link add", here, "netns", here, f"mtu {mtu} type veth peer name", there, "netns", there,
-           f"mtu {mtu}")
+    def host(self, letter):
+        name = f"x{letter}{os.getpid()}"
+        ip("netns add", name)
+        self.addCleanup(ip, "netns del", name)
+        return name
+
+    def hosts(self):
+        names = here, there = self.host("h"), self.host("t")
+        ip("link add", here, "netns", here, "type veth peer name", there, "netns", there)
         for name, last in zip(names, "12"):
-            ip("-n", name, f"addr add 10.77.0.{last}/24 dev", name)
-            ip("-n", name, f"addr add 10.78.0.{last}/24 dev", name)
+            for net in ("10.77.0", "10.78.0"):
+                ip("-n", name, f"addr add {net}.{last}/24 dev", name)
             ip("-n", name, "link set", name, "up")
         return names
 
-    def scenario(self, function, *arguments, closed_for=0, mtu=1500):
-        here, there = self.hosts(mtu)
+    def scenario(self, function, *arguments, closed_for=0):
+        here, there = self.hosts()
         server = Far(there, closed_for)
         return run(function, here, *(arguments or (there,)), server=server, level=None,
-                   env=STRICT, deadline=PATIENCE).value, server
+                   env=STRICT).value, server
 
     def test_server_that_vanishes_in_a_store(self):
         self.assertEqual(self.scenario(vanish_in_store)[0],
                          (3, "Connection timed out Data sending failed.", 3))
 
     def test_server_that_vanishes_in_a_restore(self):
-        code, _, end = self.scenario(vanish_in_restore)[0]
-        self.assertEqual((code, end), (3, 3))
+        self.assertEqual(self.scenario(vanish_in_restore)[0][::2], (3, 3))
 
     def test_server_that_waits_for_a_tape(self):
         """Longer than the silence that means the end of another."""
@@ -171,13 +164,11 @@ class Network(unittest.TestCase):
         self.assertEqual((codes, server.objects["obj"]), ([0, 0, 0], OBJECT * 40))
 
     def test_loss(self):
-        """Every fifth packet is lost, each way."""
         here, there = self.hosts()
         for host in (here, there):
-            filters(host, "input", "numgen random mod 100 < 20 drop")
+            inside(host, "nft -f -", LOSS)
         server = Far(there, 1)
-        got = run(there_and_back, here, len(OBJECT), server=server, level=None, deadline=PATIENCE,
-                  env=STRICT)
+        got = run(there_and_back, here, server=server, level=None, env=STRICT)
         self.assertEqual((got.value, server.objects["obj"]), (([0, 0, 0], True), OBJECT))
 
     def test_nat_that_forgets(self):
@@ -191,16 +182,13 @@ class Network(unittest.TestCase):
                 inside(router, "sysctl " + FORGETFUL)
                 inside(router, "nft -f -", NAT)
                 server = Far(there, 9)  # while the probes of its window keep the data alive
-                got = run(store, here, server=server, level=None, deadline=PATIENCE)
+                got = run(store, here, server=server, level=None)
                 self.assertEqual((got.value, server.objects["obj"] == OBJECT * 40), ([0, 0, code], True))
                 self.assertIn("PORT 10,77,0,3,", str(server.heard))
                 self.doCleanups()
 
     def router(self, here, there):
-        """A third host between the two."""
-        name = f"xr{os.getpid()}"
-        ip("netns add", name)
-        self.addCleanup(ip, "netns del", name)
+        name = self.host("r")
         ip("-n", here, "link del", here)
         for far, near, net, last in ((here, "inner", "10.79.0", 1), (there, "outer", "10.77.0", 2)):
             ip("link add", far, "netns", far, "type veth peer name", near, "netns", name)
@@ -211,14 +199,9 @@ class Network(unittest.TestCase):
         ip("-n", here, "route add default via 10.79.0.3")
         return name
 
-    def test_small_packets(self):
-        codes, server = self.scenario(store, THERE, mtu=576)
-        self.assertEqual((codes, server.objects["obj"]), ([0, 0, 0], OBJECT * 40))
-
     def test_two_addresses(self):
-        """The one that the control connection has is announced."""
-        for address, announced in (THERE, "PORT 10,77,0,1,"), (SECOND, "PORT 10,78,0,1,"):
+        for address in THERE, SECOND:
             codes, server = self.scenario(store, address)
             self.assertEqual(codes, [0, 0, 0])
-            self.assertIn(announced, str(server.heard))
+            self.assertIn(f"PORT {address[:-1].replace('.', ',')}1,", str(server.heard))
             self.doCleanups()

@@ -1,7 +1,9 @@
 """The command line as it is told in four places, and the packages as an administrator uses them."""
+import contextlib
 import functools
 import glob
 import os
+import pathlib
 import pty
 import re
 import shutil
@@ -28,15 +30,13 @@ FILES = {"korva-xbsa": f"""bin/xbsactl {LIBDIR}/libxbsa.so.1 share/man/man1/xbsa
 
 
 def output(*command, **more):
-    """What a command prints; it must end well."""
     done = subprocess.run(command, env=ENV, text=True, capture_output=True, check=False, **more)
     assert done.returncode == 0, f"{command}: {done.returncode}\n{done.stdout}{done.stderr}"
     return done.stdout + done.stderr
 
 
 def read(name):
-    with open(os.path.join(SOURCE, name), encoding="utf-8") as file:
-        return file.read()
+    return pathlib.Path(SOURCE, name).read_text(encoding="utf-8")
 
 
 def offered(*command):
@@ -44,46 +44,40 @@ def offered(*command):
 
 
 def documented(page):
-    """The options of a manual page, by the first word of their heading."""
     sections = re.split(r"^\.S[SH] ", read(f"man/{page}").replace("\\-", "-"), flags=re.M)[1:]
     return {text.split()[0]: set(re.findall(r"(?<![\w-])-[a-z-]+",
                                             " ".join(re.findall(r"^\.TP\n(.*)", text, re.M))))
             for text in sections}
 
 
-def typed(folder, shell, script):
+def typed(shell, script):
     """Types a script into an interactive shell in a folder with two files and a folder."""
+    folder = tempfile.mkdtemp(prefix="typed")
+    unittest.addModuleCleanup(shutil.rmtree, folder)
     os.makedirs(f"{folder}/in/sub")
-    for name in ("a b", "note"):
-        open(f"{folder}/in/{name}", "x", encoding="ascii").close()
+    output("touch", "a b", "note", cwd=f"{folder}/in")
     pid, terminal = pty.fork()
     if pid == 0:
         os.chdir(f"{folder}/in")
         os.execvpe(shell[0], shell, {"TERM": "dumb", "PATH": ENV["PATH"], "HISTFILE": ""})
     os.write(terminal, "\n".join(script).encode())
-    try:
+    with contextlib.suppress(OSError):  # the end of a terminal
         while os.read(terminal, 4096):
             pass
-    except OSError:  # the end of a terminal
-        pass
     os.waitpid(pid, 0)
-    with open(f"{folder}/out", encoding="utf-8") as file:
-        return file.read()
+    return read(f"{folder}/out")
 
 
 def completed(*lines):
     """The arguments that bash makes of each line, after the key that inserts all completions."""
-    with tempfile.TemporaryDirectory() as folder:
-        text = typed(folder, ["bash", "--norc", "--noprofile", "-i"],
-                     [f". {SOURCE}/completions/xbsactl.bash",
-                      "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
-                      *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""])
+    text = typed(["bash", "--norc", "--noprofile", "-i"], [
+        f". {SOURCE}/completions/xbsactl.bash", "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
+        *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""])
     return [part.split("\n")[:-1] for part in text.split("=\n")[:-1]]
 
 
 class Interface(unittest.TestCase):
     def test_options(self):
-        """Help, manual page and both completions name the same."""
         text = output(TOOL, "--help").split("Subcommands:\n")[1].split("\n\n")[0]
         commands = re.findall(r"^  (\w+)", text, re.M)
         everywhere = offered(TOOL)
@@ -128,7 +122,6 @@ def build(kind, umask="077"):
 
 
 def assert_same(kind):
-    """Another folder, another umask and another second make the same packages."""
     for one, other in zip(build(kind), build(kind, "002")):
         output("cmp", one, other)
 
@@ -142,7 +135,6 @@ class Packages(unittest.TestCase):
             output("dpkg-deb", "-x", package, cls.root)
 
     def test_contents(self):
-        """Everything in its place, with sound modes, checksums and one time stamp."""
         found = {output("dpkg-deb", "-f", path, "Package").strip(): path for path in self.packages}
         self.assertEqual(found.keys(), FILES.keys())
         for name, path in found.items():
@@ -186,8 +178,7 @@ class Packages(unittest.TestCase):
         server = serve_behind(self, Daemon("proftpd"))
         where = f"127.0.0.1:{server.port}"
         login = ["--host", where, "--user", "backup"]
-        with open(name, "wb") as file:
-            file.write(os.urandom(200000))
+        pathlib.Path(name).write_bytes(os.urandom(200000))
         loaded = output("env", "LD_DEBUG=files", f"{usr}/bin/xbsactl", "store", "obj", name, *login)
         self.assertIn(f"calling init: {usr}/bin/../{LIBDIR}/libxbsa.so.1", loaded)
         output(f"{usr}/bin/xbsactl", "restore", "obj", name + ".back", *login)
@@ -204,9 +195,8 @@ class Packages(unittest.TestCase):
     def test_remove(self):
         """Nothing is left of the packages in a root of their own, nor of what Python compiled."""
         with tempfile.TemporaryDirectory() as root:
-            os.makedirs(f"{root}/var/lib/dpkg/info")
-            os.mkdir(f"{root}/var/lib/dpkg/updates")
-            open(f"{root}/var/lib/dpkg/status", "x", encoding="ascii").close()
+            output("mkdir", "-p", f"{root}/var/lib/dpkg/info", f"{root}/var/lib/dpkg/updates")
+            output("touch", f"{root}/var/lib/dpkg/status")
             dpkg = ["dpkg", f"--root={root}", f"--log={root}/var/log", "--force-not-root",
                     "--force-depends", "--force-script-chrootless", "--path-include=*"]
             output(*dpkg, "--install", *self.packages)
@@ -218,7 +208,6 @@ class Packages(unittest.TestCase):
 
 class Pages(unittest.TestCase):
     def test_pages(self):
-        """The formatter has no complaint about a page. Others come from the machine."""
         for page in glob.glob(f"{SOURCE}/man/*.?"):
             text = output("man", "--warnings", "-l", page)
             self.assertIn("SEE ALSO", text)
@@ -232,13 +221,10 @@ class Zsh(unittest.TestCase):
                  "--trace 3:no": "--trace 3:note ", "query no": "query no",
                  "check --informixdir=s": "check --informixdir=sub/",
                  "--host h tra": "--host h trace "}
-        with tempfile.TemporaryDirectory() as folder:
-            text = typed(folder, ["zsh", "-f", "-i"],
-                         [f"fpath=({SOURCE}/completions $fpath)",
-                          "autoload -Uz compinit; compinit -u -D",
-                          "note() { print -r -- $BUFFER >>../out; BUFFER= }",
-                          "zle -N note; bindkey '^T' note",
-                          "".join(f"xbsactl {line}\t\x14" for line in cases) + "exit", ""])
+        text = typed(["zsh", "-f", "-i"], [
+            f"fpath=({SOURCE}/completions $fpath)", "autoload -Uz compinit; compinit -u -D",
+            "note() { print -r -- $BUFFER >>../out; BUFFER= }", "zle -N note; bindkey '^T' note",
+            "".join(f"xbsactl {line}\t\x14" for line in cases) + "exit", ""])
         self.assertEqual(text.splitlines(), [f"xbsactl {line}" for line in cases.values()])
 
 

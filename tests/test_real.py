@@ -76,7 +76,6 @@ class Peer:
 
 
 def strike_at(x, call, number, strike):
-    """Strikes before the coming call of that number, once."""
     real, left = getattr(x, call), [number]
 
     def counted(*arguments):
@@ -106,7 +105,6 @@ def make_strike(peer, fault):
 
 
 def transfer(x, peer, verb, fault, percent):
-    """The codes of a transfer in which the fault strikes, and whether the bytes are right."""
     names = peer.begin(x)
     first = x.store(OBJECT if verb == "restore" else OLD, **names)
     assert first == [0, 0, 0], (first, x.last_error())
@@ -123,13 +121,11 @@ def transfer(x, peer, verb, fault, percent):
 
 
 def mount_small(test, folder):
-    """Four MiB of disk, in this test's own mount namespace."""
     subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=777", "small", folder], check=True)
     test.addCleanup(subprocess.run, ["umount", "-l", folder], check=True)
 
 
 def problem(name, verb, fault, percent, got, kept):
-    """What must not have come out, or nothing."""
     if got is None:
         want = "whole" if verb == "restore" else KEPT[name]
         sent_all = (want, percent, kept) == ("half", 100, "whole")
@@ -143,7 +139,6 @@ def problem(name, verb, fault, percent, got, kept):
 
 
 def all_rows(name):
-    """A line for each row, with what is wrong about it."""
     lines = []
     for verb in ("store", "restore"):
         for fault, percent in FAULTS:

@@ -224,6 +224,36 @@ class OnSandbox(unittest.TestCase):
         log = read_text(f"{sandbox.folder}/server.log")
         self.assertEqual((log.count("Traceback"), log.count(password)), (0, 0), log)
 
+    def test_sweep(self):
+        """It gives up neither a transfer that begins meanwhile nor one that ends."""
+        catalogue = Catalogue(make_folder(self), {"store": ""})
+        self.addCleanup(catalogue.db.close)
+        for number in 1, 2, 3:
+            key = catalogue.open_session("b", OWN, "host"), "b", OWN
+            catalogue.open_backup(key, "demo", number, "obj@/data", "")
+        for number in 2, 3:
+            catalogue.advance(number, "opened", "storing")
+
+        def meanwhile():
+            catalogue.advance(1, "opened", "storing")
+            catalogue.advance(2, "storing", "stored")
+            return ()
+        catalogue.sweep(0, meanwhile)
+        self.assertEqual([row[-2] for row in catalogue.table()[1:]],
+                         ["storing", "stored", "swept"])
+
+    def test_odd_name(self):
+        """No byte of the folder's name means anything, nor does a link once it has led there."""
+        home = make_folder(self)
+        link, folder = f"{home}/link", f"{home}/a#b%41?c"
+        os.mkdir(folder, 0o700)
+        os.symlink(folder, link)
+        Sandbox(self, folder=link)
+        os.unlink(link)
+        write_plain(inifile.INI, inifile.text_for(folder))
+        run(both_ways, 1)
+        self.assertEqual(os.listdir(home), ["a#b%41?c"])
+
     def refuse(self, rows):
         """No sandbox starts in a folder that was spoilt, and nothing is written through it."""
         home = make_folder(self)

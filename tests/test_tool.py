@@ -1,4 +1,5 @@
 """The command-line tool as its user runs it: restore drills, progress for others, no password."""
+import contextlib
 import fcntl
 import os
 import re
@@ -25,20 +26,17 @@ MANIFESTS = [
     ("", 1, "has no entry"), ("# nothing\n", 1, "has no entry"), ("junk\n", 1, "line 1"),
     (f"# x\n{HELLO} good\n", 1, "line 2"), (f"{HELLO[1:]}  good\n", 1, "line 1"),
     (f"{HELLO[1:]}g  good\n", 1, "line 1"), (f"\\{HELLO}  go\\od\n", 1, "line 1"),
-    (f"{HELLO}  good\r\n", 1, "CR LF"),
-    (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
+    (f"{HELLO}  good\r\n", 1, "CR LF"), (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
     (f"\\{HELLO}  back\\\\slash\n", 0, "ok    back\\slash: 5 bytes"),
     (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME holds a control character\nok "),
     (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds"),
 ]
 
 
-def metrics(path="s.prom"):
-    """The values of a status file by their names; fails when it is not whole."""
-    text = read_text(path)
+def metrics():
+    text = read_text("s.prom")
     found = {name: value for name, _, value in SAMPLE.findall(text)}
-    if SAMPLE.sub("", text) or not found.keys() >= {"in_progress", "bytes", "bytes_per_second"}:
-        raise AssertionError(f"no whole status file: {text!r}")
+    assert not SAMPLE.sub("", text) and found.keys() >= {"in_progress", "bytes", "bytes_per_second"}, text
     return found | {"name": SAMPLE.search(text)[2]}
 
 
@@ -49,8 +47,6 @@ def wait_while(condition):
 
 
 class Site(unittest.TestCase):
-    """A folder to work in, and the tool pointed at a server."""
-
     def setUp(self):
         folder = make_folder(self)
         self.addCleanup(os.chdir, os.getcwd())
@@ -59,7 +55,6 @@ class Site(unittest.TestCase):
         self.env.pop("LD_PRELOAD", None)
 
     def serve(self, server=None):
-        """By default a server that takes any password."""
         server = serve_behind(self, server or Daemon("vsftpd"))
         self.options = ["--host", f"127.0.0.1:{server.port}", "--user", "ftp"]
         return server
@@ -69,7 +64,6 @@ class Site(unittest.TestCase):
                                 env=self.env, stdin=-1, stdout=-1, stderr=-1)
 
     def call(self, *arguments, data=b"hello", code=0):
-        """Runs the tool to its end, and returns what it printed."""
         with self.start(*arguments) as tool:
             texts = [text.decode() for text in tool.communicate(data, DEADLINE)]
         self.assertEqual(tool.returncode, code, (arguments, texts))
@@ -142,9 +136,9 @@ class Verify(Site):
 
     def test_at_once(self):
         """Parallel stores lose no entry, and what else is in the manifest stays."""
-        server = self.serve()
+        server, names = self.serve(), [f"x{number}" for number in range(8)]
         write_plain("m", f"# mine\n{HELLO}  first\n{HELLO}  x3\n")
-        tools = [self.start("store", f"x{number}", "--manifest", "m") for number in range(8)]
+        tools = [self.start("store", name, "--manifest", "m") for name in names]
         wait_while(lambda: len(server.children) < 8)  # all had their first look at the manifest
 
         def wait_for_all(file):
@@ -152,25 +146,23 @@ class Verify(Site):
             mark = re.compile(f"-> FLOCK .*:{os.fstat(file.fileno()).st_ino} ")
             wait_while(lambda: len(mark.findall(read_text("/proc/locks"))) < 8 and
                        all(tool.poll() is None for tool in tools))
-        with open("m", encoding="ascii") as old:
-            fcntl.flock(old, fcntl.LOCK_EX)
-            for tool in tools:
-                with tool.stdin as file:
-                    file.write(b"hello")
-                tool.stdin = None
-            wait_for_all(old)
-            write_plain("new", read_text("m"))
-            new = open("new", encoding="ascii")  # pylint: disable=consider-using-with
+        write_plain("new", read_text("m"))
+        with open("new", encoding="ascii") as new:
             fcntl.flock(new, fcntl.LOCK_EX)
-            os.replace("new", "m")
-        with new:
+            with open("m", encoding="ascii") as old:
+                fcntl.flock(old, fcntl.LOCK_EX)
+                for tool in tools:
+                    with tool.stdin as file:
+                        file.write(b"hello")
+                    tool.stdin = None
+                wait_for_all(old)
+                os.replace("new", "m")
             wait_for_all(new)
             self.assertEqual([tool.poll() for tool in tools], [None] * 8)
-        self.assertEqual([tool.communicate(timeout=DEADLINE)[0] for tool in tools], [b""] * 8)
-        self.assertEqual([tool.returncode for tool in tools], [0] * 8)
-        names = ["first", *(f"x{number}" for number in range(8))]
-        lines = ["# mine", *(f"{HELLO}  {name}" for name in names)]
-        self.assertEqual((sorted(read_text("m").splitlines()), os.listdir()), (lines, ["m"]))
+        ends = [(tool.communicate(timeout=DEADLINE)[0], tool.returncode) for tool in tools]
+        lines = ["# mine", *(f"{HELLO}  {name}" for name in ["first", *names])]
+        self.assertEqual((ends, sorted(read_text("m").splitlines()), os.listdir()),
+                         ([(b"", 0)] * 8, lines, ["m"]))
 
 
 class Progress(Site):
@@ -184,9 +176,9 @@ class Progress(Site):
             self.assertEqual(metrics()["in_progress"], "1")
             tool.communicate(b"end", DEADLINE)
         got = metrics()
-        self.assertEqual((tool.returncode, server.stored()["big"]), (0, data))
-        self.assertEqual((got["in_progress"], got["bytes"], got["last_exit_code"]),
-                         ("0", str(len(data)), "0"))
+        self.assertEqual((tool.returncode, got["in_progress"], got["bytes"], got["last_exit_code"]),
+                         (0, "0", str(len(data)), "0"))
+        self.assertTrue(server.stored()["big"] == data)
         os.unlink("s.prom")
         with self.start("restore", "big", "--status", "s.prom", bufsize=0) as tool:
             got = tool.stdout.read(1)
@@ -197,7 +189,6 @@ class Progress(Site):
         self.assertEqual((tool.returncode, got == data), (0, True))
 
     def test_ends(self):
-        """However a run ends the file says so, and when the last good one was."""
         self.serve()
         arguments, kept = ["store", 'b"\\', "--status", "s.prom"], "last_success_timestamp_seconds"
         self.call(*arguments)
@@ -222,7 +213,6 @@ class Progress(Site):
         self.assertEqual(os.listdir(), ["s.prom"])
 
     def test_lost_file(self):
-        """A status file that can no longer be written is no reason to fail."""
         self.serve()
         os.mkdir("t")
         with self.start("store", "x", "--status", "t/s.prom") as tool:
@@ -241,8 +231,7 @@ class Secrets(Site):
                             "--status", "s.prom", "--manifest", "m", "--verify") as tool:
                 tool.stdin.write(BLOCK)
                 self.ask(tool, len(BLOCK))
-                seen += read_text(f"/proc/{tool.pid}/cmdline")
-                seen += read_text(f"/proc/{tool.pid}/environ")
+                seen += "".join(read_text(f"/proc/{tool.pid}/{name}") for name in ("cmdline", "environ"))
                 self.assertIn("XBSA_PASSWORD=\0", seen)  # it was there
                 during()
                 seen += "".join(text.decode() for text in tool.communicate(b"", DEADLINE))
@@ -251,10 +240,9 @@ class Secrets(Site):
         return seen
 
     def search(self, text, *secrets):
-        for name in os.listdir():
-            self.assertGreater(len(read_text(name)), 10)
-            text += read_text(name)
-        self.assertEqual([secret for secret in secrets if secret in text], [])
+        texts = [read_text(name) for name in os.listdir()]
+        self.assertGreater(min(map(len, texts)), 10)
+        self.assertEqual([secret for secret in secrets if secret in "".join([text, *texts])], [])
 
     def test_plain(self):
         password_file = f"{self.serve().data}/password"
@@ -263,8 +251,8 @@ class Secrets(Site):
         self.assertIn("PASS ****", read_text("trace3"))
         for arguments in (["--password", CANARY], ["--pass=" + CANARY]):
             out = "".join(self.call("store", "x", *arguments, code=2))
-            self.assertIn("a password is never an argument", out)
             self.search(out, CANARY)
+            self.assertIn("a password is never an argument", out)
         for mode, warned in ((0o640, True), (0o600, False)):
             os.chmod(password_file, mode)
             error = self.call("store", "x", "--password-file", password_file)[1]
@@ -312,17 +300,13 @@ class Informix(Site):
 
     def test_secrets(self):
         """Neither ours nor the sandbox's own, also in what the utility is given."""
-        os.mkdir(f"{self.folder}/wrapped")
-        wrapper = f"{self.folder}/wrapped/olm_com_interface"
-        write_plain(wrapper, "#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"
-                    f"{os.getcwd()}/child\nexec {self.folder}/bin/olm_com_interface \"$@\"\n", 0o755)
-        write_plain(inifile.INI, f"SM_BIN_KORVA={os.path.dirname(wrapper)}\n")
+        Utility(self, script="#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"
+                f"{os.getcwd()}/child\nexec {self.folder}/bin/olm_com_interface \"$@\"\n")
         secrets = set()
 
         def note_secrets():
-            catalogue = Catalogue(self.folder)
-            secrets.update(row["secret"] for row in catalogue.db.run("SELECT secret FROM session"))
-            catalogue.db.close()
+            with contextlib.closing(Catalogue(self.folder).db) as db:
+                secrets.update(row["secret"] for row in db.run("SELECT secret FROM session"))
         seen = self.store(levels=[3], during=note_secrets)
         self.assertTrue(secrets and min(map(len, secrets)) > 20)
         self.assertIn("KORVA_JOB=", read_text("child"))
@@ -330,17 +314,16 @@ class Informix(Site):
 
     def test_queries(self):
         """One that nobody answered says why; only what the server answered is "no match"."""
-        for prepare, reason in [
-                (lambda: os.unlink(inifile.INI), r"BSAQueryObject .* code 3 \(.+\): (?!no reason)"),
-                (lambda: Utility(self, script="#!/bin/sh\nkill -9 $$\n"), "BSAQueryObject .* code 3 "),
-                (lambda: Utility(self, script="#!/bin/sh\necho no >&2\n"), "BSAQueryObject .* code 3 "),
-                (lambda: Utility(self, {"-q": b"message=x\nreply=ERROR\n"}), "BSAQueryObject .* code "),
-                (lambda: Utility(self, {"-q": b"reply=OK\n"}), "no match\n$")]:
-            with self.subTest(reason):
-                prepare()
+        failed = r"BSAQueryObject .* code 3 \(.+\): "
+        for script, reason in [
+                (None, failed + "(?!no reason)"), ("kill -9 $$", failed), ("echo no >&2", failed),
+                ("echo message=x; echo reply=ERROR", failed), ("echo reply=OK", "no match\n$")]:
+            with self.subTest(script):
+                Utility(self, script=f"#!/bin/sh\n{script}\n")
+                _ = script or os.unlink(inifile.INI)
                 for arguments in (["query"], ["query", "--json"], ["restore", "x"]):
                     out, error = self.call(*arguments, code=1)
-                    empty = "json" in str(arguments) and reason[:2] == "no"  # an answer as well
+                    empty = "--json" in arguments and reason[:2] == "no"  # an answer as well
                     self.assertEqual(bool(out), empty, out)
                     self.assertRegex(error, "^xbsactl: " + reason)
 
@@ -352,8 +335,8 @@ class Informix(Site):
         newer = re.search(r"copy id (\d+)", self.call("store", "x", data=b"jello")[1])[1]
         verify = ["verify", "x", "--manifest", "m"]
         self.assertEqual(self.call(*verify)[0], f"ok    obj@x: copy id {copy}, 5 bytes\n")
-        out = self.call(*verify, "--copy-id", newer, code=1)[0]
-        self.assertIn(f"FAIL  obj@x: copy id {newer}, differs", out)
+        self.assertIn(f"FAIL  obj@x: copy id {newer}, differs",
+                      self.call(*verify, "--copy-id", newer, code=1)[0])
         others = [f"{HELLO}  {name}\n" for name in ("obj@y", "z", "obj@x")]
         write_plain("m", "".join([text.replace(copy, "77"), *others]))
         self.options = ["--informix"]

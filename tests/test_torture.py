@@ -100,7 +100,6 @@ def transact(x, server, verb, count):
 
 
 def commands(verb, last):
-    """Those of a transaction up to the last one; with "+" or "~" and a QUIT."""
     order = ["USER", "PASS", "TYPE", "CWD", "PORT", verb, "QUIT"]
     name = last.rstrip("+~").replace("STOR", verb)
     return order[:order.index(name) + 1 if name in order else 0] + ["QUIT"] * (last[-1] in "+~")
@@ -108,12 +107,10 @@ def commands(verb, last):
 
 class Torture(unittest.TestCase):
     def check(self, rows, modes="1"):
-        """
-        Rows of a script, the step at which it fails (None: it does not; LOOSE: at the end, but not
+        """Rows of a script, the step at which it fails (None: it does not; LOOSE: at the end, but not
         in strict mode; with "~": or before, for strict mode does not know the peer of a reset
         connection), what moves in a restore, and the last command; both ways, one transaction
-        after the other in one session. Unless strict, a restore's end is not looked at.
-        """
+        after the other in one session. Unless strict, a restore's end is not looked at."""
         for strict, verb in itertools.product(modes, ("STOR", "RETR")):
             scripts = [{step.replace("STOR", verb): actions for step, actions in row[0].items()}
                        for row in rows]

@@ -17,7 +17,6 @@ def stripped(lines):
 
 
 def init(x, name=None, level=None, sink=True):
-    """After BSASetTrace, if a level is given: the level, the log's name, and the files there."""
     if level is not None:
         x.BSASetTrace(x.sink if sink else None, name, level)
     x.init()
@@ -27,23 +26,20 @@ def init(x, name=None, level=None, sink=True):
 TWO = {"XBSA_TRACE": "2"}
 # Environment, and name and level of a BSASetTrace before: level, log's name, whether lines are in it.
 LOGS = [
-    ({}, (), 0, b"", False), (TWO, (), 66, b"xbsa.log", True),
-    ({"XBSA_TRACE": "1"}, (), 65, b"xbsa.log", False), ({"XBSA_TRACE": "0"}, (), 64, b"xbsa.log", False),
-    ({"XBSA_TRACE": "258"}, (), 66, b"xbsa.log", True), ({"XBSA_LOGFILE": "./xbsa.log"}, (), 0, b"", False),
+    ({}, (), 0, b"", False), ({"XBSA_LOGFILE": "./xbsa.log"}, (), 0, b"", False),
+    *(({"XBSA_TRACE": level}, (), got, b"xbsa.log", got == 66) for level, got in (
+        ("0", 64), ("1", 65), ("2", 66), ("258", 66))),
     (TWO | {"XBSA_LOGFILE": "./xbsa.log"}, (), 66, b"./xbsa.log", True),
     (TWO | {"XBSA_LOGFILE": "."}, (), 66, b".", False),
-    (TWO | {"INFORMIXDIR": "/nowhere"}, (), 66, b"xbsa.log", True), (TWO, (None, 2), 2, b"", False),
-    (TWO, (None, 66), 66, b"xbsa.log", True), (TWO, (b"./xbsa.log", 66), 66, b"./xbsa.log", True),
-    (TWO, (b"./xbsa.log", 2), 2, b"", False), (TWO, (b"", 66), 66, b"", False),
-    (TWO, (b"ENVIRONMENT", 0), 66, b"xbsa.log", True),
-    (TWO, (b"./" * 3000 + b"x", 66), 66, (b"./" * 3000)[:4095], False),
+    (TWO | {"INFORMIXDIR": "/nowhere"}, (), 66, b"xbsa.log", True),
+    *((TWO, call, call[1] or 66, log, lines) for call, log, lines in (
+        ((None, 2), b"", False), ((None, 66), b"xbsa.log", True), ((b"", 66), b"", False),
+        ((b"./xbsa.log", 66), b"./xbsa.log", True), ((b"./xbsa.log", 2), b"", False),
+        ((b"ENVIRONMENT", 0), b"xbsa.log", True),
+        ((b"./" * 3000 + b"x", 66), (b"./" * 3000)[:4095], False))),
 ]
-
-
-def read_reply(found):
-    logged = f"LOGIN REPLY: {found[1]}\n"
-    return ("stpc_recv: sigprocmask() done, all signals masked.\nstpc_recv: Receiving message ...\n"
-            "stpc_recv: sigprocmask(), back to old handlers.\n" + logged)
+REPLY = """stpc_recv: sigprocmask() done, all signals masked.\nstpc_recv: Receiving message ...
+stpc_recv: sigprocmask(), back to old handlers.\nLOGIN REPLY: \\1\n"""
 
 
 class Destinations(unittest.TestCase):
@@ -80,10 +76,9 @@ class Destinations(unittest.TestCase):
             x.i_close_trace()
             x.state.hLogFile = 0
             return mode
-        got = run(trace, level=None, env={"XBSA_TRACE": "2"})
-        self.assertEqual(got.log[0], "old")
-        self.assertEqual(sum("QueryApiVersion: Start" in line for line in got.log), 3)
-        self.assertEqual(sum("VERSION: 1.8A1 Thu Jul 13" in line for line in got.log), 3)
+        log = run(trace, level=None, env=TWO).log
+        self.assertEqual([log[0]] + [sum(text in line for line in log) for text in (
+            "QueryApiVersion: Start", "VERSION: 1.8A1 Thu Jul 13")], ["old", 3, 3])
 
     def test_informix_folder(self):
         def name(x):
@@ -91,9 +86,9 @@ class Destinations(unittest.TestCase):
             x.BSASetTrace(x.sink, None, 66)
             return x.state.szLogFile
         for folder, log in (("/i", b"/i/xbsa.log"), ("/i/", b"/i/xbsa.log"), ("", b"/xbsa.log"),
-                            ("d" * 5000, b"d" * 4086 + b"/xbsa.log")):
-            self.assertEqual(run(name, env={"INFORMIXDIR": folder}).value, log)
-        self.assertEqual(run(name).value, b"")
+                            ("d" * 5000, b"d" * 4086 + b"/xbsa.log"), (None, b"")):
+            env = {} if folder is None else {"INFORMIXDIR": folder}
+            self.assertEqual(run(name, env=env).value, log)
 
     def test_read_environment(self):
         def read(x):
@@ -124,17 +119,16 @@ class Destinations(unittest.TestCase):
             for number in (x.state.hLogFile, -1, 0):
                 x.state.hLogFile = number
                 x.i_close_trace()
-            return found, pending is not None
-        found, pending = run(trace, level=None).value
-        self.assertEqual((stripped([found.decode()]), pending), (["heard\n"], True))
+            return stripped([found.decode()]), pending is not None
+        self.assertEqual(run(trace, level=None).value, (["heard\n"], True))
 
     def test_reused_log(self):
         """A host closes the log, opens a file with its number and lowers its limit of sizes."""
         def store(x):
             x.store()
-            own = os.open("own", os.O_CREAT | os.O_RDWR)
-            os.dup2(own, x.state.hLogFile)
-            number, codes = x.state.hLogFile, x.store()
+            own, number = os.open("own", os.O_CREAT | os.O_RDWR), x.state.hLogFile
+            os.dup2(own, number)
+            codes = x.store()
             x.BSAQueryApiVersion(c.byref(c.create_string_buffer(6)))
             taken = [os.path.sameopenfile(own, number), os.fstat(own).st_size]
             limits = resource.getrlimit(resource.RLIMIT_FSIZE)
@@ -142,12 +136,11 @@ class Destinations(unittest.TestCase):
             resource.setrlimit(resource.RLIMIT_FSIZE, (os.fstat(x.state.hLogFile).st_size + 9, limits[1]))
             codes += x.store()
             resource.setrlimit(resource.RLIMIT_FSIZE, limits)
-            os.close(number)
-            os.close(own)
+            _ = os.close(number), os.close(own)
             return codes, taken
-        got = run_started(store, server=Server(), level=None, env={"XBSA_TRACE": "2"})
+        got = run_started(store, server=Server(), level=None, env=TWO)
         self.assertEqual(got.value, ([0] * 6, [True, 0]))
-        self.assertEqual([len(re.findall(text, "\n".join(got.log))) for text in (
+        self.assertEqual([sum(text in line for line in got.log) for text in (
             "BSACreateObject: Start", "QueryApiVersion: Start")], [1, 1])
 
 
@@ -186,12 +179,10 @@ class Lines(unittest.TestCase):
             for length in (17, 0, 16):
                 x.x_Dump(data, length, x.sink)
             x.x_Dump(data, 1, None)
-        got = run(dump)
-        first = ("00 06 07 08 09 0A 0B 0C 0D 0E 1F 20 41 7E 7F FF  "
-                 ".\x06....\x0b\x0c.\x0e\x1f A~\x7f\xff")
-        second = "40 " + "   " * 15 + " @" + " " * 15
-        self.assertEqual(got.trace, [first, second, first])
-        self.assertEqual(got.stdout, "00 " + "   " * 15 + " ." + " " * 15 + "\n")
+        got, gap = run(dump), "   " * 15
+        first = "00 06 07 08 09 0A 0B 0C 0D 0E 1F 20 41 7E 7F FF  .\x06....\x0b\x0c.\x0e\x1f A~\x7f\xff"
+        self.assertEqual(got.trace, [first, f"40 {gap} @" + " " * 15, first])
+        self.assertEqual(got.stdout, f"00 {gap} ." + " " * 15 + "\n")
 
 
 class Store(unittest.TestCase):
@@ -204,13 +195,11 @@ class Store(unittest.TestCase):
         got = run_started(store, server=server, level=None, env={"XBSA_TRACE": "2"})
         port = next(line for line in server.heard[0] if line.startswith("PORT"))
         lines = read_text(os.path.join(os.path.dirname(__file__), "store.trace"))
-        want = re.sub("<reply> ?(.*)\n", read_reply, lines)
-        want = want.replace("<pid>", str(got.value))
+        want = re.sub("<reply> ?(.*)\n", REPLY, lines).replace("<pid>", str(got.value))
         want = want.replace("<port>", str(server.port)).replace("<PORT>", port)
         self.assertEqual("\n".join(stripped(got.log)) + "\n", want)
 
     def test_levels(self):
-        """Every reply at any level; each call's start at level 3."""
         for level, starts in enumerate((0, 0, 0, 1)):
             got = run_started(lambda x: x.store() + x.restore()[0], server=Server(), level=level).trace
             replies = [line[13:16] for line in got if line.startswith("LOGIN REPLY: ")]
@@ -242,8 +231,9 @@ class Store(unittest.TestCase):
                 if shown is None:
                     self.assertIn("LOGIN REPLY: 226 done for backup/", text)
                     continue
-                self.assertEqual(set(re.findall("(?:PASS )?geheim", text)) - ({"geheim"} if user == "sms" else set()), {shown} - {""})
+                seen = set(re.findall("(?:PASS )?geheim", text)) - {"geheim" if user == "sms" else ""}
+                self.assertEqual(seen, {shown} - {""})
                 self.assertNotIn("pass=geheim", text)
                 self.assertIn(f"BSAInit: Input: BSA_ObjectOwner.bsa_ObjectOwner = user={user}:"
                               "pass=********", got.trace)
-                self.assertTrue([line for line in got.trace if line.startswith("stpc_recv: recv()")])
+                self.assertIn("stpc_recv: recv()", text)

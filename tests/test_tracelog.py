@@ -69,7 +69,6 @@ class Trace(unittest.TestCase):
         return path
 
     def trace(self, log, *options, code=0, limit=None):
-        """What the tool prints; on standard error when it is to fail."""
         path = self.file("xbsa.log", log if isinstance(log, bytes) else b"\n".join(log) + b"\n")
         got = subprocess.run([TOOL, "trace", path, *options], capture_output=True, check=False,
                              env=ENV, timeout=DEADLINE, preexec_fn=limit)
@@ -90,7 +89,6 @@ class Trace(unittest.TestCase):
         self.assertNotRegex(out, "error|failed")
 
     def test_errors(self):
-        """The server's steps that fail, and the first error that is told."""
         for step, error in (("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),
                             ("STOR", "stpc_stor: STOR failed. NEGATIVE reply: 530 no"),
                             ("END", "BSAEndData: TRANSIENT or PERMANENT NEGATIVE reply: 530 no")):
@@ -126,7 +124,6 @@ class Trace(unittest.TestCase):
                          "  backup of rootdbs@level1, copy id 4711\n")
 
     def test_odd_logs(self):
-        """What is printed, by regular expressions, and what must not be."""
         one, two, data = self.one, self.two, self.data
         first, second = handle(one), handle(two)
         begin, create = (place(one, b"%s: Start" % call) for call in (b"BeginTxn", b"CreateObject"))

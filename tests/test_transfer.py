@@ -95,7 +95,6 @@ class Transfers(unittest.TestCase):
                 self.assertEqual(server.objects["."], b"stored" if verb == "STOR" else b"listed")
 
     def test_counts(self):
-        """Of the bytes of a large object, exact and beyond 32 bits."""
         def transfer(x):
             for call in x.store, x.restore:
                 x.state.sSession.dBytes = 20 << 30

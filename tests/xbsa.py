@@ -22,7 +22,6 @@ TYPES = {"i": c.c_int, "I": c.c_uint, "H": c.c_ushort, "B": c.c_ubyte, "l": c.c_
 
 
 def field_type(code):
-    """The ctypes type of a letter, a record's name, or a text of so many bytes ("64s")."""
     return TYPES[code] if code in TYPES else c.c_char * int(code[:-1])
 
 
@@ -187,14 +186,12 @@ class Outcome:
 
 
 def make_folder(test):
-    """One that goes when the test ends."""
     folder = tempfile.mkdtemp(prefix="xbsa")
     test.addCleanup(shutil.rmtree, folder)
     return folder
 
 
 def write_plain(path, data, mode=0o644):
-    """Text or bytes."""
     with open(path, "wb") as file:
         file.write(data if isinstance(data, bytes) else data.encode())
     os.chmod(path, mode)
@@ -210,11 +207,9 @@ def read_text(path):
 
 
 def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=DEADLINE):
-    """
-    Runs scenario(library, *args) in a child while the server serves it, and returns the Outcome.
+    """Runs scenario(library, *args) in a child while the server serves it, and returns the Outcome.
     Fails when the child hangs, crashes or raises, loses a descriptor, leaves a child or, but for
-    an Informix session, another signal mask; with killed=True it must end by SIGKILL instead.
-    """
+    an Informix session, another signal mask; with killed=True it must end by SIGKILL instead."""
     folder = tempfile.mkdtemp(prefix="xbsa")
     reader, writer = os.pipe()  # ends with the child
     child = os.fork()
@@ -247,7 +242,6 @@ def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=
 
 
 def run_started(scenario, *args, server, **options):
-    """Of a session that has begun."""
     def begun(x):
         x.start(server)
         return scenario(x, *args)

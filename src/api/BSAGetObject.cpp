@@ -2,7 +2,6 @@
 #include <cstdio>
 
 #include "api/api.h"
-#include "record/record.h"
 #include "trace/trace.h"
 #include "util/util.h"
 

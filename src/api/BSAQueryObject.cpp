@@ -1,23 +1,17 @@
 // Asks the COM utility for the stored copy that matches.
 #include <cstdlib>
 
-#include "record/record.h"
+#include "api/api.h"
 #include "trace/trace.h"
 
 static int CheckQuery(long lHandle, const BSA_QueryDescriptor *spQuery,
                       const BSA_ObjectDescriptor *spObject)
 {
-    if (sGlobal.sSession.iLastCall & CALL_QUERY_OBJECT)
-    {
+    int iRet = xbsa_MarkCall(CALL_QUERY_OBJECT, lHandle);
+    if (iRet == BSA_RC_INVALID_CALL_SEQUENCE)
         TRACE("BSAQueryObject: Invalid calling sequence. Exiting.");
-        return BSA_RC_INVALID_CALL_SEQUENCE;
-    }
-    sGlobal.sSession.iLastCall |= CALL_QUERY_OBJECT;
-    if (!xbsa_IsHandle(lHandle))
-    {
-        TRACE("BSAQueryObject: invalid Handle. Exiting.");
-        return BSA_RC_INVALID_HANDLE;
-    }
+    if (iRet == BSA_RC_INVALID_HANDLE) TRACE("BSAQueryObject: invalid Handle. Exiting.");
+    if (iRet != BSA_RC_SUCCESS) return iRet;
     if (spQuery == nullptr)
     {
         TRACE("BSAQueryObject: queryDescriptorPtr is NULL. Exiting.");
@@ -72,7 +66,7 @@ static void HandOverFirst(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescript
     spCaller->objectOwner = spQuery->objectOwner;
     spCaller->objectName = spQuery->objectName;
     TRACE("BSAQueryObject: releasing query result structure");
-    sPrivate.bResultSpent = true; // freed when the list is cleared: the host may write iQueryIndex
+    sPrivate.bResultSpent = true; // the next query uses it again
 }
 
 static int Query(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)

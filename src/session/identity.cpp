@@ -1,5 +1,4 @@
 // The login identity: which account on which host is logging in.
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <netdb.h>
