@@ -156,7 +156,7 @@ class Connection:
             raise Ended("no more commands")
         verb, _, argument = line.decode("utf-8", "replace").rstrip("\r\n").partition(" ")
         step = verb.lower()
-        log.info("%s: %r", self.peer, f"{verb} {'***' if step == 'pass' else argument}")
+        log.info("%s: %.200r", self.peer, f"{verb} {'***' if step == 'pass' else argument}")
         method = getattr(self, f"do_{step}", None) if step.isalpha() else None
         self.said_quit = self.said_quit or step == "quit"
         if method is None:
