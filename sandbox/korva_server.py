@@ -157,7 +157,7 @@ class Connection:
         verb, _, argument = line.decode("utf-8", "replace").rstrip("\r\n").partition(" ")
         step = verb.lower()
         shown = "***" if step == "pass" else argument
-        log.info("%s:%d: %r", self.peer, self.port, f"{verb} {shown}".rstrip())
+        log.info("%s:%d: %.200r", self.peer, self.port, f"{verb} {shown}".rstrip())
         method = getattr(self, f"do_{step}", None) if step.isalpha() else None
         self.said_quit = self.said_quit or step == "quit"
         if method is None:

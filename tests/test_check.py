@@ -15,8 +15,9 @@ from xbsa import LIBRARY, make_folder, read_bytes, write_plain
 TOOL = os.environ["XBSA_TOOL"]
 PASSWORD = "canary-word"
 FIREWALL, FULL = "nf_conntrack_ftp", {"GREETING": ["421 full", "close"]}
-# Each line comes in time, and there is always one more; it ends when the client is gone.
-DRIP = [b"220 hi\r\nx", *[lambda server: select.select([server.control], [], [], 1), b"\r\nx"] * 9]
+# Each line comes in time, and there is one more for longer than an answer may take.
+DRIP = [b"220 hi\r\nx", *[lambda server: select.select([server.control], [], [], 1), b"\r\nx"] * 9,
+        b"\r\n"]
 FIELDS = {"id", "status", "found", "next", "milliseconds"}
 
 # The finding: step, text of it, of the next step; and the scripts of the server's connections.

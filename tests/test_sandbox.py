@@ -46,7 +46,8 @@ ODD = [("TYPE A", "504"), ("CWD /etc", "550"), ("PORT 127,0,0,1,4", "501"),
        ("CWD SMS01", "250"), ("PORT 127,0,0,1,255,255", "200"), ("STOR 2:QAB:none:17:SANDBX:9", "550"),
        ("STOR 99999999999999999999:QAB:none:17:SANDBX:9", "550"),
        ("STOR 1:QAB:none:17:SANDBX:\xb2", "550"), ("RETR 1:0:0:17:1:none", "550"), ("STAT", "500"),
-       ("\xff\xf4\xff\xf2ABOR", "500"), ("", "500"), ("__init__", "500"), ("NOOP", "200"),
+       ("\xff\xf4\xff\xf2ABOR", "500"), ("", "500"), ("__init__", "500"),
+       ("NOOP " + "\1" * 4000, "200"),
        ("STOR 1:QAB:none:17:SANDBX:9", "150"), ("NOOP", "425")]  # nobody listens there
 # What was done to a folder that a sandbox has worked in, and why no other one starts there.
 SPOILT = [("truncate -s 0 catalogue.sqlite", "does not know 1 of the stored objects"),
@@ -95,7 +96,7 @@ class Sandbox:
         """What the COM utility answers, as a dictionary."""
         answer = subprocess.run(
             [f"{self.folder}/bin/olm_com_interface", *arguments, "-C", "sandbox", "-j", "demo",
-             "-s", "1", "--", "obj@/data"], text=True, stdout=subprocess.PIPE, check=True).stdout
+             "-s", "1", "--", "obj\u009b@/data"], text=True, stdout=subprocess.PIPE, check=True).stdout
         return dict(line.split("=", 1) for line in answer.splitlines())
 
     def open_job(self):
@@ -224,6 +225,10 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual(list(zip([command for command, _ in commands], found)), commands)
         log = read_text(f"{sandbox.folder}/server.log")
         self.assertEqual((log.count("Traceback"), log.count(password)), (0, 0), log)
+        self.assertLess(max(map(len, log.splitlines())), 300)  # whatever anybody sends
+        table = subprocess.run([RUN, "--folder", sandbox.folder, "--catalogue"], text=True,
+                               stdout=subprocess.PIPE, check=True).stdout
+        self.assertEqual((table.count("obj?"), table.count("\u009b")), (2, 0), table)
 
     def test_sweep(self):
         """It gives up neither a transfer that begins meanwhile nor one that ends."""
