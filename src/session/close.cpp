@@ -108,8 +108,9 @@ static int CloseWhole(STPC_REST *spRest)
 // The end of a backup that is not whole is a reset, that of a restore needs no ceremony.
 static int CloseTransfer(STPC_REST *spRest)
 {
-    bool bStore = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0 ||
-                  sPrivate.eTransfer == TRANSFER_STORING;
+    bool bStore = sPrivate.eTransfer == TRANSFER_STORING ||
+                  (sPrivate.eTransfer == TRANSFER_IDLE && // the caller's own socket
+                   (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0);
     if (sGlobal.sSession.SData <= 0) return BSA_RC_ABORT_SYSTEM_ERROR;
     if (bStore && !xbsa_IsIncomplete()) return CloseWhole(spRest);
     if (bStore) x_Reset(xbsa_DataSocket());

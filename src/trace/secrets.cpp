@@ -25,17 +25,18 @@ static bool IsLetterOrDigit(char cByte)
            (cByte >= 'a' && cByte <= 'z');
 }
 
-// The next place after cpText where the password is a word of its own: "pass" is not the secret in
-// "password". Null for none.
+// The next place of the password after cpText; a short one must be a word of its own: "pass" is not
+// the secret in "password". Null for none.
 static char *FindSecret(char *cpText, const char *cpSecret)
 {
+    const size_t uShort = 6;
     const size_t uSecret = strlen(cpSecret);
     char *cpFound = strstr(cpText, cpSecret);
     for (; cpFound != nullptr; cpFound = strstr(cpFound + 1, cpSecret))
     {
         bool bInside = IsLetterOrDigit(cpFound[-1]) && IsLetterOrDigit(cpSecret[0]);
         bool bGoesOn = IsLetterOrDigit(cpFound[uSecret]) && IsLetterOrDigit(cpSecret[uSecret - 1]);
-        if (!bInside && !bGoesOn) return cpFound;
+        if (uSecret >= uShort || (!bInside && !bGoesOn)) return cpFound;
     }
     return nullptr;
 }
