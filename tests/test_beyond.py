@@ -58,8 +58,7 @@ class Remote:
         folder = make_folder(test)
         self.switch, self.bucket = folder + "/fault", folder + "/bucket"
         os.environ["RCLONE_FAULT"] = self.switch
-        for name in "reached", "go":
-            os.mkfifo(f"{self.switch}.{name}")
+        _ = os.mkfifo(self.switch + ".reached"), os.mkfifo(self.switch + ".go")
         self.fault("")
 
     def fault(self, name):

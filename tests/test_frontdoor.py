@@ -101,15 +101,14 @@ OTHER = 12345  # an account that is neither root's nor ours
 class Folder(unittest.TestCase):
     def setUp(self):
         self.folder = make_folder(self)
-        for name in ("etc", "lib"):
-            os.mkdir(os.path.join(self.folder, name))
+        _ = os.mkdir(self.path("etc")), os.mkdir(self.path("lib"))
         self.write("etc/onconfig", ONCONFIG, 0o640)
         self.write("etc/sm_versions", ROWS * 400)
         self.environment = {k: v for k, v in os.environ.items() if k != "ONCONFIG"}
         self.before = self.tree()
 
     def write(self, name, text, mode=0o644):
-        write_plain(os.path.join(self.folder, name), text, mode)
+        write_plain(self.path(name), text, mode)
 
     def tree(self):
         found = {}
@@ -193,10 +192,9 @@ class Setup(Folder):
         self.write("etc/xbsa.logrotate", "/x { postrotate\nevil\nendscript }\n")
         out = self.setup("--yes")
         self.assertIn("  - BAR_BSALIB_PATH /x?]0;???\u00e4\n", out)
-        self.assertNotIn("xbsa.logrotate", out)
         rotation = self.setup("--logrotate")
         self.assertRegex(rotation, f'"{self.folder}/xbsa\\*.log" {{\n +su [\\w-]+ [\\w-]+\n')
-        self.assertNotIn("evil", rotation)
+        self.assertEqual(("xbsa.logrotate" in out, "evil" in rotation), (False, False))
 
     def test_there_and_back(self):
         self.write("etc/onconfig.before-xbsa", "another copy")
@@ -312,8 +310,7 @@ class AsRoot(Folder):
     def test_links(self):
         """Of others are refused wherever a file is written; ours are followed. In a folder that
         everybody may write, so is a file of others."""
-        folder = self.path("shared")
-        os.mkdir(folder)
+        os.mkdir(folder := self.path("shared"))
         os.chmod(folder, 0o1777)
         log, env = os.path.join(ROOT, "tests", "store.trace"), dict(XBSA_PASSWORD="x", PATH="/bin")
         host = ["--host", "127.0.0.1:1", "--user", "x"]

@@ -67,13 +67,14 @@ class Far(Server):
     def _listen(self):
         self.listener = socket.create_server(("0.0.0.0", 2121))
 
+    def _serve(self):
+        with contextlib.suppress(OSError, ValueError):
+            super().serve(self.done)
+
     def serve(self, done):
         """What is left of it when the client has ended waits in vain."""
-        def serve():
-            with contextlib.suppress(OSError, ValueError):
-                super(Far, self).serve(done)
         self.done = done
-        self._there(serve)
+        self._there(self._serve)
         assert select.select([done], [], [], PATIENCE)[0]
 
     def _do_connect(self, source=""):
@@ -165,8 +166,7 @@ class Network(unittest.TestCase):
 
     def test_loss(self):
         here, there = self.hosts()
-        for host in (here, there):
-            inside(host, "nft -f -", LOSS)
+        _ = inside(here, "nft -f -", LOSS), inside(there, "nft -f -", LOSS)
         server = Far(there, 1)
         got = run(there_and_back, here, server=server, level=None, env=STRICT)
         self.assertEqual((got.value, server.objects["obj"]), (([0, 0, 0], True), OBJECT))

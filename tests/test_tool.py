@@ -47,9 +47,7 @@ def wait_while(condition):
 
 class Site(unittest.TestCase):
     def setUp(self):
-        folder = make_folder(self)
-        self.addCleanup(os.chdir, os.getcwd())
-        os.chdir(folder)
+        self.enterContext(contextlib.chdir(make_folder(self)))
         self.options, self.env = [], dict(os.environ, XBSA_PASSWORD=CANARY, LC_ALL="C")
         self.env.pop("LD_PRELOAD", None)
 
@@ -103,8 +101,7 @@ class Verify(Site):
 
     def test_manifests(self):
         server = self.serve()
-        for name in ("good", "back\\slash"):
-            write_plain(f"{server.data}/{name}", "hello")
+        _ = [write_plain(f"{server.data}/{name}", "hello") for name in ("good", "back\\slash")]
         for text, code, told in MANIFESTS:
             with self.subTest(text):
                 write_plain("m", text)

@@ -11,7 +11,7 @@ import unittest
 
 from server import Server
 from test_calls import call
-from xbsa import DEADLINE, STRICT, descriptor, descriptors, in_mode, pattern, run, run_started
+from xbsa import DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, run, run_started
 
 FORKED = "block take get end commit terminate".split()
 
@@ -153,15 +153,13 @@ class Broken(unittest.TestCase):
     def test_orders(self):
         def transfer(x, calls):
             return "".join(str(call(x, name)) for name in ["begin", *calls.split()])
-        for calls, script, *cells in ORDERS:
-            for strict in "01":
-                with self.subTest(calls, script=script, strict=strict):
-                    server = Server(script)
-                    codes = run_started(transfer, calls, server=server,
-                                        env={"KORVA_STRICT": strict}).value
-                    stored = server.objects.get("obj", b"").decode()
-                    for got, want in zip((codes[1:], " ".join(server.ends), stored), cells):
-                        self.assertRegex(got, f"^{in_mode(strict, want)}$")
+        for env, calls, script, *cells in both_modes(ORDERS):
+            with self.subTest(calls, script=script, env=env):
+                server = Server(script)
+                codes = run_started(transfer, calls, server=server, env=env).value
+                stored = server.objects.get("obj", b"").decode()
+                for got, want in zip((codes[1:], " ".join(server.ends), stored), cells):
+                    self.assertRegex(got, f"^{want}$")
 
     def test_server_resets(self):
         server = Server({"DATA": ["reset_data"], "END": ["426 disk full"]})
