@@ -52,8 +52,7 @@ class Destinations(unittest.TestCase):
 
     def test_standard_error(self):
         got = run(init, None, 130, level=None)
-        self.assertEqual(stripped(got.stderr.splitlines()), got.trace)
-        self.assertEqual(got.trace[0], "BSAInit: Start.")
+        self.assertEqual((stripped(got.stderr.splitlines()), got.trace[0]), (got.trace, "BSAInit: Start."))
         self.assertEqual(run(init, b"x", 130, False, level=None).trace, [])
 
     def test_sink_hears_all(self):
@@ -90,10 +89,10 @@ class Destinations(unittest.TestCase):
         def read(x):
             x.xbsa_read_environment()
             return x.state.ucXBSATraceLevel, x.state.szLogFile
-        for env, level, log, lines in (({}, 2, b"", 1), ({"XBSA_TRACE": "3"}, 67, b"", 2),
-                                       ({"XBSA_TRACE": "3", "XBSA_LOGFILE": "a"}, 67, b"a", 3)):
+        for env, *want in (({}, (2, b""), 1), ({"XBSA_TRACE": "3"}, (67, b""), 2),
+                           ({"XBSA_TRACE": "3", "XBSA_LOGFILE": "a"}, (67, b"a"), 3)):
             got = run(read, env=env)
-            self.assertEqual((got.value, len(got.trace)), ((level, log), lines))
+            self.assertEqual([got.value, len(got.trace)], want)
 
     def test_host_s_own(self):
         """A descriptor that the host gave serves as the log, though nobody reads any more."""
@@ -196,8 +195,8 @@ class Store(unittest.TestCase):
             got = run_started(lambda x: x.store() + x.restore()[0], server=Server(), level=level).trace
             replies = [line[13:16] for line in got if line.startswith("LOGIN REPLY: ")]
             self.assertEqual(replies, "220 331 230 200 250 200 150 226 221".split() * 2 * (level > 0))
-            self.assertEqual(got.count("BSAGetData: Start"), starts)
-            self.assertEqual(len(got) > len(replies), level > 1)
+            self.assertEqual((got.count("BSAGetData: Start"), len(got) > len(replies)),
+                             (starts, level > 1))
 
     def test_no_password(self):
         """At no level, in no transfer, to no destination, though the server repeats it; but for the
