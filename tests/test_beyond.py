@@ -142,7 +142,6 @@ class OnRclone(Rig, unittest.TestCase):
         self.assert_left("good", "good")
 
     def test_refused(self):
-        """What cannot work is told at the start, without a secret."""
         for options, reason in (
                 ("--store rclone:a:b", "rclone is missing"), ("--store rclone:a", "rclone:REMOTE:PATH"),
                 ("--catalogue postgresql://me@h/d", "needs --store"),

@@ -165,7 +165,6 @@ class Calls(unittest.TestCase):
                           for _, user, word in owners])
 
     def test_unreachable(self):
-        """Ports that cannot be; one where nobody listens is in test_com.py."""
         for port in b"70000", b"0":
             self.assertEqual(run(lambda x: (
                 x.init(b"BSA_SERVICE_HOST=127.0.0.1:" + port), x.store(), x.last_error().strip())).value,

@@ -99,7 +99,6 @@ HOSTILE = [";>c;", "`>c`", "$(>c)", "\n>c\n", "'>c;'", "\">c\"", "|>c", "&>c&", 
 
 
 def expected(task, values, options, started):
-    """The command lines behind the path as they are traced, and as the utility gets them."""
     direction, passes = TASKS[task]
     saveset = values["szSavesetID"] if task != 2 else "4294967295"
     if task in (3, 4) and values["szRestoreID"]:
@@ -429,7 +428,6 @@ QUERIES = [
 
 class Queries(unittest.TestCase):
     def test_queries(self):
-        """What is found once is never handed out again, a failed query leaves nothing."""
         for env, actions, want in both_modes(QUERIES):
             with self.subTest(actions, env=env):
                 utility = Utility(self)
@@ -516,10 +514,9 @@ SESSIONS = [({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
     ({"DATA": ["begin", "reset_data"]}, {}, "restore", "03<0|3>hello", READ.format("<0|2>"), RETR),
     ({"DATA": ["begin", "reset_data"]}, {}, "begin get read! take end commit", "0063<0|3>0",
      READ.format("<0|3>").replace("4711", "0"), RETR),
-    # the close got no answer, or a refusal
     ({}, {}, "mute-closejob store restore", "00<0|3> 00<0|3>hello",
      f"{WELL[:-12]}, {READ.format(0)[:-12]}", f"{STOR}, {RETR}"),
-    ({}, {}, "deny store", "003", WELL[:-12], STOR),
+    ({}, {}, "deny store", "003", WELL[:-12], STOR),  # above no answer to the close, here a refusal
     ({}, {}, "refuse restore", "3", "open", ""),  # no session, or no job
     ({}, {}, "store refuse begin create end commit names", "000 03<0|3>0 /<S1|>//0",
      WELL + ", open, close:<S1|> 3", STOR),
@@ -535,8 +532,7 @@ SESSIONS = [({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
      f"{GOOD.format(3)}<, {ENDED.format(3)}|{ONCE}>", ""),
     ({}, {}, "begin create block end end commit", "0000<0|3>0",
      f"{WELL}<, {ENDED.format(3)}|{ONCE}>", STOR),
-    # a refused call forgets the job, a late end does not know it
-    ({}, {}, "store begin create! names", "000 06 ABC/S1/R1/0", WELL, STOR),
+    ({}, {}, "store begin create! names", "000 06 ABC/S1/R1/0", WELL, STOR),  # forgets the job
     ({}, {}, "store begin create-noname names", "000 022 ABC/S1/R1/0", WELL, STOR),
     ({}, {}, "store begin get! names", "000 06 ABC/S1/R1/0", WELL, STOR),
     ({}, {}, "begin create block create end commit", "000500", OPENED + "close:S1 0", STOR),

@@ -34,8 +34,7 @@ HOSTS = [("0", False, ""), ("1", False, " getpeername:ENOMEM"), ("1", True, " fc
 
 
 def series(table, growth, calls):
-    """Faults: (call, number, on, error), for each call as many as calls says. In CI the number grows
-    by its part, and the ways to fail take turns."""
+    """Faults as (call, number, on, error). In CI the number grows, and the ways to fail take turns."""
     for row in table.split():
         call, _, errors = row.partition(":")
         ways = list(itertools.product((0, 1), errors.split(",")))
@@ -82,7 +81,6 @@ class Road:
         print(f"{self.cases} faults injected, {self.calls} calls failed")
 
     def drive(self, action, closed, strict, table):
-        """Every fault of the table. Returns the calls of which none failed."""
         left = set(re.findall(r"(\w+):", table))
         how = action, closed, {"KORVA_STRICT": strict} | LOG
         for fault in series(table, self.growth, self.inject(*how, ("malloc", 0, 0, ""))[1]):

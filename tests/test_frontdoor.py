@@ -56,7 +56,6 @@ def joined(literals):
 
 
 def error_texts():
-    """Every text of the sources that tells of a failure, with a value in each of its gaps."""
     found = set()
     for name in glob.glob(ROOT + "/src/**/*.cpp", recursive=True):
         source = read(name)
@@ -168,8 +167,7 @@ class Setup(Folder):
                 self.assertEqual(self.tree(), before)
 
     def test_planted(self):
-        """What the folder's owner puts there is not followed, waited for, taken for ours or read
-        into memory; and no command of theirs reaches a terminal or logrotate."""
+        """What the owner plants is not followed, waited for, taken for ours or obeyed by a terminal."""
         journal, bomb = "etc/xbsa-setup.json", "[" * 65000
         outside = make_folder(self)
         victim = os.path.join(outside, "onconfig")
@@ -276,7 +274,6 @@ class AsRoot(Folder):
         return self.setup("--library", self.library, "--yes", *arguments, **options)
 
     def test_owner(self):
-        """All that is new belongs to the owner, who could have written it; the rest is refused."""
         self.before = self.tree()
         self.assertIn(f"# As {OTHER}, who owns {self.path('etc/onconfig')}\n", self.hook())
         self.assertEqual({entry[1:3] for entry in self.tree().values()}, {(OTHER, OTHER)})
@@ -308,8 +305,7 @@ class AsRoot(Folder):
                 self.setUp()
 
     def test_links(self):
-        """Of others are refused wherever a file is written; ours are followed. In a folder that
-        everybody may write, so is a file of others."""
+        """Links of others are refused wherever a file is written, and files in everybody's folder."""
         os.mkdir(folder := self.path("shared"))
         os.chmod(folder, 0o1777)
         log, env = os.path.join(ROOT, "tests", "store.trace"), dict(XBSA_PASSWORD="x", PATH="/bin")

@@ -115,8 +115,7 @@ def isolated_end(x, renew):
 
 
 def copied_record(x):
-    """A copy of the record comes back in the next session: the first one, then that of a session,
-    whose trace buffer is no more. All moves on sockets of the host's own."""
+    """Copies of the record, the first one and a session's, come back in the next session."""
     first, later, codes, heard = Global.from_buffer_copy(x.state), None, [], []
     for turn in range(3):
         c.pointer(x.state)[0] = [x.state, first, later][turn]
@@ -181,8 +180,7 @@ def own_socket(x, call, kind, room_at, before):
     x.state.sObject.sSMS.iOpStatus = before
     fill(ours, theirs, kind)
     assert shim.shim_arm(b"malloc", 0, 0, 0)
-    block = Block(65535, 0, c.addressof(room))
-    code = getattr(x, call)(x.handle, c.byref(block))
+    code = getattr(x, call)(x.handle, c.byref(block := Block(65535, 0, c.addressof(room))))
     signal.setitimer(signal.ITIMER_REAL, 0)
     return (code, x.state.sObject.sSMS.iOpStatus, shim.shim_calls(b"sleep")), block.numBytes
 

@@ -45,14 +45,12 @@ FORGETFUL = """net.ipv4.ip_forward=1 net.netfilter.nf_conntrack_tcp_timeout_esta
 
 
 def enter(name):
-    """Moves this thread into a host of ours; sockets stay where they were made."""
     with open(f"/var/run/netns/{name}", encoding="ascii") as file:
         assert c.CDLL(None, use_errno=True).setns(file.fileno(), 0) == 0
 
 
 class Far(Server):
-    """On the other host; keeps the window of a store closed for a while, and the data connection
-    of a restore open for as long, or for ever."""
+    """Keeps the window of a store closed, and the data connection of a restore open, for a while."""
 
     def __init__(self, host, closed_for):
         super().__init__()

@@ -57,9 +57,7 @@ class Destinations(unittest.TestCase):
 
     def test_sink_hears_all(self):
         def trace(x):
-            x.ie_trace(b"raw\r\n")
-            x.COM_trace(b"silent")
-            x.i_trace(b"for files only")
+            _ = x.ie_trace(b"raw\r\n"), x.COM_trace(b"silent"), x.i_trace(b"for files only")
         self.assertEqual(run(trace, level=0).trace, ["raw\r\n"])
 
     def test_appended(self):
@@ -155,11 +153,9 @@ class Lines(unittest.TestCase):
     def test_errno(self):
         """A line between a call and the look at its errno changes nothing."""
         def trace(x):
-            x.BSASetTrace(None, b"/dev/full", 194)
-            x.i_open_trace()
+            _ = x.BSASetTrace(None, b"/dev/full", 194), x.i_open_trace()
             os.dup2(x.state.hLogFile, 2)
-            c.set_errno(5)
-            x.ie_trace(b"lost")
+            _ = c.set_errno(5), x.ie_trace(b"lost")
             return c.get_errno()
         self.assertEqual(run(trace, level=None).value, 5)
 
@@ -199,8 +195,7 @@ class Store(unittest.TestCase):
                              (starts, level > 1))
 
     def test_no_password(self):
-        """At no level, in no transfer, to no destination, though the server repeats it; but for the
-        user sms, as promised. A short one, or none, hides nothing else."""
+        """At no level, in no transfer, to no destination; but for the user sms, as promised."""
         def transfer(x, server, owner):
             x.BSASetTrace(x.sink, b"./xbsa.log", 67)
             x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % server.port, owner=owner)

@@ -148,8 +148,6 @@ ORDERS = [("create block commit end", {}, "000<0|3>", "<FIN|RST>", "<hello|>"),
 
 
 class Broken(unittest.TestCase):
-    """Whole or not at all: what the server sees of a store that went wrong."""
-
     def test_orders(self):
         def transfer(x, calls):
             return "".join(str(call(x, name)) for name in ["begin", *calls.split()])
@@ -179,8 +177,7 @@ class Broken(unittest.TestCase):
         self.assertEqual(run_started(store, server=server).value, ([0, 0, 0], ""))
 
     def test_forked_host(self):
-        """The server sees the end though a child of the host lives on; in strict mode a child can
-        neither end the object nor add to it."""
+        """The server sees the end though a child lives on; in strict mode a child changes nothing."""
         def store(x, lives_on):
             x.store(b"half", end=False)
             reader, writer = os.pipe()
