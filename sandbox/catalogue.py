@@ -229,27 +229,30 @@ class Catalogue:
                    (*columns.values(), segment, old)) != 1:
                 raise Refused(f"the object is not {old}")
 
-    def abandon(self, segment, state):
+    def abandon(self, segment, state, unfinished=("opened", "storing", "stored")):
         """Give up an object whose job never ended well; what is good stays good."""
         with self.change() as run:
             run("UPDATE object SET state = ? WHERE segment = ?"
-                " AND state IN ('opened', 'storing', 'stored')", (state, segment))
+                f" AND state IN ({', '.join('?' * len(unfinished))})",
+                (state, segment, *unfinished))
             row = self.one("SELECT saveset FROM object WHERE segment = ?"
                            " AND state IN ('aborted', 'swept')", segment)
         if row is not None:
             self.store.remove(row["saveset"])
 
-    def sweep(self, before, busy=()):
-        """Give up what dead servers left half done, and the sessions opened before a time,
-        except those of other living servers and those with a transfer going on."""
+    def sweep(self, before, ask_busy):
+        """Give up what dead servers left half done, and the sessions opened before a time, except
+        those of other living servers and those of our own transfers, which ask_busy() names."""
         storing = self.db.run("SELECT segment, owner FROM object WHERE state = 'storing'")
         sessions = self.db.run("SELECT sid, object, owner FROM session WHERE state = 'open'"
                                " AND opened < ?", (before,))
-        # Asked last: no owner in the rows is too new for the answer.
+        # Asked last: no owner and no transfer in the rows is too new for the answers. A transfer
+        # that has ended by then is not storing any more.
         others = self.db.living(self.settings["owner"]) - {self.settings["owner"]}
+        busy = ask_busy()
         for row in storing:
             if row["owner"] not in others and row["segment"] not in busy:
-                self.abandon(row["segment"], "swept")
+                self.abandon(row["segment"], "swept", ("storing",))
         for row in sessions:
             if row["owner"] not in others and row["object"] not in busy:
                 with self.change() as run:

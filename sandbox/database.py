@@ -43,9 +43,10 @@ class Sqlite(Database):
     errors = (sqlite3.Error,)
 
     def __init__(self, folder, create):
-        path = os.path.join(os.path.abspath(folder), FILE).replace("?", "%3f")
+        path = os.path.join(os.path.abspath(folder), FILE)
+        url = path.replace("%", "%25").replace("?", "%3f").replace("#", "%23")
         try:
-            self.connection = sqlite3.connect(f"file:{path}?mode={'rwc' if create else 'rw'}",
+            self.connection = sqlite3.connect(f"file:{url}?mode={'rwc' if create else 'rw'}",
                                               uri=True, timeout=PATIENCE, isolation_level=None,
                                               check_same_thread=False)
         except self.errors as error:

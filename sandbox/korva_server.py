@@ -55,8 +55,8 @@ def comes_from(host, address):
 class Connection:
     """One control connection."""
 
-    def __init__(self, cat, sock, peer):
-        self.cat, self.socket, self.peer = cat, sock, peer
+    def __init__(self, cat, sock, peer, port):
+        self.cat, self.socket, self.peer, self.port = cat, sock, peer, port
         self.lines = sock.makefile("rb")
         self.user = self.account = self.sid = self.target = self.segment = self.fault = None
         self.path, self.binary, self.said_quit, self.logins = "", False, False, 0
@@ -71,7 +71,7 @@ class Connection:
             while True:
                 self.obey(self.lines.readline(LINE))
         except (Ended, OSError) as error:
-            log.info("%s: end of the connection: %s", self.peer, error)
+            log.info("%s:%d: end of the connection: %s", self.peer, self.port, error)
         finally:
             self.close()
 
@@ -156,7 +156,8 @@ class Connection:
             raise Ended("no more commands")
         verb, _, argument = line.decode("utf-8", "replace").rstrip("\r\n").partition(" ")
         step = verb.lower()
-        log.info("%s: %r", self.peer, f"{verb} {'***' if step == 'pass' else argument}")
+        shown = "***" if step == "pass" else argument
+        log.info("%s:%d: %.200r", self.peer, self.port, f"{verb} {shown}".rstrip())
         method = getattr(self, f"do_{step}", None) if step.isalpha() else None
         self.said_quit = self.said_quit or step == "quit"
         if method is None:
@@ -246,7 +247,6 @@ class Connection:
             return
         with contextlib.ExitStack() as stack:
             stack.callback(moving.close)
-            self.segment = moving.row["segment"]
             self.reply(f"150 Opening data connection for {moving.row['saveset']} "
                        f"TAPE {catalogue.TAPE_ID} SEGMENT {self.segment}")
             if self.play("connect"):
@@ -267,11 +267,14 @@ class Connection:
             raise Refused("not on this tape")
         row = self.cat.job_object("b" if verb == "STOR" else "r", int(fields[1]), self.account,
                                   self.sid)
-        if verb == "STOR":
-            return Upload(self.cat, row, self.wait)
-        if int(fields[2]) != row["segment"]:
+        if verb == "RETR" and int(fields[2]) != row["segment"]:
             raise Refused("not on this tape")
-        return Download(self.cat, row, self.wait)
+        before, self.segment = self.segment, row["segment"]  # now, so that no sweep takes it
+        try:
+            return (Upload if verb == "STOR" else Download)(self.cat, row, self.wait)
+        except (Refused, OSError):
+            self.segment = before  # it may be another connection's
+            raise
 
     def move(self, verb, moving, stack):
         """Connect and move the bytes; returns the reply."""
@@ -316,7 +319,7 @@ class Server:
         and the next sweep tries again."""
         before = time.time() - self.cat.settings["sweep_after"]
         try:
-            self.cat.sweep(before, {each.segment for each in list(self.connections)} - {None})
+            self.cat.sweep(before, lambda: {each.segment for each in list(self.connections)})
         except (Refused, OSError) as error:
             log.error("sweep failed: %s", error)
 
@@ -334,12 +337,12 @@ class Server:
     def accept(self):
         """Give a client a thread of its own, if there is room."""
         try:
-            sock, (peer, _) = self.socket.accept()
+            sock, (peer, port) = self.socket.accept()
         except OSError as error:
             log.error("no connection: %s", error)
             time.sleep(0.1)  # out of descriptors: others will end
             return
-        connection = Connection(self.cat, sock, peer)
+        connection = Connection(self.cat, sock, peer, port)
         thread = threading.Thread(target=self.attend, args=(connection,), daemon=True)
         try:
             if len(self.connections) >= self.room:
@@ -367,5 +370,6 @@ class Server:
         for connection, thread in list(self.connections.items()):
             with contextlib.suppress(OSError):
                 connection.socket.shutdown(socket.SHUT_RDWR)
-            thread.join(END_TIME)
+            with contextlib.suppress(RuntimeError):  # a signal came before it was started
+                thread.join(END_TIME)
         self.cat.close()

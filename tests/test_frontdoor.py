@@ -3,6 +3,7 @@ import functools
 import glob
 import os
 import pathlib
+import pwd
 import re
 import resource
 import shutil
@@ -151,6 +152,7 @@ class Setup(Folder):
                  "restore_signals": False}
         for arguments, code, text, options in [
                 (["--yes"], 2, "no absolute path", {"folder": "informix"}),
+                (["--logrotate"], 2, "a control character", {"folder": "/\u009b"}),
                 (["--yes"], 1, "no database's folder", {"folder": self.path("lib")}),
                 (["--yes"], 1, "/none/etc is missing: no", {"folder": "/none"}),
                 (["--onconfig", "none", "--yes"], 1, "does not exist", {}),
@@ -188,7 +190,10 @@ class Setup(Folder):
         self.setUp()
         self.write("etc/onconfig", b"BAR_BSALIB_PATH /x\033]0;\xc2\x9b\x9b\xe2\x80\xae\xc3\xa4\n")
         self.write("etc/xbsa.logrotate", "/x { postrotate\nevil\nendscript }\n")
-        out = self.setup("--yes")
+        os.mkdir(self.path("\u009b"), 0o700)
+        library = shutil.copy(LIBRARY, self.path("\u009b"))
+        out = self.setup("--yes", "--library", library)
+        self.assertIn("? is not open to every account", out)
         self.assertIn("  - BAR_BSALIB_PATH /x?]0;???\u00e4\n", out)
         rotation = self.setup("--logrotate")
         self.assertRegex(rotation, f'"{self.folder}/xbsa\\*.log" {{\n +su [\\w-]+ [\\w-]+\n')
@@ -286,6 +291,29 @@ class AsRoot(Folder):
             os.chown(self.path(name), OTHER, OTHER)
         os.chown(self.path("lib"), 0, 0)
         self.assertIn("No link in", self.hook())
+        os.chmod(self.path("etc"), 0o1777)  # where others can plant a journal, and copies
+        os.chown(self.path("etc/xbsa-setup.json"), OTHER + 1, OTHER)
+        self.assertIn(f"to another account ({OTHER + 1})", self.hook("--undo", want=1))
+
+    def test_way(self):
+        """Where somebody else could lead root, or what a group that is not the owner's opens."""
+        nobody = pwd.getpwnam("nobody").pw_uid
+        os.symlink(self.folder, self.path("lib/link"))
+        os.chown(self.path("lib/link"), OTHER, OTHER, follow_symlinks=False)
+        os.mkdir(self.path("lib/roots"))
+        for folder, arguments, mode, text in (
+                ("lib/link", ["--yes"], 0o755, "is a link that belongs to account 12345"),
+                ("lib/link", ["--logrotate"], 0o755, "lib belongs to account 12345"),
+                ("lib/roots", ["--logrotate"], 0o755, "lib belongs to account 12345"),
+                ("etc", ["--logrotate"], 0o777, f"others may write {self.folder}"),
+                ("", ["--yes"], 0o755, "which nobody is not in")):
+            os.chown(self.path("etc/onconfig"), OTHER if folder else nobody, OTHER)
+            os.chmod(self.folder, mode)
+            before = self.tree()
+            self.assertIn(text, self.setup(*arguments, folder=self.path(folder), want=1))
+            self.assertEqual(self.tree(), before)
+        os.chown(self.path("etc"), nobody, 0)
+        self.assertRegex(self.setup("--logrotate", folder=self.path("etc")), "su nobody nogroup\n")
 
     def test_race(self):
         for number in range(5):
@@ -305,17 +333,26 @@ class AsRoot(Folder):
                 self.setUp()
 
     def test_links(self):
-        """Links of others are refused wherever a file is written, and files in everybody's folder."""
+        """Links of others are refused wherever a file is written; ours are followed. So are files and
+        folders of others, in a folder that others may write."""
         os.mkdir(folder := self.path("shared"))
-        os.chmod(folder, 0o1777)
         log, env = os.path.join(ROOT, "tests", "store.trace"), dict(XBSA_PASSWORD="x", PATH="/bin")
         host = ["--host", "127.0.0.1:1", "--user", "x"]
-        for owner, planted, to in ((OTHER, "link", self.victim), (OTHER, "file", None), (
-                OTHER, "folder", os.path.dirname(self.victim)), (0, "link", self.victim)):
+        for owner, planted, mode in (
+                (OTHER, "link", 0o1777), (OTHER, "file", 0o1777), (OTHER, "folder", 0o1777),
+                (OTHER, "file", 0o777), (OTHER, "file", 0o1775), (OTHER, "real", 0o1777),
+                (0, "link", 0o1777)):
+            os.chmod(folder, mode)
             path = os.path.join(folder, planted)
-            _ = os.symlink(to, path) if to else write_plain(path, "")
+            if planted == "file":
+                write_plain(path, "")
+            elif planted == "real":
+                os.mkdir(path)
+                write_plain(f"{path}/sudoers", "")
+            else:
+                os.symlink(os.path.dirname(self.victim) if planted == "folder" else self.victim, path)
             os.chown(path, owner, owner, follow_symlinks=False)
-            path += "/sudoers" if planted == "folder" else ""
+            path += "/sudoers" if planted in ("folder", "real") else ""
             for arguments in (["restore", "x", path, *host], ["trace", log, "--html", path],
                               ["store", "x", "--manifest", path, *host],
                               ["store", "x", "--status", path, *host]):
@@ -326,4 +363,5 @@ class AsRoot(Folder):
                     self.assertEqual((state(path), "<html" in read(self.victim)),
                                      (before, arguments[0] == "trace" and owner == 0))
                     write_plain(self.victim, "root's", 0o400)
-            os.unlink(os.path.join(folder, planted))
+            os.rename(os.path.join(folder, planted), self.path("away"))
+            subprocess.run(["rm", "-r", self.path("away")], check=True)

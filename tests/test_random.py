@@ -14,8 +14,9 @@ from xbsa import SANITIZED, Block, descriptor, run
 SEED = int(os.environ.get("XBSA_SEED", "1"))
 SEQUENCES = int(os.environ.get("XBSA_SEQUENCES", "200" if SANITIZED else "1000"))
 PIECE = 40  # sequences in one process
-NAMES = [b"one", b"two", b"three"]
+NAMES = [b"one", b"two", b"large"]
 BYTES = random.Random(0).randbytes(99991)
+LARGE = BYTES * 100  # more than the system takes on the way
 # What a connection meets, and where the transfer fails.
 POLITE, OPEN, END = "polite", "open", "end"
 FATES = [({}, POLITE)] * 9 + [
@@ -43,7 +44,7 @@ class Model:
         self.fates, self.informix, self.strict = iter(fates), informix, strict
         self.bits = self.status = 0
         self.fate = self.name = None
-        self.sent, self.stored, self.moved, self.closes = b"", {}, 0, []
+        self.sent, self.stored, self.moved, self.closes = b"", {"large": LARGE}, 0, []
         self.job = self.loose = False
         self._forget()
 
@@ -97,7 +98,8 @@ class Model:
     get = partialmethod(object, "RETR")
 
     def _block(self, wrong, size, against):
-        code = HANDLE if wrong else NULL if size is None else ORDER if self.strict and against else 0
+        against = ORDER if self.strict and against else 0
+        code = HANDLE if wrong else NULL if size is None else against
         self.status = FAILED if code == HANDLE else self.status
         return code
 
@@ -181,7 +183,7 @@ def play(x, server, seed, fates, informix, strict):
                                                 and not model.rejected and not wrong
                                                 and not model.bits & ENDED)
         done.append((call, wrong, argument, model.open, model.cut, model.bits))
-        left = model.stored.get(model.name, b"")[model.moved:]
+        left = memoryview(model.stored.get(model.name, b""))[model.moved:]
         moves = call == "read" and model.open == "RETR"
         want = getattr(model, call)(wrong, argument)
         code, count = invoke(x, call, x.handle.value + wrong, argument, room)
@@ -189,6 +191,7 @@ def play(x, server, seed, fates, informix, strict):
         if moves and code == 0:
             assert room.raw[:count] == left[:argument], (count, len(left), done[-12:])
             model.moved += count
+        assert x.state.sSession.SData == -1 or model.cut != "end", ("still shown", done[-12:])
         message = x.last_error()
         assert message or code != FAILED or not telling, ("no last message", done[-12:])
     return model.stored, model.closes
@@ -224,6 +227,7 @@ class Plain(unittest.TestCase):
             chance = random.Random(-seed)
             fates = [chance.choice(FATES) for _ in range(PIECE * 16)]
             server, strict = Watchful(*(script for script, _ in fates)), seed % 2
+            server.objects["large"] = LARGE
             closes = self.make(server)
             with self.subTest(f"XBSA_SEED={seed} XBSA_SEQUENCES={PIECE * self.share}"):
                 got = run(play, server, seed, [fate for _, fate in fates], self.informix,

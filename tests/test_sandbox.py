@@ -41,12 +41,13 @@ LOGINS = [("session", "sms", f"{OWN}@localhost", "530"), ("session", OWN, "", "5
           ("identity", "sms", f"{OWN}@host.invalid", "530")]
 # What a client that has logged in says, and the reply; its job is number 1, another's is 2.
 ODD = [("TYPE A", "504"), ("CWD /etc", "550"), ("PORT 127,0,0,1,4", "501"),
-       ("PORT 127,0,0,1,999,1", "501"), ("PORT 127,0,0,1,0,21", "501"), ("PORT 10,0,0,1,99,1", "501"),
-       ("STOR 1:QAB:none:17:SANDBX:9", "550"), ("TYPE I", "200"), ("CWD SMS01", "250"),
-       ("PORT 127,0,0,1,255,255", "200"), ("STOR 2:QAB:none:17:SANDBX:9", "550"),
+       ("PORT 127,0,0,1,999,1", "501"), ("PORT 127,0,0,1,0,21", "501"),
+       ("PORT 10,0,0,1,99,1", "501"), ("STOR 1:QAB:none:17:SANDBX:9", "550"), ("TYPE I", "200"),
+       ("CWD SMS01", "250"), ("PORT 127,0,0,1,255,255", "200"), ("STOR 2:QAB:none:17:SANDBX:9", "550"),
        ("STOR 99999999999999999999:QAB:none:17:SANDBX:9", "550"),
        ("STOR 1:QAB:none:17:SANDBX:\xb2", "550"), ("RETR 1:0:0:17:1:none", "550"), ("STAT", "500"),
-       ("\xff\xf4\xff\xf2ABOR", "500"), ("", "500"), ("__init__", "500"), ("NOOP", "200"),
+       ("\xff\xf4\xff\xf2ABOR", "500"), ("", "500"), ("__init__", "500"),
+       ("NOOP " + "\1" * 4000, "200"),
        ("STOR 1:QAB:none:17:SANDBX:9", "150"), ("NOOP", "425")]  # nobody listens there
 # What was done to a folder that a sandbox has worked in, and why no other one starts there.
 SPOILT = [("truncate -s 0 catalogue.sqlite", "does not know 1 of the stored objects"),
@@ -55,10 +56,11 @@ SPOILT = [("truncate -s 0 catalogue.sqlite", "does not know 1 of the stored obje
           ("chmod 770 .", "can be written by other accounts"),
           ("chmod 777 bin", "bin can be written by other accounts"),
           ("chmod 777 ..", "can be written by every account"),
-          ("ln -sf ../victim faults", "faults is a link"), ("ln -sf ../victim lock", "lock is a link"),
+          ("ln -sf ../victim faults", "faults is a link"),
+          ("ln -sf ../victim lock", "lock is a link"),
           ("ln ../victim settings.new", "settings.new is a link")]
-SPOILT_BY_ROOT = [("chown nobody .", "belongs to nobody"), ("chown nobody bin", "bin belongs to nobody"),
-                  ("chown nobody ..", "belongs to nobody"),
+SPOILT_BY_ROOT = [("chown nobody .", "belongs to nobody"), ("chown nobody ..", "belongs to nobody"),
+                  ("chown nobody bin", "bin belongs to nobody"),
                   ("ln -s ../victim new; chown -h nobody new", "new belongs to nobody")]
 
 
@@ -92,9 +94,9 @@ class Sandbox:
 
     def utility(self, *arguments):
         """What the COM utility answers, as a dictionary."""
-        answer = subprocess.run([f"{self.folder}/bin/olm_com_interface", *arguments, "-C", "sandbox",
-                                 "-j", "demo", "-s", "1", "--", "obj@/data"], text=True,
-                                stdout=subprocess.PIPE, check=True).stdout
+        answer = subprocess.run(
+            [f"{self.folder}/bin/olm_com_interface", *arguments, "-C", "sandbox", "-j", "demo",
+             "-s", "1", "--", "obj\u009b@/data"], text=True, stdout=subprocess.PIPE, check=True).stdout
         return dict(line.split("=", 1) for line in answer.splitlines())
 
     def open_job(self):
@@ -223,6 +225,40 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual(list(zip([command for command, _ in commands], found)), commands)
         log = read_text(f"{sandbox.folder}/server.log")
         self.assertEqual((log.count("Traceback"), log.count(password)), (0, 0), log)
+        self.assertLess(max(map(len, log.splitlines())), 300)  # whatever anybody sends
+        table = subprocess.run([RUN, "--folder", sandbox.folder, "--catalogue"], text=True,
+                               stdout=subprocess.PIPE, check=True).stdout
+        self.assertEqual((table.count("obj?"), table.count("\u009b")), (2, 0), table)
+
+    def test_sweep(self):
+        """It gives up neither a transfer that begins meanwhile nor one that ends."""
+        catalogue = Catalogue(make_folder(self), {"store": ""})
+        self.addCleanup(catalogue.db.close)
+        for number in 1, 2, 3:
+            key = catalogue.open_session("b", OWN, "host"), "b", OWN
+            catalogue.open_backup(key, "demo", number, "obj@/data", "")
+        for number in 2, 3:
+            catalogue.advance(number, "opened", "storing")
+
+        def meanwhile():
+            catalogue.advance(1, "opened", "storing")
+            catalogue.advance(2, "storing", "stored")
+            return ()
+        catalogue.sweep(0, meanwhile)
+        self.assertEqual([row[-2] for row in catalogue.table()[1:]],
+                         ["storing", "stored", "swept"])
+
+    def test_odd_name(self):
+        """No byte of the folder's name means anything, nor does a link once it has led there."""
+        home = make_folder(self)
+        link, folder = f"{home}/link", f"{home}/a#b%41?c"
+        os.mkdir(folder, 0o700)
+        os.symlink(folder, link)
+        Sandbox(self, folder=link)
+        os.unlink(link)
+        write_plain(inifile.INI, inifile.text_for(folder))
+        run(both_ways, 1)
+        self.assertEqual(os.listdir(home), ["a#b%41?c"])
 
     def refuse(self, rows):
         """No sandbox starts in a folder that was spoilt, and nothing is written through it."""
@@ -259,7 +295,8 @@ class AsRoot(unittest.TestCase):
     def test_full_disk(self):
         """On a disk that holds the catalogue, too, what is good stays good, and can be read."""
         folder = make_folder(self)
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=700", "full", folder], check=True)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=700", "full", folder],
+                       check=True)
         self.addCleanup(subprocess.run, ["umount", "-l", folder], check=True)
         sandbox = Sandbox(self, folder=folder)
 

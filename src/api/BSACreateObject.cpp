@@ -4,7 +4,6 @@
 #include <ctime>
 
 #include "api/api.h"
-#include "data/data.h"
 #include "trace/trace.h"
 #include "util/util.h"
 
@@ -57,7 +56,7 @@ static int OpenStore()
         TRACE("BSACreateObject: xbsa_open() call failed. Exiting.");
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
-    data_ResetIfWeDie(xbsa_DataSocket());
+    x_ResetAtClose(xbsa_DataSocket());
     return BSA_RC_SUCCESS;
 }
 

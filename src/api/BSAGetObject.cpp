@@ -2,16 +2,8 @@
 #include <cstdio>
 
 #include "api/api.h"
-#include "record/record.h"
 #include "trace/trace.h"
 #include "util/util.h"
-
-// The close of this job must not name the saveset of an earlier object.
-static void NameSavesetForClose()
-{
-    x_CopyText(sGlobal.sCOM.szSavesetID, sizeof sGlobal.sCOM.szSavesetID,
-               sGlobal.sObject.sSMS.szName);
-}
 
 // One transaction can hold a backup and a restore, one connection only the latter.
 static void CutBackup()
@@ -22,10 +14,12 @@ static void CutBackup()
     if (bBackup) sPrivate.eTransfer = TRANSFER_CUT_BY_RESTORE;
 }
 
-// Opens session and job; a copy id stands in for a saveset name that the answer does not give.
+// Opens session and job. A copy id replaces a saveset name that the answer does not give; in strict
+// mode for the close of the job too, which must not name the saveset of an earlier object.
 static int OpenReadJob(const BSA_ObjectDescriptor *spObject)
 {
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
+    char *cpSaveset = sGlobal.sCOM.szSavesetID;
     TRACE("BSAGetObject: Calling qab_com().");
     if (xbsa_OpenJob(COM_OPEN_READ) == -1)
     {
@@ -36,7 +30,7 @@ static int OpenReadJob(const BSA_ObjectDescriptor *spObject)
     {
         TRACE("BSAGetObject: SMS has not returned saveset name. Using copy id for saveset name.");
         snprintf(spSMS->szName, sizeof spSMS->szName, "%u", spObject->copyId.right);
-        if (sPrivate.bStrict) NameSavesetForClose();
+        if (sPrivate.bStrict) x_CopyText(cpSaveset, sizeof sGlobal.sCOM.szSavesetID, spSMS->szName);
     }
     TRACE("BSAGetObject: Saveset name: %s", spSMS->szName);
     return BSA_RC_SUCCESS;

@@ -1,23 +1,17 @@
 // Asks the COM utility for the stored copy that matches.
 #include <cstdlib>
 
-#include "record/record.h"
+#include "api/api.h"
 #include "trace/trace.h"
 
 static int CheckQuery(long lHandle, const BSA_QueryDescriptor *spQuery,
                       const BSA_ObjectDescriptor *spObject)
 {
-    if (sGlobal.sSession.iLastCall & CALL_QUERY_OBJECT)
-    {
+    int iRet = xbsa_MarkCall(CALL_QUERY_OBJECT, lHandle);
+    if (iRet == BSA_RC_INVALID_CALL_SEQUENCE)
         TRACE("BSAQueryObject: Invalid calling sequence. Exiting.");
-        return BSA_RC_INVALID_CALL_SEQUENCE;
-    }
-    sGlobal.sSession.iLastCall |= CALL_QUERY_OBJECT;
-    if (!xbsa_IsHandle(lHandle))
-    {
-        TRACE("BSAQueryObject: invalid Handle. Exiting.");
-        return BSA_RC_INVALID_HANDLE;
-    }
+    if (iRet == BSA_RC_INVALID_HANDLE) TRACE("BSAQueryObject: invalid Handle. Exiting.");
+    if (iRet != BSA_RC_SUCCESS) return iRet;
     if (spQuery == nullptr)
     {
         TRACE("BSAQueryObject: queryDescriptorPtr is NULL. Exiting.");
@@ -31,27 +25,21 @@ static int CheckQuery(long lHandle, const BSA_QueryDescriptor *spQuery,
     return BSA_RC_SUCCESS;
 }
 
-// Nobody has looked: a tool that took this for "no match" would forget good copies.
-static int FailUnanswered()
-{
-    i_KeepMessage(0, "The COM utility did not answer the query.");
-    TRACE("BSAQueryObject: com_intf: failed.");
-    qab_ClearResults();
-    return BSA_RC_ABORT_SYSTEM_ERROR;
-}
-
 // Leaves the match in entry 0. An answer that names no saveset is no match: a copy id of 0, or an
-// earlier one, would restore something else.
+// earlier one, would restore something else. In strict mode silence is a failure: a tool that took it
+// for "no match" would forget good copies.
 static int AskUtility()
 {
     TRACE("BSAQueryObject: Calling olm_com_interface(COM_INFO)");
-    if (com_intf(COM_INFO, &sGlobal.sCOM) == -1)
+    int iRet = com_intf(COM_INFO, &sGlobal.sCOM);
+    bool bUnanswered = sPrivate.bStrict && !sPrivate.bAnswered;
+    if (iRet == -1 || bUnanswered)
     {
+        i_KeepMessage(0, "The COM utility did not answer the query."); // a refusal has kept its own
         TRACE("BSAQueryObject: com_intf: failed.");
         qab_ClearResults();
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
-    if (!sPrivate.bAnswered && sPrivate.bStrict) return FailUnanswered();
     if (sGlobal.sCOM.szSavesetID[0] == '\0') qab_ClearResults();
     if (sGlobal.spQueryResult[0] != nullptr) return BSA_RC_SUCCESS;
     TRACE("BSAQueryObject: No match.");
@@ -72,7 +60,7 @@ static void HandOverFirst(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescript
     spCaller->objectOwner = spQuery->objectOwner;
     spCaller->objectName = spQuery->objectName;
     TRACE("BSAQueryObject: releasing query result structure");
-    sPrivate.bResultSpent = true; // freed when the list is cleared: the host may write iQueryIndex
+    sPrivate.bResultSpent = true; // the next query uses it again
 }
 
 static int Query(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)

@@ -9,18 +9,15 @@ void BSASetTrace(BSA_TraceFunc fpExternalTraceFunc, char *cpExternLogFileName,
     sGlobal.vpExternalTraceFunc = fpExternalTraceFunc;
     sGlobal.ucXBSATraceLevel = ucTraceLevel;
 
-    if (cpExternLogFileName == nullptr)
+    const bool bNamed = cpExternLogFileName != nullptr;
+    if (bNamed && strcmp(cpExternLogFileName, "ENVIRONMENT") == 0) return;
+    if (!bNamed && (ucTraceLevel & (TRACE_TO_STDERR | TRACE_TO_LOG)) != 0)
     {
-        if ((ucTraceLevel & (TRACE_TO_STDERR | TRACE_TO_LOG)) == 0)
-        {
-            sGlobal.iReadTraceEnvironment = 0;
-            return;
-        }
         i_SetDefaultLogFileName();
         return;
     }
-    if (strcmp(cpExternLogFileName, "ENVIRONMENT") == 0) return;
-
     sGlobal.iReadTraceEnvironment = 0;
-    i_CopyField("BSASetTrace", sGlobal.szLogFile, sizeof sGlobal.szLogFile, cpExternLogFileName);
+    if (bNamed)
+        i_CopyField("BSASetTrace", sGlobal.szLogFile, sizeof sGlobal.szLogFile,
+                    cpExternLogFileName);
 }

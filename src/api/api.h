@@ -1,7 +1,7 @@
 // The exported calls, one per file: start line, checks in their order, the calls downwards, result line.
 //
 // Promises: a call that its checks reject touches no connection (BSAEndData alone says QUIT all the same),
-// every result is traced with its text, a null or unterminated argument is never followed.
+// a null argument is never followed, an unterminated one never read past its field.
 // Needs: session, data, com, record, trace, util. Nothing is above it but the backup tool.
 //
 //   BSA*.cpp               the calls
@@ -16,6 +16,9 @@
 
 // Marks a call as made. Returns BSA_RC_INVALID_CALL_SEQUENCE when it was made already (then nothing
 // is marked), BSA_RC_INVALID_HANDLE for a wrong handle (the call still counts as made), else 0.
+int xbsa_MarkCall(int iCallBit, long lHandle);
+
+// The same, traced.
 int xbsa_CheckCall(const char *cpFunction, int iCallBit, long lHandle);
 
 // Runs the utility to open session and job. Returns 0, or -1 when the utility refused. A utility

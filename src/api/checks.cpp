@@ -3,27 +3,23 @@
 
 #include <cstring>
 
-#include "record/record.h"
 #include "trace/trace.h"
 #include "util/util.h"
 
-enum
+int xbsa_MarkCall(int iCallBit, long lHandle)
 {
-    OWNER_TAG = 5 // characters before the value in an owner token, such as "user="
-};
+    if (sGlobal.sSession.iLastCall & iCallBit) return BSA_RC_INVALID_CALL_SEQUENCE;
+    sGlobal.sSession.iLastCall |= iCallBit;
+    return xbsa_IsHandle(lHandle) ? BSA_RC_SUCCESS : BSA_RC_INVALID_HANDLE;
+}
 
 int xbsa_CheckCall(const char *cpFunction, int iCallBit, long lHandle)
 {
-    if (sGlobal.sSession.iLastCall & iCallBit)
-    {
+    int iRet = xbsa_MarkCall(iCallBit, lHandle);
+    if (iRet == BSA_RC_INVALID_CALL_SEQUENCE)
         TRACE("%s: Invalid calling sequence. Exiting.", cpFunction);
-        return BSA_RC_INVALID_CALL_SEQUENCE;
-    }
-    sGlobal.sSession.iLastCall |= iCallBit;
-    if (xbsa_IsHandle(lHandle)) return BSA_RC_SUCCESS;
-
-    TRACE("%s: Invalid Handle. Exiting.", cpFunction);
-    return BSA_RC_INVALID_HANDLE;
+    if (iRet == BSA_RC_INVALID_HANDLE) TRACE("%s: Invalid Handle. Exiting.", cpFunction);
+    return iRet;
 }
 
 int xbsa_CheckStrict(int iMode)
@@ -42,7 +38,7 @@ int xbsa_OpenJob(ENUM_COM_TASK eTask)
     return iRet == -1 ? -1 : 0;
 }
 
-// The value behind the tag; empty when the token is missing or shorter than its tag.
+// The value after the tag; empty when the token is missing or shorter than its tag.
 static const char *TokenValue(const char *cpToken)
 {
     return cpToken != nullptr && strlen(cpToken) > OWNER_TAG ? cpToken + OWNER_TAG : "";

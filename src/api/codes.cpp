@@ -1,8 +1,8 @@
 // Return codes and their texts.
 #include "xbsa_session.h"
 
-// The names behind the rows are in xbsa.h; the order decides which text a shared number gets. The
-// look-up stops at the row of 0, so rows behind it are never reached and every unknown number reads
+// The names of the rows are in xbsa.h; the order decides which text a shared number gets. The
+// look-up stops at the row of 0, so rows after it are never reached and every unknown number reads
 // as success: log readers know it so.
 static const MsgTbl sQabErr[] = {
     {BSA_RC_ABORT_SYSTEM_ERROR, "System detected error, operation aborted."},

@@ -62,7 +62,6 @@ struct COM_RUN
     sigset_t sOldSet;              // mask to put back
     bool bMasked;                  // sOldSet is filled
     int iNumQueryLines;            // next entry of spQueryResult
-    bool bFound;                   // the utility was found
     int iRet;                      // result of the call
 };
 

@@ -5,11 +5,10 @@
 #include "record/record.h"
 #include "trace/trace.h"
 
-static int FailTask(COM_RUN *spRun)
+static void FailTask(COM_RUN *spRun)
 {
     sGlobal.sObject.sSMS.iOpStatus = OP_STATUS_FAILED;
     spRun->iRet = -1;
-    return spRun->iRet;
 }
 
 static bool IsOpen(ENUM_COM_TASK eTask)
@@ -20,11 +19,6 @@ static bool IsOpen(ENUM_COM_TASK eTask)
 static bool IsClose(ENUM_COM_TASK eTask)
 {
     return eTask == COM_CLOSE_WRITE || eTask == COM_CLOSE_READ;
-}
-
-static bool IsSessionStep(const COM_RUN *spRun)
-{
-    return spRun->spStep != nullptr && spRun->spStep->iStep == COM_STEP_OPEN_SESSION;
 }
 
 // Names of an earlier object must not survive into an open: an answer without them would store this
@@ -91,15 +85,9 @@ static bool TakeNextStep(COM_RUN *spRun)
 static void ForgetEndedJob(const COM_RUN *spRun)
 {
     if (!sPrivate.bStrict || spRun->spInput == nullptr) return;
-    if (IsSessionStep(spRun) && spRun->iRet != 0) spRun->spInput->szSessionID[0] = '\0';
+    bool bSession = spRun->spStep != nullptr && spRun->spStep->iStep == COM_STEP_OPEN_SESSION;
+    if (bSession && spRun->iRet != 0) spRun->spInput->szSessionID[0] = '\0';
     if (IsClose(spRun->eTask)) spRun->spInput->iOpenJobStarted = 0;
-}
-
-static void TraceStep(const COM_RUN *spRun)
-{
-    if (!IsOpen(spRun->eTask) && !IsClose(spRun->eTask)) return;
-    TRACE("com_intf: COM interface step: [%d - %s].", static_cast<int>(spRun->eTask),
-          com_step_keyword(spRun->spStep->iStep));
 }
 
 // Makes the command line of this pass. A task that is none, or one without an input, runs the bare
@@ -109,7 +97,9 @@ static bool MakeCommand(COM_RUN *spRun)
     const bool bValid = spRun->spStep != nullptr;
     if (bValid)
     {
-        TraceStep(spRun);
+        if (spRun->spStep->iStep != COM_STEP_INIT)
+            TRACE("com_intf: COM interface step: [%d - %s].", static_cast<int>(spRun->eTask),
+                  com_step_keyword(spRun->spStep->iStep));
         if (spRun->spStep->fpPrepare != nullptr && !spRun->spStep->fpPrepare(spRun)) return false;
     }
     com_BeginLine(spRun);
@@ -141,17 +131,18 @@ static int RunTask(COM_RUN *spRun)
 {
     unsigned int uiExeSize = sizeof spRun->szExe;
     TRACE("com_intf: Searching COM Interface utility...");
-    spRun->bFound = find_com_intf(spRun->szExe, &uiExeSize) == 0;
-    if (spRun->bFound)
+    const bool bFound = find_com_intf(spRun->szExe, &uiExeSize) == 0;
+    if (bFound)
     {
         TRACE("com_intf: COM utility executable: [%s]", spRun->szExe);
         while (RunPass(spRun))
         {
         }
         com_FinishRun(spRun);
+        TRACE("com_intf: <<<<< Exiting COM section >>>>>");
     }
     ForgetEndedJob(spRun);
-    return spRun->bFound ? spRun->iRet : 1;
+    return bFound ? spRun->iRet : 1;
 }
 
 static COM_RUN *NewRun(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
@@ -176,15 +167,12 @@ int com_intf(ENUM_COM_TASK I_enumCOMTask, STUCT_COM_INPUT *I_spCOMInput)
     COM_RUN *spRun = NewRun(I_enumCOMTask, I_spCOMInput);
     char *bypBuff = static_cast<char *>(x_Malloc(XBSA_COM_ANSWER + 1));
     int iRet = 1;
-    bool bFound = false;
     if (spRun != nullptr && bypBuff != nullptr)
     {
         spRun->bypBuff = bypBuff;
         iRet = RunTask(spRun);
-        bFound = spRun->bFound;
     }
     x_Free(bypBuff);
     x_Free(spRun);
-    if (bFound) TRACE("com_intf: <<<<< Exiting COM section >>>>>");
     return iRet;
 }

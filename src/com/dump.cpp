@@ -1,4 +1,4 @@
-// The utility's answer in the trace, without the password that may stand in it.
+// The utility's answer in the trace, without the password that it may contain.
 #include <cstdio>
 #include <cstring>
 
@@ -14,7 +14,7 @@ void DumpTraceAdapter(char *cpDumpLine)
     COM_trace(szLine);
 }
 
-// The fourth item of a host text and all behind it. The key is found in any letter case
+// The fourth item of a host text and everything after it. The key is found in any letter case
 // and anywhere in the line: a line that is not accepted is traced all the same.
 char *com_FindPassword(char *cpLine)
 {

@@ -6,7 +6,7 @@
 
 static void AppendByte(COM_LINE *spLine, char cByte)
 {
-    // the redirection must find room behind every line
+    // the redirection must fit after every line
     if (spLine->uLength + sizeof COM_REDIRECTION >= sizeof spLine->szText) spLine->bFits = false;
     if (!spLine->bFits) return;
     spLine->szText[spLine->uLength++] = cByte;

@@ -116,7 +116,7 @@ static int RejectFormat()
     return 1;
 }
 
-// The first keyword that the line begins with; null for a line that is none of ours.
+// The first keyword that the line begins with; null for a line with no key of ours.
 static const COM_KEY *FindKey(const char *cpLine)
 {
     for (const COM_KEY &sKey : asKeys)

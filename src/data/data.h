@@ -7,7 +7,7 @@
 //
 //   listener made         data_SetKeepAlive      inherited by the connection
 //   150 was read          data_Accept            or a refusal, the end, a time-out
-//   store                 data_ResetIfWeDie      until the orderly end
+//   store                 x_ResetAtClose         until the orderly end
 //   blocks                data_Send, data_SendOn, data_Receive
 //   end of a good store   data_EndOrderly, then close
 //   end of a broken one   x_Reset, then close
@@ -38,9 +38,6 @@ enum
 // Returns the data socket, the caller's, or one of the two values above.
 int data_Accept(int hListener, int SControl, bool (*fpRefuses)(const char *szReply),
                 const char *cpFunction);
-
-// Makes the end of this process a reset.
-void data_ResetIfWeDie(int hData);
 
 // One send of the rest of a block.
 inline ssize_t data_Send(const BSA_DataBlock *spBlock, size_t uSent)

@@ -28,12 +28,6 @@ int xbsaDSopt(int, ENUM_DIRECTION)
     return 0;
 }
 
-// To a server the plain end of the data connection means a complete object.
-void data_ResetIfWeDie(int hData)
-{
-    x_ResetAtClose(hData);
-}
-
 bool data_EndOrderly(int hData)
 {
     struct linger sOrderly = {0, 0};

@@ -74,7 +74,7 @@ typedef struct
     // the utility
     bool bAnswered;                 // its last task got a positive answer
     BSA_ObjectDescriptor *spResult; // query result of our own making; null for none
-    bool bResultSpent;              // it was handed out
+    bool bResultSpent;              // it was handed out, or the list was emptied
 
     TRACE_STATE sTrace;
 } _sPrivate;
@@ -144,7 +144,7 @@ void xbsa_ForgetSession();
 // Makes an empty query result. Returns null without memory.
 BSA_ObjectDescriptor *qab_NewResult();
 
-// Empties the list, and frees our own result unless it is out of reach.
+// Empties the list.
 void qab_ClearResults();
 
 #endif

@@ -1,37 +1,43 @@
 // The memory of a query result. The record's list is the caller's to read and to write.
+//
+// One block serves every query of the process: a caller that puts an earlier copy of the record back
+// finds it still there.
 #include <cstring>
 
 #include "record/record.h"
 
-// A result that was never handed out is freed only while the record still leads to it: a caller
-// that took it out has it.
-static void FreeResult()
+// A result that was never handed out and to which the record does not lead any more is the caller's,
+// who took it out. Any other block is ours to use again.
+static void TakeBackResult()
 {
-    bool bReached = sPrivate.bResultSpent;
+    bool bOurs = sPrivate.bResultSpent;
     for (const BSA_ObjectDescriptor *spEntry : sGlobal.spQueryResult)
     {
-        if (spEntry == sPrivate.spResult) bReached = true;
+        if (spEntry == sPrivate.spResult) bOurs = true;
     }
-    if (bReached) x_Free(sPrivate.spResult);
-    sPrivate.spResult = nullptr;
+    if (!bOurs) sPrivate.spResult = nullptr;
+    sPrivate.bResultSpent = true;
 }
 
 BSA_ObjectDescriptor *qab_NewResult()
 {
-    FreeResult();
-    sPrivate.spResult = static_cast<BSA_ObjectDescriptor *>(x_Malloc(sizeof(BSA_ObjectDescriptor)));
+    TakeBackResult();
+    void *vpBlock = sPrivate.spResult;
+    if (vpBlock == nullptr) vpBlock = x_Malloc(sizeof(BSA_ObjectDescriptor));
+    sPrivate.spResult = static_cast<BSA_ObjectDescriptor *>(vpBlock);
     sPrivate.bResultSpent = false;
-    if (sPrivate.spResult != nullptr) memset(sPrivate.spResult, 0, sizeof *sPrivate.spResult);
+    if (vpBlock != nullptr) memset(vpBlock, 0, sizeof(BSA_ObjectDescriptor));
     return sPrivate.spResult;
 }
 
 void qab_ClearResults()
 {
-    FreeResult();
+    TakeBackResult();
     for (BSA_ObjectDescriptor *&spEntry : sGlobal.spQueryResult) spEntry = nullptr;
 }
 
 __attribute__((destructor)) static void UnloadResult()
 {
-    FreeResult();
+    TakeBackResult();
+    x_Free(sPrivate.spResult);
 }

@@ -36,7 +36,7 @@ static int ResolveHost(struct in_addr *spAddress)
 }
 
 // Completes a connect that a signal interrupted. A wait that runs out counts as connected. A server
-// that greets at once makes the socket readable too, so SO_ERROR tells it from a refusal.
+// that greets at once makes the socket readable too, so SO_ERROR distinguishes it from a refusal.
 static int AwaitConnect(int hSocket)
 {
     struct pollfd sPoll = {hSocket, POLLIN | POLLOUT, 0};

@@ -1,5 +1,4 @@
 // The login identity: which account on which host is logging in.
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <netdb.h>
@@ -10,8 +9,6 @@
 
 #include "trace/trace.h"
 #include "util/util.h"
-
-static const char szServiceUser[] = "sms";
 
 enum
 {
@@ -93,16 +90,16 @@ static int AppendHost(char *cpIdentity, const char *cpHost)
 }
 
 // A room equal to the length is accepted and then holds no terminator.
-static int HandOverIdentity(const char *cpIdentity, char *cpPassword, unsigned int *uipPasswordLen)
+static int HandOver(const char *cpWhat, const char *cpText, char *cpRoom, unsigned int *uipRoom)
 {
-    size_t uLength = strlen(cpIdentity);
-    if (*uipPasswordLen < uLength)
+    size_t uLength = strlen(cpText);
+    if (*uipRoom < uLength)
     {
-        TRACE("make_KORVA_authentication: Password container to small.");
+        TRACE("make_KORVA_authentication: %s container to small.", cpWhat);
         return -1;
     }
-    memcpy(cpPassword, cpIdentity, *uipPasswordLen > uLength ? uLength + 1 : uLength);
-    *uipPasswordLen = static_cast<unsigned int>(uLength);
+    memcpy(cpRoom, cpText, *uipRoom > uLength ? uLength + 1 : uLength);
+    *uipRoom = static_cast<unsigned int>(uLength);
     return 0;
 }
 
@@ -120,20 +117,13 @@ static int MakePassword(int hSocket, char *cpIdentity)
 int make_KORVA_authentication(int hSocket, char *cpUser, unsigned int *uipUserLen, char *cpPassword,
                               unsigned int *uipPasswordLen)
 {
-    const unsigned int uUser = sizeof szServiceUser - 1;
-    if (*uipUserLen < uUser)
-    {
-        TRACE("make_KORVA_authentication: Username container to small.");
-        return -1;
-    }
-    memcpy(cpUser, szServiceUser, *uipUserLen > uUser ? uUser + 1 : uUser);
-    *uipUserLen = uUser;
+    if (HandOver("Username", "sms", cpUser, uipUserLen) == -1) return -1;
 
     char *cpIdentity = static_cast<char *>(x_Malloc(IDENTITY_SIZE));
     if (cpIdentity == nullptr) return -1;
     cpIdentity[0] = '\0';
     int iRet = MakePassword(hSocket, cpIdentity);
-    if (iRet == 0) iRet = HandOverIdentity(cpIdentity, cpPassword, uipPasswordLen);
+    if (iRet == 0) iRet = HandOver("Password", cpIdentity, cpPassword, uipPasswordLen);
     x_Free(cpIdentity);
     return iRet;
 }

@@ -119,7 +119,6 @@ int xbsa_open(int iMode)
     int hData = spWork != nullptr ? OpenConversation(spWork) : -1;
     if (hData == -1) CloseFailedJob(iMode);
     StoreTransfer(hData, iMode);
-    if (spWork != nullptr) memset(spWork->szSlots[SLOT_PASS], 0, XBSA_REPLY_SIZE);
     x_Free(spWork);
     return hData;
 }

@@ -14,7 +14,7 @@
 enum
 {
     NEXT_COMMAND, // go on with the next slot
-    STOP_SEQUENCE // the result stands
+    STOP_SEQUENCE // the result is final
 };
 
 enum
@@ -77,52 +77,42 @@ static int PlayPlain(OPEN_WORK *spWork)
     return ReadReply(spWork);
 }
 
-// The first word after the verb, ending at a blank, as callers of old have it; strict mode takes
-// the whole name, which is what the store of the same object sent.
-static void TakeRetrieveName(const OPEN_WORK *spWork, char *cpName)
+// The first word after the verb.
+static char *TakeWord(OPEN_WORK *spWork)
 {
-    const char *cpRest = spWork->szPlain + strlen("RETR ");
-    if (sPrivate.bStrict)
-    {
-        x_CopyText(cpName, XBSA_REPLY_SIZE, cpRest);
-        return;
-    }
-    cpRest += strspn(cpRest, " ");
-    x_CopyText(cpName, XBSA_REPLY_SIZE, cpRest, strcspn(cpRest, " "));
+    char *cpWord = spWork->szPlain + VERB_LENGTH;
+    cpWord += strspn(cpWord, " ");
+    cpWord[strcspn(cpWord, " ")] = '\0';
+    return cpWord;
 }
 
+static int EndPlay(const OPEN_WORK *spWork, ENUM_DIRECTION eDirection)
+{
+    if (spWork->SData == -1) return NEXT_COMMAND;
+    xbsaDSopt(spWork->SData, eDirection);
+    return STOP_SEQUENCE;
+}
+
+// A name with a blank ends there, as existing callers expect. Strict mode takes the whole name,
+// which is what the store of the same object sent.
 static int PlayRetrieve(OPEN_WORK *spWork)
 {
-    char *cpName = static_cast<char *>(x_Malloc(XBSA_REPLY_SIZE));
-    if (cpName == nullptr)
-    {
-        i_KeepMessage(0, "Not enough memory for the transfer.");
-        TRACE("xbsa_open: malloc() return NULL. Not enough space.");
-        return STOP_SEQUENCE;
-    }
-    TakeRetrieveName(spWork, cpName);
+    char *cpName = sPrivate.bStrict ? spWork->szPlain + strlen("RETR ") : TakeWord(spWork);
     spWork->SData = stpc_retr(cpName, xbsa_ControlSocket());
-    x_Free(cpName);
-    if (spWork->SData == -1) return NEXT_COMMAND;
-    xbsaDSopt(spWork->SData, RETR_MODE);
-    return STOP_SEQUENCE;
+    return EndPlay(spWork, RETR_MODE);
 }
 
 static int PlayStore(OPEN_WORK *spWork)
 {
     spWork->SData = stpc_stor(spWork->szPlain + strlen("STOR "), xbsa_ControlSocket());
-    if (spWork->SData == -1) return NEXT_COMMAND;
-    xbsaDSopt(spWork->SData, STOR_MODE);
-    return STOP_SEQUENCE;
+    return EndPlay(spWork, STOR_MODE);
 }
 
 // The prepared list never holds LIST; this serves a list that does.
 static int PlayList(OPEN_WORK *spWork)
 {
-    char *cpFolder = spWork->szPlain + VERB_LENGTH;
-    cpFolder += strspn(cpFolder, " ");
-    cpFolder[strcspn(cpFolder, " ")] = '\0';
     static char szHere[] = ".";
+    char *cpFolder = TakeWord(spWork);
     spWork->SData = stpc_list(*cpFolder != '\0' ? cpFolder : szHere, xbsa_ControlSocket());
     return spWork->SData == -1 ? NEXT_COMMAND : STOP_SEQUENCE;
 }

@@ -2,7 +2,7 @@
 //
 // Promises: after a successful open the data connection is there and the record knows both; after a
 // failed one the job is closed as failed and nothing was stored under a wrong name. The end always says
-// QUIT, whatever happened before. A step that a caller may fetch the reason of keeps a last message.
+// QUIT, whatever happened before. A failure keeps a last message.
 // Needs: stpc, data, com (a failed open and the end close the job), record, trace, util.
 //
 //   connect.cpp    the control connection and its options

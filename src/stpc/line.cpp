@@ -13,13 +13,8 @@ static int ReceiveBytes(int SControl, char *cpPiece, int iPiece, int iRecvOpt)
                static_cast<unsigned int>(SControl), static_cast<void *>(cpPiece),
                static_cast<unsigned int>(iPiece), static_cast<unsigned int>(iRecvOpt));
     int iRet = static_cast<int>(recv(SControl, cpPiece, static_cast<size_t>(iPiece), iRecvOpt));
-    if (iRet == -1)
-    {
-        unsigned long ulError = GetSockErrCode();
-        TRACE_CALL("stpc_recv: recv() return: %u", static_cast<unsigned int>(iRet));
-        return i_Fail("stpc_recv", ulError, "recv() failed.");
-    }
     TRACE_CALL("stpc_recv: recv() return: %u", static_cast<unsigned int>(iRet));
+    if (iRet == -1) return i_Fail("stpc_recv", GetSockErrCode(), "recv() failed.");
     return iRet;
 }
 
@@ -146,12 +141,11 @@ int stpc_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt)
         if (bTrace) TraceSend(SControl, szMessage, iRest, bSecret, iSendOpt);
         int iFlags = iSendOpt | MSG_NOSIGNAL;
         int iRet = static_cast<int>(send(SControl, szMessage, static_cast<size_t>(iRest), iFlags));
-        unsigned long ulError = GetSockErrCode();
         TRACE_CALL("stpc_send: send() return: %i", iRet);
         if (iRet >= iRest) return iRet;
 
         TRACE_CALL("stpc_send: done send()...");
-        if (iRet == -1) return i_Fail("stpc_send", ulError, "send() failed.");
+        if (iRet == -1) return i_Fail("stpc_send", GetSockErrCode(), "send() failed.");
         if (iRet == 0) return 0; // no progress: a caller takes it for the failure that it is
         szMessage += iRet;
         iRest -= iRet;

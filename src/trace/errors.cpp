@@ -7,7 +7,6 @@
 #include "trace/messages.h"
 #include "trace/trace.h"
 #include "util/util.h"
-#include "xbsa_session.h"
 
 // Kinds of number that the formatters are given.
 enum
@@ -139,7 +138,7 @@ static const char *SecondSystemText(unsigned long ulNumber, int iErrFlag)
     }
 }
 
-// Ends a non-empty text with one full stop in place of trailing blanks and line ends.
+// Ends a non-empty text with one full stop instead of trailing blanks and line ends.
 static void CloseSentence(char *cpText, size_t uSize)
 {
     size_t uLength = strlen(cpText);

@@ -2,7 +2,6 @@
 #include "trace/log.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/capability.h>

@@ -5,11 +5,6 @@
 #include "trace/trace.h"
 #include "util/util.h"
 
-enum
-{
-    OWNER_TAG = 5 // characters before the value in an owner token
-};
-
 void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner)
 {
     x_CopyText(cpMasked, uSize, cpOwner, sizeof(((BSA_ObjectOwner *)nullptr)->bsa_ObjectOwner));
@@ -30,7 +25,7 @@ static bool IsLetterOrDigit(char cByte)
            (cByte >= 'a' && cByte <= 'z');
 }
 
-// The next place after cpText where the password is a word of its own: "pass" is no secret in
+// The next place after cpText where the password is a word of its own: "pass" is not the secret in
 // "password". Null for none.
 static char *FindSecret(char *cpText, const char *cpSecret)
 {

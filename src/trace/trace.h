@@ -18,6 +18,11 @@
 // Shown instead of a password.
 #define TRACE_SECRET "********"
 
+enum
+{
+    OWNER_TAG = 5 // characters before the value in an owner token, such as "user="
+};
+
 inline int i_Verbosity()
 {
     return sGlobal.ucXBSATraceLevel & TRACE_VERBOSITY;

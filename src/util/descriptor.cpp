@@ -27,7 +27,6 @@ bool x_Identify(int hDescriptor, FILE_ID *spFile)
 #endif
     spFile->ullDevice = sStat.st_dev;
     spFile->ullInode = sStat.st_ino;
-    spFile->llSize = sStat.st_size;
     spFile->bRegular = S_ISREG(sStat.st_mode);
     spFile->bSocket = S_ISSOCK(sStat.st_mode);
     return lRet == 0;

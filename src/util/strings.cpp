@@ -38,7 +38,7 @@ int x_MatchKeyword(const char *cpInput, const char *cpKeyword, int iMinLen, cons
     return uIndex >= uMinimum;
 }
 
-// The terminator goes back to the old end of the text, not behind the moved part: " ab" becomes
+// The terminator goes back to the old end of the text, not after the moved part: " ab" becomes
 // "abb". Callers that need a clean text step over leading spaces first.
 char *x_LTrim(char *cpString)
 {

@@ -18,7 +18,7 @@ int x_CopyText(char *cpTarget, size_t uSize, const char *cpText, size_t uMaxLeng
 // The same for a terminated text.
 int x_CopyText(char *cpTarget, size_t uSize, const char *cpText);
 
-// atoi that stops at the limits of an int instead of wrapping: 4294967317 is no port 21.
+// atoi that stops at the limits of an int instead of wrapping: 4294967317 is not port 21.
 int x_Number(const char *cpText);
 
 // Whether the text holds a control character (CR and LF among them).
@@ -34,8 +34,7 @@ typedef struct
 {
     unsigned long long ullDevice;
     unsigned long long ullInode;
-    long long llSize; // bytes, of a regular file
-    bool bRegular;    // a regular file
+    bool bRegular; // a regular file
     bool bSocket;
 } FILE_ID;
 

@@ -39,16 +39,17 @@ std::string LinkText(const CDescriptor &I_sLink, uid_t I_uOwner, const std::stri
     return std::string(szText.data(), static_cast<size_t>(iLength));
 }
 
-// In a folder that everybody may write, the kernel protects others from a name that was there
-// before only when it is opened to be created.
+// Of what others put there the kernel protects us in some of these folders alone, as its settings
+// say, and only when a name is opened to be created.
 void RefusePlanted(int I_iFolder, uid_t I_uOwner, const std::string &I_strShown)
 {
     STAT sFolder{};
     if (fstat(I_iFolder, &sFolder) != 0) throw SystemFailure(I_strShown);
-    const bool bShared = (sFolder.st_mode & S_ISVTX) != 0 && (sFolder.st_mode & S_IWOTH) != 0;
+    const bool bGroup = (sFolder.st_mode & S_ISVTX) != 0 && (sFolder.st_mode & S_IWGRP) != 0;
+    const bool bShared = bGroup || (sFolder.st_mode & S_IWOTH) != 0;
     if (bShared && I_uOwner != geteuid() && I_uOwner != sFolder.st_uid)
         throw FAILURE(I_strShown + " belongs to another account (" + std::to_string(I_uOwner) +
-                      "), in a folder that everybody may write: take another name or folder");
+                      "), in a folder that others may write: take another name or folder");
 }
 
 // Takes the next part off the path. What is left begins with a slash, or is empty.
@@ -94,8 +95,8 @@ class CWalk
         if (sEntry.Get() == -1) throw SystemFailure(strShown);
         const STAT sStatus = StatusOf(sEntry, strShown);
         if (S_ISLNK(sStatus.st_mode)) return Follow(sEntry, sStatus.st_uid);
-        if (strLeft.empty()) RefusePlanted(sFolder.Get(), sStatus.st_uid, strShown);
-        else sFolder = std::move(sEntry);
+        RefusePlanted(sFolder.Get(), sStatus.st_uid, strShown);
+        if (!strLeft.empty()) sFolder = std::move(sEntry);
         return strLeft.empty();
     }
 
@@ -118,14 +119,19 @@ class CWalk
 std::optional<struct stat> TARGET::Status() const
 {
     STAT sStatus{};
-    if (fstatat(Folder(), strName.c_str(), &sStatus, AT_SYMLINK_NOFOLLOW) == 0) return sStatus;
-    if (errno != ENOENT) throw SystemFailure(strShown);
-    return {};
+    const bool bThere = fstatat(Folder(), strName.c_str(), &sStatus, AT_SYMLINK_NOFOLLOW) == 0;
+    if (!bThere && errno == ENOENT) return {};
+    if (!bThere) throw SystemFailure(strShown);
+    RefusePlanted(Folder(), sStatus.st_uid, strShown);
+    return sStatus;
 }
 
 int TARGET::Open(int I_iFlags, mode_t I_uMode) const
 {
-    return openat(Folder(), strName.c_str(), I_iFlags | O_NOFOLLOW | O_CLOEXEC, I_uMode);
+    CDescriptor sFile(
+        openat(Folder(), strName.c_str(), I_iFlags | O_NOFOLLOW | O_CLOEXEC, I_uMode));
+    if (sFile.Get() != -1) RefusePlanted(Folder(), StatusOf(sFile, strShown).st_uid, strShown);
+    return sFile.Release();
 }
 
 void TARGET::SyncFolder() const

@@ -22,10 +22,11 @@ struct TARGET
         return spFolder->Get();
     }
 
-    // Of the name itself, also when it is a link; nothing when it does not exist. Throws FAILURE.
+    // Of the name itself, also when it is a link; nothing when it does not exist. Throws FAILURE,
+    // also for what somebody else put there after target_Find.
     std::optional<struct stat> Status() const;
 
-    // Opens the name itself: a link fails with ELOOP. -1 with errno.
+    // Opens the name itself: a link fails with ELOOP. -1 with errno. Throws FAILURE as above.
     int Open(int I_iFlags, mode_t I_uMode = 0) const;
 
     // Makes a rename in the folder last.
@@ -33,7 +34,8 @@ struct TARGET
 };
 
 // Follows links that belong to this account or to root. Throws FAILURE for a link of anybody else,
-// and for what somebody else put into a folder like /tmp.
+// and for what somebody else put into a folder that others may write, like /tmp: in one with a
+// sticky bit its group, else everybody.
 TARGET target_Find(const std::string &I_strFile);
 
 #endif

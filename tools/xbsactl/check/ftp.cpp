@@ -160,9 +160,10 @@ std::vector<std::string> CFtp::Uninvited()
 {
     std::vector<std::string> vecLines;
     const CLOCK::time_point sEnd = CLOCK::now() + std::chrono::milliseconds(AFTERTHOUGHT);
+    const CLOCK::time_point sLast = CLOCK::now() + sBound; // of all lines: each may be cut
     while (vecLines.size() < MOST_LINES &&
            (!strInput.empty() || Await(sControl.Get(), POLLIN, sEnd)))
-        vecLines.push_back(Line(CLOCK::now() + sBound));
+        vecLines.push_back(Line(sLast));
     return vecLines;
 }
 

@@ -84,7 +84,7 @@ void setupguest_WarnOfClosedPath(const std::string &I_strLibrary)
         };
         const mode_t uNeeded = uSlash == std::string::npos ? S_IROTH : S_IXOTH;
         if (stat(strPath.c_str(), &sStat) == 0 && (sStat.st_mode & uNeeded) == 0)
-            std::cout << "# " << strPath
+            std::cout << "# " << Printable(strPath)
                       << " is not open to every account: see that the database's "
                       << "account can read the library\n";
         if (uSlash == std::string::npos) return;

@@ -4,12 +4,15 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <iostream>
+#include <vector>
 
 #include "base/errors.h"
 #include "setup/text.h"
+#include "setup/way.h"
 
 namespace
 {
@@ -43,7 +46,7 @@ std::string FolderName(std::string I_strFolder)
     while (I_strFolder.size() > 1 && I_strFolder.back() == '/') I_strFolder.pop_back();
     if (I_strFolder.empty() || I_strFolder.front() != '/')
         throw USAGE_ERROR("--informixdir is no absolute path");
-    if (HasControlCharacter(I_strFolder) ||
+    if (Visible(I_strFolder) != I_strFolder ||
         I_strFolder.find_first_of("'\"*?[\\") != std::string::npos)
         throw USAGE_ERROR("--informixdir holds a quote, a pattern or a control character");
     return I_strFolder;
@@ -76,6 +79,13 @@ STAT OnconfigStatus(const PLACE &I_sPlace)
     return *sStatus;
 }
 
+STAT StatusOf(const CDescriptor &I_sFolder, const std::string &I_strFolder)
+{
+    STAT sStatus{};
+    if (fstat(I_sFolder.Get(), &sStatus) != 0) throw SystemFailure(I_strFolder);
+    return sStatus;
+}
+
 // Whoever may write a folder may put a file of root's there, or take one away.
 bool IsRootsOnly(const CDescriptor &I_sFolder)
 {
@@ -83,6 +93,20 @@ bool IsRootsOnly(const CDescriptor &I_sFolder)
     if (fstat(I_sFolder.Get(), &sStatus) != 0) return false;
     const bool bGroup = (sStatus.st_mode & S_IWGRP) != 0 && sStatus.st_gid != 0;
     return sStatus.st_uid == 0 && !bGroup && (sStatus.st_mode & S_IWOTH) == 0;
+}
+
+// The group, when the account is in it, else the account's own: a file that root made and gave away
+// has root's group still. For an account without a name it is all that is known.
+gid_t GroupOf(uid_t I_uAccount, gid_t I_uGroup)
+{
+    const passwd *spAccount = getpwuid(I_uAccount);
+    if (spAccount == nullptr) return I_uGroup;
+    int iGroups = 1 << 16; // the most that the system gives a process
+    std::vector<gid_t> vecGroups(static_cast<size_t>(iGroups));
+    iGroups = getgrouplist(spAccount->pw_name, spAccount->pw_gid, vecGroups.data(), &iGroups);
+    vecGroups.resize(static_cast<size_t>(std::max(iGroups, 0)));
+    const bool bIn = std::find(vecGroups.begin(), vecGroups.end(), I_uGroup) != vecGroups.end();
+    return bIn ? I_uGroup : spAccount->pw_gid;
 }
 
 // For good, so that the library which is loaded later, and may be the account's own, cannot undo it.
@@ -101,10 +125,16 @@ void TakeAccount(const PLACE &I_sPlace, const CDescriptor &I_sFolder)
     const STAT sStatus = OnconfigStatus(I_sPlace);
     const std::string strFile = place_Path(I_sPlace, I_sPlace.strOnconfig);
     if (geteuid() != 0) return;
+    way_CheckLinks(I_sPlace.strFolder, StatusOf(I_sFolder, I_sPlace.strFolder).st_uid);
     if (sStatus.st_uid != 0)
     {
+        if (GroupOf(sStatus.st_uid, sStatus.st_gid) != sStatus.st_gid)
+            throw FAILURE(strFile + " has the group " + GroupName(sStatus.st_gid) + ", which " +
+                          AccountName(sStatus.st_uid) +
+                          " is not in: give it one of this account's groups first (chgrp)");
         Become(sStatus.st_uid, sStatus.st_gid);
-        std::cout << "# As " << AccountName(sStatus.st_uid) << ", who owns " << strFile << '\n';
+        std::cout << "# As " << AccountName(sStatus.st_uid) << ", who owns " << Printable(strFile)
+                  << '\n';
         return;
     }
     if (!IsRootsOnly(I_sFolder) || !IsRootsOnly(*I_sPlace.spEtc))
@@ -149,12 +179,12 @@ std::string place_Rotation(const SETTINGS &I_sSettings)
 {
     const std::string strFolder = FolderName(I_sSettings.strInformixDir);
     const auto spFolder = OpenFolder(AT_FDCWD, strFolder, strFolder);
-    STAT sStatus{};
-    if (spFolder == nullptr || fstat(spFolder->Get(), &sStatus) != 0)
-        throw FAILURE(strFolder + " does not exist");
+    if (spFolder == nullptr) throw FAILURE(strFolder + " does not exist");
+    const STAT sStatus = StatusOf(*spFolder, strFolder);
     if (sStatus.st_uid == 0 && !IsRootsOnly(*spFolder))
         throw FAILURE(strFolder + " is root's, but others may write it: logrotate would work there "
                                   "with root's rights");
-    return setuptext_Logrotate(strFolder,
-                               AccountName(sStatus.st_uid) + " " + GroupName(sStatus.st_gid));
+    way_CheckAll(strFolder, sStatus.st_uid); // logrotate walks it again, as this account
+    return setuptext_Logrotate(strFolder, AccountName(sStatus.st_uid) + " " +
+                                              GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)));
 }
