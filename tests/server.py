@@ -37,7 +37,6 @@ class Server:
         self.control = self.data = self.target = self.name = self.verb = None
 
     def forget(self):
-        """Closes what a forked client has no business with."""
         self.listener.close()
 
     def serve(self, done):
@@ -47,7 +46,6 @@ class Server:
             raise TimeoutError
 
     def verbs(self):
-        """The commands of each connection, without their arguments."""
         return [" ".join(line.split(" ")[0] for line in lines) for lines in self.heard]
 
     def _converse(self):

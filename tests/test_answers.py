@@ -7,8 +7,7 @@ from test_com import Utility, answers, setUpModule, start  # pylint: disable=unu
 from xbsa import SANITIZED, STRICT, run, write_plain
 
 STRIDE = 1 if os.environ.get("XBSA_TORTURE") == "all" else 13 if SANITIZED else 5
-OPENED, REFUSED = [0, 0, 0], [3]
-HEAD = b"reply=OK\n"
+HEAD, OPENED, REFUSED = b"reply=OK\n", [0, 0, 0], [3]
 ANY = None  # a success or a clear failure; what decides is in the value
 
 # Answers from the file of its verb, and then does what another file says.

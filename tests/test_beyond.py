@@ -58,8 +58,7 @@ class Remote:
         folder = make_folder(test)
         self.switch, self.bucket = folder + "/fault", folder + "/bucket"
         os.environ["RCLONE_FAULT"] = self.switch
-        for name in "reached", "go":
-            os.mkfifo(f"{self.switch}.{name}")
+        _ = os.mkfifo(self.switch + ".reached"), os.mkfifo(self.switch + ".go")
         self.fault("")
 
     def fault(self, name):
@@ -143,7 +142,6 @@ class OnRclone(Rig, unittest.TestCase):
         self.assert_left("good", "good")
 
     def test_refused(self):
-        """What cannot work is told at the start, without a secret."""
         for options, reason in (
                 ("--store rclone:a:b", "rclone is missing"), ("--store rclone:a", "rclone:REMOTE:PATH"),
                 ("--catalogue postgresql://me@h/d", "needs --store"),

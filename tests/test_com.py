@@ -11,7 +11,7 @@ import unittest
 import inifile
 from server import Server
 from test_calls import call
-from xbsa import (STRICT, Descriptor, Name, Query, descriptor, in_mode, make_folder, read_text,
+from xbsa import (STRICT, Descriptor, Name, Query, both_modes, descriptor, make_folder, read_text,
                   run, write_plain)
 
 os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
@@ -99,7 +99,6 @@ HOSTILE = [";>c;", "`>c`", "$(>c)", "\n>c\n", "'>c;'", "\">c\"", "|>c", "&>c&", 
 
 
 def expected(task, values, options, started):
-    """The command lines behind the path as they are traced, and as the utility gets them."""
     direction, passes = TASKS[task]
     saveset = values["szSavesetID"] if task != 2 else "4294967295"
     if task in (3, 4) and values["szRestoreID"]:
@@ -229,9 +228,8 @@ class Runs(unittest.TestCase):
 
     def test_no_input(self):
         utility = Utility(self)
-        got = run(lambda x: [x.com_intf(task, None) for task in (0, 6, 7, 1, 2, 3, 4, 5)])
-        self.assertEqual((got.value[:3], 0 in got.value), ([1, 1, 1], False))
-        self.assertEqual(set(utility.arguments()) - {""}, set())
+        got = run(lambda x: [x.com_intf(task, None) for task in (0, 6, 7, 1, 2, 3, 4, 5)]).value
+        self.assertEqual((got[:3], 0 in got, set(utility.arguments()) - {""}), ([1, 1, 1], False, set()))
 
     def test_sizes(self):
         for size in 32767, 32768, 100000:
@@ -430,15 +428,13 @@ QUERIES = [
 
 class Queries(unittest.TestCase):
     def test_queries(self):
-        """What is found once is never handed out again, a failed query leaves nothing."""
-        for actions, cell in QUERIES:
-            for strict in "01":
-                with self.subTest(actions, strict=strict):
-                    utility, want = Utility(self), in_mode(strict, cell)
-                    got = run(query, actions, utility, env={"KORVA_STRICT": strict})
-                    self.assertEqual((*got.value, got.mask), (want, want.endswith(" 3 18"), NO_MASK))
-                    self.assertEqual(set(utility.arguments()) - {
-                        "-q -C srv -I informix -j job -s NULL -- sp%@/q"}, set())
+        for env, actions, want in both_modes(QUERIES):
+            with self.subTest(actions, env=env):
+                utility = Utility(self)
+                got = run(query, actions, utility, env=env)
+                self.assertEqual((*got.value, got.mask), (want, want.endswith(" 3 18"), NO_MASK))
+                self.assertLessEqual(set(utility.arguments()),
+                                     {"-q -C srv -I informix -j job -s NULL -- sp%@/q"})
 
     def test_texts(self):
         self.assertEqual(run(lambda x: {
@@ -510,8 +506,7 @@ SESSIONS = [({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
      READ.format(0).replace("ABC@R1", "<-I|4711>"), "RETR 4711"),
     ({}, {"drive": "/d"}, "store nameless restore", "000 000",
      f"{WELL}, {READ.format(0).replace('ABC@R1', '<ABC|4711>')}", "STOR ABC, RETR 4711"),
-    # the data phase failed, the close did not
-    ({"END": ["426 cut"]}, {}, "store", "00<0|3>", GOOD.format(3), STOR),
+    ({"END": ["426 cut"]}, {}, "store", "00<0|3>", GOOD.format(3), STOR),  # the close did not fail
     ({}, {}, "begin create block fault end commit", "0003<0|3>0", GOOD.format(3), STOR),
     ({}, {}, "begin create block send-null end commit", "00022<0|3>0", GOOD.format("<0|3>"), STOR),
     ({}, {}, "begin create block send! end commit", "0006<0|3>0", GOOD.format("<0|3>"), STOR),
@@ -519,12 +514,10 @@ SESSIONS = [({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
     ({"DATA": ["begin", "reset_data"]}, {}, "restore", "03<0|3>hello", READ.format("<0|2>"), RETR),
     ({"DATA": ["begin", "reset_data"]}, {}, "begin get read! take end commit", "0063<0|3>0",
      READ.format("<0|3>").replace("4711", "0"), RETR),
-    # the close got no answer, or a refusal
     ({}, {}, "mute-closejob store restore", "00<0|3> 00<0|3>hello",
      f"{WELL[:-12]}, {READ.format(0)[:-12]}", f"{STOR}, {RETR}"),
-    ({}, {}, "deny store", "003", WELL[:-12], STOR),
-    # no session, or no job
-    ({}, {}, "refuse restore", "3", "open", ""),
+    ({}, {}, "deny store", "003", WELL[:-12], STOR),  # above no answer to the close, here a refusal
+    ({}, {}, "refuse restore", "3", "open", ""),  # no session, or no job
     ({}, {}, "store refuse begin create end commit names", "000 03<0|3>0 /<S1|>//0",
      WELL + ", open, close:<S1|> 3", STOR),
     ({}, {}, "store half begin create end commit names", "000 03<0|3>0 /<S2|>//0",
@@ -535,13 +528,11 @@ SESSIONS = [({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
     ({}, {}, "store lose store", "000 003", WELL, f"{STOR}, {NAMELESS}"),
     ({}, {}, "store lose begin create block find end commit", "000 000<0|3>0",
      WELL + ", close:S1 <0|.>", f"{STOR}, {NAMELESS}"),
-    # a job that is closed twice, or once
     ({"CWD": ["550 no"]}, {}, "begin create end commit", "03<0|3>0",
      f"{GOOD.format(3)}<, {ENDED.format(3)}|{ONCE}>", ""),
     ({}, {}, "begin create block end end commit", "0000<0|3>0",
      f"{WELL}<, {ENDED.format(3)}|{ONCE}>", STOR),
-    # a refused call forgets the job, a late end does not know it
-    ({}, {}, "store begin create! names", "000 06 ABC/S1/R1/0", WELL, STOR),
+    ({}, {}, "store begin create! names", "000 06 ABC/S1/R1/0", WELL, STOR),  # forgets the job
     ({}, {}, "store begin create-noname names", "000 022 ABC/S1/R1/0", WELL, STOR),
     ({}, {}, "store begin get! names", "000 06 ABC/S1/R1/0", WELL, STOR),
     ({}, {}, "begin create block create end commit", "000500", OPENED + "close:S1 0", STOR),
@@ -561,19 +552,15 @@ class Sessions(unittest.TestCase):
         write_plain(f"/etc/{name}", text)
 
     def test_sessions(self):
-        for script, changes, actions, *cells in SESSIONS:
-            for strict in "01":
-                with self.subTest(actions, script=script, changes=changes, strict=strict):
-                    server = Server(script, objects={RETR[5:]: b"hello"})
-                    utility = Utility(self, answers(server.port, **changes))
-                    told = run(session, actions, utility, server=server,
-                               env={"KORVA_STRICT": strict}).value
-                    sent = ", ".join(line for line in sum(server.heard, [])
-                                     if line[2:4] in ("OR", "TR"))
-                    for got, want in zip((told, shortened(utility.calls()), sent), cells):
-                        self.assertRegex(re.sub(r"\b\d{10}\b", "TIME", got),
-                                         f"^{in_mode(strict, want)}$")
-                    self.assertEqual({left for _, _, left in utility.calls()}, {"0 1 2"})
+        for env, script, changes, actions, *cells in both_modes(SESSIONS):
+            with self.subTest(actions, script=script, changes=changes, env=env):
+                server = Server(script, objects={RETR[5:]: b"hello"})
+                utility = Utility(self, answers(server.port, **changes))
+                told = run(session, actions, utility, server=server, env=env).value
+                sent = ", ".join(line for line in sum(server.heard, []) if line[2:4] in ("OR", "TR"))
+                for got, want in zip((told, shortened(utility.calls()), sent), cells):
+                    self.assertRegex(re.sub(r"\b\d{10}\b", "TIME", got), f"^{want}$")
+                self.assertEqual({left for _, _, left in utility.calls()}, {"0 1 2"})
 
     def test_no_ini_file(self):
         """A job that nobody opened is no success, nor hides why the server did not take the object."""
@@ -583,8 +570,8 @@ class Sessions(unittest.TestCase):
         os.path.exists(INI) and os.unlink(INI)
         server = Server()
         got = run(store, server.port, server=server)
-        self.assertEqual(got.value, ([0, 0], "", 3))
-        self.assertEqual(traced(got, "BSAEndData: Return CODE: "), ["1 "])
+        self.assertEqual((got.value, traced(got, "BSAEndData: Return CODE: ")),
+                         (([0, 0], "", 3), ["1 "]))
         self.assertEqual(run(store, server.port).value,
                          ([3], "Connection refused connect() failed.", 3))
 

@@ -34,8 +34,7 @@ HOSTS = [("0", False, ""), ("1", False, " getpeername:ENOMEM"), ("1", True, " fc
 
 
 def series(table, growth, calls):
-    """Faults: (call, number, on, error), for each call as many as calls says. In CI the number grows
-    by its part, and the ways to fail take turns."""
+    """Faults as (call, number, on, error). In CI the number grows, and the ways to fail take turns."""
     for row in table.split():
         call, _, errors = row.partition(":")
         ways = list(itertools.product((0, 1), errors.split(",")))
@@ -50,8 +49,7 @@ def series(table, growth, calls):
 def attempt(x, road, action, closed, fault):
     call, number, on, error = fault
     shim, names = c.CDLL(None), road.names
-    for low in range(3 if closed else 0):
-        os.close(low)
+    _ = [os.close(low) for low in range(3 * closed)]
     assert shim.shim_arm(call.encode(), number, on, getattr(errno, error, 0))
     codes, data = [road.begin(x)], DATA
     if codes == [0] and action == "store":
@@ -65,8 +63,7 @@ def attempt(x, road, action, closed, fault):
         road.begin(x)
         again = x.store(b"after that", **names | {"name": b"next"})
     lost = shim.shim_blocks() - bool(x.state.cpTraceBuffer)
-    for low in range(3 if closed else 0):
-        os.open("/dev/null", os.O_RDWR)
+    _ = [os.open("/dev/null", os.O_RDWR) for _ in range(3 * closed)]
     return codes, data == DATA, message, again, lost, hits, calls
 
 
@@ -84,7 +81,6 @@ class Road:
         print(f"{self.cases} faults injected, {self.calls} calls failed")
 
     def drive(self, action, closed, strict, table):
-        """Every fault of the table. Returns the calls of which none failed."""
         left = set(re.findall(r"(\w+):", table))
         how = action, closed, {"KORVA_STRICT": strict} | LOG
         for fault in series(table, self.growth, self.inject(*how, ("malloc", 0, 0, ""))[1]):
@@ -97,9 +93,8 @@ class Road:
     def inject(self, action, closed, env, fault):
         """One fault. Returns how many calls failed, and how many of each there were."""
         self.prepare(action)
-        got = run(attempt, self, action, closed, fault, server=self.server, level=None, env=env,
-                  deadline=60)
-        codes, right, message, again, lost, hits, calls = got.value
+        codes, right, message, again, lost, hits, calls = run(
+            attempt, self, action, closed, fault, server=self.server, level=None, env=env).value
         self.assertEqual((again, lost), ([0, 0, 0], 0))
         self.assertTrue(message if any(codes) else right, f"{codes}: no last message, or wrong data")
         if action == "store":
@@ -162,10 +157,9 @@ class Informix(Road, unittest.TestCase):
 
         def store(x):
             self.begin(x)
-            return x.store(DATA), x.state.sObject.sBSA_Object.copyId.right
-        codes, copy = run(store).value
-        self.assertEqual(codes, [0, 0, 0])
-        self.names = {"copy_id": copy}
+            assert x.store(DATA) == [0, 0, 0]
+            return x.state.sObject.sBSA_Object.copyId.right
+        self.names = {"copy_id": run(store).value}
 
     def begin(self, x):
         return x.init(b"BSA_API_VERSION=1.0.1", b"BSA_TIMEOUT=2", owner=b"INFORMIX")

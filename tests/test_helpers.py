@@ -113,8 +113,7 @@ class Helpers(unittest.TestCase):
             self.assertEqual(run(timer, seconds).value, (0, minutes, 0))
 
     def test_lines(self):
-        """One line at a time, unread bytes stay; the end of the connection fills the buffer. So too
-        when each byte is traced."""
+        """One line at a time, unread bytes stay; the end of the connection fills the buffer."""
         def receive(x):
             ours, theirs = socket.socketpair()
 
@@ -123,8 +122,7 @@ class Helpers(unittest.TestCase):
                 return [(x.stpc_recv(ours.fileno(), room, 8, 0), room.raw) for room in rooms]
             theirs.sendall(b"150 one\r\nbare\n" + b"x" * 9 + b"y\r\n")
             got = lines(4)
-            theirs.sendall(b"z" * 8)
-            theirs.close()
+            _ = theirs.sendall(b"z" * 8), theirs.close()
             return got + lines(2) + [x.stpc_recv(-1, c.create_string_buffer(8), 8, 0)]
         for level in (2, 3):
             self.assertEqual(run(receive, level=level).value, [

@@ -53,15 +53,13 @@ def many_cycles(x, cycle):
 
 def made_descriptors(x, server, closed):
     """None is inherited by a program that the host starts, or takes a standard one's number."""
-    for number in closed:
-        os.close(number)
+    _ = [os.close(number) for number in closed]
     x.start(server)
     x.store(end=False)
     made = [*connections(x), x.state.hLogFile]
     flags = [fcntl.fcntl(number, fcntl.F_GETFD) & fcntl.FD_CLOEXEC for number in made]
     code, low = x.BSAEndData(x.handle), [number for number in closed if number in descriptors()]
-    for number in closed:
-        os.dup2(made[2], number)
+    _ = [os.dup2(made[2], number) for number in closed]
     return code, min(made) > 2, flags, low
 
 
@@ -73,8 +71,7 @@ def far_ends(x, replies=b"226 done\r\n221 bye\r\n", numbers=None):
     """Two pairs of the host's own, whose near ends are in the record; the far ends."""
     ends = [end for _ in range(2) for end in socket.socketpair()]
     high = [fcntl.fcntl(end, fcntl.F_DUPFD_CLOEXEC, 100) for end in ends]
-    for end in ends:
-        end.close()
+    _ = [end.close() for end in ends]
     far = [socket.socket(fileno=number) for number in high[1::2]]
     for near, number in zip(high[::2], numbers or ()):
         os.dup2(near, number)
@@ -99,13 +96,11 @@ def reused_in_transfer(x, renew, reuse):
     """The host closes what is open, and may use the numbers; the library goes on without."""
     x.store(end=False)
     numbers = dict(zip(connections(x), [os.open(name, os.O_CREAT | os.O_RDWR) for name in "ab"]))
-    for number, file in numbers.items():
-        _ = os.dup2(file, number) if reuse else os.close(number)
+    _ = [os.dup2(file, number) if reuse else os.close(number) for number, file in numbers.items()]
     codes = [x.BSAEndTxn(x.handle, 1)] + [x.init()] * renew
     codes += x.store() + x.restore()[0]
     same = [reuse and os.path.sameopenfile(number, file) for number, file in numbers.items()]
-    for number in [*numbers] * reuse + [*numbers.values()]:
-        os.close(number)
+    _ = [os.close(number) for number in [*numbers] * reuse + [*numbers.values()]]
     return codes, same
 
 
@@ -113,16 +108,14 @@ def isolated_end(x, renew):
     """Nothing of an earlier object, opened twice, spoils one on sockets of the host's own."""
     x.store(end=False)
     codes = [x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndTxn(x.handle, 1)]
-    for number in set(connections(x)) & set(descriptors()):
-        os.close(number)
+    _ = [os.close(number) for number in set(connections(x)) & set(descriptors())]
     codes, far = codes + [x.init()] * renew, far_ends(x)
     x.state.sSession.iLastCall |= 2
     return codes + [x.BSAEndData(x.handle)], [theirs.recv(100) for theirs in far]
 
 
 def copied_record(x):
-    """A copy of the record comes back in the next session: the first one, then that of a session,
-    whose trace buffer is no more. All moves on sockets of the host's own."""
+    """Copies of the record, the first one and a session's, come back in the next session."""
     first, later, codes, heard = Global.from_buffer_copy(x.state), None, [], []
     for turn in range(3):
         c.pointer(x.state)[0] = [x.state, first, later][turn]
@@ -187,8 +180,7 @@ def own_socket(x, call, kind, room_at, before):
     x.state.sObject.sSMS.iOpStatus = before
     fill(ours, theirs, kind)
     assert shim.shim_arm(b"malloc", 0, 0, 0)
-    block = Block(65535, 0, c.addressof(room))
-    code = getattr(x, call)(x.handle, c.byref(block))
+    code = getattr(x, call)(x.handle, c.byref(block := Block(65535, 0, c.addressof(room))))
     signal.setitimer(signal.ITIMER_REAL, 0)
     return (code, x.state.sObject.sSMS.iOpStatus, shim.shim_calls(b"sleep")), block.numBytes
 
@@ -213,8 +205,7 @@ class Host(unittest.TestCase):
                 self.assertTrue(got[1] < most or SANITIZED, got)
 
     def test_made_descriptors(self):
-        for closed in (), (0, 1, 2):
-            server = Server()
+        for closed, server in ((), Server()), ((0, 1, 2), Server()):
             got = run(made_descriptors, server, closed, server=server, level=None, env=LOG)
             self.assertEqual(got.value, (0, True, [1, 1, 1], []))
 

@@ -55,7 +55,6 @@ class Hosts(Driver):
             os.unlink(self.folder + "/xbsa.log")
 
     def test_large_log(self):
-        """Beyond what 32 bits can count; a sparse file takes no room."""
         with open(self.folder + "/xbsa.log", "wb") as file:
             file.truncate(5 << 30)
         self.drive("PLAIN", "")
@@ -65,7 +64,6 @@ class Hosts(Driver):
 
 
 class SetUserId(Driver):
-    """Root's, since only root can have another user start it."""
     def test_set_user_id(self):
         """Who starts a host with more rights names a log that he could write himself, or gets none."""
         program = [shutil.copy(path, self.folder) for path in (HOST[-1], LIBRARY)]

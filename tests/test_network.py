@@ -45,14 +45,12 @@ FORGETFUL = """net.ipv4.ip_forward=1 net.netfilter.nf_conntrack_tcp_timeout_esta
 
 
 def enter(name):
-    """Moves this thread into a host of ours; sockets stay where they were made."""
     with open(f"/var/run/netns/{name}", encoding="ascii") as file:
         assert c.CDLL(None, use_errno=True).setns(file.fileno(), 0) == 0
 
 
 class Far(Server):
-    """On the other host; keeps the window of a store closed for a while, and the data connection
-    of a restore open for as long, or for ever."""
+    """Keeps the window of a store closed, and the data connection of a restore open, for a while."""
 
     def __init__(self, host, closed_for):
         super().__init__()
@@ -67,13 +65,14 @@ class Far(Server):
     def _listen(self):
         self.listener = socket.create_server(("0.0.0.0", 2121))
 
+    def _serve(self):
+        with contextlib.suppress(OSError, ValueError):
+            super().serve(self.done)
+
     def serve(self, done):
         """What is left of it when the client has ended waits in vain."""
-        def serve():
-            with contextlib.suppress(OSError, ValueError):
-                super(Far, self).serve(done)
         self.done = done
-        self._there(serve)
+        self._there(self._serve)
         assert select.select([done], [], [], PATIENCE)[0]
 
     def _do_connect(self, source=""):
@@ -165,8 +164,7 @@ class Network(unittest.TestCase):
 
     def test_loss(self):
         here, there = self.hosts()
-        for host in (here, there):
-            inside(host, "nft -f -", LOSS)
+        _ = inside(here, "nft -f -", LOSS), inside(there, "nft -f -", LOSS)
         server = Far(there, 1)
         got = run(there_and_back, here, server=server, level=None, env=STRICT)
         self.assertEqual((got.value, server.objects["obj"]), (([0, 0, 0], True), OBJECT))

@@ -45,7 +45,7 @@ def cut_tail(x, server, late):
     with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
         thread = threading.Timer(late, lambda: (cut(data), os.killpg(group, signal.SIGCONT)))
         thread.start()
-        thread.join(None if not late else 0)
+        thread.join(0 if late else None)
         code = x.BSAEndData(x.handle)
         thread.join()
     return max(codes), code, x.last_error() != ""

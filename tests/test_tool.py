@@ -47,9 +47,7 @@ def wait_while(condition):
 
 class Site(unittest.TestCase):
     def setUp(self):
-        folder = make_folder(self)
-        self.addCleanup(os.chdir, os.getcwd())
-        os.chdir(folder)
+        self.enterContext(contextlib.chdir(make_folder(self)))
         self.options, self.env = [], dict(os.environ, XBSA_PASSWORD=CANARY, LC_ALL="C")
         self.env.pop("LD_PRELOAD", None)
 
@@ -103,8 +101,7 @@ class Verify(Site):
 
     def test_manifests(self):
         server = self.serve()
-        for name in ("good", "back\\slash"):
-            write_plain(f"{server.data}/{name}", "hello")
+        _ = [write_plain(f"{server.data}/{name}", "hello") for name in ("good", "back\\slash")]
         for text, code, told in MANIFESTS:
             with self.subTest(text):
                 write_plain("m", text)
@@ -119,7 +116,6 @@ class Verify(Site):
         self.assertEqual((len(server.children), read_text("text")), (before, "else\n"))
 
     def test_differs_at_once(self):
-        """What the server hands back is not what it took; the manifest knows what should be."""
         def lie(server):
             server.objects["x"] = b"jello"
         self.serve(Server({}, {"DATA": [lie, "transfer"]}))
@@ -258,8 +254,7 @@ class Secrets(Site):
 
 class Terminal(Site):
     def test_commands(self):
-        """Nothing that a server, a file or an argument says is obeyed by the terminal, and a
-        password that the server says back is masked."""
+        """Nothing said to us is obeyed by the terminal, and a password said back is masked."""
         marks = "\x1b]0;\x9b2J|\u061c\u200e\u200f\u202a\u202e\u2066\u2069|\x85\x7f\n\u00e4"
         evil = marks.encode() + b"\x9b\xe2\x80"
         obeyed = re.compile(rb"[\0-\x09\x0b-\x1f\x7f]|\xc2[\x80-\x9f]|\xd8\x9c|\xe2\x80[\x8e\x8f\xaa-"
@@ -290,7 +285,6 @@ class Informix(Site):
         self.folder, self.options = Sandbox(self).folder, ["--informix", "--space", "obj"]
 
     def test_secrets(self):
-        """Neither ours nor the sandbox's own, also in what the utility is given."""
         Utility(self, script="#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"
                 f"{os.getcwd()}/child\nexec {self.folder}/bin/olm_com_interface \"$@\"\n")
         secrets = set()

@@ -37,8 +37,7 @@ SHAPES = [("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\
     ("positive lines", lambda line: [line + b"\r\n" + b"200 on\r\n" * 5000], {"END", "QUIT"})]
 # Ends of the connection, and lines, at each step: what fails, and the last command that was sent
 # where that is another. "~" behind it: replies were left unread, so the client's close is a reset,
-# and that drops what its system still held back for want of an acknowledgement: the server hears
-# the beginning of it.
+# which drops what its system still held back: the server hears the beginning of it.
 ENDS = "GREETING/- USER PASS TYPE CWD PORT STOR END/STOR -/QUIT"
 BROKEN = [(lambda step: ["close"], ENDS), (lambda step: ["reset"], ENDS.replace("END", "END~")),
     (lambda step: [b"250 hal", "close"], ENDS),
@@ -76,7 +75,6 @@ class Torturer(Server):
             self._play([self.how])
 
     def move(self, size, how):
-        """Of the object's bytes only the first ones, then the end of the data connection."""
         if self.verb == "RETR":
             self.data.sendall(OBJECT[:size])
         while self.verb == "STOR" and size > 0:
@@ -88,11 +86,8 @@ class Torturer(Server):
 def transact(x, server, verb, count):
     """So many transactions and a good one: codes, what was moved, and the last message of each."""
     x.start(server, b"BSA_TIMEOUT=20")
-    found = []
-    for _ in range(count + 1):
-        got = (x.store(OBJECT), OBJECT) if verb == "STOR" else x.restore()
-        found.append((*got, x.last_error()))
-    return found
+    return [(*((x.store(OBJECT), OBJECT) if verb == "STOR" else x.restore()), x.last_error())
+            for _ in range(count + 1)]
 
 
 def commands(verb, last):

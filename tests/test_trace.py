@@ -52,15 +52,12 @@ class Destinations(unittest.TestCase):
 
     def test_standard_error(self):
         got = run(init, None, 130, level=None)
-        self.assertEqual(stripped(got.stderr.splitlines()), got.trace)
-        self.assertEqual(got.trace[0], "BSAInit: Start.")
+        self.assertEqual((stripped(got.stderr.splitlines()), got.trace[0]), (got.trace, "BSAInit: Start."))
         self.assertEqual(run(init, b"x", 130, False, level=None).trace, [])
 
     def test_sink_hears_all(self):
         def trace(x):
-            x.ie_trace(b"raw\r\n")
-            x.COM_trace(b"silent")
-            x.i_trace(b"for files only")
+            _ = x.ie_trace(b"raw\r\n"), x.COM_trace(b"silent"), x.i_trace(b"for files only")
         self.assertEqual(run(trace, level=0).trace, ["raw\r\n"])
 
     def test_appended(self):
@@ -90,10 +87,10 @@ class Destinations(unittest.TestCase):
         def read(x):
             x.xbsa_read_environment()
             return x.state.ucXBSATraceLevel, x.state.szLogFile
-        for env, level, log, lines in (({}, 2, b"", 1), ({"XBSA_TRACE": "3"}, 67, b"", 2),
-                                       ({"XBSA_TRACE": "3", "XBSA_LOGFILE": "a"}, 67, b"a", 3)):
+        for env, *want in (({}, (2, b""), 1), ({"XBSA_TRACE": "3"}, (67, b""), 2),
+                           ({"XBSA_TRACE": "3", "XBSA_LOGFILE": "a"}, (67, b"a"), 3)):
             got = run(read, env=env)
-            self.assertEqual((got.value, len(got.trace)), ((level, log), lines))
+            self.assertEqual([got.value, len(got.trace)], want)
 
     def test_host_s_own(self):
         """A descriptor that the host gave serves as the log, though nobody reads any more."""
@@ -156,11 +153,9 @@ class Lines(unittest.TestCase):
     def test_errno(self):
         """A line between a call and the look at its errno changes nothing."""
         def trace(x):
-            x.BSASetTrace(None, b"/dev/full", 194)
-            x.i_open_trace()
+            _ = x.BSASetTrace(None, b"/dev/full", 194), x.i_open_trace()
             os.dup2(x.state.hLogFile, 2)
-            c.set_errno(5)
-            x.ie_trace(b"lost")
+            _ = c.set_errno(5), x.ie_trace(b"lost")
             return c.get_errno()
         self.assertEqual(run(trace, level=None).value, 5)
 
@@ -196,12 +191,11 @@ class Store(unittest.TestCase):
             got = run_started(lambda x: x.store() + x.restore()[0], server=Server(), level=level).trace
             replies = [line[13:16] for line in got if line.startswith("LOGIN REPLY: ")]
             self.assertEqual(replies, "220 331 230 200 250 200 150 226 221".split() * 2 * (level > 0))
-            self.assertEqual(got.count("BSAGetData: Start"), starts)
-            self.assertEqual(len(got) > len(replies), level > 1)
+            self.assertEqual((got.count("BSAGetData: Start"), len(got) > len(replies)),
+                             (starts, level > 1))
 
     def test_no_password(self):
-        """At no level, in no transfer, to no destination, though the server repeats it; but for the
-        user sms, as promised. A short one, or none, hides nothing else."""
+        """At no level, in no transfer, to no destination; but for the user sms, as promised."""
         def transfer(x, server, owner):
             x.BSASetTrace(x.sink, b"./xbsa.log", 67)
             x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % server.port, owner=owner)

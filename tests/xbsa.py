@@ -2,6 +2,7 @@
 import contextlib
 import ctypes as c
 import hashlib
+import itertools
 import os
 import pathlib
 import pickle
@@ -145,9 +146,12 @@ def pattern(size):
     return hashlib.shake_128(b"korva").digest(size)
 
 
-def in_mode(strict, text):
-    """A table's cell: of each <default|strict> in it what holds in this mode."""
-    return re.sub(r"<([^|>]*)\|([^>]*)>", lambda both: both[1 + int(strict)], text)
+def both_modes(rows):
+    """Each row after its mode's environment, with of each <default|strict> in it what holds there."""
+    for row, strict in itertools.product(rows, (0, 1)):
+        yield {"KORVA_STRICT": str(strict)}, *(re.sub(
+            r"<([^|>]*)\|([^>]*)>", lambda both: both[1 + strict], cell)  # pylint: disable=W0640
+            if isinstance(cell, str) else cell for cell in row)
 
 
 def descriptors():
