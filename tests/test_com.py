@@ -258,6 +258,10 @@ class Runs(unittest.TestCase):
 
 # Answers: the text, the result, and fields that must hold these values afterwards.
 ANSWERS = [
+    # Two lines that count stand for a reply.
+    *((text + "\nlifetime=0", 0, {}) for text in (
+        "jobname=a|tape_server=h|drive=d|tape=l:1|format=f|savesetname=a|initiator=a|segment=1|"
+        "logfile=l|verbose=2|message=no tape|sessionID=s").split("|")),
     *((text, 0, {}) for text in ("reply=OK", "reply = ok  \r\n\r\n", "initiator=a\nlifetime=0",
                                  "media=a\nreply=OK")), *((text, 1, {}) for text in (
         "", "\n\r\n", "Reply=OK", " reply=OK", "reply=OKAY", "reply=", "reply", "replyX=OK",

@@ -4,8 +4,9 @@ import errno
 import itertools
 import socket
 import unittest
+import zlib
 
-from xbsa import run
+from xbsa import Global, run
 
 # Functions, and for each a row of arguments and the result.
 CALLS = {"x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)], "x_MatchKeyword": [
@@ -63,7 +64,22 @@ def commands(x, mode, path, size, **changes):
     return code, [slot.value for slot in slots]
 
 
+def first_record(x):
+    """What a host finds before it has called anything, and the texts of all numbers."""
+    want = Global(iReadTraceEnvironment=1)
+    want.sSession.SControl = want.sSession.SData = -1
+    for fields in want.sObject.sBSA_Object, want.sQueryDescriptor:
+        fields.copyType = fields.objectType = fields.objectStatus = 1
+    same = bytes(x.state) == bytes(want)
+    x.i_open_trace()
+    texts = b"|".join(x.SysErrorTxt(number, 1, None) for number in range(10000, 11010))
+    return same, bool(x.state.cpTraceBuffer), zlib.crc32(texts)
+
+
 class Helpers(unittest.TestCase):
+    def test_first_record(self):
+        self.assertEqual(run(first_record, level=None).value, (True, True, 2543104092))
+
     def test_calls(self):
         got = run(all_calls, level=0).value + run(all_calls, level=3).value
         for (name, arguments, want), got in zip(ROWS * 2, got):
