@@ -147,4 +147,7 @@ BSA_ObjectDescriptor *qab_NewResult();
 // Empties the list.
 void qab_ClearResults();
 
+// Frees our own result; the unloading of the library calls it.
+void qab_ReleaseResult();
+
 #endif

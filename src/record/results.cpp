@@ -36,7 +36,7 @@ void qab_ClearResults()
     for (BSA_ObjectDescriptor *&spEntry : sGlobal.spQueryResult) spEntry = nullptr;
 }
 
-__attribute__((destructor)) static void UnloadResult()
+__attribute__((destructor)) void qab_ReleaseResult()
 {
     TakeBackResult();
     x_Free(sPrivate.spResult);
