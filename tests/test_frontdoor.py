@@ -60,7 +60,7 @@ def error_texts():
     found = set()
     for name in glob.glob(ROOT + "/src/**/*.cpp", recursive=True):
         source = read(name)
-        calls = re.findall(r"\b(SysErrorTxt|Fail\w*|TraceFailure|TRACE\w*)\(((?:" + TEXT +
+        calls = re.findall(r"\b(SysErrorTxt|i_Fail|i_KeepMessage|Fail\w*|TraceFailure|TRACE\w*)\(((?:" + TEXT +
                            r'|[^";])*)\)', source)
         found |= {text for call, arguments in calls for text in map(joined, re.findall(TEXT, arguments))
                   if " " in text and (not call.startswith("TRACE") or FAILURE.search(text))}
