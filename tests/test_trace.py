@@ -138,6 +138,13 @@ class Destinations(unittest.TestCase):
 
 
 class Lines(unittest.TestCase):
+    def test_bare_ends(self):
+        """A reply that ends without CR shows no byte that lay in its buffer before."""
+        server = Server({"END": [b"226 done, all of it\n"], "QUIT": [b"221 x\n"]})
+        got = run_started(lambda x: x.store(), server=server)
+        self.assertEqual([line for line in got.trace if "EndData: Received" in line], [
+            "BSAEndData: Received message: 226 done, all of it", "BSAEndData: Received message: 221 x "])
+
     def test_ends(self):
         def trace(x):
             x.BSASetTrace(None, b"./xbsa.log", 66)
