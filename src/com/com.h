@@ -2,7 +2,7 @@
 //
 // Promises: every value that the utility, the caller or the environment named reaches the utility as one
 // argument with exactly its bytes; a line that does not fit is not run; at most 32 KiB of an answer are
-// read, and no password in it is traced; each child is waited for.
+// read, and no password in it is traced; no child is left behind.
 // Needs: record, trace, util.
 //
 //   open session  ->  open job         a task of two steps: two runs of the utility in one call, the
