@@ -18,6 +18,7 @@ import random
 import re
 import shlex
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -29,6 +30,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 ASKED = {"release": "answers|calls|com|faults|helpers|hosts?|random|servers|torture|trace$|transfer",
          "asan": "asan.(calls|com|helpers|leaks|trace$)"}
 AT_ONCE = 4  # tests of a fault
+STOPPED = threading.Event()
 ALONE = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]  # ends with all its children
 
 # What is looked for in the code, without its comments and texts, and what takes its place.
@@ -168,7 +170,7 @@ class Build:
         """Twice, or by its time limit; or None."""
         names, running, failed = collections.deque(names), {}, set()
         try:
-            while names or running:
+            while (names or running) and not STOPPED.is_set():
                 while names and len(running) < AT_ONCE:
                     name = names.popleft()
                     running[name] = self.start(name, folder), time.monotonic()
@@ -223,7 +225,7 @@ class Work:
         likely = self.likely[keys[0]] + self.likely[keys[1]]
         found = self.release.first_to_notice(folder, likely)
         shutil.rmtree(folder, ignore_errors=True)
-        if not found and self.second().make(fault, folder):
+        if not found and not STOPPED.is_set() and self.second().make(fault, folder):
             found = self.second().first_to_notice(folder, likely)
         shutil.rmtree(folder, ignore_errors=True)
         for key in keys:
@@ -277,18 +279,21 @@ def main():
     os.chmod(tree, 0o755)
     shutil.copytree(ROOT, tree, dirs_exist_ok=True, symlinks=True,
                     ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("stopped"))
     missed = count = 0
-    try:
-        work = Work(tree)
-        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        try:
+            work = Work(tree)
             asked = [pool.submit(work.notice, *pair) for pair in planted(work, arguments)]
             for done in concurrent.futures.as_completed(asked):
                 fault, found, seconds = done.result()
                 count, missed = count + 1, missed + (not found)
                 print(f"{count:3} line {fault.number} of {fault.label}: "
                       f"{f'noticed by {found}' if found else 'MISSED'}, {seconds:.0f} s", flush=True)
-    finally:
-        shutil.rmtree(tree, ignore_errors=True)
+        finally:
+            STOPPED.set()
+            pool.shutdown(cancel_futures=True)
+            shutil.rmtree(tree, ignore_errors=True)
     print(f"{count - missed} of {count} noticed, {(time.monotonic() - begin) / count:.0f} s each")
     return missed * 20 > count
 

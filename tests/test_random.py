@@ -180,7 +180,7 @@ def play(x, server, seed, fates, informix, strict):
         if call == "send" and argument:
             c.memmove(room, piece(len(model.sent), argument), argument)
         telling = call in ("create", "get") or (call == "end" and (model.open or model.cut)
-                                                and not model.rejected and not wrong
+                                                and not wrong
                                                 and not model.bits & ENDED)
         done.append((call, wrong, argument, model.open, model.cut, model.bits))
         left = memoryview(model.stored.get(model.name, b""))[model.moved:]

@@ -204,6 +204,10 @@ int xbsa_EndObject(int iCall)
     SayQuit(bRejected, &sRest);
     int iRet = CloseJob(bBackup ? iData : static_cast<int>(BSA_RC_SUCCESS));
     if (HasFailed(iData)) iRet = BSA_RC_ABORT_SYSTEM_ERROR;
+    if (iRet != 0 && sPrivate.eHealth == OBJECT_REJECTED && sPrivate.bStrict)
+    {
+        i_KeepMessage(0, "A block of the object was rejected.");
+    }
     xbsa_ForgetObject();
     return iRet;
 }
