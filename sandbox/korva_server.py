@@ -126,7 +126,7 @@ class Connection:
         raise Ended("a fault on demand")
 
     def strike(self, verb, channel, moved):
-        """Carry out the fault that waited for this byte, or say how many may follow."""
+        """Carry out the fault planned for this byte, or return how many may follow."""
         if self.fault is None or moved < self.fault.number:
             return self.fault.number - moved if self.fault else CHUNK
         if self.fault.action == "stall":

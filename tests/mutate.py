@@ -2,7 +2,7 @@
 """
 On command, as root: do the tests that CI runs on the library notice small faults in it? Plants some
 at random places of a copy of src/, one at a time, and asks the tests, the likely ones first. Faults
-that change nothing stand in mutate.equivalent, each with the reason.
+that change nothing are listed in mutate.equivalent, each with the reason.
 
   tests/mutate.py [--seed N] [--count M]    M faults (100) of the choice N (1)
 
@@ -115,7 +115,7 @@ def call(folder, *words):
 
 
 class Build:
-    """Of a preset, with the tests that ask its library or one that stands in its place."""
+    """Of a preset, with the tests that ask its library or a copy of it."""
 
     def __init__(self, tree, preset, tool, limit):
         self.tree, self.folder, self.limit = tree, f"{tree}/build/{preset}", limit
@@ -250,7 +250,7 @@ def chosen(arguments):
     listed = {line.rsplit("  # ", 1)[0] for line in read("tests/mutate.equivalent").splitlines()}
     faults = list(all_faults())
     if stale := listed - {fault.label for fault in faults}:
-        raise SystemExit("mutate.equivalent has what is no fault now:\n" + "\n".join(sorted(stale)))
+        raise SystemExit("mutate.equivalent lists what is not a fault now:\n" + "\n".join(sorted(stale)))
     random.Random(arguments.seed).shuffle(faults)
     yield from (fault for fault in faults if fault.label not in listed)
 

@@ -52,7 +52,7 @@ static int ReadReply(OPEN_WORK *spWork)
     return NEXT_COMMAND;
 }
 
-// The password shows only for the service user, whose password is no secret: account and host.
+// The password shows only for the service user, whose password is just account and host.
 static void TraceCommand(const OPEN_WORK *spWork)
 {
     bool bSecret = strncmp(spWork->szCommand, "PASS", VERB_LENGTH) == 0 &&

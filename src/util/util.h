@@ -24,7 +24,7 @@ int x_Number(const char *cpText);
 // Whether the text holds a control character (CR and LF among them).
 bool x_HasControl(const char *cpText);
 
-// First character that is no space.
+// First character that is not a space.
 char *x_SkipSpaces(char *cpText);
 
 // --- Descriptors (descriptor.cpp) ---
