@@ -40,4 +40,5 @@ __attribute__((destructor)) void qab_ReleaseResult()
 {
     TakeBackResult();
     x_Free(sPrivate.spResult);
+    sPrivate.spResult = nullptr; // a call after it, by another library that ends, starts anew
 }
