@@ -11,9 +11,8 @@ import time
 import unittest
 
 from server import Server
-from test_com import Utility
-from test_host import resident_bytes
-from xbsa import STRICT, descriptors, pattern, run
+from utility import Utility
+from xbsa import STRICT, descriptors, pattern, resident_bytes, run
 
 PROCESSES, OBJECTS, MANY = 64, 200, 20000
 SIZES = [0, 1, 512, 65534, 65535, 65536, 131070, 300000]

@@ -6,7 +6,6 @@ import errno
 import fcntl
 import itertools
 import os
-import resource
 import shutil
 import signal
 import socket
@@ -15,19 +14,15 @@ import subprocess
 import threading
 import unittest
 
+from calls import call
 from ftpd import serve_behind
 from server import Server
-from test_calls import call
 from xbsa import (LIBRARY, SANITIZED, Block, Global, Owner, TraceSink, descriptor, descriptors,
-                  make_folder, read_text, run, run_started)
+                  make_folder, resident_bytes, run, run_started)
 
 CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
 SETTLED = 100  # after so many cycles the C library has what it keeps
 LOG = {"XBSA_TRACE": "2", "XBSA_LOGFILE": "./xbsa.log"}
-
-
-def resident_bytes():
-    return int(read_text("/proc/self/statm").split()[1]) * resource.getpagesize()
 
 
 def transfer(x):

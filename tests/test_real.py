@@ -17,10 +17,11 @@ import time
 import unittest
 
 from ftpd import Daemon
-from test_com import setUpModule  # pylint: disable=unused-import
-from test_sandbox import Sandbox, start
+from sandboxed import Sandbox, start
+from utility import need_private_etc
 from xbsa import STRICT, pattern, read_text, run
 
+setUpModule = need_private_etc  # pylint: disable=invalid-name
 ALL = os.environ.get("XBSA_REAL") == "all"
 SERVERS = ["vsftpd", "proftpd", "pyftpdlib", "sandbox"] + ["pure-ftpd"] * (os.getuid() == 0)
 OBJECT, OLD = pattern(32 << 20), b"the old object"

@@ -7,6 +7,7 @@ import os
 import pathlib
 import pickle
 import re
+import resource
 import select
 import shutil
 import signal
@@ -152,6 +153,10 @@ def both_modes(rows):
         yield {"KORVA_STRICT": str(strict)}, *(re.sub(
             r"<([^|>]*)\|([^>]*)>", lambda both: both[1 + strict], cell)  # pylint: disable=W0640
             if isinstance(cell, str) else cell for cell in row)
+
+
+def resident_bytes():
+    return int(read_text("/proc/self/statm").split()[1]) * resource.getpagesize()
 
 
 def descriptors():
