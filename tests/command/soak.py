@@ -1,8 +1,8 @@
 """
 On command: many processes at once, and one process with many objects. Each run prints a line of
-figures; what it says is checked. In tests/ (the name of one run at the end for it alone):
+figures; what it says is checked. In tests/command/ (the name of one run at the end for it alone):
 
-    XBSA_LIBRARY=... PYTHONPATH=../sandbox ../sandbox/run --exec python3 soak.py
+    XBSA_LIBRARY=... PYTHONPATH=../harness:../../sandbox ../../sandbox/run --exec python3 soak.py
 """
 import multiprocessing
 import random

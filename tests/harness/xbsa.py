@@ -14,6 +14,7 @@ import signal
 import tempfile
 import traceback
 
+ROOT = os.path.abspath(__file__ + "/../../..")  # of the sources
 LIBRARY = os.environ["XBSA_LIBRARY"]
 SANITIZED = "libasan" in os.environ.get("LD_PRELOAD", "")
 COUNTED = "XBSA_COVERAGE" in os.environ  # the library counts which of its lines run

@@ -17,7 +17,7 @@ import unittest
 from calls import call
 from ftpd import serve_behind
 from server import Server
-from xbsa import (LIBRARY, SANITIZED, Block, Global, Owner, TraceSink, descriptor, descriptors,
+from xbsa import (LIBRARY, ROOT, SANITIZED, Block, Global, Owner, TraceSink, descriptor, descriptors,
                   make_folder, resident_bytes, run, run_started)
 
 CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
@@ -224,10 +224,10 @@ class Host(unittest.TestCase):
                        want=([5, 0] + [0] * renew + [0], [b"", b"QUIT\r\n"]))
 
     def test_linked(self):
-        folder, here = make_folder(self), os.path.dirname(__file__)
+        folder = make_folder(self)
         program = folder + "/linked"
-        subprocess.run(["cc", *["-fsanitize=address"] * SANITIZED, f"-I{here}/../include", "-o",
-                        program, f"{here}/linked.c", LIBRARY], check=True)
+        subprocess.run(["cc", *["-fsanitize=address"] * SANITIZED, f"-I{ROOT}/include", "-o",
+                        program, f"{ROOT}/tests/harness/linked.c", LIBRARY], check=True)
         for level, strict in itertools.product(("0", "67"), "01"):
             env = {"XBSA_TRACE": level, "XBSA_LOGFILE": "./xbsa.log", "KORVA_STRICT": strict}
             with self.subTest(level=level, strict=strict):

@@ -34,8 +34,8 @@ def need_private_etc():
 class Utility:
     """The scripted utility in a folder of its own, and the INI file that names it."""
 
-    def __init__(self, test, answers=None, script=SCRIPT, name="bin", of=("srv", "job")):
-        os.environ.update(KORVA_SERVER=of[0], KORVA_JOB=of[1])
+    def __init__(self, test, answers=None, script=SCRIPT, name="bin"):
+        os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
         self.folder = make_folder(test)
         self.path = os.path.join(self.folder, name, "olm_com_interface")
         os.mkdir(os.path.dirname(self.path))

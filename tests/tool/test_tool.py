@@ -281,12 +281,13 @@ class Informix(Site):
     setUpClass = need_private_etc
 
     def setUp(self):
+        self.folder = Sandbox(self).folder
         super().setUp()
-        self.folder, self.options = Sandbox(self).folder, ["--informix", "--space", "obj"]
+        self.options = ["--informix", "--space", "obj"]
 
     def test_secrets(self):
         Utility(self, script="#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"
-                f"{os.getcwd()}/child\nexec {self.folder}/bin/olm_com_interface \"$@\"\n", of=("sandbox", "demo"))
+                f"{os.getcwd()}/child\nexec {self.folder}/bin/olm_com_interface \"$@\"\n")
         secrets = set()
 
         def note_secrets():
