@@ -15,9 +15,9 @@ untested=$(packages_want "${wanted[@]}")
 
 # Downloaded once for all checkouts of this account.
 ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-${HOME:-$PWD/build}/.cache}/korva-xbsa/ftpd}
-tests/servers.sh "$ftpd" 2>/dev/null || {
+tests/harness/servers.sh "$ftpd" 2>/dev/null || {
     packages_as_root apt-get update -q # package lists may be missing or old
-    tests/servers.sh "$ftpd"
+    tests/harness/servers.sh "$ftpd"
 }
 
 for preset in release asan; do

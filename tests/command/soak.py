@@ -1,8 +1,8 @@
 """
 On command: many processes at once, and one process with many objects. Each run prints a line of
-figures; what it says is checked. In tests/ (the name of one run at the end for it alone):
+figures; what it says is checked. In tests/command/ (the name of one run at the end for it alone):
 
-    XBSA_LIBRARY=... PYTHONPATH=../sandbox ../sandbox/run --exec python3 soak.py
+    XBSA_LIBRARY=... PYTHONPATH=../harness:../../sandbox ../../sandbox/run --exec python3 soak.py
 """
 import multiprocessing
 import random
@@ -11,9 +11,8 @@ import time
 import unittest
 
 from server import Server
-from test_com import Utility
-from test_host import resident_bytes
-from xbsa import STRICT, descriptors, pattern, run
+from utility import Utility
+from xbsa import STRICT, descriptors, pattern, resident_bytes, run
 
 PROCESSES, OBJECTS, MANY = 64, 200, 20000
 SIZES = [0, 1, 512, 65534, 65535, 65536, 131070, 300000]

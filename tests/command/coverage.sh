@@ -2,7 +2,7 @@
 # On command, as root, twelve minutes: which lines and branches of src/ the library's tests run. Lists
 # the lines that they do not, and fails below 97 percent of the lines.
 set -eu
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . tools/packages.sh
 packages_need gcovr nftables iproute2
 export CCACHE_DISABLE=1 # the counters' files belong to this folder
@@ -10,16 +10,16 @@ ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-$HOME/.cache}/korva-xbsa/ftpd}
 build=$PWD/build/coverage
 
 mkdir -p "$build"
-tests/servers.sh "$ftpd"
+tests/harness/servers.sh "$ftpd"
 cmake --preset coverage -DXBSA_FTPD="$ftpd" >"$build.log"
 cmake --build --preset coverage -j "$(nproc)" >>"$build.log"
 find "$build" -name '*.gcda' -delete
 
 # A network that swallows packets takes its minutes, so it runs beside the rest.
 (
-    cd tests
+    cd tests/command
     XBSA_COVERAGE=1 XBSA_LIBRARY=$build/lib/libxbsa.so.1 XBSA_FTPD=$ftpd \
-        PYTHONDONTWRITEBYTECODE=1 python3 -m unittest test_network
+        PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=../harness python3 -m unittest test_network
 ) >"$build/network.log" 2>&1 &
 network=$!
 tools='^(beyond|bench|check|contract|format|frontdoor|interface|package|pages|sandbox.Load|tidy|tool|tracelog|zsh)'

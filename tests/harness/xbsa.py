@@ -7,12 +7,14 @@ import os
 import pathlib
 import pickle
 import re
+import resource
 import select
 import shutil
 import signal
 import tempfile
 import traceback
 
+ROOT = os.path.abspath(__file__ + "/../../..")  # of the sources
 LIBRARY = os.environ["XBSA_LIBRARY"]
 SANITIZED = "libasan" in os.environ.get("LD_PRELOAD", "")
 COUNTED = "XBSA_COVERAGE" in os.environ  # the library counts which of its lines run
@@ -152,6 +154,10 @@ def both_modes(rows):
         yield {"KORVA_STRICT": str(strict)}, *(re.sub(
             r"<([^|>]*)\|([^>]*)>", lambda both: both[1 + strict], cell)  # pylint: disable=W0640
             if isinstance(cell, str) else cell for cell in row)
+
+
+def resident_bytes():
+    return int(read_text("/proc/self/statm").split()[1]) * resource.getpagesize()
 
 
 def descriptors():

@@ -1,10 +1,10 @@
 """
 Real servers, real faults: either side dies or sleeps in mid-transfer, and a disk that is full.
 CI kills each server after a tenth and each client before its end. All of it on command, as root,
-six minutes; in tests/:
+six minutes; in tests/library/:
 
-    XBSA_REAL=all XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../sandbox \\
-        ../sandbox/run --exec python3 -m unittest -v test_real
+    XBSA_REAL=all XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../harness:../../sandbox \\
+        ../../sandbox/run --exec python3 -m unittest -v test_real
 """
 import itertools
 import multiprocessing
@@ -17,10 +17,11 @@ import time
 import unittest
 
 from ftpd import Daemon
-from test_com import setUpModule  # pylint: disable=unused-import
-from test_sandbox import Sandbox, start
+from sandboxed import Sandbox, start
+from utility import need_private_etc
 from xbsa import STRICT, pattern, read_text, run
 
+setUpModule = need_private_etc  # pylint: disable=invalid-name
 ALL = os.environ.get("XBSA_REAL") == "all"
 SERVERS = ["vsftpd", "proftpd", "pyftpdlib", "sandbox"] + ["pure-ftpd"] * (os.getuid() == 0)
 OBJECT, OLD = pattern(32 << 20), b"the old object"

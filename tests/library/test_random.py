@@ -7,8 +7,8 @@ import select
 import unittest
 from functools import partialmethod
 
-import test_com
 from server import Hangup, Server
+from utility import Utility, answers, need_private_etc, start
 from xbsa import SANITIZED, Block, descriptor, run
 
 SEED = int(os.environ.get("XBSA_SEED", "1"))
@@ -170,7 +170,7 @@ def invoke(x, call, handle, argument, room):
 
 def play(x, server, seed, fates, informix, strict):
     """One piece; what should be stored, and the closes that the utility should have heard of."""
-    _ = test_com.start(x) if informix else x.start(server)
+    _ = start(x) if informix else x.start(server)
     chance, model, done = random.Random(seed), Model(fates, informix, strict), []
     room = c.create_string_buffer(65536)
     calls = [step for _ in range(PIECE) for step in steps(chance)]
@@ -242,9 +242,9 @@ class Informix(Plain):
 
     @classmethod
     def setUpClass(cls):
-        test_com.setUpModule()
+        need_private_etc()
 
     def make(self, server):
-        utility = test_com.Utility(self, test_com.answers(server.port, drive="/d"))
+        utility = Utility(self, answers(server.port, drive="/d"))
         return lambda: [(words.split()[0], int(words.split()[-1])) for words in utility.arguments()
                         if re.match("-[br] closejob:", words)]

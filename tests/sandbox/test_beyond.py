@@ -8,14 +8,15 @@ import subprocess
 import tempfile
 import unittest
 
-from test_com import setUpModule  # pylint: disable=unused-import
-from test_sandbox import RUN, Sandbox, both_ways, query, start, there_and_back
-from xbsa import STRICT, make_folder, pattern, read_text, run, write_plain
+from sandboxed import RUN, Sandbox, both_ways, query, start, there_and_back
+from utility import need_private_etc
+from xbsa import ROOT, STRICT, make_folder, pattern, read_text, run, write_plain
 
+setUpModule = need_private_etc  # pylint: disable=invalid-name
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
 POSTGRES = "/usr/lib/postgresql/15/bin/"
 os.environ["RCLONE_REAL"] = shutil.which("rclone") or ""
-os.environ["PATH"] = f"{os.path.dirname(os.path.abspath(__file__))}/standin:{os.environ['PATH']}"
+os.environ["PATH"] = f"{ROOT}/tests/harness/standin:{os.environ['PATH']}"
 
 
 def kilobytes(sandbox, field):

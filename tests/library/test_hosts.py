@@ -6,9 +6,10 @@ import subprocess
 import unittest
 
 from ftpd import Daemon, serve_behind
-from test_com import Utility, answers, setUpModule  # pylint: disable=unused-import
+from utility import Utility, answers, need_private_etc
 from xbsa import DEADLINE, LIBRARY, make_folder, read_text
 
+setUpModule = need_private_etc  # pylint: disable=invalid-name
 HOST = os.environ["XBSA_HOST"].split()  # behind an emulator, if it needs one
 CONDITIONS = ["", "closed", "crowd", "blocked", "ignored", "threads", "blocked fork",
               "closed crowd ignored blocked threads thread fork"]

@@ -8,10 +8,10 @@ import re
 import shutil
 import unittest
 
+from calls import call
 from ftpd import Daemon
-from test_calls import call
-from test_com import Utility, setUpModule as private_etc
-from test_sandbox import Sandbox
+from sandboxed import Sandbox
+from utility import Utility, need_private_etc
 from xbsa import pattern, run, write_plain
 
 FULL = os.environ.get("XBSA_FAULTS") == "all"
@@ -152,7 +152,7 @@ class Informix(Road, unittest.TestCase):
             self.assertEqual(held[1:], held[:3])
 
     def setUp(self):
-        private_etc()
+        need_private_etc()
         self.sandbox = Sandbox(self, "--login", "identity")
 
         def store(x):

@@ -6,7 +6,6 @@ import errno
 import fcntl
 import itertools
 import os
-import resource
 import shutil
 import signal
 import socket
@@ -15,19 +14,15 @@ import subprocess
 import threading
 import unittest
 
+from calls import call
 from ftpd import serve_behind
 from server import Server
-from test_calls import call
-from xbsa import (LIBRARY, SANITIZED, Block, Global, Owner, TraceSink, descriptor, descriptors,
-                  make_folder, read_text, run, run_started)
+from xbsa import (LIBRARY, ROOT, SANITIZED, Block, Global, Owner, TraceSink, descriptor, descriptors,
+                  make_folder, resident_bytes, run, run_started)
 
 CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
 SETTLED = 100  # after so many cycles the C library has what it keeps
 LOG = {"XBSA_TRACE": "2", "XBSA_LOGFILE": "./xbsa.log"}
-
-
-def resident_bytes():
-    return int(read_text("/proc/self/statm").split()[1]) * resource.getpagesize()
 
 
 def transfer(x):
@@ -229,10 +224,10 @@ class Host(unittest.TestCase):
                        want=([5, 0] + [0] * renew + [0], [b"", b"QUIT\r\n"]))
 
     def test_linked(self):
-        folder, here = make_folder(self), os.path.dirname(__file__)
+        folder = make_folder(self)
         program = folder + "/linked"
-        subprocess.run(["cc", *["-fsanitize=address"] * SANITIZED, f"-I{here}/../include", "-o",
-                        program, f"{here}/linked.c", LIBRARY], check=True)
+        subprocess.run(["cc", *["-fsanitize=address"] * SANITIZED, f"-I{ROOT}/include", "-o",
+                        program, f"{ROOT}/tests/harness/linked.c", LIBRARY], check=True)
         for level, strict in itertools.product(("0", "67"), "01"):
             env = {"XBSA_TRACE": level, "XBSA_LOGFILE": "./xbsa.log", "KORVA_STRICT": strict}
             with self.subTest(level=level, strict=strict):

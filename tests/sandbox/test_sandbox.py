@@ -1,22 +1,20 @@
 """Whole Informix sessions on the sandbox, and what is left of one that was cut short."""
 import contextlib
-import ctypes as c
 import hashlib
 import os
 import pwd
 import shutil
-import socket
 import subprocess
 import unittest
 
 import inifile
 from catalogue import Catalogue
-from test_com import setUpModule, traced  # pylint: disable=unused-import
-from xbsa import (SANITIZED, STRICT, Descriptor, Name, Query, make_folder, pattern, read_bytes, run,
+from sandboxed import RUN, Sandbox, both_ways, query, start, there_and_back
+from utility import need_private_etc, traced
+from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, run,
                   read_text, write_plain)
 
-os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
-RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
+setUpModule = need_private_etc  # pylint: disable=invalid-name
 PROCESSES = 8 if SANITIZED else 64
 
 # The fault, the codes of a store under it in strict mode, and the status its job is closed with.
@@ -62,86 +60,6 @@ SPOILT = [("truncate -s 0 catalogue.sqlite", "does not know 1 of the stored obje
 SPOILT_BY_ROOT = [("chown nobody .", "belongs to nobody"), ("chown nobody ..", "belongs to nobody"),
                   ("chown nobody bin", "bin belongs to nobody"),
                   ("ln -s ../victim new; chown -h nobody new", "new belongs to nobody")]
-
-
-class Sandbox:
-    """A sandbox of the test's own, and the INI file that leads to it."""
-
-    def __init__(self, test, *options, folder=None):
-        self.folder = folder or make_folder(test)
-        # pylint: disable-next=consider-using-with
-        self.process = subprocess.Popen([RUN, "--folder", self.folder, *options],
-                                        stdout=subprocess.PIPE, text=True)
-        test.addCleanup(self.stop)
-        lines = iter(self.process.stdout.readline, "")
-        assert any("Ready" in line for line in lines), "the sandbox does not start"
-        write_plain(inifile.INI, inifile.text_for(self.folder))
-
-    def stop(self):
-        self.process.kill()
-        self.process.wait()
-        self.process.stdout.close()
-
-    def fault(self, line):
-        write_plain(os.path.join(self.folder, "faults"), line + "\n")
-
-    def objects(self):
-        """What the catalogue says of each, oldest first."""
-        catalogue = Catalogue(self.folder)
-        rows = catalogue.table()
-        catalogue.db.close()
-        return [dict(zip(rows[0], row)) for row in rows[1:]]
-
-    def utility(self, *arguments):
-        """What the COM utility answers, as a dictionary."""
-        answer = subprocess.run(
-            [f"{self.folder}/bin/olm_com_interface", *arguments, "-C", "sandbox", "-j", "demo",
-             "-s", "1", "--", "obj\u009b@/data"], text=True, stdout=subprocess.PIPE, check=True).stdout
-        return dict(line.split("=", 1) for line in answer.splitlines())
-
-    def open_job(self):
-        """The server's address and the login of a new backup job, as far as they are given."""
-        session = self.utility("-b", "open")["sessionID"]
-        return self.utility("-b", "openjob:" + session)["tape_server"].split(":")
-
-    def talk(self, *commands):
-        """The code that answers each command on one connection."""
-        port = Catalogue.read_settings(self.folder)["port"]
-        with socket.create_connection(("127.0.0.1", port)) as sock, sock.makefile("rb") as replies:
-            codes = [replies.readline()[:3].decode()]
-            for command in commands:
-                sock.sendall(command.encode("latin-1") + b"\r\n")
-                codes.append(replies.readline()[:3].decode())
-        return codes[1:]
-
-    def states(self):
-        return [each["state"] for each in self.objects()]
-
-
-def start(x):
-    assert x.init(b"BSA_API_VERSION=1.0.1", b"BSA_TIMEOUT=5", owner=b"INFORMIX") == 0
-
-
-def query(x, space=b"obj"):
-    """The code and the copy's id."""
-    found, asked = Descriptor(), Query(name=Name(space, b"/data"), copyType=3)
-    x.BSABeginTxn(x.handle)
-    code = x.BSAQueryObject(x.handle, c.byref(asked), c.byref(found))
-    x.BSAEndTxn(x.handle, 1)
-    return code, found.copyId.right
-
-
-def there_and_back(x, data, space=b"obj"):
-    stored, copy = x.store(data, name=space), x.state.sObject.sBSA_Object.copyId.right
-    found = query(x, space)
-    assert (stored, found) == ([0, 0, 0], (0, copy)), (stored, found, copy)
-    restored = x.restore(name=space, copy_id=copy)
-    assert restored == ([0, 0, 0], data), (restored[0], len(restored[1]))
-
-
-def both_ways(x, size):
-    start(x)
-    there_and_back(x, pattern(size))
 
 
 def under_faults(x, sandbox, lines):

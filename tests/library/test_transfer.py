@@ -9,8 +9,8 @@ import threading
 import time
 import unittest
 
+from calls import call
 from server import Server
-from test_calls import call
 from xbsa import DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, run, run_started
 
 FORKED = "block take get end commit terminate".split()

@@ -11,7 +11,7 @@ import time
 import unittest
 
 from ftpd import Daemon
-from xbsa import STRICT, descriptor, pattern, read_text, run_started
+from xbsa import STRICT, pattern, read_text, run_started
 
 TAIL = pattern(400000)
 SIZES = [0, 1, 65535, 65536, 65537, 50 << 20]

@@ -6,9 +6,8 @@ import re
 import subprocess
 import unittest
 
-from xbsa import LIBRARY, Global, read_text
+from xbsa import LIBRARY, ROOT, Global, read_text
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 OBJECTS = os.path.join(os.environ["XBSA_BUILD"], "src", "CMakeFiles", "xbsa.dir")
 
 

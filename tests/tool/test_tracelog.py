@@ -7,10 +7,10 @@ import unittest
 from xml.etree import ElementTree
 
 from server import Server
-from xbsa import DEADLINE, SANITIZED, make_folder, read_bytes, run, write_plain
+from xbsa import DEADLINE, ROOT, SANITIZED, make_folder, read_bytes, run, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
-SANDBOX = os.path.join(os.path.dirname(__file__), "../sandbox/run")
+SANDBOX = ROOT + "/sandbox/run"
 ENV = {key: value for key, value in os.environ.items() if key != "LD_PRELOAD"}
 MIXED = "lines of several processes are mixed here: .*XBSA_LOGFILE"
 SVG = "{http://www.w3.org/2000/svg}"

@@ -1,7 +1,7 @@
 """
-On command, as root, twelve minutes: what only a network between two hosts can do. In tests/:
+On command, as root, twelve minutes: what only a network between two hosts can do. In tests/command/:
 
-    XBSA_LIBRARY=... XBSA_FTPD=... python3 -m unittest -v test_network
+    XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../harness python3 -m unittest -v test_network
 """
 import contextlib
 import ctypes as c

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # Builds and tests the library as other systems build it:
-#   tests/hosts.sh fortify   glibc's own checks at their highest level: every test
-#   tests/hosts.sh m32       32 bits; under qemu-i386 where the kernel runs no 32-bit programs
-#   tests/hosts.sh musl      another C library
-# The last two test with the C host of tests/host.c; musl never unloads a library.
+#   tests/command/hosts.sh fortify   glibc's own checks at their highest level: every test
+#   tests/command/hosts.sh m32       32 bits; under qemu-i386 where the kernel runs no 32-bit programs
+#   tests/command/hosts.sh musl      another C library
+# The last two test with the C host of tests/harness/host.c; musl never unloads a library.
 set -eu
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 . tools/packages.sh
 
-kind=${1:?usage: tests/hosts.sh fortify|m32|musl}
+kind=${1:?usage: tests/command/hosts.sh fortify|m32|musl}
 emulator=
 case $kind in
 musl) packages_need musl-tools ;;
@@ -25,7 +25,7 @@ m32)
 esac
 
 ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-${HOME:-$PWD/build}/.cache}/korva-xbsa/ftpd}
-tests/servers.sh "$ftpd"
+tests/harness/servers.sh "$ftpd"
 cmake --preset "$kind" -DXBSA_FTPD="$ftpd" -DCMAKE_CROSSCOMPILING_EMULATOR="$emulator"
 cmake --build --preset "$kind" -j "$(nproc)"
 exec ctest --preset "$kind" -j 4 "${@:2}"

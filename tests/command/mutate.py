@@ -4,7 +4,7 @@ On command, as root: do the tests that CI runs on the library notice small fault
 at random places of a copy of src/, one at a time, and asks the tests, the likely ones first. Faults
 that change nothing are listed in mutate.equivalent, each with the reason.
 
-  tests/mutate.py [--seed N] [--count M]    M faults (100) of the choice N (1)
+  tests/command/mutate.py [--seed N] [--count M]    M faults (100) of the choice N (1)
 
 Returns 1 when more than five of a hundred are missed.
 """
@@ -25,7 +25,7 @@ import tempfile
 import threading
 import time
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+ROOT = os.path.abspath(__file__ + "/../../..")
 # Not the tools' own tests, nor what looks at the sources; where memory is watched, the quick ones.
 ASKED = {"release": "answers|calls|com|faults|helpers|hosts?|random|servers|torture|trace$|transfer",
          "asan": "asan.(calls|com|helpers|leaks|trace$)"}
@@ -247,7 +247,7 @@ def all_faults():
 
 def chosen(arguments):
     """All that are not equivalent, in the order of the choice."""
-    listed = {line.rsplit("  # ", 1)[0] for line in read("tests/mutate.equivalent").splitlines()}
+    listed = {line.rsplit("  # ", 1)[0] for line in read("tests/command/mutate.equivalent").splitlines()}
     faults = list(all_faults())
     if stale := listed - {fault.label for fault in faults}:
         raise SystemExit("mutate.equivalent lists what is not a fault now:\n" + "\n".join(sorted(stale)))

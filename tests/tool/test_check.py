@@ -6,10 +6,9 @@ import subprocess
 import unittest
 
 from ftpd import Daemon, serve_behind
+from sandboxed import Sandbox
 from server import Server
-from test_com import INI, Utility
-from test_com import setUpModule as demand_private_etc
-from test_sandbox import Sandbox
+from utility import INI, Utility, need_private_etc
 from xbsa import LIBRARY, make_folder, read_bytes, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
@@ -185,7 +184,7 @@ class Plain(Case):
 class Informix(Case):
     @classmethod
     def setUpClass(cls):
-        demand_private_etc()
+        need_private_etc()
 
     def test_faults_before_the_server(self):
         def answer(text):

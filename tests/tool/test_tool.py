@@ -11,9 +11,9 @@ import unittest
 import inifile
 from catalogue import Catalogue
 from ftpd import Daemon, serve_behind
+from sandboxed import Sandbox
 from server import Server
-from test_com import Utility, setUpModule as check_etc
-from test_sandbox import Sandbox
+from utility import Utility, need_private_etc
 from xbsa import DEADLINE, make_folder, pattern, read_text, write_plain
 
 CANARY, BLOCK = "canary-7731", pattern(65535)
@@ -278,11 +278,12 @@ class Terminal(Site):
 
 class Informix(Site):
     store, search = Secrets.store, Secrets.search
-    setUpClass = check_etc
+    setUpClass = need_private_etc
 
     def setUp(self):
+        self.folder = Sandbox(self).folder
         super().setUp()
-        self.folder, self.options = Sandbox(self).folder, ["--informix", "--space", "obj"]
+        self.options = ["--informix", "--space", "obj"]
 
     def test_secrets(self):
         Utility(self, script="#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"

@@ -3,9 +3,10 @@ import os
 import unittest
 
 from server import Server
-from test_com import Utility, answers, setUpModule, start  # pylint: disable=unused-import
+from utility import Utility, answers, need_private_etc, start
 from xbsa import SANITIZED, STRICT, run, write_plain
 
+setUpModule = need_private_etc  # pylint: disable=invalid-name
 STRIDE = 1 if os.environ.get("XBSA_TORTURE") == "all" else 13 if SANITIZED else 5
 HEAD, OPENED, REFUSED = b"reply=OK\n", [0, 0, 0], [3]
 ANY = None  # a success or a clear failure; what decides is in the value

@@ -12,8 +12,8 @@ import tempfile
 import unittest
 
 from ftpd import Daemon, serve_behind
+from xbsa import ROOT
 
-SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD, TOOL = os.environ["XBSA_BUILD"], os.environ["XBSA_TOOL"]
 ENV = {"PATH": os.environ["PATH"] + ":/usr/sbin:/sbin", "LC_ALL": "C.UTF-8", "TZ": "UTC",
        "SOURCE_DATE_EPOCH": "1000000000", "XBSA_PASSWORD": "secret", "MANWIDTH": "100"}
@@ -36,7 +36,7 @@ def output(*command, **more):
 
 
 def read(name):
-    return pathlib.Path(SOURCE, name).read_text(encoding="utf-8")
+    return pathlib.Path(ROOT, name).read_text(encoding="utf-8")
 
 
 def offered(*command):
@@ -71,7 +71,7 @@ def typed(shell, script):
 def completed(*lines):
     """The arguments that bash makes of each line, after the key that inserts all completions."""
     text = typed(["bash", "--norc", "--noprofile", "-i"], [
-        f". {SOURCE}/completions/xbsactl.bash", "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
+        f". {ROOT}/completions/xbsactl.bash", "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
         *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""])
     return [part.split("\n")[:-1] for part in text.split("=\n")[:-1]]
 
@@ -97,7 +97,7 @@ class Interface(unittest.TestCase):
         found = {name: set(re.findall(r"['){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
                  [("", general), *re.findall(r"^ {8}(\w+)\)\n(.*?);;", rest, re.M | re.S)]}
         self.assertEqual(found, {"": everywhere, **options})
-        self.assertEqual(documented("korva-sandbox.1")["OPTIONS"], offered(f"{SOURCE}/sandbox/run"))
+        self.assertEqual(documented("korva-sandbox.1")["OPTIONS"], offered(f"{ROOT}/sandbox/run"))
 
     def test_values(self):
         cases = {"store x ": "store|x|a b|note|sub", "store x y ": "store|x|y",
@@ -157,7 +157,7 @@ class Packages(unittest.TestCase):
     def test_same(self):
         assert_same("DEB")
         with tempfile.TemporaryDirectory() as folder:
-            shutil.copytree(SOURCE, f"{folder}/source",
+            shutil.copytree(ROOT, f"{folder}/source",
                             ignore=shutil.ignore_patterns("build", ".git", "__pycache__"))
             output("chmod", "-R", "g+w,o-r", f"{folder}/source")
             for command in ("-S source -B build -DXBSA_TESTS=OFF",
@@ -203,7 +203,7 @@ class Packages(unittest.TestCase):
 
 class Pages(unittest.TestCase):
     def test_pages(self):
-        for page in glob.glob(f"{SOURCE}/man/*.?"):
+        for page in glob.glob(f"{ROOT}/man/*.?"):
             text = output("man", "--warnings", "-l", page)
             self.assertIn("SEE ALSO", text)
             self.assertNotIn("<standard input>", text, page)
@@ -216,7 +216,7 @@ class Zsh(unittest.TestCase):
                  "check --informixdir=s": "check --informixdir=sub/",
                  "--host h tra": "--host h trace "}
         text = typed(["zsh", "-f", "-i"], [
-            f"fpath=({SOURCE}/completions $fpath)", "autoload -Uz compinit; compinit -u -D",
+            f"fpath=({ROOT}/completions $fpath)", "autoload -Uz compinit; compinit -u -D",
             "note() { print -r -- $BUFFER >>../out; BUFFER= }", "zle -N note; bindkey '^T' note",
             "".join(f"xbsactl {line}\t\x14" for line in cases) + "exit", ""])
         self.assertEqual(text.splitlines(), [f"xbsactl {line}" for line in cases.values()])

@@ -12,10 +12,9 @@ import subprocess
 import threading
 import unittest
 
-from xbsa import LIBRARY, SANITIZED, make_folder, read_text, write_plain
+from xbsa import LIBRARY, ROOT, SANITIZED, make_folder, read_text, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 TEXT = r'"(?:[^"\\]|\\.)*"(?:\s*"(?:[^"\\]|\\.)*")*'
 # What a trace line says when something went wrong.
 FAILURE = re.compile(r"fail|cannot|unable|not found|invalid|too? (long|small)|null|exiting[.,!]|"
@@ -336,7 +335,7 @@ class AsRoot(Folder):
         """Links of others are refused wherever a file is written; ours are followed. So are files and
         folders of others, in a folder that others may write."""
         os.mkdir(folder := self.path("shared"))
-        log, env = os.path.join(ROOT, "tests", "store.trace"), dict(XBSA_PASSWORD="x", PATH="/bin")
+        log, env = ROOT + "/tests/library/store.trace", dict(XBSA_PASSWORD="x", PATH="/bin")
         host = ["--host", "127.0.0.1:1", "--user", "x"]
         for owner, planted, mode in (
                 (OTHER, "link", 0o1777), (OTHER, "file", 0o1777), (OTHER, "folder", 0o1777),
