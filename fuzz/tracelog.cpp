@@ -1,7 +1,7 @@
 // The trace reader of xbsactl: what it prints of any log is clean text and a well-formed page.
 #include "fuzz.h"
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "trace/trace.h"
 
 // Every tag is closed in its turn, and no text has a control character.

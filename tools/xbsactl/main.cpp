@@ -3,19 +3,8 @@
 #include <exception>
 #include <iostream>
 
-#include "base/errors.h"
-#include "base/files.h"
-#include "base/settings.h"
-#include "base/stop.h"
-#include "check/check.h"
-#include "explain/explain.h"
+#include "base/base.h"
 #include "options.h"
-#include "setup/setup.h"
-#include "trace/trace.h"
-#include "transfer/query.h"
-#include "transfer/status.h"
-#include "transfer/transfer.h"
-#include "transfer/verify.h"
 
 namespace
 {
@@ -25,56 +14,35 @@ int FinishOutput(int I_iExit)
     std::cout.flush();
     if (std::cout && fflush(stdout) == 0) return I_iExit;
     fputs("xbsactl: writing standard output failed\n", stderr);
-    return EXIT_FAILED;
+    return base::EXIT_FAILED;
 }
 
-int Run(SETTINGS &I_sSettings)
+int Run(COMMAND_LINE &I_sLine)
 {
-    status_Begin(I_sSettings);
-    settings_Check(I_sSettings);
-    switch (I_sSettings.eCommand)
-    {
-    case COMMAND::STORE:
-        transfer_Store(I_sSettings);
-        break;
-    case COMMAND::RESTORE:
-        transfer_Restore(I_sSettings);
-        break;
-    case COMMAND::QUERY:
-        query_Run(I_sSettings);
-        break;
-    case COMMAND::VERIFY:
-        return verify_Run(I_sSettings);
-    case COMMAND::CHECK:
-        return check_Run(I_sSettings);
-    case COMMAND::TRACE:
-        tracelog_Run(I_sSettings);
-        break;
-    case COMMAND::EXPLAIN:
-        explain_Run(I_sSettings);
-        break;
-    case COMMAND::SETUP:
-        return setup_Run(I_sSettings);
-    }
-    return EXIT_DONE;
+    const transfer::OPTIONS &sTransfer = I_sLine.sTransfer;
+    const std::string strName =
+        sTransfer.bAll ? "" : transfer::ManifestName(I_sLine.sConnection, sTransfer.sObject);
+    transfer::BeginStatus(I_sLine.strCommand, strName, sTransfer.strStatus);
+    CheckOptions(I_sLine);
+    return I_sLine.fpRun(I_sLine);
 }
 
 // Before the process ends by a signal.
 void Stopped(int I_iExit)
 {
-    check_Stopped();
-    status_End(I_iExit);
+    check::Stopped();
+    transfer::EndStatus(I_iExit);
 }
 
 int Main(int argc, char **argv)
 {
-    files_ReserveStandard();
-    SETTINGS sSettings;
-    settings_HidePassword(sSettings);
-    stop_Watch({status_Print, status_Tick, Stopped});
+    base::ReserveStandard();
+    COMMAND_LINE sLine;
+    base::HidePassword(sLine.sConnection);
+    base::WatchSignals({transfer::PrintStatus, transfer::TickStatus, Stopped});
 
-    const std::optional<int> iExit = options_Parse(argc, argv, sSettings);
-    return FinishOutput(iExit ? *iExit : Run(sSettings));
+    const std::optional<int> iExit = ParseOptions(argc, argv, sLine);
+    return FinishOutput(iExit ? *iExit : Run(sLine));
 }
 
 int ExitCode(int argc, char **argv)
@@ -82,14 +50,15 @@ int ExitCode(int argc, char **argv)
     try
     {
         return Main(argc, argv);
-    } catch (const USAGE_ERROR &sError)
+    } catch (const base::USAGE_ERROR &sError)
     {
-        fprintf(stderr, "xbsactl: %s (see xbsactl --help)\n", Printable(sError.what()).c_str());
-        return EXIT_USAGE;
+        fprintf(stderr, "xbsactl: %s (see xbsactl --help)\n",
+                base::Printable(sError.what()).c_str());
+        return base::EXIT_USAGE;
     } catch (const std::exception &sError)
     {
-        fprintf(stderr, "xbsactl: %s\n", Printable(sError.what()).c_str());
-        return EXIT_FAILED;
+        fprintf(stderr, "xbsactl: %s\n", base::Printable(sError.what()).c_str());
+        return base::EXIT_FAILED;
     }
 }
 } // namespace
@@ -97,7 +66,7 @@ int ExitCode(int argc, char **argv)
 int main(int argc, char **argv)
 {
     const int iExit = ExitCode(argc, argv);
-    stop_Never(); // what the status file says is how the process ends
-    status_End(iExit);
+    base::HoldSignals(); // what the status file says is how the process ends
+    transfer::EndStatus(iExit);
     return iExit;
 }

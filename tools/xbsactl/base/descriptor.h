@@ -6,6 +6,8 @@
 
 #include <utility>
 
+namespace base
+{
 class CDescriptor
 {
   public:
@@ -42,5 +44,6 @@ class CDescriptor
   private:
     int iFile;
 };
+} // namespace base
 
 #endif

@@ -6,6 +6,8 @@
 #include <system_error>
 #include <utility>
 
+namespace base
+{
 namespace
 {
 bool IsControl(char I_cChar)
@@ -105,3 +107,4 @@ std::string Masked(std::string I_strText, const std::string &I_strSecret)
     }
     return I_strText;
 }
+} // namespace base

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+namespace base
+{
 enum
 {
     EXIT_DONE = 0,
@@ -43,5 +45,6 @@ std::string Printable(std::string I_strText);
 
 // The text with a mask for each place where a peer said the secret back.
 std::string Masked(std::string I_strText, const std::string &I_strSecret);
+} // namespace base
 
 #endif

@@ -10,7 +10,9 @@
 #include "base/errors.h"
 #include "base/stop.h"
 
-std::string files_Quoted(const std::string &I_strFile)
+namespace base
+{
+std::string Quoted(const std::string &I_strFile)
 {
     return "\"" + Printable(I_strFile) + "\"";
 }
@@ -60,13 +62,13 @@ void Close(CDescriptor &X_sFile, const std::string &I_strShown)
 } // namespace
 
 // Asked for once: meanwhile the mask is another one for the whole process.
-mode_t files_NewFileMode()
+mode_t NewFileMode()
 {
     static const mode_t uMask = TakeUmask();
     return 0666 & ~uMask;
 }
 
-void files_ReserveStandard()
+void ReserveStandard()
 {
     for (const int iFile : {0, 1, 2})
     {
@@ -76,7 +78,7 @@ void files_ReserveStandard()
 }
 
 CInput::CInput(const std::string &I_strFile)
-    : strName(I_strFile == "-" ? "standard input" : files_Quoted(I_strFile))
+    : strName(I_strFile == "-" ? "standard input" : Quoted(I_strFile))
 {
     if (I_strFile != "-") iFile = open(I_strFile.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat sStat
@@ -147,7 +149,7 @@ void CReplacement::TakeMode() const
     if (sOld && !bOwner && bExact)
         throw FAILURE(sTarget.strShown + ": this account cannot keep its owner and group");
     const mode_t uKept = bExact ? 07777 : bOwner ? 0777 : 0700;
-    const mode_t uMode = sOld ? sOld->st_mode & uKept : files_NewFileMode();
+    const mode_t uMode = sOld ? sOld->st_mode & uKept : NewFileMode();
     if (fchmod(sFile.Get(), uMode) != 0) throw SystemFailure("writing " + sTarget.strShown);
 }
 
@@ -169,7 +171,7 @@ void CReplacement::Publish()
 COutput::COutput(const std::string &I_strFile)
 {
     if (I_strFile == "-") return;
-    sTarget = target_Find(I_strFile);
+    sTarget = FindTarget(I_strFile);
     const std::optional<struct stat> sOld = sTarget->Status();
     if (sOld && S_ISDIR(sOld->st_mode)) throw FAILURE(sTarget->strShown + ": is a folder");
     if (sOld && !S_ISREG(sOld->st_mode))
@@ -179,7 +181,7 @@ COutput::COutput(const std::string &I_strFile)
     }
     const STOP_LOCK sLock; // no stop between the birth of the file and its entry
     sReplacement.emplace(*sTarget, false);
-    stop_RemoveFile(sLock, sTarget->Folder(), sReplacement->Temporary());
+    RemoveAtStop(sLock, sTarget->Folder(), sReplacement->Temporary());
 }
 
 // A device or a pipe: there is nothing to replace.
@@ -199,7 +201,7 @@ COutput::~COutput()
     if (!sReplacement) return;
     const STOP_LOCK sLock;
     sReplacement.reset();
-    stop_RemoveFile(sLock, -1, "");
+    RemoveAtStop(sLock, -1, "");
 }
 
 void COutput::Write(const char *cpData, size_t I_uLength)
@@ -221,7 +223,8 @@ void COutput::Commit()
     {
         const STOP_LOCK sLock; // no stop between the rename and the end of the entry
         sReplacement->Publish();
-        stop_RemoveFile(sLock, -1, "");
+        RemoveAtStop(sLock, -1, "");
     }
     sTarget->SyncFolder();
 }
+} // namespace base

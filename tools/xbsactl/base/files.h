@@ -11,15 +11,17 @@
 
 #include "base/target.h"
 
+namespace base
+{
 // Keeps the numbers 0 to 2 from being given to a file or socket when the caller closed them. The
 // stand-ins fail every read or write, so that a closed standard output stays a failure.
-void files_ReserveStandard();
+void ReserveStandard();
 
 // The path in quotes, for a message.
-std::string files_Quoted(const std::string &I_strFile);
+std::string Quoted(const std::string &I_strFile);
 
 // What the umask leaves of rw-rw-rw-. The first call is the main thread's.
-mode_t files_NewFileMode();
+mode_t NewFileMode();
 
 class CInput
 {
@@ -92,5 +94,6 @@ class COutput
     std::optional<CReplacement> sReplacement;
     CDescriptor sDevice;
 };
+} // namespace base
 
 #endif

@@ -13,38 +13,12 @@
 #include "xbsa.h"
 #include "xbsa_session.h"
 
+namespace base
+{
 namespace
 {
 constexpr size_t OWNER_ROOM = sizeof(BSA_ObjectOwner::bsa_ObjectOwner) - 1;
-constexpr size_t NAME_ROOM = sizeof(BSA_ObjectName::objectSpaceName) - 1;
 constexpr size_t PASSWORD_ROOM = 4096; // bytes of a password file that are looked at
-
-void CheckText(const char *cpWhat, const std::string &I_strText, size_t I_uRoom)
-{
-    if (I_strText.empty()) throw USAGE_ERROR(std::string(cpWhat) + " is missing or empty");
-    if (HasControlCharacter(I_strText))
-        throw USAGE_ERROR(std::string(cpWhat) + " holds a control character");
-    if (I_strText.size() > I_uRoom)
-        throw USAGE_ERROR(std::string(cpWhat) + " is longer than " + std::to_string(I_uRoom) +
-                          " bytes");
-}
-
-// A server drops blanks at the ends of a name, and the object would go by another one.
-void CheckBlanks(const char *cpWhat, const std::string &I_strText)
-{
-    if (I_strText.front() == ' ' || I_strText.back() == ' ')
-        throw USAGE_ERROR(std::string(cpWhat) + " begins or ends with a blank");
-}
-
-// The name is a file name in the server's folder.
-void CheckFileName(const std::string &I_strName)
-{
-    CheckText("NAME", I_strName, NAME_ROOM);
-    CheckBlanks("NAME", I_strName);
-    if (I_strName.find('/') != std::string::npos)
-        throw USAGE_ERROR("NAME holds a \"/\": give the folder with --path");
-    if (I_strName == "." || I_strName == "..") throw USAGE_ERROR("NAME is a folder");
-}
 
 void CheckHost(const std::string &I_strHost)
 {
@@ -70,7 +44,7 @@ void WarnOfReaders(const std::string &I_strFile)
     if (stat(I_strFile.c_str(), &sFile) == 0 && S_ISREG(sFile.st_mode) &&
         (sFile.st_mode & (S_IRWXG | S_IRWXO)) != 0)
         fprintf(stderr, "xbsactl: warning: password file %s is open to other accounts: chmod 600\n",
-                files_Quoted(I_strFile).c_str());
+                Quoted(I_strFile).c_str());
 }
 
 // The first line of the file, without its line end.
@@ -90,23 +64,23 @@ std::string ReadPassword(const std::string &I_strFile)
 }
 
 // The option wins over the variable.
-std::string TakePassword(const SETTINGS &I_sSettings)
+std::string TakePassword(const CONNECTION &I_sConnection)
 {
-    if (!I_sSettings.strPasswordFile.empty()) return ReadPassword(I_sSettings.strPasswordFile);
-    if (!I_sSettings.bPassword)
+    if (!I_sConnection.strPasswordFile.empty()) return ReadPassword(I_sConnection.strPasswordFile);
+    if (!I_sConnection.bPassword)
         throw USAGE_ERROR("no password: set the variable XBSA_PASSWORD or give --password-file");
-    return I_sSettings.strPassword;
+    return I_sConnection.strPassword;
 }
 
 // The library takes user and password from one small field, divided by a colon.
-void CheckLogin(const SETTINGS &I_sSettings)
+void CheckLogin(const CONNECTION &I_sConnection)
 {
-    CheckText("--user", I_sSettings.strUser, OWNER_ROOM);
-    if (HasControlCharacter(I_sSettings.strPassword))
+    CheckText("--user", I_sConnection.strUser, OWNER_ROOM);
+    if (HasControlCharacter(I_sConnection.strPassword))
         throw USAGE_ERROR("the password holds a control character");
-    if ((I_sSettings.strUser + I_sSettings.strPassword).find(':') != std::string::npos)
+    if ((I_sConnection.strUser + I_sConnection.strPassword).find(':') != std::string::npos)
         throw USAGE_ERROR("user and password must not hold a \":\"");
-    const size_t uOwner = settings_Owner(I_sSettings).size();
+    const size_t uOwner = Owner(I_sConnection).size();
     if (uOwner > OWNER_ROOM)
         throw USAGE_ERROR("user and password together are " + std::to_string(uOwner - OWNER_ROOM) +
                           " bytes too long: the library has room for 52");
@@ -125,6 +99,85 @@ void CheckVariable(const char *cpVariable, size_t I_uRoom, bool I_bNeeded)
                           std::to_string(I_uRoom) + " bytes");
 }
 
+void CheckFolder(const CONNECTION &I_sConnection)
+{
+    CheckText("--path", I_sConnection.strPath, NAME_ROOM);
+    CheckBlanks("--path", I_sConnection.strPath);
+}
+
+} // namespace
+
+void CheckText(const char *cpWhat, const std::string &I_strText, size_t I_uRoom)
+{
+    if (I_strText.empty()) throw USAGE_ERROR(std::string(cpWhat) + " is missing or empty");
+    if (HasControlCharacter(I_strText))
+        throw USAGE_ERROR(std::string(cpWhat) + " holds a control character");
+    if (I_strText.size() > I_uRoom)
+        throw USAGE_ERROR(std::string(cpWhat) + " is longer than " + std::to_string(I_uRoom) +
+                          " bytes");
+}
+
+void CheckBlanks(const char *cpWhat, const std::string &I_strText)
+{
+    if (I_strText.front() == ' ' || I_strText.back() == ' ')
+        throw USAGE_ERROR(std::string(cpWhat) + " begins or ends with a blank");
+}
+
+void HidePassword(CONNECTION &X_sConnection)
+{
+    const std::string strStart = "XBSA_PASSWORD=";
+    for (char **cppVariable = environ; *cppVariable != nullptr; cppVariable++)
+    {
+        if (strncmp(*cppVariable, strStart.c_str(), strStart.size()) != 0) continue;
+        char *cpValue = *cppVariable + strStart.size();
+        if (!X_sConnection.bPassword) X_sConnection.strPassword = cpValue;
+        X_sConnection.bPassword = true;
+        explicit_bzero(cpValue, strlen(cpValue));
+    }
+    unsetenv("XBSA_PASSWORD");
+}
+
+std::string Owner(const CONNECTION &I_sConnection)
+{
+    return "user=" + I_sConnection.strUser + ":pass=" + I_sConnection.strPassword;
+}
+
+void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace)
+{
+    if (I_strTrace.empty()) return;
+    if (I_strTrace[0] < '0' || I_strTrace[0] > '3' ||
+        (I_strTrace.size() > 1 && I_strTrace[1] != ':'))
+        throw USAGE_ERROR("--trace is not LEVEL or LEVEL:FILE with a level from 0 to 3");
+    X_sConnection.iTraceLevel = I_strTrace[0] - '0';
+    if (I_strTrace.size() == 1) return;
+
+    X_sConnection.strTraceFile = I_strTrace.substr(2);
+    CheckText("--trace: FILE", X_sConnection.strTraceFile, 4095);
+}
+
+void CheckPlain(CONNECTION &X_sConnection)
+{
+    CheckHost(X_sConnection.strHost);
+    CheckFolder(X_sConnection);
+    X_sConnection.strPassword = TakePassword(X_sConnection);
+    CheckLogin(X_sConnection);
+}
+
+void CheckPreflight(CONNECTION &X_sConnection)
+{
+    CheckHost(X_sConnection.strHost);
+    CheckFolder(X_sConnection);
+    CheckText("--user", X_sConnection.strUser, NAME_ROOM);
+    try
+    {
+        X_sConnection.strPassword = TakePassword(X_sConnection);
+        CheckLogin(X_sConnection);
+    } catch (const std::runtime_error &sError)
+    {
+        X_sConnection.strLoginFault = sError.what();
+    }
+}
+
 void CheckVariables()
 {
     CheckVariable("KORVA_SERVER", sizeof(STUCT_COM_INPUT::szKORVAServer) - 1, true);
@@ -134,129 +187,4 @@ void CheckVariables()
     CheckVariable("KORVA_POOL", sizeof(STUCT_COM_INPUT::szPool) - 1, false);
     CheckVariable("KORVA_COM_TIMEOUT", sizeof(STUCT_COM_INPUT::szCOMTimeOut) - 1, false);
 }
-
-// The utility is told the object as SPACE@NAME; a query asks for all when nothing is said.
-void CheckInformix(SETTINGS &I_sSettings)
-{
-    if (I_sSettings.eCommand == COMMAND::QUERY)
-    {
-        if (I_sSettings.strName.empty()) I_sSettings.strName = "%";
-        if (I_sSettings.strSpace.empty()) I_sSettings.strSpace = "%";
-    }
-    if (!I_sSettings.bAll) settings_CheckObject(I_sSettings);
-    CheckVariables();
-}
-
-void CheckFolder(const SETTINGS &I_sSettings)
-{
-    CheckText("--path", I_sSettings.strPath, NAME_ROOM);
-    CheckBlanks("--path", I_sSettings.strPath);
-}
-
-void CheckPlain(SETTINGS &I_sSettings)
-{
-    if (I_sSettings.eCommand == COMMAND::QUERY)
-        throw USAGE_ERROR("query needs --informix: an FTP server keeps no catalogue");
-    if (!I_sSettings.bAll) settings_CheckObject(I_sSettings);
-    CheckHost(I_sSettings.strHost);
-    CheckFolder(I_sSettings);
-    I_sSettings.strPassword = TakePassword(I_sSettings);
-    CheckLogin(I_sSettings);
-}
-
-// A login that cannot be used is one of the findings of a check.
-void NoteLogin(SETTINGS &I_sSettings)
-{
-    try
-    {
-        I_sSettings.strPassword = TakePassword(I_sSettings);
-        CheckLogin(I_sSettings);
-    } catch (const std::runtime_error &sError)
-    {
-        I_sSettings.strLoginFault = sError.what();
-    }
-}
-
-// The check names its objects itself.
-void CheckPreflight(SETTINGS &I_sSettings)
-{
-    if (!I_sSettings.strSpace.empty()) throw USAGE_ERROR("--space is not for check");
-    if (I_sSettings.bInformix) return;
-    CheckHost(I_sSettings.strHost);
-    CheckFolder(I_sSettings);
-    CheckText("--user", I_sSettings.strUser, NAME_ROOM);
-    NoteLogin(I_sSettings);
-}
-
-// Names are those of the manifest with --all, and each is checked in its turn.
-void CheckVerify(const SETTINGS &I_sSettings)
-{
-    if (I_sSettings.strManifest.empty())
-        throw USAGE_ERROR("verify needs --manifest: the file that store keeps with that option");
-    if (I_sSettings.strName.empty() && !I_sSettings.bAll)
-        throw USAGE_ERROR("verify needs NAME or --all");
-    if (I_sSettings.bAll && (I_sSettings.uCopyId != 0 || !I_sSettings.strSpace.empty()))
-        throw USAGE_ERROR("--all takes spaces and copies from the manifest");
-}
-
-void CheckTrace(SETTINGS &I_sSettings)
-{
-    const std::string &strTrace = I_sSettings.strTrace;
-    if (strTrace.empty()) return;
-    if (strTrace[0] < '0' || strTrace[0] > '3' || (strTrace.size() > 1 && strTrace[1] != ':'))
-        throw USAGE_ERROR("--trace is not LEVEL or LEVEL:FILE with a level from 0 to 3");
-    I_sSettings.iTraceLevel = strTrace[0] - '0';
-    if (strTrace.size() == 1) return;
-
-    I_sSettings.strTraceFile = strTrace.substr(2);
-    CheckText("--trace: FILE", I_sSettings.strTraceFile, 4095);
-}
-
-bool NeedsServer(COMMAND I_eCommand)
-{
-    return I_eCommand != COMMAND::TRACE && I_eCommand != COMMAND::EXPLAIN &&
-           I_eCommand != COMMAND::SETUP;
-}
-} // namespace
-
-void settings_HidePassword(SETTINGS &I_sSettings)
-{
-    const std::string strStart = "XBSA_PASSWORD=";
-    for (char **cppVariable = environ; *cppVariable != nullptr; cppVariable++)
-    {
-        if (strncmp(*cppVariable, strStart.c_str(), strStart.size()) != 0) continue;
-        char *cpValue = *cppVariable + strStart.size();
-        if (!I_sSettings.bPassword) I_sSettings.strPassword = cpValue;
-        I_sSettings.bPassword = true;
-        explicit_bzero(cpValue, strlen(cpValue));
-    }
-    unsetenv("XBSA_PASSWORD");
-}
-
-void settings_CheckObject(const SETTINGS &I_sSettings)
-{
-    if (!I_sSettings.bInformix) return CheckFileName(I_sSettings.strName);
-    CheckText("NAME", I_sSettings.strName, NAME_ROOM);
-    CheckText("--space", I_sSettings.strSpace, NAME_ROOM);
-    if (I_sSettings.strSpace.find('@') != std::string::npos)
-        throw USAGE_ERROR("--space holds an \"@\", which ends the space in SPACE@NAME");
-}
-
-std::string settings_Owner(const SETTINGS &I_sSettings)
-{
-    return "user=" + I_sSettings.strUser + ":pass=" + I_sSettings.strPassword;
-}
-
-void settings_Check(SETTINGS &I_sSettings)
-{
-    if (I_sSettings.strFile.empty()) throw USAGE_ERROR("FILE is empty");
-    if (I_sSettings.uCopyId != 0 && I_sSettings.eCommand != COMMAND::RESTORE &&
-        I_sSettings.eCommand != COMMAND::VERIFY)
-        throw USAGE_ERROR("--copy-id is for restore and verify only");
-    if (I_sSettings.eCommand == COMMAND::VERIFY) CheckVerify(I_sSettings);
-    CheckTrace(I_sSettings);
-    if (!NeedsServer(I_sSettings.eCommand)) return;
-    if (I_sSettings.eCommand == COMMAND::CHECK) CheckPreflight(I_sSettings);
-    else if (I_sSettings.bInformix) CheckInformix(I_sSettings);
-    else CheckPlain(I_sSettings);
-}
+} // namespace base

@@ -1,73 +1,56 @@
-// What the user asked for, checked before anything is opened or sent.
+// What a session needs, checked before anything is opened or sent.
 #ifndef XBSACTL_SETTINGS_H
 #define XBSACTL_SETTINGS_H
 
 #include <string>
-#include <vector>
 
-enum class COMMAND
-{
-    STORE,
-    RESTORE,
-    QUERY,
-    VERIFY,
-    CHECK,
-    TRACE,
-    EXPLAIN,
-    SETUP
-};
+#include "xbsa.h"
 
-struct SETTINGS
+namespace base
 {
-    COMMAND eCommand = COMMAND::STORE;
-    bool bInformix = false;            // the road over the COM utility
-    std::string strName;               // of the object
-    std::string strFile = "-";         // "-": standard input or output
-    std::string strHost;               // HOST[:PORT]
-    std::string strUser;               // login
-    std::string strPasswordFile;       // empty: the variable XBSA_PASSWORD
-    std::string strPassword;           // by settings_HidePassword, then by settings_Check
-    bool bPassword = false;            // by settings_HidePassword: the variable was there
-    std::string strLoginFault;         // check: by settings_Check, why the login cannot be used
-    std::string strPath = ".";         // folder on the server
-    std::string strSpace;              // Informix: object space
-    unsigned uCopyId = 0;              // Informix restore: 0 for the newest copy
-    bool bJson = false;                // query, check: JSON in place of a table
-    bool bVerify = false;              // store: read back
-    bool bAll = false;                 // verify: every object of the manifest
-    std::string strManifest;           // empty: none is kept
-    std::string strStatus;             // progress and result for others to read; empty: none
-    std::string strInformixDir;        // check, setup: the database's folder
-    std::string strOnconfig;           // setup: name of the configuration file
-    bool bDryRun = false;              // setup
-    bool bYes = false;                 // setup: without asking
-    bool bUndo = false;                // setup
-    bool bLogrotate = false;           // setup: print the rotation of the logs, and nothing else
-    std::string strSince;              // trace: empty: from the start
-    long lHandle = 0;                  // trace: 0 for all
-    std::string strHtml;               // trace: empty: no page
-    std::string strActLog;             // trace: empty: none
-    std::vector<std::string> vecTexts; // explain
-    bool bMarkdown = false;            // explain
-    std::string strLibrary;            // empty: the default search
-    std::string strTrace;              // LEVEL[:FILE]; empty: the environment decides
-    int iTraceLevel = -1;              // by settings_Check; -1: the environment decides
-    std::string strTraceFile;          // by settings_Check; empty: standard error
-    unsigned uTimeout = 300;           // seconds, 0 = no limit
+constexpr size_t NAME_ROOM = sizeof(BSA_ObjectName::objectSpaceName) - 1; // bytes
+
+struct CONNECTION
+{
+    bool bInformix = false;      // a session over the COM utility
+    std::string strHost;         // HOST[:PORT]
+    std::string strUser;         // login
+    std::string strPasswordFile; // empty: the variable XBSA_PASSWORD
+    std::string strPassword;     // by HidePassword, then by CheckPlain
+    bool bPassword = false;      // by HidePassword: the variable was there
+    std::string strLoginFault;   // check: why the login cannot be used; empty: it can
+    std::string strPath = ".";   // folder on the server
+    std::string strLibrary;      // empty: the default search
+    int iTraceLevel = -1;        // -1: the environment decides
+    std::string strTraceFile;    // empty: standard error
+    unsigned uTimeout = 300;     // seconds, 0 = no limit
 };
 
 // Moves the variable XBSA_PASSWORD out of the environment and out of the memory that
 // /proc/PID/environ shows; no command and no child process needs it there.
-void settings_HidePassword(SETTINGS &I_sSettings);
+void HidePassword(CONNECTION &X_sConnection);
 
-// Checks all of it and takes the password and the trace apart. Throws USAGE_ERROR, or FAILURE
-// when the password file cannot be read.
-void settings_Check(SETTINGS &I_sSettings);
+// Takes "LEVEL[:FILE]" apart. Throws USAGE_ERROR.
+void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace);
 
-// Checks space and name of one object. Throws USAGE_ERROR.
-void settings_CheckObject(const SETTINGS &I_sSettings);
+// Checks all of plain mode and reads the password. Throws USAGE_ERROR, or FAILURE when the password
+// file cannot be read.
+void CheckPlain(CONNECTION &X_sConnection);
 
-// The owner text of an object on the plain road: the login, as the library wants it.
-std::string settings_Owner(const SETTINGS &I_sSettings);
+// The same for a check of the way: a login that cannot be used is one of its findings.
+void CheckPreflight(CONNECTION &X_sConnection);
+
+// Checks the variables of Informix mode. Throws USAGE_ERROR.
+void CheckVariables();
+
+// Throws USAGE_ERROR for an empty text, one with a control character, or a longer one.
+void CheckText(const char *cpWhat, const std::string &I_strText, size_t I_uRoom);
+
+// A server drops blanks at the ends of a name, and the object would go by another one.
+void CheckBlanks(const char *cpWhat, const std::string &I_strText);
+
+// The owner text of an object in plain mode: the login, as the library wants it.
+std::string Owner(const CONNECTION &I_sConnection);
+} // namespace base
 
 #endif

@@ -11,6 +11,8 @@
 
 #include "base/errors.h"
 
+namespace base
+{
 namespace
 {
 constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit code
@@ -74,7 +76,7 @@ STOP_LOCK::STOP_LOCK() : sGuard(sMutex)
 {
 }
 
-void stop_Watch(const STOP_HOOKS &I_sHooks)
+void WatchSignals(const STOP_HOOKS &I_sHooks)
 {
     const sigset_t sSet = SignalSet();
     pthread_sigmask(SIG_BLOCK, &sSet, nullptr);
@@ -83,13 +85,14 @@ void stop_Watch(const STOP_HOOKS &I_sHooks)
     std::thread(Wait, sSet, I_sHooks).detach();
 }
 
-void stop_Never()
+void HoldSignals()
 {
     sMutex.lock();
 }
 
-void stop_RemoveFile(const STOP_LOCK & /*I_sLock*/, int I_iFolder, const std::string &I_strName)
+void RemoveAtStop(const STOP_LOCK & /*I_sLock*/, int I_iFolder, const std::string &I_strName)
 {
     iDoomedFolder = I_iFolder;
     szDoomed[I_strName.copy(szDoomed, NAME_MAX)] = '\0';
 }
+} // namespace base

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <string>
 
+namespace base
+{
 // What else the thread does.
 struct STOP_HOOKS
 {
@@ -16,10 +18,10 @@ struct STOP_HOOKS
 
 // Starts the thread. From here on SIGHUP, SIGINT, SIGQUIT and SIGTERM, unless the caller ignored
 // them, remove the file below and end the process by the same signal.
-void stop_Watch(const STOP_HOOKS &I_sHooks);
+void WatchSignals(const STOP_HOOKS &I_sHooks);
 
 // From here on no signal ends the process: its exit code is decided.
-void stop_Never();
+void HoldSignals();
 
 // While one lives the process is not ended.
 class STOP_LOCK
@@ -32,6 +34,7 @@ class STOP_LOCK
 };
 
 // The file that must not survive, in a folder that is held open; an empty name for none.
-void stop_RemoveFile(const STOP_LOCK &I_sLock, int I_iFolder, const std::string &I_strName);
+void RemoveAtStop(const STOP_LOCK &I_sLock, int I_iFolder, const std::string &I_strName);
+} // namespace base
 
 #endif

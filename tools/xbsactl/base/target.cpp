@@ -9,6 +9,8 @@
 #include "base/errors.h"
 #include "base/files.h"
 
+namespace base
+{
 namespace
 {
 using STAT = struct stat;
@@ -65,8 +67,7 @@ std::string TakePart(std::string &X_strPath)
 class CWalk
 {
   public:
-    explicit CWalk(const std::string &I_strFile)
-        : strShown(files_Quoted(I_strFile)), strLeft(I_strFile)
+    explicit CWalk(const std::string &I_strFile) : strShown(Quoted(I_strFile)), strLeft(I_strFile)
     {
         Start();
     }
@@ -142,7 +143,8 @@ void TARGET::SyncFolder() const
         throw SystemFailure("the folder of " + strShown);
 }
 
-TARGET target_Find(const std::string &I_strFile)
+TARGET FindTarget(const std::string &I_strFile)
 {
     return CWalk(I_strFile).Run();
 }
+} // namespace base

@@ -11,6 +11,8 @@
 
 #include "base/descriptor.h"
 
+namespace base
+{
 struct TARGET
 {
     std::shared_ptr<const CDescriptor> spFolder;
@@ -36,6 +38,7 @@ struct TARGET
 // Follows links that belong to this account or to root. Throws FAILURE for a link of anybody else,
 // and for what somebody else put into a folder that others may write, like /tmp: in one with a
 // sticky bit its group, else everybody.
-TARGET target_Find(const std::string &I_strFile);
+TARGET FindTarget(const std::string &I_strFile);
+} // namespace base
 
 #endif

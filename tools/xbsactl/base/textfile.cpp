@@ -8,6 +8,8 @@
 #include "base/errors.h"
 #include "base/files.h"
 
+namespace base
+{
 namespace
 {
 constexpr int READING = O_RDONLY | O_NONBLOCK | O_CLOEXEC; // a pipe would be waited for
@@ -53,17 +55,17 @@ std::optional<std::string> ReadAll(const CDescriptor &I_sFile, const std::string
 }
 } // namespace
 
-std::optional<std::string> textfile_Read(const std::string &I_strFile, off_t I_iLargest)
+std::optional<std::string> ReadText(const std::string &I_strFile, off_t I_iLargest)
 {
     return ReadAll(CDescriptor(open(I_strFile.c_str(), READING)), I_strFile, I_iLargest);
 }
 
-std::optional<std::string> textfile_Read(const TARGET &I_sTarget, off_t I_iLargest)
+std::optional<std::string> ReadText(const TARGET &I_sTarget, off_t I_iLargest)
 {
     return ReadAll(CDescriptor(I_sTarget.Open(READING)), I_sTarget.strShown, I_iLargest);
 }
 
-void textfile_Replace(const TARGET &I_sTarget, const std::string &I_strText, bool I_bExact)
+void ReplaceText(const TARGET &I_sTarget, const std::string &I_strText, bool I_bExact)
 {
     CReplacement sReplacement(I_sTarget, I_bExact);
     sReplacement.Write(I_strText.data(), I_strText.size());
@@ -71,3 +73,4 @@ void textfile_Replace(const TARGET &I_sTarget, const std::string &I_strText, boo
     sReplacement.Publish();
     I_sTarget.SyncFolder();
 }
+} // namespace base

@@ -7,14 +7,17 @@
 
 #include "base/target.h"
 
-constexpr off_t TEXTFILE_LARGEST = off_t{64} << 20; // bytes, far above any text of ours
+namespace base
+{
+constexpr off_t TEXT_LARGEST = off_t{64} << 20; // bytes, far above any text of ours
 
 // The whole text; none when there is no such file. What is not a regular file, or larger than the
 // limit, is refused. The path's links are followed, the target's are refused. Throws FAILURE.
-std::optional<std::string> textfile_Read(const std::string &I_strFile, off_t I_iLargest);
-std::optional<std::string> textfile_Read(const TARGET &I_sTarget, off_t I_iLargest);
+std::optional<std::string> ReadText(const std::string &I_strFile, off_t I_iLargest);
+std::optional<std::string> ReadText(const TARGET &I_sTarget, off_t I_iLargest);
 
 // A reader finds the old text or the new one, never a part. Throws FAILURE.
-void textfile_Replace(const TARGET &I_sTarget, const std::string &I_strText, bool I_bExact);
+void ReplaceText(const TARGET &I_sTarget, const std::string &I_strText, bool I_bExact);
+} // namespace base
 
 #endif

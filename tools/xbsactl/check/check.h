@@ -3,11 +3,22 @@
 #ifndef XBSACTL_CHECK_H
 #define XBSACTL_CHECK_H
 
-#include "base/settings.h"
+#include "base/base.h"
+
+namespace check
+{
+struct OPTIONS
+{
+    std::string strInformixDir; // the database's folder; empty: it is not looked at
+    std::string strOnconfig;    // name of its configuration file; empty: ONCONFIG, else "onconfig"
+    bool bJson = false;         // JSON instead of lines
+    bool bNagios = false;       // one line and the exit codes of a monitoring plug-in
+};
 
 // Tells what a check that a signal ends may leave on the server.
-void check_Stopped();
+void Stopped();
 
-int check_Run(const SETTINGS &I_sSettings);
+int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
+} // namespace check
 
 #endif

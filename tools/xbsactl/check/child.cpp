@@ -13,7 +13,7 @@
 #include <optional>
 #include <sstream>
 
-#include "base/errors.h"
+#include "base/base.h"
 
 namespace
 {
@@ -29,7 +29,7 @@ void BecomeChild(pid_t I_iParent)
 {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != I_iParent) _exit(EXIT_FAILED);
+    if (getppid() != I_iParent) _exit(base::EXIT_FAILED);
     sigset_t sNone;
     sigemptyset(&sNone);
     sigprocmask(SIG_SETMASK, &sNone, nullptr);
@@ -83,18 +83,19 @@ void WriteAll(int I_iFile, const std::string &I_strText)
     }
 }
 
-FAILURE DeathOf(int I_iStatus)
+base::FAILURE DeathOf(int I_iStatus)
 {
     if (WIFSIGNALED(I_iStatus))
-        return FAILURE("ended by signal " + std::to_string(WTERMSIG(I_iStatus)));
-    return FAILURE("ended without a result, exit code " + std::to_string(WEXITSTATUS(I_iStatus)));
+        return base::FAILURE("ended by signal " + std::to_string(WTERMSIG(I_iStatus)));
+    return base::FAILURE("ended without a result, exit code " +
+                         std::to_string(WEXITSTATUS(I_iStatus)));
 }
 } // namespace
 
 CChild::CChild(const std::function<RESULT()> &I_fpWork)
 {
     std::array<int, 2> aiPipe{};
-    if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw SystemFailure("a pipe");
+    if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
     const pid_t iParent = getpid();
     fflush(nullptr);
     iProcess = fork();
@@ -102,11 +103,11 @@ CChild::CChild(const std::function<RESULT()> &I_fpWork)
     {
         BecomeChild(iParent);
         WriteAll(aiPipe[1], ResultOf(I_fpWork));
-        _exit(EXIT_DONE);
+        _exit(base::EXIT_DONE);
     }
     close(aiPipe[1]);
     iPipe = aiPipe[0];
-    if (iProcess == -1) throw SystemFailure("a child process");
+    if (iProcess == -1) throw base::SystemFailure("a child process");
 }
 
 CChild::~CChild()
@@ -135,7 +136,7 @@ std::string CChild::ReadAll(std::chrono::milliseconds I_sTime) const
             std::chrono::duration_cast<std::chrono::milliseconds>(sEnd - CLOCK::now());
         pollfd sPoll{iPipe, POLLIN, 0};
         if (sLeft.count() <= 0 || poll(&sPoll, 1, static_cast<int>(sLeft.count())) == 0)
-            throw FAILURE("no end within " + std::to_string(I_sTime.count() / 1000) + " s");
+            throw base::FAILURE("no end within " + std::to_string(I_sTime.count() / 1000) + " s");
         const ssize_t iGot = read(iPipe, acPiece.data(), acPiece.size());
         if (iGot <= 0) break;
         strText.append(acPiece.data(), static_cast<size_t>(iGot));
@@ -154,7 +155,7 @@ RESULT CChild::Wait(std::chrono::milliseconds I_sTime)
         throw DeathOf(iStatus);
     }
     const std::optional<RESULT> sAnswer = Unpacked(strText);
-    if (!sAnswer) throw FAILURE("ended in the middle of its result");
-    if (sAnswer->count(FAILED) != 0) throw FAILURE(sAnswer->at(FAILED));
+    if (!sAnswer) throw base::FAILURE("ended in the middle of its result");
+    if (sAnswer->count(FAILED) != 0) throw base::FAILURE(sAnswer->at(FAILED));
     return *sAnswer;
 }

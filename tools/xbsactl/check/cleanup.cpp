@@ -2,18 +2,18 @@
 
 #include <algorithm>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "check/ftp.h"
 
 namespace
 {
-void LogIn(CFtp &I_sFtp, const SETTINGS &I_sSettings, const sockaddr_in &I_sServer)
+void LogIn(CFtp &I_sFtp, const base::CONNECTION &I_sConnection, const sockaddr_in &I_sServer)
 {
     I_sFtp.Connect(I_sServer);
     I_sFtp.Read();
     for (const std::string &strLine :
-         {"USER " + I_sSettings.strUser, "PASS " + I_sSettings.strPassword,
-          "CWD " + I_sSettings.strPath})
+         {"USER " + I_sConnection.strUser, "PASS " + I_sConnection.strPassword,
+          "CWD " + I_sConnection.strPath})
         I_sFtp.Command(strLine); // what was refused shows when nothing is deleted
 }
 
@@ -26,8 +26,9 @@ std::string Joined(const std::vector<std::string> &I_vecTexts)
 }
 } // namespace
 
-void cleanup_Objects(CReport &I_sReport, const SETTINGS &I_sSettings, const sockaddr_in &I_sServer,
-                     std::chrono::milliseconds I_sBound, const std::vector<std::string> &I_vecNames)
+void cleanup_Objects(CReport &I_sReport, const base::CONNECTION &I_sConnection,
+                     const sockaddr_in &I_sServer, std::chrono::milliseconds I_sBound,
+                     const std::vector<std::string> &I_vecNames)
 {
     if (I_vecNames.empty()) return;
     std::vector<std::string> vecLeft = I_vecNames;
@@ -35,7 +36,7 @@ void cleanup_Objects(CReport &I_sReport, const SETTINGS &I_sSettings, const sock
     try
     {
         CFtp sFtp(I_sBound);
-        LogIn(sFtp, I_sSettings, I_sServer);
+        LogIn(sFtp, I_sConnection, I_sServer);
         for (const std::string &strName : I_vecNames)
         {
             const REPLY sReply = sFtp.Command("DELE " + strName);
@@ -44,7 +45,7 @@ void cleanup_Objects(CReport &I_sReport, const SETTINGS &I_sSettings, const sock
             else strWhy = sReply.Text();
         }
         sFtp.Command("QUIT");
-    } catch (const FAILURE &sError)
+    } catch (const base::FAILURE &sError)
     {
         strWhy = sError.what();
     }

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "base/settings.h"
+#include "base/base.h"
 #include "check/report.h"
 
 // Plain road: deletes the objects, on a connection of its own.
-void cleanup_Objects(CReport &I_sReport, const SETTINGS &I_sSettings, const sockaddr_in &I_sServer,
-                     std::chrono::milliseconds I_sBound,
+void cleanup_Objects(CReport &I_sReport, const base::CONNECTION &I_sConnection,
+                     const sockaddr_in &I_sServer, std::chrono::milliseconds I_sBound,
                      const std::vector<std::string> &I_vecNames);
 
 // Informix: names the copies, which no client can remove.

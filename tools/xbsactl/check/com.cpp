@@ -12,7 +12,7 @@
 #include <sstream>
 #include <vector>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "check/child.h"
 #include "check/host.h"
 
@@ -83,7 +83,7 @@ INI ReadIni(std::istream &I_sFile)
     dup2(I_iPipe, STDOUT_FILENO);
     dup2(I_iPipe, STDERR_FILENO);
     execv(I_strPath.c_str(), vecArguments.data());
-    dprintf(STDOUT_FILENO, "%s\n", SystemFailure("it cannot be run").what());
+    dprintf(STDOUT_FILENO, "%s\n", base::SystemFailure("it cannot be run").what());
     _exit(127);
 }
 
@@ -104,9 +104,9 @@ std::string ReadPipe(int I_iPipe)
 RESULT Query(const std::string &I_strPath)
 {
     std::array<int, 2> aiPipe{};
-    if (pipe(aiPipe.data()) == -1) throw SystemFailure("a pipe");
+    if (pipe(aiPipe.data()) == -1) throw base::SystemFailure("a pipe");
     const pid_t iUtility = fork();
-    if (iUtility == -1) throw SystemFailure("a child process");
+    if (iUtility == -1) throw base::SystemFailure("a child process");
     if (iUtility == 0) Execute(I_strPath, aiPipe[1]);
     close(aiPipe[1]);
     const std::string strText = ReadPipe(aiPipe[0]);
@@ -139,7 +139,7 @@ class CUtility
         std::ifstream sFile(INI_FILE);
         if (!sFile)
         {
-            sReport.Fail("ini.file", SystemFailure(INI_FILE).what(),
+            sReport.Fail("ini.file", base::SystemFailure(INI_FILE).what(),
                          "make it, readable for everybody, with the line " INI_EXAMPLE);
             return false;
         }
@@ -173,7 +173,7 @@ class CUtility
         };
         if (stat(strPath.c_str(), &sFile) == -1)
         {
-            sReport.Fail("utility.file", SystemFailure(strPath).what(),
+            sReport.Fail("utility.file", base::SystemFailure(strPath).what(),
                          "install the utility there, or correct " INI_KEY " in " INI_FILE);
             return false;
         }
@@ -193,7 +193,7 @@ class CUtility
         try
         {
             sAnswer = CChild([this] { return Query(strPath); }).Wait(sBound);
-        } catch (const FAILURE &sError)
+        } catch (const base::FAILURE &sError)
         {
             sReport.Fail("utility.query", sError.what(),
                          "run " + strPath + " -q by hand and see what it waits for");

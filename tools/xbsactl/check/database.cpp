@@ -8,8 +8,7 @@
 #include <system_error>
 #include <vector>
 
-#include "base/errors.h"
-#include "base/textfile.h"
+#include "base/base.h"
 
 namespace
 {
@@ -43,10 +42,10 @@ std::string Read(const std::string &I_strFile, std::istringstream &O_sText)
 {
     try
     {
-        const std::optional<std::string> strText = textfile_Read(I_strFile, LARGEST);
+        const std::optional<std::string> strText = base::ReadText(I_strFile, LARGEST);
         O_sText.str(strText.value_or(""));
         return strText ? "" : I_strFile + ": " + std::generic_category().message(ENOENT);
-    } catch (const FAILURE &sFailure)
+    } catch (const base::FAILURE &sFailure)
     {
         return sFailure.what();
     }
@@ -146,10 +145,10 @@ void CheckOnconfig(CReport &I_sReport, const std::string &I_strFolder,
 }
 } // namespace
 
-void check_Database(CReport &I_sReport, const SETTINGS &I_sSettings,
+void check_Database(CReport &I_sReport, const std::string &I_strInformixDir,
                     const CHECKED_LIBRARY &I_sLibrary)
 {
-    if (I_sSettings.strInformixDir.empty()) return;
-    CheckRow(I_sReport, I_sSettings.strInformixDir + "/etc/sm_versions", I_sLibrary.strRow);
-    CheckOnconfig(I_sReport, I_sSettings.strInformixDir, I_sLibrary.strPath);
+    if (I_strInformixDir.empty()) return;
+    CheckRow(I_sReport, I_strInformixDir + "/etc/sm_versions", I_sLibrary.strRow);
+    CheckOnconfig(I_sReport, I_strInformixDir, I_sLibrary.strPath);
 }

@@ -5,7 +5,7 @@
 #include "check/library.h"
 
 // Looks into the folder that --informixdir names.
-void check_Database(CReport &I_sReport, const SETTINGS &I_sSettings,
+void check_Database(CReport &I_sReport, const std::string &I_strInformixDir,
                     const CHECKED_LIBRARY &I_sLibrary);
 
 #endif

@@ -12,7 +12,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "base/errors.h"
+#include "base/base.h"
 
 namespace
 {
@@ -38,7 +38,7 @@ bool Await(int I_iSocket, short I_iEvents, CLOCK::time_point I_sEnd)
 CSocket NewSocket()
 {
     CSocket sSocket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (sSocket.Get() == -1) throw SystemFailure("a socket");
+    if (sSocket.Get() == -1) throw base::SystemFailure("a socket");
     return sSocket;
 }
 
@@ -98,7 +98,7 @@ void CFtp::Connect(const sockaddr_in &I_sServer)
         getsockopt(sControl.Get(), SOL_SOCKET, SO_ERROR, &iError, &uSize);
         if (!bReady) iError = ETIMEDOUT;
     }
-    if (iError != 0) throw FAILURE(std::generic_category().message(iError));
+    if (iError != 0) throw base::FAILURE(std::generic_category().message(iError));
 }
 
 sockaddr_in CFtp::Local() const
@@ -117,11 +117,12 @@ std::string CFtp::AfterLast() const
 void CFtp::Receive(CLOCK::time_point I_sEnd)
 {
     if (!Await(sControl.Get(), POLLIN, I_sEnd))
-        throw FAILURE("no answer within " + std::to_string(sBound.count() / 1000) + " s");
+        throw base::FAILURE("no answer within " + std::to_string(sBound.count() / 1000) + " s");
     std::array<char, 4096> acPiece{};
     const ssize_t iGot = recv(sControl.Get(), acPiece.data(), acPiece.size(), 0);
-    if (iGot == 0) throw FAILURE("the server closed the connection" + AfterLast());
-    if (iGot < 0) throw FAILURE(SystemFailure("the connection failed").what() + AfterLast());
+    if (iGot == 0) throw base::FAILURE("the server closed the connection" + AfterLast());
+    if (iGot < 0)
+        throw base::FAILURE(base::SystemFailure("the connection failed").what() + AfterLast());
     strInput.append(acPiece.data(), static_cast<size_t>(iGot));
 }
 
@@ -130,10 +131,10 @@ std::string CFtp::Line(CLOCK::time_point I_sEnd)
     size_t uEnd = strInput.find('\n');
     for (; uEnd == std::string::npos; uEnd = strInput.find('\n'))
     {
-        if (strInput.size() > LONGEST_REPLY) throw FAILURE("a reply line without an end");
+        if (strInput.size() > LONGEST_REPLY) throw base::FAILURE("a reply line without an end");
         Receive(I_sEnd);
     }
-    std::string strLine = Printable(strInput.substr(0, uEnd));
+    std::string strLine = base::Printable(strInput.substr(0, uEnd));
     strInput.erase(0, uEnd + 1);
     return strLine;
 }
@@ -147,7 +148,7 @@ REPLY CFtp::Read()
     bool bMore = GoesOn(sReply.vecLines[0]);
     while (bMore)
     {
-        if (sReply.vecLines.size() == MOST_LINES) throw FAILURE("a reply of too many lines");
+        if (sReply.vecLines.size() == MOST_LINES) throw base::FAILURE("a reply of too many lines");
         sReply.vecLines.push_back(Line(sEnd));
         const std::string &strLine = sReply.vecLines.back();
         bMore = CodeOf(strLine) != sReply.iCode || GoesOn(strLine);
@@ -172,7 +173,8 @@ void CFtp::SendLine(const std::string &I_strLine) const
     const std::string strLine = I_strLine + "\r\n";
     const ssize_t iSent = send(sControl.Get(), strLine.data(), strLine.size(), MSG_NOSIGNAL);
     if (iSent != static_cast<ssize_t>(strLine.size()))
-        throw FAILURE(SystemFailure("the connection takes no command").what() + AfterLast());
+        throw base::FAILURE(base::SystemFailure("the connection takes no command").what() +
+                            AfterLast());
 }
 
 REPLY CFtp::Command(const std::string &I_strLine)
@@ -190,7 +192,7 @@ std::string CFtp::Listen()
     const bool bListens = bind(sListener.Get(), Generic(sLocal), sizeof sLocal) == 0 &&
                           listen(sListener.Get(), 1) == 0 &&
                           getsockname(sListener.Get(), Generic(sLocal), &uSize) == 0;
-    if (!bListens) throw SystemFailure("listening for the data connection");
+    if (!bListens) throw base::SystemFailure("listening for the data connection");
 
     std::string strText = ftp_Text(sLocal.sin_addr);
     std::replace(strText.begin(), strText.end(), '.', ',');
@@ -238,5 +240,5 @@ void CFtp::Send(CSocket &I_sData, const std::string &I_strBytes) const
     const ssize_t iSent = send(I_sData.Get(), I_strBytes.data(), I_strBytes.size(), MSG_NOSIGNAL);
     I_sData = CSocket();
     if (iSent != static_cast<ssize_t>(I_strBytes.size()))
-        throw SystemFailure("the data connection takes no data");
+        throw base::SystemFailure("the data connection takes no data");
 }

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "base/descriptor.h"
+#include "base/base.h"
 
 struct REPLY
 {
@@ -22,7 +22,7 @@ struct REPLY
     bool IsNegative() const;
 };
 
-using CSocket = CDescriptor;
+using CSocket = base::CDescriptor;
 
 // What came of a STOR: any of both may be missing.
 struct ANSWER

@@ -15,7 +15,7 @@
 #include <fstream>
 #include <vector>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "xbsa_session.h"
 
 namespace
@@ -84,17 +84,17 @@ struct LOG
     bool bOn = false; // something is written to it
 };
 
-LOG FindLog(const SETTINGS &I_sSettings)
+LOG FindLog(const base::CONNECTION &I_sConnection)
 {
-    if (I_sSettings.iTraceLevel != -1)
-        return {I_sSettings.strTraceFile, I_sSettings.iTraceLevel > 0};
+    if (I_sConnection.iTraceLevel != -1)
+        return {I_sConnection.strTraceFile, I_sConnection.iTraceLevel > 0};
     LOG sLog{check_Variable("XBSA_LOGFILE"),
              (atoi(check_Variable("XBSA_TRACE")) & TRACE_VERBOSITY) != 0};
     if (!sLog.strFile.empty()) return sLog;
     const std::string strFolder = check_Variable("INFORMIXDIR");
     if (sLog.bOn)
         sLog.strFile =
-            I_sSettings.bInformix && !strFolder.empty() ? strFolder + "/xbsa.log" : "xbsa.log";
+            I_sConnection.bInformix && !strFolder.empty() ? strFolder + "/xbsa.log" : "xbsa.log";
     return sLog;
 }
 
@@ -121,7 +121,7 @@ void CheckLogFile(CReport &I_sReport, const LOG &I_sLog)
                               "shorten XBSA_LOGFILE to " + std::to_string(LOG_ROOM) + " bytes");
     if (!IsWritable(I_sLog.strFile))
         return I_sReport.Add({I_sLog.bOn ? STATUS::FAIL : STATUS::WARN, "log",
-                              SystemFailure("cannot write " + strState).what(),
+                              base::SystemFailure("cannot write " + strState).what(),
                               "make the folder and let this account write there: the library drops "
                               "what it cannot write without a word"});
     struct stat sFile
@@ -253,9 +253,9 @@ void check_Kernel(CReport &I_sReport)
     CheckSilence(I_sReport);
 }
 
-void check_Log(CReport &I_sReport, const SETTINGS &I_sSettings)
+void check_Log(CReport &I_sReport, const base::CONNECTION &I_sConnection)
 {
-    const LOG sLog = FindLog(I_sSettings);
+    const LOG sLog = FindLog(I_sConnection);
     if (sLog.strFile.empty()) I_sReport.Ok("log", "none is written");
     else CheckLogFile(I_sReport, sLog);
 }

@@ -2,7 +2,7 @@
 #ifndef XBSACTL_CHECK_HOST_H
 #define XBSACTL_CHECK_HOST_H
 
-#include "base/settings.h"
+#include "base/base.h"
 #include "check/report.h"
 
 // The value of an environment variable; "" when it is not set.
@@ -16,6 +16,6 @@ bool check_Variables(CReport &I_sReport, bool I_bInformix);
 // How long this system waits for a server that has vanished.
 void check_Kernel(CReport &I_sReport);
 
-void check_Log(CReport &I_sReport, const SETTINGS &I_sSettings);
+void check_Log(CReport &I_sReport, const base::CONNECTION &I_sConnection);
 
 #endif

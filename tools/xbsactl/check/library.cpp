@@ -12,7 +12,7 @@
 #include <fstream>
 #include <vector>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "check/child.h"
 #include "library/library.h"
 
@@ -86,14 +86,15 @@ void *Load(const std::string &I_strPath)
     void *vpLibrary = dlopen(I_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (vpLibrary != nullptr) return vpLibrary;
     const char *cpText = dlerror();
-    throw FAILURE(cpText != nullptr ? cpText : "no reason given");
+    throw base::FAILURE(cpText != nullptr ? cpText : "no reason given");
 }
 
 // Where the loader finds a name without a folder.
 RESULT Locate(const std::string &I_strName)
 {
     link_map *spMap = nullptr;
-    if (dlinfo(Load(I_strName), RTLD_DI_LINKMAP, &spMap) != 0) throw FAILURE("not to be located");
+    if (dlinfo(Load(I_strName), RTLD_DI_LINKMAP, &spMap) != 0)
+        throw base::FAILURE("not to be located");
     return {{"path", spMap->l_name}};
 }
 
@@ -112,7 +113,7 @@ void Ask(void *vpLibrary, RESULT &I_sAnswer)
         dlsym(vpLibrary, "BSAQueryServiceProvider"));
     if (fpVersion(&sVersion) != 0 ||
         fpProvider(&uiSize, szDelimiter.data(), szProvider.data()) != 0)
-        throw FAILURE("the library does not tell its version");
+        throw base::FAILURE("the library does not tell its version");
     I_sAnswer["version"] = std::to_string(sVersion.issue) + "." + std::to_string(sVersion.version) +
                            "." + std::to_string(sVersion.level);
     I_sAnswer["provider"] = szProvider.data();
@@ -156,8 +157,8 @@ std::string RowFor(const std::string &I_strVersion, const std::string &I_strProv
 class CInspection
 {
   public:
-    CInspection(CReport &I_sReport, const SETTINGS &I_sSettings)
-        : sReport(I_sReport), strPath(library_Path(I_sSettings.strLibrary))
+    CInspection(CReport &I_sReport, const base::CONNECTION &I_sConnection)
+        : sReport(I_sReport), strPath(library::Path(I_sConnection.strLibrary))
     {
     }
 
@@ -181,7 +182,7 @@ class CInspection
         {
             if (strPath.find('/') == std::string::npos)
                 strPath = CChild([this] { return Locate(strPath); }).Wait(LOADING).at("path");
-        } catch (const FAILURE &sError)
+        } catch (const base::FAILURE &sError)
         {
             sReport.Fail("library.file", sError.what(),
                          "install the library, or name it with --library PATH");
@@ -189,7 +190,7 @@ class CInspection
         }
         sResult.strPath = RealPath(strPath);
         if (!sResult.strPath.empty()) return true;
-        sReport.Fail("library.file", SystemFailure(strPath).what(),
+        sReport.Fail("library.file", base::SystemFailure(strPath).what(),
                      "install the library, or name it with --library PATH");
         return false;
     }
@@ -223,7 +224,7 @@ class CInspection
         try
         {
             sAnswer = CChild([this] { return Inspect(strPath); }).Wait(LOADING);
-        } catch (const FAILURE &sError)
+        } catch (const base::FAILURE &sError)
         {
             sReport.Fail("library.load", sError.what(),
                          "install the library again; ldd shows what it needs");
@@ -263,7 +264,7 @@ class CInspection
 };
 } // namespace
 
-CHECKED_LIBRARY check_Library(CReport &I_sReport, const SETTINGS &I_sSettings)
+CHECKED_LIBRARY check_Library(CReport &I_sReport, const base::CONNECTION &I_sConnection)
 {
-    return CInspection(I_sReport, I_sSettings).Run();
+    return CInspection(I_sReport, I_sConnection).Run();
 }

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "base/settings.h"
+#include "base/base.h"
 #include "check/report.h"
 
 struct CHECKED_LIBRARY
@@ -14,6 +14,6 @@ struct CHECKED_LIBRARY
     std::string strRow;  // for sm_versions; empty when the library did not tell
 };
 
-CHECKED_LIBRARY check_Library(CReport &I_sReport, const SETTINGS &I_sSettings);
+CHECKED_LIBRARY check_Library(CReport &I_sReport, const base::CONNECTION &I_sConnection);
 
 #endif

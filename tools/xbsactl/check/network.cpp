@@ -2,7 +2,7 @@
 
 #include <arpa/inet.h>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "check/advice.h"
 #include "check/resolve.h"
 
@@ -23,9 +23,9 @@ bool IsPrivate(const in_addr &I_sAddress)
 }
 } // namespace
 
-CProbe::CProbe(CReport &I_sReport, const SETTINGS &I_sSettings, const std::string &I_strHost,
-               std::chrono::milliseconds I_sBound)
-    : sReport(I_sReport), sSettings(I_sSettings), sBound(I_sBound), sFtp(I_sBound)
+CProbe::CProbe(CReport &I_sReport, const base::CONNECTION &I_sConnection,
+               const std::string &I_strHost, std::chrono::milliseconds I_sBound)
+    : sReport(I_sReport), sConnection(I_sConnection), sBound(I_sBound), sFtp(I_sBound)
 {
     const size_t uColon = I_strHost.find(':');
     strHost = I_strHost.substr(0, uColon);
@@ -52,7 +52,7 @@ bool CProbe::Play(const std::vector<STEP> &I_vecSteps)
         try
         {
             bGoing = (this->*sStep.fpRun)();
-        } catch (const FAILURE &sError)
+        } catch (const base::FAILURE &sError)
         {
             bGoing = Fail(sStep.cpName, sError.what(),
                           "look at the server and its log: it should have answered");
@@ -92,7 +92,7 @@ bool CProbe::Name()
     try
     {
         sFound = resolve_Host(strHost, sBound);
-    } catch (const FAILURE &sError)
+    } catch (const base::FAILURE &sError)
     {
         return Fail("network.name", "\"" + strHost + "\": " + sError.what(),
                     "correct the host's name, or enter it in DNS or /etc/hosts");
@@ -125,7 +125,7 @@ bool CProbe::Tcp()
     try
     {
         sFtp.Connect(sServer);
-    } catch (const FAILURE &sError)
+    } catch (const base::FAILURE &sError)
     {
         return Fail("network.tcp", strWhere + ": " + sError.what(),
                     "check that the port is right, the server runs, and firewalls let this host "
@@ -143,7 +143,7 @@ bool CProbe::Greet()
     try
     {
         sReply = sFtp.Read();
-    } catch (const FAILURE &sError)
+    } catch (const base::FAILURE &sError)
     {
         return Fail("network.greeting", sError.what(),
                     "look whether an FTP server is what listens on this port; a slow look-up of "
@@ -166,8 +166,8 @@ REPLY CProbe::Pass(const REPLY &I_sUser)
 {
     try
     {
-        return sFtp.Command("PASS " + sSettings.strPassword);
-    } catch (const FAILURE &)
+        return sFtp.Command("PASS " + sConnection.strPassword);
+    } catch (const base::FAILURE &)
     {
         if (!I_sUser.IsNegative()) throw;
         return I_sUser;
@@ -177,12 +177,12 @@ REPLY CProbe::Pass(const REPLY &I_sUser)
 // The library sends PASS whatever USER brought, so a login without password is no fault.
 bool CProbe::Login()
 {
-    if (!sSettings.strLoginFault.empty())
+    if (!sConnection.strLoginFault.empty())
     {
         sReport.NotTried("network.login", "user and password cannot be used");
         return false;
     }
-    const REPLY sUser = sFtp.Command("USER " + sSettings.strUser);
+    const REPLY sUser = sFtp.Command("USER " + sConnection.strUser);
     const REPLY sPass = Pass(sUser);
     if (!sPass.IsPositive() && !sUser.IsPositive())
     {
@@ -211,7 +211,7 @@ bool CProbe::Type()
 
 bool CProbe::Folder()
 {
-    return Expect("network.cwd", "CWD " + sSettings.strPath, 0, ADVICE_CWD);
+    return Expect("network.cwd", "CWD " + sConnection.strPath, 0, ADVICE_CWD);
 }
 
 // The library announces the address of its control connection, as this does.
@@ -276,7 +276,7 @@ bool CProbe::End()
     try
     {
         sReply = sFtp.Read();
-    } catch (const FAILURE &sError)
+    } catch (const base::FAILURE &sError)
     {
         return Fail("network.end", std::string("no 226: ") + sError.what(), ADVICE_END);
     }
@@ -292,7 +292,7 @@ void CProbe::Leave()
     try
     {
         if (!bFailed) sFtp.Command("QUIT");
-    } catch (const FAILURE &)
+    } catch (const base::FAILURE &)
     {
         // it may be gone already
     }

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "base/settings.h"
+#include "base/base.h"
 #include "check/ftp.h"
 #include "check/report.h"
 
@@ -16,7 +16,7 @@ class CProbe
 {
   public:
     // I_strHost: HOST[:PORT]
-    CProbe(CReport &I_sReport, const SETTINGS &I_sSettings, const std::string &I_strHost,
+    CProbe(CReport &I_sReport, const base::CONNECTION &I_sConnection, const std::string &I_strHost,
            std::chrono::milliseconds I_sBound);
 
     // Every step up to a stored object. Returns whether the library can go the same way.
@@ -59,7 +59,7 @@ class CProbe
     void Leave();
 
     CReport &sReport;
-    const SETTINGS &sSettings;
+    const base::CONNECTION &sConnection;
     std::chrono::milliseconds sBound;
     std::string strHost;
     int iPort = 21;

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <iostream>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "base/json.h"
 
 namespace
@@ -27,6 +27,44 @@ const char *Word(STATUS I_eStatus)
     return "--";
 }
 
+const char *JsonName(STATUS I_eStatus)
+{
+    switch (I_eStatus)
+    {
+    case STATUS::OK:
+        return "ok";
+    case STATUS::WARN:
+        return "warn";
+    case STATUS::FAIL:
+        return "fail";
+    case STATUS::NOT_TRIED:
+        break;
+    }
+    return "not_tried";
+}
+
+std::string Json(bool I_bInformix, const std::vector<FINDING> &I_vecFindings)
+{
+    base::JSON sAnswer = {{"schema", 1},
+                          {"road", I_bInformix ? "informix" : "plain"},
+                          {"ok", 0},
+                          {"warn", 0},
+                          {"fail", 0},
+                          {"not_tried", 0},
+                          {"steps", base::JSON::array()}};
+    for (const FINDING &sFinding : I_vecFindings)
+    {
+        const char *cpStatus = JsonName(sFinding.eStatus);
+        sAnswer[cpStatus] = sAnswer[cpStatus].get<int>() + 1;
+        sAnswer["steps"].push_back({{"id", sFinding.strStep},
+                                    {"status", cpStatus},
+                                    {"found", sFinding.strFound},
+                                    {"next", sFinding.strNext},
+                                    {"milliseconds", sFinding.lMilliseconds}});
+    }
+    return base::Dump(sAnswer);
+}
+
 void PrintLine(const FINDING &I_sFinding)
 {
     printf("%-5s %-26s %6ld ms  %s\n", Word(I_sFinding.eStatus), I_sFinding.strStep.c_str(),
@@ -36,9 +74,8 @@ void PrintLine(const FINDING &I_sFinding)
 }
 } // namespace
 
-CReport::CReport(const SETTINGS &I_sSettings)
-    : strPassword(I_sSettings.strPassword), bJson(I_sSettings.bJson),
-      bInformix(I_sSettings.bInformix)
+CReport::CReport(const base::CONNECTION &I_sConnection, bool I_bJson)
+    : strPassword(I_sConnection.strPassword), bJson(I_bJson), bInformix(I_sConnection.bInformix)
 {
 }
 
@@ -49,8 +86,9 @@ void CReport::Add(FINDING I_sFinding)
         I_sFinding.lMilliseconds = static_cast<long>(
             std::chrono::duration_cast<std::chrono::milliseconds>(sNow - sLast).count());
     sLast = sNow;
-    I_sFinding.strFound = Printable(I_sFinding.strFound); // paths and variables are foreign, too
-    I_sFinding.strNext = Printable(I_sFinding.strNext);
+    I_sFinding.strFound =
+        base::Printable(I_sFinding.strFound); // paths and variables are foreign, too
+    I_sFinding.strNext = base::Printable(I_sFinding.strNext);
     if (!bJson) PrintLine(I_sFinding);
     vecFindings.push_back(std::move(I_sFinding));
 }
@@ -79,7 +117,7 @@ void CReport::NotTried(const std::string &I_strStep, const std::string &I_strWhy
 
 std::string CReport::Foreign(const std::string &I_strText) const
 {
-    return Printable(Masked(I_strText, strPassword).substr(0, SHOWN));
+    return base::Printable(base::Masked(I_strText, strPassword).substr(0, SHOWN));
 }
 
 int CReport::Count(STATUS I_eStatus) const
@@ -92,9 +130,9 @@ int CReport::Count(STATUS I_eStatus) const
 
 int CReport::Finish() const
 {
-    if (bJson) std::cout << json_Findings(bInformix, vecFindings) << '\n';
+    if (bJson) std::cout << Json(bInformix, vecFindings) << '\n';
     else
         printf("%d ok, %d warn, %d FAIL, %d not tried\n", Count(STATUS::OK), Count(STATUS::WARN),
                Count(STATUS::FAIL), Count(STATUS::NOT_TRIED));
-    return Count(STATUS::FAIL) == 0 ? EXIT_DONE : EXIT_FAILED;
+    return Count(STATUS::FAIL) == 0 ? base::EXIT_DONE : base::EXIT_FAILED;
 }

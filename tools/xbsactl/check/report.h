@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "base/settings.h"
+#include "base/base.h"
 
 enum class STATUS
 {
@@ -28,7 +28,7 @@ struct FINDING
 class CReport
 {
   public:
-    explicit CReport(const SETTINGS &I_sSettings);
+    CReport(const base::CONNECTION &I_sConnection, bool I_bJson);
 
     void Add(FINDING I_sFinding);
     void Ok(const std::string &I_strStep, const std::string &I_strFound);

@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "check/child.h"
 #include "check/ftp.h"
 
@@ -32,7 +32,7 @@ RESULT Resolve(const std::string &I_strHost)
     sHints.ai_socktype = SOCK_STREAM;
     addrinfo *spFound = nullptr;
     const int iError = getaddrinfo(I_strHost.c_str(), nullptr, &sHints, &spFound);
-    if (iError != 0 || spFound == nullptr) throw FAILURE(gai_strerror(iError));
+    if (iError != 0 || spFound == nullptr) throw base::FAILURE(gai_strerror(iError));
     return Describe(*spFound); // the process ends: nothing is freed
 }
 } // namespace

@@ -10,17 +10,17 @@
 #include <functional>
 #include <random>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "check/advice.h"
 #include "library/library.h"
-#include "library/session.h"
 #include "xbsa_session.h"
 
 namespace
 {
 using CLOCK = std::chrono::steady_clock;
 
-constexpr size_t SIZE = 1 << 20; // bytes of an object
+constexpr const char *SPACE = "xbsactl"; // of an object in Informix mode
+constexpr size_t SIZE = 1 << 20;         // bytes of an object
 constexpr const char *STORE_STEP = "library.store";
 constexpr const char *RESTORE_STEP = "library.restore";
 constexpr const char *COMPARE_STEP = "library.compare";
@@ -41,20 +41,20 @@ std::string Content()
     return strData;
 }
 
-void Store(CSession &I_sSession, std::string &I_strData)
+void Store(library::CSession &I_sSession, std::string &I_strData)
 {
-    for (size_t uAt = 0; uAt < I_strData.size(); uAt += BLOCK_SIZE)
-        I_sSession.Send(&I_strData[uAt], std::min(BLOCK_SIZE, I_strData.size() - uAt));
+    for (size_t uAt = 0; uAt < I_strData.size(); uAt += library::BLOCK_SIZE)
+        I_sSession.Send(&I_strData[uAt], std::min(library::BLOCK_SIZE, I_strData.size() - uAt));
     I_sSession.EndData();
 }
 
 // Reads to the end, but keeps no more than can be right.
-std::string Restore(CSession &I_sSession)
+std::string Restore(library::CSession &I_sSession)
 {
     std::string strData;
-    std::vector<char> vecBlock(BLOCK_SIZE);
-    size_t uLength = BLOCK_SIZE;
-    while (uLength == BLOCK_SIZE)
+    std::vector<char> vecBlock(library::BLOCK_SIZE);
+    size_t uLength = library::BLOCK_SIZE;
+    while (uLength == library::BLOCK_SIZE)
     {
         uLength = I_sSession.Receive(vecBlock.data());
         if (strData.size() <= SIZE) strData.append(vecBlock.data(), uLength);
@@ -75,37 +75,39 @@ std::string Difference(const std::string &I_strStored, const std::string &I_strR
 }
 
 // Where the utility sent the session, from the record that the library exports.
-std::string NamedHost(const SETTINGS &I_sSettings)
+std::string NamedHost(const base::CONNECTION &I_sConnection)
 {
-    void *vpLibrary = dlopen(library_Path(I_sSettings.strLibrary).c_str(), RTLD_NOW | RTLD_NOLOAD);
+    void *vpLibrary =
+        dlopen(library::Path(I_sConnection.strLibrary).c_str(), RTLD_NOW | RTLD_NOLOAD);
     const auto *spGlobal =
         vpLibrary != nullptr ? static_cast<const _sGlobal *>(dlsym(vpLibrary, "sGlobal")) : nullptr;
     if (spGlobal == nullptr) return "";
     const _sSMS &sSMS = spGlobal->sObject.sSMS;
-    const std::string strHost = session_Field(sSMS.szHostName);
+    const std::string strHost = library::Field(sSMS.szHostName);
     const bool bPort = sSMS.iPort >= 1 && sSMS.iPort <= 65535;
     return strHost.empty() || !bPort ? "" : strHost + ":" + std::to_string(sSMS.iPort);
 }
 
 // The whole way of one object. I_fpMeet runs while the transfer is open.
-void Go(const SETTINGS &I_sSettings, const std::function<void()> &I_fpMeet, RESULT &I_sResult)
+void Go(const base::CONNECTION &I_sConnection, const library::OBJECT &I_sObject,
+        const std::function<void()> &I_fpMeet, RESULT &I_sResult)
 {
     std::string strData = Content();
     CLOCK::time_point sStart = CLOCK::now();
-    CSession sSession(I_sSettings);
-    BSA_ObjectDescriptor sObject = session_Object(I_sSettings);
+    library::CSession sSession(I_sConnection);
+    BSA_ObjectDescriptor sObject = library::Descriptor(I_sConnection, I_sObject);
     I_sResult["begun"]; // a STOR that fails may leave an empty object
     sSession.Create(sObject);
-    if (I_sSettings.bInformix) I_sResult["copy"] = std::to_string(sObject.copyId.right);
+    if (I_sConnection.bInformix) I_sResult["copy"] = std::to_string(sObject.copyId.right);
     I_fpMeet();
     Store(sSession, strData);
     I_sResult["store_ms"] = std::to_string(Since(sStart));
 
     sStart = CLOCK::now();
     sSession.Next();
-    SETTINGS sWanted = I_sSettings;
+    library::OBJECT sWanted = I_sObject;
     sWanted.uCopyId = sObject.copyId.right;
-    BSA_ObjectDescriptor sStored = session_Object(sWanted);
+    BSA_ObjectDescriptor sStored = library::Descriptor(I_sConnection, sWanted);
     sSession.Get(sStored);
     const std::string strRestored = Restore(sSession);
     sSession.Close();
@@ -114,17 +116,18 @@ void Go(const SETTINGS &I_sSettings, const std::function<void()> &I_fpMeet, RESU
 }
 
 // What was reached is told after a failure, too. Runs in a child.
-RESULT RoundTrip(const SETTINGS &I_sSettings, const std::function<void()> &I_fpMeet)
+RESULT RoundTrip(const base::CONNECTION &I_sConnection, const std::string &I_strName,
+                 const std::function<void()> &I_fpMeet)
 {
     RESULT sResult;
     try
     {
-        Go(I_sSettings, I_fpMeet, sResult);
-    } catch (const FAILURE &sError)
+        Go(I_sConnection, {SPACE, I_strName}, I_fpMeet, sResult);
+    } catch (const base::FAILURE &sError)
     {
         sResult["error"] = sError.what();
     }
-    if (I_sSettings.bInformix) sResult["host"] = NamedHost(I_sSettings);
+    if (I_sConnection.bInformix) sResult["host"] = NamedHost(I_sConnection);
     return sResult;
 }
 
@@ -135,7 +138,7 @@ void Meet(int I_iSocket, std::chrono::milliseconds I_sTime)
     pollfd sPoll{I_iSocket, POLLIN, 0};
     if (send(I_iSocket, &cByte, 1, MSG_NOSIGNAL) != 1) return;
     if (poll(&sPoll, 1, static_cast<int>(I_sTime.count())) == 0)
-        throw FAILURE("the other session did not open while this one was open");
+        throw base::FAILURE("the other session did not open while this one was open");
 }
 
 std::string Rate(const std::string &I_strMilliseconds)
@@ -144,12 +147,11 @@ std::string Rate(const std::string &I_strMilliseconds)
 }
 } // namespace
 
-CRoundTrips::CRoundTrips(CReport &I_sReport, const SETTINGS &I_sSettings,
+CRoundTrips::CRoundTrips(CReport &I_sReport, const base::CONNECTION &I_sConnection,
                          const std::string &I_strName, std::chrono::milliseconds I_sDeadline)
-    : sReport(I_sReport), sSettings(I_sSettings), strName(I_strName), sDeadline(I_sDeadline)
+    : sReport(I_sReport), sConnection(I_sConnection), strName(I_strName), sDeadline(I_sDeadline)
 {
-    sSettings.strSpace = "xbsactl";
-    sSettings.uTimeout = static_cast<unsigned>(I_sDeadline.count() / 1000);
+    sConnection.uTimeout = static_cast<unsigned>(I_sDeadline.count() / 1000);
 }
 
 void CRoundTrips::NotTried(const std::string &I_strWhy)
@@ -170,7 +172,7 @@ RESULT CRoundTrips::Collect(CChild &I_sChild, const std::string &I_strName)
     try
     {
         sResult = I_sChild.Wait(sDeadline + std::chrono::seconds(2)); // the library's wait first
-    } catch (const FAILURE &sError)
+    } catch (const base::FAILURE &sError)
     {
         sResult = {{"error", sError.what()}, {"begun", ""}};
     }
@@ -182,9 +184,9 @@ RESULT CRoundTrips::Collect(CChild &I_sChild, const std::string &I_strName)
 
 bool CRoundTrips::Single()
 {
-    sSettings.strName = strName + "-1";
-    CChild sChild([this] { return RoundTrip(sSettings, [] {}); });
-    const RESULT sResult = Collect(sChild, sSettings.strName);
+    const std::string strObject = strName + "-1";
+    CChild sChild([&] { return RoundTrip(sConnection, strObject, [] {}); });
+    const RESULT sResult = Collect(sChild, strObject);
     if (sResult.count("store_ms") != 0)
         sReport.Add({STATUS::OK, STORE_STEP, Rate(sResult.at("store_ms")), "",
                      std::stol(sResult.at("store_ms"))});
@@ -213,13 +215,13 @@ void CRoundTrips::Pair()
 {
     std::array<int, 2> aiPair{};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, aiPair.data()) == -1)
-        throw SystemFailure("a pair of sockets");
+        throw base::SystemFailure("a pair of sockets");
     const auto fpStart = [this, &aiPair](size_t I_uOwn) {
-        SETTINGS sOwn = sSettings;
-        sOwn.strName = strName + (I_uOwn == 0 ? "-2" : "-3");
-        return [this, sOwn, &aiPair, I_uOwn] {
+        const std::string strObject = strName + (I_uOwn == 0 ? "-2" : "-3");
+        return [this, strObject, &aiPair, I_uOwn] {
             close(aiPair[1 - I_uOwn]); // so that its end is seen when the other process ends
-            return RoundTrip(sOwn, [this, &aiPair, I_uOwn] { Meet(aiPair[I_uOwn], sDeadline); });
+            return RoundTrip(sConnection, strObject,
+                             [this, &aiPair, I_uOwn] { Meet(aiPair[I_uOwn], sDeadline); });
         };
     };
     CChild sFirst(fpStart(0));

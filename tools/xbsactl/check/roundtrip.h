@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "base/settings.h"
+#include "base/base.h"
 #include "check/child.h"
 #include "check/report.h"
 
@@ -14,8 +14,8 @@ class CRoundTrips
 {
   public:
     // I_strName begins the name of each object.
-    CRoundTrips(CReport &I_sReport, const SETTINGS &I_sSettings, const std::string &I_strName,
-                std::chrono::milliseconds I_sDeadline);
+    CRoundTrips(CReport &I_sReport, const base::CONNECTION &I_sConnection,
+                const std::string &I_strName, std::chrono::milliseconds I_sDeadline);
 
     // One session, then two at once.
     void Run();
@@ -45,7 +45,7 @@ class CRoundTrips
     void Fail(const char *cpStep, const std::string &I_strFound);
 
     CReport &sReport;
-    SETTINGS sSettings;
+    base::CONNECTION sConnection;
     std::string strName;
     std::chrono::milliseconds sDeadline;
     std::vector<std::string> vecNames;

@@ -3,7 +3,7 @@
 
 #include <iterator>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "xbsa.h"
 
 namespace
@@ -136,13 +136,13 @@ constexpr CATALOGUE_ROW CODES[] = {
      "Another KORVA_JOB than at the backup, an expired copy, or no usable COM utility.",
      "xbsactl --informix query with the same variables; xbsactl check --informix."},
 
-    {ROW::EXIT_CODE, EXIT_DONE, "xbsactl exit code 0",
+    {ROW::EXIT_CODE, base::EXIT_DONE, "xbsactl exit code 0",
      "Done: the server confirmed the whole object, a restored file is on disk.", "-", "Nothing."},
-    {ROW::EXIT_CODE, EXIT_FAILED,
+    {ROW::EXIT_CODE, base::EXIT_FAILED,
      "xbsactl exit code 1|no reason given, --trace 2 shows the steps|no match",
      "The operation failed, a query found nothing, or a question was answered with no.",
      "One line on standard error says at which step.", "Explain that line; add --trace 2."},
-    {ROW::EXIT_CODE, EXIT_USAGE, "xbsactl exit code 2",
+    {ROW::EXIT_CODE, base::EXIT_USAGE, "xbsactl exit code 2",
      "Wrong arguments or settings; nothing was sent or written.",
      "A missing option or variable, or a value out of its limits.", "xbsactl --help"},
     {ROW::EXIT_CODE, 130, "xbsactl exit code 130|exit code 129|exit code 131|exit code 143",

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <sstream>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "explain/match.h"
 
 namespace
@@ -150,7 +150,7 @@ bool HasWord(const std::string &I_strText)
 
 void Explain(const std::string &I_strText)
 {
-    if (!HasWord(I_strText)) throw USAGE_ERROR("explain: there is no word in the text");
+    if (!HasWord(I_strText)) throw base::USAGE_ERROR("explain: there is no word in the text");
     ROWS vecRows = match_Number(I_strText);
     if (vecRows.empty()) vecRows = match_Line(I_strText);
     if (vecRows.empty()) vecRows = match_Part(I_strText);
@@ -158,8 +158,8 @@ void Explain(const std::string &I_strText)
     {
         vecRows = match_Words(I_strText);
         if (vecRows.empty())
-            throw FAILURE("nothing is known about \"" + Printable(I_strText) +
-                          "\"; try fewer words, a number, or no text for the whole list");
+            throw base::FAILURE("nothing is known about \"" + base::Printable(I_strText) +
+                                "\"; try fewer words, a number, or no text for the whole list");
         fputs("xbsactl: no message has this text; these entries mention its words\n", stderr);
     }
     PrintRows(vecRows);
@@ -173,13 +173,13 @@ bool IsFailure(const CATALOGUE_ROW &I_sRow)
 }
 } // namespace
 
-void explain_Run(const SETTINGS &I_sSettings)
+void explain::Run(const explain::OPTIONS &I_sOptions)
 {
-    const std::string strText = Joined(I_sSettings.vecTexts);
-    if (I_sSettings.bMarkdown && !I_sSettings.vecTexts.empty())
-        throw USAGE_ERROR("explain: --markdown prints all, leave the text out");
-    if (I_sSettings.bMarkdown) PrintMarkdown();
-    else if (I_sSettings.vecTexts.empty()) PrintTable();
+    const std::string strText = Joined(I_sOptions.vecTexts);
+    if (I_sOptions.bMarkdown && !I_sOptions.vecTexts.empty())
+        throw base::USAGE_ERROR("explain: --markdown prints all, leave the text out");
+    if (I_sOptions.bMarkdown) PrintMarkdown();
+    else if (I_sOptions.vecTexts.empty()) PrintTable();
     else Explain(strText);
 }
 

@@ -3,12 +3,20 @@
 #define XBSACTL_EXPLAIN_H
 
 #include <string>
+#include <vector>
 
-#include "base/settings.h"
+namespace explain
+{
+struct OPTIONS
+{
+    std::vector<std::string> vecTexts; // none: all
+    bool bMarkdown = false;
+};
 
 // Prints what the catalogue knows about the text, all of it without one. Throws FAILURE when it
 // knows nothing.
-void explain_Run(const SETTINGS &I_sSettings);
+void Run(const OPTIONS &I_sOptions);
+} // namespace explain
 
 // For a line of a trace: what it means and what to do, or "" when it tells of no failure.
 std::string explain_Hint(const std::string &I_strLine);

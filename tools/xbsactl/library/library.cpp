@@ -6,8 +6,8 @@
 #include <array>
 #include <climits>
 
-#include "base/errors.h"
-
+namespace library
+{
 namespace
 {
 std::string OwnFolder()
@@ -39,21 +39,21 @@ std::string LoaderText()
 template <typename FUNCTION> void Find(void *vpLibrary, const char *cpName, FUNCTION &I_fpTarget)
 {
     void *vpSymbol = dlsym(vpLibrary, cpName);
-    if (vpSymbol == nullptr) throw FAILURE("library is not usable: " + LoaderText());
+    if (vpSymbol == nullptr) throw base::FAILURE("library is not usable: " + LoaderText());
     I_fpTarget = reinterpret_cast<FUNCTION>(vpSymbol);
 }
 } // namespace
 
-std::string library_Path(const std::string &I_strPath)
+std::string Path(const std::string &I_strPath)
 {
     return I_strPath.empty() ? DefaultLibrary() : I_strPath;
 }
 
-LIBRARY library_Load(const std::string &I_strPath)
+LIBRARY Load(const std::string &I_strPath)
 {
-    const std::string strPath = library_Path(I_strPath);
+    const std::string strPath = Path(I_strPath);
     void *vpLibrary = dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (vpLibrary == nullptr) throw FAILURE("library cannot be loaded: " + LoaderText());
+    if (vpLibrary == nullptr) throw base::FAILURE("library cannot be loaded: " + LoaderText());
 
     LIBRARY sLibrary;
     Find(vpLibrary, "BSAInit", sLibrary.fpInit);
@@ -73,3 +73,4 @@ LIBRARY library_Load(const std::string &I_strPath)
         reinterpret_cast<decltype(sLibrary.fpTypeErr)>(dlsym(vpLibrary, "xbsa_typeerr"));
     return sLibrary;
 }
+} // namespace library

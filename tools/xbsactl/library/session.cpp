@@ -1,4 +1,4 @@
-#include "library/session.h"
+#include "library/library.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,10 +10,10 @@
 #include <ctime>
 #include <vector>
 
-#include "base/errors.h"
-#include "base/files.h"
 #include "xbsa_session.h"
 
+namespace library
+{
 namespace
 {
 constexpr size_t MESSAGE_ROOM = XBSA_TRACE_SIZE; // bytes: the longest last error
@@ -27,11 +27,11 @@ template <size_t SIZE> void Copy(char (&I_szTarget)[SIZE], const std::string &I_
 
 // On the plain road the name is a file in a folder. In an Informix session the utility is told
 // objectSpaceName@pathName, and the name is what stands in the space.
-BSA_ObjectName ObjectName(const SETTINGS &I_sSettings)
+BSA_ObjectName ObjectName(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 {
     BSA_ObjectName sName{};
-    Copy(sName.objectSpaceName, I_sSettings.bInformix ? I_sSettings.strSpace : I_sSettings.strName);
-    Copy(sName.pathName, I_sSettings.bInformix ? I_sSettings.strName : I_sSettings.strPath);
+    Copy(sName.objectSpaceName, I_sConnection.bInformix ? I_sObject.strSpace : I_sObject.strName);
+    Copy(sName.pathName, I_sConnection.bInformix ? I_sObject.strName : I_sConnection.strPath);
     return sName;
 }
 
@@ -42,7 +42,7 @@ int iTraceFile = STDERR_FILENO;
 void WarnOfTrace()
 {
     static bool bWarned = false;
-    const FAILURE sFailure = SystemFailure("trace file " + files_Quoted(strTraceFile));
+    const base::FAILURE sFailure = base::SystemFailure("trace file " + base::Quoted(strTraceFile));
     if (!bWarned && !strTraceFile.empty())
         fprintf(stderr, "xbsactl: warning: %s: lines are missing\n", sFailure.what());
     bWarned = true;
@@ -59,7 +59,7 @@ void WriteTrace(char *cpMessage)
     strftime(szStamp.data(), szStamp.size(), " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
     std::string strLine = std::string(szStamp.data()) + cpMessage;
     strLine.resize(strLine.find_last_not_of("\r\n") + 1);
-    if (strTraceFile.empty()) strLine = Visible(strLine);
+    if (strTraceFile.empty()) strLine = base::Visible(strLine);
     strLine += '\n';
     const ssize_t iWritten = write(iTraceFile, strLine.data(), strLine.size());
     if (iWritten != -1 && iWritten < static_cast<ssize_t>(strLine.size())) errno = ENOSPC;
@@ -75,28 +75,28 @@ void OpenTrace(const std::string &I_strFile)
     iTraceFile = open(I_strFile.c_str(), iFlags);
     if (iTraceFile == -1 && errno == ENOENT)
         iTraceFile = open(I_strFile.c_str(), iFlags | O_CREAT, 0600);
-    if (iTraceFile == -1) throw SystemFailure("trace file " + files_Quoted(I_strFile));
+    if (iTraceFile == -1) throw base::SystemFailure("trace file " + base::Quoted(I_strFile));
 }
 } // namespace
 
-CSession::CSession(const LIBRARY &I_sLibrary, const std::string &I_strPassword)
-    : sLibrary(I_sLibrary), strPassword(I_strPassword)
+CSession::CSession(const LIBRARY &I_sLibrary, const base::CONNECTION &I_sConnection)
+    : sLibrary(I_sLibrary), sConnection(I_sConnection)
 {
 }
 
 // The destructor runs for a failure in here, too.
-CSession::CSession(const SETTINGS &I_sSettings)
-    : CSession(library_Load(I_sSettings.strLibrary), I_sSettings.strPassword)
+CSession::CSession(const base::CONNECTION &I_sConnection)
+    : CSession(Load(I_sConnection.strLibrary), I_sConnection)
 {
     setenv("KORVA_STRICT", "1", 1);
-    SetTrace(I_sSettings);
+    SetTrace();
 
     BSA_ObjectOwner sOwner{};
     BSA_SecurityToken szToken{};
-    Copy(sOwner.bsa_ObjectOwner, I_sSettings.bInformix ? INFORMIX_OWNER : "XBSACTL");
+    Copy(sOwner.bsa_ObjectOwner, I_sConnection.bInformix ? INFORMIX_OWNER : "XBSACTL");
     std::vector<std::string> vecTexts = {"BSA_API_VERSION=1.0.1",
-                                         "BSA_TIMEOUT=" + std::to_string(I_sSettings.uTimeout)};
-    if (!I_sSettings.bInformix) vecTexts.push_back("BSA_SERVICE_HOST=" + I_sSettings.strHost);
+                                         "BSA_TIMEOUT=" + std::to_string(I_sConnection.uTimeout)};
+    if (!I_sConnection.bInformix) vecTexts.push_back("BSA_SERVICE_HOST=" + I_sConnection.strHost);
     std::vector<char *> vecEnvironment;
     vecEnvironment.reserve(vecTexts.size() + 1);
     for (std::string &strText : vecTexts) vecEnvironment.push_back(strText.data());
@@ -112,12 +112,12 @@ CSession::~CSession()
     if (bOpen) sLibrary.fpTerminate(lHandle);
 }
 
-void CSession::SetTrace(const SETTINGS &I_sSettings) const
+void CSession::SetTrace() const
 {
-    if (I_sSettings.iTraceLevel == -1) return;
-    const auto ucLevel = static_cast<unsigned char>(I_sSettings.iTraceLevel);
+    if (sConnection.iTraceLevel == -1) return;
+    const auto ucLevel = static_cast<unsigned char>(sConnection.iTraceLevel);
     unsetenv("XBSA_TRACE"); // the option wins
-    OpenTrace(I_sSettings.strTraceFile);
+    OpenTrace(sConnection.strTraceFile);
     sLibrary.fpSetTrace(WriteTrace, nullptr, ucLevel);
 }
 
@@ -126,7 +126,7 @@ std::string CSession::LastError() const
     std::array<char, MESSAGE_ROOM> szText{};
     BSA_UInt32 uiSize = szText.size();
     if (sLibrary.fpGetLastError(&uiSize, szText.data()) != BSA_RC_SUCCESS) return "";
-    return Printable(Masked(szText.data(), strPassword));
+    return base::Printable(base::Masked(szText.data(), sConnection.strPassword));
 }
 
 std::string CSession::Text(const char *cpStep, int I_iCode) const
@@ -141,7 +141,7 @@ std::string CSession::Text(const char *cpStep, int I_iCode) const
 
 void CSession::Check(const char *cpStep, int I_iCode) const
 {
-    if (I_iCode != BSA_RC_SUCCESS) throw FAILURE(Text(cpStep, I_iCode));
+    if (I_iCode != BSA_RC_SUCCESS) throw base::FAILURE(Text(cpStep, I_iCode));
 }
 
 // The reason for a broken data connection (a full disk, say) waits on the control connection.
@@ -151,7 +151,7 @@ void CSession::FailData(const char *cpStep, int I_iCode) const
     sLibrary.fpEndData(lHandle);
     const std::string strReason = LastError();
     if (!strReason.empty()) strText += "; then: " + strReason;
-    throw FAILURE(strText);
+    throw base::FAILURE(strText);
 }
 
 void CSession::Create(BSA_ObjectDescriptor &I_sObject)
@@ -208,11 +208,17 @@ void CSession::Close()
     Check("BSATerminate", sLibrary.fpTerminate(lHandle));
 }
 
-std::vector<BSA_ObjectDescriptor> CSession::Query(BSA_QueryDescriptor &I_sQuery)
+std::vector<BSA_ObjectDescriptor> CSession::Copies(const OBJECT &I_sObject)
 {
+    BSA_QueryDescriptor sQuery{};
+    Copy(sQuery.objectOwner.bsa_ObjectOwner, INFORMIX_OWNER);
+    sQuery.objectName = ObjectName(sConnection, I_sObject);
+    sQuery.copyType = BSA_CopyType_BACKUP;
+    sQuery.objectType = BSA_ObjectType_ANY;
+    sQuery.objectStatus = BSA_ObjectStatus_MOST_RECENT;
     std::vector<BSA_ObjectDescriptor> vecCopies;
     BSA_ObjectDescriptor sCopy{};
-    int iCode = sLibrary.fpQueryObject(lHandle, &I_sQuery, &sCopy);
+    int iCode = sLibrary.fpQueryObject(lHandle, &sQuery, &sCopy);
     if (iCode == BSA_RC_NO_MATCH) return vecCopies;
     Check("BSAQueryObject", iCode);
     while (iCode == BSA_RC_SUCCESS)
@@ -224,34 +230,40 @@ std::vector<BSA_ObjectDescriptor> CSession::Query(BSA_QueryDescriptor &I_sQuery)
     return vecCopies;
 }
 
-void CSession::TakeNewest(const SETTINGS &I_sSettings, BSA_ObjectDescriptor &I_sObject)
+void CSession::TakeNewest(const OBJECT &I_sWanted, BSA_ObjectDescriptor &X_sObject)
 {
-    BSA_QueryDescriptor sQuery = session_Query(I_sSettings);
-    const std::vector<BSA_ObjectDescriptor> vecCopies = Query(sQuery);
-    if (vecCopies.empty()) throw FAILURE("no match");
-    I_sObject.copyId = vecCopies.front().copyId;
+    const std::vector<BSA_ObjectDescriptor> vecCopies = Copies(I_sWanted);
+    if (vecCopies.empty()) throw base::FAILURE("no match");
+    X_sObject.copyId = vecCopies.front().copyId;
 }
 
-BSA_ObjectDescriptor session_Object(const SETTINGS &I_sSettings)
+BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 {
     BSA_ObjectDescriptor sObject{};
     Copy(sObject.objectOwner.bsa_ObjectOwner,
-         I_sSettings.bInformix ? INFORMIX_OWNER : settings_Owner(I_sSettings));
-    sObject.objectName = ObjectName(I_sSettings);
-    sObject.copyId.right = I_sSettings.uCopyId;
+         I_sConnection.bInformix ? INFORMIX_OWNER : Owner(I_sConnection));
+    sObject.objectName = ObjectName(I_sConnection, I_sObject);
+    sObject.copyId.right = I_sObject.uCopyId;
     sObject.copyType = BSA_CopyType_BACKUP;
     sObject.objectType = BSA_ObjectType_FILE;
     sObject.objectStatus = BSA_ObjectStatus_ANY;
     return sObject;
 }
 
-BSA_QueryDescriptor session_Query(const SETTINGS &I_sSettings)
+void CheckObject(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 {
-    BSA_QueryDescriptor sQuery{};
-    Copy(sQuery.objectOwner.bsa_ObjectOwner, INFORMIX_OWNER);
-    sQuery.objectName = ObjectName(I_sSettings);
-    sQuery.copyType = BSA_CopyType_BACKUP;
-    sQuery.objectType = BSA_ObjectType_ANY;
-    sQuery.objectStatus = BSA_ObjectStatus_MOST_RECENT;
-    return sQuery;
+    base::CheckText("NAME", I_sObject.strName, base::NAME_ROOM);
+    if (!I_sConnection.bInformix)
+    {
+        base::CheckBlanks("NAME", I_sObject.strName);
+        if (I_sObject.strName.find('/') != std::string::npos)
+            throw base::USAGE_ERROR("NAME holds a \"/\": give the folder with --path");
+        if (I_sObject.strName == "." || I_sObject.strName == "..")
+            throw base::USAGE_ERROR("NAME is a folder");
+        return;
+    }
+    base::CheckText("--space", I_sObject.strSpace, base::NAME_ROOM);
+    if (I_sObject.strSpace.find('@') != std::string::npos)
+        throw base::USAGE_ERROR("--space holds an \"@\", which ends the space in SPACE@NAME");
 }
+} // namespace library

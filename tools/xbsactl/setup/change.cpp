@@ -2,9 +2,11 @@
 
 #include <algorithm>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "setup/text.h"
 
+namespace setup
+{
 namespace
 {
 constexpr const char *EDITED = "edited"; // no content has this hash
@@ -21,10 +23,10 @@ bool IsLink(const std::string &I_strFile)
     return I_strFile.compare(0, 4, "lib/") == 0;
 }
 
-std::string Hash(const PLACE &I_sPlace, const std::string &I_strFile, bool I_bLink)
+std::string HashNow(const PLACE &I_sPlace, const std::string &I_strFile, bool I_bLink)
 {
-    const std::optional<std::string> strContent = setupfiles_Content(I_sPlace, I_strFile, I_bLink);
-    return strContent ? setupfiles_Hash(*strContent) : "";
+    const std::optional<std::string> strContent = Content(I_sPlace, I_strFile, I_bLink);
+    return strContent ? Hash(*strContent) : "";
 }
 
 // An earlier copy is never overwritten.
@@ -34,22 +36,22 @@ std::string FreeCopyName(const PLACE &I_sPlace, const std::string &I_strFile)
     {
         std::string strCopy = I_strFile + SETUP_COPY;
         if (iNumber > 1) strCopy.append(".").append(std::to_string(iNumber));
-        if (!setupfiles_Exists(I_sPlace, strCopy)) return strCopy;
+        if (!Exists(I_sPlace, strCopy)) return strCopy;
     }
-    throw FAILURE(place_Path(I_sPlace, I_strFile) + ": too many old copies beside it");
+    throw base::FAILURE(PathOf(I_sPlace, I_strFile) + ": too many old copies beside it");
 }
 
 // Updates the journal for a change. Returns whether a copy is to be made.
 bool Note(const PLACE &I_sPlace, JOURNAL &I_sJournal, const CHANGE &I_sChange)
 {
-    const std::string strBefore = I_sChange.strBefore ? setupfiles_Hash(*I_sChange.strBefore) : "";
-    const std::string strAfter = setupfiles_Hash(I_sChange.strAfter);
+    const std::string strBefore = I_sChange.strBefore ? Hash(*I_sChange.strBefore) : "";
+    const std::string strAfter = Hash(I_sChange.strAfter);
     for (RECORD &sRecord : I_sJournal.vecRecords)
     {
         if (sRecord.strFile != I_sChange.strFile) continue;
         const bool bFresh = strBefore == sRecord.strBefore; // a run was killed, or put back by hand
         sRecord.strAfter = bFresh || strBefore == sRecord.strAfter ? strAfter : EDITED;
-        return bFresh && I_sChange.strBefore && !setupfiles_Exists(I_sPlace, sRecord.strCopy);
+        return bFresh && I_sChange.strBefore && !Exists(I_sPlace, sRecord.strCopy);
     }
     std::string strCopy =
         I_sChange.strBefore ? FreeCopyName(I_sPlace, I_sChange.strFile) : std::string();
@@ -66,9 +68,9 @@ struct STEP
 void Do(const PLACE &I_sPlace, const STEP &I_sStep)
 {
     const CHANGE &sChange = I_sStep.sChange;
-    if (!I_sStep.strCopy.empty()) setupfiles_Copy(I_sPlace, sChange.strFile, I_sStep.strCopy);
-    if (sChange.bLink) setupfiles_WriteLink(I_sPlace, sChange.strFile, sChange.strAfter);
-    else setupfiles_WriteFile(I_sPlace, sChange.strFile, sChange.strAfter);
+    if (!I_sStep.strCopy.empty()) Copy(I_sPlace, sChange.strFile, I_sStep.strCopy);
+    if (sChange.bLink) WriteLink(I_sPlace, sChange.strFile, sChange.strAfter);
+    else WriteFile(I_sPlace, sChange.strFile, sChange.strAfter);
 }
 
 void TakeBack(const PLACE &I_sPlace, const STEP &I_sStep)
@@ -76,12 +78,11 @@ void TakeBack(const PLACE &I_sPlace, const STEP &I_sStep)
     const CHANGE &sChange = I_sStep.sChange;
     if (!I_sStep.strCopy.empty())
     {
-        if (setupfiles_Exists(I_sPlace, I_sStep.strCopy))
-            setupfiles_MoveBack(I_sPlace, I_sStep.strCopy, sChange.strFile);
+        if (Exists(I_sPlace, I_sStep.strCopy)) MoveBack(I_sPlace, I_sStep.strCopy, sChange.strFile);
     }
-    else if (!sChange.strBefore) setupfiles_Remove(I_sPlace, sChange.strFile);
-    else if (sChange.bLink) setupfiles_WriteLink(I_sPlace, sChange.strFile, *sChange.strBefore);
-    else setupfiles_WriteFile(I_sPlace, sChange.strFile, *sChange.strBefore);
+    else if (!sChange.strBefore) Remove(I_sPlace, sChange.strFile);
+    else if (sChange.bLink) WriteLink(I_sPlace, sChange.strFile, *sChange.strBefore);
+    else WriteFile(I_sPlace, sChange.strFile, *sChange.strBefore);
 }
 
 // The reader of the question may have taken a while to answer.
@@ -89,10 +90,10 @@ void CheckUnchanged(const PLACE &I_sPlace, const std::vector<CHANGE> &I_vecChang
 {
     for (const CHANGE &sChange : I_vecChanges)
     {
-        setupfiles_RefuseForeign(I_sPlace, sChange.strFile);
-        if (setupfiles_Content(I_sPlace, sChange.strFile, sChange.bLink) != sChange.strBefore)
-            throw FAILURE(place_Path(I_sPlace, sChange.strFile) +
-                          " was changed meanwhile: run setup again");
+        RefuseForeign(I_sPlace, sChange.strFile);
+        if (Content(I_sPlace, sChange.strFile, sChange.bLink) != sChange.strBefore)
+            throw base::FAILURE(PathOf(I_sPlace, sChange.strFile) +
+                                " was changed meanwhile: run setup again");
     }
 }
 
@@ -100,50 +101,49 @@ void TakeAllBack(const PLACE &I_sPlace, const JOURNAL &I_sOld, std::vector<STEP>
 {
     std::reverse(I_vecDone.begin(), I_vecDone.end());
     for (const STEP &sStep : I_vecDone) TakeBack(I_sPlace, sStep);
-    setupjournal_Write(I_sPlace, I_sOld);
+    WriteJournal(I_sPlace, I_sOld);
 }
 
 // An edited file keeps what others wrote: only our lines go.
 std::optional<std::string> WithoutOurs(const PLACE &I_sPlace, const JOURNAL &I_sJournal,
                                        const RECORD &I_sRecord, const std::string &I_strText)
 {
-    const std::string strPath = place_Path(I_sPlace, I_sRecord.strFile);
+    const std::string strPath = PathOf(I_sPlace, I_sRecord.strFile);
     const std::string strCopy =
-        I_sRecord.strCopy.empty() ? ""
-                                  : "; the old file is " + place_Path(I_sPlace, I_sRecord.strCopy);
-    if (I_sRecord.strFile == SETUP_VERSIONS)
-        return setuptext_VersionsWithout(I_strText, I_sJournal.strRow);
+        I_sRecord.strCopy.empty() ? "" : "; the old file is " + PathOf(I_sPlace, I_sRecord.strCopy);
+    if (I_sRecord.strFile == SETUP_VERSIONS) return VersionsWithout(I_strText, I_sJournal.strRow);
     if (IsShared(I_sRecord.strFile))
-        throw FAILURE(strPath + " was changed since setup: put it right by hand first" + strCopy);
+        throw base::FAILURE(strPath + " was changed since setup: put it right by hand first" +
+                            strCopy);
     try
     {
-        return setuptext_OnconfigWithout(I_strText);
-    } catch (const FAILURE &sFailure)
+        return OnconfigWithout(I_strText);
+    } catch (const base::FAILURE &sFailure)
     {
-        throw FAILURE(strPath + ": " + sFailure.what() + ": put it right by hand first" + strCopy);
+        throw base::FAILURE(strPath + ": " + sFailure.what() + ": put it right by hand first" +
+                            strCopy);
     }
 }
 
 UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &I_sRecord)
 {
     const bool bLink = IsLink(I_sRecord.strFile);
-    const std::string strNow = Hash(I_sPlace, I_sRecord.strFile, bLink);
+    const std::string strNow = HashNow(I_sPlace, I_sRecord.strFile, bLink);
     UNDO sUndo;
     sUndo.sRecord = I_sRecord;
     if (strNow == I_sRecord.strBefore) return sUndo;
     if (strNow == I_sRecord.strAfter)
     {
         if (!I_sRecord.strCopy.empty() &&
-            Hash(I_sPlace, I_sRecord.strCopy, bLink) != I_sRecord.strBefore)
-            throw FAILURE(place_Path(I_sPlace, I_sRecord.strCopy) +
-                          ": this copy of the old file is gone or was changed");
+            HashNow(I_sPlace, I_sRecord.strCopy, bLink) != I_sRecord.strBefore)
+            throw base::FAILURE(PathOf(I_sPlace, I_sRecord.strCopy) +
+                                ": this copy of the old file is gone or was changed");
         sUndo.bPutBack = true;
         return sUndo;
     }
-    const std::optional<std::string> strText =
-        setupfiles_Content(I_sPlace, I_sRecord.strFile, bLink);
+    const std::optional<std::string> strText = Content(I_sPlace, I_sRecord.strFile, bLink);
     if (!strText)
-        throw FAILURE(place_Path(I_sPlace, I_sRecord.strFile) + " was removed since setup");
+        throw base::FAILURE(PathOf(I_sPlace, I_sRecord.strFile) + " was removed since setup");
     sUndo.strText = WithoutOurs(I_sPlace, I_sJournal, I_sRecord, *strText);
     return sUndo;
 }
@@ -151,8 +151,7 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
 
 // The journal is written first: a run that is killed can be undone, since what was not done yet
 // shows as unchanged.
-void setupchange_Apply(const PLACE &I_sPlace, JOURNAL I_sJournal,
-                       const std::vector<CHANGE> &I_vecChanges)
+void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<CHANGE> &I_vecChanges)
 {
     const JOURNAL sOld = I_sJournal;
     std::vector<STEP> vecSteps;
@@ -165,13 +164,13 @@ void setupchange_Apply(const PLACE &I_sPlace, JOURNAL I_sJournal,
     std::vector<STEP> vecDone;
     try
     {
-        setupjournal_Write(I_sPlace, I_sJournal);
+        WriteJournal(I_sPlace, I_sJournal);
         for (const STEP &sStep : vecSteps)
         {
             vecDone.push_back(sStep);
             Do(I_sPlace, sStep);
         }
-    } catch (const FAILURE &)
+    } catch (const base::FAILURE &)
     {
         TakeAllBack(I_sPlace, sOld, vecDone);
         throw;
@@ -179,7 +178,7 @@ void setupchange_Apply(const PLACE &I_sPlace, JOURNAL I_sJournal,
 }
 
 // What all onconfigs of the folder share stays while another of them is hooked.
-std::vector<UNDO> setupchange_PlanUndo(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
+std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
 {
     const auto &vecRecords = I_sJournal.vecRecords;
     const bool bOther =
@@ -196,18 +195,18 @@ std::vector<UNDO> setupchange_PlanUndo(const PLACE &I_sPlace, const JOURNAL &I_s
     return vecUndo;
 }
 
-void setupchange_Undo(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<UNDO> &I_vecUndo)
+void TakeBackAll(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<UNDO> &I_vecUndo)
 {
     for (const UNDO &sUndo : I_vecUndo)
     {
         const RECORD &sRecord = sUndo.sRecord;
-        if (sUndo.strText) setupfiles_WriteFile(I_sPlace, sRecord.strFile, *sUndo.strText);
+        if (sUndo.strText) WriteFile(I_sPlace, sRecord.strFile, *sUndo.strText);
         else if (!sUndo.bPutBack)
         {
-            if (!sRecord.strCopy.empty()) setupfiles_Remove(I_sPlace, sRecord.strCopy);
+            if (!sRecord.strCopy.empty()) Remove(I_sPlace, sRecord.strCopy);
         }
-        else if (sRecord.strCopy.empty()) setupfiles_Remove(I_sPlace, sRecord.strFile);
-        else setupfiles_MoveBack(I_sPlace, sRecord.strCopy, sRecord.strFile);
+        else if (sRecord.strCopy.empty()) Remove(I_sPlace, sRecord.strFile);
+        else MoveBack(I_sPlace, sRecord.strCopy, sRecord.strFile);
         auto &vecRecords = I_sJournal.vecRecords;
         vecRecords.erase(std::remove_if(vecRecords.begin(), vecRecords.end(),
                                         [&sRecord](const RECORD &sOther) {
@@ -215,5 +214,6 @@ void setupchange_Undo(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vect
                                         }),
                          vecRecords.end());
     }
-    setupjournal_Write(I_sPlace, I_sJournal);
+    WriteJournal(I_sPlace, I_sJournal);
 }
+} // namespace setup

@@ -10,6 +10,8 @@
 #include "setup/files.h"
 #include "setup/journal.h"
 
+namespace setup
+{
 constexpr const char *SETUP_VERSIONS = "etc/sm_versions";
 constexpr const char *SETUP_LOGROTATE = "etc/xbsa.logrotate"; // earlier versions made it
 
@@ -22,8 +24,7 @@ struct CHANGE
 };
 
 // Makes all of the changes or, when one fails, none, and throws FAILURE.
-void setupchange_Apply(const PLACE &I_sPlace, JOURNAL I_sJournal,
-                       const std::vector<CHANGE> &I_vecChanges);
+void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<CHANGE> &I_vecChanges);
 
 // What undoing one record means; planned for all before the first is done.
 struct UNDO
@@ -34,9 +35,9 @@ struct UNDO
 };
 
 // Throws FAILURE when a file was edited where we changed it.
-std::vector<UNDO> setupchange_PlanUndo(const PLACE &I_sPlace, const JOURNAL &I_sJournal);
+std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, const JOURNAL &I_sJournal);
 
-void setupchange_Undo(const PLACE &I_sPlace, JOURNAL I_sJournal,
-                      const std::vector<UNDO> &I_vecUndo);
+void TakeBackAll(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<UNDO> &I_vecUndo);
+} // namespace setup
 
 #endif

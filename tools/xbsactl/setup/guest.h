@@ -4,6 +4,8 @@
 
 #include <string>
 
+namespace setup
+{
 struct GUEST
 {
     std::string strPath; // absolute
@@ -11,10 +13,11 @@ struct GUEST
 };
 
 // Loads it, empty for the one that belongs to the tool, and asks it. Throws FAILURE.
-GUEST setupguest_Find(const std::string &I_strLibrary);
+GUEST FindGuest(const std::string &I_strLibrary);
 
 // Prints a line for each part of the path that is closed to some account: the database's must be
 // able to reach the library.
-void setupguest_WarnOfClosedPath(const std::string &I_strLibrary);
+void WarnOfClosedPath(const std::string &I_strLibrary);
+} // namespace setup
 
 #endif

@@ -1,8 +1,10 @@
 #include "setup/journal.h"
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "base/json.h"
 
+namespace setup
+{
 namespace
 {
 constexpr const char *JOURNAL_FILE = "etc/xbsa-setup.json";
@@ -20,6 +22,27 @@ bool IsOurs(const RECORD &I_sRecord)
                                            strCopy.find('/', strFile.size()) == std::string::npos);
     return bFile && bCopy;
 }
+std::string Json(const JOURNAL &I_sJournal)
+{
+    base::JSON sJson = {{"schema", 1}, {"row", I_sJournal.strRow}};
+    for (const RECORD &sRecord : I_sJournal.vecRecords)
+        sJson["files"].push_back({{"file", sRecord.strFile},
+                                  {"copy", sRecord.strCopy},
+                                  {"before", sRecord.strBefore},
+                                  {"after", sRecord.strAfter}});
+    return sJson.dump(2);
+}
+
+JOURNAL Parse(const std::string &I_strText)
+{
+    const base::JSON sJson = base::JSON::parse(I_strText);
+    JOURNAL sJournal;
+    sJournal.strRow = sJson.at("row");
+    for (const base::JSON &sEntry : sJson.at("files"))
+        sJournal.vecRecords.push_back(
+            {sEntry.at("file"), sEntry.at("copy"), sEntry.at("before"), sEntry.at("after")});
+    return sJournal;
+}
 } // namespace
 
 const RECORD *JOURNAL::Find(const std::string &I_strFile) const
@@ -31,33 +54,35 @@ const RECORD *JOURNAL::Find(const std::string &I_strFile) const
     return nullptr;
 }
 
-JOURNAL setupjournal_Read(const PLACE &I_sPlace)
+JOURNAL ReadJournal(const PLACE &I_sPlace)
 {
     const std::optional<std::string> strText =
-        setupfiles_Content(I_sPlace, JOURNAL_FILE, false, JOURNAL_LARGEST);
+        Content(I_sPlace, JOURNAL_FILE, false, JOURNAL_LARGEST);
     if (!strText) return {};
-    const std::string strPath = place_Path(I_sPlace, JOURNAL_FILE);
+    const std::string strPath = PathOf(I_sPlace, JOURNAL_FILE);
     JOURNAL sJournal;
     try
     {
-        sJournal = json_ReadJournal(*strText);
-    } catch (const FAILURE &)
+        sJournal = Parse(*strText);
+    } catch (const base::JSON::exception &)
     {
-        throw FAILURE(strPath + " is damaged: copy the files NAME" + SETUP_COPY +
-                      " back over those of that NAME, and remove it");
+        throw base::FAILURE(strPath + " is damaged: copy the files NAME" + SETUP_COPY +
+                            " back over those of that NAME, and remove it");
     }
     for (const RECORD &sRecord : sJournal.vecRecords)
         if (!IsOurs(sRecord))
-            throw FAILURE(strPath + " cannot be used: it names files that setup does not change");
+            throw base::FAILURE(strPath +
+                                " cannot be used: it names files that setup does not change");
     return sJournal;
 }
 
-void setupjournal_Write(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
+void WriteJournal(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
 {
     if (I_sJournal.vecRecords.empty())
     {
-        setupfiles_Remove(I_sPlace, JOURNAL_FILE);
+        Remove(I_sPlace, JOURNAL_FILE);
         return;
     }
-    setupfiles_WriteFile(I_sPlace, JOURNAL_FILE, json_Journal(I_sJournal) + "\n");
+    WriteFile(I_sPlace, JOURNAL_FILE, Json(I_sJournal) + "\n");
 }
+} // namespace setup

@@ -7,6 +7,8 @@
 
 #include "setup/files.h"
 
+namespace setup
+{
 constexpr const char *SETUP_COPY = ".before-xbsa";    // end of a copy's name, before its number
 constexpr const char *SETUP_LINK = "lib/ibsad001.so"; // where ON-Bar looks without BAR_BSALIB_PATH
 
@@ -28,9 +30,10 @@ struct JOURNAL
     const RECORD *Find(const std::string &I_strFile) const;
 };
 
-JOURNAL setupjournal_Read(const PLACE &I_sPlace);
+JOURNAL ReadJournal(const PLACE &I_sPlace);
 
 // One without records is removed.
-void setupjournal_Write(const PLACE &I_sPlace, const JOURNAL &I_sJournal);
+void WriteJournal(const PLACE &I_sPlace, const JOURNAL &I_sJournal);
+} // namespace setup
 
 #endif

@@ -10,10 +10,12 @@
 #include <iostream>
 #include <vector>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "setup/text.h"
 #include "setup/way.h"
 
+namespace setup
+{
 namespace
 {
 using STAT = struct stat;
@@ -30,14 +32,14 @@ std::string GroupName(gid_t I_uGroup)
     return spGroup != nullptr ? spGroup->gr_name : std::to_string(I_uGroup);
 }
 
-std::string OnconfigName(const SETTINGS &I_sSettings)
+std::string OnconfigName(const OPTIONS &I_sOptions)
 {
     const char *cpVariable = getenv("ONCONFIG");
-    std::string strName = I_sSettings.strOnconfig;
+    std::string strName = I_sOptions.strOnconfig;
     if (strName.empty())
         strName = cpVariable != nullptr && *cpVariable != '\0' ? cpVariable : "onconfig";
     if (strName.front() == '.' || strName.find('/') != std::string::npos)
-        throw USAGE_ERROR("--onconfig is the name of a file in DIR/etc");
+        throw base::USAGE_ERROR("--onconfig is the name of a file in DIR/etc");
     return strName;
 }
 
@@ -45,49 +47,50 @@ std::string FolderName(std::string I_strFolder)
 {
     while (I_strFolder.size() > 1 && I_strFolder.back() == '/') I_strFolder.pop_back();
     if (I_strFolder.empty() || I_strFolder.front() != '/')
-        throw USAGE_ERROR("--informixdir is no absolute path");
-    if (Visible(I_strFolder) != I_strFolder ||
+        throw base::USAGE_ERROR("--informixdir is no absolute path");
+    if (base::Visible(I_strFolder) != I_strFolder ||
         I_strFolder.find_first_of("'\"*?[\\") != std::string::npos)
-        throw USAGE_ERROR("--informixdir holds a quote, a pattern or a control character");
+        throw base::USAGE_ERROR("--informixdir holds a quote, a pattern or a control character");
     return I_strFolder;
 }
 
 // Null when there is none. DIR itself may be a link: whoever runs this named it.
-std::shared_ptr<const CDescriptor> OpenFolder(int I_iIn, const std::string &I_strName,
-                                              const std::string &I_strPath)
+std::shared_ptr<const base::CDescriptor> OpenFolder(int I_iIn, const std::string &I_strName,
+                                                    const std::string &I_strPath)
 {
     const int iLink = I_iIn == AT_FDCWD ? 0 : O_NOFOLLOW;
-    CDescriptor sFolder(openat(I_iIn, I_strName.c_str(), O_PATH | O_CLOEXEC | iLink));
+    base::CDescriptor sFolder(openat(I_iIn, I_strName.c_str(), O_PATH | O_CLOEXEC | iLink));
     if (sFolder.Get() == -1 && errno == ENOENT) return nullptr;
     STAT sStatus{};
-    if (sFolder.Get() == -1 || fstat(sFolder.Get(), &sStatus) != 0) throw SystemFailure(I_strPath);
+    if (sFolder.Get() == -1 || fstat(sFolder.Get(), &sStatus) != 0)
+        throw base::SystemFailure(I_strPath);
     if (S_ISLNK(sStatus.st_mode))
-        throw FAILURE(I_strPath + " is a link: setup changes nothing outside of the folder");
+        throw base::FAILURE(I_strPath + " is a link: setup changes nothing outside of the folder");
     if (!S_ISDIR(sStatus.st_mode))
-        throw FAILURE(I_strPath + " is not a directory: no database's folder");
-    return std::make_shared<const CDescriptor>(std::move(sFolder));
+        throw base::FAILURE(I_strPath + " is not a directory: no database's folder");
+    return std::make_shared<const base::CDescriptor>(std::move(sFolder));
 }
 
 STAT OnconfigStatus(const PLACE &I_sPlace)
 {
-    const TARGET sTarget{I_sPlace.spEtc, I_sPlace.strOnconfig.substr(4),
-                         place_Path(I_sPlace, I_sPlace.strOnconfig)};
+    const base::TARGET sTarget{I_sPlace.spEtc, I_sPlace.strOnconfig.substr(4),
+                               PathOf(I_sPlace, I_sPlace.strOnconfig)};
     const std::optional<STAT> sStatus = sTarget.Status();
     if (!sStatus)
-        throw FAILURE(sTarget.strShown + " does not exist: give its name with --onconfig");
-    if (!S_ISREG(sStatus->st_mode)) throw FAILURE(sTarget.strShown + " is no plain file");
+        throw base::FAILURE(sTarget.strShown + " does not exist: give its name with --onconfig");
+    if (!S_ISREG(sStatus->st_mode)) throw base::FAILURE(sTarget.strShown + " is no plain file");
     return *sStatus;
 }
 
-STAT StatusOf(const CDescriptor &I_sFolder, const std::string &I_strFolder)
+STAT StatusOf(const base::CDescriptor &I_sFolder, const std::string &I_strFolder)
 {
     STAT sStatus{};
-    if (fstat(I_sFolder.Get(), &sStatus) != 0) throw SystemFailure(I_strFolder);
+    if (fstat(I_sFolder.Get(), &sStatus) != 0) throw base::SystemFailure(I_strFolder);
     return sStatus;
 }
 
 // Whoever may write a folder may put a file of root's there, or take one away.
-bool IsRootsOnly(const CDescriptor &I_sFolder)
+bool IsRootsOnly(const base::CDescriptor &I_sFolder)
 {
     STAT sStatus{};
     if (fstat(I_sFolder.Get(), &sStatus) != 0) return false;
@@ -117,74 +120,76 @@ void Become(uid_t I_uAccount, gid_t I_uGroup)
         spAccount != nullptr ? initgroups(spAccount->pw_name, I_uGroup) : setgroups(1, &I_uGroup);
     if (iGroups != 0 || setresgid(I_uGroup, I_uGroup, I_uGroup) != 0 ||
         setresuid(I_uAccount, I_uAccount, I_uAccount) != 0)
-        throw SystemFailure("becoming the account " + AccountName(I_uAccount));
+        throw base::SystemFailure("becoming the account " + AccountName(I_uAccount));
 }
 
-void TakeAccount(const PLACE &I_sPlace, const CDescriptor &I_sFolder)
+void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
 {
     const STAT sStatus = OnconfigStatus(I_sPlace);
-    const std::string strFile = place_Path(I_sPlace, I_sPlace.strOnconfig);
+    const std::string strFile = PathOf(I_sPlace, I_sPlace.strOnconfig);
     if (geteuid() != 0) return;
-    way_CheckLinks(I_sPlace.strFolder, StatusOf(I_sFolder, I_sPlace.strFolder).st_uid);
+    CheckLinks(I_sPlace.strFolder, StatusOf(I_sFolder, I_sPlace.strFolder).st_uid);
     if (sStatus.st_uid != 0)
     {
         if (GroupOf(sStatus.st_uid, sStatus.st_gid) != sStatus.st_gid)
-            throw FAILURE(strFile + " has the group " + GroupName(sStatus.st_gid) + ", which " +
-                          AccountName(sStatus.st_uid) +
-                          " is not in: give it one of this account's groups first (chgrp)");
+            throw base::FAILURE(strFile + " has the group " + GroupName(sStatus.st_gid) +
+                                ", which " + AccountName(sStatus.st_uid) +
+                                " is not in: give it one of this account's groups first (chgrp)");
         Become(sStatus.st_uid, sStatus.st_gid);
-        std::cout << "# As " << AccountName(sStatus.st_uid) << ", who owns " << Printable(strFile)
-                  << '\n';
+        std::cout << "# As " << AccountName(sStatus.st_uid) << ", who owns "
+                  << base::Printable(strFile) << '\n';
         return;
     }
     if (!IsRootsOnly(I_sFolder) || !IsRootsOnly(*I_sPlace.spEtc))
-        throw FAILURE(strFile + " is root's, but others may write its folder: give it to the "
-                                "database's account first (chown)");
+        throw base::FAILURE(strFile + " is root's, but others may write its folder: give it to the "
+                                      "database's account first (chown)");
 }
 } // namespace
 
-std::string place_Path(const PLACE &I_sPlace, const std::string &I_strFile)
+std::string PathOf(const PLACE &I_sPlace, const std::string &I_strFile)
 {
     return I_sPlace.strFolder + "/" + I_strFile;
 }
 
-PLACE place_Enter(const SETTINGS &I_sSettings)
+PLACE Enter(const OPTIONS &I_sOptions)
 {
     PLACE sPlace;
-    sPlace.strFolder = FolderName(I_sSettings.strInformixDir);
-    const std::string strEtc = place_Path(sPlace, "etc");
+    sPlace.strFolder = FolderName(I_sOptions.strInformixDir);
+    const std::string strEtc = PathOf(sPlace, "etc");
     const auto spFolder = OpenFolder(AT_FDCWD, sPlace.strFolder, sPlace.strFolder);
     if (spFolder != nullptr) sPlace.spEtc = OpenFolder(spFolder->Get(), "etc", strEtc);
-    if (sPlace.spEtc == nullptr) throw FAILURE(strEtc + " is missing: no database's folder");
-    sPlace.spLib = OpenFolder(spFolder->Get(), "lib", place_Path(sPlace, "lib"));
-    sPlace.strOnconfig = "etc/" + OnconfigName(I_sSettings);
+    if (sPlace.spEtc == nullptr) throw base::FAILURE(strEtc + " is missing: no database's folder");
+    sPlace.spLib = OpenFolder(spFolder->Get(), "lib", PathOf(sPlace, "lib"));
+    sPlace.strOnconfig = "etc/" + OnconfigName(I_sOptions);
     TakeAccount(sPlace, *spFolder);
     return sPlace;
 }
 
-bool place_MayWriteLib(const PLACE &I_sPlace)
+bool MayWriteLib(const PLACE &I_sPlace)
 {
     if (I_sPlace.spLib == nullptr) return false;
     const bool bMay = geteuid() == 0 ? IsRootsOnly(*I_sPlace.spLib)
                                      : faccessat(I_sPlace.spLib->Get(), ".", W_OK | X_OK, 0) == 0;
     if (!bMay)
-        std::cout << "# No link in " << place_Path(I_sPlace, "lib") << ": "
+        std::cout << "# No link in " << PathOf(I_sPlace, "lib") << ": "
                   << (geteuid() == 0 ? "others may write there"
                                      : "this account may not write there")
                   << '\n';
     return bMay;
 }
 
-std::string place_Rotation(const SETTINGS &I_sSettings)
+std::string Rotation(const OPTIONS &I_sOptions)
 {
-    const std::string strFolder = FolderName(I_sSettings.strInformixDir);
+    const std::string strFolder = FolderName(I_sOptions.strInformixDir);
     const auto spFolder = OpenFolder(AT_FDCWD, strFolder, strFolder);
-    if (spFolder == nullptr) throw FAILURE(strFolder + " does not exist");
+    if (spFolder == nullptr) throw base::FAILURE(strFolder + " does not exist");
     const STAT sStatus = StatusOf(*spFolder, strFolder);
     if (sStatus.st_uid == 0 && !IsRootsOnly(*spFolder))
-        throw FAILURE(strFolder + " is root's, but others may write it: logrotate would work there "
-                                  "with root's rights");
-    way_CheckAll(strFolder, sStatus.st_uid); // logrotate walks it again, as this account
-    return setuptext_Logrotate(strFolder, AccountName(sStatus.st_uid) + " " +
-                                              GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)));
+        throw base::FAILURE(strFolder +
+                            " is root's, but others may write it: logrotate would work there "
+                            "with root's rights");
+    CheckAll(strFolder, sStatus.st_uid); // logrotate walks it again, as this account
+    return Logrotate(strFolder, AccountName(sStatus.st_uid) + " " +
+                                    GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)));
 }
+} // namespace setup

@@ -7,24 +7,25 @@
 #include <set>
 #include <sstream>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "setup/change.h"
 #include "setup/guest.h"
 #include "setup/text.h"
 
+namespace setup
+{
 namespace
 {
 CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
 {
-    CHANGE sChange{I_sPlace.strOnconfig, false,
-                   setupfiles_Content(I_sPlace, I_sPlace.strOnconfig, false), ""};
+    CHANGE sChange{I_sPlace.strOnconfig, false, Content(I_sPlace, I_sPlace.strOnconfig, false), ""};
     try
     {
-        sChange.strAfter = setuptext_Onconfig(sChange.strBefore.value_or(""), I_strLibrary);
-    } catch (const FAILURE &sFailure)
+        sChange.strAfter = Onconfig(sChange.strBefore.value_or(""), I_strLibrary);
+    } catch (const base::FAILURE &sFailure)
     {
-        throw FAILURE(I_sPlace.strFolder + "/" + sChange.strFile + ": " + sFailure.what() +
-                      ": put it right by hand first");
+        throw base::FAILURE(I_sPlace.strFolder + "/" + sChange.strFile + ": " + sFailure.what() +
+                            ": put it right by hand first");
     }
     return sChange;
 }
@@ -33,19 +34,19 @@ CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
 bool IsLinkWanted(const PLACE &I_sPlace, const JOURNAL &I_sJournal,
                   const std::optional<std::string> &I_strTarget)
 {
-    if (!place_MayWriteLib(I_sPlace)) return false;
+    if (!MayWriteLib(I_sPlace)) return false;
     const RECORD *spRecord = I_sJournal.Find(SETUP_LINK);
-    const std::string strNow = I_strTarget ? setupfiles_Hash(*I_strTarget) : "";
+    const std::string strNow = I_strTarget ? Hash(*I_strTarget) : "";
     return spRecord == nullptr || strNow == spRecord->strAfter || strNow == spRecord->strBefore;
 }
 
 std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const GUEST &I_sGuest)
 {
     std::vector<CHANGE> vecAll = {OnconfigChange(I_sPlace, I_sGuest.strPath)};
-    const std::optional<std::string> strRows = setupfiles_Content(I_sPlace, SETUP_VERSIONS, false);
-    vecAll.push_back({SETUP_VERSIONS, false, strRows,
-                      setuptext_Versions(strRows.value_or(""), I_sGuest.strRow)});
-    const std::optional<std::string> strTarget = setupfiles_Content(I_sPlace, SETUP_LINK, true);
+    const std::optional<std::string> strRows = Content(I_sPlace, SETUP_VERSIONS, false);
+    vecAll.push_back(
+        {SETUP_VERSIONS, false, strRows, Versions(strRows.value_or(""), I_sGuest.strRow)});
+    const std::optional<std::string> strTarget = Content(I_sPlace, SETUP_LINK, true);
     if (IsLinkWanted(I_sPlace, I_sJournal, strTarget))
         vecAll.push_back({SETUP_LINK, true, strTarget, I_sGuest.strPath});
 
@@ -70,16 +71,16 @@ void PrintLines(const char *cpSign, const std::string &I_strText, const std::str
     const std::set<std::string> sOther(vecOther.begin(), vecOther.end());
     for (const std::string &strLine : Lines(I_strText))
         if (sOther.count(strLine) == 0)
-            std::cout << "  " << cpSign << ' ' << Printable(strLine) << '\n';
+            std::cout << "  " << cpSign << ' ' << base::Printable(strLine) << '\n';
 }
 
 void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
 {
-    std::cout << Printable(place_Path(I_sPlace, I_sChange.strFile))
+    std::cout << base::Printable(PathOf(I_sPlace, I_sChange.strFile))
               << (I_sChange.strBefore ? "" : " (new)") << '\n';
     if (I_sChange.bLink)
     {
-        std::cout << "  -> " << Printable(I_sChange.strAfter) << '\n';
+        std::cout << "  -> " << base::Printable(I_sChange.strAfter) << '\n';
         return;
     }
     PrintLines("-", I_sChange.strBefore.value_or(""), I_sChange.strAfter);
@@ -89,21 +90,21 @@ void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
 void PrintUndo(const PLACE &I_sPlace, const UNDO &I_sUndo)
 {
     const RECORD &sRecord = I_sUndo.sRecord;
-    std::cout << Printable(place_Path(I_sPlace, sRecord.strFile)) << ": ";
+    std::cout << base::Printable(PathOf(I_sPlace, sRecord.strFile)) << ": ";
     if (I_sUndo.strText)
         std::cout << "changed since setup, only our lines go"
                   << (sRecord.strCopy.empty()
                           ? ""
-                          : "; the old file stays in " + Printable(sRecord.strCopy));
+                          : "; the old file stays in " + base::Printable(sRecord.strCopy));
     else if (!I_sUndo.bPutBack) std::cout << "is as it was";
     else std::cout << (sRecord.strCopy.empty() ? "removed" : "put back");
     std::cout << '\n';
 }
 
 // Anything but a yes is a no, and so is the end of the input.
-bool IsConfirmed(const SETTINGS &I_sSettings, const char *cpQuestion)
+bool IsConfirmed(const OPTIONS &I_sOptions, const char *cpQuestion)
 {
-    if (I_sSettings.bYes) return true;
+    if (I_sOptions.bYes) return true;
     std::cout << cpQuestion << " [y/N] " << std::flush;
     std::string strAnswer;
     const bool bYes = std::getline(std::cin, strAnswer) &&
@@ -112,57 +113,58 @@ bool IsConfirmed(const SETTINGS &I_sSettings, const char *cpQuestion)
     return bYes;
 }
 
-int Undo(const SETTINGS &I_sSettings, const PLACE &I_sPlace, const JOURNAL &I_sJournal)
+int Undo(const OPTIONS &I_sOptions, const PLACE &I_sPlace, const JOURNAL &I_sJournal)
 {
-    const std::vector<UNDO> vecUndo = setupchange_PlanUndo(I_sPlace, I_sJournal);
+    const std::vector<UNDO> vecUndo = PlanUndo(I_sPlace, I_sJournal);
     if (vecUndo.empty())
     {
         std::cout << "Nothing to undo: no earlier run changed "
-                  << Printable(place_Path(I_sPlace, I_sPlace.strOnconfig)) << ".\n";
-        return EXIT_DONE;
+                  << base::Printable(PathOf(I_sPlace, I_sPlace.strOnconfig)) << ".\n";
+        return base::EXIT_DONE;
     }
     for (const UNDO &sUndo : vecUndo) PrintUndo(I_sPlace, sUndo);
-    if (I_sSettings.bDryRun) return EXIT_DONE;
-    if (!IsConfirmed(I_sSettings, "Put this back?")) return EXIT_FAILED;
-    setupchange_Undo(I_sPlace, I_sJournal, vecUndo);
+    if (I_sOptions.bDryRun) return base::EXIT_DONE;
+    if (!IsConfirmed(I_sOptions, "Put this back?")) return base::EXIT_FAILED;
+    TakeBackAll(I_sPlace, I_sJournal, vecUndo);
     std::cout << "Done. If /etc/logrotate.d/korva-xbsa was installed, remove it as root.\n";
-    return EXIT_DONE;
+    return base::EXIT_DONE;
 }
 
-int Hook(const SETTINGS &I_sSettings, const PLACE &I_sPlace, JOURNAL I_sJournal)
+int Hook(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
 {
-    const GUEST sGuest = setupguest_Find(I_sSettings.strLibrary);
+    const GUEST sGuest = FindGuest(I_sOptions.strLibrary);
     const std::vector<CHANGE> vecChanges = Plan(I_sPlace, I_sJournal, sGuest);
-    setupguest_WarnOfClosedPath(sGuest.strPath);
+    WarnOfClosedPath(sGuest.strPath);
     if (vecChanges.empty())
     {
         std::cout << "Nothing to change: the library is hooked in.\n";
-        return EXIT_DONE;
+        return base::EXIT_DONE;
     }
     for (const CHANGE &sChange : vecChanges) PrintChange(I_sPlace, sChange);
-    if (I_sSettings.bDryRun) return EXIT_DONE;
-    if (!IsConfirmed(I_sSettings, "Write this?")) return EXIT_FAILED;
+    if (I_sOptions.bDryRun) return base::EXIT_DONE;
+    if (!IsConfirmed(I_sOptions, "Write this?")) return base::EXIT_FAILED;
     I_sJournal.strRow = sGuest.strRow;
-    setupchange_Apply(I_sPlace, I_sJournal, vecChanges);
-    const std::string strFolder = "--informixdir '" + Printable(I_sPlace.strFolder) + "'";
+    Apply(I_sPlace, I_sJournal, vecChanges);
+    const std::string strFolder = "--informixdir '" + base::Printable(I_sPlace.strFolder) + "'";
     std::cout << "Done; --undo puts it back. As root, when the logs are to be rotated:\n"
               << "  xbsactl setup " << strFolder
               << " --logrotate >/etc/logrotate.d/korva-xbsa\nNext: xbsactl check --informix "
               << strFolder << '\n';
-    return EXIT_DONE;
+    return base::EXIT_DONE;
 }
 } // namespace
 
-int setup_Run(const SETTINGS &I_sSettings)
+int Run(const OPTIONS &I_sOptions)
 {
     umask(022); // new files are for the database's accounts to read
-    if (I_sSettings.bLogrotate)
+    if (I_sOptions.bLogrotate)
     {
-        std::cout << place_Rotation(I_sSettings);
-        return EXIT_DONE;
+        std::cout << Rotation(I_sOptions);
+        return base::EXIT_DONE;
     }
-    const PLACE sPlace = place_Enter(I_sSettings);
-    const JOURNAL sJournal = setupjournal_Read(sPlace);
-    return I_sSettings.bUndo ? Undo(I_sSettings, sPlace, sJournal)
-                             : Hook(I_sSettings, sPlace, sJournal);
+    const PLACE sPlace = Enter(I_sOptions);
+    const JOURNAL sJournal = ReadJournal(sPlace);
+    return I_sOptions.bUndo ? Undo(I_sOptions, sPlace, sJournal)
+                            : Hook(I_sOptions, sPlace, sJournal);
 }
+} // namespace setup

@@ -1,9 +1,24 @@
-// Hooks the library into a database server. Returns the exit code.
+// Hooks the library into a database server, and undoes it.
 #ifndef XBSACTL_SETUP_H
 #define XBSACTL_SETUP_H
 
-#include "base/settings.h"
+#include <string>
 
-int setup_Run(const SETTINGS &I_sSettings);
+namespace setup
+{
+struct OPTIONS
+{
+    std::string strInformixDir; // the database's folder
+    std::string strOnconfig;    // name of the configuration file; empty: ONCONFIG, else "onconfig"
+    std::string strLibrary;     // empty: the default search
+    bool bDryRun = false;
+    bool bYes = false; // without asking
+    bool bUndo = false;
+    bool bLogrotate = false; // print the rotation of the logs, and nothing else
+};
+
+// Returns the exit code.
+int Run(const OPTIONS &I_sOptions);
+} // namespace setup
 
 #endif

@@ -6,8 +6,10 @@
 #include <sstream>
 #include <vector>
 
-#include "base/errors.h"
+#include "base/base.h"
 
+namespace setup
+{
 namespace
 {
 constexpr const char *BEGIN = "# Korva XBSA: begin (written by xbsactl setup)";
@@ -124,13 +126,14 @@ void CheckBlock(const LINES &I_vecBlock, const LINES &I_vecRest)
     const std::string strLibrary = I_vecBlock.size() > 1 ? Value(I_vecBlock[1]) : "";
     const std::string strBuffer = OwnBuffer(I_vecBlock);
     if (I_vecBlock != Block(strLibrary, strBuffer))
-        throw FAILURE(std::string("the lines from \"") + BEGIN + "\" to \"" + END +
-                      "\" in it were edited since");
+        throw base::FAILURE(std::string("the lines from \"") + BEGIN + "\" to \"" + END +
+                            "\" in it were edited since");
     if (Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, LIBRARY_KEY); }) > 0)
-        throw FAILURE(std::string(LIBRARY_KEY) + " was set again outside of the lines of setup");
+        throw base::FAILURE(std::string(LIBRARY_KEY) +
+                            " was set again outside of the lines of setup");
     if (!strBuffer.empty() &&
         Count(I_vecRest, [](const std::string &strLine) { return Sets(strLine, BUFFER); }) > 0)
-        throw FAILURE(std::string(BUFFER) + " was set again outside of the lines of setup");
+        throw base::FAILURE(std::string(BUFFER) + " was set again outside of the lines of setup");
 }
 
 // Takes what setup wrote out of the lines, and hands its block back. Throws FAILURE.
@@ -146,7 +149,7 @@ LINES Restore(LINES &I_vecLines)
 }
 } // namespace
 
-std::string setuptext_Onconfig(const std::string &I_strText, const std::string &I_strLibrary)
+std::string Onconfig(const std::string &I_strText, const std::string &I_strLibrary)
 {
     LINES vecLines = Split(I_strText);
     const LINES vecOld = Restore(vecLines);
@@ -171,23 +174,23 @@ std::string setuptext_Onconfig(const std::string &I_strText, const std::string &
     return Join(vecLines) + Join(Block(I_strLibrary, bBuffer ? strBuffer : ""));
 }
 
-std::string setuptext_OnconfigWithout(const std::string &I_strText)
+std::string OnconfigWithout(const std::string &I_strText)
 {
     LINES vecLines = Split(I_strText);
     return Restore(vecLines).empty() ? I_strText : Join(vecLines);
 }
 
-std::string setuptext_Versions(const std::string &I_strText, const std::string &I_strRow)
+std::string Versions(const std::string &I_strText, const std::string &I_strRow)
 {
     const LINES vecLines = Split(I_strText);
     const auto fpRow = [&I_strRow](const std::string &strLine) {
-        return Printable(strLine) == I_strRow;
+        return base::Printable(strLine) == I_strRow;
     };
     if (Count(vecLines, fpRow) > 0) return I_strText;
     return Join(vecLines) + I_strRow + '\n';
 }
 
-std::string setuptext_VersionsWithout(const std::string &I_strText, const std::string &I_strRow)
+std::string VersionsWithout(const std::string &I_strText, const std::string &I_strRow)
 {
     LINES vecRest;
     for (const std::string &strLine : Split(I_strText))
@@ -197,7 +200,7 @@ std::string setuptext_VersionsWithout(const std::string &I_strText, const std::s
     return Join(vecRest);
 }
 
-std::string setuptext_Logrotate(const std::string &I_strFolder, const std::string &I_strOwner)
+std::string Logrotate(const std::string &I_strFolder, const std::string &I_strOwner)
 {
     return "# Made by xbsactl setup --logrotate. A process keeps the log that it opened until it "
            "ends, so the "
@@ -220,3 +223,4 @@ std::string setuptext_Logrotate(const std::string &I_strFolder, const std::strin
            "    delaycompress\n"
            "}\n";
 }
+} // namespace setup

@@ -4,8 +4,10 @@
 
 #include <filesystem>
 
-#include "base/errors.h"
+#include "base/base.h"
 
+namespace setup
+{
 namespace
 {
 using PATH = std::filesystem::path;
@@ -23,7 +25,7 @@ struct WAY
 STAT StatusOf(const PATH &I_sPath)
 {
     STAT sStatus{};
-    if (lstat(I_sPath.c_str(), &sStatus) != 0) throw SystemFailure(I_sPath.string());
+    if (lstat(I_sPath.c_str(), &sStatus) != 0) throw base::SystemFailure(I_sPath.string());
     return sStatus;
 }
 
@@ -37,10 +39,11 @@ void CheckOwner(const WAY &I_sWay, const PATH &I_sPath, const STAT &I_sStatus)
 {
     const bool bLink = S_ISLNK(I_sStatus.st_mode);
     if ((I_sWay.bLinksOnly && !bLink) || IsTrusted(I_sWay, I_sStatus.st_uid)) return;
-    throw FAILURE(I_sPath.string() + (bLink ? " is a link that" : "") + " belongs to account " +
-                  std::to_string(I_sStatus.st_uid) +
-                  ", who could make the path lead elsewhere: give the path of a folder that only "
-                  "root and its owner can move");
+    throw base::FAILURE(
+        I_sPath.string() + (bLink ? " is a link that" : "") + " belongs to account " +
+        std::to_string(I_sStatus.st_uid) +
+        ", who could make the path lead elsewhere: give the path of a folder that only "
+        "root and its owner can move");
 }
 
 // In a folder with a sticky bit others can move what is theirs alone. Groups are trusted, but not
@@ -51,8 +54,8 @@ void CheckWriters(const WAY &I_sWay, const PATH &I_sPath, const STAT &I_sStatus)
         I_sWay.uOwner == 0 && (I_sStatus.st_mode & S_IWGRP) != 0 && I_sStatus.st_gid != 0;
     const bool bOthers = bGroup || (I_sStatus.st_mode & S_IWOTH) != 0;
     if (I_sWay.bLinksOnly || !bOthers || (I_sStatus.st_mode & S_ISVTX) != 0) return;
-    throw FAILURE("others may write " + I_sPath.string() +
-                  ", and could make the path lead elsewhere: take their right first (chmod)");
+    throw base::FAILURE("others may write " + I_sPath.string() +
+                        ", and could make the path lead elsewhere: take their right first (chmod)");
 }
 
 void Check(WAY &X_sWay, const PATH &I_sFolder)
@@ -65,21 +68,23 @@ void Check(WAY &X_sWay, const PATH &I_sFolder)
         const STAT sStatus = StatusOf(sPath);
         CheckOwner(X_sWay, sPath, sStatus);
         if (!S_ISLNK(sStatus.st_mode)) continue;
-        if (++X_sWay.iLinks > MOST_LINKS) throw FAILURE(I_sFolder.string() + ": too many links");
+        if (++X_sWay.iLinks > MOST_LINKS)
+            throw base::FAILURE(I_sFolder.string() + ": too many links");
         sPath = sPath.parent_path() / std::filesystem::read_symlink(sPath);
         Check(X_sWay, sPath);
     }
 }
 } // namespace
 
-void way_CheckLinks(const std::string &I_strFolder, uid_t I_uOwner)
+void CheckLinks(const std::string &I_strFolder, uid_t I_uOwner)
 {
     WAY sWay{I_uOwner, true};
     Check(sWay, I_strFolder);
 }
 
-void way_CheckAll(const std::string &I_strFolder, uid_t I_uOwner)
+void CheckAll(const std::string &I_strFolder, uid_t I_uOwner)
 {
     WAY sWay{I_uOwner, false};
     Check(sWay, I_strFolder);
 }
+} // namespace setup

@@ -6,10 +6,13 @@
 
 #include <string>
 
+namespace setup
+{
 // Throws FAILURE for a link on the way that belongs to neither root nor the folder's owner.
-void way_CheckLinks(const std::string &I_strFolder, uid_t I_uOwner);
+void CheckLinks(const std::string &I_strFolder, uid_t I_uOwner);
 
 // For a path that is walked again later: also for folders on the way that others own or may write.
-void way_CheckAll(const std::string &I_strFolder, uid_t I_uOwner);
+void CheckAll(const std::string &I_strFolder, uid_t I_uOwner);
+} // namespace setup
 
 #endif

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "base/files.h"
+#include "base/base.h"
 #include "trace/actlog.h"
 #include "trace/picture.h"
 #include "trace/session.h"
@@ -38,7 +38,7 @@ class CHtmlPage
     void WriteOverview();
     std::string LeftOut() const;
 
-    COutput sOutput;
+    base::COutput sOutput;
     std::deque<ENTRY> deqEntries;
     size_t uBytes = 0;
     uint64_t uLeftOut = 0;

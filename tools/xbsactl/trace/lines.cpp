@@ -4,7 +4,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "base/errors.h"
+#include "base/base.h"
 
 namespace
 {
@@ -94,15 +94,16 @@ std::string lines_Moment(const std::string &I_strText)
     int64_t iTime = 0;
     if (!bForm || (!bDay && uEnd < 16) ||
         !lines_ParseStamp(strWhole.substr(0, uSkipped) + strMoment, iTime))
-        throw USAGE_ERROR("--since: \"" + Printable(I_strText) +
-                          "\" is no moment like \"2026-11-24 17:00\", \"2026-11-24\" or \"17:00\"");
+        throw base::USAGE_ERROR(
+            "--since: \"" + base::Printable(I_strText) +
+            "\" is no moment like \"2026-11-24 17:00\", \"2026-11-24\" or \"17:00\"");
     return strMoment;
 }
 
 std::string lines_LastStamp(const std::string &I_strFile)
 {
     std::ifstream sFile(I_strFile, std::ios::binary | std::ios::ate);
-    if (!sFile) throw SystemFailure("\"" + Printable(I_strFile) + "\"");
+    if (!sFile) throw base::SystemFailure("\"" + base::Printable(I_strFile) + "\"");
     const std::streamoff iSize = sFile.tellg();
     std::string strTail(
         std::min(TAIL_SIZE, static_cast<size_t>(std::max<std::streamoff>(iSize, 0))), '\0');
@@ -117,7 +118,7 @@ std::string lines_LastStamp(const std::string &I_strFile)
         if (lines_ParseStamp(strStamp, iTime)) return strStamp;
     }
     if (strTail.empty()) return "0000-00-00 00:00:00";
-    throw FAILURE("no time stamp at the end of the log: give --since with a day");
+    throw base::FAILURE("no time stamp at the end of the log: give --since with a day");
 }
 
 CLineReader::CLineReader(const std::string &I_strFile) : sInput(I_strFile), vecBuffer(BUFFER_SIZE)

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/files.h"
+#include "base/base.h"
 
 // The views are good until the next line is asked for.
 struct LOG_LINE
@@ -34,7 +34,7 @@ class CLineReader
     bool NextRaw(std::string_view &O_svLine);
     void Refill();
 
-    CInput sInput;
+    base::CInput sInput;
     std::vector<char> vecBuffer;
     size_t uPlace = 0;
     size_t uFilled = 0;

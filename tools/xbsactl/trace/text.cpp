@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "base/errors.h"
+#include "base/base.h"
 
 namespace
 {
@@ -19,7 +19,7 @@ std::string ValidText(std::string_view I_svText)
     std::string strValid;
     while (!I_svText.empty())
     {
-        const size_t uLength = SequenceLength(I_svText);
+        const size_t uLength = base::SequenceLength(I_svText);
         if (strValid.size() + uLength > LONGEST_TEXT) return strValid + "...";
         if (uLength == 0) strValid += '?';
         else strValid += I_svText.substr(0, uLength);
@@ -53,7 +53,7 @@ std::string Format(double I_dValue, const char *cpUnit)
 
 std::string text_Clean(std::string_view I_svText)
 {
-    return WithoutPassword(ValidText(Printable(std::string(I_svText))));
+    return WithoutPassword(ValidText(base::Printable(std::string(I_svText))));
 }
 
 std::string text_Duration(int64_t I_iSeconds)

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "base/errors.h"
+#include "base/base.h"
 #include "trace/actlog.h"
 #include "trace/html.h"
 #include "trace/lines.h"
@@ -27,29 +27,30 @@ struct COUNTS
 };
 
 // The moment as a stamp. A time of day alone is one of the log's last day.
-std::string Since(const SETTINGS &I_sSettings)
+std::string Since(const trace::OPTIONS &I_sOptions)
 {
     constexpr size_t DAY_LENGTH = 11; // "2026-07-13 "
     std::string strSince;
-    if (I_sSettings.strSince.empty()) return strSince;
-    strSince = lines_Moment(I_sSettings.strSince);
+    if (I_sOptions.strSince.empty()) return strSince;
+    strSince = lines_Moment(I_sOptions.strSince);
     if (strSince.size() == STAMP_LENGTH) return strSince;
-    if (I_sSettings.strFile == "-") throw USAGE_ERROR("--since needs a day with standard input");
-    strSince.insert(0, lines_LastStamp(I_sSettings.strFile), 0, DAY_LENGTH);
+    if (I_sOptions.strFile == "-")
+        throw base::USAGE_ERROR("--since needs a day with standard input");
+    strSince.insert(0, lines_LastStamp(I_sOptions.strFile), 0, DAY_LENGTH);
     return strSince;
 }
 
 // The page takes the place of what has its name.
-void CheckPage(const SETTINGS &I_sSettings)
+void CheckPage(const trace::OPTIONS &I_sOptions)
 {
     struct stat sPage = {};
-    if (I_sSettings.strHtml.empty() || stat(I_sSettings.strHtml.c_str(), &sPage) != 0) return;
-    for (const std::string &strInput : {I_sSettings.strFile, I_sSettings.strActLog})
+    if (I_sOptions.strHtml.empty() || stat(I_sOptions.strHtml.c_str(), &sPage) != 0) return;
+    for (const std::string &strInput : {I_sOptions.strFile, I_sOptions.strActLog})
     {
         struct stat sInput = {};
         if (stat(strInput.c_str(), &sInput) == 0 && S_ISREG(sInput.st_mode) &&
             sInput.st_dev == sPage.st_dev && sInput.st_ino == sPage.st_ino)
-            throw USAGE_ERROR("--html would overwrite the log that is read");
+            throw base::USAGE_ERROR("--html would overwrite the log that is read");
     }
 }
 
@@ -90,24 +91,24 @@ std::string Summary(const COUNTS &I_sCounts, const CActivityLog &I_sActivity)
 void Print(const std::string &I_strText)
 {
     fputs(I_strText.c_str(), stdout);
-    if (ferror(stdout) != 0) throw FAILURE("writing standard output failed");
+    if (ferror(stdout) != 0) throw base::FAILURE("writing standard output failed");
 }
 } // namespace
 
-void tracelog_Run(const SETTINGS &I_sSettings)
+void trace::Run(const trace::OPTIONS &I_sOptions)
 {
-    CheckPage(I_sSettings);
-    const std::string strSince = Since(I_sSettings);
-    CLineReader sReader(I_sSettings.strFile);
-    CActivityLog sActivity(I_sSettings.strActLog);
+    CheckPage(I_sOptions);
+    const std::string strSince = Since(I_sOptions);
+    CLineReader sReader(I_sOptions.strFile);
+    CActivityLog sActivity(I_sOptions.strActLog);
     std::unique_ptr<CHtmlPage> spPage;
-    if (!I_sSettings.strHtml.empty()) spPage = std::make_unique<CHtmlPage>(I_sSettings.strHtml);
+    if (!I_sOptions.strHtml.empty()) spPage = std::make_unique<CHtmlPage>(I_sOptions.strHtml);
 
     COUNTS sCounts;
     CSessions sSessions([&](const TRACE_SESSION &I_sSession) {
         const bool bWanted =
             I_sSession.strLast >= strSince &&
-            (I_sSettings.lHandle == 0 || session_HasHandle(I_sSession, I_sSettings.lHandle));
+            (I_sOptions.lHandle == 0 || session_HasHandle(I_sSession, I_sOptions.lHandle));
         if (!bWanted)
         {
             sCounts.uHidden++;

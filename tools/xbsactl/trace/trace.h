@@ -2,8 +2,21 @@
 #ifndef XBSACTL_TRACELOG_H
 #define XBSACTL_TRACELOG_H
 
-#include "base/settings.h"
+#include <string>
 
-void tracelog_Run(const SETTINGS &I_sSettings);
+namespace trace
+{
+struct OPTIONS
+{
+    std::string strFile = "-"; // the log; "-": standard input
+    std::string strSince;      // empty: from the start
+    long lHandle = 0;          // 0 for all
+    std::string strHtml;       // empty: no page
+    std::string strActLog;     // empty: none
+    bool bJson = false;        // JSON instead of a text
+};
+
+void Run(const OPTIONS &I_sOptions);
+} // namespace trace
 
 #endif

@@ -8,10 +8,10 @@
 #include <cerrno>
 #include <limits>
 
-#include "base/errors.h"
-#include "base/stop.h"
-#include "base/textfile.h"
+#include "transfer/transfer.h"
 
+namespace transfer
+{
 namespace
 {
 constexpr size_t DIGEST_LENGTH = 64;
@@ -30,7 +30,7 @@ struct LINE
 class CLock
 {
   public:
-    explicit CLock(const TARGET &I_sTarget)
+    explicit CLock(const base::TARGET &I_sTarget)
     {
         while (!Take(I_sTarget))
         {
@@ -38,15 +38,15 @@ class CLock
     }
 
   private:
-    bool Take(const TARGET &I_sTarget)
+    bool Take(const base::TARGET &I_sTarget)
     {
-        sFile = CDescriptor(I_sTarget.Open(O_RDWR | O_CREAT, 0666));
-        if (sFile.Get() == -1) throw SystemFailure("manifest " + I_sTarget.strShown);
+        sFile = base::CDescriptor(I_sTarget.Open(O_RDWR | O_CREAT, 0666));
+        if (sFile.Get() == -1) throw base::SystemFailure("manifest " + I_sTarget.strShown);
         int iLocked = -1;
         while ((iLocked = flock(sFile.Get(), LOCK_EX)) != 0 && errno == EINTR)
         {
         }
-        if (iLocked != 0) throw SystemFailure("locking manifest " + I_sTarget.strShown);
+        if (iLocked != 0) throw base::SystemFailure("locking manifest " + I_sTarget.strShown);
         struct stat sLocked
         {
         };
@@ -55,7 +55,7 @@ class CLock
                sLocked.st_ino == sNow->st_ino;
     }
 
-    CDescriptor sFile;
+    base::CDescriptor sFile;
 };
 
 // What sha256sum writes for a name that would break its line, and back.
@@ -149,7 +149,7 @@ std::vector<std::string> SplitLines(const std::string &I_strText)
 }
 
 // Anything but entries and comments is refused: the file may be another one, given by mistake.
-std::vector<LINE> Parse(const TARGET &I_sTarget, const std::string &I_strText)
+std::vector<LINE> Parse(const base::TARGET &I_sTarget, const std::string &I_strText)
 {
     std::vector<LINE> vecLines;
     size_t uNumber = 0;
@@ -163,9 +163,10 @@ std::vector<LINE> Parse(const TARGET &I_sTarget, const std::string &I_strText)
         sLine.bEntry = ParseEntry(strText, sLine.sEntry);
         const bool bDosEnd = !strText.empty() && strText.back() == '\r';
         if (bDosEnd || (!sLine.bEntry && strText.compare(0, 1, "#") != 0))
-            throw FAILURE("manifest " + I_sTarget.strShown + ", line " + std::to_string(uNumber) +
-                          (bDosEnd ? ": ends with CR LF; sha256sum's lines end with LF alone"
-                                   : ": is not of sha256sum's format"));
+            throw base::FAILURE("manifest " + I_sTarget.strShown + ", line " +
+                                std::to_string(uNumber) +
+                                (bDosEnd ? ": ends with CR LF; sha256sum's lines end with LF alone"
+                                         : ": is not of sha256sum's format"));
         if (sLine.bEntry && bOfCopy)
         {
             sLine.sEntry.uCopyId = CopyIdOf(vecLines.back().strText);
@@ -177,46 +178,46 @@ std::vector<LINE> Parse(const TARGET &I_sTarget, const std::string &I_strText)
     return vecLines;
 }
 
-std::vector<LINE> ReadLines(const TARGET &I_sTarget)
+std::vector<LINE> ReadLines(const base::TARGET &I_sTarget)
 {
-    const std::optional<std::string> strText = textfile_Read(I_sTarget, TEXTFILE_LARGEST);
-    if (!strText) throw FAILURE("manifest " + I_sTarget.strShown + " does not exist");
+    const std::optional<std::string> strText = base::ReadText(I_sTarget, base::TEXT_LARGEST);
+    if (!strText) throw base::FAILURE("manifest " + I_sTarget.strShown + " does not exist");
     return Parse(I_sTarget, *strText);
 }
 
-void WriteLines(const TARGET &I_sTarget, const std::vector<LINE> &I_vecLines)
+void WriteLines(const base::TARGET &I_sTarget, const std::vector<LINE> &I_vecLines)
 {
     std::string strText;
     for (const LINE &sLine : I_vecLines) strText += sLine.strText + "\n";
-    const STOP_LOCK sLock; // no stop while there is a temporary file
-    textfile_Replace(I_sTarget, strText, false);
+    const base::STOP_LOCK sLock; // no stop while there is a temporary file
+    base::ReplaceText(I_sTarget, strText, false);
 }
 } // namespace
 
-std::string manifest_Name(const SETTINGS &I_sSettings)
+std::string ManifestName(const base::CONNECTION &I_sConnection, const library::OBJECT &I_sObject)
 {
-    return I_sSettings.bInformix ? I_sSettings.strSpace + "@" + I_sSettings.strName
-                                 : I_sSettings.strName;
+    return I_sConnection.bInformix ? I_sObject.strSpace + "@" + I_sObject.strName
+                                   : I_sObject.strName;
 }
 
-std::vector<MANIFEST_ENTRY> manifest_Read(const std::string &I_strFile)
+std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile)
 {
     std::vector<MANIFEST_ENTRY> vecEntries;
-    for (const LINE &sLine : ReadLines(target_Find(I_strFile)))
+    for (const LINE &sLine : ReadLines(base::FindTarget(I_strFile)))
         if (sLine.bEntry) vecEntries.push_back(sLine.sEntry);
     return vecEntries;
 }
 
-void manifest_Prepare(const std::string &I_strFile)
+void PrepareManifest(const std::string &I_strFile)
 {
-    const TARGET sTarget = target_Find(I_strFile);
+    const base::TARGET sTarget = base::FindTarget(I_strFile);
     const CLock sLock(sTarget);
     WriteLines(sTarget, ReadLines(sTarget)); // the same once more: all of it works
 }
 
-void manifest_Put(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry)
+void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry)
 {
-    const TARGET sTarget = target_Find(I_strFile);
+    const base::TARGET sTarget = base::FindTarget(I_strFile);
     const CLock sLock(sTarget);
     std::vector<LINE> vecLines = ReadLines(sTarget);
     vecLines.erase(std::remove_if(vecLines.begin(), vecLines.end(),
@@ -231,3 +232,4 @@ void manifest_Put(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry)
     vecLines.push_back(sLine);
     WriteLines(sTarget, vecLines);
 }
+} // namespace transfer

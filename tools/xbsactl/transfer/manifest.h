@@ -5,8 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "base/settings.h"
+#include "transfer/transfer.h"
 
+namespace transfer
+{
 struct MANIFEST_ENTRY
 {
     std::string strDigest; // 64 digits in lower case
@@ -14,18 +16,16 @@ struct MANIFEST_ENTRY
     unsigned uCopyId = 0;  // Informix: the copy that the digest belongs to; 0: not known
 };
 
-// The name under which the object of these settings stands in a manifest.
-std::string manifest_Name(const SETTINGS &I_sSettings);
-
 // All entries in their order. Throws FAILURE when there is no such file or it holds a line that is
 // none of a manifest.
-std::vector<MANIFEST_ENTRY> manifest_Read(const std::string &I_strFile);
+std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile);
 
 // Makes sure that an entry can be put into the file later; creates it. Throws FAILURE.
-void manifest_Prepare(const std::string &I_strFile);
+void PrepareManifest(const std::string &I_strFile);
 
 // Puts the entry in the place of an earlier one of that name. Other processes may do so with
 // theirs at the same time. Throws FAILURE.
-void manifest_Put(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry);
+void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry);
+} // namespace transfer
 
 #endif

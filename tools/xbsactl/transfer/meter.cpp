@@ -7,18 +7,20 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "base/errors.h"
 #include "transfer/status.h"
+#include "transfer/transfer.h"
 
+namespace transfer
+{
 namespace
 {
 constexpr std::chrono::milliseconds REDRAW{100};
 constexpr uint64_t BAR_WIDTH = 30; // characters
 } // namespace
 
-bool meter_WantsBar(const SETTINGS &I_sSettings)
+bool WantsBar(const base::CONNECTION &I_sConnection)
 {
-    const bool bTraced = I_sSettings.iTraceLevel != -1 && I_sSettings.strTraceFile.empty();
+    const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
     return isatty(STDERR_FILENO) == 1 && !bTraced;
 }
 
@@ -26,7 +28,7 @@ CMeter::CMeter(uint64_t I_uExpected, bool I_bBar)
     : spHash(EVP_MD_CTX_new(), &EVP_MD_CTX_free), uExpected(I_uExpected), bBar(I_bBar)
 {
     if (spHash == nullptr || EVP_DigestInit_ex(spHash.get(), EVP_sha256(), nullptr) != 1)
-        throw FAILURE("SHA-256 is not available");
+        throw base::FAILURE("SHA-256 is not available");
 }
 
 CMeter::~CMeter()
@@ -36,9 +38,10 @@ CMeter::~CMeter()
 
 void CMeter::Add(const char *cpData, size_t I_uLength)
 {
-    if (EVP_DigestUpdate(spHash.get(), cpData, I_uLength) != 1) throw FAILURE("SHA-256 failed");
+    if (EVP_DigestUpdate(spHash.get(), cpData, I_uLength) != 1)
+        throw base::FAILURE("SHA-256 failed");
     uBytes += I_uLength;
-    status_Add(I_uLength);
+    AddStatus(I_uLength);
     if (!bBar) return;
     const CLOCK::time_point sNow = CLOCK::now();
     if (sNow - sDrawn >= REDRAW) Draw(sNow);
@@ -72,7 +75,7 @@ const std::string &CMeter::Digest()
     std::array<unsigned char, EVP_MAX_MD_SIZE> ucHash{};
     unsigned uLength = 0;
     if (EVP_DigestFinal_ex(spHash.get(), ucHash.data(), &uLength) != 1)
-        throw FAILURE("SHA-256 failed");
+        throw base::FAILURE("SHA-256 failed");
     for (unsigned uByte = 0; uByte < uLength; uByte++)
     {
         std::array<char, 3> szByte{};
@@ -90,3 +93,4 @@ std::string CMeter::Summary()
              uBytes, std::chrono::duration<double>(sNow - sStart).count(), Rate(sNow));
     return szText.data() + Digest();
 }
+} // namespace transfer

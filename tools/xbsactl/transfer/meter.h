@@ -11,8 +11,10 @@
 #include <memory>
 #include <string>
 
-#include "base/settings.h"
+#include "transfer/transfer.h"
 
+namespace transfer
+{
 class CMeter
 {
   public:
@@ -52,6 +54,7 @@ class CMeter
 };
 
 // Whether the bar can be seen: it and trace lines on one terminal would spoil each other.
-bool meter_WantsBar(const SETTINGS &I_sSettings);
+bool WantsBar(const base::CONNECTION &I_sConnection);
+} // namespace transfer
 
 #endif

@@ -13,12 +13,12 @@
 #include <mutex>
 #include <optional>
 
-#include "base/errors.h"
-#include "base/files.h"
-#include "base/json.h"
-#include "base/textfile.h"
 #include "transfer/manifest.h"
+#include "base/json.h"
+#include "transfer/transfer.h"
 
+namespace transfer
+{
 namespace
 {
 using CLOCK = std::chrono::steady_clock;
@@ -51,26 +51,11 @@ STATUS &Status()
     return *spStatus;
 }
 
-const char *CommandName(COMMAND I_eCommand)
-{
-    switch (I_eCommand)
-    {
-    case COMMAND::STORE:
-        return "store";
-    case COMMAND::RESTORE:
-        return "restore";
-    case COMMAND::VERIFY:
-        return "verify";
-    default:
-        return "working"; // has no status file
-    }
-}
-
 // Prometheus takes UTF-8 and the escapes \\ and \" alone, which is what JSON makes of a text
 // without control characters.
 std::string LabelValue(const std::string &I_strText)
 {
-    return json_Quoted(Visible(I_strText));
+    return base::JsonQuoted(base::Visible(I_strText));
 }
 
 double Seconds(CLOCK::time_point I_sSince)
@@ -135,17 +120,17 @@ std::string EarlierValue(const std::string &I_strText, const std::string &I_strS
 void TakeEarlier(STATUS &I_sStatus)
 {
     const std::string strText =
-        textfile_Read(target_Find(I_sStatus.strFile), TEXTFILE_LARGEST).value_or("");
+        base::ReadText(base::FindTarget(I_sStatus.strFile), base::TEXT_LARGEST).value_or("");
     if (!strText.empty() && strText.compare(0, std::string(OWN_MARK).size(), OWN_MARK) != 0)
-        throw FAILURE("status file " + files_Quoted(I_sStatus.strFile) +
-                      " holds something else already");
+        throw base::FAILURE("status file " + base::Quoted(I_sStatus.strFile) +
+                            " holds something else already");
     I_sStatus.strLastSuccess = EarlierValue(strText, LAST_SUCCESS + I_sStatus.strLabels);
     I_sStatus.strLastCode = EarlierValue(strText, LAST_CODE + I_sStatus.strLabels);
 }
 
 void Write(const STATUS &I_sStatus)
 {
-    textfile_Replace(target_Find(I_sStatus.strFile), FileText(I_sStatus), false);
+    base::ReplaceText(base::FindTarget(I_sStatus.strFile), FileText(I_sStatus), false);
 }
 
 // The reader of a pipe may have stopped reading, and the thread has signals to wait for.
@@ -154,7 +139,7 @@ void Tell(const std::string &I_strLine)
     struct pollfd sError = {STDERR_FILENO, POLLOUT, 0};
     if (poll(&sError, 1, 0) != 1 || (sError.revents & POLLOUT) == 0) return;
     const std::string strLine =
-        (isatty(STDERR_FILENO) == 1 ? "\r\x1b[K" : "") + Visible(I_strLine) + "\n";
+        (isatty(STDERR_FILENO) == 1 ? "\r\x1b[K" : "") + base::Visible(I_strLine) + "\n";
     if (write(STDERR_FILENO, strLine.data(), strLine.size()) == -1) return; // nobody to tell
 }
 
@@ -183,38 +168,38 @@ std::string ProgressLine(const STATUS &I_sStatus)
 }
 } // namespace
 
-void status_Begin(const SETTINGS &I_sSettings)
+void BeginStatus(const std::string &I_strCommand, const std::string &I_strName,
+                 const std::string &I_strFile)
 {
     STATUS &sStatus = Status();
     const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
-    const std::string strName = I_sSettings.bAll ? "" : manifest_Name(I_sSettings);
-    const std::string strCommand = CommandName(I_sSettings.eCommand);
-    sStatus.strWhat = strCommand + (strName.empty() ? "" : " " + files_Quoted(strName));
-    sStatus.strLabels = "{command=" + LabelValue(strCommand) + ",name=" + LabelValue(strName) + "}";
+    sStatus.strWhat = I_strCommand + (I_strName.empty() ? "" : " " + base::Quoted(I_strName));
+    sStatus.strLabels =
+        "{command=" + LabelValue(I_strCommand) + ",name=" + LabelValue(I_strName) + "}";
     sStatus.sStart = CLOCK::now();
     sStatus.sCounted = sStatus.sStart;
-    sStatus.strFile = I_sSettings.strStatus;
+    sStatus.strFile = I_strFile;
     sStatus.bBegun = true;
     if (sStatus.strFile.empty()) return;
     try
     {
         TakeEarlier(sStatus);
         Write(sStatus);
-    } catch (const FAILURE &)
+    } catch (const base::FAILURE &)
     {
         sStatus.strFile.clear(); // it is not ours to end
         throw;
     }
 }
 
-void status_Say(const std::string &I_strWhat)
+void SayStatus(const std::string &I_strWhat)
 {
     STATUS &sStatus = Status();
     const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
     sStatus.strWhat = I_strWhat;
 }
 
-void status_Count(uint64_t I_uExpected)
+void CountStatus(uint64_t I_uExpected)
 {
     STATUS &sStatus = Status();
     const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
@@ -223,12 +208,12 @@ void status_Count(uint64_t I_uExpected)
     sStatus.sCounted = CLOCK::now();
 }
 
-void status_Add(uint64_t I_uBytes)
+void AddStatus(uint64_t I_uBytes)
 {
     Status().uBytes += I_uBytes;
 }
 
-void status_Print()
+void PrintStatus()
 {
     STATUS &sStatus = Status();
     std::string strLine;
@@ -239,20 +224,21 @@ void status_Print()
     if (!strLine.empty()) Tell(strLine);
 }
 
-void status_Tick()
+void TickStatus()
 {
     STATUS &sStatus = Status();
     const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
     if (sStatus.bBegun && !sStatus.bEnded) WriteOrWarn(sStatus);
 }
 
-void status_End(int I_iExit)
+void EndStatus(int I_iExit)
 {
     STATUS &sStatus = Status();
     const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
     if (!sStatus.bBegun || sStatus.bEnded) return;
     sStatus.bEnded = true;
     sStatus.strLastCode = std::to_string(I_iExit);
-    if (I_iExit == EXIT_DONE) sStatus.strLastSuccess = std::to_string(time(nullptr));
+    if (I_iExit == base::EXIT_DONE) sStatus.strLastSuccess = std::to_string(time(nullptr));
     WriteOrWarn(sStatus);
 }
+} // namespace transfer

@@ -1,10 +1,50 @@
-// The commands that move an object, on either road. Both throw FAILURE.
+// The commands that move objects, list them, and compare them with what is known of them; and what
+// is under way, for others to read: a line when SIGUSR1 asks for it, and the file of --status.
 #ifndef XBSACTL_TRANSFER_H
 #define XBSACTL_TRANSFER_H
 
-#include "base/settings.h"
+#include <string>
 
-void transfer_Store(const SETTINGS &I_sSettings);
-void transfer_Restore(const SETTINGS &I_sSettings);
+#include "library/library.h"
+
+namespace transfer
+{
+struct OPTIONS
+{
+    library::OBJECT sObject;
+    std::string strFile = "-"; // "-": standard input or output
+    bool bJson = false;        // JSON instead of a text
+    bool bVerify = false;      // store: read back
+    bool bAll = false;         // verify: every object of the manifest
+    std::string strManifest;   // empty: none is kept
+    std::string strStatus;     // progress and result for others to read; empty: none
+};
+
+// Check what belongs to the command alone. Throw USAGE_ERROR.
+void CheckQuery(const base::CONNECTION &I_sConnection, OPTIONS &X_sOptions);
+void CheckVerify(const OPTIONS &I_sOptions);
+
+// All throw FAILURE; "no match" of a query is one.
+void Store(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
+void Restore(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
+void Query(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
+void Verify(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
+
+// Starts the clock and writes the file for the first time, if one is wanted. Throws FAILURE when
+// it cannot be written or is another's.
+void BeginStatus(const std::string &I_strCommand, const std::string &I_strName,
+                 const std::string &I_strFile);
+
+// For stop.h's thread. One line to standard error, none when nobody reads there, for it must not
+// wait; and the file once more: failures are warned of once, and end nothing.
+void PrintStatus();
+void TickStatus();
+
+// Writes the file for the last time; the first call counts. Any thread.
+void EndStatus(int I_iExit);
+
+// The name under which the object stands in a manifest.
+std::string ManifestName(const base::CONNECTION &I_sConnection, const library::OBJECT &I_sObject);
+} // namespace transfer
 
 #endif

@@ -5,15 +5,14 @@
 #include <cstdint>
 #include <string>
 
-#include "base/settings.h"
-#include "library/session.h"
+#include "transfer/transfer.h"
 
+namespace transfer
+{
 // Reads the object to its confirmed end and returns its bytes. Throws FAILURE, also when its
 // SHA-256 is another one.
-uint64_t verify_Compare(CSession &I_sSession, const SETTINGS &I_sSettings,
-                        BSA_ObjectDescriptor &I_sObject, const std::string &I_strDigest);
-
-// The command verify. Returns the exit code.
-int verify_Run(const SETTINGS &I_sSettings);
+uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+                 BSA_ObjectDescriptor &I_sObject, const std::string &I_strDigest);
+} // namespace transfer
 
 #endif
