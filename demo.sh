@@ -126,7 +126,7 @@ provide_namespace() {
     echo "This account may not have a private /etc: asking root, with sudo"
     sudo true && as_root=(sudo) && return 0
     cat >&2 <<REASON
-$reason
+${reason%%;*}
 Plain mode works, see above. Informix mode needs a private /etc, and neither user namespaces nor sudo
 are open to this account.
 hint: run demo.sh as root, or let root open user namespaces for all accounts, with the one of these

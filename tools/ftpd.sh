@@ -75,19 +75,18 @@ ftpd_provide() { # FOLDER
 }
 
 ftpd_start() { # FOLDER PASSWORD
-    local account
+    local account command=(setpriv --pdeathsig TERM)
     mkdir -p "$1/data" && ftpd_provide "$1" || return 1
     account=$(id -un)
     if [[ $(id -u) == 0 ]]; then
         account=nobody
-        FTPD_COMMAND=(setpriv --reuid nobody --regid "$(id -g nobody)" --clear-groups
-                      "${FTPD_COMMAND[@]}")
+        command+=(--reuid nobody --regid "$(id -g nobody)" --clear-groups)
     fi
     FTPD_DATA=$1/data
     for _ in {1..5}; do # another process may take the port meanwhile
         FTPD_PORT=$(ftpd_free_port) && ftpd_configure "$1" "$2" "$account" || return 1
         [[ $account != nobody ]] || chown nobody "$1"/{data,password,vsftpd.conf}
-        "${FTPD_COMMAND[@]}" "$1/vsftpd.conf" >"$1/log" 2>&1 </dev/null &
+        "${command[@]}" "${FTPD_COMMAND[@]}" "$1/vsftpd.conf" >"$1/log" 2>&1 </dev/null &
         FTPD_PID=$!
         ftpd_wait && return 0
         ftpd_stop
