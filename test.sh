@@ -18,7 +18,7 @@ ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-${HOME:-$PWD/build}/.cache}/korva-xbsa/ftpd}
 tools/servers.sh "$ftpd"
 
 for preset in release asan; do
-    cmake --preset $preset -DXBSA_TOOL=ON -DXBSA_FTPD="$ftpd"
+    cmake --preset $preset -DXBSA_TOOL=ON -DXBSA_TESTS=ON -DXBSA_FTPD="$ftpd"
     cmake --build --preset $preset -j "$(nproc)"
 done
 echo 'subdirs(release asan)' >build/CTestTestfile.cmake # one run, one summary
