@@ -204,8 +204,9 @@ class Packages(unittest.TestCase):
 class Pages(unittest.TestCase):
     def test_pages(self):
         for page in glob.glob(f"{ROOT}/man/*.?"):
-            text = output("man", "--warnings", "-l", page)
+            text = output("env", "MANWIDTH=80", "man", "--warnings", "-l", page)
             self.assertIn("SEE ALSO", text)
+            self.assertLessEqual(max(map(len, text.splitlines())), 80, page)
             self.assertNotIn("<standard input>", text, page)
 
 
