@@ -19,14 +19,18 @@ ENV = {"PATH": os.environ["PATH"] + ":/usr/sbin:/sbin", "LC_ALL": "C.UTF-8", "TZ
        "SOURCE_DATE_EPOCH": "1000000000", "XBSA_PASSWORD": "secret", "MANWIDTH": "100"}
 LIBDIR = f"lib/{os.uname().machine}-linux-gnu"
 DOC = "share/doc/korva-xbsa"
-FILES = {"korva-xbsa": f"""bin/xbsactl {LIBDIR}/libxbsa.so.1 share/man/man1/xbsactl.1.gz
-            share/man/man7/korva-xbsa.7.gz {DOC}/docs/settings.md
-            {DOC}/examples/korva-xbsa.logrotate share/bash-completion/completions/xbsactl
-            share/zsh/vendor-completions/_xbsactl""",
-         "korva-xbsa-dev": f"""include/xbsa.h include/xbsa_session.h {LIBDIR}/libxbsa.so
-            share/man/man3/xbsa.3.gz""",
+FILES = {"libxbsa1": f"{LIBDIR}/libxbsa.so.1 {LIBDIR}/libxbsa.so.1.0.0",
+         "libxbsa-dev": f"""include/xbsa.h include/xbsa_session.h {LIBDIR}/libxbsa.so
+            {LIBDIR}/pkgconfig/xbsa.pc {LIBDIR}/cmake/xbsa/xbsaConfig.cmake
+            share/man/man3/xbsa.3.gz {DOC}/examples/store.c""",
+         "xbsactl": f"""bin/xbsactl share/man/man1/xbsactl.1.gz share/man/man7/korva-xbsa.7.gz
+            {DOC}/docs/settings.md {DOC}/examples/korva-xbsa.logrotate
+            share/bash-completion/completions/xbsactl share/zsh/vendor-completions/_xbsactl""",
          "korva-xbsa-sandbox": """bin/korva-sandbox bin/korva-xbsa-demo share/korva-xbsa/sandbox/run
-            share/man/man1/korva-sandbox.1.gz"""}
+            share/man/man1/korva-sandbox.1.gz""",
+         "korva-xbsa": "", "korva-xbsa-dev": ""}
+# What the packages before the split held, by name.
+OLD = {"korva-xbsa": ["libxbsa1", "xbsactl"], "korva-xbsa-dev": ["libxbsa-dev"]}
 
 
 def output(*command, **more):
@@ -131,6 +135,12 @@ class Packages(unittest.TestCase):
         for package in cls.packages:
             output("dpkg-deb", "-x", package, cls.root)
 
+    def check_spdx(self, path):
+        text = json.loads(read(path))
+        known = {part["SPDXID"] for part in [text, *text["packages"]]}
+        for relation in text["relationships"]:
+            self.assertLessEqual({relation["spdxElementId"], relation["relatedSpdxElement"]}, known)
+
     def test_contents(self):
         found = {output("dpkg-deb", "-f", path, "Package").strip(): path for path in self.packages}
         self.assertEqual(found.keys(), FILES.keys())
@@ -147,9 +157,15 @@ class Packages(unittest.TestCase):
                                                        "2001-09-09 01:46"), file)
             sums = output("dpkg-deb", "-I", path, "md5sums")
             output("md5sum", "-c", "--strict", "-", cwd=self.root, input=sums)
-        path = found["korva-xbsa"]
-        self.assertIn("libxbsa 1 korva-xbsa", output("dpkg-deb", "-I", path, "shlibs"))
-        self.assertRegex(output("dpkg-deb", "-f", path, "Depends"), "libc6.*libssl3")
+            if f"share/doc/{name}/korva-xbsa.spdx.json" in {file for *_, file in listed}:
+                self.check_spdx(f"{self.root}/usr/share/doc/{name}/korva-xbsa.spdx.json")
+        path = found["libxbsa1"]
+        self.assertEqual(output("dpkg-deb", "-f", path, "Depends").strip(), "libc6 (>= 2.17)")
+        self.assertIn("libxbsa 1 libxbsa1", output("dpkg-deb", "-I", path, "shlibs"))
+        output("dpkg-gensymbols", "-plibxbsa1", "-v1.0.0", "-c4", "-O/dev/null", f"-P{self.root}",
+               f"-I{ROOT}/packaging/library/symbols", cwd=self.control)
+        self.assertRegex(output("dpkg-deb", "-f", found["xbsactl"], "Depends"),
+                         r"libxbsa1 \(= .*libc6.*libssl3")
         facts = output("readelf", "-WhldS", f"{self.root}/usr/bin/xbsactl")
         self.assertRegex(facts, r"(?s)DYN \(.*GNU_RELRO.*BIND_NOW")
         self.assertNotRegex(facts, r"RPATH|RUNPATH|\.symtab|\.debug")
