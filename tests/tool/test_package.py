@@ -2,6 +2,7 @@
 import contextlib
 import functools
 import glob
+import json
 import os
 import pathlib
 import pty
@@ -150,7 +151,7 @@ class Packages(unittest.TestCase):
             common = [f"share/doc/{name}/{file}" for file in ("copyright", "changelog.Debian.gz")]
             self.assertLessEqual({*FILES[name].split(), *common}, {file for *_, file in listed})
             for mode, owner, time, file in listed:
-                program = re.match(r"bin/|share/korva-xbsa/(demo.sh|sandbox/[^.]*$)", file)
+                program = re.match(r"bin/|share/korva-xbsa/(demo.sh|sandbox/[^.]*$|tools/servers.sh)", file)
                 modes = {"d": "drwxr-xr-x", "l": "lrwxrwxrwx",
                          "-": "-rwxr-xr-x" if program else "-rw-r--r--"}
                 self.assertEqual((mode, owner, time), (modes[mode[0]], "root/root",
@@ -162,8 +163,8 @@ class Packages(unittest.TestCase):
         path = found["libxbsa1"]
         self.assertEqual(output("dpkg-deb", "-f", path, "Depends").strip(), "libc6 (>= 2.17)")
         self.assertIn("libxbsa 1 libxbsa1", output("dpkg-deb", "-I", path, "shlibs"))
-        output("dpkg-gensymbols", "-plibxbsa1", "-v1.0.0", "-c4", "-O/dev/null", f"-P{self.root}",
-               f"-I{ROOT}/packaging/library/symbols", cwd=self.control)
+        output("dpkg-gensymbols", "-plibxbsa1", "-v1.0.0", "-c4", "-O", f"-P{self.root}",
+               f"-I{ROOT}/packaging/library/symbols")
         self.assertRegex(output("dpkg-deb", "-f", found["xbsactl"], "Depends"),
                          r"libxbsa1 \(= .*libc6.*libssl3")
         facts = output("readelf", "-WhldS", f"{self.root}/usr/bin/xbsactl")
@@ -195,26 +196,67 @@ class Packages(unittest.TestCase):
         output(f"{usr}/bin/xbsactl", "restore", "obj", name + ".back", *login)
         output("cmp", name, name + ".back")
 
-        output("cc", "-Wall", "-Werror", f"-I{usr}/include", "-o", name + ".exe",
-               f"{usr}/share/doc/korva-xbsa/examples/store.c", f"-L{usr}/{LIBDIR}", "-lxbsa")
+        source = f"{usr}/{DOC}/examples/store.c"
+        pathlib.Path(self.root, "CMakeLists.txt").write_text(
+            f"cmake_minimum_required(VERSION 3.18)\nproject(store C)\nfind_package(xbsa 1.0 REQUIRED)"
+            f"\nadd_executable(store {source})\ntarget_link_libraries(store xbsa::xbsa)\n")
+        output("cmake", "-S.", "-Bout", f"-DCMAKE_PREFIX_PATH={usr}", cwd=self.root)
+        output("cmake", "--build", "out", cwd=self.root)
+        output(f"{self.root}/out/store", where, "backup", "secret", "cmake")
+        flags = output("env", f"PKG_CONFIG_PATH={usr}/{LIBDIR}/pkgconfig", "pkg-config", "--cflags",
+                       "--libs", "xbsa = 1.0.0").split()
+        output("cc", "-Wall", "-Werror", source, "-o", name + ".exe", *flags)
         output("env", f"LD_LIBRARY_PATH={usr}/{LIBDIR}", name + ".exe", where, "backup", "secret",
                "example")
+        self.assertEqual(server.stored()["cmake"], server.stored()["example"])
         self.assertEqual(server.stored()["example"], b"Hello from a backup.\n")
         output(f"{usr}/bin/korva-sandbox", "--exec", f"{usr}/bin/xbsactl", "--informix", "store",
                "--space", "rootdbs", "level0", name)
 
-    def test_remove(self):
-        """Nothing is left of the packages in a root of their own, nor of what Python compiled."""
+    @contextlib.contextmanager
+    def dpkg(self):
+        """A root of its own, and the command that installs there."""
         with tempfile.TemporaryDirectory() as root:
             output("mkdir", "-p", f"{root}/var/lib/dpkg/info", f"{root}/var/lib/dpkg/updates")
             output("touch", f"{root}/var/lib/dpkg/status")
-            dpkg = ["dpkg", f"--root={root}", f"--log={root}/var/log", "--force-not-root",
-                    "--force-depends", "--force-script-chrootless", "--path-include=*"]
+            yield root, ["dpkg", f"--root={root}", f"--log={root}/var/log", "--force-not-root",
+                         "--force-depends", "--force-script-chrootless", "--path-include=*"]
+
+    def test_remove(self):
+        """Nothing is left of the packages, nor of what Python compiled."""
+        with self.dpkg() as (root, dpkg):
             output(*dpkg, "--install", *self.packages)
             output(f"{root}/usr/bin/xbsactl", "--version")
             self.assertTrue(os.listdir(f"{root}/usr/share/korva-xbsa/sandbox/__pycache__"))
             output(*dpkg, "--purge", *FILES)
             self.assertEqual(os.listdir(root), ["var"])
+
+    def old(self, folder, name, parts):
+        """The package as it was before the split, with the files of those that it became."""
+        files = [f"./usr/{file}" for part in parts for file in FILES[part].split()]
+        output("mkdir", "-p", f"{folder}/{name}/DEBIAN")
+        output("cp", "-a", "--parents", *files, f"{folder}/{name}", cwd=self.root)
+        pathlib.Path(folder, name, "DEBIAN/control").write_text(
+            f"Package: {name}\nVersion: 1.0.0-1\nArchitecture: all\nMaintainer: {name}\n"
+            "Description: before the split\n")
+        output("dpkg-deb", "-b", f"{folder}/{name}")
+        return f"{folder}/{name}.deb"
+
+    def test_upgrade(self):
+        with self.dpkg() as (root, dpkg):
+            old = [self.old(f"{root}/var", name, parts) for name, parts in OLD.items()]
+            output(*dpkg, "--install", *old)
+            library = [path for path in self.packages if "/libxbsa1_" in path]
+            with self.assertRaisesRegex(AssertionError, "breaks korva-xbsa"):
+                output(*dpkg, "--install", *library)
+            output(*dpkg, "--install", *self.packages)
+            states = output(f"dpkg-query", f"--root={root}", "-W", "-f",
+                            "${Package} ${Version} ${db:Status-Status}\n")
+            self.assertEqual(states.splitlines(),
+                             [f"{name} 1.0.0-2 installed" for name in sorted(FILES)])
+            for name, files in FILES.items():
+                for file in files.split():
+                    self.assertEqual(output(*dpkg, "-S", f"/usr/{file}"), f"{name}: /usr/{file}\n")
 
 
 class Pages(unittest.TestCase):
@@ -240,7 +282,7 @@ class Zsh(unittest.TestCase):
 
 class Lintian(unittest.TestCase):
     def test_packages(self):
-        output("lintian", "--fail-on", "error", *build("DEB"))
+        output("lintian", "--fail-on", "error,warning", *build("DEB"))
 
 
 class Rpm(unittest.TestCase):
@@ -249,6 +291,17 @@ class Rpm(unittest.TestCase):
         self.assertEqual({output("rpm", "-qp", "--qf", "%{BUILDHOST} %{BUILDTIME}", path)
                           for path in build("RPM")}, {"localhost 1000000000"})
         text = "".join(output("rpm", "-qpl", path) for path in build("RPM"))
+        facts = {os.path.basename(path).split("-1.0")[0]: output(
+            "rpm", "-qp", "--requires", "--obsoletes", "--provides", path) for path in build("RPM")}
+        self.assertEqual(facts.keys(), {"libxbsa1", "libxbsa-devel", "xbsactl", "korva-xbsa",
+                                        "korva-xbsa-sandbox"})
+        for name, fact in [("libxbsa1", "korva-xbsa < 1.0.0-2"), ("xbsactl", "korva-xbsa < 1.0.0-2"),
+                           ("xbsactl", "libxbsa1 = 1.0.0-2"), ("libxbsa-devel", "libxbsa1 = 1.0.0-2"),
+                           ("libxbsa-devel", "korva-xbsa-devel < 1.0.0-2"),
+                           ("libxbsa-devel", "korva-xbsa-devel = 1.0.0-2"),
+                           ("korva-xbsa", "libxbsa1 = 1.0.0-2"), ("korva-xbsa", "xbsactl = 1.0.0-2")]:
+            self.assertIn(fact + "\n", facts[name], name)
+        self.assertEqual(set(re.findall(r"^(\S+)\.so", facts["libxbsa1"], re.M)), {"libc", "libxbsa"})
         for file in " ".join(FILES.values()).split():
             moved = file.replace(LIBDIR, "lib64").replace("vendor-completions", "site-functions")
             self.assertIn(f"/usr/{moved}\n", text)
