@@ -45,7 +45,8 @@ set(library_summary "library that stores Informix backups on a KORVA or FTP serv
 set(library_text "The shared library libxbsa.so.1 offers the XBSA calls with which the Informix
 database server's backup tool stores its dbspaces and logical logs on a KORVA
 backup server, reads them back and asks which copies exist. Other sessions
-work with any FTP server that supports active mode.
+work with any FTP server that supports active mode, greets in one line and
+answers STOR and RETR with 150.
 
 A database server needs this package alone. It needs the C library alone.")
 set(dev_summary "headers for programs that call the XBSA library")

@@ -17,7 +17,8 @@ from xbsa import ROOT
 
 BUILD, TOOL = os.environ["XBSA_BUILD"], os.environ["XBSA_TOOL"]
 ENV = {"PATH": os.environ["PATH"] + ":/usr/sbin:/sbin", "LC_ALL": "C.UTF-8", "TZ": "UTC",
-       "SOURCE_DATE_EPOCH": "1000000000", "XBSA_PASSWORD": "secret", "MANWIDTH": "100"}
+       "SOURCE_DATE_EPOCH": "1000000000", "XBSA_PASSWORD": "secret", "MANWIDTH": "80",
+       "TMPDIR": tempfile.gettempdir()}
 LIBDIR = f"lib/{os.uname().machine}-linux-gnu"
 DOC = "share/doc/korva-xbsa"
 FILES = {"libxbsa1": f"{LIBDIR}/libxbsa.so.1 {LIBDIR}/libxbsa.so.1.0.0",
@@ -264,6 +265,7 @@ class Pages(unittest.TestCase):
         for page in glob.glob(f"{ROOT}/man/*.?"):
             text = output("man", "--warnings", "-l", page)
             self.assertIn("SEE ALSO", text)
+            self.assertLessEqual(max(map(len, text.splitlines())), 80, page)
             self.assertNotIn("<standard input>", text, page)
 
 
