@@ -307,3 +307,37 @@ class Rpm(unittest.TestCase):
         for file in " ".join(FILES.values()).split():
             moved = file.replace(LIBDIR, "lib64").replace("vendor-completions", "site-functions")
             self.assertIn(f"/usr/{moved}\n", text)
+
+
+class RpmAsRoot(unittest.TestCase):
+    OLD = """\
+Name: korva-xbsa
+Version: 1.0.0
+Release: 1
+Summary: before the split
+License: MIT
+%description
+before the split
+%install
+mkdir -p %{buildroot}/usr/bin %{buildroot}/usr/lib64
+echo old | tee %{buildroot}/usr/bin/xbsactl >%{buildroot}/usr/lib64/libxbsa.so.1.0.0
+%files
+/usr/bin/xbsactl
+/usr/lib64/libxbsa.so.1.0.0
+"""
+
+    def test_upgrade(self):
+        """The two packages that the old one became replace it, and nothing is left of them."""
+        with tempfile.TemporaryDirectory() as root:
+            pathlib.Path(root, "old.spec").write_text(self.OLD, encoding="utf-8")
+            output("rpmbuild", "-bb", "-D", f"_topdir {root}/build", "-D", f"_rpmdir {root}/old",
+                   f"{root}/old.spec")
+            rpm = ["rpm", f"--root={root}/root", "--dbpath=/rpm"]
+            output(*rpm, "--nodeps", "-i", *glob.glob(f"{root}/old/*/*.rpm"))
+            output(*rpm, "--nodeps", "-U", *(path for path in build("RPM") if re.search(
+                "/(libxbsa1|xbsactl)-", path)))
+            new = {"libxbsa1": "lib64/libxbsa.so.1.0.0", "xbsactl": "bin/xbsactl"}
+            self.assertEqual(set(output(*rpm, "-qa", "--qf", "%{NAME}\n").split()), set(new))
+            output(*rpm, "-V", "--nodeps", *new)
+            output(*rpm, "--nodeps", "-e", *new)
+            self.assertEqual(output("find", f"{root}/root/usr", "!", "-type", "d"), "")
