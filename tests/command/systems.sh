@@ -91,14 +91,14 @@ try_all() { # RELEASE: adds a row
     make_root "$1" >"$work/$1.root.log" 2>&1
     row="| $1 | $(chroot "$work/$1" sh -c 'g++ -dumpfullversion; ldd --version | sed -n "1s/.* //p"
         cmake --version | sed -n "1s/.* //p"' | paste -sd ' ' | sed 's/ / | /g')"
-    for step in build tests newer packages demo purge; do
+    for step in build tests packages demo purge newer; do
         result=-
         [[ -n $skip || ($step == newer && ! -e $work/$1/newer/libxbsa.so.1) ]] || try "$1" "$step"
         [[ $step != build && $step != packages || $result == passed ]] || skip=1
         row+=" | $result"
     done
     [[ -e $work/libxbsa.so.1 ]] || cp "$work/$1/src/build/release/lib/libxbsa.so.1" "$work"
-    rows+=("$row | $(sed -n 's/^libxbsa1: //p' "$work/$1.packages.log") |")
+    rows+=("$row | $(sed -n 's/^libxbsa1: //p' "$work/$1.packages.log" || true) |")
 }
 
 if [[ ${1-} == --in-root ]]; then
@@ -112,6 +112,6 @@ mkdir -p "$work"
 rm -f "$work/libxbsa.so.1"
 [[ $# != 0 ]] || set -- trixie bookworm bullseye
 for release in "$@"; do try_all "$release"; done
-printf '%s\n' "| release | g++ | glibc | CMake | build | library's tests | on $1's library | packages | \
-demo | purge | libxbsa1 needs |" "|---|---|---|---|---|---|---|---|---|---|---|" "${rows[@]}"
+printf '%s\n' "| release | g++ | glibc | CMake | build | library's tests | packages | demo | purge | \
+tests on $1's library | libxbsa1 needs |" "|---|---|---|---|---|---|---|---|---|---|---|" "${rows[@]}"
 [[ ${rows[*]} != *failed\*\** ]]
