@@ -60,7 +60,7 @@ provide_tool() {
     fi
     XBSACTL=$(readlink -f "${XBSACTL:-../../bin/xbsactl}")
     export XBSACTL # for the part that runs inside the sandbox
-    "$XBSACTL" --version || fail "no xbsactl (package korva-xbsa)"
+    "$XBSACTL" --version || fail "no xbsactl (package xbsactl)"
 }
 
 plain_mode() {
