@@ -155,8 +155,8 @@ const std::vector<ROW> &Rows()
          "command.",
          "A banner is switched on at the server.",
          "switch the banner off (vsftpd: no banner_file; ProFTPD: DisplayConnect off; Pure-FTPd: "
-         "FortunesFile with one line that everybody may read): the library reads one line only, "
-         "and xbsactl check shows the greeting"},
+         "FortunesFile with one line that everybody may read, and no NoAnonymous): the library "
+         "reads one line only, and xbsactl check shows the greeting"},
         {KIND::SERVER, "421 Service not available",
          "The server turned the session away or ended it, at the greeting or after a silence.",
          "Too many connections at once, a shutdown, or its data time-out.",
