@@ -182,6 +182,8 @@ void AddTransfers(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
     }
     spStore->add_flag("--verify", X_sLine.sTransfer.bVerify, "Read the object back and compare");
     AddManifest(*spStore, X_sLine);
+    AddJson(*spStore, X_sLine.sTransfer.bJson);
+    AddJson(*spRestore, X_sLine.sTransfer.bJson);
     AddCommand(*spStore, X_sLine, CheckTransfer, Transfer(transfer::Store));
     AddCommand(*spRestore, X_sLine, CheckTransfer, Transfer(transfer::Restore));
 }
@@ -209,6 +211,7 @@ void AddVerify(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
     spVerify->add_flag("--all", X_sLine.sTransfer.bAll, "Every object of the manifest")
         ->excludes(spName);
     AddManifest(*spVerify, X_sLine);
+    AddJson(*spVerify, X_sLine.sTransfer.bJson);
     AddStatus(*spVerify, X_sLine);
     const CHECK fpCheck = [](COMMAND_LINE &sLine) {
         transfer::CheckVerify(sLine.sTransfer);
