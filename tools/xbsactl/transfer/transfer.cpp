@@ -110,6 +110,12 @@ void Store(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
     Report("stored", I_sConnection, I_sOptions, sObject, sMeter);
 }
 
+void CheckRestore(const base::CONNECTION & /*I_sConnection*/, OPTIONS &X_sOptions)
+{
+    if (X_sOptions.bJson && X_sOptions.strFile == "-")
+        throw base::USAGE_ERROR("--json needs FILE: standard output is for the object");
+}
+
 void Restore(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
 {
     base::COutput sOutput(I_sOptions.strFile);

@@ -104,15 +104,15 @@ uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConne
 }
 
 // Names are those of the manifest with --all, and each is checked in its turn.
-void CheckVerify(const OPTIONS &I_sOptions)
+void CheckVerify(const base::CONNECTION & /*I_sConnection*/, OPTIONS &X_sOptions)
 {
-    if (I_sOptions.strManifest.empty())
+    if (X_sOptions.strManifest.empty())
         throw base::USAGE_ERROR("verify needs --manifest: the file that store keeps with that "
                                 "option");
-    if (I_sOptions.sObject.strName.empty() && !I_sOptions.bAll)
+    if (X_sOptions.sObject.strName.empty() && !X_sOptions.bAll)
         throw base::USAGE_ERROR("verify needs NAME or --all");
-    if (I_sOptions.bAll &&
-        (I_sOptions.sObject.uCopyId != 0 || !I_sOptions.sObject.strSpace.empty()))
+    if (X_sOptions.bAll &&
+        (X_sOptions.sObject.uCopyId != 0 || !X_sOptions.sObject.strSpace.empty()))
         throw base::USAGE_ERROR("--all takes spaces and copies from the manifest");
 }
 
