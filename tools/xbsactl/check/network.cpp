@@ -3,8 +3,8 @@
 #include <arpa/inet.h>
 
 #include "base/base.h"
-#include "check/advice.h"
 #include "check/resolve.h"
+#include "explain/explain.h"
 
 namespace
 {
@@ -156,7 +156,8 @@ bool CProbe::Greet()
     for (const std::string &strLine : sFtp.Uninvited()) sReply.vecLines.push_back(strLine);
     const size_t uLines = sReply.vecLines.size();
     if (uLines > 1)
-        Fail("network.greeting", std::to_string(uLines) + " lines: " + sReply.Text(), ADVICE_LINES);
+        Fail("network.greeting", std::to_string(uLines) + " lines: " + sReply.Text(),
+             explain::Hint("220-"));
     else sReport.Ok("network.greeting", "one line: " + sReport.Foreign(sReply.Text()));
     return true;
 }
@@ -187,7 +188,7 @@ bool CProbe::Login()
     if (!sPass.IsPositive() && !sUser.IsPositive())
     {
         const std::string strReply = sUser.IsNegative() ? sUser.Text() : sPass.Text();
-        return Fail("network.login", strReply, advice_Login(strReply));
+        return Fail("network.login", strReply, explain::Hint(strReply));
     }
     sReport.Ok("network.login", sReport.Foreign(sPass.Text()));
     return true;
@@ -211,7 +212,7 @@ bool CProbe::Type()
 
 bool CProbe::Folder()
 {
-    return Expect("network.cwd", "CWD " + sConnection.strPath, 0, ADVICE_CWD);
+    return Expect("network.cwd", "CWD " + sConnection.strPath, 0, explain::Hint("CWD /: 550"));
 }
 
 // The library announces the address of its control connection, as this does.
@@ -221,7 +222,7 @@ bool CProbe::Port()
     const in_addr sLocal = sFtp.Local().sin_addr;
     const REPLY sReply = sFtp.Command(strCommand);
     const std::string strFound = strCommand + ": " + sReply.Text();
-    if (sReply.iCode != 200) return Fail("network.port", strFound, ADVICE_PORT);
+    if (sReply.iCode != 200) return Fail("network.port", strFound, explain::Hint("PORT 1: 500"));
     if (!IsLoopback(sServer.sin_addr) && IsPrivate(sLocal) && !IsPrivate(sServer.sin_addr))
         sReport.Warn("network.port", sReport.Foreign(strFound),
                      "a public server cannot reach the private address " + ftp_Text(sLocal) +
@@ -237,14 +238,15 @@ bool CProbe::Stor()
         return Fail("network.stor",
                     sAnswer.sData.Get() != -1 ? "connected, but no reply to STOR"
                                               : "no reply to STOR, and no connection came",
-                    advice_Firewall());
+                    explain::Hint("425"));
     const REPLY &sReply = *sAnswer.sReply;
     const std::string strFound = "STOR " + strName + ": " + sReply.Text();
     if (sReply.iCode == 425)
         return Fail("network.stor", strFound + ": the server cannot connect back",
-                    advice_Firewall());
-    if (sReply.iCode / 100 != 1) return Fail("network.stor", strFound, ADVICE_WRITE);
-    if (sReply.iCode != 150) Fail("network.stor", strFound, ADVICE_125);
+                    explain::Hint("425"));
+    if (sReply.iCode / 100 != 1)
+        return Fail("network.stor", strFound, explain::Hint(sReply.Text()));
+    if (sReply.iCode != 150) Fail("network.stor", strFound, explain::Hint(sReply.Text()));
     else sReport.Ok("network.stor", sReport.Foreign(strFound));
     return true;
 }
@@ -257,7 +259,7 @@ bool CProbe::Data()
                     sAnswer.sReply->IsNegative()
                         ? sAnswer.sReply->Text() + ": the server cannot connect back"
                         : "the server's connection did not arrive",
-                    advice_Firewall());
+                    explain::Hint("425"));
     const std::string strPeer = ftp_Text(sAnswer.sPeer.sin_addr);
     if (sAnswer.sPeer.sin_addr.s_addr != sServer.sin_addr.s_addr)
         return Fail("network.data",
@@ -278,10 +280,11 @@ bool CProbe::End()
         sReply = sFtp.Read();
     } catch (const base::FAILURE &sError)
     {
-        return Fail("network.end", std::string("no 226: ") + sError.what(), ADVICE_END);
+        return Fail("network.end", std::string("no 226: ") + sError.what(),
+                    explain::Hint("no 226"));
     }
     if (sReply.iCode != 226)
-        return Fail("network.end", "no 226, but: " + sReply.Text(), ADVICE_END);
+        return Fail("network.end", "no 226, but: " + sReply.Text(), explain::Hint("no 226"));
     sReport.Ok("network.end", sReport.Foreign(sReply.Text()));
     return true;
 }

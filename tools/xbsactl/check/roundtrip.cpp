@@ -11,7 +11,7 @@
 #include <random>
 
 #include "base/base.h"
-#include "check/advice.h"
+#include "explain/explain.h"
 #include "library/library.h"
 #include "xbsa_session.h"
 
@@ -162,7 +162,11 @@ void CRoundTrips::NotTried(const std::string &I_strWhy)
 
 void CRoundTrips::Fail(const char *cpStep, const std::string &I_strFound)
 {
-    sReport.Fail(cpStep, sReport.Foreign(I_strFound), advice_For(I_strFound));
+    const std::string strHint = explain::Hint(
+        I_strFound, sConnection.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN);
+    sReport.Fail(cpStep, sReport.Foreign(I_strFound),
+                 strHint.empty() ? "look at the steps of the library: --trace 2 shows them"
+                                 : strHint);
 }
 
 // A child that did not end in time leaves as an error, with its object perhaps on the server.
