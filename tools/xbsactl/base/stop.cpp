@@ -36,9 +36,7 @@ sigset_t SignalSet()
     sigemptyset(&sSet);
     for (const int iSignal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
     {
-        struct sigaction sAction
-        {
-        };
+        struct sigaction sAction = {};
         sigaction(iSignal, nullptr, &sAction);
         if (sAction.sa_handler != SIG_IGN) sigaddset(&sSet, iSignal); // nohup, background jobs
     }
