@@ -331,7 +331,7 @@ std::string UnknownCommand(const CLI::App &I_sApp)
     const std::vector<std::string> vecRest = I_sApp.remaining();
     if (!I_sApp.get_subcommands().empty() || vecRest.empty() || vecRest[0].compare(0, 1, "-") == 0)
         return "";
-    const std::string strText = "there is no command \"" + vecRest[0] + "\"";
+    std::string strText = "there is no command \"" + vecRest[0] + "\"";
     for (const CLI::App *spCommand : I_sApp.get_subcommands({}))
         if (IsSlip(vecRest[0], spCommand->get_name()))
             return strText + ": did you mean \"" + spCommand->get_name() + "\"?";
