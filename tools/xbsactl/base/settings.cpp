@@ -88,15 +88,15 @@ void CheckLogin(const CONNECTION &I_sConnection)
 
 // The library passes over a value that is too long without a word, and the backup would go to
 // another pool or drive.
-void CheckVariable(const char *cpVariable, size_t I_uRoom, bool I_bNeeded)
+void CheckVariable(const VARIABLE &I_sVariable)
 {
-    const char *cpValue = getenv(cpVariable);
-    if (cpValue == nullptr && !I_bNeeded) return;
-    if (cpValue == nullptr || (I_bNeeded && *cpValue == '\0'))
-        throw USAGE_ERROR(std::string("--informix needs the variable ") + cpVariable);
-    if (std::string(cpValue).size() > I_uRoom)
-        throw USAGE_ERROR(std::string("the variable ") + cpVariable + " is longer than " +
-                          std::to_string(I_uRoom) + " bytes");
+    const char *cpValue = getenv(I_sVariable.cpName);
+    if (cpValue == nullptr && !I_sVariable.bNeeded) return;
+    if (cpValue == nullptr || (I_sVariable.bNeeded && *cpValue == '\0'))
+        throw USAGE_ERROR(std::string("--informix needs the variable ") + I_sVariable.cpName);
+    if (std::string(cpValue).size() > I_sVariable.uRoom)
+        throw USAGE_ERROR(std::string("the variable ") + I_sVariable.cpName + " is longer than " +
+                          std::to_string(I_sVariable.uRoom) + " bytes");
 }
 
 void CheckFolder(const CONNECTION &I_sConnection)
@@ -178,13 +178,17 @@ void CheckPreflight(CONNECTION &X_sConnection)
     }
 }
 
+const std::array<VARIABLE, 6> VARIABLES = {{
+    {"KORVA_SERVER", sizeof(STUCT_COM_INPUT::szKORVAServer) - 1, true},
+    {"KORVA_JOB", sizeof(STUCT_COM_INPUT::szJobName) - 1, true},
+    {"KORVA_TAPE_SERVER", sizeof(STUCT_COM_INPUT::szKORVATapeServer) - 1, false},
+    {"KORVA_DRIVE", sizeof(STUCT_COM_INPUT::szDrive) - 1, false},
+    {"KORVA_POOL", sizeof(STUCT_COM_INPUT::szPool) - 1, false},
+    {"KORVA_COM_TIMEOUT", sizeof(STUCT_COM_INPUT::szCOMTimeOut) - 1, false},
+}};
+
 void CheckVariables()
 {
-    CheckVariable("KORVA_SERVER", sizeof(STUCT_COM_INPUT::szKORVAServer) - 1, true);
-    CheckVariable("KORVA_JOB", sizeof(STUCT_COM_INPUT::szJobName) - 1, true);
-    CheckVariable("KORVA_TAPE_SERVER", sizeof(STUCT_COM_INPUT::szKORVATapeServer) - 1, false);
-    CheckVariable("KORVA_DRIVE", sizeof(STUCT_COM_INPUT::szDrive) - 1, false);
-    CheckVariable("KORVA_POOL", sizeof(STUCT_COM_INPUT::szPool) - 1, false);
-    CheckVariable("KORVA_COM_TIMEOUT", sizeof(STUCT_COM_INPUT::szCOMTimeOut) - 1, false);
+    for (const VARIABLE &sVariable : VARIABLES) CheckVariable(sVariable);
 }
 } // namespace base

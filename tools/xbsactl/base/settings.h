@@ -2,6 +2,7 @@
 #ifndef XBSACTL_SETTINGS_H
 #define XBSACTL_SETTINGS_H
 
+#include <array>
 #include <string>
 
 #include "xbsa.h"
@@ -39,6 +40,15 @@ void CheckPlain(CONNECTION &X_sConnection);
 
 // The same for a check of the way: a login that cannot be used is one of its findings.
 void CheckPreflight(CONNECTION &X_sConnection);
+
+// A variable of Informix mode.
+struct VARIABLE
+{
+    const char *cpName;
+    size_t uRoom; // bytes that the library takes
+    bool bNeeded;
+};
+extern const std::array<VARIABLE, 6> VARIABLES;
 
 // Checks the variables of Informix mode. Throws USAGE_ERROR.
 void CheckVariables();

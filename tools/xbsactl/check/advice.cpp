@@ -34,7 +34,7 @@ constexpr std::array<ADVICE, 14> ADVICES = {{
     {"connect()", "start the server, or let its port through the firewall"},
     {"greeting", "look whether an FTP or KORVA server is what listens on this port"},
     {"closing reply", ADVICE_END},
-    {"no end within",
+    {"no answer within",
      "find out what the server waits for; --timeout gives an Informix session more time"},
 }};
 } // namespace
@@ -46,13 +46,13 @@ std::string advice_Firewall()
            "by themselves (nf_conntrack_ftp) are off by default in current kernels";
 }
 
-std::string advice_Login(const std::string &I_strReply)
+std::string advice_Login(const std::string &I_strReply, bool I_bInformix)
 {
     for (const char *cpWord : {"TLS", "SSL", "ncrypt", "ecure"})
         if (I_strReply.find(cpWord) != std::string::npos)
             return "the server demands encryption, which the library does not have: let it take "
                    "plain sessions from this host, on a network that is trusted or in a tunnel";
-    return ADVICE_LOGIN;
+    return I_bInformix ? ADVICE_KORVA : ADVICE_LOGIN;
 }
 
 std::string advice_For(const std::string &I_strText)

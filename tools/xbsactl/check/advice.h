@@ -22,11 +22,16 @@ constexpr const char *ADVICE_WRITE =
 constexpr const char *ADVICE_END =
     "read the server's log: without its 226 nothing counts as stored";
 
+constexpr const char *ADVICE_SERVER_LOG = "look at the server and its log: it should have answered";
+constexpr const char *ADVICE_SANDBOX = " (vsftpd: seccomp_sandbox=NO)";
+constexpr const char *ADVICE_KORVA =
+    "KORVA's server refused this host or account: enter it in the server's list";
+
 // What to open so that the server can connect back.
 std::string advice_Firewall();
 
 // For a login that was refused with this reply.
-std::string advice_Login(const std::string &I_strReply);
+std::string advice_Login(const std::string &I_strReply, bool I_bInformix);
 
 // For a failure of the library, by what its text says.
 std::string advice_For(const std::string &I_strText);

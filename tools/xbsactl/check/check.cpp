@@ -7,29 +7,29 @@
 #include <cstdio>
 #include <ctime>
 
-#include "check/cleanup.h"
-#include "check/com.h"
-#include "check/database.h"
-#include "check/host.h"
-#include "check/library.h"
-#include "check/network.h"
-#include "check/report.h"
-#include "check/roundtrip.h"
+#include "check/dialogue.h"
+#include "check/probe.h"
+#include "check/steps.h"
+#include "check/trips.h"
 
+namespace check
+{
 namespace
 {
 constexpr unsigned BOUND = 15; // seconds: the longest wait for one answer
 
-unsigned Bound(const base::CONNECTION &I_sConnection)
+std::chrono::seconds Bound(const base::CONNECTION &I_sConnection)
 {
-    return I_sConnection.uTimeout == 0 ? BOUND : std::min(BOUND, I_sConnection.uTimeout);
+    const unsigned uTimeout = I_sConnection.uTimeout;
+    return std::chrono::seconds(uTimeout == 0 ? BOUND : std::min(BOUND, uTimeout));
 }
 
 // A KORVA server may wait for a tape before it takes an object. Without a limit nothing would ever
 // be found.
-unsigned TapeBound(const base::CONNECTION &I_sConnection)
+std::chrono::seconds TapeBound(const base::CONNECTION &I_sConnection)
 {
-    return I_sConnection.uTimeout == 0 ? base::CONNECTION().uTimeout : I_sConnection.uTimeout;
+    const unsigned uTimeout = I_sConnection.uTimeout;
+    return std::chrono::seconds(uTimeout == 0 ? base::CONNECTION().uTimeout : uTimeout);
 }
 
 std::atomic<bool> bStored; // objects of the name below may be on the server
@@ -43,60 +43,110 @@ const std::string &ObjectName()
     return strName;
 }
 
-void CheckPlain(CReport &I_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary)
+// What a session found: first what it said to the server, then what the library made of it.
+void Judge(CReport &X_sReport, const base::CONNECTION &I_sConnection, CProbe &X_sProbe,
+           CTrips &X_sTrips, const OUTCOME &I_sAlone)
 {
-    const std::chrono::seconds sBound(Bound(I_sConnection));
-    const std::string &strName = ObjectName();
-    if (I_sConnection.strLoginFault.empty()) I_sReport.Ok("login", "user and password are usable");
-    else
-        I_sReport.Fail("login", I_sReport.Foreign(I_sConnection.strLoginFault),
-                       "give the password with XBSA_PASSWORD or --password-file; user and password "
-                       "have at most 52 bytes together and no \":\"");
-
-    CProbe sProbe(I_sReport, I_sConnection, I_sConnection.strHost, sBound);
-    CRoundTrips sTrips(I_sReport, I_sConnection, strName, sBound);
-    const bool bWay = sProbe.All(strName);
-    if (bWay && I_bLibrary) sTrips.Run();
-    else sTrips.NotTried(bWay ? "the library is not usable" : "the network is not usable");
-    std::vector<std::string> vecLeft = sTrips.Names();
-    if (sProbe.LeftObject()) vecLeft.push_back(strName);
-    cleanup_Objects(I_sReport, I_sConnection, sProbe.Server(), sBound, vecLeft);
+    CDialogue sDialogue(X_sReport, I_sAlone);
+    const bool bLeft = sDialogue.LeftObject();
+    if (!I_sConnection.bInformix && bLeft) X_sTrips.vecLeft.push_back(X_sTrips.AloneName());
+    if (I_sConnection.bInformix && !sDialogue.Copy().empty())
+        X_sTrips.vecLeft.push_back(sDialogue.Copy());
+    if (sDialogue.Report(X_sProbe.Server(), I_sConnection.bInformix)) X_sTrips.Report(I_sAlone);
+    else X_sTrips.NotTried("the network is not usable");
 }
 
-void CheckInformix(CReport &I_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
+FINDING Login(const CReport &I_sReport, const std::string &I_strFault)
+{
+    if (I_strFault.empty()) return Ok("user and password are usable");
+    return Fail(I_sReport.Foreign(I_strFault),
+                "give the password with XBSA_PASSWORD or --password-file; user and password have "
+                "at most 52 bytes together and no \":\"");
+}
+
+void CheckPlain(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary)
+{
+    const std::chrono::seconds sBound = Bound(I_sConnection);
+    CTrips sTrips(X_sReport, I_sConnection, ObjectName(), sBound);
+    CProbe sProbe(X_sReport, I_sConnection.strHost, sBound);
+    const bool bLogin = X_sReport.Add("login", Login(X_sReport, I_sConnection.strLoginFault));
+    const bool bServer = sProbe.Run();
+    if (bLogin && bServer && I_bLibrary)
+        Judge(X_sReport, I_sConnection, sProbe, sTrips, sTrips.Alone());
+    else
+    {
+        CDialogue::NotTried(X_sReport, !bServer  ? "an earlier step failed"
+                                       : !bLogin ? "user and password cannot be used"
+                                                 : "the library is not usable");
+        sTrips.NotTried(bServer && bLogin ? "the library is not usable"
+                                          : "the network is not usable");
+    }
+    CleanUp(X_sReport, I_sConnection, sProbe.Server(), sBound, sTrips.vecLeft);
+}
+
+// The utility names the server: it is looked at after the session.
+void CheckNamed(CReport &X_sReport, const base::CONNECTION &I_sConnection, CTrips &X_sTrips)
+{
+    const OUTCOME sAlone = X_sTrips.Alone();
+    const std::string strHost = CDialogue(X_sReport, sAlone).Host();
+    if (strHost.empty())
+    {
+        X_sReport.NotTried({"network.name"}, "no session named a server");
+        return X_sTrips.Report(sAlone);
+    }
+    CProbe sProbe(X_sReport, strHost, Bound(I_sConnection));
+    if (sProbe.Run()) return Judge(X_sReport, I_sConnection, sProbe, X_sTrips, sAlone);
+    CDialogue::NotTried(X_sReport, "an earlier step failed");
+    X_sTrips.NotTried("the network is not usable");
+}
+
+void CheckInformix(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
                    bool I_bVariables)
 {
-    const std::chrono::seconds sBound(Bound(I_sConnection));
-    const bool bUtility = check_Com(I_sReport, I_bVariables, sBound);
-    CRoundTrips sTrips(I_sReport, I_sConnection, ObjectName(),
-                       std::chrono::seconds(TapeBound(I_sConnection)));
-    if (bUtility && I_bLibrary) sTrips.Run();
-    else sTrips.NotTried(I_bLibrary ? "the utility is not usable" : "the library is not usable");
-    if (sTrips.Host().empty()) I_sReport.NotTried("network.name", "no session named a server");
-    else CProbe(I_sReport, I_sConnection, sTrips.Host(), sBound).Greeting();
-    cleanup_Copies(I_sReport, sTrips.Copies());
+    CTrips sTrips(X_sReport, I_sConnection, ObjectName(), TapeBound(I_sConnection));
+    if (!I_bLibrary)
+        X_sReport.NotTried({"ini.file", "ini.key", "utility.file", "utility.query"},
+                           "the library is not usable");
+    if (I_bLibrary && CheckUtility(X_sReport, I_sConnection, I_bVariables, Bound(I_sConnection)))
+        CheckNamed(X_sReport, I_sConnection, sTrips);
+    else
+    {
+        X_sReport.NotTried({"network.name"}, "no session named a server");
+        sTrips.NotTried(I_bLibrary ? "the utility is not usable" : "the library is not usable");
+    }
+    CleanUp(X_sReport, I_sConnection, {}, {}, sTrips.vecLeft);
+}
+
+int RunSteps(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
+{
+    CReport sReport(I_sConnection.strPassword, I_sConnection.bInformix, I_sOptions);
+    const CHECKED_LIBRARY sLibrary = CheckLibrary(sReport, I_sConnection.strLibrary);
+    if (!I_sOptions.strInformixDir.empty()) CheckDatabase(sReport, I_sOptions, sLibrary);
+    const bool bVariables = CheckHost(sReport, I_sConnection);
+    const base::CONNECTION sConnection = WithTrace(I_sConnection);
+    if (sConnection.bInformix) CheckInformix(sReport, sConnection, sLibrary.bUsable, bVariables);
+    else CheckPlain(sReport, sConnection, sLibrary.bUsable);
+    bStored = false; // what is left is in the report
+    return sReport.Finish();
 }
 } // namespace
 
-void check::Stopped()
+void Stopped()
 {
     if (!bStored) return;
     fprintf(stderr, "xbsactl: stopped; what begins with \"%s\" may be left on the server\n",
             ObjectName().c_str());
 }
 
-int check::Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
+int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
 {
-    CReport sReport(I_sConnection, I_sOptions.bJson);
-    const CHECKED_LIBRARY sLibrary = check_Library(sReport, I_sConnection);
-    check_Database(sReport, I_sOptions.strInformixDir, sLibrary);
-    check_Account(sReport);
-    const bool bVariables = check_Variables(sReport, I_sConnection.bInformix);
-    check_Log(sReport, I_sConnection);
-    check_Kernel(sReport);
-    if (I_sConnection.bInformix)
-        CheckInformix(sReport, I_sConnection, sLibrary.bUsable, bVariables);
-    else CheckPlain(sReport, I_sConnection, sLibrary.bUsable);
-    bStored = false; // what is left has been told
-    return sReport.Finish();
+    try
+    {
+        return RunSteps(I_sConnection, I_sOptions);
+    } catch (const std::exception &sError)
+    {
+        if (!I_sOptions.bNagios) throw;
+        return NagiosUnknown(sError.what());
+    }
 }
+} // namespace check

@@ -1,19 +1,14 @@
-#include "check/database.h"
-
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <system_error>
-#include <vector>
 
-#include "base/base.h"
+#include "check/steps.h"
 
+namespace check
+{
 namespace
 {
-constexpr const char *ROW_STEP = "database.sm_versions";
-constexpr const char *PATH_STEP = "database.onconfig";
 constexpr const char *PATH_KEY = "BAR_BSALIB_PATH";
 constexpr off_t LARGEST = 1 << 20; // bytes of a file of the database
 
@@ -25,7 +20,7 @@ std::string Unquoted(const std::string &I_strText)
     return I_strText.substr(uFirst, I_strText.find_last_not_of(cpBlanks) - uFirst + 1);
 }
 
-// The fields of a row; the number in front is the database's own matter, and so is a "|" at the end.
+// The fields of a row; its leading number is the database's own matter, and so is a "|" at its end.
 std::vector<std::string> Fields(const std::string &I_strRow)
 {
     std::vector<std::string> vecFields;
@@ -37,43 +32,41 @@ std::vector<std::string> Fields(const std::string &I_strRow)
     return vecFields;
 }
 
-// Returns why the file cannot be read; empty when it was.
-std::string Read(const std::string &I_strFile, std::istringstream &O_sText)
+// Throws FAILURE.
+std::istringstream Read(const std::string &I_strFile)
 {
+    const std::optional<std::string> strText = base::ReadText(I_strFile, LARGEST);
+    if (strText) return std::istringstream(*strText);
+    throw base::FAILURE(I_strFile + ": " + std::generic_category().message(ENOENT));
+}
+
+FINDING Row(const std::string &I_strFile, const std::string &I_strRow)
+{
+    if (I_strRow.empty()) return NotTried("the library shows no version");
     try
     {
-        const std::optional<std::string> strText = base::ReadText(I_strFile, LARGEST);
-        O_sText.str(strText.value_or(""));
-        return strText ? "" : I_strFile + ": " + std::generic_category().message(ENOENT);
-    } catch (const base::FAILURE &sFailure)
+        std::istringstream sFile = Read(I_strFile);
+        for (std::string strLine; std::getline(sFile, strLine);)
+            if (Fields(strLine) == Fields(I_strRow))
+                return Ok(I_strFile + ": \"" + Unquoted(strLine) + "\"");
+    } catch (const base::FAILURE &sError)
     {
-        return sFailure.what();
+        return Fail(sError.what(), "make the file, with the line \"" + I_strRow + "\"");
     }
+    return Fail(I_strFile + " has no row for this library",
+                "add the line \"" + I_strRow + "\"; another leading number will do, too");
 }
 
-void CheckRow(CReport &I_sReport, const std::string &I_strFile, const std::string &I_strRow)
-{
-    if (I_strRow.empty()) return I_sReport.NotTried(ROW_STEP, "the library tells no version");
-    std::istringstream sFile;
-    const std::string strFault = Read(I_strFile, sFile);
-    if (!strFault.empty())
-        return I_sReport.Fail(ROW_STEP, strFault,
-                              "make the file, with the line \"" + I_strRow + "\"");
-    for (std::string strLine; std::getline(sFile, strLine);)
-        if (Fields(strLine) == Fields(I_strRow))
-            return I_sReport.Ok(ROW_STEP, I_strFile + ": \"" + Unquoted(strLine) + "\"");
-    I_sReport.Fail(ROW_STEP, I_strFile + " has no row for this library",
-                   "add the line \"" + I_strRow + "\"; another number in front will do, too");
-}
-
-std::string OnconfigFile(const std::string &I_strFolder)
+std::string OnconfigFile(const OPTIONS &I_sOptions)
 {
     const char *cpName = getenv("ONCONFIG");
-    return I_strFolder + "/etc/" + (cpName != nullptr && *cpName != '\0' ? cpName : "onconfig");
+    std::string strName = cpName != nullptr && *cpName != '\0' ? cpName : "onconfig";
+    if (!I_sOptions.strOnconfig.empty()) strName = I_sOptions.strOnconfig;
+    return I_sOptions.strInformixDir + "/etc/" + strName;
 }
 
-// The last line counts. What stands behind a "#" is a comment.
-std::string ReadKey(std::istream &I_sFile)
+// The last line counts. After a "#" comes a comment. The database knows its own folder by name.
+std::string LibraryPath(std::istream &I_sFile, const std::string &I_strFolder)
 {
     std::string strValue;
     for (std::string strLine; std::getline(I_sFile, strLine);)
@@ -85,70 +78,52 @@ std::string ReadKey(std::istream &I_sFile)
         std::getline(sWords, strRest);
         if (strKey == PATH_KEY) strValue = Unquoted(strRest);
     }
+    const std::string strVariable = "$INFORMIXDIR";
+    if (strValue.compare(0, strVariable.size(), strVariable) == 0)
+        strValue.replace(0, strVariable.size(), I_strFolder);
     return strValue;
 }
 
-bool IsSameFile(const std::string &I_strOne, const std::string &I_strOther)
-{
-    struct stat sOne
-    {
-    };
-    struct stat sOther
-    {
-    };
-    return stat(I_strOne.c_str(), &sOne) == 0 && stat(I_strOther.c_str(), &sOther) == 0 &&
-           sOne.st_dev == sOther.st_dev && sOne.st_ino == sOther.st_ino;
-}
-
-void CheckPath(CReport &I_sReport, const std::string &I_strFile, const std::string &I_strValue,
-               const std::string &I_strLibrary)
+FINDING Path(const std::string &I_strFile, const std::string &I_strValue,
+             const std::string &I_strLibrary)
 {
     const std::string strFound = I_strFile + ": " + PATH_KEY + " " + I_strValue;
     const std::string strNext =
         "set " + std::string(PATH_KEY) + " " + I_strLibrary + " in " + I_strFile;
+    std::error_code sError;
+    if (I_strLibrary.empty() && (I_strValue.empty() || I_strValue[0] == '/'))
+        return NotTried("there is no library to compare with");
     if (I_strValue.empty())
-        return I_sReport.Warn(PATH_STEP,
-                              I_strFile + " does not set " + PATH_KEY +
-                                  ": the database takes the library of its default path",
-                              strNext + ", so that it is this one");
+        return Warn(I_strFile + " does not set " + PATH_KEY +
+                        ": the database takes the library of its default path",
+                    strNext + ", so that it is this one");
     if (I_strValue[0] != '/')
-        return I_sReport.Fail(PATH_STEP, strFound + " is a relative path",
-                              strNext + ": an absolute path, whatever folder the database runs in");
-    if (!IsSameFile(I_strValue, I_strLibrary))
-        return I_sReport.Fail(PATH_STEP, strFound + " is not this library, " + I_strLibrary,
-                              strNext);
-    I_sReport.Ok(PATH_STEP, strFound);
+        return Fail(strFound + " is a relative path",
+                    strNext + ": an absolute path, whatever folder the database runs in");
+    if (!std::filesystem::equivalent(I_strValue, I_strLibrary, sError))
+        return Fail(strFound + " is not this library, " + I_strLibrary, strNext);
+    return Ok(strFound);
 }
 
-// The database knows its own folder by name.
-std::string Expanded(std::string I_strValue, const std::string &I_strFolder)
+FINDING Onconfig(const OPTIONS &I_sOptions, const std::string &I_strLibrary)
 {
-    const std::string strVariable = "$INFORMIXDIR";
-    if (I_strValue.compare(0, strVariable.size(), strVariable) == 0)
-        I_strValue.replace(0, strVariable.size(), I_strFolder);
-    return I_strValue;
-}
-
-void CheckOnconfig(CReport &I_sReport, const std::string &I_strFolder,
-                   const std::string &I_strLibrary)
-{
-    const std::string strFile = OnconfigFile(I_strFolder);
-    std::istringstream sFile;
-    const std::string strFault = Read(strFile, sFile);
-    if (!strFault.empty())
-        return I_sReport.Fail(PATH_STEP, strFault,
-                              "correct --informixdir, or set ONCONFIG to the file's name");
-    const std::string strValue = Expanded(ReadKey(sFile), I_strFolder);
-    if (I_strLibrary.empty() && (strValue.empty() || strValue[0] == '/'))
-        return I_sReport.NotTried(PATH_STEP, "there is no library to compare with");
-    CheckPath(I_sReport, strFile, strValue, I_strLibrary);
+    const std::string strFile = OnconfigFile(I_sOptions);
+    try
+    {
+        std::istringstream sFile = Read(strFile);
+        return Path(strFile, LibraryPath(sFile, I_sOptions.strInformixDir), I_strLibrary);
+    } catch (const base::FAILURE &sError)
+    {
+        return Fail(sError.what(),
+                    "correct --informixdir, or give the file's name with --onconfig or ONCONFIG");
+    }
 }
 } // namespace
 
-void check_Database(CReport &I_sReport, const std::string &I_strInformixDir,
-                    const CHECKED_LIBRARY &I_sLibrary)
+void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_LIBRARY &I_sLibrary)
 {
-    if (I_strInformixDir.empty()) return;
-    CheckRow(I_sReport, I_strInformixDir + "/etc/sm_versions", I_sLibrary.strRow);
-    CheckOnconfig(I_sReport, I_strInformixDir, I_sLibrary.strPath);
+    X_sReport.Add("database.sm_versions",
+                  Row(I_sOptions.strInformixDir + "/etc/sm_versions", I_sLibrary.strRow));
+    X_sReport.Add("database.onconfig", Onconfig(I_sOptions, I_sLibrary.strPath));
 }
+} // namespace check

@@ -1,10 +1,8 @@
 #include "check/ftp.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,8 +10,8 @@
 #include <cerrno>
 #include <system_error>
 
-#include "base/base.h"
-
+namespace check
+{
 namespace
 {
 using CLOCK = std::chrono::steady_clock;
@@ -22,24 +20,12 @@ constexpr size_t LONGEST_REPLY = 8192; // bytes
 constexpr size_t MOST_LINES = 200;     // of one reply
 constexpr int AFTERTHOUGHT = 100;      // ms in which a second greeting line follows the first
 
-int Left(CLOCK::time_point I_sEnd)
-{
-    const auto sLeft = std::chrono::duration_cast<std::chrono::milliseconds>(I_sEnd - CLOCK::now());
-    return static_cast<int>(std::max<long>(0, static_cast<long>(sLeft.count())));
-}
-
 // Whether the socket is ready before the end.
 bool Await(int I_iSocket, short I_iEvents, CLOCK::time_point I_sEnd)
 {
+    const auto sLeft = std::chrono::duration_cast<std::chrono::milliseconds>(I_sEnd - CLOCK::now());
     pollfd sPoll{I_iSocket, I_iEvents, 0};
-    return poll(&sPoll, 1, Left(I_sEnd)) > 0;
-}
-
-CSocket NewSocket()
-{
-    CSocket sSocket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (sSocket.Get() == -1) throw base::SystemFailure("a socket");
-    return sSocket;
+    return poll(&sPoll, 1, static_cast<int>(std::max<long>(0, sLeft.count()))) > 0;
 }
 
 int CodeOf(const std::string &I_strLine)
@@ -53,11 +39,6 @@ int CodeOf(const std::string &I_strLine)
 bool GoesOn(const std::string &I_strLine)
 {
     return CodeOf(I_strLine) != 0 && I_strLine.size() > 3 && I_strLine[3] == '-';
-}
-
-sockaddr *Generic(sockaddr_in &I_sAddress)
-{
-    return reinterpret_cast<sockaddr *>(&I_sAddress);
 }
 } // namespace
 
@@ -78,19 +59,21 @@ bool REPLY::IsNegative() const
     return iCode / 100 == 4 || iCode / 100 == 5;
 }
 
-std::string ftp_Text(const in_addr &I_sAddress)
+std::string AddressText(const in_addr &I_sAddress)
 {
     std::array<char, INET_ADDRSTRLEN> szText{};
     inet_ntop(AF_INET, &I_sAddress, szText.data(), szText.size());
     return szText.data();
 }
 
-void CFtp::Connect(const sockaddr_in &I_sServer)
+CFtp::CFtp(const sockaddr_in &I_sServer, std::chrono::milliseconds I_sBound)
+    : sBound(I_sBound), sControl(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
-    sControl = NewSocket();
-    sockaddr_in sServer = I_sServer;
+    if (sControl.Get() == -1) throw base::SystemFailure("a socket");
     int iError = 0;
-    if (connect(sControl.Get(), Generic(sServer), sizeof sServer) == -1) iError = errno;
+    if (connect(sControl.Get(), reinterpret_cast<const sockaddr *>(&I_sServer), sizeof I_sServer) ==
+        -1)
+        iError = errno;
     if (iError == EINPROGRESS)
     {
         socklen_t uSize = sizeof iError;
@@ -101,28 +84,14 @@ void CFtp::Connect(const sockaddr_in &I_sServer)
     if (iError != 0) throw base::FAILURE(std::generic_category().message(iError));
 }
 
-sockaddr_in CFtp::Local() const
-{
-    sockaddr_in sLocal{};
-    socklen_t uSize = sizeof sLocal;
-    getsockname(sControl.Get(), Generic(sLocal), &uSize);
-    return sLocal;
-}
-
-std::string CFtp::AfterLast() const
-{
-    return strLast.empty() ? "" : ", after its reply \"" + strLast + "\"";
-}
-
 void CFtp::Receive(CLOCK::time_point I_sEnd)
 {
     if (!Await(sControl.Get(), POLLIN, I_sEnd))
         throw base::FAILURE("no answer within " + std::to_string(sBound.count() / 1000) + " s");
     std::array<char, 4096> acPiece{};
     const ssize_t iGot = recv(sControl.Get(), acPiece.data(), acPiece.size(), 0);
-    if (iGot == 0) throw base::FAILURE("the server closed the connection" + AfterLast());
-    if (iGot < 0)
-        throw base::FAILURE(base::SystemFailure("the connection failed").what() + AfterLast());
+    if (iGot == 0) throw base::FAILURE("the server closed the connection");
+    if (iGot < 0) throw base::SystemFailure("the connection failed");
     strInput.append(acPiece.data(), static_cast<size_t>(iGot));
 }
 
@@ -153,7 +122,6 @@ REPLY CFtp::Read()
         const std::string &strLine = sReply.vecLines.back();
         bMore = CodeOf(strLine) != sReply.iCode || GoesOn(strLine);
     }
-    strLast = sReply.Text();
     return sReply;
 }
 
@@ -168,77 +136,12 @@ std::vector<std::string> CFtp::Uninvited()
     return vecLines;
 }
 
-void CFtp::SendLine(const std::string &I_strLine) const
+REPLY CFtp::Command(const std::string &I_strLine)
 {
     const std::string strLine = I_strLine + "\r\n";
     const ssize_t iSent = send(sControl.Get(), strLine.data(), strLine.size(), MSG_NOSIGNAL);
     if (iSent != static_cast<ssize_t>(strLine.size()))
-        throw base::FAILURE(base::SystemFailure("the connection takes no command").what() +
-                            AfterLast());
-}
-
-REPLY CFtp::Command(const std::string &I_strLine)
-{
-    SendLine(I_strLine);
+        throw base::SystemFailure("the connection takes no command");
     return Read();
 }
-
-std::string CFtp::Listen()
-{
-    sListener = NewSocket();
-    sockaddr_in sLocal = Local();
-    sLocal.sin_port = 0;
-    socklen_t uSize = sizeof sLocal;
-    const bool bListens = bind(sListener.Get(), Generic(sLocal), sizeof sLocal) == 0 &&
-                          listen(sListener.Get(), 1) == 0 &&
-                          getsockname(sListener.Get(), Generic(sLocal), &uSize) == 0;
-    if (!bListens) throw base::SystemFailure("listening for the data connection");
-
-    std::string strText = ftp_Text(sLocal.sin_addr);
-    std::replace(strText.begin(), strText.end(), '.', ',');
-    const int iPort = ntohs(sLocal.sin_port);
-    return strText + "," + std::to_string(iPort / 256) + "," + std::to_string(iPort % 256);
-}
-
-void CFtp::Accept(ANSWER &I_sAnswer) const
-{
-    socklen_t uSize = sizeof I_sAnswer.sPeer;
-    I_sAnswer.sData =
-        CSocket(accept4(sListener.Get(), Generic(I_sAnswer.sPeer), &uSize, SOCK_CLOEXEC));
-}
-
-// One of both, whichever comes first; throws when the control connection ends.
-void CFtp::AwaitEither(ANSWER &I_sAnswer, CLOCK::time_point I_sEnd)
-{
-    std::array<pollfd, 2> asPoll{{{sListener.Get(), POLLIN, 0}, {sControl.Get(), POLLIN, 0}}};
-    if (I_sAnswer.sData.Get() != -1) asPoll[0].fd = -1;
-    if (strInput.find('\n') == std::string::npos) poll(asPoll.data(), asPoll.size(), Left(I_sEnd));
-    else asPoll[1].revents = POLLIN;
-    if (asPoll[0].revents != 0) Accept(I_sAnswer);
-    else if (asPoll[1].revents != 0) I_sAnswer.sReply = Read();
-}
-
-void CFtp::Store(const std::string &I_strName, ANSWER &O_sAnswer)
-{
-    O_sAnswer.bSent = true;
-    SendLine("STOR " + I_strName);
-    const CLOCK::time_point sEnd = CLOCK::now() + sBound;
-    while (!O_sAnswer.sReply && Left(sEnd) > 0) AwaitEither(O_sAnswer, sEnd);
-    O_sAnswer.bRefused = O_sAnswer.sReply && O_sAnswer.sReply->IsNegative();
-}
-
-void CFtp::AwaitData(ANSWER &I_sAnswer)
-{
-    const CLOCK::time_point sEnd = CLOCK::now() + sBound;
-    while (I_sAnswer.sData.Get() == -1 && !I_sAnswer.sReply->IsNegative() && Left(sEnd) > 0)
-        AwaitEither(I_sAnswer, sEnd);
-    sListener = CSocket();
-}
-
-void CFtp::Send(CSocket &I_sData, const std::string &I_strBytes) const
-{
-    const ssize_t iSent = send(I_sData.Get(), I_strBytes.data(), I_strBytes.size(), MSG_NOSIGNAL);
-    I_sData = CSocket();
-    if (iSent != static_cast<ssize_t>(I_strBytes.size()))
-        throw base::SystemFailure("the data connection takes no data");
-}
+} // namespace check

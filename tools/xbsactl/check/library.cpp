@@ -1,26 +1,25 @@
-#include "check/library.h"
-
 #include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <vector>
 
-#include "base/base.h"
 #include "check/child.h"
+#include "check/steps.h"
 #include "library/library.h"
 
+namespace check
+{
 namespace
 {
 constexpr std::chrono::seconds LOADING{15};
+constexpr const char *INSTALL = "install the library, or name it with --library PATH";
 
-// The calls of the interface; BSASetTrace is this library's own and needed by the tool.
+// The calls of the interface.
 constexpr std::array<const char *, 16> CALLS = {"BSAInit",
                                                 "BSATerminate",
                                                 "BSABeginTxn",
@@ -37,51 +36,54 @@ constexpr std::array<const char *, 16> CALLS = {"BSAInit",
                                                 "BSAQueryServiceProvider",
                                                 "BSADeleteObject",
                                                 "BSAGetEnvironment"};
+// This library's own: the tool needs them.
+constexpr std::array<const char *, 2> OWN_CALLS = {"BSASetTrace", "find_com_intf"};
 
 struct ELF_KIND
 {
-    bool bElf = false;
-    int iBits = 0;
+    int iBits = 0; // 0: not a shared library
     int iMachine = 0;
+
+    bool operator==(const ELF_KIND &I_sOther) const
+    {
+        return iBits == I_sOther.iBits && iMachine == I_sOther.iMachine;
+    }
 };
 
 ELF_KIND ReadKind(const std::string &I_strPath)
 {
     std::ifstream sFile(I_strPath, std::ios::binary);
-    std::array<char, EI_NIDENT + 4> acHead{}; // the machine stands behind the type
+    std::array<char, EI_NIDENT + 4> acHead{}; // the machine comes after the type
     sFile.read(acHead.data(), acHead.size());
     if (!sFile || std::string(acHead.data(), SELFMAG) != ELFMAG) return {};
 
     const auto ucFirst = static_cast<unsigned char>(acHead[EI_NIDENT + 2]);
     const auto ucSecond = static_cast<unsigned char>(acHead[EI_NIDENT + 3]);
     const bool bLittle = acHead[EI_DATA] == ELFDATA2LSB;
-    return {true, acHead[EI_CLASS] == ELFCLASS64 ? 64 : 32,
+    return {acHead[EI_CLASS] == ELFCLASS64 ? 64 : 32,
             bLittle ? ucFirst + 256 * ucSecond : ucSecond + 256 * ucFirst};
 }
 
 std::string Describe(const ELF_KIND &I_sKind)
 {
-    const std::string strBits = std::to_string(I_sKind.iBits) + " bit, ";
-    switch (I_sKind.iMachine)
+    struct MACHINE
     {
-    case EM_386:
-        return strBits + "Intel 386";
-    case EM_X86_64:
-        return strBits + "x86-64";
-    case EM_ARM:
-        return strBits + "ARM";
-    case EM_AARCH64:
-        return strBits + "ARM 64";
-    case EM_PPC64:
-        return strBits + "POWER";
-    case EM_S390:
-        return strBits + "S/390";
-    default:
-        return strBits + "machine " + std::to_string(I_sKind.iMachine);
-    }
+        int iMachine;
+        const char *cpName;
+    };
+    constexpr std::array<MACHINE, 6> MACHINES = {{{EM_386, "Intel 386"},
+                                                  {EM_X86_64, "x86-64"},
+                                                  {EM_ARM, "ARM"},
+                                                  {EM_AARCH64, "ARM 64"},
+                                                  {EM_PPC64, "POWER"},
+                                                  {EM_S390, "S/390"}}};
+    std::string strName = "machine " + std::to_string(I_sKind.iMachine);
+    for (const MACHINE &sMachine : MACHINES)
+        if (sMachine.iMachine == I_sKind.iMachine) strName = sMachine.cpName;
+    return std::to_string(I_sKind.iBits) + " bit, " + strName;
 }
 
-void *Load(const std::string &I_strPath)
+void *Open(const std::string &I_strPath)
 {
     void *vpLibrary = dlopen(I_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (vpLibrary != nullptr) return vpLibrary;
@@ -90,17 +92,26 @@ void *Load(const std::string &I_strPath)
 }
 
 // Where the loader finds a name without a folder.
-RESULT Locate(const std::string &I_strName)
+void Locate(const std::string &I_strName, const SAY &I_fpSay)
 {
     link_map *spMap = nullptr;
-    if (dlinfo(Load(I_strName), RTLD_DI_LINKMAP, &spMap) != 0)
+    if (dlinfo(Open(I_strName), RTLD_DI_LINKMAP, &spMap) != 0)
         throw base::FAILURE("not to be located");
-    return {{"path", spMap->l_name}};
+    I_fpSay("path", spMap->l_name);
+}
+
+// "1|1.0.1|KORVA|1.8A1|": a number, the interface's version, the storage manager and its version,
+// as the provider "TOV:KORVA:1.8A1" names them after its maker. Empty for another provider.
+std::string RowFor(const std::string &I_strVersion, std::string I_strProvider, char I_cDelimiter)
+{
+    if (std::count(I_strProvider.begin(), I_strProvider.end(), I_cDelimiter) != 2) return "";
+    std::replace(I_strProvider.begin(), I_strProvider.end(), I_cDelimiter, '|');
+    return "1|" + I_strVersion + I_strProvider.substr(I_strProvider.find('|')) + "|";
 }
 
 // Version and provider, as the database's tool asks for them at its start. The library's trace is
 // left alone: a check of the library needs no log.
-void Ask(void *vpLibrary, RESULT &I_sAnswer)
+void Ask(void *vpLibrary, const SAY &I_fpSay)
 {
     unsetenv("XBSA_TRACE");
     BSA_ApiVersion sVersion{};
@@ -113,158 +124,108 @@ void Ask(void *vpLibrary, RESULT &I_sAnswer)
         dlsym(vpLibrary, "BSAQueryServiceProvider"));
     if (fpVersion(&sVersion) != 0 ||
         fpProvider(&uiSize, szDelimiter.data(), szProvider.data()) != 0)
-        throw base::FAILURE("the library does not tell its version");
-    I_sAnswer["version"] = std::to_string(sVersion.issue) + "." + std::to_string(sVersion.version) +
-                           "." + std::to_string(sVersion.level);
-    I_sAnswer["provider"] = szProvider.data();
-    I_sAnswer["delimiter"] = szDelimiter.data();
+        throw base::FAILURE("the library does not show its version");
+    const std::string strVersion = std::to_string(sVersion.issue) + "." +
+                                   std::to_string(sVersion.version) + "." +
+                                   std::to_string(sVersion.level);
+    I_fpSay("version", "interface " + strVersion + ", provider " + szProvider.data());
+    I_fpSay("row", RowFor(strVersion, szProvider.data(), szDelimiter[0]));
 }
 
-RESULT Inspect(const std::string &I_strPath)
+void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 {
-    void *vpLibrary = Load(I_strPath);
-    RESULT sAnswer = {{"missing", ""}};
+    void *vpLibrary = Open(I_strPath);
     std::string strMissing;
-    for (const char *cpCall : CALLS)
+    const auto fpLook = [&](const char *cpCall) {
         if (dlsym(vpLibrary, cpCall) == nullptr) strMissing += std::string(" ") + cpCall;
-    if (dlsym(vpLibrary, "BSASetTrace") == nullptr) strMissing += " BSASetTrace";
-    if (strMissing.empty()) Ask(vpLibrary, sAnswer);
-    sAnswer["missing"] = strMissing;
-    return sAnswer;
-}
-
-std::string RealPath(const std::string &I_strPath)
-{
-    std::array<char, PATH_MAX> szPath{};
-    return realpath(I_strPath.c_str(), szPath.data()) != nullptr ? szPath.data() : "";
-}
-
-// "1|1.0.1|KORVA|1.8A1": a number, the interface's version, the storage manager and its version,
-// as the provider names them behind its maker.
-std::string RowFor(const std::string &I_strVersion, const std::string &I_strProvider,
-                   const std::string &I_strDelimiter)
-{
-    std::vector<std::string> vecParts(1);
-    for (const char cChar : I_strProvider)
-    {
-        if (I_strDelimiter.find(cChar) != std::string::npos) vecParts.emplace_back();
-        else vecParts.back() += cChar;
-    }
-    return vecParts.size() == 3 ? "1|" + I_strVersion + "|" + vecParts[1] + "|" + vecParts[2] + "|"
-                                : "";
+    };
+    std::for_each(CALLS.begin(), CALLS.end(), fpLook);
+    std::for_each(OWN_CALLS.begin(), OWN_CALLS.end(), fpLook);
+    I_fpSay("missing", strMissing);
+    if (strMissing.empty()) Ask(vpLibrary, I_fpSay);
 }
 
 class CInspection
 {
   public:
-    CInspection(CReport &I_sReport, const base::CONNECTION &I_sConnection)
-        : sReport(I_sReport), strPath(library::Path(I_sConnection.strLibrary))
+    explicit CInspection(const std::string &I_strLibrary) : strPath(library::Path(I_strLibrary))
     {
     }
 
-    CHECKED_LIBRARY Run()
+    CHECKED_LIBRARY Run(CReport &X_sReport)
     {
-        if (!Find() || !Kind())
-        {
-            sReport.NotTried("library.load", "an earlier step failed");
-            sReport.NotTried("library.calls", "an earlier step failed");
-            sReport.NotTried("library.version", "an earlier step failed");
-            return sResult;
-        }
-        Load();
+        sResult.bUsable = Climb<CInspection>(X_sReport, *this,
+                                             {{"library.file", &CInspection::File},
+                                              {"library.load", &CInspection::Load},
+                                              {"library.calls", &CInspection::Calls},
+                                              {"library.version", &CInspection::Version}});
         return sResult;
     }
 
   private:
-    bool Find()
+    // A database of this machine loads what this tool can load.
+    FINDING File()
     {
-        try
+        if (strPath.find('/') == std::string::npos)
         {
-            if (strPath.find('/') == std::string::npos)
-                strPath = CChild([this] { return Locate(strPath); }).Wait(LOADING).at("path");
-        } catch (const base::FAILURE &sError)
-        {
-            sReport.Fail("library.file", sError.what(),
-                         "install the library, or name it with --library PATH");
-            return false;
+            const OUTCOME sFound =
+                CChild([this](const SAY &I_fpSay) { Locate(strPath, I_fpSay); }).Wait(LOADING);
+            if (!sFound.strFailure.empty()) return Fail(sFound.strFailure, INSTALL);
+            strPath = sFound.Value("path");
         }
-        sResult.strPath = RealPath(strPath);
-        if (!sResult.strPath.empty()) return true;
-        sReport.Fail("library.file", base::SystemFailure(strPath).what(),
-                     "install the library, or name it with --library PATH");
-        return false;
+        std::error_code sError;
+        sResult.strPath = std::filesystem::canonical(strPath, sError);
+        return sError ? Fail(strPath + ": " + sError.message(), INSTALL) : Kind();
     }
 
-    // A database of this machine loads what this tool can load.
-    bool Kind()
+    FINDING Kind() const
     {
         const ELF_KIND sOwn = ReadKind("/proc/self/exe");
         const ELF_KIND sKind = ReadKind(sResult.strPath);
         const std::string strFile =
             strPath + (strPath == sResult.strPath ? "" : " -> " + sResult.strPath);
-        if (!sKind.bElf)
-        {
-            sReport.Fail("library.file", strFile + ": no shared library, or unreadable",
-                         "install the library again, readable for everybody");
-            return false;
-        }
-        const bool bFits = sKind.iBits == sOwn.iBits && sKind.iMachine == sOwn.iMachine;
-        if (bFits) sReport.Ok("library.file", strFile + ", " + Describe(sKind));
-        else
-            sReport.Fail("library.file",
-                         strFile + " is " + Describe(sKind) + ", but this system's programs are " +
-                             Describe(sOwn),
-                         "install the library that is built for " + Describe(sOwn));
-        return bFits;
+        if (sKind.iBits == 0)
+            return Fail(strFile + ": not a shared library, or unreadable",
+                        "install the library again, readable for everybody");
+        if (sKind == sOwn) return Ok(strFile + ", " + Describe(sKind));
+        return Fail(strFile + " is " + Describe(sKind) + ", but this system's programs are " +
+                        Describe(sOwn),
+                    "install the library that is built for " + Describe(sOwn));
     }
 
-    void Load()
+    FINDING Load()
     {
-        RESULT sAnswer;
-        try
-        {
-            sAnswer = CChild([this] { return Inspect(strPath); }).Wait(LOADING);
-        } catch (const base::FAILURE &sError)
-        {
-            sReport.Fail("library.load", sError.what(),
-                         "install the library again; ldd shows what it needs");
-            sReport.NotTried("library.calls", "the library cannot be loaded");
-            sReport.NotTried("library.version", "the library cannot be loaded");
-            return;
-        }
-        sReport.Ok("library.load", "loaded");
-        Calls(sAnswer);
+        sAnswer = CChild([this](const SAY &I_fpSay) { Inspect(strPath, I_fpSay); }).Wait(LOADING);
+        if (sAnswer.strFailure.empty()) return Ok("loaded");
+        return Fail(sAnswer.strFailure, "install the library again; ldd shows what it needs");
     }
 
-    void Calls(const RESULT &I_sAnswer)
+    FINDING Calls()
     {
-        const std::string strMissing = I_sAnswer.at("missing");
-        if (!strMissing.empty())
-        {
-            sReport.Fail("library.calls", "missing:" + strMissing,
-                         "this is no library for backups, or another one: install Korva's");
-            sReport.NotTried("library.version", "calls are missing");
-            return;
-        }
-        sReport.Ok("library.calls", "all " + std::to_string(CALLS.size()) + " are there");
-        sResult.strRow =
-            RowFor(I_sAnswer.at("version"), I_sAnswer.at("provider"), I_sAnswer.at("delimiter"));
-        const std::string strFound =
-            "interface " + I_sAnswer.at("version") + ", provider " + I_sAnswer.at("provider");
-        if (sResult.strRow.empty())
-            sReport.Warn("library.version", strFound + ": not Korva's",
-                         "name the library that you mean with --library PATH");
-        else sReport.Ok("library.version", strFound + ", row for sm_versions: " + sResult.strRow);
-        sResult.bUsable = true;
+        const std::string strMissing = sAnswer.Value("missing");
+        if (strMissing.empty()) return Ok("all " + std::to_string(CALLS.size()) + " are there");
+        return Fail("missing:" + strMissing,
+                    "this is not a library for backups, or another one: install Korva's");
     }
 
-    CReport &sReport;
+    FINDING Version()
+    {
+        sResult.strRow = sAnswer.Value("row");
+        const std::string strFound = sAnswer.Value("version");
+        if (!sResult.strRow.empty())
+            return Ok(strFound + ", row for sm_versions: " + sResult.strRow);
+        return Warn(strFound + ": not Korva's",
+                    "name the library that you mean with --library PATH");
+    }
+
     std::string strPath;
     CHECKED_LIBRARY sResult;
+    OUTCOME sAnswer;
 };
 } // namespace
 
-CHECKED_LIBRARY check_Library(CReport &I_sReport, const base::CONNECTION &I_sConnection)
+CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary)
 {
-    return CInspection(I_sReport, I_sConnection).Run();
+    return CInspection(I_strLibrary).Run(X_sReport);
 }
+} // namespace check

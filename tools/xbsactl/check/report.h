@@ -1,13 +1,17 @@
-// The findings of a check: told line by line as they come, or as one JSON text at the end.
+// What a step found, and how the findings are shown: line by line as they come, as one JSON text at
+// the end, or as the one line of a monitoring plug-in.
 #ifndef XBSACTL_CHECK_REPORT_H
 #define XBSACTL_CHECK_REPORT_H
 
 #include <chrono>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
-#include "base/base.h"
+#include "check/check.h"
 
+namespace check
+{
 enum class STATUS
 {
     OK,
@@ -19,24 +23,26 @@ enum class STATUS
 struct FINDING
 {
     STATUS eStatus = STATUS::OK;
-    std::string strStep;     // "network.login"
     std::string strFound;    // what there is
     std::string strNext;     // what to do about it; empty when all is well
     long lMilliseconds = -1; // that the step took; -1: since the last finding
+    std::string strStep;     // "network.login"; by CReport::Add
 };
+
+FINDING Ok(const std::string &I_strFound);
+FINDING Warn(const std::string &I_strFound, const std::string &I_strNext);
+FINDING Fail(const std::string &I_strFound, const std::string &I_strNext);
+FINDING NotTried(const std::string &I_strWhy);
 
 class CReport
 {
   public:
-    CReport(const base::CONNECTION &I_sConnection, bool I_bJson);
+    CReport(const std::string &I_strPassword, bool I_bInformix, const OPTIONS &I_sOptions);
 
-    void Add(FINDING I_sFinding);
-    void Ok(const std::string &I_strStep, const std::string &I_strFound);
-    void Warn(const std::string &I_strStep, const std::string &I_strFound,
-              const std::string &I_strNext);
-    void Fail(const std::string &I_strStep, const std::string &I_strFound,
-              const std::string &I_strNext);
-    void NotTried(const std::string &I_strStep, const std::string &I_strWhy);
+    // Returns false after a failure: what builds on the step makes no sense then.
+    bool Add(const std::string &I_strStep, FINDING I_sFinding);
+
+    void NotTried(std::initializer_list<const char *> I_vecSteps, const std::string &I_strWhy);
 
     // A text that others wrote, safe to show: one line, without the password.
     std::string Foreign(const std::string &I_strText) const;
@@ -48,12 +54,40 @@ class CReport
     using CLOCK = std::chrono::steady_clock;
 
     int Count(STATUS I_eStatus) const;
+    std::string Counts() const;
+    std::string Json() const;
+    int FinishNagios() const;
 
     std::vector<FINDING> vecFindings;
     std::string strPassword;
-    bool bJson;
     bool bInformix;
-    CLOCK::time_point sLast = CLOCK::now();
+    OPTIONS sOptions;
+    CLOCK::time_point sStart = CLOCK::now();
+    CLOCK::time_point sLast = sStart;
 };
+
+// The same for what stopped the check itself.
+int NagiosUnknown(const std::string &I_strWhy);
+
+// Steps that build on each other, each a function of one object.
+template <typename OBJECT> struct STEP
+{
+    const char *cpName;
+    FINDING (OBJECT::*fpRun)();
+};
+
+// Runs them until one fails. Returns whether none did.
+template <typename OBJECT>
+bool Climb(CReport &X_sReport, OBJECT &X_sObject, std::initializer_list<STEP<OBJECT>> I_vecSteps)
+{
+    bool bGoing = true;
+    for (const STEP<OBJECT> &sStep : I_vecSteps)
+    {
+        if (bGoing) bGoing = X_sReport.Add(sStep.cpName, (X_sObject.*sStep.fpRun)());
+        else X_sReport.NotTried({sStep.cpName}, "an earlier step failed");
+    }
+    return bGoing;
+}
+} // namespace check
 
 #endif

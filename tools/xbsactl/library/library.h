@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -56,13 +57,16 @@ void CheckObject(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 // What names the object to the library.
 BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject);
 
+using LISTENER = std::function<void(const std::string &I_strLine)>;
+
 constexpr size_t BLOCK_SIZE = 65535; // bytes: the length of a data block has 16 bits
 
 class CSession
 {
   public:
-    // Loads the library and opens session and transaction, in strict mode.
-    explicit CSession(const base::CONNECTION &I_sConnection);
+    // Loads the library and opens session and transaction, in strict mode. A listener hears the
+    // steps of the library's trace, whatever the user asked for.
+    explicit CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpListener = {});
 
     // Ends the session that Close did not reach. The trace then tells a command that failed from a
     // process that was killed; an object that is still open stays unconfirmed.
@@ -99,7 +103,7 @@ class CSession
 
   private:
     CSession(const LIBRARY &I_sLibrary, const base::CONNECTION &I_sConnection);
-    void SetTrace() const;
+    void SetTrace(const LISTENER &I_fpListener) const;
     std::string LastError() const;
     std::string Text(const char *cpStep, int I_iCode) const;
     void Check(const char *cpStep, int I_iCode) const;

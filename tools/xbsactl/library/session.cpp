@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -50,20 +51,31 @@ void WarnOfTrace()
 
 // A line of the library's trace, as it writes it itself. Its texts are the server's, and what
 // commands a terminal is taken out there.
-void WriteTrace(char *cpMessage)
+void WriteTrace(const std::string &I_strMessage)
 {
     const time_t lNow = time(nullptr);
     struct tm sNow = {};
     std::array<char, 64> szStamp{};
     localtime_r(&lNow, &sNow);
     strftime(szStamp.data(), szStamp.size(), " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
-    std::string strLine = std::string(szStamp.data()) + cpMessage;
-    strLine.resize(strLine.find_last_not_of("\r\n") + 1);
+    std::string strLine = szStamp.data() + I_strMessage;
     if (strTraceFile.empty()) strLine = base::Visible(strLine);
     strLine += '\n';
     const ssize_t iWritten = write(iTraceFile, strLine.data(), strLine.size());
     if (iWritten != -1 && iWritten < static_cast<ssize_t>(strLine.size())) errno = ENOSPC;
     if (iWritten != static_cast<ssize_t>(strLine.size())) WarnOfTrace();
+}
+
+LISTENER fpTraceListener;
+int iTraceLevel = 0; // of the lines that are written
+
+void TakeTrace(char *cpMessage)
+{
+    std::string strLine = cpMessage;
+    strLine.resize(strLine.find_last_not_of("\r\n") + 1);
+    if (fpTraceListener) fpTraceListener(strLine);
+    const bool bReply = strLine.compare(0, 12, "LOGIN REPLY:") == 0; // all that level 1 has
+    if (iTraceLevel > 1 || (iTraceLevel == 1 && bReply)) WriteTrace(strLine);
 }
 
 // The library writes the file without a word when it cannot; here its lines come to the tool.
@@ -85,11 +97,11 @@ CSession::CSession(const LIBRARY &I_sLibrary, const base::CONNECTION &I_sConnect
 }
 
 // The destructor runs for a failure in here, too.
-CSession::CSession(const base::CONNECTION &I_sConnection)
+CSession::CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpListener)
     : CSession(Load(I_sConnection.strLibrary), I_sConnection)
 {
     setenv("KORVA_STRICT", "1", 1);
-    SetTrace();
+    SetTrace(I_fpListener);
 
     BSA_ObjectOwner sOwner{};
     BSA_SecurityToken szToken{};
@@ -112,13 +124,16 @@ CSession::~CSession()
     if (bOpen) sLibrary.fpTerminate(lHandle);
 }
 
-void CSession::SetTrace() const
+void CSession::SetTrace(const LISTENER &I_fpListener) const
 {
     if (sConnection.iTraceLevel == -1) return;
-    const auto ucLevel = static_cast<unsigned char>(sConnection.iTraceLevel);
+    constexpr int STEPS = 2; // the level that a listener needs
+    fpTraceListener = I_fpListener;
+    iTraceLevel = sConnection.iTraceLevel;
     unsetenv("XBSA_TRACE"); // the option wins
     OpenTrace(sConnection.strTraceFile);
-    sLibrary.fpSetTrace(WriteTrace, nullptr, ucLevel);
+    const int iLevel = I_fpListener ? std::max(STEPS, iTraceLevel) : iTraceLevel;
+    sLibrary.fpSetTrace(TakeTrace, nullptr, static_cast<unsigned char>(iLevel));
 }
 
 std::string CSession::LastError() const
