@@ -7,10 +7,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "check/dialogue.h"
-#include "check/probe.h"
 #include "check/steps.h"
-#include "check/trips.h"
 
 namespace check
 {
@@ -43,19 +40,6 @@ const std::string &ObjectName()
     return strName;
 }
 
-// What a session found: first what it said to the server, then what the library made of it.
-void Judge(CReport &X_sReport, const base::CONNECTION &I_sConnection, CProbe &X_sProbe,
-           CTrips &X_sTrips, const OUTCOME &I_sAlone)
-{
-    CDialogue sDialogue(X_sReport, I_sAlone);
-    const bool bLeft = sDialogue.LeftObject();
-    if (!I_sConnection.bInformix && bLeft) X_sTrips.vecLeft.push_back(X_sTrips.AloneName());
-    if (I_sConnection.bInformix && !sDialogue.Copy().empty())
-        X_sTrips.vecLeft.push_back(sDialogue.Copy());
-    if (sDialogue.Report(X_sProbe.Server(), I_sConnection.bInformix)) X_sTrips.Report(I_sAlone);
-    else X_sTrips.NotTried("the network is not usable");
-}
-
 FINDING Login(const CReport &I_sReport, const std::string &I_strFault)
 {
     if (I_strFault.empty()) return Ok("user and password are usable");
@@ -64,57 +48,64 @@ FINDING Login(const CReport &I_sReport, const std::string &I_strFault)
                 "at most 52 bytes together and no \":\"");
 }
 
-void CheckPlain(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary)
+// First what the session said to the server, then what the library made of it.
+void Report(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
+            const sockaddr_in &I_sServer)
 {
-    const std::chrono::seconds sBound = Bound(I_sConnection);
-    CTrips sTrips(X_sReport, I_sConnection, ObjectName(), sBound);
-    CProbe sProbe(X_sReport, I_sConnection.strHost, sBound);
-    const bool bLogin = X_sReport.Add("login", Login(X_sReport, I_sConnection.strLoginFault));
-    const bool bServer = sProbe.Run();
-    if (bLogin && bServer && I_bLibrary)
-        Judge(X_sReport, I_sConnection, sProbe, sTrips, sTrips.Alone());
-    else
-    {
-        CDialogue::NotTried(X_sReport, !bServer  ? "an earlier step failed"
-                                       : !bLogin ? "user and password cannot be used"
-                                                 : "the library is not usable");
-        sTrips.NotTried(bServer && bLogin ? "the library is not usable"
-                                          : "the network is not usable");
-    }
-    CleanUp(X_sReport, I_sConnection, sProbe.Server(), sBound, sTrips.vecLeft);
+    if (ReportDialogue(X_sReport, I_sAlone, I_sServer, X_sSessions.sConnection.bInformix))
+        ReportSessions(X_sReport, X_sSessions, I_sAlone);
+    else SkipSessions(X_sReport, "the network is not usable");
 }
 
-// The utility names the server: it is looked at after the session.
-void CheckNamed(CReport &X_sReport, const base::CONNECTION &I_sConnection, CTrips &X_sTrips)
+void CheckPlain(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary)
 {
-    const OUTCOME sAlone = X_sTrips.Alone();
-    const std::string strHost = CDialogue(X_sReport, sAlone).Host();
+    SESSIONS sSessions{I_sConnection, ObjectName(), Bound(I_sConnection), {}};
+    const bool bLogin = X_sReport.Add("login", Login(X_sReport, I_sConnection.strLoginFault));
+    const SERVER sServer = LookAt(X_sReport, I_sConnection.strHost, sSessions.sSilence);
+    const char *cpWhy = I_bLibrary ? nullptr : "the library is not usable";
+    if (!bLogin) cpWhy = "user and password cannot be used";
+    if (!sServer.bUsable) cpWhy = "an earlier step failed";
+    if (cpWhy == nullptr) Report(X_sReport, sSessions, RunAlone(sSessions), sServer.sAddress);
+    else
+    {
+        SkipDialogue(X_sReport, cpWhy);
+        SkipSessions(X_sReport, cpWhy);
+    }
+    CleanUp(X_sReport, sSessions, sServer.sAddress);
+}
+
+// The utility names the server, which is looked at after the session.
+void CheckNamed(CReport &X_sReport, SESSIONS &X_sSessions)
+{
+    const OUTCOME sAlone = RunAlone(X_sSessions);
+    const std::string strHost = ServerIn(sAlone);
     if (strHost.empty())
     {
         X_sReport.NotTried({"network.name"}, "no session named a server");
-        return X_sTrips.Report(sAlone);
+        return ReportSessions(X_sReport, X_sSessions, sAlone);
     }
-    CProbe sProbe(X_sReport, strHost, Bound(I_sConnection));
-    if (sProbe.Run()) return Judge(X_sReport, I_sConnection, sProbe, X_sTrips, sAlone);
-    CDialogue::NotTried(X_sReport, "an earlier step failed");
-    X_sTrips.NotTried("the network is not usable");
+    const SERVER sServer = LookAt(X_sReport, strHost, Bound(X_sSessions.sConnection));
+    if (sServer.bUsable) return Report(X_sReport, X_sSessions, sAlone, sServer.sAddress);
+    SkipDialogue(X_sReport, "an earlier step failed");
+    SkipSessions(X_sReport, "the network is not usable");
 }
 
 void CheckInformix(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
                    bool I_bVariables)
 {
-    CTrips sTrips(X_sReport, I_sConnection, ObjectName(), TapeBound(I_sConnection));
+    SESSIONS sSessions{I_sConnection, ObjectName(), TapeBound(I_sConnection), {}};
     if (!I_bLibrary)
         X_sReport.NotTried({"ini.file", "ini.key", "utility.file", "utility.query"},
                            "the library is not usable");
     if (I_bLibrary && CheckUtility(X_sReport, I_sConnection, I_bVariables, Bound(I_sConnection)))
-        CheckNamed(X_sReport, I_sConnection, sTrips);
+        CheckNamed(X_sReport, sSessions);
     else
     {
         X_sReport.NotTried({"network.name"}, "no session named a server");
-        sTrips.NotTried(I_bLibrary ? "the utility is not usable" : "the library is not usable");
+        SkipSessions(X_sReport,
+                     I_bLibrary ? "the utility is not usable" : "the library is not usable");
     }
-    CleanUp(X_sReport, I_sConnection, {}, {}, sTrips.vecLeft);
+    CleanUp(X_sReport, sSessions, {});
 }
 
 int RunSteps(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)

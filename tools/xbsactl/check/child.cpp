@@ -18,8 +18,8 @@ namespace
 constexpr const char *FAILED = "failed"; // with the work's own error
 constexpr const char *DONE = "done";
 
-constexpr size_t LONGEST = 4 << 20; // bytes of a result: a mad library must not fill the memory
-constexpr int PATIENCE = 20;        // silences until the end: one that drips is not waited for
+constexpr size_t MOST_EVENTS = 100000; // a mad library must not fill the memory
+constexpr int PATIENCE = 20;           // silences until the end: one that drips is not waited for
 
 // A group of its own, so that the utility which the library runs goes with it. It does not outlive
 // the tool, and the signals that the tool's own thread waits for end it as any other program.
@@ -35,10 +35,9 @@ void BecomeChild(pid_t I_iParent)
 
 void Run(const WORK &I_fpWork, int I_iPipe)
 {
-    const SAY fpSay = [I_iPipe](const char *cpName, const std::string &I_strValue) {
-        std::string strLine = std::string(cpName) + ' ' + I_strValue;
-        std::replace(strLine.begin(), strLine.end(), '\n', ' ');
-        dprintf(I_iPipe, "%s\n", strLine.c_str());
+    const SAY fpSay = [I_iPipe](const char *cpName, std::string strValue) {
+        std::replace(strValue.begin(), strValue.end(), '\n', ' ');
+        dprintf(I_iPipe, "%s %s\n", cpName, strValue.c_str());
     };
     try
     {
@@ -47,19 +46,6 @@ void Run(const WORK &I_fpWork, int I_iPipe)
     } catch (const std::exception &sError)
     {
         fpSay(FAILED, sError.what());
-    }
-}
-
-// Takes the whole lines out of the text.
-void TakeEvents(std::string &X_strText, long I_lMilliseconds, std::vector<EVENT> &X_vecEvents)
-{
-    size_t uEnd = X_strText.find('\n');
-    for (; uEnd != std::string::npos; uEnd = X_strText.find('\n'))
-    {
-        const size_t uName = X_strText.find(' ');
-        X_vecEvents.push_back({X_strText.substr(0, uName),
-                               X_strText.substr(uName + 1, uEnd - uName - 1), I_lMilliseconds});
-        X_strText.erase(0, uEnd + 1);
     }
 }
 
@@ -73,7 +59,7 @@ long Milliseconds(std::chrono::steady_clock::duration I_sTime)
 const EVENT *OUTCOME::Find(const char *cpName) const
 {
     const auto sFound = std::find_if(vecEvents.rbegin(), vecEvents.rend(),
-                                     [cpName](const EVENT &I_s) { return I_s.strName == cpName; });
+                                     [cpName](const EVENT &s) { return s.strName == cpName; });
     return sFound != vecEvents.rend() ? &*sFound : nullptr;
 }
 
@@ -103,25 +89,24 @@ CChild::CChild(const WORK &I_fpWork)
 
 CChild::~CChild()
 {
-    if (iProcess <= 0) return;
-    kill(-iProcess, SIGKILL);
-    kill(iProcess, SIGKILL);
-    waitpid(iProcess, nullptr, 0);
+    End();
 }
 
-// Why the process has gone without a word about its end. Its end of the pipe is closed.
-std::string CChild::EndOf()
+// Returns how it ended, when it has ended by itself.
+std::string CChild::End()
 {
     int iStatus = 0;
-    kill(-iProcess, SIGKILL); // what it had started
+    if (iProcess <= 0) return "";
+    kill(-iProcess, SIGKILL);
+    kill(iProcess, SIGKILL);
     waitpid(iProcess, &iStatus, 0);
     iProcess = -1;
     if (WIFSIGNALED(iStatus)) return "ended by signal " + std::to_string(WTERMSIG(iStatus));
     return "ended without a result, exit code " + std::to_string(WEXITSTATUS(iStatus));
 }
 
-// What came through the pipe; empty at its end. Throws FAILURE when nothing comes.
-std::string CChild::AwaitMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence)
+// Returns false at the end of the pipe. Throws FAILURE when nothing comes.
+bool CChild::ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence)
 {
     const long lLeft = std::min(Milliseconds(I_sEnd - CLOCK::now()), Milliseconds(I_sSilence));
     pollfd sPoll{sPipe.Get(), POLLIN, 0};
@@ -129,30 +114,39 @@ std::string CChild::AwaitMore(CLOCK::time_point I_sEnd, std::chrono::millisecond
         throw base::FAILURE("no answer within " + std::to_string(I_sSilence.count() / 1000) + " s");
     std::array<char, 4096> acPiece{};
     const ssize_t iGot = read(sPipe.Get(), acPiece.data(), acPiece.size());
-    return {acPiece.data(), static_cast<size_t>(std::max<ssize_t>(0, iGot))};
+    if (iGot <= 0) return false;
+    strInput.append(acPiece.data(), static_cast<size_t>(iGot));
+    for (size_t uEnd = strInput.find('\n'); uEnd != std::string::npos; uEnd = strInput.find('\n'))
+    {
+        const size_t uName = strInput.find(' ');
+        sOutcome.vecEvents.push_back({strInput.substr(0, uName),
+                                      strInput.substr(uName + 1, uEnd - uName - 1),
+                                      Milliseconds(CLOCK::now() - sStart)});
+        strInput.erase(0, uEnd + 1);
+    }
+    return sOutcome.vecEvents.size() < MOST_EVENTS;
 }
 
-OUTCOME CChild::Wait(std::chrono::milliseconds I_sSilence)
+const OUTCOME &CChild::Wait(std::chrono::milliseconds I_sSilence, const char *cpUntil)
 {
-    OUTCOME sOutcome;
     try
     {
         const CLOCK::time_point sEnd = CLOCK::now() + I_sSilence * PATIENCE;
-        std::string strLeft;
-        size_t uTaken = 0;
-        for (std::string strMore = AwaitMore(sEnd, I_sSilence);
-             !strMore.empty() && uTaken < LONGEST; strMore = AwaitMore(sEnd, I_sSilence))
+        while (sOutcome.Find(cpUntil) == nullptr && ReadMore(sEnd, I_sSilence))
         {
-            uTaken += strMore.size();
-            TakeEvents(strLeft += strMore, Milliseconds(CLOCK::now() - sStart), sOutcome.vecEvents);
         }
         sOutcome.strFailure = sOutcome.Value(FAILED);
-        if (sOutcome.strFailure.empty() && sOutcome.Find(DONE) == nullptr)
-            sOutcome.strFailure = EndOf();
+        const bool bSaid = sOutcome.Find(DONE) != nullptr || sOutcome.Find(cpUntil) != nullptr;
+        if (sOutcome.strFailure.empty() && !bSaid) sOutcome.strFailure = End();
     } catch (const base::FAILURE &sError)
     {
         sOutcome.strFailure = sError.what();
     }
     return sOutcome;
+}
+
+OUTCOME RunChild(std::chrono::milliseconds I_sSilence, const WORK &I_fpWork)
+{
+    return CChild(I_fpWork).Wait(I_sSilence);
 }
 } // namespace check

@@ -43,19 +43,24 @@ class CChild
     CChild &operator=(const CChild &) = delete;
     ~CChild(); // ends the process and what it has started
 
-    // Until the work has ended, or has been silent for that time. Once.
-    OUTCOME Wait(std::chrono::milliseconds I_sSilence);
+    // Until the work has ended or was silent for that time, or until it has said that name.
+    const OUTCOME &Wait(std::chrono::milliseconds I_sSilence, const char *cpUntil = "");
 
   private:
     using CLOCK = std::chrono::steady_clock;
 
-    std::string AwaitMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence);
-    std::string EndOf();
+    bool ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence);
+    std::string End();
 
     pid_t iProcess = -1;
     base::CDescriptor sPipe;
     CLOCK::time_point sStart = CLOCK::now();
+    std::string strInput; // not yet a whole line
+    OUTCOME sOutcome;
 };
+
+// The outcome of work that is waited for at once.
+OUTCOME RunChild(std::chrono::milliseconds I_sSilence, const WORK &I_fpWork);
 } // namespace check
 
 #endif

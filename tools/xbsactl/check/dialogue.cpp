@@ -1,18 +1,17 @@
-#include "check/dialogue.h"
-
+// What a session of the library said to the server and heard from it, read from the library's trace.
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <array>
+#include <fstream>
 
-#include "check/advice.h"
-#include "check/ftp.h"
+#include "check/steps.h"
 
 namespace check
 {
 namespace
 {
-constexpr const char *END = "the object"; // what the closing reply answers
+constexpr const char *OBJECT = "the object"; // what the closing reply answers
+constexpr const char *SERVER_LOG = "read the server's log: it should have answered";
 
 // What follows the beginning; null when the text begins otherwise.
 const char *After(const std::string &I_strText, const std::string &I_strBegin)
@@ -24,12 +23,20 @@ const char *After(const std::string &I_strText, const std::string &I_strBegin)
 
 bool IsNegative(const std::string &I_strReply)
 {
-    return !I_strReply.empty() && (I_strReply[0] == '4' || I_strReply[0] == '5');
+    return After(I_strReply, "4") != nullptr || After(I_strReply, "5") != nullptr;
 }
 
-bool IsLoopback(const in_addr &I_sAddress)
+// What to open so that the server can connect back.
+std::string Firewall()
 {
-    return ntohl(I_sAddress.s_addr) >> 24 == 127;
+    std::ifstream sFile("/proc/sys/net/ipv4/ip_local_port_range");
+    std::string strFirst = "1024";
+    std::string strLast = "65535";
+    sFile >> strFirst >> strLast;
+    return Text("let the server open TCP connections to this host, ports ", strFirst, " to ",
+                strLast,
+                " (net.ipv4.ip_local_port_range), in every firewall between: helpers that would do "
+                "it by themselves (nf_conntrack_ftp) are off by default in current kernels");
 }
 
 bool IsPrivate(const in_addr &I_sAddress)
@@ -39,7 +46,7 @@ bool IsPrivate(const in_addr &I_sAddress)
            uAddress >> 22 == (0x64400000U >> 22); // the last is the carriers' own, 100.64.0.0/10
 }
 
-// "PORT 10,0,0,1,4,1"
+// Of "PORT 10,0,0,1,4,1"
 in_addr AnnouncedBy(const std::string &I_strCommand)
 {
     std::string strAddress = I_strCommand.substr(I_strCommand.find(' ') + 1);
@@ -50,209 +57,210 @@ in_addr AnnouncedBy(const std::string &I_strCommand)
     inet_pton(AF_INET, strAddress.c_str(), &sAddress);
     return sAddress;
 }
+
+// A command, and the lines that came back.
+struct EXCHANGE
+{
+    std::string strCommand; // as sent; "" for the greeting
+    std::vector<std::string> vecReplies;
+    long lBegin = 0; // milliseconds
+    long lEnd = 0;
+};
+
+class CDialogue
+{
+  public:
+    CDialogue(const CReport &I_sReport, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
+              bool I_bInformix)
+        : sReport(I_sReport), sServer(I_sServer.sin_addr), bInformix(I_bInformix), vecExchanges(1),
+          strFailure(I_sAlone.Value("error")), strEnd(I_sAlone.strFailure)
+    {
+        for (const EVENT &sEvent : I_sAlone.vecEvents)
+            if (sEvent.strName == "trace" && !Take(sEvent)) break;
+    }
+
+    // The library sends PASS whatever USER brought, so a login without password is not a fault.
+    FINDING Login()
+    {
+        const std::string strUser = Reply("USER");
+        const std::string strPass = Reply("PASS");
+        if (After(strUser, "2") != nullptr || After(strPass, "2") != nullptr)
+            return Ok(strPass.empty() ? strUser : strPass);
+        const std::string strReply = IsNegative(strUser) ? strUser : strPass;
+        if (strReply.empty()) return Silent(strUser.empty() ? "USER" : "PASS");
+        return Fail(strReply, Remedy("login: " + strReply, bInformix));
+    }
+
+    FINDING Type()
+    {
+        return Judge("TYPE", "2");
+    }
+
+    FINDING Folder()
+    {
+        return Judge("CWD", "2");
+    }
+
+    // The library announces the address of its control connection.
+    FINDING Port()
+    {
+        FINDING sFinding = Judge("PORT", "200");
+        const EXCHANGE *spPort = Find("PORT");
+        const bool bLoopback = ntohl(sServer.s_addr) >> 24 == 127;
+        if (sFinding.eStatus != STATUS::OK || bLoopback || IsPrivate(sServer)) return sFinding;
+        const in_addr sLocal = AnnouncedBy(spPort->strCommand);
+        if (!IsPrivate(sLocal)) return sFinding;
+        return Warn(sFinding.strFound,
+                    Text("a public server cannot reach the private address ", inet_ntoa(sLocal),
+                         ": avoid address translation on the way, or use a tunnel"));
+    }
+
+    FINDING Stor()
+    {
+        FINDING sFinding = Judge("STOR", "150");
+        if (After(Reply("STOR"), "425") != nullptr)
+            sFinding = Fail(sFinding.strFound + ": the server cannot connect back", Firewall());
+        return sFinding;
+    }
+
+    FINDING Data()
+    {
+        const EXCHANGE *spStor = Find("STOR");
+        const std::string strAddress = inet_ntoa(sServer);
+        if (bOpened) return Ok("the server connected from " + strAddress);
+        if (spStor == nullptr) return Silent("STOR");
+        if (IsNegative(spStor->vecReplies.back()))
+            return Fail(spStor->vecReplies.back() + ": the server cannot connect back", Firewall());
+        if (bForeign)
+            return Fail("connected from another address than " + strAddress,
+                        "let the server connect from the address that it is reached at: strict "
+                        "mode turns others away");
+        return Fail("the server's connection did not arrive", Firewall());
+    }
+
+    // The lines of a long opening reply come before the closing one, the reply to QUIT after it.
+    FINDING End()
+    {
+        const EXCHANGE *spEnd = Find(OBJECT);
+        if (spEnd == nullptr) return Silent(OBJECT);
+        const auto fpCloses = [](const std::string &strReply) {
+            return After(strReply, "226") != nullptr || IsNegative(strReply);
+        };
+        const std::vector<std::string> &vecReplies = spEnd->vecReplies;
+        const auto sClosing = std::find_if(vecReplies.begin(), vecReplies.end(), fpCloses);
+        std::string strReply = vecReplies.empty() ? strEnd : vecReplies[0];
+        if (sClosing != vecReplies.end()) strReply = *sClosing;
+        if (strReply.empty()) strReply = "the server closed the connection";
+        if (After(strReply, "226") != nullptr) return Ok(strReply);
+        return Fail("no 226, but: " + strReply, Remedy("no 226"));
+    }
+
+  private:
+    // Returns false at the end of the store.
+    bool Take(const EVENT &I_sLine)
+    {
+        const std::string &strLine = I_sLine.strValue;
+        for (const char *cpBegin : {"xbsa_open: Send command: ", "stpc_port: Send message: ",
+                                    "stpc_stor: Send message: "})
+            if (const char *cpCommand = After(strLine, cpBegin))
+                vecExchanges.push_back({base::Printable(cpCommand), {}, I_sLine.lMilliseconds, 0});
+        if (After(strLine, "BSAEndData: Start") != nullptr)
+            vecExchanges.push_back({OBJECT, {}, I_sLine.lMilliseconds, 0});
+        if (const char *cpReply = After(strLine, "LOGIN REPLY: "))
+        {
+            vecExchanges.back().vecReplies.push_back(sReport.Foreign(cpReply));
+            vecExchanges.back().lEnd = I_sLine.lMilliseconds;
+        }
+        if (After(strLine, "BSACreateObject: Return: 0") != nullptr) bOpened = true;
+        if (After(strLine, "stpc_stor: Data connection from another address") != nullptr)
+            bForeign = true;
+        return After(strLine, "BSAGetObject: Start") == nullptr;
+    }
+
+    const EXCHANGE *Find(const char *cpVerb) const
+    {
+        const auto sFound = std::find_if(vecExchanges.begin(), vecExchanges.end(),
+                                         [cpVerb](const EXCHANGE &sExchange) {
+                                             return After(sExchange.strCommand, cpVerb) != nullptr;
+                                         });
+        return sFound != vecExchanges.end() ? &*sFound : nullptr;
+    }
+
+    // The first line; empty for none, and when the connection ended instead.
+    std::string Reply(const char *cpVerb) const
+    {
+        const EXCHANGE *spExchange = Find(cpVerb);
+        return spExchange != nullptr && !spExchange->vecReplies.empty() ? spExchange->vecReplies[0]
+                                                                        : "";
+    }
+
+    // A server that ends the connection said why in it.
+    std::string LastReply() const
+    {
+        std::string strLast;
+        for (const EXCHANGE &sExchange : vecExchanges)
+            for (const std::string &strReply : sExchange.vecReplies)
+                if (!strReply.empty()) strLast = strReply;
+        return strLast;
+    }
+
+    FINDING Judge(const char *cpVerb, const char *cpWanted) const
+    {
+        const EXCHANGE *spExchange = Find(cpVerb);
+        const std::string strReply = Reply(cpVerb);
+        if (strReply.empty()) return Silent(cpVerb);
+        const std::string strFound = spExchange->strCommand + ": " + strReply;
+        FINDING sFinding =
+            After(strReply, cpWanted) != nullptr ? Ok(strFound) : Fail(strFound, Remedy(strFound));
+        sFinding.lMilliseconds = spExchange->lEnd - spExchange->lBegin;
+        return sFinding;
+    }
+
+    // A command without a reply, or one that was never sent.
+    FINDING Silent(const char *cpVerb) const
+    {
+        const bool bStor = After(cpVerb, "STOR") != nullptr;
+        if (!strEnd.empty())
+            return Fail(Text("no reply to ", cpVerb, ": ", strEnd),
+                        bStor ? Firewall() : SERVER_LOG);
+        if (Find(cpVerb) == nullptr &&
+            strFailure.empty()) // the utility may lower the trace's level
+            return NotTried("the library's trace does not show it");
+        if (Find(cpVerb) == nullptr) return Fail(strFailure, Remedy(strFailure));
+        const std::string strLast = LastReply();
+        const std::string strFound =
+            Text("no reply to ", cpVerb, ", the server closed the connection, after its reply \"",
+                 strLast, "\"");
+        if (IsNegative(strLast)) return Fail(strFound, Remedy(": " + strLast));
+        return Fail(strFound, Text(SERVER_LOG, bStor ? " (vsftpd: seccomp_sandbox=NO)" : ""));
+    }
+
+    const CReport &sReport;
+    in_addr sServer;
+    bool bInformix;
+    std::vector<EXCHANGE> vecExchanges;
+    bool bOpened = false;   // the data connection
+    bool bForeign = false;  // one from elsewhere was turned away
+    std::string strFailure; // the library's
+    std::string strEnd;     // of a session that was silent, or crashed
+};
+
+constexpr std::initializer_list<STEP<CDialogue>> STEPS = {
+    {"network.login", &CDialogue::Login}, {"network.type", &CDialogue::Type},
+    {"network.cwd", &CDialogue::Folder},  {"network.port", &CDialogue::Port},
+    {"network.stor", &CDialogue::Stor},   {"network.data", &CDialogue::Data},
+    {"network.end", &CDialogue::End}};
 } // namespace
 
-CDialogue::CDialogue(CReport &X_sReport, const OUTCOME &I_sSession)
-    : sReport(X_sReport), vecExchanges(1), strFailure(I_sSession.Value("error")),
-      strEnd(I_sSession.strFailure)
+bool ReportDialogue(CReport &X_sReport, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
+                    bool I_bInformix)
 {
-    for (const EVENT &sEvent : I_sSession.vecEvents)
-        if (sEvent.strName == "trace" && !Take(sEvent)) break;
+    CDialogue sDialogue(X_sReport, I_sAlone, I_sServer, I_bInformix);
+    return Climb<CDialogue>(X_sReport, sDialogue, STEPS);
 }
 
-// Returns false at the end of the store.
-bool CDialogue::Take(const EVENT &I_sLine)
+void SkipDialogue(CReport &X_sReport, const std::string &I_strWhy)
 {
-    const std::string &strLine = I_sLine.strValue;
-    for (const char *cpBegin :
-         {"xbsa_open: Send command: ", "stpc_port: Send message: ", "stpc_stor: Send message: "})
-        if (const char *cpCommand = After(strLine, cpBegin))
-            vecExchanges.push_back({base::Printable(cpCommand), {}, I_sLine.lMilliseconds, 0});
-    if (After(strLine, "BSAEndData: Start") != nullptr)
-        vecExchanges.push_back({END, {}, I_sLine.lMilliseconds, 0});
-    if (const char *cpReply = After(strLine, "LOGIN REPLY: "))
-    {
-        vecExchanges.back().vecReplies.push_back(sReport.Foreign(cpReply));
-        vecExchanges.back().lEnd = I_sLine.lMilliseconds;
-    }
-    if (After(strLine, "BSACreateObject: Return: 0") != nullptr) bOpened = true;
-    if (After(strLine, "stpc_stor: Data connection from another address") != nullptr)
-        bForeign = true;
-    TakeUtility(strLine);
-    return After(strLine, "BSAGetObject: Start") == nullptr;
-}
-
-// "[tape_server=HOST:PORT:USER:...]", "[savesetname=COPY@RESTORE]"
-void CDialogue::TakeUtility(const std::string &I_strLine)
-{
-    if (const char *cpServer = After(I_strLine, "parse_com_answer: Parsing line: [tape_server="))
-    {
-        strHost = cpServer;
-        strHost.resize(std::min(strHost.size(), strHost.find(':', strHost.find(':') + 1)));
-    }
-    if (const char *cpCopy = After(I_strLine, "parse_com_answer: Parsing line: [savesetname="))
-        strCopy = std::string(cpCopy).substr(0, std::string(cpCopy).find_first_of("@]"));
-}
-
-const EXCHANGE *CDialogue::Find(const char *cpVerb) const
-{
-    const auto sFound =
-        std::find_if(vecExchanges.begin(), vecExchanges.end(), [cpVerb](const EXCHANGE &sExchange) {
-            return After(sExchange.strCommand, cpVerb) != nullptr;
-        });
-    return sFound != vecExchanges.end() ? &*sFound : nullptr;
-}
-
-// The first reply; empty for none, and when the connection ended instead.
-std::string CDialogue::Reply(const char *cpVerb) const
-{
-    const EXCHANGE *spExchange = Find(cpVerb);
-    return spExchange != nullptr && !spExchange->vecReplies.empty() ? spExchange->vecReplies[0]
-                                                                    : "";
-}
-
-// A server that ends the connection said why in it.
-std::string CDialogue::LastReply() const
-{
-    std::string strLast;
-    for (const EXCHANGE &sExchange : vecExchanges)
-        for (const std::string &strReply : sExchange.vecReplies)
-            if (!strReply.empty()) strLast = strReply;
-    return strLast;
-}
-
-void CDialogue::NotTried(CReport &X_sReport, const std::string &I_strWhy)
-{
-    X_sReport.NotTried({"network.login", "network.type", "network.cwd", "network.port",
-                        "network.stor", "network.data", "network.end"},
-                       I_strWhy);
-}
-
-bool CDialogue::Report(const sockaddr_in &I_sServer, bool I_bInformix)
-{
-    sServer = I_sServer;
-    bInformix = I_bInformix;
-    return Climb<CDialogue>(sReport, *this,
-                            {{"network.login", &CDialogue::Login},
-                             {"network.type", &CDialogue::Type},
-                             {"network.cwd", &CDialogue::Folder},
-                             {"network.port", &CDialogue::Port},
-                             {"network.stor", &CDialogue::Stor},
-                             {"network.data", &CDialogue::Data},
-                             {"network.end", &CDialogue::End}});
-}
-
-// A command without a reply, or one that was never sent.
-FINDING CDialogue::Silent(const char *cpVerb) const
-{
-    const EXCHANGE *spExchange = Find(cpVerb);
-    if (spExchange == nullptr && strFailure.empty() && strEnd.empty())
-        return check::NotTried(
-            "the library's trace does not show it"); // the utility may set its level
-    if (spExchange == nullptr && strEnd.empty()) return Fail(strFailure, advice_For(strFailure));
-    const bool bStor = std::string(cpVerb) == "STOR";
-    if (!strEnd.empty())
-        return Fail(std::string("no reply to ") + cpVerb + ": " + strEnd,
-                    bStor ? advice_Firewall() : ADVICE_SERVER_LOG);
-    const std::string strLast = LastReply();
-    const std::string strLog = std::string(ADVICE_SERVER_LOG) + (bStor ? ADVICE_SANDBOX : "");
-    return Fail(std::string("no reply to ") + cpVerb + ", the server closed the connection" +
-                    (strLast.empty() ? "" : ", after its reply \"" + strLast + "\""),
-                IsNegative(strLast) ? advice_For("reply: " + strLast) : strLog);
-}
-
-FINDING CDialogue::Expect(const char *cpVerb, const char *cpWanted,
-                          const std::string &I_strNext) const
-{
-    const EXCHANGE *spExchange = Find(cpVerb);
-    const std::string strReply = Reply(cpVerb);
-    if (strReply.empty()) return Silent(cpVerb);
-    const std::string strFound = spExchange->strCommand + ": " + strReply;
-    FINDING sFinding =
-        After(strReply, cpWanted) != nullptr ? Ok(strFound) : Fail(strFound, I_strNext);
-    sFinding.lMilliseconds = spExchange->lEnd - spExchange->lBegin;
-    return sFinding;
-}
-
-// The library sends PASS whatever USER brought, so a login without password is not a fault.
-FINDING CDialogue::Login()
-{
-    const std::string strUser = Reply("USER");
-    const std::string strPass = Reply("PASS");
-    if (After(strUser, "2") != nullptr || After(strPass, "2") != nullptr)
-        return Ok(strPass.empty() ? strUser : strPass);
-    const std::string strReply = IsNegative(strUser) ? strUser : strPass;
-    if (strReply.empty()) return Silent(strUser.empty() ? "USER" : "PASS");
-    return Fail(strReply, advice_Login(strReply, bInformix));
-}
-
-FINDING CDialogue::Type()
-{
-    return Expect("TYPE", "2", "the server must allow binary transfers");
-}
-
-FINDING CDialogue::Folder()
-{
-    return Expect("CWD", "2", ADVICE_CWD);
-}
-
-// The library announces the address of its control connection.
-FINDING CDialogue::Port()
-{
-    FINDING sFinding = Expect("PORT", "200", ADVICE_PORT);
-    if (sFinding.eStatus != STATUS::OK) return sFinding;
-    const in_addr sLocal = AnnouncedBy(Find("PORT")->strCommand);
-    if (IsLoopback(sServer.sin_addr) || !IsPrivate(sLocal) || IsPrivate(sServer.sin_addr))
-        return sFinding;
-    return Warn(sFinding.strFound, "a public server cannot reach the private address " +
-                                       AddressText(sLocal) +
-                                       ": avoid address translation on the way, or use a tunnel");
-}
-
-FINDING CDialogue::Stor()
-{
-    const std::string strReply = Reply("STOR");
-    if (After(strReply, "425") != nullptr)
-        return Fail("STOR: " + strReply + ": the server cannot connect back", advice_Firewall());
-    return Expect("STOR", "150", After(strReply, "1") != nullptr ? ADVICE_125 : ADVICE_WRITE);
-}
-
-FINDING CDialogue::Data()
-{
-    const EXCHANGE *spStor = Find("STOR");
-    const std::string strAddress = AddressText(sServer.sin_addr);
-    if (spStor == nullptr) return Silent("STOR");
-    if (bOpened) return Ok("the server connected from " + strAddress);
-    if (IsNegative(spStor->vecReplies.back()))
-        return Fail(spStor->vecReplies.back() + ": the server cannot connect back",
-                    advice_Firewall());
-    if (bForeign)
-        return Fail("connected from another address than " + strAddress,
-                    "let the server connect from the address that it is reached at: strict mode "
-                    "turns others away");
-    return Fail("the server's connection did not arrive", advice_Firewall());
-}
-
-// The lines of a long opening reply come before it, the reply to QUIT after it.
-FINDING CDialogue::End()
-{
-    const EXCHANGE *spEnd = Find(END);
-    if (spEnd == nullptr) return Silent(END);
-    const std::vector<std::string> &vecReplies = spEnd->vecReplies;
-    const auto sClosing =
-        std::find_if(vecReplies.begin(), vecReplies.end(), [](const std::string &strReply) {
-            return After(strReply, "226") != nullptr || IsNegative(strReply);
-        });
-    const auto sShown = sClosing != vecReplies.end() ? sClosing : vecReplies.begin();
-    const bool bNone = sShown == vecReplies.end() || sShown->empty();
-    if (!bNone && After(*sShown, "226") != nullptr) return Ok(*sShown);
-    if (!bNone) return Fail("no 226, but: " + *sShown, ADVICE_END);
-    return Fail("no 226: " + (strEnd.empty() ? "the server closed the connection" : strEnd),
-                ADVICE_END);
-}
-
-bool CDialogue::LeftObject() const
-{
-    return Find("STOR") != nullptr && !IsNegative(Reply("STOR"));
+    for (const STEP<CDialogue> &sStep : STEPS) X_sReport.NotTried({sStep.cpName}, I_strWhy);
 }
 } // namespace check

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
-#include "check/child.h"
 #include "check/steps.h"
 #include "library/library.h"
 
@@ -20,24 +20,13 @@ constexpr std::chrono::seconds LOADING{15};
 constexpr const char *INSTALL = "install the library, or name it with --library PATH";
 
 // The calls of the interface.
-constexpr std::array<const char *, 16> CALLS = {"BSAInit",
-                                                "BSATerminate",
-                                                "BSABeginTxn",
-                                                "BSAEndTxn",
-                                                "BSACreateObject",
-                                                "BSASendData",
-                                                "BSAEndData",
-                                                "BSAGetObject",
-                                                "BSAGetData",
-                                                "BSAQueryObject",
-                                                "BSAGetNextQueryObject",
-                                                "BSAGetLastError",
-                                                "BSAQueryApiVersion",
-                                                "BSAQueryServiceProvider",
-                                                "BSADeleteObject",
-                                                "BSAGetEnvironment"};
-// This library's own: the tool needs them.
-constexpr std::array<const char *, 2> OWN_CALLS = {"BSASetTrace", "find_com_intf"};
+constexpr const char *CALLS =
+    "BSAInit BSATerminate BSABeginTxn BSAEndTxn BSACreateObject BSASendData BSAEndData "
+    "BSAGetObject "
+    "BSAGetData BSAQueryObject BSAGetNextQueryObject BSAGetLastError BSAQueryApiVersion "
+    "BSAQueryServiceProvider BSADeleteObject BSAGetEnvironment";
+constexpr const char *OWN_CALLS =
+    " BSASetTrace find_com_intf"; // this library's: the tool needs them
 
 struct ELF_KIND
 {
@@ -125,9 +114,7 @@ void Ask(void *vpLibrary, const SAY &I_fpSay)
     if (fpVersion(&sVersion) != 0 ||
         fpProvider(&uiSize, szDelimiter.data(), szProvider.data()) != 0)
         throw base::FAILURE("the library does not show its version");
-    const std::string strVersion = std::to_string(sVersion.issue) + "." +
-                                   std::to_string(sVersion.version) + "." +
-                                   std::to_string(sVersion.level);
+    const std::string strVersion = Text(sVersion.issue, '.', sVersion.version, '.', sVersion.level);
     I_fpSay("version", "interface " + strVersion + ", provider " + szProvider.data());
     I_fpSay("row", RowFor(strVersion, szProvider.data(), szDelimiter[0]));
 }
@@ -136,11 +123,9 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 {
     void *vpLibrary = Open(I_strPath);
     std::string strMissing;
-    const auto fpLook = [&](const char *cpCall) {
-        if (dlsym(vpLibrary, cpCall) == nullptr) strMissing += std::string(" ") + cpCall;
-    };
-    std::for_each(CALLS.begin(), CALLS.end(), fpLook);
-    std::for_each(OWN_CALLS.begin(), OWN_CALLS.end(), fpLook);
+    std::istringstream sCalls(std::string(CALLS) + OWN_CALLS);
+    for (std::string strCall; sCalls >> strCall;)
+        if (dlsym(vpLibrary, strCall.c_str()) == nullptr) strMissing += " " + strCall;
     I_fpSay("missing", strMissing);
     if (strMissing.empty()) Ask(vpLibrary, I_fpSay);
 }
@@ -169,7 +154,7 @@ class CInspection
         if (strPath.find('/') == std::string::npos)
         {
             const OUTCOME sFound =
-                CChild([this](const SAY &I_fpSay) { Locate(strPath, I_fpSay); }).Wait(LOADING);
+                RunChild(LOADING, [this](const SAY &I_fpSay) { Locate(strPath, I_fpSay); });
             if (!sFound.strFailure.empty()) return Fail(sFound.strFailure, INSTALL);
             strPath = sFound.Value("path");
         }
@@ -195,7 +180,7 @@ class CInspection
 
     FINDING Load()
     {
-        sAnswer = CChild([this](const SAY &I_fpSay) { Inspect(strPath, I_fpSay); }).Wait(LOADING);
+        sAnswer = RunChild(LOADING, [this](const SAY &I_fpSay) { Inspect(strPath, I_fpSay); });
         if (sAnswer.strFailure.empty()) return Ok("loaded");
         return Fail(sAnswer.strFailure, "install the library again; ldd shows what it needs");
     }
@@ -203,7 +188,7 @@ class CInspection
     FINDING Calls()
     {
         const std::string strMissing = sAnswer.Value("missing");
-        if (strMissing.empty()) return Ok("all " + std::to_string(CALLS.size()) + " are there");
+        if (strMissing.empty()) return Ok("all 16 are there");
         return Fail("missing:" + strMissing,
                     "this is not a library for backups, or another one: install Korva's");
     }

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "base/json.h"
+#include "check/advice.h"
 
 namespace check
 {
@@ -42,6 +43,12 @@ long Between(std::chrono::steady_clock::time_point I_sFrom,
         std::chrono::duration_cast<std::chrono::milliseconds>(I_sTo - I_sFrom).count());
 }
 } // namespace
+
+std::string Remedy(const std::string &I_strText, bool I_bInformix)
+{
+    if (I_strText.find("530") != std::string::npos) return advice_Login(I_strText, I_bInformix);
+    return advice_For(I_strText);
+}
 
 FINDING Ok(const std::string &I_strFound)
 {
@@ -102,9 +109,8 @@ int CReport::Count(STATUS I_eStatus) const
 
 std::string CReport::Counts() const
 {
-    return std::to_string(Count(STATUS::OK)) + " ok, " + std::to_string(Count(STATUS::WARN)) +
-           " warn, " + std::to_string(Count(STATUS::FAIL)) + " FAIL, " +
-           std::to_string(Count(STATUS::NOT_TRIED)) + " not tried";
+    return Text(Count(STATUS::OK), " ok, ", Count(STATUS::WARN), " warn, ", Count(STATUS::FAIL),
+                " FAIL, ", Count(STATUS::NOT_TRIED), " not tried");
 }
 
 // docs/check.md describes it: fields may be added, none may change.

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,17 @@ struct FINDING
     long lMilliseconds = -1; // that the step took; -1: since the last finding
     std::string strStep;     // "network.login"; by CReport::Add
 };
+
+// The parts in one text.
+template <typename... PARTS> std::string Text(const PARTS &...I_tParts)
+{
+    std::ostringstream sText;
+    (sText << ... << I_tParts);
+    return sText.str();
+}
+
+// What to do about a message of the library, or a reply: "CWD /db: 550 No such folder".
+std::string Remedy(const std::string &I_strText, bool I_bInformix = false);
 
 FINDING Ok(const std::string &I_strFound);
 FINDING Warn(const std::string &I_strFound, const std::string &I_strNext);

@@ -1,4 +1,4 @@
-// The groups of steps that speak to no server themselves.
+// The groups of steps, in the order of a check.
 #ifndef XBSACTL_CHECK_STEPS_H
 #define XBSACTL_CHECK_STEPS_H
 
@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "check/child.h"
 #include "check/report.h"
 
 namespace check
@@ -38,11 +39,43 @@ base::CONNECTION WithTrace(base::CONNECTION I_sConnection);
 bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bVariables,
                   std::chrono::milliseconds I_sBound);
 
-// What the check has left on the server: deletes the objects of plain mode on a connection of its
-// own; names the copies of Informix sessions, which no client can remove.
-void CleanUp(CReport &X_sReport, const base::CONNECTION &I_sConnection,
-             const sockaddr_in &I_sServer, std::chrono::milliseconds I_sBound,
-             const std::vector<std::string> &I_vecLeft);
+struct SERVER
+{
+    sockaddr_in sAddress{};
+    bool bUsable = false; // a session can be tried
+};
+
+// What only a direct look shows: both ways of the name look-up, and every line of the greeting, of
+// which the library reads the first. I_strHost: HOST[:PORT]
+SERVER LookAt(CReport &X_sReport, const std::string &I_strHost, std::chrono::milliseconds I_sBound);
+
+struct SESSIONS
+{
+    base::CONNECTION sConnection;
+    std::string strName;                // begins the name of each object
+    std::chrono::milliseconds sSilence; // the longest wait
+    std::vector<std::string> vecLeft;   // on the server, perhaps: names, or Informix copy ids
+};
+
+// An object there and back through the library. Its trace comes as events of the name "trace".
+OUTCOME RunAlone(SESSIONS &X_sSessions);
+
+// HOST:PORT that the utility named in that session; empty for none.
+std::string ServerIn(const OUTCOME &I_sAlone);
+
+// The steps network.login to network.end: what that session said to the server and heard from it.
+// Returns whether none failed.
+bool ReportDialogue(CReport &X_sReport, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
+                    bool I_bInformix);
+void SkipDialogue(CReport &X_sReport, const std::string &I_strWhy);
+
+// What the library made of it; when all is well, two sessions at once as well.
+void ReportSessions(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone);
+void SkipSessions(CReport &X_sReport, const std::string &I_strWhy);
+
+// Deletes what plain mode has left on the server, on a connection of its own; names the copies of
+// Informix sessions, which no client can remove.
+void CleanUp(CReport &X_sReport, const SESSIONS &I_sSessions, const sockaddr_in &I_sServer);
 } // namespace check
 
 #endif

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "check/child.h"
 #include "check/steps.h"
 #include "library/library.h"
 #include "xbsa_session.h"
@@ -127,7 +126,7 @@ class CUtility
     {
         if (!bVariables) return NotTried("variables are missing or too long");
         const OUTCOME sOutcome =
-            CChild([this](const SAY &I_fpSay) { Query(sConnection, I_fpSay); }).Wait(sBound);
+            RunChild(sBound, [this](const SAY &I_fpSay) { Query(sConnection, I_fpSay); });
         const std::string strText = AnswerIn(sOutcome);
         const std::string strReply = ValueIn(strText, "reply");
         if (sOutcome.strFailure.empty()) return Ok("answers reply=" + strReply);
