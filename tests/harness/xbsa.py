@@ -1,4 +1,5 @@
 """Drives the built library as a database's backup tool would: one process for each scenario."""
+import collections
 import contextlib
 import ctypes as c
 import hashlib
@@ -24,6 +25,12 @@ DEADLINE = 150  # seconds after which a scenario counts as hung
 TraceSink = c.CFUNCTYPE(None, c.c_char_p)
 TYPES = {"i": c.c_int, "I": c.c_uint, "H": c.c_ushort, "B": c.c_ubyte, "l": c.c_long,
          "L": c.c_ulong, "d": c.c_double, "p": c.c_void_p, "f": TraceSink}
+
+
+def rows(columns, *cells):
+    """A table whose cells have the names of the columns."""
+    row = collections.namedtuple("row", columns)
+    return [row(*cell) for cell in cells]
 
 
 def field_type(code):

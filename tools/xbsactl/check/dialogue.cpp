@@ -2,7 +2,6 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <fstream>
 
 #include "check/steps.h"
 
@@ -11,7 +10,6 @@ namespace check
 namespace
 {
 constexpr const char *OBJECT = "the object"; // what the closing reply answers
-constexpr const char *SERVER_LOG = "read the server's log: it should have answered";
 
 // What follows the beginning; null when the text begins otherwise.
 const char *After(const std::string &I_strText, const std::string &I_strBegin)
@@ -24,19 +22,6 @@ const char *After(const std::string &I_strText, const std::string &I_strBegin)
 bool IsNegative(const std::string &I_strReply)
 {
     return After(I_strReply, "4") != nullptr || After(I_strReply, "5") != nullptr;
-}
-
-// What to open so that the server can connect back.
-std::string Firewall()
-{
-    std::ifstream sFile("/proc/sys/net/ipv4/ip_local_port_range");
-    std::string strFirst = "1024";
-    std::string strLast = "65535";
-    sFile >> strFirst >> strLast;
-    return Text("let the server open TCP connections to this host, ports ", strFirst, " to ",
-                strLast,
-                " (net.ipv4.ip_local_port_range), in every firewall between: helpers that would do "
-                "it by themselves (nf_conntrack_ftp) are off by default in current kernels");
 }
 
 bool IsPrivate(const in_addr &I_sAddress)
@@ -88,7 +73,7 @@ class CDialogue
             return Ok(strPass.empty() ? strUser : strPass);
         const std::string strReply = IsNegative(strUser) ? strUser : strPass;
         if (strReply.empty()) return Silent(strUser.empty() ? "USER" : "PASS");
-        return Fail(strReply, Remedy("login: " + strReply, bInformix));
+        return Fail(strReply, Remedy(": " + strReply, bInformix));
     }
 
     FINDING Type()
@@ -119,7 +104,7 @@ class CDialogue
     {
         FINDING sFinding = Judge("STOR", "150");
         if (After(Reply("STOR"), "425") != nullptr)
-            sFinding = Fail(sFinding.strFound + ": the server cannot connect back", Firewall());
+            sFinding = Fail(sFinding.strFound + ": the server cannot connect back", Remedy("425"));
         return sFinding;
     }
 
@@ -130,12 +115,13 @@ class CDialogue
         if (bOpened) return Ok("the server connected from " + strAddress);
         if (spStor == nullptr) return Silent("STOR");
         if (IsNegative(spStor->vecReplies.back()))
-            return Fail(spStor->vecReplies.back() + ": the server cannot connect back", Firewall());
+            return Fail(spStor->vecReplies.back() + ": the server cannot connect back",
+                        Remedy("425"));
         if (bForeign)
             return Fail("connected from another address than " + strAddress,
                         "let the server connect from the address that it is reached at: strict "
                         "mode turns others away");
-        return Fail("the server's connection did not arrive", Firewall());
+        return Fail("the server's connection did not arrive", Remedy("425"));
     }
 
     // The lines of a long opening reply come before the closing one, the reply to QUIT after it.
@@ -219,10 +205,9 @@ class CDialogue
     // A command without a reply, or one that was never sent.
     FINDING Silent(const char *cpVerb) const
     {
-        const bool bStor = After(cpVerb, "STOR") != nullptr;
         if (!strEnd.empty())
             return Fail(Text("no reply to ", cpVerb, ": ", strEnd),
-                        bStor ? Firewall() : SERVER_LOG);
+                        Remedy(After(cpVerb, "STOR") != nullptr ? "425" : strEnd));
         if (Find(cpVerb) == nullptr &&
             strFailure.empty()) // the utility may lower the trace's level
             return NotTried("the library's trace does not show it");
@@ -231,8 +216,7 @@ class CDialogue
         const std::string strFound =
             Text("no reply to ", cpVerb, ", the server closed the connection, after its reply \"",
                  strLast, "\"");
-        if (IsNegative(strLast)) return Fail(strFound, Remedy(": " + strLast));
-        return Fail(strFound, Text(SERVER_LOG, bStor ? " (vsftpd: seccomp_sandbox=NO)" : ""));
+        return Fail(strFound, Remedy(IsNegative(strLast) ? ": " + strLast : strFound));
     }
 
     const CReport &sReport;

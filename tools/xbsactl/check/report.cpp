@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "base/json.h"
-#include "check/advice.h"
+#include "explain/explain.h"
 
 namespace check
 {
@@ -46,8 +46,9 @@ long Between(std::chrono::steady_clock::time_point I_sFrom,
 
 std::string Remedy(const std::string &I_strText, bool I_bInformix)
 {
-    if (I_strText.find("530") != std::string::npos) return advice_Login(I_strText, I_bInformix);
-    return advice_For(I_strText);
+    const std::string strHint =
+        explain::Hint(I_strText, I_bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN);
+    return strHint.empty() ? "look at the steps of the library: --trace 2 shows them" : strHint;
 }
 
 FINDING Ok(const std::string &I_strFound)

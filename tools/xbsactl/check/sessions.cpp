@@ -201,11 +201,13 @@ FINDING Pair(const CReport &I_sReport, SESSIONS &X_sSessions)
     return sFinding.eStatus == STATUS::OK ? JudgePair(I_sReport, sSecond) : sFinding;
 }
 
-FINDING Trip(const CReport &I_sReport, const OUTCOME &I_sAlone, const char *cpEvent)
+FINDING Trip(const CReport &I_sReport, const OUTCOME &I_sAlone, const char *cpEvent,
+             bool I_bInformix)
 {
     const EVENT *spEvent = I_sAlone.Find(cpEvent);
     const std::string strFailure = FailureOf(I_sAlone);
-    if (spEvent == nullptr) return Fail(I_sReport.Foreign(strFailure), Remedy(strFailure));
+    if (spEvent == nullptr)
+        return Fail(I_sReport.Foreign(strFailure), Remedy(strFailure, I_bInformix));
     FINDING sFinding = Ok(Text(SIZE, " bytes in ", spEvent->strValue, " ms"));
     sFinding.lMilliseconds = std::stol(spEvent->strValue);
     return sFinding;
@@ -238,9 +240,10 @@ std::string ServerIn(const OUTCOME &I_sAlone)
 
 void ReportSessions(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone)
 {
-    if (!X_sReport.Add(STORE_STEP, Trip(X_sReport, I_sAlone, "stored")))
+    const bool bInformix = X_sSessions.sConnection.bInformix;
+    if (!X_sReport.Add(STORE_STEP, Trip(X_sReport, I_sAlone, "stored", bInformix)))
         return X_sReport.NotTried({RESTORE_STEP, COMPARE_STEP, PAIR_STEP}, "nothing is stored");
-    if (!X_sReport.Add(RESTORE_STEP, Trip(X_sReport, I_sAlone, "restored")))
+    if (!X_sReport.Add(RESTORE_STEP, Trip(X_sReport, I_sAlone, "restored", bInformix)))
         return X_sReport.NotTried({COMPARE_STEP, PAIR_STEP}, "nothing came back");
     if (X_sReport.Add(COMPARE_STEP, Compared(I_sAlone.Value("difference"))))
         X_sReport.Add(PAIR_STEP, Pair(X_sReport, X_sSessions));

@@ -3,41 +3,54 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 
 #include "base/base.h"
-#include "explain/match.h"
+#include "explain/table.h"
 
+namespace explain
+{
 namespace
 {
 constexpr size_t LINE_WIDTH = 78;
-constexpr size_t TEXT_WIDTH = 48; // of the table's first column
+constexpr size_t TEXT_WIDTH = 48; // of the short list's first column
 
 struct SECTION
 {
-    ROW eKind;
+    KIND eKind;
     const char *cpTitle;
 };
 
 constexpr SECTION SECTIONS[] = {
-    {ROW::RETURN_CODE, "Return codes"},
-    {ROW::DATABASE, "Failed calls, as the database tells them"},
-    {ROW::EXIT_CODE, "Exit codes of xbsactl"},
-    {ROW::SERVER, "Replies of the server"},
-    {ROW::UTILITY, "Answers of the COM utility"},
-    {ROW::REASON, "Reasons that the system gives"},
-    {ROW::MESSAGE, "Messages of the library"},
-    {ROW::HARMLESS, "Lines that look worse than they are"},
+    {KIND::RETURN_CODE, "Return codes"},
+    {KIND::DATABASE, "Failed calls, as the database reports them"},
+    {KIND::EXIT_CODE, "Exit codes of xbsactl"},
+    {KIND::SERVER, "Replies of the server"},
+    {KIND::UTILITY, "Answers of the COM utility"},
+    {KIND::REASON, "Reasons that the system gives"},
+    {KIND::MESSAGE, "Messages of the library"},
+    {KIND::HARMLESS, "Lines that look worse than they are"},
 };
 
-std::string CodeText(const CATALOGUE_ROW &I_sRow)
+// The remedy; I_strPorts takes its place in it.
+std::string Remedy(const ROW &I_sRow, const std::string &I_strPorts)
 {
-    if (I_sRow.eKind != ROW::RETURN_CODE || I_sRow.iCode == NO_CODE) return "";
-    std::ostringstream sText;
-    sText << I_sRow.iCode << ", 0x" << std::hex << I_sRow.iCode;
-    return sText.str();
+    static const std::string strPlace = "{ports}";
+    std::string strRemedy = I_sRow.cpRemedy;
+    const size_t uPlace = strRemedy.find(strPlace);
+    if (uPlace != std::string::npos) strRemedy.replace(uPlace, strPlace.size(), I_strPorts);
+    return strRemedy;
+}
+
+// What a firewall must let in: ": 32768 to 60999" on most machines.
+std::string LocalPorts()
+{
+    std::ifstream sFile("/proc/sys/net/ipv4/ip_local_port_range");
+    std::string strFirst;
+    std::string strLast;
+    return sFile >> strFirst >> strLast ? ": " + strFirst + " to " + strLast : "";
 }
 
 // Breaks the text between words; the lines after the first are indented as the label is wide.
@@ -47,74 +60,57 @@ void PrintWrapped(const std::string &I_strLabel, const std::string &I_strText)
     std::string strLine = I_strLabel;
     for (std::string strWord; sWords >> strWord;)
     {
-        const bool bFirst = strLine.size() == I_strLabel.size();
-        if (!bFirst && strLine.size() + 1 + strWord.size() > LINE_WIDTH)
+        if (strLine.size() + strWord.size() > LINE_WIDTH && strLine.size() > I_strLabel.size())
         {
             std::cout << strLine << '\n';
-            strLine = std::string(I_strLabel.size(), ' ') + strWord;
-            continue;
+            strLine = std::string(I_strLabel.size(), ' ');
         }
-        strLine += (bFirst ? "" : " ") + strWord;
+        else if (strLine.size() > I_strLabel.size()) strLine += ' ';
+        strLine += strWord;
     }
-    std::cout << strLine << '\n';
-}
-
-void PrintRow(const CATALOGUE_ROW &I_sRow)
-{
-    const std::string strCode = CodeText(I_sRow);
-    for (const std::string &strText : catalogue_Texts(I_sRow)) std::cout << strText << '\n';
-    if (!strCode.empty()) PrintWrapped("  code:   ", strCode);
-    PrintWrapped("  means:  ", I_sRow.cpSeen);
-    PrintWrapped("  cause:  ", I_sRow.cpCause);
-    PrintWrapped("  action: ", I_sRow.cpAction);
+    if (!I_strText.empty()) std::cout << strLine << '\n';
 }
 
 void PrintRows(const ROWS &I_vecRows)
 {
-    bool bFirst = true;
-    for (const CATALOGUE_ROW *spRow : I_vecRows)
+    for (const ROW *spRow : I_vecRows)
     {
-        if (!bFirst) std::cout << '\n';
-        PrintRow(*spRow);
-        bFirst = false;
+        if (spRow != I_vecRows.front()) std::cout << '\n';
+        for (const std::string &strText : Texts(*spRow)) std::cout << strText << '\n';
+        PrintWrapped("  means:  ", spRow->cpMeaning);
+        PrintWrapped("  cause:  ", spRow->cpCause);
+        PrintWrapped("  remedy: ", Remedy(*spRow, LocalPorts()));
     }
 }
 
-void PrintTableRow(const CATALOGUE_ROW &I_sRow)
-{
-    std::string strText = catalogue_Texts(I_sRow).front();
-    const std::string strCode = CodeText(I_sRow);
-    if (!strCode.empty()) strText += " (" + strCode + ")";
-    if (strText.size() >= TEXT_WIDTH) strText = strText.substr(0, TEXT_WIDTH - 4) + "...";
-    strText.resize(TEXT_WIDTH, ' ');
-    std::cout << strText << I_sRow.cpSeen << '\n';
-}
-
-void PrintTable()
+template <typename PRINT_ROW>
+void PrintSections(const char *cpMark, const char *cpHead, PRINT_ROW I_fpPrint)
 {
     for (const SECTION &sSection : SECTIONS)
     {
-        if (&sSection != std::begin(SECTIONS)) std::cout << '\n';
-        std::cout << "== " << sSection.cpTitle << '\n';
-        for (const CATALOGUE_ROW &sRow : catalogue_Rows())
-        {
-            if (sRow.eKind == sSection.eKind) PrintTableRow(sRow);
-        }
+        std::cout << cpMark << sSection.cpTitle << '\n' << cpHead;
+        for (const ROW &sRow : Rows())
+            if (sRow.eKind == sSection.eKind) I_fpPrint(sRow);
     }
-    std::cout << "\nCause and remedy: xbsactl explain CODE, or (part of) a message or log line\n";
 }
 
-void PrintMarkdownRow(const CATALOGUE_ROW &I_sRow)
+void PrintShort(const ROW &I_sRow)
 {
-    const std::string strCode = CodeText(I_sRow);
-    const char *cpBreak = "| ";
-    for (const std::string &strText : catalogue_Texts(I_sRow))
+    std::string strText = Texts(I_sRow).front();
+    if (strText.size() >= TEXT_WIDTH) strText = strText.substr(0, TEXT_WIDTH - 4) + "...";
+    strText.resize(TEXT_WIDTH, ' ');
+    std::cout << strText << I_sRow.cpMeaning << '\n';
+}
+
+void PrintMarkdownRow(const ROW &I_sRow)
+{
+    const char *cpBreak = "| `";
+    for (const std::string &strText : Texts(I_sRow))
     {
-        std::cout << cpBreak << '`' << strText << '`';
-        if (!strCode.empty() && cpBreak[0] == '|') std::cout << " (" << strCode << ')';
-        cpBreak = "<br>";
+        std::cout << cpBreak << strText << '`';
+        cpBreak = "<br>`";
     }
-    std::cout << " | " << I_sRow.cpSeen << " | " << I_sRow.cpCause << " | " << I_sRow.cpAction
+    std::cout << " | " << I_sRow.cpMeaning << " | " << I_sRow.cpCause << " | " << Remedy(I_sRow, "")
               << " |\n";
 }
 
@@ -124,39 +120,23 @@ void PrintMarkdown()
                  "Made by `xbsactl explain --markdown`; `xbsactl explain TEXT` finds a row from a "
                  "number, part\nof a message, or a whole line of a log. `...` stands for what "
                  "differs from case to case.\n";
-    for (const SECTION &sSection : SECTIONS)
-    {
-        std::cout << "\n## " << sSection.cpTitle
-                  << "\n\n| text | what it means | usual cause | what to do |\n|---|---|---|---|\n";
-        for (const CATALOGUE_ROW &sRow : catalogue_Rows())
-        {
-            if (sRow.eKind == sSection.eKind) PrintMarkdownRow(sRow);
-        }
-    }
-}
-
-std::string Joined(const std::vector<std::string> &I_vecTexts)
-{
-    std::string strAll;
-    for (const std::string &strText : I_vecTexts) strAll += (strAll.empty() ? "" : " ") + strText;
-    return strAll;
-}
-
-bool HasWord(const std::string &I_strText)
-{
-    return std::any_of(I_strText.begin(), I_strText.end(),
-                       [](unsigned char cChar) { return std::isalnum(cChar) != 0; });
+    PrintSections("\n## ",
+                  "\n| text | what it means | usual cause | what to do |\n|---|---|---|---|\n",
+                  PrintMarkdownRow);
 }
 
 void Explain(const std::string &I_strText)
 {
-    if (!HasWord(I_strText)) throw base::USAGE_ERROR("explain: there is no word in the text");
-    ROWS vecRows = match_Number(I_strText);
-    if (vecRows.empty()) vecRows = match_Line(I_strText);
-    if (vecRows.empty()) vecRows = match_Part(I_strText);
+    if (std::none_of(I_strText.begin(), I_strText.end(),
+                     [](unsigned char cChar) { return std::isalnum(cChar) != 0; }))
+        throw base::USAGE_ERROR("explain: there is no word in the text");
+    ROWS vecRows = FindNumber(I_strText);
+    const ROW *spLine = FindLine(I_strText);
+    if (vecRows.empty() && spLine != nullptr) vecRows.push_back(spLine);
+    if (vecRows.empty()) vecRows = FindWords(I_strText, false);
     if (vecRows.empty())
     {
-        vecRows = match_Words(I_strText);
+        vecRows = FindWords(I_strText, true);
         if (vecRows.empty())
             throw base::FAILURE("nothing is known about \"" + base::Printable(I_strText) +
                                 "\"; try fewer words, a number, or no text for the whole list");
@@ -165,29 +145,36 @@ void Explain(const std::string &I_strText)
     PrintRows(vecRows);
 }
 
-bool IsFailure(const CATALOGUE_ROW &I_sRow)
+// Null for a line that reports no failure.
+const ROW *FindFailure(const std::string &I_strLine, MODE I_eMode)
 {
-    const bool bNormal =
-        I_sRow.eKind == ROW::RETURN_CODE && (I_sRow.iCode == 0 || I_sRow.iCode == 18);
-    return I_sRow.eKind != ROW::HARMLESS && !bNormal;
+    const ROW *spRow = FindLine((I_eMode == MODE::INFORMIX ? "Informix mode: " : "") + I_strLine);
+    const bool bNothing = spRow != nullptr && std::string(spRow->cpRemedy).rfind("nothing", 0) == 0;
+    return bNothing ? nullptr : spRow;
 }
 } // namespace
 
-void explain::Run(const explain::OPTIONS &I_sOptions)
+void Run(const OPTIONS &I_sOptions)
 {
-    const std::string strText = Joined(I_sOptions.vecTexts);
-    if (I_sOptions.bMarkdown && !I_sOptions.vecTexts.empty())
+    std::string strText;
+    for (const std::string &strWord : I_sOptions.vecTexts) strText += strWord + " ";
+    if (I_sOptions.bMarkdown && !strText.empty())
         throw base::USAGE_ERROR("explain: --markdown prints all, leave the text out");
-    if (I_sOptions.bMarkdown) PrintMarkdown();
-    else if (I_sOptions.vecTexts.empty()) PrintTable();
-    else Explain(strText);
+    if (!strText.empty()) return Explain(strText.substr(0, strText.size() - 1));
+    if (I_sOptions.bMarkdown) return PrintMarkdown();
+    PrintSections("== ", "", PrintShort);
+    std::cout << "\nCause and remedy: xbsactl explain CODE, or (part of) a message or log line\n";
 }
 
-std::string explain_Hint(const std::string &I_strLine)
+std::string Meaning(const std::string &I_strLine, MODE I_eMode)
 {
-    const ROWS vecRows = match_Line(I_strLine);
-    if (vecRows.empty() || !IsFailure(*vecRows.front())) return "";
-    const CATALOGUE_ROW &sRow = *vecRows.front();
-    const std::string strAction = sRow.cpAction;
-    return std::string(sRow.cpSeen) + (strAction == "-" ? "" : " " + strAction);
+    const ROW *spRow = FindFailure(I_strLine, I_eMode);
+    return spRow != nullptr ? spRow->cpMeaning : "";
 }
+
+std::string Hint(const std::string &I_strLine, MODE I_eMode)
+{
+    const ROW *spRow = FindFailure(I_strLine, I_eMode);
+    return spRow != nullptr ? Remedy(*spRow, LocalPorts()) : "";
+}
+} // namespace explain

@@ -1,4 +1,4 @@
-// The catalogue of return codes and messages.
+// The knowledge base of failures: what a message, reply or code means, its usual cause, its remedy.
 #ifndef XBSACTL_EXPLAIN_H
 #define XBSACTL_EXPLAIN_H
 
@@ -9,16 +9,23 @@ namespace explain
 {
 struct OPTIONS
 {
-    std::vector<std::string> vecTexts; // none: all
-    bool bMarkdown = false;
+    std::vector<std::string> vecTexts; // what to explain, in words; none: print all rows in short
+    bool bMarkdown = false;            // print all rows as a page of the documentation
 };
 
-// Prints what the catalogue knows about the text, all of it without one. Throws FAILURE when it
-// knows nothing.
+// The command. Throws USAGE_ERROR, and FAILURE when nothing is known about the text.
 void Run(const OPTIONS &I_sOptions);
-} // namespace explain
 
-// For a line of a trace: what it means and what to do, or "" when it tells of no failure.
-std::string explain_Hint(const std::string &I_strLine);
+enum class MODE
+{
+    PLAIN,
+    INFORMIX // a refused login has another remedy there
+};
+
+// Of the row that says most about a line of a trace or an error text. Both are empty when no row
+// does, and for a line that reports no failure.
+std::string Meaning(const std::string &I_strLine, MODE I_eMode = MODE::PLAIN); // a sentence
+std::string Hint(const std::string &I_strLine, MODE I_eMode = MODE::PLAIN);    // what to do
+} // namespace explain
 
 #endif

@@ -143,8 +143,11 @@ std::vector<std::string> print_Facts(const TRACE_SESSION &I_sSession)
     if (I_sSession.strError.empty()) return vecFacts;
     vecFacts.push_back("first error, line " + std::to_string(I_sSession.uErrorLine) + " at " +
                        I_sSession.strErrorStamp.substr(11) + ": " + I_sSession.strError);
-    const std::string strHint = explain_Hint(I_sSession.strError);
-    if (!strHint.empty()) vecFacts.push_back("meaning: " + strHint);
+    const auto eMode = I_sSession.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN;
+    const std::string strMeaning = explain::Meaning(I_sSession.strError, eMode);
+    const std::string strHint = explain::Hint(I_sSession.strError, eMode);
+    if (!strMeaning.empty()) vecFacts.push_back("meaning: " + strMeaning);
+    if (!strHint.empty()) vecFacts.push_back("hint: " + strHint);
     return vecFacts;
 }
 

@@ -1,0 +1,123 @@
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <cctype>
+#include <iterator>
+#include <sstream>
+
+#include "explain/table.h"
+
+namespace explain
+{
+namespace
+{
+constexpr size_t SHORTEST_WORDS = 3; // characters; fewer are in every second row
+
+// Small letters and digits with one blank between words, and a colon as a word of its own; the
+// gaps of a row's text become "*". Punctuation differs between the library, a trace and a shell.
+std::string Normal(const std::string &I_strText, bool I_bGaps)
+{
+    std::string strNormal = " ";
+    for (size_t uAt = 0; uAt < I_strText.size(); ++uAt)
+    {
+        const auto ucChar = static_cast<unsigned char>(I_strText[uAt]);
+        if (I_bGaps && I_strText.compare(uAt, 3, "...") == 0)
+        {
+            if (strNormal.back() == ' ') strNormal.pop_back();
+            strNormal += '*';
+            uAt += 2;
+        }
+        else if (std::isalnum(ucChar) != 0 || ucChar == '_' || ucChar == '-')
+            strNormal += static_cast<char>(std::tolower(ucChar));
+        else if (ucChar == ':') strNormal += " : ";
+        else strNormal += ' ';
+    }
+    strNormal += ' ';
+    const auto fpBlanks = [](char cLeft, char cRight) { return cLeft == ' ' && cRight == ' '; };
+    strNormal.erase(std::unique(strNormal.begin(), strNormal.end(), fpBlanks), strNormal.end());
+    return strNormal;
+}
+
+struct PATTERN
+{
+    const ROW *spRow;
+    std::string strGlob;
+    size_t uLength;
+};
+
+PATTERN Pattern(const ROW &I_sRow, const std::string &I_strText)
+{
+    std::string strNormal = Normal(I_strText, true);
+    if (strNormal.size() > 2 && strNormal[strNormal.size() - 2] == '*') strNormal.pop_back();
+    return {&I_sRow, "*" + strNormal + "*", strNormal.size()};
+}
+
+// A server's number counts only where a reply begins: after a colon, or at the start of the line.
+std::vector<PATTERN> AllPatterns()
+{
+    std::vector<PATTERN> vecPatterns;
+    for (const ROW &sRow : Rows())
+        for (const std::string &strText : Texts(sRow))
+        {
+            const bool bReply = strText[0] >= '1' && strText[0] <= '5';
+            vecPatterns.push_back(Pattern(sRow, strText));
+            if (bReply) vecPatterns.push_back(Pattern(sRow, ": " + strText.substr(0, 3)));
+        }
+    std::stable_sort(vecPatterns.begin(), vecPatterns.end(),
+                     [](const PATTERN &sLeft, const PATTERN &sRight) {
+                         return std::make_pair(sLeft.spRow->eKind, sRight.uLength) <
+                                std::make_pair(sRight.spRow->eKind, sLeft.uLength);
+                     });
+    return vecPatterns;
+}
+
+template <typename TEST> ROWS Choose(TEST I_fpTest)
+{
+    ROWS vecFound;
+    for (const ROW &sRow : Rows())
+        if (I_fpTest(sRow)) vecFound.push_back(&sRow);
+    return vecFound;
+}
+} // namespace
+
+std::vector<std::string> Texts(const ROW &I_sRow)
+{
+    std::vector<std::string> vecTexts;
+    std::istringstream sTexts(I_sRow.cpTexts);
+    for (std::string strText; std::getline(sTexts, strText, '|');) vecTexts.push_back(strText);
+    return vecTexts;
+}
+
+ROWS FindNumber(const std::string &I_strText)
+{
+    if (I_strText.find_first_not_of("0123456789abcdefx") != std::string::npos ||
+        std::isdigit(static_cast<unsigned char>(I_strText[0])) == 0)
+        return {};
+    return Choose([&](const ROW &sRow) {
+        return Normal(sRow.cpTexts, true).find(" " + I_strText + " ") != std::string::npos;
+    });
+}
+
+const ROW *FindLine(const std::string &I_strLine)
+{
+    static const std::vector<PATTERN> vecPatterns = AllPatterns();
+    const std::string strLine = " :" + Normal(I_strLine, false);
+    for (const PATTERN &sPattern : vecPatterns)
+        if (fnmatch(sPattern.strGlob.c_str(), strLine.c_str(), 0) == 0) return sPattern.spRow;
+    return nullptr;
+}
+
+ROWS FindWords(const std::string &I_strWords, bool I_bAnywhere)
+{
+    if (I_strWords.size() < SHORTEST_WORDS) return {};
+    return Choose([&](const ROW &sRow) {
+        std::string strRow = sRow.cpTexts;
+        if (I_bAnywhere) strRow = strRow + " " + sRow.cpMeaning + sRow.cpCause + sRow.cpRemedy;
+        strRow = Normal(strRow, false);
+        std::istringstream sWords(Normal(I_strWords, false));
+        return std::all_of(
+            std::istream_iterator<std::string>(sWords), {},
+            [&](const std::string &strWord) { return strRow.find(strWord) != std::string::npos; });
+    });
+}
+} // namespace explain
