@@ -205,9 +205,9 @@ class CDialogue
     // A command without a reply, or one that was never sent.
     FINDING Silent(const char *cpVerb) const
     {
+        const bool bStor = After(cpVerb, "STOR") != nullptr;
         if (!strEnd.empty())
-            return Fail(Text("no reply to ", cpVerb, ": ", strEnd),
-                        Remedy(After(cpVerb, "STOR") != nullptr ? "425" : strEnd));
+            return Fail(Text("no reply to ", cpVerb, ": ", strEnd), Remedy(bStor ? "425" : strEnd));
         if (Find(cpVerb) == nullptr &&
             strFailure.empty()) // the utility may lower the trace's level
             return NotTried("the library's trace does not show it");
@@ -216,7 +216,8 @@ class CDialogue
         const std::string strFound =
             Text("no reply to ", cpVerb, ", the server closed the connection, after its reply \"",
                  strLast, "\"");
-        return Fail(strFound, Remedy(IsNegative(strLast) ? ": " + strLast : strFound));
+        if (IsNegative(strLast)) return Fail(strFound, Remedy(": " + strLast));
+        return Fail(strFound, Remedy(bStor ? "No reply to STOR" : strFound));
     }
 
     const CReport &sReport;

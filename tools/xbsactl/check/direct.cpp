@@ -46,7 +46,8 @@ class CFtp
         constexpr size_t MOST = 200; // lines
         std::vector<std::string> vecLines = {Line()};
         const std::string strEnd = vecLines[0].substr(0, 3) + ' ';
-        const bool bMore = vecLines[0].size() > 3 && vecLines[0][3] == '-';
+        const bool bMore =
+            vecLines[0].find_first_not_of("0123456789") == 3 && vecLines[0][3] == '-';
         while (bMore && vecLines.back().substr(0, 4) != strEnd)
         {
             if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
@@ -59,8 +60,9 @@ class CFtp
     bool HasMore() const
     {
         constexpr int AFTERTHOUGHT = 100; // ms in which a second greeting line follows the first
+        char cByte = '\0';
         pollfd sPoll{sControl.Get(), POLLIN, 0};
-        return poll(&sPoll, 1, AFTERTHOUGHT) > 0;
+        return poll(&sPoll, 1, AFTERTHOUGHT) > 0 && recv(sControl.Get(), &cByte, 1, MSG_PEEK) == 1;
     }
 
     std::string Command(const std::string &I_strLine) const
