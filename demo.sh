@@ -124,7 +124,7 @@ provide_namespace() {
     [[ $(id -u) != 0 ]] || return 0
     reason=$(PYTHONDONTWRITEBYTECODE=1 sandbox/run --exec true 2>&1) && return 0
     echo "This account may not have a private /etc: asking root, with sudo"
-    sudo true && as_root=(sudo) && return 0
+    command -v sudo >/dev/null && sudo true && as_root=(sudo) && return 0
     cat >&2 <<REASON
 ${reason%%;*}
 Plain mode works, see above. Informix mode needs a private /etc, and neither user namespaces nor sudo

@@ -34,7 +34,7 @@ packages_need() { # PACKAGE...
 
     install=(env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-remove
              --no-install-recommends "${missing[@]}")
-    if ! packages_as_root true; then
+    if [[ $(id -u) != 0 ]] && ! { command -v sudo >/dev/null && sudo true; }; then
         echo "hint: let root run apt-get install ${missing[*]}" >&2
         return 1
     fi

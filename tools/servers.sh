@@ -21,14 +21,14 @@ wanted() { # APT-OPTION... on standard output: the packages to fetch
 }
 
 fetch() { # APT-OPTION...
-    packages=$(wanted "$@") && [ -n "$packages" ] && apt-get "$@" -q download $packages
+    packages=$(wanted "$@") && [ -n "$packages" ] && apt-get "$@" -qq download $packages
 }
 
 # The system's package lists may be missing or old: lists of our own need no root, and go again.
 fetch_with_lists() {
     mkdir -p lists/partial
     set -- -o "Dir::State::Lists=$PWD/lists" -o "Dir::Cache=$PWD/lists"
-    apt-get "$@" -q update && fetch "$@"
+    apt-get "$@" -qq update && fetch "$@"
 }
 
 trap 'rm -rf lists ./*.deb' EXIT
