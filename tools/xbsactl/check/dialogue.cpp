@@ -213,11 +213,11 @@ class CDialogue
             return NotTried("the library's trace does not show it");
         if (Find(cpVerb) == nullptr) return Fail(strFailure, Remedy(strFailure));
         const std::string strLast = LastReply();
-        const std::string strFound =
-            Text("no reply to ", cpVerb, ", the server closed the connection, after its reply \"",
-                 strLast, "\"");
-        if (IsNegative(strLast)) return Fail(strFound, Remedy(": " + strLast));
-        return Fail(strFound, Remedy(bStor ? "No reply to STOR" : strFound));
+        return Fail(Text("no reply to ", cpVerb,
+                         ", the server closed the connection, after its reply \"", strLast, "\""),
+                    Remedy(IsNegative(strLast)
+                               ? ": " + strLast
+                               : Text("No reply to ", cpVerb, ", the control connection has ended.")));
     }
 
     const CReport &sReport;
