@@ -1,4 +1,4 @@
-#include "base/errors.h"
+#include "base/base.h"
 
 #include <algorithm>
 #include <array>
@@ -44,7 +44,20 @@ bool IsCommand(unsigned I_uPoint)
 FAILURE SystemFailure(const std::string &I_strWhat)
 {
     const int iError = errno;
-    return FAILURE(I_strWhat + ": " + std::generic_category().message(iError));
+    return FileFailure(I_strWhat + ": " + std::generic_category().message(iError));
+}
+
+FAILURE FileFailure(const std::string &I_strText)
+{
+    return FAILURE(I_strText, EXIT_FILE);
+}
+
+std::string Hex(const unsigned char *ucpBytes, size_t I_uLength)
+{
+    std::string strHex;
+    for (const unsigned char *ucpByte = ucpBytes; ucpByte < ucpBytes + I_uLength; ucpByte++)
+        strHex.append({"0123456789abcdef"[*ucpByte >> 4], "0123456789abcdef"[*ucpByte & 15]});
+    return strHex;
 }
 
 bool HasControlCharacter(const std::string &I_strText)
@@ -52,26 +65,32 @@ bool HasControlCharacter(const std::string &I_strText)
     return std::any_of(I_strText.begin(), I_strText.end(), IsControl);
 }
 
+// The second byte decides: it is what tells overlong forms, surrogates and too large ones apart.
 size_t SequenceLength(std::string_view I_svText)
 {
-    const auto ucByte = [&](size_t I_uPlace) {
+    constexpr struct
+    {
+        unsigned uFirst, uLast; // of the first byte
+        unsigned uLow, uHigh;   // of the second
+        size_t uLength;
+    } SEQUENCES[] = {
+        {0x00, 0x7F, 0, 0, 1},       {0xC2, 0xDF, 0x80, 0xBF, 2}, {0xE0, 0xE0, 0xA0, 0xBF, 3},
+        {0xE1, 0xEC, 0x80, 0xBF, 3}, {0xED, 0xED, 0x80, 0x9F, 3}, {0xEE, 0xEF, 0x80, 0xBF, 3},
+        {0xF0, 0xF0, 0x90, 0xBF, 4}, {0xF1, 0xF3, 0x80, 0xBF, 4}, {0xF4, 0xF4, 0x80, 0x8F, 4}};
+    const auto fpByte = [&](size_t I_uPlace) {
         return I_uPlace < I_svText.size() ? static_cast<unsigned char>(I_svText[I_uPlace]) : 0U;
     };
-    const unsigned uFirst = ucByte(0);
-    if (uFirst < 0x80) return 1;
-    const size_t uLength = uFirst >= 0xF0 ? 4 : uFirst >= 0xE0 ? 3 : 2;
-    unsigned uLow = 0x80;
-    unsigned uHigh = 0xBF;
-    if (uFirst < 0xC2 || uFirst > 0xF4) return 0;
-    if (uFirst == 0xE0) uLow = 0xA0;
-    if (uFirst == 0xED) uHigh = 0x9F;
-    if (uFirst == 0xF0) uLow = 0x90;
-    if (uFirst == 0xF4) uHigh = 0x8F;
-    if (ucByte(1) < uLow || ucByte(1) > uHigh) return 0;
-    if (uFirst == 0xEF && ucByte(1) == 0xBF && ucByte(2) > 0xBD) return 0; // no characters of XML
-    for (size_t uPlace = 2; uPlace < uLength; uPlace++)
-        if ((ucByte(uPlace) & 0xC0) != 0x80) return 0;
-    return uLength;
+    for (const auto &sSequence : SEQUENCES)
+    {
+        if (fpByte(0) < sSequence.uFirst || fpByte(0) > sSequence.uLast) continue;
+        if (sSequence.uLength == 1) return 1;
+        if (fpByte(1) < sSequence.uLow || fpByte(1) > sSequence.uHigh) return 0;
+        for (size_t uPlace = 2; uPlace < sSequence.uLength; uPlace++)
+            if ((fpByte(uPlace) & 0xC0) != 0x80) return 0;
+        const bool bCharacter = I_svText.substr(0, 2) != "\xEF\xBF" || fpByte(2) <= 0xBD; // of XML
+        return bCharacter ? sSequence.uLength : 0;
+    }
+    return 0;
 }
 
 std::string Visible(const std::string &I_strText)

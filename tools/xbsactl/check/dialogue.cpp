@@ -215,9 +215,9 @@ class CDialogue
         const std::string strLast = LastReply();
         return Fail(Text("no reply to ", cpVerb,
                          ", the server closed the connection, after its reply \"", strLast, "\""),
-                    Remedy(IsNegative(strLast)
-                               ? ": " + strLast
-                               : Text("No reply to ", cpVerb, ", the control connection has ended.")));
+                    Remedy(IsNegative(strLast) ? ": " + strLast
+                                               : Text("No reply to ", cpVerb,
+                                                      ", the control connection has ended.")));
     }
 
     const CReport &sReport;

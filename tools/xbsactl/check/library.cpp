@@ -89,45 +89,17 @@ void Locate(const std::string &I_strName, const SAY &I_fpSay)
     I_fpSay("path", spMap->l_name);
 }
 
-// "1|1.0.1|KORVA|1.8A1|": a number, the interface's version, the storage manager and its version,
-// as the provider "TOV:KORVA:1.8A1" names them after its maker. Empty for another provider.
-std::string RowFor(const std::string &I_strVersion, std::string I_strProvider, char I_cDelimiter)
-{
-    if (std::count(I_strProvider.begin(), I_strProvider.end(), I_cDelimiter) != 2) return "";
-    std::replace(I_strProvider.begin(), I_strProvider.end(), I_cDelimiter, '|');
-    return "1|" + I_strVersion + I_strProvider.substr(I_strProvider.find('|')) + "|";
-}
-
-// Version and provider, as the database's tool asks for them at its start. The library's trace is
-// left alone: a check of the library needs no log.
-void Ask(void *vpLibrary, const SAY &I_fpSay)
-{
-    unsetenv("XBSA_TRACE");
-    BSA_ApiVersion sVersion{};
-    BSA_UInt32 uiSize = 255;
-    std::array<char, 256> szProvider{};
-    std::array<char, 16> szDelimiter{};
-    const auto fpVersion =
-        reinterpret_cast<decltype(&BSAQueryApiVersion)>(dlsym(vpLibrary, "BSAQueryApiVersion"));
-    const auto fpProvider = reinterpret_cast<decltype(&BSAQueryServiceProvider)>(
-        dlsym(vpLibrary, "BSAQueryServiceProvider"));
-    if (fpVersion(&sVersion) != 0 ||
-        fpProvider(&uiSize, szDelimiter.data(), szProvider.data()) != 0)
-        throw base::FAILURE("the library does not show its version");
-    const std::string strVersion = Text(sVersion.issue, '.', sVersion.version, '.', sVersion.level);
-    I_fpSay("version", "interface " + strVersion + ", provider " + szProvider.data());
-    I_fpSay("row", RowFor(strVersion, szProvider.data(), szDelimiter[0]));
-}
-
+// The library's trace is left alone: a check of the library needs no log.
 void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 {
+    unsetenv("XBSA_TRACE");
     void *vpLibrary = Open(I_strPath);
     std::string strMissing;
     std::istringstream sCalls(std::string(CALLS) + OWN_CALLS);
     for (std::string strCall; sCalls >> strCall;)
         if (dlsym(vpLibrary, strCall.c_str()) == nullptr) strMissing += " " + strCall;
     I_fpSay("missing", strMissing);
-    if (strMissing.empty()) Ask(vpLibrary, I_fpSay);
+    if (strMissing.empty()) I_fpSay("row", library::VersionsRow(vpLibrary));
 }
 
 class CInspection
@@ -181,7 +153,7 @@ class CInspection
     FINDING Load()
     {
         sAnswer = RunChild(LOADING, [this](const SAY &I_fpSay) { Inspect(strPath, I_fpSay); });
-        if (sAnswer.strFailure.empty()) return Ok("loaded");
+        if (sAnswer.Find("missing") != nullptr) return Ok("loaded");
         return Fail(sAnswer.strFailure, "install the library again; ldd shows what it needs");
     }
 
@@ -196,11 +168,8 @@ class CInspection
     FINDING Version()
     {
         sResult.strRow = sAnswer.Value("row");
-        const std::string strFound = sAnswer.Value("version");
-        if (!sResult.strRow.empty())
-            return Ok(strFound + ", row for sm_versions: " + sResult.strRow);
-        return Warn(strFound + ": not Korva's",
-                    "name the library that you mean with --library PATH");
+        if (!sResult.strRow.empty()) return Ok("row for sm_versions: " + sResult.strRow);
+        return Fail(sAnswer.strFailure, "name the library that you mean with --library PATH");
     }
 
     std::string strPath;

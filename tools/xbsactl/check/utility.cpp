@@ -1,4 +1,3 @@
-#include <dlfcn.h>
 #include <strings.h>
 #include <unistd.h>
 
@@ -34,12 +33,10 @@ std::string IniKeys()
 // The library's own search. In a child, which is rid of the library afterwards.
 void FindUtility(const std::string &I_strLibrary, const SAY &I_fpSay)
 {
-    void *vpLibrary = dlopen(library::Path(I_strLibrary).c_str(), RTLD_NOW | RTLD_LOCAL);
-    const auto fpFind =
-        reinterpret_cast<decltype(&find_com_intf)>(dlsym(vpLibrary, "find_com_intf"));
     std::array<char, PATH_MAX> szPath{};
     unsigned uSize = szPath.size();
-    if (fpFind(szPath.data(), &uSize) == 0) I_fpSay("path", szPath.data());
+    if (LIBRARY_SYMBOL(library::Load(I_strLibrary), find_com_intf)(szPath.data(), &uSize) == 0)
+        I_fpSay("path", szPath.data());
 }
 
 // "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A  ... ]" holds up to 16 bytes of an answer.
