@@ -1,6 +1,5 @@
 #include <cstdlib>
 #include <filesystem>
-#include <sstream>
 #include <system_error>
 
 #include "check/steps.h"
@@ -32,42 +31,19 @@ std::vector<std::string> Fields(const std::string &I_strRow)
     return vecFields;
 }
 
-// Throws FAILURE.
-std::istringstream Read(const std::string &I_strFile)
+FINDING Row(const std::string &I_strFile, std::istream &I_sFile, const std::string &I_strRow)
 {
-    const std::optional<std::string> strText = base::ReadText(I_strFile, LARGEST);
-    if (strText) return std::istringstream(*strText);
-    throw base::FAILURE(I_strFile + ": " + std::generic_category().message(ENOENT));
-}
-
-FINDING Row(const std::string &I_strFile, const std::string &I_strRow)
-{
-    if (I_strRow.empty()) return NotTried("the library shows no version");
-    try
-    {
-        std::istringstream sFile = Read(I_strFile);
-        for (std::string strLine; std::getline(sFile, strLine);)
-            if (Fields(strLine) == Fields(I_strRow))
-                return Ok(I_strFile + ": \"" + Unquoted(strLine) + "\"");
-    } catch (const base::FAILURE &sError)
-    {
-        return Fail(sError.what(), "make the file, with the line \"" + I_strRow + "\"");
-    }
+    for (std::string strLine; std::getline(I_sFile, strLine);)
+        if (Fields(strLine) == Fields(I_strRow))
+            return Ok(Text(I_strFile, ": \"", Unquoted(strLine), "\""));
     return Fail(I_strFile + " has no row for this library",
-                "add the line \"" + I_strRow + "\"; another leading number will do, too");
-}
-
-std::string OnconfigFile(const OPTIONS &I_sOptions)
-{
-    const char *cpName = getenv("ONCONFIG");
-    std::string strName = cpName != nullptr && *cpName != '\0' ? cpName : "onconfig";
-    if (!I_sOptions.strOnconfig.empty()) strName = I_sOptions.strOnconfig;
-    return I_sOptions.strInformixDir + "/etc/" + strName;
+                Text("add the line \"", I_strRow, "\"; another leading number will do, too"));
 }
 
 // The last line counts. After a "#" comes a comment. The database knows its own folder by name.
 std::string LibraryPath(std::istream &I_sFile, const std::string &I_strFolder)
 {
+    const std::string strVariable = "$INFORMIXDIR";
     std::string strValue;
     for (std::string strLine; std::getline(I_sFile, strLine);)
     {
@@ -78,52 +54,67 @@ std::string LibraryPath(std::istream &I_sFile, const std::string &I_strFolder)
         std::getline(sWords, strRest);
         if (strKey == PATH_KEY) strValue = Unquoted(strRest);
     }
-    const std::string strVariable = "$INFORMIXDIR";
-    if (strValue.compare(0, strVariable.size(), strVariable) == 0)
-        strValue.replace(0, strVariable.size(), I_strFolder);
+    if (strValue.rfind(strVariable, 0) == 0) strValue.replace(0, strVariable.size(), I_strFolder);
     return strValue;
 }
 
 FINDING Path(const std::string &I_strFile, const std::string &I_strValue,
              const std::string &I_strLibrary)
 {
-    const std::string strFound = I_strFile + ": " + PATH_KEY + " " + I_strValue;
-    const std::string strNext =
-        "set " + std::string(PATH_KEY) + " " + I_strLibrary + " in " + I_strFile;
+    const std::string strFound = Text(I_strFile, ": ", PATH_KEY, " ", I_strValue);
+    const std::string strNext = Text("set ", PATH_KEY, " ", I_strLibrary, " in ", I_strFile);
     std::error_code sError;
     if (I_strLibrary.empty() && (I_strValue.empty() || I_strValue[0] == '/'))
         return NotTried("there is no library to compare with");
     if (I_strValue.empty())
-        return Warn(I_strFile + " does not set " + PATH_KEY +
-                        ": the database takes the library of its default path",
+        return Warn(Text(I_strFile, " does not set ", PATH_KEY,
+                         ": the database takes the library of its default path"),
                     strNext + ", so that it is this one");
     if (I_strValue[0] != '/')
         return Fail(strFound + " is a relative path",
                     strNext + ": an absolute path, whatever folder the database runs in");
-    if (!std::filesystem::equivalent(I_strValue, I_strLibrary, sError))
-        return Fail(strFound + " is not this library, " + I_strLibrary, strNext);
-    return Ok(strFound);
+    if (std::filesystem::equivalent(I_strValue, I_strLibrary, sError)) return Ok(strFound);
+    return Fail(strFound + " is not this library, " + I_strLibrary, strNext);
 }
 
-FINDING Onconfig(const OPTIONS &I_sOptions, const std::string &I_strLibrary)
+using JUDGE = std::function<FINDING(std::istream &I_sFile)>;
+
+FINDING InFile(const std::string &I_strFile, const std::string &I_strNext, const JUDGE &I_fpJudge)
 {
-    const std::string strFile = OnconfigFile(I_sOptions);
     try
     {
-        std::istringstream sFile = Read(strFile);
-        return Path(strFile, LibraryPath(sFile, I_sOptions.strInformixDir), I_strLibrary);
+        const std::optional<std::string> strText = base::ReadText(I_strFile, LARGEST);
+        std::istringstream sText(strText.value_or(""));
+        if (strText) return I_fpJudge(sText);
+        return Fail(I_strFile + ": " + std::generic_category().message(ENOENT), I_strNext);
     } catch (const base::FAILURE &sError)
     {
-        return Fail(sError.what(),
-                    "correct --informixdir, or give the file's name with --onconfig or ONCONFIG");
+        return Fail(sError.what(), I_strNext);
     }
 }
 } // namespace
 
 void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_LIBRARY &I_sLibrary)
 {
-    X_sReport.Add("database.sm_versions",
-                  Row(I_sOptions.strInformixDir + "/etc/sm_versions", I_sLibrary.strRow));
-    X_sReport.Add("database.onconfig", Onconfig(I_sOptions, I_sLibrary.strPath));
+    const std::string strFolder = I_sOptions.strInformixDir + "/etc/";
+    const std::string strVersions = strFolder + "sm_versions";
+    const std::string &strRow = I_sLibrary.strRow;
+    const JUDGE fpRow = [&](std::istream &sFile) { return Row(strVersions, sFile, strRow); };
+    X_sReport.Add(
+        "database.sm_versions",
+        strRow.empty()
+            ? NotTried("the library shows no version")
+            : InFile(strVersions, "make the file, with the line \"" + strRow + "\"", fpRow));
+
+    const char *cpName = getenv("ONCONFIG");
+    std::string strName = cpName != nullptr && *cpName != '\0' ? cpName : "onconfig";
+    if (!I_sOptions.strOnconfig.empty()) strName = I_sOptions.strOnconfig;
+    const std::string strFile = strFolder + strName;
+    const JUDGE fpPath = [&](std::istream &sFile) {
+        return Path(strFile, LibraryPath(sFile, I_sOptions.strInformixDir), I_sLibrary.strPath);
+    };
+    X_sReport.Add(
+        "database.onconfig",
+        InFile(strFile, "correct --informixdir, or give the file's name with --onconfig", fpPath));
 }
 } // namespace check

@@ -61,17 +61,17 @@ FINDING Limited(const base::VARIABLE &I_sVariable)
         return Fail("not set", "set it where the database server is started, so that its backup "
                                "tool has it too");
     if (strValue.size() > I_sVariable.uRoom)
-        return Fail(std::to_string(strValue.size()) + " bytes: too long, the library takes " +
-                        std::to_string(I_sVariable.uRoom),
-                    "shorten it: a value that is too long is passed over");
-    return Ok(strValue.empty() ? "not set, not needed" : "\"" + strValue + "\"");
+        return Fail(
+            Text(strValue.size(), " bytes: too long, the library takes ", I_sVariable.uRoom),
+            "shorten it: a value that is too long is passed over");
+    return Ok(strValue.empty() ? "not set, not needed" : Text("\"", strValue, "\""));
 }
 
 FINDING Strict()
 {
     const std::string strStrict = Variable("KORVA_STRICT");
     if (strStrict == "1") return Ok("\"1\"");
-    return Warn(strStrict.empty() ? "not set" : "\"" + strStrict + "\", not \"1\"",
+    return Warn(strStrict.empty() ? "not set" : Text("\"", strStrict, "\", not \"1\""),
                 "set it to 1 for the database's processes, or results may hide a failure; xbsactl "
                 "itself always does");
 }
@@ -112,8 +112,8 @@ FINDING RoomFor(const LOG &I_sLog, const std::string &I_strState, uintmax_t I_uS
 {
     std::error_code sError;
     const uintmax_t uFree = std::filesystem::space(Folder(I_sLog.strFile), sError).available;
-    const std::string strFound = I_strState + ": " + std::to_string(I_uSize) + " bytes, " +
-                                 std::to_string(sError ? 0 : uFree / MEGABYTE) + " MB free";
+    const std::string strFound =
+        Text(I_strState, ": ", I_uSize, " bytes, ", sError ? 0 : uFree / MEGABYTE, " MB free");
     if (!sError && uFree < LOW_SPACE)
         return Warn(strFound, "make room, or move the log with XBSA_LOGFILE");
     if (I_uSize > LARGE_LOG) return Warn(strFound, "rotate it: nothing else makes it smaller");
@@ -125,16 +125,12 @@ FINDING Log(const LOG &I_sLog)
     if (I_sLog.strFile.empty()) return Ok("none is written");
     const std::string strState = I_sLog.strFile + (I_sLog.iLevel > 0 ? "" : " (no trace now)");
     if (I_sLog.strFile.size() > LOG_ROOM)
-        return Fail("the path is too long",
-                    "shorten XBSA_LOGFILE to " + std::to_string(LOG_ROOM) + " bytes");
+        return Fail("the path is too long", Text("shorten XBSA_LOGFILE to ", LOG_ROOM, " bytes"));
     if (!IsWritable(I_sLog.strFile))
-    {
-        const std::string strFault = base::SystemFailure("cannot write " + strState).what();
-        const std::string strNext =
-            "make the folder and let this account write there: the library drops what it cannot "
-            "write without a word";
-        return I_sLog.iLevel > 0 ? Fail(strFault, strNext) : Warn(strFault, strNext);
-    }
+        return {I_sLog.iLevel > 0 ? STATUS::FAIL : STATUS::WARN,
+                base::SystemFailure("cannot write " + strState).what(),
+                "make the folder and let this account write there: the library drops what it "
+                "cannot write without a word"};
     struct stat sFile = {};
     if (stat(I_sLog.strFile.c_str(), &sFile) == 0 && (sFile.st_mode & S_IWOTH) != 0 &&
         S_ISREG(sFile.st_mode))
@@ -165,26 +161,24 @@ long SecondsOfSending(long I_lRetries)
 
 std::string Span(long I_lSeconds)
 {
-    if (I_lSeconds < 180) return std::to_string(I_lSeconds) + " s";
     const long lMinutes = (I_lSeconds + 30) / 60;
-    return lMinutes < 180 ? std::to_string(lMinutes) + " min"
-                          : std::to_string((lMinutes + 30) / 60) + " h";
+    if (I_lSeconds < 180) return Text(I_lSeconds, " s");
+    return lMinutes < 180 ? Text(lMinutes, " min") : Text((lMinutes + 30) / 60, " h");
 }
 
 FINDING Sending()
 {
     const long lRetries = Kernel("tcp_retries2");
-    if (lRetries == -1) return NotTried("the system does not show it");
     const long lSeconds = SecondsOfSending(lRetries);
-    const std::string strFound = "a server that vanishes while data is sent is given up after " +
-                                 Span(lSeconds) +
-                                 " (net.ipv4.tcp_retries2 = " + std::to_string(lRetries) + ")";
+    const std::string strFound =
+        Text("a server that vanishes while data is sent is given up after ", Span(lSeconds),
+             " (net.ipv4.tcp_retries2 = ", lRetries, ")");
     const std::string strNext =
         "sysctl -w net.ipv4.tcp_retries2=8 makes it 102 s, 15 makes it 15 min";
+    if (lRetries == -1) return NotTried("the system does not show it");
     if (lSeconds < SHORTEST_SENDING)
         return Warn(strFound + ": a short fault of the network ends a backup", strNext);
-    if (lSeconds > LONGEST_SENDING) return Warn(strFound, strNext);
-    return Ok(strFound + "; " + strNext);
+    return lSeconds > LONGEST_SENDING ? Warn(strFound, strNext) : Ok(strFound + "; " + strNext);
 }
 
 FINDING Silence()
@@ -192,15 +186,13 @@ FINDING Silence()
     const long lTime = Kernel("tcp_keepalive_time");
     const long lProbe = Kernel("tcp_keepalive_intvl");
     const long lProbes = Kernel("tcp_keepalive_probes");
-    if (lTime == -1 || lProbe == -1 || lProbes == -1)
-        return NotTried("the system does not show it");
     const long lSeconds = lTime + lProbe * lProbes;
-    const std::string strFound =
-        "a server that vanishes before its reply is given up after " + Span(lSeconds) +
-        " (net.ipv4.tcp_keepalive_time = " + std::to_string(lTime) + ", " +
-        std::to_string(lProbes) + " probes of " + std::to_string(lProbe) + " s)";
+    const std::string strFound = Text("a server that vanishes before its reply is given up after ",
+                                      Span(lSeconds), " (net.ipv4.tcp_keepalive_time = ", lTime,
+                                      ", ", lProbes, " probes of ", lProbe, " s)");
     const std::string strNext =
         "sysctl -w net.ipv4.tcp_keepalive_time=600 makes it " + Span(600 + lProbe * lProbes);
+    if (std::min({lTime, lProbe, lProbes}) < 0) return NotTried("the system does not show it");
     return lSeconds > LONGEST_SILENCE ? Warn(strFound, strNext) : Ok(strFound + "; " + strNext);
 }
 } // namespace

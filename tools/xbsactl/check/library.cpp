@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "check/steps.h"
 #include "library/library.h"
@@ -28,72 +27,39 @@ constexpr const char *CALLS =
 constexpr const char *OWN_CALLS =
     " BSASetTrace find_com_intf"; // this library's: the tool needs them
 
-struct ELF_KIND
+// "64 bit, x86-64"; empty for what is not a program or library of this kind of system.
+std::string KindOf(const std::string &I_strPath)
 {
-    int iBits = 0; // 0: not a shared library
-    int iMachine = 0;
-
-    bool operator==(const ELF_KIND &I_sOther) const
-    {
-        return iBits == I_sOther.iBits && iMachine == I_sOther.iMachine;
-    }
-};
-
-ELF_KIND ReadKind(const std::string &I_strPath)
-{
+    constexpr std::array<std::pair<int, const char *>, 6> MACHINES = {{{EM_386, "Intel 386"},
+                                                                       {EM_X86_64, "x86-64"},
+                                                                       {EM_ARM, "ARM"},
+                                                                       {EM_AARCH64, "ARM 64"},
+                                                                       {EM_PPC64, "POWER"},
+                                                                       {EM_S390, "S/390"}}};
     std::ifstream sFile(I_strPath, std::ios::binary);
     std::array<char, EI_NIDENT + 4> acHead{}; // the machine comes after the type
     sFile.read(acHead.data(), acHead.size());
-    if (!sFile || std::string(acHead.data(), SELFMAG) != ELFMAG) return {};
+    if (!sFile || std::string(acHead.data(), SELFMAG) != ELFMAG) return "";
 
-    const auto ucFirst = static_cast<unsigned char>(acHead[EI_NIDENT + 2]);
-    const auto ucSecond = static_cast<unsigned char>(acHead[EI_NIDENT + 3]);
-    const bool bLittle = acHead[EI_DATA] == ELFDATA2LSB;
-    return {acHead[EI_CLASS] == ELFCLASS64 ? 64 : 32,
-            bLittle ? ucFirst + 256 * ucSecond : ucSecond + 256 * ucFirst};
+    const int iFirst = static_cast<unsigned char>(acHead[EI_NIDENT + 2]);
+    const int iSecond = static_cast<unsigned char>(acHead[EI_NIDENT + 3]);
+    const int iMachine =
+        acHead[EI_DATA] == ELFDATA2LSB ? iFirst + 256 * iSecond : iSecond + 256 * iFirst;
+    const auto *spName = std::find_if(MACHINES.begin(), MACHINES.end(), [&](const auto &sMachine) {
+        return sMachine.first == iMachine;
+    });
+    return Text(acHead[EI_CLASS] == ELFCLASS64 ? "64 bit, " : "32 bit, ",
+                spName != MACHINES.end() ? spName->second : Text("machine ", iMachine));
 }
 
-std::string Describe(const ELF_KIND &I_sKind)
-{
-    struct MACHINE
-    {
-        int iMachine;
-        const char *cpName;
-    };
-    constexpr std::array<MACHINE, 6> MACHINES = {{{EM_386, "Intel 386"},
-                                                  {EM_X86_64, "x86-64"},
-                                                  {EM_ARM, "ARM"},
-                                                  {EM_AARCH64, "ARM 64"},
-                                                  {EM_PPC64, "POWER"},
-                                                  {EM_S390, "S/390"}}};
-    std::string strName = "machine " + std::to_string(I_sKind.iMachine);
-    for (const MACHINE &sMachine : MACHINES)
-        if (sMachine.iMachine == I_sKind.iMachine) strName = sMachine.cpName;
-    return std::to_string(I_sKind.iBits) + " bit, " + strName;
-}
-
-void *Open(const std::string &I_strPath)
-{
-    void *vpLibrary = dlopen(I_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (vpLibrary != nullptr) return vpLibrary;
-    const char *cpText = dlerror();
-    throw base::FAILURE(cpText != nullptr ? cpText : "no reason given");
-}
-
-// Where the loader finds a name without a folder.
-void Locate(const std::string &I_strName, const SAY &I_fpSay)
-{
-    link_map *spMap = nullptr;
-    if (dlinfo(Open(I_strName), RTLD_DI_LINKMAP, &spMap) != 0)
-        throw base::FAILURE("not to be located");
-    I_fpSay("path", spMap->l_name);
-}
-
-// The library's trace is left alone: a check of the library needs no log.
+// What the loader makes of it; in a child, whose trace is left alone: this needs no log.
 void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 {
     unsetenv("XBSA_TRACE");
-    void *vpLibrary = Open(I_strPath);
+    link_map *spMap = nullptr;
+    void *vpLibrary = dlopen(I_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (vpLibrary == nullptr) throw base::FAILURE(dlerror());
+    if (dlinfo(vpLibrary, RTLD_DI_LINKMAP, &spMap) == 0) I_fpSay("path", spMap->l_name);
     std::string strMissing;
     std::istringstream sCalls(std::string(CALLS) + OWN_CALLS);
     for (std::string strCall; sCalls >> strCall;)
@@ -105,7 +71,9 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 class CInspection
 {
   public:
-    explicit CInspection(const std::string &I_strLibrary) : strPath(library::Path(I_strLibrary))
+    explicit CInspection(const std::string &I_strLibrary)
+        : strPath(library::Path(I_strLibrary)),
+          sAnswer(RunChild(LOADING, [this](const SAY &I_fpSay) { Inspect(strPath, I_fpSay); }))
     {
     }
 
@@ -123,36 +91,26 @@ class CInspection
     // A database of this machine loads what this tool can load.
     FINDING File()
     {
-        if (strPath.find('/') == std::string::npos)
-        {
-            const OUTCOME sFound =
-                RunChild(LOADING, [this](const SAY &I_fpSay) { Locate(strPath, I_fpSay); });
-            if (!sFound.strFailure.empty()) return Fail(sFound.strFailure, INSTALL);
-            strPath = sFound.Value("path");
-        }
         std::error_code sError;
+        if (strPath.find('/') == std::string::npos) strPath = sAnswer.Value("path"); // the loader's
+        if (strPath.empty()) return Fail(sAnswer.strFailure, INSTALL);
         sResult.strPath = std::filesystem::canonical(strPath, sError);
-        return sError ? Fail(strPath + ": " + sError.message(), INSTALL) : Kind();
-    }
+        if (sError) return Fail(strPath + ": " + sError.message(), INSTALL);
 
-    FINDING Kind() const
-    {
-        const ELF_KIND sOwn = ReadKind("/proc/self/exe");
-        const ELF_KIND sKind = ReadKind(sResult.strPath);
         const std::string strFile =
-            strPath + (strPath == sResult.strPath ? "" : " -> " + sResult.strPath);
-        if (sKind.iBits == 0)
+            strPath == sResult.strPath ? strPath : strPath + " -> " + sResult.strPath;
+        const std::string strOwn = KindOf("/proc/self/exe");
+        const std::string strKind = KindOf(sResult.strPath);
+        if (strKind.empty())
             return Fail(strFile + ": not a shared library, or unreadable",
                         "install the library again, readable for everybody");
-        if (sKind == sOwn) return Ok(strFile + ", " + Describe(sKind));
-        return Fail(strFile + " is " + Describe(sKind) + ", but this system's programs are " +
-                        Describe(sOwn),
-                    "install the library that is built for " + Describe(sOwn));
+        if (strKind == strOwn) return Ok(strFile + ", " + strKind);
+        return Fail(Text(strFile, " is ", strKind, ", but this system's programs are ", strOwn),
+                    "install the library that is built for " + strOwn);
     }
 
     FINDING Load()
     {
-        sAnswer = RunChild(LOADING, [this](const SAY &I_fpSay) { Inspect(strPath, I_fpSay); });
         if (sAnswer.Find("missing") != nullptr) return Ok("loaded");
         return Fail(sAnswer.strFailure, "install the library again; ldd shows what it needs");
     }
@@ -173,8 +131,8 @@ class CInspection
     }
 
     std::string strPath;
-    CHECKED_LIBRARY sResult;
     OUTCOME sAnswer;
+    CHECKED_LIBRARY sResult;
 };
 } // namespace
 

@@ -13,25 +13,14 @@ namespace
 {
 constexpr size_t SHOWN = 300; // bytes of a foreign text: more is no help to a reader
 
-struct STATUS_WORDS
-{
-    const char *cpLine;
-    const char *cpJson;
-};
-
 // By STATUS.
-constexpr std::array<STATUS_WORDS, 4> WORDS = {
-    {{"ok", "ok"}, {"warn", "warn"}, {"FAIL", "fail"}, {"--", "not_tried"}}};
-
-const STATUS_WORDS &Words(STATUS I_eStatus)
-{
-    return WORDS.at(static_cast<size_t>(I_eStatus));
-}
+constexpr std::array<const char *, 4> WORDS = {"ok", "warn", "FAIL", "--"};
+constexpr std::array<const char *, 4> JSON_WORDS = {"ok", "warn", "fail", "not_tried"};
 
 void PrintLine(const FINDING &I_sFinding)
 {
-    printf("%-5s %-26s %6ld ms  %s\n", Words(I_sFinding.eStatus).cpLine, I_sFinding.strStep.c_str(),
-           I_sFinding.lMilliseconds, I_sFinding.strFound.c_str());
+    printf("%-5s %-26s %6ld ms  %s\n", WORDS.at(static_cast<size_t>(I_sFinding.eStatus)),
+           I_sFinding.strStep.c_str(), I_sFinding.lMilliseconds, I_sFinding.strFound.c_str());
     if (!I_sFinding.strNext.empty()) printf("      next: %s\n", I_sFinding.strNext.c_str());
     fflush(stdout);
 }
@@ -49,26 +38,6 @@ std::string Remedy(const std::string &I_strText, bool I_bInformix)
     const std::string strHint =
         explain::Hint(I_strText, I_bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN);
     return strHint.empty() ? "look at the steps of the library: --trace 2 shows them" : strHint;
-}
-
-FINDING Ok(const std::string &I_strFound)
-{
-    return {STATUS::OK, I_strFound, "", -1, ""};
-}
-
-FINDING Warn(const std::string &I_strFound, const std::string &I_strNext)
-{
-    return {STATUS::WARN, I_strFound, I_strNext, -1, ""};
-}
-
-FINDING Fail(const std::string &I_strFound, const std::string &I_strNext)
-{
-    return {STATUS::FAIL, I_strFound, I_strNext, -1, ""};
-}
-
-FINDING NotTried(const std::string &I_strWhy)
-{
-    return {STATUS::NOT_TRIED, "not tried: " + I_strWhy, "", -1, ""};
 }
 
 CReport::CReport(const std::string &I_strPassword, bool I_bInformix, const OPTIONS &I_sOptions)
@@ -118,15 +87,16 @@ std::string CReport::Counts() const
 std::string CReport::Json() const
 {
     base::JSON sAnswer = {{"schema", 1}, {"road", bInformix ? "informix" : "plain"}};
-    for (const STATUS eStatus : {STATUS::OK, STATUS::WARN, STATUS::FAIL, STATUS::NOT_TRIED})
-        sAnswer[Words(eStatus).cpJson] = Count(eStatus);
+    for (size_t uStatus = 0; uStatus < JSON_WORDS.size(); uStatus++)
+        sAnswer[JSON_WORDS.at(uStatus)] = Count(static_cast<STATUS>(uStatus));
     sAnswer["steps"] = base::JSON::array();
     for (const FINDING &sFinding : vecFindings)
-        sAnswer["steps"].push_back({{"id", sFinding.strStep},
-                                    {"status", Words(sFinding.eStatus).cpJson},
-                                    {"found", sFinding.strFound},
-                                    {"next", sFinding.strNext},
-                                    {"milliseconds", sFinding.lMilliseconds}});
+        sAnswer["steps"].push_back(
+            {{"id", sFinding.strStep},
+             {"status", JSON_WORDS.at(static_cast<size_t>(sFinding.eStatus))},
+             {"found", sFinding.strFound},
+             {"next", sFinding.strNext},
+             {"milliseconds", sFinding.lMilliseconds}});
     return base::Dump(sAnswer);
 }
 

@@ -24,10 +24,10 @@ enum class STATUS
 struct FINDING
 {
     STATUS eStatus = STATUS::OK;
-    std::string strFound;    // what there is
-    std::string strNext;     // what to do about it; empty when all is well
-    long lMilliseconds = -1; // that the step took; -1: since the last finding
-    std::string strStep;     // "network.login"; by CReport::Add
+    std::string strFound = ""; // what there is
+    std::string strNext = "";  // what to do about it; empty when all is well
+    long lMilliseconds = -1;   // that the step took; -1: since the last finding
+    std::string strStep = "";  // "network.login"; by CReport::Add
 };
 
 // The parts in one text.
@@ -41,10 +41,22 @@ template <typename... PARTS> std::string Text(const PARTS &...I_tParts)
 // What to do about a message of the library, or a reply: "CWD /db: 550 No such folder".
 std::string Remedy(const std::string &I_strText, bool I_bInformix = false);
 
-FINDING Ok(const std::string &I_strFound);
-FINDING Warn(const std::string &I_strFound, const std::string &I_strNext);
-FINDING Fail(const std::string &I_strFound, const std::string &I_strNext);
-FINDING NotTried(const std::string &I_strWhy);
+inline FINDING Ok(const std::string &I_strFound)
+{
+    return {STATUS::OK, I_strFound};
+}
+inline FINDING Warn(const std::string &I_strFound, const std::string &I_strNext)
+{
+    return {STATUS::WARN, I_strFound, I_strNext};
+}
+inline FINDING Fail(const std::string &I_strFound, const std::string &I_strNext)
+{
+    return {STATUS::FAIL, I_strFound, I_strNext};
+}
+inline FINDING NotTried(const std::string &I_strWhy)
+{
+    return {STATUS::NOT_TRIED, "not tried: " + I_strWhy};
+}
 
 class CReport
 {

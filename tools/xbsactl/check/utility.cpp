@@ -1,11 +1,6 @@
-#include <strings.h>
-#include <unistd.h>
-
-#include <array>
 #include <climits>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "check/steps.h"
 #include "library/library.h"
@@ -30,41 +25,35 @@ std::string IniKeys()
     return strKeys.empty() ? " none" : strKeys;
 }
 
-// The library's own search. In a child, which is rid of the library afterwards.
+// The library's own search.
 void FindUtility(const std::string &I_strLibrary, const SAY &I_fpSay)
 {
-    std::array<char, PATH_MAX> szPath{};
-    unsigned uSize = szPath.size();
-    if (LIBRARY_SYMBOL(library::Load(I_strLibrary), find_com_intf)(szPath.data(), &uSize) == 0)
-        I_fpSay("path", szPath.data());
+    std::string strPath(PATH_MAX, '\0');
+    auto uSize = static_cast<unsigned>(strPath.size());
+    void *vpLibrary = library::Load(I_strLibrary);
+    if (LIBRARY_SYMBOL(vpLibrary, find_com_intf)(strPath.data(), &uSize) == 0)
+        I_fpSay("path", strPath.c_str());
 }
 
-// "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A  ... ]" holds up to 16 bytes of an answer.
-std::string Undumped(const std::string &I_strLine)
-{
-    const std::string strBegin = "Dumping memory: [";
-    std::string strText;
-    if (I_strLine.compare(0, strBegin.size(), strBegin) != 0) return strText;
-    std::istringstream sHex(I_strLine.substr(strBegin.size(), 3 * 16));
-    for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
-    return strText;
-}
-
-// A query for a copy that does not exist: the answer is OK and names none. In a child.
+// A query for a copy that does not exist: the answer is OK and names none.
 void Query(const base::CONNECTION &I_sConnection, const SAY &I_fpSay)
 {
-    const auto fpListener = [&I_fpSay](const std::string &I_strLine) {
-        I_fpSay("trace", I_strLine);
-    };
+    const auto fpListener = [&](const std::string &strLine) { I_fpSay("trace", strLine); };
     library::CSession(I_sConnection, fpListener).Copies({"xbsactl-check", "none", 0});
 }
 
-// What the utility printed, whatever the library made of it.
-std::string AnswerIn(const OUTCOME &I_sOutcome)
+// What the utility printed, whatever the library made of it: a line of the trace has 16 bytes of it,
+// "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
+std::string PrintedIn(const OUTCOME &I_sOutcome)
 {
+    const std::string strBegin = "Dumping memory: [";
     std::string strText;
     for (const EVENT &sEvent : I_sOutcome.vecEvents)
-        if (sEvent.strName == "trace") strText += Undumped(sEvent.strValue);
+    {
+        if (sEvent.strValue.rfind(strBegin, 0) != 0) continue;
+        std::istringstream sHex(sEvent.strValue.substr(strBegin.size(), 3 * 16));
+        for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
+    }
     return strText;
 }
 
@@ -72,19 +61,17 @@ std::string ValueIn(const std::string &I_strText, const std::string &I_strKey)
 {
     std::istringstream sLines(I_strText);
     for (std::string strLine; std::getline(sLines, strLine);)
-        if (strLine.compare(0, I_strKey.size() + 1, I_strKey + "=") == 0)
-            return base::Printable(strLine.substr(I_strKey.size() + 1));
+        if (strLine.rfind(I_strKey + "=", 0) == 0) return strLine.substr(I_strKey.size() + 1);
     return "";
 }
 
-class CUtility
+struct UTILITY
 {
-  public:
-    CUtility(const CReport &I_sReport, const base::CONNECTION &I_sConnection, bool I_bVariables,
-             std::chrono::milliseconds I_sBound)
-        : sReport(I_sReport), sConnection(I_sConnection), bVariables(I_bVariables), sBound(I_sBound)
-    {
-    }
+    const CReport &sReport;
+    const base::CONNECTION &sConnection;
+    bool bVariables;
+    std::chrono::milliseconds sBound;
+    std::string strPath = "";
 
     FINDING IniFile()
     {
@@ -95,14 +82,14 @@ class CUtility
 
     FINDING IniKey()
     {
-        const OUTCOME sFound = CChild([this](const SAY &I_fpSay) {
-                                   FindUtility(sConnection.strLibrary, I_fpSay);
-                               }).Wait(sBound);
-        strPath = sFound.Value("path");
+        const auto fpFind = [this](const SAY &fpSay) {
+            FindUtility(sConnection.strLibrary, fpSay);
+        };
+        strPath = RunChild(sBound, fpFind).Value("path");
         const std::string strFolder = std::filesystem::path(strPath).parent_path();
         if (!strPath.empty() && strPath[0] == '/') return Ok(INI_KEY "=" + strFolder);
         return Fail(strPath.empty() ? "no usable " INI_KEY " in " INI_FILE ", keys:" + IniKeys()
-                                    : "\"" + strFolder + "\" is not an absolute path",
+                                    : Text("\"", strFolder, "\" is not an absolute path"),
                     "write " INI_EXAMPLE " into " INI_FILE
                     ", capitals as they are, in at most 510 bytes");
     }
@@ -123,45 +110,34 @@ class CUtility
     {
         if (!bVariables) return NotTried("variables are missing or too long");
         const OUTCOME sOutcome =
-            RunChild(sBound, [this](const SAY &I_fpSay) { Query(sConnection, I_fpSay); });
-        const std::string strText = AnswerIn(sOutcome);
-        const std::string strReply = ValueIn(strText, "reply");
+            RunChild(sBound, [this](const SAY &fpSay) { Query(sConnection, fpSay); });
+        const std::string strText = PrintedIn(sOutcome);
+        const std::string strReply = sReport.Foreign(ValueIn(strText, "reply"));
+        const std::string strMessage = sReport.Foreign(ValueIn(strText, "message"));
         if (sOutcome.strFailure.empty()) return Ok("answers reply=" + strReply);
-        if (strText.empty()) return Silent(sOutcome.strFailure);
         if (strReply.empty())
-            return Fail("no reply: " + sReport.Foreign(strText),
-                        "run " + strPath + " -q by hand: is it the utility, and complete?");
-        const std::string strMessage = ValueIn(strText, "message");
-        return Fail("answers reply=" + sReport.Foreign(strReply) + ": " +
-                        (strMessage.empty() ? "no message" : sReport.Foreign(strMessage)),
-                    "correct what the message names: KORVA_SERVER, KORVA_JOB, or the server's "
-                    "list of hosts and accounts");
+            return Fail("no reply, " + (strText.empty() ? "nothing printed: " + sOutcome.strFailure
+                                                        : "but: " + sReport.Foreign(strText)),
+                        Text("run ", strPath,
+                             " -q by hand: is it the utility, and complete? What "
+                             "does it wait for, or complain of?"));
+        return Fail(
+            Text("answers reply=", strReply, ": ", strMessage.empty() ? "no message" : strMessage),
+            "correct what the message names: KORVA_SERVER, KORVA_JOB, or the server's list "
+            "of hosts and accounts");
     }
-
-  private:
-    FINDING Silent(const std::string &I_strFailure) const
-    {
-        return Fail("nothing printed: " + sReport.Foreign(I_strFailure),
-                    "run " + strPath + " -q by hand and see what it waits for, or complains of");
-    }
-
-    const CReport &sReport;
-    const base::CONNECTION &sConnection;
-    bool bVariables;
-    std::chrono::milliseconds sBound;
-    std::string strPath;
 };
 } // namespace
 
 bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bVariables,
                   std::chrono::milliseconds I_sBound)
 {
-    CUtility sUtility(X_sReport, I_sConnection, I_bVariables, I_sBound);
-    return Climb<CUtility>(X_sReport, sUtility,
-                           {{"ini.file", &CUtility::IniFile},
-                            {"ini.key", &CUtility::IniKey},
-                            {"utility.file", &CUtility::File},
-                            {"utility.query", &CUtility::Answer}}) &&
+    UTILITY sUtility{X_sReport, I_sConnection, I_bVariables, I_sBound};
+    return Climb<UTILITY>(X_sReport, sUtility,
+                          {{"ini.file", &UTILITY::IniFile},
+                           {"ini.key", &UTILITY::IniKey},
+                           {"utility.file", &UTILITY::File},
+                           {"utility.query", &UTILITY::Answer}}) &&
            I_bVariables;
 }
 } // namespace check
