@@ -44,7 +44,7 @@ FAULTS = [
     Fault("network.greeting", "SSH-2.0", "correct host or port", {"GREETING": ["SSH-2.0-x"]}, LOOK),
     Fault("network.greeting", "turns sessions away: 421 full", "limit of sessions", FULL, LOOK),
     Fault("network.greeting", "closed", "an FTP server", {"GREETING": ["close"]}, LOOK),
-    Fault("network.greeting", "no answer within 2 s", "server's log", {"GREETING": DRIP}, LOOK),
+    Fault("network.greeting", "no answer within 2 s", "at its log", {"GREETING": DRIP}, LOOK),
     Fault("network.login", "421 full", "limit of sessions", FULL),
     Fault("network.login", "530 ********?", "--user or the password", {"PASS": [f"530 {PASSWORD}?"]}),
     Fault("network.login", "530 no", "--user", {"USER": ["530 no"], "PASS": ["503 no"]}),
@@ -73,7 +73,7 @@ FAULTS = [
 SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
     ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
     ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
-    ({}, (), "network.tcp", "port 1: Connection refused", "port is right"),
+    ({}, (), "network.tcp", "127.0.0.1:1: Connection refused", "port is right"),
     ({"XBSA_TRACE": "2", "XBSA_LOGFILE": "{}/none/log"}, (), "log", "/none/log", "account write"),
     *(({}, ("--library", path), step, text, advice) for path, step, text, advice in (
         ("{}/bits.so", "library.file", "is 32 bit", "built for 64 bit"),

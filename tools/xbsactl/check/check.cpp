@@ -48,6 +48,12 @@ FINDING Login(const CReport &I_sReport, const std::string &I_strFault)
                 "at most 52 bytes together and no \":\"");
 }
 
+void Skip(CReport &X_sReport, const std::string &I_strWhy)
+{
+    SkipDialogue(X_sReport, I_strWhy);
+    SkipSessions(X_sReport, I_strWhy);
+}
+
 // First what the session said to the server, then what the library made of it.
 void Report(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
             const sockaddr_in &I_sServer)
@@ -64,12 +70,11 @@ void CheckPlain(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool 
     const SERVER sServer = LookAt(X_sReport, I_sConnection.strHost, sSessions.sSilence);
     const char *cpWhy = I_bLibrary ? nullptr : "the library is not usable";
     if (!bLogin) cpWhy = "user and password cannot be used";
-    if (!sServer.bUsable) cpWhy = "an earlier step failed";
+    if (!sServer.bUsable) cpWhy = "the server is not usable";
     if (cpWhy == nullptr) Report(X_sReport, sSessions, RunAlone(sSessions), sServer.sAddress);
     else
     {
-        SkipDialogue(X_sReport, cpWhy);
-        SkipSessions(X_sReport, cpWhy);
+        Skip(X_sReport, cpWhy);
     }
     CleanUp(X_sReport, sSessions, sServer.sAddress);
 }
@@ -86,8 +91,7 @@ void CheckNamed(CReport &X_sReport, SESSIONS &X_sSessions)
     }
     const SERVER sServer = LookAt(X_sReport, strHost, Bound(X_sSessions.sConnection));
     if (sServer.bUsable) return Report(X_sReport, X_sSessions, sAlone, sServer.sAddress);
-    SkipDialogue(X_sReport, "an earlier step failed");
-    SkipSessions(X_sReport, "the network is not usable");
+    Skip(X_sReport, "the server is not usable");
 }
 
 void CheckInformix(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,

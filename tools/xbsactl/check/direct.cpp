@@ -77,7 +77,10 @@ class CFtp
     base::CDescriptor sControl;
 };
 
-void Resolve(const std::string &I_strHost, sockaddr_in &X_sServer, const SAY &I_fpSay)
+// In the child: each step says what it found, or throws.
+using FOUND = std::function<void(const char *cpStep, const FINDING &I_sFinding)>;
+
+in_addr Resolve(const std::string &I_strHost, const FOUND &I_fpFound)
 {
     addrinfo sHints{};
     sHints.ai_family = AF_INET;
@@ -87,129 +90,88 @@ void Resolve(const std::string &I_strHost, sockaddr_in &X_sServer, const SAY &I_
     if (iError != 0) throw base::FAILURE(gai_strerror(iError));
     size_t uCount = 0;
     for (const addrinfo *spEach = spFound; spEach != nullptr; spEach = spEach->ai_next) uCount++;
+    const std::string strMore = Text(", the first of ", uCount, " addresses");
     // The first, as the library takes it. The process ends: nothing is freed.
-    X_sServer.sin_addr = reinterpret_cast<const sockaddr_in *>(spFound->ai_addr)->sin_addr;
-    I_fpSay("count", std::to_string(uCount));
-    I_fpSay("address", inet_ntoa(X_sServer.sin_addr));
+    const in_addr sAddress = reinterpret_cast<const sockaddr_in *>(spFound->ai_addr)->sin_addr;
+    const std::string strAddress = inet_ntoa(sAddress);
+    I_fpFound("network.name",
+              Ok(Text("\"", I_strHost, "\" is ", strAddress, uCount > 1 ? strMore : "")));
     std::array<char, NI_MAXHOST> szName{};
     const int iReverse = getnameinfo(spFound->ai_addr, spFound->ai_addrlen, szName.data(),
                                      szName.size(), nullptr, 0, NI_NAMEREQD);
-    I_fpSay("reverse", iReverse == 0 ? szName.data() : "");
+    I_fpFound("network.reverse",
+              iReverse == 0 ? Ok(Text(strAddress, " is \"", szName.data(), "\""))
+                            : Warn(strAddress + " has no name",
+                                   "enter the address in reverse DNS or /etc/hosts; the library "
+                                   "does without"));
+    return sAddress;
 }
 
-void Greet(const sockaddr_in &I_sServer, const SAY &I_fpSay)
+FINDING JudgeGreeting(const std::string &I_strText, size_t I_uLines)
+{
+    if (I_strText[0] == '4' || I_strText[0] == '5')
+        return Fail("the server turns sessions away: " + I_strText, Remedy(": " + I_strText));
+    if (I_strText.substr(0, 3) != "220")
+        return Fail(I_strText, "this is not an FTP server: correct host or port");
+    if (I_uLines > 1) return Fail(Text(I_uLines, " lines: ", I_strText), Remedy("220-"));
+    return Ok("one line: " + I_strText);
+}
+
+void Greet(const sockaddr_in &I_sServer, const CReport &I_sReport, const FOUND &I_fpFound)
 {
     const CFtp sFtp(I_sServer);
-    I_fpSay("connected", "");
+    I_fpFound("network.tcp", Ok(Text("connected to ", inet_ntoa(I_sServer.sin_addr), " port ",
+                                     ntohs(I_sServer.sin_port))));
     std::vector<std::string> vecLines = sFtp.Reply();
-    I_fpSay("begun", "");
     while (sFtp.HasMore()) vecLines.push_back(sFtp.Line());
     std::string strText;
     for (const std::string &strLine : vecLines) strText += (strText.empty() ? "" : " / ") + strLine;
-    I_fpSay("lines", std::to_string(vecLines.size()));
-    I_fpSay("greeting", strText);
+    I_fpFound("network.greeting", JudgeGreeting(I_sReport.Foreign(strText), vecLines.size()));
     sFtp.Command("QUIT");
 }
 
-class CLook
+std::string Packed(const FINDING &I_sFinding)
 {
-  public:
-    CLook(CReport &X_sReport, const std::string &I_strHost, std::chrono::milliseconds I_sBound)
-        : sReport(X_sReport), strHost(I_strHost.substr(0, I_strHost.find(':')))
-    {
-        const size_t uColon = I_strHost.find(':');
-        iPort = uColon != std::string::npos ? std::stoi(I_strHost.substr(uColon + 1)) : 21;
-        sOutcome = RunChild(I_sBound, [this](const SAY &I_fpSay) {
-            sockaddr_in sServer = Server();
-            Resolve(strHost, sServer, I_fpSay);
-            Greet(sServer, I_fpSay);
-        });
-    }
+    return Text(static_cast<int>(I_sFinding.eStatus), I_sFinding.strFound, '\t',
+                I_sFinding.strNext);
+}
 
-    sockaddr_in Server() const
-    {
-        sockaddr_in sServer{};
-        sServer.sin_family = AF_INET;
-        sServer.sin_port = htons(static_cast<uint16_t>(iPort));
-        inet_pton(AF_INET, sOutcome.Value("address").c_str(), &sServer.sin_addr);
-        return sServer;
-    }
+FINDING Unpacked(const std::string &I_strText)
+{
+    const size_t uTab = I_strText.find('\t');
+    return {static_cast<STATUS>(I_strText[0] - '0'), I_strText.substr(1, uTab - 1),
+            I_strText.substr(uTab + 1)};
+}
 
-    bool Run()
-    {
-        return Climb<CLook>(sReport, *this,
-                            {{"network.name", &CLook::Name},
-                             {"network.reverse", &CLook::Reverse},
-                             {"network.tcp", &CLook::Tcp},
-                             {"network.greeting", &CLook::Greeting}});
-    }
+// The steps, and what to do when one did not come to its end.
+constexpr std::array<std::pair<const char *, const char *>, 4> LOOKS = {
+    {{"network.name", "correct the host's name, or enter it in DNS or /etc/hosts"},
+     {"network.reverse", "correct DNS or /etc/hosts"},
+     {"network.tcp", "check that the port is right, the server runs, and firewalls let this host "
+                     "connect to it"},
+     {"network.greeting",
+      "look whether an FTP server is what listens on this port, and at its log; "
+      "a slow look-up of this host's name on the server delays the greeting, "
+      "too"}}};
 
-  private:
-    // Of that event, or of the failure that came instead.
-    FINDING Timed(const char *cpEvent, FINDING I_sFinding)
-    {
-        const EVENT *spEvent = sOutcome.Find(cpEvent);
-        const long lNow = spEvent != nullptr ? spEvent->lMilliseconds : lLast;
-        I_sFinding.lMilliseconds = lNow - std::exchange(lLast, lNow);
-        return I_sFinding;
-    }
-
-    FINDING Name()
-    {
-        if (sOutcome.Find("address") == nullptr)
-            return Fail(Text("\"", strHost, "\": ", sOutcome.strFailure),
-                        "correct the host's name, or enter it in DNS or /etc/hosts");
-        const std::string strCount = sOutcome.Value("count");
-        const std::string strFound = Text("\"", strHost, "\" is ", sOutcome.Value("address"));
-        if (strCount == "1") return Timed("address", Ok(strFound));
-        return Timed("address", Ok(Text(strFound, ", the first of ", strCount, " addresses")));
-    }
-
-    FINDING Reverse()
-    {
-        const std::string strAddress = sOutcome.Value("address");
-        const std::string strName = sOutcome.Value("reverse");
-        if (!strName.empty())
-            return Timed("reverse", Ok(Text(strAddress, " is \"", strName, "\"")));
-        return Timed("reverse", Warn(strAddress + " has no name",
-                                     "enter the address in reverse DNS or /etc/hosts; the library "
-                                     "does without"));
-    }
-
-    FINDING Tcp()
-    {
-        const std::string strWhere = Text(sOutcome.Value("address"), " port ", iPort);
-        if (sOutcome.Find("connected") != nullptr)
-            return Timed("connected", Ok("connected to " + strWhere));
-        return Fail(Text(strWhere, ": ", sOutcome.strFailure),
-                    "check that the port is right, the server runs, and firewalls let this host "
-                    "connect to it");
-    }
-
-    FINDING Greeting()
-    {
-        const std::string strText = sReport.Foreign(sOutcome.Value("greeting"));
-        if (sOutcome.Find("begun") == nullptr)
-            return Fail(sOutcome.strFailure,
-                        "look whether an FTP server is what listens on this port; a slow look-up "
-                        "of this host's name on the server delays the greeting, too");
-        if (strText.empty())
-            return Fail(sOutcome.strFailure, "read the server's log: it should have answered");
-        if (strText[0] == '4' || strText[0] == '5')
-            return Fail("the server turns sessions away: " + strText, Remedy(": " + strText));
-        if (strText.substr(0, 3) != "220")
-            return Fail(strText, "this is not an FTP server: correct host or port");
-        if (sOutcome.Value("lines") != "1")
-            return Fail(Text(sOutcome.Value("lines"), " lines: ", strText), Remedy("220-"));
-        return Timed("greeting", Ok("one line: " + strText));
-    }
-
-    CReport &sReport;
-    std::string strHost;
-    int iPort = 0;
-    OUTCOME sOutcome;
+bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string &I_strHost)
+{
+    bool bGoing = true;
     long lLast = 0;
-};
+    for (const auto &[cpStep, cpNext] : LOOKS)
+    {
+        FINDING sFinding = NotTried("an earlier step failed");
+        if (bGoing) sFinding = Fail(I_strHost + ": " + I_sOutcome.strFailure, cpNext);
+        if (const EVENT *spEvent = I_sOutcome.Find(cpStep))
+        {
+            sFinding = Unpacked(spEvent->strValue);
+            sFinding.lMilliseconds =
+                spEvent->lMilliseconds - std::exchange(lLast, spEvent->lMilliseconds);
+        }
+        bGoing = X_sReport.Add(cpStep, sFinding) && bGoing;
+    }
+    return bGoing;
+}
 
 void Delete(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer, const SAY &I_fpSay)
 {
@@ -248,9 +210,22 @@ FINDING CleanUpPlain(const CReport &I_sReport, const SESSIONS &I_sSessions,
 
 SERVER LookAt(CReport &X_sReport, const std::string &I_strHost, std::chrono::milliseconds I_sBound)
 {
-    CLook sLook(X_sReport, I_strHost, I_sBound);
-    const bool bUsable = sLook.Run();
-    return {sLook.Server(), bUsable};
+    const size_t uColon = I_strHost.find(':');
+    const std::string strPort = uColon != std::string::npos ? I_strHost.substr(uColon + 1) : "21";
+    SERVER sServer;
+    sServer.sAddress.sin_family = AF_INET;
+    sServer.sAddress.sin_port = htons(static_cast<uint16_t>(std::stoi(strPort)));
+    const OUTCOME sOutcome = RunChild(I_sBound, [&](const SAY &I_fpSay) {
+        const FOUND fpFound = [&](const char *cpStep, const FINDING &sFinding) {
+            I_fpSay(cpStep, Packed(sFinding));
+        };
+        sServer.sAddress.sin_addr = Resolve(I_strHost.substr(0, uColon), fpFound);
+        I_fpSay("address", inet_ntoa(sServer.sAddress.sin_addr));
+        Greet(sServer.sAddress, X_sReport, fpFound);
+    });
+    inet_pton(AF_INET, sOutcome.Value("address").c_str(), &sServer.sAddress.sin_addr);
+    sServer.bUsable = ReportLook(X_sReport, sOutcome, I_strHost);
+    return sServer;
 }
 
 void CleanUp(CReport &X_sReport, const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
