@@ -13,12 +13,12 @@ namespace check
 {
 namespace
 {
-constexpr unsigned BOUND = 15; // seconds: the longest wait for one answer
-
+// The longest wait for one answer.
 std::chrono::seconds Bound(const base::CONNECTION &I_sConnection)
 {
-    const unsigned uTimeout = I_sConnection.uTimeout;
-    return std::chrono::seconds(uTimeout == 0 ? BOUND : std::min(BOUND, uTimeout));
+    constexpr unsigned MOST = 15;
+    const unsigned uTimeout = I_sConnection.uTimeout; // 0: no limit
+    return std::chrono::seconds(uTimeout == 0 ? MOST : std::min(MOST, uTimeout));
 }
 
 // A KORVA server may wait for a tape before it takes an object. Without a limit nothing would ever
@@ -72,10 +72,7 @@ void CheckPlain(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool 
     if (!bLogin) cpWhy = "user and password cannot be used";
     if (!sServer.bUsable) cpWhy = "the server is not usable";
     if (cpWhy == nullptr) Report(X_sReport, sSessions, RunAlone(sSessions), sServer.sAddress);
-    else
-    {
-        Skip(X_sReport, cpWhy);
-    }
+    else Skip(X_sReport, cpWhy);
     CleanUp(X_sReport, sSessions, sServer.sAddress);
 }
 

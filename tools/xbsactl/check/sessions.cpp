@@ -16,10 +16,6 @@ namespace
 using CLOCK = std::chrono::steady_clock;
 
 constexpr size_t SIZE = 1 << 20; // bytes of an object
-constexpr const char *STORE_STEP = "library.store";
-constexpr const char *RESTORE_STEP = "library.restore";
-constexpr const char *COMPARE_STEP = "library.compare";
-constexpr const char *PAIR_STEP = "library.two_at_once";
 constexpr const char *NO_TRUST = "trust no backup on this server: ";
 
 std::string Since(CLOCK::time_point I_sStart)
@@ -123,13 +119,14 @@ std::string FailureOf(const OUTCOME &I_sOutcome)
     return I_sOutcome.strFailure.empty() ? I_sOutcome.Value("error") : I_sOutcome.strFailure;
 }
 
-// After "[KEY=" in a line of the utility's answer.
+// Of "[KEY=VALUE]." in a line of the utility's answer.
 std::string AnswerIn(const OUTCOME &I_sAlone, const std::string &I_strKey)
 {
     const std::string strBegin = "parse_com_answer: Parsing line: [" + I_strKey + "=";
     for (const EVENT &sEvent : I_sAlone.vecEvents)
-        if (sEvent.strValue.compare(0, strBegin.size(), strBegin) == 0)
-            return sEvent.strValue.substr(strBegin.size());
+        if (sEvent.strValue.rfind(strBegin, 0) == 0)
+            return sEvent.strValue.substr(strBegin.size(),
+                                          sEvent.strValue.rfind(']') - strBegin.size());
     return "";
 }
 
@@ -147,17 +144,15 @@ bool LeftObject(const OUTCOME &I_sAlone)
     return bSent;
 }
 
+// The object of a session that has begun, or of one that has sent STOR.
 void NoteLeft(SESSIONS &X_sSessions, const std::string &I_strName, const OUTCOME &I_sOutcome,
               bool I_bObject)
 {
-    std::string strLeft = I_bObject ? I_strName : "";
-    if (X_sSessions.sConnection.bInformix)
-    {
-        strLeft = AnswerIn(I_sOutcome, "savesetname");
-        strLeft.resize(std::min(strLeft.size(), strLeft.find_first_of("@]")));
-        if (strLeft.empty()) strLeft = I_sOutcome.Value("copy");
-    }
-    if (!strLeft.empty()) X_sSessions.vecLeft.push_back(strLeft);
+    std::string strCopy = AnswerIn(I_sOutcome, "savesetname");
+    strCopy = strCopy.empty() ? I_sOutcome.Value("copy") : strCopy.substr(0, strCopy.find('@'));
+    const bool bInformix = X_sSessions.sConnection.bInformix;
+    if (bInformix ? !strCopy.empty() : I_bObject)
+        X_sSessions.vecLeft.push_back(bInformix ? strCopy : I_strName);
 }
 
 FINDING JudgePair(const CReport &I_sReport, const OUTCOME &I_sOutcome)
@@ -172,86 +167,106 @@ FINDING JudgePair(const CReport &I_sReport, const OUTCOME &I_sOutcome)
     return Fail(strDifference, Text(NO_TRUST, "sessions at once disturb each other"));
 }
 
-// One session goes there and back while another one is open.
-FINDING Pair(const CReport &I_sReport, SESSIONS &X_sSessions)
+struct LADDER
 {
-    std::array<int, 2> aiGate{};
-    if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
-    const base::CDescriptor sWaits(aiGate[0]);
-    base::CDescriptor sGate(aiGate[1]); // closed: the first session goes on
-    const auto fpAwait = [&] {
-        char cByte = '\0';
-        sGate = base::CDescriptor();
-        if (read(sWaits.Get(), &cByte, 1) == -1) throw base::SystemFailure("a pipe");
-    };
-    const std::string strFirst = X_sSessions.strName + "-2";
-    const std::string strSecond = X_sSessions.strName + "-3";
-    CChild sChild(Work(X_sSessions, strFirst, false, fpAwait));
-    OUTCOME sFirst = sChild.Wait(2 * X_sSessions.sSilence, "copy");
-    OUTCOME sSecond;
-    if (FailureOf(sFirst).empty())
+    CReport &sReport;
+    SESSIONS &sSessions;
+    const OUTCOME &sAlone;
+
+    FINDING Store()
     {
-        sSecond = RunChild(2 * X_sSessions.sSilence, Work(X_sSessions, strSecond, false, [] {}));
-        sGate = base::CDescriptor();
-        sFirst = sChild.Wait(2 * X_sSessions.sSilence);
+        return Trip("stored");
     }
-    NoteLeft(X_sSessions, strFirst, sFirst, sFirst.Find("begun") != nullptr);
-    NoteLeft(X_sSessions, strSecond, sSecond, sSecond.Find("begun") != nullptr);
-    const FINDING sFinding = JudgePair(I_sReport, sFirst);
-    return sFinding.eStatus == STATUS::OK ? JudgePair(I_sReport, sSecond) : sFinding;
-}
 
-FINDING Trip(const CReport &I_sReport, const OUTCOME &I_sAlone, const char *cpEvent,
-             bool I_bInformix)
-{
-    const EVENT *spEvent = I_sAlone.Find(cpEvent);
-    const std::string strFailure = FailureOf(I_sAlone);
-    if (spEvent == nullptr)
-        return Fail(I_sReport.Foreign(strFailure), Remedy(strFailure, I_bInformix));
-    FINDING sFinding = Ok(Text(SIZE, " bytes in ", spEvent->strValue, " ms"));
-    sFinding.lMilliseconds = std::stol(spEvent->strValue);
-    return sFinding;
-}
+    FINDING Restore()
+    {
+        return Trip("restored");
+    }
 
-FINDING Compared(const std::string &I_strDifference)
-{
-    if (I_strDifference.empty()) return Ok("what was stored came back");
-    return Fail(I_strDifference,
-                Text(NO_TRUST, "look for a full or broken disk, a conversion of texts, or "
-                               "something on the way that changes data"));
-}
+    FINDING Compare()
+    {
+        const std::string strDifference = sAlone.Value("difference");
+        if (strDifference.empty()) return Ok("what was stored came back");
+        return Fail(strDifference,
+                    Text(NO_TRUST, "look for a full or broken disk, a conversion of texts, or "
+                                   "something on the way that changes data"));
+    }
+
+    // One session goes there and back while another one is open.
+    FINDING Pair()
+    {
+        std::array<int, 2> aiGate{};
+        if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
+        const base::CDescriptor sWaits(aiGate[0]);
+        base::CDescriptor sGate(aiGate[1]); // closed: the first session goes on
+        const auto fpAwait = [&] {
+            char cByte = '\0';
+            sGate = base::CDescriptor();
+            if (read(sWaits.Get(), &cByte, 1) == -1) throw base::SystemFailure("a pipe");
+        };
+        const std::string strFirst = sSessions.strName + "-2";
+        const std::string strSecond = sSessions.strName + "-3";
+        CChild sChild(Work(sSessions, strFirst, false, fpAwait));
+        OUTCOME sFirst = sChild.Wait(2 * sSessions.sSilence, "copy");
+        OUTCOME sSecond;
+        if (FailureOf(sFirst).empty())
+        {
+            sSecond = RunChild(2 * sSessions.sSilence, Work(sSessions, strSecond, false, [] {}));
+            sGate = base::CDescriptor();
+            sFirst = sChild.Wait(2 * sSessions.sSilence);
+        }
+        NoteLeft(sSessions, strFirst, sFirst, sFirst.Find("begun") != nullptr);
+        NoteLeft(sSessions, strSecond, sSecond, sSecond.Find("begun") != nullptr);
+        const FINDING sFinding = JudgePair(sReport, sFirst);
+        return sFinding.eStatus == STATUS::OK ? JudgePair(sReport, sSecond) : sFinding;
+    }
+
+    FINDING Trip(const char *cpEvent) const
+    {
+        const EVENT *spEvent = sAlone.Find(cpEvent);
+        const std::string strFailure = FailureOf(sAlone);
+        if (spEvent == nullptr)
+            return Fail(sReport.Foreign(strFailure),
+                        Remedy(strFailure, sSessions.sConnection.bInformix));
+        FINDING sFinding = Ok(Text(SIZE, " bytes in ", spEvent->strValue, " ms"));
+        sFinding.lMilliseconds = std::stol(spEvent->strValue);
+        return sFinding;
+    }
+};
 } // namespace
 
 OUTCOME RunAlone(SESSIONS &X_sSessions)
 {
     const std::string strName = X_sSessions.strName + "-1";
+    const std::chrono::seconds sMore(2); // the library's own wait ends first
     const OUTCOME sOutcome =
-        RunChild(X_sSessions.sSilence + std::chrono::seconds(2), // the library's
-                 Work(X_sSessions, strName, true, [] {}));       // wait first
+        RunChild(X_sSessions.sSilence + sMore, Work(X_sSessions, strName, true, [] {}));
     NoteLeft(X_sSessions, strName, sOutcome, LeftObject(sOutcome));
     return sOutcome;
 }
 
 std::string ServerIn(const OUTCOME &I_sAlone)
 {
-    const std::string strServer = AnswerIn(I_sAlone, "tape_server");
-    return strServer.substr(0, strServer.find(':', strServer.find(':') + 1));
+    std::istringstream sParts(AnswerIn(I_sAlone, "tape_server"));
+    std::string strHost;
+    int iPort = 0;
+    std::getline(sParts, strHost, ':') >> iPort;
+    return !strHost.empty() && iPort >= 1 && iPort <= 65535 ? Text(strHost, ':', iPort) : "";
 }
 
 void ReportSessions(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone)
 {
-    const bool bInformix = X_sSessions.sConnection.bInformix;
-    if (!X_sReport.Add(STORE_STEP, Trip(X_sReport, I_sAlone, "stored", bInformix)))
-        return X_sReport.NotTried({RESTORE_STEP, COMPARE_STEP, PAIR_STEP}, "nothing is stored");
-    if (!X_sReport.Add(RESTORE_STEP, Trip(X_sReport, I_sAlone, "restored", bInformix)))
-        return X_sReport.NotTried({COMPARE_STEP, PAIR_STEP}, "nothing came back");
-    if (X_sReport.Add(COMPARE_STEP, Compared(I_sAlone.Value("difference"))))
-        X_sReport.Add(PAIR_STEP, Pair(X_sReport, X_sSessions));
-    else X_sReport.NotTried({PAIR_STEP}, "one alone does not work");
+    LADDER sLadder{X_sReport, X_sSessions, I_sAlone};
+    Climb<LADDER>(X_sReport, sLadder,
+                  {{"library.store", &LADDER::Store},
+                   {"library.restore", &LADDER::Restore},
+                   {"library.compare", &LADDER::Compare},
+                   {"library.two_at_once", &LADDER::Pair}});
 }
 
 void SkipSessions(CReport &X_sReport, const std::string &I_strWhy)
 {
-    X_sReport.NotTried({STORE_STEP, RESTORE_STEP, COMPARE_STEP, PAIR_STEP}, I_strWhy);
+    X_sReport.NotTried(
+        {"library.store", "library.restore", "library.compare", "library.two_at_once"}, I_strWhy);
 }
 } // namespace check
