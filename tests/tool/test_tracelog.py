@@ -171,10 +171,10 @@ class Trace(unittest.TestCase):
                         "2026-11-23 17:00:11", "2026-11-24", "16:59", "17:00:10")))),
                 (("--since", "yesterday"), 2, "yesterday"), (("--since", "25:00"), 2, "25:00"),
                 (("--html", self.file("xbsa.log")), 2, "overwrite"),
-                (("--bar-act-log", self.file("none")), 1, "No such file")):
+                (("--bar-act-log", self.file("none")), 6, "No such file")):
             with self.subTest(options):
                 self.assertIn(want, self.trace(older + self.one, *options, code=code))
-        for *args, code in (self.file("none"), 1), (self.folder, 1), (2,):
+        for *args, code in (self.file("none"), 6), (self.folder, 6), (2,):
             got = subprocess.run([TOOL, "trace", *args], capture_output=True, env=ENV, check=False)
             self.assertEqual((got.returncode, got.stdout), (code, b""))
 

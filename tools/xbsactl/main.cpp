@@ -50,7 +50,8 @@ int Report(const base::FAILURE &I_sFailure, const COMMAND_LINE &I_sLine)
     const bool bUsage = I_sFailure.iExit == base::EXIT_USAGE;
     const auto eMode =
         I_sLine.sConnection.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN;
-    const std::string strHint = bUsage ? "" : explain::Hint(strText, eMode);
+    const bool bFailure = !bUsage && I_sFailure.iExit != base::EXIT_NO_MATCH;
+    const std::string strHint = bFailure ? explain::Hint(strText, eMode) : "";
     fprintf(stderr, "xbsactl: %s%s\n", strText.c_str(), bUsage ? " (see xbsactl --help)" : "");
     if (!strHint.empty()) fprintf(stderr, "hint: %s\n", base::Printable(strHint).c_str());
     return I_sFailure.iExit;

@@ -369,15 +369,13 @@ size_t Distance(const std::string &I_strOne, const std::string &I_strOther)
 std::string UnknownCommand(const CLI::App &I_sApp)
 {
     const std::vector<std::string> vecRest = I_sApp.remaining();
-    const auto sWord = std::find_if(vecRest.begin(), vecRest.end(), [](const std::string &strWord) {
-        return strWord.compare(0, 1, "-") != 0;
-    });
-    if (!I_sApp.get_subcommands().empty() || sWord == vecRest.end()) return "";
+    if (!I_sApp.get_subcommands().empty() || vecRest.empty() || vecRest[0].compare(0, 1, "-") == 0)
+        return "";
+    const std::string strText = "there is no command \"" + vecRest[0] + "\"";
     for (const CLI::App *spCommand : I_sApp.get_subcommands({}))
-        if (Distance(*sWord, spCommand->get_name()) <= 2)
-            return "there is no command \"" + *sWord + "\": did you mean \"" +
-                   spCommand->get_name() + "\"?";
-    return "there is no command \"" + *sWord + "\"";
+        if (Distance(vecRest[0], spCommand->get_name()) <= 2)
+            return strText + ": did you mean \"" + spCommand->get_name() + "\"?";
+    return strText;
 }
 } // namespace
 
@@ -395,6 +393,10 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
     {
         const std::string strText = UnknownCommand(sApp);
         throw base::USAGE_ERROR(strText.empty() ? sError.what() : strText);
+    } catch (const CLI::ConfigError &sError)
+    {
+        throw base::USAGE_ERROR("--config: " + std::string(sError.what()) +
+                                "; a password is never in that file");
     } catch (const CLI::ParseError &sError)
     {
         if (sError.get_exit_code() != 0) throw base::USAGE_ERROR(sError.what());

@@ -81,6 +81,9 @@ void TakeLine(char *cpMessage)
     for (const std::string strStart : {"parse_com_answer: ERROR MESSAGE: ", "find_com_intf: "})
         if (strMessage.rfind(strStart, 0) == 0 && strMessage.find(" INI ") == std::string::npos)
             sTrace.strUtility = strMessage.substr(strStart.size());
+    std::string &strText = sTrace.strUtility;
+    if (strText.size() > 1 && strText.front() == '[' && strText.back() == ']')
+        strText = strText.substr(1, strText.size() - 2);
 }
 
 // The library writes the file without a word when it cannot; here its lines come to the tool.

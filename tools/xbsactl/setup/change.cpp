@@ -1,5 +1,7 @@
 // Changes files so that they can be put back: the old file stays beside the new one as a copy, and
 // a journal says what was done.
+#include <fcntl.h>
+
 #include <algorithm>
 
 #include "setup/parts.h"
@@ -84,6 +86,14 @@ void RefuseForeign(const PLACE &I_sPlace, const std::string &I_strFile)
         "; nothing was changed");
 }
 
+void RefuseClosed(const PLACE &I_sPlace)
+{
+    if (faccessat(I_sPlace.spEtc->Get(), ".", W_OK | X_OK, AT_EACCESS) == 0) return;
+    throw base::FileFailure(I_sPlace.Path("etc") + ": this account may not write there: run setup "
+                                                   "as the folder's owner or as root; nothing was "
+                                                   "changed");
+}
+
 // The reader of the question may have taken a while to answer.
 void CheckUnchanged(const PLACE &I_sPlace, const std::vector<CHANGE> &I_vecChanges)
 {
@@ -145,6 +155,7 @@ void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<CHANGE> 
     const JOURNAL sOld = ReadJournal(I_sPlace);
     std::vector<STEP> vecSteps;
     CheckUnchanged(I_sPlace, I_vecChanges);
+    RefuseClosed(I_sPlace);
     for (const CHANGE &sChange : I_vecChanges)
         vecSteps.push_back(Note(I_sPlace, I_sJournal, sChange));
     auto sStep = vecSteps.begin();
@@ -183,6 +194,7 @@ std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL I_sJournal)
 void Undo(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<UNDO> &I_vecUndo)
 {
     auto &vecRecords = I_sJournal.vecRecords;
+    RefuseClosed(I_sPlace);
     for (const UNDO &sUndo : I_vecUndo)
     {
         const RECORD &sRecord = sUndo.sRecord;
