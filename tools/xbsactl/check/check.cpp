@@ -109,18 +109,6 @@ void CheckInformix(CReport &X_sReport, const base::CONNECTION &I_sConnection, bo
     CleanUp(X_sReport, sSessions, {});
 }
 
-int RunSteps(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
-{
-    CReport sReport(I_sConnection.strPassword, I_sConnection.bInformix, I_sOptions);
-    const CHECKED_LIBRARY sLibrary = CheckLibrary(sReport, I_sConnection.strLibrary);
-    if (!I_sOptions.strInformixDir.empty()) CheckDatabase(sReport, I_sOptions, sLibrary);
-    const bool bVariables = CheckHost(sReport, I_sConnection);
-    const base::CONNECTION sConnection = WithTrace(I_sConnection);
-    if (sConnection.bInformix) CheckInformix(sReport, sConnection, sLibrary.bUsable, bVariables);
-    else CheckPlain(sReport, sConnection, sLibrary.bUsable);
-    bStored = false; // what is left is in the report
-    return sReport.Finish();
-}
 } // namespace
 
 void Stopped()
@@ -132,13 +120,14 @@ void Stopped()
 
 int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
 {
-    try
-    {
-        return RunSteps(I_sConnection, I_sOptions);
-    } catch (const std::exception &sError)
-    {
-        if (!I_sOptions.bNagios) throw;
-        return NagiosUnknown(sError.what());
-    }
+    CReport sReport(I_sConnection.strPassword, I_sConnection.bInformix, I_sOptions);
+    const CHECKED_LIBRARY sLibrary = CheckLibrary(sReport, I_sConnection.strLibrary);
+    if (!I_sOptions.strInformixDir.empty()) CheckDatabase(sReport, I_sOptions, sLibrary);
+    const bool bVariables = CheckHost(sReport, I_sConnection);
+    const base::CONNECTION sConnection = WithTrace(I_sConnection);
+    if (sConnection.bInformix) CheckInformix(sReport, sConnection, sLibrary.bUsable, bVariables);
+    else CheckPlain(sReport, sConnection, sLibrary.bUsable);
+    bStored = false; // what is left is in the report
+    return sReport.Finish();
 }
 } // namespace check

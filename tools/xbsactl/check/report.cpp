@@ -118,9 +118,9 @@ int CReport::FinishNagios() const
     return iExit;
 }
 
-int NagiosUnknown(const std::string &I_strWhy)
+int NagiosUnknown()
 {
-    printf("XBSA UNKNOWN - %s\n", base::Printable(I_strWhy).c_str());
+    printf("XBSA UNKNOWN - the check could not be run, standard error shows why\n");
     return 3;
 }
 

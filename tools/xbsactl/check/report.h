@@ -90,9 +90,6 @@ class CReport
     CLOCK::time_point sLast = sStart;
 };
 
-// The same for what stopped the check itself.
-int NagiosUnknown(const std::string &I_strWhy);
-
 // Steps that build on each other, each a function of one object.
 template <typename OBJECT> struct STEP
 {
