@@ -175,9 +175,9 @@ class Plain(Case):
         for line, row, *want in DATABASES:
             self.write("etc/onconfig.x", line.replace("LIBRARY", LIBRARY) + "\n")
             self.write("etc/sm_versions", row + "\n")
-            with self.subTest(line):
+            for name, env in ((("--onconfig", "onconfig.x"), {}), ((), {"ONCONFIG": "onconfig.x"})):
                 found = check("--host", "127.0.0.1:1", "--user", "b", "--informixdir", self.folder,
-                              env={"ONCONFIG": "onconfig.x"})[1]
+                              *name, env=env)[1]
                 self.assertEqual([found["database." + name][0] for name in ("onconfig", "sm_versions")],
                                  want, found)
 
@@ -191,6 +191,21 @@ class Plain(Case):
             found = check("--host", "127.0.0.1:1", "--user", "b", kernel=kernel)[1]
             self.assertRegex(";".join(" ".join(found["kernel." + name][:2]) for name in kernel),
                              "^" + ".*;".join(want))
+
+    def test_nagios(self):
+        """One line and a code of its own for each state; a wrong option is not a failed server."""
+        for server, options, env, code, line in (
+                (Daemon("vsftpd"), ("--host", "127.0.0.1:{}"), {"KORVA_STRICT": "1"}, 0, "(OK|WARNING) - "),
+                (Server(), ("--host", "127.0.0.1:{}"), {"XBSA_PASSWORD": "x:y"}, 2, "CRITICAL - login: "),
+                (Server(), ("--host", "127.0.0.1:{}", "--timeout", "x"), {}, 3, "UNKNOWN - "),
+                (Server(), (), {}, 3, "UNKNOWN - ")):
+            serve_behind(self, server)
+            options = [option.format(server.port) for option in options]
+            run = subprocess.run([TOOL, "check", "--nagios", "--user", "ftp", *options], check=False,
+                                 env=os.environ | {"XBSA_PASSWORD": PASSWORD} | env,
+                                 capture_output=True, text=True)
+            self.assertRegex(run.stdout, rf"^XBSA {line}[^\n|]*(\| ok=\d+ [^\n|]*)?\n$")
+            self.assertEqual(run.returncode, code + ("WARNING" in run.stdout), run.stdout)
 
     def test_wrong_arguments(self):
         for options in ((), ("--host", "x:0", "--user", "b"), ("--host", "x"),
@@ -230,5 +245,8 @@ class Informix(Case):
         code, found = check("--informix")
         self.assertEqual((code, sandbox.states(), found["cleanup"][1].count(", ")),
                          (0, ["good"] * 3, 2), found)
-        sandbox.fault("CONNECT=refuse")
-        self.assert_fails(check("--informix")[1], "network.data", "425", FIREWALL)
+        for fault, *want in (("CONNECT=refuse", "network.data", "425", FIREWALL),
+                             ("PASS=reply:530 no", "network.login", "530 no", "add account and host"),
+                             ("openjob=refuse:no drive", "library.store", "no drive", "")):
+            sandbox.fault(fault)
+            self.assert_fails(check("--informix")[1], *want)
