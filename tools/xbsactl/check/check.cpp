@@ -48,10 +48,10 @@ FINDING Login(const CReport &I_sReport, const std::string &I_strFault)
                 "at most 52 bytes together and no \":\"");
 }
 
-void Skip(CReport &X_sReport, const std::string &I_strWhy)
+void Skip(CReport &X_sReport, SESSIONS &X_sSessions, const std::string &I_strWhy)
 {
     SkipDialogue(X_sReport, I_strWhy);
-    SkipSessions(X_sReport, I_strWhy);
+    SkipSessions(X_sReport, X_sSessions, I_strWhy);
 }
 
 // First what the session said to the server, then what the library made of it.
@@ -60,7 +60,7 @@ void Report(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
 {
     if (ReportDialogue(X_sReport, I_sAlone, I_sServer, X_sSessions.sConnection.bInformix))
         ReportSessions(X_sReport, X_sSessions, I_sAlone);
-    else SkipSessions(X_sReport, "the network is not usable");
+    else SkipSessions(X_sReport, X_sSessions, "the network is not usable");
 }
 
 void CheckPlain(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary)
@@ -72,7 +72,7 @@ void CheckPlain(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool 
     if (!bLogin) cpWhy = "user and password cannot be used";
     if (!sServer.bUsable) cpWhy = "the server is not usable";
     if (cpWhy == nullptr) Report(X_sReport, sSessions, RunAlone(sSessions), sServer.sAddress);
-    else Skip(X_sReport, cpWhy);
+    else Skip(X_sReport, sSessions, cpWhy);
     CleanUp(X_sReport, sSessions, sServer.sAddress);
 }
 
@@ -83,28 +83,24 @@ void CheckNamed(CReport &X_sReport, SESSIONS &X_sSessions)
     const std::string strHost = ServerIn(sAlone);
     if (strHost.empty())
     {
-        X_sReport.NotTried({"network.name"}, "no session named a server");
+        X_sReport.Add("network.name", NotTried("no session named a server"));
         return ReportSessions(X_sReport, X_sSessions, sAlone);
     }
     const SERVER sServer = LookAt(X_sReport, strHost, Bound(X_sSessions.sConnection));
     if (sServer.bUsable) return Report(X_sReport, X_sSessions, sAlone, sServer.sAddress);
-    Skip(X_sReport, "the server is not usable");
+    Skip(X_sReport, X_sSessions, "the server is not usable");
 }
 
 void CheckInformix(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
                    bool I_bVariables)
 {
     SESSIONS sSessions{I_sConnection, ObjectName(), TapeBound(I_sConnection), {}};
-    if (!I_bLibrary)
-        X_sReport.NotTried({"ini.file", "ini.key", "utility.file", "utility.query"},
-                           "the library is not usable");
-    if (I_bLibrary && CheckUtility(X_sReport, I_sConnection, I_bVariables, Bound(I_sConnection)))
+    if (CheckUtility(X_sReport, I_sConnection, I_bLibrary, I_bVariables, Bound(I_sConnection)))
         CheckNamed(X_sReport, sSessions);
     else
     {
-        X_sReport.NotTried({"network.name"}, "no session named a server");
-        SkipSessions(X_sReport,
-                     I_bLibrary ? "the utility is not usable" : "the library is not usable");
+        X_sReport.Add("network.name", NotTried("no session named a server"));
+        SkipSessions(X_sReport, sSessions, "library or utility is not usable");
     }
     CleanUp(X_sReport, sSessions, {});
 }

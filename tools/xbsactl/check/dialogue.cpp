@@ -76,14 +76,16 @@ class CDialogue
         return Fail(strReply, Remedy(": " + strReply, bInformix));
     }
 
-    FINDING Type()
+    FINDING Judge(const char *cpVerb, const char *cpWanted) const
     {
-        return Judge("TYPE", "2");
-    }
-
-    FINDING Folder()
-    {
-        return Judge("CWD", "2");
+        const EXCHANGE *spExchange = Find(cpVerb);
+        const std::string strReply = Reply(cpVerb);
+        if (strReply.empty()) return Silent(cpVerb);
+        const std::string strFound = spExchange->strCommand + ": " + strReply;
+        FINDING sFinding =
+            After(strReply, cpWanted) != nullptr ? Ok(strFound) : Fail(strFound, Remedy(strFound));
+        sFinding.lMilliseconds = spExchange->lEnd - spExchange->lBegin;
+        return sFinding;
     }
 
     // The library announces the address of its control connection.
@@ -190,18 +192,6 @@ class CDialogue
         return strLast;
     }
 
-    FINDING Judge(const char *cpVerb, const char *cpWanted) const
-    {
-        const EXCHANGE *spExchange = Find(cpVerb);
-        const std::string strReply = Reply(cpVerb);
-        if (strReply.empty()) return Silent(cpVerb);
-        const std::string strFound = spExchange->strCommand + ": " + strReply;
-        FINDING sFinding =
-            After(strReply, cpWanted) != nullptr ? Ok(strFound) : Fail(strFound, Remedy(strFound));
-        sFinding.lMilliseconds = spExchange->lEnd - spExchange->lBegin;
-        return sFinding;
-    }
-
     // A command without a reply, or one that was never sent.
     FINDING Silent(const char *cpVerb) const
     {
@@ -230,22 +220,28 @@ class CDialogue
     std::string strEnd;     // of a session that was silent, or crashed
 };
 
-constexpr std::initializer_list<STEP<CDialogue>> STEPS = {
-    {"network.login", &CDialogue::Login}, {"network.type", &CDialogue::Type},
-    {"network.cwd", &CDialogue::Folder},  {"network.port", &CDialogue::Port},
-    {"network.stor", &CDialogue::Stor},   {"network.data", &CDialogue::Data},
-    {"network.end", &CDialogue::End}};
+STEPS StepsOf(CDialogue &X_sDialogue)
+{
+    return {{"network.login", [&] { return X_sDialogue.Login(); }},
+            {"network.type", [&] { return X_sDialogue.Judge("TYPE", "2"); }},
+            {"network.cwd", [&] { return X_sDialogue.Judge("CWD", "2"); }},
+            {"network.port", [&] { return X_sDialogue.Port(); }},
+            {"network.stor", [&] { return X_sDialogue.Stor(); }},
+            {"network.data", [&] { return X_sDialogue.Data(); }},
+            {"network.end", [&] { return X_sDialogue.End(); }}};
+}
 } // namespace
 
 bool ReportDialogue(CReport &X_sReport, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
                     bool I_bInformix)
 {
     CDialogue sDialogue(X_sReport, I_sAlone, I_sServer, I_bInformix);
-    return Climb<CDialogue>(X_sReport, sDialogue, STEPS);
+    return Climb(X_sReport, StepsOf(sDialogue));
 }
 
 void SkipDialogue(CReport &X_sReport, const std::string &I_strWhy)
 {
-    for (const STEP<CDialogue> &sStep : STEPS) X_sReport.NotTried({sStep.cpName}, I_strWhy);
+    CDialogue sNone(X_sReport, {}, {}, false);
+    X_sReport.Skip(StepsOf(sNone), I_strWhy);
 }
 } // namespace check

@@ -79,11 +79,10 @@ class CInspection
 
     CHECKED_LIBRARY Run(CReport &X_sReport)
     {
-        sResult.bUsable = Climb<CInspection>(X_sReport, *this,
-                                             {{"library.file", &CInspection::File},
-                                              {"library.load", &CInspection::Load},
-                                              {"library.calls", &CInspection::Calls},
-                                              {"library.version", &CInspection::Version}});
+        sResult.bUsable = Climb(X_sReport, {{"library.file", [this] { return File(); }},
+                                            {"library.load", [this] { return Load(); }},
+                                            {"library.calls", [this] { return Calls(); }},
+                                            {"library.version", [this] { return Version(); }}});
         return sResult;
     }
 

@@ -59,9 +59,9 @@ bool CReport::Add(const std::string &I_strStep, FINDING I_sFinding)
     return vecFindings.back().eStatus != STATUS::FAIL;
 }
 
-void CReport::NotTried(std::initializer_list<const char *> I_vecSteps, const std::string &I_strWhy)
+void CReport::Skip(const STEPS &I_vecSteps, const std::string &I_strWhy)
 {
-    for (const char *cpStep : I_vecSteps) Add(cpStep, check::NotTried(I_strWhy));
+    for (const STEP &sStep : I_vecSteps) Add(sStep.cpName, NotTried(I_strWhy));
 }
 
 std::string CReport::Foreign(const std::string &I_strText) const
@@ -116,6 +116,15 @@ int CReport::FinishNagios() const
            Count(STATUS::OK), Count(STATUS::WARN), Count(STATUS::FAIL), Count(STATUS::NOT_TRIED),
            static_cast<double>(Between(sStart, sLast)) / 1000);
     return iExit;
+}
+
+bool Climb(CReport &X_sReport, const STEPS &I_vecSteps)
+{
+    bool bGoing = true;
+    for (const auto &[cpName, fpRun] : I_vecSteps)
+        bGoing =
+            X_sReport.Add(cpName, bGoing ? fpRun() : NotTried("an earlier step failed")) && bGoing;
+    return bGoing;
 }
 
 int NagiosUnknown()

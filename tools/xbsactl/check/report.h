@@ -4,7 +4,7 @@
 #define XBSACTL_CHECK_REPORT_H
 
 #include <chrono>
-#include <initializer_list>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -58,6 +58,13 @@ inline FINDING NotTried(const std::string &I_strWhy)
     return {STATUS::NOT_TRIED, "not tried: " + I_strWhy};
 }
 
+struct STEP
+{
+    const char *cpName;
+    std::function<FINDING()> fpRun;
+};
+using STEPS = std::vector<STEP>;
+
 class CReport
 {
   public:
@@ -66,7 +73,7 @@ class CReport
     // Returns false after a failure: what builds on the step makes no sense then.
     bool Add(const std::string &I_strStep, FINDING I_sFinding);
 
-    void NotTried(std::initializer_list<const char *> I_vecSteps, const std::string &I_strWhy);
+    void Skip(const STEPS &I_vecSteps, const std::string &I_strWhy);
 
     // A text that others wrote, safe to show: one line, without the password.
     std::string Foreign(const std::string &I_strText) const;
@@ -90,25 +97,8 @@ class CReport
     CLOCK::time_point sLast = sStart;
 };
 
-// Steps that build on each other, each a function of one object.
-template <typename OBJECT> struct STEP
-{
-    const char *cpName;
-    FINDING (OBJECT::*fpRun)();
-};
-
-// Runs them until one fails. Returns whether none did.
-template <typename OBJECT>
-bool Climb(CReport &X_sReport, OBJECT &X_sObject, std::initializer_list<STEP<OBJECT>> I_vecSteps)
-{
-    bool bGoing = true;
-    for (const STEP<OBJECT> &sStep : I_vecSteps)
-    {
-        if (bGoing) bGoing = X_sReport.Add(sStep.cpName, (X_sObject.*sStep.fpRun)());
-        else X_sReport.NotTried({sStep.cpName}, "an earlier step failed");
-    }
-    return bGoing;
-}
+// Runs steps that build on each other until one fails. Returns whether none did.
+bool Climb(CReport &X_sReport, const STEPS &I_vecSteps);
 } // namespace check
 
 #endif

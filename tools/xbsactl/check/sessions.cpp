@@ -171,17 +171,7 @@ struct LADDER
 {
     CReport &sReport;
     SESSIONS &sSessions;
-    const OUTCOME &sAlone;
-
-    FINDING Store()
-    {
-        return Trip("stored");
-    }
-
-    FINDING Restore()
-    {
-        return Trip("restored");
-    }
+    const OUTCOME sAlone;
 
     FINDING Compare()
     {
@@ -233,6 +223,14 @@ struct LADDER
         return sFinding;
     }
 };
+
+STEPS StepsOf(LADDER &X_sLadder)
+{
+    return {{"library.store", [&] { return X_sLadder.Trip("stored"); }},
+            {"library.restore", [&] { return X_sLadder.Trip("restored"); }},
+            {"library.compare", [&] { return X_sLadder.Compare(); }},
+            {"library.two_at_once", [&] { return X_sLadder.Pair(); }}};
+}
 } // namespace
 
 OUTCOME RunAlone(SESSIONS &X_sSessions)
@@ -257,16 +255,12 @@ std::string ServerIn(const OUTCOME &I_sAlone)
 void ReportSessions(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone)
 {
     LADDER sLadder{X_sReport, X_sSessions, I_sAlone};
-    Climb<LADDER>(X_sReport, sLadder,
-                  {{"library.store", &LADDER::Store},
-                   {"library.restore", &LADDER::Restore},
-                   {"library.compare", &LADDER::Compare},
-                   {"library.two_at_once", &LADDER::Pair}});
+    Climb(X_sReport, StepsOf(sLadder));
 }
 
-void SkipSessions(CReport &X_sReport, const std::string &I_strWhy)
+void SkipSessions(CReport &X_sReport, SESSIONS &X_sSessions, const std::string &I_strWhy)
 {
-    X_sReport.NotTried(
-        {"library.store", "library.restore", "library.compare", "library.two_at_once"}, I_strWhy);
+    LADDER sLadder{X_sReport, X_sSessions, {}};
+    X_sReport.Skip(StepsOf(sLadder), I_strWhy);
 }
 } // namespace check

@@ -36,8 +36,8 @@ base::CONNECTION WithTrace(base::CONNECTION I_sConnection);
 
 // The COM utility, found and asked by the library. Returns whether a session can be tried.
 //   I_bVariables  the KORVA_ variables are usable: without them the utility is not asked
-bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bVariables,
-                  std::chrono::milliseconds I_sBound);
+bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
+                  bool I_bVariables, std::chrono::milliseconds I_sBound);
 
 struct SERVER
 {
@@ -71,7 +71,7 @@ void SkipDialogue(CReport &X_sReport, const std::string &I_strWhy);
 
 // What the library made of it; when all is well, two sessions at once as well.
 void ReportSessions(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone);
-void SkipSessions(CReport &X_sReport, const std::string &I_strWhy);
+void SkipSessions(CReport &X_sReport, SESSIONS &X_sSessions, const std::string &I_strWhy);
 
 // Deletes what plain mode has left on the server, on a connection of its own; names the copies of
 // Informix sessions, which no client can remove.

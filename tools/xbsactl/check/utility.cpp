@@ -129,15 +129,16 @@ struct UTILITY
 };
 } // namespace
 
-bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bVariables,
-                  std::chrono::milliseconds I_sBound)
+bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
+                  bool I_bVariables, std::chrono::milliseconds I_sBound)
 {
     UTILITY sUtility{X_sReport, I_sConnection, I_bVariables, I_sBound};
-    return Climb<UTILITY>(X_sReport, sUtility,
-                          {{"ini.file", &UTILITY::IniFile},
-                           {"ini.key", &UTILITY::IniKey},
-                           {"utility.file", &UTILITY::File},
-                           {"utility.query", &UTILITY::Answer}}) &&
-           I_bVariables;
+    const STEPS vecSteps = {{"ini.file", [&] { return sUtility.IniFile(); }},
+                            {"ini.key", [&] { return sUtility.IniKey(); }},
+                            {"utility.file", [&] { return sUtility.File(); }},
+                            {"utility.query", [&] { return sUtility.Answer(); }}};
+    if (I_bLibrary) return Climb(X_sReport, vecSteps) && I_bVariables;
+    X_sReport.Skip(vecSteps, "the library is not usable");
+    return false;
 }
 } // namespace check
