@@ -192,26 +192,26 @@ class Plain(Case):
             self.assertRegex(";".join(" ".join(found["kernel." + name][:2]) for name in kernel),
                              "^" + ".*;".join(want))
 
+    def run_tool(self, *options):
+        run = subprocess.run([TOOL, "check", *options], env=os.environ | {"XBSA_PASSWORD": PASSWORD},
+                             capture_output=True, text=True, check=False)
+        return run.returncode, run.stdout
+
     def test_nagios(self):
-        """One line and a code of its own for each state; a wrong option is not a failed server."""
-        for server, options, env, code, line in (
-                (Daemon("vsftpd"), ("--host", "127.0.0.1:{}"), {"KORVA_STRICT": "1"}, 0, "(OK|WARNING) - "),
-                (Server(), ("--host", "127.0.0.1:{}"), {"XBSA_PASSWORD": "x:y"}, 2, "CRITICAL - login: "),
-                (Server(), ("--host", "127.0.0.1:{}", "--timeout", "x"), {}, 3, "UNKNOWN - "),
-                (Server(), (), {}, 3, "UNKNOWN - ")):
-            serve_behind(self, server)
-            options = [option.format(server.port) for option in options]
-            run = subprocess.run([TOOL, "check", "--nagios", "--user", "ftp", *options], check=False,
-                                 env=os.environ | {"XBSA_PASSWORD": PASSWORD} | env,
-                                 capture_output=True, text=True)
-            self.assertRegex(run.stdout, rf"^XBSA {line}[^\n|]*(\| ok=\d+ [^\n|]*)?\n$")
-            self.assertEqual(run.returncode, code + ("WARNING" in run.stdout), run.stdout)
+        """One line, and a code for each state; a real server refuses an account that it lacks."""
+        for name, code, line in (("vsftpd", 0, "(OK|WARNING) - "), ("proftpd", 2, "CRITICAL - network.login: 530 ")):
+            server = serve_behind(self, Daemon(name))
+            done, out = self.run_tool("--nagios", "--user", "ftp", "--host", f"127.0.0.1:{server.port}")
+            self.assertRegex(out, rf"^XBSA {line}[^\n|]*\| ok=\d+ [^\n|]*\n$")
+            self.assertEqual(done, code + ("WARNING" in out), out)
 
     def test_wrong_arguments(self):
-        for options in ((), ("--host", "x:0", "--user", "b"), ("--host", "x"),
+        """For a monitoring system they are not a failed server."""
+        for options in ((), ("--host", "x:0", "--user", "b"), ("--host", "x"), ("--timeout", "x"),
                         ("--informix", "--host", "x"), ("--informix", "--space", "x")):
-            run = subprocess.run([TOOL, "check", *options], capture_output=True, check=False)
-            self.assertEqual((run.returncode, run.stdout), (2, b""), options)
+            self.assertEqual(self.run_tool(*options), (2, ""), options)
+            code, out = self.run_tool("--nagios", *options)
+            self.assertEqual((code, out[:15], out.count("\n")), (3, "XBSA UNKNOWN - ", 1), options)
 
 
 class Informix(Case):
