@@ -95,9 +95,10 @@ const std::vector<ROW> &Rows()
          "The backup tool refuses the storage manager: sm_versions has no row for it.",
          "The row was never added, or an upgrade of the database replaced the file.",
          "run xbsactl setup --informixdir DIR --dry-run, which prints the missing row"},
-        {KIND::DATABASE, "BSAInit... 3",
-         "The session was not opened: the program asked for another version of the interface.",
-         "BSA_API_VERSION does not begin with 1.", "correct the sm_versions row"},
+        {KIND::DATABASE, "BSAInit... 3", "The session was not opened.",
+         "The program asked for another version of the interface (BSA_API_VERSION does not begin "
+         "with 1), or a KORVA_ variable of the data connection has a value that is not allowed.",
+         "correct the sm_versions row, or the variable that the trace names"},
         {KIND::DATABASE, "BSACreateObject... 3",
          "The backup of one object did not begin; nothing was stored.",
          "The COM utility refused the job, or the server refused connection, login, folder or "
@@ -168,8 +169,8 @@ const std::vector<ROW> &Rows()
          "command.",
          "A banner is switched on at the server.",
          "switch the banner off (vsftpd: no banner_file; ProFTPD: DisplayConnect off; Pure-FTPd: "
-         "FortunesFile with one line that everybody may read): the library reads one line only, "
-         "and xbsactl check shows the greeting"},
+         "FortunesFile with one line that everybody may read, and no NoAnonymous): the library "
+         "reads one line only, and xbsactl check shows the greeting"},
         {KIND::SERVER, "421 Service not available",
          "The server turned the session away or ended it, at the greeting or after a silence.",
          "Too many connections at once, a shutdown, or its data time-out.",
@@ -484,7 +485,29 @@ const std::vector<ROW> &Rows()
          "A variable is missing that every Informix session needs.",
          "It is not set where the backup tool or the database server was started.",
          "export it there and restart the database server"},
+        {KIND::MESSAGE, "... is not allowed: give ...",
+         "BSAInit refused the session and returned 3; nothing was sent.",
+         "A unit (2M), a sign, a blank, a number out of its limits, or a range that ends before it "
+         "begins.",
+         "give what the message names, or unset the variable"},
+        {KIND::MESSAGE, "No free port in KORVA_PORT_RANGE = ...",
+         "Every port of the range is in use; the call returns 3.",
+         "More streams at once than the range has ports, or other programs that use them.",
+         "widen KORVA_PORT_RANGE and the firewall's rule; reserve the range with "
+         "net.ipv4.ip_local_reserved_ports"},
+        {KIND::MESSAGE,
+         "KORVA_RATE_LIMIT = ...: not limited, setsockopt() failed with error code: ...",
+         "The system cannot limit a connection: the store runs as fast as it can.",
+         "A system older than Linux 3.13, or a sandbox that forbids the option.",
+         "limit the connection elsewhere (tc, the server), or unset KORVA_RATE_LIMIT"},
+        {KIND::MESSAGE, "KORVA_SOCKET_BUFFER = ...: ... allows only ...",
+         "The system allows a smaller buffer than the setting asks for; the transfer goes on with "
+         "a buffer that grows by itself.",
+         "The default of net.core.wmem_max and rmem_max is some 200 KiB.",
+         "raise the named setting with sysctl, for good in /etc/sysctl.d"},
 
+        {KIND::HARMLESS, "Port ... is taken.",
+         "A port of KORVA_PORT_RANGE is in use; the library tries the next one.", "", "nothing"},
         {KIND::HARMLESS, "Environment variable: [...] not found.",
          "An optional variable is not set.", "",
          "nothing; only KORVA_SERVER and KORVA_JOB are needed"},
