@@ -1,4 +1,5 @@
 // xbsactl: the library from the command line, and what an administrator needs around it.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -33,6 +34,13 @@ void Stopped(int I_iExit)
     transfer::EndStatus(I_iExit);
 }
 
+// For a monitoring system a wrong option is not a server in trouble.
+int ForMonitoring(int I_iExit, int argc, char **argv)
+{
+    const bool bNagios = std::find(argv, argv + argc, std::string("--nagios")) != argv + argc;
+    return bNagios && I_iExit != base::EXIT_DONE ? check::NagiosUnknown() : I_iExit;
+}
+
 int Main(int argc, char **argv, COMMAND_LINE &X_sLine)
 {
     base::ReserveStandard();
@@ -40,7 +48,7 @@ int Main(int argc, char **argv, COMMAND_LINE &X_sLine)
     base::WatchSignals({transfer::PrintStatus, transfer::TickStatus, Stopped});
 
     const std::optional<int> iExit = ParseOptions(argc, argv, X_sLine);
-    return FinishOutput(iExit ? *iExit : Run(X_sLine));
+    return FinishOutput(iExit ? ForMonitoring(*iExit, argc, argv) : Run(X_sLine));
 }
 
 // The error, and what the knowledge base says to it.
@@ -65,10 +73,10 @@ int ExitCode(int argc, char **argv)
         return Main(argc, argv, sLine);
     } catch (const base::FAILURE &sFailure)
     {
-        return Report(sFailure, sLine);
+        return ForMonitoring(Report(sFailure, sLine), argc, argv);
     } catch (const std::exception &sError)
     {
-        return Report(base::FAILURE(sError.what()), sLine);
+        return ForMonitoring(Report(base::FAILURE(sError.what()), sLine), argc, argv);
     }
 }
 } // namespace

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -44,11 +45,15 @@ void CheckObject(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 // What names the object to the library.
 BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject);
 
+// Hears the steps of the library's trace, whatever the user asked for; not where the environment
+// decides (iTraceLevel -1).
+using LISTENER = std::function<void(const std::string &I_strLine)>;
+
 // One session and transaction in strict mode. Every call throws FAILURE for a code other than 0.
 class CSession
 {
   public:
-    explicit CSession(const base::CONNECTION &I_sConnection);
+    explicit CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpListener = {});
 
     // Ends the session that Close did not reach. The trace then shows a command that failed rather
     // than a process that was killed; an object that is still open stays unconfirmed.
@@ -84,8 +89,8 @@ class CSession
     void Close();
 
   private:
-    void Begin();
-    void SetTrace() const;
+    void Begin(const LISTENER &I_fpListener);
+    void SetTrace(const LISTENER &I_fpListener) const;
     std::string LastError() const;
     base::FAILURE Failure(const char *cpStep, int I_iCode) const;
     void Check(const char *cpStep, int I_iCode) const;

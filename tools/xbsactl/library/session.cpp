@@ -1,5 +1,6 @@
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -35,7 +36,8 @@ BSA_ObjectName ObjectName(const base::CONNECTION &I_sConnection, const OBJECT &I
 // Where the library's trace goes. Its sink is a plain function.
 struct
 {
-    bool bShown = false;
+    LISTENER fpListener;
+    int iShown = 0; // level of the lines that are written
     std::string strFile; // empty: standard error
     int iFile = STDERR_FILENO;
     std::string strUtility; // what the COM utility said last of a failure
@@ -73,7 +75,9 @@ void TakeLine(char *cpMessage)
 {
     std::string strMessage = cpMessage;
     strMessage.resize(strMessage.find_last_not_of("\r\n") + 1);
-    if (sTrace.bShown) WriteTrace(strMessage);
+    if (sTrace.fpListener) sTrace.fpListener(strMessage);
+    const bool bReply = strMessage.rfind("LOGIN REPLY:", 0) == 0; // all that level 1 has
+    if (sTrace.iShown > 1 || (sTrace.iShown == 1 && bReply)) WriteTrace(strMessage);
     for (const std::string strStart : {"parse_com_answer: ERROR MESSAGE: ", "find_com_intf: "})
         if (strMessage.rfind(strStart, 0) == 0 && strMessage.find(" INI ") == std::string::npos)
             sTrace.strUtility = strMessage.substr(strStart.size());
@@ -110,13 +114,13 @@ unsigned Limit(const base::CONNECTION &I_sConnection)
 
 #define CALL(name) LIBRARY_SYMBOL(vpLibrary, name)
 
-CSession::CSession(const base::CONNECTION &I_sConnection)
+CSession::CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpListener)
     : sConnection(I_sConnection), vpLibrary(Load(sConnection.strLibrary)),
       fpSend(CALL(BSASendData)), fpGet(CALL(BSAGetData))
 {
     try
     {
-        Begin();
+        Begin(I_fpListener);
     } catch (...)
     {
         if (bOpen) CALL(BSATerminate)(lHandle);
@@ -124,10 +128,10 @@ CSession::CSession(const base::CONNECTION &I_sConnection)
     }
 }
 
-void CSession::Begin()
+void CSession::Begin(const LISTENER &I_fpListener)
 {
     setenv("KORVA_STRICT", "1", 1);
-    SetTrace();
+    SetTrace(I_fpListener);
     BSA_ObjectOwner sOwner{};
     BSA_SecurityToken szToken{};
     Copy(sOwner.bsa_ObjectOwner, sConnection.bInformix ? INFORMIX_OWNER : "XBSACTL");
@@ -147,18 +151,20 @@ CSession::~CSession()
 }
 
 // Without the option the environment decides, and the sink only listens to the utility.
-void CSession::SetTrace() const
+void CSession::SetTrace(const LISTENER &I_fpListener) const
 {
     char szEnvironment[] = "ENVIRONMENT";
-    sTrace.bShown = sConnection.iTraceLevel != -1;
-    if (!sTrace.bShown)
+    if (sConnection.iTraceLevel == -1)
     {
         if (sConnection.bInformix) CALL(BSASetTrace)(TakeLine, szEnvironment, TRACE_STEPS);
         return;
     }
     unsetenv("XBSA_TRACE"); // the option wins
     OpenTrace(sConnection.strTraceFile);
-    CALL(BSASetTrace)(TakeLine, nullptr, static_cast<unsigned char>(sConnection.iTraceLevel));
+    sTrace.fpListener = I_fpListener;
+    sTrace.iShown = sConnection.iTraceLevel;
+    const int iLevel = std::max(sTrace.iShown, I_fpListener ? TRACE_STEPS : 0);
+    CALL(BSASetTrace)(TakeLine, nullptr, static_cast<unsigned char>(iLevel));
 }
 
 std::string CSession::LastError() const
