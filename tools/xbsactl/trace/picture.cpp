@@ -3,30 +3,27 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstring>
 #include <map>
 
 #include "trace/text.h"
 
+namespace trace
+{
 namespace
 {
 constexpr double LANE_WIDTH = 1000; // units of the picture
 constexpr int LANE_HEIGHT = 24;
 constexpr double THINNEST = 3;
 
-const char *ClassOf(STEP_KIND I_eKind)
-{
-    if (I_eKind == STEP_KIND::UTILITY) return "utility";
-    return I_eKind == STEP_KIND::DATA ? "data" : "control";
-}
-
 // Deals out places within each second to all that begins or ends in it.
 class CSpread
 {
   public:
-    void Announce(int64_t I_iTime)
+    explicit CSpread(const std::vector<STEP> &I_vecSteps)
     {
-        mapEvents[I_iTime].uAll++;
+        for (const STEP &sStep : I_vecSteps)
+            for (const int64_t iTime : {sStep.iStart, sStep.iEnd})
+                if (sStep.HasDuration()) mapEvents[iTime].uAll++;
     }
 
     double Place(int64_t I_iTime)
@@ -46,74 +43,34 @@ class CSpread
     std::map<int64_t, EVENTS> mapEvents;
 };
 
-std::string StepTitle(const STEP &I_sStep)
+std::string Title(const STEP &I_sStep)
 {
-    std::string strTitle = text_Clock(I_sStep.iStart, false) + " ";
-    if (I_sStep.eKind == STEP_KIND::DATA) strTitle += text_Count(I_sStep.uBytes, "byte") + " ";
+    std::string strTitle = Clock(I_sStep.iStart, false) + " ";
+    if (I_sStep.eKind == KIND::DATABASE) strTitle += "database: ";
+    if (I_sStep.eKind == KIND::DATA) strTitle += Count(I_sStep.uBytes, "byte") + " ";
     strTitle += I_sStep.strText;
     if (!I_sStep.strResult.empty()) strTitle += ": " + I_sStep.strResult;
-    return strTitle +
-           (I_sStep.bEnded ? ", " + text_Duration(I_sStep.iEnd - I_sStep.iStart) : ", not ended");
-}
-
-void AddSteps(std::vector<BAR> &X_vecBars, const std::vector<STEP> &I_vecSteps)
-{
-    CSpread sSpread;
-    for (const STEP &sStep : I_vecSteps)
-    {
-        if (!session_HasDuration(sStep)) continue;
-        sSpread.Announce(sStep.iStart);
-        sSpread.Announce(sStep.iEnd);
-    }
-    for (const STEP &sStep : I_vecSteps)
-    {
-        if (!session_HasDuration(sStep)) continue;
-        BAR sBar;
-        sBar.cpClass = ClassOf(sStep.eKind);
-        sBar.bFailed = sStep.bFailed;
-        sBar.dStart = sSpread.Place(sStep.iStart);
-        sBar.dEnd = std::max(sBar.dStart, sSpread.Place(sStep.iEnd));
-        sBar.strTitle = picture_Escape(StepTitle(sStep));
-        X_vecBars.push_back(sBar);
-    }
+    const std::string strDuration = StepDuration(I_sStep);
+    return Escape(strDuration.empty() ? strTitle : strTitle + ", " + strDuration);
 }
 
 // One bar for what cannot or need not be told apart.
-void AddWhole(std::vector<BAR> &X_vecBars, const TRACE_SESSION &I_sSession, const char *cpClass,
-              const char *cpTitle)
+BAR Whole(const SESSION &I_sSession)
 {
     BAR sBar;
-    sBar.cpClass = cpClass;
-    sBar.dStart = static_cast<double>(I_sSession.iFirst);
-    sBar.dEnd = static_cast<double>(I_sSession.iLast + 1);
-    sBar.bFailed = !session_IsMixed(I_sSession) && !I_sSession.strError.empty();
-    sBar.strTitle = cpTitle;
-    X_vecBars.push_back(sBar);
-}
-
-std::vector<BAR> Joined(const std::vector<BAR> &I_vecBars, double I_dGap)
-{
-    std::vector<BAR> vecJoined;
-    for (const BAR &sBar : I_vecBars)
-    {
-        BAR *spLast = vecJoined.empty() ? nullptr : &vecJoined.back();
-        if (spLast != nullptr && strcmp(spLast->cpClass, sBar.cpClass) == 0 &&
-            spLast->bFailed == sBar.bFailed && sBar.dStart - spLast->dEnd < I_dGap)
-        {
-            spLast->dEnd = std::max(spLast->dEnd, sBar.dEnd);
-            spLast->uSteps++;
-            spLast->strTitle = text_Count(spLast->uSteps, "step") + ": " + sBar.cpClass;
-        }
-        else vecJoined.push_back(sBar);
-    }
-    return vecJoined;
+    sBar.strClass = I_sSession.IsMixed() ? "mixed" : "control";
+    sBar.strTitle = I_sSession.IsMixed() ? "lines of several processes" : "replies of the server";
+    sBar.dStart = static_cast<double>(I_sSession.sFirst.iTime);
+    sBar.dEnd = static_cast<double>(I_sSession.sLast.iTime + 1);
+    sBar.bFailed = !I_sSession.IsMixed() && I_sSession.sError.sPlace.uLine != 0;
+    return sBar;
 }
 
 // Data and failures stand out.
 int Height(const BAR &I_sBar)
 {
-    if (I_sBar.bFailed || strcmp(I_sBar.cpClass, "data") == 0) return 18;
-    return strcmp(I_sBar.cpClass, "control") == 0 ? 6 : 12;
+    if (I_sBar.bFailed || I_sBar.strClass == "data") return 18;
+    return I_sBar.strClass == "control" ? 6 : 12;
 }
 
 std::string Rectangle(const BAR &I_sBar, double I_dFrom, double I_dScale)
@@ -124,13 +81,13 @@ std::string Rectangle(const BAR &I_sBar, double I_dFrom, double I_dScale)
     std::array<char, 160> szText{};
     snprintf(szText.data(), szText.size(),
              "<rect class=\"%s%s\" x=\"%.1f\" y=\"%d\" width=\"%.1f\" height=\"%d\"><title>",
-             I_sBar.cpClass, I_sBar.bFailed ? " bad" : "", std::max(dPlace, 0.0),
+             I_sBar.strClass.c_str(), I_sBar.bFailed ? " bad" : "", std::max(dPlace, 0.0),
              (LANE_HEIGHT - iHeight) / 2, dWidth, iHeight);
     return szText.data() + I_sBar.strTitle + "</title></rect>";
 }
 } // namespace
 
-std::string picture_Escape(const std::string &I_strText)
+std::string Escape(const std::string &I_strText)
 {
     std::string strEscaped;
     for (const char cChar : I_strText)
@@ -144,34 +101,55 @@ std::string picture_Escape(const std::string &I_strText)
     return strEscaped;
 }
 
-std::vector<BAR> picture_Bars(const TRACE_SESSION &I_sSession,
-                              const std::vector<ACT_MESSAGE> &I_vecMessages)
+std::vector<BAR> Bars(const SHOWN &I_sShown)
 {
+    const SESSION &sSession = I_sShown.sSession;
+    const bool bWhole = sSession.IsMixed() || sSession.eOrigin == ORIGIN::REPLIES;
     std::vector<BAR> vecBars;
-    if (session_IsMixed(I_sSession))
-        AddWhole(vecBars, I_sSession, "mixed", "lines of several processes");
-    else if (I_sSession.bReplies) AddWhole(vecBars, I_sSession, "control", "replies of the server");
-    else AddSteps(vecBars, session_Steps(I_sSession));
-    for (const ACT_MESSAGE &sMessage : I_vecMessages)
+    if (bWhole) vecBars.push_back(Whole(sSession));
+    CSpread sSpread(I_sShown.vecSteps);
+    for (const STEP &sStep : I_sShown.vecSteps)
     {
+        const bool bDatabase = sStep.eKind == KIND::DATABASE;
+        if (!bDatabase && (bWhole || !sStep.HasDuration())) continue;
         BAR sBar;
-        sBar.cpClass = "database";
-        sBar.dStart = sBar.dEnd = static_cast<double>(sMessage.iTime);
-        sBar.strTitle =
-            picture_Escape(text_Clock(sMessage.iTime, false) + " database: " + sMessage.strText);
+        sBar.strClass = KindName(sStep.eKind);
+        sBar.bFailed = sStep.bFailed;
+        sBar.dStart = bDatabase ? static_cast<double>(sStep.iStart) : sSpread.Place(sStep.iStart);
+        sBar.dEnd = bDatabase ? sBar.dStart : std::max(sBar.dStart, sSpread.Place(sStep.iEnd));
+        sBar.strTitle = Title(sStep);
         vecBars.push_back(sBar);
     }
     return vecBars;
 }
 
-std::string picture_Lane(const std::vector<BAR> &I_vecBars, double I_dFrom, double I_dTo,
-                         bool I_bJoin, const std::string &I_strTitle)
+std::string Lane(const std::vector<BAR> &I_vecBars, double I_dFrom, double I_dTo,
+                 const std::string &I_strTitle)
 {
-    const double dScale = LANE_WIDTH / std::max(I_dTo - I_dFrom, 1.0);
     std::string strLane = "<svg class=\"lane\" xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 "
                           "1000 24\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" +
-                          picture_Escape(I_strTitle) + "\">";
-    for (const BAR &sBar : I_bJoin ? Joined(I_vecBars, 1 / dScale) : I_vecBars)
-        strLane += Rectangle(sBar, I_dFrom, dScale);
+                          Escape(I_strTitle) + "\">";
+    for (const BAR &sBar : I_vecBars)
+        strLane += Rectangle(sBar, I_dFrom, LANE_WIDTH / std::max(I_dTo - I_dFrom, 1.0));
     return strLane + "</svg>";
 }
+
+std::string JoinedLane(const std::vector<BAR> &I_vecBars, double I_dFrom, double I_dTo,
+                       const std::string &I_strTitle)
+{
+    const double dGap = std::max(I_dTo - I_dFrom, 1.0) / LANE_WIDTH;
+    std::vector<BAR> vecJoined;
+    for (const BAR &sBar : I_vecBars)
+    {
+        BAR *spLast = vecJoined.empty() ? nullptr : &vecJoined.back();
+        if (spLast != nullptr && spLast->strClass == sBar.strClass &&
+            spLast->bFailed == sBar.bFailed && sBar.dStart - spLast->dEnd < dGap)
+        {
+            spLast->dEnd = std::max(spLast->dEnd, sBar.dEnd);
+            spLast->strTitle = Count(++spLast->uSteps, "step") + ": " + sBar.strClass;
+        }
+        else vecJoined.push_back(sBar);
+    }
+    return Lane(vecJoined, I_dFrom, I_dTo, I_strTitle);
+}
+} // namespace trace

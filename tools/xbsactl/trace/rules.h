@@ -1,29 +1,19 @@
-// The lines that the library writes: for each function how they begin and what they tell.
-#ifndef XBSACTL_TRACELOG_RULES_H
-#define XBSACTL_TRACELOG_RULES_H
-
-#include <string_view>
+// The lines that the library writes: for each function how they begin and what they mean.
+#ifndef XBSACTL_TRACE_RULES_H
+#define XBSACTL_TRACE_RULES_H
 
 #include "trace/lines.h"
 #include "trace/session.h"
 
-struct RULE
+namespace trace
 {
-    std::string_view svStart; // of what follows the function's name
-    void (*fpTake)(TRACE_SESSION &X_sSession, const LOG_LINE &I_sLine,
-                   std::string_view I_svRest); // null: the line tells nothing
-};
+struct FUNCTION;
 
-struct FUNCTION
-{
-    std::string_view svName;
-    unsigned uCall;   // the call that its line "Start" begins; 0 for none
-    unsigned uWithin; // the calls in which its other lines can come
-    const RULE *spRules;
-    size_t uRules;
-};
+// The function of the library that wrote the line; null when the line belongs to no session.
+const FUNCTION *Writer(const LOG_LINE &I_sLine);
 
-// Null for a name that belongs to no session.
-const FUNCTION *rules_Find(std::string_view I_svName);
+// Takes a line into the session. strSign of its progress is set when the line cannot come there.
+void Take(SESSION &X_sSession, const LOG_LINE &I_sLine, const FUNCTION &I_sWriter);
+} // namespace trace
 
 #endif
