@@ -87,12 +87,8 @@ std::vector<STEP> CActivityLog::TakeFor(const SESSION &I_sSession)
              ++spMessage)
         {
             if (std::exchange(spMessage->bUsed, true)) continue;
-            STEP sStep;
-            sStep.eKind = KIND::DATABASE;
-            sStep.iStart = sStep.iEnd = spMessage->iTime;
-            if (I_sSession.IsMixed()) sStep.strText = std::to_string(lHandle) + ": ";
-            sStep.strText += spMessage->strText;
-            vecFound.push_back(sStep);
+            const std::string strWho = I_sSession.IsMixed() ? std::to_string(lHandle) + ": " : "";
+            vecFound.push_back({KIND::DATABASE, spMessage->iTime, strWho + spMessage->strText});
         }
     }
     std::stable_sort(vecFound.begin(), vecFound.end(), [](const STEP &sOne, const STEP &sOther) {

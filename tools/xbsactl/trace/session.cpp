@@ -16,6 +16,28 @@ std::string Named(const char *cpName, const std::string &I_strValue)
 }
 } // namespace
 
+PLACE Place(const LOG_LINE &I_sLine)
+{
+    return {I_sLine.uNumber, I_sLine.iTime, std::string(I_sLine.svStamp)};
+}
+
+STEP::STEP(KIND I_eKind, int64_t I_iTime, std::string I_strText)
+    : eKind(I_eKind), iStart(I_iTime), iEnd(I_iTime), strText(std::move(I_strText))
+{
+}
+
+void STEP::AddBlock(uint64_t I_uBytes, int64_t I_iTime)
+{
+    uBytes += I_uBytes;
+    uBlocks += I_uBytes > 0 ? 1 : 0;
+    if (I_iTime - iEnd > iPause)
+    {
+        iPause = I_iTime - iEnd;
+        iPauseStart = iEnd;
+    }
+    iEnd = I_iTime;
+}
+
 void CSteps::Add(const STEP &I_sStep)
 {
     if (I_sStep.eKind == KIND::OBJECT) uObjects++;
@@ -31,11 +53,8 @@ std::vector<STEP> CSteps::All() const
     std::vector<STEP> vecSteps = vecFirst;
     if (uLeftOut > 0)
     {
-        STEP sGap;
-        sGap.eKind = KIND::OBJECT;
-        sGap.iStart = sGap.iEnd = vecSteps.back().iEnd;
-        sGap.strText = "(" + std::to_string(uLeftOut) + " steps are left out here)";
-        vecSteps.push_back(sGap);
+        vecSteps.push_back({KIND::OBJECT, vecSteps.back().iEnd,
+                            "(" + std::to_string(uLeftOut) + " steps are left out here)"});
     }
     vecSteps.insert(vecSteps.end(), deqLast.begin(), deqLast.end());
     return vecSteps;
@@ -90,9 +109,7 @@ void SESSION::AddStep(const STEP &I_sStep)
 std::vector<STEP> SESSION::Steps() const
 {
     std::vector<STEP> vecSteps = sSteps.All();
-    if (IsMixed()) return vecSteps;
-    if (sProgress.sData) vecSteps.push_back(*sProgress.sData);
-    if (sProgress.sPending) vecSteps.push_back(*sProgress.sPending);
+    if (!IsMixed() && sProgress.sPending) vecSteps.push_back(*sProgress.sPending);
     return vecSteps;
 }
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "trace/lines.h"
+
 namespace trace
 {
 enum class KIND
@@ -24,12 +26,14 @@ enum class KIND
 
 struct STEP
 {
-    KIND eKind = KIND::CALL;
-    int64_t iStart = 0;
-    int64_t iEnd = 0;
+    STEP(KIND I_eKind, int64_t I_iTime, std::string I_strText);
+
+    KIND eKind;
+    int64_t iStart;
+    int64_t iEnd;
+    std::string strText;
     bool bEnded = false;
     bool bFailed = false;
-    std::string strText;
     std::string strResult; // of an object: its copy, when it is known
     std::string strJob;    // a backup's, until it is certain which copy it is
     uint64_t uBytes = 0;   // data
@@ -37,6 +41,7 @@ struct STEP
     int64_t iPause = 0; // the longest between two blocks, and when it began
     int64_t iPauseStart = 0;
 
+    void AddBlock(uint64_t I_uBytes, int64_t I_iTime);
     bool HasDuration() const
     {
         return eKind == KIND::CONTROL || eKind == KIND::UTILITY || eKind == KIND::DATA;
@@ -71,6 +76,8 @@ struct PLACE
     int64_t iTime = 0;
     std::string strStamp;
 };
+
+PLACE Place(const LOG_LINE &I_sLine);
 
 struct LOGGED_ERROR
 {
@@ -115,7 +122,6 @@ struct PROGRESS
 {
     unsigned uCall = IN_UNKNOWN;
     std::optional<STEP> sPending;       // goes on
-    std::optional<STEP> sData;          // the data phase, if it goes on
     bool bTransfer = false;             // the server has accepted STOR or RETR
     std::optional<uint64_t> uTotal;     // bytes that the process counted
     std::optional<std::string> strName; // of the object, until its path is known

@@ -10,11 +10,6 @@ namespace
 constexpr size_t OPEN_SESSIONS = 16; // that may go on at a time, or wait for such a one
 constexpr std::string_view REPLY = "LOGIN REPLY: ";
 
-PLACE Place(const LOG_LINE &I_sLine)
-{
-    return {I_sLine.uNumber, I_sLine.iTime, std::string(I_sLine.svStamp)};
-}
-
 void Extend(SESSION &X_sSession, const LOG_LINE &I_sLine)
 {
     PLACE &sLast = X_sSession.sLast;

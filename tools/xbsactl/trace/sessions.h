@@ -8,9 +8,7 @@
 #include <deque>
 #include <functional>
 
-#include "trace/lines.h"
-#include "trace/rules.h"
-#include "trace/session.h"
+#include "trace/take.h"
 
 namespace trace
 {
