@@ -42,8 +42,8 @@ table{border-collapse:collapse;table-layout:fixed;width:100%;font-size:.9rem;mar
 td,th{text-align:left;vertical-align:top;padding:.15rem .5rem .15rem 0;border-top:1px solid var(--line)}
 col:nth-child(1){width:8rem}col:nth-child(2){width:5rem}col:nth-child(3){width:6rem}
 tr.bad td{color:var(--bad);font-weight:600}
-@media(max-width:45rem){tr{display:grid;grid-template-columns:8rem 5rem 1fr}
-td,th{border-top:0}td:last-child,th{grid-column:1/-1}
+@media(max-width:45rem){table,tbody{display:block}col{display:none}tr{display:grid;grid-template-columns:8rem 5rem 1fr;padding:.15rem 0}
+td,th{border-top:0;padding:0}td:last-child,th{grid-column:1/-1}
 tr{border-top:1px solid var(--line)}.row{grid-template-columns:minmax(0,1fr);margin:.5rem 0}
 .row.axisrow>span:first-child{display:none}}
 </style></head><body>
