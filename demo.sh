@@ -1,16 +1,16 @@
 #!/bin/bash
-# Shows the library at work and uses both modes on 127.0.0.1. Plain mode: a real FTP server takes a file
+# Shows the library at work and uses both modes on 127.0.0.1. Plain mode: a real FTP server takes files
 # and a stream through xbsactl and gives them back. Informix mode: three processes back up three spaces
 # at once to the sandbox, one of them is restored by its copy id. Everything that comes back is
-# compared. In the source tree it builds first, and leaves nothing behind but what it built; once
-# installed (korva-xbsa-demo) it takes the installed tool, or the one that XBSACTL names.
+# compared. In the source tree it builds first; once installed (korva-xbsa-demo) it takes the
+# installed tool, or the one that XBSACTL names. What it leaves is what it built, the packages that
+# the build needs, and an FTP server (vsftpd) in ~/.cache/korva-xbsa, unless that is installed.
 # Works on Debian and Ubuntu, as root or not; needs sudo only when packages are missing, or when this
 # account may not have a private /etc.
 set -u
 [[ -z ${XBSACTL-} ]] || XBSACTL=$(readlink -f "$XBSACTL")
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")" || exit 1
-. tools/packages.sh
-. tools/proftpd.sh
+. tools/ftpd.sh
 
 fail() {
     echo "demo.sh failed: $*" >&2
@@ -19,27 +19,40 @@ fail() {
 
 say() { printf '\n== %s\n' "$*"; }
 
-sum() { sha256sum "$@" | cut -d ' ' -f 1; }
+same() { # STORED RESTORED
+    cmp "$1" "$2" || fail "${1##*/} came back different"
+    echo "the same: ${1##*/}"
+}
 
 build() {
-    { cmake --preset release && cmake --build --preset release --parallel "$(nproc)"; } \
+    { cmake --preset release &&
+        cmake --build --preset release --target xbsa xbsactl --parallel "$(nproc)"; } \
         >"$work/build.log" 2>&1 && return 0
     tail -n 30 "$work/build.log" >&2
     return 1
 }
 
-# A small shop with 50,000 orders, made on the spot: about 5 MB.
-make_database() { # FILE
-    sqlite3 "$1" <<'SQL'
-CREATE TABLE orders (id INTEGER PRIMARY KEY, customer TEXT, note TEXT);
-WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 50000)
-INSERT INTO orders SELECT i, 'customer ' || (i % 997), hex(randomblob(32)) FROM n;
-SQL
+# A small shop with 50,000 orders, about 5 MB, and 200 MB that stand for a big one.
+make_data() {
+    python3 - "$work/shop.db" <<'PYTHON' &&
+import os
+import sqlite3
+import sys
+
+with sqlite3.connect(sys.argv[1]) as shop:
+    shop.execute("CREATE TABLE orders (id INTEGER PRIMARY KEY, customer TEXT, note TEXT)")
+    shop.executemany("INSERT INTO orders VALUES (?, ?, ?)", (
+        (i, f"customer {i % 997}", os.urandom(32).hex()) for i in range(50000)))
+PYTHON
+        head -c 200000000 /dev/urandom >"$work/big.img"
 }
 
 # Sets XBSACTL, in the source tree to what it builds there.
 provide_tool() {
     if [[ -e CMakeLists.txt ]]; then
+        . tools/packages.sh
+        packages_need g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev python3 ||
+            fail "packages are missing"
         say "Building"
         build || fail "the build failed"
         ls -l build/release/lib/libxbsa.so.1 build/release/bin/xbsactl
@@ -51,25 +64,23 @@ provide_tool() {
 }
 
 plain_mode() {
-    local xbsactl=("$XBSACTL" --host "127.0.0.1:$PROFTPD_PORT" --user backup
-                   --trace "2:$work/xbsa.log")
-    export XBSA_PASSWORD=secret
+    local xbsactl=("$XBSACTL" --host "127.0.0.1:$FTPD_PORT" --user ftp --trace "2:$work/xbsa.log")
 
-    say "A file and a stream from a pipe go to the server"
-    "${xbsactl[@]}" store shop.db "$work/shop.db" || fail "the file was not stored"
-    sqlite3 "$work/shop.db" .dump | "${xbsactl[@]}" store shop.sql
+    say "Two files and a stream from a pipe go to the server"
+    "${xbsactl[@]}" store big.img "$work/big.img" || fail "big.img was not stored"
+    "${xbsactl[@]}" store shop.db "$work/shop.db" || fail "shop.db was not stored"
+    tar -C "$work" -c shop.db | "${xbsactl[@]}" store shop.tar
     [[ ${PIPESTATUS[*]} == "0 0" ]] || fail "the stream was not stored"
-    ls -l "$PROFTPD_DATA"
+    ls -l "$FTPD_DATA"
 
     say "And come back"
-    "${xbsactl[@]}" restore shop.db "$work/restored.db" || fail "the file was not restored"
-    "${xbsactl[@]}" restore shop.sql >"$work/restored.sql" || fail "the stream was not restored"
-    sqlite3 "$work/shop.db" .dump >"$work/shop.sql"
-    for name in shop.db:restored.db shop.sql:restored.sql; do
-        printf '%s  %s\n' "$(sum "$work/${name%:*}")" "${name%:*}" \
-            "$(sum "$work/${name#*:}")" "${name#*:}"
-        cmp "$work/${name%:*}" "$work/${name#*:}" || fail "${name#*:} differs from ${name%:*}"
-    done
+    "${xbsactl[@]}" restore big.img | same "$work/big.img" -
+    [[ ${PIPESTATUS[*]} == "0 0" ]] || fail "big.img was not restored"
+    "${xbsactl[@]}" restore shop.db "$work/restored.db" || fail "shop.db was not restored"
+    same "$work/shop.db" "$work/restored.db"
+    mkdir "$work/stream" && "${xbsactl[@]}" restore shop.tar | tar -C "$work/stream" -x
+    [[ ${PIPESTATUS[*]} == "0 0" ]] || fail "the stream was not restored"
+    same "$work/shop.db" "$work/stream/shop.db"
 
     say "The last lines of the library's trace"
     tail -n 6 "$work/xbsa.log"
@@ -100,8 +111,7 @@ informix_mode() { # FOLDER, which the caller clears away
         grep -o '[0-9]*$') || fail "no copy id"
     "${xbsactl[@]}" restore --space datadbs level0 "$work/datadbs.back" --copy-id "$copy" ||
         fail "datadbs was not restored"
-    printf '%s  %s\n' "$(sum "$work/datadbs")" stored "$(sum "$work/datadbs.back")" restored
-    cmp "$work/datadbs" "$work/datadbs.back" || fail "datadbs came back different"
+    same "$work/datadbs" "$work/datadbs.back"
 
     say "What the library ran for it"
     grep -ho 'COM COMMAND: .*' "$work/datadbs.log"
@@ -110,10 +120,28 @@ informix_mode() { # FOLDER, which the caller clears away
 # Where accounts may not make namespaces, as on newer Ubuntu, root runs the sandbox for them.
 as_root=()
 provide_namespace() {
-    [[ $(id -u) != 0 ]] && ! sandbox/run --exec true >/dev/null 2>&1 || return 0
-    command -v sudo >/dev/null || return 0 # the sandbox tells why
+    local reason
+    [[ $(id -u) != 0 ]] || return 0
+    reason=$(PYTHONDONTWRITEBYTECODE=1 sandbox/run --exec true 2>&1) && return 0
     echo "This account may not have a private /etc: asking root, with sudo"
-    as_root=(sudo env "XBSACTL=$XBSACTL")
+    command -v sudo >/dev/null && sudo true && as_root=(sudo) && return 0
+    cat >&2 <<REASON
+${reason%%;*}
+Plain mode works, see above. Informix mode needs a private /etc, and neither user namespaces nor sudo
+are open to this account.
+hint: run demo.sh as root, or let root open user namespaces for all accounts, with the one of these
+that this system has:
+    sysctl kernel.unprivileged_userns_clone=1                  # older Debian
+    sysctl kernel.apparmor_restrict_unprivileged_userns=0      # Ubuntu
+    sysctl user.max_user_namespaces=10000
+REASON
+    return 1
+}
+
+# Python keeps what it compiles there, and nothing in the source tree.
+sandbox() {
+    "${as_root[@]}" env "XBSACTL=$XBSACTL" "PYTHONPYCACHEPREFIX=$korva/compiled" sandbox/run \
+        --folder "$korva/sandbox" "$@"
 }
 
 if [[ ${1-} == --informix ]]; then
@@ -124,34 +152,33 @@ fi
 work= korva=
 finish() {
     local code=$?
-    proftpd_stop
+    trap '' HUP INT QUIT PIPE TERM
+    ftpd_stop
     [[ -z $korva ]] || "${as_root[@]}" rm -rf "$korva"
     [[ -z $work ]] || rm -rf "$work"
     exit "$code"
 }
 trap finish EXIT
-trap 'exit 1' HUP INT TERM
+trap 'exit 1' HUP INT QUIT PIPE TERM
 
 work=$(mktemp -d) || fail "no temporary folder"
 chmod 755 "$work" # root runs the FTP server as nobody
-needed=(openssl python3 proftpd-core sqlite3)
-[[ ! -e CMakeLists.txt ]] || needed+=(g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev)
-packages_need "${needed[@]}" || fail "packages are missing"
 provide_tool
 
-say "Starting ProFTPD"
-proftpd_start "$work/ftp" backup secret || fail "no FTP server"
-echo "ProFTPD listens on 127.0.0.1:$PROFTPD_PORT"
-make_database "$work/shop.db" || fail "no data to store"
+say "Starting an FTP server"
+XBSA_PASSWORD=$(od -An -N 16 -tx1 /dev/urandom | tr -d ' \n')
+export XBSA_PASSWORD
+ftpd_start "$work/ftp" "$XBSA_PASSWORD" || fail "no FTP server"
+echo "vsftpd listens on 127.0.0.1:$FTPD_PORT"
+make_data || fail "no data to store: 500 MB of room are needed in ${TMPDIR:-/tmp}, or where TMPDIR says"
 
 plain_mode
 
 say "Informix mode, on the sandbox"
-provide_namespace
+provide_namespace || fail "Informix mode was not tried"
 korva=$("${as_root[@]}" mktemp -d) || fail "no temporary folder" # root works in no other account's
-"${as_root[@]}" sandbox/run --folder "$korva/sandbox" --exec "$PWD/demo.sh" --informix "$korva" ||
-    fail "Informix mode failed"
+sandbox --exec "$PWD/demo.sh" --informix "$korva" || fail "Informix mode failed"
 say "The sandbox's catalogue"
-"${as_root[@]}" sandbox/run --folder "$korva/sandbox" --catalogue || fail "no catalogue"
+sandbox --catalogue || fail "no catalogue"
 
 printf '\nSuccess: in both modes what was stored came back byte for byte.\n'

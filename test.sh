@@ -15,13 +15,10 @@ untested=$(packages_want "${wanted[@]}")
 
 # Downloaded once for all checkouts of this account.
 ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-${HOME:-$PWD/build}/.cache}/korva-xbsa/ftpd}
-tests/harness/servers.sh "$ftpd" 2>/dev/null || {
-    packages_as_root apt-get update -q # package lists may be missing or old
-    tests/harness/servers.sh "$ftpd"
-}
+tools/servers.sh "$ftpd"
 
 for preset in release asan; do
-    cmake --preset $preset -DXBSA_TOOL=ON -DXBSA_FTPD="$ftpd"
+    cmake --preset $preset -DXBSA_TOOL=ON -DXBSA_TESTS=ON -DXBSA_FTPD="$ftpd"
     cmake --build --preset $preset -j "$(nproc)"
 done
 echo 'subdirs(release asan)' >build/CTestTestfile.cmake # one run, one summary

@@ -26,8 +26,8 @@ _xbsactl_options() { # COMMAND
         restore) echo --status ;;
         query) echo --json ;;
         verify) echo --all --manifest --status ;;
-        check) echo --informixdir --json ;;
-        trace) echo --since --handle --html --bar-act-log ;;
+        check) echo --informixdir --onconfig --nagios --json ;;
+        trace) echo --since --handle --html --bar-act-log --json ;;
         explain) echo --markdown ;;
         setup) echo --informixdir --onconfig --logrotate --dry-run --yes --undo ;;
     esac

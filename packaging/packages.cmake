@@ -33,7 +33,8 @@ set(runtime_summary "library that stores Informix backups on a KORVA or FTP serv
 set(runtime_text "The shared library libxbsa.so.1 offers the XBSA calls with which the Informix
 database server's backup tool stores its dbspaces and logical logs on a KORVA
 backup server, reads them back and asks which copies exist. Other sessions
-work with any FTP server that allows active mode.
+work with any FTP server that supports active mode, greets in one line and
+answers STOR and RETR with 150.
 
 The command xbsactl drives the library from the shell, checks a set-up before
 the first backup depends on it, and explains traces and errors.")

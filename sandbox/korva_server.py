@@ -300,6 +300,17 @@ class Connection:
         return "226 Transfer complete."
 
 
+def listen(host, port):
+    """The listening socket; a failure names address and port."""
+    try:
+        return socket.create_server((host, port), backlog=128)
+    except OSError as error:
+        reason = error.strerror.split(" (while")[0]  # newer Pythons add the address
+        raise Refused(f"cannot listen on {host} port {port}: {reason}\n"
+                      "hint: --port 0 takes a free port, --listen another address of this machine"
+                      ) from error
+
+
 class Server:
     """Takes connections in the thread that calls serve()."""
 
@@ -310,7 +321,7 @@ class Server:
         self.room = min(ROOM, (resource.getrlimit(resource.RLIMIT_NOFILE)[0] - 40) // 4)
         self.sweep()
         self.cat.check_store()
-        self.socket = socket.create_server((settings["host"], settings["port"]), backlog=128)
+        self.socket = listen(settings["host"], settings["port"])
         settings["port"] = self.socket.getsockname()[1]
         self.cat.write_settings()
 

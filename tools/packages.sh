@@ -28,14 +28,14 @@ packages_missing() { # PACKAGE... on standard output: those that are not install
 }
 
 packages_need() { # PACKAGE...
-    local missing package install
+    local missing install
     mapfile -t missing < <(packages_missing "$@")
     [[ ${#missing[@]} == 0 ]] && return 0
 
     install=(env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-remove
              --no-install-recommends "${missing[@]}")
-    if [[ $(id -u) != 0 ]] && ! command -v sudo >/dev/null; then
-        echo "missing packages: let root run apt-get install ${missing[*]}" >&2
+    if [[ $(id -u) != 0 ]] && ! { command -v sudo >/dev/null && sudo true; }; then
+        echo "hint: let root run apt-get install ${missing[*]}" >&2
         return 1
     fi
     echo "Installing ${missing[*]}"
@@ -43,9 +43,6 @@ packages_need() { # PACKAGE...
         echo "packages could not be installed: ${missing[*]}" >&2
         return 1
     fi
-    for package in "${missing[@]}"; do
-        [[ $package != proftpd-core ]] || packages_silence proftpd
-    done
 }
 
 # A machine without network answers at once: one short look-up, no second try.

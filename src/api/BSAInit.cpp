@@ -2,7 +2,7 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "record/record.h"
+#include "api/api.h"
 #include "trace/trace.h"
 #include "util/util.h"
 
@@ -104,8 +104,9 @@ static int OpenSession(long *lpHandle, BSA_SecurityToken *spToken, BSA_ObjectOwn
                        char **cppEnvironment)
 {
     ReadStrictMode();
+    int iRet = xbsa_ReadNetwork();
     RecogniseSession(spOwner);
-    int iRet = TakeEnvironment(cppEnvironment);
+    if (iRet == BSA_RC_SUCCESS) iRet = TakeEnvironment(cppEnvironment);
     if (iRet == BSA_RC_SUCCESS && i_Verbosity() >= TRACE_STEPS)
     {
         TraceInput(spToken, spOwner, cppEnvironment);

@@ -8,6 +8,7 @@
 //   checks.cpp             what the calls of a backup and a restore share
 //   codes.cpp              return codes and their texts
 //   environment.cpp        settings from the process environment
+//   network.cpp            those of the data connection
 //   descriptor_texts.cpp   texts of descriptor fields, for callers
 #ifndef API_API_H
 #define API_API_H
@@ -42,6 +43,10 @@ inline int xbsa_CheckBlock(long lHandle, const BSA_DataBlock *spBlock, int iMode
     if (bNoBuffer) return BSA_RC_NULL_ARGUMENT;
     return sPrivate.bStrict ? xbsa_CheckStrict(iMode) : BSA_RC_SUCCESS;
 }
+
+// Reads the settings of the data connection from the process environment. Returns BSA_RC_SUCCESS, or
+// BSA_RC_ABORT_SYSTEM_ERROR after having reported a value that is not allowed; then none is set.
+int xbsa_ReadNetwork();
 
 // Notes in sSMS.iOpStatus how a data call ended, for the COM utility.
 //   iRet    result of the call

@@ -6,8 +6,11 @@
 // Needs: record, trace, util.
 //
 //   listener made         data_SetKeepAlive      inherited by the connection
+//                         data_SetBuffers
+//                         data_ShareRange        for its port
 //   150 was read          data_Accept            or a refusal, the end, a time-out
 //   store                 x_ResetAtClose         until the orderly end
+//                         data_LimitRate
 //   blocks                data_Send, data_SendOn, data_Receive
 //   end of a good store   data_EndOrderly, then close
 //   end of a broken one   x_Reset, then close
@@ -23,6 +26,20 @@
 // Options of a listener that its connections inherit: on an idle connection a server that vanished is
 // noticed after 60 + 8 * 15 seconds of silence; a slow one answers the probes and never is.
 void data_SetKeepAlive(int hListener);
+
+// KORVA_SOCKET_BUFFER, for a listener that does not listen yet: its connections inherit the buffers,
+// and the window scale that they announce follows from them.
+void data_SetBuffers(int hListener);
+
+// KORVA_RATE_LIMIT, for the connection of a store. The system spreads the packets: a block costs
+// nothing. One that cannot do it leaves the store as fast as it is.
+void data_LimitRate(int hData);
+
+// With KORVA_PORT_RANGE, whether the port of a socket is free for another listener already. The system
+// remembers a connection for a minute after its end, so a hundred ports would carry a hundred objects
+// each minute. An ended connection shares its port with the next listener; a live one does not, for a
+// server that always connects from its port 20 could not reach both.
+void data_ShareRange(int hSocket, bool bShare);
 
 // What ended the wait for the connection.
 enum

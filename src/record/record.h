@@ -56,11 +56,22 @@ typedef struct
     char szMasked[XBSA_REPLY_SIZE + 2]; // a reply without its secrets, after a null byte
 } TRACE_STATE;
 
+// Settings of the data connection that are off unless the environment asks for them: 0 for each.
+typedef struct
+{
+    int iFirstPort; // KORVA_PORT_RANGE
+    int iLastPort;
+    int iNextPort; // where the search for a free one begins
+    int iRate;     // KORVA_RATE_LIMIT: bytes per second of a store
+    int iBuffer;   // KORVA_SOCKET_BUFFER: bytes
+} NETWORK;
+
 typedef struct
 {
     // settings of BSAInit
     bool bStrict; // KORVA_STRICT=1: no result hides a failure
     int iProcess; // process that BSAInit ran in
+    NETWORK sNetwork;
 
     // the current object
     TRANSFER eTransfer;

@@ -112,6 +112,7 @@ static int CloseTransfer(STPC_REST *spRest)
                   (sPrivate.eTransfer == TRANSFER_IDLE && // the caller's own socket
                    (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0);
     if (sGlobal.sSession.SData <= 0) return BSA_RC_ABORT_SYSTEM_ERROR;
+    data_ShareRange(xbsa_DataSocket(), true);
     if (bStore && !xbsa_IsIncomplete()) return CloseWhole(spRest);
     if (bStore) x_Reset(xbsa_DataSocket());
     return CloseData(x_IsSocket(xbsa_DataSocket()), spRest);

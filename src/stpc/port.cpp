@@ -1,6 +1,7 @@
 // The listener of a transfer and its announcement to the server.
 #include "stpc/stpc.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -9,6 +10,11 @@
 #include "trace/trace.h"
 #include "util/util.h"
 
+enum
+{
+    PORT_TAKEN = -2
+};
+
 static const char szFunction[] = "stpc_port";
 
 static int FailPort(const char *cpText)
@@ -16,10 +22,19 @@ static int FailPort(const char *cpText)
     return i_Fail(szFunction, GetSockErrCode(), "%s", cpText);
 }
 
-// Listens on the control connection's own local address, on a port of the system's choice.
+// Another socket has the port; the next one may be free. A port of the system's choice is never taken.
+static int FailTry(int iPort, const char *cpText)
+{
+    if (iPort == 0 || errno != EADDRINUSE) return FailPort(cpText);
+    TRACE("stpc_port: Port %d is taken.", iPort);
+    return PORT_TAKEN;
+}
+
+// Listens on the control connection's own local address.
+//   iPort     0 for one of the system's choice
 //   spLocal   receives the local address of the control connection
 //   spListen  receives the listener's address
-static int ListenBeside(int SControl, int hListener, struct sockaddr_in *spLocal,
+static int ListenBeside(int SControl, int hListener, int iPort, struct sockaddr_in *spLocal,
                         struct sockaddr_in *spListen)
 {
     socklen_t uSize = sizeof *spLocal;
@@ -29,10 +44,11 @@ static int ListenBeside(int SControl, int hListener, struct sockaddr_in *spLocal
         return FailPort("getsockname() failed.");
     }
     TRACE("stpc_port: Calling bind()");
-    spLocal->sin_port = 0;
+    data_ShareRange(hListener, true);
+    spLocal->sin_port = htons(static_cast<uint16_t>(iPort));
     if (bind(hListener, reinterpret_cast<struct sockaddr *>(spLocal), sizeof *spLocal) == -1)
     {
-        return FailPort("bind() failed.");
+        return FailTry(iPort, "bind() failed.");
     }
     TRACE("stpc_port: Calling getsockname() for listener");
     uSize = sizeof *spListen;
@@ -41,8 +57,10 @@ static int ListenBeside(int SControl, int hListener, struct sockaddr_in *spLocal
         return FailPort("getsockname() failed.");
     }
     data_SetKeepAlive(hListener);
+    data_SetBuffers(hListener);
     TRACE("stpc_port: Calling listen()");
-    if (listen(hListener, 1) == -1) return FailPort("listen() failed.");
+    if (listen(hListener, 1) == -1) return FailTry(iPort, "listen() failed.");
+    data_ShareRange(hListener, false);
     return 0;
 }
 
@@ -67,7 +85,8 @@ static int AnnounceListener(int SControl, const struct sockaddr_in *spLocal,
     return i_Fail(szFunction, 0, "NEGATIVE reply: %s", i_MaskReply(szReply));
 }
 
-static int OpenListener(int SControl, int iOptions)
+// One try for a listener. Returns the listener, -1 or PORT_TAKEN.
+static int OpenListener(int SControl, int iOptions, int iPort)
 {
     TRACE("stpc_port: Calling socket()");
     int hListener = x_AboveStandardError(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | iOptions, 0));
@@ -75,18 +94,35 @@ static int OpenListener(int SControl, int iOptions)
 
     struct sockaddr_in sLocal = {};
     struct sockaddr_in sListen = {};
-    int iRet = ListenBeside(SControl, hListener, &sLocal, &sListen);
+    int iRet = ListenBeside(SControl, hListener, iPort, &sLocal, &sListen);
     if (iRet == 0) iRet = AnnounceListener(SControl, &sLocal, &sListen);
     if (iRet == 0) return hListener;
 
     SOCKET_close(hListener);
-    return -1;
+    return iRet;
+}
+
+// Every port once, beginning after the one that was used last: what a firewall or a server still
+// remembers of a port is then as old as can be. Without a range it is one port, of number 0.
+static int OpenInRange(int SControl, int iOptions)
+{
+    NETWORK *spNetwork = &sPrivate.sNetwork;
+    int hListener = PORT_TAKEN;
+    for (int iPort = spNetwork->iFirstPort; iPort <= spNetwork->iLastPort; iPort++)
+    {
+        hListener = OpenListener(SControl, iOptions, spNetwork->iNextPort);
+        bool bLast = spNetwork->iNextPort == spNetwork->iLastPort;
+        spNetwork->iNextPort = bLast ? spNetwork->iFirstPort : spNetwork->iNextPort + 1;
+        if (hListener != PORT_TAKEN) return hListener;
+    }
+    return i_Fail(szFunction, 0, "No free port in KORVA_PORT_RANGE = %d-%d.", spNetwork->iFirstPort,
+                  spNetwork->iLastPort);
 }
 
 int stpc_Port(int SControl, int iOptions)
 {
     TRACE("stpc_port: Start");
-    int hListener = OpenListener(SControl, iOptions);
+    int hListener = OpenInRange(SControl, iOptions);
     TRACE("stpc_port: End");
     return hListener;
 }

@@ -97,6 +97,7 @@ static int OpenData(const STPC_TRANSFER *spTransfer, const char *cpName, int SCo
     int iRet = SendTransfer(spTransfer, cpName, SControl);
     if (iRet == 0) iRet = ReadOpening(spTransfer, SControl);
     if (iRet == 0) hData = AcceptData(spTransfer, SControl, hListener);
+    if (hData != -1 && spTransfer == &sStore) data_LimitRate(hData);
     if (SOCKET_close(hListener) == -1 && hData != -1)
     {
         FailTransfer(spTransfer, "Listening socket close failed.");

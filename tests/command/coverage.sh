@@ -10,7 +10,7 @@ ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-$HOME/.cache}/korva-xbsa/ftpd}
 build=$PWD/build/coverage
 
 mkdir -p "$build"
-tests/harness/servers.sh "$ftpd"
+tools/servers.sh "$ftpd"
 cmake --preset coverage -DXBSA_FTPD="$ftpd" >"$build.log"
 cmake --build --preset coverage -j "$(nproc)" >>"$build.log"
 find "$build" -name '*.gcda' -delete

@@ -25,7 +25,7 @@ m32)
 esac
 
 ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-${HOME:-$PWD/build}/.cache}/korva-xbsa/ftpd}
-tests/harness/servers.sh "$ftpd"
+tools/servers.sh "$ftpd"
 cmake --preset "$kind" -DXBSA_FTPD="$ftpd" -DCMAKE_CROSSCOMPILING_EMULATOR="$emulator"
 cmake --build --preset "$kind" -j "$(nproc)"
 exec ctest --preset "$kind" -j 4 "${@:2}"

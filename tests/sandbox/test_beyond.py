@@ -4,6 +4,7 @@ import pwd
 import re
 import shutil
 import signal
+import socket
 import subprocess
 import tempfile
 import unittest
@@ -143,16 +144,22 @@ class OnRclone(Rig, unittest.TestCase):
         self.assert_left("good", "good")
 
     def test_refused(self):
-        for options, reason in (
-                ("--store rclone:a:b", "rclone is missing"), ("--store rclone:a", "rclone:REMOTE:PATH"),
-                ("--catalogue postgresql://me@h/d", "needs --store"),
-                ("--catalogue postgresql://me:canary@h/d", "no password"),
-                ("--catalogue postgresql:///d?password=canary", "no password")):
-            missing = "missing" in reason
+        taken = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(taken.close)
+        for options, code, reason in (
+                ("--store rclone:a:b", 125, "rclone is missing"),
+                ("--store rclone:a", 2, "rclone:REMOTE:PATH"),
+                ("--catalogue postgresql://me@h/d", 2, "needs --store"),
+                ("--catalogue postgresql://me:canary@h/d", 2, "no password"),
+                ("--catalogue postgresql:///d?password=canary", 2, "no password"),
+                ("--port 65536", 2, "0 to 65535"),
+                (f"--port {taken.getsockname()[1]}", 125,
+                 f"on 127.0.0.1 port {taken.getsockname()[1]}: Address already in use\nhint: ")):
+            path = "/none" if "missing" in reason else "/usr/bin"
             ended = subprocess.run([RUN, *options.split()], stderr=subprocess.PIPE, text=True,
-                                   env={"PATH": "/none" if missing else "/usr/bin"}, check=False)
+                                   env={"PATH": path}, check=False)
             self.assertEqual((ended.returncode, reason in ended.stderr, "canary" in ended.stderr),
-                             (125 if missing else 2, True, False), ended.stderr)
+                             (code, True, False), ended.stderr)
 
 
 class Shared(Rig, unittest.TestCase):

@@ -16,7 +16,8 @@ from xbsa import ROOT
 
 BUILD, TOOL = os.environ["XBSA_BUILD"], os.environ["XBSA_TOOL"]
 ENV = {"PATH": os.environ["PATH"] + ":/usr/sbin:/sbin", "LC_ALL": "C.UTF-8", "TZ": "UTC",
-       "SOURCE_DATE_EPOCH": "1000000000", "XBSA_PASSWORD": "secret", "MANWIDTH": "100"}
+       "SOURCE_DATE_EPOCH": "1000000000", "XBSA_PASSWORD": "secret", "MANWIDTH": "80",
+       "TMPDIR": tempfile.gettempdir()}
 LIBDIR = f"lib/{os.uname().machine}-linux-gnu"
 DOC = "share/doc/korva-xbsa"
 FILES = {"korva-xbsa": f"""bin/xbsactl {LIBDIR}/libxbsa.so.1 share/man/man1/xbsactl.1.gz
@@ -140,7 +141,7 @@ class Packages(unittest.TestCase):
             common = [f"share/doc/{name}/{file}" for file in ("copyright", "changelog.Debian.gz")]
             self.assertLessEqual({*FILES[name].split(), *common}, {file for *_, file in listed})
             for mode, owner, time, file in listed:
-                program = re.match(r"bin/|share/korva-xbsa/(demo.sh|sandbox/[^.]*$)", file)
+                program = re.match(r"bin/|share/korva-xbsa/(demo.sh|sandbox/[^.]*$|tools/servers.sh)", file)
                 modes = {"d": "drwxr-xr-x", "l": "lrwxrwxrwx",
                          "-": "-rwxr-xr-x" if program else "-rw-r--r--"}
                 self.assertEqual((mode, owner, time), (modes[mode[0]], "root/root",
@@ -206,6 +207,7 @@ class Pages(unittest.TestCase):
         for page in glob.glob(f"{ROOT}/man/*.?"):
             text = output("man", "--warnings", "-l", page)
             self.assertIn("SEE ALSO", text)
+            self.assertLessEqual(max(map(len, text.splitlines())), 80, page)
             self.assertNotIn("<standard input>", text, page)
 
 

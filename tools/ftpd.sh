@@ -1,0 +1,103 @@
+# Shell functions that run a private FTP server (vsftpd) on 127.0.0.1, for the demonstration. To be
+# sourced by bash.
+#
+#   ftpd_start FOLDER PASSWORD
+#       Starts it with a new FOLDER of its own, for the user "ftp"; sets FTPD_PORT and FTPD_DATA
+#       (where stored files lie). Returns 1 with a reason on standard error when it does not run.
+#   ftpd_stop
+#       Stops it, if it runs. FOLDER stays: it holds the log.
+#
+# The server is the installed one, or one that is unpacked into a cache. It runs as the calling
+# account; root runs it as nobody. An upload that the client resets is thrown away.
+
+FTPD_PID=
+
+ftpd_cache() { # on standard output: where the tests, too, keep the FTP servers
+    echo "${XBSA_FTPD:-${XDG_CACHE_HOME:-${HOME:-$PWD/build}/.cache}/korva-xbsa/ftpd}"
+}
+
+ftpd_free_port() {
+    python3 -c 'import socket
+with socket.create_server(("127.0.0.1", 0)) as server: print(server.getsockname()[1])'
+}
+
+# The password alone keeps the machine's other accounts out: the server has the rights of its account.
+ftpd_configure() { # FOLDER PASSWORD ACCOUNT
+    (umask 077 && echo "$2" >"$1/password")
+    cat >"$1/vsftpd.conf" <<CONFIGURATION
+listen=YES
+listen_address=127.0.0.1
+listen_port=$FTPD_PORT
+background=NO
+run_as_launching_user=YES
+seccomp_sandbox=NO
+ftp_username=$3
+secure_email_list_enable=YES
+email_password_file=$1/password
+anon_root=$1/data
+anon_upload_enable=YES
+anon_other_write_enable=YES
+anon_world_readable_only=NO
+anon_umask=022
+write_enable=YES
+delete_failed_uploads=YES
+xferlog_enable=NO
+CONFIGURATION
+}
+
+# Waits for the greeting, while the process lives, for ten seconds at most.
+ftpd_wait() {
+    local greeting= socket
+    for _ in {1..200}; do
+        kill -0 "$FTPD_PID" 2>/dev/null || return 1
+        if { exec {socket}<>"/dev/tcp/127.0.0.1/$FTPD_PORT"; } 2>/dev/null; then
+            read -r -t 10 greeting <&"$socket"
+            exec {socket}>&-
+            [[ $greeting == 220* ]] && return 0
+        fi
+        sleep 0.05
+    done
+    return 1
+}
+
+# Sets FTPD_COMMAND. A cache of root's is out of nobody's reach, so that root takes a copy of it.
+ftpd_provide() { # FOLDER
+    local installed cache libraries
+    installed=$(PATH=$PATH:/usr/sbin:/sbin type -P vsftpd) && FTPD_COMMAND=("$installed") && return 0
+    cache=$(ftpd_cache)
+    tools/servers.sh "$cache" vsftpd || return 1
+    if [[ $(id -u) == 0 ]]; then
+        cp -r "$cache" "$1/server" && cache=$1/server || return 1
+    fi
+    libraries=$(uname -m)-linux-gnu
+    FTPD_COMMAND=(env "LD_LIBRARY_PATH=$cache/usr/lib/$libraries:$cache/lib/$libraries"
+                  "$cache/usr/sbin/vsftpd")
+}
+
+ftpd_start() { # FOLDER PASSWORD
+    local account command=(setpriv --pdeathsig TERM)
+    mkdir -p "$1/data" && ftpd_provide "$1" || return 1
+    account=$(id -un)
+    if [[ $(id -u) == 0 ]]; then
+        account=nobody
+        command+=(--reuid nobody --regid "$(id -g nobody)" --clear-groups)
+    fi
+    FTPD_DATA=$1/data
+    for _ in {1..5}; do # another process may take the port meanwhile
+        FTPD_PORT=$(ftpd_free_port) && ftpd_configure "$1" "$2" "$account" || return 1
+        [[ $account != nobody ]] || chown nobody "$1"/{data,password,vsftpd.conf}
+        "${command[@]}" "${FTPD_COMMAND[@]}" "$1/vsftpd.conf" >"$1/log" 2>&1 </dev/null &
+        FTPD_PID=$!
+        ftpd_wait && return 0
+        ftpd_stop
+    done
+    echo "vsftpd does not start: $(tail -n 1 "$1/log")" >&2
+    return 1
+}
+
+ftpd_stop() {
+    [[ -n $FTPD_PID ]] || return 0
+    kill "$FTPD_PID" 2>/dev/null
+    wait "$FTPD_PID" 2>/dev/null
+    FTPD_PID=
+}

@@ -1,0 +1,40 @@
+#!/bin/sh
+# Unpacks FTP daemons into a folder, without installing them: as installed packages they exclude each
+# other and start by themselves. Needs no root. Usage:
+#   servers.sh FOLDER           all that the tests talk to
+#   servers.sh FOLDER PACKAGE   one, with the libraries that this system lacks for it
+set -eu
+all="proftpd-core vsftpd pure-ftpd python3-pyftpdlib libhiredis0.14 libmemcached11
+    libmemcachedutil2 libpcre2-posix3 libwrap0 libcap2 libpam0g libidn2-0 libsasl2-2 libnsl2
+    libtirpc3 libsodium23 libhashkit2"
+mkdir -p "$1"
+cd "$1"
+complete=complete${2+.$2}
+[ "$(cat complete 2>/dev/null)" != "$all" ] || exit 0 # another list: fetched again
+[ "$complete" = complete ] || [ ! -e "$complete" ] || exit 0
+command -v apt-get >/dev/null || { echo "servers.sh: no apt-get: install ${2-the servers}" >&2; exit 1; }
+
+wanted() { # APT-OPTION... on standard output: the packages to fetch
+    if [ "$complete" = complete ]; then echo "$all"; return; fi
+    apt-get "$@" -s -qq --no-install-recommends install "${complete#*.}" |
+        sed -n 's/^Inst \([^ ]*\).*/\1/p'
+}
+
+fetch() { # APT-OPTION...
+    packages=$(wanted "$@") && [ -n "$packages" ] && apt-get "$@" -qq download $packages
+}
+
+# The system's package lists may be missing or old: lists of our own need no root, and go again.
+fetch_with_lists() {
+    mkdir -p lists/partial
+    set -- -o "Dir::State::Lists=$PWD/lists" -o "Dir::Cache=$PWD/lists"
+    apt-get "$@" -qq update && fetch "$@"
+}
+
+trap 'rm -rf lists ./*.deb' EXIT
+fetch >/dev/null 2>&1 || fetch_with_lists >&2 || {
+    echo "servers.sh: the packages could not be downloaded, see above" >&2
+    exit 1
+}
+for package in *.deb; do dpkg -x "$package" .; done
+echo "$all" >"$complete"
