@@ -1,4 +1,5 @@
 """xbsactl trace: logs of real sessions, and what becomes of logs: cut, mixed, damaged, huge."""
+import json
 import os
 import re
 import resource
@@ -89,6 +90,33 @@ class Trace(unittest.TestCase):
                      "10 s from 17:00:00", "end of data: 226", "\n1 session, 1 done\n$"):
             self.assertRegex(out, want)
         self.assertNotRegex(out, "error|failed")
+
+    def test_json(self):
+        """The same as the text, for scripts: a good session, a failed one, mixed ones, and none."""
+        failed = real_log({"STOR": ["452 full"]})
+        page = self.file("page.html")
+        got = json.loads(self.trace(self.one + failed, "--json", "--html", page))
+        good, bad = got["sessions"]
+        self.assertEqual((got["schema"], [good[key] for key in (
+            "number", "outcome", "handles", "informix", "user", "server", "begin", "end", "first_line",
+            "objects", "bytes", "mixed", "note", "error")]), (1, [
+                1, "done", [int(handle(self.one))], False, "backup", "127.0.0.1", "2026-11-24 17:00:00",
+                "2026-11-24 17:00:10", 1, 1, 200000, "", "", None]))
+        steps = {step["text"]: step for step in good["steps"]}
+        self.assertEqual(steps["sent"], {
+            "kind": "data", "time": "2026-11-24 17:00:00", "text": "sent", "result": "", "failed": False,
+            "seconds": 10, "bytes": 200000, "blocks": 4, "longest_pause": 10})
+        self.assertEqual(steps["QUIT"]["result"], "221 bye")
+        self.assertEqual((bad["outcome"], bad["error"]["time"]), ("failed", "2026-11-24 17:00:00"))
+        for key, want in (("text", "452 full"), ("meaning", "no room"), ("hint", "full disk")):
+            self.assertIn(want, bad["error"][key])
+        self.assertEqual({key: got["summary"][key] for key in ("sessions", "done", "failed")},
+                         {"sessions": 2, "done": 1, "failed": 1})
+        block = json.loads(self.trace(mixed(self.one, self.two), "--json"))["sessions"][0]
+        self.assertEqual((block["outcome"], block["bytes"], block["user"], len(block["handles"])),
+                         ("mixed", 0, "", 2))
+        self.assertEqual(json.loads(self.trace(b"", "--json"))["sessions"], [])
+        self.assertTrue(os.path.exists(page))
 
     def test_errors(self):
         for step, error in (("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),

@@ -246,7 +246,7 @@ void AddCheck(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
 void AddTrace(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
 {
     CLI::App *spTrace =
-        I_sApp.add_subcommand("trace", "Tell the sessions of a trace log, and their errors");
+        I_sApp.add_subcommand("trace", "Summarise the sessions in a trace log, and their errors");
     spTrace->add_option("FILE", X_sLine.sTrace.strFile, "The log; \"-\": standard input")
         ->required();
     spTrace

@@ -95,7 +95,7 @@ CLineReader::CLineReader(const std::string &I_strFile) : sBuffer(I_strFile), sSt
 
 bool CLineReader::Next(LOG_LINE &O_sLine)
 {
-    sStream.getline(szLine.data(), szLine.size());
+    sStream.getline(szLine.data(), static_cast<std::streamsize>(szLine.size()));
     auto uLength = static_cast<size_t>(sStream.gcount());
     if (uLength == 0) return false;
     O_sLine = LOG_LINE{};
