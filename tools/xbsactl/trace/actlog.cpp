@@ -1,10 +1,7 @@
-#include "trace/actlog.h"
+#include "trace/parts.h"
 
 #include <algorithm>
 #include <tuple>
-
-#include "trace/lines.h"
-#include "trace/text.h"
 
 namespace trace
 {
@@ -63,11 +60,13 @@ CActivityLog::CActivityLog(const std::string &I_strFile)
 void CActivityLog::Add(const MESSAGE &I_sMessage)
 {
     deqMessages.push_back(I_sMessage);
+    uUnused++;
     uBytes += sizeof(MESSAGE) + I_sMessage.strText.size();
     while (uBytes > MOST_BYTES)
     {
         uBytes -= sizeof(MESSAGE) + deqMessages.front().strText.size();
         deqMessages.pop_front();
+        uUnused--;
         uDropped++;
     }
 }
@@ -87,6 +86,7 @@ std::vector<STEP> CActivityLog::TakeFor(const SESSION &I_sSession)
              ++spMessage)
         {
             if (std::exchange(spMessage->bUsed, true)) continue;
+            uUnused--;
             const std::string strWho = I_sSession.IsMixed() ? std::to_string(lHandle) + ": " : "";
             vecFound.push_back({KIND::DATABASE, spMessage->iTime, strWho + spMessage->strText});
         }
@@ -95,17 +95,5 @@ std::vector<STEP> CActivityLog::TakeFor(const SESSION &I_sSession)
         return sOne.iStart < sOther.iStart;
     });
     return vecFound;
-}
-
-uint64_t CActivityLog::Unused() const
-{
-    const auto iUsed = std::count_if(deqMessages.begin(), deqMessages.end(),
-                                     [](const MESSAGE &sMessage) { return sMessage.bUsed; });
-    return deqMessages.size() - static_cast<size_t>(iUsed);
-}
-
-uint64_t CActivityLog::Dropped() const
-{
-    return uDropped;
 }
 } // namespace trace

@@ -1,8 +1,6 @@
-#include "trace/command.h"
+#include "trace/parts.h"
 
 #include <algorithm>
-
-#include "trace/text.h"
 
 namespace trace
 {

@@ -1,4 +1,4 @@
-#include "trace/lines.h"
+#include "trace/parts.h"
 
 #include <charconv>
 #include <ctime>
@@ -39,6 +39,11 @@ std::string LastDay(const std::string &I_strFile)
     return strDay;
 }
 } // namespace
+
+PLACE Place(const LOG_LINE &I_sLine)
+{
+    return {I_sLine.uNumber, I_sLine.iTime, std::string(I_sLine.svStamp)};
+}
 
 bool ParseStamp(std::string_view I_svText, int64_t &O_iTime)
 {

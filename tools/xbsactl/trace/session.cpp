@@ -1,4 +1,4 @@
-#include "trace/session.h"
+#include "trace/parts.h"
 
 #include <algorithm>
 
@@ -15,11 +15,6 @@ std::string Named(const char *cpName, const std::string &I_strValue)
     return I_strValue.empty() ? "" : std::string(", ") + cpName + " " + I_strValue;
 }
 } // namespace
-
-PLACE Place(const LOG_LINE &I_sLine)
-{
-    return {I_sLine.uNumber, I_sLine.iTime, std::string(I_sLine.svStamp)};
-}
 
 STEP::STEP(KIND I_eKind, int64_t I_iTime, std::string I_strText)
     : eKind(I_eKind), iStart(I_iTime), iEnd(I_iTime), strText(std::move(I_strText))
@@ -113,14 +108,22 @@ std::vector<STEP> SESSION::Steps() const
     return vecSteps;
 }
 
-std::string SESSION::Outcome() const
+OUTCOME SESSION::Outcome() const
 {
+    if (IsMixed()) return OUTCOME::MIXED;
+    if (eOrigin == ORIGIN::REPLIES) return OUTCOME::REPLIES;
+    if (bFailed) return OUTCOME::FAILED;
+    return eState == STATE::TERMINATED ? OUTCOME::DONE : OUTCOME::UNFINISHED;
+}
+
+std::string SESSION::OutcomeText() const
+{
+    constexpr std::array<const char *, 5> TEXTS = {"done", "failed", "unfinished", "mixed",
+                                                   "replies only"};
     const bool bError = sError.sPlace.uLine != 0;
-    if (IsMixed()) return "mixed";
-    if (eOrigin == ORIGIN::REPLIES) return bError ? "refused" : "replies only";
-    if (bFailed) return "failed";
-    if (eState != STATE::TERMINATED) return "unfinished";
-    return bError ? "done, with an error on the way" : "done";
+    if (bError && Outcome() == OUTCOME::DONE) return "done, with an error on the way";
+    if (bError && Outcome() == OUTCOME::REPLIES) return "refused";
+    return TEXTS[static_cast<size_t>(Outcome())];
 }
 
 std::string SESSION::Title() const

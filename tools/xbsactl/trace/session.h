@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "trace/lines.h"
-
 namespace trace
 {
 enum class KIND
@@ -77,8 +75,6 @@ struct PLACE
     std::string strStamp;
 };
 
-PLACE Place(const LOG_LINE &I_sLine);
-
 struct LOGGED_ERROR
 {
     PLACE sPlace;
@@ -139,6 +135,15 @@ struct MIXTURE
     size_t uTerminated = 0;
 };
 
+enum class OUTCOME
+{
+    DONE,
+    FAILED,
+    UNFINISHED,
+    MIXED,
+    REPLIES
+};
+
 struct SESSION
 {
     uint64_t uNumber = 0; // in the log, from 1
@@ -171,7 +176,8 @@ struct SESSION
     std::vector<STEP> Steps() const;   // those too that go on
 
     // As it is shown: "done", "failed", "unfinished", ...; who; and what else must be known.
-    std::string Outcome() const;
+    OUTCOME Outcome() const;
+    std::string OutcomeText() const;
     std::string Title() const;
     std::string Note() const;
 };

@@ -1,4 +1,4 @@
-#include "trace/sessions.h"
+#include "trace/parts.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,10 +1,10 @@
-#include "trace/show.h"
+#include "trace/parts.h"
 
 #include <array>
 #include <cstdio>
 
+#include "base/json.h"
 #include "explain/explain.h"
-#include "trace/text.h"
 
 namespace trace
 {
@@ -153,17 +153,17 @@ std::string SessionText(const SHOWN &I_sShown)
 {
     const SESSION &sSession = I_sShown.sSession;
     std::string strText = "session " + std::to_string(sSession.uNumber) + ": " +
-                          sSession.Outcome() + ", " + sSession.Title() + "\n";
+                          sSession.OutcomeText() + ", " + sSession.Title() + "\n";
     for (const std::string &strFact : Facts(sSession)) strText += "  " + strFact + "\n";
     for (const STEP &sStep : I_sShown.vecSteps) strText += Row(I_sShown, sStep);
     return strText + "\n";
 }
 
-base::JSON SessionJson(const SHOWN &I_sShown)
+std::string SessionJson(const SHOWN &I_sShown)
 {
     const SESSION &sSession = I_sShown.sSession;
     const bool bMixed = sSession.IsMixed(); // whose these are is unknown
-    const std::string strOutcome = sSession.Outcome();
+    const std::string strOutcome = sSession.OutcomeText();
     base::JSON sJson = {{"number", sSession.uNumber},
                         {"outcome", strOutcome.substr(0, strOutcome.find(','))},
                         {"handles", sSession.setHandles},
@@ -182,6 +182,6 @@ base::JSON SessionJson(const SHOWN &I_sShown)
                         {"error", ErrorJson(sSession)},
                         {"steps", base::JSON::array()}};
     for (const STEP &sStep : I_sShown.vecSteps) sJson["steps"].push_back(StepJson(sStep));
-    return sJson;
+    return base::Dump(sJson);
 }
 } // namespace trace

@@ -1,9 +1,6 @@
-#include "trace/take.h"
+#include "trace/parts.h"
 
 #include <algorithm>
-
-#include "trace/command.h"
-#include "trace/text.h"
 
 namespace trace
 {

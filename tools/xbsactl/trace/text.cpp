@@ -1,14 +1,11 @@
-#include "trace/text.h"
-
-#include <strings.h>
+#include "trace/parts.h"
 
 #include <array>
 #include <cctype>
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
-
-#include "base/base.h"
+#include <strings.h>
 
 namespace trace
 {

@@ -2,16 +2,9 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <map>
-#include <memory>
+#include <optional>
 
-#include "base/base.h"
-#include "trace/actlog.h"
-#include "trace/lines.h"
-#include "trace/page.h"
-#include "trace/sessions.h"
-#include "trace/show.h"
-#include "trace/text.h"
+#include "trace/parts.h"
 
 namespace trace
 {
@@ -19,27 +12,39 @@ namespace
 {
 constexpr int SCHEMA = 1; // of the JSON text
 
-struct COUNTS
+// How the summary and its JSON name what is counted.
+struct COUNT
 {
-    uint64_t uShown = 0;
-    uint64_t uDone = 0;
-    uint64_t uFailed = 0;
-    uint64_t uUnfinished = 0;
-    uint64_t uMixed = 0;
-    uint64_t uReplies = 0;
-    uint64_t uHidden = 0;  // by --since and --handle
-    uint64_t uForeign = 0; // lines that do not begin as the library's do
-
-    void Count(const SESSION &I_sSession)
-    {
-        uShown++;
-        if (I_sSession.IsMixed()) uMixed++;
-        else if (I_sSession.eOrigin == ORIGIN::REPLIES) uReplies++;
-        else if (I_sSession.bFailed) uFailed++;
-        else if (I_sSession.eState == STATE::TERMINATED) uDone++;
-        else uUnfinished++;
-    }
+    const char *cpKey;
+    const char *cpFront;
+    const char *cpBack;
+    uint64_t uCount = 0;
 };
+
+enum COUNTED
+{
+    HIDDEN = 5, // after the sessions' outcomes
+    FOREIGN,
+    UNUSED,
+    DROPPED
+};
+
+using COUNTS = std::array<COUNT, DROPPED + 1>;
+
+COUNTS NewCounts()
+{
+    return {
+        {{"done", ", ", " done"},
+         {"failed", ", ", " failed"},
+         {"unfinished", ", ", " unfinished"},
+         {"mixed", ", ", " of mixed processes"},
+         {"replies_only", ", ", " with replies only"},
+         {"left_out", ", ", " more left out by --since or --handle"},
+         {"foreign_lines",
+          "; lines that are not the library's, or go on from the one before: ", ""},
+         {"unused_messages", "; messages of the database that belong to no session shown: ", ""},
+         {"dropped_messages", "; oldest messages of the database that were passed over: ", ""}}};
+}
 
 // The page takes the place of what has its name.
 void CheckPage(const OPTIONS &I_sOptions)
@@ -51,41 +56,21 @@ void CheckPage(const OPTIONS &I_sOptions)
             throw base::USAGE_ERROR("--html would overwrite the log that is read");
 }
 
-std::string Part(uint64_t I_uCount, const char *cpWhat)
+std::string Summary(const COUNTS &I_sCounts, uint64_t I_uShown)
 {
-    return I_uCount == 0 ? "" : ", " + std::to_string(I_uCount) + " " + cpWhat;
+    std::string strSummary = Count(I_uShown, "session");
+    for (const COUNT &sCount : I_sCounts)
+        if (sCount.uCount > 0)
+            strSummary += sCount.cpFront + std::to_string(sCount.uCount) + sCount.cpBack;
+    return strSummary;
 }
 
-std::string Note(uint64_t I_uCount, const char *cpWhat)
+std::string SummaryJson(const COUNTS &I_sCounts, uint64_t I_uShown)
 {
-    return I_uCount == 0 ? "" : std::string("; ") + cpWhat + ": " + std::to_string(I_uCount);
-}
-
-std::string Summary(const COUNTS &I_sCounts, const CActivityLog &I_sActivity)
-{
-    return Count(I_sCounts.uShown, "session") + Part(I_sCounts.uDone, "done") +
-           Part(I_sCounts.uFailed, "failed") + Part(I_sCounts.uUnfinished, "unfinished") +
-           Part(I_sCounts.uMixed, "of mixed processes") +
-           Part(I_sCounts.uReplies, "with replies only") +
-           Part(I_sCounts.uHidden, "more left out by --since or --handle") +
-           Note(I_sCounts.uForeign,
-                "lines that are not the library's, or go on from the one before") +
-           Note(I_sActivity.Unused(), "messages of the database that belong to no session shown") +
-           Note(I_sActivity.Dropped(), "oldest messages of the database that were passed over");
-}
-
-base::JSON SummaryJson(const COUNTS &I_sCounts, const CActivityLog &I_sActivity)
-{
-    return {{"sessions", I_sCounts.uShown},
-            {"done", I_sCounts.uDone},
-            {"failed", I_sCounts.uFailed},
-            {"unfinished", I_sCounts.uUnfinished},
-            {"mixed", I_sCounts.uMixed},
-            {"replies_only", I_sCounts.uReplies},
-            {"left_out", I_sCounts.uHidden},
-            {"foreign_lines", I_sCounts.uForeign},
-            {"unused_messages", I_sActivity.Unused()},
-            {"dropped_messages", I_sActivity.Dropped()}};
+    std::string strJson = "{\"sessions\": " + std::to_string(I_uShown);
+    for (const COUNT &sCount : I_sCounts)
+        strJson += std::string(", \"") + sCount.cpKey + "\": " + std::to_string(sCount.uCount);
+    return strJson + "}";
 }
 
 void Print(const std::string &I_strText)
@@ -111,32 +96,35 @@ void Run(const OPTIONS &I_sOptions)
     std::optional<CPage> sPage;
     if (!I_sOptions.strHtml.empty()) sPage.emplace(I_sOptions.strHtml);
 
-    COUNTS sCounts;
+    COUNTS sCounts = NewCounts();
+    uint64_t uShown = 0;
     std::string strFront = "{\"schema\": " + std::to_string(SCHEMA) + ", \"sessions\": [\n";
     CSessions sSessions([&](const SESSION &sSession) {
         if (!IsWanted(sSession, I_sOptions, strSince))
         {
-            sCounts.uHidden++;
+            sCounts[HIDDEN].uCount++;
             return;
         }
-        sCounts.Count(sSession);
+        sCounts[static_cast<size_t>(sSession.Outcome())].uCount++;
+        uShown++;
         const SHOWN sShown = Show(sSession, sActivity.TakeFor(sSession));
-        if (I_sOptions.bJson)
-            Print(std::exchange(strFront, ",\n") + base::Dump(SessionJson(sShown)));
+        if (I_sOptions.bJson) Print(std::exchange(strFront, ",\n") + SessionJson(sShown));
         else Print(SessionText(sShown));
         if (sPage) sPage->Add(sShown);
     });
     for (LOG_LINE sLine; sReader.Next(sLine);)
     {
         sSessions.Take(sLine);
-        if (!sLine.bTrace) sCounts.uForeign++;
+        if (!sLine.bTrace) sCounts[FOREIGN].uCount++;
     }
     sSessions.Finish();
-    const std::string strSummary = Summary(sCounts, sActivity);
+    sCounts[UNUSED].uCount = sActivity.uUnused;
+    sCounts[DROPPED].uCount = sActivity.uDropped;
+    const std::string strSummary = Summary(sCounts, uShown);
     if (!I_sOptions.bJson) Print(strSummary + "\n");
     else
-        Print((sCounts.uShown == 0 ? strFront : "") +
-              "],\n\"summary\": " + base::Dump(SummaryJson(sCounts, sActivity)) + "}\n");
+        Print((uShown == 0 ? strFront : "") + "],\n\"summary\": " + SummaryJson(sCounts, uShown) +
+              "}\n");
     if (sPage) sPage->Finish(strSummary);
 }
 } // namespace trace
