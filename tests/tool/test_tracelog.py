@@ -8,7 +8,7 @@ import unittest
 from xml.etree import ElementTree
 
 from server import Server
-from xbsa import DEADLINE, ROOT, SANITIZED, make_folder, read_bytes, run, write_plain
+from xbsa import DEADLINE, ROOT, SANITIZED, make_folder, read_bytes, rows, run, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
 SANDBOX = ROOT + "/sandbox/run"
@@ -202,9 +202,12 @@ class Trace(unittest.TestCase):
                 (("--bar-act-log", self.file("none")), 1, "No such file")):
             with self.subTest(options):
                 self.assertIn(want, self.trace(older + self.one, *options, code=code))
-        for *args, code in (self.file("none"), 1), (self.folder, 1), (2,):
-            got = subprocess.run([TOOL, "trace", *args], capture_output=True, env=ENV, check=False)
-            self.assertEqual((got.returncode, got.stdout), (code, b""))
+        for row in rows("args code out reason", ([self.file("none")], 1, b"", b"No such file"),
+                        ([self.folder], 1, b"", b"folder"), ([], 2, b"", b"FILE"),
+                        (["/dev/null"], 0, b"0 sessions\n", b"warning: the log is empty")):
+            got = subprocess.run([TOOL, "trace", *row.args], capture_output=True, env=ENV, check=False)
+            self.assertEqual((got.returncode, got.stdout), (row.code, row.out))
+            self.assertIn(row.reason, got.stderr)
 
     def test_page(self):
         mine = handle(self.one)

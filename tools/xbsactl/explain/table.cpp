@@ -103,10 +103,6 @@ const std::vector<ROW> &Rows()
          "The COM utility refused the job, or the server refused connection, login, folder or "
          "STOR.",
          "look for the first failing line before it in the trace; run xbsactl check"},
-        {KIND::DATABASE, "BSASendData... 3",
-         "The data connection broke in the middle of a backup, after five tries a second apart.",
-         "The server ran out of space or time, or network and firewall cut the connection.",
-         "read the server's closing reply, which BSAEndData traces, and back up again"},
         {KIND::DATABASE,
          "BSAEndData... 3|Return CODE: 1|Return CODE: -1|Return CODE: 5|Return CODE: 6",
          "The object was not confirmed; do not count on this backup or restore.",
@@ -169,18 +165,20 @@ const std::vector<ROW> &Rows()
          "let the server open TCP connections to this host's ephemeral ports "
          "(net.ipv4.ip_local_port_range{ports}) in every firewall between: helpers that would do "
          "it by themselves (nf_conntrack_ftp) are off by default in current kernels"},
-        {KIND::SERVER, "426 Connection closed; transfer aborted",
+        {KIND::SERVER,
+         "426 Connection closed; transfer aborted|551 Requested action aborted: page type "
+         "unknown|551 Error on output file",
          "The server gave the transfer up; the object is not stored, or only in part.",
-         "A broken network, a full disk, or a client that died.",
+         "A broken network, a full disk, an object that it cannot read or write, or a client that "
+         "died.",
          "read the server's log, and repeat"},
-        {KIND::SERVER, "450 Requested file action not taken",
-         "The server cannot use the file now; the call returns 3.",
-         "Another session writes the same name, or a tape is busy.",
-         "repeat later; let the account write and overwrite in the folder"},
-        {KIND::SERVER, "451 Requested action aborted: local error",
-         "The server failed while it read or wrote; the object is not stored.",
-         "Its disk, its tape, or the storage below it.",
-         "read the server's log; look for a full disk or quota, and repeat"},
+        {KIND::SERVER,
+         "450 Requested file action not taken|451 Requested action aborted: local error",
+         "The server cannot use the file now, or failed at it; the object is not stored.",
+         "Another session writes the same name, a tape is busy, or its disk, its tape or the "
+         "storage below fails.",
+         "read the server's log; look for a full disk or quota, and let the account write and "
+         "overwrite in the folder; repeat"},
         {KIND::SERVER, "452 Insufficient storage space|552 Exceeded storage allocation",
          "The server has no room; the object is not stored.", "A full disk, pool or quota.",
          "look for a full disk or quota: make room, or name another KORVA_POOL"},
@@ -191,17 +189,14 @@ const std::vector<ROW> &Rows()
          "A command switched off at the server, a greeting of several lines, or a faulty "
          "configuration.",
          "allow active mode and binary transfers, switch banners off; read the server's log"},
-        {KIND::SERVER, "501 Syntax error in parameters",
-         "The server refuses an argument, usually the address of PORT.",
-         "The address of PORT is not the one that the server sees: address translation in between.",
-         "connect without address translation, or through a tunnel on both hosts"},
         {KIND::SERVER,
          "stpc_port: NEGATIVE reply: ...|: NEGATIVE reply: 4...|: NEGATIVE reply: 5...|PORT ...: "
-         "4...|PORT ...: 5...",
-         "The server refused PORT; the call returns 3.",
-         "Active mode is switched off at the server, or address translation changes our address.",
+         "4...|PORT ...: 5...|501 Syntax error in parameters",
+         "The server refused PORT, or its address.",
+         "Active mode is switched off at the server, or address translation makes our address "
+         "another one.",
          "allow active mode on the server (vsftpd: port_enable=YES), the library supports no "
-         "other; avoid address translation"},
+         "other; connect without address translation, or through a tunnel"},
         {KIND::SERVER, "530 Login incorrect|530 Not logged in",
          "The login was refused; the sequence goes on, and STOR or RETR fails with 530 again.",
          "A wrong user or password, or an account that may not log in.",
@@ -222,8 +217,7 @@ const std::vector<ROW> &Rows()
          "the server demands encryption, which the library does not have: let it accept plain "
          "sessions from this host, on a trusted network or in a tunnel"},
         {KIND::SERVER, "550 Requested action not taken",
-         "The server refused the folder (CWD), the object (RETR) or the name (STOR); the call "
-         "returns 3.",
+         "The server refused the folder (CWD), the object (RETR) or the name (STOR).",
          "The folder is missing (an empty one is sent as a bare CWD), the object does not exist, "
          "may not be overwritten (ProFTPD's default), or the account lacks rights.",
          "let the account write and overwrite in the folder, and look for a full disk or quota "
@@ -234,23 +228,20 @@ const std::vector<ROW> &Rows()
          "the server's chroot.",
          "create the folder on the server and let the account enter it, or name another one with "
          "--path"},
-        {KIND::SERVER, "551 Requested action aborted: page type unknown|551 Error on output file",
-         "The server broke off after 150; nothing usable is stored.",
-         "It cannot read or write the object.", "read the server's log"},
         {KIND::SERVER, "553 Requested action not taken: file name not allowed",
          "The name of the object is refused; nothing is stored.",
          "No right to write in the folder, a name above 255 bytes, or a character that is not "
          "allowed.",
          "let the account write in the folder (vsftpd: write_enable=YES), or choose another name"},
 
-        {KIND::UTILITY, "reply=ERROR", "The COM utility refused; the call returns 3.",
+        {KIND::UTILITY, "reply=ERROR", "The COM utility refused.",
          "Unknown KORVA_SERVER or KORVA_JOB, no license, no drive, or a copy that is not there.",
          "read its message= line; run the command of the line COM COMMAND by hand"},
         {KIND::UTILITY, "parse_com_answer: ERROR MESSAGE: [...]",
          "The reason that the COM utility gave, in its own words.", "See the text.",
          "follow the text; KORVA's own log has more"},
         {KIND::UTILITY, "Invalid reply format.",
-         "The answer does not begin with reply=OK, or has nothing after it; the call returns 3.",
+         "The answer does not begin with reply=OK, or has nothing after it.",
          "Another program under the utility's name, or a utility that broke off.",
          "run the command of the line COM COMMAND by hand and look at what it prints"},
         {KIND::UTILITY, "COM answer not received.", "The COM utility printed nothing.",
@@ -276,7 +267,7 @@ const std::vector<ROW> &Rows()
          "The COM utility did not open a job.|The COM utility did not answer the query.|The COM "
          "utility did not answer the close of the job.",
          "Strict mode: without an answer there is no job to store into, no certain \"no match\", "
-         "no closed job; the call returns 3.",
+         "no closed job.",
          "No INI file, or the utility died or printed its complaint on standard error.",
          "run the command of the line COM COMMAND by hand; query the object, back up again if it "
          "is missing"},
@@ -287,7 +278,7 @@ const std::vector<ROW> &Rows()
          "failed|xbsa_open() call failed. Exiting.|xbsa_connect() failed|Port negotiation "
          "failed.|make_KORVA_authentication() failed.|Problem while retriving data for KORVA "
          "SECURE AUTHENTICATION.",
-         "A step of the call failed; the call returns 3.", "The lines before it give the reason.",
+         "A step of the call failed.", "The lines before it give the reason.",
          "explain the first failing line before it; close the job on the KORVA server if it stays "
          "open"},
 
@@ -319,18 +310,19 @@ const std::vector<ROW> &Rows()
          "The server or the COM utility did not answer in time.",
          "A tape that is not mounted, a slow look-up of this host's name, or a server that hangs.",
          "find out what the server waits for; --timeout gives an Informix session more time"},
-        {KIND::REASON, "Too many open files", "The process may not open more files or connections.",
-         "The limit of descriptors is too low for the database process.",
-         "raise it (ulimit -n, LimitNOFILE) and restart the database"},
         {KIND::REASON,
-         "Cannot allocate memory|No buffer space available|Not enough memory for the "
-         "transfer.|malloc() return NULL. Not enough space.|malloc() failed. break.",
-         "The process got no memory; the call returns 3.", "The machine is short of memory.",
-         "free memory; run fewer backups at once"},
-        {KIND::REASON, "Address already in use|Cannot assign requested address",
-         "No port or address is left for the connection.",
-         "All ephemeral ports are taken, or an address of this host is gone.",
-         "widen net.ipv4.ip_local_port_range; look at the network set-up"},
+         "Too many open files|Cannot allocate memory|No buffer space available|Not enough memory "
+         "for the transfer.|malloc() return NULL. Not enough space.|malloc() failed. break.",
+         "The process may not open more files or connections, or got no memory.",
+         "The limit of descriptors is too low for the database process, or the machine is short of "
+         "memory.",
+         "raise the limit (ulimit -n, LimitNOFILE) and restart the database; free memory, run "
+         "fewer backups at once"},
+        {KIND::REASON, "Address already in use|Cannot assign requested address|Invalid argument",
+         "The address or port of the connection cannot be used.",
+         "All ephemeral ports are taken, an address of this host is gone, or a port outside 1 to "
+         "65535 in BSA_SERVICE_HOST or in the utility's tape_server.",
+         "widen net.ipv4.ip_local_port_range; correct the port"},
         {KIND::REASON, "Permission denied|Operation not permitted",
          "The system does not let this account do it.",
          "Rights of a file or folder, a local firewall, SELinux or AppArmor rule, or a broadcast "
@@ -357,9 +349,6 @@ const std::vector<ROW> &Rows()
          "The library itself never fails with these.", "look at the program that calls"},
         {KIND::REASON, "Interrupted system call", "A signal interrupted the wait.",
          "The calling program uses signals while the library waits.", "repeat"},
-        {KIND::REASON, "Invalid argument",
-         "A number is outside its range; at a connect: a port outside 1 to 65535.",
-         "A wrong port in BSA_SERVICE_HOST or in the utility's tape_server.", "correct the port"},
         {KIND::REASON, "Bad file descriptor", "The connection is gone.",
          "A call after a failed one, or the calling program closed a descriptor that is not its "
          "own.",
@@ -371,14 +360,12 @@ const std::vector<ROW> &Rows()
          "failed.|bind() failed.|listen() failed.|Listener socket creation failed.|Data socket "
          "creation error. sock() failed.|Listening socket close failed.|setsockopt() failed for "
          "flag SO_KEEPALIVE. Value = ...",
-         "A connection could not be opened, used or closed; the call returns 3, and the object "
-         "counts as failed.",
+         "A connection could not be opened, used or closed; the object counts as failed.",
          "The words before it are the system's reason.", "explain those words; repeat"},
         {KIND::MESSAGE,
          "gethostbyname() cannot find host.|gethostbyname() call failed or invalid IP for host: "
          "...|Host is unknown.",
-         "The server's name has no IPv4 address; the call returns 3.",
-         "A misspelt host, or a name service that fails.",
+         "The server's name has no IPv4 address.", "A misspelt host, or a name service that fails.",
          "try getent ahostsv4 NAME; put the name into /etc/hosts"},
         {KIND::MESSAGE,
          "No greeting, the control connection has ended.|The greeting is empty.|Reply String "
@@ -390,7 +377,7 @@ const std::vector<ROW> &Rows()
         {KIND::MESSAGE,
          "No reply to ..., the control connection has ended.|Failed to recieve message from remote "
          "server, exiting.|xbsa_open: stpc_recv() failed.",
-         "The server closed the control connection instead of a reply; the call returns 3.",
+         "The server closed the control connection instead of a reply.",
          "A server that hangs up on a refused login, or that crashed.",
          "read the server's log; the trace line before it shows the command"},
         {KIND::MESSAGE,
@@ -417,7 +404,7 @@ const std::vector<ROW> &Rows()
          "end each object with BSAEndData before the next call of another kind, and repeat the "
          "backup"},
         {KIND::MESSAGE, "The COM utility refused, or its answer cannot be understood.",
-         "The utility's answer is an error, or not an answer of its kind; the call returns 3.",
+         "The utility's answer is an error, or not an answer of its kind.",
          "The utility's own reason follows ERROR MESSAGE in the trace.",
          "look at the trace; run the traced command line by hand"},
         {KIND::MESSAGE, "Data connection from another address refused.",
@@ -426,11 +413,13 @@ const std::vector<ROW> &Rows()
          "A server with several addresses, or an intruder.",
          "let the server connect from the address that it is reached at: strict mode turns others "
          "away"},
-        {KIND::MESSAGE, "Data sending failed.|Data sending failed. Resending [...] times",
+        {KIND::MESSAGE,
+         "Data sending failed.|Data sending failed. Resending [...] times|BSASendData... 3",
          "Sending data failed and is tried again, five times a second apart; then BSASendData "
          "returns 3.",
-         "The server closed the data connection: disk full, time-out, crash.",
-         "read the closing reply in the trace"},
+         "The server ran out of space or time or crashed, or network and firewall cut the "
+         "connection.",
+         "read the server's closing reply, which BSAEndData traces, and back up again"},
         {KIND::MESSAGE, "A block of the object was rejected.",
          "Strict mode: a BSASendData returned 5, 6 or 22, so bytes are missing; BSAEndData returns "
          "3.",
@@ -442,8 +431,7 @@ const std::vector<ROW> &Rows()
          "same.",
          "store the object again; do not trust the server's copy"},
         {KIND::MESSAGE, "Control character in ... refused.",
-         "A value with a line break or another control character is never sent; the call returns "
-         "3.",
+         "A value with a line break or another control character is never sent.",
          "A faulty name or login, or a wrong answer of the utility.",
          "remove the character from the value"},
         {KIND::MESSAGE,
@@ -470,14 +458,16 @@ const std::vector<ROW> &Rows()
          "A variable is missing that every Informix session needs.",
          "It is not set where the backup tool or the database server was started.",
          "export it there and restart the database server"},
+        {KIND::MESSAGE, "KORVA_RATE_LIMIT = ...",
+         "The transfer runs at full speed: the system refused the limit.",
+         "A kernel that cannot pace connections.", "leave the variable out"},
 
-        {KIND::HARMLESS, "Environment variable: [...] not found.",
-         "An optional variable is not set.", "",
-         "nothing; only KORVA_SERVER and KORVA_JOB are needed"},
-        {KIND::HARMLESS, "connect() - return EINTR waiting...",
-         "A signal interrupted the connect, which goes on.", "", "nothing"},
-        {KIND::HARMLESS, "Invalid sKorva.iLastOp, Korva Server not contacted, ok",
-         "BSAEndData without an object: there is no job to close.", "", "nothing"},
+        {KIND::HARMLESS,
+         "Environment variable: [...] not found.|connect() - return EINTR waiting...|Invalid "
+         "sKorva.iLastOp, Korva Server not contacted, ok",
+         "An optional variable is not set, a signal interrupted the connect, which goes on, or "
+         "there is no job to close.",
+         "", "nothing; only KORVA_SERVER and KORVA_JOB are needed"},
     };
     return vecRows;
 }

@@ -112,12 +112,17 @@ void Run(const OPTIONS &I_sOptions)
         else Print(SessionText(sShown));
         if (sPage) sPage->Add(sShown);
     });
-    for (LOG_LINE sLine; sReader.Next(sLine);)
+    bool bEmpty = true;
+    for (LOG_LINE sLine; sReader.Next(sLine); bEmpty = false)
     {
         sSessions.Take(sLine);
         if (!sLine.bTrace) sCounts[FOREIGN].uCount++;
     }
     sSessions.Finish();
+    if (bEmpty)
+        fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
+              "XBSA_TRACE was 0\n",
+              stderr);
     sCounts[UNUSED].uCount = sActivity.uUnused;
     sCounts[DROPPED].uCount = sActivity.uDropped;
     const std::string strSummary = Summary(sCounts, uShown);
