@@ -119,12 +119,12 @@ class Trace(unittest.TestCase):
         self.assertTrue(os.path.exists(page))
 
     def test_errors(self):
-        for step, error in (("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),
+        for row in rows("odd error", ("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),
                             ("STOR", "stpc_stor: STOR failed. NEGATIVE reply: 530 no"),
                             ("END", "BSAEndData: TRANSIENT or PERMANENT NEGATIVE reply: 530 no")):
-            out = self.trace(real_log({step: ["530 no PASS geheim"]}))
+            out = self.trace(real_log({row.odd: ["530 no PASS geheim"]}))
             self.assertRegex(out, f"session 1: (failed|.*error on the way), (.*\n)*.*first error"
-                             f".*{error}(.*\n)*.*530 no.*<-- failed", step)
+                             f".*{row.error}(.*\n)*.*530 no.*<-- failed", row.odd)
 
     def test_informix(self):
         """The copy is the one that the server named, whatever the client asked for."""
@@ -157,7 +157,7 @@ class Trace(unittest.TestCase):
         begin, create = (place(one, b"%s: Start" % call) for call in (b"BeginTxn", b"CreateObject"))
         interleaved = mixed(one, two)
         torn = [b"\0\x1b[31m\xff\x9b", b" 2026-99-99 17:00:00: Trace: (QAB library) BSAInit: Start."]
-        for name, log, want, never in (("empty", b"", ["^0 sessions\n$"], "session 1"),
+        for row in rows("odd log result never", ("empty", b"", ["^0 sessions\n$"], "session 1"),
                 ("CRLF", b"\r\n".join(one), ["1 done", "about 20.0 kB/s"], "other"),
                 ("cut", b"\n".join(one[:data + 1])[:-3], ["unfinished", "data +not ended"], MIXED),
                 ("rotated", one[data:], ["beginning is not", "sent in 3 blocks", "226"], MIXED),
@@ -182,15 +182,15 @@ class Trace(unittest.TestCase):
                  MIXED),
                 ("level 1", real_log(level=65) * 2, ["2 with replies only", "reply +230 in"], MIXED),
                 ("level 3, sms", real_log(user=b"sms", level=67), [r"PASS \*+: 230", "1 done"], MIXED)):
-            with self.subTest(name):
-                out = self.trace(log)
-                _ = [self.assertRegex(out, text) for text in want]
-                self.assertNotRegex(out, never)
+            with self.subTest(row.odd):
+                out = self.trace(row.log)
+                _ = [self.assertRegex(out, text) for text in row.result]
+                self.assertNotRegex(out, row.never)
 
     def test_choice(self):
         older = [line.replace(b"2026-11-24", b"2026-11-23") for line in self.two]
         mine = handle(self.one)
-        for options, code, want in (
+        for row in rows("options code result",
                 ((), 0, "2 sessions, 2 done\n"), (("--handle", mine), 0, "1 session, 1 done, 1 more"),
                 (("--handle", "1"), 0, "0 sessions, 2 more"), (("--handle", "0"), 2, "--handle"),
                 *((("--since", since), 0, want) for since, want in (
@@ -200,8 +200,8 @@ class Trace(unittest.TestCase):
                 (("--since", "yesterday"), 2, "yesterday"), (("--since", "25:00"), 2, "25:00"),
                 (("--html", self.file("xbsa.log")), 2, "overwrite"),
                 (("--bar-act-log", self.file("none")), 1, "No such file")):
-            with self.subTest(options):
-                self.assertIn(want, self.trace(older + self.one, *options, code=code))
+            with self.subTest(row.options):
+                self.assertIn(row.result, self.trace(older + self.one, *row.options, code=row.code))
         for row in rows("args code out reason", ([self.file("none")], 1, b"", b"No such file"),
                         ([self.folder], 1, b"", b"folder"), ([], 2, b"", b"FILE"),
                         (["/dev/null"], 0, b"0 sessions\n", b"warning: the log is empty")):
