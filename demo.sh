@@ -60,7 +60,7 @@ provide_tool() {
     fi
     XBSACTL=$(readlink -f "${XBSACTL:-../../bin/xbsactl}")
     export XBSACTL # for the part that runs inside the sandbox
-    "$XBSACTL" --version || fail "no xbsactl (package korva-xbsa)"
+    "$XBSACTL" --version || fail "no xbsactl (package xbsactl)"
 }
 
 plain_mode() {
@@ -163,6 +163,8 @@ trap 'exit 1' HUP INT QUIT PIPE TERM
 
 work=$(mktemp -d) || fail "no temporary folder"
 chmod 755 "$work" # root runs the FTP server as nobody
+[[ $(df -Pk "$work" | awk 'NR == 2 { print $4 }') -ge 500000 ]] ||
+    fail "it needs 500 MB of room in ${TMPDIR:-/tmp}: let TMPDIR name another folder"
 provide_tool
 
 say "Starting an FTP server"
@@ -170,7 +172,7 @@ XBSA_PASSWORD=$(od -An -N 16 -tx1 /dev/urandom | tr -d ' \n')
 export XBSA_PASSWORD
 ftpd_start "$work/ftp" "$XBSA_PASSWORD" || fail "no FTP server"
 echo "vsftpd listens on 127.0.0.1:$FTPD_PORT"
-make_data || fail "no data to store: 500 MB of room are needed in ${TMPDIR:-/tmp}, or where TMPDIR says"
+make_data || fail "no data to store"
 
 plain_mode
 

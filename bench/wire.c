@@ -4,7 +4,8 @@
 //   wire RTT_MS MBIT LOSS_PER_MILLE SINK COMMAND
 //
 // Runs SINK with the address 10.9.0.2 in one namespace, and COMMAND (of the shell, with PORT set) in
-// the other, at 10.9.0.1. Needs root. Its exit code is the command's.
+// the other, at 10.9.0.1. Needs root. Its exit code is the command's. The variable WIRE_SETUP is a
+// command for both ends before they are used, such as sysctl.
 #define _GNU_SOURCE
 #include "peer.h"
 
@@ -47,7 +48,7 @@ static int End(int iHost, int *hpNamespace)
     Check(ioctl(hTunnel, TUNSETIFF, &sRequest) == 0, "TUNSETIFF");
     snprintf(szCommand, sizeof szCommand,
              "ip link set lo up && ip addr add 10.9.0.%d/24 dev wire && "
-             "ip link set wire mtu 1500 txqueuelen 5000 up",
+             "ip link set wire mtu 1500 txqueuelen 5000 up && eval \"${WIRE_SETUP:-:}\"",
              iHost);
     Check(system(szCommand) == 0, "ip");
     return hTunnel;

@@ -52,8 +52,8 @@ enum
 
 /* --- Types --------------------------------------------------------------------------------- */
 
-/* A caller may put any number into an enumeration; in C++ this makes each of them a valid value. */
-#ifdef __cplusplus
+/* A caller may put any number into an enumeration; in C++11 this makes each of them a valid value. */
+#if defined(__cplusplus) && __cplusplus >= 201103L
 #define XBSA_INT : int
 #else
 #define XBSA_INT

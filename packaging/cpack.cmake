@@ -1,7 +1,11 @@
 # Read by CPack before each kind of package: what goes into it.
 string(TOLOWER ${CPACK_GENERATOR} format)
+set(packages library dev tool sandbox all)
+if(format STREQUAL deb) # rpm knows what obsoletes an old name, and needs no empty package for it
+  list(APPEND packages old)
+endif()
 set(CPACK_COMPONENTS_ALL)
-foreach(package runtime dev sandbox)
+foreach(package ${packages})
   list(APPEND CPACK_COMPONENTS_ALL ${package}-common ${package}-${format})
 endforeach()
 

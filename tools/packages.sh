@@ -35,7 +35,8 @@ packages_need() { # PACKAGE...
     install=(env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-remove
              --no-install-recommends "${missing[@]}")
     if [[ $(id -u) != 0 ]] && ! { command -v sudo >/dev/null && sudo true; }; then
-        echo "hint: let root run apt-get install ${missing[*]}" >&2
+        echo "missing packages, and this account may not install them: ${missing[*]}" >&2
+        echo "hint: let root run apt-get install --no-install-recommends ${missing[*]}" >&2
         return 1
     fi
     echo "Installing ${missing[*]}"

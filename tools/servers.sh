@@ -4,9 +4,7 @@
 #   servers.sh FOLDER           all that the tests talk to
 #   servers.sh FOLDER PACKAGE   one, with the libraries that this system lacks for it
 set -eu
-all="proftpd-core vsftpd pure-ftpd python3-pyftpdlib libhiredis0.14 libmemcached11
-    libmemcachedutil2 libpcre2-posix3 libwrap0 libcap2 libpam0g libidn2-0 libsasl2-2 libnsl2
-    libtirpc3 libsodium23 libhashkit2"
+all="proftpd-core vsftpd pure-ftpd python3-pyftpdlib"
 mkdir -p "$1"
 cd "$1"
 complete=complete${2+.$2}
@@ -14,10 +12,13 @@ complete=complete${2+.$2}
 [ "$complete" = complete ] || [ ! -e "$complete" ] || exit 0
 command -v apt-get >/dev/null || { echo "servers.sh: no apt-get: install ${2-the servers}" >&2; exit 1; }
 
+# The servers are asked for one by one, because as packages they exclude each other.
 wanted() { # APT-OPTION... on standard output: the packages to fetch
-    if [ "$complete" = complete ]; then echo "$all"; return; fi
-    apt-get "$@" -s -qq --no-install-recommends install "${complete#*.}" |
-        sed -n 's/^Inst \([^ ]*\).*/\1/p'
+    [ "$complete" = complete ] || all=${complete#*.}
+    for server in $all; do
+        plan=$(apt-get "$@" -s -qq --no-install-recommends --reinstall install "$server") || return
+        echo "$plan"
+    done >plan && sed -n 's/^Inst \([^ ]*\).*/\1/p' plan | sort -u
 }
 
 fetch() { # APT-OPTION...
@@ -31,7 +32,7 @@ fetch_with_lists() {
     apt-get "$@" -qq update && fetch "$@"
 }
 
-trap 'rm -rf lists ./*.deb' EXIT
+trap 'rm -rf lists plan ./*.deb' EXIT
 fetch >/dev/null 2>&1 || fetch_with_lists >&2 || {
     echo "servers.sh: the packages could not be downloaded, see above" >&2
     exit 1

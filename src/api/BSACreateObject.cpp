@@ -1,6 +1,5 @@
 // Opens the transfer of one object to the server.
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 
 #include "api/api.h"
@@ -64,7 +63,7 @@ static void CompleteDescriptor(BSA_ObjectDescriptor *spObject)
 {
     const _sSMS *spSMS = &sGlobal.sObject.sSMS;
     time_t lNow = time(nullptr);
-    spObject->copyId.right = static_cast<BSA_UInt32>(atol(spSMS->szName));
+    spObject->copyId.right = static_cast<BSA_UInt32>(x_ToLong(spSMS->szName, nullptr, 10));
     gmtime_r(&lNow, &spObject->createTime);
     spObject->objectStatus = BSA_ObjectStatus_ANY;
     snprintf(reinterpret_cast<char *>(spObject->objectInfo), sizeof spObject->objectInfo,

@@ -1,8 +1,7 @@
 // Asks the COM utility for the stored copy that matches.
-#include <cstdlib>
-
 #include "api/api.h"
 #include "trace/trace.h"
+#include "util/util.h"
 
 static int CheckQuery(long lHandle, const BSA_QueryDescriptor *spQuery,
                       const BSA_ObjectDescriptor *spObject)
@@ -50,7 +49,8 @@ static int AskUtility()
 static void HandOverFirst(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)
 {
     BSA_ObjectDescriptor *spFound = sGlobal.spQueryResult[0];
-    spFound->copyId.right = static_cast<BSA_UInt32>(atol(sGlobal.sCOM.szSavesetID));
+    spFound->copyId.right =
+        static_cast<BSA_UInt32>(x_ToLong(sGlobal.sCOM.szSavesetID, nullptr, 10));
     TRACE("BSAQueryObject: memcpy() query result to caller");
     *spCaller = *spFound;
     TRACE("BSAQueryObject(): COPYID: %d:%d", static_cast<int>(spCaller->copyId.right),

@@ -1,11 +1,11 @@
 // Settings of the data connection. A value that is not allowed refuses the session: a port that the
 // firewall keeps closed, or a line that the backup fills by day, would be noticed too late.
-#include <cstdlib>
 #include <ctime>
 #include <unistd.h>
 
 #include "api/api.h"
 #include "trace/trace.h"
+#include "util/util.h"
 
 // A KORVA_ variable, a number or a range of two.
 typedef struct
@@ -23,7 +23,7 @@ static const char *TakeNumber(const NETWORK_VARIABLE *spVariable, const char *cp
 {
     char *cpEnd = nullptr;
     if (*cpText < '0' || *cpText > '9') return nullptr;
-    const long lValue = strtol(cpText, &cpEnd, 10);
+    const long lValue = x_ToLong(cpText, &cpEnd, 10);
     if (lValue < spVariable->iLowest || lValue > spVariable->iHighest) return nullptr;
     *ipValue = static_cast<int>(lValue);
     return cpEnd;

@@ -1,5 +1,4 @@
 // Takes the utility's answer into the session record.
-#include <cstdlib>
 #include <cstring>
 
 #include "com/com.h"
@@ -37,7 +36,7 @@ static int TakeTape(char *cpValue)
 
     size_t uLabel = static_cast<size_t>(cpColon - cpValue);
     x_CopyText(spSMS->szTape, sizeof spSMS->szTape, cpValue, uLabel);
-    spSMS->ulTapeID = static_cast<unsigned long>(atol(cpColon + 1));
+    spSMS->ulTapeID = static_cast<unsigned long>(x_ToLong(cpColon + 1, nullptr, 10));
     cpColon = strchr(cpColon + 1, ':');
     if (cpColon != nullptr) spSMS->iTCPBufsiz = x_Number(cpColon + 1);
     return 0;
@@ -62,7 +61,7 @@ static int TakeSaveset(char *cpValue)
 
 static int TakeSegment(char *cpValue)
 {
-    sGlobal.sObject.sSMS.ulSegmentNum = static_cast<unsigned long>(atol(cpValue));
+    sGlobal.sObject.sSMS.ulSegmentNum = static_cast<unsigned long>(x_ToLong(cpValue, nullptr, 10));
     return 0;
 }
 

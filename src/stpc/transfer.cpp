@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -174,7 +173,7 @@ void sms_parseinfo(char *szMessage)
         if (strncmp(cpToken, "SEGMENT", 7) == 0) ulpField = &spSMS->ulSegmentNum;
         cpToken = strtok_r(nullptr, szDelimiters, &cpNext);
         if (ulpField == nullptr || cpToken == nullptr) continue;
-        *ulpField = strtoul(cpToken, nullptr, 10);
+        *ulpField = x_ToULong(cpToken, nullptr, 10);
         cpToken = strtok_r(nullptr, szDelimiters, &cpNext);
     }
     TRACE("sms_parseinfo: End");

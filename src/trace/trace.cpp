@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <unistd.h>
@@ -136,5 +135,5 @@ int i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpT
 
 unsigned char i_LevelToLog(const char *cpText)
 {
-    return static_cast<unsigned char>(strtol(cpText, nullptr, 10) | TRACE_TO_LOG);
+    return static_cast<unsigned char>(x_ToLong(cpText, nullptr, 10) | TRACE_TO_LOG);
 }

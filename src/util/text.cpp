@@ -1,7 +1,6 @@
 #include "util/util.h"
 
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 
 int x_CopyText(char *cpTarget, size_t uSize, const char *cpText, size_t uMaxLength)
@@ -21,7 +20,7 @@ int x_CopyText(char *cpTarget, size_t uSize, const char *cpText)
 
 int x_Number(const char *cpText)
 {
-    long lNumber = strtol(cpText, nullptr, 10);
+    long lNumber = x_ToLong(cpText, nullptr, 10);
     if (lNumber > INT_MAX) return INT_MAX;
     if (lNumber < INT_MIN) return INT_MIN;
     return static_cast<int>(lNumber);

@@ -21,6 +21,11 @@ int x_CopyText(char *cpTarget, size_t uSize, const char *cpText);
 // atoi that stops at the limits of an int instead of wrapping: 4294967317 is not port 21.
 int x_Number(const char *cpText);
 
+// strtol and strtoul. Under these names, and as atol, glibc 2.38 and later give newer functions to what
+// is compiled there, which older hosts lack.
+extern "C" long x_ToLong(const char *cpText, char **cppEnd, int iBase) __asm__("strtol");
+extern "C" unsigned long x_ToULong(const char *cpText, char **cppEnd, int iBase) __asm__("strtoul");
+
 // Whether the text holds a control character (CR and LF among them).
 bool x_HasControl(const char *cpText);
 

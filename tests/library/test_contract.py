@@ -44,6 +44,16 @@ class Contract(unittest.TestCase):
         self.assertEqual(sorted(name for _, name in symbols), sorted(listed))
         self.assertIn((str(ctypes.sizeof(Global)), "sGlobal"), symbols)
 
+    def test_headers(self):
+        """Each header stands alone, in every C and C++ that a compiler of today knows."""
+        strict = "-fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror".split()
+        for standard in ("c90", "c99", "c11", "c17", "c++98", "c++11", "c++17", "c++20"):
+            for header in glob.glob(ROOT + "/include/*.h"):
+                language = "c++-header" if "+" in standard else "c-header"
+                done = subprocess.run(["cc", f"-std={standard}", "-x", language, *strict, header],
+                                      check=False, capture_output=True, text=True)
+                self.assertEqual((done.returncode, done.stderr), (0, ""), (standard, header))
+
     def test_loading(self):
         """Needs the C library alone, an old one, and leaves nothing to be bound or rewritten."""
         dynamic, segments = readelf("-d"), readelf("-l")

@@ -1,4 +1,5 @@
 """Objects in rclone's care and a shared catalogue: what fails in them never passes for a backup."""
+import glob
 import os
 import pwd
 import re
@@ -15,7 +16,7 @@ from xbsa import ROOT, STRICT, make_folder, pattern, read_text, run, write_plain
 
 setUpModule = need_private_etc  # pylint: disable=invalid-name
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
-POSTGRES = "/usr/lib/postgresql/15/bin/"
+POSTGRES = max(glob.glob("/usr/lib/postgresql/*/bin/"), default="")  # else by PATH
 os.environ["RCLONE_REAL"] = shutil.which("rclone") or ""
 os.environ["PATH"] = f"{ROOT}/tests/harness/standin:{os.environ['PATH']}"
 

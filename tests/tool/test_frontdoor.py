@@ -18,7 +18,8 @@ TOOL = os.environ["XBSA_TOOL"]
 # What a text of the library says when something went wrong.
 FAILURE = re.compile(rb"fail|cannot|unable|not found|invalid|too? (long|small)|null|exiting[.,!]|"
                      rb"refused|could not|not received|empty|no m|negative|unexpected|error|reset|"
-                     rb"no account|no coresponding|copytype ==|not returned|did not|ended|re?jected", re.I)
+                     rb"no account|no coresponding|copytype ==|not returned|did not|ended|re?jected|"
+                     rb"not allowed|no free|allows only", re.I)
 STAMP = " 2026-11-24 17:46:34: Trace: (QAB library) "
 FAILED = "xbsactl: BSACreateObject failed with code 3 (System detected error, operation aborted.): "
 # What is typed, how the entry begins that explains it, and a word of its remedy.

@@ -2,6 +2,7 @@
 import contextlib
 import functools
 import glob
+import json
 import os
 import pathlib
 import pty
@@ -20,14 +21,18 @@ ENV = {"PATH": os.environ["PATH"] + ":/usr/sbin:/sbin", "LC_ALL": "C.UTF-8", "TZ
        "TMPDIR": tempfile.gettempdir()}
 LIBDIR = f"lib/{os.uname().machine}-linux-gnu"
 DOC = "share/doc/korva-xbsa"
-FILES = {"korva-xbsa": f"""bin/xbsactl {LIBDIR}/libxbsa.so.1 share/man/man1/xbsactl.1.gz
-            share/man/man7/korva-xbsa.7.gz {DOC}/docs/settings.md
-            {DOC}/examples/korva-xbsa.logrotate share/bash-completion/completions/xbsactl
-            share/zsh/vendor-completions/_xbsactl""",
-         "korva-xbsa-dev": f"""include/xbsa.h include/xbsa_session.h {LIBDIR}/libxbsa.so
-            share/man/man3/xbsa.3.gz""",
+FILES = {"libxbsa1": f"{LIBDIR}/libxbsa.so.1 {LIBDIR}/libxbsa.so.1.0.0",
+         "libxbsa-dev": f"""include/xbsa.h include/xbsa_session.h {LIBDIR}/libxbsa.so
+            {LIBDIR}/pkgconfig/xbsa.pc {LIBDIR}/cmake/xbsa/xbsaConfig.cmake
+            share/man/man3/xbsa.3.gz {DOC}/examples/store.c""",
+         "xbsactl": f"""bin/xbsactl share/man/man1/xbsactl.1.gz share/man/man7/korva-xbsa.7.gz
+            {DOC}/docs/settings.md {DOC}/examples/korva-xbsa.logrotate
+            share/bash-completion/completions/xbsactl share/zsh/vendor-completions/_xbsactl""",
          "korva-xbsa-sandbox": """bin/korva-sandbox bin/korva-xbsa-demo share/korva-xbsa/sandbox/run
-            share/man/man1/korva-sandbox.1.gz"""}
+            share/man/man1/korva-sandbox.1.gz""",
+         "korva-xbsa": "", "korva-xbsa-dev": ""}
+# What the packages before the split held, by name.
+OLD = {"korva-xbsa": ["libxbsa1", "xbsactl"], "korva-xbsa-dev": ["libxbsa-dev"]}
 
 
 def output(*command, **more):
@@ -132,6 +137,12 @@ class Packages(unittest.TestCase):
         for package in cls.packages:
             output("dpkg-deb", "-x", package, cls.root)
 
+    def check_spdx(self, path):
+        text = json.loads(read(path))
+        known = {part["SPDXID"] for part in [text, *text["packages"]]}
+        for relation in text["relationships"]:
+            self.assertLessEqual({relation["spdxElementId"], relation["relatedSpdxElement"]}, known)
+
     def test_contents(self):
         found = {output("dpkg-deb", "-f", path, "Package").strip(): path for path in self.packages}
         self.assertEqual(found.keys(), FILES.keys())
@@ -148,9 +159,15 @@ class Packages(unittest.TestCase):
                                                        "2001-09-09 01:46"), file)
             sums = output("dpkg-deb", "-I", path, "md5sums")
             output("md5sum", "-c", "--strict", "-", cwd=self.root, input=sums)
-        path = found["korva-xbsa"]
-        self.assertIn("libxbsa 1 korva-xbsa", output("dpkg-deb", "-I", path, "shlibs"))
-        self.assertRegex(output("dpkg-deb", "-f", path, "Depends"), "libc6.*libssl3")
+            if f"share/doc/{name}/korva-xbsa.spdx.json" in {file for *_, file in listed}:
+                self.check_spdx(f"{self.root}/usr/share/doc/{name}/korva-xbsa.spdx.json")
+        path = found["libxbsa1"]
+        self.assertEqual(output("dpkg-deb", "-f", path, "Depends").strip(), "libc6 (>= 2.17)")
+        self.assertIn("libxbsa 1 libxbsa1", output("dpkg-deb", "-I", path, "shlibs"))
+        output("dpkg-gensymbols", "-plibxbsa1", "-v1.0.0", "-c4", "-O", f"-P{self.root}",
+               f"-I{ROOT}/packaging/library/symbols")
+        self.assertRegex(output("dpkg-deb", "-f", found["xbsactl"], "Depends"),
+                         r"libxbsa1 \(= .*libc6.*libssl3")
         facts = output("readelf", "-WhldS", f"{self.root}/usr/bin/xbsactl")
         self.assertRegex(facts, r"(?s)DYN \(.*GNU_RELRO.*BIND_NOW")
         self.assertNotRegex(facts, r"RPATH|RUNPATH|\.symtab|\.debug")
@@ -180,26 +197,67 @@ class Packages(unittest.TestCase):
         output(f"{usr}/bin/xbsactl", "restore", "obj", name + ".back", *login)
         output("cmp", name, name + ".back")
 
-        output("cc", "-Wall", "-Werror", f"-I{usr}/include", "-o", name + ".exe",
-               f"{usr}/share/doc/korva-xbsa/examples/store.c", f"-L{usr}/{LIBDIR}", "-lxbsa")
+        source = f"{usr}/{DOC}/examples/store.c"
+        pathlib.Path(self.root, "CMakeLists.txt").write_text(
+            f"cmake_minimum_required(VERSION 3.18)\nproject(store C)\nfind_package(xbsa 1.0 REQUIRED)"
+            f"\nadd_executable(store {source})\ntarget_link_libraries(store xbsa::xbsa)\n")
+        output("cmake", "-S.", "-Bout", f"-DCMAKE_PREFIX_PATH={usr}", cwd=self.root)
+        output("cmake", "--build", "out", cwd=self.root)
+        output(f"{self.root}/out/store", where, "backup", "secret", "cmake")
+        flags = output("env", f"PKG_CONFIG_PATH={usr}/{LIBDIR}/pkgconfig", "pkg-config", "--cflags",
+                       "--libs", "xbsa = 1.0.0").split()
+        output("cc", "-Wall", "-Werror", source, "-o", name + ".exe", *flags)
         output("env", f"LD_LIBRARY_PATH={usr}/{LIBDIR}", name + ".exe", where, "backup", "secret",
                "example")
+        self.assertEqual(server.stored()["cmake"], server.stored()["example"])
         self.assertEqual(server.stored()["example"], b"Hello from a backup.\n")
         output(f"{usr}/bin/korva-sandbox", "--exec", f"{usr}/bin/xbsactl", "--informix", "store",
                "--space", "rootdbs", "level0", name)
 
-    def test_remove(self):
-        """Nothing is left of the packages in a root of their own, nor of what Python compiled."""
+    @contextlib.contextmanager
+    def dpkg(self):
+        """A root of its own, and the command that installs there."""
         with tempfile.TemporaryDirectory() as root:
             output("mkdir", "-p", f"{root}/var/lib/dpkg/info", f"{root}/var/lib/dpkg/updates")
             output("touch", f"{root}/var/lib/dpkg/status")
-            dpkg = ["dpkg", f"--root={root}", f"--log={root}/var/log", "--force-not-root",
-                    "--force-depends", "--force-script-chrootless", "--path-include=*"]
+            yield root, ["dpkg", f"--root={root}", f"--log={root}/var/log", "--force-not-root",
+                         "--force-depends", "--force-script-chrootless", "--path-include=*"]
+
+    def test_remove(self):
+        """Nothing is left of the packages, nor of what Python compiled."""
+        with self.dpkg() as (root, dpkg):
             output(*dpkg, "--install", *self.packages)
             output(f"{root}/usr/bin/xbsactl", "--version")
             self.assertTrue(os.listdir(f"{root}/usr/share/korva-xbsa/sandbox/__pycache__"))
             output(*dpkg, "--purge", *FILES)
             self.assertEqual(os.listdir(root), ["var"])
+
+    def old(self, folder, name, parts):
+        """The package as it was before the split, with the files of those that it became."""
+        files = [f"./usr/{file}" for part in parts for file in FILES[part].split()]
+        output("mkdir", "-p", f"{folder}/{name}/DEBIAN")
+        output("cp", "-a", "--parents", *files, f"{folder}/{name}", cwd=self.root)
+        pathlib.Path(folder, name, "DEBIAN/control").write_text(
+            f"Package: {name}\nVersion: 1.0.0-1\nArchitecture: all\nMaintainer: {name}\n"
+            "Description: before the split\n")
+        output("dpkg-deb", "-b", f"{folder}/{name}")
+        return f"{folder}/{name}.deb"
+
+    def test_upgrade(self):
+        with self.dpkg() as (root, dpkg):
+            old = [self.old(f"{root}/var", name, parts) for name, parts in OLD.items()]
+            output(*dpkg, "--install", *old)
+            library = [path for path in self.packages if "/libxbsa1_" in path]
+            with self.assertRaisesRegex(AssertionError, "breaks korva-xbsa"):
+                output(*dpkg, "--install", *library)
+            output(*dpkg, "--install", *self.packages)
+            states = output(f"dpkg-query", f"--root={root}", "-W", "-f",
+                            "${Package} ${Version} ${db:Status-Status}\n")
+            self.assertEqual(states.splitlines(),
+                             [f"{name} 1.0.0-2 installed" for name in sorted(FILES)])
+            for name, files in FILES.items():
+                for file in files.split():
+                    self.assertEqual(output(*dpkg, "-S", f"/usr/{file}"), f"{name}: /usr/{file}\n")
 
 
 class Pages(unittest.TestCase):
@@ -226,7 +284,7 @@ class Zsh(unittest.TestCase):
 
 class Lintian(unittest.TestCase):
     def test_packages(self):
-        output("lintian", "--fail-on", "error", *build("DEB"))
+        output("lintian", "--fail-on", "error,warning", *build("DEB"))
 
 
 class Rpm(unittest.TestCase):
@@ -235,6 +293,51 @@ class Rpm(unittest.TestCase):
         self.assertEqual({output("rpm", "-qp", "--qf", "%{BUILDHOST} %{BUILDTIME}", path)
                           for path in build("RPM")}, {"localhost 1000000000"})
         text = "".join(output("rpm", "-qpl", path) for path in build("RPM"))
+        facts = {os.path.basename(path).split("-1.0")[0]: output(
+            "rpm", "-qp", "--requires", "--obsoletes", "--provides", path) for path in build("RPM")}
+        self.assertEqual(facts.keys(), {"libxbsa1", "libxbsa-devel", "xbsactl", "korva-xbsa",
+                                        "korva-xbsa-sandbox"})
+        for name, fact in [("libxbsa1", "korva-xbsa < 1.0.0-2"), ("xbsactl", "korva-xbsa < 1.0.0-2"),
+                           ("xbsactl", "libxbsa1 = 1.0.0-2"), ("libxbsa-devel", "libxbsa1 = 1.0.0-2"),
+                           ("libxbsa-devel", "korva-xbsa-devel < 1.0.0-2"),
+                           ("libxbsa-devel", "korva-xbsa-devel = 1.0.0-2"),
+                           ("korva-xbsa", "libxbsa1 = 1.0.0-2"), ("korva-xbsa", "xbsactl = 1.0.0-2")]:
+            self.assertIn(fact + "\n", facts[name], name)
+        self.assertEqual(set(re.findall(r"^(\S+)\.so", facts["libxbsa1"], re.M)), {"libc", "libxbsa"})
         for file in " ".join(FILES.values()).split():
             moved = file.replace(LIBDIR, "lib64").replace("vendor-completions", "site-functions")
             self.assertIn(f"/usr/{moved}\n", text)
+
+
+class RpmAsRoot(unittest.TestCase):
+    OLD = """\
+Name: korva-xbsa
+Version: 1.0.0
+Release: 1
+Summary: before the split
+License: MIT
+%description
+before the split
+%install
+mkdir -p %{buildroot}/usr/bin %{buildroot}/usr/lib64
+echo old | tee %{buildroot}/usr/bin/xbsactl >%{buildroot}/usr/lib64/libxbsa.so.1.0.0
+%files
+/usr/bin/xbsactl
+/usr/lib64/libxbsa.so.1.0.0
+"""
+
+    def test_upgrade(self):
+        """The two packages that the old one became replace it, and nothing is left of them."""
+        with tempfile.TemporaryDirectory() as root:
+            pathlib.Path(root, "old.spec").write_text(self.OLD, encoding="utf-8")
+            output("rpmbuild", "-bb", "-D", f"_topdir {root}/build", "-D", f"_rpmdir {root}/old",
+                   f"{root}/old.spec")
+            rpm = ["rpm", f"--root={root}/root", "--dbpath=/rpm"]
+            output(*rpm, "--nodeps", "-i", *glob.glob(f"{root}/old/*/*.rpm"))
+            output(*rpm, "--nodeps", "-U", *(path for path in build("RPM") if re.search(
+                "/(libxbsa1|xbsactl)-", path)))
+            new = {"libxbsa1": "lib64/libxbsa.so.1.0.0", "xbsactl": "bin/xbsactl"}
+            self.assertEqual(set(output(*rpm, "-qa", "--qf", "%{NAME}\n").split()), set(new))
+            output(*rpm, "-V", "--nodeps", *new)
+            output(*rpm, "--nodeps", "-e", *new)
+            self.assertEqual(output("find", f"{root}/root/usr", "!", "-type", "d"), "")

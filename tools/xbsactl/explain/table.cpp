@@ -93,9 +93,10 @@ constexpr ROW TABLE[] = {
      "The backup tool refuses the storage manager: sm_versions has no row for it.",
      "The row was never added, or an upgrade of the database replaced the file.",
      "run xbsactl setup --informixdir DIR --dry-run, which prints the missing row"},
-    {KIND::DATABASE, "BSAInit... 3",
-     "The session was not opened: the program asked for another version of the interface.",
-     "BSA_API_VERSION does not begin with 1.", "correct the sm_versions row"},
+    {KIND::DATABASE, "BSAInit... 3", "The session was not opened.",
+     "The program asked for another version of the interface (BSA_API_VERSION does not begin with "
+     "1), or a KORVA_ variable of the data connection has a value that is not allowed.",
+     "correct the sm_versions row, or the variable that the trace names"},
     {KIND::DATABASE, "BSACreateObject... 3",
      "The backup of one object did not begin; nothing was stored.",
      "The COM utility refused the job, or the server refused connection, login, folder or STOR.",
@@ -144,8 +145,8 @@ constexpr ROW TABLE[] = {
      "The server greets with several lines, so each reply is taken for that of the next command.",
      "A banner is switched on at the server.",
      "switch the banner off (vsftpd: no banner_file; ProFTPD: DisplayConnect off; Pure-FTPd: "
-     "FortunesFile with one line that everybody may read): the library reads one line only, and "
-     "xbsactl check shows the greeting"},
+     "FortunesFile with one line that everybody may read, and no NoAnonymous): the library reads "
+     "one line only, and xbsactl check shows the greeting"},
     {KIND::SERVER, "421 Service not available",
      "The server turned the session away or ended it, at the greeting or after a silence.",
      "Too many connections at once, a shutdown, or its data time-out.",
@@ -437,15 +438,30 @@ constexpr ROW TABLE[] = {
      "A variable is missing that every Informix session needs.",
      "It is not set where the backup tool or the database server was started.",
      "export it there and restart the database server"},
-    {KIND::MESSAGE, "KORVA_RATE_LIMIT = ...",
-     "The transfer runs at full speed: the system refused the limit.",
-     "A kernel that cannot pace connections.", "leave the variable out"},
+    {KIND::MESSAGE, "... is not allowed: give ...",
+     "BSAInit refused the session; nothing was sent.",
+     "A unit (2M), a sign, a blank, a number out of its limits, or a range that ends before it "
+     "begins.",
+     "give what the message names, or unset the variable"},
+    {KIND::MESSAGE, "No free port in KORVA_PORT_RANGE = ...", "Every port of the range is in use.",
+     "More streams at once than the range has ports, or other programs that use them.",
+     "widen KORVA_PORT_RANGE and the firewall's rule; reserve the range with "
+     "net.ipv4.ip_local_reserved_ports"},
+    {KIND::MESSAGE, "KORVA_RATE_LIMIT = ...: not limited, setsockopt() failed with error code: ...",
+     "The system cannot limit a connection: the store runs as fast as it can.",
+     "A system older than Linux 3.13, or a sandbox that forbids the option.",
+     "limit the connection elsewhere (tc, the server), or unset KORVA_RATE_LIMIT"},
+    {KIND::MESSAGE, "KORVA_SOCKET_BUFFER = ...: ... allows only ...",
+     "The system allows a smaller buffer than the setting asks for; the transfer goes on with a "
+     "buffer that grows by itself.",
+     "The default of net.core.wmem_max and rmem_max is some 200 KiB.",
+     "raise the named setting with sysctl, for good in /etc/sysctl.d"},
 
     {KIND::HARMLESS,
-     "Environment variable: [...] not found.|connect() - return EINTR waiting...|Invalid "
-     "sKorva.iLastOp, Korva Server not contacted, ok",
-     "An optional variable is not set, a signal interrupted the connect, which goes on, or there "
-     "is no job to close.",
+     "Environment variable: [...] not found.|Port ... is taken.|connect() - return EINTR "
+     "waiting...|Invalid sKorva.iLastOp, Korva Server not contacted, ok",
+     "An optional variable is not set, a port of KORVA_PORT_RANGE is in use and the next one is "
+     "tried, a signal interrupted the connect, which goes on, or there is no job to close.",
      "", "nothing; only KORVA_SERVER and KORVA_JOB are needed"},
 };
 } // namespace

@@ -1,0 +1,65 @@
+# Writes what the packages are made of, as SPDX 2.3: packages, versions, licences and what needs what.
+
+set(spdx_packages)
+set(spdx_relations)
+function(spdx_package name version license)
+  set(text [[
+    { "SPDXID": "SPDXRef-@name@", "name": "@name@", "versionInfo": "@version@",
+      "downloadLocation": "NOASSERTION", "filesAnalyzed": false, "copyrightText": "NOASSERTION",
+      "licenseConcluded": "@license@", "licenseDeclared": "@license@" }]])
+  string(CONFIGURE "${text}" text @ONLY)
+  set(spdx_packages ${spdx_packages} ${text} PARENT_SCOPE)
+endfunction()
+
+function(spdx_relation from relation)
+  foreach(to ${ARGN})
+    list(APPEND spdx_relations "    { \"spdxElementId\": \"SPDXRef-${from}\", \
+\"relationshipType\": \"${relation}\", \"relatedSpdxElement\": \"SPDXRef-${to}\" }")
+  endforeach()
+  set(spdx_relations ${spdx_relations} PARENT_SCOPE)
+endfunction()
+
+set(library libxbsa${PROJECT_VERSION_MAJOR})
+foreach(name ${library} libxbsa-dev xbsactl ${PROJECT_NAME}-sandbox)
+  spdx_package(${name} ${PROJECT_VERSION} MIT)
+  spdx_relation(DOCUMENT DESCRIBES ${name})
+endforeach()
+spdx_package(libc 2.17+ NOASSERTION)
+spdx_package(python3 3.8+ NOASSERTION)
+spdx_relation(${library} DEPENDS_ON libc)
+spdx_relation(libxbsa-dev DEPENDS_ON ${library})
+spdx_relation(${PROJECT_NAME}-sandbox DEPENDS_ON python3)
+if(TARGET xbsactl)
+  find_package(CLI11 QUIET) # the folder that builds the tool keeps their versions to itself
+  find_package(nlohmann_json QUIET)
+  find_package(OpenSSL QUIET COMPONENTS Crypto)
+  spdx_package(CLI11 ${CLI11_VERSION} BSD-3-Clause)
+  spdx_package(nlohmann-json ${nlohmann_json_VERSION} MIT)
+  spdx_package(OpenSSL ${OPENSSL_VERSION} NOASSERTION)
+  spdx_package(libstdcxx ${CMAKE_CXX_COMPILER_VERSION} "GPL-3.0-or-later WITH GCC-exception-3.1")
+  spdx_relation(xbsactl STATIC_LINK CLI11 nlohmann-json)
+  spdx_relation(xbsactl DYNAMIC_LINK libc libstdcxx OpenSSL)
+  spdx_relation(xbsactl DEPENDS_ON ${library})
+endif()
+
+list(JOIN spdx_packages ",\n" spdx_packages)
+list(JOIN spdx_relations ",\n" spdx_relations)
+string(TIMESTAMP spdx_date "%Y-%m-%dT%H:%M:%SZ" UTC)
+# The same content has the same name, and another one another.
+string(UUID spdx_name NAMESPACE 6ba7b811-9dad-11d1-80b4-00c04fd430c8 TYPE SHA1
+  NAME "${spdx_date}${spdx_packages}${spdx_relations}")
+file(CONFIGURE OUTPUT ${PROJECT_NAME}.spdx.json @ONLY CONTENT [[{
+  "spdxVersion": "SPDX-2.3",
+  "dataLicense": "CC0-1.0",
+  "SPDXID": "SPDXRef-DOCUMENT",
+  "name": "@PROJECT_NAME@-@PROJECT_VERSION@",
+  "documentNamespace": "urn:uuid:@spdx_name@",
+  "creationInfo": { "created": "@spdx_date@", "creators": ["Organization: Korva XBSA developers"] },
+  "packages": [
+@spdx_packages@
+  ],
+  "relationships": [
+@spdx_relations@
+  ]
+}
+]])
