@@ -111,9 +111,9 @@ std::string StepClock(const SHOWN &I_sShown, const STEP &I_sStep)
 
 std::string StepText(const SHOWN &I_sShown, const STEP &I_sStep)
 {
-    const std::string strText = I_sStep.eKind == KIND::DATA
-                                    ? DataText(I_sStep, !SameDay(I_sShown.sSession))
-                                    : I_sStep.strText;
+    std::string strText = I_sStep.eKind == KIND::DATA
+                              ? DataText(I_sStep, !SameDay(I_sShown.sSession))
+                              : I_sStep.strText;
     if (I_sStep.strResult.empty()) return strText;
     return strText + (I_sStep.eKind == KIND::OBJECT ? ", " : ": ") + I_sStep.strResult;
 }
