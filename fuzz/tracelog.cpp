@@ -30,21 +30,23 @@ static void CheckPage(const std::string &I_strPage)
 
 void fuzz_One(std::string &X_strBytes)
 {
-    SETTINGS sSettings;
-    sSettings.lHandle = static_cast<long>(fuzz_Byte(X_strBytes) & 1) * 4711;
-    sSettings.strFile = "log";
-    sSettings.strHtml = "/dev/null";
-    sSettings.strSince = fuzz_Text(X_strBytes, '\n');
+    trace::OPTIONS sOptions;
+    const unsigned uSwitches = fuzz_Byte(X_strBytes);
+    sOptions.lHandle = static_cast<long>(uSwitches & 1) * 4711;
+    sOptions.bJson = (uSwitches & 2) != 0;
+    sOptions.strFile = "log";
+    sOptions.strHtml = "/dev/null";
+    sOptions.strSince = fuzz_Text(X_strBytes, '\n');
     sWorld.mapFiles["log"] = fuzz_Text(X_strBytes, '\0');
     sWorld.mapFiles["act"] = X_strBytes;
-    if (!sWorld.mapFiles["act"].empty()) sSettings.strActLog = "act";
+    if (!sWorld.mapFiles["act"].empty()) sOptions.strActLog = "act";
     try
     {
-        tracelog_Run(sSettings);
+        trace::Run(sOptions);
         CHECK(!sWorld.strWritten.empty());
         CheckPage(sWorld.strWritten);
     } catch (const std::runtime_error &) // USAGE_ERROR and FAILURE
     {
-        CHECK(!sSettings.strSince.empty());
+        CHECK(!sOptions.strSince.empty());
     }
 }

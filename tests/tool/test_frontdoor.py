@@ -77,7 +77,8 @@ class Explain(unittest.TestCase):
     def test_every_error_text(self):
         """A failure that the built library can report without a row in the knowledge base."""
         texts = [re.sub(r"%[-.*\d]*[a-z]+", "7", text.decode()) for text in re.findall(
-            rb"[ -~]{10,}", read_bytes(LIBRARY)) if b" " in text and FAILURE.search(text)]
+            rb"[ -~]{10,}", read_bytes(LIBRARY)) if b" " in text and FAILURE.search(text)
+            and not re.match(rb"\d+ \d+ \d+ ", text)]  # the sanitizer's notes of variables
         self.assertGreater(len(texts), 100)
         tried = [(text, tool("explain", text)) for text in texts]
         self.assertEqual([text for text, got in tried if got.returncode or got.stderr], [])

@@ -1,4 +1,5 @@
 """xbsactl trace: logs of real sessions, and what becomes of logs: cut, mixed, damaged, huge."""
+import json
 import os
 import re
 import resource
@@ -7,7 +8,7 @@ import unittest
 from xml.etree import ElementTree
 
 from server import Server
-from xbsa import DEADLINE, ROOT, SANITIZED, make_folder, read_bytes, run, write_plain
+from xbsa import DEADLINE, ROOT, SANITIZED, make_folder, read_bytes, rows, run, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
 SANDBOX = ROOT + "/sandbox/run"
@@ -90,13 +91,40 @@ class Trace(unittest.TestCase):
             self.assertRegex(out, want)
         self.assertNotRegex(out, "error|failed")
 
+    def test_json(self):
+        """The same as the text, for scripts: a good session, a failed one, mixed ones, and none."""
+        failed = real_log({"STOR": ["452 full"]})
+        page = self.file("page.html")
+        got = json.loads(self.trace(self.one + failed, "--json", "--html", page))
+        good, bad = got["sessions"]
+        self.assertEqual((got["schema"], [good[key] for key in (
+            "number", "outcome", "handles", "informix", "user", "server", "begin", "end", "first_line",
+            "objects", "bytes", "mixed", "note", "error")]), (1, [
+                1, "done", [int(handle(self.one))], False, "backup", "127.0.0.1", "2026-11-24 17:00:00",
+                "2026-11-24 17:00:10", 1, 1, 200000, "", "", None]))
+        steps = {step["text"]: step for step in good["steps"]}
+        self.assertEqual(steps["sent"], {
+            "kind": "data", "time": "2026-11-24 17:00:00", "text": "sent", "result": "", "failed": False,
+            "seconds": 10, "bytes": 200000, "blocks": 4, "longest_pause": 10})
+        self.assertEqual(steps["QUIT"]["result"], "221 bye")
+        self.assertEqual((bad["outcome"], bad["error"]["time"]), ("failed", "2026-11-24 17:00:00"))
+        for key, want in (("text", "452 full"), ("meaning", "no room"), ("hint", "full disk")):
+            self.assertIn(want, bad["error"][key])
+        self.assertEqual({key: got["summary"][key] for key in ("sessions", "done", "failed")},
+                         {"sessions": 2, "done": 1, "failed": 1})
+        block = json.loads(self.trace(mixed(self.one, self.two), "--json"))["sessions"][0]
+        self.assertEqual((block["outcome"], block["bytes"], block["user"], len(block["handles"])),
+                         ("mixed", 0, "", 2))
+        self.assertEqual(json.loads(self.trace(b"", "--json"))["sessions"], [])
+        self.assertTrue(os.path.exists(page))
+
     def test_errors(self):
-        for step, error in (("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),
+        for row in rows("odd error", ("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),
                             ("STOR", "stpc_stor: STOR failed. NEGATIVE reply: 530 no"),
                             ("END", "BSAEndData: TRANSIENT or PERMANENT NEGATIVE reply: 530 no")):
-            out = self.trace(real_log({step: ["530 no PASS geheim"]}))
+            out = self.trace(real_log({row.odd: ["530 no PASS geheim"]}))
             self.assertRegex(out, f"session 1: (failed|.*error on the way), (.*\n)*.*first error"
-                             f".*{error}(.*\n)*.*530 no.*<-- failed", step)
+                             f".*{row.error}(.*\n)*.*530 no.*<-- failed", row.odd)
 
     def test_informix(self):
         """The copy is the one that the server named, whatever the client asked for."""
@@ -129,7 +157,7 @@ class Trace(unittest.TestCase):
         begin, create = (place(one, b"%s: Start" % call) for call in (b"BeginTxn", b"CreateObject"))
         interleaved = mixed(one, two)
         torn = [b"\0\x1b[31m\xff\x9b", b" 2026-99-99 17:00:00: Trace: (QAB library) BSAInit: Start."]
-        for name, log, want, never in (("empty", b"", ["^0 sessions\n$"], "session 1"),
+        for row in rows("odd log result never", ("empty", b"", ["^0 sessions\n$"], "session 1"),
                 ("CRLF", b"\r\n".join(one), ["1 done", "about 20.0 kB/s"], "other"),
                 ("cut", b"\n".join(one[:data + 1])[:-3], ["unfinished", "data +not ended"], MIXED),
                 ("rotated", one[data:], ["beginning is not", "sent in 3 blocks", "226"], MIXED),
@@ -154,15 +182,15 @@ class Trace(unittest.TestCase):
                  MIXED),
                 ("level 1", real_log(level=65) * 2, ["2 with replies only", "reply +230 in"], MIXED),
                 ("level 3, sms", real_log(user=b"sms", level=67), [r"PASS \*+: 230", "1 done"], MIXED)):
-            with self.subTest(name):
-                out = self.trace(log)
-                _ = [self.assertRegex(out, text) for text in want]
-                self.assertNotRegex(out, never)
+            with self.subTest(row.odd):
+                out = self.trace(row.log)
+                _ = [self.assertRegex(out, text) for text in row.result]
+                self.assertNotRegex(out, row.never)
 
     def test_choice(self):
         older = [line.replace(b"2026-11-24", b"2026-11-23") for line in self.two]
         mine = handle(self.one)
-        for options, code, want in (
+        for row in rows("options code result",
                 ((), 0, "2 sessions, 2 done\n"), (("--handle", mine), 0, "1 session, 1 done, 1 more"),
                 (("--handle", "1"), 0, "0 sessions, 2 more"), (("--handle", "0"), 2, "--handle"),
                 *((("--since", since), 0, want) for since, want in (
@@ -172,11 +200,14 @@ class Trace(unittest.TestCase):
                 (("--since", "yesterday"), 2, "yesterday"), (("--since", "25:00"), 2, "25:00"),
                 (("--html", self.file("xbsa.log")), 2, "overwrite"),
                 (("--bar-act-log", self.file("none")), 6, "No such file")):
-            with self.subTest(options):
-                self.assertIn(want, self.trace(older + self.one, *options, code=code))
-        for *args, code in (self.file("none"), 6), (self.folder, 6), (2,):
-            got = subprocess.run([TOOL, "trace", *args], capture_output=True, env=ENV, check=False)
-            self.assertEqual((got.returncode, got.stdout), (code, b""))
+            with self.subTest(row.options):
+                self.assertIn(row.result, self.trace(older + self.one, *row.options, code=row.code))
+        for row in rows("args code out reason", ([self.file("none")], 6, b"", b"No such file"),
+                        ([self.folder], 6, b"", b"folder"), ([], 2, b"", b"FILE"),
+                        (["/dev/null"], 0, b"0 sessions\n", b"warning: the log is empty")):
+            got = subprocess.run([TOOL, "trace", *row.args], capture_output=True, env=ENV, check=False)
+            self.assertEqual((got.returncode, got.stdout), (row.code, row.out))
+            self.assertIn(row.reason, got.stderr)
 
     def test_page(self):
         mine = handle(self.one)

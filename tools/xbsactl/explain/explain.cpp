@@ -116,10 +116,12 @@ void PrintMarkdownRow(const ROW &I_sRow)
 
 void PrintMarkdown()
 {
-    std::cout << "# Return codes and messages\n\n"
-                 "Made by `xbsactl explain --markdown`; `xbsactl explain TEXT` finds a row from a "
-                 "number, part\nof a message, or a whole line of a log. `...` stands for what "
-                 "differs from case to case.\n";
+    std::cout
+        << "# Return codes and messages\n\n"
+           "Made by `xbsactl explain --markdown`; `xbsactl explain TEXT` finds a row from a "
+           "number, part\nof a message, or a whole line of a log. `...` stands for what "
+           "differs from case to case.\nAfter a failure the call returns 3, unless the row has "
+           "another code.\n";
     PrintSections("\n## ",
                   "\n| text | what it means | usual cause | what to do |\n|---|---|---|---|\n",
                   PrintMarkdownRow);

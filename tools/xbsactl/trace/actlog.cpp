@@ -1,10 +1,10 @@
-#include "trace/actlog.h"
+#include "trace/parts.h"
 
 #include <algorithm>
+#include <tuple>
 
-#include "trace/lines.h"
-#include "trace/text.h"
-
+namespace trace
+{
 namespace
 {
 constexpr size_t LONGEST_MESSAGE = 1000; // with its continuation lines
@@ -14,103 +14,86 @@ constexpr int64_t AFTER = 2;
 
 void SkipBlanks(std::string_view &X_svText)
 {
-    while (!X_svText.empty() && (X_svText[0] == ' ' || X_svText[0] == '\t'))
-        X_svText.remove_prefix(1);
+    X_svText.remove_prefix(std::min(X_svText.find_first_not_of(" \t"), X_svText.size()));
 }
+} // namespace
 
-// Returns false for a line that is no message of its own.
-bool Parse(std::string_view I_svLine, ACT_MESSAGE &O_sMessage)
+// Returns false for a line that is not a message of its own.
+bool CActivityLog::Parse(std::string_view I_svLine, MESSAGE &O_sMessage)
 {
     SkipBlanks(I_svLine);
-    if (!lines_ParseStamp(I_svLine, O_sMessage.iTime)) return false;
+    if (!ParseStamp(I_svLine, O_sMessage.iTime)) return false;
     I_svLine.remove_prefix(STAMP_LENGTH);
     SkipBlanks(I_svLine);
-    O_sMessage.lProcess = static_cast<long>(lines_TakeNumber(I_svLine));
+    O_sMessage.lProcess = static_cast<long>(TakeNumber(I_svLine));
     SkipBlanks(I_svLine);
     const size_t uBefore = I_svLine.size();
-    lines_TakeNumber(I_svLine); // the parent
+    TakeNumber(I_svLine); // the parent
     if (O_sMessage.lProcess == 0 || I_svLine.size() == uBefore) return false;
     SkipBlanks(I_svLine);
-    O_sMessage.strText = text_Clean(I_svLine);
+    O_sMessage.strText = Clean(I_svLine);
     return true;
 }
-
-} // namespace
 
 CActivityLog::CActivityLog(const std::string &I_strFile)
 {
     if (I_strFile.empty()) return;
     CLineReader sReader(I_strFile);
-    LOG_LINE sLine;
-    while (sReader.Next(sLine))
+    for (LOG_LINE sLine; sReader.Next(sLine);)
     {
-        ACT_MESSAGE sMessage;
+        MESSAGE sMessage;
         if (Parse(sLine.svText, sMessage)) Add(sMessage);
         else if (!deqMessages.empty() && !sLine.svText.empty() &&
                  deqMessages.back().strText.size() < LONGEST_MESSAGE)
         {
-            const std::string strMore = " " + text_Clean(sLine.svText);
+            const std::string strMore = " " + Clean(sLine.svText);
             deqMessages.back().strText += strMore;
             uBytes += strMore.size();
         }
     }
-    Index();
+    std::stable_sort(
+        deqMessages.begin(), deqMessages.end(), [](const MESSAGE &sOne, const MESSAGE &sOther) {
+            return std::tie(sOne.lProcess, sOne.iTime) < std::tie(sOther.lProcess, sOther.iTime);
+        });
 }
 
-void CActivityLog::Add(const ACT_MESSAGE &I_sMessage)
+void CActivityLog::Add(const MESSAGE &I_sMessage)
 {
     deqMessages.push_back(I_sMessage);
-    uBytes += sizeof(ACT_MESSAGE) + I_sMessage.strText.size();
+    uUnused++;
+    uBytes += sizeof(MESSAGE) + I_sMessage.strText.size();
     while (uBytes > MOST_BYTES)
     {
-        uBytes -= sizeof(ACT_MESSAGE) + deqMessages.front().strText.size();
+        uBytes -= sizeof(MESSAGE) + deqMessages.front().strText.size();
         deqMessages.pop_front();
+        uUnused--;
         uDropped++;
     }
 }
 
-void CActivityLog::Index()
+std::vector<STEP> CActivityLog::TakeFor(const SESSION &I_sSession)
 {
-    const auto fpEarlier = [](const ACT_MESSAGE &I_sOne, const ACT_MESSAGE &I_sOther) {
-        return I_sOne.iTime < I_sOther.iTime;
-    };
-    std::stable_sort(deqMessages.begin(), deqMessages.end(), fpEarlier);
-    for (size_t uPlace = 0; uPlace < deqMessages.size(); uPlace++)
-        mapProcesses[deqMessages[uPlace].lProcess].push_back(uPlace);
-}
-
-std::vector<ACT_MESSAGE> CActivityLog::TakeFor(const TRACE_SESSION &I_sSession)
-{
-    std::vector<ACT_MESSAGE> vecFound;
+    std::vector<STEP> vecFound;
     for (const long lHandle : I_sSession.setHandles)
     {
-        const auto spProcess = mapProcesses.find(lHandle);
-        if (spProcess == mapProcesses.end()) continue;
-        const std::vector<size_t> &vecPlaces = spProcess->second;
-        const auto fpBefore = [&](size_t I_uPlace, int64_t I_iTime) {
-            return deqMessages[I_uPlace].iTime < I_iTime;
+        const auto fpBefore = [lHandle](const MESSAGE &sMessage, int64_t iTime) {
+            return std::tie(sMessage.lProcess, sMessage.iTime) < std::tie(lHandle, iTime);
         };
-        auto spPlace = std::lower_bound(vecPlaces.begin(), vecPlaces.end(),
-                                        I_sSession.iFirst - BEFORE, fpBefore);
-        for (; spPlace != vecPlaces.end(); ++spPlace)
+        for (auto spMessage = std::lower_bound(deqMessages.begin(), deqMessages.end(),
+                                               I_sSession.sFirst.iTime - BEFORE, fpBefore);
+             spMessage != deqMessages.end() && spMessage->lProcess == lHandle &&
+             spMessage->iTime <= I_sSession.sLast.iTime + AFTER;
+             ++spMessage)
         {
-            ACT_MESSAGE &sMessage = deqMessages[*spPlace];
-            if (sMessage.iTime > I_sSession.iLast + AFTER) break;
-            if (!sMessage.bUsed) vecFound.push_back(sMessage);
-            sMessage.bUsed = true;
+            if (std::exchange(spMessage->bUsed, true)) continue;
+            uUnused--;
+            const std::string strWho = I_sSession.IsMixed() ? std::to_string(lHandle) + ": " : "";
+            vecFound.push_back({KIND::DATABASE, spMessage->iTime, strWho + spMessage->strText});
         }
     }
+    std::stable_sort(vecFound.begin(), vecFound.end(), [](const STEP &sOne, const STEP &sOther) {
+        return sOne.iStart < sOther.iStart;
+    });
     return vecFound;
 }
-
-uint64_t CActivityLog::Unused() const
-{
-    uint64_t uUnused = 0;
-    for (const ACT_MESSAGE &sMessage : deqMessages) uUnused += sMessage.bUsed ? 0 : 1;
-    return uUnused;
-}
-
-uint64_t CActivityLog::Dropped() const
-{
-    return uDropped;
-}
+} // namespace trace

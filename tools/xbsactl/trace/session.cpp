@@ -1,104 +1,154 @@
-#include "trace/session.h"
+#include "trace/parts.h"
 
 #include <algorithm>
 
+namespace trace
+{
 namespace
 {
+constexpr size_t STEPS_KEPT = 200;  // at each end of a session
+constexpr size_t HANDLES_KEPT = 16; // of a mixed one
 constexpr size_t OBJECTS_NAMED = 5;
+
+std::string Named(const char *cpName, const std::string &I_strValue)
+{
+    return I_strValue.empty() ? "" : std::string(", ") + cpName + " " + I_strValue;
+}
+} // namespace
+
+STEP::STEP(KIND I_eKind, int64_t I_iTime, std::string I_strText)
+    : eKind(I_eKind), iStart(I_iTime), iEnd(I_iTime), strText(std::move(I_strText))
+{
 }
 
-bool session_HasDuration(const STEP &I_sStep)
+void STEP::AddBlock(uint64_t I_uBytes, int64_t I_iTime)
 {
-    return I_sStep.eKind == STEP_KIND::CONTROL || I_sStep.eKind == STEP_KIND::UTILITY ||
-           I_sStep.eKind == STEP_KIND::DATA;
-}
-
-bool session_IsMixed(const TRACE_SESSION &I_sSession)
-{
-    return !I_sSession.strMixed.empty();
-}
-
-bool session_HasHandle(const TRACE_SESSION &I_sSession, long I_lHandle)
-{
-    return I_sSession.setHandles.count(I_lHandle) > 0;
-}
-
-void session_AddStep(TRACE_SESSION &X_sSession, const STEP &I_sStep)
-{
-    if (I_sStep.eKind == STEP_KIND::OBJECT) X_sSession.uObjects++;
-    if (session_IsMixed(X_sSession) && I_sStep.eKind != STEP_KIND::OBJECT) return;
-    if (X_sSession.vecSteps.size() < STEPS_KEPT)
+    uBytes += I_uBytes;
+    uBlocks += I_uBytes > 0 ? 1 : 0;
+    if (I_iTime - iEnd > iPause)
     {
-        X_sSession.vecSteps.push_back(I_sStep);
-        return;
+        iPause = I_iTime - iEnd;
+        iPauseStart = iEnd;
     }
-    X_sSession.deqSteps.push_back(I_sStep);
-    if (X_sSession.deqSteps.size() <= STEPS_KEPT) return;
-    X_sSession.deqSteps.pop_front();
-    X_sSession.uLeftOut++;
+    iEnd = I_iTime;
 }
 
-std::string session_Handles(const TRACE_SESSION &I_sSession)
+void CSteps::Add(const STEP &I_sStep)
 {
-    if (I_sSession.setHandles.empty()) return "handle unknown";
-    std::string strText;
-    for (const long lHandle : I_sSession.setHandles)
-        strText += (strText.empty() ? "" : ", ") + std::to_string(lHandle);
-    if (I_sSession.setHandles.size() >= MIXED_HANDLES) strText += ", ...";
-    return (I_sSession.setHandles.size() == 1 ? "handle " : "handles ") + strText;
+    if (I_sStep.eKind == KIND::OBJECT) uObjects++;
+    if (vecFirst.size() < STEPS_KEPT) return vecFirst.push_back(I_sStep);
+    deqLast.push_back(I_sStep);
+    if (deqLast.size() <= STEPS_KEPT) return;
+    deqLast.pop_front();
+    uLeftOut++;
 }
 
-std::string session_Outcome(const TRACE_SESSION &I_sSession)
+std::vector<STEP> CSteps::All() const
 {
-    if (session_IsMixed(I_sSession)) return "mixed";
-    if (I_sSession.bReplies) return I_sSession.strError.empty() ? "replies only" : "refused";
-    if (I_sSession.bFailed) return "failed";
-    if (!I_sSession.bTerminated) return "unfinished";
-    return I_sSession.strError.empty() ? "done" : "done, with an error on the way";
-}
-
-std::string session_Note(const TRACE_SESSION &I_sSession)
-{
-    if (I_sSession.bReplies)
-        return "a trace of level 1 has only the server's replies: neither handle nor object";
-    std::string strNote;
-    if (!I_sSession.bHead) strNote = "its beginning is not in this log";
-    if (I_sSession.bTerminated || session_IsMixed(I_sSession)) return strNote;
-    if (!strNote.empty()) strNote += "; ";
-    if (I_sSession.bReplaced) return strNote + "the process began anew without BSATerminate";
-    return strNote + "it has no BSATerminate: the process ended or was stopped before, still runs, "
-                     "or its last lines are not in this log";
-}
-
-std::vector<STEP> session_Steps(const TRACE_SESSION &I_sSession)
-{
-    std::vector<STEP> vecSteps = I_sSession.vecSteps;
-    if (I_sSession.uLeftOut > 0)
+    std::vector<STEP> vecSteps = vecFirst;
+    if (uLeftOut > 0)
     {
-        STEP sGap;
-        sGap.eKind = STEP_KIND::OBJECT;
-        sGap.iStart = sGap.iEnd = vecSteps.back().iEnd;
-        sGap.strText = "(" + std::to_string(I_sSession.uLeftOut) + " steps are left out here)";
-        vecSteps.push_back(sGap);
+        vecSteps.push_back({KIND::OBJECT, vecSteps.back().iEnd,
+                            "(" + std::to_string(uLeftOut) + " steps are left out here)"});
     }
-    vecSteps.insert(vecSteps.end(), I_sSession.deqSteps.begin(), I_sSession.deqSteps.end());
-    if (session_IsMixed(I_sSession)) return vecSteps;
-    if (I_sSession.bData) vecSteps.push_back(I_sSession.sData);
-    if (I_sSession.bPending) vecSteps.push_back(I_sSession.sPending);
+    vecSteps.insert(vecSteps.end(), deqLast.begin(), deqLast.end());
     return vecSteps;
 }
 
-std::string session_Objects(const TRACE_SESSION &I_sSession)
+STEP *CSteps::Last()
 {
-    std::string strText;
-    uint64_t uNamed = 0;
-    for (const STEP &sStep : I_sSession.vecSteps)
-    {
-        if (sStep.eKind != STEP_KIND::OBJECT || uNamed == OBJECTS_NAMED) continue;
-        strText += (uNamed++ == 0 ? "" : ", ") + sStep.strText;
-        if (!sStep.strResult.empty()) strText += ", " + sStep.strResult;
-    }
-    if (I_sSession.uObjects > uNamed)
-        strText += " and " + std::to_string(I_sSession.uObjects - uNamed) + " more";
-    return strText;
+    if (!deqLast.empty()) return &deqLast.back();
+    return vecFirst.empty() ? nullptr : &vecFirst.back();
 }
+
+uint64_t CSteps::Objects() const
+{
+    return uObjects;
+}
+
+std::string CSteps::Names() const
+{
+    std::string strNames;
+    uint64_t uNamed = 0;
+    for (const STEP &sStep : vecFirst)
+    {
+        if (sStep.eKind != KIND::OBJECT || uNamed == OBJECTS_NAMED) continue;
+        strNames += (uNamed++ == 0 ? "" : ", ") + sStep.strText;
+        if (!sStep.strResult.empty()) strNames += ", " + sStep.strResult;
+    }
+    return uObjects <= uNamed ? strNames
+                              : strNames + " and " + std::to_string(uObjects - uNamed) + " more";
+}
+
+void CSteps::NameCopy(const std::string &I_strJob, const std::string &I_strCopy)
+{
+    const auto fpName = [&](STEP &X_sStep) {
+        if (X_sStep.strJob.empty() || X_sStep.strJob != I_strJob) return;
+        X_sStep.strResult = I_strCopy;
+        X_sStep.strJob.clear();
+    };
+    std::for_each(vecFirst.begin(), vecFirst.end(), fpName);
+    std::for_each(deqLast.begin(), deqLast.end(), fpName);
+}
+
+void SESSION::AddHandle(long I_lHandle)
+{
+    if (setHandles.size() < HANDLES_KEPT) setHandles.insert(I_lHandle);
+}
+
+void SESSION::AddStep(const STEP &I_sStep)
+{
+    if (!IsMixed() || I_sStep.eKind == KIND::OBJECT) sSteps.Add(I_sStep);
+}
+
+std::vector<STEP> SESSION::Steps() const
+{
+    std::vector<STEP> vecSteps = sSteps.All();
+    if (!IsMixed() && sProgress.sPending) vecSteps.push_back(*sProgress.sPending);
+    return vecSteps;
+}
+
+OUTCOME SESSION::Outcome() const
+{
+    if (IsMixed()) return OUTCOME::MIXED;
+    if (eOrigin == ORIGIN::REPLIES) return OUTCOME::REPLIES;
+    if (bFailed) return OUTCOME::FAILED;
+    return eState == STATE::TERMINATED ? OUTCOME::DONE : OUTCOME::UNFINISHED;
+}
+
+std::string SESSION::OutcomeText() const
+{
+    constexpr std::array<const char *, 5> TEXTS = {"done", "failed", "unfinished", "mixed",
+                                                   "replies only"};
+    const bool bError = sError.sPlace.uLine != 0;
+    if (bError && Outcome() == OUTCOME::DONE) return "done, with an error on the way";
+    if (bError && Outcome() == OUTCOME::REPLIES) return "refused";
+    return TEXTS[static_cast<size_t>(Outcome())];
+}
+
+std::string SESSION::Title() const
+{
+    std::string strTitle;
+    for (const long lHandle : setHandles)
+        strTitle += (strTitle.empty() ? "" : ", ") + std::to_string(lHandle);
+    if (setHandles.size() >= HANDLES_KEPT) strTitle += ", ...";
+    if (setHandles.empty()) strTitle = "handle unknown";
+    else strTitle.insert(0, setHandles.size() == 1 ? "handle " : "handles ");
+    if (IsMixed()) return strTitle;
+    return strTitle + (bInformix ? ", Informix" : "") + Named("owner", strOwner) +
+           Named("user", strUser) + Named("server", strHost);
+}
+
+std::string SESSION::Note() const
+{
+    if (eOrigin == ORIGIN::REPLIES)
+        return "a trace of level 1 has only the server's replies: neither handle nor object";
+    std::string strNote;
+    if (eOrigin != ORIGIN::INIT) strNote = "its beginning is not in this log";
+    if (eState == STATE::TERMINATED || IsMixed()) return strNote;
+    if (!strNote.empty()) strNote += "; ";
+    if (eState == STATE::REPLACED) return strNote + "the process began anew without BSATerminate";
+    return strNote + "it has no BSATerminate: the process ended or was stopped before, still runs, "
+                     "or its last lines are not in this log";
+}
+} // namespace trace

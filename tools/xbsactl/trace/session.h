@@ -1,40 +1,103 @@
-// What is known of one session of a log.
-#ifndef XBSACTL_TRACELOG_SESSION_H
-#define XBSACTL_TRACELOG_SESSION_H
+// The model of one session of a log, which text, page and JSON show.
+#ifndef XBSACTL_TRACE_SESSION_H
+#define XBSACTL_TRACE_SESSION_H
 
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
-enum class STEP_KIND
+namespace trace
+{
+enum class KIND
 {
     OBJECT, // a heading: the steps of an object or a query follow
     CONTROL,
     UTILITY,
     DATA,
-    REPLY, // of a server, in a log that has nothing else; no duration
-    CALL   // what a call returned; no duration
+    REPLY,   // of a server, in a log that has nothing else
+    CALL,    // what a call returned
+    DATABASE // a message of its activity log
 };
 
 struct STEP
 {
-    STEP_KIND eKind = STEP_KIND::CALL;
-    int64_t iStart = 0;
-    int64_t iEnd = 0;
+    STEP(KIND I_eKind, int64_t I_iTime, std::string I_strText);
+
+    KIND eKind;
+    int64_t iStart;
+    int64_t iEnd;
+    std::string strText;
     bool bEnded = false;
     bool bFailed = false;
-    std::string strText;
     std::string strResult; // of an object: its copy, when it is known
     std::string strJob;    // a backup's, until it is certain which copy it is
     uint64_t uBytes = 0;   // data
     uint64_t uBlocks = 0;
     int64_t iPause = 0; // the longest between two blocks, and when it began
     int64_t iPauseStart = 0;
+
+    void AddBlock(uint64_t I_uBytes, int64_t I_iTime);
+    bool HasDuration() const
+    {
+        return eKind == KIND::CONTROL || eKind == KIND::UTILITY || eKind == KIND::DATA;
+    }
 };
 
-// The library's calls, as bits: where in its life a process stands.
+// The first steps and the last ones; those between are counted.
+class CSteps
+{
+  public:
+    void Add(const STEP &I_sStep);
+    std::vector<STEP> All() const; // with a heading for those that are left out
+    STEP *Last();                  // null when there is none
+    uint64_t Objects() const;
+
+    // "backup of a, restore of b": the headings, as many as fit.
+    std::string Names() const;
+
+    // The copy of this job's backup is certain now.
+    void NameCopy(const std::string &I_strJob, const std::string &I_strCopy);
+
+  private:
+    std::vector<STEP> vecFirst;
+    std::deque<STEP> deqLast;
+    uint64_t uLeftOut = 0;
+    uint64_t uObjects = 0;
+};
+
+struct PLACE
+{
+    uint64_t uLine = 0; // 0: nowhere
+    int64_t iTime = 0;
+    std::string strStamp;
+};
+
+struct LOGGED_ERROR
+{
+    PLACE sPlace;
+    std::string strText;
+    bool bWeak = false; // a later one may say more
+};
+
+enum class ORIGIN
+{
+    INIT,   // begins with BSAInit
+    MIDDLE, // its beginning is not in the log
+    REPLIES // nothing but replies of a server: a trace of level 1
+};
+
+enum class STATE
+{
+    OPEN,       // lines can belong to it still
+    TERMINATED, // by BSATerminate
+    REPLACED,   // the same process began another one without BSATerminate
+    OVER        // in another way
+};
+
+// The library's calls, as bits.
 enum CALL : unsigned
 {
     IN_NONE = 1U << 0U, // between calls
@@ -50,78 +113,74 @@ enum CALL : unsigned
     IN_UNKNOWN = 1U << 10U // the log began in the middle
 };
 
-struct TRACE_SESSION
+// Where its process stands after the last line.
+struct PROGRESS
+{
+    unsigned uCall = IN_UNKNOWN;
+    std::optional<STEP> sPending;       // goes on
+    bool bTransfer = false;             // the server has accepted STOR or RETR
+    std::optional<uint64_t> uTotal;     // bytes that the process counted
+    std::optional<std::string> strName; // of the object, until its path is known
+    long lHandle = 0;                   // that the last line names; 0: none
+    long lForeign = 0;                  // the same of the line before: a mistake of the caller's?
+    bool bRejected = false;             // BSAInit came too early, and is not a new session
+    std::string strSign;                // a line that no single process can have written here
+};
+
+// What is known of the processes when several are mixed.
+struct MIXTURE
+{
+    std::string strSign;   // how it shows; empty: they are not mixed
+    size_t uProcesses = 1; // that are known of
+    size_t uTerminated = 0;
+};
+
+enum class OUTCOME
+{
+    DONE,
+    FAILED,
+    UNFINISHED,
+    MIXED,
+    REPLIES
+};
+
+struct SESSION
 {
     uint64_t uNumber = 0; // in the log, from 1
-    uint64_t uFirstLine = 0;
-    uint64_t uLastLine = 0;
-    int64_t iFirst = 0;
-    int64_t iLast = 0;
-    std::string strFirst; // stamps
-    std::string strLast;
+    PLACE sFirst;
+    PLACE sLast;
+    ORIGIN eOrigin = ORIGIN::MIDDLE;
+    STATE eState = STATE::OPEN;
     std::set<long> setHandles; // several where processes are mixed
+    bool bInformix = false;
     std::string strOwner;
     std::string strUser;
     std::string strHost;
-    std::string strMixed;       // how it shows that several processes are mixed; else empty
-    std::vector<STEP> vecSteps; // the first ones
-    std::deque<STEP> deqSteps;  // and the last ones
-    uint64_t uLeftOut = 0;      // of those between
-    uint64_t uObjects = 0;
+    CSteps sSteps;
     uint64_t uBytes = 0;
-    std::string strError; // the first one
-    std::string strErrorStamp;
-    uint64_t uErrorLine = 0;
+    bool bFailed = false; // a call returned an error
+    LOGGED_ERROR sError;  // the first one
+    MIXTURE sMixture;
+    PROGRESS sProgress;
 
-    // Where the process stands
-    STEP sPending;
-    STEP sData;
-    int64_t iBlock = 0;      // time of the last block
-    uint64_t uTotal = 0;     // bytes that the process counted
-    std::string strName;     // of the object, until its path is known
-    std::string strSign;     // a line that no single process can have written here
-    long lForeignHandle = 0; // the line before named this one: a mistake of the caller's?
-    unsigned uCall = IN_UNKNOWN;
-    size_t uProcesses = 1;    // mixed: that are known of
-    size_t uTerminated = 0;   // and that have ended
-    bool bPending = false;    // sPending goes on
-    bool bData = false;       // sData goes on
-    bool bTransfer = false;   // the server has taken STOR or RETR
-    bool bTotalKnown = false; // uTotal is
-    bool bNamed = false;      // strName waits for its path
-    bool bRejected = false;   // BSAInit came too early, and is no new session
+    bool IsMixed() const
+    {
+        return !sMixture.strSign.empty();
+    }
+    bool HasHandle(long I_lHandle) const
+    {
+        return setHandles.count(I_lHandle) > 0;
+    }
+    void AddHandle(long I_lHandle);
+    void AddStep(const STEP &I_sStep); // of a mixed one the objects alone
+    std::vector<STEP> Steps() const;   // those too that go on
 
-    bool bInformix = false;
-    bool bHead = false;       // begins with BSAInit
-    bool bReplies = false;    // nothing but replies of a server: a trace of level 1
-    bool bTerminated = false; // ends with BSATerminate
-    bool bReplaced = false;   // the same process began another one without BSATerminate
-    bool bEnded = false;      // no line can belong to it any more
-    bool bFailed = false;     // a call returned an error
-    bool bWeakError = false;  // strError tells less than a later one may
+    // As it is shown: "done", "failed", "unfinished", ...; who; and what else must be known.
+    OUTCOME Outcome() const;
+    std::string OutcomeText() const;
+    std::string Title() const;
+    std::string Note() const;
 };
-
-constexpr size_t MIXED_HANDLES = 16; // that are remembered of a mixed block
-constexpr size_t STEPS_KEPT = 200;   // at each end of a session
-
-bool session_HasDuration(const STEP &I_sStep);
-bool session_IsMixed(const TRACE_SESSION &I_sSession);
-bool session_HasHandle(const TRACE_SESSION &I_sSession, long I_lHandle);
-void session_AddStep(TRACE_SESSION &X_sSession, const STEP &I_sStep);
-
-// "handle 9497", or what there is in its place.
-std::string session_Handles(const TRACE_SESSION &I_sSession);
-
-// One or two words: "done", "failed", "unfinished", ...
-std::string session_Outcome(const TRACE_SESSION &I_sSession);
-
-// What else must be known of how it began and ended; empty when nothing must.
-std::string session_Note(const TRACE_SESSION &I_sSession);
-
-// All steps that were kept, in order, with those that were still going on.
-std::vector<STEP> session_Steps(const TRACE_SESSION &I_sSession);
-
-// "backup of a, restore of b": the headings, as many as fit.
-std::string session_Objects(const TRACE_SESSION &I_sSession);
+} // namespace trace
 
 #endif

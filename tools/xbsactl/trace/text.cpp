@@ -1,15 +1,14 @@
-#include "trace/text.h"
-
-#include <strings.h>
+#include "trace/parts.h"
 
 #include <array>
 #include <cctype>
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
+#include <strings.h>
 
-#include "base/base.h"
-
+namespace trace
+{
 namespace
 {
 constexpr size_t LONGEST_TEXT = 300;
@@ -28,7 +27,7 @@ std::string ValidText(std::string_view I_svText)
     return strValid;
 }
 
-// Hides the rest of the text behind "PASS " and the value behind "pass=". The library hides
+// Hides the rest of the text after "PASS " and the value after "pass=". The library hides
 // passwords itself, but for that of the user "sms"; a server may say one back.
 std::string WithoutPassword(const std::string &I_strText)
 {
@@ -49,14 +48,24 @@ std::string Format(double I_dValue, const char *cpUnit)
     snprintf(szText.data(), szText.size(), "%.1f %s", I_dValue, cpUnit);
     return szText.data();
 }
+
+std::string TimeText(int64_t I_iTime, const char *cpForm)
+{
+    const time_t lTime = I_iTime;
+    tm sTime = {};
+    gmtime_r(&lTime, &sTime);
+    std::array<char, 64> szText{};
+    strftime(szText.data(), szText.size(), cpForm, &sTime);
+    return szText.data();
+}
 } // namespace
 
-std::string text_Clean(std::string_view I_svText)
+std::string Clean(std::string_view I_svText)
 {
     return WithoutPassword(ValidText(base::Printable(std::string(I_svText))));
 }
 
-std::string text_Duration(int64_t I_iSeconds)
+std::string Duration(int64_t I_iSeconds)
 {
     if (I_iSeconds < 0) return "unknown (clock set back)";
     if (I_iSeconds == 0) return "<1 s";
@@ -67,7 +76,7 @@ std::string text_Duration(int64_t I_iSeconds)
     return szText.data();
 }
 
-std::string text_Rate(uint64_t I_uBytes, int64_t I_iSeconds)
+std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds)
 {
     if (I_iSeconds < 0 || I_uBytes == 0) return "";
     const bool bBound = I_iSeconds < 2;
@@ -77,17 +86,18 @@ std::string text_Rate(uint64_t I_uBytes, int64_t I_iSeconds)
            (dRate < 1e6 ? Format(dRate / 1e3, "kB/s") : Format(dRate / 1e6, "MB/s"));
 }
 
-std::string text_Clock(int64_t I_iTime, bool I_bDay)
+std::string Clock(int64_t I_iTime, bool I_bDay)
 {
-    const time_t lTime = I_iTime;
-    struct tm sTime = {};
-    gmtime_r(&lTime, &sTime);
-    std::array<char, 32> szText{};
-    strftime(szText.data(), szText.size(), I_bDay ? "%m-%d %H:%M:%S" : "%H:%M:%S", &sTime);
-    return szText.data();
+    return TimeText(I_iTime, I_bDay ? "%m-%d %H:%M:%S" : "%H:%M:%S");
 }
 
-std::string text_Count(uint64_t I_uNumber, const char *cpThing)
+std::string Stamp(int64_t I_iTime)
+{
+    return TimeText(I_iTime, "%Y-%m-%d %H:%M:%S");
+}
+
+std::string Count(uint64_t I_uNumber, const char *cpThing)
 {
     return std::to_string(I_uNumber) + " " + cpThing + (I_uNumber == 1 ? "" : "s");
 }
+} // namespace trace

@@ -1,91 +1,76 @@
 #include "trace/trace.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
-#include <memory>
+#include <filesystem>
+#include <optional>
 
-#include "base/base.h"
-#include "trace/actlog.h"
-#include "trace/html.h"
-#include "trace/lines.h"
-#include "trace/print.h"
-#include "trace/sessions.h"
-#include "trace/text.h"
+#include "trace/parts.h"
 
+namespace trace
+{
 namespace
 {
-struct COUNTS
+constexpr int SCHEMA = 1; // of the JSON text
+
+// How the summary and its JSON name what is counted.
+struct COUNT
 {
-    uint64_t uDone = 0;
-    uint64_t uFailed = 0;
-    uint64_t uMixed = 0;
-    uint64_t uReplies = 0;
-    uint64_t uUnfinished = 0;
-    uint64_t uHidden = 0;  // by --since and --handle
-    uint64_t uForeign = 0; // lines that do not begin as the library's do
+    const char *cpKey;
+    const char *cpFront;
+    const char *cpBack;
+    uint64_t uCount = 0;
 };
 
-// The moment as a stamp. A time of day alone is one of the log's last day.
-std::string Since(const trace::OPTIONS &I_sOptions)
+enum COUNTED
 {
-    constexpr size_t DAY_LENGTH = 11; // "2026-07-13 "
-    std::string strSince;
-    if (I_sOptions.strSince.empty()) return strSince;
-    strSince = lines_Moment(I_sOptions.strSince);
-    if (strSince.size() == STAMP_LENGTH) return strSince;
-    if (I_sOptions.strFile == "-")
-        throw base::USAGE_ERROR("--since needs a day with standard input");
-    strSince.insert(0, lines_LastStamp(I_sOptions.strFile), 0, DAY_LENGTH);
-    return strSince;
+    HIDDEN = 5, // after the sessions' outcomes
+    FOREIGN,
+    UNUSED,
+    DROPPED
+};
+
+using COUNTS = std::array<COUNT, DROPPED + 1>;
+
+COUNTS NewCounts()
+{
+    return {
+        {{"done", ", ", " done"},
+         {"failed", ", ", " failed"},
+         {"unfinished", ", ", " unfinished"},
+         {"mixed", ", ", " of mixed processes"},
+         {"replies_only", ", ", " with replies only"},
+         {"left_out", ", ", " more left out by --since or --handle"},
+         {"foreign_lines",
+          "; lines that are not the library's, or go on from the one before: ", ""},
+         {"unused_messages", "; messages of the database that belong to no session shown: ", ""},
+         {"dropped_messages", "; oldest messages of the database that were passed over: ", ""}}};
 }
 
 // The page takes the place of what has its name.
-void CheckPage(const trace::OPTIONS &I_sOptions)
+void CheckPage(const OPTIONS &I_sOptions)
 {
-    struct stat sPage = {};
-    if (I_sOptions.strHtml.empty() || stat(I_sOptions.strHtml.c_str(), &sPage) != 0) return;
+    std::error_code sError; // what does not exist is not the same
     for (const std::string &strInput : {I_sOptions.strFile, I_sOptions.strActLog})
-    {
-        struct stat sInput = {};
-        if (stat(strInput.c_str(), &sInput) == 0 && S_ISREG(sInput.st_mode) &&
-            sInput.st_dev == sPage.st_dev && sInput.st_ino == sPage.st_ino)
+        if (std::filesystem::is_regular_file(strInput, sError) &&
+            std::filesystem::equivalent(strInput, I_sOptions.strHtml, sError))
             throw base::USAGE_ERROR("--html would overwrite the log that is read");
-    }
 }
 
-void Count(COUNTS &X_sCounts, const TRACE_SESSION &I_sSession)
+std::string Summary(const COUNTS &I_sCounts, uint64_t I_uShown)
 {
-    if (session_IsMixed(I_sSession)) X_sCounts.uMixed++;
-    else if (I_sSession.bReplies) X_sCounts.uReplies++;
-    else if (I_sSession.bFailed) X_sCounts.uFailed++;
-    else if (I_sSession.bTerminated) X_sCounts.uDone++;
-    else X_sCounts.uUnfinished++;
+    std::string strSummary = Count(I_uShown, "session");
+    for (const COUNT &sCount : I_sCounts)
+        if (sCount.uCount > 0)
+            strSummary += sCount.cpFront + std::to_string(sCount.uCount) + sCount.cpBack;
+    return strSummary;
 }
 
-std::string Part(uint64_t I_uCount, const char *cpWhat)
+std::string SummaryJson(const COUNTS &I_sCounts, uint64_t I_uShown)
 {
-    return I_uCount == 0 ? "" : ", " + std::to_string(I_uCount) + " " + cpWhat;
-}
-
-std::string Note(uint64_t I_uCount, const char *cpWhat)
-{
-    return I_uCount == 0 ? "" : std::string("; ") + cpWhat + ": " + std::to_string(I_uCount);
-}
-
-std::string Summary(const COUNTS &I_sCounts, const CActivityLog &I_sActivity)
-{
-    const uint64_t uShown = I_sCounts.uDone + I_sCounts.uFailed + I_sCounts.uMixed +
-                            I_sCounts.uReplies + I_sCounts.uUnfinished;
-    return text_Count(uShown, "session") + Part(I_sCounts.uDone, "done") +
-           Part(I_sCounts.uFailed, "failed") + Part(I_sCounts.uUnfinished, "unfinished") +
-           Part(I_sCounts.uMixed, "of mixed processes") +
-           Part(I_sCounts.uReplies, "with replies only") +
-           Part(I_sCounts.uHidden, "more left out by --since or --handle") +
-           Note(I_sCounts.uForeign,
-                "lines that are not the library's, or go on from the one before") +
-           Note(I_sActivity.Unused(), "messages of the database that belong to no session shown") +
-           Note(I_sActivity.Dropped(), "oldest messages of the database that were passed over");
+    std::string strJson = "{\"sessions\": " + std::to_string(I_uShown);
+    for (const COUNT &sCount : I_sCounts)
+        strJson += std::string(", \"") + sCount.cpKey + "\": " + std::to_string(sCount.uCount);
+    return strJson + "}";
 }
 
 void Print(const std::string &I_strText)
@@ -93,40 +78,58 @@ void Print(const std::string &I_strText)
     fputs(I_strText.c_str(), stdout);
     if (ferror(stdout) != 0) throw base::FAILURE("writing standard output failed");
 }
+
+bool IsWanted(const SESSION &I_sSession, const OPTIONS &I_sOptions, const std::string &I_strSince)
+{
+    return I_sSession.sLast.strStamp >= I_strSince &&
+           (I_sOptions.lHandle == 0 || I_sSession.HasHandle(I_sOptions.lHandle));
+}
 } // namespace
 
-void trace::Run(const trace::OPTIONS &I_sOptions)
+void Run(const OPTIONS &I_sOptions)
 {
     CheckPage(I_sOptions);
-    const std::string strSince = Since(I_sOptions);
+    const std::string strSince =
+        I_sOptions.strSince.empty() ? "" : Moment(I_sOptions.strSince, I_sOptions.strFile);
     CLineReader sReader(I_sOptions.strFile);
     CActivityLog sActivity(I_sOptions.strActLog);
-    std::unique_ptr<CHtmlPage> spPage;
-    if (!I_sOptions.strHtml.empty()) spPage = std::make_unique<CHtmlPage>(I_sOptions.strHtml);
+    std::optional<CPage> sPage;
+    if (!I_sOptions.strHtml.empty()) sPage.emplace(I_sOptions.strHtml);
 
-    COUNTS sCounts;
-    CSessions sSessions([&](const TRACE_SESSION &I_sSession) {
-        const bool bWanted =
-            I_sSession.strLast >= strSince &&
-            (I_sOptions.lHandle == 0 || session_HasHandle(I_sSession, I_sOptions.lHandle));
-        if (!bWanted)
+    COUNTS sCounts = NewCounts();
+    uint64_t uShown = 0;
+    std::string strFront = "{\"schema\": " + std::to_string(SCHEMA) + ", \"sessions\": [\n";
+    CSessions sSessions([&](const SESSION &sSession) {
+        if (!IsWanted(sSession, I_sOptions, strSince))
         {
-            sCounts.uHidden++;
+            sCounts[HIDDEN].uCount++;
             return;
         }
-        Count(sCounts, I_sSession);
-        const std::vector<ACT_MESSAGE> vecMessages = sActivity.TakeFor(I_sSession);
-        Print(print_Session(I_sSession, vecMessages));
-        if (spPage) spPage->Add(I_sSession, vecMessages);
+        sCounts[static_cast<size_t>(sSession.Outcome())].uCount++;
+        uShown++;
+        const SHOWN sShown = Show(sSession, sActivity.TakeFor(sSession));
+        if (I_sOptions.bJson) Print(std::exchange(strFront, ",\n") + SessionJson(sShown));
+        else Print(SessionText(sShown));
+        if (sPage) sPage->Add(sShown);
     });
-    LOG_LINE sLine;
-    while (sReader.Next(sLine))
+    bool bEmpty = true;
+    for (LOG_LINE sLine; sReader.Next(sLine); bEmpty = false)
     {
         sSessions.Take(sLine);
-        if (!sLine.bTrace) sCounts.uForeign++;
+        if (!sLine.bTrace) sCounts[FOREIGN].uCount++;
     }
     sSessions.Finish();
-    const std::string strSummary = Summary(sCounts, sActivity);
-    Print(strSummary + "\n");
-    if (spPage) spPage->Finish(strSummary);
+    if (bEmpty)
+        fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
+              "XBSA_TRACE was 0\n",
+              stderr);
+    sCounts[UNUSED].uCount = sActivity.uUnused;
+    sCounts[DROPPED].uCount = sActivity.uDropped;
+    const std::string strSummary = Summary(sCounts, uShown);
+    if (!I_sOptions.bJson) Print(strSummary + "\n");
+    else
+        Print((uShown == 0 ? strFront : "") + "],\n\"summary\": " + SummaryJson(sCounts, uShown) +
+              "}\n");
+    if (sPage) sPage->Finish(strSummary);
 }
+} // namespace trace

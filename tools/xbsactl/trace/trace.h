@@ -1,6 +1,6 @@
 // The reader of trace logs.
-#ifndef XBSACTL_TRACELOG_H
-#define XBSACTL_TRACELOG_H
+#ifndef XBSACTL_TRACE_H
+#define XBSACTL_TRACE_H
 
 #include <string>
 

@@ -1,0 +1,329 @@
+#include "trace/parts.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
+
+namespace trace
+{
+namespace
+{
+constexpr size_t MOST_SESSIONS = 200;
+constexpr size_t MOST_BYTES = 16U << 20U;
+
+// The tables of all sessions have columns of the same width; on a narrow screen a step's text goes
+// below its time.
+constexpr const char *HEAD = R"(<!DOCTYPE html>
+<html lang="en" xmlns="http://www.w3.org/1999/xhtml"><head><meta charset="utf-8"/>
+<meta name="viewport" content="width=device-width, initial-scale=1"/>
+<title>Sessions of a trace log</title><style>
+:root{color-scheme:light dark;--back:#fff;--text:#1d2127;--dim:#5a6472;--line:#d5dae1;
+--lane:#f0f2f5;--control:#2f6fb5;--utility:#c9751f;--data:#2e8b57;--mixed:#8a8f98;
+--database:#7b3fa0;--bad:#c62828}
+@media(prefers-color-scheme:dark){:root{--back:#15181c;--text:#e4e7eb;--dim:#9aa4b1;--line:#343a42;
+--lane:#22272d;--control:#6aa7e8;--utility:#e9a04f;--data:#5cc48b;--mixed:#7d838c;
+--database:#c08be0;--bad:#ff6b62}}
+body{margin:0 auto;max-width:75rem;padding:1rem;background:var(--back);color:var(--text);
+font:1rem/1.45 system-ui,sans-serif;overflow-wrap:anywhere}
+h1{font-size:1.4rem}h2{font-size:1.05rem;margin:0 0 .3rem}a{color:inherit}
+p,ul{margin:.3rem 0}ul{padding-left:1.2rem}section{border-top:1px solid var(--line);padding:1rem 0}
+.dim,time{color:var(--dim)}.fact{color:var(--bad);font-weight:600}
+.row{display:grid;grid-template-columns:minmax(0,19rem) minmax(0,1fr);gap:0 .8rem;align-items:center;margin:.15rem 0}
+.row a{white-space:nowrap;overflow:hidden;text-overflow:ellipsis;font-size:.9rem}
+.lane{display:block;width:100%;height:1.5rem;background:var(--lane);border-radius:3px}
+.axis{display:flex;justify-content:space-between;font-size:.85rem}
+.legend{display:flex;flex-wrap:wrap;gap:.2rem 1.2rem}
+.legend svg{display:inline-block;width:1.6rem;height:1.2rem;
+vertical-align:middle;background:none}
+.control{fill:var(--control)}.utility{fill:var(--utility)}.data{fill:var(--data)}
+.mixed{fill:var(--mixed);fill-opacity:.6}.database{fill:var(--database)}.bad{fill:var(--bad)}
+table{border-collapse:collapse;table-layout:fixed;width:100%;font-size:.9rem;margin-top:.5rem}
+td,th{text-align:left;vertical-align:top;padding:.15rem .5rem .15rem 0;border-top:1px solid var(--line)}
+col:nth-child(1){width:8rem}col:nth-child(2){width:5rem}col:nth-child(3){width:6rem}
+tr.bad td{color:var(--bad);font-weight:600}
+@media(max-width:45rem){table,tbody{display:block}col{display:none}tr{display:grid;grid-template-columns:8rem 5rem 1fr;padding:.15rem 0}
+td,th{border-top:0;padding:0}td:last-child,th{grid-column:1/-1}
+tr{border-top:1px solid var(--line)}.row{grid-template-columns:minmax(0,1fr);margin:.5rem 0}
+.row.axisrow>span:first-child{display:none}}
+</style></head><body>
+)";
+
+// Text as a page can hold it, in elements and in attributes.
+std::string Escape(const std::string &I_strText)
+{
+    std::string strEscaped;
+    for (const char cChar : I_strText)
+    {
+        if (cChar == '<') strEscaped += "&lt;";
+        else if (cChar == '>') strEscaped += "&gt;";
+        else if (cChar == '&') strEscaped += "&amp;";
+        else if (cChar == '"') strEscaped += "&quot;";
+        else strEscaped += cChar;
+    }
+    return strEscaped;
+}
+
+constexpr double LANE_WIDTH = 1000; // units of the picture
+constexpr int LANE_HEIGHT = 24;
+constexpr double THINNEST = 3;
+
+// Deals out places within each second to all that begins or ends in it.
+class CSpread
+{
+  public:
+    explicit CSpread(const std::vector<STEP> &I_vecSteps)
+    {
+        for (const STEP &sStep : I_vecSteps)
+            for (const int64_t iTime : {sStep.iStart, sStep.iEnd})
+                if (sStep.HasDuration()) mapEvents[iTime].uAll++;
+    }
+
+    double Place(int64_t I_iTime)
+    {
+        EVENTS &sEvents = mapEvents[I_iTime];
+        sEvents.uPlaced++;
+        return static_cast<double>(I_iTime) +
+               static_cast<double>(sEvents.uPlaced) / static_cast<double>(sEvents.uAll + 1);
+    }
+
+  private:
+    struct EVENTS
+    {
+        uint64_t uAll = 0;
+        uint64_t uPlaced = 0;
+    };
+    std::map<int64_t, EVENTS> mapEvents;
+};
+
+std::string Title(const STEP &I_sStep)
+{
+    std::string strTitle = Clock(I_sStep.iStart, false) + " ";
+    if (I_sStep.eKind == KIND::DATABASE) strTitle += "database: ";
+    if (I_sStep.eKind == KIND::DATA) strTitle += Count(I_sStep.uBytes, "byte") + " ";
+    strTitle += I_sStep.strText;
+    if (!I_sStep.strResult.empty()) strTitle += ": " + I_sStep.strResult;
+    const std::string strDuration = StepDuration(I_sStep);
+    return Escape(strDuration.empty() ? strTitle : strTitle + ", " + strDuration);
+}
+
+// One bar for what cannot or need not be told apart.
+BAR Whole(const SESSION &I_sSession)
+{
+    BAR sBar;
+    sBar.strClass = I_sSession.IsMixed() ? "mixed" : "control";
+    sBar.strTitle = I_sSession.IsMixed() ? "lines of several processes" : "replies of the server";
+    sBar.dStart = static_cast<double>(I_sSession.sFirst.iTime);
+    sBar.dEnd = static_cast<double>(I_sSession.sLast.iTime + 1);
+    sBar.bFailed = !I_sSession.IsMixed() && I_sSession.sError.sPlace.uLine != 0;
+    return sBar;
+}
+
+// Data and failures stand out.
+int Height(const BAR &I_sBar)
+{
+    if (I_sBar.bFailed || I_sBar.strClass == "data") return 18;
+    return I_sBar.strClass == "control" ? 6 : 12;
+}
+
+std::string Rectangle(const BAR &I_sBar, double I_dFrom, double I_dScale)
+{
+    const double dWidth = std::max((I_sBar.dEnd - I_sBar.dStart) * I_dScale, THINNEST);
+    const double dPlace = std::min((I_sBar.dStart - I_dFrom) * I_dScale, LANE_WIDTH - dWidth);
+    const int iHeight = Height(I_sBar);
+    std::array<char, 160> szText{};
+    snprintf(szText.data(), szText.size(),
+             "<rect class=\"%s%s\" x=\"%.1f\" y=\"%d\" width=\"%.1f\" height=\"%d\"><title>",
+             I_sBar.strClass.c_str(), I_sBar.bFailed ? " bad" : "", std::max(dPlace, 0.0),
+             (LANE_HEIGHT - iHeight) / 2, dWidth, iHeight);
+    return szText.data() + I_sBar.strTitle + "</title></rect>";
+}
+
+// The log's clock has whole seconds: what begins or ends within one second is spread over it in
+// its order, so that the order can be seen.
+std::vector<BAR> Bars(const SHOWN &I_sShown)
+{
+    const SESSION &sSession = I_sShown.sSession;
+    const bool bWhole = sSession.IsMixed() || sSession.eOrigin == ORIGIN::REPLIES;
+    std::vector<BAR> vecBars;
+    if (bWhole) vecBars.push_back(Whole(sSession));
+    CSpread sSpread(I_sShown.vecSteps);
+    for (const STEP &sStep : I_sShown.vecSteps)
+    {
+        const bool bDatabase = sStep.eKind == KIND::DATABASE;
+        if (!bDatabase && (bWhole || !sStep.HasDuration())) continue;
+        BAR sBar;
+        sBar.strClass = KindName(sStep.eKind);
+        sBar.bFailed = sStep.bFailed;
+        sBar.dStart = bDatabase ? static_cast<double>(sStep.iStart) : sSpread.Place(sStep.iStart);
+        sBar.dEnd = bDatabase ? sBar.dStart : std::max(sBar.dStart, sSpread.Place(sStep.iEnd));
+        sBar.strTitle = Title(sStep);
+        vecBars.push_back(sBar);
+    }
+    return vecBars;
+}
+
+std::string Lane(const std::vector<BAR> &I_vecBars, double I_dFrom, double I_dTo,
+                 const std::string &I_strTitle)
+{
+    std::string strLane = "<svg class=\"lane\" xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 "
+                          "1000 24\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" +
+                          Escape(I_strTitle) + "\">";
+    for (const BAR &sBar : I_vecBars)
+        strLane += Rectangle(sBar, I_dFrom, LANE_WIDTH / std::max(I_dTo - I_dFrom, 1.0));
+    return strLane + "</svg>";
+}
+
+// Bars of one kind that touch are drawn as one.
+std::string JoinedLane(const std::vector<BAR> &I_vecBars, double I_dFrom, double I_dTo,
+                       const std::string &I_strTitle)
+{
+    const double dGap = std::max(I_dTo - I_dFrom, 1.0) / LANE_WIDTH;
+    std::vector<BAR> vecJoined;
+    for (const BAR &sBar : I_vecBars)
+    {
+        BAR *spLast = vecJoined.empty() ? nullptr : &vecJoined.back();
+        if (spLast != nullptr && spLast->strClass == sBar.strClass &&
+            spLast->bFailed == sBar.bFailed && sBar.dStart - spLast->dEnd < dGap)
+        {
+            spLast->dEnd = std::max(spLast->dEnd, sBar.dEnd);
+            spLast->strTitle = Count(++spLast->uSteps, "step") + ": " + sBar.strClass;
+        }
+        else vecJoined.push_back(sBar);
+    }
+    return Lane(vecJoined, I_dFrom, I_dTo, I_strTitle);
+}
+// Widths are those of a table's first row, which may be a heading.
+constexpr const char *COLUMNS = "<colgroup><col/><col/><col/><col/></colgroup>";
+
+std::string Swatch(const char *cpClass, const char *cpText)
+{
+    BAR sBar;
+    sBar.strClass = cpClass;
+    sBar.dEnd = 1;
+    sBar.strTitle = cpText;
+    return "<span>" + Lane({sBar}, 0, 1, cpText) + " " + cpText + "</span>\n";
+}
+
+std::string Legend()
+{
+    return "<p class=\"legend\">" + Swatch("control", "control commands") +
+           Swatch("utility", "utility runs") + Swatch("data", "data phase") +
+           Swatch("control bad", "failed") + Swatch("mixed", "several processes, mixed") +
+           Swatch("database", "database message") +
+           "</p>\n<p class=\"dim\">The log's clock has whole seconds. What began or ended within "
+           "one second is spread over it in its order; rest the pointer on a bar for its "
+           "text.</p>\n";
+}
+
+std::string Axis(int64_t I_iFirst, int64_t I_iLast)
+{
+    std::string strAxis = "<div class=\"axis dim\">";
+    for (const int64_t iTime : {I_iFirst, I_iFirst + (I_iLast - I_iFirst) / 2, I_iLast})
+        strAxis += "<span>" + Clock(iTime, true) + "</span>";
+    return strAxis + "</div>";
+}
+
+std::string FactList(const SESSION &I_sSession)
+{
+    std::string strList = "<ul>";
+    for (const std::string &strFact : Facts(I_sSession))
+        strList += (StartsWith(strFact, "first error") ? "<li class=\"fact\">" : "<li>") +
+                   Escape(strFact) + "</li>";
+    return strList + "</ul>\n";
+}
+
+std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
+{
+    const std::string strText = Escape(StepText(I_sShown, I_sStep));
+    if (I_sStep.eKind == KIND::OBJECT) return "<tr><th colspan=\"4\">" + strText + "</th></tr>\n";
+    std::string strRow = I_sStep.bFailed ? "<tr class=\"bad\">" : "<tr>";
+    for (const std::string &strCell :
+         {StepClock(I_sShown, I_sStep), std::string(KindName(I_sStep.eKind)),
+          Escape(StepDuration(I_sStep)), strText + (I_sStep.bFailed ? " (failed)" : "")})
+        strRow += "<td>" + strCell + "</td>";
+    return strRow + "</tr>\n";
+}
+
+std::string Table(const SHOWN &I_sShown)
+{
+    if (I_sShown.vecSteps.empty()) return "";
+    std::string strTable = "<table>" + std::string(COLUMNS) + "<tbody>\n";
+    for (const STEP &sStep : I_sShown.vecSteps) strTable += Row(I_sShown, sStep);
+    return strTable + "</tbody></table>\n";
+}
+} // namespace
+
+CPage::CPage(const std::string &I_strFile) : sOutput(I_strFile)
+{
+}
+
+void CPage::Add(const SHOWN &I_sShown)
+{
+    const SESSION &sSession = I_sShown.sSession;
+    const std::string strTitle = Escape(sSession.Title());
+    const std::string strObjects = Escape(sSession.sSteps.Names());
+    ENTRY sEntry;
+    sEntry.strNumber = std::to_string(sSession.uNumber);
+    sEntry.iFirst = sSession.sFirst.iTime;
+    sEntry.iLast = std::max(sSession.sFirst.iTime, sSession.sLast.iTime) + 1;
+    sEntry.vecBars = Bars(I_sShown);
+    const std::string strHead = sEntry.strNumber + " " + sSession.OutcomeText() + ", ";
+    sEntry.strLink = "<a href=\"#s" + sEntry.strNumber + "\" title=\"" + strTitle + "\">" +
+                     strHead + (strObjects.empty() ? strTitle : strObjects) + "</a>";
+    sEntry.strSection =
+        "<section id=\"s" + sEntry.strNumber + "\"><h2>" + strHead + strTitle + "</h2>\n" +
+        Lane(sEntry.vecBars, static_cast<double>(sEntry.iFirst), static_cast<double>(sEntry.iLast),
+             "steps of session " + sEntry.strNumber) +
+        Axis(sEntry.iFirst, sEntry.iLast) + FactList(sSession) + Table(I_sShown) + "</section>\n";
+    sEntry.uBytes = sEntry.strSection.size();
+    for (const BAR &sBar : sEntry.vecBars) sEntry.uBytes += sizeof sBar + sBar.strTitle.size();
+
+    uBytes += sEntry.uBytes;
+    deqEntries.push_back(std::move(sEntry));
+    while (deqEntries.size() > MOST_SESSIONS || (uBytes > MOST_BYTES && deqEntries.size() > 1))
+    {
+        uBytes -= deqEntries.front().uBytes;
+        deqEntries.pop_front();
+        uLeftOut++;
+    }
+}
+
+void CPage::Write(const std::string &I_strText)
+{
+    sOutput.Write(I_strText.data(), I_strText.size());
+}
+
+void CPage::WriteOverview()
+{
+    if (deqEntries.empty()) return;
+    int64_t iFirst = deqEntries.front().iFirst;
+    int64_t iLast = deqEntries.front().iLast;
+    for (const ENTRY &sEntry : deqEntries)
+    {
+        iFirst = std::min(iFirst, sEntry.iFirst);
+        iLast = std::max(iLast, sEntry.iLast);
+    }
+    Write(Legend());
+    for (const ENTRY &sEntry : deqEntries)
+        Write("<div class=\"row\">" + sEntry.strLink +
+              JoinedLane(sEntry.vecBars, static_cast<double>(iFirst), static_cast<double>(iLast),
+                         "session " + sEntry.strNumber) +
+              "</div>\n");
+    Write("<div class=\"row axisrow\"><span></span>" + Axis(iFirst, iLast) + "</div>\n");
+}
+
+void CPage::Finish(const std::string &I_strSummary)
+{
+    Write(HEAD);
+    Write("<h1>Sessions of a trace log</h1>\n<p>" + Escape(I_strSummary) + "</p>\n");
+    if (uLeftOut > 0)
+        Write("<p><strong>The picture has room for the newest " +
+              Count(deqEntries.size(), "session") + "; " + std::to_string(uLeftOut) +
+              " before them are left out.</strong> Choose with --since or --handle.</p>\n");
+    WriteOverview();
+    for (const ENTRY &sEntry : deqEntries) Write(sEntry.strSection);
+    Write("</body></html>\n");
+    sOutput.Commit();
+}
+} // namespace trace

@@ -1,0 +1,261 @@
+// What the files of this room share, apart from the model of a session.
+#ifndef XBSACTL_TRACE_PARTS_H
+#define XBSACTL_TRACE_PARTS_H
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <istream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/base.h"
+#include "trace/session.h"
+
+namespace trace
+{
+// ---- text.cpp
+// Texts of a log made fit to be shown, and numbers as people read them.
+// Valid UTF-8 of bounded length without control characters, and with nothing of what follows PASS:
+// safe on a terminal and in a page.
+std::string Clean(std::string_view I_svText);
+
+// The clock of a log has whole seconds: what took none of them took "<1 s".
+std::string Duration(int64_t I_iSeconds);
+
+// Bytes per second, or the bound that whole seconds allow: a difference of 1 may be nearly 2.
+std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds);
+
+std::string Clock(int64_t I_iTime, bool I_bDay); // "17:46:34", or "11-24 17:46:34"
+std::string Stamp(int64_t I_iTime);              // "2026-11-24 17:46:34"
+
+std::string Count(uint64_t I_uNumber, const char *cpThing); // "1 object", "2 objects"
+
+// ---- lines.cpp
+// The lines of a log, one at a time: a file of any size takes one buffer.
+// The views are good until the next line is asked for.
+struct LOG_LINE
+{
+    uint64_t uNumber = 0;     // from 1
+    bool bWhole = true;       // false for the last one when it has no end
+    bool bTrace = false;      // a line as the library begins it; else svText is all there is
+    int64_t iTime = 0;        // seconds of the local clock, counted as if it were UTC
+    std::string_view svStamp; // "2026-11-24 17:46:34"
+    std::string_view svText;  // what follows
+};
+
+constexpr size_t STAMP_LENGTH = 19;
+constexpr size_t LONGEST_LINE = 4096; // more than the library ever writes
+
+class CInputBuffer : public std::streambuf
+{
+  public:
+    explicit CInputBuffer(const std::string &I_strFile);
+
+  protected:
+    int_type underflow() override;
+
+  private:
+    base::CInput sInput;
+    std::vector<char> vecBuffer;
+};
+
+class CLineReader
+{
+  public:
+    explicit CLineReader(const std::string &I_strFile); // "-": standard input
+
+    // Returns false at the end. A line longer than the library writes is cut. Throws FAILURE.
+    bool Next(LOG_LINE &O_sLine);
+
+  private:
+    CInputBuffer sBuffer;
+    std::istream sStream;
+    std::array<char, LONGEST_LINE + 1> szLine{};
+    uint64_t uLines = 0;
+    std::string strStamp; // of the last line, and its time
+    int64_t iStampTime = 0;
+};
+
+PLACE Place(const LOG_LINE &I_sLine);
+
+// Takes a stamp apart. Returns false when the text does not begin with one.
+bool ParseStamp(std::string_view I_svText, int64_t &O_iTime);
+
+bool StartsWith(std::string_view I_svText, std::string_view I_svStart);
+
+// The number at the start of the text, 0 when there is none; the text goes on after it.
+uint64_t TakeNumber(std::string_view &X_svText);
+
+// The moment that the user gave ("2026-11-24 17", "17:00") as a stamp; a time of day alone is one
+// of the file's last day. Throws USAGE_ERROR, and FAILURE when the file cannot be read.
+std::string Moment(const std::string &I_strText, const std::string &I_strFile);
+
+// ---- command.cpp
+// The command line of the COM utility, as the trace shows it.
+struct COMMAND
+{
+    std::string strVerb;   // "openjob", ...
+    std::string strJob;    // ":JOB" after the verb
+    std::string strObject; // at the end
+    std::string strCopy;   // of the saveset after "-s"
+    bool bBackup = false;  // it opens a backup's job
+    bool bGood = false;    // the job ends well
+
+    std::string Object() const; // "backup of OBJECT"; empty when the command begins none
+};
+
+COMMAND ParseCommand(std::string_view I_svLine);
+
+// "copy id 77" of the saveset "77@..."; empty for a text without a number.
+std::string CopyName(std::string_view I_svSaveset);
+
+// ---- take.cpp
+// What the lines mean that the library writes.
+struct FUNCTION;
+
+// The function of the library that wrote the line; null when the line belongs to no session.
+const FUNCTION *Writer(const LOG_LINE &I_sLine);
+
+// Takes a line into the session. strSign of its progress is set when the line cannot come there.
+void Take(SESSION &X_sSession, const LOG_LINE &I_sLine, const FUNCTION &I_sWriter);
+
+// ---- sessions.cpp
+// Tells the sessions of a log apart. A line names no process, so a session is a run of lines whose
+// handles and order of calls fit one process. Where they do not fit, the lines of several processes
+// are mixed: the session, and each whose handle comes up in it, become one block that claims
+// nothing about any of them.
+class CSessions
+{
+  public:
+    using SINK = std::function<void(const SESSION &)>;
+
+    // The sink gets each session once it is known whole, in the order of their beginnings.
+    explicit CSessions(SINK I_fpSink);
+
+    void Take(const LOG_LINE &I_sLine);
+    void Finish(); // the log has ended
+
+  private:
+    static constexpr size_t NONE = static_cast<size_t>(-1);
+
+    SESSION &Current()
+    {
+        return deqSessions[uCurrent];
+    }
+    void Open(const LOG_LINE &I_sLine, ORIGIN I_eOrigin);
+    void Choose(const LOG_LINE &I_sLine);
+    void TakeHandle(const LOG_LINE &I_sLine);
+    void JudgeForeignHandle(const LOG_LINE &I_sLine);
+    void Adopt(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit);
+    void AddForeign(long I_lHandle, const std::string &I_strSign);
+    template <typename TEST> size_t FindOther(TEST I_fpTest) const;
+    void Merge(size_t I_uOther, const std::string &I_strSign);
+    void TakeMixed(const LOG_LINE &I_sLine);
+    void TakeCut(const LOG_LINE &I_sLine, const FUNCTION &I_sWriter);
+    void Judge(const LOG_LINE &I_sLine);
+    void FoldRejected();
+    void End(STATE I_eState);
+    void Flush(size_t I_uKeep);
+
+    SINK fpSink;
+    std::deque<SESSION> deqSessions; // some have ended, and wait for an earlier one to end
+    size_t uCurrent = NONE;          // the one that the last line belonged to
+    uint64_t uSessions = 0;
+};
+
+// ---- actlog.cpp
+// The database's activity log: "2026-11-24 17:46:34 12345  12340 Begin level 0 backup rootdbs."
+class CActivityLog
+{
+  public:
+    explicit CActivityLog(const std::string &I_strFile); // empty: there is none
+
+    // The messages of the session's processes in its time, each handed out once, in order of time.
+    std::vector<STEP> TakeFor(const SESSION &I_sSession);
+
+    uint64_t uUnused = 0;
+    uint64_t uDropped = 0; // the oldest, of a log that does not fit into memory
+
+  private:
+    struct MESSAGE
+    {
+        long lProcess = 0;
+        int64_t iTime = 0;
+        bool bUsed = false;
+        std::string strText;
+    };
+    static bool Parse(std::string_view I_svLine, MESSAGE &O_sMessage);
+    void Add(const MESSAGE &I_sMessage);
+
+    std::deque<MESSAGE> deqMessages; // by process and time once all are read
+    size_t uBytes = 0;
+};
+
+// ---- show.cpp
+// What text, page and JSON show of a session, in the words of all three.
+struct SHOWN
+{
+    const SESSION &sSession;
+    std::vector<STEP> vecSteps; // with the database's messages, in the order of time
+};
+
+// Within one second the order of steps and messages is not known.
+SHOWN Show(const SESSION &I_sSession, const std::vector<STEP> &I_vecMessages);
+
+const char *KindName(KIND I_eKind); // "" for a heading
+std::string StepClock(const SHOWN &I_sShown, const STEP &I_sStep);
+std::string StepText(const SHOWN &I_sShown, const STEP &I_sStep);
+std::string StepDuration(const STEP &I_sStep); // "" where there is none to be shown
+
+std::vector<std::string> Facts(const SESSION &I_sSession); // when, how much, what else
+std::string SessionText(const SHOWN &I_sShown);
+std::string SessionJson(const SHOWN &I_sShown);
+
+// ---- page.cpp
+// Of the timeline picture.
+struct BAR
+{
+    std::string strClass; // "control", "utility", "data", "mixed", "database"
+    bool bFailed = false;
+    double dStart = 0; // seconds
+    double dEnd = 0;
+    uint64_t uSteps = 1;
+    std::string strTitle; // for the pointer that rests on it, fit for a page
+};
+
+// The sessions as one page that needs nothing else: no script, no font, no network.
+class CPage
+{
+  public:
+    explicit CPage(const std::string &I_strFile);
+
+    void Add(const SHOWN &I_sShown);              // keeps the newest, as many as have room
+    void Finish(const std::string &I_strSummary); // the file is there afterwards
+
+  private:
+    struct ENTRY
+    {
+        std::string strNumber;
+        std::string strLink; // of the overview
+        std::string strSection;
+        int64_t iFirst = 0;
+        int64_t iLast = 0;
+        std::vector<BAR> vecBars;
+        size_t uBytes = 0;
+    };
+
+    void Write(const std::string &I_strText);
+    void WriteOverview();
+
+    base::COutput sOutput;
+    std::deque<ENTRY> deqEntries;
+    size_t uBytes = 0;
+    uint64_t uLeftOut = 0;
+};
+} // namespace trace
+
+#endif

@@ -1,0 +1,187 @@
+#include "trace/parts.h"
+
+#include <array>
+#include <cstdio>
+
+#include "base/json.h"
+#include "explain/explain.h"
+
+namespace trace
+{
+namespace
+{
+constexpr size_t DAY_LENGTH = 10;
+constexpr const char *MIXED = "; who wrote which line and how long a step took is unknown: give "
+                              "each process a log of its own (XBSA_LOGFILE)";
+
+bool SameDay(const SESSION &I_sSession)
+{
+    return I_sSession.sFirst.strStamp.compare(0, DAY_LENGTH, I_sSession.sLast.strStamp, 0,
+                                              DAY_LENGTH) == 0;
+}
+
+explain::MODE Mode(const SESSION &I_sSession)
+{
+    return I_sSession.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN;
+}
+
+void AddFact(std::vector<std::string> &X_vecFacts, const char *cpName, const std::string &I_strText)
+{
+    if (!I_strText.empty()) X_vecFacts.push_back(cpName + I_strText);
+}
+
+std::string DataText(const STEP &I_sStep, bool I_bDay)
+{
+    std::string strText = Count(I_sStep.uBytes, "byte") + " " + I_sStep.strText + " in " +
+                          Count(I_sStep.uBlocks, "block");
+    const std::string strRate = Rate(I_sStep.uBytes, I_sStep.iEnd - I_sStep.iStart);
+    if (!strRate.empty()) strText += ", " + strRate;
+    if (I_sStep.iPause > 1)
+        strText += ", longest pause " + Duration(I_sStep.iPause) + " from " +
+                   Clock(I_sStep.iPauseStart, I_bDay);
+    return strText;
+}
+
+std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
+{
+    const std::string strText = StepText(I_sShown, I_sStep);
+    if (I_sStep.eKind == KIND::OBJECT) return "  " + strText + "\n";
+    std::array<char, 64> szStart{};
+    snprintf(szStart.data(), szStart.size(), "    %s  %-8s %-9s  ",
+             StepClock(I_sShown, I_sStep).c_str(), KindName(I_sStep.eKind),
+             StepDuration(I_sStep).c_str());
+    return szStart.data() + strText + (I_sStep.bFailed ? "  <-- failed" : "") + "\n";
+}
+
+base::JSON StepJson(const STEP &I_sStep)
+{
+    const bool bObject = I_sStep.eKind == KIND::OBJECT;
+    base::JSON sJson = {{"kind", bObject ? "object" : KindName(I_sStep.eKind)},
+                        {"time", Stamp(I_sStep.iStart)},
+                        {"text", I_sStep.strText},
+                        {"result", I_sStep.strResult},
+                        {"failed", I_sStep.bFailed}};
+    if (!I_sStep.HasDuration()) return sJson;
+    sJson["seconds"] = nullptr;
+    if (I_sStep.bEnded) sJson["seconds"] = I_sStep.iEnd - I_sStep.iStart;
+    if (I_sStep.eKind != KIND::DATA) return sJson;
+    sJson["bytes"] = I_sStep.uBytes;
+    sJson["blocks"] = I_sStep.uBlocks;
+    sJson["longest_pause"] = I_sStep.iPause;
+    return sJson;
+}
+
+base::JSON ErrorJson(const SESSION &I_sSession)
+{
+    const LOGGED_ERROR &sError = I_sSession.sError;
+    if (sError.sPlace.uLine == 0) return nullptr;
+    return {{"line", sError.sPlace.uLine},
+            {"time", sError.sPlace.strStamp},
+            {"text", sError.strText},
+            {"meaning", explain::Meaning(sError.strText, Mode(I_sSession))},
+            {"hint", explain::Hint(sError.strText, Mode(I_sSession))}};
+}
+} // namespace
+
+SHOWN Show(const SESSION &I_sSession, const std::vector<STEP> &I_vecMessages)
+{
+    SHOWN sShown{I_sSession, {}};
+    auto spMessage = I_vecMessages.begin();
+    for (const STEP &sStep : I_sSession.Steps())
+    {
+        for (; spMessage != I_vecMessages.end() && spMessage->iStart < sStep.iStart; ++spMessage)
+            sShown.vecSteps.push_back(*spMessage);
+        sShown.vecSteps.push_back(sStep);
+    }
+    sShown.vecSteps.insert(sShown.vecSteps.end(), spMessage, I_vecMessages.end());
+    return sShown;
+}
+
+const char *KindName(KIND I_eKind)
+{
+    constexpr std::array<const char *, 7> NAMES = {"",      "control", "utility", "data",
+                                                   "reply", "call",    "database"};
+    return NAMES[static_cast<size_t>(I_eKind)];
+}
+
+std::string StepClock(const SHOWN &I_sShown, const STEP &I_sStep)
+{
+    return Clock(I_sStep.iStart, !SameDay(I_sShown.sSession));
+}
+
+std::string StepText(const SHOWN &I_sShown, const STEP &I_sStep)
+{
+    std::string strText = I_sStep.eKind == KIND::DATA
+                              ? DataText(I_sStep, !SameDay(I_sShown.sSession))
+                              : I_sStep.strText;
+    if (I_sStep.strResult.empty()) return strText;
+    return strText + (I_sStep.eKind == KIND::OBJECT ? ", " : ": ") + I_sStep.strResult;
+}
+
+std::string StepDuration(const STEP &I_sStep)
+{
+    if (!I_sStep.HasDuration()) return "";
+    return I_sStep.bEnded ? Duration(I_sStep.iEnd - I_sStep.iStart) : "not ended";
+}
+
+std::vector<std::string> Facts(const SESSION &I_sSession)
+{
+    const PLACE &sFirst = I_sSession.sFirst;
+    const PLACE &sLast = I_sSession.sLast;
+    const LOGGED_ERROR &sError = I_sSession.sError;
+    const std::string strTime =
+        I_sSession.IsMixed() ? "" : " (" + Duration(sLast.iTime - sFirst.iTime) + ")";
+    std::vector<std::string> vecFacts = {
+        sFirst.strStamp + " to " + sLast.strStamp.substr(SameDay(I_sSession) ? DAY_LENGTH + 1 : 0) +
+        strTime + ", lines " + std::to_string(sFirst.uLine) + " to " + std::to_string(sLast.uLine)};
+    if (I_sSession.IsMixed())
+        vecFacts.push_back(
+            "lines of several processes are mixed here: " + I_sSession.sMixture.strSign + MIXED);
+    else if (I_sSession.eOrigin != ORIGIN::REPLIES)
+        vecFacts.push_back(Count(I_sSession.sSteps.Objects(), "task") + ", " +
+                           Count(I_sSession.uBytes, "byte"));
+    AddFact(vecFacts, "", I_sSession.Note());
+    if (sError.sPlace.uLine == 0) return vecFacts;
+    vecFacts.push_back("first error, line " + std::to_string(sError.sPlace.uLine) + " at " +
+                       sError.sPlace.strStamp.substr(DAY_LENGTH + 1) + ": " + sError.strText);
+    AddFact(vecFacts, "meaning: ", explain::Meaning(sError.strText, Mode(I_sSession)));
+    AddFact(vecFacts, "hint: ", explain::Hint(sError.strText, Mode(I_sSession)));
+    return vecFacts;
+}
+
+std::string SessionText(const SHOWN &I_sShown)
+{
+    const SESSION &sSession = I_sShown.sSession;
+    std::string strText = "session " + std::to_string(sSession.uNumber) + ": " +
+                          sSession.OutcomeText() + ", " + sSession.Title() + "\n";
+    for (const std::string &strFact : Facts(sSession)) strText += "  " + strFact + "\n";
+    for (const STEP &sStep : I_sShown.vecSteps) strText += Row(I_sShown, sStep);
+    return strText + "\n";
+}
+
+std::string SessionJson(const SHOWN &I_sShown)
+{
+    const SESSION &sSession = I_sShown.sSession;
+    const bool bMixed = sSession.IsMixed(); // whose these are is unknown
+    const std::string strOutcome = sSession.OutcomeText();
+    base::JSON sJson = {{"number", sSession.uNumber},
+                        {"outcome", strOutcome.substr(0, strOutcome.find(','))},
+                        {"handles", sSession.setHandles},
+                        {"informix", sSession.bInformix},
+                        {"owner", bMixed ? "" : sSession.strOwner},
+                        {"user", bMixed ? "" : sSession.strUser},
+                        {"server", bMixed ? "" : sSession.strHost},
+                        {"begin", sSession.sFirst.strStamp},
+                        {"end", sSession.sLast.strStamp},
+                        {"first_line", sSession.sFirst.uLine},
+                        {"last_line", sSession.sLast.uLine},
+                        {"objects", sSession.sSteps.Objects()},
+                        {"bytes", bMixed ? 0 : sSession.uBytes},
+                        {"mixed", sSession.sMixture.strSign},
+                        {"note", sSession.Note()},
+                        {"error", ErrorJson(sSession)},
+                        {"steps", base::JSON::array()}};
+    for (const STEP &sStep : I_sShown.vecSteps) sJson["steps"].push_back(StepJson(sStep));
+    return base::Dump(sJson);
+}
+} // namespace trace

@@ -1,0 +1,459 @@
+#include "trace/parts.h"
+
+#include <algorithm>
+
+namespace trace
+{
+struct FUNCTION
+{
+    std::string_view svName;
+    unsigned uWithin; // the calls in which its lines can come
+    unsigned uCall;   // the call that its line "Start" begins; 0 for none
+};
+
+namespace
+{
+constexpr uint64_t NO_MATCH = 17; // codes that are answers, not failures
+constexpr uint64_t NO_MORE_DATA = 18;
+
+// One line on its way into a session.
+struct TAKE
+{
+    SESSION &sSession;
+    PROGRESS &sProgress;
+    const LOG_LINE &sLine;
+    std::string_view svRest; // what follows the words that the line was known by
+
+    std::string Rest() const
+    {
+        return Clean(svRest);
+    }
+    bool RestIs(std::string_view I_svStart) const
+    {
+        return StartsWith(svRest, I_svStart);
+    }
+    bool IsRefusal() const
+    {
+        return RestIs("4") || RestIs("5");
+    }
+    bool InData() const
+    {
+        return sProgress.sPending && sProgress.sPending->eKind == KIND::DATA;
+    }
+
+    // A step begins; one that goes on still is kept as not ended.
+    void Begin(KIND I_eKind, const std::string &I_strText) const
+    {
+        if (sProgress.sPending) sSession.AddStep(*sProgress.sPending);
+        sProgress.sPending = STEP(I_eKind, sLine.iTime, I_strText);
+    }
+
+    void End(const std::string &I_strResult, bool I_bFailed = false) const
+    {
+        if (!sProgress.sPending) return;
+        STEP sStep = *std::exchange(sProgress.sPending, std::nullopt);
+        sStep.iEnd = sLine.iTime;
+        sStep.bEnded = true;
+        sStep.bFailed = I_bFailed;
+        sStep.strResult = I_strResult;
+        sSession.AddStep(sStep);
+    }
+
+    void Fail(const std::string &I_strText) const
+    {
+        STEP sStep(KIND::CALL, sLine.iTime, I_strText);
+        sStep.bFailed = true;
+        sSession.AddStep(sStep);
+        sSession.bFailed = true;
+    }
+
+    void GiveUpData() const // if it goes on
+    {
+        if (!InData()) return;
+        End("");
+        Fail("the object was given up: no BSAEndData");
+    }
+
+    // A call has returned the code.
+    void Return() const
+    {
+        sProgress.uCall = IN_NONE;
+        std::string_view svCode = svRest;
+        const uint64_t uCode = TakeNumber(svCode);
+        if (uCode == 0 || uCode == NO_MATCH || uCode == NO_MORE_DATA) return;
+        NoteError(true);
+        Fail(Clean(sLine.svText));
+    }
+
+    // Weak: a later error may say more.
+    void NoteError(bool I_bWeak) const
+    {
+        LOGGED_ERROR &sError = sSession.sError;
+        if (sError.sPlace.uLine == 0 || (sError.bWeak && !I_bWeak))
+            sError = {Place(sLine), Clean(sLine.svText), I_bWeak};
+    }
+
+    void SetSign() const // the line cannot come here
+    {
+        const size_t uEnd = sLine.svText.find_first_of(":( ");
+        sProgress.strSign = "line " + std::to_string(sLine.uNumber) + ", of " +
+                            std::string(sLine.svText.substr(0, uEnd)) + ", cannot come here";
+    }
+};
+
+void EndCall(const TAKE &I_sTake)
+{
+    I_sTake.GiveUpData();
+    I_sTake.sProgress.uCall = IN_NONE;
+}
+
+// The code comes one line before the end of these calls.
+void TakeEarlyReturn(const TAKE &I_sTake)
+{
+    const unsigned uCall = I_sTake.sProgress.uCall;
+    I_sTake.Return();
+    I_sTake.sProgress.uCall = uCall;
+    I_sTake.sProgress.bRejected = uCall == IN_INIT && I_sTake.RestIs("5 ");
+}
+
+void TakeUser(const TAKE &I_sTake)
+{
+    I_sTake.sSession.strUser = I_sTake.Rest();
+}
+
+void TakeName(const TAKE &I_sTake)
+{
+    if (I_sTake.sProgress.strName) I_sTake.SetSign();
+    I_sTake.sProgress.strName = I_sTake.Rest();
+}
+
+// A process writes name and path one after the other: only then they are one object's.
+void TakePath(const TAKE &I_sTake, const char *cpWhat)
+{
+    std::optional<std::string> &strName = I_sTake.sProgress.strName;
+    if (!strName && (I_sTake.sProgress.uCall & IN_UNKNOWN) == 0) I_sTake.SetSign();
+    const bool bPair = strName && !I_sTake.sSession.IsMixed();
+    const std::string strObject = (bPair ? *strName : "an object") + " in " + I_sTake.Rest();
+    I_sTake.sSession.AddStep({KIND::OBJECT, I_sTake.sLine.iTime, cpWhat + strObject});
+    strName.reset();
+}
+
+void TakeConnect(const TAKE &I_sTake)
+{
+    I_sTake.sSession.strHost = I_sTake.Rest();
+    I_sTake.Begin(KIND::CONTROL, "connect to " + I_sTake.sSession.strHost);
+}
+
+void TakeBroken(const TAKE &I_sTake)
+{
+    I_sTake.NoteError(true);
+    I_sTake.End("failed", true);
+}
+
+void TakeSent(const TAKE &I_sTake)
+{
+    I_sTake.Begin(KIND::CONTROL, I_sTake.Rest());
+    if (I_sTake.RestIs("USER ")) I_sTake.sSession.strUser = Clean(I_sTake.svRest.substr(5));
+}
+
+// A reply of several lines ends with the one that has no "-" after its code.
+void TakeReply(const TAKE &I_sTake)
+{
+    if (I_sTake.svRest.size() > 3 && I_sTake.svRest[3] == '-') return;
+    I_sTake.End(I_sTake.Rest(), I_sTake.IsRefusal());
+}
+
+void TakeTransferReply(const TAKE &I_sTake)
+{
+    TakeReply(I_sTake);
+    if (I_sTake.RestIs("1")) I_sTake.Begin(KIND::CONTROL, "the server's data connection");
+}
+
+// At level 1 each reply stands alone.
+void TakeLoginReply(const TAKE &I_sTake)
+{
+    if (I_sTake.IsRefusal()) I_sTake.NoteError(true);
+    if (I_sTake.sSession.eOrigin == ORIGIN::REPLIES)
+        I_sTake.sSession.AddStep({KIND::REPLY, I_sTake.sLine.iTime, I_sTake.Rest()});
+}
+
+void TakeOpened(const TAKE &I_sTake, const char *cpVerb)
+{
+    const bool bOpen = I_sTake.RestIs("0");
+    I_sTake.sProgress.bTransfer = bOpen;
+    I_sTake.End(bOpen ? "open" : "failed", !bOpen);
+    I_sTake.Return();
+    if (bOpen) I_sTake.Begin(KIND::DATA, cpVerb);
+}
+
+// "65535, total: 131070": the process counts, and another process's line breaks the sum.
+void TakeBlock(const TAKE &I_sTake, const char *cpVerb)
+{
+    constexpr std::string_view TOTAL = ", total: ";
+    PROGRESS &sProgress = I_sTake.sProgress;
+    std::string_view svRest = I_sTake.svRest;
+    const uint64_t uBytes = TakeNumber(svRest);
+    if (!StartsWith(svRest, TOTAL)) return;
+    svRest.remove_prefix(TOTAL.size());
+    const uint64_t uTotal = TakeNumber(svRest);
+    if (sProgress.uTotal && uTotal != *sProgress.uTotal + uBytes)
+        sProgress.strSign = "the total of line " + std::to_string(I_sTake.sLine.uNumber) +
+                            " does not follow from the one before";
+    sProgress.uTotal = uTotal;
+    I_sTake.sSession.uBytes += uBytes;
+    if (!I_sTake.InData() && (sProgress.uCall & IN_UNKNOWN) == 0) return;
+    if (!I_sTake.InData()) I_sTake.Begin(KIND::DATA, cpVerb); // the log began in the middle
+    sProgress.bTransfer = true;
+    sProgress.sPending->AddBlock(uBytes, I_sTake.sLine.iTime);
+}
+
+void TakeDataEnd(const TAKE &I_sTake)
+{
+    if (I_sTake.InData()) I_sTake.End("");
+    I_sTake.Begin(KIND::CONTROL, I_sTake.sProgress.bTransfer ? "end of data" : "QUIT");
+}
+
+// The reply to the data comes first, that to QUIT second.
+void TakeClosingReply(const TAKE &I_sTake)
+{
+    const bool bData = std::exchange(I_sTake.sProgress.bTransfer, false);
+    const std::string strReply = I_sTake.Rest();
+    I_sTake.End(strReply.empty() ? "no reply" : strReply,
+                bData ? !I_sTake.RestIs("226") : I_sTake.IsRefusal());
+    if (bData) I_sTake.Begin(KIND::CONTROL, "QUIT");
+}
+
+void TakeDataReturn(const TAKE &I_sTake)
+{
+    I_sTake.Return();
+    if (I_sTake.sProgress.uTotal) I_sTake.sProgress.uTotal = 0;
+    I_sTake.sProgress.bTransfer = false;
+}
+
+// What the client asks for is a restore's copy; that of a backup is the server's to name. A job
+// that ends well says for certain which copy it made, whoever else writes to the log.
+void TakeCommand(const TAKE &I_sTake)
+{
+    const COMMAND sCommand = ParseCommand(I_sTake.svRest);
+    STEP sObject(KIND::OBJECT, I_sTake.sLine.iTime, sCommand.Object());
+    if (sCommand.bBackup) sObject.strJob = sCommand.strJob;
+    else if (sCommand.strVerb == "openjob") sObject.strResult = sCommand.strCopy;
+    if (!sObject.strText.empty()) I_sTake.sSession.AddStep(sObject);
+    if (sCommand.strVerb == "closejob" && !sCommand.strCopy.empty() && sCommand.bGood)
+        I_sTake.sSession.sSteps.NameCopy(sCommand.strJob, sCommand.strCopy);
+    I_sTake.sSession.bInformix = true;
+    I_sTake.Begin(KIND::UTILITY, sCommand.strVerb);
+}
+
+void TakeAnswer(const TAKE &I_sTake)
+{
+    constexpr std::string_view SAVESET = "savesetname=";
+    if (I_sTake.RestIs("reply=ERROR")) I_sTake.NoteError(true);
+    STEP *spStep = I_sTake.sSession.sSteps.Last();
+    const bool bOwn = !I_sTake.sSession.IsMixed() && spStep != nullptr && !spStep->strJob.empty();
+    if (bOwn && I_sTake.RestIs(SAVESET))
+        spStep->strResult = CopyName(I_sTake.svRest.substr(SAVESET.size()));
+}
+
+void TakeParsed(const TAKE &I_sTake)
+{
+    const bool bFailed = !I_sTake.RestIs("0");
+    if (bFailed) I_sTake.NoteError(true);
+    I_sTake.End(bFailed ? "refused" : "answered", bFailed);
+}
+
+void TakeUnanswered(const TAKE &I_sTake)
+{
+    I_sTake.NoteError(false);
+    I_sTake.End("no answer", true);
+}
+
+void TakeFound(const TAKE &I_sTake, const std::string &I_strFound)
+{
+    I_sTake.sSession.AddStep({KIND::CALL, I_sTake.sLine.iTime, "found " + I_strFound});
+}
+
+void TakeTerminated(const TAKE &I_sTake)
+{
+    EndCall(I_sTake);
+    I_sTake.sSession.eState = STATE::TERMINATED;
+}
+
+void TakeTerminateError(const TAKE &I_sTake)
+{
+    I_sTake.sProgress.uCall = IN_NONE;
+    I_sTake.sSession.bFailed = true;
+    I_sTake.NoteError(true);
+}
+
+constexpr unsigned OPENING = IN_CREATE | IN_GET;
+constexpr unsigned TALKING = OPENING | IN_END_DATA;
+constexpr unsigned RUNNING = TALKING | IN_QUERY;
+
+// Those with most lines first.
+constexpr FUNCTION FUNCTIONS[] = {
+    {"BSASendData", IN_NONE, 0},
+    {"BSAGetData", IN_NONE, 0},
+    {"stpc_recv", TALKING, 0},
+    {"com_intf", RUNNING, 0},
+    {"parse_com_answer", RUNNING, 0},
+    {"xbsa_open", OPENING, 0},
+    {"LOGIN", TALKING, 0},
+    {"stpc_port", OPENING, 0},
+    {"stpc_stor", IN_CREATE, 0},
+    {"stpc_retr", IN_GET, 0},
+    {"stpc_send", TALKING, 0},
+    {"xbsa_connect", OPENING, 0},
+    {"BSACreateObject", IN_CREATE, IN_CREATE},
+    {"BSAGetObject", IN_GET, IN_GET},
+    {"BSAEndData", IN_END_DATA, IN_END_DATA},
+    {"BSABeginTxn", IN_BEGIN, IN_BEGIN},
+    {"BSAEndTxn", IN_END_TXN, IN_END_TXN},
+    {"find_com_intf", RUNNING, 0},
+    {"BSAQueryObject", IN_QUERY, IN_QUERY},
+    {"BSAGetNextQueryObject", IN_NEXT, IN_NEXT},
+    {"BSAInit", IN_INIT, IN_INIT},
+    {"BSATerminate", IN_TERMINATE, IN_TERMINATE},
+    {"sms_parseinfo", IN_CREATE, 0},
+    {"make_KORVA_authentication", OPENING, 0},
+};
+
+struct RULE
+{
+    std::string_view svFunction;
+    std::string_view svStart; // of what follows its name
+    void (*fpTake)(const TAKE &I_sTake);
+};
+
+constexpr RULE RULES[] = {
+    {"BSASendData", "Data written: ", [](const TAKE &sTake) { TakeBlock(sTake, "sent"); }},
+    {"BSAGetData", "Data read: ", [](const TAKE &sTake) { TakeBlock(sTake, "received"); }},
+    {"com_intf", "COM COMMAND: [", TakeCommand},
+    {"com_intf", "parse_com_answer return: [", TakeParsed},
+    {"com_intf", "COM answer not received.", TakeUnanswered},
+    {"com_intf", "COM Interface command could not be executed.", TakeUnanswered},
+    {"parse_com_answer", "Parsing line: [", TakeAnswer},
+    {"parse_com_answer", "ERROR MESSAGE: [", [](const TAKE &sTake) { sTake.NoteError(false); }},
+    {"LOGIN", " REPLY: ", TakeLoginReply},
+    {"xbsa_connect", "Host name: ", TakeConnect},
+    {"xbsa_connect", "connect() - connected", [](const TAKE &sTake) { sTake.End("connected"); }},
+    {"xbsa_open", "Exiting, xbsa_connect() failed", TakeBroken},
+    {"xbsa_open", "Calling stpc_recv()",
+     [](const TAKE &sTake) { sTake.Begin(KIND::CONTROL, "greeting"); }},
+    {"xbsa_open", "Welcome: ", TakeReply},
+    {"xbsa_open", "Send command: ", TakeSent},
+    {"xbsa_open", "Received message: ", TakeReply},
+    {"xbsa_open", "Failed to recieve", TakeBroken},
+    {"xbsa_open", "stpc_recv() failed", TakeBroken},
+    {"xbsa_open", "Reply String empty", TakeBroken},
+    {"xbsa_open", "send() function failed", TakeBroken},
+    {"stpc_port", "Send message: ", TakeSent},
+    {"stpc_port", "Received message: ", TakeReply},
+    {"stpc_stor", "Send message: ", TakeSent},
+    {"stpc_stor", "Received message: ", TakeTransferReply},
+    {"stpc_retr", "Send message: ", TakeSent},
+    {"stpc_retr", "Received message: ", TakeTransferReply},
+    {"BSAInit", "Input: BSA_ObjectOwner.bsa_ObjectOwner = ",
+     [](const TAKE &sTake) { sTake.sSession.strOwner = sTake.Rest(); }},
+    {"BSAInit", "Informix session.", [](const TAKE &sTake) { sTake.sSession.bInformix = true; }},
+    {"BSAInit", "Return: ", TakeEarlyReturn},
+    {"BSAInit", "End", EndCall},
+    {"BSABeginTxn", "Return: ", TakeEarlyReturn},
+    {"BSABeginTxn", "End", EndCall},
+    {"BSAEndTxn", "End", EndCall},
+    {"BSACreateObject", "User: ", TakeUser},
+    {"BSACreateObject", "Object name: ", TakeName},
+    {"BSACreateObject", "Object path: ", [](const TAKE &sTake) { TakePath(sTake, "backup of "); }},
+    {"BSACreateObject", "Return: ", [](const TAKE &sTake) { TakeOpened(sTake, "sent"); }},
+    {"BSAGetObject", "User: ", TakeUser},
+    {"BSAGetObject", "Object name: ", TakeName},
+    {"BSAGetObject", "Object path: ", [](const TAKE &sTake) { TakePath(sTake, "restore of "); }},
+    {"BSAGetObject", "End, return: ", [](const TAKE &sTake) { TakeOpened(sTake, "received"); }},
+    {"BSAQueryObject",
+     "COPYID: ", [](const TAKE &sTake) { TakeFound(sTake, CopyName(sTake.svRest)); }},
+    {"BSAQueryObject", "No match.", [](const TAKE &sTake) { TakeFound(sTake, "no match"); }},
+    {"BSAQueryObject", "End", EndCall},
+    {"BSAGetNextQueryObject", "End, return: ", [](const TAKE &sTake) { sTake.Return(); }},
+    {"BSAEndData", "Start", TakeDataEnd},
+    {"BSAEndData", "Received message: ", TakeClosingReply},
+    {"BSAEndData", "Return CODE: ", TakeDataReturn},
+    {"BSATerminate", "Closing trace", TakeTerminated},
+    {"BSATerminate", "Invalid Handle", TakeTerminateError},
+};
+
+// A line that no rule knows is an error when it holds one of these: the library's error texts are
+// composed of a function's name, the system's words and its own.
+constexpr std::string_view ERROR_WORDS[] = {
+    "ailed",    "Fail to",    "xiting",    "NEGATIVE",   "refused",  " too long",
+    " to long", "Unable",     "could not", "received.",  "Invalid",  "NULL",
+    "is empty", "Unexpected", "to small",  "No account", "too small"};
+
+// No error text begins like these, but lines that quote a caller's text, and many others.
+constexpr std::string_view PLAIN_STARTS[] = {
+    "Start",       "End",         "Calling ",           "sigprocmask()", "Pipe handle",
+    "Dumping COM", "Parsing COM", "COM interface step", "<<<<<",         ">>>>>",
+    "Input: ",     "BSA_",        "Password: ",         "Saveset ",      "OPEN_JOB",
+    "COM utility", "Searching ",  "INI line found",     "Invalid sKorva"};
+
+// A value that was cut is reported, and the session goes on: what fails afterwards says more.
+constexpr std::string_view WEAK_WORDS[] = {"cut", "xiting", "Unexpected"};
+
+constexpr std::string_view HANDLES[] = {
+    "BSA Handle (process ID) = ", "Start, Input: bsaHandle = ", "Start - bsaHandle = "};
+
+template <size_t COUNT>
+bool HoldsOne(std::string_view I_svText, const std::string_view (&I_svWords)[COUNT])
+{
+    return std::any_of(std::begin(I_svWords), std::end(I_svWords), [&](std::string_view svWord) {
+        return I_svText.find(svWord) != std::string_view::npos;
+    });
+}
+
+// A call begins only after the one before has ended; what belongs to a call comes within it.
+void CheckOrder(const TAKE &I_sTake, const FUNCTION &I_sFunction)
+{
+    const bool bStart = I_sFunction.uCall != 0 && I_sTake.RestIs("Start");
+    const unsigned uWithin = bStart ? static_cast<unsigned>(IN_NONE) : I_sFunction.uWithin;
+    if ((I_sTake.sProgress.uCall & (uWithin | IN_UNKNOWN)) == 0) I_sTake.SetSign();
+    if (bStart) I_sTake.sProgress.uCall = I_sFunction.uCall;
+}
+
+long HandleOf(const TAKE &I_sTake)
+{
+    for (const std::string_view svStart : HANDLES)
+    {
+        if (!I_sTake.RestIs(svStart)) continue;
+        std::string_view svNumber = I_sTake.svRest.substr(svStart.size());
+        return static_cast<long>(TakeNumber(svNumber));
+    }
+    return 0;
+}
+} // namespace
+
+const FUNCTION *Writer(const LOG_LINE &I_sLine)
+{
+    const std::string_view svName = I_sLine.svText.substr(0, I_sLine.svText.find_first_of(":( "));
+    for (const FUNCTION &sFunction : FUNCTIONS)
+        if (sFunction.svName == svName) return &sFunction;
+    return nullptr;
+}
+
+void Take(SESSION &X_sSession, const LOG_LINE &I_sLine, const FUNCTION &I_sWriter)
+{
+    TAKE sTake{X_sSession, X_sSession.sProgress, I_sLine,
+               I_sLine.svText.substr(I_sWriter.svName.size())};
+    for (const std::string_view svSkipped : {"()", ": "})
+        if (sTake.RestIs(svSkipped)) sTake.svRest.remove_prefix(svSkipped.size());
+    CheckOrder(sTake, I_sWriter);
+    sTake.sProgress.lHandle = I_sWriter.uCall != 0 ? HandleOf(sTake) : 0;
+    for (const RULE &sRule : RULES)
+    {
+        if (sRule.svFunction != I_sWriter.svName || !sTake.RestIs(sRule.svStart)) continue;
+        sTake.svRest.remove_prefix(sRule.svStart.size());
+        return sRule.fpTake(sTake);
+    }
+    for (const std::string_view svStart : PLAIN_STARTS)
+        if (sTake.RestIs(svStart)) return;
+    if (HoldsOne(sTake.svRest, ERROR_WORDS)) sTake.NoteError(HoldsOne(sTake.svRest, WEAK_WORDS));
+}
+} // namespace trace
