@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <limits>
+#include <sstream>
+#include <variant>
 
 namespace
 {
@@ -57,276 +59,239 @@ Examples:
   xbsactl --informix query --space rootdbs --json
   xbsactl --informix restore --space rootdbs level0 root.img --copy-id 1164326400)";
 
-// An empty text would pass for an option that is not there.
-CLI::Validator NotEmpty()
+using CHECK = decltype(COMMAND_LINE::fpCheck);
+using RUN = decltype(COMMAND_LINE::fpRun);
+using TRANSFER = void (*)(const base::CONNECTION &, const transfer::OPTIONS &);
+using PREPARE = void (*)(const base::CONNECTION &, transfer::OPTIONS &);
+
+struct COMMAND
 {
-    return {[](const std::string &I_strText) -> std::string {
-                return I_strText.empty() ? "the text is empty" : "";
-            },
-            ""};
+    const char *cpName;
+    const char *cpHelp;
+    CHECK fpCheck;
+    RUN fpRun;
+};
+
+// A command that moves objects or lists them. I_fpPrepare checks what belongs to it alone.
+COMMAND Transfer(const char *cpName, const char *cpHelp, TRANSFER I_fpRun, PREPARE I_fpPrepare)
+{
+    const CHECK fpCheck = [I_fpPrepare](COMMAND_LINE &sLine) {
+        if (I_fpPrepare != nullptr) I_fpPrepare(sLine.sConnection, sLine.sTransfer);
+        if (sLine.sTransfer.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
+        if (!sLine.sTransfer.bAll) library::CheckObject(sLine.sConnection, sLine.sTransfer.sObject);
+        if (sLine.sConnection.bInformix) base::CheckVariables();
+        else base::CheckPlain(sLine.sConnection);
+    };
+    const RUN fpRun = [I_fpRun](const COMMAND_LINE &sLine) {
+        I_fpRun(sLine.sConnection, sLine.sTransfer);
+        return base::EXIT_DONE;
+    };
+    return {cpName, cpHelp, fpCheck, fpRun};
 }
 
-// What it takes is shown as one word; the parser's own names of types are hidden.
-template <typename VALUE>
-CLI::Option *Add(CLI::App &X_sApp, const std::string &I_strName, VALUE &X_sValue,
-                 const char *cpType, const std::string &I_strHelp)
+void CheckCheck(COMMAND_LINE &X_sLine)
 {
-    return X_sApp.add_option(I_strName, X_sValue, I_strHelp)->type_name(cpType);
+    if (!X_sLine.sTransfer.sObject.strSpace.empty())
+        throw base::USAGE_ERROR("--space is not for check");
+    if (!X_sLine.sConnection.bInformix) base::CheckPreflight(X_sLine.sConnection);
 }
 
-void AddServerOptions(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
+std::vector<COMMAND> Commands()
+{
+    return {Transfer("store", "Store FILE or standard input as NAME", transfer::Store, nullptr),
+            Transfer("restore", "Restore NAME into FILE or standard output", transfer::Restore,
+                     transfer::CheckRestore),
+            Transfer("query", "List the newest stored copy of NAME (with --informix)",
+                     transfer::Query, transfer::CheckQuery),
+            Transfer("verify", "Read NAME back and compare it with the manifest; write nothing",
+                     transfer::Verify, transfer::CheckVerify),
+            {"check", "Test the whole path to the server, step by step", CheckCheck,
+             [](const COMMAND_LINE &sLine) { return check::Run(sLine.sConnection, sLine.sCheck); }},
+            {"trace", "Summarise the sessions in a trace log, and their errors",
+             [](COMMAND_LINE &sLine) {
+                 if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
+             },
+             [](const COMMAND_LINE &sLine) {
+                 trace::Run(sLine.sTrace);
+                 return base::EXIT_DONE;
+             }},
+            {"explain", "Explain a return code or a message; all without TEXT",
+             [](COMMAND_LINE &) {},
+             [](const COMMAND_LINE &sLine) {
+                 explain::Run(sLine.sExplain);
+                 return base::EXIT_DONE;
+             }},
+            {"setup", "Hook the library into a database server, or unhook it",
+             [](COMMAND_LINE &sLine) { sLine.sSetup.strLibrary = sLine.sConnection.strLibrary; },
+             [](const COMMAND_LINE &sLine) { return setup::Run(sLine.sSetup); }}};
+}
+
+struct OPTION
+{
+    const char *cpCommands; // that have it; "" for all
+    const char *cpName;
+    const char *cpType; // what it takes; "" for a flag or a positional argument
+    std::variant<bool *, std::string *, unsigned *, long *, std::vector<std::string> *> sValue;
+    const char *cpHelp;
+    const char *cpVariable = ""; // that stands for it
+};
+
+std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
 {
     base::CONNECTION &sConnection = X_sLine.sConnection;
-    library::OBJECT &sObject = X_sLine.sTransfer.sObject;
-    CLI::Option *spInformix =
-        X_sApp.add_flag("--informix", sConnection.bInformix,
-                        "Open an Informix session: a KORVA server, over its COM utility");
-    const struct
-    {
-        const char *cpName, *cpType, *cpVariable;
-        std::string &strValue;
-        const char *cpHelp;
-    } PLAIN[] = {{"--host", "HOST[:PORT]", "XBSACTL_HOST", sConnection.strHost,
-                  "Name the server (default port: 21)"},
-                 {"--user", "U", "XBSACTL_USER", sConnection.strUser, "Log in as U"},
-                 {"--password-file", "FILE", "XBSACTL_PASSWORD_FILE", sConnection.strPasswordFile,
-                  "Take the password from the first line of FILE"},
-                 {"--path", "DIR", "XBSACTL_PATH", sConnection.strPath,
-                  "Use this folder on the server (default: where the login leads)"}};
-    const bool bVariables = !sConnection.bInformix; // those of plain mode may be set for other runs
-    for (const auto &sOption : PLAIN)
-        Add(X_sApp, sOption.cpName, sOption.strValue, sOption.cpType, sOption.cpHelp)
-            ->envname(bVariables ? sOption.cpVariable : "")
-            ->excludes(spInformix);
-    Add(X_sApp, "--space", sObject.strSpace, "SPACE", "Informix: name the object's space")
-        ->needs(spInformix);
-    Add(X_sApp, "--copy-id", sObject.uCopyId, "N",
-        "Informix: restore or verify this copy (default: the newest; verify: the manifest's)")
-        ->check(CLI::Range(1U, std::numeric_limits<unsigned>::max()).description(""))
-        ->needs(spInformix);
+    transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
+    check::OPTIONS &sCheck = X_sLine.sCheck;
+    trace::OPTIONS &sTrace = X_sLine.sTrace;
+    setup::OPTIONS &sSetup = X_sLine.sSetup;
+    const char *cpOnconfig =
+        "Name its configuration file in DIR/etc (default: ONCONFIG, else \"onconfig\")";
+    const char *cpJson = "Print JSON instead of text";
+    return {
+        {"", "--informix", "", &sConnection.bInformix,
+         "Open an Informix session: a KORVA server, over its COM utility"},
+        {"", "--host", "HOST[:PORT]", &sConnection.strHost, "Name the server (default port: 21)",
+         "XBSACTL_HOST"},
+        {"", "--user", "U", &sConnection.strUser, "Log in as U", "XBSACTL_USER"},
+        {"", "--password-file", "FILE", &sConnection.strPasswordFile,
+         "Take the password from the first line of FILE", "XBSACTL_PASSWORD_FILE"},
+        {"", "--path", "DIR", &sConnection.strPath,
+         "Use this folder on the server (default: where the login leads)", "XBSACTL_PATH"},
+        {"", "--space", "SPACE", &sTransfer.sObject.strSpace, "Informix: name the object's space"},
+        {"", "--copy-id", "N", &sTransfer.sObject.uCopyId,
+         "Informix: restore or verify this copy (default: the newest; verify: the manifest's)"},
+        {"", "--library", "PATH", &sConnection.strLibrary, "Drive this library, see below",
+         "XBSACTL_LIBRARY"},
+        {"", "--timeout", "S", &sConnection.uTimeout,
+         "Wait at most S seconds for the server's data connection; 0 is no limit (default: 300)",
+         "XBSACTL_TIMEOUT"},
+        {"", "--trace", "LEVEL[:FILE]", &X_sLine.strTrace,
+         "Write the library's trace: 2 steps, 3 every call; without FILE to standard error "
+         "(default: XBSA_TRACE and XBSA_LOGFILE)"},
+        {"store restore query verify", "NAME", "", &sTransfer.sObject.strName,
+         "Name of the object; for query \"%\" and \"_\" are patterns (default: all)"},
+        {"store restore", "FILE", "", &sTransfer.strFile,
+         "Local file; \"-\" or none: standard input or output"},
+        {"store restore verify", "--status", "FILE", &sTransfer.strStatus,
+         "Write progress and result to FILE in the Prometheus text format (default: off)",
+         "XBSACTL_STATUS"},
+        {"store verify", "--manifest", "FILE", &sTransfer.strManifest,
+         "Keep the SHA-256 of what was stored in FILE, in the format of sha256sum",
+         "XBSACTL_MANIFEST"},
+        {"store", "--verify", "", &sTransfer.bVerify, "Read the object back and compare"},
+        {"verify", "--all", "", &sTransfer.bAll, "Verify every object of the manifest"},
+        {"store restore query verify", "--json", "", &sTransfer.bJson, cpJson},
+        {"check", "--informixdir", "DIR", &sCheck.strInformixDir,
+         "Check the set-up of the database in DIR, too"},
+        {"check", "--onconfig", "NAME", &sCheck.strOnconfig, cpOnconfig},
+        {"check", "--nagios", "", &sCheck.bNagios,
+         "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do"},
+        {"check", "--json", "", &sCheck.bJson, cpJson},
+        {"trace", "FILE", "", &sTrace.strFile, "The log; \"-\": standard input"},
+        {"trace", "--since", "TIME", &sTrace.strSince,
+         "Show sessions from this moment of the log on"},
+        {"trace", "--handle", "N", &sTrace.lHandle, "Show sessions of this handle only"},
+        {"trace", "--html", "OUT", &sTrace.strHtml, "Write a page with a timeline, too"},
+        {"trace", "--bar-act-log", "FILE", &sTrace.strActLog,
+         "Put the messages of the database's activity log beside it"},
+        {"trace", "--json", "", &sTrace.bJson, cpJson},
+        {"explain", "TEXT", "", &X_sLine.sExplain.vecTexts, "The code, or (part of) the message"},
+        {"explain", "--markdown", "", &X_sLine.sExplain.bMarkdown,
+         "Print a page of the documentation"},
+        {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "Name the database's folder"},
+        {"setup", "--onconfig", "NAME", &sSetup.strOnconfig, cpOnconfig},
+        {"setup", "--logrotate", "", &sSetup.bLogrotate, "Print the rotation of the logs, and end"},
+        {"setup", "--dry-run", "", &sSetup.bDryRun, "Print what would change, and end"},
+        {"setup", "--yes", "", &sSetup.bYes, "Do not ask"},
+        {"setup", "--undo", "", &sSetup.bUndo, "Put back what an earlier run changed"}};
 }
 
-void AddGeneralOptions(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
+// The parser's own names of types are hidden.
+void AddOption(CLI::App &X_sApp, const OPTION &I_sOption)
 {
-    Add(X_sApp, "--library", X_sLine.sConnection.strLibrary, "PATH",
-        "Drive this library, see below")
-        ->envname("XBSACTL_LIBRARY");
-    Add(X_sApp, "--timeout", X_sLine.sConnection.uTimeout, "S",
-        "Wait at most S seconds for the server's data connection; 0 is no limit (default: 300)")
-        ->check(CLI::Range(0, 1000000).description(""))
-        ->envname("XBSACTL_TIMEOUT");
-    Add(X_sApp, "--trace", X_sLine.strTrace, "LEVEL[:FILE]",
-        "Write the library's trace: 2 steps, 3 every call; without FILE to standard error "
-        "(default: XBSA_TRACE and XBSA_LOGFILE)");
+    std::visit(
+        [&](auto *spValue) {
+            if constexpr (std::is_same_v<decltype(spValue), bool *>)
+                X_sApp.add_flag(I_sOption.cpName, *spValue, I_sOption.cpHelp);
+            else
+                X_sApp.add_option(I_sOption.cpName, *spValue, I_sOption.cpHelp)
+                    ->type_name(I_sOption.cpType)
+                    ->envname(I_sOption.cpVariable);
+        },
+        I_sOption.sValue);
+}
+
+void AddCommands(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
+{
+    for (const COMMAND &sCommand : Commands())
+    {
+        CLI::App *spCommand = X_sApp.add_subcommand(sCommand.cpName, sCommand.cpHelp);
+        spCommand->callback([&X_sLine, sCommand] {
+            X_sLine.strCommand = sCommand.cpName;
+            X_sLine.fpCheck = sCommand.fpCheck;
+            X_sLine.fpRun = sCommand.fpRun;
+        });
+        spCommand->footer("All other options: xbsactl --help");
+    }
+    for (const OPTION &sOption : Options(X_sLine))
+    {
+        std::istringstream sCommands(sOption.cpCommands);
+        if (*sOption.cpCommands == '\0') AddOption(X_sApp, sOption);
+        for (std::string strCommand; sCommands >> strCommand;)
+            AddOption(*X_sApp.get_subcommand(strCommand), sOption);
+    }
+}
+
+// Options that depend on each other, and limits.
+void AddRules(CLI::App &X_sApp, bool I_bInformix)
+{
+    const auto fpRange = [](auto iFirst, auto iLast) {
+        return CLI::Range(iFirst, iLast).description("");
+    };
+    // An empty text would pass for an option that is not there.
+    const CLI::Validator sNotEmpty(
+        [](const std::string &strText) { return strText.empty() ? "the text is empty" : ""; }, "");
+    for (const char *cpName : {"--host", "--user", "--password-file", "--path"})
+    {
+        CLI::Option *spOption = X_sApp.get_option(cpName)->excludes("--informix");
+        if (I_bInformix) spOption->envname(""); // the variable is for other runs
+    }
+    for (const char *cpName : {"--space", "--copy-id"})
+        X_sApp.get_option(cpName)->needs("--informix");
+    X_sApp.get_option("--copy-id")->check(fpRange(1U, std::numeric_limits<unsigned>::max()));
+    X_sApp.get_option("--timeout")->check(fpRange(0, 1000000));
+    CLI::App &sTrace = *X_sApp.get_subcommand("trace");
+    sTrace.get_option("--handle")->check(fpRange(1L, std::numeric_limits<long>::max()));
+    sTrace.get_option("FILE")->required();
+    for (const char *cpCommand : {"store", "restore", "verify"})
+    {
+        CLI::App &sCommand = *X_sApp.get_subcommand(cpCommand);
+        sCommand.get_option("--status")->check(sNotEmpty);
+        if (sCommand.get_option_no_throw("--manifest") != nullptr)
+            sCommand.get_option("--manifest")->check(sNotEmpty);
+        sCommand.get_option("NAME")->required(std::string(cpCommand) != "verify");
+    }
+    X_sApp.get_subcommand("verify")->get_option("--all")->excludes("NAME");
+    CLI::App &sSetup = *X_sApp.get_subcommand("setup");
+    sSetup.get_option("--informixdir")->required();
+    sSetup.get_option("--undo")->excludes("--logrotate");
+}
+
+void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
+{
     const char *cpConfig = getenv("XBSACTL_CONFIG");
+    X_sApp.description(DESCRIPTION);
+    X_sApp.footer(FOOTER);
+    X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
+    X_sApp.fallthrough();            // the options may follow the command, too
+    X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
+    AddCommands(X_sApp, X_sLine);
+    AddRules(X_sApp, X_sLine.sConnection.bInformix);
     X_sApp
         .set_config("--config", cpConfig != nullptr ? cpConfig : "",
                     "Read options from FILE (default: the variable XBSACTL_CONFIG)",
                     cpConfig != nullptr && *cpConfig != '\0')
         ->type_name("FILE");
     X_sApp.allow_config_extras(false);
-}
-
-using CHECK = decltype(COMMAND_LINE::fpCheck);
-using RUN = decltype(COMMAND_LINE::fpRun);
-
-CLI::App &AddCommand(CLI::App &X_sApp, COMMAND_LINE &X_sLine, const char *cpName,
-                     const char *cpHelp, const CHECK &I_fpCheck, const RUN &I_fpRun)
-{
-    CLI::App *spCommand = X_sApp.add_subcommand(cpName, cpHelp);
-    spCommand->callback([=, &X_sLine] {
-        X_sLine.strCommand = cpName;
-        X_sLine.fpCheck = I_fpCheck;
-        X_sLine.fpRun = I_fpRun;
-    });
-    spCommand->footer("All other options: xbsactl --help");
-    return *spCommand;
-}
-
-void AddJson(CLI::App &X_sCommand, bool &X_bJson)
-{
-    X_sCommand.add_flag("--json", X_bJson, "Print JSON instead of text");
-}
-
-void AddManifest(CLI::App &X_sCommand, COMMAND_LINE &X_sLine)
-{
-    Add(X_sCommand, "--manifest", X_sLine.sTransfer.strManifest, "FILE",
-        "Keep the SHA-256 of what was stored in FILE, in the format of sha256sum")
-        ->check(NotEmpty())
-        ->envname("XBSACTL_MANIFEST");
-}
-
-void AddStatus(CLI::App &X_sCommand, COMMAND_LINE &X_sLine)
-{
-    Add(X_sCommand, "--status", X_sLine.sTransfer.strStatus, "FILE",
-        "Write progress and result to FILE in the Prometheus text format (default: off)")
-        ->check(NotEmpty())
-        ->envname("XBSACTL_STATUS");
-    AddJson(X_sCommand, X_sLine.sTransfer.bJson);
-}
-
-// What a command needs that moves objects.
-void CheckTransfer(COMMAND_LINE &X_sLine)
-{
-    if (X_sLine.sTransfer.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
-    if (!X_sLine.sTransfer.bAll)
-        library::CheckObject(X_sLine.sConnection, X_sLine.sTransfer.sObject);
-    if (X_sLine.sConnection.bInformix) base::CheckVariables();
-    else base::CheckPlain(X_sLine.sConnection);
-}
-
-CLI::App &AddTransfer(CLI::App &X_sApp, COMMAND_LINE &X_sLine, const char *cpName,
-                      const char *cpHelp,
-                      void (*I_fpRun)(const base::CONNECTION &, const transfer::OPTIONS &),
-                      void (*I_fpCheck)(const base::CONNECTION &, transfer::OPTIONS &))
-{
-    const CHECK fpCheck = [I_fpCheck](COMMAND_LINE &sLine) {
-        I_fpCheck(sLine.sConnection, sLine.sTransfer);
-        CheckTransfer(sLine);
-    };
-    const RUN fpRun = [I_fpRun](const COMMAND_LINE &sLine) {
-        I_fpRun(sLine.sConnection, sLine.sTransfer);
-        return base::EXIT_DONE;
-    };
-    return AddCommand(X_sApp, X_sLine, cpName, cpHelp, fpCheck, fpRun);
-}
-
-void AddTransfers(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
-{
-    transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
-    const auto fpNothing = [](const base::CONNECTION &, transfer::OPTIONS &) {};
-    CLI::App &sStore = AddTransfer(X_sApp, X_sLine, "store", "Store FILE or standard input as NAME",
-                                   transfer::Store, fpNothing);
-    CLI::App &sRestore =
-        AddTransfer(X_sApp, X_sLine, "restore", "Restore NAME into FILE or standard output",
-                    transfer::Restore, transfer::CheckRestore);
-    for (CLI::App *spCommand : {&sStore, &sRestore})
-    {
-        spCommand->add_option("NAME", sTransfer.sObject.strName, "Name of the object")->required();
-        spCommand->add_option("FILE", sTransfer.strFile,
-                              "Local file; \"-\" or none: standard input or output");
-        AddStatus(*spCommand, X_sLine);
-    }
-    sStore.add_flag("--verify", sTransfer.bVerify, "Read the object back and compare");
-    AddManifest(sStore, X_sLine);
-}
-
-void AddVerify(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
-{
-    transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
-    CLI::App &sVerify = AddTransfer(
-        X_sApp, X_sLine, "verify", "Read NAME back and compare it with the manifest; write nothing",
-        transfer::Verify, transfer::CheckVerify);
-    CLI::Option *spName =
-        sVerify.add_option("NAME", sTransfer.sObject.strName, "Name of the object");
-    sVerify.add_flag("--all", sTransfer.bAll, "Verify every object of the manifest")
-        ->excludes(spName);
-    AddManifest(sVerify, X_sLine);
-    AddStatus(sVerify, X_sLine);
-}
-
-void AddQuery(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
-{
-    CLI::App &sQuery = AddTransfer(X_sApp, X_sLine, "query",
-                                   "List the newest stored copy of NAME (with --informix)",
-                                   transfer::Query, transfer::CheckQuery);
-    sQuery.add_option("NAME", X_sLine.sTransfer.sObject.strName,
-                      "Name of the object; \"%\" and \"_\" are patterns (default: all)");
-    AddJson(sQuery, X_sLine.sTransfer.bJson);
-}
-
-void AddCheck(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
-{
-    const CHECK fpCheck = [](COMMAND_LINE &sLine) {
-        if (!sLine.sTransfer.sObject.strSpace.empty())
-            throw base::USAGE_ERROR("--space is not for check");
-        if (!sLine.sConnection.bInformix) base::CheckPreflight(sLine.sConnection);
-    };
-    CLI::App &sCheck = AddCommand(
-        X_sApp, X_sLine, "check", "Test the whole path to the server, step by step", fpCheck,
-        [](const COMMAND_LINE &sLine) { return check::Run(sLine.sConnection, sLine.sCheck); });
-    Add(sCheck, "--informixdir", X_sLine.sCheck.strInformixDir, "DIR",
-        "Check the set-up of the database in DIR, too");
-    Add(sCheck, "--onconfig", X_sLine.sCheck.strOnconfig, "NAME",
-        "Name its configuration file in DIR/etc (default: ONCONFIG, else \"onconfig\")");
-    sCheck.add_flag("--nagios", X_sLine.sCheck.bNagios,
-                    "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do");
-    AddJson(sCheck, X_sLine.sCheck.bJson);
-}
-
-void AddTrace(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
-{
-    const CHECK fpCheck = [](COMMAND_LINE &sLine) {
-        if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
-    };
-    CLI::App &sTrace = AddCommand(X_sApp, X_sLine, "trace",
-                                  "Summarise the sessions in a trace log, and their errors",
-                                  fpCheck, [](const COMMAND_LINE &sLine) {
-                                      trace::Run(sLine.sTrace);
-                                      return base::EXIT_DONE;
-                                  });
-    sTrace.add_option("FILE", X_sLine.sTrace.strFile, "The log; \"-\": standard input")->required();
-    Add(sTrace, "--since", X_sLine.sTrace.strSince, "TIME",
-        "Show sessions from this moment of the log on");
-    Add(sTrace, "--handle", X_sLine.sTrace.lHandle, "N", "Show sessions of this handle only")
-        ->check(CLI::Range(1L, std::numeric_limits<long>::max()).description(""));
-    Add(sTrace, "--html", X_sLine.sTrace.strHtml, "OUT", "Write a page with a timeline, too");
-    Add(sTrace, "--bar-act-log", X_sLine.sTrace.strActLog, "FILE",
-        "Put the messages of the database's activity log beside it");
-    AddJson(sTrace, X_sLine.sTrace.bJson);
-}
-
-void AddExplain(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
-{
-    CLI::App &sExplain = AddCommand(
-        X_sApp, X_sLine, "explain", "Explain a return code or a message; all without TEXT",
-        [](COMMAND_LINE &) {},
-        [](const COMMAND_LINE &sLine) {
-            explain::Run(sLine.sExplain);
-            return base::EXIT_DONE;
-        });
-    sExplain.add_option("TEXT", X_sLine.sExplain.vecTexts, "The code, or (part of) the message");
-    sExplain.add_flag("--markdown", X_sLine.sExplain.bMarkdown,
-                      "Print a page of the documentation");
-}
-
-void AddSetup(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
-{
-    setup::OPTIONS &sSetup = X_sLine.sSetup;
-    const CHECK fpCheck = [](COMMAND_LINE &sLine) {
-        sLine.sSetup.strLibrary = sLine.sConnection.strLibrary;
-    };
-    CLI::App &sCommand = AddCommand(
-        X_sApp, X_sLine, "setup", "Hook the library into a database server, or unhook it", fpCheck,
-        [](const COMMAND_LINE &sLine) { return setup::Run(sLine.sSetup); });
-    Add(sCommand, "--informixdir", sSetup.strInformixDir, "DIR", "Name the database's folder")
-        ->required();
-    Add(sCommand, "--onconfig", sSetup.strOnconfig, "NAME",
-        "Name its configuration file in DIR/etc (default: ONCONFIG, else \"onconfig\")");
-    CLI::Option *spRotation = sCommand.add_flag("--logrotate", sSetup.bLogrotate,
-                                                "Print the rotation of the logs, and end");
-    sCommand.add_flag("--dry-run", sSetup.bDryRun, "Print what would change, and end");
-    sCommand.add_flag("--yes", sSetup.bYes, "Do not ask");
-    sCommand.add_flag("--undo", sSetup.bUndo, "Put back what an earlier run changed")
-        ->excludes(spRotation);
-}
-
-void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
-{
-    X_sApp.description(DESCRIPTION);
-    X_sApp.footer(FOOTER);
-    X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
-    X_sApp.fallthrough();            // the options may follow the command, too
-    X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
-    AddServerOptions(X_sApp, X_sLine);
-    AddGeneralOptions(X_sApp, X_sLine);
-    AddTransfers(X_sApp, X_sLine);
-    AddQuery(X_sApp, X_sLine);
-    AddVerify(X_sApp, X_sLine);
-    AddCheck(X_sApp, X_sLine);
-    AddTrace(X_sApp, X_sLine);
-    AddExplain(X_sApp, X_sLine);
-    AddSetup(X_sApp, X_sLine);
 }
 
 // Nobody should see it twice: the message does not repeat it.
@@ -343,26 +308,21 @@ void RefusePassword(int argc, char **argv)
     }
 }
 
-// How many letters have to be changed, added or taken away; two letters in each other's place are
-// one change.
-size_t Distance(const std::string &I_strOne, const std::string &I_strOther)
+// Whether one letter was changed, added or left out, or two changed places.
+bool IsSlip(std::string_view I_svTyped, std::string_view I_svMeant)
 {
-    std::vector<std::vector<size_t>> vecTable(I_strOne.size() + 1,
-                                              std::vector<size_t>(I_strOther.size() + 1));
-    for (size_t uOne = 0; uOne <= I_strOne.size(); uOne++)
-        for (size_t uOther = 0; uOther <= I_strOther.size(); uOther++)
-        {
-            size_t &uBest = vecTable[uOne][uOther];
-            uBest = std::max(uOne, uOther);
-            if (uOne == 0 || uOther == 0) continue;
-            const bool bSame = I_strOne[uOne - 1] == I_strOther[uOther - 1];
-            uBest = std::min({vecTable[uOne - 1][uOther] + 1, vecTable[uOne][uOther - 1] + 1,
-                              vecTable[uOne - 1][uOther - 1] + (bSame ? 0 : 1)});
-            if (uOne > 1 && uOther > 1 && I_strOne[uOne - 1] == I_strOther[uOther - 2] &&
-                I_strOne[uOne - 2] == I_strOther[uOther - 1])
-                uBest = std::min(uBest, vecTable[uOne - 2][uOther - 2] + 1);
-        }
-    return vecTable[I_strOne.size()][I_strOther.size()];
+    size_t uSame = 0;
+    while (uSame < I_svTyped.size() && uSame < I_svMeant.size() &&
+           I_svTyped[uSame] == I_svMeant[uSame])
+        uSame++;
+    const std::string strTyped(I_svTyped.substr(uSame));
+    const std::string strMeant(I_svMeant.substr(uSame));
+    if (strTyped.empty() || strMeant.empty()) return strTyped.size() + strMeant.size() <= 1;
+    const std::string strSwapped = {strTyped[std::min<size_t>(1, strTyped.size() - 1)],
+                                    strTyped[0]};
+    return strTyped.substr(1) == strMeant.substr(1) || strTyped.substr(1) == strMeant ||
+           strTyped == strMeant.substr(1) ||
+           (strTyped.size() > 1 && strSwapped + strTyped.substr(2) == strMeant);
 }
 
 // The parser would name all arguments, the last one first.
@@ -371,9 +331,9 @@ std::string UnknownCommand(const CLI::App &I_sApp)
     const std::vector<std::string> vecRest = I_sApp.remaining();
     if (!I_sApp.get_subcommands().empty() || vecRest.empty() || vecRest[0].compare(0, 1, "-") == 0)
         return "";
-    const std::string strText = "there is no command \"" + vecRest[0] + "\"";
+    std::string strText = "there is no command \"" + vecRest[0] + "\"";
     for (const CLI::App *spCommand : I_sApp.get_subcommands({}))
-        if (Distance(vecRest[0], spCommand->get_name()) <= 2)
+        if (IsSlip(vecRest[0], spCommand->get_name()))
             return strText + ": did you mean \"" + spCommand->get_name() + "\"?";
     return strText;
 }

@@ -282,8 +282,6 @@ class CReplacement
   public:
     // What is not a regular file is refused. I_bExact: so is a file whose owner cannot be kept.
     CReplacement(TARGET I_sTarget, bool I_bExact);
-    CReplacement(const CReplacement &) = delete;
-    CReplacement &operator=(const CReplacement &) = delete;
     ~CReplacement();
 
     void Write(const char *cpData, size_t I_uLength);
@@ -311,8 +309,6 @@ class COutput
 {
   public:
     explicit COutput(const std::string &I_strFile); // "-": standard output
-    COutput(const COutput &) = delete;
-    COutput &operator=(const COutput &) = delete;
     ~COutput();
 
     void Write(const char *cpData, size_t I_uLength);

@@ -15,15 +15,30 @@ bool IsControl(char I_cChar)
     return static_cast<unsigned char>(I_cChar) < ' ' || I_cChar == '\x7f';
 }
 
-// Of one valid sequence; a byte that begins none stands for itself.
-unsigned CodePoint(std::string_view I_svSequence)
+struct CHARACTER
 {
-    const auto ucFirst = static_cast<unsigned char>(I_svSequence[0]);
-    if (I_svSequence.size() == 1) return ucFirst;
-    unsigned uPoint = ucFirst & (0xFFU >> (I_svSequence.size() + 1));
-    for (const char cNext : I_svSequence.substr(1))
-        uPoint = uPoint << 6 | (static_cast<unsigned char>(cNext) & 0x3FU);
-    return uPoint;
+    unsigned uPoint;
+    size_t uLength; // bytes; 0: the text begins with none, and uPoint is its first byte
+};
+
+CHARACTER Decode(std::string_view I_svText)
+{
+    constexpr unsigned SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000}; // by length; less is overlong
+    const unsigned uFirst = I_svText.empty() ? 0 : static_cast<unsigned char>(I_svText[0]);
+    if (uFirst < 0x80) return {uFirst, 1};
+    const size_t uLength = uFirst >= 0xF0 ? 4 : uFirst >= 0xE0 ? 3 : 2;
+    unsigned uPoint = uFirst & (0x7FU >> uLength);
+    bool bValid = uFirst >= 0xC0 && uFirst < 0xF8 && I_svText.size() >= uLength;
+    for (size_t uPlace = 1; bValid && uPlace < uLength; uPlace++)
+    {
+        const auto ucNext = static_cast<unsigned char>(I_svText[uPlace]);
+        bValid = (ucNext & 0xC0) == 0x80;
+        uPoint = uPoint << 6 | (ucNext & 0x3FU);
+    }
+    const bool bSurrogate = uPoint >= 0xD800 && uPoint <= 0xDFFF;
+    const bool bXml = uPoint != 0xFFFE && uPoint != 0xFFFF; // XML has no such characters
+    bValid = bValid && uPoint >= SMALLEST[uLength] && uPoint <= 0x10FFFF && !bSurrogate && bXml;
+    return bValid ? CHARACTER{uPoint, uLength} : CHARACTER{uFirst, 0};
 }
 
 // What a terminal obeys: controls, and the marks that turn the direction of a line.
@@ -65,32 +80,9 @@ bool HasControlCharacter(const std::string &I_strText)
     return std::any_of(I_strText.begin(), I_strText.end(), IsControl);
 }
 
-// The second byte decides: it is what tells overlong forms, surrogates and too large ones apart.
 size_t SequenceLength(std::string_view I_svText)
 {
-    constexpr struct
-    {
-        unsigned uFirst, uLast; // of the first byte
-        unsigned uLow, uHigh;   // of the second
-        size_t uLength;
-    } SEQUENCES[] = {
-        {0x00, 0x7F, 0, 0, 1},       {0xC2, 0xDF, 0x80, 0xBF, 2}, {0xE0, 0xE0, 0xA0, 0xBF, 3},
-        {0xE1, 0xEC, 0x80, 0xBF, 3}, {0xED, 0xED, 0x80, 0x9F, 3}, {0xEE, 0xEF, 0x80, 0xBF, 3},
-        {0xF0, 0xF0, 0x90, 0xBF, 4}, {0xF1, 0xF3, 0x80, 0xBF, 4}, {0xF4, 0xF4, 0x80, 0x8F, 4}};
-    const auto fpByte = [&](size_t I_uPlace) {
-        return I_uPlace < I_svText.size() ? static_cast<unsigned char>(I_svText[I_uPlace]) : 0U;
-    };
-    for (const auto &sSequence : SEQUENCES)
-    {
-        if (fpByte(0) < sSequence.uFirst || fpByte(0) > sSequence.uLast) continue;
-        if (sSequence.uLength == 1) return 1;
-        if (fpByte(1) < sSequence.uLow || fpByte(1) > sSequence.uHigh) return 0;
-        for (size_t uPlace = 2; uPlace < sSequence.uLength; uPlace++)
-            if ((fpByte(uPlace) & 0xC0) != 0x80) return 0;
-        const bool bCharacter = I_svText.substr(0, 2) != "\xEF\xBF" || fpByte(2) <= 0xBD; // of XML
-        return bCharacter ? sSequence.uLength : 0;
-    }
-    return 0;
+    return Decode(I_svText).uLength;
 }
 
 std::string Visible(const std::string &I_strText)
@@ -99,10 +91,10 @@ std::string Visible(const std::string &I_strText)
     std::string_view svLeft = I_strText;
     while (!svLeft.empty())
     {
-        const size_t uLength = std::max<size_t>(1, SequenceLength(svLeft));
-        const std::string_view svNext = svLeft.substr(0, uLength);
-        if (IsCommand(CodePoint(svNext))) strVisible += '?';
-        else strVisible += svNext;
+        const CHARACTER sNext = Decode(svLeft);
+        const size_t uLength = std::max<size_t>(1, sNext.uLength);
+        if (IsCommand(sNext.uPoint)) strVisible += '?';
+        else strVisible += svLeft.substr(0, uLength);
         svLeft.remove_prefix(uLength);
     }
     return strVisible;

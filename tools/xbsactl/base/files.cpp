@@ -43,9 +43,7 @@ void Close(CDescriptor &X_sFile, const std::string &I_strShown)
 
 struct stat StatusOf(int I_iFile, const std::string &I_strShown)
 {
-    struct stat sStatus
-    {
-    };
+    struct stat sStatus = {};
     if (fstat(I_iFile, &sStatus) != 0) throw SystemFailure(I_strShown);
     return sStatus;
 }

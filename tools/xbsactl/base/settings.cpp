@@ -36,9 +36,7 @@ void CheckHost(const std::string &I_strHost)
 std::string ReadPassword(const std::string &I_strFile)
 {
     const std::string strShown = "password file " + Quoted(I_strFile);
-    struct stat sStatus
-    {
-    };
+    struct stat sStatus = {};
     if (stat(I_strFile.c_str(), &sStatus) == 0 && S_ISREG(sStatus.st_mode) &&
         (sStatus.st_mode & (S_IRWXG | S_IRWXO)) != 0)
         fprintf(stderr, "xbsactl: warning: %s is open to other accounts: chmod 600\n",

@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -19,7 +20,7 @@ constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit co
 std::mutex sMutex;
 char szDoomed[NAME_MAX + 1];
 int iDoomedFolder;
-time_t lEnd; // of the time limit, on the clock that nobody sets; 0 for none
+std::atomic<time_t> lEnd; // of the time limit, on the clock that nobody sets; 0 for none
 char szLate[256];
 
 time_t Seconds()
@@ -35,9 +36,7 @@ sigset_t SignalSet()
     sigemptyset(&sSet);
     for (const int iSignal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
     {
-        struct sigaction sAction
-        {
-        };
+        struct sigaction sAction = {};
         sigaction(iSignal, nullptr, &sAction);
         if (sAction.sa_handler != SIG_IGN) sigaddset(&sSet, iSignal); // nohup, background jobs
     }
@@ -66,7 +65,8 @@ void Prepare(const STOP_HOOKS &I_sHooks, int I_iExit)
 
 void EndWhenLate(const STOP_HOOKS &I_sHooks)
 {
-    std::unique_lock<std::mutex> sLock(sMutex);
+    if (lEnd == 0) return; // without the lock, which a forked child could find locked for ever
+    const std::lock_guard<std::mutex> sGuard(sMutex);
     if (lEnd == 0 || Seconds() < lEnd) return;
     Prepare(I_sHooks, EXIT_SERVER);
     dprintf(STDERR_FILENO, "xbsactl: %s\n", szLate);

@@ -172,7 +172,8 @@ std::string CSession::LastError() const
     std::string strText(MESSAGE_ROOM, '\0');
     BSA_UInt32 uiSize = static_cast<BSA_UInt32>(strText.size());
     if (CALL(BSAGetLastError)(&uiSize, strText.data()) != BSA_RC_SUCCESS) return "";
-    return base::Printable(base::Masked(strText.c_str(), sConnection.strPassword));
+    strText.resize(strnlen(strText.data(), strText.size()));
+    return base::Printable(base::Masked(strText, sConnection.strPassword));
 }
 
 base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const

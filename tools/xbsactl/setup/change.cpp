@@ -156,6 +156,7 @@ void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<CHANGE> 
     std::vector<STEP> vecSteps;
     CheckUnchanged(I_sPlace, I_vecChanges);
     RefuseClosed(I_sPlace);
+    vecSteps.reserve(I_vecChanges.size());
     for (const CHANGE &sChange : I_vecChanges)
         vecSteps.push_back(Note(I_sPlace, I_sJournal, sChange));
     auto sStep = vecSteps.begin();

@@ -23,7 +23,7 @@ struct GUEST
 std::string AbsolutePath(const std::string &I_strFile)
 {
     const std::filesystem::path sFile = I_strFile;
-    const std::string strPath =
+    std::string strPath =
         std::filesystem::canonical(std::filesystem::absolute(sFile).parent_path()) /
         sFile.filename();
     if (base::HasControlCharacter(strPath) || strPath.find_first_of(" #") != std::string::npos)

@@ -44,8 +44,6 @@ class CMeter
     // I_uExpected: bytes of the whole object, 0 when unknown. The clock starts here. The bar is
     // drawn where it can be seen: it and trace lines on one terminal would spoil each other.
     CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected);
-    CMeter(const CMeter &) = delete;
-    CMeter &operator=(const CMeter &) = delete;
     ~CMeter();
 
     void Add(const char *cpData, size_t I_uLength);

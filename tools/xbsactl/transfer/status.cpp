@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <ctime>
+#include <sstream>
 
 #include "transfer/parts.h"
 
@@ -85,15 +86,13 @@ std::string FileText(const STATUS &I_sStatus)
          I_sStatus.strLastCode, I_sStatus.strLabels},
         {"xbsactl_build_info", "The version that wrote this file.", "1", strVersion},
     };
-    std::string strText;
+    std::ostringstream sText;
     for (const auto &sMetric : METRICS)
-    {
-        const std::string strName = sMetric.cpName;
-        if (sMetric.strValue.empty()) continue;
-        strText += "# HELP " + strName + " " + sMetric.cpHelp + "\n# TYPE " + strName + " gauge\n" +
-                   strName + sMetric.strLabels + " " + sMetric.strValue + "\n";
-    }
-    return strText;
+        if (!sMetric.strValue.empty())
+            sText << "# HELP " << sMetric.cpName << ' ' << sMetric.cpHelp << "\n# TYPE "
+                  << sMetric.cpName << " gauge\n"
+                  << sMetric.cpName << sMetric.strLabels << ' ' << sMetric.strValue << '\n';
+    return sText.str();
 }
 
 // The number that an earlier run of the same command on the same object left; empty for none.
