@@ -24,10 +24,10 @@ enum class STATUS
 struct FINDING
 {
     STATUS eStatus = STATUS::OK;
-    std::string strFound = ""; // what there is
-    std::string strNext = "";  // what to do about it; empty when all is well
-    long lMilliseconds = -1;   // that the step took; -1: since the last finding
-    std::string strStep = "";  // "network.login"; by CReport::Add
+    std::string strFound{};  // what there is
+    std::string strNext{};   // what to do about it; empty when all is well
+    long lMilliseconds = -1; // that the step took; -1: since the last finding
+    std::string strStep{};   // "network.login"; by CReport::Add
 };
 
 // The parts in one text.

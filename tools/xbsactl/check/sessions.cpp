@@ -237,7 +237,7 @@ OUTCOME RunAlone(SESSIONS &X_sSessions)
 {
     const std::string strName = X_sSessions.strName + "-1";
     const std::chrono::seconds sMore(2); // the library's own wait ends first
-    const OUTCOME sOutcome =
+    OUTCOME sOutcome =
         RunChild(X_sSessions.sSilence + sMore, Work(X_sSessions, strName, true, [] {}));
     NoteLeft(X_sSessions, strName, sOutcome, LeftObject(sOutcome));
     return sOutcome;

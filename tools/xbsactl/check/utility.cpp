@@ -1,3 +1,4 @@
+#include <array>
 #include <climits>
 #include <filesystem>
 #include <fstream>
@@ -28,11 +29,11 @@ std::string IniKeys()
 // The library's own search.
 void FindUtility(const std::string &I_strLibrary, const SAY &I_fpSay)
 {
-    std::string strPath(PATH_MAX, '\0');
-    auto uSize = static_cast<unsigned>(strPath.size());
+    std::array<char, PATH_MAX> szPath{};
+    unsigned uSize = szPath.size();
     void *vpLibrary = library::Load(I_strLibrary);
-    if (LIBRARY_SYMBOL(vpLibrary, find_com_intf)(strPath.data(), &uSize) == 0)
-        I_fpSay("path", strPath.c_str());
+    if (LIBRARY_SYMBOL(vpLibrary, find_com_intf)(szPath.data(), &uSize) == 0)
+        I_fpSay("path", szPath.data());
 }
 
 // A query for a copy that does not exist: the answer is OK and names none.
@@ -46,12 +47,13 @@ void Query(const base::CONNECTION &I_sConnection, const SAY &I_fpSay)
 // "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
 std::string PrintedIn(const OUTCOME &I_sOutcome)
 {
+    constexpr size_t DUMPED = 48; // characters of them
     const std::string strBegin = "Dumping memory: [";
     std::string strText;
     for (const EVENT &sEvent : I_sOutcome.vecEvents)
     {
         if (sEvent.strValue.rfind(strBegin, 0) != 0) continue;
-        std::istringstream sHex(sEvent.strValue.substr(strBegin.size(), 3 * 16));
+        std::istringstream sHex(sEvent.strValue.substr(strBegin.size(), DUMPED));
         for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
     }
     return strText;
@@ -71,7 +73,7 @@ struct UTILITY
     const base::CONNECTION &sConnection;
     bool bVariables;
     std::chrono::milliseconds sBound;
-    std::string strPath = "";
+    std::string strPath{};
 
     FINDING IniFile()
     {

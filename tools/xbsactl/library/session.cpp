@@ -37,7 +37,7 @@ BSA_ObjectName ObjectName(const base::CONNECTION &I_sConnection, const OBJECT &I
 struct
 {
     LISTENER fpListener;
-    int iShown = 0; // level of the lines that are written
+    int iShown = 0;      // level of the lines that are written
     std::string strFile; // empty: standard error
     int iFile = STDERR_FILENO;
     std::string strUtility; // what the COM utility said last of a failure
