@@ -23,8 +23,7 @@ int Run(COMMAND_LINE &I_sLine)
     const std::string strName =
         sTransfer.bAll ? "" : transfer::ManifestName(I_sLine.sConnection, sTransfer.sObject);
     transfer::BeginStatus(I_sLine.strCommand, strName, sTransfer.strStatus);
-    CheckOptions(I_sLine);
-    return I_sLine.fpRun(I_sLine);
+    return RunCommand(I_sLine);
 }
 
 // Before the process ends by a signal, or by its time limit.
@@ -84,7 +83,7 @@ int ExitCode(int argc, char **argv)
 int main(int argc, char **argv)
 {
     const int iExit = ExitCode(argc, argv);
-    base::HoldSignals(); // what the status file says is how the process ends
+    base::HoldStop().release(); // what the status file says is how the process ends
     transfer::EndStatus(iExit);
     return iExit;
 }

@@ -64,8 +64,9 @@ class CSession
     // All stored copies that match; none when nothing does.
     std::vector<BSA_ObjectDescriptor> Copies(const OBJECT &I_sObject);
 
-    // Makes it the newest copy that the server offers. Throws FAILURE when it offers none.
-    void TakeNewest(const OBJECT &I_sWanted, BSA_ObjectDescriptor &X_sObject);
+    // What a restore reads: of an Informix object without a copy id the newest copy. Throws FAILURE
+    // when the server offers none.
+    BSA_ObjectDescriptor Find(const OBJECT &I_sWanted);
 
     void Create(BSA_ObjectDescriptor &X_sObject);
     void Get(BSA_ObjectDescriptor &X_sObject);
@@ -89,7 +90,7 @@ class CSession
     void Close();
 
   private:
-    void Begin(const LISTENER &I_fpListener);
+    CSession(const base::CONNECTION &I_sConnection, void *vpLoaded);
     void SetTrace(const LISTENER &I_fpListener) const;
     std::string LastError() const;
     base::FAILURE Failure(const char *cpStep, int I_iCode) const;

@@ -101,8 +101,8 @@ void OpenTrace(const std::string &I_strFile)
 // The library waits without an end for the reply before its data connection.
 std::string LateText(const base::CONNECTION &I_sConnection)
 {
-    return "no data connection from the server within " + std::to_string(I_sConnection.uTimeout) +
-           " s (--timeout)";
+    return base::Text("no data connection from the server within ", I_sConnection.uTimeout,
+                      " s (--timeout)");
 }
 
 // Its own limit comes first. In Informix mode the utility may wait for a tape.
@@ -115,20 +115,7 @@ unsigned Limit(const base::CONNECTION &I_sConnection)
 #define CALL(name) LIBRARY_SYMBOL(vpLibrary, name)
 
 CSession::CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpListener)
-    : sConnection(I_sConnection), vpLibrary(Load(sConnection.strLibrary)),
-      fpSend(CALL(BSASendData)), fpGet(CALL(BSAGetData))
-{
-    try
-    {
-        Begin(I_fpListener);
-    } catch (...)
-    {
-        if (bOpen) CALL(BSATerminate)(lHandle);
-        throw;
-    }
-}
-
-void CSession::Begin(const LISTENER &I_fpListener)
+    : CSession(I_sConnection, Load(I_sConnection.strLibrary)) // the destructor runs from here on
 {
     setenv("KORVA_STRICT", "1", 1);
     SetTrace(I_fpListener);
@@ -143,6 +130,12 @@ void CSession::Begin(const LISTENER &I_fpListener)
     Check("BSAInit", CALL(BSAInit)(&lHandle, &szToken, &sOwner, cppEnvironment));
     bOpen = true;
     Check("BSABeginTxn", CALL(BSABeginTxn)(lHandle));
+}
+
+CSession::CSession(const base::CONNECTION &I_sConnection, void *vpLoaded)
+    : sConnection(I_sConnection), vpLibrary(vpLoaded), fpSend(CALL(BSASendData)),
+      fpGet(CALL(BSAGetData))
+{
 }
 
 CSession::~CSession()
@@ -179,8 +172,8 @@ std::string CSession::LastError() const
 base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
 {
     const void *vpText = Symbol(vpLibrary, "xbsa_typeerr"); // of this library alone
-    std::string strText = std::string(cpStep) + " failed with code " + std::to_string(I_iCode);
-    if (vpText != nullptr) strText += std::string(" (") + CALL(xbsa_typeerr)(I_iCode) + ")";
+    std::string strText = base::Text(cpStep, " failed with code ", I_iCode);
+    if (vpText != nullptr) strText += base::Text(" (", CALL(xbsa_typeerr)(I_iCode), ")");
     std::string strReason = LastError();
     const bool bUtility = sConnection.bInformix &&
                           (strReason.empty() || strReason.find(UTILITY) != std::string::npos);
@@ -285,11 +278,14 @@ std::vector<BSA_ObjectDescriptor> CSession::Copies(const OBJECT &I_sObject)
     return vecCopies;
 }
 
-void CSession::TakeNewest(const OBJECT &I_sWanted, BSA_ObjectDescriptor &X_sObject)
+BSA_ObjectDescriptor CSession::Find(const OBJECT &I_sWanted)
 {
+    BSA_ObjectDescriptor sObject = Descriptor(sConnection, I_sWanted);
+    if (!sConnection.bInformix || I_sWanted.uCopyId != 0) return sObject;
     const std::vector<BSA_ObjectDescriptor> vecCopies = Copies(I_sWanted);
     if (vecCopies.empty()) throw base::FAILURE("no match", base::EXIT_NO_MATCH);
-    X_sObject.copyId = vecCopies.front().copyId;
+    sObject.copyId = vecCopies.front().copyId;
+    return sObject;
 }
 
 BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)

@@ -17,23 +17,25 @@ namespace transfer
 {
 constexpr int SCHEMA = 1; // of each --json; raised when a field goes or changes
 
+// What all commands check. Throws USAGE_ERROR, or FAILURE for the password file.
+void CheckSession(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
+
 // The manifest is a text file that sha256sum -c can read.
 struct MANIFEST_ENTRY
 {
-    std::string strDigest; // 64 digits in lower case
+    std::string strDigest; // 64 digits in lower case; empty: the line is a comment
     std::string strName;   // NAME, or SPACE@NAME of an Informix session
     unsigned uCopyId = 0;  // Informix: the copy that the digest belongs to; 0: not known
+    std::string strText;   // as it is in the file
 };
 
 // All entries in their order. Throws FAILURE when there is no such file or it holds a line that
 // does not belong to a manifest.
 std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile);
 
-// Makes sure that an entry can be put into the file later; creates it. Throws FAILURE.
-void PrepareManifest(const std::string &I_strFile);
-
-// Puts the entry in the place of an earlier one of that name. Other processes may do so with
-// theirs at the same time. Throws FAILURE.
+// Puts the entry in the place of an earlier one of that name, and creates the file. Without a name:
+// makes sure that it can be done later. Other processes may do so with theirs at the same time.
+// Throws FAILURE.
 void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry);
 
 // Counts, hashes and times the bytes of one object, here and for the status, and draws the

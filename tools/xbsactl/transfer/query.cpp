@@ -33,20 +33,17 @@ void PrintTable(const COPIES &I_vecCopies)
 }
 } // namespace
 
-void CheckQuery(const base::CONNECTION &I_sConnection, OPTIONS &X_sOptions)
+void Query(base::CONNECTION &X_sConnection, OPTIONS &X_sOptions)
 {
-    if (!I_sConnection.bInformix)
+    if (!X_sConnection.bInformix)
         throw base::USAGE_ERROR("query needs --informix: an FTP server keeps no catalogue");
     if (X_sOptions.sObject.strName.empty()) X_sOptions.sObject.strName = "%";
     if (X_sOptions.sObject.strSpace.empty()) X_sOptions.sObject.strSpace = "%";
-}
-
-void Query(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
-{
-    library::CSession sSession(I_sConnection);
-    const COPIES vecCopies = sSession.Copies(I_sOptions.sObject);
+    CheckSession(X_sConnection, X_sOptions);
+    library::CSession sSession(X_sConnection);
+    const COPIES vecCopies = sSession.Copies(X_sOptions.sObject);
     sSession.Close();
-    if (I_sOptions.bJson) std::cout << Json(I_sOptions.sObject, vecCopies) << '\n';
+    if (X_sOptions.bJson) std::cout << Json(X_sOptions.sObject, vecCopies) << '\n';
     else if (!vecCopies.empty()) PrintTable(vecCopies);
     if (vecCopies.empty()) throw base::FAILURE("no match", base::EXIT_NO_MATCH);
 }

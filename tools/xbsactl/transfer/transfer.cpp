@@ -29,7 +29,7 @@ void Report(const char *cpVerb, const base::CONNECTION &I_sConnection, const OPT
         return;
     }
     const std::string strCopy =
-        I_sConnection.bInformix ? "copy id " + std::to_string(uCopyId) + ", " : "";
+        I_sConnection.bInformix ? base::Text("copy id ", uCopyId, ", ") : "";
     std::cerr << "xbsactl: " << cpVerb << " \"" << base::Visible(I_sOptions.sObject.strName)
               << "\": " << strCopy << I_sMeter.Bytes() << " bytes in "
               << Decimal(I_sMeter.Seconds(), 3) << " s, " << Decimal(dRate, 1) << " MB/s, SHA-256 "
@@ -44,8 +44,8 @@ void CheckStored(library::CSession &I_sSession, const OPTIONS &I_sOptions,
     I_sSession.Next();
     const std::vector<BSA_ObjectDescriptor> vecCopies = I_sSession.Copies(I_sOptions.sObject);
     if (vecCopies.empty() || vecCopies.front().copyId.right < I_sObject.copyId.right)
-        throw base::FAILURE("the server does not offer copy id " +
-                                std::to_string(I_sObject.copyId.right) + " after the store",
+        throw base::FAILURE(base::Text("the server does not offer copy id ", I_sObject.copyId.right,
+                                       " after the store"),
                             base::EXIT_SERVER);
 }
 
@@ -76,54 +76,57 @@ template <typename STEP> void AfterStore(const char *cpWhat, const STEP &I_fpSte
         I_fpStep();
     } catch (const base::FAILURE &sFailure)
     {
-        throw base::FAILURE(std::string("the object is stored, but ") + cpWhat + ": " +
-                                sFailure.what(),
+        throw base::FAILURE(base::Text("the object is stored, but ", cpWhat, ": ", sFailure.what()),
                             sFailure.iExit);
     }
 }
 } // namespace
 
-void Store(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
+void CheckSession(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 {
-    const std::string strName = ManifestName(I_sConnection, I_sOptions.sObject);
+    if (I_sOptions.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
+    if (!I_sOptions.bAll) library::CheckObject(X_sConnection, I_sOptions.sObject);
+    if (X_sConnection.bInformix) base::CheckVariables();
+    else base::CheckPlain(X_sConnection);
+}
+
+void Store(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
+{
+    CheckSession(X_sConnection, I_sOptions);
+    const std::string strName = ManifestName(X_sConnection, I_sOptions.sObject);
     const bool bManifest = !I_sOptions.strManifest.empty();
-    if (bManifest) PrepareManifest(I_sOptions.strManifest);
+    if (bManifest) PutIntoManifest(I_sOptions.strManifest, {});
     base::CInput sInput(I_sOptions.strFile);
-    library::CSession sSession(I_sConnection);
-    BSA_ObjectDescriptor sObject = library::Descriptor(I_sConnection, I_sOptions.sObject);
-    CMeter sMeter(I_sConnection, sInput.Size());
+    library::CSession sSession(X_sConnection);
+    BSA_ObjectDescriptor sObject = library::Descriptor(X_sConnection, I_sOptions.sObject);
+    CMeter sMeter(X_sConnection, sInput.Size());
     SendAll(sSession, sInput, sMeter, sObject);
-    if (I_sConnection.bInformix) CheckStored(sSession, I_sOptions, sObject);
+    if (X_sConnection.bInformix) CheckStored(sSession, I_sOptions, sObject);
     if (bManifest)
         AfterStore("not in the manifest", [&] {
-            const unsigned uCopyId = I_sConnection.bInformix ? sObject.copyId.right : 0;
-            PutIntoManifest(I_sOptions.strManifest, {sMeter.Digest(), strName, uCopyId});
+            const unsigned uCopyId = X_sConnection.bInformix ? sObject.copyId.right : 0;
+            PutIntoManifest(I_sOptions.strManifest, {sMeter.Digest(), strName, uCopyId, ""});
         });
     if (I_sOptions.bVerify)
         AfterStore("does not verify", [&] {
             SayStatus("reading back " + base::Quoted(strName));
             CountStatus(sMeter.Bytes());
             sSession.Next();
-            Compare(sSession, I_sConnection, sObject, sMeter.Digest());
+            Compare(sSession, X_sConnection, sObject, sMeter.Digest());
         });
     sSession.Close();
-    Report("stored", I_sConnection, I_sOptions, sObject, sMeter);
+    Report("stored", X_sConnection, I_sOptions, sObject, sMeter);
 }
 
-void CheckRestore(const base::CONNECTION & /*I_sConnection*/, OPTIONS &X_sOptions)
+void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 {
-    if (X_sOptions.bJson && X_sOptions.strFile == "-")
+    if (I_sOptions.bJson && I_sOptions.strFile == "-")
         throw base::USAGE_ERROR("--json needs FILE: standard output is for the object");
-}
-
-void Restore(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
-{
+    CheckSession(X_sConnection, I_sOptions);
     base::COutput sOutput(I_sOptions.strFile);
-    library::CSession sSession(I_sConnection);
-    BSA_ObjectDescriptor sObject = library::Descriptor(I_sConnection, I_sOptions.sObject);
-    CMeter sMeter(I_sConnection, 0);
-    if (I_sConnection.bInformix && I_sOptions.sObject.uCopyId == 0)
-        sSession.TakeNewest(I_sOptions.sObject, sObject);
+    library::CSession sSession(X_sConnection);
+    BSA_ObjectDescriptor sObject = sSession.Find(I_sOptions.sObject);
+    CMeter sMeter(X_sConnection, 0);
     ReceiveObject(sSession, sObject, sMeter, [&](const char *cpData, size_t uLength) {
         try
         {
@@ -136,6 +139,6 @@ void Restore(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
     });
     sSession.Close();
     sOutput.Commit();
-    Report("restored", I_sConnection, I_sOptions, sObject, sMeter);
+    Report("restored", X_sConnection, I_sOptions, sObject, sMeter);
 }
 } // namespace transfer
