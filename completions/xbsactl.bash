@@ -12,7 +12,7 @@ _xbsactl_words() { # WORD...
 # What stands behind an option. Names of files are left to readline: it knows how to quote.
 _xbsactl_value() { # OPTION VALUE
     case $1 in
-        --password-file | --library | --status | --manifest | --html | --bar-act-log) ;;
+        --password-file | --library | --config | --status | --manifest | --html | --bar-act-log) ;;
         --informixdir) compopt -o dirnames +o default +o bashdefault 2>/dev/null ;;
         --trace) [[ $2 == *:* ]] || _xbsactl_words 2 3 ;;
         *) _xbsactl_words ;;
@@ -22,10 +22,10 @@ _xbsactl_value() { # OPTION VALUE
 # The options of a command, beside those that stand everywhere.
 _xbsactl_options() { # COMMAND
     case $1 in
-        store) echo --status --verify --manifest ;;
-        restore) echo --status ;;
+        store) echo --status --json --verify --manifest ;;
+        restore) echo --status --json ;;
         query) echo --json ;;
-        verify) echo --all --manifest --status ;;
+        verify) echo --all --manifest --status --json ;;
         check) echo --informixdir --onconfig --nagios --json ;;
         trace) echo --since --handle --html --bar-act-log --json ;;
         explain) echo --markdown ;;
@@ -38,7 +38,7 @@ _xbsactl_options() { # COMMAND
 _xbsactl_scan() { # WORD...
     local word with_value=" --host --user --password-file --path --space --copy-id --library
         --timeout --trace --status --manifest --informixdir --since --handle --html --bar-act-log
-        --onconfig "
+        --onconfig --config "
     for word in "$@"; do
         if [[ -n $option ]]; then
             option=
@@ -66,7 +66,7 @@ _xbsactl() {
     elif [[ $current == -* ]]; then
         # shellcheck disable=SC2046 # one word each
         _xbsactl_words $(_xbsactl_options "$command") -h --help --version --informix --host --user \
-            --password-file --path --space --copy-id --library --timeout --trace
+            --password-file --path --space --copy-id --library --timeout --trace --config
     elif [[ -z $command ]]; then
         _xbsactl_words store restore query verify check trace explain setup
     elif [[ $command$arguments != @(storex|restorex|trace) ]]; then

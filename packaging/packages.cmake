@@ -120,8 +120,6 @@ set(CPACK_DEBIAN_OLD_PACKAGE_DEPENDS "libxbsa-dev (>= ${version})")
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_DEPENDS "python3 (>= 3.8)")
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_RECOMMENDS xbsactl)
-# No more than a suggestion: proftpd-core starts a server on the machine.
-set(CPACK_DEBIAN_SANDBOX_PACKAGE_SUGGESTS "openssl, proftpd-core, sqlite3")
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/sandbox/postinst ${CMAKE_CURRENT_SOURCE_DIR}/sandbox/prerm)
 

@@ -48,18 +48,4 @@ string(TIMESTAMP spdx_date "%Y-%m-%dT%H:%M:%SZ" UTC)
 # The same content has the same name, and another one another.
 string(UUID spdx_name NAMESPACE 6ba7b811-9dad-11d1-80b4-00c04fd430c8 TYPE SHA1
   NAME "${spdx_date}${spdx_packages}${spdx_relations}")
-file(CONFIGURE OUTPUT ${PROJECT_NAME}.spdx.json @ONLY CONTENT [[{
-  "spdxVersion": "SPDX-2.3",
-  "dataLicense": "CC0-1.0",
-  "SPDXID": "SPDXRef-DOCUMENT",
-  "name": "@PROJECT_NAME@-@PROJECT_VERSION@",
-  "documentNamespace": "urn:uuid:@spdx_name@",
-  "creationInfo": { "created": "@spdx_date@", "creators": ["Organization: Korva XBSA developers"] },
-  "packages": [
-@spdx_packages@
-  ],
-  "relationships": [
-@spdx_relations@
-  ]
-}
-]])
+configure_file(spdx.json.in ${PROJECT_NAME}.spdx.json @ONLY)

@@ -19,11 +19,15 @@ ENV = {"PATH": os.environ["PATH"], "XBSA_FTPD": ROOT, "PYTHONPATH": f"{ROOT}/usr
        "LD_LIBRARY_PATH": f"{ROOT}/usr/{LIBRARIES}:{ROOT}/{LIBRARIES}"}
 
 # Options, separated by semicolons. An aborted store leaves what was there before.
-PROFTPD = """ServerType inetd;Port 0;User {user};Group {group};RootLogin on;UseFtpUsers off;
-    RequireValidShell off;AuthUserFile {folder}/passwd;AuthOrder mod_auth_file.c;AllowOverwrite on;
+PROFTPD = """ServerType inetd;Port 0;DefaultAddress 127.0.0.1;User {user};Group {group};RootLogin on;
+    UseFtpUsers off;RequireValidShell off;AuthUserFile {folder}/passwd;AuthOrder mod_auth_file.c;AllowOverwrite on;
     HiddenStores on;DeleteAbortedStores on;UseReverseDNS off;WtmpLog off;PidFile {folder}/pid;
     ScoreboardFile none;SystemLog {folder}/log;TransferLog none;TimeoutIdle {limit};
     TimeoutStalled {limit};TimeoutNoTransfer {limit};"""
+# What lists and transfers is built in, or in newer releases a module.
+PROFTPD = "".join([f"ModulePath {ROOT}/usr/lib/proftpd;", *(
+    f"LoadModule {name}.c;" for name in ("mod_xfer", "mod_ls")
+    if os.path.exists(f"{ROOT}/usr/lib/proftpd/{name}.so")), PROFTPD])
 # An aborted store leaves nothing.
 VSFTPD = """listen=NO;run_as_launching_user=YES;ftp_username={user};no_anon_password=YES;
     anon_root={folder}/data;anon_upload_enable=YES;anon_other_write_enable=YES;
@@ -113,8 +117,12 @@ def serve_standard_input(folder, limit):
     class Data(handlers.DTPHandler):
         timeout = limit
 
+    class Connector(handlers.ActiveDTP):
+        def handle_write(self):
+            """In 1.5.8 and later it would stop waiting until the new connection takes more data."""
+
     class Handler(handlers.FTPHandler):
-        timeout, dtp_handler = limit, Data
+        timeout, dtp_handler, active_dtp = limit, Data, Connector
         authorizer = authorizers.DummyAuthorizer()
         use_sendfile = False
 

@@ -1,9 +1,11 @@
 """xbsactl check: what it makes of a good way to the server, and of each fault on it."""
 import json
 import os
+import re
 import select
 import subprocess
 import unittest
+from typing import NamedTuple
 
 from ftpd import Daemon, serve_behind
 from sandboxed import Sandbox
@@ -25,43 +27,58 @@ def corrupt(server):
     server.objects[server.name] = data[:70000] + bytes([data[70000] ^ 1]) + data[70001:]
 
 
-# The finding: step, text of it, of the next step; and the scripts of the server's connections.
-SCRIPTS = [
-    ("network.greeting", "2 lines", "switch the banner off", {"GREETING": ["220-hi", "220 ready"]}),
-    ("network.greeting", "SSH-2.0", "correct host or port", {"GREETING": ["SSH-2.0-x"]}),
-    ("network.greeting", "421 full", "its log", FULL),
-    ("network.greeting", "closed", "an FTP server", {"GREETING": ["close"]}),
-    ("network.greeting", "no answer within 2 s", "its log", {"GREETING": DRIP}),
-    ("network.login", "530 ********?", "--user or the password", {"PASS": [f"530 {PASSWORD}?"]}),
-    ("network.login", "530 no", "--user", {"USER": ["530 no"], "PASS": ["503 no"]}),
-    ("network.login", "530 TLS only", "demands encryption", {"USER": ["530 TLS only", "close"]}),
-    ("network.login", "closed the connection, after its reply \"331", "log", {"PASS": ["close"]}),
-    ("network.stor", "closed the connection, after its reply \"200", "log", {"STOR": ["close"]}),
-    ("network.stor", "no reply to STOR", FIREWALL, {"STOR": []}),
-    ("network.type", "504 no", "binary", {"TYPE": ["504 no"]}),
-    ("network.cwd", "550 no", "--path", {"CWD": ["550 no"]}),
-    ("network.port", "502 no", "allow active mode", {"PORT": ["502 no"]}),
-    ("network.stor", "cannot connect back", FIREWALL, {"STOR": ["425 no"]}),
-    ("network.data", "cannot connect back", FIREWALL, {"STOR": ["150 opening", "425 no"]}),
-    ("network.data", "did not arrive", FIREWALL, {"STOR": ["150 opening"]}),
-    ("network.data", "from 127.0.0.2", "strict mode", {"STOR": ["150 opening", "foreign"]}),
-    ("network.stor", "125 opening", "answers 150", {"STOR": ["125 opening", "connect"]}),
-    ("network.stor", "553 no", "let the account write", {"STOR": ["553 no"]}),
-    ("network.end", "426 cut", "server's log", {"END": ["426 cut"]}),
-    ("library.store", "452 full", "full disk", {}, {"STOR": ["452 full"]}),
-    ("library.restore", "550 no", "account", {}, {}, {"RETR": ["550 no"]}),
-    ("library.compare", "from byte 70000", "no backup", {}, {}, {"DATA": [corrupt, "transfer"]}),
-    ("library.two_at_once", "BSACreateObject failed", "limit of sessions", {}, {}, {}, FULL)]
+class Fault(NamedTuple):
+    """Which step shows it, what is found, and what to do next; what the server did, in which of its
+    connections."""
+    result: str
+    found: str
+    next: str
+    odd: dict
+    at: int = 1
+
+
+LOOK, RESTORE, PAIR = 0, 2, 3  # the connections beside that of the store
+HUNG_UP = 'closed the connection, after its reply "'
+FAULTS = [
+    Fault("network.greeting", "2 lines", "switch the banner off", {"GREETING": ["220-hi", "220 ready"]}, LOOK),
+    Fault("network.greeting", "SSH-2.0", "correct host or port", {"GREETING": ["SSH-2.0-x"]}, LOOK),
+    Fault("network.greeting", "turns sessions away: 421 full", "limit of sessions", FULL, LOOK),
+    Fault("network.greeting", "closed", "an FTP server", {"GREETING": ["close"]}, LOOK),
+    Fault("network.greeting", "no answer within 2 s", "at its log", {"GREETING": DRIP}, LOOK),
+    Fault("network.login", "421 full", "limit of sessions", FULL),
+    Fault("network.login", "530 ********?", "--user or the password", {"PASS": [f"530 {PASSWORD}?"]}),
+    Fault("network.login", "530 no", "--user", {"USER": ["530 no"], "PASS": ["503 no"]}),
+    Fault("network.login", "530 TLS only", "demands encryption", {"USER": ["530 TLS only", "close"]}),
+    Fault("network.login", HUNG_UP + "331", "log", {"PASS": ["close"]}),
+    Fault("network.type", "504 no", "binary", {"TYPE": ["504 no"]}),
+    Fault("network.cwd", "CWD .: 550 no", "--path", {"CWD": ["550 no"]}),
+    Fault("network.port", "502 no", "allow active mode", {"PORT": ["502 no"]}),
+    Fault("network.stor", HUNG_UP + "200", "seccomp_sandbox=NO", {"STOR": ["close"]}),
+    Fault("network.stor", "no reply to STOR", FIREWALL, {"STOR": []}),
+    Fault("network.stor", "cannot connect back", FIREWALL, {"STOR": ["425 no"]}),
+    Fault("network.stor", "125 opening", "answers 150", {"STOR": ["125 opening", "connect"]}),
+    Fault("network.stor", "553 no", "let the account write", {"STOR": ["553 no"]}),
+    Fault("network.stor", "452 full", "full disk", {"STOR": ["452 full"]}),
+    Fault("network.data", "cannot connect back", FIREWALL, {"STOR": ["150 opening", "425 no"]}),
+    Fault("network.data", "did not arrive", FIREWALL, {"STOR": ["150 opening"]}),
+    Fault("network.data", "another address", "strict mode", {"STOR": ["150 opening", "foreign"]}),
+    Fault("network.end", "426 cut", "server's log", {"END": ["426 cut"]}),
+    Fault("network.end", "no 226, but: the server closed", "server's log", {"END": ["close"]}),
+    Fault("library.store", "reset", "", {"STOR": ["150 opening", "connect", "reset_data"],
+                                                  "DATA": []}),
+    Fault("library.restore", "550 no", "account", {"RETR": ["550 no"]}, RESTORE),
+    Fault("library.compare", "from byte 70000", "no backup", {"DATA": [corrupt, "transfer"]}, RESTORE),
+    Fault("library.two_at_once", "BSACreateObject failed", "limit of sessions", FULL, PAIR)]
 # Environment and options in place of the usual ones, and the finding. {} is a folder with odd files.
 SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
     ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
     ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
-    ({}, (), "network.tcp", "port 1: Connection refused", "port is right"),
+    ({}, (), "network.tcp", "127.0.0.1:1: Connection refused", "port is right"),
     ({"XBSA_TRACE": "2", "XBSA_LOGFILE": "{}/none/log"}, (), "log", "/none/log", "account write"),
     *(({}, ("--library", path), step, text, advice) for path, step, text, advice in (
         ("{}/bits.so", "library.file", "is 32 bit", "built for 64 bit"),
         ("{}/machine.so", "library.file", "S/390", "built for 64 bit"),
-        ("{}/text.so", "library.file", "no shared library", "again"),
+        ("{}/text.so", "library.file", "not a shared library", "again"),
         ("libm.so.6", "library.calls", "BSAInit", "install"))),
     ({}, ("--informixdir", "{}/none"), "database.onconfig", "No such file", "--informixdir")]
 # A line of the onconfig file, a row of sm_versions, and how they are judged.
@@ -116,22 +133,23 @@ class Plain(Case):
         self.assertEqual((code, daemon.stored()), (0, {}))
         self.assertLessEqual({step for step, row in found.items() if row[0] != "ok"}, {  # the machine's
             "account", "kernel.tcp_retries2", "kernel.tcp_keepalive_time"}, found)
-        self.assertIn("4 objects removed", found["cleanup"][1])
+        self.assertIn("3 objects removed", found["cleanup"][1])
 
     def test_server(self):
         """Each fault is named, with what to do; nothing that builds on it is called ok."""
-        for step, text, advice, *scripts in SCRIPTS:
-            with self.subTest(step + text):
-                silent = ("--timeout", "2") if advice == FIREWALL or "within 2" in text else ()
-                found = self.on_server(Server(*scripts), *silent)[1]
-                self.assert_fails(found, step, text, advice)
-                if step == "library.compare":  # this server deletes nothing
+        for fault in FAULTS:
+            with self.subTest(fault.result + fault.found):
+                slow = FIREWALL in fault.next or "within 2" in fault.found or "another" in fault.found
+                server = Server(*[{}] * fault.at, fault.odd)
+                found = self.on_server(server, *["--timeout", "2"] * slow)[1]
+                self.assert_fails(found, *fault[:3])
+                stores = " ".join(server.heard[1] if len(server.heard) > 1 else []).count("STOR")
+                if stores and not re.search(": [45]", found["network.stor"][1]):
+                    self.assertIn("xbsactl-check-", found["cleanup"][1])  # it may be there
+                if fault.result == "library.compare":  # this server deletes nothing
                     self.assertEqual([found[name][0] for name in ("library.two_at_once", "cleanup")],
                                      ["not_tried", "warn"])
-                if step in ("network.data", "network.end") or (
-                        step == "network.stor" and text[:2] in ("cl", "no", "12")):
-                    self.assertIn("xbsactl-check-", found["cleanup"][1])  # it may be there
-                if step.startswith("network."):
+                if fault.result.startswith("network."):
                     tried = [key for key in found if "library." in key and found[key][0] != "not_tried"]
                     self.assertEqual(" ".join(tried),
                                      "library.file library.load library.calls library.version")
@@ -157,9 +175,9 @@ class Plain(Case):
         for line, row, *want in DATABASES:
             self.write("etc/onconfig.x", line.replace("LIBRARY", LIBRARY) + "\n")
             self.write("etc/sm_versions", row + "\n")
-            with self.subTest(line):
+            for name, env in ((("--onconfig", "onconfig.x"), {}), ((), {"ONCONFIG": "onconfig.x"})):
                 found = check("--host", "127.0.0.1:1", "--user", "b", "--informixdir", self.folder,
-                              env={"ONCONFIG": "onconfig.x"})[1]
+                              *name, env=env)[1]
                 self.assertEqual([found["database." + name][0] for name in ("onconfig", "sm_versions")],
                                  want, found)
 
@@ -174,11 +192,26 @@ class Plain(Case):
             self.assertRegex(";".join(" ".join(found["kernel." + name][:2]) for name in kernel),
                              "^" + ".*;".join(want))
 
+    def run_tool(self, *options):
+        run = subprocess.run([TOOL, "check", *options], env=os.environ | {"XBSA_PASSWORD": PASSWORD},
+                             capture_output=True, text=True, check=False)
+        return run.returncode, run.stdout
+
+    def test_nagios(self):
+        """One line, and a code for each state; a real server refuses an account that it lacks."""
+        for name, code, line in (("vsftpd", 0, "(OK|WARNING) - "), ("proftpd", 2, "CRITICAL - network.login: 530 ")):
+            server = serve_behind(self, Daemon(name))
+            done, out = self.run_tool("--nagios", "--user", "ftp", "--host", f"127.0.0.1:{server.port}")
+            self.assertRegex(out, rf"^XBSA {line}[^\n|]*\| ok=\d+ [^\n|]*\n$")
+            self.assertEqual(done, code + ("WARNING" in out), out)
+
     def test_wrong_arguments(self):
-        for options in ((), ("--host", "x:0", "--user", "b"), ("--host", "x"),
+        """For a monitoring system they are not a failed server."""
+        for options in ((), ("--host", "x:0", "--user", "b"), ("--host", "x"), ("--timeout", "x"),
                         ("--informix", "--host", "x"), ("--informix", "--space", "x")):
-            run = subprocess.run([TOOL, "check", *options], capture_output=True, check=False)
-            self.assertEqual((run.returncode, run.stdout), (2, b""), options)
+            self.assertEqual(self.run_tool(*options), (2, ""), options)
+            code, out = self.run_tool("--nagios", *options)
+            self.assertEqual((code, out[:15], out.count("\n")), (3, "XBSA UNKNOWN - ", 1), options)
 
 
 class Informix(Case):
@@ -197,13 +230,13 @@ class Informix(Case):
                 (lambda: os.chmod(Utility(self).path, 0), "utility.file", "not exec", "a+x", {}),
                 (answer(b"message=no job\nreply=ERROR\n"), query, "ERROR: no job", "KORVA_JOB", {}),
                 (answer(b""), query, "nothing printed", "by hand", {}),
-                (lambda: Utility(self, script=hung), query, "no end within 2 s", "by hand", {}),
+                (lambda: Utility(self, script=hung), query, "no answer within 2 s", "by hand", {}),
                 (Utility, "variable.KORVA_SERVER", "128 bytes: too long", "shorten",
                  {"KORVA_SERVER": "x" * 128}),
                 (Utility, "variable.KORVA_JOB", "not set", "set it", {"KORVA_JOB": None})]:
             with self.subTest(step + text):
                 prepare(*[self] if prepare is Utility else [])
-                found = check("--informix", "--timeout", "2" if "no end" in text else "30", env=env)[1]
+                found = check("--informix", "--timeout", "2" if "no answer" in text else "30", env=env)[1]
                 self.assert_fails(found, step, text, advice)
                 self.assertEqual(found["library.store"][0], "not_tried")
 
@@ -212,5 +245,8 @@ class Informix(Case):
         code, found = check("--informix")
         self.assertEqual((code, sandbox.states(), found["cleanup"][1].count(", ")),
                          (0, ["good"] * 3, 2), found)
-        sandbox.fault("CONNECT=refuse")
-        self.assert_fails(check("--informix")[1], "library.store", "425", FIREWALL)
+        for fault, *want in (("CONNECT=refuse", "network.data", "425", FIREWALL),
+                             ("PASS=reply:530 no", "network.login", "530 no", "add account and host"),
+                             ("openjob=refuse:no drive", "library.store", "no drive", "")):
+            sandbox.fault(fault)
+            self.assert_fails(check("--informix")[1], *want)

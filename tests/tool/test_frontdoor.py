@@ -1,4 +1,5 @@
 """What an administrator asks the tool: explain and setup. No server is needed."""
+import fcntl
 import functools
 import glob
 import os
@@ -94,7 +95,7 @@ class Explain(unittest.TestCase):
         self.assertEqual(tool("explain").stdout[:3], "== ")
 
 
-ONCONFIG = "ROOTNAME rootdbs\nbar_bsalib_path\t/old.so # mine\nBAR_XFER_BUF_SIZE 64\nMSGPATH /x\n"
+ONCONFIG = "ROOTNAME rootdbs\nbar_bsalib_path\t/old.so # mine\nBAR_XFER_BUF_SIZE 64\nLTAPEDEV /dev/null\n"
 ROWS = "1|1.0.1|psm|1.0|\n"
 OTHER = 12345  # an account that is neither root's nor ours
 
@@ -130,7 +131,7 @@ class Folder(unittest.TestCase):
         self.assertEqual(got.returncode, want, got.stdout + got.stderr)
         return got.stdout + got.stderr
 
-    def refuse(self, text, *arguments, want=1, **options):
+    def refuse(self, text, *arguments, want=6, **options):
         before = [(name, state(name)) for name in self.names()]
         out = self.setup(*arguments, want=want, **options)
         self.assertIn(text, out)
@@ -151,22 +152,33 @@ class Setup(Folder):
         os.symlink("onconfig", self.path("etc/linked"))
         limit = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (2000, 2000)),
                  "restore_signals": False}
-        for arguments, code, text, options in [
-                (["--yes"], 2, "no absolute path", {"folder": "informix"}),
-                (["--logrotate"], 2, "a control character", {"folder": "/\u009b"}),
-                (["--yes"], 1, "no database's folder", {"folder": self.path("lib")}),
-                (["--yes"], 1, "/none/etc is missing: no", {"folder": "/none"}),
-                (["--onconfig", "none", "--yes"], 1, "does not exist", {}),
-                (["--onconfig", "linked", "--yes"], 1, "is no plain file", {}),
-                (["--onconfig", "../onconfig", "--yes"], 2, "is the name of a file", {}),
-                (["--library", "/none.so", "--yes"], 1, "library cannot be loaded", {}),
-                (["--dry-run", "--yes"], 0, "+ 1|1.0.1|KORVA|1.8A1|", {}),
-                (["--undo", "--yes"], 0, "Nothing to undo", {}), ([], 1, "Nothing was changed", {}),
-                ([], 1, "Nothing was changed", {"input": "no\n"}),
-                (["--yes"], 1, "etc/sm_versions", limit)]:  # fails when one file is written already
-            with self.subTest(arguments=arguments, text=text):
-                before = self.tree()
-                self.assertIn(text, self.setup(*arguments, want=code, **options))
+        self.write("etc/empty", " \n")
+        self.write("etc/binary", "ROOTNAME x\n\0")
+        busy = os.open(self.path("etc"), os.O_RDONLY)
+        fcntl.flock(busy, fcntl.LOCK_EX)
+        self.refuse("another setup is at work", "--yes")
+        os.close(busy)
+        for row in [
+                dict(odd=["--yes"], folder="informix", code=2, says="no absolute path"),
+                dict(odd=["--logrotate"], folder="/\u009b", code=2, says="a control character"),
+                dict(odd=["--yes"], folder=self.path("lib"), says="no database's folder"),
+                dict(odd=["--yes"], folder="/none", says="/none/etc is missing: no"),
+                dict(odd=["--onconfig", "none", "--yes"], says="does not exist"),
+                dict(odd=["--onconfig", "linked", "--yes"], says="is no plain file"),
+                dict(odd=["--onconfig", "empty", "--yes"], says="is empty: copy"),
+                dict(odd=["--onconfig", "binary", "--yes"], says="is not a text file"),
+                dict(odd=["--onconfig", "../onconfig", "--yes"], code=2, says="is the name of a file"),
+                dict(odd=["--library", "/none.so", "--yes"], says="library cannot be loaded"),
+                dict(odd=["--dry-run", "--yes"], code=0, says="+ 1|1.0.1|KORVA|1.8A1|"),
+                dict(odd=["--dry-run"], code=0, says="# LTAPEDEV is /dev/null: the database discards"),
+                dict(odd=["--undo", "--yes"], code=0, says="Nothing to undo"),
+                dict(odd=[], code=1, says="Nothing was changed"),
+                dict(odd=[], input="no\n", code=1, says="Nothing was changed"),
+                # fails when one file is written already
+                dict(odd=["--yes"], says="etc/sm_versions", **limit)]:
+            with self.subTest(row):
+                before, arguments, says = self.tree(), row.pop("odd"), row.pop("says")
+                self.assertIn(says, self.setup(*arguments, want=row.pop("code", 6), **row))
                 self.assertEqual(self.tree(), before)
 
     def test_planted(self):
@@ -214,7 +226,7 @@ class Setup(Folder):
         self.assertEqual([tree["etc/" + name][3] for name in ("sm_versions", "onconfig.before-xbsa")],
                          [ROWS * 400 + "1|1.0.1|KORVA|1.8A1|\n", "another copy"])
         self.refuse("Nothing to change", "--yes", want=0)
-        self.refuse("", "--undo")
+        self.refuse("", "--undo", want=1)
         self.setup("--undo", "--yes")
         self.assertEqual(self.tree(), self.before)
         self.setup("--yes")  # as a run that was killed leaves it
@@ -240,6 +252,14 @@ class Setup(Folder):
             self.setup("--yes", *options)
             self.assertEqual(self.tree()["etc/onconfig"][3], text)
         self.assertNotIn("lib/ibsad001.so", self.tree())
+        self.write("etc/onconfig", ONCONFIG, 0o640)
+        self.assertIn("check --informix --informixdir", out := self.setup("--yes"))
+        self.assertIn("--onconfig 'onconfig'\n", out)
+        ours, library = self.tree()["etc/onconfig"][3], self.tree()["lib/ibsad001.so"][3]
+        self.write("etc/onconfig", ours.replace(library, "/my.so"), 0o640)
+        self.assertIn('"BAR_BSALIB_PATH /my.so" was edited since, and stays', self.setup("--undo", "--yes"))
+        self.assertEqual(self.tree()["etc/onconfig"][3], ONCONFIG.replace(
+            "bar_bsa", "# bar_bsa") + "BAR_BSALIB_PATH /my.so\n")
 
     def test_damaged_journal(self):
         self.setup("--yes")
@@ -290,11 +310,14 @@ class AsRoot(Folder):
             os.chown(self.path(name), 0, 0)
             self.refuse(text, "--library", self.library, "--yes")
             os.chown(self.path(name), OTHER, OTHER)
+        os.chown(self.path("etc"), 0, 0)
+        self.refuse("this account may not write there: run setup as", "--library", self.library, "--yes")
+        os.chown(self.path("etc"), OTHER, OTHER)
         os.chown(self.path("lib"), 0, 0)
         self.assertIn("No link in", self.hook())
         os.chmod(self.path("etc"), 0o1777)  # where others can plant a journal, and copies
         os.chown(self.path("etc/xbsa-setup.json"), OTHER + 1, OTHER)
-        self.assertIn(f"to another account ({OTHER + 1})", self.hook("--undo", want=1))
+        self.assertIn(f"to another account ({OTHER + 1})", self.hook("--undo", want=6))
 
     def test_way(self):
         """Where somebody else could lead root, or what a group that is not the owner's opens."""
@@ -311,7 +334,7 @@ class AsRoot(Folder):
             os.chown(self.path("etc/onconfig"), OTHER if folder else nobody, OTHER)
             os.chmod(self.folder, mode)
             before = self.tree()
-            self.assertIn(text, self.setup(*arguments, folder=self.path(folder), want=1))
+            self.assertIn(text, self.setup(*arguments, folder=self.path(folder), want=6))
             self.assertEqual(self.tree(), before)
         os.chown(self.path("etc"), nobody, 0)
         self.assertRegex(self.setup("--logrotate", folder=self.path("etc")), "su nobody nogroup\n")

@@ -1,6 +1,7 @@
 """The command-line tool as its user runs it: restore drills, progress for others, no password."""
 import contextlib
 import fcntl
+import json
 import os
 import re
 import shutil
@@ -20,13 +21,14 @@ CANARY, BLOCK = "canary-7731", pattern(65535)
 HELLO = "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824"
 SAMPLE = re.compile(r'# HELP xbsactl_(\w+) .+\n# TYPE xbsactl_\1 gauge\n'
                     r'xbsactl_\1\{command="\w+",name="((?:[^"\\\n]|\\["\\])*)"\} ([0-9.]+)\n')
+BUILD = re.compile(r'# HELP xbsactl_build_info .+\n# TYPE .+ gauge\nxbsactl_build_info\{version="[^"]+"\} 1\n$')
 
 # What stands in a manifest, the code of verify --all, and what it prints of it.
 MANIFESTS = [
-    ("", 1, "has no entry"), ("# nothing\n", 1, "has no entry"), ("junk\n", 1, "line 1"),
-    (f"# x\n{HELLO} good\n", 1, "line 2"), (f"{HELLO[1:]}  good\n", 1, "line 1"),
-    (f"{HELLO[1:]}g  good\n", 1, "line 1"), (f"\\{HELLO}  go\\od\n", 1, "line 1"),
-    (f"{HELLO}  good\r\n", 1, "CR LF"), (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
+    ("", 3, "has no entry"), ("# nothing\n", 3, "has no entry"), ("junk\n", 6, "line 1"),
+    (f"# x\n{HELLO} good\n", 6, "line 2"), (f"{HELLO[1:]}  good\n", 6, "line 1"),
+    (f"{HELLO[1:]}g  good\n", 6, "line 1"), (f"\\{HELLO}  go\\od\n", 6, "line 1"),
+    (f"\\{HELLO}  good\\\n", 6, "line 1"), (f"{HELLO}  good\r\n", 6, "CR LF"), (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
     (f"\\{HELLO}  back\\\\slash\n", 0, "ok    back\\slash: 5 bytes"),
     (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME holds a control character\nok "),
     (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds")]
@@ -35,7 +37,8 @@ MANIFESTS = [
 def metrics():
     text = read_text("s.prom")
     found = {name: value for name, _, value in SAMPLE.findall(text)}
-    assert not SAMPLE.sub("", text) and found.keys() >= {"in_progress", "bytes", "bytes_per_second"}, text
+    assert BUILD.search(text) and not SAMPLE.sub("", BUILD.sub("", text)), text
+    assert found.keys() >= {"in_progress", "duration_seconds", "last_attempt_timestamp_seconds"}, text
     return found | {"name": SAMPLE.search(text)[2]}
 
 
@@ -72,7 +75,7 @@ class Site(unittest.TestCase):
             tool.send_signal(signal.SIGUSR1)
             line = tool.stderr.readline().decode()
             self.assertRegex(line, r'^xbsactl: \w+ "[^"]+": \d+ bytes, [\d.]+ MB/s, [\d.]+ s\n$')
-            if f" {moved} " in line and metrics()["bytes"] == str(moved):
+            if f" {moved} " in line and metrics()["transferred_bytes"] == str(moved):
                 return
         self.fail(f"never told of {moved} bytes: {line}")
 
@@ -92,11 +95,15 @@ class Verify(Site):
             "ok    a b: 5 byt", "ok    back\\slash", "FAIL  gone: BSAG", "FAIL  changed: d"])
         self.assertRegex(out, f"changed: differs: SHA-256 is (?!{HELLO})[0-9a-f]{{64}} .* {HELLO}")
         self.assertEqual(error, "xbsactl: 2 of 4 objects failed to verify\n")
-        for arguments, code in ((["a b"], 0), (["changed"], 1), (["other"], 1), (["--json"], 2),
+        answer = json.loads(self.call("verify", "--all", "--manifest", "m", "--json", code=1)[0])
+        self.assertEqual((answer["schema"], answer["failed"], [len(o) for o in answer["objects"]],
+                          answer["objects"][0]),
+                         (1, 2, [3] * 4, {"name": "a b", "ok": True, "bytes": 5}))
+        for arguments, code in ((["a b"], 0), (["changed"], 1), (["other"], 3), (["--json"], 2),
                                 (["--all"], 1), ([], 2)):
             self.call("verify", *arguments, "--manifest", "m", code=code)
             self.call("verify", *arguments, code=2)
-        self.call("verify", "--all", "--manifest", "none", code=1)
+        self.call("verify", "--all", "--manifest", "none", code=6)
         self.assertEqual(os.listdir(), ["m"])
 
     def test_manifests(self):
@@ -112,7 +119,7 @@ class Verify(Site):
         # refused before anything is sent, waited for or read into memory
         for path in ("no/m", ".", "text", "/dev/null", "/dev/zero", "pipe", "dump"):
             for option in ("--manifest", "--status"):
-                self.call("store", "x", option, path, code=1)
+                self.call("store", "x", option, path, code=6)
         self.assertEqual((len(server.children), read_text("text")), (before, "else\n"))
 
     def test_differs_at_once(self):
@@ -154,6 +161,43 @@ class Verify(Site):
                          ([(b"", 0)] * 8, lines, ["m"]))
 
 
+class Commands(Site):
+    def test_exit_codes(self):
+        """What a script can tell apart, and the line that helps its author."""
+        self.serve(Server({}, {}, {}, {"STOR": [b"550 Permission denied.\r\n"]}, {"PORT": []}))
+        for text in ("", "x\n"):
+            write_plain("pw" + str(len(text)), text, 0o600)
+        write_plain("conf", 'host="127.0.0.1:1"\nuser="u"\n[store]\nmanifest="m"\n')
+        write_plain("secret", f'password="{CANARY}"\n')
+        options, self.options = self.options, []
+        for row in [
+                dict(odd=["sotre", "a", "b"], code=2, says='no command "sotre": did you mean "store"?'),
+                dict(odd=["quux"], code=2, says='no command "quux" (see'),
+                dict(odd=["store", "x", "--quux"], code=2, says="--quux"),
+                dict(odd=["restore", "x", "--json", *options], code=2, says="--json needs FILE"),
+                dict(odd=["store", "x", "--config", "none"], code=2, says="none was not readable"),
+                dict(odd=["store", "x", "--config", "secret"], code=2, says="is never in that file"),
+                dict(odd=["store", "x", "--config", "conf"], code=4, says="connect() failed.\nhint: "),
+                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", code=4, says="connect() failed.\nhint: "),
+                dict(odd=["store", "x"], XBSACTL_HOST=options[1], XBSACTL_USER="ftp", says="stored"),
+                dict(odd=["store", "x", "--json", *options], says='"sha256": "' + HELLO),
+                dict(odd=["restore", "x", "f", "--json", *options], says='"bytes": 5,'),
+                dict(odd=["store", "x", *options], code=4, says="550 Permission denied.\nhint: "),
+                dict(odd=["store", "x", "--timeout", "1", *options], code=4,
+                     says="no data connection from the server within 1 s (--timeout)"),
+                dict(odd=["store", "x", "--password-file", "pw0", *options], code=6, says="line is empty"),
+                dict(odd=["store", "x", "--password-file", ".", *options], code=6, says="Is a directory"),
+                dict(odd=["store", "x", "none/f", *options], code=6, says="No such file or directory")]:
+            with self.subTest(row):
+                odd, says, code = row.pop("odd"), row.pop("says"), row.pop("code", 0)
+                self.env = dict(self.env, **row)
+                out = "".join(self.call(*odd, code=code))
+                self.env = {name: value for name, value in self.env.items() if name not in row}
+                self.assertIn(says, out)
+                self.assertNotIn(CANARY, out)
+        self.assertTrue(os.path.exists("m"))  # the option of the file's section
+
+
 class Progress(Site):
     def test_store_and_restore(self):
         """Asked at every step, told the truth, and the bytes are right."""
@@ -164,8 +208,13 @@ class Progress(Site):
                 self.ask(tool, moved * len(BLOCK))
             self.assertEqual(metrics()["in_progress"], "1")
             tool.communicate(b"end", DEADLINE)
+        if shutil.which("promtool"):
+            with open("s.prom", "rb") as text:
+                lint = subprocess.run(["promtool", "check", "metrics"], stdin=text, capture_output=True,
+                                      check=False)
+            self.assertEqual((lint.returncode, lint.stderr), (0, b""))
         got = metrics()
-        self.assertEqual((tool.returncode, got["in_progress"], got["bytes"], got["last_exit_code"],
+        self.assertEqual((tool.returncode, got["in_progress"], got["transferred_bytes"], got["last_exit_code"],
                           server.stored()["big"] == data), (0, "0", str(len(data)), "0", True))
         os.unlink("s.prom")
         with self.start("restore", "big", "--status", "s.prom", bufsize=0) as tool:
@@ -182,7 +231,7 @@ class Progress(Site):
         self.call(*arguments)
         first = metrics()
         self.assertEqual(first["name"], 'b\\"\\\\')
-        for code, *options in ((1, "--password-file", "none"), (2, "--path", " ")):
+        for code, *options in ((6, "--password-file", "none"), (2, "--path", " ")):
             self.call(*arguments, *options, code=code)
             got = metrics()
             self.assertEqual((got["last_exit_code"], got[kept]), (str(code), first[kept]))
@@ -301,17 +350,21 @@ class Informix(Site):
     def test_queries(self):
         """One that nobody answered says why; only what the server answered is "no match"."""
         failed = r"BSAQueryObject .* code 3 \(.+\): "
-        for script, reason in [
-                (None, failed + "(?!no reason)"), ("kill -9 $$", failed), ("echo no >&2", failed),
-                ("echo message=x; echo reply=ERROR", failed), ("echo reply=OK", "no match\n$")]:
-            with self.subTest(script):
-                Utility(self, script=f"#!/bin/sh\n{script}\n")
-                _ = script or os.unlink(inifile.INI)
+        for row in [
+                dict(odd=None, code=5, says=failed + r"COM utility: Unable to open \[.*ini\] file"),
+                dict(odd="kill -9 $$", code=5, says=failed + "The COM utility did not answer"),
+                dict(odd="echo no >&2", code=5, says=failed + "The COM utility did not answer"),
+                dict(odd="echo message=no job 7; echo reply=ERROR", code=5,
+                     says=failed + "COM utility: no job 7\nhint: "),
+                dict(odd="echo reply=OK", code=3, says="no match\n$")]:
+            with self.subTest(row):
+                Utility(self, script=f"#!/bin/sh\n{row['odd']}\n")
+                _ = row["odd"] or os.unlink(inifile.INI)
                 for arguments in (["query"], ["query", "--json"], ["restore", "x"]):
-                    out, error = self.call(*arguments, code=1)
-                    empty = "--json" in arguments and reason[:2] == "no"  # an answer as well
+                    out, error = self.call(*arguments, code=row["code"])
+                    empty = "--json" in arguments and row["code"] == 3  # an answer as well
                     self.assertEqual(bool(out), empty, out)
-                    self.assertRegex(error, "^xbsactl: " + reason)
+                    self.assertRegex(error, "^xbsactl: " + row["says"])
 
     def test_copies(self):
         self.call("store", "x", "--manifest", "m")

@@ -199,11 +199,11 @@ class Trace(unittest.TestCase):
                         "2026-11-23 17:00:11", "2026-11-24", "16:59", "17:00:10")))),
                 (("--since", "yesterday"), 2, "yesterday"), (("--since", "25:00"), 2, "25:00"),
                 (("--html", self.file("xbsa.log")), 2, "overwrite"),
-                (("--bar-act-log", self.file("none")), 1, "No such file")):
+                (("--bar-act-log", self.file("none")), 6, "No such file")):
             with self.subTest(row.options):
                 self.assertIn(row.result, self.trace(older + self.one, *row.options, code=row.code))
-        for row in rows("args code out reason", ([self.file("none")], 1, b"", b"No such file"),
-                        ([self.folder], 1, b"", b"folder"), ([], 2, b"", b"FILE"),
+        for row in rows("args code out reason", ([self.file("none")], 6, b"", b"No such file"),
+                        ([self.folder], 6, b"", b"folder"), ([], 2, b"", b"FILE"),
                         (["/dev/null"], 0, b"0 sessions\n", b"warning: the log is empty")):
             got = subprocess.run([TOOL, "trace", *row.args], capture_output=True, env=ENV, check=False)
             self.assertEqual((got.returncode, got.stdout), (row.code, row.out))

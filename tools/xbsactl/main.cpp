@@ -1,9 +1,9 @@
 // xbsactl: the library from the command line, and what an administrator needs around it.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <iostream>
 
-#include "base/base.h"
 #include "options.h"
 
 namespace
@@ -14,7 +14,7 @@ int FinishOutput(int I_iExit)
     std::cout.flush();
     if (std::cout && fflush(stdout) == 0) return I_iExit;
     fputs("xbsactl: writing standard output failed\n", stderr);
-    return base::EXIT_FAILED;
+    return base::EXIT_FILE;
 }
 
 int Run(COMMAND_LINE &I_sLine)
@@ -27,38 +27,56 @@ int Run(COMMAND_LINE &I_sLine)
     return I_sLine.fpRun(I_sLine);
 }
 
-// Before the process ends by a signal.
+// Before the process ends by a signal, or by its time limit.
 void Stopped(int I_iExit)
 {
     check::Stopped();
     transfer::EndStatus(I_iExit);
 }
 
-int Main(int argc, char **argv)
+// For a monitoring system a wrong option is not a server in trouble.
+int ForMonitoring(int I_iExit, int argc, char **argv)
+{
+    const bool bNagios = std::find(argv, argv + argc, std::string("--nagios")) != argv + argc;
+    return bNagios && I_iExit != base::EXIT_DONE ? check::NagiosUnknown() : I_iExit;
+}
+
+int Main(int argc, char **argv, COMMAND_LINE &X_sLine)
 {
     base::ReserveStandard();
-    COMMAND_LINE sLine;
-    base::HidePassword(sLine.sConnection);
+    base::HidePassword(X_sLine.sConnection);
     base::WatchSignals({transfer::PrintStatus, transfer::TickStatus, Stopped});
 
-    const std::optional<int> iExit = ParseOptions(argc, argv, sLine);
-    return FinishOutput(iExit ? *iExit : Run(sLine));
+    const std::optional<int> iExit = ParseOptions(argc, argv, X_sLine);
+    return FinishOutput(iExit ? ForMonitoring(*iExit, argc, argv) : Run(X_sLine));
+}
+
+// The error, and what the knowledge base says to it.
+int Report(const base::FAILURE &I_sFailure, const COMMAND_LINE &I_sLine)
+{
+    const std::string strText = base::Printable(I_sFailure.what());
+    const bool bUsage = I_sFailure.iExit == base::EXIT_USAGE;
+    const auto eMode =
+        I_sLine.sConnection.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN;
+    const bool bFailure = !bUsage && I_sFailure.iExit != base::EXIT_NO_MATCH;
+    const std::string strHint = bFailure ? explain::Hint(strText, eMode) : "";
+    fprintf(stderr, "xbsactl: %s%s\n", strText.c_str(), bUsage ? " (see xbsactl --help)" : "");
+    if (!strHint.empty()) fprintf(stderr, "hint: %s\n", base::Printable(strHint).c_str());
+    return I_sFailure.iExit;
 }
 
 int ExitCode(int argc, char **argv)
 {
+    COMMAND_LINE sLine;
     try
     {
-        return Main(argc, argv);
-    } catch (const base::USAGE_ERROR &sError)
+        return Main(argc, argv, sLine);
+    } catch (const base::FAILURE &sFailure)
     {
-        fprintf(stderr, "xbsactl: %s (see xbsactl --help)\n",
-                base::Printable(sError.what()).c_str());
-        return base::EXIT_USAGE;
+        return ForMonitoring(Report(sFailure, sLine), argc, argv);
     } catch (const std::exception &sError)
     {
-        fprintf(stderr, "xbsactl: %s\n", base::Printable(sError.what()).c_str());
-        return base::EXIT_FAILED;
+        return ForMonitoring(Report(base::FAILURE(sError.what()), sLine), argc, argv);
     }
 }
 } // namespace

@@ -2,19 +2,26 @@
 
 #include <CLI/CLI.hpp>
 #include <limits>
-
-#include "base/base.h"
+#include <sstream>
+#include <variant>
 
 namespace
 {
 constexpr const char *DESCRIPTION =
-    "Stores and restores objects on a KORVA backup server or any FTP server that does active\n"
-    "mode, through the library libxbsa and in its strict mode; sets the library up, checks the\n"
-    "way to the server, and explains what went wrong.";
+    "Stores and restores objects on a KORVA backup server or any FTP server that supports active\n"
+    "mode, through the library libxbsa in its strict mode; sets the library up, checks the whole\n"
+    "path to the server, and explains what went wrong.";
 
 constexpr const char *FOOTER = R"(Password:
   The first line of --password-file, else the variable XBSA_PASSWORD. User and password
   together have at most 52 bytes and no ":".
+
+Settings that stay the same:
+  --config FILE, or the variable XBSACTL_CONFIG, names a file with lines such as
+  host="backup.example"; options of a command follow a line such as [store]. The variables
+  XBSACTL_HOST, XBSACTL_USER, XBSACTL_PASSWORD_FILE, XBSACTL_PATH, XBSACTL_TIMEOUT,
+  XBSACTL_LIBRARY, XBSACTL_MANIFEST and XBSACTL_STATUS stand for the options of those names.
+  The command line comes before the file, the file before the variables.
 
 Informix sessions:
   Server, job and the rest come from the variables KORVA_SERVER, KORVA_JOB (both needed),
@@ -22,11 +29,15 @@ Informix sessions:
 
 Exit codes:
   0  done: the server confirmed the whole object, a restored file is on disk
-  1  the operation failed, a query found no match, an object does not verify, a check failed or
-     a question was answered with no; the output says why
+  1  failed otherwise: an object does not verify, a check failed, the user declined a prompt
   2  wrong arguments or settings: nothing was sent
+  3  no match: the server or the manifest has no such object
+  4  the server failed or refused, or could not be reached
+  5  the COM utility failed or refused, or was not found
+  6  a file of this host: input, target, manifest, status, password file, library
   A signal that stops the tool ends it by that signal. A failed or stopped restore leaves what
   was under the target's name as it was; a failed or stopped store is reset, not completed.
+  check --nagios ends with 0 (OK), 1 (warning), 2 (critical) or 3 (unknown).
 
 Signals:
   SIGUSR1 prints a line about the progress to standard error, and ends nothing.
@@ -37,297 +48,250 @@ Library:
 
 Examples:
   export XBSA_PASSWORD=secret
-  xbsactl store dump.sql dump.sql --host backup.example:21 --user backup --path /db
-  sqlite3 shop.db .dump | xbsactl store shop.sql --host backup.example --user backup
-  xbsactl restore dump.sql /tmp/dump.sql --host backup.example --user backup --path /db
-  xbsactl restore shop.sql --host backup.example --user backup | sqlite3 new.db
-  xbsactl restore dump.sql /dev/null --host 127.0.0.1:2121 --user backup --trace 2:xbsa.log
-  xbsactl store dump.sql dump.sql --manifest sums --verify --host 127.0.0.1 --user backup
-  xbsactl verify --all --manifest sums --host 127.0.0.1 --user backup
+  xbsactl store dump.sql dump.sql --host backup.example:21 --user dba --path db
+  sqlite3 shop.db .dump | xbsactl store shop.sql --host backup.example --user dba
+  xbsactl restore dump.sql /tmp/dump.sql --host backup.example --user dba --path db
+  xbsactl restore shop.sql --host backup.example --user dba | sqlite3 new.db
+  xbsactl restore dump.sql /dev/null --host 127.0.0.1:2121 --user dba --trace 2:xbsa.log
+  xbsactl store dump.sql dump.sql --manifest sums --verify --host 127.0.0.1 --user dba
+  xbsactl verify --all --manifest sums --host 127.0.0.1 --user dba
   xbsactl --informix store --space rootdbs level0 root.img
   xbsactl --informix query --space rootdbs --json
   xbsactl --informix restore --space rootdbs level0 root.img --copy-id 1164326400)";
 
-// An empty text would pass for an option that is not there.
-CLI::Validator NotEmpty()
-{
-    return {[](const std::string &I_strText) -> std::string {
-                return I_strText.empty() ? "the text is empty" : "";
-            },
-            ""};
-}
-
-void AddServerOptions(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
-{
-    CLI::Option *spInformix =
-        I_sApp.add_flag("--informix", X_sLine.sConnection.bInformix,
-                        "An Informix session: a KORVA server, by way of its COM utility");
-    I_sApp
-        .add_option("--host", X_sLine.sConnection.strHost, "The server; port 21 when none is given")
-        ->type_name("HOST[:PORT]")
-        ->excludes(spInformix);
-    I_sApp.add_option("--user", X_sLine.sConnection.strUser, "Login name")
-        ->type_name("U")
-        ->excludes(spInformix);
-    I_sApp
-        .add_option("--password-file", X_sLine.sConnection.strPasswordFile,
-                    "File whose first line is the password")
-        ->type_name("FILE")
-        ->excludes(spInformix);
-    I_sApp
-        .add_option("--path", X_sLine.sConnection.strPath,
-                    "Folder on the server, \".\" (where the login leads) when none is given")
-        ->type_name("DIR")
-        ->excludes(spInformix);
-    I_sApp
-        .add_option("--space", X_sLine.sTransfer.sObject.strSpace, "Informix: the object's space")
-        ->type_name("SPACE")
-        ->needs(spInformix);
-    I_sApp
-        .add_option(
-            "--copy-id", X_sLine.sTransfer.sObject.uCopyId,
-            "Informix restore: the copy to take, the newest when none is given; verify: the "
-            "one of the manifest")
-        ->type_name("N")
-        ->check(CLI::Range(1U, std::numeric_limits<unsigned>::max()))
-        ->needs(spInformix);
-}
-
-void AddGeneralOptions(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
-{
-    I_sApp
-        .add_option("--library", X_sLine.sConnection.strLibrary, "The library to drive, see below")
-        ->type_name("PATH");
-    I_sApp
-        .add_option("--timeout", X_sLine.sConnection.uTimeout,
-                    "Longest wait for the server's data connection in seconds, 0 = no limit; 300 "
-                    "when none is given")
-        ->type_name("S")
-        ->check(CLI::Range(0, 1000000));
-    I_sApp
-        .add_option("--trace", X_sLine.strTrace,
-                    "Trace of the library: level 2 tells steps, 3 every call; to standard error "
-                    "without FILE. Without the option XBSA_TRACE and XBSA_LOGFILE decide")
-        ->type_name("LEVEL[:FILE]");
-}
-
 using CHECK = decltype(COMMAND_LINE::fpCheck);
 using RUN = decltype(COMMAND_LINE::fpRun);
-
-void AddCommand(CLI::App &I_sCommand, COMMAND_LINE &X_sLine, const CHECK &I_fpCheck,
-                const RUN &I_fpRun)
-{
-    I_sCommand.callback([&, I_fpCheck, I_fpRun] {
-        X_sLine.strCommand = I_sCommand.get_name();
-        X_sLine.fpCheck = I_fpCheck;
-        X_sLine.fpRun = I_fpRun;
-    });
-    I_sCommand.footer("All other options: xbsactl --help");
-}
-
-// What a command needs that moves objects.
-void CheckTransfer(COMMAND_LINE &X_sLine)
-{
-    if (!X_sLine.sTransfer.bAll)
-        library::CheckObject(X_sLine.sConnection, X_sLine.sTransfer.sObject);
-    if (X_sLine.sConnection.bInformix) base::CheckVariables();
-    else base::CheckPlain(X_sLine.sConnection);
-}
-
 using TRANSFER = void (*)(const base::CONNECTION &, const transfer::OPTIONS &);
+using PREPARE = void (*)(const base::CONNECTION &, transfer::OPTIONS &);
 
-RUN Transfer(TRANSFER I_fpTransfer)
+struct COMMAND
 {
-    return [I_fpTransfer](const COMMAND_LINE &I_sLine) {
-        I_fpTransfer(I_sLine.sConnection, I_sLine.sTransfer);
+    const char *cpName;
+    const char *cpHelp;
+    CHECK fpCheck;
+    RUN fpRun;
+};
+
+// A command that moves objects or lists them. I_fpPrepare checks what belongs to it alone.
+COMMAND Transfer(const char *cpName, const char *cpHelp, TRANSFER I_fpRun, PREPARE I_fpPrepare)
+{
+    const CHECK fpCheck = [I_fpPrepare](COMMAND_LINE &sLine) {
+        if (I_fpPrepare != nullptr) I_fpPrepare(sLine.sConnection, sLine.sTransfer);
+        if (sLine.sTransfer.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
+        if (!sLine.sTransfer.bAll) library::CheckObject(sLine.sConnection, sLine.sTransfer.sObject);
+        if (sLine.sConnection.bInformix) base::CheckVariables();
+        else base::CheckPlain(sLine.sConnection);
+    };
+    const RUN fpRun = [I_fpRun](const COMMAND_LINE &sLine) {
+        I_fpRun(sLine.sConnection, sLine.sTransfer);
         return base::EXIT_DONE;
     };
+    return {cpName, cpHelp, fpCheck, fpRun};
 }
 
-void AddJson(CLI::App &I_sCommand, bool &X_bJson)
+void CheckCheck(COMMAND_LINE &X_sLine)
 {
-    I_sCommand.add_flag("--json", X_bJson, "JSON in place of a table");
+    if (!X_sLine.sTransfer.sObject.strSpace.empty())
+        throw base::USAGE_ERROR("--space is not for check");
+    if (!X_sLine.sConnection.bInformix) base::CheckPreflight(X_sLine.sConnection);
 }
 
-void AddManifest(CLI::App &I_sCommand, COMMAND_LINE &X_sLine)
+std::vector<COMMAND> Commands()
 {
-    I_sCommand
-        .add_option("--manifest", X_sLine.sTransfer.strManifest,
-                    "File that keeps the SHA-256 of what was stored, in the format of sha256sum")
-        ->type_name("FILE")
-        ->check(NotEmpty());
+    return {Transfer("store", "Store FILE or standard input as NAME", transfer::Store, nullptr),
+            Transfer("restore", "Restore NAME into FILE or standard output", transfer::Restore,
+                     transfer::CheckRestore),
+            Transfer("query", "List the newest stored copy of NAME (with --informix)",
+                     transfer::Query, transfer::CheckQuery),
+            Transfer("verify", "Read NAME back and compare it with the manifest; write nothing",
+                     transfer::Verify, transfer::CheckVerify),
+            {"check", "Test the whole path to the server, step by step", CheckCheck,
+             [](const COMMAND_LINE &sLine) { return check::Run(sLine.sConnection, sLine.sCheck); }},
+            {"trace", "Summarise the sessions in a trace log, and their errors",
+             [](COMMAND_LINE &sLine) {
+                 if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
+             },
+             [](const COMMAND_LINE &sLine) {
+                 trace::Run(sLine.sTrace);
+                 return base::EXIT_DONE;
+             }},
+            {"explain", "Explain a return code or a message; all without TEXT",
+             [](COMMAND_LINE &) {},
+             [](const COMMAND_LINE &sLine) {
+                 explain::Run(sLine.sExplain);
+                 return base::EXIT_DONE;
+             }},
+            {"setup", "Hook the library into a database server, or unhook it",
+             [](COMMAND_LINE &sLine) { sLine.sSetup.strLibrary = sLine.sConnection.strLibrary; },
+             [](const COMMAND_LINE &sLine) { return setup::Run(sLine.sSetup); }}};
 }
 
-void AddStatus(CLI::App &I_sCommand, COMMAND_LINE &X_sLine)
+struct OPTION
 {
-    I_sCommand
-        .add_option("--status", X_sLine.sTransfer.strStatus,
-                    "File that tells progress and result in the Prometheus text format")
-        ->type_name("FILE")
-        ->check(NotEmpty());
+    const char *cpCommands; // that have it; "" for all
+    const char *cpName;
+    const char *cpType; // what it takes; "" for a flag or a positional argument
+    std::variant<bool *, std::string *, unsigned *, long *, std::vector<std::string> *> sValue;
+    const char *cpHelp;
+    const char *cpVariable = ""; // that stands for it
+};
+
+std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
+{
+    base::CONNECTION &sConnection = X_sLine.sConnection;
+    transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
+    check::OPTIONS &sCheck = X_sLine.sCheck;
+    trace::OPTIONS &sTrace = X_sLine.sTrace;
+    setup::OPTIONS &sSetup = X_sLine.sSetup;
+    const char *cpOnconfig =
+        "Name its configuration file in DIR/etc (default: ONCONFIG, else \"onconfig\")";
+    const char *cpJson = "Print JSON instead of text";
+    return {
+        {"", "--informix", "", &sConnection.bInformix,
+         "Open an Informix session: a KORVA server, over its COM utility"},
+        {"", "--host", "HOST[:PORT]", &sConnection.strHost, "Name the server (default port: 21)",
+         "XBSACTL_HOST"},
+        {"", "--user", "U", &sConnection.strUser, "Log in as U", "XBSACTL_USER"},
+        {"", "--password-file", "FILE", &sConnection.strPasswordFile,
+         "Take the password from the first line of FILE", "XBSACTL_PASSWORD_FILE"},
+        {"", "--path", "DIR", &sConnection.strPath,
+         "Use this folder on the server (default: where the login leads)", "XBSACTL_PATH"},
+        {"", "--space", "SPACE", &sTransfer.sObject.strSpace, "Informix: name the object's space"},
+        {"", "--copy-id", "N", &sTransfer.sObject.uCopyId,
+         "Informix: restore or verify this copy (default: the newest; verify: the manifest's)"},
+        {"", "--library", "PATH", &sConnection.strLibrary, "Drive this library, see below",
+         "XBSACTL_LIBRARY"},
+        {"", "--timeout", "S", &sConnection.uTimeout,
+         "Wait at most S seconds for the server's data connection; 0 is no limit (default: 300)",
+         "XBSACTL_TIMEOUT"},
+        {"", "--trace", "LEVEL[:FILE]", &X_sLine.strTrace,
+         "Write the library's trace: 2 steps, 3 every call; without FILE to standard error "
+         "(default: XBSA_TRACE and XBSA_LOGFILE)"},
+        {"store restore query verify", "NAME", "", &sTransfer.sObject.strName,
+         "Name of the object; for query \"%\" and \"_\" are patterns (default: all)"},
+        {"store restore", "FILE", "", &sTransfer.strFile,
+         "Local file; \"-\" or none: standard input or output"},
+        {"store restore verify", "--status", "FILE", &sTransfer.strStatus,
+         "Write progress and result to FILE in the Prometheus text format (default: off)",
+         "XBSACTL_STATUS"},
+        {"store verify", "--manifest", "FILE", &sTransfer.strManifest,
+         "Keep the SHA-256 of what was stored in FILE, in the format of sha256sum",
+         "XBSACTL_MANIFEST"},
+        {"store", "--verify", "", &sTransfer.bVerify, "Read the object back and compare"},
+        {"verify", "--all", "", &sTransfer.bAll, "Verify every object of the manifest"},
+        {"store restore query verify", "--json", "", &sTransfer.bJson, cpJson},
+        {"check", "--informixdir", "DIR", &sCheck.strInformixDir,
+         "Check the set-up of the database in DIR, too"},
+        {"check", "--onconfig", "NAME", &sCheck.strOnconfig, cpOnconfig},
+        {"check", "--nagios", "", &sCheck.bNagios,
+         "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do"},
+        {"check", "--json", "", &sCheck.bJson, cpJson},
+        {"trace", "FILE", "", &sTrace.strFile, "The log; \"-\": standard input"},
+        {"trace", "--since", "TIME", &sTrace.strSince,
+         "Show sessions from this moment of the log on"},
+        {"trace", "--handle", "N", &sTrace.lHandle, "Show sessions of this handle only"},
+        {"trace", "--html", "OUT", &sTrace.strHtml, "Write a page with a timeline, too"},
+        {"trace", "--bar-act-log", "FILE", &sTrace.strActLog,
+         "Put the messages of the database's activity log beside it"},
+        {"trace", "--json", "", &sTrace.bJson, cpJson},
+        {"explain", "TEXT", "", &X_sLine.sExplain.vecTexts, "The code, or (part of) the message"},
+        {"explain", "--markdown", "", &X_sLine.sExplain.bMarkdown,
+         "Print a page of the documentation"},
+        {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "Name the database's folder"},
+        {"setup", "--onconfig", "NAME", &sSetup.strOnconfig, cpOnconfig},
+        {"setup", "--logrotate", "", &sSetup.bLogrotate, "Print the rotation of the logs, and end"},
+        {"setup", "--dry-run", "", &sSetup.bDryRun, "Print what would change, and end"},
+        {"setup", "--yes", "", &sSetup.bYes, "Do not ask"},
+        {"setup", "--undo", "", &sSetup.bUndo, "Put back what an earlier run changed"}};
 }
 
-void AddTransfers(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
+// The parser's own names of types are hidden.
+void AddOption(CLI::App &X_sApp, const OPTION &I_sOption)
 {
-    CLI::App *spStore = I_sApp.add_subcommand("store", "Store FILE or standard input as NAME");
-    CLI::App *spRestore =
-        I_sApp.add_subcommand("restore", "Restore NAME into FILE or standard output");
-    for (CLI::App *spCommand : {spStore, spRestore})
+    std::visit(
+        [&](auto *spValue) {
+            if constexpr (std::is_same_v<decltype(spValue), bool *>)
+                X_sApp.add_flag(I_sOption.cpName, *spValue, I_sOption.cpHelp);
+            else
+                X_sApp.add_option(I_sOption.cpName, *spValue, I_sOption.cpHelp)
+                    ->type_name(I_sOption.cpType)
+                    ->envname(I_sOption.cpVariable);
+        },
+        I_sOption.sValue);
+}
+
+void AddCommands(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
+{
+    for (const COMMAND &sCommand : Commands())
     {
-        spCommand->add_option("NAME", X_sLine.sTransfer.sObject.strName, "Name of the object")
-            ->required();
-        spCommand->add_option("FILE", X_sLine.sTransfer.strFile,
-                              "Local file; \"-\" or none: standard input or output");
-        AddStatus(*spCommand, X_sLine);
-    }
-    spStore->add_flag("--verify", X_sLine.sTransfer.bVerify, "Read the object back and compare");
-    AddManifest(*spStore, X_sLine);
-    AddCommand(*spStore, X_sLine, CheckTransfer, Transfer(transfer::Store));
-    AddCommand(*spRestore, X_sLine, CheckTransfer, Transfer(transfer::Restore));
-}
-
-void AddQuery(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
-{
-    CLI::App *spQuery =
-        I_sApp.add_subcommand("query", "List the newest stored copy of NAME (with --informix)");
-    spQuery->add_option("NAME", X_sLine.sTransfer.sObject.strName,
-                        "Name of the object, \"%\" and \"_\" are patterns; all when none is given");
-    AddJson(*spQuery, X_sLine.sTransfer.bJson);
-    const CHECK fpCheck = [](COMMAND_LINE &sLine) {
-        transfer::CheckQuery(sLine.sConnection, sLine.sTransfer);
-        CheckTransfer(sLine);
-    };
-    AddCommand(*spQuery, X_sLine, fpCheck, Transfer(transfer::Query));
-}
-
-void AddVerify(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
-{
-    CLI::App *spVerify = I_sApp.add_subcommand(
-        "verify", "Read NAME back and compare it with the manifest; nothing is written");
-    CLI::Option *spName =
-        spVerify->add_option("NAME", X_sLine.sTransfer.sObject.strName, "Name of the object");
-    spVerify->add_flag("--all", X_sLine.sTransfer.bAll, "Every object of the manifest")
-        ->excludes(spName);
-    AddManifest(*spVerify, X_sLine);
-    AddStatus(*spVerify, X_sLine);
-    const CHECK fpCheck = [](COMMAND_LINE &sLine) {
-        transfer::CheckVerify(sLine.sTransfer);
-        CheckTransfer(sLine);
-    };
-    AddCommand(*spVerify, X_sLine, fpCheck, Transfer(transfer::Verify));
-}
-
-void AddCheck(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
-{
-    CLI::App *spCheck =
-        I_sApp.add_subcommand("check", "Test the whole way to the server, step by step");
-    spCheck
-        ->add_option("--informixdir", X_sLine.sCheck.strInformixDir,
-                     "Look at the database's set-up in this folder too")
-        ->type_name("DIR");
-    spCheck
-        ->add_option("--onconfig", X_sLine.sCheck.strOnconfig,
-                     "Name of its configuration file in DIR/etc (default: the variable ONCONFIG, "
-                     "else \"onconfig\")")
-        ->type_name("NAME");
-    spCheck->add_flag("--nagios", X_sLine.sCheck.bNagios,
-                      "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do");
-    AddJson(*spCheck, X_sLine.sCheck.bJson);
-    const CHECK fpCheck = [](COMMAND_LINE &sLine) {
-        if (!sLine.sTransfer.sObject.strSpace.empty())
-            throw base::USAGE_ERROR("--space is not for check");
-        if (!sLine.sConnection.bInformix) base::CheckPreflight(sLine.sConnection);
-    };
-    AddCommand(*spCheck, X_sLine, fpCheck, [](const COMMAND_LINE &sLine) {
-        return check::Run(sLine.sConnection, sLine.sCheck);
-    });
-}
-
-void AddTrace(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
-{
-    CLI::App *spTrace =
-        I_sApp.add_subcommand("trace", "Summarise the sessions in a trace log, and their errors");
-    spTrace->add_option("FILE", X_sLine.sTrace.strFile, "The log; \"-\": standard input")
-        ->required();
-    spTrace
-        ->add_option("--since", X_sLine.sTrace.strSince, "Sessions from this moment of the log on")
-        ->type_name("TIME");
-    spTrace->add_option("--handle", X_sLine.sTrace.lHandle, "Sessions of this handle alone")
-        ->type_name("N")
-        ->check(CLI::Range(1L, std::numeric_limits<long>::max()));
-    spTrace->add_option("--html", X_sLine.sTrace.strHtml, "Write a page with a timeline, too")
-        ->type_name("OUT");
-    spTrace
-        ->add_option("--bar-act-log", X_sLine.sTrace.strActLog,
-                     "Put the messages of the database's activity log beside it")
-        ->type_name("FILE");
-    AddJson(*spTrace, X_sLine.sTrace.bJson);
-    const CHECK fpCheck = [](COMMAND_LINE &sLine) {
-        if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
-    };
-    AddCommand(*spTrace, X_sLine, fpCheck, [](const COMMAND_LINE &sLine) {
-        trace::Run(sLine.sTrace);
-        return base::EXIT_DONE;
-    });
-}
-
-void AddExplain(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
-{
-    CLI::App *spExplain =
-        I_sApp.add_subcommand("explain", "Explain a return code or a message; all without TEXT");
-    spExplain->add_option("TEXT", X_sLine.sExplain.vecTexts, "The code, or (part of) the message");
-    spExplain->add_flag("--markdown", X_sLine.sExplain.bMarkdown, "As a page of the documentation");
-    AddCommand(
-        *spExplain, X_sLine, [](COMMAND_LINE &) {},
-        [](const COMMAND_LINE &sLine) {
-            explain::Run(sLine.sExplain);
-            return base::EXIT_DONE;
+        CLI::App *spCommand = X_sApp.add_subcommand(sCommand.cpName, sCommand.cpHelp);
+        spCommand->callback([&X_sLine, sCommand] {
+            X_sLine.strCommand = sCommand.cpName;
+            X_sLine.fpCheck = sCommand.fpCheck;
+            X_sLine.fpRun = sCommand.fpRun;
         });
+        spCommand->footer("All other options: xbsactl --help");
+    }
+    for (const OPTION &sOption : Options(X_sLine))
+    {
+        std::istringstream sCommands(sOption.cpCommands);
+        if (*sOption.cpCommands == '\0') AddOption(X_sApp, sOption);
+        for (std::string strCommand; sCommands >> strCommand;)
+            AddOption(*X_sApp.get_subcommand(strCommand), sOption);
+    }
 }
 
-void AddSetup(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
+// Options that depend on each other, and limits.
+void AddRules(CLI::App &X_sApp, bool I_bInformix)
 {
-    CLI::App *spSetup =
-        I_sApp.add_subcommand("setup", "Hook the library into a database server, or unhook it");
-    spSetup->add_option("--informixdir", X_sLine.sSetup.strInformixDir, "The database's folder")
-        ->type_name("DIR")
-        ->required();
-    spSetup
-        ->add_option("--onconfig", X_sLine.sSetup.strOnconfig,
-                     "Name of the file in DIR/etc; the variable ONCONFIG, else \"onconfig\"")
-        ->type_name("NAME");
-    CLI::Option *spRotation = spSetup->add_flag("--logrotate", X_sLine.sSetup.bLogrotate,
-                                                "Print the rotation of the logs, and end");
-    spSetup->add_flag("--dry-run", X_sLine.sSetup.bDryRun, "Print what would change, and end");
-    spSetup->add_flag("--yes", X_sLine.sSetup.bYes, "Do not ask");
-    spSetup->add_flag("--undo", X_sLine.sSetup.bUndo, "Put back what an earlier run changed")
-        ->excludes(spRotation);
-    const CHECK fpCheck = [](COMMAND_LINE &sLine) {
-        sLine.sSetup.strLibrary = sLine.sConnection.strLibrary;
+    const auto fpRange = [](auto iFirst, auto iLast) {
+        return CLI::Range(iFirst, iLast).description("");
     };
-    AddCommand(*spSetup, X_sLine, fpCheck,
-               [](const COMMAND_LINE &sLine) { return setup::Run(sLine.sSetup); });
+    // An empty text would pass for an option that is not there.
+    const CLI::Validator sNotEmpty(
+        [](const std::string &strText) { return strText.empty() ? "the text is empty" : ""; }, "");
+    for (const char *cpName : {"--host", "--user", "--password-file", "--path"})
+    {
+        CLI::Option *spOption = X_sApp.get_option(cpName)->excludes("--informix");
+        if (I_bInformix) spOption->envname(""); // the variable is for other runs
+    }
+    for (const char *cpName : {"--space", "--copy-id"})
+        X_sApp.get_option(cpName)->needs("--informix");
+    X_sApp.get_option("--copy-id")->check(fpRange(1U, std::numeric_limits<unsigned>::max()));
+    X_sApp.get_option("--timeout")->check(fpRange(0, 1000000));
+    CLI::App &sTrace = *X_sApp.get_subcommand("trace");
+    sTrace.get_option("--handle")->check(fpRange(1L, std::numeric_limits<long>::max()));
+    sTrace.get_option("FILE")->required();
+    for (const char *cpCommand : {"store", "restore", "verify"})
+    {
+        CLI::App &sCommand = *X_sApp.get_subcommand(cpCommand);
+        sCommand.get_option("--status")->check(sNotEmpty);
+        if (sCommand.get_option_no_throw("--manifest") != nullptr)
+            sCommand.get_option("--manifest")->check(sNotEmpty);
+        sCommand.get_option("NAME")->required(std::string(cpCommand) != "verify");
+    }
+    X_sApp.get_subcommand("verify")->get_option("--all")->excludes("NAME");
+    CLI::App &sSetup = *X_sApp.get_subcommand("setup");
+    sSetup.get_option("--informixdir")->required();
+    sSetup.get_option("--undo")->excludes("--logrotate");
 }
 
-void AddAll(CLI::App &I_sApp, COMMAND_LINE &X_sLine)
+void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
-    I_sApp.description(DESCRIPTION);
-    I_sApp.footer(FOOTER);
-    I_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
-    I_sApp.fallthrough();            // the options may stand behind the command too
-    I_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
-    I_sApp.failure_message([](const CLI::App *, const CLI::Error &sError) {
-        return "xbsactl: " + base::Printable(sError.what()) + " (see xbsactl --help)\n";
-    });
-    AddServerOptions(I_sApp, X_sLine);
-    AddGeneralOptions(I_sApp, X_sLine);
-    AddTransfers(I_sApp, X_sLine);
-    AddQuery(I_sApp, X_sLine);
-    AddVerify(I_sApp, X_sLine);
-    AddCheck(I_sApp, X_sLine);
-    AddTrace(I_sApp, X_sLine);
-    AddExplain(I_sApp, X_sLine);
-    AddSetup(I_sApp, X_sLine);
+    const char *cpConfig = getenv("XBSACTL_CONFIG");
+    X_sApp.description(DESCRIPTION);
+    X_sApp.footer(FOOTER);
+    X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
+    X_sApp.fallthrough();            // the options may follow the command, too
+    X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
+    AddCommands(X_sApp, X_sLine);
+    AddRules(X_sApp, X_sLine.sConnection.bInformix);
+    X_sApp
+        .set_config("--config", cpConfig != nullptr ? cpConfig : "",
+                    "Read options from FILE (default: the variable XBSACTL_CONFIG)",
+                    cpConfig != nullptr && *cpConfig != '\0')
+        ->type_name("FILE");
+    X_sApp.allow_config_extras(false);
 }
 
 // Nobody should see it twice: the message does not repeat it.
@@ -343,19 +307,60 @@ void RefusePassword(int argc, char **argv)
                                     "machine can read: set XBSA_PASSWORD or give --password-file");
     }
 }
+
+// Whether one letter was changed, added or left out, or two changed places.
+bool IsSlip(std::string_view I_svTyped, std::string_view I_svMeant)
+{
+    size_t uSame = 0;
+    while (uSame < I_svTyped.size() && uSame < I_svMeant.size() &&
+           I_svTyped[uSame] == I_svMeant[uSame])
+        uSame++;
+    const std::string strTyped(I_svTyped.substr(uSame));
+    const std::string strMeant(I_svMeant.substr(uSame));
+    if (strTyped.empty() || strMeant.empty()) return strTyped.size() + strMeant.size() <= 1;
+    const std::string strSwapped = {strTyped[std::min<size_t>(1, strTyped.size() - 1)],
+                                    strTyped[0]};
+    return strTyped.substr(1) == strMeant.substr(1) || strTyped.substr(1) == strMeant ||
+           strTyped == strMeant.substr(1) ||
+           (strTyped.size() > 1 && strSwapped + strTyped.substr(2) == strMeant);
+}
+
+// The parser would name all arguments, the last one first.
+std::string UnknownCommand(const CLI::App &I_sApp)
+{
+    const std::vector<std::string> vecRest = I_sApp.remaining();
+    if (!I_sApp.get_subcommands().empty() || vecRest.empty() || vecRest[0].compare(0, 1, "-") == 0)
+        return "";
+    std::string strText = "there is no command \"" + vecRest[0] + "\"";
+    for (const CLI::App *spCommand : I_sApp.get_subcommands({}))
+        if (IsSlip(vecRest[0], spCommand->get_name()))
+            return strText + ": did you mean \"" + spCommand->get_name() + "\"?";
+    return strText;
+}
 } // namespace
 
 std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
 {
     RefusePassword(argc, argv);
+    X_sLine.sConnection.bInformix =
+        std::find(argv, argv + argc, std::string("--informix")) != argv + argc;
     CLI::App sApp("", "xbsactl");
     AddAll(sApp, X_sLine);
     try
     {
         sApp.parse(argc, argv);
+    } catch (const CLI::ExtrasError &sError)
+    {
+        const std::string strText = UnknownCommand(sApp);
+        throw base::USAGE_ERROR(strText.empty() ? sError.what() : strText);
+    } catch (const CLI::ConfigError &sError)
+    {
+        throw base::USAGE_ERROR("--config: " + std::string(sError.what()) +
+                                "; a password is never in that file");
     } catch (const CLI::ParseError &sError)
     {
-        return sApp.exit(sError) == 0 ? base::EXIT_DONE : base::EXIT_USAGE;
+        if (sError.get_exit_code() != 0) throw base::USAGE_ERROR(sError.what());
+        return sApp.exit(sError); // help and version
     }
     if (sApp.get_subcommands().empty()) throw base::USAGE_ERROR("no command is given");
     return {};
@@ -363,7 +368,6 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
 
 void CheckOptions(COMMAND_LINE &X_sLine)
 {
-    if (X_sLine.sTransfer.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
     if (X_sLine.sTransfer.sObject.uCopyId != 0 && X_sLine.strCommand != "restore" &&
         X_sLine.strCommand != "verify")
         throw base::USAGE_ERROR("--copy-id is for restore and verify only");

@@ -1,13 +1,335 @@
-// What every room may use.
+// The ground floor, for every room: how the tool fails, texts that are safe on a terminal, the
+// settings of a session, the end by a signal, files.
 #ifndef XBSACTL_BASE_H
 #define XBSACTL_BASE_H
 
-#include "base/descriptor.h"
-#include "base/errors.h"
-#include "base/files.h"
-#include "base/settings.h"
-#include "base/stop.h"
-#include "base/target.h"
-#include "base/textfile.h"
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "xbsa.h"
+
+namespace base
+{
+// What a script can tell apart; docs/xbsactl.md has the table.
+enum : int
+{
+    EXIT_DONE = 0,
+    EXIT_FAILED = 1,   // anything else
+    EXIT_USAGE = 2,    // arguments or settings cannot be used, nothing was sent
+    EXIT_NO_MATCH = 3, // the server, or the manifest, has no such object
+    EXIT_SERVER = 4,
+    EXIT_UTILITY = 5, // the COM utility, or its INI file
+    EXIT_FILE = 6     // a file of this host
+};
+
+struct FAILURE : std::runtime_error
+{
+    explicit FAILURE(const std::string &I_strText, int I_iExit = EXIT_FAILED)
+        : std::runtime_error(I_strText), iExit(I_iExit)
+    {
+    }
+
+    int iExit;
+};
+
+struct USAGE_ERROR : FAILURE
+{
+    explicit USAGE_ERROR(const std::string &I_strText) : FAILURE(I_strText, EXIT_USAGE)
+    {
+    }
+};
+
+FAILURE FileFailure(const std::string &I_strText);
+
+// "I_strWhat: text of errno", of the moment of the call; of a file.
+FAILURE SystemFailure(const std::string &I_strWhat);
+
+bool HasControlCharacter(const std::string &I_strText);
+
+// Length of the valid UTF-8 sequence that begins the text; 0 for none. Overlong forms, surrogates
+// and what lies beyond U+10FFFF are not valid.
+size_t SequenceLength(std::string_view I_svText);
+
+// The text with "?" for each character that a terminal would obey: controls, those of U+0080 to
+// U+009F too, and marks of the writing direction. All that is printed passes through here.
+std::string Visible(const std::string &I_strText);
+
+// The same, without controls and blanks at its end: a server's reply in one line.
+std::string Printable(std::string I_strText);
+
+// The text with a mask for each place where a peer said the secret back.
+std::string Masked(std::string I_strText, const std::string &I_strSecret);
+
+// Two lower-case digits for each byte.
+std::string Hex(const unsigned char *ucpBytes, size_t I_uLength);
+
+constexpr size_t NAME_ROOM = sizeof(BSA_ObjectName::objectSpaceName) - 1; // bytes
+
+// What a session needs, checked before anything is opened or sent.
+struct CONNECTION
+{
+    bool bInformix = false;      // a session over the COM utility
+    std::string strHost;         // HOST[:PORT]
+    std::string strUser;         // login
+    std::string strPasswordFile; // empty: the variable XBSA_PASSWORD
+    std::string strPassword;     // by HidePassword, then by CheckPlain
+    bool bPassword = false;      // by HidePassword: the variable was there
+    std::string strLoginFault;   // check: why the login cannot be used; empty: it can
+    std::string strPath = ".";   // folder on the server
+    std::string strLibrary;      // empty: the default search
+    int iTraceLevel = -1;        // -1: the environment decides
+    std::string strTraceFile;    // empty: standard error
+    unsigned uTimeout = 300;     // seconds, 0 = no limit
+};
+
+// The variables of Informix mode. The library passes over a value that is too long without a word,
+// and the backup would go to another pool or drive.
+struct VARIABLE
+{
+    const char *cpName;
+    size_t uRoom; // bytes
+    bool bNeeded;
+};
+extern const std::array<VARIABLE, 6> VARIABLES;
+
+// Moves the variable XBSA_PASSWORD out of the environment and out of the memory that
+// /proc/PID/environ shows; no command and no child process needs it there.
+void HidePassword(CONNECTION &X_sConnection);
+
+// Takes "LEVEL[:FILE]" apart. Throws USAGE_ERROR.
+void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace);
+
+// Checks all of plain mode and reads the password. Throws USAGE_ERROR, or FAILURE for the password
+// file.
+void CheckPlain(CONNECTION &X_sConnection);
+
+// The same for a check of the way: a login that cannot be used is one of its findings.
+void CheckPreflight(CONNECTION &X_sConnection);
+
+// Checks the variables above. Throws USAGE_ERROR.
+void CheckVariables();
+
+// Throws USAGE_ERROR for an empty text, one with a control character, or a longer one.
+void CheckText(const std::string &I_strWhat, const std::string &I_strText, size_t I_uRoom);
+
+// The same for a name on the server, which drops blanks at its ends: the object would go by another
+// one.
+void CheckName(const std::string &I_strWhat, const std::string &I_strText);
+
+// The owner text of an object in plain mode: the login, as the library wants it.
+std::string Owner(const CONNECTION &I_sConnection);
+
+// Ctrl-C and its kin, and a time limit. A thread of its own waits for them: the library blocks all
+// signals in the calling thread while it waits for a reply, and a silent server must not make the
+// tool immortal.
+struct STOP_HOOKS
+{
+    void (*fpAsked)();  // when SIGUSR1 came, which ends nothing
+    void (*fpTick)();   // then too, and once a second
+    void (*fpEnd)(int); // before the process ends by the thread; takes the shell's exit code
+};
+
+// Starts the thread. From here on SIGHUP, SIGINT, SIGQUIT and SIGTERM, unless the caller ignored
+// them, remove the file below and end the process by the same signal.
+void WatchSignals(const STOP_HOOKS &I_sHooks);
+
+// From here on nothing ends the process: its exit code is decided.
+void HoldSignals();
+
+// While one lives the thread limits the time: after I_uSeconds, 0 for no limit, it removes the file
+// below, prints the message and ends the process with EXIT_SERVER.
+class CTimeLimit
+{
+  public:
+    CTimeLimit(unsigned I_uSeconds, const std::string &I_strMessage);
+    CTimeLimit(const CTimeLimit &) = delete;
+    CTimeLimit &operator=(const CTimeLimit &) = delete;
+    ~CTimeLimit();
+};
+
+// While one lives the process is not ended.
+class STOP_LOCK
+{
+  public:
+    STOP_LOCK();
+
+  private:
+    std::lock_guard<std::mutex> sGuard;
+};
+
+// The file that must not survive, in a folder that is held open; an empty name for none.
+void RemoveAtStop(const STOP_LOCK &I_sLock, int I_iFolder, const std::string &I_strName);
+
+// Where the bytes of an object come from and go to, and small texts that other processes read or
+// replace at the same time. All failures throw FAILURE, with the exit code of a local file.
+
+constexpr off_t TEXT_LARGEST = off_t{64} << 20; // bytes, far above any text of ours
+
+// A file descriptor that closes itself.
+class CDescriptor
+{
+  public:
+    explicit CDescriptor(int I_iFile = -1) : iFile(I_iFile)
+    {
+    }
+    CDescriptor(CDescriptor &&I_sOther) noexcept : iFile(I_sOther.Release())
+    {
+    }
+    CDescriptor &operator=(CDescriptor I_sOther) noexcept
+    {
+        std::swap(iFile, I_sOther.iFile);
+        return *this;
+    }
+    CDescriptor(const CDescriptor &) = delete;
+    ~CDescriptor()
+    {
+        if (iFile != -1) close(iFile);
+    }
+
+    int Get() const
+    {
+        return iFile;
+    }
+
+    // The caller closes it.
+    int Release()
+    {
+        return std::exchange(iFile, -1);
+    }
+
+  private:
+    int iFile;
+};
+
+// A name in a folder that is held open, so that nobody can put another folder in its place
+// meanwhile.
+struct TARGET
+{
+    std::shared_ptr<const CDescriptor> spFolder;
+    std::string strName;  // in that folder
+    std::string strShown; // in messages
+
+    int Folder() const
+    {
+        return spFolder->Get();
+    }
+
+    // Of the name itself, also when it is a link; nothing when it does not exist. Throws also for
+    // what somebody else put there after FindTarget.
+    std::optional<struct stat> Status() const;
+
+    // Opens the name itself: a link fails with ELOOP. -1 with errno. Throws as above.
+    int Open(int I_iFlags, mode_t I_uMode = 0) const;
+
+    // Makes a rename in the folder last.
+    void SyncFolder() const;
+};
+
+// Follows links that belong to this account or to root. Throws for a link of anybody else, and for
+// what somebody else put into a folder that others may write, like /tmp: in one with a sticky bit
+// its group, else everybody.
+TARGET FindTarget(const std::string &I_strFile);
+
+// Keeps the numbers 0 to 2 from being given to a file or socket when the caller closed them. The
+// stand-ins fail every read or write, so that a closed standard output stays a failure.
+void ReserveStandard();
+
+// The path in quotes, for a message.
+std::string Quoted(const std::string &I_strFile);
+
+// What the umask leaves of rw-rw-rw-. The first call is the main thread's.
+mode_t NewFileMode();
+
+// Fills the buffer; fewer bytes than asked for are the end.
+size_t ReadAll(int I_iFile, char *cpData, size_t I_uRoom, const std::string &I_strShown);
+void WriteAll(int I_iFile, const char *cpData, size_t I_uLength, const std::string &I_strShown);
+
+class CInput
+{
+  public:
+    explicit CInput(const std::string &I_strFile); // "-": standard input
+
+    // Fills the buffer; fewer bytes than asked for are the end.
+    size_t Read(char *cpData, size_t I_uRoom);
+
+    uint64_t Size() const // of a regular file; 0 for others
+    {
+        return uSize;
+    }
+
+  private:
+    std::string strName;
+    CDescriptor sFile; // none for standard input
+    uint64_t uSize = 0;
+    uint64_t uDone = 0;
+};
+
+// The one way in which the tool replaces a file: what is written goes to a temporary file beside
+// it, which takes its place, owner and mode when all of it is written. Until Publish the old file
+// is untouched; the temporary file goes with the object.
+class CReplacement
+{
+  public:
+    // What is not a regular file is refused. I_bExact: so is a file whose owner cannot be kept.
+    CReplacement(TARGET I_sTarget, bool I_bExact);
+    ~CReplacement();
+
+    void Write(const char *cpData, size_t I_uLength);
+    void Finish(bool I_bSync = true); // I_bSync: to the disk
+    void Publish();                   // under its name; the folder is not synced yet
+
+    const std::string &Temporary() const // its name in the target's folder
+    {
+        return strTemporary;
+    }
+
+  private:
+    void TakeMode() const;
+
+    TARGET sTarget;
+    std::optional<struct stat> sOld; // of the file in the target's place
+    bool bExact;
+    CDescriptor sFile;
+    std::string strTemporary; // empty: it has its name
+};
+
+// Where a restore goes: a file is replaced, and its temporary file goes also when the process is
+// told to stop; a device, a pipe or standard output gets the bytes as they come.
+class COutput
+{
+  public:
+    explicit COutput(const std::string &I_strFile); // "-": standard output
+    ~COutput();
+
+    void Write(const char *cpData, size_t I_uLength);
+    void Commit(); // everything is on disk afterwards
+
+  private:
+    void OpenDevice();
+
+    std::optional<TARGET> sTarget; // none: standard output
+    std::optional<CReplacement> sReplacement;
+    CDescriptor sDevice;
+};
+
+// The whole text; none when there is no such file. What is not a regular file, or larger than the
+// limit, is refused. The path's links are followed, the target's are refused.
+std::optional<std::string> ReadText(const std::string &I_strFile, off_t I_iLargest = TEXT_LARGEST);
+std::optional<std::string> ReadText(const TARGET &I_sTarget, off_t I_iLargest = TEXT_LARGEST);
+
+// A reader finds the old text or the new one, never a part. I_bLast: also after a power cut.
+void ReplaceText(const TARGET &I_sTarget, const std::string &I_strText, bool I_bExact,
+                 bool I_bLast = true);
+} // namespace base
 
 #endif

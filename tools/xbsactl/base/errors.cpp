@@ -1,4 +1,4 @@
-#include "base/errors.h"
+#include "base/base.h"
 
 #include <algorithm>
 #include <array>
@@ -15,15 +15,30 @@ bool IsControl(char I_cChar)
     return static_cast<unsigned char>(I_cChar) < ' ' || I_cChar == '\x7f';
 }
 
-// Of one valid sequence; a byte that begins none stands for itself.
-unsigned CodePoint(std::string_view I_svSequence)
+struct CHARACTER
 {
-    const auto ucFirst = static_cast<unsigned char>(I_svSequence[0]);
-    if (I_svSequence.size() == 1) return ucFirst;
-    unsigned uPoint = ucFirst & (0xFFU >> (I_svSequence.size() + 1));
-    for (const char cNext : I_svSequence.substr(1))
-        uPoint = uPoint << 6 | (static_cast<unsigned char>(cNext) & 0x3FU);
-    return uPoint;
+    unsigned uPoint;
+    size_t uLength; // bytes; 0: the text begins with none, and uPoint is its first byte
+};
+
+CHARACTER Decode(std::string_view I_svText)
+{
+    constexpr unsigned SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000}; // by length; less is overlong
+    const unsigned uFirst = I_svText.empty() ? 0 : static_cast<unsigned char>(I_svText[0]);
+    if (uFirst < 0x80) return {uFirst, 1};
+    const size_t uLength = uFirst >= 0xF0 ? 4 : uFirst >= 0xE0 ? 3 : 2;
+    unsigned uPoint = uFirst & (0x7FU >> uLength);
+    bool bValid = uFirst >= 0xC0 && uFirst < 0xF8 && I_svText.size() >= uLength;
+    for (size_t uPlace = 1; bValid && uPlace < uLength; uPlace++)
+    {
+        const auto ucNext = static_cast<unsigned char>(I_svText[uPlace]);
+        bValid = (ucNext & 0xC0) == 0x80;
+        uPoint = uPoint << 6 | (ucNext & 0x3FU);
+    }
+    const bool bSurrogate = uPoint >= 0xD800 && uPoint <= 0xDFFF;
+    const bool bXml = uPoint != 0xFFFE && uPoint != 0xFFFF; // XML has no such characters
+    bValid = bValid && uPoint >= SMALLEST[uLength] && uPoint <= 0x10FFFF && !bSurrogate && bXml;
+    return bValid ? CHARACTER{uPoint, uLength} : CHARACTER{uFirst, 0};
 }
 
 // What a terminal obeys: controls, and the marks that turn the direction of a line.
@@ -44,7 +59,20 @@ bool IsCommand(unsigned I_uPoint)
 FAILURE SystemFailure(const std::string &I_strWhat)
 {
     const int iError = errno;
-    return FAILURE(I_strWhat + ": " + std::generic_category().message(iError));
+    return FileFailure(I_strWhat + ": " + std::generic_category().message(iError));
+}
+
+FAILURE FileFailure(const std::string &I_strText)
+{
+    return FAILURE(I_strText, EXIT_FILE);
+}
+
+std::string Hex(const unsigned char *ucpBytes, size_t I_uLength)
+{
+    std::string strHex;
+    for (const unsigned char *ucpByte = ucpBytes; ucpByte < ucpBytes + I_uLength; ucpByte++)
+        strHex.append({"0123456789abcdef"[*ucpByte >> 4], "0123456789abcdef"[*ucpByte & 15]});
+    return strHex;
 }
 
 bool HasControlCharacter(const std::string &I_strText)
@@ -54,24 +82,7 @@ bool HasControlCharacter(const std::string &I_strText)
 
 size_t SequenceLength(std::string_view I_svText)
 {
-    const auto ucByte = [&](size_t I_uPlace) {
-        return I_uPlace < I_svText.size() ? static_cast<unsigned char>(I_svText[I_uPlace]) : 0U;
-    };
-    const unsigned uFirst = ucByte(0);
-    if (uFirst < 0x80) return 1;
-    const size_t uLength = uFirst >= 0xF0 ? 4 : uFirst >= 0xE0 ? 3 : 2;
-    unsigned uLow = 0x80;
-    unsigned uHigh = 0xBF;
-    if (uFirst < 0xC2 || uFirst > 0xF4) return 0;
-    if (uFirst == 0xE0) uLow = 0xA0;
-    if (uFirst == 0xED) uHigh = 0x9F;
-    if (uFirst == 0xF0) uLow = 0x90;
-    if (uFirst == 0xF4) uHigh = 0x8F;
-    if (ucByte(1) < uLow || ucByte(1) > uHigh) return 0;
-    if (uFirst == 0xEF && ucByte(1) == 0xBF && ucByte(2) > 0xBD) return 0; // no characters of XML
-    for (size_t uPlace = 2; uPlace < uLength; uPlace++)
-        if ((ucByte(uPlace) & 0xC0) != 0x80) return 0;
-    return uLength;
+    return Decode(I_svText).uLength;
 }
 
 std::string Visible(const std::string &I_strText)
@@ -80,10 +91,10 @@ std::string Visible(const std::string &I_strText)
     std::string_view svLeft = I_strText;
     while (!svLeft.empty())
     {
-        const size_t uLength = std::max<size_t>(1, SequenceLength(svLeft));
-        const std::string_view svNext = svLeft.substr(0, uLength);
-        if (IsCommand(CodePoint(svNext))) strVisible += '?';
-        else strVisible += svNext;
+        const CHARACTER sNext = Decode(svLeft);
+        const size_t uLength = std::max<size_t>(1, sNext.uLength);
+        if (IsCommand(sNext.uPoint)) strVisible += '?';
+        else strVisible += svLeft.substr(0, uLength);
         svLeft.remove_prefix(uLength);
     }
     return strVisible;

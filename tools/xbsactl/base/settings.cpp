@@ -1,16 +1,12 @@
-#include "base/settings.h"
+#include "base/base.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
+#include <fcntl.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 
-#include "base/errors.h"
-#include "base/files.h"
-#include "xbsa.h"
 #include "xbsa_session.h"
 
 namespace base
@@ -33,33 +29,25 @@ void CheckHost(const std::string &I_strHost)
                          strPort.find_first_not_of("0123456789") == std::string::npos;
     const int iPort = bDigits ? std::stoi(strPort) : 0;
     if (iPort < 1 || iPort > 65535)
-        throw USAGE_ERROR("--host: \"" + Printable(strPort) + "\" is no port from 1 to 65535");
-}
-
-void WarnOfReaders(const std::string &I_strFile)
-{
-    struct stat sFile
-    {
-    };
-    if (stat(I_strFile.c_str(), &sFile) == 0 && S_ISREG(sFile.st_mode) &&
-        (sFile.st_mode & (S_IRWXG | S_IRWXO)) != 0)
-        fprintf(stderr, "xbsactl: warning: password file %s is open to other accounts: chmod 600\n",
-                Quoted(I_strFile).c_str());
+        throw USAGE_ERROR("--host: \"" + Printable(strPort) + "\" is not a port from 1 to 65535");
 }
 
 // The first line of the file, without its line end.
 std::string ReadPassword(const std::string &I_strFile)
 {
-    std::ifstream sFile(I_strFile, std::ios::binary);
+    const std::string strShown = "password file " + Quoted(I_strFile);
+    struct stat sStatus = {};
+    if (stat(I_strFile.c_str(), &sStatus) == 0 && S_ISREG(sStatus.st_mode) &&
+        (sStatus.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+        fprintf(stderr, "xbsactl: warning: %s is open to other accounts: chmod 600\n",
+                strShown.c_str());
+    const CDescriptor sFile(open(I_strFile.c_str(), O_RDONLY | O_CLOEXEC));
+    if (sFile.Get() == -1) throw SystemFailure(strShown);
     std::string strText(PASSWORD_ROOM, '\0');
-    sFile.read(strText.data(), static_cast<std::streamsize>(strText.size()));
-    WarnOfReaders(I_strFile);
-    if (!sFile.is_open() || sFile.bad() || (sFile.gcount() == 0 && !sFile.eof()))
-        throw FAILURE("password file \"" + I_strFile + "\" cannot be read");
-
-    strText.resize(static_cast<size_t>(sFile.gcount()));
-    strText.resize(strText.find('\n') == std::string::npos ? strText.size() : strText.find('\n'));
+    strText.resize(ReadAll(sFile.Get(), strText.data(), strText.size(), strShown));
+    strText.resize(std::min(strText.find('\n'), strText.size()));
     if (!strText.empty() && strText.back() == '\r') strText.pop_back();
+    if (strText.empty()) throw FileFailure(strShown + ": its first line is empty");
     return strText;
 }
 
@@ -85,42 +73,30 @@ void CheckLogin(const CONNECTION &I_sConnection)
         throw USAGE_ERROR("user and password together are " + std::to_string(uOwner - OWNER_ROOM) +
                           " bytes too long: the library has room for 52");
 }
-
-// The library passes over a value that is too long without a word, and the backup would go to
-// another pool or drive.
-void CheckVariable(const char *cpVariable, size_t I_uRoom, bool I_bNeeded)
-{
-    const char *cpValue = getenv(cpVariable);
-    if (cpValue == nullptr && !I_bNeeded) return;
-    if (cpValue == nullptr || (I_bNeeded && *cpValue == '\0'))
-        throw USAGE_ERROR(std::string("--informix needs the variable ") + cpVariable);
-    if (std::string(cpValue).size() > I_uRoom)
-        throw USAGE_ERROR(std::string("the variable ") + cpVariable + " is longer than " +
-                          std::to_string(I_uRoom) + " bytes");
-}
-
-void CheckFolder(const CONNECTION &I_sConnection)
-{
-    CheckText("--path", I_sConnection.strPath, NAME_ROOM);
-    CheckBlanks("--path", I_sConnection.strPath);
-}
-
 } // namespace
 
-void CheckText(const char *cpWhat, const std::string &I_strText, size_t I_uRoom)
+const std::array<VARIABLE, 6> VARIABLES = {{
+    {"KORVA_SERVER", sizeof(STUCT_COM_INPUT::szKORVAServer) - 1, true},
+    {"KORVA_JOB", sizeof(STUCT_COM_INPUT::szJobName) - 1, true},
+    {"KORVA_TAPE_SERVER", sizeof(STUCT_COM_INPUT::szKORVATapeServer) - 1, false},
+    {"KORVA_DRIVE", sizeof(STUCT_COM_INPUT::szDrive) - 1, false},
+    {"KORVA_POOL", sizeof(STUCT_COM_INPUT::szPool) - 1, false},
+    {"KORVA_COM_TIMEOUT", sizeof(STUCT_COM_INPUT::szCOMTimeOut) - 1, false},
+}};
+
+void CheckText(const std::string &I_strWhat, const std::string &I_strText, size_t I_uRoom)
 {
-    if (I_strText.empty()) throw USAGE_ERROR(std::string(cpWhat) + " is missing or empty");
-    if (HasControlCharacter(I_strText))
-        throw USAGE_ERROR(std::string(cpWhat) + " holds a control character");
+    if (I_strText.empty()) throw USAGE_ERROR(I_strWhat + " is missing or empty");
+    if (HasControlCharacter(I_strText)) throw USAGE_ERROR(I_strWhat + " holds a control character");
     if (I_strText.size() > I_uRoom)
-        throw USAGE_ERROR(std::string(cpWhat) + " is longer than " + std::to_string(I_uRoom) +
-                          " bytes");
+        throw USAGE_ERROR(I_strWhat + " is longer than " + std::to_string(I_uRoom) + " bytes");
 }
 
-void CheckBlanks(const char *cpWhat, const std::string &I_strText)
+void CheckName(const std::string &I_strWhat, const std::string &I_strText)
 {
+    CheckText(I_strWhat, I_strText, NAME_ROOM);
     if (I_strText.front() == ' ' || I_strText.back() == ' ')
-        throw USAGE_ERROR(std::string(cpWhat) + " begins or ends with a blank");
+        throw USAGE_ERROR(I_strWhat + " begins or ends with a blank");
 }
 
 void HidePassword(CONNECTION &X_sConnection)
@@ -158,7 +134,7 @@ void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace)
 void CheckPlain(CONNECTION &X_sConnection)
 {
     CheckHost(X_sConnection.strHost);
-    CheckFolder(X_sConnection);
+    CheckName("--path", X_sConnection.strPath);
     X_sConnection.strPassword = TakePassword(X_sConnection);
     CheckLogin(X_sConnection);
 }
@@ -166,7 +142,7 @@ void CheckPlain(CONNECTION &X_sConnection)
 void CheckPreflight(CONNECTION &X_sConnection)
 {
     CheckHost(X_sConnection.strHost);
-    CheckFolder(X_sConnection);
+    CheckName("--path", X_sConnection.strPath);
     CheckText("--user", X_sConnection.strUser, NAME_ROOM);
     try
     {
@@ -180,11 +156,15 @@ void CheckPreflight(CONNECTION &X_sConnection)
 
 void CheckVariables()
 {
-    CheckVariable("KORVA_SERVER", sizeof(STUCT_COM_INPUT::szKORVAServer) - 1, true);
-    CheckVariable("KORVA_JOB", sizeof(STUCT_COM_INPUT::szJobName) - 1, true);
-    CheckVariable("KORVA_TAPE_SERVER", sizeof(STUCT_COM_INPUT::szKORVATapeServer) - 1, false);
-    CheckVariable("KORVA_DRIVE", sizeof(STUCT_COM_INPUT::szDrive) - 1, false);
-    CheckVariable("KORVA_POOL", sizeof(STUCT_COM_INPUT::szPool) - 1, false);
-    CheckVariable("KORVA_COM_TIMEOUT", sizeof(STUCT_COM_INPUT::szCOMTimeOut) - 1, false);
+    for (const VARIABLE &sVariable : VARIABLES)
+    {
+        const char *cpValue = getenv(sVariable.cpName);
+        const std::string strValue = cpValue != nullptr ? cpValue : "";
+        if (strValue.empty() && sVariable.bNeeded)
+            throw USAGE_ERROR(std::string("--informix needs the variable ") + sVariable.cpName);
+        if (strValue.size() > sVariable.uRoom)
+            throw USAGE_ERROR(std::string("the variable ") + sVariable.cpName + " is longer than " +
+                              std::to_string(sVariable.uRoom) + " bytes");
+    }
 }
 } // namespace base

@@ -1,15 +1,14 @@
-#include "base/stop.h"
+#include "base/base.h"
 
 #include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <ctime>
 #include <thread>
-
-#include "base/errors.h"
 
 namespace base
 {
@@ -21,6 +20,15 @@ constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit co
 std::mutex sMutex;
 char szDoomed[NAME_MAX + 1];
 int iDoomedFolder;
+std::atomic<time_t> lEnd; // of the time limit, on the clock that nobody sets; 0 for none
+char szLate[256];
+
+time_t Seconds()
+{
+    struct timespec sNow = {};
+    clock_gettime(CLOCK_MONOTONIC, &sNow);
+    return sNow.tv_sec;
+}
 
 sigset_t SignalSet()
 {
@@ -28,9 +36,7 @@ sigset_t SignalSet()
     sigemptyset(&sSet);
     for (const int iSignal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
     {
-        struct sigaction sAction
-        {
-        };
+        struct sigaction sAction = {};
         sigaction(iSignal, nullptr, &sAction);
         if (sAction.sa_handler != SIG_IGN) sigaddset(&sSet, iSignal); // nohup, background jobs
     }
@@ -50,6 +56,23 @@ sigset_t SignalSet()
     _exit(EXIT_FAILED);
 }
 
+// The lock is kept for good: nothing is created or renamed any more.
+void Prepare(const STOP_HOOKS &I_sHooks, int I_iExit)
+{
+    if (szDoomed[0] != '\0') unlinkat(iDoomedFolder, szDoomed, 0);
+    I_sHooks.fpEnd(I_iExit);
+}
+
+void EndWhenLate(const STOP_HOOKS &I_sHooks)
+{
+    if (lEnd == 0) return; // without the lock, which a forked child could find locked for ever
+    const std::lock_guard<std::mutex> sGuard(sMutex);
+    if (lEnd == 0 || Seconds() < lEnd) return;
+    Prepare(I_sHooks, EXIT_SERVER);
+    dprintf(STDERR_FILENO, "xbsactl: %s\n", szLate);
+    _exit(EXIT_SERVER);
+}
+
 // Waits a second for a signal that ends the process, and returns 0 or its number.
 int NextSignal(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
 {
@@ -61,16 +84,32 @@ int NextSignal(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
     return 0;
 }
 
-void Wait(sigset_t I_sSet, STOP_HOOKS I_sHooks)
+void Wait(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
 {
     int iSignal = 0;
-    while (iSignal == 0) iSignal = NextSignal(I_sSet, I_sHooks);
-    sMutex.lock(); // for good: nothing is created or renamed any more
-    if (szDoomed[0] != '\0') unlinkat(iDoomedFolder, szDoomed, 0);
-    I_sHooks.fpEnd(SIGNAL_CODE + iSignal);
+    while (iSignal == 0)
+    {
+        EndWhenLate(I_sHooks);
+        iSignal = NextSignal(I_sSet, I_sHooks);
+    }
+    sMutex.lock();
+    Prepare(I_sHooks, SIGNAL_CODE + iSignal);
     EndBySignal(iSignal);
 }
 } // namespace
+
+CTimeLimit::CTimeLimit(unsigned I_uSeconds, const std::string &I_strMessage)
+{
+    const STOP_LOCK sLock;
+    lEnd = I_uSeconds == 0 ? 0 : Seconds() + I_uSeconds;
+    szLate[I_strMessage.copy(szLate, sizeof szLate - 1)] = '\0';
+}
+
+CTimeLimit::~CTimeLimit()
+{
+    const STOP_LOCK sLock;
+    lEnd = 0;
+}
 
 STOP_LOCK::STOP_LOCK() : sGuard(sMutex)
 {

@@ -1,13 +1,10 @@
-#include "base/target.h"
+#include "base/base.h"
 
 #include <fcntl.h>
 
 #include <array>
 #include <cerrno>
 #include <climits>
-
-#include "base/errors.h"
-#include "base/files.h"
 
 namespace base
 {
@@ -33,8 +30,8 @@ STAT StatusOf(const CDescriptor &I_sEntry, const std::string &I_strShown)
 std::string LinkText(const CDescriptor &I_sLink, uid_t I_uOwner, const std::string &I_strShown)
 {
     if (I_uOwner != geteuid() && I_uOwner != 0)
-        throw FAILURE(I_strShown + " leads through a link that belongs to another account (" +
-                      std::to_string(I_uOwner) + "): name the file that is meant");
+        throw FileFailure(I_strShown + " leads through a link that belongs to another account (" +
+                          std::to_string(I_uOwner) + "): name the file that is meant");
     std::array<char, PATH_MAX> szText{};
     const ssize_t iLength = readlinkat(I_sLink.Get(), "", szText.data(), szText.size());
     if (iLength == -1) throw SystemFailure(I_strShown);
@@ -50,8 +47,8 @@ void RefusePlanted(int I_iFolder, uid_t I_uOwner, const std::string &I_strShown)
     const bool bGroup = (sFolder.st_mode & S_ISVTX) != 0 && (sFolder.st_mode & S_IWGRP) != 0;
     const bool bShared = bGroup || (sFolder.st_mode & S_IWOTH) != 0;
     if (bShared && I_uOwner != geteuid() && I_uOwner != sFolder.st_uid)
-        throw FAILURE(I_strShown + " belongs to another account (" + std::to_string(I_uOwner) +
-                      "), in a folder that others may write: take another name or folder");
+        throw FileFailure(I_strShown + " belongs to another account (" + std::to_string(I_uOwner) +
+                          "), in a folder that others may write: take another name or folder");
 }
 
 // Takes the next part off the path. What is left begins with a slash, or is empty.

@@ -18,6 +18,9 @@ struct OPTIONS
 // Tells what a check that a signal ends may leave on the server.
 void Stopped();
 
+// Prints the line for --nagios when the check cannot be run. Returns the exit code.
+int NagiosUnknown();
+
 int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
 } // namespace check
 

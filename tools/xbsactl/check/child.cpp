@@ -10,18 +10,16 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
-#include <optional>
-#include <sstream>
 
-#include "base/base.h"
-
+namespace check
+{
 namespace
 {
-using CLOCK = std::chrono::steady_clock;
+constexpr const char *FAILED = "failed"; // with the work's own error
+constexpr const char *DONE = "done";
 
-constexpr const char *FAILED = "failure"; // the work's own error
-
-constexpr size_t LONGEST = 1 << 20; // bytes of a result: a mad library must not fill the memory
+constexpr size_t MOST_EVENTS = 100000; // a mad library must not fill the memory
+constexpr int PATIENCE = 20;           // silences until the end: one that drips is not waited for
 
 // A group of its own, so that the utility which the library runs goes with it. It does not outlive
 // the tool, and the signals that the tool's own thread waits for end it as any other program.
@@ -35,64 +33,43 @@ void BecomeChild(pid_t I_iParent)
     sigprocmask(SIG_SETMASK, &sNone, nullptr);
 }
 
-// Name, size and value of each; an empty name ends the text.
-std::string Packed(const RESULT &I_sAnswer)
+void Run(const WORK &I_fpWork, int I_iPipe)
 {
-    std::string strText;
-    for (const auto &[strName, strValue] : I_sAnswer)
-        (strText += strName + '\n').append(std::to_string(strValue.size()) + '\n').append(strValue);
-    return strText + '\n';
-}
-
-std::optional<RESULT> Unpacked(const std::string &I_strText)
-{
-    RESULT sAnswer;
-    std::istringstream sText(I_strText);
-    std::string strName;
-    while (std::getline(sText, strName) && !strName.empty())
-    {
-        size_t uSize = 0;
-        sText >> uSize;
-        std::string strValue(std::min(uSize, LONGEST), ' ');
-        sText.ignore().read(strValue.data(), static_cast<std::streamsize>(strValue.size()));
-        sAnswer[strName] = strValue;
-    }
-    if (!sText) return {};
-    return sAnswer;
-}
-
-std::string ResultOf(const std::function<RESULT()> &I_fpWork)
-{
+    const SAY fpSay = [I_iPipe](const char *cpName, std::string strValue) {
+        std::replace(strValue.begin(), strValue.end(), '\n', ' ');
+        dprintf(I_iPipe, "%s %s\n", cpName, strValue.c_str());
+    };
     try
     {
-        return Packed(I_fpWork());
+        I_fpWork(fpSay);
+        fpSay(DONE, "");
     } catch (const std::exception &sError)
     {
-        return Packed({{FAILED, sError.what()}});
+        fpSay(FAILED, sError.what());
     }
 }
 
-void WriteAll(int I_iFile, const std::string &I_strText)
+long Milliseconds(std::chrono::steady_clock::duration I_sTime)
 {
-    size_t uDone = 0;
-    while (uDone < I_strText.size())
-    {
-        const ssize_t iSent = write(I_iFile, I_strText.data() + uDone, I_strText.size() - uDone);
-        if (iSent <= 0) return;
-        uDone += static_cast<size_t>(iSent);
-    }
-}
-
-base::FAILURE DeathOf(int I_iStatus)
-{
-    if (WIFSIGNALED(I_iStatus))
-        return base::FAILURE("ended by signal " + std::to_string(WTERMSIG(I_iStatus)));
-    return base::FAILURE("ended without a result, exit code " +
-                         std::to_string(WEXITSTATUS(I_iStatus)));
+    return static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(I_sTime).count());
 }
 } // namespace
 
-CChild::CChild(const std::function<RESULT()> &I_fpWork)
+const EVENT *OUTCOME::Find(const char *cpName) const
+{
+    const auto sFound = std::find_if(vecEvents.rbegin(), vecEvents.rend(),
+                                     [cpName](const EVENT &s) { return s.strName == cpName; });
+    return sFound != vecEvents.rend() ? &*sFound : nullptr;
+}
+
+std::string OUTCOME::Value(const char *cpName) const
+{
+    const EVENT *spEvent = Find(cpName);
+    return spEvent != nullptr ? spEvent->strValue : "";
+}
+
+CChild::CChild(const WORK &I_fpWork)
 {
     std::array<int, 2> aiPipe{};
     if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
@@ -102,60 +79,74 @@ CChild::CChild(const std::function<RESULT()> &I_fpWork)
     if (iProcess == 0)
     {
         BecomeChild(iParent);
-        WriteAll(aiPipe[1], ResultOf(I_fpWork));
+        Run(I_fpWork, aiPipe[1]);
         _exit(base::EXIT_DONE);
     }
     close(aiPipe[1]);
-    iPipe = aiPipe[0];
+    sPipe = base::CDescriptor(aiPipe[0]);
     if (iProcess == -1) throw base::SystemFailure("a child process");
 }
 
 CChild::~CChild()
 {
     End();
-    close(iPipe);
 }
 
-void CChild::End()
+// Returns how it ended, when it has ended by itself.
+std::string CChild::End()
 {
-    if (iProcess <= 0) return;
+    int iStatus = 0;
+    if (iProcess <= 0) return "";
     kill(-iProcess, SIGKILL);
     kill(iProcess, SIGKILL);
-    waitpid(iProcess, nullptr, 0);
+    waitpid(iProcess, &iStatus, 0);
     iProcess = -1;
+    if (WIFSIGNALED(iStatus)) return "ended by signal " + std::to_string(WTERMSIG(iStatus));
+    return "ended without a result, exit code " + std::to_string(WEXITSTATUS(iStatus));
 }
 
-std::string CChild::ReadAll(std::chrono::milliseconds I_sTime) const
+// Returns false at the end of the pipe. Throws FAILURE when nothing comes.
+bool CChild::ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence)
 {
-    std::string strText;
+    const long lLeft = std::min(Milliseconds(I_sEnd - CLOCK::now()), Milliseconds(I_sSilence));
+    pollfd sPoll{sPipe.Get(), POLLIN, 0};
+    if (lLeft <= 0 || poll(&sPoll, 1, static_cast<int>(lLeft)) == 0)
+        throw base::FAILURE("no answer within " + std::to_string(I_sSilence.count() / 1000) + " s");
     std::array<char, 4096> acPiece{};
-    const CLOCK::time_point sEnd = CLOCK::now() + I_sTime;
-    while (strText.size() < LONGEST)
+    const ssize_t iGot = read(sPipe.Get(), acPiece.data(), acPiece.size());
+    if (iGot <= 0) return false;
+    strInput.append(acPiece.data(), static_cast<size_t>(iGot));
+    for (size_t uEnd = strInput.find('\n'); uEnd != std::string::npos; uEnd = strInput.find('\n'))
     {
-        const auto sLeft =
-            std::chrono::duration_cast<std::chrono::milliseconds>(sEnd - CLOCK::now());
-        pollfd sPoll{iPipe, POLLIN, 0};
-        if (sLeft.count() <= 0 || poll(&sPoll, 1, static_cast<int>(sLeft.count())) == 0)
-            throw base::FAILURE("no end within " + std::to_string(I_sTime.count() / 1000) + " s");
-        const ssize_t iGot = read(iPipe, acPiece.data(), acPiece.size());
-        if (iGot <= 0) break;
-        strText.append(acPiece.data(), static_cast<size_t>(iGot));
+        const size_t uName = strInput.find(' ');
+        sOutcome.vecEvents.push_back({strInput.substr(0, uName),
+                                      strInput.substr(uName + 1, uEnd - uName - 1),
+                                      Milliseconds(CLOCK::now() - sStart)});
+        strInput.erase(0, uEnd + 1);
     }
-    return strText;
+    return sOutcome.vecEvents.size() < MOST_EVENTS;
 }
 
-RESULT CChild::Wait(std::chrono::milliseconds I_sTime)
+const OUTCOME &CChild::Wait(std::chrono::milliseconds I_sSilence, const char *cpUntil)
 {
-    const std::string strText = ReadAll(I_sTime);
-    if (strText.empty())
+    try
     {
-        int iStatus = 0;
-        waitpid(iProcess, &iStatus, 0); // its end of the pipe is closed: it has ended
-        iProcess = -1;
-        throw DeathOf(iStatus);
+        const CLOCK::time_point sEnd = CLOCK::now() + I_sSilence * PATIENCE;
+        while (sOutcome.Find(cpUntil) == nullptr && ReadMore(sEnd, I_sSilence))
+        {
+        }
+        sOutcome.strFailure = sOutcome.Value(FAILED);
+        const bool bSaid = sOutcome.Find(DONE) != nullptr || sOutcome.Find(cpUntil) != nullptr;
+        if (sOutcome.strFailure.empty() && !bSaid) sOutcome.strFailure = End();
+    } catch (const base::FAILURE &sError)
+    {
+        sOutcome.strFailure = sError.what();
     }
-    const std::optional<RESULT> sAnswer = Unpacked(strText);
-    if (!sAnswer) throw base::FAILURE("ended in the middle of its result");
-    if (sAnswer->count(FAILED) != 0) throw base::FAILURE(sAnswer->at(FAILED));
-    return *sAnswer;
+    return sOutcome;
 }
+
+OUTCOME RunChild(std::chrono::milliseconds I_sSilence, const WORK &I_fpWork)
+{
+    return CChild(I_fpWork).Wait(I_sSilence);
+}
+} // namespace check

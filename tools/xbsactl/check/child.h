@@ -6,29 +6,61 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
 #include <string>
+#include <vector>
 
-using RESULT = std::map<std::string, std::string>; // by names without a line end
+#include "base/base.h"
+
+namespace check
+{
+// What the work says, as it comes: a name without a blank, and a value of one line.
+using SAY = std::function<void(const char *cpName, const std::string &I_strValue)>;
+using WORK = std::function<void(const SAY &)>;
+
+struct EVENT
+{
+    std::string strName;
+    std::string strValue;
+    long lMilliseconds = 0; // since the start of the work
+};
+
+// All that was said, whatever became of the work.
+struct OUTCOME
+{
+    std::vector<EVENT> vecEvents;
+    std::string strFailure; // what the work threw, its crash, its silence; empty: it is done
+
+    // The last one of that name; null for none.
+    const EVENT *Find(const char *cpName) const;
+    std::string Value(const char *cpName) const;
+};
 
 class CChild
 {
   public:
-    // Starts the work; what it returns comes back from Wait.
-    explicit CChild(const std::function<RESULT()> &I_fpWork);
+    explicit CChild(const WORK &I_fpWork);
     CChild(const CChild &) = delete;
     CChild &operator=(const CChild &) = delete;
     ~CChild(); // ends the process and what it has started
 
-    // Throws FAILURE when the work threw one, crashed, or did not end in time.
-    RESULT Wait(std::chrono::milliseconds I_sTime);
+    // Until the work has ended or was silent for that time, or until it has said that name.
+    const OUTCOME &Wait(std::chrono::milliseconds I_sSilence, const char *cpUntil = "");
 
   private:
-    std::string ReadAll(std::chrono::milliseconds I_sTime) const;
-    void End();
+    using CLOCK = std::chrono::steady_clock;
+
+    bool ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence);
+    std::string End();
 
     pid_t iProcess = -1;
-    int iPipe = -1;
+    base::CDescriptor sPipe;
+    CLOCK::time_point sStart = CLOCK::now();
+    std::string strInput; // not yet a whole line
+    OUTCOME sOutcome;
 };
+
+// The outcome of work that is waited for at once.
+OUTCOME RunChild(std::chrono::milliseconds I_sSilence, const WORK &I_fpWork);
+} // namespace check
 
 #endif

@@ -1,19 +1,13 @@
-#include "check/database.h"
-
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <cstdlib>
-#include <sstream>
+#include <filesystem>
 #include <system_error>
-#include <vector>
 
-#include "base/base.h"
+#include "check/steps.h"
 
+namespace check
+{
 namespace
 {
-constexpr const char *ROW_STEP = "database.sm_versions";
-constexpr const char *PATH_STEP = "database.onconfig";
 constexpr const char *PATH_KEY = "BAR_BSALIB_PATH";
 constexpr off_t LARGEST = 1 << 20; // bytes of a file of the database
 
@@ -25,7 +19,7 @@ std::string Unquoted(const std::string &I_strText)
     return I_strText.substr(uFirst, I_strText.find_last_not_of(cpBlanks) - uFirst + 1);
 }
 
-// The fields of a row; the number in front is the database's own matter, and so is a "|" at the end.
+// The fields of a row; its leading number is the database's own matter, and so is a "|" at its end.
 std::vector<std::string> Fields(const std::string &I_strRow)
 {
     std::vector<std::string> vecFields;
@@ -37,44 +31,19 @@ std::vector<std::string> Fields(const std::string &I_strRow)
     return vecFields;
 }
 
-// Returns why the file cannot be read; empty when it was.
-std::string Read(const std::string &I_strFile, std::istringstream &O_sText)
+FINDING Row(const std::string &I_strFile, std::istream &I_sFile, const std::string &I_strRow)
 {
-    try
-    {
-        const std::optional<std::string> strText = base::ReadText(I_strFile, LARGEST);
-        O_sText.str(strText.value_or(""));
-        return strText ? "" : I_strFile + ": " + std::generic_category().message(ENOENT);
-    } catch (const base::FAILURE &sFailure)
-    {
-        return sFailure.what();
-    }
-}
-
-void CheckRow(CReport &I_sReport, const std::string &I_strFile, const std::string &I_strRow)
-{
-    if (I_strRow.empty()) return I_sReport.NotTried(ROW_STEP, "the library tells no version");
-    std::istringstream sFile;
-    const std::string strFault = Read(I_strFile, sFile);
-    if (!strFault.empty())
-        return I_sReport.Fail(ROW_STEP, strFault,
-                              "make the file, with the line \"" + I_strRow + "\"");
-    for (std::string strLine; std::getline(sFile, strLine);)
+    for (std::string strLine; std::getline(I_sFile, strLine);)
         if (Fields(strLine) == Fields(I_strRow))
-            return I_sReport.Ok(ROW_STEP, I_strFile + ": \"" + Unquoted(strLine) + "\"");
-    I_sReport.Fail(ROW_STEP, I_strFile + " has no row for this library",
-                   "add the line \"" + I_strRow + "\"; another number in front will do, too");
+            return Ok(Text(I_strFile, ": \"", Unquoted(strLine), "\""));
+    return Fail(I_strFile + " has no row for this library",
+                Text("add the line \"", I_strRow, "\"; another leading number will do, too"));
 }
 
-std::string OnconfigFile(const std::string &I_strFolder)
+// The last line counts. After a "#" comes a comment. The database knows its own folder by name.
+std::string LibraryPath(std::istream &I_sFile, const std::string &I_strFolder)
 {
-    const char *cpName = getenv("ONCONFIG");
-    return I_strFolder + "/etc/" + (cpName != nullptr && *cpName != '\0' ? cpName : "onconfig");
-}
-
-// The last line counts. What stands behind a "#" is a comment.
-std::string ReadKey(std::istream &I_sFile)
-{
+    const std::string strVariable = "$INFORMIXDIR";
     std::string strValue;
     for (std::string strLine; std::getline(I_sFile, strLine);)
     {
@@ -85,70 +54,67 @@ std::string ReadKey(std::istream &I_sFile)
         std::getline(sWords, strRest);
         if (strKey == PATH_KEY) strValue = Unquoted(strRest);
     }
+    if (strValue.rfind(strVariable, 0) == 0) strValue.replace(0, strVariable.size(), I_strFolder);
     return strValue;
 }
 
-bool IsSameFile(const std::string &I_strOne, const std::string &I_strOther)
+FINDING Path(const std::string &I_strFile, const std::string &I_strValue,
+             const std::string &I_strLibrary)
 {
-    struct stat sOne
-    {
-    };
-    struct stat sOther
-    {
-    };
-    return stat(I_strOne.c_str(), &sOne) == 0 && stat(I_strOther.c_str(), &sOther) == 0 &&
-           sOne.st_dev == sOther.st_dev && sOne.st_ino == sOther.st_ino;
-}
-
-void CheckPath(CReport &I_sReport, const std::string &I_strFile, const std::string &I_strValue,
-               const std::string &I_strLibrary)
-{
-    const std::string strFound = I_strFile + ": " + PATH_KEY + " " + I_strValue;
-    const std::string strNext =
-        "set " + std::string(PATH_KEY) + " " + I_strLibrary + " in " + I_strFile;
+    const std::string strFound = Text(I_strFile, ": ", PATH_KEY, " ", I_strValue);
+    const std::string strNext = Text("set ", PATH_KEY, " ", I_strLibrary, " in ", I_strFile);
+    std::error_code sError;
+    if (I_strLibrary.empty() && (I_strValue.empty() || I_strValue[0] == '/'))
+        return NotTried("there is no library to compare with");
     if (I_strValue.empty())
-        return I_sReport.Warn(PATH_STEP,
-                              I_strFile + " does not set " + PATH_KEY +
-                                  ": the database takes the library of its default path",
-                              strNext + ", so that it is this one");
+        return Warn(Text(I_strFile, " does not set ", PATH_KEY,
+                         ": the database takes the library of its default path"),
+                    strNext + ", so that it is this one");
     if (I_strValue[0] != '/')
-        return I_sReport.Fail(PATH_STEP, strFound + " is a relative path",
-                              strNext + ": an absolute path, whatever folder the database runs in");
-    if (!IsSameFile(I_strValue, I_strLibrary))
-        return I_sReport.Fail(PATH_STEP, strFound + " is not this library, " + I_strLibrary,
-                              strNext);
-    I_sReport.Ok(PATH_STEP, strFound);
+        return Fail(strFound + " is a relative path",
+                    strNext + ": an absolute path, whatever folder the database runs in");
+    if (std::filesystem::equivalent(I_strValue, I_strLibrary, sError)) return Ok(strFound);
+    return Fail(strFound + " is not this library, " + I_strLibrary, strNext);
 }
 
-// The database knows its own folder by name.
-std::string Expanded(std::string I_strValue, const std::string &I_strFolder)
-{
-    const std::string strVariable = "$INFORMIXDIR";
-    if (I_strValue.compare(0, strVariable.size(), strVariable) == 0)
-        I_strValue.replace(0, strVariable.size(), I_strFolder);
-    return I_strValue;
-}
+using JUDGE = std::function<FINDING(std::istream &I_sFile)>;
 
-void CheckOnconfig(CReport &I_sReport, const std::string &I_strFolder,
-                   const std::string &I_strLibrary)
+FINDING InFile(const std::string &I_strFile, const std::string &I_strNext, const JUDGE &I_fpJudge)
 {
-    const std::string strFile = OnconfigFile(I_strFolder);
-    std::istringstream sFile;
-    const std::string strFault = Read(strFile, sFile);
-    if (!strFault.empty())
-        return I_sReport.Fail(PATH_STEP, strFault,
-                              "correct --informixdir, or set ONCONFIG to the file's name");
-    const std::string strValue = Expanded(ReadKey(sFile), I_strFolder);
-    if (I_strLibrary.empty() && (strValue.empty() || strValue[0] == '/'))
-        return I_sReport.NotTried(PATH_STEP, "there is no library to compare with");
-    CheckPath(I_sReport, strFile, strValue, I_strLibrary);
+    try
+    {
+        const std::optional<std::string> strText = base::ReadText(I_strFile, LARGEST);
+        std::istringstream sText(strText.value_or(""));
+        if (strText) return I_fpJudge(sText);
+        return Fail(I_strFile + ": " + std::generic_category().message(ENOENT), I_strNext);
+    } catch (const base::FAILURE &sError)
+    {
+        return Fail(sError.what(), I_strNext);
+    }
 }
 } // namespace
 
-void check_Database(CReport &I_sReport, const std::string &I_strInformixDir,
-                    const CHECKED_LIBRARY &I_sLibrary)
+void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_LIBRARY &I_sLibrary)
 {
-    if (I_strInformixDir.empty()) return;
-    CheckRow(I_sReport, I_strInformixDir + "/etc/sm_versions", I_sLibrary.strRow);
-    CheckOnconfig(I_sReport, I_strInformixDir, I_sLibrary.strPath);
+    const std::string strFolder = I_sOptions.strInformixDir + "/etc/";
+    const std::string strVersions = strFolder + "sm_versions";
+    const std::string &strRow = I_sLibrary.strRow;
+    const JUDGE fpRow = [&](std::istream &sFile) { return Row(strVersions, sFile, strRow); };
+    X_sReport.Add(
+        "database.sm_versions",
+        strRow.empty()
+            ? NotTried("the library shows no version")
+            : InFile(strVersions, "make the file, with the line \"" + strRow + "\"", fpRow));
+
+    const char *cpName = getenv("ONCONFIG");
+    std::string strName = cpName != nullptr && *cpName != '\0' ? cpName : "onconfig";
+    if (!I_sOptions.strOnconfig.empty()) strName = I_sOptions.strOnconfig;
+    const std::string strFile = strFolder + strName;
+    const JUDGE fpPath = [&](std::istream &sFile) {
+        return Path(strFile, LibraryPath(sFile, I_sOptions.strInformixDir), I_sLibrary.strPath);
+    };
+    X_sReport.Add(
+        "database.onconfig",
+        InFile(strFile, "correct --informixdir, or give the file's name with --onconfig", fpPath));
 }
+} // namespace check

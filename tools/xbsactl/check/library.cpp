@@ -1,270 +1,142 @@
-#include "check/library.h"
-
 #include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <vector>
 
-#include "base/base.h"
-#include "check/child.h"
+#include "check/steps.h"
 #include "library/library.h"
 
+namespace check
+{
 namespace
 {
 constexpr std::chrono::seconds LOADING{15};
+constexpr const char *INSTALL = "install the library, or name it with --library PATH";
 
-// The calls of the interface; BSASetTrace is this library's own and needed by the tool.
-constexpr std::array<const char *, 16> CALLS = {"BSAInit",
-                                                "BSATerminate",
-                                                "BSABeginTxn",
-                                                "BSAEndTxn",
-                                                "BSACreateObject",
-                                                "BSASendData",
-                                                "BSAEndData",
-                                                "BSAGetObject",
-                                                "BSAGetData",
-                                                "BSAQueryObject",
-                                                "BSAGetNextQueryObject",
-                                                "BSAGetLastError",
-                                                "BSAQueryApiVersion",
-                                                "BSAQueryServiceProvider",
-                                                "BSADeleteObject",
-                                                "BSAGetEnvironment"};
+// The calls of the interface.
+constexpr const char *CALLS =
+    "BSAInit BSATerminate BSABeginTxn BSAEndTxn BSACreateObject BSASendData BSAEndData "
+    "BSAGetObject "
+    "BSAGetData BSAQueryObject BSAGetNextQueryObject BSAGetLastError BSAQueryApiVersion "
+    "BSAQueryServiceProvider BSADeleteObject BSAGetEnvironment";
+constexpr const char *OWN_CALLS =
+    " BSASetTrace find_com_intf"; // this library's: the tool needs them
 
-struct ELF_KIND
+// "64 bit, x86-64"; empty for what is not a program or library of this kind of system.
+std::string KindOf(const std::string &I_strPath)
 {
-    bool bElf = false;
-    int iBits = 0;
-    int iMachine = 0;
-};
-
-ELF_KIND ReadKind(const std::string &I_strPath)
-{
+    constexpr std::array<std::pair<int, const char *>, 6> MACHINES = {{{EM_386, "Intel 386"},
+                                                                       {EM_X86_64, "x86-64"},
+                                                                       {EM_ARM, "ARM"},
+                                                                       {EM_AARCH64, "ARM 64"},
+                                                                       {EM_PPC64, "POWER"},
+                                                                       {EM_S390, "S/390"}}};
     std::ifstream sFile(I_strPath, std::ios::binary);
-    std::array<char, EI_NIDENT + 4> acHead{}; // the machine stands behind the type
+    std::array<char, EI_NIDENT + 4> acHead{}; // the machine comes after the type
     sFile.read(acHead.data(), acHead.size());
-    if (!sFile || std::string(acHead.data(), SELFMAG) != ELFMAG) return {};
+    if (!sFile || std::string(acHead.data(), SELFMAG) != ELFMAG) return "";
 
-    const auto ucFirst = static_cast<unsigned char>(acHead[EI_NIDENT + 2]);
-    const auto ucSecond = static_cast<unsigned char>(acHead[EI_NIDENT + 3]);
-    const bool bLittle = acHead[EI_DATA] == ELFDATA2LSB;
-    return {true, acHead[EI_CLASS] == ELFCLASS64 ? 64 : 32,
-            bLittle ? ucFirst + 256 * ucSecond : ucSecond + 256 * ucFirst};
+    const int iFirst = static_cast<unsigned char>(acHead[EI_NIDENT + 2]);
+    const int iSecond = static_cast<unsigned char>(acHead[EI_NIDENT + 3]);
+    const int iMachine =
+        acHead[EI_DATA] == ELFDATA2LSB ? iFirst + 256 * iSecond : iSecond + 256 * iFirst;
+    const auto *spName = std::find_if(MACHINES.begin(), MACHINES.end(), [&](const auto &sMachine) {
+        return sMachine.first == iMachine;
+    });
+    return Text(acHead[EI_CLASS] == ELFCLASS64 ? "64 bit, " : "32 bit, ",
+                spName != MACHINES.end() ? spName->second : Text("machine ", iMachine));
 }
 
-std::string Describe(const ELF_KIND &I_sKind)
-{
-    const std::string strBits = std::to_string(I_sKind.iBits) + " bit, ";
-    switch (I_sKind.iMachine)
-    {
-    case EM_386:
-        return strBits + "Intel 386";
-    case EM_X86_64:
-        return strBits + "x86-64";
-    case EM_ARM:
-        return strBits + "ARM";
-    case EM_AARCH64:
-        return strBits + "ARM 64";
-    case EM_PPC64:
-        return strBits + "POWER";
-    case EM_S390:
-        return strBits + "S/390";
-    default:
-        return strBits + "machine " + std::to_string(I_sKind.iMachine);
-    }
-}
-
-void *Load(const std::string &I_strPath)
-{
-    void *vpLibrary = dlopen(I_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (vpLibrary != nullptr) return vpLibrary;
-    const char *cpText = dlerror();
-    throw base::FAILURE(cpText != nullptr ? cpText : "no reason given");
-}
-
-// Where the loader finds a name without a folder.
-RESULT Locate(const std::string &I_strName)
-{
-    link_map *spMap = nullptr;
-    if (dlinfo(Load(I_strName), RTLD_DI_LINKMAP, &spMap) != 0)
-        throw base::FAILURE("not to be located");
-    return {{"path", spMap->l_name}};
-}
-
-// Version and provider, as the database's tool asks for them at its start. The library's trace is
-// left alone: a check of the library needs no log.
-void Ask(void *vpLibrary, RESULT &I_sAnswer)
+// What the loader makes of it; in a child, whose trace is left alone: this needs no log.
+void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 {
     unsetenv("XBSA_TRACE");
-    BSA_ApiVersion sVersion{};
-    BSA_UInt32 uiSize = 255;
-    std::array<char, 256> szProvider{};
-    std::array<char, 16> szDelimiter{};
-    const auto fpVersion =
-        reinterpret_cast<decltype(&BSAQueryApiVersion)>(dlsym(vpLibrary, "BSAQueryApiVersion"));
-    const auto fpProvider = reinterpret_cast<decltype(&BSAQueryServiceProvider)>(
-        dlsym(vpLibrary, "BSAQueryServiceProvider"));
-    if (fpVersion(&sVersion) != 0 ||
-        fpProvider(&uiSize, szDelimiter.data(), szProvider.data()) != 0)
-        throw base::FAILURE("the library does not tell its version");
-    I_sAnswer["version"] = std::to_string(sVersion.issue) + "." + std::to_string(sVersion.version) +
-                           "." + std::to_string(sVersion.level);
-    I_sAnswer["provider"] = szProvider.data();
-    I_sAnswer["delimiter"] = szDelimiter.data();
-}
-
-RESULT Inspect(const std::string &I_strPath)
-{
-    void *vpLibrary = Load(I_strPath);
-    RESULT sAnswer = {{"missing", ""}};
+    link_map *spMap = nullptr;
+    void *vpLibrary = dlopen(I_strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (vpLibrary == nullptr) throw base::FAILURE(dlerror());
+    if (dlinfo(vpLibrary, RTLD_DI_LINKMAP, &spMap) == 0) I_fpSay("path", spMap->l_name);
     std::string strMissing;
-    for (const char *cpCall : CALLS)
-        if (dlsym(vpLibrary, cpCall) == nullptr) strMissing += std::string(" ") + cpCall;
-    if (dlsym(vpLibrary, "BSASetTrace") == nullptr) strMissing += " BSASetTrace";
-    if (strMissing.empty()) Ask(vpLibrary, sAnswer);
-    sAnswer["missing"] = strMissing;
-    return sAnswer;
-}
-
-std::string RealPath(const std::string &I_strPath)
-{
-    std::array<char, PATH_MAX> szPath{};
-    return realpath(I_strPath.c_str(), szPath.data()) != nullptr ? szPath.data() : "";
-}
-
-// "1|1.0.1|KORVA|1.8A1": a number, the interface's version, the storage manager and its version,
-// as the provider names them behind its maker.
-std::string RowFor(const std::string &I_strVersion, const std::string &I_strProvider,
-                   const std::string &I_strDelimiter)
-{
-    std::vector<std::string> vecParts(1);
-    for (const char cChar : I_strProvider)
-    {
-        if (I_strDelimiter.find(cChar) != std::string::npos) vecParts.emplace_back();
-        else vecParts.back() += cChar;
-    }
-    return vecParts.size() == 3 ? "1|" + I_strVersion + "|" + vecParts[1] + "|" + vecParts[2] + "|"
-                                : "";
+    std::istringstream sCalls(std::string(CALLS) + OWN_CALLS);
+    for (std::string strCall; sCalls >> strCall;)
+        if (dlsym(vpLibrary, strCall.c_str()) == nullptr) strMissing += " " + strCall;
+    I_fpSay("missing", strMissing);
+    if (strMissing.empty()) I_fpSay("row", library::VersionsRow(vpLibrary));
 }
 
 class CInspection
 {
   public:
-    CInspection(CReport &I_sReport, const base::CONNECTION &I_sConnection)
-        : sReport(I_sReport), strPath(library::Path(I_sConnection.strLibrary))
+    explicit CInspection(const std::string &I_strLibrary)
+        : strPath(library::Path(I_strLibrary)),
+          sAnswer(RunChild(LOADING, [this](const SAY &I_fpSay) { Inspect(strPath, I_fpSay); }))
     {
     }
 
-    CHECKED_LIBRARY Run()
+    CHECKED_LIBRARY Run(CReport &X_sReport)
     {
-        if (!Find() || !Kind())
-        {
-            sReport.NotTried("library.load", "an earlier step failed");
-            sReport.NotTried("library.calls", "an earlier step failed");
-            sReport.NotTried("library.version", "an earlier step failed");
-            return sResult;
-        }
-        Load();
+        sResult.bUsable = Climb(X_sReport, {{"library.file", [this] { return File(); }},
+                                            {"library.load", [this] { return Load(); }},
+                                            {"library.calls", [this] { return Calls(); }},
+                                            {"library.version", [this] { return Version(); }}});
         return sResult;
     }
 
   private:
-    bool Find()
-    {
-        try
-        {
-            if (strPath.find('/') == std::string::npos)
-                strPath = CChild([this] { return Locate(strPath); }).Wait(LOADING).at("path");
-        } catch (const base::FAILURE &sError)
-        {
-            sReport.Fail("library.file", sError.what(),
-                         "install the library, or name it with --library PATH");
-            return false;
-        }
-        sResult.strPath = RealPath(strPath);
-        if (!sResult.strPath.empty()) return true;
-        sReport.Fail("library.file", base::SystemFailure(strPath).what(),
-                     "install the library, or name it with --library PATH");
-        return false;
-    }
-
     // A database of this machine loads what this tool can load.
-    bool Kind()
+    FINDING File()
     {
-        const ELF_KIND sOwn = ReadKind("/proc/self/exe");
-        const ELF_KIND sKind = ReadKind(sResult.strPath);
+        std::error_code sError;
+        if (strPath.find('/') == std::string::npos) strPath = sAnswer.Value("path"); // the loader's
+        if (strPath.empty()) return Fail(sAnswer.strFailure, INSTALL);
+        sResult.strPath = std::filesystem::canonical(strPath, sError);
+        if (sError) return Fail(strPath + ": " + sError.message(), INSTALL);
+
         const std::string strFile =
-            strPath + (strPath == sResult.strPath ? "" : " -> " + sResult.strPath);
-        if (!sKind.bElf)
-        {
-            sReport.Fail("library.file", strFile + ": no shared library, or unreadable",
-                         "install the library again, readable for everybody");
-            return false;
-        }
-        const bool bFits = sKind.iBits == sOwn.iBits && sKind.iMachine == sOwn.iMachine;
-        if (bFits) sReport.Ok("library.file", strFile + ", " + Describe(sKind));
-        else
-            sReport.Fail("library.file",
-                         strFile + " is " + Describe(sKind) + ", but this system's programs are " +
-                             Describe(sOwn),
-                         "install the library that is built for " + Describe(sOwn));
-        return bFits;
+            strPath == sResult.strPath ? strPath : strPath + " -> " + sResult.strPath;
+        const std::string strOwn = KindOf("/proc/self/exe");
+        const std::string strKind = KindOf(sResult.strPath);
+        if (strKind.empty())
+            return Fail(strFile + ": not a shared library, or unreadable",
+                        "install the library again, readable for everybody");
+        if (strKind == strOwn) return Ok(strFile + ", " + strKind);
+        return Fail(Text(strFile, " is ", strKind, ", but this system's programs are ", strOwn),
+                    "install the library that is built for " + strOwn);
     }
 
-    void Load()
+    FINDING Load()
     {
-        RESULT sAnswer;
-        try
-        {
-            sAnswer = CChild([this] { return Inspect(strPath); }).Wait(LOADING);
-        } catch (const base::FAILURE &sError)
-        {
-            sReport.Fail("library.load", sError.what(),
-                         "install the library again; ldd shows what it needs");
-            sReport.NotTried("library.calls", "the library cannot be loaded");
-            sReport.NotTried("library.version", "the library cannot be loaded");
-            return;
-        }
-        sReport.Ok("library.load", "loaded");
-        Calls(sAnswer);
+        if (sAnswer.Find("missing") != nullptr) return Ok("loaded");
+        return Fail(sAnswer.strFailure, "install the library again; ldd shows what it needs");
     }
 
-    void Calls(const RESULT &I_sAnswer)
+    FINDING Calls()
     {
-        const std::string strMissing = I_sAnswer.at("missing");
-        if (!strMissing.empty())
-        {
-            sReport.Fail("library.calls", "missing:" + strMissing,
-                         "this is no library for backups, or another one: install Korva's");
-            sReport.NotTried("library.version", "calls are missing");
-            return;
-        }
-        sReport.Ok("library.calls", "all " + std::to_string(CALLS.size()) + " are there");
-        sResult.strRow =
-            RowFor(I_sAnswer.at("version"), I_sAnswer.at("provider"), I_sAnswer.at("delimiter"));
-        const std::string strFound =
-            "interface " + I_sAnswer.at("version") + ", provider " + I_sAnswer.at("provider");
-        if (sResult.strRow.empty())
-            sReport.Warn("library.version", strFound + ": not Korva's",
-                         "name the library that you mean with --library PATH");
-        else sReport.Ok("library.version", strFound + ", row for sm_versions: " + sResult.strRow);
-        sResult.bUsable = true;
+        const std::string strMissing = sAnswer.Value("missing");
+        if (strMissing.empty()) return Ok("all 16 are there");
+        return Fail("missing:" + strMissing,
+                    "this is not a library for backups, or another one: install Korva's");
     }
 
-    CReport &sReport;
+    FINDING Version()
+    {
+        sResult.strRow = sAnswer.Value("row");
+        if (!sResult.strRow.empty()) return Ok("row for sm_versions: " + sResult.strRow);
+        return Fail(sAnswer.strFailure, "name the library that you mean with --library PATH");
+    }
+
     std::string strPath;
+    OUTCOME sAnswer;
     CHECKED_LIBRARY sResult;
 };
 } // namespace
 
-CHECKED_LIBRARY check_Library(CReport &I_sReport, const base::CONNECTION &I_sConnection)
+CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary)
 {
-    return CInspection(I_sReport, I_sConnection).Run();
+    return CInspection(I_strLibrary).Run(X_sReport);
 }
+} // namespace check

@@ -1,118 +1,67 @@
 #include "check/report.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
-#include <iostream>
 
-#include "base/base.h"
 #include "base/json.h"
+#include "explain/explain.h"
 
+namespace check
+{
 namespace
 {
 constexpr size_t SHOWN = 300; // bytes of a foreign text: more is no help to a reader
 
-const char *Word(STATUS I_eStatus)
-{
-    switch (I_eStatus)
-    {
-    case STATUS::OK:
-        return "ok";
-    case STATUS::WARN:
-        return "warn";
-    case STATUS::FAIL:
-        return "FAIL";
-    case STATUS::NOT_TRIED:
-        break;
-    }
-    return "--";
-}
-
-const char *JsonName(STATUS I_eStatus)
-{
-    switch (I_eStatus)
-    {
-    case STATUS::OK:
-        return "ok";
-    case STATUS::WARN:
-        return "warn";
-    case STATUS::FAIL:
-        return "fail";
-    case STATUS::NOT_TRIED:
-        break;
-    }
-    return "not_tried";
-}
-
-std::string Json(bool I_bInformix, const std::vector<FINDING> &I_vecFindings)
-{
-    base::JSON sAnswer = {{"schema", 1},
-                          {"road", I_bInformix ? "informix" : "plain"},
-                          {"ok", 0},
-                          {"warn", 0},
-                          {"fail", 0},
-                          {"not_tried", 0},
-                          {"steps", base::JSON::array()}};
-    for (const FINDING &sFinding : I_vecFindings)
-    {
-        const char *cpStatus = JsonName(sFinding.eStatus);
-        sAnswer[cpStatus] = sAnswer[cpStatus].get<int>() + 1;
-        sAnswer["steps"].push_back({{"id", sFinding.strStep},
-                                    {"status", cpStatus},
-                                    {"found", sFinding.strFound},
-                                    {"next", sFinding.strNext},
-                                    {"milliseconds", sFinding.lMilliseconds}});
-    }
-    return base::Dump(sAnswer);
-}
+// By STATUS.
+constexpr std::array<const char *, 4> WORDS = {"ok", "warn", "FAIL", "--"};
+constexpr std::array<const char *, 4> JSON_WORDS = {"ok", "warn", "fail", "not_tried"};
 
 void PrintLine(const FINDING &I_sFinding)
 {
-    printf("%-5s %-26s %6ld ms  %s\n", Word(I_sFinding.eStatus), I_sFinding.strStep.c_str(),
-           I_sFinding.lMilliseconds, I_sFinding.strFound.c_str());
+    printf("%-5s %-26s %6ld ms  %s\n", WORDS.at(static_cast<size_t>(I_sFinding.eStatus)),
+           I_sFinding.strStep.c_str(), I_sFinding.lMilliseconds, I_sFinding.strFound.c_str());
     if (!I_sFinding.strNext.empty()) printf("      next: %s\n", I_sFinding.strNext.c_str());
     fflush(stdout);
 }
+
+long Between(std::chrono::steady_clock::time_point I_sFrom,
+             std::chrono::steady_clock::time_point I_sTo)
+{
+    return static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(I_sTo - I_sFrom).count());
+}
 } // namespace
 
-CReport::CReport(const base::CONNECTION &I_sConnection, bool I_bJson)
-    : strPassword(I_sConnection.strPassword), bJson(I_bJson), bInformix(I_sConnection.bInformix)
+std::string Remedy(const std::string &I_strText, bool I_bInformix)
+{
+    const std::string strHint =
+        explain::Hint(I_strText, I_bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN);
+    return strHint.empty() ? "look at the steps of the library: --trace 2 shows them" : strHint;
+}
+
+CReport::CReport(const std::string &I_strPassword, bool I_bInformix, const OPTIONS &I_sOptions)
+    : strPassword(I_strPassword), bInformix(I_bInformix), sOptions(I_sOptions)
 {
 }
 
-void CReport::Add(FINDING I_sFinding)
+bool CReport::Add(const std::string &I_strStep, FINDING I_sFinding)
 {
     const CLOCK::time_point sNow = CLOCK::now();
-    if (I_sFinding.lMilliseconds < 0)
-        I_sFinding.lMilliseconds = static_cast<long>(
-            std::chrono::duration_cast<std::chrono::milliseconds>(sNow - sLast).count());
+    if (I_sFinding.lMilliseconds < 0) I_sFinding.lMilliseconds = Between(sLast, sNow);
     sLast = sNow;
+    I_sFinding.strStep = I_strStep;
     I_sFinding.strFound =
         base::Printable(I_sFinding.strFound); // paths and variables are foreign, too
     I_sFinding.strNext = base::Printable(I_sFinding.strNext);
-    if (!bJson) PrintLine(I_sFinding);
+    if (!sOptions.bJson && !sOptions.bNagios) PrintLine(I_sFinding);
     vecFindings.push_back(std::move(I_sFinding));
+    return vecFindings.back().eStatus != STATUS::FAIL;
 }
 
-void CReport::Ok(const std::string &I_strStep, const std::string &I_strFound)
+void CReport::Skip(const STEPS &I_vecSteps, const std::string &I_strWhy)
 {
-    Add({STATUS::OK, I_strStep, I_strFound, ""});
-}
-
-void CReport::Warn(const std::string &I_strStep, const std::string &I_strFound,
-                   const std::string &I_strNext)
-{
-    Add({STATUS::WARN, I_strStep, I_strFound, I_strNext});
-}
-
-void CReport::Fail(const std::string &I_strStep, const std::string &I_strFound,
-                   const std::string &I_strNext)
-{
-    Add({STATUS::FAIL, I_strStep, I_strFound, I_strNext});
-}
-
-void CReport::NotTried(const std::string &I_strStep, const std::string &I_strWhy)
-{
-    Add({STATUS::NOT_TRIED, I_strStep, "not tried: " + I_strWhy, ""});
+    for (const STEP &sStep : I_vecSteps) Add(sStep.cpName, NotTried(I_strWhy));
 }
 
 std::string CReport::Foreign(const std::string &I_strText) const
@@ -128,11 +77,66 @@ int CReport::Count(STATUS I_eStatus) const
         }));
 }
 
+std::string CReport::Counts() const
+{
+    return Text(Count(STATUS::OK), " ok, ", Count(STATUS::WARN), " warn, ", Count(STATUS::FAIL),
+                " FAIL, ", Count(STATUS::NOT_TRIED), " not tried");
+}
+
+// docs/check.md describes it: fields may be added, none may change.
+std::string CReport::Json() const
+{
+    base::JSON sAnswer = {{"schema", 1}, {"road", bInformix ? "informix" : "plain"}};
+    for (size_t uStatus = 0; uStatus < JSON_WORDS.size(); uStatus++)
+        sAnswer[JSON_WORDS.at(uStatus)] = Count(static_cast<STATUS>(uStatus));
+    sAnswer["steps"] = base::JSON::array();
+    for (const FINDING &sFinding : vecFindings)
+        sAnswer["steps"].push_back(
+            {{"id", sFinding.strStep},
+             {"status", JSON_WORDS.at(static_cast<size_t>(sFinding.eStatus))},
+             {"found", sFinding.strFound},
+             {"next", sFinding.strNext},
+             {"milliseconds", sFinding.lMilliseconds}});
+    return base::Dump(sAnswer);
+}
+
+// The gravest finding and its remedy; what follows a "|" is for graphs. The codes are the protocol's.
+int CReport::FinishNagios() const
+{
+    const int iExit = Count(STATUS::FAIL) > 0 ? 2 : Count(STATUS::WARN) > 0 ? 1 : 0;
+    constexpr std::array<const char *, 3> STATES = {"OK", "WARNING", "CRITICAL"};
+    std::string strLine;
+    for (const FINDING &sFinding : vecFindings)
+        if (strLine.empty() && iExit > 0 && static_cast<int>(sFinding.eStatus) == iExit)
+            strLine =
+                sFinding.strStep + ": " + sFinding.strFound + "; next: " + sFinding.strNext + "; ";
+    std::replace(strLine.begin(), strLine.end(), '|', '/');
+    printf("XBSA %s - %s%s | ok=%d warn=%d fail=%d not_tried=%d time=%.3fs\n",
+           STATES.at(static_cast<size_t>(iExit)), strLine.c_str(), Counts().c_str(),
+           Count(STATUS::OK), Count(STATUS::WARN), Count(STATUS::FAIL), Count(STATUS::NOT_TRIED),
+           static_cast<double>(Between(sStart, sLast)) / 1000);
+    return iExit;
+}
+
+bool Climb(CReport &X_sReport, const STEPS &I_vecSteps)
+{
+    bool bGoing = true;
+    for (const auto &[cpName, fpRun] : I_vecSteps)
+        bGoing =
+            X_sReport.Add(cpName, bGoing ? fpRun() : NotTried("an earlier step failed")) && bGoing;
+    return bGoing;
+}
+
+int NagiosUnknown()
+{
+    printf("XBSA UNKNOWN - the check could not be run, standard error shows why\n");
+    return 3;
+}
+
 int CReport::Finish() const
 {
-    if (bJson) std::cout << Json(bInformix, vecFindings) << '\n';
-    else
-        printf("%d ok, %d warn, %d FAIL, %d not tried\n", Count(STATUS::OK), Count(STATUS::WARN),
-               Count(STATUS::FAIL), Count(STATUS::NOT_TRIED));
+    if (sOptions.bNagios) return FinishNagios();
+    printf("%s\n", sOptions.bJson ? Json().c_str() : Counts().c_str());
     return Count(STATUS::FAIL) == 0 ? base::EXIT_DONE : base::EXIT_FAILED;
 }
+} // namespace check

@@ -1,76 +1,81 @@
 #include "library/library.h"
 
 #include <dlfcn.h>
-#include <unistd.h>
 
 #include <array>
-#include <climits>
+#include <filesystem>
+#include <sstream>
 
 namespace library
 {
 namespace
 {
-std::string OwnFolder()
-{
-    std::array<char, PATH_MAX> szPath{};
-    const ssize_t iLen = readlink("/proc/self/exe", szPath.data(), szPath.size());
-    if (iLen <= 0) return "";
-    const std::string strPath(szPath.data(), static_cast<size_t>(iLen));
-    return strPath.substr(0, strPath.rfind('/'));
-}
-
-std::string DefaultLibrary()
-{
-    const std::string strFolder = OwnFolder();
-    for (const char *cpFolder : {"lib", XBSACTL_LIBDIR, XBSACTL_MULTIARCH, "lib64"})
-    {
-        std::string strPath = strFolder + "/../" + cpFolder + "/" + XBSACTL_LIBRARY;
-        if (access(strPath.c_str(), F_OK) == 0) return strPath;
-    }
-    return XBSACTL_LIBRARY;
-}
-
 std::string LoaderText()
 {
     const char *cpText = dlerror();
     return cpText != nullptr ? cpText : "no reason given";
 }
-
-template <typename FUNCTION> void Find(void *vpLibrary, const char *cpName, FUNCTION &I_fpTarget)
-{
-    void *vpSymbol = dlsym(vpLibrary, cpName);
-    if (vpSymbol == nullptr) throw base::FAILURE("library is not usable: " + LoaderText());
-    I_fpTarget = reinterpret_cast<FUNCTION>(vpSymbol);
-}
 } // namespace
 
 std::string Path(const std::string &I_strPath)
 {
-    return I_strPath.empty() ? DefaultLibrary() : I_strPath;
+    if (!I_strPath.empty()) return I_strPath;
+    std::error_code sError;
+    const auto sTool = std::filesystem::read_symlink("/proc/self/exe", sError).parent_path();
+    for (const char *cpFolder : {"lib", XBSACTL_LIBDIR, XBSACTL_MULTIARCH, "lib64"})
+    {
+        const auto sPath = sTool / ".." / cpFolder / XBSACTL_LIBRARY;
+        if (!sError && std::filesystem::exists(sPath, sError)) return sPath.string();
+    }
+    return XBSACTL_LIBRARY;
 }
 
-LIBRARY Load(const std::string &I_strPath)
+void *Load(const std::string &I_strPath)
 {
-    const std::string strPath = Path(I_strPath);
-    void *vpLibrary = dlopen(strPath.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (vpLibrary == nullptr) throw base::FAILURE("library cannot be loaded: " + LoaderText());
+    void *vpLibrary = dlopen(Path(I_strPath).c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (vpLibrary == nullptr) throw base::FileFailure("library cannot be loaded: " + LoaderText());
+    for (const char *cpName :
+         {"BSAInit", "BSATerminate", "BSABeginTxn", "BSAEndTxn", "BSACreateObject", "BSASendData",
+          "BSAEndData", "BSAGetObject", "BSAGetData", "BSAQueryObject", "BSAGetNextQueryObject",
+          "BSAGetLastError", "BSASetTrace"})
+        NeededSymbol(vpLibrary, cpName);
+    return vpLibrary;
+}
 
-    LIBRARY sLibrary;
-    Find(vpLibrary, "BSAInit", sLibrary.fpInit);
-    Find(vpLibrary, "BSATerminate", sLibrary.fpTerminate);
-    Find(vpLibrary, "BSABeginTxn", sLibrary.fpBeginTxn);
-    Find(vpLibrary, "BSAEndTxn", sLibrary.fpEndTxn);
-    Find(vpLibrary, "BSACreateObject", sLibrary.fpCreateObject);
-    Find(vpLibrary, "BSASendData", sLibrary.fpSendData);
-    Find(vpLibrary, "BSAEndData", sLibrary.fpEndData);
-    Find(vpLibrary, "BSAGetObject", sLibrary.fpGetObject);
-    Find(vpLibrary, "BSAGetData", sLibrary.fpGetData);
-    Find(vpLibrary, "BSAQueryObject", sLibrary.fpQueryObject);
-    Find(vpLibrary, "BSAGetNextQueryObject", sLibrary.fpGetNextQueryObject);
-    Find(vpLibrary, "BSAGetLastError", sLibrary.fpGetLastError);
-    Find(vpLibrary, "BSASetTrace", sLibrary.fpSetTrace);
-    sLibrary.fpTypeErr =
-        reinterpret_cast<decltype(sLibrary.fpTypeErr)>(dlsym(vpLibrary, "xbsa_typeerr"));
-    return sLibrary;
+void *Symbol(void *vpLibrary, const char *cpName)
+{
+    return dlsym(vpLibrary, cpName);
+}
+
+void *NeededSymbol(void *vpLibrary, const char *cpName)
+{
+    void *vpSymbol = dlsym(vpLibrary, cpName);
+    if (vpSymbol == nullptr) throw base::FileFailure("library is not usable: " + LoaderText());
+    return vpSymbol;
+}
+
+// The provider's name has three parts: its house, the storage manager, and its version.
+std::string VersionsRow(void *vpLibrary)
+{
+    BSA_ApiVersion sApi{};
+    std::array<char, 16> szProvider{};
+    std::array<char, 2> szDelimiter{};
+    BSA_UInt32 uiSize = szProvider.size();
+    const int iApi = LIBRARY_SYMBOL(vpLibrary, BSAQueryApiVersion)(&sApi);
+    const int iProvider = LIBRARY_SYMBOL(vpLibrary, BSAQueryServiceProvider)(
+        &uiSize, szDelimiter.data(), szProvider.data());
+    std::istringstream sParts(szProvider.data());
+    std::string strHouse;
+    std::string strName;
+    std::string strVersion;
+    std::getline(sParts, strHouse, szDelimiter[0]);
+    std::getline(sParts, strName, szDelimiter[0]);
+    std::getline(sParts, strVersion);
+    if (iApi != BSA_RC_SUCCESS || iProvider != BSA_RC_SUCCESS || strVersion.empty())
+        throw base::FAILURE("the library does not give its provider and version");
+    std::ostringstream sRow;
+    sRow << "1|" << sApi.issue << '.' << sApi.version << '.' << sApi.level << '|' << strName << '|'
+         << strVersion << '|';
+    return sRow.str();
 }
 } // namespace library

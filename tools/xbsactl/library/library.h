@@ -1,47 +1,36 @@
-// The library, loaded as a database's tool loads it, and one session with it. Every call throws
-// FAILURE for a code other than 0.
+// The library, loaded once as a database's tool loads it, and one session with it.
 #ifndef XBSACTL_LIBRARY_H
 #define XBSACTL_LIBRARY_H
 
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "base/base.h"
 
-#include "xbsa.h"
-
 namespace library
 {
-struct LIBRARY
-{
-    decltype(&BSAInit) fpInit = nullptr;
-    decltype(&BSATerminate) fpTerminate = nullptr;
-    decltype(&BSABeginTxn) fpBeginTxn = nullptr;
-    decltype(&BSAEndTxn) fpEndTxn = nullptr;
-    decltype(&BSACreateObject) fpCreateObject = nullptr;
-    decltype(&BSASendData) fpSendData = nullptr;
-    decltype(&BSAEndData) fpEndData = nullptr;
-    decltype(&BSAGetObject) fpGetObject = nullptr;
-    decltype(&BSAGetData) fpGetData = nullptr;
-    decltype(&BSAQueryObject) fpQueryObject = nullptr;
-    decltype(&BSAGetNextQueryObject) fpGetNextQueryObject = nullptr;
-    decltype(&BSAGetLastError) fpGetLastError = nullptr;
-    decltype(&BSASetTrace) fpSetTrace = nullptr;
-    const char *(*fpTypeErr)(int) = nullptr; // text of a code; null in another library
-};
+constexpr size_t BLOCK_SIZE = 65535; // bytes: the length of a data block has 16 bits
 
-// What is loaded for --library I_strPath: a path, or a name for the loader's search.
+// What is loaded for --library I_strPath: a path, or a name for the loader's search. Empty: the one
+// that belongs to the tool, in ../lib beside the tool's own folder, else the loader's search.
 std::string Path(const std::string &I_strPath);
 
-/*
- * Loads the library for the life of the process.
- *   I_strPath  path, or a name for the loader's search; empty: the one that belongs to the tool,
- *              in ../lib beside the tool's own folder, else the loader's search
- * Throws base::FAILURE.
- */
-LIBRARY Load(const std::string &I_strPath);
+// Loads it for the life of the process; a second time finds it loaded. Throws FAILURE.
+void *Load(const std::string &I_strPath);
+
+// A function or record of the loaded library; null when it lacks it.
+void *Symbol(void *vpLibrary, const char *cpName);
+
+// The same with the type of its declaration: LIBRARY_SYMBOL(vpLibrary, BSAInit). Throws FAILURE.
+void *NeededSymbol(void *vpLibrary, const char *cpName);
+#define LIBRARY_SYMBOL(vpLibrary, name)                                                            \
+    reinterpret_cast<decltype(&(name))>(library::NeededSymbol(vpLibrary, #name))
+
+// The row of sm_versions that the library's answers make. Throws FAILURE.
+std::string VersionsRow(void *vpLibrary);
 
 struct OBJECT
 {
@@ -56,16 +45,18 @@ void CheckObject(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 // What names the object to the library.
 BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject);
 
-constexpr size_t BLOCK_SIZE = 65535; // bytes: the length of a data block has 16 bits
+// Hears the steps of the library's trace, whatever the user asked for; not where the environment
+// decides (iTraceLevel -1).
+using LISTENER = std::function<void(const std::string &I_strLine)>;
 
+// One session and transaction in strict mode. Every call throws FAILURE for a code other than 0.
 class CSession
 {
   public:
-    // Loads the library and opens session and transaction, in strict mode.
-    explicit CSession(const base::CONNECTION &I_sConnection);
+    explicit CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpListener = {});
 
-    // Ends the session that Close did not reach. The trace then tells a command that failed from a
-    // process that was killed; an object that is still open stays unconfirmed.
+    // Ends the session that Close did not reach. The trace then shows a command that failed rather
+    // than a process that was killed; an object that is still open stays unconfirmed.
     ~CSession();
     CSession(const CSession &) = delete;
     CSession &operator=(const CSession &) = delete;
@@ -76,10 +67,10 @@ class CSession
     // Makes it the newest copy that the server offers. Throws FAILURE when it offers none.
     void TakeNewest(const OBJECT &I_sWanted, BSA_ObjectDescriptor &X_sObject);
 
-    void Create(BSA_ObjectDescriptor &I_sObject);
-    void Get(BSA_ObjectDescriptor &I_sObject);
+    void Create(BSA_ObjectDescriptor &X_sObject);
+    void Get(BSA_ObjectDescriptor &X_sObject);
 
-    // Sends 1 to BLOCK_SIZE bytes. A failure ends the object, and tells the server's reason.
+    // Sends 1 to BLOCK_SIZE bytes. A failure ends the object, and names the server's reason.
     void Send(char *cpData, size_t I_uLength);
 
     // Fills a buffer of BLOCK_SIZE bytes; fewer bytes are the end of the object. A failure ends
@@ -98,15 +89,17 @@ class CSession
     void Close();
 
   private:
-    CSession(const LIBRARY &I_sLibrary, const base::CONNECTION &I_sConnection);
-    void SetTrace() const;
+    void Begin(const LISTENER &I_fpListener);
+    void SetTrace(const LISTENER &I_fpListener) const;
     std::string LastError() const;
-    std::string Text(const char *cpStep, int I_iCode) const;
+    base::FAILURE Failure(const char *cpStep, int I_iCode) const;
     void Check(const char *cpStep, int I_iCode) const;
     void FailData(const char *cpStep, int I_iCode) const;
 
-    LIBRARY sLibrary;
     base::CONNECTION sConnection; // with the password: a server may say it back
+    void *vpLibrary;
+    decltype(&BSASendData) fpSend; // looked up once: they are called for each block
+    decltype(&BSAGetData) fpGet;
     long lHandle = 0;
     bool bOpen = false;
 };

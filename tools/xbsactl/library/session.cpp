@@ -1,15 +1,12 @@
-#include "library/library.h"
-
 #include <fcntl.h>
-#include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <vector>
 
+#include "library/library.h"
 #include "xbsa_session.h"
 
 namespace library
@@ -18,15 +15,16 @@ namespace
 {
 constexpr size_t MESSAGE_ROOM = XBSA_TRACE_SIZE; // bytes: the longest last error
 constexpr const char *INFORMIX_OWNER = "INFORMIX";
+constexpr const char *UTILITY = "COM utility"; // in each error text of the library about it
 
-// settings_Check made sure that the text fits.
+// CheckObject and CheckPlain made sure that the text fits.
 template <size_t SIZE> void Copy(char (&I_szTarget)[SIZE], const std::string &I_strText)
 {
     I_szTarget[I_strText.copy(I_szTarget, SIZE - 1)] = '\0';
 }
 
-// On the plain road the name is a file in a folder. In an Informix session the utility is told
-// objectSpaceName@pathName, and the name is what stands in the space.
+// In plain mode the name is a file in a folder. In an Informix session the utility gets
+// objectSpaceName@pathName, and the name is the part after the space.
 BSA_ObjectName ObjectName(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 {
     BSA_ObjectName sName{};
@@ -35,133 +33,189 @@ BSA_ObjectName ObjectName(const base::CONNECTION &I_sConnection, const OBJECT &I
     return sName;
 }
 
-std::string strTraceFile; // empty: standard error
-int iTraceFile = STDERR_FILENO;
+// Where the library's trace goes. Its sink is a plain function.
+struct
+{
+    LISTENER fpListener;
+    int iShown = 0; // level of the lines that are written
+    std::string strFile; // empty: standard error
+    int iFile = STDERR_FILENO;
+    std::string strUtility; // what the COM utility said last of a failure
+} sTrace;
 
 // Once: what is missing from a trace must not be looked for in it.
 void WarnOfTrace()
 {
     static bool bWarned = false;
-    const base::FAILURE sFailure = base::SystemFailure("trace file " + base::Quoted(strTraceFile));
-    if (!bWarned && !strTraceFile.empty())
+    const base::FAILURE sFailure =
+        base::SystemFailure("trace file " + base::Quoted(sTrace.strFile));
+    if (!bWarned && !sTrace.strFile.empty())
         fprintf(stderr, "xbsactl: warning: %s: lines are missing\n", sFailure.what());
     bWarned = true;
 }
 
-// A line of the library's trace, as it writes it itself. Its texts are the server's, and what
-// commands a terminal is taken out there.
-void WriteTrace(char *cpMessage)
+// A line as the library writes it itself. Its texts are the server's, and what commands a terminal is
+// taken out there.
+void WriteTrace(const std::string &I_strMessage)
 {
     const time_t lNow = time(nullptr);
     struct tm sNow = {};
-    std::array<char, 64> szStamp{};
+    char szStamp[64];
     localtime_r(&lNow, &sNow);
-    strftime(szStamp.data(), szStamp.size(), " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
-    std::string strLine = std::string(szStamp.data()) + cpMessage;
-    strLine.resize(strLine.find_last_not_of("\r\n") + 1);
-    if (strTraceFile.empty()) strLine = base::Visible(strLine);
-    strLine += '\n';
-    const ssize_t iWritten = write(iTraceFile, strLine.data(), strLine.size());
+    strftime(szStamp, sizeof szStamp, " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
+    const std::string strText = szStamp + I_strMessage;
+    const std::string strLine = (sTrace.strFile.empty() ? base::Visible(strText) : strText) + "\n";
+    const ssize_t iWritten = write(sTrace.iFile, strLine.data(), strLine.size());
     if (iWritten != -1 && iWritten < static_cast<ssize_t>(strLine.size())) errno = ENOSPC;
     if (iWritten != static_cast<ssize_t>(strLine.size())) WarnOfTrace();
+}
+
+// The utility's own text is in no error text of the library.
+void TakeLine(char *cpMessage)
+{
+    std::string strMessage = cpMessage;
+    strMessage.resize(strMessage.find_last_not_of("\r\n") + 1);
+    if (sTrace.fpListener) sTrace.fpListener(strMessage);
+    const bool bReply = strMessage.rfind("LOGIN REPLY:", 0) == 0; // all that level 1 has
+    if (sTrace.iShown > 1 || (sTrace.iShown == 1 && bReply)) WriteTrace(strMessage);
+    for (const std::string strStart : {"parse_com_answer: ERROR MESSAGE: ", "find_com_intf: "})
+        if (strMessage.rfind(strStart, 0) == 0 && strMessage.find(" INI ") == std::string::npos)
+            sTrace.strUtility = strMessage.substr(strStart.size());
+    std::string &strText = sTrace.strUtility;
+    if (strText.size() > 1 && strText.front() == '[' && strText.back() == ']')
+        strText = strText.substr(1, strText.size() - 2);
 }
 
 // The library writes the file without a word when it cannot; here its lines come to the tool.
 void OpenTrace(const std::string &I_strFile)
 {
-    strTraceFile = I_strFile;
+    sTrace.strFile = I_strFile;
     if (I_strFile.empty()) return;
     const int iFlags = O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    iTraceFile = open(I_strFile.c_str(), iFlags);
-    if (iTraceFile == -1 && errno == ENOENT)
-        iTraceFile = open(I_strFile.c_str(), iFlags | O_CREAT, 0600);
-    if (iTraceFile == -1) throw base::SystemFailure("trace file " + base::Quoted(I_strFile));
+    sTrace.iFile = open(I_strFile.c_str(), iFlags);
+    if (sTrace.iFile == -1 && errno == ENOENT)
+        sTrace.iFile = open(I_strFile.c_str(), iFlags | O_CREAT, 0600);
+    if (sTrace.iFile == -1) throw base::SystemFailure("trace file " + base::Quoted(I_strFile));
+}
+
+// The library waits without an end for the reply before its data connection.
+std::string LateText(const base::CONNECTION &I_sConnection)
+{
+    return "no data connection from the server within " + std::to_string(I_sConnection.uTimeout) +
+           " s (--timeout)";
+}
+
+// Its own limit comes first. In Informix mode the utility may wait for a tape.
+unsigned Limit(const base::CONNECTION &I_sConnection)
+{
+    return I_sConnection.bInformix || I_sConnection.uTimeout == 0 ? 0 : I_sConnection.uTimeout + 1;
 }
 } // namespace
 
-CSession::CSession(const LIBRARY &I_sLibrary, const base::CONNECTION &I_sConnection)
-    : sLibrary(I_sLibrary), sConnection(I_sConnection)
+#define CALL(name) LIBRARY_SYMBOL(vpLibrary, name)
+
+CSession::CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpListener)
+    : sConnection(I_sConnection), vpLibrary(Load(sConnection.strLibrary)),
+      fpSend(CALL(BSASendData)), fpGet(CALL(BSAGetData))
 {
+    try
+    {
+        Begin(I_fpListener);
+    } catch (...)
+    {
+        if (bOpen) CALL(BSATerminate)(lHandle);
+        throw;
+    }
 }
 
-// The destructor runs for a failure in here, too.
-CSession::CSession(const base::CONNECTION &I_sConnection)
-    : CSession(Load(I_sConnection.strLibrary), I_sConnection)
+void CSession::Begin(const LISTENER &I_fpListener)
 {
     setenv("KORVA_STRICT", "1", 1);
-    SetTrace();
-
+    SetTrace(I_fpListener);
     BSA_ObjectOwner sOwner{};
     BSA_SecurityToken szToken{};
-    Copy(sOwner.bsa_ObjectOwner, I_sConnection.bInformix ? INFORMIX_OWNER : "XBSACTL");
-    std::vector<std::string> vecTexts = {"BSA_API_VERSION=1.0.1",
-                                         "BSA_TIMEOUT=" + std::to_string(I_sConnection.uTimeout)};
-    if (!I_sConnection.bInformix) vecTexts.push_back("BSA_SERVICE_HOST=" + I_sConnection.strHost);
-    std::vector<char *> vecEnvironment;
-    vecEnvironment.reserve(vecTexts.size() + 1);
-    for (std::string &strText : vecTexts) vecEnvironment.push_back(strText.data());
-    vecEnvironment.push_back(nullptr);
-
-    Check("BSAInit", sLibrary.fpInit(&lHandle, &szToken, &sOwner, vecEnvironment.data()));
+    Copy(sOwner.bsa_ObjectOwner, sConnection.bInformix ? INFORMIX_OWNER : "XBSACTL");
+    std::string strVersion = "BSA_API_VERSION=1.0.1";
+    std::string strTimeout = "BSA_TIMEOUT=" + std::to_string(sConnection.uTimeout);
+    std::string strHost = "BSA_SERVICE_HOST=" + sConnection.strHost;
+    char *const cpHost = sConnection.bInformix ? nullptr : strHost.data();
+    char *cppEnvironment[] = {strVersion.data(), strTimeout.data(), cpHost, nullptr};
+    Check("BSAInit", CALL(BSAInit)(&lHandle, &szToken, &sOwner, cppEnvironment));
     bOpen = true;
-    Check("BSABeginTxn", sLibrary.fpBeginTxn(lHandle));
+    Check("BSABeginTxn", CALL(BSABeginTxn)(lHandle));
 }
 
 CSession::~CSession()
 {
-    if (bOpen) sLibrary.fpTerminate(lHandle);
+    if (bOpen) CALL(BSATerminate)(lHandle);
 }
 
-void CSession::SetTrace() const
+// Without the option the environment decides, and the sink only listens to the utility.
+void CSession::SetTrace(const LISTENER &I_fpListener) const
 {
-    if (sConnection.iTraceLevel == -1) return;
-    const auto ucLevel = static_cast<unsigned char>(sConnection.iTraceLevel);
+    char szEnvironment[] = "ENVIRONMENT";
+    if (sConnection.iTraceLevel == -1)
+    {
+        if (sConnection.bInformix) CALL(BSASetTrace)(TakeLine, szEnvironment, TRACE_STEPS);
+        return;
+    }
     unsetenv("XBSA_TRACE"); // the option wins
     OpenTrace(sConnection.strTraceFile);
-    sLibrary.fpSetTrace(WriteTrace, nullptr, ucLevel);
+    sTrace.fpListener = I_fpListener;
+    sTrace.iShown = sConnection.iTraceLevel;
+    const int iLevel = std::max(sTrace.iShown, I_fpListener ? TRACE_STEPS : 0);
+    CALL(BSASetTrace)(TakeLine, nullptr, static_cast<unsigned char>(iLevel));
 }
 
 std::string CSession::LastError() const
 {
-    std::array<char, MESSAGE_ROOM> szText{};
-    BSA_UInt32 uiSize = szText.size();
-    if (sLibrary.fpGetLastError(&uiSize, szText.data()) != BSA_RC_SUCCESS) return "";
-    return base::Printable(base::Masked(szText.data(), sConnection.strPassword));
+    std::string strText(MESSAGE_ROOM, '\0');
+    BSA_UInt32 uiSize = static_cast<BSA_UInt32>(strText.size());
+    if (CALL(BSAGetLastError)(&uiSize, strText.data()) != BSA_RC_SUCCESS) return "";
+    strText.resize(strnlen(strText.data(), strText.size()));
+    return base::Printable(base::Masked(strText, sConnection.strPassword));
 }
 
-std::string CSession::Text(const char *cpStep, int I_iCode) const
+base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
 {
+    const void *vpText = Symbol(vpLibrary, "xbsa_typeerr"); // of this library alone
     std::string strText = std::string(cpStep) + " failed with code " + std::to_string(I_iCode);
-    if (sLibrary.fpTypeErr != nullptr)
-        strText += std::string(" (") + sLibrary.fpTypeErr(I_iCode) + ")";
-    const std::string strError = LastError();
-    return strText + ": " +
-           (strError.empty() ? "no reason given, --trace 2 shows the steps" : strError);
+    if (vpText != nullptr) strText += std::string(" (") + CALL(xbsa_typeerr)(I_iCode) + ")";
+    std::string strReason = LastError();
+    const bool bUtility = sConnection.bInformix &&
+                          (strReason.empty() || strReason.find(UTILITY) != std::string::npos);
+    if (bUtility && !sTrace.strUtility.empty())
+        strReason = UTILITY + (": " + base::Printable(sTrace.strUtility));
+    if (strReason.empty()) strReason = "no reason given, --trace 2 shows the steps";
+    return base::FAILURE(strText + ": " + strReason,
+                         bUtility ? base::EXIT_UTILITY : base::EXIT_SERVER);
 }
 
 void CSession::Check(const char *cpStep, int I_iCode) const
 {
-    if (I_iCode != BSA_RC_SUCCESS) throw base::FAILURE(Text(cpStep, I_iCode));
+    if (I_iCode != BSA_RC_SUCCESS) throw Failure(cpStep, I_iCode);
 }
 
 // The reason for a broken data connection (a full disk, say) waits on the control connection.
 void CSession::FailData(const char *cpStep, int I_iCode) const
 {
-    std::string strText = Text(cpStep, I_iCode);
-    sLibrary.fpEndData(lHandle);
+    const base::FAILURE sFailure = Failure(cpStep, I_iCode);
+    CALL(BSAEndData)(lHandle);
     const std::string strReason = LastError();
-    if (!strReason.empty()) strText += "; then: " + strReason;
-    throw base::FAILURE(strText);
+    throw base::FAILURE(sFailure.what() + (strReason.empty() ? "" : "; then: " + strReason),
+                        sFailure.iExit);
 }
 
-void CSession::Create(BSA_ObjectDescriptor &I_sObject)
+void CSession::Create(BSA_ObjectDescriptor &X_sObject)
 {
-    Check("BSACreateObject", sLibrary.fpCreateObject(lHandle, &I_sObject, nullptr));
+    const base::CTimeLimit sLimit(Limit(sConnection), LateText(sConnection));
+    Check("BSACreateObject", CALL(BSACreateObject)(lHandle, &X_sObject, nullptr));
 }
 
-void CSession::Get(BSA_ObjectDescriptor &I_sObject)
+void CSession::Get(BSA_ObjectDescriptor &X_sObject)
 {
-    Check("BSAGetObject", sLibrary.fpGetObject(lHandle, &I_sObject, nullptr));
+    const base::CTimeLimit sLimit(Limit(sConnection), LateText(sConnection));
+    Check("BSAGetObject", CALL(BSAGetObject)(lHandle, &X_sObject, nullptr));
 }
 
 void CSession::Send(char *cpData, size_t I_uLength)
@@ -170,7 +224,7 @@ void CSession::Send(char *cpData, size_t I_uLength)
     sBlock.bufferLen = static_cast<BSA_UInt16>(I_uLength);
     sBlock.numBytes = sBlock.bufferLen;
     sBlock.bufferPtr = cpData;
-    const int iCode = sLibrary.fpSendData(lHandle, &sBlock);
+    const int iCode = fpSend(lHandle, &sBlock);
     if (iCode != BSA_RC_SUCCESS) FailData("BSASendData", iCode);
 }
 
@@ -179,33 +233,34 @@ size_t CSession::Receive(char *cpData)
     BSA_DataBlock sBlock{};
     sBlock.bufferLen = static_cast<BSA_UInt16>(BLOCK_SIZE);
     sBlock.bufferPtr = cpData;
-    const int iCode = sLibrary.fpGetData(lHandle, &sBlock);
+    const int iCode = fpGet(lHandle, &sBlock);
     if (iCode != BSA_RC_SUCCESS) FailData("BSAGetData", iCode);
     return sBlock.numBytes;
 }
 
 void CSession::EndData()
 {
-    Check("BSAEndData", sLibrary.fpEndData(lHandle));
+    Check("BSAEndData", CALL(BSAEndData)(lHandle));
 }
 
 void CSession::Abandon()
 {
-    sLibrary.fpEndData(lHandle);
+    CALL(BSAEndData)(lHandle);
 }
 
 void CSession::Next()
 {
     LastError(); // what an earlier object left is no reason for the next one's failure
-    Check("BSAEndTxn", sLibrary.fpEndTxn(lHandle, BSA_Vote_COMMIT));
-    Check("BSABeginTxn", sLibrary.fpBeginTxn(lHandle));
+    sTrace.strUtility.clear();
+    Check("BSAEndTxn", CALL(BSAEndTxn)(lHandle, BSA_Vote_COMMIT));
+    Check("BSABeginTxn", CALL(BSABeginTxn)(lHandle));
 }
 
 void CSession::Close()
 {
-    Check("BSAEndTxn", sLibrary.fpEndTxn(lHandle, BSA_Vote_COMMIT));
+    Check("BSAEndTxn", CALL(BSAEndTxn)(lHandle, BSA_Vote_COMMIT));
     bOpen = false;
-    Check("BSATerminate", sLibrary.fpTerminate(lHandle));
+    Check("BSATerminate", CALL(BSATerminate)(lHandle));
 }
 
 std::vector<BSA_ObjectDescriptor> CSession::Copies(const OBJECT &I_sObject)
@@ -218,13 +273,13 @@ std::vector<BSA_ObjectDescriptor> CSession::Copies(const OBJECT &I_sObject)
     sQuery.objectStatus = BSA_ObjectStatus_MOST_RECENT;
     std::vector<BSA_ObjectDescriptor> vecCopies;
     BSA_ObjectDescriptor sCopy{};
-    int iCode = sLibrary.fpQueryObject(lHandle, &sQuery, &sCopy);
+    int iCode = CALL(BSAQueryObject)(lHandle, &sQuery, &sCopy);
     if (iCode == BSA_RC_NO_MATCH) return vecCopies;
     Check("BSAQueryObject", iCode);
     while (iCode == BSA_RC_SUCCESS)
     {
         vecCopies.push_back(sCopy);
-        iCode = sLibrary.fpGetNextQueryObject(lHandle, &sCopy);
+        iCode = CALL(BSAGetNextQueryObject)(lHandle, &sCopy);
     }
     if (iCode != BSA_RC_NO_MORE_DATA) Check("BSAGetNextQueryObject", iCode);
     return vecCopies;
@@ -233,7 +288,7 @@ std::vector<BSA_ObjectDescriptor> CSession::Copies(const OBJECT &I_sObject)
 void CSession::TakeNewest(const OBJECT &I_sWanted, BSA_ObjectDescriptor &X_sObject)
 {
     const std::vector<BSA_ObjectDescriptor> vecCopies = Copies(I_sWanted);
-    if (vecCopies.empty()) throw base::FAILURE("no match");
+    if (vecCopies.empty()) throw base::FAILURE("no match", base::EXIT_NO_MATCH);
     X_sObject.copyId = vecCopies.front().copyId;
 }
 
@@ -241,7 +296,7 @@ BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJ
 {
     BSA_ObjectDescriptor sObject{};
     Copy(sObject.objectOwner.bsa_ObjectOwner,
-         I_sConnection.bInformix ? INFORMIX_OWNER : Owner(I_sConnection));
+         I_sConnection.bInformix ? INFORMIX_OWNER : base::Owner(I_sConnection));
     sObject.objectName = ObjectName(I_sConnection, I_sObject);
     sObject.copyId.right = I_sObject.uCopyId;
     sObject.copyType = BSA_CopyType_BACKUP;
@@ -252,18 +307,18 @@ BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJ
 
 void CheckObject(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 {
-    base::CheckText("NAME", I_sObject.strName, base::NAME_ROOM);
-    if (!I_sConnection.bInformix)
+    if (I_sConnection.bInformix)
     {
-        base::CheckBlanks("NAME", I_sObject.strName);
-        if (I_sObject.strName.find('/') != std::string::npos)
-            throw base::USAGE_ERROR("NAME holds a \"/\": give the folder with --path");
-        if (I_sObject.strName == "." || I_sObject.strName == "..")
-            throw base::USAGE_ERROR("NAME is a folder");
+        base::CheckText("NAME", I_sObject.strName, base::NAME_ROOM);
+        base::CheckText("--space", I_sObject.strSpace, base::NAME_ROOM);
+        if (I_sObject.strSpace.find('@') != std::string::npos)
+            throw base::USAGE_ERROR("--space holds an \"@\", which ends the space in SPACE@NAME");
         return;
     }
-    base::CheckText("--space", I_sObject.strSpace, base::NAME_ROOM);
-    if (I_sObject.strSpace.find('@') != std::string::npos)
-        throw base::USAGE_ERROR("--space holds an \"@\", which ends the space in SPACE@NAME");
+    base::CheckName("NAME", I_sObject.strName);
+    if (I_sObject.strName.find('/') != std::string::npos)
+        throw base::USAGE_ERROR("NAME holds a \"/\": give the folder with --path");
+    if (I_sObject.strName == "." || I_sObject.strName == "..")
+        throw base::USAGE_ERROR("NAME is a folder");
 }
 } // namespace library

@@ -1,34 +1,18 @@
-#include "setup/files.h"
-
+// Files below the database's folder, and the journal there.
 #include <openssl/evp.h>
 
-#include <array>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 
-#include "base/base.h"
+#include "base/json.h"
+#include "setup/parts.h"
 
 namespace setup
 {
 namespace
 {
-// All files are in etc, but for the link in lib.
-base::TARGET Target(const PLACE &I_sPlace, const std::string &I_strFile)
-{
-    const bool bLib = I_strFile.compare(0, 4, "lib/") == 0;
-    return {bLib ? I_sPlace.spLib : I_sPlace.spEtc, I_strFile.substr(4),
-            PathOf(I_sPlace, I_strFile)};
-}
-
-std::string ReadLink(const base::TARGET &I_sTarget)
-{
-    std::array<char, PATH_MAX> szText{};
-    const ssize_t iLength =
-        readlinkat(I_sTarget.Folder(), I_sTarget.strName.c_str(), szText.data(), szText.size());
-    if (iLength == -1) throw base::SystemFailure("reading " + I_sTarget.strShown);
-    return std::string(szText.data(), static_cast<size_t>(iLength));
-}
+constexpr const char *JOURNAL_FILE = "etc/xbsa-setup.json";
+constexpr off_t JOURNAL_LARGEST = 1 << 16; // bytes: a text made to take long is short then
 
 void Rename(const base::TARGET &I_sFrom, const base::TARGET &I_sTo)
 {
@@ -36,81 +20,86 @@ void Rename(const base::TARGET &I_sFrom, const base::TARGET &I_sTo)
                  I_sTo.strName.c_str()) != 0)
         throw base::SystemFailure(I_sTo.strShown);
 }
-} // namespace
 
-bool Exists(const PLACE &I_sPlace, const std::string &I_strFile)
+void WriteLink(const base::TARGET &I_sTarget, const std::string &I_strText)
 {
-    return Target(I_sPlace, I_strFile).Status().has_value();
-}
-
-std::optional<std::string> Content(const PLACE &I_sPlace, const std::string &I_strFile,
-                                   bool I_bLink, off_t I_iLargest)
-{
-    const base::TARGET sTarget = Target(I_sPlace, I_strFile);
-    if (sTarget.spFolder == nullptr) return std::nullopt;
-    const std::optional<struct stat> sStatus = sTarget.Status();
-    if (!sStatus) return std::nullopt;
-    if (I_bLink && S_ISLNK(sStatus->st_mode)) return ReadLink(sTarget);
-    return base::ReadText(sTarget, I_iLargest);
-}
-
-void RefuseForeign(const PLACE &I_sPlace, const std::string &I_strFile)
-{
-    const base::TARGET sTarget = Target(I_sPlace, I_strFile);
-    const std::optional<struct stat> sStatus = sTarget.Status();
-    if (geteuid() != 0 && sStatus && sStatus->st_uid != geteuid())
-        throw base::FAILURE(
-            sTarget.strShown + " belongs to account " + std::to_string(sStatus->st_uid) +
-            ", and setup runs as " + std::to_string(geteuid()) + ": " +
-            (I_strFile == I_sPlace.strOnconfig ? "run setup as its owner, or as root"
-                                               : "give it the onconfig's owner first") +
-            "; nothing was changed");
-}
-
-std::string Hash(const std::string &I_strContent)
-{
-    std::array<unsigned char, EVP_MAX_MD_SIZE> ucHash{};
-    unsigned uLength = 0;
-    if (EVP_Digest(I_strContent.data(), I_strContent.size(), ucHash.data(), &uLength, EVP_sha256(),
-                   nullptr) != 1)
-        throw base::FAILURE("SHA-256 failed");
-    static const char *const cpDigits = "0123456789abcdef";
-    std::string strHash;
-    for (unsigned uByte = 0; uByte < uLength; uByte++)
-    {
-        strHash += cpDigits[ucHash.at(uByte) >> 4];
-        strHash += cpDigits[ucHash.at(uByte) & 15];
-    }
-    return strHash;
-}
-
-void WriteFile(const PLACE &I_sPlace, const std::string &I_strFile, const std::string &I_strText)
-{
-    base::ReplaceText(Target(I_sPlace, I_strFile), I_strText, true);
-}
-
-void WriteLink(const PLACE &I_sPlace, const std::string &I_strFile, const std::string &I_strTarget)
-{
-    const base::TARGET sTarget = Target(I_sPlace, I_strFile);
-    base::TARGET sNew = sTarget;
+    base::TARGET sNew = I_sTarget;
     sNew.strName += ".xbsactl";
     unlinkat(sNew.Folder(), sNew.strName.c_str(), 0); // of a run that was killed
-    if (symlinkat(I_strTarget.c_str(), sNew.Folder(), sNew.strName.c_str()) != 0)
-        throw base::SystemFailure(sTarget.strShown);
-    Rename(sNew, sTarget);
+    if (symlinkat(I_strText.c_str(), sNew.Folder(), sNew.strName.c_str()) != 0)
+        throw base::SystemFailure(I_sTarget.strShown);
+    Rename(sNew, I_sTarget);
+}
+
+// The journal may be another account's than the one that runs: it names files of ours only.
+bool IsOurs(const RECORD &I_sRecord)
+{
+    const std::string &strFile = I_sRecord.strFile;
+    const std::string &strCopy = I_sRecord.strCopy;
+    const bool bFile =
+        strFile == LINK || (strFile.rfind("etc/", 0) == 0 && strFile.size() > 4 &&
+                            strFile[4] != '.' && strFile.find('/', 4) == std::string::npos);
+    const bool bCopy = strCopy.empty() || (strCopy.rfind(strFile + COPY_END, 0) == 0 &&
+                                           strCopy.find('/', strFile.size()) == std::string::npos);
+    return bFile && bCopy;
+}
+
+JOURNAL Parse(const std::string &I_strText)
+{
+    const base::JSON sJson = base::JSON::parse(I_strText);
+    JOURNAL sJournal;
+    sJournal.strRow = sJson.at("row");
+    sJournal.strLibrary = sJson.value("library", "");
+    for (const base::JSON &sEntry : sJson.at("files"))
+        sJournal.vecRecords.push_back(
+            {sEntry.at("file"), sEntry.at("copy"), sEntry.at("before"), sEntry.at("after")});
+    return sJournal;
+}
+} // namespace
+
+std::optional<std::string> Content(const PLACE &I_sPlace, const std::string &I_strFile,
+                                   off_t I_iLargest)
+{
+    const base::TARGET sTarget = I_sPlace.At(I_strFile);
+    const auto sStatus = sTarget.spFolder != nullptr ? sTarget.Status() : std::nullopt;
+    if (!sStatus) return std::nullopt;
+    if (I_strFile != LINK || !S_ISLNK(sStatus->st_mode)) return base::ReadText(sTarget, I_iLargest);
+    std::string strText(PATH_MAX, '\0');
+    const ssize_t iLength =
+        readlinkat(sTarget.Folder(), sTarget.strName.c_str(), strText.data(), strText.size());
+    if (iLength == -1) throw base::SystemFailure("reading " + sTarget.strShown);
+    strText.resize(static_cast<size_t>(iLength));
+    return strText;
+}
+
+std::string HashOf(const std::optional<std::string> &I_strContent)
+{
+    unsigned char ucHash[EVP_MAX_MD_SIZE];
+    unsigned uLength = 0;
+    if (!I_strContent) return "";
+    if (EVP_Digest(I_strContent->data(), I_strContent->size(), ucHash, &uLength, EVP_sha256(),
+                   nullptr) != 1)
+        throw base::FAILURE("SHA-256 failed");
+    return base::Hex(ucHash, uLength);
+}
+
+void Write(const PLACE &I_sPlace, const std::string &I_strFile, const std::string &I_strText)
+{
+    if (I_strFile == LINK) WriteLink(I_sPlace.At(I_strFile), I_strText);
+    else base::ReplaceText(I_sPlace.At(I_strFile), I_strText, true);
 }
 
 void Remove(const PLACE &I_sPlace, const std::string &I_strFile)
 {
-    const base::TARGET sTarget = Target(I_sPlace, I_strFile);
+    const base::TARGET sTarget = I_sPlace.At(I_strFile);
     if (unlinkat(sTarget.Folder(), sTarget.strName.c_str(), 0) != 0 && errno != ENOENT)
         throw base::SystemFailure(sTarget.strShown);
 }
 
-void Copy(const PLACE &I_sPlace, const std::string &I_strFile, const std::string &I_strCopy)
+void KeepCopy(const PLACE &I_sPlace, const std::string &I_strFile, const std::string &I_strCopy)
 {
-    const base::TARGET sFrom = Target(I_sPlace, I_strFile);
-    const base::TARGET sCopy = Target(I_sPlace, I_strCopy);
+    const base::TARGET sFrom = I_sPlace.At(I_strFile);
+    const base::TARGET sCopy = I_sPlace.At(I_strCopy);
     if (linkat(sFrom.Folder(), sFrom.strName.c_str(), sCopy.Folder(), sCopy.strName.c_str(), 0) !=
         0)
         throw base::SystemFailure("keeping a copy of " + sFrom.strShown);
@@ -119,7 +108,48 @@ void Copy(const PLACE &I_sPlace, const std::string &I_strFile, const std::string
 // A rename does nothing when both names are the same file still, so the copy's name goes by itself.
 void MoveBack(const PLACE &I_sPlace, const std::string &I_strCopy, const std::string &I_strFile)
 {
-    Rename(Target(I_sPlace, I_strCopy), Target(I_sPlace, I_strFile));
+    Rename(I_sPlace.At(I_strCopy), I_sPlace.At(I_strFile));
     Remove(I_sPlace, I_strCopy);
+}
+
+RECORD *JOURNAL::Find(const std::string &I_strFile)
+{
+    for (RECORD &sRecord : vecRecords)
+        if (sRecord.strFile == I_strFile) return &sRecord;
+    return nullptr;
+}
+
+JOURNAL ReadJournal(const PLACE &I_sPlace)
+{
+    const std::optional<std::string> strText = Content(I_sPlace, JOURNAL_FILE, JOURNAL_LARGEST);
+    if (!strText) return {};
+    const std::string strPath = I_sPlace.Path(JOURNAL_FILE);
+    JOURNAL sJournal;
+    try
+    {
+        sJournal = Parse(*strText);
+    } catch (const base::JSON::exception &)
+    {
+        throw base::FileFailure(strPath + " is damaged: copy the files NAME" + COPY_END +
+                                " back over those of that NAME, and remove it");
+    }
+    for (const RECORD &sRecord : sJournal.vecRecords)
+        if (!IsOurs(sRecord))
+            throw base::FileFailure(strPath +
+                                    " cannot be used: it names files that setup does not change");
+    return sJournal;
+}
+
+void WriteJournal(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
+{
+    if (I_sJournal.vecRecords.empty()) return Remove(I_sPlace, JOURNAL_FILE);
+    base::JSON sJson = {
+        {"schema", 1}, {"row", I_sJournal.strRow}, {"library", I_sJournal.strLibrary}};
+    for (const RECORD &sRecord : I_sJournal.vecRecords)
+        sJson["files"].push_back({{"file", sRecord.strFile},
+                                  {"copy", sRecord.strCopy},
+                                  {"before", sRecord.strBefore},
+                                  {"after", sRecord.strAfter}});
+    Write(I_sPlace, JOURNAL_FILE, sJson.dump(2) + "\n");
 }
 } // namespace setup

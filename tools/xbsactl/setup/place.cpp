@@ -1,24 +1,22 @@
-#include "setup/place.h"
-
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/file.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
-#include <vector>
 
-#include "base/base.h"
-#include "setup/text.h"
-#include "setup/way.h"
+#include "setup/parts.h"
 
 namespace setup
 {
 namespace
 {
 using STAT = struct stat;
+using PATH = std::filesystem::path;
 
 std::string AccountName(uid_t I_uAccount)
 {
@@ -65,20 +63,21 @@ std::shared_ptr<const base::CDescriptor> OpenFolder(int I_iIn, const std::string
     if (sFolder.Get() == -1 || fstat(sFolder.Get(), &sStatus) != 0)
         throw base::SystemFailure(I_strPath);
     if (S_ISLNK(sStatus.st_mode))
-        throw base::FAILURE(I_strPath + " is a link: setup changes nothing outside of the folder");
+        throw base::FileFailure(I_strPath +
+                                " is a link: setup changes nothing outside of the folder");
     if (!S_ISDIR(sStatus.st_mode))
-        throw base::FAILURE(I_strPath + " is not a directory: no database's folder");
+        throw base::FileFailure(I_strPath + " is not a directory: no database's folder");
     return std::make_shared<const base::CDescriptor>(std::move(sFolder));
 }
 
 STAT OnconfigStatus(const PLACE &I_sPlace)
 {
-    const base::TARGET sTarget{I_sPlace.spEtc, I_sPlace.strOnconfig.substr(4),
-                               PathOf(I_sPlace, I_sPlace.strOnconfig)};
+    const base::TARGET sTarget = I_sPlace.At(I_sPlace.strOnconfig);
     const std::optional<STAT> sStatus = sTarget.Status();
     if (!sStatus)
-        throw base::FAILURE(sTarget.strShown + " does not exist: give its name with --onconfig");
-    if (!S_ISREG(sStatus->st_mode)) throw base::FAILURE(sTarget.strShown + " is no plain file");
+        throw base::FileFailure(sTarget.strShown +
+                                " does not exist: give its name with --onconfig");
+    if (!S_ISREG(sStatus->st_mode)) throw base::FileFailure(sTarget.strShown + " is no plain file");
     return *sStatus;
 }
 
@@ -123,45 +122,122 @@ void Become(uid_t I_uAccount, gid_t I_uGroup)
         throw base::SystemFailure("becoming the account " + AccountName(I_uAccount));
 }
 
+constexpr int MOST_LINKS = 40; // as the kernel follows
+
+struct WAY
+{
+    uid_t uOwner; // of the folder at its end
+    bool bLinksOnly;
+    int iLinks = 0; // so far
+};
+
+STAT LinkStatus(const PATH &I_sPath)
+{
+    STAT sStatus{};
+    if (lstat(I_sPath.c_str(), &sStatus) != 0) throw base::SystemFailure(I_sPath.string());
+    return sStatus;
+}
+
+// Whoever owns "/" can do everything anyway.
+bool IsTrusted(const WAY &I_sWay, uid_t I_uAccount)
+{
+    return I_uAccount == 0 || I_uAccount == I_sWay.uOwner || I_uAccount == LinkStatus("/").st_uid;
+}
+
+void CheckOwner(const WAY &I_sWay, const PATH &I_sPath, const STAT &I_sStatus)
+{
+    const bool bLink = S_ISLNK(I_sStatus.st_mode);
+    if ((I_sWay.bLinksOnly && !bLink) || IsTrusted(I_sWay, I_sStatus.st_uid)) return;
+    throw base::FileFailure(
+        I_sPath.string() + (bLink ? " is a link that" : "") + " belongs to account " +
+        std::to_string(I_sStatus.st_uid) +
+        ", who could make the path lead elsewhere: give the path of a folder that only "
+        "root and its owner can move");
+}
+
+// In a folder with a sticky bit others can move what is theirs alone. Groups are trusted, but not
+// with what is root's.
+void CheckWriters(const WAY &I_sWay, const PATH &I_sPath, const STAT &I_sStatus)
+{
+    const bool bGroup =
+        I_sWay.uOwner == 0 && (I_sStatus.st_mode & S_IWGRP) != 0 && I_sStatus.st_gid != 0;
+    const bool bOthers = bGroup || (I_sStatus.st_mode & S_IWOTH) != 0;
+    if (I_sWay.bLinksOnly || !bOthers || (I_sStatus.st_mode & S_ISVTX) != 0) return;
+    throw base::FileFailure(
+        "others may write " + I_sPath.string() +
+        ", and could make the path lead elsewhere: take their right first (chmod)");
+}
+
+// Who could make the path lead to another folder. For one that is walked once: the owners of links
+// alone; for one that is walked again later also those who own a folder on it or may write there.
+void CheckWay(WAY &X_sWay, const PATH &I_sFolder)
+{
+    PATH sPath = "/";
+    for (const PATH &sPart : I_sFolder.relative_path())
+    {
+        CheckWriters(X_sWay, sPath, LinkStatus(sPath));
+        sPath /= sPart;
+        const STAT sStatus = LinkStatus(sPath);
+        CheckOwner(X_sWay, sPath, sStatus);
+        if (!S_ISLNK(sStatus.st_mode)) continue;
+        if (++X_sWay.iLinks > MOST_LINKS)
+            throw base::FileFailure(I_sFolder.string() + ": too many links");
+        sPath = sPath.parent_path() / std::filesystem::read_symlink(sPath);
+        CheckWay(X_sWay, sPath);
+    }
+}
+
 void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
 {
     const STAT sStatus = OnconfigStatus(I_sPlace);
-    const std::string strFile = PathOf(I_sPlace, I_sPlace.strOnconfig);
+    const std::string strFile = I_sPlace.Path(I_sPlace.strOnconfig);
     if (geteuid() != 0) return;
-    CheckLinks(I_sPlace.strFolder, StatusOf(I_sFolder, I_sPlace.strFolder).st_uid);
+    WAY sWay{StatusOf(I_sFolder, I_sPlace.strFolder).st_uid, true};
+    CheckWay(sWay, I_sPlace.strFolder);
     if (sStatus.st_uid != 0)
     {
         if (GroupOf(sStatus.st_uid, sStatus.st_gid) != sStatus.st_gid)
-            throw base::FAILURE(strFile + " has the group " + GroupName(sStatus.st_gid) +
-                                ", which " + AccountName(sStatus.st_uid) +
-                                " is not in: give it one of this account's groups first (chgrp)");
+            throw base::FileFailure(
+                strFile + " has the group " + GroupName(sStatus.st_gid) + ", which " +
+                AccountName(sStatus.st_uid) +
+                " is not in: give it one of this account's groups first (chgrp)");
         Become(sStatus.st_uid, sStatus.st_gid);
         std::cout << "# As " << AccountName(sStatus.st_uid) << ", who owns "
                   << base::Printable(strFile) << '\n';
         return;
     }
     if (!IsRootsOnly(I_sFolder) || !IsRootsOnly(*I_sPlace.spEtc))
-        throw base::FAILURE(strFile + " is root's, but others may write its folder: give it to the "
-                                      "database's account first (chown)");
+        throw base::FileFailure(strFile +
+                                " is root's, but others may write its folder: give it to the "
+                                "database's account first (chown)");
+}
+// Of the folder itself, so that nothing is created before the question. Where it cannot be read
+// nobody can change anything.
+base::CDescriptor Lock(const PLACE &I_sPlace)
+{
+    base::CDescriptor sFolder(
+        openat(I_sPlace.spEtc->Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (sFolder.Get() == -1) throw base::SystemFailure(I_sPlace.Path("etc"));
+    if (flock(sFolder.Get(), LOCK_EX | LOCK_NB) != 0)
+        throw base::FileFailure("another setup is at work in " + I_sPlace.strFolder +
+                                ": wait for its end; nothing was changed");
+    return sFolder;
 }
 } // namespace
-
-std::string PathOf(const PLACE &I_sPlace, const std::string &I_strFile)
-{
-    return I_sPlace.strFolder + "/" + I_strFile;
-}
 
 PLACE Enter(const OPTIONS &I_sOptions)
 {
     PLACE sPlace;
     sPlace.strFolder = FolderName(I_sOptions.strInformixDir);
-    const std::string strEtc = PathOf(sPlace, "etc");
+    const std::string strEtc = sPlace.Path("etc");
     const auto spFolder = OpenFolder(AT_FDCWD, sPlace.strFolder, sPlace.strFolder);
     if (spFolder != nullptr) sPlace.spEtc = OpenFolder(spFolder->Get(), "etc", strEtc);
-    if (sPlace.spEtc == nullptr) throw base::FAILURE(strEtc + " is missing: no database's folder");
-    sPlace.spLib = OpenFolder(spFolder->Get(), "lib", PathOf(sPlace, "lib"));
+    if (sPlace.spEtc == nullptr)
+        throw base::FileFailure(strEtc + " is missing: no database's folder");
+    sPlace.spLib = OpenFolder(spFolder->Get(), "lib", sPlace.Path("lib"));
     sPlace.strOnconfig = "etc/" + OnconfigName(I_sOptions);
     TakeAccount(sPlace, *spFolder);
+    sPlace.sLock = Lock(sPlace);
     return sPlace;
 }
 
@@ -171,7 +247,7 @@ bool MayWriteLib(const PLACE &I_sPlace)
     const bool bMay = geteuid() == 0 ? IsRootsOnly(*I_sPlace.spLib)
                                      : faccessat(I_sPlace.spLib->Get(), ".", W_OK | X_OK, 0) == 0;
     if (!bMay)
-        std::cout << "# No link in " << PathOf(I_sPlace, "lib") << ": "
+        std::cout << "# No link in " << I_sPlace.Path("lib") << ": "
                   << (geteuid() == 0 ? "others may write there"
                                      : "this account may not write there")
                   << '\n';
@@ -182,14 +258,30 @@ std::string Rotation(const OPTIONS &I_sOptions)
 {
     const std::string strFolder = FolderName(I_sOptions.strInformixDir);
     const auto spFolder = OpenFolder(AT_FDCWD, strFolder, strFolder);
-    if (spFolder == nullptr) throw base::FAILURE(strFolder + " does not exist");
+    if (spFolder == nullptr) throw base::FileFailure(strFolder + " does not exist");
     const STAT sStatus = StatusOf(*spFolder, strFolder);
     if (sStatus.st_uid == 0 && !IsRootsOnly(*spFolder))
-        throw base::FAILURE(strFolder +
-                            " is root's, but others may write it: logrotate would work there "
-                            "with root's rights");
-    CheckAll(strFolder, sStatus.st_uid); // logrotate walks it again, as this account
-    return Logrotate(strFolder, AccountName(sStatus.st_uid) + " " +
-                                    GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)));
+        throw base::FileFailure(strFolder +
+                                " is root's, but others may write it: logrotate would work there "
+                                "with root's rights");
+    WAY sWay{sStatus.st_uid, false}; // logrotate walks it again, as this account
+    CheckWay(sWay, strFolder);
+    return "# Made by xbsactl setup --logrotate. A process keeps the log that it opened until it "
+           "ends, so the log\n"
+           "# is renamed and compressed one turn later; copytruncate would lose the lines that "
+           "are\n"
+           "# written between the copy and the cut.\n\"" +
+           strFolder + "/xbsa*.log\" {\n    su " + AccountName(sStatus.st_uid) + " " +
+           GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)) +
+           "\n"
+           "    weekly\n"
+           "    maxsize 100M\n"
+           "    rotate 8\n"
+           "    missingok\n"
+           "    notifempty\n"
+           "    nocreate\n"
+           "    compress\n"
+           "    delaycompress\n"
+           "}\n";
 }
 } // namespace setup

@@ -1,84 +1,135 @@
-#include "setup/setup.h"
-
-#include <sys/stat.h>
+#include <dlfcn.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <set>
-#include <sstream>
 
-#include "base/base.h"
-#include "setup/change.h"
-#include "setup/guest.h"
-#include "setup/text.h"
+#include "library/library.h"
+#include "setup/parts.h"
 
 namespace setup
 {
 namespace
 {
+// The library as a database has to know it.
+struct GUEST
+{
+    std::string strPath; // absolute
+    std::string strRow;  // of sm_versions
+};
+
+// The folder's links are resolved, the file's are not: libxbsa.so.1 stays right after an update.
+std::string AbsolutePath(const std::string &I_strFile)
+{
+    const std::filesystem::path sFile = I_strFile;
+    std::string strPath =
+        std::filesystem::canonical(std::filesystem::absolute(sFile).parent_path()) /
+        sFile.filename();
+    if (base::HasControlCharacter(strPath) || strPath.find_first_of(" #") != std::string::npos)
+        throw base::FileFailure(strPath + ": an onconfig takes no path with a blank or \"#\"");
+    return strPath;
+}
+
+GUEST FindGuest(const std::string &I_strLibrary)
+{
+    void *vpLibrary = library::Load(I_strLibrary);
+    Dl_info sInfo{};
+    if (dladdr(library::Symbol(vpLibrary, "BSAInit"), &sInfo) == 0 || sInfo.dli_fname == nullptr)
+        throw base::FileFailure("the library's path is not known");
+    return {AbsolutePath(sInfo.dli_fname), library::VersionsRow(vpLibrary)};
+}
+
+// A line for each part of the path that is closed to some account: the database's must be able to
+// reach the library.
+void WarnOfClosedPath(const std::string &I_strLibrary)
+{
+    using std::filesystem::perms;
+    std::filesystem::path sPath;
+    for (const auto &sPart : std::filesystem::path(I_strLibrary))
+    {
+        sPath /= sPart;
+        const perms eNeeded = sPath == I_strLibrary ? perms::others_read : perms::others_exec;
+        std::error_code sError;
+        const auto sStatus = std::filesystem::status(sPath, sError);
+        if (sError || (sStatus.permissions() & eNeeded) != perms::none) continue;
+        std::cout << "# " << base::Printable(sPath)
+                  << " is not open to every account: see that the database's account can read the "
+                     "library\n";
+    }
+}
+
+// A database dump or an empty file that was given by mistake.
+void CheckOnconfig(const std::string &I_strPath, const std::string &I_strText)
+{
+    if (I_strText.find('\0') != std::string::npos)
+        throw base::FileFailure(I_strPath + " is not a text file: give the onconfig's name with "
+                                            "--onconfig; nothing was changed");
+    if (I_strText.find_first_not_of(" \t\r\n") == std::string::npos)
+        throw base::FileFailure(I_strPath + " is empty: copy the database's configuration there "
+                                            "first, or give its name with --onconfig");
+}
+
 CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
 {
-    CHANGE sChange{I_sPlace.strOnconfig, false, Content(I_sPlace, I_sPlace.strOnconfig, false), ""};
+    const std::string strPath = I_sPlace.Path(I_sPlace.strOnconfig);
+    const std::string strBefore = Content(I_sPlace, I_sPlace.strOnconfig).value_or("");
+    CheckOnconfig(strPath, strBefore);
+    for (const std::string &strLine : Split(strBefore))
+        if (Sets(strLine, "LTAPEDEV") && Value(strLine) == "/dev/null")
+            std::cout
+                << "# LTAPEDEV is /dev/null: the database discards its logical logs instead of "
+                   "backing them up,\n# and a restore ends at the last backup of the dbspaces\n";
     try
     {
-        sChange.strAfter = Onconfig(sChange.strBefore.value_or(""), I_strLibrary);
+        return {I_sPlace.strOnconfig, strBefore, OnconfigWith(strBefore, I_strLibrary)};
     } catch (const base::FAILURE &sFailure)
     {
-        throw base::FAILURE(I_sPlace.strFolder + "/" + sChange.strFile + ": " + sFailure.what() +
-                            ": put it right by hand first");
+        throw base::FileFailure(strPath + ": " + sFailure.what() + ": put it right by hand first");
     }
-    return sChange;
 }
 
 // A link that somebody else has changed since is theirs.
-bool IsLinkWanted(const PLACE &I_sPlace, const JOURNAL &I_sJournal,
+bool IsLinkWanted(const PLACE &I_sPlace, JOURNAL I_sJournal,
                   const std::optional<std::string> &I_strTarget)
 {
     if (!MayWriteLib(I_sPlace)) return false;
-    const RECORD *spRecord = I_sJournal.Find(SETUP_LINK);
-    const std::string strNow = I_strTarget ? Hash(*I_strTarget) : "";
+    const RECORD *spRecord = I_sJournal.Find(LINK);
+    const std::string strNow = HashOf(I_strTarget);
     return spRecord == nullptr || strNow == spRecord->strAfter || strNow == spRecord->strBefore;
 }
 
 std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const GUEST &I_sGuest)
 {
-    std::vector<CHANGE> vecAll = {OnconfigChange(I_sPlace, I_sGuest.strPath)};
-    const std::optional<std::string> strRows = Content(I_sPlace, SETUP_VERSIONS, false);
-    vecAll.push_back(
-        {SETUP_VERSIONS, false, strRows, Versions(strRows.value_or(""), I_sGuest.strRow)});
-    const std::optional<std::string> strTarget = Content(I_sPlace, SETUP_LINK, true);
+    const std::optional<std::string> strRows = Content(I_sPlace, VERSIONS);
+    const std::optional<std::string> strTarget = Content(I_sPlace, LINK);
+    std::vector<CHANGE> vecChanges = {
+        OnconfigChange(I_sPlace, I_sGuest.strPath),
+        {VERSIONS, strRows, VersionsWith(strRows.value_or(""), I_sGuest.strRow)}};
     if (IsLinkWanted(I_sPlace, I_sJournal, strTarget))
-        vecAll.push_back({SETUP_LINK, true, strTarget, I_sGuest.strPath});
-
-    std::vector<CHANGE> vecChanges;
-    std::copy_if(vecAll.begin(), vecAll.end(), std::back_inserter(vecChanges),
-                 [](const CHANGE &sChange) { return sChange.strBefore != sChange.strAfter; });
+        vecChanges.push_back({LINK, strTarget, I_sGuest.strPath});
+    vecChanges.erase(
+        std::remove_if(vecChanges.begin(), vecChanges.end(),
+                       [](const CHANGE &sChange) { return sChange.strBefore == sChange.strAfter; }),
+        vecChanges.end());
     return vecChanges;
-}
-
-std::vector<std::string> Lines(const std::string &I_strText)
-{
-    std::vector<std::string> vecLines;
-    std::istringstream sText(I_strText);
-    for (std::string strLine; std::getline(sText, strLine);) vecLines.push_back(strLine);
-    return vecLines;
 }
 
 // The lines of one text that the other does not have.
 void PrintLines(const char *cpSign, const std::string &I_strText, const std::string &I_strOther)
 {
-    const std::vector<std::string> vecOther = Lines(I_strOther);
+    const LINES vecOther = Split(I_strOther);
     const std::set<std::string> sOther(vecOther.begin(), vecOther.end());
-    for (const std::string &strLine : Lines(I_strText))
+    for (const std::string &strLine : Split(I_strText))
         if (sOther.count(strLine) == 0)
             std::cout << "  " << cpSign << ' ' << base::Printable(strLine) << '\n';
 }
 
 void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
 {
-    std::cout << base::Printable(PathOf(I_sPlace, I_sChange.strFile))
+    std::cout << base::Printable(I_sPlace.Path(I_sChange.strFile))
               << (I_sChange.strBefore ? "" : " (new)") << '\n';
-    if (I_sChange.bLink)
+    if (I_sChange.strFile == LINK)
     {
         std::cout << "  -> " << base::Printable(I_sChange.strAfter) << '\n';
         return;
@@ -90,7 +141,7 @@ void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
 void PrintUndo(const PLACE &I_sPlace, const UNDO &I_sUndo)
 {
     const RECORD &sRecord = I_sUndo.sRecord;
-    std::cout << base::Printable(PathOf(I_sPlace, sRecord.strFile)) << ": ";
+    std::cout << base::Printable(I_sPlace.Path(sRecord.strFile)) << ": ";
     if (I_sUndo.strText)
         std::cout << "changed since setup, only our lines go"
                   << (sRecord.strCopy.empty()
@@ -99,6 +150,9 @@ void PrintUndo(const PLACE &I_sPlace, const UNDO &I_sUndo)
     else if (!I_sUndo.bPutBack) std::cout << "is as it was";
     else std::cout << (sRecord.strCopy.empty() ? "removed" : "put back");
     std::cout << '\n';
+    if (!I_sUndo.strKept.empty())
+        std::cout << "  \"" << base::Printable(I_sUndo.strKept)
+                  << "\" was edited since, and stays\n";
 }
 
 // Anything but a yes is a no, and so is the end of the input.
@@ -113,19 +167,19 @@ bool IsConfirmed(const OPTIONS &I_sOptions, const char *cpQuestion)
     return bYes;
 }
 
-int Undo(const OPTIONS &I_sOptions, const PLACE &I_sPlace, const JOURNAL &I_sJournal)
+int UndoAll(const OPTIONS &I_sOptions, const PLACE &I_sPlace, const JOURNAL &I_sJournal)
 {
     const std::vector<UNDO> vecUndo = PlanUndo(I_sPlace, I_sJournal);
     if (vecUndo.empty())
     {
         std::cout << "Nothing to undo: no earlier run changed "
-                  << base::Printable(PathOf(I_sPlace, I_sPlace.strOnconfig)) << ".\n";
+                  << base::Printable(I_sPlace.Path(I_sPlace.strOnconfig)) << ".\n";
         return base::EXIT_DONE;
     }
     for (const UNDO &sUndo : vecUndo) PrintUndo(I_sPlace, sUndo);
     if (I_sOptions.bDryRun) return base::EXIT_DONE;
     if (!IsConfirmed(I_sOptions, "Put this back?")) return base::EXIT_FAILED;
-    TakeBackAll(I_sPlace, I_sJournal, vecUndo);
+    Undo(I_sPlace, I_sJournal, vecUndo);
     std::cout << "Done. If /etc/logrotate.d/korva-xbsa was installed, remove it as root.\n";
     return base::EXIT_DONE;
 }
@@ -144,12 +198,14 @@ int Hook(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
     if (I_sOptions.bDryRun) return base::EXIT_DONE;
     if (!IsConfirmed(I_sOptions, "Write this?")) return base::EXIT_FAILED;
     I_sJournal.strRow = sGuest.strRow;
+    I_sJournal.strLibrary = sGuest.strPath;
     Apply(I_sPlace, I_sJournal, vecChanges);
     const std::string strFolder = "--informixdir '" + base::Printable(I_sPlace.strFolder) + "'";
+    const std::string strName = base::Printable(I_sPlace.strOnconfig.substr(4));
     std::cout << "Done; --undo puts it back. As root, when the logs are to be rotated:\n"
               << "  xbsactl setup " << strFolder
               << " --logrotate >/etc/logrotate.d/korva-xbsa\nNext: xbsactl check --informix "
-              << strFolder << '\n';
+              << strFolder << " --onconfig '" << strName << "'\n";
     return base::EXIT_DONE;
 }
 } // namespace
@@ -164,7 +220,7 @@ int Run(const OPTIONS &I_sOptions)
     }
     const PLACE sPlace = Enter(I_sOptions);
     const JOURNAL sJournal = ReadJournal(sPlace);
-    return I_sOptions.bUndo ? Undo(I_sOptions, sPlace, sJournal)
+    return I_sOptions.bUndo ? UndoAll(I_sOptions, sPlace, sJournal)
                             : Hook(I_sOptions, sPlace, sJournal);
 }
 } // namespace setup

@@ -1,9 +1,7 @@
-#include "transfer/transfer.h"
-
 #include <iomanip>
 #include <iostream>
 
-#include "base/json.h"
+#include "transfer/parts.h"
 
 namespace transfer
 {
@@ -18,7 +16,7 @@ std::string Json(const library::OBJECT &I_sWanted, const COPIES &I_vecCopies)
         sCopies.push_back({{"copy_id", sCopy.copyId.right},
                            {"space", library::Field(sCopy.objectName.objectSpaceName)},
                            {"name", library::Field(sCopy.objectName.pathName)}});
-    return base::Dump({{"schema", 1},
+    return base::Dump({{"schema", SCHEMA},
                        {"query", {{"space", I_sWanted.strSpace}, {"name", I_sWanted.strName}}},
                        {"copies", sCopies}});
 }
@@ -50,6 +48,6 @@ void Query(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
     sSession.Close();
     if (I_sOptions.bJson) std::cout << Json(I_sOptions.sObject, vecCopies) << '\n';
     else if (!vecCopies.empty()) PrintTable(vecCopies);
-    if (vecCopies.empty()) throw base::FAILURE("no match");
+    if (vecCopies.empty()) throw base::FAILURE("no match", base::EXIT_NO_MATCH);
 }
 } // namespace transfer

@@ -1,21 +1,10 @@
-#include "transfer/status.h"
-
 #include <poll.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
-#include <chrono>
-#include <cinttypes>
-#include <cstdio>
 #include <ctime>
-#include <mutex>
-#include <optional>
+#include <sstream>
 
-#include "transfer/manifest.h"
-#include "base/json.h"
-#include "transfer/transfer.h"
+#include "transfer/parts.h"
 
 namespace transfer
 {
@@ -30,21 +19,21 @@ constexpr const char *LAST_CODE = "xbsactl_last_exit_code";
 struct STATUS
 {
     std::mutex sMutex; // for all but the two counts
-    bool bBegun = false;
-    bool bEnded = false;
+    bool bRuns = false;
     bool bWarned = false;
     std::string strFile; // empty: none is wanted
     std::string strWhat;
     std::string strLabels;      // {command="store",name="x"}
     std::string strLastSuccess; // empty: never
     std::string strLastCode;    // empty: not known
+    time_t lStart = 0;
     CLOCK::time_point sStart;
     CLOCK::time_point sCounted; // when the count began
     std::atomic<uint64_t> uBytes{0};
     std::atomic<uint64_t> uExpected{0};
 };
 
-// Never freed: stop.cpp's thread outlives every destructor.
+// Never freed: the thread that watches for signals outlives every destructor.
 STATUS &Status()
 {
     static auto *spStatus = new STATUS;
@@ -63,46 +52,47 @@ double Seconds(CLOCK::time_point I_sSince)
     return std::chrono::duration<double>(CLOCK::now() - I_sSince).count();
 }
 
-double Rate(const STATUS &I_sStatus) // bytes a second
+double RateNow(const STATUS &I_sStatus) // megabytes a second
 {
-    const double dSeconds = Seconds(I_sStatus.sCounted);
-    return dSeconds > 0 ? static_cast<double>(I_sStatus.uBytes) / dSeconds : 0;
-}
-
-std::string Decimal(double I_dValue)
-{
-    std::array<char, 64> szText{};
-    snprintf(szText.data(), szText.size(), "%.3f", I_dValue);
-    return szText.data();
-}
-
-// A metric without a value is left out.
-void AddMetric(std::string &I_strText, const STATUS &I_sStatus, const std::string &I_strName,
-               const char *cpHelp, const std::string &I_strValue)
-{
-    if (I_strValue.empty()) return;
-    I_strText += "# HELP " + I_strName + " " + cpHelp + "\n# TYPE " + I_strName + " gauge\n" +
-                 I_strName + I_sStatus.strLabels + " " + I_strValue + "\n";
+    return Rate(I_sStatus.uBytes, Seconds(I_sStatus.sCounted));
 }
 
 std::string FileText(const STATUS &I_sStatus)
 {
     const uint64_t uExpected = I_sStatus.uExpected;
-    std::string strText;
-    const auto fpAdd = [&](const char *cpName, const char *cpHelp, const std::string &strValue) {
-        AddMetric(strText, I_sStatus, cpName, cpHelp, strValue);
+    const std::string strVersion = "{version=" + LabelValue(XBSACTL_VERSION) + "}";
+    const struct
+    {
+        const char *cpName;
+        const char *cpHelp;
+        std::string strValue; // a metric without one is left out
+        const std::string &strLabels;
+    } METRICS[] = {
+        {"xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns ? "1" : "0",
+         I_sStatus.strLabels},
+        {"xbsactl_transferred_bytes", "Bytes of objects moved so far.",
+         std::to_string(I_sStatus.uBytes), I_sStatus.strLabels},
+        {"xbsactl_expected_bytes", "Bytes that will be moved, when known.",
+         uExpected > 0 ? std::to_string(uExpected) : "", I_sStatus.strLabels},
+        {"xbsactl_duration_seconds", "How long the command runs or ran.",
+         Decimal(Seconds(I_sStatus.sStart), 3), I_sStatus.strLabels},
+        {"xbsactl_bytes_per_second", "Mean rate.", Decimal(RateNow(I_sStatus) * 1e6, 3),
+         I_sStatus.strLabels},
+        {"xbsactl_last_attempt_timestamp_seconds", "When the command last began.",
+         std::to_string(I_sStatus.lStart), I_sStatus.strLabels},
+        {LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess,
+         I_sStatus.strLabels},
+        {LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
+         I_sStatus.strLastCode, I_sStatus.strLabels},
+        {"xbsactl_build_info", "The version that wrote this file.", "1", strVersion},
     };
-    fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bEnded ? "0" : "1");
-    fpAdd("xbsactl_bytes", "Bytes of objects moved so far.", std::to_string(I_sStatus.uBytes));
-    fpAdd("xbsactl_expected_bytes", "Bytes that will be moved, when known.",
-          uExpected > 0 ? std::to_string(uExpected) : "");
-    fpAdd("xbsactl_seconds", "How long the command runs or ran.",
-          Decimal(Seconds(I_sStatus.sStart)));
-    fpAdd("xbsactl_bytes_per_second", "Mean rate.", Decimal(Rate(I_sStatus)));
-    fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess);
-    fpAdd(LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
-          I_sStatus.strLastCode);
-    return strText;
+    std::ostringstream sText;
+    for (const auto &sMetric : METRICS)
+        if (!sMetric.strValue.empty())
+            sText << "# HELP " << sMetric.cpName << ' ' << sMetric.cpHelp << "\n# TYPE "
+                  << sMetric.cpName << " gauge\n"
+                  << sMetric.cpName << sMetric.strLabels << ' ' << sMetric.strValue << '\n';
+    return sText.str();
 }
 
 // The number that an earlier run of the same command on the same object left; empty for none.
@@ -117,54 +107,45 @@ std::string EarlierValue(const std::string &I_strText, const std::string &I_strS
     return bNumber && I_strText[uEnd] == '\n' ? I_strText.substr(uValue, uEnd - uValue) : "";
 }
 
-void TakeEarlier(STATUS &I_sStatus)
+void TakeEarlier(STATUS &X_sStatus)
 {
-    const std::string strText =
-        base::ReadText(base::FindTarget(I_sStatus.strFile), base::TEXT_LARGEST).value_or("");
-    if (!strText.empty() && strText.compare(0, std::string(OWN_MARK).size(), OWN_MARK) != 0)
-        throw base::FAILURE("status file " + base::Quoted(I_sStatus.strFile) +
-                            " holds something else already");
-    I_sStatus.strLastSuccess = EarlierValue(strText, LAST_SUCCESS + I_sStatus.strLabels);
-    I_sStatus.strLastCode = EarlierValue(strText, LAST_CODE + I_sStatus.strLabels);
+    const std::string strText = base::ReadText(base::FindTarget(X_sStatus.strFile)).value_or("");
+    if (!strText.empty() && strText.rfind(OWN_MARK, 0) != 0)
+        throw base::FileFailure("status file " + base::Quoted(X_sStatus.strFile) +
+                                " holds something else already");
+    X_sStatus.strLastSuccess = EarlierValue(strText, LAST_SUCCESS + X_sStatus.strLabels);
+    X_sStatus.strLastCode = EarlierValue(strText, LAST_CODE + X_sStatus.strLabels);
 }
 
+// Once a second: only the last text must survive a power cut.
 void Write(const STATUS &I_sStatus)
 {
-    base::ReplaceText(base::FindTarget(I_sStatus.strFile), FileText(I_sStatus), false);
+    base::ReplaceText(base::FindTarget(I_sStatus.strFile), FileText(I_sStatus), false,
+                      !I_sStatus.bRuns);
 }
 
 // The reader of a pipe may have stopped reading, and the thread has signals to wait for.
-void Tell(const std::string &I_strLine)
+void PrintLine(const std::string &I_strLine)
 {
     struct pollfd sError = {STDERR_FILENO, POLLOUT, 0};
     if (poll(&sError, 1, 0) != 1 || (sError.revents & POLLOUT) == 0) return;
     const std::string strLine =
         (isatty(STDERR_FILENO) == 1 ? "\r\x1b[K" : "") + base::Visible(I_strLine) + "\n";
-    if (write(STDERR_FILENO, strLine.data(), strLine.size()) == -1) return; // nobody to tell
+    if (write(STDERR_FILENO, strLine.data(), strLine.size()) == -1) return; // nobody reads
 }
 
-void WriteOrWarn(STATUS &I_sStatus)
+void WriteOrWarn(STATUS &X_sStatus)
 {
-    if (I_sStatus.strFile.empty()) return;
+    if (X_sStatus.strFile.empty()) return;
     try
     {
-        Write(I_sStatus);
+        Write(X_sStatus);
     } catch (const std::exception &sError)
     {
-        if (!I_sStatus.bWarned)
-            Tell(std::string("xbsactl: warning: status file: ") + sError.what());
-        I_sStatus.bWarned = true;
+        if (!X_sStatus.bWarned)
+            PrintLine(std::string("xbsactl: warning: status file: ") + sError.what());
+        X_sStatus.bWarned = true;
     }
-}
-
-std::string ProgressLine(const STATUS &I_sStatus)
-{
-    const uint64_t uBytes = I_sStatus.uBytes;
-    const uint64_t uExpected = I_sStatus.uExpected;
-    std::string strLine = "xbsactl: " + I_sStatus.strWhat + ": " + std::to_string(uBytes);
-    if (uExpected > 0) strLine += " of " + std::to_string(uExpected);
-    return strLine + " bytes, " + Decimal(Rate(I_sStatus) / 1e6) + " MB/s, " +
-           Decimal(Seconds(I_sStatus.sStart)) + " s";
 }
 } // namespace
 
@@ -176,11 +157,12 @@ void BeginStatus(const std::string &I_strCommand, const std::string &I_strName,
     sStatus.strWhat = I_strCommand + (I_strName.empty() ? "" : " " + base::Quoted(I_strName));
     sStatus.strLabels =
         "{command=" + LabelValue(I_strCommand) + ",name=" + LabelValue(I_strName) + "}";
+    sStatus.lStart = time(nullptr);
     sStatus.sStart = CLOCK::now();
     sStatus.sCounted = sStatus.sStart;
+    sStatus.bRuns = true;
+    if (I_strFile.empty()) return;
     sStatus.strFile = I_strFile;
-    sStatus.bBegun = true;
-    if (sStatus.strFile.empty()) return;
     try
     {
         TakeEarlier(sStatus);
@@ -194,9 +176,8 @@ void BeginStatus(const std::string &I_strCommand, const std::string &I_strName,
 
 void SayStatus(const std::string &I_strWhat)
 {
-    STATUS &sStatus = Status();
-    const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
-    sStatus.strWhat = I_strWhat;
+    const std::lock_guard<std::mutex> sGuard(Status().sMutex);
+    Status().strWhat = I_strWhat;
 }
 
 void CountStatus(uint64_t I_uExpected)
@@ -215,28 +196,29 @@ void AddStatus(uint64_t I_uBytes)
 
 void PrintStatus()
 {
-    STATUS &sStatus = Status();
-    std::string strLine;
-    {
-        const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
-        if (sStatus.bBegun && !sStatus.bEnded) strLine = ProgressLine(sStatus);
-    }
-    if (!strLine.empty()) Tell(strLine);
+    const STATUS &sStatus = Status();
+    const std::lock_guard<std::mutex> sGuard(Status().sMutex);
+    if (!sStatus.bRuns) return;
+    const std::string strExpected =
+        sStatus.uExpected > 0 ? " of " + std::to_string(sStatus.uExpected) : "";
+    PrintLine("xbsactl: " + sStatus.strWhat + ": " + std::to_string(sStatus.uBytes) + strExpected +
+              " bytes, " + Decimal(RateNow(sStatus), 3) + " MB/s, " +
+              Decimal(Seconds(sStatus.sStart), 3) + " s");
 }
 
 void TickStatus()
 {
     STATUS &sStatus = Status();
     const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
-    if (sStatus.bBegun && !sStatus.bEnded) WriteOrWarn(sStatus);
+    if (sStatus.bRuns) WriteOrWarn(sStatus);
 }
 
 void EndStatus(int I_iExit)
 {
     STATUS &sStatus = Status();
     const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
-    if (!sStatus.bBegun || sStatus.bEnded) return;
-    sStatus.bEnded = true;
+    if (!sStatus.bRuns) return;
+    sStatus.bRuns = false;
     sStatus.strLastCode = std::to_string(I_iExit);
     if (I_iExit == base::EXIT_DONE) sStatus.strLastSuccess = std::to_string(time(nullptr));
     WriteOrWarn(sStatus);

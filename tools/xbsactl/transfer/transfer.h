@@ -21,8 +21,9 @@ struct OPTIONS
 };
 
 // Check what belongs to the command alone. Throw USAGE_ERROR.
+void CheckRestore(const base::CONNECTION &I_sConnection, OPTIONS &X_sOptions);
 void CheckQuery(const base::CONNECTION &I_sConnection, OPTIONS &X_sOptions);
-void CheckVerify(const OPTIONS &I_sOptions);
+void CheckVerify(const base::CONNECTION &I_sConnection, OPTIONS &X_sOptions);
 
 // All throw FAILURE; "no match" of a query is one.
 void Store(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);

@@ -1,0 +1,242 @@
+// What is done beside the library: a look at the server, and the removal of what a check stored.
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <system_error>
+
+#include "check/steps.h"
+
+namespace check
+{
+namespace
+{
+// A control connection, in a child: its waits have no end of their own. Throws FAILURE.
+class CFtp
+{
+  public:
+    explicit CFtp(const sockaddr_in &I_sServer)
+        : sControl(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        const auto *spServer = reinterpret_cast<const sockaddr *>(&I_sServer);
+        if (connect(sControl.Get(), spServer, sizeof I_sServer) == -1)
+            throw base::FAILURE(std::generic_category().message(errno));
+    }
+
+    std::string Line() const
+    {
+        constexpr size_t LONGEST = 8192; // bytes
+        std::string strLine;
+        for (char cByte = '\0'; cByte != '\n'; strLine += cByte)
+        {
+            const ssize_t iGot = recv(sControl.Get(), &cByte, 1, 0);
+            if (iGot == 0) throw base::FAILURE("the server closed the connection");
+            if (iGot < 0) throw base::SystemFailure("the connection failed");
+            if (strLine.size() > LONGEST) throw base::FAILURE("a reply line without an end");
+        }
+        return base::Printable(strLine);
+    }
+
+    // Of one line or several.
+    std::vector<std::string> Reply() const
+    {
+        constexpr size_t MOST = 200; // lines
+        std::vector<std::string> vecLines = {Line()};
+        const std::string strEnd = vecLines[0].substr(0, 3) + ' ';
+        const bool bMore =
+            vecLines[0].find_first_not_of("0123456789") == 3 && vecLines[0][3] == '-';
+        while (bMore && vecLines.back().substr(0, 4) != strEnd)
+        {
+            if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
+            vecLines.push_back(Line());
+        }
+        return vecLines;
+    }
+
+    // Lines that come without being asked for.
+    bool HasMore() const
+    {
+        constexpr int AFTERTHOUGHT = 100; // ms in which a second greeting line follows the first
+        char cByte = '\0';
+        pollfd sPoll{sControl.Get(), POLLIN, 0};
+        return poll(&sPoll, 1, AFTERTHOUGHT) > 0 && recv(sControl.Get(), &cByte, 1, MSG_PEEK) == 1;
+    }
+
+    std::string Command(const std::string &I_strLine) const
+    {
+        const std::string strLine = I_strLine + "\r\n";
+        if (send(sControl.Get(), strLine.data(), strLine.size(), MSG_NOSIGNAL) == -1)
+            throw base::SystemFailure("the connection takes no command");
+        return Reply().back();
+    }
+
+  private:
+    base::CDescriptor sControl;
+};
+
+// In the child: each step says what it found, or throws.
+using FOUND = std::function<void(const char *cpStep, const FINDING &I_sFinding)>;
+
+in_addr Resolve(const std::string &I_strHost, const FOUND &I_fpFound)
+{
+    addrinfo sHints{};
+    sHints.ai_family = AF_INET;
+    sHints.ai_socktype = SOCK_STREAM;
+    addrinfo *spFound = nullptr;
+    const int iError = getaddrinfo(I_strHost.c_str(), nullptr, &sHints, &spFound);
+    if (iError != 0) throw base::FAILURE(gai_strerror(iError));
+    size_t uCount = 0;
+    for (const addrinfo *spEach = spFound; spEach != nullptr; spEach = spEach->ai_next) uCount++;
+    const std::string strMore = Text(", the first of ", uCount, " addresses");
+    // The first, as the library takes it. The process ends: nothing is freed.
+    const in_addr sAddress = reinterpret_cast<const sockaddr_in *>(spFound->ai_addr)->sin_addr;
+    const std::string strAddress = inet_ntoa(sAddress);
+    I_fpFound("network.name",
+              Ok(Text("\"", I_strHost, "\" is ", strAddress, uCount > 1 ? strMore : "")));
+    std::array<char, NI_MAXHOST> szName{};
+    const int iReverse = getnameinfo(spFound->ai_addr, spFound->ai_addrlen, szName.data(),
+                                     szName.size(), nullptr, 0, NI_NAMEREQD);
+    I_fpFound("network.reverse",
+              iReverse == 0 ? Ok(Text(strAddress, " is \"", szName.data(), "\""))
+                            : Warn(strAddress + " has no name",
+                                   "enter the address in reverse DNS or /etc/hosts; the library "
+                                   "does without"));
+    return sAddress;
+}
+
+FINDING JudgeGreeting(const std::string &I_strText, size_t I_uLines)
+{
+    if (I_strText[0] == '4' || I_strText[0] == '5')
+        return Fail("the server turns sessions away: " + I_strText, Remedy(": " + I_strText));
+    if (I_strText.substr(0, 3) != "220")
+        return Fail(I_strText, "this is not an FTP server: correct host or port");
+    if (I_uLines > 1) return Fail(Text(I_uLines, " lines: ", I_strText), Remedy("220-"));
+    return Ok("one line: " + I_strText);
+}
+
+void Greet(const sockaddr_in &I_sServer, const CReport &I_sReport, const FOUND &I_fpFound)
+{
+    const CFtp sFtp(I_sServer);
+    I_fpFound("network.tcp", Ok(Text("connected to ", inet_ntoa(I_sServer.sin_addr), " port ",
+                                     ntohs(I_sServer.sin_port))));
+    std::vector<std::string> vecLines = sFtp.Reply();
+    while (sFtp.HasMore()) vecLines.push_back(sFtp.Line());
+    std::string strText;
+    for (const std::string &strLine : vecLines) strText += (strText.empty() ? "" : " / ") + strLine;
+    I_fpFound("network.greeting", JudgeGreeting(I_sReport.Foreign(strText), vecLines.size()));
+    sFtp.Command("QUIT");
+}
+
+std::string Packed(const FINDING &I_sFinding)
+{
+    return Text(static_cast<int>(I_sFinding.eStatus), I_sFinding.strFound, '\t',
+                I_sFinding.strNext);
+}
+
+FINDING Unpacked(const std::string &I_strText)
+{
+    const size_t uTab = I_strText.find('\t');
+    return {static_cast<STATUS>(I_strText[0] - '0'), I_strText.substr(1, uTab - 1),
+            I_strText.substr(uTab + 1)};
+}
+
+// The steps, and what to do when one did not come to its end.
+constexpr std::array<std::pair<const char *, const char *>, 4> LOOKS = {
+    {{"network.name", "correct the host's name, or enter it in DNS or /etc/hosts"},
+     {"network.reverse", "correct DNS or /etc/hosts"},
+     {"network.tcp", "check that the port is right, the server runs, and firewalls let this host "
+                     "connect to it"},
+     {"network.greeting",
+      "look whether an FTP server is what listens on this port, and at its log; "
+      "a slow look-up of this host's name on the server delays the greeting, "
+      "too"}}};
+
+bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string &I_strHost)
+{
+    bool bGoing = true;
+    long lLast = 0;
+    for (const auto &[cpStep, cpNext] : LOOKS)
+    {
+        FINDING sFinding = NotTried("an earlier step failed");
+        if (bGoing) sFinding = Fail(I_strHost + ": " + I_sOutcome.strFailure, cpNext);
+        if (const EVENT *spEvent = I_sOutcome.Find(cpStep))
+        {
+            sFinding = Unpacked(spEvent->strValue);
+            sFinding.lMilliseconds =
+                spEvent->lMilliseconds - std::exchange(lLast, spEvent->lMilliseconds);
+        }
+        bGoing = X_sReport.Add(cpStep, sFinding) && bGoing;
+    }
+    return bGoing;
+}
+
+void Delete(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer, const SAY &I_fpSay)
+{
+    const base::CONNECTION &sConnection = I_sSessions.sConnection;
+    const CFtp sFtp(I_sServer);
+    sFtp.Reply();
+    for (const std::string &strLine :
+         {"USER " + sConnection.strUser, "PASS " + sConnection.strPassword,
+          "CWD " + sConnection.strPath})
+        sFtp.Command(strLine); // what was refused shows when nothing is deleted
+    for (const std::string &strName : I_sSessions.vecLeft)
+    {
+        const std::string strReply = sFtp.Command("DELE " + strName);
+        if (strReply[0] != '2') I_fpSay("refused", strReply);
+        I_fpSay(strName.c_str(), strReply.substr(0, 1));
+    }
+    sFtp.Command("QUIT");
+}
+
+FINDING CleanUpPlain(const CReport &I_sReport, const SESSIONS &I_sSessions,
+                     const sockaddr_in &I_sServer)
+{
+    const OUTCOME sOutcome = RunChild(
+        I_sSessions.sSilence, [&](const SAY &I_fpSay) { Delete(I_sSessions, I_sServer, I_fpSay); });
+    std::string strLeft;
+    for (const std::string &strName : I_sSessions.vecLeft)
+        if (sOutcome.Value(strName.c_str()) != "2") strLeft += " " + strName;
+    if (strLeft.empty()) return Ok(Text(I_sSessions.vecLeft.size(), " objects removed"));
+    const EVENT *spRefused = sOutcome.Find("refused");
+    const std::string strWhy = spRefused != nullptr ? spRefused->strValue : sOutcome.strFailure;
+    return Warn(Text("left on the server, if they are there:", strLeft, " (",
+                     I_sReport.Foreign(strWhy), ")"),
+                "remove them by hand; for the next time, let the account delete");
+}
+} // namespace
+
+SERVER LookAt(CReport &X_sReport, const std::string &I_strHost, std::chrono::milliseconds I_sBound)
+{
+    const size_t uColon = I_strHost.find(':');
+    const std::string strPort = uColon != std::string::npos ? I_strHost.substr(uColon + 1) : "21";
+    SERVER sServer;
+    sServer.sAddress.sin_family = AF_INET;
+    sServer.sAddress.sin_port = htons(static_cast<uint16_t>(std::stoi(strPort)));
+    const OUTCOME sOutcome = RunChild(I_sBound, [&](const SAY &I_fpSay) {
+        const FOUND fpFound = [&](const char *cpStep, const FINDING &sFinding) {
+            I_fpSay(cpStep, Packed(sFinding));
+        };
+        sServer.sAddress.sin_addr = Resolve(I_strHost.substr(0, uColon), fpFound);
+        I_fpSay("address", inet_ntoa(sServer.sAddress.sin_addr));
+        Greet(sServer.sAddress, X_sReport, fpFound);
+    });
+    inet_pton(AF_INET, sOutcome.Value("address").c_str(), &sServer.sAddress.sin_addr);
+    sServer.bUsable = ReportLook(X_sReport, sOutcome, I_strHost);
+    return sServer;
+}
+
+void CleanUp(CReport &X_sReport, const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
+{
+    std::string strCopies;
+    for (const std::string &strCopy : I_sSessions.vecLeft)
+        strCopies += (strCopies.empty() ? "" : ", ") + strCopy;
+    if (strCopies.empty()) return;
+    X_sReport.Add("cleanup", I_sSessions.sConnection.bInformix
+                                 ? Warn("left on the server: copy id " + strCopies,
+                                        "have them removed on the KORVA server: a client cannot")
+                                 : CleanUpPlain(X_sReport, I_sSessions, I_sServer));
+}
+} // namespace check
