@@ -76,23 +76,6 @@ void Check(COMMAND_LINE &X_sLine)
     X_sLine.iExit = check::Run(X_sLine.sConnection, X_sLine.sCheck);
 }
 
-void Trace(COMMAND_LINE &X_sLine)
-{
-    if (X_sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
-    trace::Run(X_sLine.sTrace);
-}
-
-void Explain(COMMAND_LINE &X_sLine)
-{
-    explain::Run(X_sLine.sExplain);
-}
-
-void Setup(COMMAND_LINE &X_sLine)
-{
-    X_sLine.sSetup.strLibrary = X_sLine.sConnection.strLibrary;
-    X_sLine.iExit = setup::Run(X_sLine.sSetup);
-}
-
 constexpr struct
 {
     const char *cpName;
@@ -105,35 +88,32 @@ constexpr struct
     {"verify", "Read NAME back and compare it with the manifest; write nothing",
      Transfer<transfer::Verify>},
     {"check", "Test the whole path to the server, step by step", Check},
-    {"trace", "Summarise the sessions in a trace log, and their errors", Trace},
-    {"explain", "Explain a return code or a message; all without TEXT", Explain},
-    {"setup", "Hook the library into a database server, or unhook it", Setup},
+    {"trace", "Summarise the sessions in a trace log, and their errors",
+     [](COMMAND_LINE &sLine) {
+         if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
+         trace::Run(sLine.sTrace);
+     }},
+    {"explain", "Explain a return code or a message; all without TEXT",
+     [](COMMAND_LINE &sLine) { explain::Run(sLine.sExplain); }},
+    {"setup", "Hook the library into a database server, or unhook it",
+     [](COMMAND_LINE &sLine) {
+         sLine.sSetup.strLibrary = sLine.sConnection.strLibrary;
+         sLine.iExit = setup::Run(sLine.sSetup);
+     }},
 };
 
 using RULE = void (*)(CLI::Option *);
 
-void Plain(CLI::Option *spOption)
-{
-    spOption->excludes("--informix");
-}
-
-void Informix(CLI::Option *spOption)
-{
-    spOption->needs("--informix");
-}
-
-void Required(CLI::Option *spOption)
-{
-    spOption->required();
-}
+constexpr RULE PLAIN = [](auto *spOption) { spOption->excludes("--informix"); };
+constexpr RULE INFORMIX = [](auto *spOption) { spOption->needs("--informix"); };
+constexpr RULE REQUIRED = [](auto *spOption) { spOption->required(); };
 
 // An empty text would pass for an option that is not there.
-void NotEmpty(CLI::Option *spOption)
-{
+constexpr RULE NOT_EMPTY = [](auto *spOption) {
     spOption->check([](const std::string &strText) {
         return std::string(strText.empty() ? "the text is empty" : "");
     });
-}
+};
 
 template <auto FIRST, auto LAST> void Range(CLI::Option *spOption)
 {
@@ -167,18 +147,18 @@ std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
         {"", "--informix", "", &sConnection.bInformix,
          "Open an Informix session: a KORVA server, over its COM utility"},
         {"", "--host", "HOST[:PORT]", &sConnection.strHost, "Name the server (default port: 21)",
-         "XBSACTL_HOST", Plain},
-        {"", "--user", "U", &sConnection.strUser, "Log in as U", "XBSACTL_USER", Plain},
+         "XBSACTL_HOST", PLAIN},
+        {"", "--user", "U", &sConnection.strUser, "Log in as U", "XBSACTL_USER", PLAIN},
         {"", "--password-file", "FILE", &sConnection.strPasswordFile,
-         "Take the password from the first line of FILE", "XBSACTL_PASSWORD_FILE", Plain},
+         "Take the password from the first line of FILE", "XBSACTL_PASSWORD_FILE", PLAIN},
         {"", "--path", "DIR", &sConnection.strPath,
-         "Use this folder on the server (default: where the login leads)", "XBSACTL_PATH", Plain},
+         "Use this folder on the server (default: where the login leads)", "XBSACTL_PATH", PLAIN},
         {"", "--space", "SPACE", &sTransfer.sObject.strSpace, "Informix: name the object's space",
-         "", Informix},
+         "", INFORMIX},
         {"", "--copy-id", "N", &sTransfer.sObject.uCopyId,
          "Informix: restore or verify this copy (default: the newest; verify: the manifest's)", "",
          [](auto *spOption) {
-             Informix(spOption);
+             INFORMIX(spOption);
              Range<1U, std::numeric_limits<unsigned>::max()>(spOption);
          }},
         {"", "--library", "PATH", &sConnection.strLibrary, "Drive this library, see below",
@@ -189,16 +169,16 @@ std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
         {"", "--trace", "LEVEL[:FILE]", &X_sLine.strTrace,
          "Write the library's trace: 2 steps, 3 every call; without FILE to standard error "
          "(default: XBSA_TRACE and XBSA_LOGFILE)"},
-        {"store restore", "NAME", "", &sTransfer.sObject.strName, cpName, "", Required},
+        {"store restore", "NAME", "", &sTransfer.sObject.strName, cpName, "", REQUIRED},
         {"query verify", "NAME", "", &sTransfer.sObject.strName, cpName},
         {"store restore", "FILE", "", &sTransfer.strFile,
          "Local file; \"-\" or none: standard input or output"},
         {"store restore verify", "--status", "FILE", &sTransfer.strStatus,
          "Write progress and result to FILE in the Prometheus text format (default: off)",
-         "XBSACTL_STATUS", NotEmpty},
+         "XBSACTL_STATUS", NOT_EMPTY},
         {"store verify", "--manifest", "FILE", &sTransfer.strManifest,
          "Keep the SHA-256 of what was stored in FILE, in the format of sha256sum",
-         "XBSACTL_MANIFEST", NotEmpty},
+         "XBSACTL_MANIFEST", NOT_EMPTY},
         {"store", "--verify", "", &sTransfer.bVerify, "Read the object back and compare"},
         {"verify", "--all", "", &sTransfer.bAll, "Verify every object of the manifest", "",
          [](auto *spOption) { spOption->excludes("NAME"); }},
@@ -209,7 +189,7 @@ std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
         {"check", "--nagios", "", &sCheck.bNagios,
          "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do"},
         {"check", "--json", "", &sCheck.bJson, cpJson},
-        {"trace", "FILE", "", &sTrace.strFile, "The log; \"-\": standard input", "", Required},
+        {"trace", "FILE", "", &sTrace.strFile, "The log; \"-\": standard input", "", REQUIRED},
         {"trace", "--since", "TIME", &sTrace.strSince,
          "Show sessions from this moment of the log on"},
         {"trace", "--handle", "N", &sTrace.lHandle, "Show sessions of this handle only", "",
@@ -222,7 +202,7 @@ std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
         {"explain", "--markdown", "", &X_sLine.sExplain.bMarkdown,
          "Print a page of the documentation"},
         {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "Name the database's folder", "",
-         Required},
+         REQUIRED},
         {"setup", "--onconfig", "NAME", &sSetup.strOnconfig, cpOnconfig},
         {"setup", "--logrotate", "", &sSetup.bLogrotate, "Print the rotation of the logs, and end"},
         {"setup", "--dry-run", "", &sSetup.bDryRun, "Print what would change, and end"},
@@ -245,7 +225,7 @@ void AddOption(CLI::App &X_sApp, const OPTION &I_sOption, bool I_bInformix)
         I_sOption.sValue);
     I_sOption.fpRule(spAdded);
     // The variable of a plain session is for other runs.
-    if (!I_bInformix || I_sOption.fpRule != Plain) spAdded->envname(I_sOption.cpVariable);
+    if (!I_bInformix || I_sOption.fpRule != PLAIN) spAdded->envname(I_sOption.cpVariable);
 }
 
 void AddOptions(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
@@ -277,33 +257,27 @@ void AddCommands(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 }
 
 // The file holds the options of all commands, and the parser asks it before the variables.
-class CConfigFile : public CLI::ConfigTOML
+struct CONFIG_FILE : CLI::ConfigTOML
 {
-  public:
-    explicit CConfigFile(const CLI::App &I_sApp) : sApp(I_sApp)
+    explicit CONFIG_FILE(const CLI::App &I_sApp) : sApp(I_sApp)
     {
     }
 
     std::vector<CLI::ConfigItem> from_config(std::istream &X_sFile) const override
     {
         std::vector<CLI::ConfigItem> vecItems = CLI::ConfigTOML::from_config(X_sFile);
-        const auto fpIdle = [this](const CLI::ConfigItem &sItem) { return IsIdle(sItem); };
+        const auto fpIdle = [this](const CLI::ConfigItem &sItem) {
+            const CLI::App *spApp = &sApp;
+            for (const CLI::App *spCommand : sApp.get_subcommands({}))
+                if (!sItem.parents.empty() && spCommand->check_name(sItem.parents[0]))
+                    spApp = spCommand;
+            const CLI::Option *spOption = spApp->get_option_no_throw("--" + sItem.name);
+            const char *cpVariable =
+                spOption != nullptr ? getenv(spOption->get_envname().c_str()) : nullptr;
+            return spApp->count() == 0 || (cpVariable != nullptr && *cpVariable != '\0');
+        };
         vecItems.erase(std::remove_if(vecItems.begin(), vecItems.end(), fpIdle), vecItems.end());
         return vecItems;
-    }
-
-  private:
-    // Whether it belongs to another command, or its variable is set.
-    bool IsIdle(const CLI::ConfigItem &I_sItem) const
-    {
-        const CLI::App *spApp = &sApp;
-        for (const CLI::App *spCommand : sApp.get_subcommands({}))
-            if (!I_sItem.parents.empty() && spCommand->get_name() == I_sItem.parents[0])
-                spApp = spCommand;
-        const CLI::Option *spOption = spApp->get_option_no_throw("--" + I_sItem.name);
-        const char *cpVariable = spOption != nullptr ? getenv(spOption->get_envname().c_str()) : "";
-        return (spApp != &sApp && spApp->count() == 0) ||
-               (cpVariable != nullptr && *cpVariable != '\0');
     }
 
     const CLI::App &sApp;
@@ -337,7 +311,7 @@ void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
     X_sApp.get_formatter()->column_width(18);
     AddOptions(X_sApp, X_sLine);
     AddCommands(X_sApp, X_sLine);
-    X_sApp.config_formatter(std::make_shared<CConfigFile>(X_sApp));
+    X_sApp.config_formatter(std::make_shared<CONFIG_FILE>(X_sApp));
     X_sApp
         .set_config("--config", cpConfig != nullptr ? cpConfig : "",
                     "Read options from FILE (default: the variable XBSACTL_CONFIG)",

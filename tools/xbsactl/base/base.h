@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <iomanip>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -36,10 +37,11 @@ enum : int
     EXIT_FILE = 6     // a file of this host
 };
 
-// What the parts print, one after another.
+// What the parts print, one after another. A fraction has three digits.
 template <typename... PARTS> std::string Text(const PARTS &...sParts)
 {
     std::ostringstream sText;
+    sText << std::fixed << std::setprecision(3);
     (sText << ... << sParts);
     return sText.str();
 }
@@ -212,6 +214,8 @@ class CDescriptor
     {
         return iFile;
     }
+
+    struct stat Status(const std::string &I_strShown) const;
 
     // The caller closes it.
     int Release()

@@ -50,13 +50,6 @@ int Duplicate(int I_iFile)
     return fcntl(I_iFile, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-struct stat StatusOf(int I_iFile, const std::string &I_strShown)
-{
-    struct stat sStatus = {};
-    if (fstat(I_iFile, &sStatus) != 0) throw SystemFailure(I_strShown);
-    return sStatus;
-}
-
 void WriteAll(int I_iFile, const char *cpData, size_t I_uLength, const std::string &I_strShown)
 {
     while (I_uLength > 0)
@@ -77,7 +70,7 @@ std::optional<std::string> ReadWhole(const CDescriptor &I_sFile, const std::stri
     if (I_sFile.Get() == -1 && errno == ELOOP)
         throw FileFailure(I_strShown + " is a link, and not a regular file");
     if (I_sFile.Get() == -1) throw SystemFailure(I_strShown);
-    const struct stat sStatus = StatusOf(I_sFile.Get(), I_strShown);
+    const struct stat sStatus = I_sFile.Status(I_strShown);
     if (!S_ISREG(sStatus.st_mode)) throw FileFailure(I_strShown + " is not a regular file");
 
     std::string strText(static_cast<size_t>(std::min(sStatus.st_size, I_iLargest)) + 1, '\0');
@@ -121,7 +114,7 @@ CInput::CInput(const std::string &I_strFile)
                              : open(I_strFile.c_str(), O_RDONLY | O_CLOEXEC))
 {
     if (sFile.Get() == -1) throw SystemFailure(strName);
-    const struct stat sStatus = StatusOf(sFile.Get(), strName);
+    const struct stat sStatus = sFile.Status(strName);
     if (S_ISDIR(sStatus.st_mode)) throw FileFailure(strName, ": is a folder");
     const off_t iPlace = S_ISREG(sStatus.st_mode) ? lseek(sFile.Get(), 0, SEEK_CUR) : 0;
     if (S_ISREG(sStatus.st_mode) && iPlace >= 0 && iPlace < sStatus.st_size)
@@ -179,7 +172,7 @@ void COutput::OpenDevice()
 {
     sFile = CDescriptor(sTarget.Open(O_WRONLY));
     if (sFile.Get() == -1) throw SystemFailure(sTarget.strShown);
-    if (S_ISREG(StatusOf(sFile.Get(), sTarget.strShown).st_mode))
+    if (S_ISREG(sFile.Status(sTarget.strShown).st_mode))
         throw FileFailure(sTarget.strShown, " was changed meanwhile");
 }
 

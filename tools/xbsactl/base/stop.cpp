@@ -70,24 +70,16 @@ void EndWhenLate(const STOP_HOOKS &I_sHooks)
     _exit(EXIT_SERVER);
 }
 
-// Waits a second for a signal that ends the process, and returns 0 or its number.
-int NextSignal(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
-{
-    const struct timespec sSecond = {1, 0};
-    const int iSignal = sigtimedwait(&I_sSet, nullptr, &sSecond);
-    if (iSignal > 0 && iSignal != SIGUSR1) return iSignal;
-    if (iSignal == SIGUSR1) I_sHooks.fpAsked();
-    if (iSignal == SIGUSR1 || errno == EAGAIN) I_sHooks.fpTick();
-    return 0;
-}
-
 void Wait(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
 {
-    int iSignal = 0;
-    while (iSignal == 0)
+    const struct timespec sSecond = {1, 0};
+    int iSignal = SIGUSR1;
+    while (iSignal == SIGUSR1 || iSignal <= 0)
     {
         EndWhenLate(I_sHooks);
-        iSignal = NextSignal(I_sSet, I_sHooks);
+        iSignal = sigtimedwait(&I_sSet, nullptr, &sSecond);
+        if (iSignal == SIGUSR1) I_sHooks.fpAsked();
+        if (iSignal == SIGUSR1 || (iSignal <= 0 && errno == EAGAIN)) I_sHooks.fpTick();
     }
     const STOP_LOCK sLock = HoldStop();
     Prepare(I_sHooks, SIGNAL_CODE + iSignal);

@@ -99,8 +99,6 @@ class CSession
 
     base::CONNECTION sConnection; // with the password: a server may say it back
     void *vpLibrary;
-    decltype(&BSASendData) fpSend; // looked up once: they are called for each block
-    decltype(&BSAGetData) fpGet;
     long lHandle = 0;
     bool bOpen = false;
 };

@@ -98,17 +98,13 @@ void OpenTrace(const std::string &I_strFile)
     if (sTrace.iFile == -1) throw base::SystemFailure("trace file " + base::Quoted(I_strFile));
 }
 
-// The library waits without an end for the reply before its data connection.
-std::string LateText(const base::CONNECTION &I_sConnection)
+// The library waits without an end for the reply before its data connection. Its own limit comes
+// first. In Informix mode the utility may wait for a tape.
+base::CTimeLimit Limit(const base::CONNECTION &I_sConnection)
 {
-    return base::Text("no data connection from the server within ", I_sConnection.uTimeout,
-                      " s (--timeout)");
-}
-
-// Its own limit comes first. In Informix mode the utility may wait for a tape.
-unsigned Limit(const base::CONNECTION &I_sConnection)
-{
-    return I_sConnection.bInformix || I_sConnection.uTimeout == 0 ? 0 : I_sConnection.uTimeout + 1;
+    const unsigned uSeconds = I_sConnection.uTimeout;
+    return {I_sConnection.bInformix || uSeconds == 0 ? 0 : uSeconds + 1,
+            base::Text("no data connection from the server within ", uSeconds, " s (--timeout)")};
 }
 } // namespace
 
@@ -133,8 +129,7 @@ CSession::CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpLi
 }
 
 CSession::CSession(const base::CONNECTION &I_sConnection, void *vpLoaded)
-    : sConnection(I_sConnection), vpLibrary(vpLoaded), fpSend(CALL(BSASendData)),
-      fpGet(CALL(BSAGetData))
+    : sConnection(I_sConnection), vpLibrary(vpLoaded)
 {
 }
 
@@ -201,13 +196,13 @@ void CSession::FailData(const char *cpStep, int I_iCode) const
 
 void CSession::Create(BSA_ObjectDescriptor &X_sObject)
 {
-    const base::CTimeLimit sLimit(Limit(sConnection), LateText(sConnection));
+    const base::CTimeLimit sLimit = Limit(sConnection);
     Check("BSACreateObject", CALL(BSACreateObject)(lHandle, &X_sObject, nullptr));
 }
 
 void CSession::Get(BSA_ObjectDescriptor &X_sObject)
 {
-    const base::CTimeLimit sLimit(Limit(sConnection), LateText(sConnection));
+    const base::CTimeLimit sLimit = Limit(sConnection);
     Check("BSAGetObject", CALL(BSAGetObject)(lHandle, &X_sObject, nullptr));
 }
 
@@ -217,7 +212,7 @@ void CSession::Send(char *cpData, size_t I_uLength)
     sBlock.bufferLen = static_cast<BSA_UInt16>(I_uLength);
     sBlock.numBytes = sBlock.bufferLen;
     sBlock.bufferPtr = cpData;
-    const int iCode = fpSend(lHandle, &sBlock);
+    const int iCode = CALL(BSASendData)(lHandle, &sBlock);
     if (iCode != BSA_RC_SUCCESS) FailData("BSASendData", iCode);
 }
 
@@ -226,7 +221,7 @@ size_t CSession::Receive(char *cpData)
     BSA_DataBlock sBlock{};
     sBlock.bufferLen = static_cast<BSA_UInt16>(BLOCK_SIZE);
     sBlock.bufferPtr = cpData;
-    const int iCode = fpGet(lHandle, &sBlock);
+    const int iCode = CALL(BSAGetData)(lHandle, &sBlock);
     if (iCode != BSA_RC_SUCCESS) FailData("BSAGetData", iCode);
     return sBlock.numBytes;
 }

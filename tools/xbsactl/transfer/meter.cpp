@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iomanip>
-#include <sstream>
 
 #include "transfer/parts.h"
 
@@ -11,16 +9,9 @@ namespace transfer
 {
 namespace
 {
-constexpr std::chrono::milliseconds REDRAW{100};
+constexpr double REDRAW = 0.1;     // seconds
 constexpr uint64_t BAR_WIDTH = 30; // characters
 } // namespace
-
-std::string Decimal(double I_dValue, int I_iPlaces)
-{
-    std::ostringstream sText;
-    sText << std::fixed << std::setprecision(I_iPlaces) << I_dValue;
-    return sText.str();
-}
 
 CMeter::CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected)
     : spHash(EVP_MD_CTX_new(), &EVP_MD_CTX_free), uExpected(I_uExpected)
@@ -46,37 +37,41 @@ void CMeter::Add(const char *cpData, size_t I_uLength)
 {
     if (EVP_DigestUpdate(spHash.get(), cpData, I_uLength) != 1)
         throw base::FAILURE("SHA-256 failed");
-    uBytes += I_uLength;
+    sCount.uBytes += I_uLength;
     AddStatus(I_uLength);
-    if (!bBar) return;
-    sEnd = CLOCK::now();
-    if (sEnd - sDrawn >= REDRAW) Draw();
+    if (bBar && Now() - dDrawn >= REDRAW) Draw();
+}
+
+double CMeter::Now() const
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - sStart).count();
 }
 
 void CMeter::Draw()
 {
-    sDrawn = sEnd;
+    dDrawn = Now();
     bVisible = true;
     std::string strBar;
     if (uExpected > 0)
     {
-        const uint64_t uDone = std::min(uBytes, uExpected);
+        const uint64_t uDone = std::min(sCount.uBytes, uExpected);
         strBar.assign(static_cast<size_t>(uDone * BAR_WIDTH / uExpected), '#');
         strBar.resize(BAR_WIDTH, '.');
-        strBar = "[" + strBar + "] " + std::to_string(uDone * 100 / uExpected) + "% ";
+        strBar = base::Text('[', strBar, "] ", uDone * 100 / uExpected, "% ");
     }
     fprintf(stderr, "\r%s%.1f MB, %.1f MB/s\x1b[K", strBar.c_str(),
-            static_cast<double>(uBytes) / 1e6, Rate(uBytes, Seconds()));
+            static_cast<double>(sCount.uBytes) / 1e6, Rate(sCount.uBytes, dDrawn));
 }
 
-void CMeter::End()
+COUNT CMeter::End()
 {
     unsigned char ucHash[EVP_MAX_MD_SIZE];
     unsigned uLength = 0;
     Clear();
-    sEnd = CLOCK::now();
+    sCount.dSeconds = Now();
     if (EVP_DigestFinal_ex(spHash.get(), ucHash, &uLength) != 1)
         throw base::FAILURE("SHA-256 failed");
-    strDigest = base::Hex(ucHash, uLength);
+    sCount.strDigest = base::Hex(ucHash, uLength);
+    return sCount;
 }
 } // namespace transfer

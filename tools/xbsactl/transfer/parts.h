@@ -38,6 +38,13 @@ std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile);
 // Throws FAILURE.
 void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry);
 
+struct COUNT
+{
+    uint64_t uBytes = 0;
+    double dSeconds = 0;
+    std::string strDigest; // SHA-256 in hexadecimal digits
+};
+
 // Counts, hashes and times the bytes of one object, here and for the status, and draws the
 // progress bar.
 class CMeter
@@ -49,54 +56,40 @@ class CMeter
     ~CMeter();
 
     void Add(const char *cpData, size_t I_uLength);
-    void End(); // of the count and the clock; clears the bar
-
-    uint64_t Bytes() const
-    {
-        return uBytes;
-    }
-    const std::string &Digest() const // SHA-256 in hexadecimal digits, after End
-    {
-        return strDigest;
-    }
-    double Seconds() const // until End
-    {
-        return std::chrono::duration<double>(sEnd - sStart).count();
-    }
+    COUNT End(); // of the count and the clock; clears the bar
 
   private:
-    using CLOCK = std::chrono::steady_clock;
-
+    double Now() const; // seconds
     void Draw();
     void Clear();
 
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> spHash;
-    CLOCK::time_point sStart = CLOCK::now();
-    CLOCK::time_point sEnd = sStart; // the last look at the clock
-    CLOCK::time_point sDrawn = sStart;
+    std::chrono::steady_clock::time_point sStart = std::chrono::steady_clock::now();
+    double dDrawn = 0; // when the bar was
     uint64_t uExpected;
-    uint64_t uBytes = 0;
-    std::string strDigest;
+    COUNT sCount;
     bool bBar;
     bool bVisible = false;
 };
 
 // Reads the object to its confirmed end; I_fpTake gets the bytes. Throws FAILURE.
 template <typename TAKE>
-void ReceiveObject(library::CSession &I_sSession, BSA_ObjectDescriptor &I_sObject, CMeter &X_sMeter,
-                   const TAKE &I_fpTake)
+COUNT ReceiveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+                    BSA_ObjectDescriptor &I_sObject, const TAKE &I_fpTake)
 {
+    CMeter sMeter(I_sConnection, 0);
     std::vector<char> vecBlock(library::BLOCK_SIZE);
     size_t uLength = library::BLOCK_SIZE;
     I_sSession.Get(I_sObject);
     while (uLength == library::BLOCK_SIZE)
     {
         uLength = I_sSession.Receive(vecBlock.data());
-        X_sMeter.Add(vecBlock.data(), uLength);
+        sMeter.Add(vecBlock.data(), uLength);
         I_fpTake(vecBlock.data(), uLength);
     }
-    X_sMeter.End();
+    COUNT sCount = sMeter.End();
     I_sSession.EndData();
+    return sCount;
 }
 
 // Reads the object and returns its bytes. Throws FAILURE, also when its SHA-256 is another one.
@@ -116,8 +109,6 @@ inline double Rate(uint64_t I_uBytes, double I_dSeconds)
 {
     return I_dSeconds > 0 ? static_cast<double>(I_uBytes) / 1e6 / I_dSeconds : 0;
 }
-
-std::string Decimal(double I_dValue, int I_iPlaces);
 } // namespace transfer
 
 #endif

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <ctime>
-#include <iomanip>
 
 #include "transfer/parts.h"
 
@@ -45,7 +44,8 @@ STATUS &Status()
 // without control characters.
 std::string LabelValue(const std::string &I_strText)
 {
-    return base::JsonQuoted(base::Visible(I_strText));
+    return base::JSON(base::Visible(I_strText))
+        .dump(-1, ' ', false, base::JSON::error_handler_t::replace);
 }
 
 double Seconds(CLOCK::time_point I_sSince)
@@ -61,16 +61,14 @@ double RateNow(const STATUS &I_sStatus) // megabytes a second
 // A metric without a value is left out.
 std::string FileText(const STATUS &I_sStatus)
 {
-    std::ostringstream sText;
-    sText << std::fixed << std::setprecision(3);
-    const std::string strLabels = I_sStatus.strLabels;
-    const std::string strVersion = "{version=" + LabelValue(XBSACTL_VERSION) + "}";
+    std::string strText;
     const auto fpAdd = [&](const char *cpName, const char *cpHelp, const auto &sValue,
-                           const std::string &strOf) {
-        if (base::Text(sValue).empty()) return;
-        sText << "# HELP " << cpName << ' ' << cpHelp << "\n# TYPE " << cpName << " gauge\n"
-              << cpName << strOf << ' ' << sValue << '\n';
+                           const std::string &strLabels) {
+        if (!base::Text(sValue).empty())
+            strText += base::Text("# HELP ", cpName, ' ', cpHelp, "\n# TYPE ", cpName, " gauge\n",
+                                  cpName, strLabels, ' ', sValue, '\n');
     };
+    const std::string &strLabels = I_sStatus.strLabels;
     const std::string strExpected = I_sStatus.uExpected > 0 ? base::Text(I_sStatus.uExpected) : "";
     fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns, strLabels);
     fpAdd("xbsactl_transferred_bytes", "Bytes of objects moved so far.", I_sStatus.uBytes.load(),
@@ -85,8 +83,9 @@ std::string FileText(const STATUS &I_sStatus)
     fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess, strLabels);
     fpAdd(LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
           I_sStatus.strLastCode, strLabels);
-    fpAdd("xbsactl_build_info", "The version that wrote this file.", 1, strVersion);
-    return sText.str();
+    fpAdd("xbsactl_build_info", "The version that wrote this file.", 1,
+          "{version=" + LabelValue(XBSACTL_VERSION) + "}");
+    return strText;
 }
 
 // The number that an earlier run of the same command on the same object left; empty for none.
@@ -105,7 +104,7 @@ void TakeEarlier(STATUS &X_sStatus)
 {
     const std::string strText = base::ReadText(base::FindTarget(X_sStatus.strFile)).value_or("");
     if (!strText.empty() && strText.rfind(OWN_MARK, 0) != 0)
-        throw base::FileFailure("status file " + base::Quoted(X_sStatus.strFile) +
+        throw base::FileFailure("status file ", base::Quoted(X_sStatus.strFile),
                                 " holds something else already");
     X_sStatus.strLastSuccess = EarlierValue(strText, LAST_SUCCESS + X_sStatus.strLabels);
     X_sStatus.strLastCode = EarlierValue(strText, LAST_CODE + X_sStatus.strLabels);
@@ -190,8 +189,7 @@ void PrintStatus()
     const std::string strExpected =
         sStatus.uExpected > 0 ? base::Text(" of ", sStatus.uExpected) : "";
     PrintLine(base::Text("xbsactl: ", sStatus.strWhat, ": ", sStatus.uBytes, strExpected,
-                         " bytes, ", Decimal(RateNow(sStatus), 3), " MB/s, ",
-                         Decimal(Seconds(sStatus.sStart), 3), " s"));
+                         " bytes, ", RateNow(sStatus), " MB/s, ", Seconds(sStatus.sStart), " s"));
 }
 
 void TickStatus()

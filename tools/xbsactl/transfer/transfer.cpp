@@ -1,6 +1,6 @@
 #include "transfer/transfer.h"
 
-#include <cstdio>
+#include <iomanip>
 #include <iostream>
 
 #include "transfer/parts.h"
@@ -11,19 +11,19 @@ namespace
 {
 // The good end of a command, for a reader or as JSON.
 void Report(const char *cpVerb, const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions,
-            const BSA_ObjectDescriptor &I_sObject, const CMeter &I_sMeter)
+            const BSA_ObjectDescriptor &I_sObject, const COUNT &I_sCount)
 {
     const unsigned uCopyId = I_sObject.copyId.right;
-    const double dRate = Rate(I_sMeter.Bytes(), I_sMeter.Seconds());
+    const double dRate = Rate(I_sCount.uBytes, I_sCount.dSeconds);
     if (I_sOptions.bJson)
     {
         base::JSON sAnswer = {{"schema", SCHEMA}, {"name", I_sOptions.sObject.strName}};
         if (I_sConnection.bInformix) sAnswer["space"] = I_sOptions.sObject.strSpace;
         if (I_sConnection.bInformix) sAnswer["copy_id"] = uCopyId;
-        sAnswer["bytes"] = I_sMeter.Bytes();
-        sAnswer["seconds"] = I_sMeter.Seconds();
+        sAnswer["bytes"] = I_sCount.uBytes;
+        sAnswer["seconds"] = I_sCount.dSeconds;
         sAnswer["bytes_per_second"] = dRate * 1e6;
-        sAnswer["sha256"] = I_sMeter.Digest();
+        sAnswer["sha256"] = I_sCount.strDigest;
         sAnswer["verified"] = I_sOptions.bVerify;
         std::cout << base::Dump(sAnswer) << '\n';
         return;
@@ -31,9 +31,10 @@ void Report(const char *cpVerb, const base::CONNECTION &I_sConnection, const OPT
     const std::string strCopy =
         I_sConnection.bInformix ? base::Text("copy id ", uCopyId, ", ") : "";
     std::cerr << "xbsactl: " << cpVerb << " \"" << base::Visible(I_sOptions.sObject.strName)
-              << "\": " << strCopy << I_sMeter.Bytes() << " bytes in "
-              << Decimal(I_sMeter.Seconds(), 3) << " s, " << Decimal(dRate, 1) << " MB/s, SHA-256 "
-              << I_sMeter.Digest() << (I_sOptions.bVerify ? ", verified\n" : "\n");
+              << "\": " << strCopy << I_sCount.uBytes << " bytes in "
+              << base::Text(I_sCount.dSeconds) << " s, " << std::fixed << std::setprecision(1)
+              << dRate << " MB/s, SHA-256 " << I_sCount.strDigest
+              << (I_sOptions.bVerify ? ", verified\n" : "\n");
 }
 
 // A job that closed well is the utility's word; that a query offers the copy is what a restore will
@@ -51,9 +52,10 @@ void CheckStored(library::CSession &I_sSession, const OPTIONS &I_sOptions,
 
 // A failed read leaves without BSAEndData, and the end of the process resets the data connection.
 // An orderly end would make the short object a whole one for the server.
-void SendAll(library::CSession &I_sSession, base::CInput &I_sInput, CMeter &X_sMeter,
-             BSA_ObjectDescriptor &I_sObject)
+COUNT SendAll(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+              base::CInput &I_sInput, BSA_ObjectDescriptor &I_sObject)
 {
+    CMeter sMeter(I_sConnection, I_sInput.Size());
     std::vector<char> vecBlock(library::BLOCK_SIZE);
     CountStatus(I_sInput.Size());
     I_sSession.Create(I_sObject);
@@ -62,10 +64,10 @@ void SendAll(library::CSession &I_sSession, base::CInput &I_sInput, CMeter &X_sM
     {
         uLength = I_sInput.Read(vecBlock.data(), library::BLOCK_SIZE);
         if (uLength > 0) I_sSession.Send(vecBlock.data(), uLength);
-        X_sMeter.Add(vecBlock.data(), uLength);
+        sMeter.Add(vecBlock.data(), uLength);
     }
     I_sSession.EndData();
-    X_sMeter.End();
+    return sMeter.End();
 }
 
 // The object is stored: what fails from here on does not undo it, and says so.
@@ -99,23 +101,22 @@ void Store(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
     base::CInput sInput(I_sOptions.strFile);
     library::CSession sSession(X_sConnection);
     BSA_ObjectDescriptor sObject = library::Descriptor(X_sConnection, I_sOptions.sObject);
-    CMeter sMeter(X_sConnection, sInput.Size());
-    SendAll(sSession, sInput, sMeter, sObject);
+    const COUNT sCount = SendAll(sSession, X_sConnection, sInput, sObject);
     if (X_sConnection.bInformix) CheckStored(sSession, I_sOptions, sObject);
     if (bManifest)
         AfterStore("not in the manifest", [&] {
             const unsigned uCopyId = X_sConnection.bInformix ? sObject.copyId.right : 0;
-            PutIntoManifest(I_sOptions.strManifest, {sMeter.Digest(), strName, uCopyId, ""});
+            PutIntoManifest(I_sOptions.strManifest, {sCount.strDigest, strName, uCopyId, ""});
         });
     if (I_sOptions.bVerify)
         AfterStore("does not verify", [&] {
             SayStatus("reading back " + base::Quoted(strName));
-            CountStatus(sMeter.Bytes());
+            CountStatus(sCount.uBytes);
             sSession.Next();
-            Compare(sSession, X_sConnection, sObject, sMeter.Digest());
+            Compare(sSession, X_sConnection, sObject, sCount.strDigest);
         });
     sSession.Close();
-    Report("stored", X_sConnection, I_sOptions, sObject, sMeter);
+    Report("stored", X_sConnection, I_sOptions, sObject, sCount);
 }
 
 void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
@@ -126,8 +127,7 @@ void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
     base::COutput sOutput(I_sOptions.strFile);
     library::CSession sSession(X_sConnection);
     BSA_ObjectDescriptor sObject = sSession.Find(I_sOptions.sObject);
-    CMeter sMeter(X_sConnection, 0);
-    ReceiveObject(sSession, sObject, sMeter, [&](const char *cpData, size_t uLength) {
+    const auto fpWrite = [&](const char *cpData, size_t uLength) {
         try
         {
             sOutput.Write(cpData, uLength);
@@ -136,9 +136,10 @@ void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
             sSession.Abandon();
             throw;
         }
-    });
+    };
+    const COUNT sCount = ReceiveObject(sSession, X_sConnection, sObject, fpWrite);
     sSession.Close();
     sOutput.Commit();
-    Report("restored", X_sConnection, I_sOptions, sObject, sMeter);
+    Report("restored", X_sConnection, I_sOptions, sObject, sCount);
 }
 } // namespace transfer

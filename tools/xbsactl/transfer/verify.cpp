@@ -77,12 +77,12 @@ void PrintLine(const std::string &I_strName, const base::JSON &I_sVerdict)
 uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
                  BSA_ObjectDescriptor &I_sObject, const std::string &I_strDigest)
 {
-    CMeter sMeter(I_sConnection, 0);
-    ReceiveObject(I_sSession, I_sObject, sMeter, [](const char *, size_t) {});
-    if (sMeter.Digest() != I_strDigest)
-        throw base::FAILURE("differs: SHA-256 is " + sMeter.Digest() + " and should be " +
+    const COUNT sCount =
+        ReceiveObject(I_sSession, I_sConnection, I_sObject, [](const char *, size_t) {});
+    if (sCount.strDigest != I_strDigest)
+        throw base::FAILURE("differs: SHA-256 is " + sCount.strDigest + " and should be " +
                             I_strDigest);
-    return sMeter.Bytes();
+    return sCount.uBytes;
 }
 
 // One session with a transaction for each object: the library begins afresh with each, also after
