@@ -68,14 +68,6 @@ template <auto FP_RUN> void Transfer(COMMAND_LINE &X_sLine)
     FP_RUN(X_sLine.sConnection, X_sLine.sTransfer);
 }
 
-void Check(COMMAND_LINE &X_sLine)
-{
-    if (!X_sLine.sTransfer.sObject.strSpace.empty())
-        throw base::USAGE_ERROR("--space is not for check");
-    if (!X_sLine.sConnection.bInformix) base::CheckPreflight(X_sLine.sConnection);
-    X_sLine.iExit = check::Run(X_sLine.sConnection, X_sLine.sCheck);
-}
-
 constexpr struct
 {
     const char *cpName;
@@ -87,7 +79,13 @@ constexpr struct
     {"query", "List the newest stored copy of NAME (with --informix)", Transfer<transfer::Query>},
     {"verify", "Read NAME back and compare it with the manifest; write nothing",
      Transfer<transfer::Verify>},
-    {"check", "Test the whole path to the server, step by step", Check},
+    {"check", "Test the whole path to the server, step by step",
+     [](COMMAND_LINE &sLine) {
+         if (!sLine.sTransfer.sObject.strSpace.empty())
+             throw base::USAGE_ERROR("--space is not for check");
+         if (!sLine.sConnection.bInformix) base::CheckPreflight(sLine.sConnection);
+         sLine.iExit = check::Run(sLine.sConnection, sLine.sCheck);
+     }},
     {"trace", "Summarise the sessions in a trace log, and their errors",
      [](COMMAND_LINE &sLine) {
          if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
@@ -335,21 +333,18 @@ void RefusePassword(int argc, char **argv)
 }
 
 // Whether one letter was changed, added or left out, or two changed places.
-bool IsSlip(std::string_view I_svTyped, std::string_view I_svMeant)
+bool IsSlip(const std::string &I_strTyped, const std::string &I_strMeant)
 {
-    while (!I_svTyped.empty() && !I_svMeant.empty() && I_svTyped.front() == I_svMeant.front())
-    {
-        I_svTyped.remove_prefix(1);
-        I_svMeant.remove_prefix(1);
-    }
-    while (!I_svTyped.empty() && !I_svMeant.empty() && I_svTyped.back() == I_svMeant.back())
-    {
-        I_svTyped.remove_suffix(1);
-        I_svMeant.remove_suffix(1);
-    }
-    const bool bSwapped = I_svTyped.size() == 2 && I_svMeant.size() == 2 &&
-                          I_svTyped[0] == I_svMeant[1] && I_svTyped[1] == I_svMeant[0];
-    return bSwapped || std::max(I_svTyped.size(), I_svMeant.size()) <= 1;
+    const auto [sTyped, sMeant] =
+        std::mismatch(I_strTyped.begin(), I_strTyped.end(), I_strMeant.begin(), I_strMeant.end());
+    std::string strTyped(sTyped, I_strTyped.end()); // from the first other letter on
+    const std::string strMeant(sMeant, I_strMeant.end());
+    if (strTyped.empty() || strMeant.empty()) return strTyped.size() + strMeant.size() <= 1;
+    const std::string strRest = strTyped.substr(1);
+    if (strRest == strMeant || strTyped == strMeant.substr(1) || strRest == strMeant.substr(1))
+        return true;
+    if (!strRest.empty()) std::swap(strTyped[0], strTyped[1]);
+    return strTyped == strMeant;
 }
 
 // The parser would name all arguments, the last one first.

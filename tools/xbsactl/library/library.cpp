@@ -37,16 +37,11 @@ void *Load(const std::string &I_strPath)
          {"BSAInit", "BSATerminate", "BSABeginTxn", "BSAEndTxn", "BSACreateObject", "BSASendData",
           "BSAEndData", "BSAGetObject", "BSAGetData", "BSAQueryObject", "BSAGetNextQueryObject",
           "BSAGetLastError", "BSASetTrace"})
-        NeededSymbol(vpLibrary, cpName);
+        Symbol(vpLibrary, cpName);
     return vpLibrary;
 }
 
 void *Symbol(void *vpLibrary, const char *cpName)
-{
-    return dlsym(vpLibrary, cpName);
-}
-
-void *NeededSymbol(void *vpLibrary, const char *cpName)
 {
     void *vpSymbol = dlsym(vpLibrary, cpName);
     if (vpSymbol == nullptr) throw base::FileFailure("library is not usable: " + LoaderText());

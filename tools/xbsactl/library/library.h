@@ -21,13 +21,11 @@ std::string Path(const std::string &I_strPath);
 // Loads it for the life of the process; a second time finds it loaded. Throws FAILURE.
 void *Load(const std::string &I_strPath);
 
-// A function or record of the loaded library; null when it lacks it.
+// A function or record of the loaded library, and the same with the type of its declaration:
+// LIBRARY_SYMBOL(vpLibrary, BSAInit). Throws FAILURE when the library lacks it.
 void *Symbol(void *vpLibrary, const char *cpName);
-
-// The same with the type of its declaration: LIBRARY_SYMBOL(vpLibrary, BSAInit). Throws FAILURE.
-void *NeededSymbol(void *vpLibrary, const char *cpName);
 #define LIBRARY_SYMBOL(vpLibrary, name)                                                            \
-    reinterpret_cast<decltype(&(name))>(library::NeededSymbol(vpLibrary, #name))
+    reinterpret_cast<decltype(&(name))>(library::Symbol(vpLibrary, #name))
 
 // The row of sm_versions that the library's answers make. Throws FAILURE.
 std::string VersionsRow(void *vpLibrary);

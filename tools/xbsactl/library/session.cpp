@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <fcntl.h>
 
 #include <algorithm>
@@ -40,19 +41,9 @@ struct
     int iShown = 0;      // level of the lines that are written
     std::string strFile; // empty: standard error
     int iFile = STDERR_FILENO;
+    bool bWarned = false;
     std::string strUtility; // what the COM utility said last of a failure
 } sTrace;
-
-// Once: what is missing from a trace must not be looked for in it.
-void WarnOfTrace()
-{
-    static bool bWarned = false;
-    const base::FAILURE sFailure =
-        base::SystemFailure("trace file " + base::Quoted(sTrace.strFile));
-    if (!bWarned && !sTrace.strFile.empty())
-        fprintf(stderr, "xbsactl: warning: %s: lines are missing\n", sFailure.what());
-    bWarned = true;
-}
 
 // A line as the library writes it itself. Its texts are the server's, and what commands a terminal is
 // taken out there.
@@ -67,7 +58,12 @@ void WriteTrace(const std::string &I_strMessage)
     const std::string strLine = (sTrace.strFile.empty() ? base::Visible(strText) : strText) + "\n";
     const ssize_t iWritten = write(sTrace.iFile, strLine.data(), strLine.size());
     if (iWritten != -1 && iWritten < static_cast<ssize_t>(strLine.size())) errno = ENOSPC;
-    if (iWritten != static_cast<ssize_t>(strLine.size())) WarnOfTrace();
+    if (iWritten == static_cast<ssize_t>(strLine.size()) || sTrace.strFile.empty()) return;
+    // Once: what is missing from a trace must not be looked for in it.
+    const base::FAILURE sFailure = base::SystemFailure("trace file ", base::Quoted(sTrace.strFile));
+    if (!sTrace.bWarned)
+        fprintf(stderr, "xbsactl: warning: %s: lines are missing\n", sFailure.what());
+    sTrace.bWarned = true;
 }
 
 // The utility's own text is in no error text of the library.
@@ -166,9 +162,9 @@ std::string CSession::LastError() const
 
 base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
 {
-    const void *vpText = Symbol(vpLibrary, "xbsa_typeerr"); // of this library alone
     std::string strText = base::Text(cpStep, " failed with code ", I_iCode);
-    if (vpText != nullptr) strText += base::Text(" (", CALL(xbsa_typeerr)(I_iCode), ")");
+    const bool bText = dlsym(vpLibrary, "xbsa_typeerr") != nullptr; // of this library alone
+    if (bText) strText += base::Text(" (", CALL(xbsa_typeerr)(I_iCode), ")");
     std::string strReason = LastError();
     const bool bUtility = sConnection.bInformix &&
                           (strReason.empty() || strReason.find(UTILITY) != std::string::npos);

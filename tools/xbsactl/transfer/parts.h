@@ -59,7 +59,6 @@ class CMeter
     COUNT End(); // of the count and the clock; clears the bar
 
   private:
-    double Now() const; // seconds
     void Draw();
     void Clear();
 
@@ -101,8 +100,6 @@ void SayStatus(const std::string &I_strWhat);
 
 // Starts the count, and the clock of the rate, again. I_uExpected: bytes, 0 when unknown.
 void CountStatus(uint64_t I_uExpected);
-
-void AddStatus(uint64_t I_uBytes);
 
 // Megabytes (10^6) a second.
 inline double Rate(uint64_t I_uBytes, double I_dSeconds)

@@ -1,6 +1,8 @@
 #include <poll.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <ctime>
 
 #include "transfer/parts.h"
@@ -11,6 +13,9 @@ namespace
 {
 using CLOCK = std::chrono::steady_clock;
 
+constexpr double REDRAW = 0.1;     // seconds
+constexpr uint64_t BAR_WIDTH = 30; // characters
+
 constexpr const char *OWN_MARK = "# HELP xbsactl_"; // how each file of ours begins
 constexpr const char *LAST_SUCCESS = "xbsactl_last_success_timestamp_seconds";
 constexpr const char *LAST_CODE = "xbsactl_last_exit_code";
@@ -19,7 +24,7 @@ constexpr const char *LAST_CODE = "xbsactl_last_exit_code";
 struct STATUS
 {
     bool bRuns = false;
-    std::atomic<bool> bFile{false}; // one is wanted
+    std::atomic<bool> bFile{false}; // one is wanted; the thread asks for the lock only then
     bool bWarned = false;
     std::string strFile;
     std::string strWhat;
@@ -176,11 +181,6 @@ void CountStatus(uint64_t I_uExpected)
     sStatus.sCounted = CLOCK::now();
 }
 
-void AddStatus(uint64_t I_uBytes)
-{
-    Status().uBytes += I_uBytes;
-}
-
 void PrintStatus()
 {
     const STATUS &sStatus = Status();
@@ -194,7 +194,7 @@ void PrintStatus()
 
 void TickStatus()
 {
-    if (!Status().bFile) return; // without the lock, see there
+    if (!Status().bFile) return; // a child of check must not find the lock taken
     const base::STOP_LOCK sLock = base::HoldStop();
     if (Status().bRuns) WriteOrWarn(Status());
 }
@@ -208,5 +208,62 @@ void EndStatus(int I_iExit)
     sStatus.strLastCode = std::to_string(I_iExit);
     if (I_iExit == base::EXIT_DONE) sStatus.strLastSuccess = std::to_string(time(nullptr));
     WriteOrWarn(sStatus);
+}
+
+CMeter::CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected)
+    : spHash(EVP_MD_CTX_new(), &EVP_MD_CTX_free), uExpected(I_uExpected)
+{
+    const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
+    bBar = isatty(STDERR_FILENO) == 1 && !bTraced;
+    if (spHash == nullptr || EVP_DigestInit_ex(spHash.get(), EVP_sha256(), nullptr) != 1)
+        throw base::FAILURE("SHA-256 is not available");
+}
+
+CMeter::~CMeter()
+{
+    Clear();
+}
+
+void CMeter::Clear()
+{
+    if (bVisible) fputs("\r\x1b[K", stderr);
+    bVisible = false;
+}
+
+void CMeter::Add(const char *cpData, size_t I_uLength)
+{
+    if (EVP_DigestUpdate(spHash.get(), cpData, I_uLength) != 1)
+        throw base::FAILURE("SHA-256 failed");
+    sCount.uBytes += I_uLength;
+    Status().uBytes += I_uLength;
+    if (bBar && Seconds(sStart) - dDrawn >= REDRAW) Draw();
+}
+
+void CMeter::Draw()
+{
+    dDrawn = Seconds(sStart);
+    bVisible = true;
+    std::string strBar;
+    if (uExpected > 0)
+    {
+        const uint64_t uDone = std::min(sCount.uBytes, uExpected);
+        strBar.assign(static_cast<size_t>(uDone * BAR_WIDTH / uExpected), '#');
+        strBar.resize(BAR_WIDTH, '.');
+        strBar = base::Text('[', strBar, "] ", uDone * 100 / uExpected, "% ");
+    }
+    fprintf(stderr, "\r%s%.1f MB, %.1f MB/s\x1b[K", strBar.c_str(),
+            static_cast<double>(sCount.uBytes) / 1e6, Rate(sCount.uBytes, dDrawn));
+}
+
+COUNT CMeter::End()
+{
+    unsigned char ucHash[EVP_MAX_MD_SIZE];
+    unsigned uLength = 0;
+    Clear();
+    sCount.dSeconds = Seconds(sStart);
+    if (EVP_DigestFinal_ex(spHash.get(), ucHash, &uLength) != 1)
+        throw base::FAILURE("SHA-256 failed");
+    sCount.strDigest = base::Hex(ucHash, uLength);
+    return sCount;
 }
 } // namespace transfer

@@ -82,6 +82,30 @@ template <typename STEP> void AfterStore(const char *cpWhat, const STEP &I_fpSte
                             sFailure.iExit);
     }
 }
+using COPIES = std::vector<BSA_ObjectDescriptor>;
+
+std::string Json(const library::OBJECT &I_sWanted, const COPIES &I_vecCopies)
+{
+    base::JSON sCopies = base::JSON::array();
+    for (const BSA_ObjectDescriptor &sCopy : I_vecCopies)
+        sCopies.push_back({{"copy_id", sCopy.copyId.right},
+                           {"space", library::Field(sCopy.objectName.objectSpaceName)},
+                           {"name", library::Field(sCopy.objectName.pathName)}});
+    return base::Dump({{"schema", SCHEMA},
+                       {"query", {{"space", I_sWanted.strSpace}, {"name", I_sWanted.strName}}},
+                       {"copies", sCopies}});
+}
+
+void PrintTable(const COPIES &I_vecCopies)
+{
+    std::cout << std::left << std::setw(12) << "COPY ID"
+              << "OBJECT\n";
+    for (const BSA_ObjectDescriptor &sCopy : I_vecCopies)
+        std::cout << std::setw(12) << sCopy.copyId.right
+                  << base::Printable(library::Field(sCopy.objectName.objectSpaceName) + "@" +
+                                     library::Field(sCopy.objectName.pathName))
+                  << '\n';
+}
 } // namespace
 
 void CheckSession(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
@@ -141,5 +165,20 @@ void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
     sSession.Close();
     sOutput.Commit();
     Report("restored", X_sConnection, I_sOptions, sObject, sCount);
+}
+
+void Query(base::CONNECTION &X_sConnection, OPTIONS &X_sOptions)
+{
+    if (!X_sConnection.bInformix)
+        throw base::USAGE_ERROR("query needs --informix: an FTP server keeps no catalogue");
+    if (X_sOptions.sObject.strName.empty()) X_sOptions.sObject.strName = "%";
+    if (X_sOptions.sObject.strSpace.empty()) X_sOptions.sObject.strSpace = "%";
+    CheckSession(X_sConnection, X_sOptions);
+    library::CSession sSession(X_sConnection);
+    const COPIES vecCopies = sSession.Copies(X_sOptions.sObject);
+    sSession.Close();
+    if (X_sOptions.bJson) std::cout << Json(X_sOptions.sObject, vecCopies) << '\n';
+    else if (!vecCopies.empty()) PrintTable(vecCopies);
+    if (vecCopies.empty()) throw base::FAILURE("no match", base::EXIT_NO_MATCH);
 }
 } // namespace transfer
