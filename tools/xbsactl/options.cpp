@@ -129,18 +129,10 @@ struct OPTION
     RULE fpRule = [](auto *) {}; // what the parser checks
 };
 
-std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
+std::vector<OPTION> GeneralOptions(COMMAND_LINE &X_sLine)
 {
     base::CONNECTION &sConnection = X_sLine.sConnection;
-    transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
-    check::OPTIONS &sCheck = X_sLine.sCheck;
-    trace::OPTIONS &sTrace = X_sLine.sTrace;
-    setup::OPTIONS &sSetup = X_sLine.sSetup;
-    const char *cpName =
-        "Name of the object; for query \"%\" and \"_\" are patterns (default: all)";
-    const char *cpOnconfig =
-        "Name its configuration file in DIR/etc (default: ONCONFIG, else \"onconfig\")";
-    const char *cpJson = "Print JSON instead of text";
+    library::OBJECT &sObject = X_sLine.sTransfer.sObject;
     return {
         {"", "--informix", "", &sConnection.bInformix,
          "Open an Informix session: a KORVA server, over its COM utility"},
@@ -151,9 +143,9 @@ std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
          "Take the password from the first line of FILE", "XBSACTL_PASSWORD_FILE", PLAIN},
         {"", "--path", "DIR", &sConnection.strPath,
          "Use this folder on the server (default: where the login leads)", "XBSACTL_PATH", PLAIN},
-        {"", "--space", "SPACE", &sTransfer.sObject.strSpace, "Informix: name the object's space",
-         "", INFORMIX},
-        {"", "--copy-id", "N", &sTransfer.sObject.uCopyId,
+        {"", "--space", "SPACE", &sObject.strSpace, "Informix: name the object's space", "",
+         INFORMIX},
+        {"", "--copy-id", "N", &sObject.uCopyId,
          "Informix: restore or verify this copy (default: the newest; verify: the manifest's)", "",
          [](auto *spOption) {
              INFORMIX(spOption);
@@ -166,7 +158,21 @@ std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
          "XBSACTL_TIMEOUT", Range<0, 1000000>},
         {"", "--trace", "LEVEL[:FILE]", &X_sLine.strTrace,
          "Write the library's trace: 2 steps, 3 every call; without FILE to standard error "
-         "(default: XBSA_TRACE and XBSA_LOGFILE)"},
+         "(default: XBSA_TRACE and XBSA_LOGFILE)"}};
+}
+
+std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
+{
+    transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
+    check::OPTIONS &sCheck = X_sLine.sCheck;
+    trace::OPTIONS &sTrace = X_sLine.sTrace;
+    setup::OPTIONS &sSetup = X_sLine.sSetup;
+    const char *cpName =
+        "Name of the object; for query \"%\" and \"_\" are patterns (default: all)";
+    const char *cpOnconfig =
+        "Name its configuration file in DIR/etc (default: ONCONFIG, else \"onconfig\")";
+    const char *cpJson = "Print JSON instead of text";
+    return {
         {"store restore", "NAME", "", &sTransfer.sObject.strName, cpName, "", REQUIRED},
         {"query verify", "NAME", "", &sTransfer.sObject.strName, cpName},
         {"store restore", "FILE", "", &sTransfer.strFile,
@@ -228,11 +234,11 @@ void AddOption(CLI::App &X_sApp, const OPTION &I_sOption, bool I_bInformix)
 
 void AddOptions(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
-    for (const OPTION &sOption : Options(X_sLine))
+    const bool bGeneral = X_sLine.strCommand.empty();
+    for (const OPTION &sOption : bGeneral ? GeneralOptions(X_sLine) : CommandOptions(X_sLine))
     {
         std::istringstream sCommands(sOption.cpCommands);
         const std::istream_iterator<std::string> sFirst(sCommands);
-        const bool bGeneral = *sOption.cpCommands == '\0' && X_sLine.strCommand.empty();
         if (bGeneral || std::find(sFirst, {}, X_sLine.strCommand) != decltype(sFirst)())
             AddOption(X_sApp, sOption, X_sLine.sConnection.bInformix);
     }

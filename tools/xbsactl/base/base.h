@@ -166,15 +166,16 @@ struct STOP_HOOKS
 void WatchSignals(const STOP_HOOKS &I_sHooks);
 
 // While it lives the process is not ended. One thread may hold several. A child process must not
-// find it locked by a thread that it has not got: the thread above takes it only when there is work.
+// find it locked by a thread that it has not got: the thread above takes it only when there is
+// work.
 using STOP_LOCK = std::unique_lock<std::recursive_mutex>;
 STOP_LOCK HoldStop();
 
 // The files that must not survive: names in folders that are held open. For holders of the lock.
 std::set<std::pair<int, std::string>> &DoomedFiles();
 
-// While one lives the thread limits the time: after I_uSeconds, 0 for no limit, it removes the files
-// above, prints the message and ends the process with EXIT_SERVER.
+// While one lives the thread limits the time: after I_uSeconds, 0 for no limit, it removes the
+// files above, prints the message and ends the process with EXIT_SERVER.
 class CTimeLimit
 {
   public:
@@ -287,9 +288,9 @@ class CInput
 };
 
 // The one way in which the tool writes a file: the bytes go to a temporary file beside it, which
-// takes its place, owner and mode when all of them are written. Until then the old file is untouched;
-// the temporary file goes with the object, and when the process is told to stop. A device, a pipe or
-// standard output gets the bytes as they come.
+// takes its place, owner and mode when all of them are written. Until then the old file is
+// untouched; the temporary file goes with the object, and when the process is told to stop. A
+// device, a pipe or standard output gets the bytes as they come.
 class COutput
 {
   public:

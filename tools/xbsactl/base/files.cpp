@@ -12,8 +12,8 @@ namespace
 {
 constexpr int READING = O_RDONLY | O_NONBLOCK | O_CLOEXEC; // a pipe would be waited for
 
-// What the umask leaves of rw-rw-rw-. Asked for once, by the main thread: meanwhile the mask is another
-// one for the whole process.
+// What the umask leaves of rw-rw-rw-. Asked for once, by the main thread: meanwhile the mask is
+// another one for the whole process.
 mode_t NewFileMode()
 {
     static const mode_t uMask = [] {

@@ -45,8 +45,8 @@ struct
     std::string strUtility; // what the COM utility said last of a failure
 } sTrace;
 
-// A line as the library writes it itself. Its texts are the server's, and what commands a terminal is
-// taken out there.
+// A line as the library writes it itself. Its texts are the server's, and what commands a terminal
+// is taken out there.
 void WriteTrace(const std::string &I_strMessage)
 {
     const time_t lNow = time(nullptr);

@@ -20,8 +20,8 @@ struct OPTIONS
     std::string strStatus;     // progress and result for others to read; empty: none
 };
 
-// The commands check their settings, and take the password. All throw FAILURE; "no match" of a query
-// is one.
+// The commands check their settings, and take the password. All throw FAILURE; "no match" of a
+// query is one.
 void Store(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
 void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
 void Query(base::CONNECTION &X_sConnection, OPTIONS &X_sOptions);

@@ -22,8 +22,8 @@ std::vector<MANIFEST_ENTRY> ChosenEntries(const base::CONNECTION &I_sConnection,
     return vecChosen;
 }
 
-// The object of an entry as it would be restored: without --copy-id the copy that the digest belongs
-// to.
+// The object of an entry as it would be restored: without --copy-id the copy that the digest
+// belongs to.
 library::OBJECT ObjectOf(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions,
                          const MANIFEST_ENTRY &I_sEntry)
 {
