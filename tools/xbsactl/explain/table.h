@@ -24,16 +24,15 @@ enum class KIND
 struct ROW
 {
     KIND eKind;
-    const char *cpTexts; // divided by "|"; "..." stands for anything
-    const char *cpMeaning;
-    const char *cpCause;
-    const char *cpRemedy; // imperative, as it follows "hint: "
+    std::vector<std::string> vecTexts; // "..." stands for anything
+    std::string strMeaning;
+    std::string strCause;
+    std::string strRemedy; // imperative, as it follows "hint: "
 };
 
 using ROWS = std::vector<const ROW *>;
 
-const std::vector<ROW> &Rows();
-std::vector<std::string> Texts(const ROW &I_sRow); // of cpTexts, one by one
+const std::vector<ROW> &Rows(); // of messages.json
 
 // Rows with that number in one of their texts, given as 17, 0x11 or 425.
 ROWS FindNumber(const std::string &I_strText);

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <map>
 
+#include "trace/page_css.h"
+
 namespace trace
 {
 namespace
@@ -12,41 +14,10 @@ namespace
 constexpr size_t MOST_SESSIONS = 200;
 constexpr size_t MOST_BYTES = 16U << 20U;
 
-// The tables of all sessions have columns of the same width; on a narrow screen a step's text goes
-// below its time.
 constexpr const char *HEAD = R"(<!DOCTYPE html>
 <html lang="en" xmlns="http://www.w3.org/1999/xhtml"><head><meta charset="utf-8"/>
 <meta name="viewport" content="width=device-width, initial-scale=1"/>
 <title>Sessions of a trace log</title><style>
-:root{color-scheme:light dark;--back:#fff;--text:#1d2127;--dim:#5a6472;--line:#d5dae1;
---lane:#f0f2f5;--control:#2f6fb5;--utility:#c9751f;--data:#2e8b57;--mixed:#8a8f98;
---database:#7b3fa0;--bad:#c62828}
-@media(prefers-color-scheme:dark){:root{--back:#15181c;--text:#e4e7eb;--dim:#9aa4b1;--line:#343a42;
---lane:#22272d;--control:#6aa7e8;--utility:#e9a04f;--data:#5cc48b;--mixed:#7d838c;
---database:#c08be0;--bad:#ff6b62}}
-body{margin:0 auto;max-width:75rem;padding:1rem;background:var(--back);color:var(--text);
-font:1rem/1.45 system-ui,sans-serif;overflow-wrap:anywhere}
-h1{font-size:1.4rem}h2{font-size:1.05rem;margin:0 0 .3rem}a{color:inherit}
-p,ul{margin:.3rem 0}ul{padding-left:1.2rem}section{border-top:1px solid var(--line);padding:1rem 0}
-.dim,time{color:var(--dim)}.fact{color:var(--bad);font-weight:600}
-.row{display:grid;grid-template-columns:minmax(0,19rem) minmax(0,1fr);gap:0 .8rem;align-items:center;margin:.15rem 0}
-.row a{white-space:nowrap;overflow:hidden;text-overflow:ellipsis;font-size:.9rem}
-.lane{display:block;width:100%;height:1.5rem;background:var(--lane);border-radius:3px}
-.axis{display:flex;justify-content:space-between;font-size:.85rem}
-.legend{display:flex;flex-wrap:wrap;gap:.2rem 1.2rem}
-.legend svg{display:inline-block;width:1.6rem;height:1.2rem;
-vertical-align:middle;background:none}
-.control{fill:var(--control)}.utility{fill:var(--utility)}.data{fill:var(--data)}
-.mixed{fill:var(--mixed);fill-opacity:.6}.database{fill:var(--database)}.bad{fill:var(--bad)}
-table{border-collapse:collapse;table-layout:fixed;width:100%;font-size:.9rem;margin-top:.5rem}
-td,th{text-align:left;vertical-align:top;padding:.15rem .5rem .15rem 0;border-top:1px solid var(--line)}
-col:nth-child(1){width:8rem}col:nth-child(2){width:5rem}col:nth-child(3){width:6rem}
-tr.bad td{color:var(--bad);font-weight:600}
-@media(max-width:45rem){table,tbody{display:block}col{display:none}tr{display:grid;grid-template-columns:8rem 5rem 1fr;padding:.15rem 0}
-td,th{border-top:0;padding:0}td:last-child,th{grid-column:1/-1}
-tr{border-top:1px solid var(--line)}.row{grid-template-columns:minmax(0,1fr);margin:.5rem 0}
-.row.axisrow>span:first-child{display:none}}
-</style></head><body>
 )";
 
 // Text as a page can hold it, in elements and in attributes.
@@ -69,32 +40,17 @@ constexpr int LANE_HEIGHT = 24;
 constexpr double THINNEST = 3;
 
 // Deals out places within each second to all that begins or ends in it.
-class CSpread
+auto Spread(const std::vector<STEP> &I_vecSteps)
 {
-  public:
-    explicit CSpread(const std::vector<STEP> &I_vecSteps)
-    {
-        for (const STEP &sStep : I_vecSteps)
-            for (const int64_t iTime : {sStep.iStart, sStep.iEnd})
-                if (sStep.HasDuration()) mapEvents[iTime].uAll++;
-    }
-
-    double Place(int64_t I_iTime)
-    {
-        EVENTS &sEvents = mapEvents[I_iTime];
-        sEvents.uPlaced++;
-        return static_cast<double>(I_iTime) +
-               static_cast<double>(sEvents.uPlaced) / static_cast<double>(sEvents.uAll + 1);
-    }
-
-  private:
-    struct EVENTS
-    {
-        uint64_t uAll = 0;
-        uint64_t uPlaced = 0;
+    std::map<int64_t, std::pair<double, double>> mapEvents; // of a second: all, and those placed
+    for (const STEP &sStep : I_vecSteps)
+        for (const int64_t iTime : {sStep.iStart, sStep.iEnd})
+            if (sStep.HasDuration()) mapEvents[iTime].first++;
+    return [mapEvents](int64_t I_iTime) mutable {
+        auto &[dAll, dPlaced] = mapEvents[I_iTime];
+        return static_cast<double>(I_iTime) + ++dPlaced / (dAll + 1);
     };
-    std::map<int64_t, EVENTS> mapEvents;
-};
+}
 
 std::string Title(const STEP &I_sStep)
 {
@@ -147,7 +103,7 @@ std::vector<BAR> Bars(const SHOWN &I_sShown)
     const bool bWhole = sSession.IsMixed() || sSession.eOrigin == ORIGIN::REPLIES;
     std::vector<BAR> vecBars;
     if (bWhole) vecBars.push_back(Whole(sSession));
-    CSpread sSpread(I_sShown.vecSteps);
+    auto fpPlace = Spread(I_sShown.vecSteps);
     for (const STEP &sStep : I_sShown.vecSteps)
     {
         const bool bDatabase = sStep.eKind == KIND::DATABASE;
@@ -155,30 +111,31 @@ std::vector<BAR> Bars(const SHOWN &I_sShown)
         BAR sBar;
         sBar.strClass = KindName(sStep.eKind);
         sBar.bFailed = sStep.bFailed;
-        sBar.dStart = bDatabase ? static_cast<double>(sStep.iStart) : sSpread.Place(sStep.iStart);
-        sBar.dEnd = bDatabase ? sBar.dStart : std::max(sBar.dStart, sSpread.Place(sStep.iEnd));
+        sBar.dStart = bDatabase ? static_cast<double>(sStep.iStart) : fpPlace(sStep.iStart);
+        sBar.dEnd = bDatabase ? sBar.dStart : std::max(sBar.dStart, fpPlace(sStep.iEnd));
         sBar.strTitle = Title(sStep);
         vecBars.push_back(sBar);
     }
     return vecBars;
 }
 
-std::string Lane(const std::vector<BAR> &I_vecBars, double I_dFrom, double I_dTo,
+std::string Lane(const std::vector<BAR> &I_vecBars, int64_t I_iFrom, int64_t I_iTo,
                  const std::string &I_strTitle)
 {
+    const auto dFrom = static_cast<double>(I_iFrom);
+    const double dScale = LANE_WIDTH / static_cast<double>(std::max<int64_t>(I_iTo - I_iFrom, 1));
     std::string strLane = "<svg class=\"lane\" xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 "
                           "1000 24\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" +
                           Escape(I_strTitle) + "\">";
-    for (const BAR &sBar : I_vecBars)
-        strLane += Rectangle(sBar, I_dFrom, LANE_WIDTH / std::max(I_dTo - I_dFrom, 1.0));
+    for (const BAR &sBar : I_vecBars) strLane += Rectangle(sBar, dFrom, dScale);
     return strLane + "</svg>";
 }
 
 // Bars of one kind that touch are drawn as one.
-std::string JoinedLane(const std::vector<BAR> &I_vecBars, double I_dFrom, double I_dTo,
+std::string JoinedLane(const std::vector<BAR> &I_vecBars, int64_t I_iFrom, int64_t I_iTo,
                        const std::string &I_strTitle)
 {
-    const double dGap = std::max(I_dTo - I_dFrom, 1.0) / LANE_WIDTH;
+    const double dGap = static_cast<double>(std::max<int64_t>(I_iTo - I_iFrom, 1)) / LANE_WIDTH;
     std::vector<BAR> vecJoined;
     for (const BAR &sBar : I_vecBars)
     {
@@ -191,9 +148,11 @@ std::string JoinedLane(const std::vector<BAR> &I_vecBars, double I_dFrom, double
         }
         else vecJoined.push_back(sBar);
     }
-    return Lane(vecJoined, I_dFrom, I_dTo, I_strTitle);
+    return Lane(vecJoined, I_iFrom, I_iTo, I_strTitle);
 }
-// Widths are those of a table's first row, which may be a heading.
+
+// The tables of all sessions have columns of the same width: those of the first row count, which
+// may be a heading. On a narrow screen a step's text goes below its time.
 constexpr const char *COLUMNS = "<colgroup><col/><col/><col/><col/></colgroup>";
 
 std::string Swatch(const char *cpClass, const char *cpText)
@@ -273,8 +232,7 @@ void CPage::Add(const SHOWN &I_sShown)
                      strHead + (strObjects.empty() ? strTitle : strObjects) + "</a>";
     sEntry.strSection =
         "<section id=\"s" + sEntry.strNumber + "\"><h2>" + strHead + strTitle + "</h2>\n" +
-        Lane(sEntry.vecBars, static_cast<double>(sEntry.iFirst), static_cast<double>(sEntry.iLast),
-             "steps of session " + sEntry.strNumber) +
+        Lane(sEntry.vecBars, sEntry.iFirst, sEntry.iLast, "steps of session " + sEntry.strNumber) +
         Axis(sEntry.iFirst, sEntry.iLast) + FactList(sSession) + Table(I_sShown) + "</section>\n";
     sEntry.uBytes = sEntry.strSection.size();
     for (const BAR &sBar : sEntry.vecBars) sEntry.uBytes += sizeof sBar + sBar.strTitle.size();
@@ -307,16 +265,16 @@ void CPage::WriteOverview()
     Write(Legend());
     for (const ENTRY &sEntry : deqEntries)
         Write("<div class=\"row\">" + sEntry.strLink +
-              JoinedLane(sEntry.vecBars, static_cast<double>(iFirst), static_cast<double>(iLast),
-                         "session " + sEntry.strNumber) +
+              JoinedLane(sEntry.vecBars, iFirst, iLast, "session " + sEntry.strNumber) +
               "</div>\n");
     Write("<div class=\"row axisrow\"><span></span>" + Axis(iFirst, iLast) + "</div>\n");
 }
 
 void CPage::Finish(const std::string &I_strSummary)
 {
-    Write(HEAD);
-    Write("<h1>Sessions of a trace log</h1>\n<p>" + Escape(I_strSummary) + "</p>\n");
+    Write(HEAD + std::string(PAGE_CSS));
+    Write("</style></head><body>\n<h1>Sessions of a trace log</h1>\n<p>" + Escape(I_strSummary) +
+          "</p>\n");
     if (uLeftOut > 0)
         Write("<p><strong>The picture has room for the newest " +
               Count(deqEntries.size(), "session") + "; " + std::to_string(uLeftOut) +
