@@ -6,8 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <istream>
-#include <streambuf>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +31,15 @@ std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds);
 std::string Clock(int64_t I_iTime, bool I_bDay); // "17:46:34", or "11-24 17:46:34"
 std::string Stamp(int64_t I_iTime);              // "2026-11-24 17:46:34"
 
+constexpr const char *STAMP_FORM = "%Y-%m-%d %H:%M:%S"; // for strptime
+constexpr size_t STAMP_LENGTH = 19;
+
+// The time of the stamp that begins the text; nothing when none does.
+std::optional<int64_t> ParseStamp(std::string_view I_svText);
+
+// The text as a stamp when all of it has this form; else "".
+std::string StampOf(const std::string &I_strText, const char *cpForm);
+
 std::string Count(uint64_t I_uNumber, const char *cpThing); // "1 object", "2 objects"
 
 // ---- lines.cpp
@@ -47,21 +55,7 @@ struct LOG_LINE
     std::string_view svText;  // what follows
 };
 
-constexpr size_t STAMP_LENGTH = 19;
 constexpr size_t LONGEST_LINE = 4096; // more than the library ever writes
-
-class CInputBuffer : public std::streambuf
-{
-  public:
-    explicit CInputBuffer(const std::string &I_strFile);
-
-  protected:
-    int_type underflow() override;
-
-  private:
-    base::CInput sInput;
-    std::vector<char> vecBuffer;
-};
 
 class CLineReader
 {
@@ -72,18 +66,19 @@ class CLineReader
     bool Next(LOG_LINE &O_sLine);
 
   private:
-    CInputBuffer sBuffer;
-    std::istream sStream;
-    std::array<char, LONGEST_LINE + 1> szLine{};
+    bool ReadLine(bool &O_bWhole);
+
+    base::CInput sInput;
+    std::vector<char> vecBuffer;
+    size_t uPlace; // in the buffer
+    size_t uEnd;   // of what was read; short of the buffer's when it was the last
+    std::string strLine;
     uint64_t uLines = 0;
     std::string strStamp; // of the last line, and its time
     int64_t iStampTime = 0;
 };
 
 PLACE Place(const LOG_LINE &I_sLine);
-
-// Takes a stamp apart. Returns false when the text does not begin with one.
-bool ParseStamp(std::string_view I_svText, int64_t &O_iTime);
 
 bool StartsWith(std::string_view I_svText, std::string_view I_svStart);
 

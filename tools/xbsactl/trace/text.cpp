@@ -49,14 +49,18 @@ std::string Format(double I_dValue, const char *cpUnit)
     return szText.data();
 }
 
+std::string FormTime(const tm &I_sTime, const char *cpForm)
+{
+    std::array<char, 64> szText{};
+    strftime(szText.data(), szText.size(), cpForm, &I_sTime);
+    return szText.data();
+}
+
 std::string TimeText(int64_t I_iTime, const char *cpForm)
 {
     const time_t lTime = I_iTime;
     tm sTime = {};
-    gmtime_r(&lTime, &sTime);
-    std::array<char, 64> szText{};
-    strftime(szText.data(), szText.size(), cpForm, &sTime);
-    return szText.data();
+    return FormTime(*gmtime_r(&lTime, &sTime), cpForm);
 }
 } // namespace
 
@@ -93,7 +97,25 @@ std::string Clock(int64_t I_iTime, bool I_bDay)
 
 std::string Stamp(int64_t I_iTime)
 {
-    return TimeText(I_iTime, "%Y-%m-%d %H:%M:%S");
+    return TimeText(I_iTime, STAMP_FORM);
+}
+
+std::string StampOf(const std::string &I_strText, const char *cpForm)
+{
+    tm sTime = {};
+    sTime.tm_mday = 1;
+    const char *cpEnd = strptime(I_strText.c_str(), cpForm, &sTime);
+    return cpEnd == nullptr || *cpEnd != '\0' ? "" : FormTime(sTime, STAMP_FORM);
+}
+
+std::optional<int64_t> ParseStamp(std::string_view I_svText)
+{
+    const std::string strStamp(I_svText.substr(0, STAMP_LENGTH));
+    tm sTime = {};
+    if (strptime(strStamp.c_str(), STAMP_FORM, &sTime) == nullptr ||
+        FormTime(sTime, STAMP_FORM) != strStamp)
+        return std::nullopt;
+    return timegm(&sTime);
 }
 
 std::string Count(uint64_t I_uNumber, const char *cpThing)
