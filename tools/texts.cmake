@@ -2,7 +2,7 @@
 # header ROOM/NAME_EXT.h in the build folder. The tool reads none of them from disk when it runs.
 set(folder ${CMAKE_CURRENT_LIST_DIR}/xbsactl)
 set(XBSACTL_TEXTS ${CMAKE_CURRENT_BINARY_DIR}/texts)
-foreach(text explain/messages.json trace/page.css)
+foreach(text explain/messages.json trace/head.html trace/page.css trace/legend.html)
   string(MAKE_C_IDENTIFIER ${text} name)
   get_filename_component(room ${text} DIRECTORY)
   string(REGEX REPLACE "^${room}_" "" name ${name})

@@ -17,23 +17,6 @@ namespace
 constexpr size_t LINE_WIDTH = 78;
 constexpr size_t TEXT_WIDTH = 48; // of the short list's first column
 
-struct SECTION
-{
-    KIND eKind;
-    const char *cpTitle;
-};
-
-constexpr SECTION SECTIONS[] = {
-    {KIND::RETURN_CODE, "Return codes"},
-    {KIND::DATABASE, "Failed calls, as the database reports them"},
-    {KIND::EXIT_CODE, "Exit codes of xbsactl"},
-    {KIND::SERVER, "Replies of the server"},
-    {KIND::UTILITY, "Answers of the COM utility"},
-    {KIND::REASON, "Reasons that the system gives"},
-    {KIND::MESSAGE, "Messages of the library"},
-    {KIND::HARMLESS, "Lines that look worse than they are"},
-};
-
 // The remedy; I_strPorts takes its place in it.
 std::string Remedy(const ROW &I_sRow, const std::string &I_strPorts)
 {
@@ -90,7 +73,7 @@ void PrintSections(const char *cpMark, const char *cpHead, PRINT_ROW I_fpPrint)
     {
         std::cout << cpMark << sSection.cpTitle << '\n' << cpHead;
         for (const ROW &sRow : Rows())
-            if (sRow.eKind == sSection.eKind) I_fpPrint(sRow);
+            if (sRow.spSection == &sSection) I_fpPrint(sRow);
     }
 }
 
@@ -110,8 +93,8 @@ void PrintMarkdownRow(const ROW &I_sRow)
         std::cout << cpBreak << strText << '`';
         cpBreak = "<br>`";
     }
-    std::cout << " | " << I_sRow.strMeaning << " | " << I_sRow.strCause << " | " << Remedy(I_sRow, "")
-              << " |\n";
+    std::cout << " | " << I_sRow.strMeaning << " | " << I_sRow.strCause << " | "
+              << Remedy(I_sRow, "") << " |\n";
 }
 
 void PrintMarkdown()

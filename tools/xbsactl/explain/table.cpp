@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cctype>
 #include <iterator>
-#include <map>
 #include <sstream>
+#include <stdexcept>
 
 #include "base/json.h"
 #include "explain/messages_json.h"
@@ -17,16 +17,18 @@ namespace
 {
 constexpr size_t SHORTEST_WORDS = 3; // characters; fewer are in every second row
 
+const SECTION &SectionOf(const std::string &I_strKind)
+{
+    for (const SECTION &sSection : SECTIONS)
+        if (I_strKind == sSection.cpKind) return sSection;
+    throw std::out_of_range("messages.json: unknown kind " + I_strKind);
+}
+
 std::vector<ROW> ReadRows()
 {
-    const std::map<std::string, KIND> mapKinds = {
-        {"server", KIND::SERVER},           {"utility", KIND::UTILITY},
-        {"reason", KIND::REASON},           {"message", KIND::MESSAGE},
-        {"harmless", KIND::HARMLESS},       {"database", KIND::DATABASE},
-        {"return_code", KIND::RETURN_CODE}, {"exit_code", KIND::EXIT_CODE}};
     std::vector<ROW> vecRows;
     for (const base::JSON &sRow : base::JSON::parse(MESSAGES_JSON))
-        vecRows.push_back({mapKinds.at(sRow.at("kind")), sRow.at("texts"), sRow.at("meaning"),
+        vecRows.push_back({&SectionOf(sRow.at("kind")), sRow.at("texts"), sRow.at("meaning"),
                            sRow.at("cause"), sRow.at("remedy")});
     return vecRows;
 }
@@ -83,8 +85,8 @@ std::vector<PATTERN> AllPatterns()
         }
     std::stable_sort(vecPatterns.begin(), vecPatterns.end(),
                      [](const PATTERN &sLeft, const PATTERN &sRight) {
-                         return std::make_pair(sLeft.spRow->eKind, sRight.uLength) <
-                                std::make_pair(sRight.spRow->eKind, sLeft.uLength);
+                         return std::make_pair(sLeft.spRow->spSection->iRank, sRight.uLength) <
+                                std::make_pair(sRight.spRow->spSection->iRank, sLeft.uLength);
                      });
     return vecPatterns;
 }

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <map>
 
+#include "trace/head_html.h"
+#include "trace/legend_html.h"
 #include "trace/page_css.h"
 
 namespace trace
@@ -13,12 +15,6 @@ namespace
 {
 constexpr size_t MOST_SESSIONS = 200;
 constexpr size_t MOST_BYTES = 16U << 20U;
-
-constexpr const char *HEAD = R"(<!DOCTYPE html>
-<html lang="en" xmlns="http://www.w3.org/1999/xhtml"><head><meta charset="utf-8"/>
-<meta name="viewport" content="width=device-width, initial-scale=1"/>
-<title>Sessions of a trace log</title><style>
-)";
 
 // Text as a page can hold it, in elements and in attributes.
 std::string Escape(const std::string &I_strText)
@@ -66,13 +62,11 @@ std::string Title(const STEP &I_sStep)
 // One bar for what cannot or need not be told apart.
 BAR Whole(const SESSION &I_sSession)
 {
-    BAR sBar;
-    sBar.strClass = I_sSession.IsMixed() ? "mixed" : "control";
-    sBar.strTitle = I_sSession.IsMixed() ? "lines of several processes" : "replies of the server";
-    sBar.dStart = static_cast<double>(I_sSession.sFirst.iTime);
-    sBar.dEnd = static_cast<double>(I_sSession.sLast.iTime + 1);
-    sBar.bFailed = !I_sSession.IsMixed() && I_sSession.sError.sPlace.uLine != 0;
-    return sBar;
+    const bool bMixed = I_sSession.IsMixed();
+    return {bMixed ? "mixed" : "control", !bMixed && I_sSession.sError.sPlace.uLine != 0,
+            static_cast<double>(I_sSession.sFirst.iTime),
+            static_cast<double>(I_sSession.sLast.iTime + 1),
+            bMixed ? "lines of several processes" : "replies of the server"};
 }
 
 // Data and failures stand out.
@@ -108,13 +102,9 @@ std::vector<BAR> Bars(const SHOWN &I_sShown)
     {
         const bool bDatabase = sStep.eKind == KIND::DATABASE;
         if (!bDatabase && (bWhole || !sStep.HasDuration())) continue;
-        BAR sBar;
-        sBar.strClass = KindName(sStep.eKind);
-        sBar.bFailed = sStep.bFailed;
-        sBar.dStart = bDatabase ? static_cast<double>(sStep.iStart) : fpPlace(sStep.iStart);
-        sBar.dEnd = bDatabase ? sBar.dStart : std::max(sBar.dStart, fpPlace(sStep.iEnd));
-        sBar.strTitle = Title(sStep);
-        vecBars.push_back(sBar);
+        const double dStart = bDatabase ? static_cast<double>(sStep.iStart) : fpPlace(sStep.iStart);
+        const double dEnd = bDatabase ? dStart : std::max(dStart, fpPlace(sStep.iEnd));
+        vecBars.push_back({KindName(sStep.eKind), sStep.bFailed, dStart, dEnd, Title(sStep)});
     }
     return vecBars;
 }
@@ -155,26 +145,6 @@ std::string JoinedLane(const std::vector<BAR> &I_vecBars, int64_t I_iFrom, int64
 // may be a heading. On a narrow screen a step's text goes below its time.
 constexpr const char *COLUMNS = "<colgroup><col/><col/><col/><col/></colgroup>";
 
-std::string Swatch(const char *cpClass, const char *cpText)
-{
-    BAR sBar;
-    sBar.strClass = cpClass;
-    sBar.dEnd = 1;
-    sBar.strTitle = cpText;
-    return "<span>" + Lane({sBar}, 0, 1, cpText) + " " + cpText + "</span>\n";
-}
-
-std::string Legend()
-{
-    return "<p class=\"legend\">" + Swatch("control", "control commands") +
-           Swatch("utility", "utility runs") + Swatch("data", "data phase") +
-           Swatch("control bad", "failed") + Swatch("mixed", "several processes, mixed") +
-           Swatch("database", "database message") +
-           "</p>\n<p class=\"dim\">The log's clock has whole seconds. What began or ended within "
-           "one second is spread over it in its order; rest the pointer on a bar for its "
-           "text.</p>\n";
-}
-
 std::string Axis(int64_t I_iFirst, int64_t I_iLast)
 {
     std::string strAxis = "<div class=\"axis dim\">";
@@ -194,13 +164,12 @@ std::string FactList(const SESSION &I_sSession)
 
 std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
 {
-    const std::string strText = Escape(StepText(I_sShown, I_sStep));
-    if (I_sStep.eKind == KIND::OBJECT) return "<tr><th colspan=\"4\">" + strText + "</th></tr>\n";
+    std::array<std::string, 4> strCells = Cells(I_sShown, I_sStep);
+    if (I_sStep.eKind == KIND::OBJECT)
+        return "<tr><th colspan=\"4\">" + Escape(strCells.back()) + "</th></tr>\n";
+    if (I_sStep.bFailed) strCells.back() += " (failed)";
     std::string strRow = I_sStep.bFailed ? "<tr class=\"bad\">" : "<tr>";
-    for (const std::string &strCell :
-         {StepClock(I_sShown, I_sStep), std::string(KindName(I_sStep.eKind)),
-          Escape(StepDuration(I_sStep)), strText + (I_sStep.bFailed ? " (failed)" : "")})
-        strRow += "<td>" + strCell + "</td>";
+    for (const std::string &strCell : strCells) strRow += "<td>" + Escape(strCell) + "</td>";
     return strRow + "</tr>\n";
 }
 
@@ -247,9 +216,9 @@ void CPage::Add(const SHOWN &I_sShown)
     }
 }
 
-void CPage::Write(const std::string &I_strText)
+void CPage::Write(std::string_view I_svText)
 {
-    sOutput.Write(I_strText.data(), I_strText.size());
+    sOutput.Write(I_svText.data(), I_svText.size());
 }
 
 void CPage::WriteOverview()
@@ -262,7 +231,7 @@ void CPage::WriteOverview()
         iFirst = std::min(iFirst, sEntry.iFirst);
         iLast = std::max(iLast, sEntry.iLast);
     }
-    Write(Legend());
+    Write(LEGEND_HTML);
     for (const ENTRY &sEntry : deqEntries)
         Write("<div class=\"row\">" + sEntry.strLink +
               JoinedLane(sEntry.vecBars, iFirst, iLast, "session " + sEntry.strNumber) +
@@ -272,7 +241,8 @@ void CPage::WriteOverview()
 
 void CPage::Finish(const std::string &I_strSummary)
 {
-    Write(HEAD + std::string(PAGE_CSS));
+    Write(HEAD_HTML);
+    Write(PAGE_CSS);
     Write("</style></head><body>\n<h1>Sessions of a trace log</h1>\n<p>" + Escape(I_strSummary) +
           "</p>\n");
     if (uLeftOut > 0)

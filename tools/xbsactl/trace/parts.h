@@ -201,10 +201,11 @@ struct SHOWN
 // Within one second the order of steps and messages is not known.
 SHOWN Show(const SESSION &I_sSession, const std::vector<STEP> &I_vecMessages);
 
-const char *KindName(KIND I_eKind); // "" for a heading
-std::string StepClock(const SHOWN &I_sShown, const STEP &I_sStep);
-std::string StepText(const SHOWN &I_sShown, const STEP &I_sStep);
+const char *KindName(KIND I_eKind);            // "" for a heading
 std::string StepDuration(const STEP &I_sStep); // "" where there is none to be shown
+
+// Clock, kind, duration and text of the step.
+std::array<std::string, 4> Cells(const SHOWN &I_sShown, const STEP &I_sStep);
 
 std::vector<std::string> Facts(const SESSION &I_sSession); // when, how much, what else
 std::string SessionText(const SHOWN &I_sShown);
@@ -218,8 +219,8 @@ struct BAR
     bool bFailed = false;
     double dStart = 0; // seconds
     double dEnd = 0;
-    uint64_t uSteps = 1;
     std::string strTitle; // for the pointer that rests on it, fit for a page
+    uint64_t uSteps = 1;
 };
 
 // The sessions as one page that needs nothing else: no script, no font, no network.
@@ -243,7 +244,7 @@ class CPage
         size_t uBytes = 0;
     };
 
-    void Write(const std::string &I_strText);
+    void Write(std::string_view I_svText);
     void WriteOverview();
 
     base::COutput sOutput;
