@@ -7,7 +7,6 @@ namespace trace
 {
 namespace
 {
-constexpr size_t BUFFER_SIZE = 1 << 18;
 constexpr size_t DAY_LENGTH = 10;
 constexpr std::string_view MARK = ": Trace: (QAB library) ";
 
@@ -54,9 +53,8 @@ std::string Moment(const std::string &I_strText, const std::string &I_strFile)
                             "\"17:00\"");
 }
 
-CLineReader::CLineReader(const std::string &I_strFile) : sInput(I_strFile), vecBuffer(BUFFER_SIZE)
+CLineReader::CLineReader(const std::string &I_strFile) : sInput(I_strFile)
 {
-    uPlace = uEnd = BUFFER_SIZE;
 }
 
 // The bytes of the next line, as many as the library may write. Returns false at the end.

@@ -42,7 +42,7 @@ auto Spread(const std::vector<STEP> &I_vecSteps)
     for (const STEP &sStep : I_vecSteps)
         for (const int64_t iTime : {sStep.iStart, sStep.iEnd})
             if (sStep.HasDuration()) mapEvents[iTime].first++;
-    return [mapEvents](int64_t I_iTime) mutable {
+    return [mapEvents = std::move(mapEvents)](int64_t I_iTime) mutable {
         auto &[dAll, dPlaced] = mapEvents[I_iTime];
         return static_cast<double>(I_iTime) + ++dPlaced / (dAll + 1);
     };

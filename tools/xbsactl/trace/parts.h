@@ -68,10 +68,12 @@ class CLineReader
   private:
     bool ReadLine(bool &O_bWhole);
 
+    static constexpr size_t BUFFER_SIZE = 1U << 18U;
+
     base::CInput sInput;
-    std::vector<char> vecBuffer;
-    size_t uPlace; // in the buffer
-    size_t uEnd;   // of what was read; short of the buffer's when it was the last
+    std::vector<char> vecBuffer = std::vector<char>(BUFFER_SIZE);
+    size_t uPlace = BUFFER_SIZE; // in the buffer
+    size_t uEnd = BUFFER_SIZE;   // of what was read; short of the buffer's when it was the last
     std::string strLine;
     uint64_t uLines = 0;
     std::string strStamp; // of the last line, and its time

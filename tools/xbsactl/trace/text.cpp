@@ -42,13 +42,6 @@ std::string WithoutPassword(const std::string &I_strText)
     return I_strText;
 }
 
-std::string Format(double I_dValue, const char *cpUnit)
-{
-    std::array<char, 64> szText{};
-    snprintf(szText.data(), szText.size(), "%.1f %s", I_dValue, cpUnit);
-    return szText.data();
-}
-
 std::string FormTime(const tm &I_sTime, const char *cpForm)
 {
     std::array<char, 64> szText{};
@@ -86,8 +79,10 @@ std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds)
     const bool bBound = I_iSeconds < 2;
     const double dRate =
         static_cast<double>(I_uBytes) / static_cast<double>(bBound ? I_iSeconds + 1 : I_iSeconds);
-    return (bBound ? "more than " : "about ") +
-           (dRate < 1e6 ? Format(dRate / 1e3, "kB/s") : Format(dRate / 1e6, "MB/s"));
+    std::array<char, 64> szText{};
+    snprintf(szText.data(), szText.size(), dRate < 1e6 ? "%s %.1f kB/s" : "%s %.1f MB/s",
+             bBound ? "more than" : "about", dRate / (dRate < 1e6 ? 1e3 : 1e6));
+    return szText.data();
 }
 
 std::string Clock(int64_t I_iTime, bool I_bDay)
