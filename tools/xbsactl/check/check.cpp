@@ -13,16 +13,15 @@ namespace check
 {
 namespace
 {
-// The longest wait for one answer.
+// The longest wait for one answer; 0, no limit, would find nothing.
 std::chrono::seconds Bound(const base::CONNECTION &I_sConnection)
 {
     constexpr unsigned MOST = 15;
-    const unsigned uTimeout = I_sConnection.uTimeout; // 0: no limit
+    const unsigned uTimeout = I_sConnection.uTimeout;
     return std::chrono::seconds(uTimeout == 0 ? MOST : std::min(MOST, uTimeout));
 }
 
-// A KORVA server may wait for a tape before it takes an object. Without a limit nothing would ever
-// be found.
+// A KORVA server may wait for a tape before it takes an object.
 std::chrono::seconds TapeBound(const base::CONNECTION &I_sConnection)
 {
     const unsigned uTimeout = I_sConnection.uTimeout;
@@ -48,63 +47,50 @@ FINDING Login(const CReport &I_sReport, const std::string &I_strFault)
                 "at most 52 bytes together and no \":\"");
 }
 
-void Skip(CReport &X_sReport, SESSIONS &X_sSessions, const std::string &I_strWhy)
-{
-    SkipDialogue(X_sReport, I_strWhy);
-    SkipSessions(X_sReport, X_sSessions, I_strWhy);
-}
-
 // First what the session said to the server, then what the library made of it.
-void Report(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
-            const sockaddr_in &I_sServer)
+void Report(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const SERVER &I_sServer,
+            const std::string &I_strWhy)
 {
-    if (ReportDialogue(X_sReport, I_sAlone, I_sServer, X_sSessions.sConnection.bInformix))
-        ReportSessions(X_sReport, X_sSessions, I_sAlone);
-    else SkipSessions(X_sReport, X_sSessions, "the network is not usable");
+    const bool bNetwork =
+        ReportDialogue(X_sSessions, I_sAlone, I_sServer.sAddress.sin_addr, I_strWhy);
+    const bool bFailed = I_strWhy.empty() && !bNetwork;
+    ReportSessions(X_sSessions, I_sAlone, bFailed ? "the network is not usable" : I_strWhy);
 }
 
-void CheckPlain(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary)
+void CheckPlain(SESSIONS &X_sSessions, bool I_bLibrary)
 {
-    SESSIONS sSessions{I_sConnection, ObjectName(), Bound(I_sConnection), {}};
-    const bool bLogin = X_sReport.Add("login", Login(X_sReport, I_sConnection.strLoginFault));
-    const SERVER sServer = LookAt(X_sReport, I_sConnection.strHost, sSessions.sSilence);
-    const char *cpWhy = I_bLibrary ? nullptr : "the library is not usable";
-    if (!bLogin) cpWhy = "user and password cannot be used";
-    if (!sServer.bUsable) cpWhy = "the server is not usable";
-    if (cpWhy == nullptr) Report(X_sReport, sSessions, RunAlone(sSessions), sServer.sAddress);
-    else Skip(X_sReport, sSessions, cpWhy);
-    CleanUp(X_sReport, sSessions, sServer.sAddress);
+    const base::CONNECTION &sConnection = X_sSessions.sConnection;
+    CReport &sReport = X_sSessions.sReport;
+    const bool bLogin = sReport.Add("login", Login(sReport, sConnection.strLoginFault));
+    const SERVER sServer = LookAt(sReport, sConnection.strHost, X_sSessions.sSilence);
+    std::string strWhy = I_bLibrary ? "" : "the library is not usable";
+    if (!bLogin) strWhy = "user and password cannot be used";
+    if (!sServer.bUsable) strWhy = "the server is not usable";
+    Report(X_sSessions, strWhy.empty() ? RunAlone(X_sSessions) : OUTCOME(), sServer, strWhy);
+    CleanUp(X_sSessions, sServer.sAddress);
 }
 
 // The utility names the server, which is looked at after the session.
-void CheckNamed(CReport &X_sReport, SESSIONS &X_sSessions)
+void CheckInformix(SESSIONS &X_sSessions, bool I_bLibrary, bool I_bVariables)
 {
-    const OUTCOME sAlone = RunAlone(X_sSessions);
+    const base::CONNECTION &sConnection = X_sSessions.sConnection;
+    CReport &sReport = X_sSessions.sReport;
+    const std::chrono::seconds sBound = Bound(sConnection);
+    const bool bUtility = CheckUtility(sReport, sConnection, I_bLibrary, I_bVariables, sBound);
+    const OUTCOME sAlone = bUtility ? RunAlone(X_sSessions) : OUTCOME();
     const std::string strHost = ServerIn(sAlone);
     if (strHost.empty())
     {
-        X_sReport.Add("network.name", NotTried("no session named a server"));
-        return ReportSessions(X_sReport, X_sSessions, sAlone);
+        sReport.Add("network.name", NotTried("no session named a server"));
+        ReportSessions(X_sSessions, sAlone, bUtility ? "" : "library or utility is not usable");
     }
-    const SERVER sServer = LookAt(X_sReport, strHost, Bound(X_sSessions.sConnection));
-    if (sServer.bUsable) return Report(X_sReport, X_sSessions, sAlone, sServer.sAddress);
-    Skip(X_sReport, X_sSessions, "the server is not usable");
-}
-
-void CheckInformix(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
-                   bool I_bVariables)
-{
-    SESSIONS sSessions{I_sConnection, ObjectName(), TapeBound(I_sConnection), {}};
-    if (CheckUtility(X_sReport, I_sConnection, I_bLibrary, I_bVariables, Bound(I_sConnection)))
-        CheckNamed(X_sReport, sSessions);
     else
     {
-        X_sReport.Add("network.name", NotTried("no session named a server"));
-        SkipSessions(X_sReport, sSessions, "library or utility is not usable");
+        const SERVER sServer = LookAt(sReport, strHost, sBound);
+        Report(X_sSessions, sAlone, sServer, sServer.bUsable ? "" : "the server is not usable");
     }
-    CleanUp(X_sReport, sSessions, {});
+    CleanUp(X_sSessions, {});
 }
-
 } // namespace
 
 void Stopped()
@@ -116,13 +102,15 @@ void Stopped()
 
 int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
 {
-    CReport sReport(I_sConnection.strPassword, I_sConnection.bInformix, I_sOptions);
+    CReport sReport(I_sConnection, I_sOptions);
     const CHECKED_LIBRARY sLibrary = CheckLibrary(sReport, I_sConnection.strLibrary);
     if (!I_sOptions.strInformixDir.empty()) CheckDatabase(sReport, I_sOptions, sLibrary);
     const bool bVariables = CheckHost(sReport, I_sConnection);
-    const base::CONNECTION sConnection = WithTrace(I_sConnection);
-    if (sConnection.bInformix) CheckInformix(sReport, sConnection, sLibrary.bUsable, bVariables);
-    else CheckPlain(sReport, sConnection, sLibrary.bUsable);
+    const bool bInformix = I_sConnection.bInformix;
+    SESSIONS sSessions{sReport, WithTrace(I_sConnection),
+                       bInformix ? TapeBound(I_sConnection) : Bound(I_sConnection), ObjectName()};
+    if (bInformix) CheckInformix(sSessions, sLibrary.bUsable, bVariables);
+    else CheckPlain(sSessions, sLibrary.bUsable);
     bStored = false; // what is left is in the report
     return sReport.Finish();
 }

@@ -48,13 +48,14 @@ void Run(const WORK &I_fpWork, int I_iPipe)
         fpSay(FAILED, sError.what());
     }
 }
-
-long Milliseconds(std::chrono::steady_clock::duration I_sTime)
-{
-    return static_cast<long>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(I_sTime).count());
-}
 } // namespace
+
+const char *After(const std::string &I_strText, const std::string &I_strBegin)
+{
+    return I_strText.compare(0, I_strBegin.size(), I_strBegin) == 0
+               ? I_strText.c_str() + I_strBegin.size()
+               : nullptr;
+}
 
 const EVENT *OUTCOME::Find(const char *cpName) const
 {

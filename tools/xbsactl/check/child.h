@@ -24,6 +24,16 @@ struct EVENT
     long lMilliseconds = 0; // since the start of the work
 };
 
+using CLOCK = std::chrono::steady_clock;
+inline long Milliseconds(CLOCK::duration I_sTime)
+{
+    return static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(I_sTime).count());
+}
+
+// What follows the beginning; null when the text begins otherwise.
+const char *After(const std::string &I_strText, const std::string &I_strBegin);
+
 // All that was said, whatever became of the work.
 struct OUTCOME
 {
@@ -47,8 +57,6 @@ class CChild
     const OUTCOME &Wait(std::chrono::milliseconds I_sSilence, const char *cpUntil = "");
 
   private:
-    using CLOCK = std::chrono::steady_clock;
-
     bool ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence);
     std::string End();
 

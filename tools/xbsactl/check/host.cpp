@@ -26,13 +26,6 @@ constexpr long LONGEST_SENDING = 1000;
 constexpr long LONGEST_SILENCE = 10800;
 constexpr size_t LOG_ROOM = sizeof(_sGlobal::szLogFile) - 1;
 
-// "" when it is not set.
-std::string Variable(const char *cpName)
-{
-    const char *cpValue = getenv(cpName);
-    return cpValue != nullptr ? cpValue : "";
-}
-
 bool IsInGroup(const char *cpGroup)
 {
     const group *spGroup = getgrnam(cpGroup);
@@ -196,6 +189,12 @@ FINDING Silence()
     return lSeconds > LONGEST_SILENCE ? Warn(strFound, strNext) : Ok(strFound + "; " + strNext);
 }
 } // namespace
+
+std::string Variable(const char *cpName)
+{
+    const char *cpValue = getenv(cpName);
+    return cpValue != nullptr ? cpValue : "";
+}
 
 bool CheckHost(CReport &X_sReport, const base::CONNECTION &I_sConnection)
 {

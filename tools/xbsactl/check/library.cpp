@@ -79,10 +79,10 @@ class CInspection
 
     CHECKED_LIBRARY Run(CReport &X_sReport)
     {
-        sResult.bUsable = Climb(X_sReport, {{"library.file", [this] { return File(); }},
-                                            {"library.load", [this] { return Load(); }},
-                                            {"library.calls", [this] { return Calls(); }},
-                                            {"library.version", [this] { return Version(); }}});
+        sResult.bUsable = X_sReport.Climb({{"library.file", [this] { return File(); }},
+                                           {"library.load", [this] { return Load(); }},
+                                           {"library.calls", [this] { return Calls(); }},
+                                           {"library.version", [this] { return Version(); }}});
         return sResult;
     }
 

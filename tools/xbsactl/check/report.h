@@ -3,13 +3,13 @@
 #ifndef XBSACTL_CHECK_REPORT_H
 #define XBSACTL_CHECK_REPORT_H
 
-#include <chrono>
 #include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "check/check.h"
+#include "check/child.h"
 
 namespace check
 {
@@ -58,22 +58,20 @@ inline FINDING NotTried(const std::string &I_strWhy)
     return {STATUS::NOT_TRIED, "not tried: " + I_strWhy};
 }
 
-struct STEP
-{
-    const char *cpName;
-    std::function<FINDING()> fpRun;
-};
-using STEPS = std::vector<STEP>;
+// A name, and what finds out about it.
+using STEPS = std::vector<std::pair<const char *, std::function<FINDING()>>>;
 
 class CReport
 {
   public:
-    CReport(const std::string &I_strPassword, bool I_bInformix, const OPTIONS &I_sOptions);
+    CReport(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
 
     // Returns false after a failure: what builds on the step makes no sense then.
     bool Add(const std::string &I_strStep, FINDING I_sFinding);
 
-    void Skip(const STEPS &I_vecSteps, const std::string &I_strWhy);
+    // Runs steps that build on each other until one fails. Returns whether all were run and none did.
+    //   I_strWhy  why none of them can be tried; empty: they can
+    bool Climb(const STEPS &I_vecSteps, const std::string &I_strWhy = "");
 
     // A text that others wrote, safe to show: one line, without the password.
     std::string Foreign(const std::string &I_strText) const;
@@ -82,23 +80,17 @@ class CReport
     int Finish() const;
 
   private:
-    using CLOCK = std::chrono::steady_clock;
-
     int Count(STATUS I_eStatus) const;
     std::string Counts() const;
     std::string Json() const;
     int FinishNagios() const;
 
     std::vector<FINDING> vecFindings;
-    std::string strPassword;
-    bool bInformix;
-    OPTIONS sOptions;
+    const base::CONNECTION sConnection;
+    const OPTIONS sOptions;
     CLOCK::time_point sStart = CLOCK::now();
     CLOCK::time_point sLast = sStart;
 };
-
-// Runs steps that build on each other until one fails. Returns whether none did.
-bool Climb(CReport &X_sReport, const STEPS &I_vecSteps);
 } // namespace check
 
 #endif

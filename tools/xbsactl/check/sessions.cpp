@@ -13,15 +13,12 @@ namespace check
 {
 namespace
 {
-using CLOCK = std::chrono::steady_clock;
-
 constexpr size_t SIZE = 1 << 20; // bytes of an object
 constexpr const char *NO_TRUST = "trust no backup on this server: ";
 
 std::string Since(CLOCK::time_point I_sStart)
 {
-    return std::to_string(
-        std::chrono::duration_cast<std::chrono::milliseconds>(CLOCK::now() - I_sStart).count());
+    return std::to_string(Milliseconds(CLOCK::now() - I_sStart));
 }
 
 // Every byte value, and no two objects alike.
@@ -124,22 +121,20 @@ std::string AnswerIn(const OUTCOME &I_sAlone, const std::string &I_strKey)
 {
     const std::string strBegin = "parse_com_answer: Parsing line: [" + I_strKey + "=";
     for (const EVENT &sEvent : I_sAlone.vecEvents)
-        if (sEvent.strValue.rfind(strBegin, 0) == 0)
-            return sEvent.strValue.substr(strBegin.size(),
-                                          sEvent.strValue.rfind(']') - strBegin.size());
+        if (const char *cpValue = After(sEvent.strValue, strBegin))
+            return std::string(cpValue).substr(0, std::string(cpValue).rfind(']'));
     return "";
 }
 
 // Whether STOR was sent and not refused: even an object of 0 bytes is one.
 bool LeftObject(const OUTCOME &I_sAlone)
 {
-    const std::string REPLY = "LOGIN REPLY: ";
     bool bSent = false;
     for (const EVENT &sEvent : I_sAlone.vecEvents)
     {
-        const bool bReply = sEvent.strValue.rfind(REPLY, 0) == 0;
-        if (bSent && bReply) return sEvent.strValue.find_first_of("45") != REPLY.size();
-        if (sEvent.strValue.rfind("stpc_stor: Send message: ", 0) == 0) bSent = true;
+        const char *cpReply = After(sEvent.strValue, "LOGIN REPLY: ");
+        if (bSent && cpReply != nullptr) return *cpReply != '4' && *cpReply != '5';
+        bSent = bSent || After(sEvent.strValue, "stpc_stor: Send message: ") != nullptr;
     }
     return bSent;
 }
@@ -167,69 +162,55 @@ FINDING JudgePair(const CReport &I_sReport, const OUTCOME &I_sOutcome)
     return Fail(strDifference, Text(NO_TRUST, "sessions at once disturb each other"));
 }
 
-struct LADDER
+// One session goes there and back while another one is open.
+FINDING Pair(SESSIONS &X_sSessions)
 {
-    CReport &sReport;
-    SESSIONS &sSessions;
-    const OUTCOME sAlone;
-
-    FINDING Compare()
+    std::array<int, 2> aiGate{};
+    if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
+    const base::CDescriptor sWaits(aiGate[0]);
+    base::CDescriptor sGate(aiGate[1]); // closed: the first session goes on
+    const auto fpAwait = [&] {
+        char cByte = '\0';
+        sGate = base::CDescriptor();
+        if (read(sWaits.Get(), &cByte, 1) == -1) throw base::SystemFailure("a pipe");
+    };
+    const std::string strFirst = X_sSessions.strName + "-2";
+    const std::string strSecond = X_sSessions.strName + "-3";
+    const auto sSilence = 2 * X_sSessions.sSilence;
+    CChild sChild(Work(X_sSessions, strFirst, false, fpAwait));
+    OUTCOME sFirst = sChild.Wait(sSilence, "copy");
+    OUTCOME sSecond;
+    if (FailureOf(sFirst).empty())
     {
-        const std::string strDifference = sAlone.Value("difference");
-        if (strDifference.empty()) return Ok("what was stored came back");
-        return Fail(strDifference,
-                    Text(NO_TRUST, "look for a full or broken disk, a conversion of texts, or "
-                                   "something on the way that changes data"));
+        sSecond = RunChild(sSilence, Work(X_sSessions, strSecond, false, [] {}));
+        sGate = base::CDescriptor();
+        sFirst = sChild.Wait(sSilence);
     }
+    NoteLeft(X_sSessions, strFirst, sFirst, sFirst.Find("begun") != nullptr);
+    NoteLeft(X_sSessions, strSecond, sSecond, sSecond.Find("begun") != nullptr);
+    const FINDING sFinding = JudgePair(X_sSessions.sReport, sFirst);
+    return sFinding.eStatus == STATUS::OK ? JudgePair(X_sSessions.sReport, sSecond) : sFinding;
+}
 
-    // One session goes there and back while another one is open.
-    FINDING Pair()
-    {
-        std::array<int, 2> aiGate{};
-        if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
-        const base::CDescriptor sWaits(aiGate[0]);
-        base::CDescriptor sGate(aiGate[1]); // closed: the first session goes on
-        const auto fpAwait = [&] {
-            char cByte = '\0';
-            sGate = base::CDescriptor();
-            if (read(sWaits.Get(), &cByte, 1) == -1) throw base::SystemFailure("a pipe");
-        };
-        const std::string strFirst = sSessions.strName + "-2";
-        const std::string strSecond = sSessions.strName + "-3";
-        CChild sChild(Work(sSessions, strFirst, false, fpAwait));
-        OUTCOME sFirst = sChild.Wait(2 * sSessions.sSilence, "copy");
-        OUTCOME sSecond;
-        if (FailureOf(sFirst).empty())
-        {
-            sSecond = RunChild(2 * sSessions.sSilence, Work(sSessions, strSecond, false, [] {}));
-            sGate = base::CDescriptor();
-            sFirst = sChild.Wait(2 * sSessions.sSilence);
-        }
-        NoteLeft(sSessions, strFirst, sFirst, sFirst.Find("begun") != nullptr);
-        NoteLeft(sSessions, strSecond, sSecond, sSecond.Find("begun") != nullptr);
-        const FINDING sFinding = JudgePair(sReport, sFirst);
-        return sFinding.eStatus == STATUS::OK ? JudgePair(sReport, sSecond) : sFinding;
-    }
-
-    FINDING Trip(const char *cpEvent) const
-    {
-        const EVENT *spEvent = sAlone.Find(cpEvent);
-        const std::string strFailure = FailureOf(sAlone);
-        if (spEvent == nullptr)
-            return Fail(sReport.Foreign(strFailure),
-                        Remedy(strFailure, sSessions.sConnection.bInformix));
-        FINDING sFinding = Ok(Text(SIZE, " bytes in ", spEvent->strValue, " ms"));
-        sFinding.lMilliseconds = std::stol(spEvent->strValue);
-        return sFinding;
-    }
-};
-
-STEPS StepsOf(LADDER &X_sLadder)
+FINDING Compare(const OUTCOME &I_sAlone)
 {
-    return {{"library.store", [&] { return X_sLadder.Trip("stored"); }},
-            {"library.restore", [&] { return X_sLadder.Trip("restored"); }},
-            {"library.compare", [&] { return X_sLadder.Compare(); }},
-            {"library.two_at_once", [&] { return X_sLadder.Pair(); }}};
+    const std::string strDifference = I_sAlone.Value("difference");
+    if (strDifference.empty()) return Ok("what was stored came back");
+    return Fail(strDifference,
+                Text(NO_TRUST, "look for a full or broken disk, a conversion of texts, or "
+                               "something on the way that changes data"));
+}
+
+FINDING Trip(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const char *cpEvent)
+{
+    const EVENT *spEvent = I_sAlone.Find(cpEvent);
+    const std::string strFailure = FailureOf(I_sAlone);
+    if (spEvent == nullptr)
+        return Fail(I_sSessions.sReport.Foreign(strFailure),
+                    Remedy(strFailure, I_sSessions.sConnection.bInformix));
+    FINDING sFinding = Ok(Text(SIZE, " bytes in ", spEvent->strValue, " ms"));
+    sFinding.lMilliseconds = std::stol(spEvent->strValue);
+    return sFinding;
 }
 } // namespace
 
@@ -252,15 +233,13 @@ std::string ServerIn(const OUTCOME &I_sAlone)
     return !strHost.empty() && iPort >= 1 && iPort <= 65535 ? Text(strHost, ':', iPort) : "";
 }
 
-void ReportSessions(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone)
+void ReportSessions(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const std::string &I_strWhy)
 {
-    LADDER sLadder{X_sReport, X_sSessions, I_sAlone};
-    Climb(X_sReport, StepsOf(sLadder));
-}
-
-void SkipSessions(CReport &X_sReport, SESSIONS &X_sSessions, const std::string &I_strWhy)
-{
-    LADDER sLadder{X_sReport, X_sSessions, {}};
-    X_sReport.Skip(StepsOf(sLadder), I_strWhy);
+    X_sSessions.sReport.Climb(
+        {{"library.store", [&] { return Trip(X_sSessions, I_sAlone, "stored"); }},
+         {"library.restore", [&] { return Trip(X_sSessions, I_sAlone, "restored"); }},
+         {"library.compare", [&] { return Compare(I_sAlone); }},
+         {"library.two_at_once", [&] { return Pair(X_sSessions); }}},
+        I_strWhy);
 }
 } // namespace check

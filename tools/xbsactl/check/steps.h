@@ -27,6 +27,9 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
 void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions,
                    const CHECKED_LIBRARY &I_sLibrary);
 
+// "" when it is not set.
+std::string Variable(const char *cpName);
+
 // This machine: account, variables and log, and how long it waits for a server that has vanished.
 // Returns whether an Informix session can be tried with the variables.
 bool CheckHost(CReport &X_sReport, const base::CONNECTION &I_sConnection);
@@ -51,10 +54,11 @@ SERVER LookAt(CReport &X_sReport, const std::string &I_strHost, std::chrono::mil
 
 struct SESSIONS
 {
+    CReport &sReport;
     base::CONNECTION sConnection;
-    std::string strName;                // begins the name of each object
     std::chrono::milliseconds sSilence; // the longest wait
-    std::vector<std::string> vecLeft;   // on the server, perhaps: names, or Informix copy ids
+    std::string strName;                // begins the name of each object
+    std::vector<std::string> vecLeft{}; // on the server, perhaps: names, or Informix copy ids
 };
 
 // An object there and back through the library. Its trace comes as events of the name "trace".
@@ -65,17 +69,16 @@ std::string ServerIn(const OUTCOME &I_sAlone);
 
 // The steps network.login to network.end: what that session said to the server and heard from it.
 // Returns whether none failed.
-bool ReportDialogue(CReport &X_sReport, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
-                    bool I_bInformix);
-void SkipDialogue(CReport &X_sReport, const std::string &I_strWhy);
+//   I_strWhy  why they cannot be tried; empty: they can
+bool ReportDialogue(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const in_addr &I_sServer,
+                    const std::string &I_strWhy);
 
 // What the library made of it; when all is well, two sessions at once as well.
-void ReportSessions(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone);
-void SkipSessions(CReport &X_sReport, SESSIONS &X_sSessions, const std::string &I_strWhy);
+void ReportSessions(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const std::string &I_strWhy);
 
 // Deletes what plain mode has left on the server, on a connection of its own; names the copies of
 // Informix sessions, which no client can remove.
-void CleanUp(CReport &X_sReport, const SESSIONS &I_sSessions, const sockaddr_in &I_sServer);
+void CleanUp(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer);
 } // namespace check
 
 #endif
