@@ -211,6 +211,11 @@ class CDescriptor
     int iFile;
 };
 
+struct stat StatusOf(int I_iFile, const std::string &I_strShown);
+
+// The text of a link in a folder, or of one that is open itself (an empty name).
+std::string LinkText(int I_iFolder, const std::string &I_strName, const std::string &I_strShown);
+
 // A name in a folder that is held open, so that nobody can put another folder in its place
 // meanwhile.
 struct TARGET

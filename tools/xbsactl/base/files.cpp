@@ -41,13 +41,6 @@ void Close(CDescriptor &X_sFile, const std::string &I_strShown)
     if (close(X_sFile.Release()) != 0) throw SystemFailure("writing " + I_strShown);
 }
 
-struct stat StatusOf(int I_iFile, const std::string &I_strShown)
-{
-    struct stat sStatus = {};
-    if (fstat(I_iFile, &sStatus) != 0) throw SystemFailure(I_strShown);
-    return sStatus;
-}
-
 // A device or a database dump given by mistake would fill the memory; neither may the file grow
 // beyond the limit meanwhile.
 std::optional<std::string> ReadWhole(const CDescriptor &I_sFile, const std::string &I_strShown,

@@ -19,31 +19,11 @@ CDescriptor OpenName(int I_iFolder, const std::string &I_strName)
     return CDescriptor(openat(I_iFolder, I_strName.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
 }
 
-STAT StatusOf(const CDescriptor &I_sEntry, const std::string &I_strShown)
-{
-    STAT sStatus{};
-    if (fstat(I_sEntry.Get(), &sStatus) != 0) throw SystemFailure(I_strShown);
-    return sStatus;
-}
-
-// The link is held open, so its owner and its text belong together.
-std::string LinkText(const CDescriptor &I_sLink, uid_t I_uOwner, const std::string &I_strShown)
-{
-    if (I_uOwner != geteuid() && I_uOwner != 0)
-        throw FileFailure(I_strShown + " leads through a link that belongs to another account (" +
-                          std::to_string(I_uOwner) + "): name the file that is meant");
-    std::array<char, PATH_MAX> szText{};
-    const ssize_t iLength = readlinkat(I_sLink.Get(), "", szText.data(), szText.size());
-    if (iLength == -1) throw SystemFailure(I_strShown);
-    return std::string(szText.data(), static_cast<size_t>(iLength));
-}
-
 // Of what others put there the kernel protects us in some of these folders alone, as its settings
 // say, and only when a name is opened to be created.
 void RefusePlanted(int I_iFolder, uid_t I_uOwner, const std::string &I_strShown)
 {
-    STAT sFolder{};
-    if (fstat(I_iFolder, &sFolder) != 0) throw SystemFailure(I_strShown);
+    const STAT sFolder = StatusOf(I_iFolder, I_strShown);
     const bool bGroup = (sFolder.st_mode & S_ISVTX) != 0 && (sFolder.st_mode & S_IWGRP) != 0;
     const bool bShared = bGroup || (sFolder.st_mode & S_IWOTH) != 0;
     if (bShared && I_uOwner != geteuid() && I_uOwner != sFolder.st_uid)
@@ -91,18 +71,22 @@ class CWalk
         CDescriptor sEntry = OpenName(sFolder.Get(), I_strPart);
         if (sEntry.Get() == -1 && errno == ENOENT && strLeft.empty()) return true; // a new file
         if (sEntry.Get() == -1) throw SystemFailure(strShown);
-        const STAT sStatus = StatusOf(sEntry, strShown);
+        const STAT sStatus = StatusOf(sEntry.Get(), strShown);
         if (S_ISLNK(sStatus.st_mode)) return Follow(sEntry, sStatus.st_uid);
         RefusePlanted(sFolder.Get(), sStatus.st_uid, strShown);
         if (!strLeft.empty()) sFolder = std::move(sEntry);
         return strLeft.empty();
     }
 
+    // The link is held open, so its owner and its text belong together.
     bool Follow(const CDescriptor &I_sLink, uid_t I_uOwner)
     {
+        if (I_uOwner != geteuid() && I_uOwner != 0)
+            throw FileFailure(strShown + " leads through a link that belongs to another account (" +
+                              std::to_string(I_uOwner) + "): name the file that is meant");
         errno = ELOOP;
         if (++iLinks > MOST_LINKS) throw SystemFailure(strShown);
-        strLeft.insert(0, LinkText(I_sLink, I_uOwner, strShown));
+        strLeft.insert(0, LinkText(I_sLink.Get(), "", strShown));
         Start();
         return false;
     }
@@ -113,6 +97,21 @@ class CWalk
     int iLinks = 0;
 };
 } // namespace
+
+STAT StatusOf(int I_iFile, const std::string &I_strShown)
+{
+    STAT sStatus{};
+    if (fstat(I_iFile, &sStatus) != 0) throw SystemFailure(I_strShown);
+    return sStatus;
+}
+
+std::string LinkText(int I_iFolder, const std::string &I_strName, const std::string &I_strShown)
+{
+    std::array<char, PATH_MAX> szText{};
+    const ssize_t iLength = readlinkat(I_iFolder, I_strName.c_str(), szText.data(), szText.size());
+    if (iLength == -1) throw SystemFailure("reading " + I_strShown);
+    return std::string(szText.data(), static_cast<size_t>(iLength));
+}
 
 std::optional<struct stat> TARGET::Status() const
 {
@@ -128,7 +127,8 @@ int TARGET::Open(int I_iFlags, mode_t I_uMode) const
 {
     CDescriptor sFile(
         openat(Folder(), strName.c_str(), I_iFlags | O_NOFOLLOW | O_CLOEXEC, I_uMode));
-    if (sFile.Get() != -1) RefusePlanted(Folder(), StatusOf(sFile, strShown).st_uid, strShown);
+    if (sFile.Get() != -1)
+        RefusePlanted(Folder(), StatusOf(sFile.Get(), strShown).st_uid, strShown);
     return sFile.Release();
 }
 

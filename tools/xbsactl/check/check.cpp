@@ -48,13 +48,14 @@ FINDING Login(const CReport &I_sReport, const std::string &I_strFault)
 }
 
 // First what the session said to the server, then what the library made of it.
-void Report(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const SERVER &I_sServer,
-            const std::string &I_strWhy)
+void Report(SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
+            const std::optional<sockaddr_in> &I_sServer, std::string I_strWhy)
 {
+    if (!I_sServer) I_strWhy = "the server is not usable";
     const bool bNetwork =
-        ReportDialogue(X_sSessions, I_sAlone, I_sServer.sAddress.sin_addr, I_strWhy);
-    const bool bFailed = I_strWhy.empty() && !bNetwork;
-    ReportSessions(X_sSessions, I_sAlone, bFailed ? "the network is not usable" : I_strWhy);
+        ReportDialogue(X_sSessions, I_sAlone, I_sServer.value_or(sockaddr_in()), I_strWhy);
+    if (!bNetwork && I_strWhy.empty()) I_strWhy = "the network is not usable";
+    ReportSessions(X_sSessions, I_sAlone, I_strWhy);
 }
 
 void CheckPlain(SESSIONS &X_sSessions, bool I_bLibrary)
@@ -62,12 +63,12 @@ void CheckPlain(SESSIONS &X_sSessions, bool I_bLibrary)
     const base::CONNECTION &sConnection = X_sSessions.sConnection;
     CReport &sReport = X_sSessions.sReport;
     const bool bLogin = sReport.Add("login", Login(sReport, sConnection.strLoginFault));
-    const SERVER sServer = LookAt(sReport, sConnection.strHost, X_sSessions.sSilence);
+    const auto sServer = LookAt(sReport, sConnection.strHost, X_sSessions.sSilence);
     std::string strWhy = I_bLibrary ? "" : "the library is not usable";
     if (!bLogin) strWhy = "user and password cannot be used";
-    if (!sServer.bUsable) strWhy = "the server is not usable";
-    Report(X_sSessions, strWhy.empty() ? RunAlone(X_sSessions) : OUTCOME(), sServer, strWhy);
-    CleanUp(X_sSessions, sServer.sAddress);
+    const bool bTried = sServer && strWhy.empty();
+    Report(X_sSessions, bTried ? RunAlone(X_sSessions) : OUTCOME(), sServer, strWhy);
+    if (sServer) CleanUp(X_sSessions, *sServer);
 }
 
 // The utility names the server, which is looked at after the session.
@@ -75,22 +76,20 @@ void CheckInformix(SESSIONS &X_sSessions, bool I_bLibrary, bool I_bVariables)
 {
     const base::CONNECTION &sConnection = X_sSessions.sConnection;
     CReport &sReport = X_sSessions.sReport;
-    const std::chrono::seconds sBound = Bound(sConnection);
+    const std::chrono::milliseconds sBound = X_sSessions.sSilence;
+    X_sSessions.sSilence = TapeBound(sConnection);
     const bool bUtility = CheckUtility(sReport, sConnection, I_bLibrary, I_bVariables, sBound);
     const OUTCOME sAlone = bUtility ? RunAlone(X_sSessions) : OUTCOME();
     const std::string strHost = ServerIn(sAlone);
-    if (strHost.empty())
+    if (!strHost.empty()) Report(X_sSessions, sAlone, LookAt(sReport, strHost, sBound), "");
+    else
     {
         sReport.Add("network.name", NotTried("no session named a server"));
         ReportSessions(X_sSessions, sAlone, bUtility ? "" : "library or utility is not usable");
     }
-    else
-    {
-        const SERVER sServer = LookAt(sReport, strHost, sBound);
-        Report(X_sSessions, sAlone, sServer, sServer.bUsable ? "" : "the server is not usable");
-    }
     CleanUp(X_sSessions, {});
 }
+
 } // namespace
 
 void Stopped()
@@ -105,11 +104,9 @@ int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
     CReport sReport(I_sConnection, I_sOptions);
     const CHECKED_LIBRARY sLibrary = CheckLibrary(sReport, I_sConnection.strLibrary);
     if (!I_sOptions.strInformixDir.empty()) CheckDatabase(sReport, I_sOptions, sLibrary);
-    const bool bVariables = CheckHost(sReport, I_sConnection);
-    const bool bInformix = I_sConnection.bInformix;
-    SESSIONS sSessions{sReport, WithTrace(I_sConnection),
-                       bInformix ? TapeBound(I_sConnection) : Bound(I_sConnection), ObjectName()};
-    if (bInformix) CheckInformix(sSessions, sLibrary.bUsable, bVariables);
+    SESSIONS sSessions{sReport, I_sConnection, Bound(I_sConnection), ObjectName()};
+    const bool bVariables = CheckHost(sReport, sSessions.sConnection);
+    if (I_sConnection.bInformix) CheckInformix(sSessions, sLibrary.bUsable, bVariables);
     else CheckPlain(sSessions, sLibrary.bUsable);
     bStored = false; // what is left is in the report
     return sReport.Finish();

@@ -64,9 +64,10 @@ struct EXCHANGE
 class CDialogue
 {
   public:
-    CDialogue(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const in_addr &I_sServer)
+    CDialogue(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer)
         : sReport(I_sSessions.sReport), bInformix(I_sSessions.sConnection.bInformix),
-          sServer(I_sServer), strFailure(I_sAlone.Value("error")), strEnd(I_sAlone.strFailure)
+          sServer(I_sServer.sin_addr), strFailure(I_sAlone.Value("error")),
+          strEnd(I_sAlone.strFailure)
     {
         for (const EVENT &sEvent : I_sAlone.vecEvents)
             if (sEvent.strName == "trace" && !Take(sEvent)) break;
@@ -230,7 +231,7 @@ class CDialogue
 };
 } // namespace
 
-bool ReportDialogue(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const in_addr &I_sServer,
+bool ReportDialogue(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
                     const std::string &I_strWhy)
 {
     CDialogue sDialogue(X_sSessions, I_sAlone, I_sServer);

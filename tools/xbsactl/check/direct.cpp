@@ -45,10 +45,10 @@ class CFtp
     {
         constexpr size_t MOST = 200; // lines
         std::vector<std::string> vecLines = {Line()};
-        const std::string strEnd = vecLines[0].substr(0, 3) + ' ';
-        const bool bMore =
-            vecLines[0].find_first_not_of("0123456789") == 3 && vecLines[0][3] == '-';
-        while (bMore && vecLines.back().substr(0, 4) != strEnd)
+        const std::string strCode = vecLines[0].substr(0, 3);
+        const bool bMore = vecLines[0].find_first_not_of("0123456789") == 3 &&
+                           After(vecLines[0], strCode + '-') != nullptr;
+        while (bMore && After(vecLines.back(), strCode + ' ') == nullptr)
         {
             if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
             vecLines.push_back(Line());
@@ -201,19 +201,20 @@ FINDING CleanUpPlain(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
 }
 } // namespace
 
-SERVER LookAt(CReport &X_sReport, const std::string &I_strHost, std::chrono::milliseconds I_sBound)
+std::optional<sockaddr_in> LookAt(CReport &X_sReport, const std::string &I_strHost,
+                                  std::chrono::milliseconds I_sBound)
 {
     const size_t uColon = I_strHost.find(':');
     const std::string strPort = uColon != std::string::npos ? I_strHost.substr(uColon + 1) : "21";
-    SERVER sServer;
-    sServer.sAddress.sin_family = AF_INET;
-    sServer.sAddress.sin_port = htons(static_cast<uint16_t>(std::stoi(strPort)));
+    sockaddr_in sServer{};
+    sServer.sin_family = AF_INET;
+    sServer.sin_port = htons(static_cast<uint16_t>(std::stoi(strPort)));
     const OUTCOME sOutcome = RunChild(I_sBound, [&](const SAY &I_fpSay) {
-        sServer.sAddress.sin_addr = Resolve(I_strHost.substr(0, uColon), I_fpSay);
-        Greet(sServer.sAddress, I_fpSay);
+        sServer.sin_addr = Resolve(I_strHost.substr(0, uColon), I_fpSay);
+        Greet(sServer, I_fpSay);
     });
-    inet_pton(AF_INET, sOutcome.Value("address").c_str(), &sServer.sAddress.sin_addr);
-    sServer.bUsable = ReportLook(X_sReport, sOutcome, I_strHost);
+    inet_pton(AF_INET, sOutcome.Value("address").c_str(), &sServer.sin_addr);
+    if (!ReportLook(X_sReport, sOutcome, I_strHost)) return std::nullopt;
     return sServer;
 }
 

@@ -68,25 +68,12 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
     if (strMissing.empty()) I_fpSay("row", library::VersionsRow(vpLibrary));
 }
 
-class CInspection
+struct INSPECTION
 {
-  public:
-    explicit CInspection(const std::string &I_strLibrary)
-        : strPath(library::Path(I_strLibrary)),
-          sAnswer(RunChild(LOADING, [this](const SAY &I_fpSay) { Inspect(strPath, I_fpSay); }))
-    {
-    }
+    std::string strPath;
+    OUTCOME sAnswer{};
+    CHECKED_LIBRARY sResult{};
 
-    CHECKED_LIBRARY Run(CReport &X_sReport)
-    {
-        sResult.bUsable = X_sReport.Climb({{"library.file", [this] { return File(); }},
-                                           {"library.load", [this] { return Load(); }},
-                                           {"library.calls", [this] { return Calls(); }},
-                                           {"library.version", [this] { return Version(); }}});
-        return sResult;
-    }
-
-  private:
     // A database of this machine loads what this tool can load.
     FINDING File()
     {
@@ -128,15 +115,19 @@ class CInspection
         if (!sResult.strRow.empty()) return Ok("row for sm_versions: " + sResult.strRow);
         return Fail(sAnswer.strFailure, "name the library that you mean with --library PATH");
     }
-
-    std::string strPath;
-    OUTCOME sAnswer;
-    CHECKED_LIBRARY sResult;
 };
 } // namespace
 
 CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary)
 {
-    return CInspection(I_strLibrary).Run(X_sReport);
+    INSPECTION sLibrary{library::Path(I_strLibrary)};
+    sLibrary.sAnswer =
+        RunChild(LOADING, [&](const SAY &fpSay) { Inspect(sLibrary.strPath, fpSay); });
+    sLibrary.sResult.bUsable =
+        X_sReport.Climb({{"library.file", [&] { return sLibrary.File(); }},
+                         {"library.load", [&] { return sLibrary.Load(); }},
+                         {"library.calls", [&] { return sLibrary.Calls(); }},
+                         {"library.version", [&] { return sLibrary.Version(); }}});
+    return sLibrary.sResult;
 }
 } // namespace check

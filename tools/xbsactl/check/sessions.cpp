@@ -16,11 +16,6 @@ namespace
 constexpr size_t SIZE = 1 << 20; // bytes of an object
 constexpr const char *NO_TRUST = "trust no backup on this server: ";
 
-std::string Since(CLOCK::time_point I_sStart)
-{
-    return std::to_string(Milliseconds(CLOCK::now() - I_sStart));
-}
-
 // Every byte value, and no two objects alike.
 std::string Content()
 {
@@ -71,22 +66,20 @@ void RoundTrip(const base::CONNECTION &I_sConnection, const std::string &I_strNa
     library::OBJECT sName{"xbsactl", I_strName, 0};
     BSA_ObjectDescriptor sObject = library::Descriptor(I_sConnection, sName);
     std::string strData = Content();
-    CLOCK::time_point sStart = CLOCK::now();
     I_fpSay("begun", ""); // a STOR that fails may leave an empty object
     X_sSession.Create(sObject);
     sName.uCopyId = sObject.copyId.right;
     I_fpSay("copy", std::to_string(sName.uCopyId));
     I_fpOpened();
     Store(X_sSession, strData);
-    I_fpSay("stored", Since(sStart));
+    I_fpSay("stored", "");
 
-    sStart = CLOCK::now();
     X_sSession.Next();
     BSA_ObjectDescriptor sStored = library::Descriptor(I_sConnection, sName);
     X_sSession.Get(sStored);
     const std::string strRestored = Restore(X_sSession);
     X_sSession.Close();
-    I_fpSay("restored", Since(sStart));
+    I_fpSay("restored", "");
     I_fpSay("difference", Difference(strData, strRestored));
 }
 
@@ -201,16 +194,17 @@ FINDING Compare(const OUTCOME &I_sAlone)
                                "something on the way that changes data"));
 }
 
-FINDING Trip(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const char *cpEvent)
+FINDING Trip(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const char *cpFrom,
+             const char *cpTo)
 {
-    const EVENT *spEvent = I_sAlone.Find(cpEvent);
+    const EVENT *spFrom = I_sAlone.Find(cpFrom);
+    const EVENT *spTo = I_sAlone.Find(cpTo);
     const std::string strFailure = FailureOf(I_sAlone);
-    if (spEvent == nullptr)
+    if (spFrom == nullptr || spTo == nullptr)
         return Fail(I_sSessions.sReport.Foreign(strFailure),
                     Remedy(strFailure, I_sSessions.sConnection.bInformix));
-    FINDING sFinding = Ok(Text(SIZE, " bytes in ", spEvent->strValue, " ms"));
-    sFinding.lMilliseconds = std::stol(spEvent->strValue);
-    return sFinding;
+    const long lTook = spTo->lMilliseconds - spFrom->lMilliseconds;
+    return {STATUS::OK, Text(SIZE, " bytes in ", lTook, " ms"), "", lTook};
 }
 } // namespace
 
@@ -236,8 +230,8 @@ std::string ServerIn(const OUTCOME &I_sAlone)
 void ReportSessions(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const std::string &I_strWhy)
 {
     X_sSessions.sReport.Climb(
-        {{"library.store", [&] { return Trip(X_sSessions, I_sAlone, "stored"); }},
-         {"library.restore", [&] { return Trip(X_sSessions, I_sAlone, "restored"); }},
+        {{"library.store", [&] { return Trip(X_sSessions, I_sAlone, "begun", "stored"); }},
+         {"library.restore", [&] { return Trip(X_sSessions, I_sAlone, "stored", "restored"); }},
          {"library.compare", [&] { return Compare(I_sAlone); }},
          {"library.two_at_once", [&] { return Pair(X_sSessions); }}},
         I_strWhy);

@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,26 +32,20 @@ void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions,
 std::string Variable(const char *cpName);
 
 // This machine: account, variables and log, and how long it waits for a server that has vanished.
-// Returns whether an Informix session can be tried with the variables.
-bool CheckHost(CReport &X_sReport, const base::CONNECTION &I_sConnection);
-
-// The connection with the trace that the environment asks for, as if --trace did.
-base::CONNECTION WithTrace(base::CONNECTION I_sConnection);
+// The connection gets the trace that the environment asks for, as if --trace did. Returns whether an
+// Informix session can be tried with the variables.
+bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection);
 
 // The COM utility, found and asked by the library. Returns whether a session can be tried.
 //   I_bVariables  the KORVA_ variables are usable: without them the utility is not asked
 bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
                   bool I_bVariables, std::chrono::milliseconds I_sBound);
 
-struct SERVER
-{
-    sockaddr_in sAddress{};
-    bool bUsable = false; // a session can be tried
-};
-
 // What only a direct look shows: both ways of the name look-up, and every line of the greeting, of
-// which the library reads the first. I_strHost: HOST[:PORT]
-SERVER LookAt(CReport &X_sReport, const std::string &I_strHost, std::chrono::milliseconds I_sBound);
+// which the library reads the first. Returns the address when a session can be tried.
+//   I_strHost  HOST[:PORT]
+std::optional<sockaddr_in> LookAt(CReport &X_sReport, const std::string &I_strHost,
+                                  std::chrono::milliseconds I_sBound);
 
 struct SESSIONS
 {
@@ -70,7 +65,7 @@ std::string ServerIn(const OUTCOME &I_sAlone);
 // The steps network.login to network.end: what that session said to the server and heard from it.
 // Returns whether none failed.
 //   I_strWhy  why they cannot be tried; empty: they can
-bool ReportDialogue(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const in_addr &I_sServer,
+bool ReportDialogue(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
                     const std::string &I_strWhy);
 
 // What the library made of it; when all is well, two sessions at once as well.
