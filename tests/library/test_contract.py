@@ -8,7 +8,7 @@ import unittest
 
 from xbsa import LIBRARY, ROOT, Global, read_text
 
-OBJECTS = os.path.join(os.environ["XBSA_BUILD"], "src", "CMakeFiles", "xbsa.dir")
+OBJECTS = {"src": "src/CMakeFiles/xbsa.dir", "tools/xbsactl": "tools/CMakeFiles/xbsactl.dir/xbsactl"}
 
 
 def readelf(option):
@@ -16,25 +16,37 @@ def readelf(option):
                           text=True).stdout
 
 
-def symbols(room, kinds):
-    files = [os.path.join(OBJECTS, room, name + ".o")
-             for name in os.listdir(f"{ROOT}/src/{room}") if name.endswith(".cpp")]
+def symbols(house, room, kinds):
+    files = [os.path.join(os.environ["XBSA_BUILD"], OBJECTS[house], room, name + ".o")
+             for name in os.listdir(f"{ROOT}/{house}/{room}") if name.endswith(".cpp")]
     listed = subprocess.run(["nm", "-P", *files], check=True, capture_output=True, text=True)
     return set(re.findall(rf"^(\S+) [{kinds}]\b", listed.stdout, re.M))
 
 
+def included(house, room):
+    texts = [read_text(path) for path in glob.glob(f"{ROOT}/{house}/{room}/*")]
+    return {name for text in texts for name in re.findall(r'#include "(\w+/\w+)\.h"', text)
+            if not name.startswith(room + "/")}
+
+
 class Contract(unittest.TestCase):
     def test_rooms(self):
-        table = re.findall(r"^\| `src/(\w+)` \|.*\| ([\w ,]*) \|$", read_text(ROOT + "/CONTRIBUTING.md"),
-                           re.M)
-        rooms = [room for room, _ in table]
-        self.assertEqual({f"{ROOT}/src/{room}/" for room in rooms}, set(glob.glob(ROOT + "/src/*/")))
-        made = {room: symbols(room, "TDBR") for room in rooms}
-        for place, (room, uses) in enumerate(table):
-            wanted = symbols(room, "U")
-            used = {other for other in rooms if other != room and made[other] & wanted}
-            self.assertEqual(used, set(re.findall(r"\w+", uses)), room)
-            self.assertLessEqual(used, set(rooms[place + 1:]), room)
+        """The drawing of the rooms holds in the object files, and a room's header is its interface."""
+        table = re.findall(r"^\| `([\w/]+)/(\w+)` \|.*\| ([\w ,]*) \|$",
+                           read_text(ROOT + "/CONTRIBUTING.md"), re.M)
+        for house in OBJECTS if os.environ["XBSA_TOOL"] else ["src"]:
+            rooms = [room for place, room, _ in table if place == house]
+            self.assertEqual({f"{ROOT}/{house}/{room}/" for room in rooms},
+                             set(glob.glob(f"{ROOT}/{house}/*/")))
+            made = {room: symbols(house, room, "TDBR") for room in rooms}
+            for room, uses in [row[1:] for row in table if row[0] == house]:
+                with self.subTest(house, room=room):
+                    wanted = symbols(house, room, "U")
+                    used = {other for other in rooms if other != room and made[other] & wanted}
+                    self.assertEqual(used, set(re.findall(r"\w+", uses)))
+                    self.assertLessEqual(used, set(rooms[rooms.index(room) + 1:]))
+                    others = {f"{other}/{other}" for other in rooms} | {"base/json"}
+                    self.assertLessEqual(included(house, room), others)
 
     def test_exports(self):
         text = re.sub(r"#.*", "", read_text(os.environ["XBSA_MAP"]))
