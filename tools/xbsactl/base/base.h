@@ -92,6 +92,9 @@ struct CONNECTION
     unsigned uTimeout = 300;     // seconds, 0 = no limit
 };
 
+// Of the environment; empty when it is not set.
+std::string Variable(const char *cpName);
+
 // The variables of Informix mode. The library passes over a value that is too long without a word,
 // and the backup would go to another pool or drive.
 struct VARIABLE

@@ -2,8 +2,9 @@
 
 #include <strings.h>
 
-#include <cstdlib>
 #include <sstream>
+
+#include "base/base.h"
 
 namespace base
 {
@@ -50,9 +51,8 @@ LINES Lines(const std::string &I_strText)
 
 std::string OnconfigName(const std::string &I_strName)
 {
-    const char *cpVariable = getenv("ONCONFIG");
-    if (!I_strName.empty()) return I_strName;
-    return cpVariable != nullptr && *cpVariable != '\0' ? cpVariable : "onconfig";
+    const std::string strName = I_strName.empty() ? Variable("ONCONFIG") : I_strName;
+    return strName.empty() ? "onconfig" : strName;
 }
 
 bool Sets(const std::string &I_strLine, const char *cpName)

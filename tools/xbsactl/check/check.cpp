@@ -1,4 +1,4 @@
-#include "check/check.h"
+#include "check/parts.h"
 
 #include <unistd.h>
 
@@ -6,8 +6,6 @@
 #include <atomic>
 #include <cstdio>
 #include <ctime>
-
-#include "check/steps.h"
 
 namespace check
 {

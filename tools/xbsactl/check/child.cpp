@@ -1,4 +1,4 @@
-#include "check/child.h"
+#include "check/parts.h"
 
 #include <fcntl.h>
 #include <poll.h>

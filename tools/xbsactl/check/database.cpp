@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "check/steps.h"
+#include "check/parts.h"
 
 namespace check
 {

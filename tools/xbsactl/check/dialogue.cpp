@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "check/steps.h"
+#include "check/parts.h"
 
 namespace check
 {
@@ -38,7 +38,7 @@ in_addr AnnouncedBy(const std::string &I_strCommand)
 // Where the library listens when the administrator has chosen the ports; empty: the system does.
 std::string Range()
 {
-    const std::string strRange = Variable("KORVA_PORT_RANGE");
+    const std::string strRange = base::Variable("KORVA_PORT_RANGE");
     return strRange.empty() ? "" : " at a port of KORVA_PORT_RANGE=" + strRange;
 }
 
@@ -46,7 +46,8 @@ FINDING NoWayBack(const std::string &I_strFound)
 {
     if (Range().empty()) return Fail(I_strFound, Remedy("425"));
     return Fail(I_strFound + Range(),
-                "let the server open TCP connections to the ports " + Variable("KORVA_PORT_RANGE") +
+                "let the server open TCP connections to the ports " +
+                    base::Variable("KORVA_PORT_RANGE") +
                     " of this host (KORVA_PORT_RANGE) in every firewall between: helpers that "
                     "would do it by themselves (nf_conntrack_ftp) are off by default in current "
                     "kernels");

@@ -8,7 +8,7 @@
 #include <array>
 #include <system_error>
 
-#include "check/steps.h"
+#include "check/parts.h"
 
 namespace check
 {

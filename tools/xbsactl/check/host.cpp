@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "check/steps.h"
+#include "check/parts.h"
 #include "xbsa_session.h"
 
 namespace check
@@ -45,7 +45,7 @@ FINDING Account()
 
 FINDING Limited(const base::VARIABLE &I_sVariable)
 {
-    const std::string strValue = Variable(I_sVariable.cpName);
+    const std::string strValue = base::Variable(I_sVariable.cpName);
     if (strValue.empty() && I_sVariable.bNeeded)
         return Fail("not set", "set it where the database server is started, so that its backup "
                                "tool has it too");
@@ -58,7 +58,7 @@ FINDING Limited(const base::VARIABLE &I_sVariable)
 
 FINDING Strict()
 {
-    const std::string strStrict = Variable("KORVA_STRICT");
+    const std::string strStrict = base::Variable("KORVA_STRICT");
     if (strStrict == "1") return Ok("\"1\"");
     return Warn(strStrict.empty() ? "not set" : Text("\"", strStrict, "\", not \"1\""),
                 "set it to 1 for the database's processes, or results may hide a failure; xbsactl "
@@ -68,9 +68,9 @@ FINDING Strict()
 // The trace that the environment asks for, as if --trace did. Level 0: nothing is written to it.
 void TakeTrace(base::CONNECTION &X_sConnection)
 {
-    const std::string strFolder = X_sConnection.bInformix ? Variable("INFORMIXDIR") : "";
-    X_sConnection.iTraceLevel = atoi(Variable("XBSA_TRACE").c_str()) & TRACE_VERBOSITY;
-    X_sConnection.strTraceFile = Variable("XBSA_LOGFILE");
+    const std::string strFolder = X_sConnection.bInformix ? base::Variable("INFORMIXDIR") : "";
+    X_sConnection.iTraceLevel = atoi(base::Variable("XBSA_TRACE").c_str()) & TRACE_VERBOSITY;
+    X_sConnection.strTraceFile = base::Variable("XBSA_LOGFILE");
     if (X_sConnection.strTraceFile.empty() && X_sConnection.iTraceLevel > 0)
         X_sConnection.strTraceFile = strFolder + (strFolder.empty() ? "" : "/") + "xbsa.log";
 }
@@ -190,12 +190,6 @@ FINDING Silence()
     return lSeconds > LONGEST_SILENCE ? Warn(strFound, strNext) : Ok(strFound + "; " + strNext);
 }
 } // namespace
-
-std::string Variable(const char *cpName)
-{
-    const char *cpValue = getenv(cpName);
-    return cpValue != nullptr ? cpValue : "";
-}
 
 bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "check/steps.h"
+#include "check/parts.h"
 #include "library/library.h"
 
 namespace check
@@ -18,14 +18,12 @@ namespace
 constexpr std::chrono::seconds LOADING{15};
 constexpr const char *INSTALL = "install the library, or name it with --library PATH";
 
-// The calls of the interface.
+// The calls of the interface, and two of this library's own that the tool needs.
 constexpr const char *CALLS =
     "BSAInit BSATerminate BSABeginTxn BSAEndTxn BSACreateObject BSASendData BSAEndData "
     "BSAGetObject "
     "BSAGetData BSAQueryObject BSAGetNextQueryObject BSAGetLastError BSAQueryApiVersion "
-    "BSAQueryServiceProvider BSADeleteObject BSAGetEnvironment";
-constexpr const char *OWN_CALLS =
-    " BSASetTrace find_com_intf"; // this library's: the tool needs them
+    "BSAQueryServiceProvider BSADeleteObject BSAGetEnvironment BSASetTrace find_com_intf";
 
 // "64 bit, x86-64"; empty for what is not a program or library of this kind of system.
 std::string KindOf(const std::string &I_strPath)
@@ -61,7 +59,7 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
     if (vpLibrary == nullptr) throw base::FAILURE(dlerror());
     if (dlinfo(vpLibrary, RTLD_DI_LINKMAP, &spMap) == 0) I_fpSay("path", spMap->l_name);
     std::string strMissing;
-    std::istringstream sCalls(std::string(CALLS) + OWN_CALLS);
+    std::istringstream sCalls(CALLS);
     for (std::string strCall; sCalls >> strCall;)
         if (dlsym(vpLibrary, strCall.c_str()) == nullptr) strMissing += " " + strCall;
     I_fpSay("missing", strMissing);

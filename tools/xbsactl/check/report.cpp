@@ -1,4 +1,4 @@
-#include "check/report.h"
+#include "check/parts.h"
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 #include <array>
 #include <random>
 
-#include "check/steps.h"
+#include "check/parts.h"
 #include "library/library.h"
 
 namespace check

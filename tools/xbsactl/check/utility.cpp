@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "check/steps.h"
+#include "check/parts.h"
 #include "library/library.h"
 #include "xbsa_session.h"
 
