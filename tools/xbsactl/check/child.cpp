@@ -15,7 +15,6 @@ namespace check
 {
 namespace
 {
-constexpr const char *FAILED = "failed"; // with the work's own error
 constexpr const char *DONE = "done";
 
 constexpr size_t MOST_EVENTS = 100000; // a mad library must not fill the memory

@@ -67,8 +67,8 @@ class CDialogue
   public:
     CDialogue(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer)
         : sReport(I_sSessions.sReport), bInformix(I_sSessions.sConnection.bInformix),
-          sServer(I_sServer.sin_addr), strFailure(I_sAlone.Value("error")),
-          strEnd(I_sAlone.strFailure)
+          sServer(I_sServer.sin_addr), strFailure(I_sAlone.Value(FAILED)),
+          strEnd(strFailure.empty() ? I_sAlone.strFailure : "")
     {
         for (const EVENT &sEvent : I_sAlone.vecEvents)
             if (sEvent.strName == "trace" && !Take(sEvent)) break;

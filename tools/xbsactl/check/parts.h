@@ -48,6 +48,8 @@ inline long Milliseconds(CLOCK::duration I_sTime)
         std::chrono::duration_cast<std::chrono::milliseconds>(I_sTime).count());
 }
 
+constexpr const char *FAILED = "failed"; // the name of the work's own error, when it threw one
+
 // All that was said, whatever became of the work.
 struct OUTCOME
 {

@@ -58,55 +58,32 @@ std::string Difference(const std::string &I_strStored, const std::string &I_strR
                 " restored, different from byte ", sAt.first - I_strStored.begin());
 }
 
-// The whole way of one object. I_fpOpened runs while the transfer is open.
-void RoundTrip(const base::CONNECTION &I_sConnection, const std::string &I_strName,
-               library::CSession &X_sSession, const SAY &I_fpSay,
-               const std::function<void()> &I_fpOpened)
+// The whole way of one object.
+//   I_fpOpened  runs while the transfer is open
+void RoundTrip(const SESSIONS &I_sSessions, const std::string &I_strName, const SAY &I_fpSay,
+               const library::LISTENER &I_fpListener, const std::function<void()> &I_fpOpened)
 {
+    base::CONNECTION sConnection = I_sSessions.sConnection;
+    sConnection.uTimeout = static_cast<unsigned>(I_sSessions.sSilence.count() / 1000);
+    library::CSession sSession(sConnection, I_fpListener);
     library::OBJECT sName{"xbsactl", I_strName, 0};
-    BSA_ObjectDescriptor sObject = library::Descriptor(I_sConnection, sName);
+    BSA_ObjectDescriptor sObject = library::Descriptor(sConnection, sName);
     std::string strData = Content();
     I_fpSay("begun", ""); // a STOR that fails may leave an empty object
-    X_sSession.Create(sObject);
+    sSession.Create(sObject);
     sName.uCopyId = sObject.copyId.right;
     I_fpSay("copy", std::to_string(sName.uCopyId));
     I_fpOpened();
-    Store(X_sSession, strData);
+    Store(sSession, strData);
     I_fpSay("stored", "");
 
-    X_sSession.Next();
-    BSA_ObjectDescriptor sStored = library::Descriptor(I_sConnection, sName);
-    X_sSession.Get(sStored);
-    const std::string strRestored = Restore(X_sSession);
-    X_sSession.Close();
+    sSession.Next();
+    BSA_ObjectDescriptor sStored = library::Descriptor(sConnection, sName);
+    sSession.Get(sStored);
+    const std::string strRestored = Restore(sSession);
+    sSession.Close();
     I_fpSay("restored", "");
     I_fpSay("difference", Difference(strData, strRestored));
-}
-
-// Whatever fails in the library, the child comes to its end.
-WORK Work(const SESSIONS &I_sSessions, const std::string &I_strName, bool I_bTrace,
-          const std::function<void()> &I_fpOpened)
-{
-    return [=, &I_sSessions](const SAY &I_fpSay) {
-        library::LISTENER fpListener;
-        if (I_bTrace) fpListener = [&](const std::string &strLine) { I_fpSay("trace", strLine); };
-        base::CONNECTION sConnection = I_sSessions.sConnection;
-        sConnection.uTimeout = static_cast<unsigned>(I_sSessions.sSilence.count() / 1000);
-        try
-        {
-            library::CSession sSession(sConnection, fpListener);
-            RoundTrip(sConnection, I_strName, sSession, I_fpSay, I_fpOpened);
-        } catch (const base::FAILURE &sError)
-        {
-            I_fpSay("error", sError.what());
-        }
-    };
-}
-
-// What went wrong, of the library or with its process; empty for nothing.
-std::string FailureOf(const OUTCOME &I_sOutcome)
-{
-    return I_sOutcome.strFailure.empty() ? I_sOutcome.Value("error") : I_sOutcome.strFailure;
 }
 
 // Of "[KEY=VALUE]." in a line of the utility's answer.
@@ -145,10 +122,9 @@ void NoteLeft(SESSIONS &X_sSessions, const std::string &I_strName, const OUTCOME
 
 FINDING JudgePair(const CReport &I_sReport, const OUTCOME &I_sOutcome)
 {
-    const std::string strFailure = FailureOf(I_sOutcome);
     const std::string strDifference = I_sOutcome.Value("difference");
-    if (!strFailure.empty())
-        return Fail(I_sReport.Foreign(strFailure),
+    if (!I_sOutcome.strFailure.empty())
+        return Fail(I_sReport.Foreign(I_sOutcome.strFailure),
                     "raise the server's limit of sessions, for all and for each account and host: "
                     "one alone works");
     if (strDifference.empty()) return Ok("both stored and restored");
@@ -170,12 +146,14 @@ FINDING Pair(SESSIONS &X_sSessions)
     const std::string strFirst = X_sSessions.strName + "-2";
     const std::string strSecond = X_sSessions.strName + "-3";
     const auto sSilence = 2 * X_sSessions.sSilence;
-    CChild sChild(Work(X_sSessions, strFirst, false, fpAwait));
+    CChild sChild([&](const SAY &fpSay) { RoundTrip(X_sSessions, strFirst, fpSay, {}, fpAwait); });
     OUTCOME sFirst = sChild.Wait(sSilence, "copy");
     OUTCOME sSecond;
-    if (FailureOf(sFirst).empty())
+    if (sFirst.strFailure.empty())
     {
-        sSecond = RunChild(sSilence, Work(X_sSessions, strSecond, false, [] {}));
+        sSecond = RunChild(sSilence, [&](const SAY &fpSay) {
+            RoundTrip(X_sSessions, strSecond, fpSay, {}, [] {});
+        });
         sGate = base::CDescriptor();
         sFirst = sChild.Wait(sSilence);
     }
@@ -199,7 +177,7 @@ FINDING Trip(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const char *c
 {
     const EVENT *spFrom = I_sAlone.Find(cpFrom);
     const EVENT *spTo = I_sAlone.Find(cpTo);
-    const std::string strFailure = FailureOf(I_sAlone);
+    const std::string &strFailure = I_sAlone.strFailure;
     if (spFrom == nullptr || spTo == nullptr)
         return Fail(I_sSessions.sReport.Foreign(strFailure),
                     Remedy(strFailure, I_sSessions.sConnection.bInformix));
@@ -212,8 +190,10 @@ OUTCOME RunAlone(SESSIONS &X_sSessions)
 {
     const std::string strName = X_sSessions.strName + "-1";
     const std::chrono::seconds sMore(2); // the library's own wait ends first
-    OUTCOME sOutcome =
-        RunChild(X_sSessions.sSilence + sMore, Work(X_sSessions, strName, true, [] {}));
+    OUTCOME sOutcome = RunChild(X_sSessions.sSilence + sMore, [&](const SAY &fpSay) {
+        const auto fpTrace = [&](const std::string &strLine) { fpSay("trace", strLine); };
+        RoundTrip(X_sSessions, strName, fpSay, fpTrace, [] {});
+    });
     NoteLeft(X_sSessions, strName, sOutcome, LeftObject(sOutcome));
     return sOutcome;
 }
