@@ -126,7 +126,7 @@ class CDialogue
 
     FINDING Stor()
     {
-        const FINDING sFinding = Judge("STOR", "150");
+        FINDING sFinding = Judge("STOR", "150");
         if (After(Reply("STOR"), "425") == nullptr) return sFinding;
         return NoWayBack(sFinding.strFound + ": the server cannot connect back");
     }

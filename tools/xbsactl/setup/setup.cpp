@@ -1,6 +1,5 @@
 #include <dlfcn.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <set>
@@ -99,15 +98,14 @@ std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
 {
     const std::optional<std::string> strRows = I_sPlace.Content(VERSIONS);
     const std::optional<std::string> strTarget = I_sPlace.Content(LINK);
-    std::vector<CHANGE> vecChanges = {
-        OnconfigChange(I_sPlace, I_sJournal.strLibrary),
-        {VERSIONS, strRows, VersionsWith(strRows.value_or(""), I_sJournal.strRow)}};
+    std::vector<CHANGE> vecChanges;
+    const auto fpAdd = [&vecChanges](const CHANGE &sChange) {
+        if (sChange.strBefore != sChange.strAfter) vecChanges.push_back(sChange);
+    };
+    fpAdd(OnconfigChange(I_sPlace, I_sJournal.strLibrary));
+    fpAdd({VERSIONS, strRows, VersionsWith(strRows.value_or(""), I_sJournal.strRow)});
     if (IsLinkWanted(I_sPlace, I_sJournal, strTarget))
-        vecChanges.push_back({LINK, strTarget, I_sJournal.strLibrary});
-    vecChanges.erase(
-        std::remove_if(vecChanges.begin(), vecChanges.end(),
-                       [](const CHANGE &sChange) { return sChange.strBefore == sChange.strAfter; }),
-        vecChanges.end());
+        fpAdd({LINK, strTarget, I_sJournal.strLibrary});
     return vecChanges;
 }
 
