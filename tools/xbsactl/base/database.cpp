@@ -1,10 +1,8 @@
-#include "base/database.h"
+#include "base/base.h"
 
 #include <strings.h>
 
 #include <sstream>
-
-#include "base/base.h"
 
 namespace base
 {

@@ -1,5 +1,3 @@
-#include "base/database.h"
-
 #include <algorithm>
 #include <filesystem>
 #include <system_error>

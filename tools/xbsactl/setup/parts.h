@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "base/base.h"
-#include "base/database.h"
 #include "setup/setup.h"
 
 namespace setup
