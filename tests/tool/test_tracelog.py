@@ -155,6 +155,7 @@ class Trace(unittest.TestCase):
         one, two, data = self.one, self.two, self.data
         first, second = handle(one), handle(two)
         begin, create = (place(one, b"%s: Start" % call) for call in (b"BeginTxn", b"CreateObject"))
+        stored = place(one, b"stpc_stor: Send")
         interleaved = mixed(one, two)
         torn = [b"\0\x1b[31m\xff\x9b", b" 2026-99-99 17:00:00: Trace: (QAB library) BSAInit: Start."]
         for row in rows("odd log result never", ("empty", b"", ["^0 sessions\n$"], "session 1"),
@@ -164,6 +165,9 @@ class Trace(unittest.TestCase):
                 ("given up", one[:data] + one[place(one, b"BSATerminate"):],
                  ["1 failed", "no BSAEndData  <-- failed"], "done|no BSATerminate"),
                 ("garbage", one[:data] + torn + one[data:], ["1 done", "before: 2\n$"], MIXED),
+                ("not limited", one[:stored] + [re.sub(
+                    b"stor: .*", b"stor: KORVA_RATE_LIMIT = 9000: not limited, setsockopt() failed "
+                    b"with error code: 92", one[stored])] + one[stored:], ["1: done, h"], "error, "),
                 ("killed", one[:data] + two, [f"unfinished, handle {first}", f"done, handle {second}"],
                  MIXED),
                 ("killed in a call", one[:create + 5] + two, ["1 unfinished", "1 done"], MIXED),
