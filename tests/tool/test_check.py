@@ -35,6 +35,7 @@ class Fault(NamedTuple):
     next: str
     odd: dict
     at: int = 1
+    range: str | None = None  # KORVA_PORT_RANGE
 
 
 LOOK, RESTORE, PAIR = 0, 2, 3  # the connections beside that of the store
@@ -61,6 +62,9 @@ FAULTS = [
     Fault("network.stor", "452 full", "full disk", {"STOR": ["452 full"]}),
     Fault("network.data", "cannot connect back", FIREWALL, {"STOR": ["150 opening", "425 no"]}),
     Fault("network.data", "did not arrive", FIREWALL, {"STOR": ["150 opening"]}),
+    Fault("network.data", "arrive at a port of KORVA_PORT_RANGE=42000-42099", "the ports 42000-42099",
+          {"STOR": ["150 opening"]}, range="42000-42099"),
+    Fault("network.login", "KORVA_PORT_RANGE = x is not allowed", "unset the variable", {}, range="x"),
     Fault("network.data", "another address", "strict mode", {"STOR": ["150 opening", "foreign"]}),
     Fault("network.end", "426 cut", "server's log", {"END": ["426 cut"]}),
     Fault("network.end", "no 226, but: the server closed", "server's log", {"END": ["close"]}),
@@ -83,7 +87,7 @@ SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-fi
     ({}, ("--informixdir", "{}/none"), "database.onconfig", "No such file", "--informixdir")]
 # A line of the onconfig file, a row of sm_versions, and how they are judged.
 DATABASES = [
-    ("BAR_BSALIB_PATH LIBRARY # x", "1|1.0.1|KORVA|1.8A1", "ok", "ok"),
+    ("bar_bsalib_path LIBRARY # x", "1|1.0.1|KORVA|1.8A1", "ok", "ok"),
     ("BAR_BSALIB_PATH libxbsa.so.1", "7|1.0.1|KORVA|1.8A1|", "fail", "ok"),
     ("BAR_BSALIB_PATH /bin/true", "1|1.0.1|OTHER|1.8A1", "fail", "fail"),
     ("#BAR_BSALIB_PATH LIBRARY", "", "warn", "fail"),
@@ -123,9 +127,9 @@ class Case(unittest.TestCase):
 
 
 class Plain(Case):
-    def on_server(self, server, *options):
+    def on_server(self, server, *options, **environment):
         serve_behind(self, server)
-        return check("--host", f"127.0.0.1:{server.port}", "--user", "ftp", *options)
+        return check("--host", f"127.0.0.1:{server.port}", "--user", "ftp", *options, env=environment)
 
     def test_good(self):
         daemon = Daemon("vsftpd")
@@ -139,9 +143,10 @@ class Plain(Case):
         """Each fault is named, with what to do; nothing that builds on it is called ok."""
         for fault in FAULTS:
             with self.subTest(fault.result + fault.found):
-                slow = FIREWALL in fault.next or "within 2" in fault.found or "another" in fault.found
+                slow = re.search(f"{FIREWALL}|within 2|another|arrive", str(fault))
                 server = Server(*[{}] * fault.at, fault.odd)
-                found = self.on_server(server, *["--timeout", "2"] * slow)[1]
+                found = self.on_server(server, *["--timeout", "2"] * bool(slow),
+                                       KORVA_PORT_RANGE=fault.range)[1]
                 self.assert_fails(found, *fault[:3])
                 stores = " ".join(server.heard[1] if len(server.heard) > 1 else []).count("STOR")
                 if stores and not re.search(": [45]", found["network.stor"][1]):

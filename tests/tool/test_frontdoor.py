@@ -236,6 +236,9 @@ class Setup(Folder):
         self.assertEqual(set(self.tree()), set(tree))
         self.setup("--undo", "--yes")
         self.assertEqual(self.tree(), self.before)
+        self.write("etc/sm_versions", row := "7|1.0.1|KORVA|1.8A1\n")  # the library's, by another number
+        self.assertNotIn("sm_versions", self.setup("--yes"))
+        self.assertEqual(self.tree()["etc/sm_versions"][3], row)
 
     def test_edited_since(self):
         """Undo leaves what others wrote, and refuses to guess where ours was touched."""

@@ -20,6 +20,7 @@
 #include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "xbsa.h"
 
@@ -113,6 +114,9 @@ struct CONNECTION
     std::string strTraceFile;    // empty: standard error
     unsigned uTimeout = 300;     // seconds, 0 = no limit
 };
+
+// Of the environment; empty when it is not set.
+std::string Variable(const char *cpName);
 
 // The variables of Informix mode. The library passes over a value that is too long without a word,
 // and the backup would go to another pool or drive.
@@ -228,6 +232,9 @@ class CDescriptor
     int iFile;
 };
 
+// The text of a link in a folder, or of one that is open itself (an empty name).
+std::string LinkText(int I_iFolder, const std::string &I_strName, const std::string &I_strShown);
+
 // A name in a folder that is held open, so that nobody can put another folder in its place
 // meanwhile.
 struct TARGET
@@ -323,6 +330,25 @@ std::optional<std::string> ReadText(const TARGET &I_sTarget, off_t I_iLargest = 
 // A reader finds the old text or the new one, never a part. I_bLast: also after a power cut.
 void ReplaceText(const TARGET &I_sTarget, const std::string &I_strText, bool I_bExact,
                  bool I_bLast = true);
+
+// The texts of a database's folder that name its library, for who reads and who changes them.
+
+constexpr const char *LIBRARY_KEY = "BAR_BSALIB_PATH";
+
+using LINES = std::vector<std::string>;
+LINES Lines(const std::string &I_strText);
+
+// Of the configuration file: I_strName, the variable ONCONFIG, or "onconfig".
+std::string OnconfigName(const std::string &I_strName);
+
+// Whether a line of it sets that name, in capitals or not, and to what, without quotes and the
+// comment after a "#".
+bool Sets(const std::string &I_strLine, const char *cpName);
+std::string Value(const std::string &I_strLine);
+
+// Whether two rows of sm_versions are the same library's: the leading number is the database's own
+// matter, and so is a "|" at the end.
+bool IsSameRow(const std::string &I_strRow, const std::string &I_strOther);
 } // namespace base
 
 #endif

@@ -149,12 +149,17 @@ void CheckPreflight(CONNECTION &X_sConnection)
     }
 }
 
+std::string Variable(const char *cpName)
+{
+    const char *cpValue = getenv(cpName);
+    return cpValue != nullptr ? cpValue : "";
+}
+
 void CheckVariables()
 {
     for (const VARIABLE &sVariable : VARIABLES)
     {
-        const char *cpValue = getenv(sVariable.cpName);
-        const std::string strValue = cpValue != nullptr ? cpValue : "";
+        const std::string strValue = Variable(sVariable.cpName);
         if (strValue.empty() && sVariable.bNeeded)
             throw USAGE_ERROR("--informix needs the variable ", sVariable.cpName);
         if (strValue.size() > sVariable.uRoom)

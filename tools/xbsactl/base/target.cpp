@@ -20,15 +20,12 @@ CDescriptor OpenName(int I_iFolder, const std::string &I_strName)
 }
 
 // The link is held open, so its owner and its text belong together.
-std::string LinkText(const CDescriptor &I_sLink, uid_t I_uOwner, const std::string &I_strShown)
+std::string TrustedText(const CDescriptor &I_sLink, uid_t I_uOwner, const std::string &I_strShown)
 {
     if (I_uOwner != geteuid() && I_uOwner != 0)
         throw FileFailure(I_strShown, " leads through a link that belongs to another account (",
                           I_uOwner, "): name the file that is meant");
-    std::array<char, PATH_MAX> szText{};
-    const ssize_t iLength = readlinkat(I_sLink.Get(), "", szText.data(), szText.size());
-    if (iLength == -1) throw SystemFailure(I_strShown);
-    return std::string(szText.data(), static_cast<size_t>(iLength));
+    return LinkText(I_sLink.Get(), "", I_strShown);
 }
 
 // Of what others put there the kernel protects us in some of these folders alone, as its settings
@@ -59,6 +56,14 @@ STAT CDescriptor::Status(const std::string &I_strShown) const
     STAT sStatus{};
     if (fstat(iFile, &sStatus) != 0) throw SystemFailure(I_strShown);
     return sStatus;
+}
+
+std::string LinkText(int I_iFolder, const std::string &I_strName, const std::string &I_strShown)
+{
+    std::array<char, PATH_MAX> szText{};
+    const ssize_t iLength = readlinkat(I_iFolder, I_strName.c_str(), szText.data(), szText.size());
+    if (iLength == -1) throw SystemFailure("reading " + I_strShown);
+    return std::string(szText.data(), static_cast<size_t>(iLength));
 }
 
 std::optional<struct stat> TARGET::Status() const
@@ -102,7 +107,7 @@ TARGET FindTarget(const std::string &I_strFile)
         const STAT sStatus = bNew ? STAT{} : sEntry.Status(strShown);
         if (S_ISLNK(sStatus.st_mode))
         {
-            strLeft.insert(0, LinkText(sEntry, sStatus.st_uid, strShown));
+            strLeft.insert(0, TrustedText(sEntry, sStatus.st_uid, strShown));
             if (strLeft[0] == '/') sFolder = OpenName(AT_FDCWD, "/");
             iLinks++;
             continue;

@@ -1,4 +1,4 @@
-#include "check/check.h"
+#include "check/parts.h"
 
 #include <unistd.h>
 
@@ -7,22 +7,19 @@
 #include <cstdio>
 #include <ctime>
 
-#include "check/steps.h"
-
 namespace check
 {
 namespace
 {
-// The longest wait for one answer.
+// The longest wait for one answer; 0, no limit, would find nothing.
 std::chrono::seconds Bound(const base::CONNECTION &I_sConnection)
 {
     constexpr unsigned MOST = 15;
-    const unsigned uTimeout = I_sConnection.uTimeout; // 0: no limit
+    const unsigned uTimeout = I_sConnection.uTimeout;
     return std::chrono::seconds(uTimeout == 0 ? MOST : std::min(MOST, uTimeout));
 }
 
-// A KORVA server may wait for a tape before it takes an object. Without a limit nothing would ever
-// be found.
+// A KORVA server may wait for a tape before it takes an object.
 std::chrono::seconds TapeBound(const base::CONNECTION &I_sConnection)
 {
     const unsigned uTimeout = I_sConnection.uTimeout;
@@ -48,61 +45,47 @@ FINDING Login(const CReport &I_sReport, const std::string &I_strFault)
                 "at most 52 bytes together and no \":\"");
 }
 
-void Skip(CReport &X_sReport, SESSIONS &X_sSessions, const std::string &I_strWhy)
-{
-    SkipDialogue(X_sReport, I_strWhy);
-    SkipSessions(X_sReport, X_sSessions, I_strWhy);
-}
-
 // First what the session said to the server, then what the library made of it.
-void Report(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
-            const sockaddr_in &I_sServer)
+void Report(SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
+            const std::optional<sockaddr_in> &I_sServer, std::string I_strWhy)
 {
-    if (ReportDialogue(X_sReport, I_sAlone, I_sServer, X_sSessions.sConnection.bInformix))
-        ReportSessions(X_sReport, X_sSessions, I_sAlone);
-    else SkipSessions(X_sReport, X_sSessions, "the network is not usable");
+    if (!I_sServer) I_strWhy = "the server is not usable";
+    const bool bNetwork =
+        ReportDialogue(X_sSessions, I_sAlone, I_sServer.value_or(sockaddr_in()), I_strWhy);
+    if (!bNetwork && I_strWhy.empty()) I_strWhy = "the network is not usable";
+    ReportSessions(X_sSessions, I_sAlone, I_strWhy);
 }
 
-void CheckPlain(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary)
+void CheckPlain(SESSIONS &X_sSessions, bool I_bLibrary)
 {
-    SESSIONS sSessions{I_sConnection, ObjectName(), Bound(I_sConnection), {}};
-    const bool bLogin = X_sReport.Add("login", Login(X_sReport, I_sConnection.strLoginFault));
-    const SERVER sServer = LookAt(X_sReport, I_sConnection.strHost, sSessions.sSilence);
-    const char *cpWhy = I_bLibrary ? nullptr : "the library is not usable";
-    if (!bLogin) cpWhy = "user and password cannot be used";
-    if (!sServer.bUsable) cpWhy = "the server is not usable";
-    if (cpWhy == nullptr) Report(X_sReport, sSessions, RunAlone(sSessions), sServer.sAddress);
-    else Skip(X_sReport, sSessions, cpWhy);
-    CleanUp(X_sReport, sSessions, sServer.sAddress);
+    const base::CONNECTION &sConnection = X_sSessions.sConnection;
+    CReport &sReport = X_sSessions.sReport;
+    const bool bLogin = sReport.Add("login", Login(sReport, sConnection.strLoginFault));
+    const auto sServer = LookAt(sReport, sConnection.strHost, X_sSessions.sSilence);
+    std::string strWhy = I_bLibrary ? "" : "the library is not usable";
+    if (!bLogin) strWhy = "user and password cannot be used";
+    const bool bTried = sServer && strWhy.empty();
+    Report(X_sSessions, bTried ? RunAlone(X_sSessions) : OUTCOME(), sServer, strWhy);
+    if (sServer) CleanUp(X_sSessions, *sServer);
 }
 
 // The utility names the server, which is looked at after the session.
-void CheckNamed(CReport &X_sReport, SESSIONS &X_sSessions)
+void CheckInformix(SESSIONS &X_sSessions, bool I_bLibrary, bool I_bVariables)
 {
-    const OUTCOME sAlone = RunAlone(X_sSessions);
+    const base::CONNECTION &sConnection = X_sSessions.sConnection;
+    CReport &sReport = X_sSessions.sReport;
+    const std::chrono::milliseconds sBound = X_sSessions.sSilence;
+    X_sSessions.sSilence = TapeBound(sConnection);
+    const bool bUtility = CheckUtility(sReport, sConnection, I_bLibrary, I_bVariables, sBound);
+    const OUTCOME sAlone = bUtility ? RunAlone(X_sSessions) : OUTCOME();
     const std::string strHost = ServerIn(sAlone);
-    if (strHost.empty())
-    {
-        X_sReport.Add("network.name", NotTried("no session named a server"));
-        return ReportSessions(X_sReport, X_sSessions, sAlone);
-    }
-    const SERVER sServer = LookAt(X_sReport, strHost, Bound(X_sSessions.sConnection));
-    if (sServer.bUsable) return Report(X_sReport, X_sSessions, sAlone, sServer.sAddress);
-    Skip(X_sReport, X_sSessions, "the server is not usable");
-}
-
-void CheckInformix(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
-                   bool I_bVariables)
-{
-    SESSIONS sSessions{I_sConnection, ObjectName(), TapeBound(I_sConnection), {}};
-    if (CheckUtility(X_sReport, I_sConnection, I_bLibrary, I_bVariables, Bound(I_sConnection)))
-        CheckNamed(X_sReport, sSessions);
+    if (!strHost.empty()) Report(X_sSessions, sAlone, LookAt(sReport, strHost, sBound), "");
     else
     {
-        X_sReport.Add("network.name", NotTried("no session named a server"));
-        SkipSessions(X_sReport, sSessions, "library or utility is not usable");
+        sReport.Add("network.name", NotTried("no session named a server"));
+        ReportSessions(X_sSessions, sAlone, bUtility ? "" : "library or utility is not usable");
     }
-    CleanUp(X_sReport, sSessions, {});
+    CleanUp(X_sSessions, {});
 }
 
 } // namespace
@@ -116,13 +99,13 @@ void Stopped()
 
 int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
 {
-    CReport sReport(I_sConnection.strPassword, I_sConnection.bInformix, I_sOptions);
+    CReport sReport(I_sConnection, I_sOptions);
     const CHECKED_LIBRARY sLibrary = CheckLibrary(sReport, I_sConnection.strLibrary);
     if (!I_sOptions.strInformixDir.empty()) CheckDatabase(sReport, I_sOptions, sLibrary);
-    const bool bVariables = CheckHost(sReport, I_sConnection);
-    const base::CONNECTION sConnection = WithTrace(I_sConnection);
-    if (sConnection.bInformix) CheckInformix(sReport, sConnection, sLibrary.bUsable, bVariables);
-    else CheckPlain(sReport, sConnection, sLibrary.bUsable);
+    SESSIONS sSessions{sReport, I_sConnection, Bound(I_sConnection), ObjectName()};
+    const bool bVariables = CheckHost(sReport, sSessions.sConnection);
+    if (I_sConnection.bInformix) CheckInformix(sSessions, sLibrary.bUsable, bVariables);
+    else CheckPlain(sSessions, sLibrary.bUsable);
     bStored = false; // what is left is in the report
     return sReport.Finish();
 }

@@ -1,4 +1,4 @@
-#include "check/child.h"
+#include "check/parts.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -15,7 +15,6 @@ namespace check
 {
 namespace
 {
-constexpr const char *FAILED = "failed"; // with the work's own error
 constexpr const char *DONE = "done";
 
 constexpr size_t MOST_EVENTS = 100000; // a mad library must not fill the memory
@@ -48,13 +47,14 @@ void Run(const WORK &I_fpWork, int I_iPipe)
         fpSay(FAILED, sError.what());
     }
 }
-
-long Milliseconds(std::chrono::steady_clock::duration I_sTime)
-{
-    return static_cast<long>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(I_sTime).count());
-}
 } // namespace
+
+const char *After(const std::string &I_strText, const std::string &I_strBegin)
+{
+    return I_strText.compare(0, I_strBegin.size(), I_strBegin) == 0
+               ? I_strText.c_str() + I_strBegin.size()
+               : nullptr;
+}
 
 const EVENT *OUTCOME::Find(const char *cpName) const
 {
@@ -105,13 +105,16 @@ std::string CChild::End()
     return "ended without a result, exit code " + std::to_string(WEXITSTATUS(iStatus));
 }
 
-// Returns false at the end of the pipe. Throws FAILURE when nothing comes.
+// Returns false at the end of the pipe, and when nothing comes.
 bool CChild::ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence)
 {
     const long lLeft = std::min(Milliseconds(I_sEnd - CLOCK::now()), Milliseconds(I_sSilence));
     pollfd sPoll{sPipe.Get(), POLLIN, 0};
     if (lLeft <= 0 || poll(&sPoll, 1, static_cast<int>(lLeft)) == 0)
-        throw base::FAILURE("no answer within " + std::to_string(I_sSilence.count() / 1000) + " s");
+    {
+        sOutcome.strFailure = Text("no answer within ", I_sSilence.count() / 1000, " s");
+        return false;
+    }
     std::array<char, 4096> acPiece{};
     const ssize_t iGot = read(sPipe.Get(), acPiece.data(), acPiece.size());
     if (iGot <= 0) return false;
@@ -129,19 +132,14 @@ bool CChild::ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSil
 
 const OUTCOME &CChild::Wait(std::chrono::milliseconds I_sSilence, const char *cpUntil)
 {
-    try
+    const CLOCK::time_point sEnd = CLOCK::now() + I_sSilence * PATIENCE;
+    while (sOutcome.Find(cpUntil) == nullptr && ReadMore(sEnd, I_sSilence))
     {
-        const CLOCK::time_point sEnd = CLOCK::now() + I_sSilence * PATIENCE;
-        while (sOutcome.Find(cpUntil) == nullptr && ReadMore(sEnd, I_sSilence))
-        {
-        }
-        sOutcome.strFailure = sOutcome.Value(FAILED);
-        const bool bSaid = sOutcome.Find(DONE) != nullptr || sOutcome.Find(cpUntil) != nullptr;
-        if (sOutcome.strFailure.empty() && !bSaid) sOutcome.strFailure = End();
-    } catch (const base::FAILURE &sError)
-    {
-        sOutcome.strFailure = sError.what();
     }
+    const bool bSaid = sOutcome.Find(DONE) != nullptr || sOutcome.Find(cpUntil) != nullptr;
+    std::string &strFailure = sOutcome.strFailure;
+    if (strFailure.empty()) strFailure = sOutcome.Value(FAILED);
+    if (strFailure.empty() && !bSaid) strFailure = End();
     return sOutcome;
 }
 

@@ -3,21 +3,13 @@
 
 #include <algorithm>
 
-#include "check/steps.h"
+#include "check/parts.h"
 
 namespace check
 {
 namespace
 {
 constexpr const char *OBJECT = "the object"; // what the closing reply answers
-
-// What follows the beginning; null when the text begins otherwise.
-const char *After(const std::string &I_strText, const std::string &I_strBegin)
-{
-    return I_strText.compare(0, I_strBegin.size(), I_strBegin) == 0
-               ? I_strText.c_str() + I_strBegin.size()
-               : nullptr;
-}
 
 bool IsNegative(const std::string &I_strReply)
 {
@@ -43,11 +35,29 @@ in_addr AnnouncedBy(const std::string &I_strCommand)
     return sAddress;
 }
 
+// Where the library listens when the administrator has chosen the ports; empty: the system does.
+std::string Range()
+{
+    const std::string strRange = base::Variable("KORVA_PORT_RANGE");
+    return strRange.empty() ? "" : " at a port of KORVA_PORT_RANGE=" + strRange;
+}
+
+FINDING NoWayBack(const std::string &I_strFound)
+{
+    if (Range().empty()) return Fail(I_strFound, Remedy("425"));
+    return Fail(I_strFound + Range(),
+                "let the server open TCP connections to the ports " +
+                    base::Variable("KORVA_PORT_RANGE") +
+                    " of this host (KORVA_PORT_RANGE) in every firewall between: helpers that "
+                    "would do it by themselves (nf_conntrack_ftp) are off by default in current "
+                    "kernels");
+}
+
 // A command, and the lines that came back.
 struct EXCHANGE
 {
     std::string strCommand; // as sent; "" for the greeting
-    std::vector<std::string> vecReplies;
+    std::vector<std::string> vecReplies{};
     long lBegin = 0; // milliseconds
     long lEnd = 0;
 };
@@ -55,15 +65,27 @@ struct EXCHANGE
 class CDialogue
 {
   public:
-    CDialogue(const CReport &I_sReport, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
-              bool I_bInformix)
-        : sReport(I_sReport), sServer(I_sServer.sin_addr), bInformix(I_bInformix), vecExchanges(1),
-          strFailure(I_sAlone.Value("error")), strEnd(I_sAlone.strFailure)
+    CDialogue(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer)
+        : sReport(I_sSessions.sReport), bInformix(I_sSessions.sConnection.bInformix),
+          sServer(I_sServer.sin_addr), strFailure(I_sAlone.Value(FAILED)),
+          strEnd(strFailure.empty() ? I_sAlone.strFailure : "")
     {
         for (const EVENT &sEvent : I_sAlone.vecEvents)
             if (sEvent.strName == "trace" && !Take(sEvent)) break;
     }
 
+    STEPS Steps()
+    {
+        return {{"network.login", [this] { return Login(); }},
+                {"network.type", [this] { return Judge("TYPE", "2"); }},
+                {"network.cwd", [this] { return Judge("CWD", "2"); }},
+                {"network.port", [this] { return Port(); }},
+                {"network.stor", [this] { return Stor(); }},
+                {"network.data", [this] { return Data(); }},
+                {"network.end", [this] { return End(); }}};
+    }
+
+  private:
     // The library sends PASS whatever USER brought, so a login without password is not a fault.
     FINDING Login()
     {
@@ -105,25 +127,23 @@ class CDialogue
     FINDING Stor()
     {
         FINDING sFinding = Judge("STOR", "150");
-        if (After(Reply("STOR"), "425") != nullptr)
-            sFinding = Fail(sFinding.strFound + ": the server cannot connect back", Remedy("425"));
-        return sFinding;
+        if (After(Reply("STOR"), "425") == nullptr) return sFinding;
+        return NoWayBack(sFinding.strFound + ": the server cannot connect back");
     }
 
     FINDING Data()
     {
         const EXCHANGE *spStor = Find("STOR");
         const std::string strAddress = inet_ntoa(sServer);
-        if (bOpened) return Ok("the server connected from " + strAddress);
+        if (bOpened) return Ok("the server connected from " + strAddress + Range());
         if (spStor == nullptr) return Silent("STOR");
         if (IsNegative(spStor->vecReplies.back()))
-            return Fail(spStor->vecReplies.back() + ": the server cannot connect back",
-                        Remedy("425"));
+            return NoWayBack(spStor->vecReplies.back() + ": the server cannot connect back");
         if (bForeign)
             return Fail("connected from another address than " + strAddress,
                         "let the server connect from the address that it is reached at: strict "
                         "mode turns others away");
-        return Fail("the server's connection did not arrive", Remedy("425"));
+        return NoWayBack("the server's connection did not arrive");
     }
 
     // The lines of a long opening reply come before the closing one, the reply to QUIT after it.
@@ -143,7 +163,6 @@ class CDialogue
         return Fail("no 226, but: " + strReply, Remedy("no 226"));
     }
 
-  private:
     // Returns false at the end of the store.
     bool Take(const EVENT &I_sLine)
     {
@@ -156,8 +175,10 @@ class CDialogue
             vecExchanges.push_back({OBJECT, {}, I_sLine.lMilliseconds, 0});
         if (const char *cpReply = After(strLine, "LOGIN REPLY: "))
         {
-            vecExchanges.back().vecReplies.push_back(sReport.Foreign(cpReply));
+            const std::string strReply = sReport.Foreign(cpReply);
+            vecExchanges.back().vecReplies.push_back(strReply);
             vecExchanges.back().lEnd = I_sLine.lMilliseconds;
+            if (!strReply.empty()) strLast = strReply;
         }
         if (After(strLine, "BSACreateObject: Return: 0") != nullptr) bOpened = true;
         if (After(strLine, "stpc_stor: Data connection from another address") != nullptr)
@@ -165,83 +186,56 @@ class CDialogue
         return After(strLine, "BSAGetObject: Start") == nullptr;
     }
 
-    const EXCHANGE *Find(const char *cpVerb) const
+    const EXCHANGE *Find(const std::string &I_strVerb) const
     {
-        const auto sFound = std::find_if(vecExchanges.begin(), vecExchanges.end(),
-                                         [cpVerb](const EXCHANGE &sExchange) {
-                                             return After(sExchange.strCommand, cpVerb) != nullptr;
-                                         });
+        const auto sFound =
+            std::find_if(vecExchanges.begin(), vecExchanges.end(), [&](const EXCHANGE &sExchange) {
+                return After(sExchange.strCommand, I_strVerb) != nullptr;
+            });
         return sFound != vecExchanges.end() ? &*sFound : nullptr;
     }
 
     // The first line; empty for none, and when the connection ended instead.
-    std::string Reply(const char *cpVerb) const
+    std::string Reply(const std::string &I_strVerb) const
     {
-        const EXCHANGE *spExchange = Find(cpVerb);
+        const EXCHANGE *spExchange = Find(I_strVerb);
         return spExchange != nullptr && !spExchange->vecReplies.empty() ? spExchange->vecReplies[0]
                                                                         : "";
     }
 
-    // A server that ends the connection said why in it.
-    std::string LastReply() const
-    {
-        std::string strLast;
-        for (const EXCHANGE &sExchange : vecExchanges)
-            for (const std::string &strReply : sExchange.vecReplies)
-                if (!strReply.empty()) strLast = strReply;
-        return strLast;
-    }
-
     // A command without a reply, or one that was never sent.
-    FINDING Silent(const char *cpVerb) const
+    FINDING Silent(const std::string &I_strVerb) const
     {
-        const bool bStor = After(cpVerb, "STOR") != nullptr;
-        if (!strEnd.empty())
-            return Fail(Text("no reply to ", cpVerb, ": ", strEnd), Remedy(bStor ? "425" : strEnd));
-        if (Find(cpVerb) == nullptr &&
-            strFailure.empty()) // the utility may lower the trace's level
+        const std::string strFound = "no reply to " + I_strVerb;
+        if (!strEnd.empty() && I_strVerb == "STOR") return NoWayBack(strFound + ": " + strEnd);
+        if (!strEnd.empty()) return Fail(strFound + ": " + strEnd, Remedy(strEnd));
+        if (Find(I_strVerb) != nullptr)
+            return Fail(strFound + ", the server closed the connection, after its reply \"" +
+                            strLast + "\"",
+                        Remedy(IsNegative(strLast) ? ": " + strLast
+                                                   : "No reply to " + I_strVerb +
+                                                         ", the control connection has ended."));
+        if (strFailure.empty()) // the utility may lower the trace's level
             return NotTried("the library's trace does not show it");
-        if (Find(cpVerb) == nullptr) return Fail(strFailure, Remedy(strFailure));
-        const std::string strLast = LastReply();
-        return Fail(Text("no reply to ", cpVerb,
-                         ", the server closed the connection, after its reply \"", strLast, "\""),
-                    Remedy(IsNegative(strLast) ? ": " + strLast
-                                               : Text("No reply to ", cpVerb,
-                                                      ", the control connection has ended.")));
+        return Fail(strFailure, Remedy(strFailure));
     }
 
     const CReport &sReport;
-    in_addr sServer;
     bool bInformix;
-    std::vector<EXCHANGE> vecExchanges;
+    in_addr sServer;
+    std::vector<EXCHANGE> vecExchanges{1};
+    std::string strLast;    // reply that was not empty: a server that ends a session says why
     bool bOpened = false;   // the data connection
     bool bForeign = false;  // one from elsewhere was turned away
     std::string strFailure; // the library's
     std::string strEnd;     // of a session that was silent, or crashed
 };
-
-STEPS StepsOf(CDialogue &X_sDialogue)
-{
-    return {{"network.login", [&] { return X_sDialogue.Login(); }},
-            {"network.type", [&] { return X_sDialogue.Judge("TYPE", "2"); }},
-            {"network.cwd", [&] { return X_sDialogue.Judge("CWD", "2"); }},
-            {"network.port", [&] { return X_sDialogue.Port(); }},
-            {"network.stor", [&] { return X_sDialogue.Stor(); }},
-            {"network.data", [&] { return X_sDialogue.Data(); }},
-            {"network.end", [&] { return X_sDialogue.End(); }}};
-}
 } // namespace
 
-bool ReportDialogue(CReport &X_sReport, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
-                    bool I_bInformix)
+bool ReportDialogue(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
+                    const std::string &I_strWhy)
 {
-    CDialogue sDialogue(X_sReport, I_sAlone, I_sServer, I_bInformix);
-    return Climb(X_sReport, StepsOf(sDialogue));
-}
-
-void SkipDialogue(CReport &X_sReport, const std::string &I_strWhy)
-{
-    CDialogue sNone(X_sReport, {}, {}, false);
-    X_sReport.Skip(StepsOf(sNone), I_strWhy);
+    CDialogue sDialogue(X_sSessions, I_sAlone, I_sServer);
+    return X_sSessions.sReport.Climb(sDialogue.Steps(), I_strWhy);
 }
 } // namespace check

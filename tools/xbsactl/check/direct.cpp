@@ -8,7 +8,7 @@
 #include <array>
 #include <system_error>
 
-#include "check/steps.h"
+#include "check/parts.h"
 
 namespace check
 {
@@ -45,10 +45,10 @@ class CFtp
     {
         constexpr size_t MOST = 200; // lines
         std::vector<std::string> vecLines = {Line()};
-        const std::string strEnd = vecLines[0].substr(0, 3) + ' ';
-        const bool bMore =
-            vecLines[0].find_first_not_of("0123456789") == 3 && vecLines[0][3] == '-';
-        while (bMore && vecLines.back().substr(0, 4) != strEnd)
+        const std::string strCode = vecLines[0].substr(0, 3);
+        const bool bMore = vecLines[0].find_first_not_of("0123456789") == 3 &&
+                           After(vecLines[0], strCode + '-') != nullptr;
+        while (bMore && After(vecLines.back(), strCode + ' ') == nullptr)
         {
             if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
             vecLines.push_back(Line());
@@ -77,10 +77,8 @@ class CFtp
     base::CDescriptor sControl;
 };
 
-// In the child: each step says what it found, or throws.
-using FOUND = std::function<void(const char *cpStep, const FINDING &I_sFinding)>;
-
-in_addr Resolve(const std::string &I_strHost, const FOUND &I_fpFound)
+// In the child: what each step found comes as an event of its name.
+in_addr Resolve(const std::string &I_strHost, const SAY &I_fpSay)
 {
     addrinfo sHints{};
     sHints.ai_family = AF_INET;
@@ -94,53 +92,49 @@ in_addr Resolve(const std::string &I_strHost, const FOUND &I_fpFound)
     // The first, as the library takes it. The process ends: nothing is freed.
     const in_addr sAddress = reinterpret_cast<const sockaddr_in *>(spFound->ai_addr)->sin_addr;
     const std::string strAddress = inet_ntoa(sAddress);
-    I_fpFound("network.name",
-              Ok(Text("\"", I_strHost, "\" is ", strAddress, uCount > 1 ? strMore : "")));
+    I_fpSay("address", strAddress);
+    I_fpSay("network.name", Text("\"", I_strHost, "\" is ", strAddress, uCount > 1 ? strMore : ""));
     std::array<char, NI_MAXHOST> szName{};
-    const int iReverse = getnameinfo(spFound->ai_addr, spFound->ai_addrlen, szName.data(),
-                                     szName.size(), nullptr, 0, NI_NAMEREQD);
-    I_fpFound("network.reverse",
-              iReverse == 0 ? Ok(Text(strAddress, " is \"", szName.data(), "\""))
-                            : Warn(strAddress + " has no name",
-                                   "enter the address in reverse DNS or /etc/hosts; the library "
-                                   "does without"));
+    const bool bNamed = getnameinfo(spFound->ai_addr, spFound->ai_addrlen, szName.data(),
+                                    szName.size(), nullptr, 0, NI_NAMEREQD) == 0;
+    if (bNamed) I_fpSay("named", "");
+    I_fpSay("network.reverse",
+            bNamed ? Text(strAddress, " is \"", szName.data(), "\"") : strAddress + " has no name");
     return sAddress;
 }
 
-FINDING JudgeGreeting(const std::string &I_strText, size_t I_uLines)
+void Greet(const sockaddr_in &I_sServer, const SAY &I_fpSay)
+{
+    const CFtp sFtp(I_sServer);
+    I_fpSay("network.tcp", Text("connected to ", inet_ntoa(I_sServer.sin_addr), " port ",
+                                ntohs(I_sServer.sin_port)));
+    std::vector<std::string> vecLines = sFtp.Reply();
+    while (sFtp.HasMore()) vecLines.push_back(sFtp.Line());
+    std::string strText;
+    for (const std::string &strLine : vecLines) strText += (strText.empty() ? "" : " / ") + strLine;
+    I_fpSay("lines", std::to_string(vecLines.size()));
+    I_fpSay("network.greeting", strText);
+    sFtp.Command("QUIT");
+}
+
+FINDING JudgeGreeting(const std::string &I_strText, const std::string &I_strLines)
 {
     if (I_strText[0] == '4' || I_strText[0] == '5')
         return Fail("the server turns sessions away: " + I_strText, Remedy(": " + I_strText));
     if (I_strText.substr(0, 3) != "220")
         return Fail(I_strText, "this is not an FTP server: correct host or port");
-    if (I_uLines > 1) return Fail(Text(I_uLines, " lines: ", I_strText), Remedy("220-"));
+    if (I_strLines != "1") return Fail(I_strLines + " lines: " + I_strText, Remedy("220-"));
     return Ok("one line: " + I_strText);
 }
 
-void Greet(const sockaddr_in &I_sServer, const CReport &I_sReport, const FOUND &I_fpFound)
+FINDING JudgeLook(const CReport &I_sReport, const OUTCOME &I_sOutcome, const EVENT &I_sStep)
 {
-    const CFtp sFtp(I_sServer);
-    I_fpFound("network.tcp", Ok(Text("connected to ", inet_ntoa(I_sServer.sin_addr), " port ",
-                                     ntohs(I_sServer.sin_port))));
-    std::vector<std::string> vecLines = sFtp.Reply();
-    while (sFtp.HasMore()) vecLines.push_back(sFtp.Line());
-    std::string strText;
-    for (const std::string &strLine : vecLines) strText += (strText.empty() ? "" : " / ") + strLine;
-    I_fpFound("network.greeting", JudgeGreeting(I_sReport.Foreign(strText), vecLines.size()));
-    sFtp.Command("QUIT");
-}
-
-std::string Packed(const FINDING &I_sFinding)
-{
-    return Text(static_cast<int>(I_sFinding.eStatus), I_sFinding.strFound, '\t',
-                I_sFinding.strNext);
-}
-
-FINDING Unpacked(const std::string &I_strText)
-{
-    const size_t uTab = I_strText.find('\t');
-    return {static_cast<STATUS>(I_strText[0] - '0'), I_strText.substr(1, uTab - 1),
-            I_strText.substr(uTab + 1)};
+    if (I_sStep.strName == "network.greeting")
+        return JudgeGreeting(I_sReport.Foreign(I_sStep.strValue), I_sOutcome.Value("lines"));
+    if (I_sStep.strName == "network.reverse" && I_sOutcome.Find("named") == nullptr)
+        return Warn(I_sStep.strValue,
+                    "enter the address in reverse DNS or /etc/hosts; the library does without");
+    return Ok(I_sStep.strValue);
 }
 
 // The steps, and what to do when one did not come to its end.
@@ -164,7 +158,7 @@ bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string
         if (bGoing) sFinding = Fail(I_strHost + ": " + I_sOutcome.strFailure, cpNext);
         if (const EVENT *spEvent = I_sOutcome.Find(cpStep))
         {
-            sFinding = Unpacked(spEvent->strValue);
+            sFinding = JudgeLook(X_sReport, I_sOutcome, *spEvent);
             sFinding.lMilliseconds =
                 spEvent->lMilliseconds - std::exchange(lLast, spEvent->lMilliseconds);
         }
@@ -183,60 +177,57 @@ void Delete(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer, const SAY
           "CWD " + sConnection.strPath})
         sFtp.Command(strLine); // what was refused shows when nothing is deleted
     for (const std::string &strName : I_sSessions.vecLeft)
-    {
-        const std::string strReply = sFtp.Command("DELE " + strName);
-        if (strReply[0] != '2') I_fpSay("refused", strReply);
-        I_fpSay(strName.c_str(), strReply.substr(0, 1));
-    }
+        I_fpSay(strName.c_str(), sFtp.Command("DELE " + strName));
     sFtp.Command("QUIT");
 }
 
-FINDING CleanUpPlain(const CReport &I_sReport, const SESSIONS &I_sSessions,
-                     const sockaddr_in &I_sServer)
+FINDING CleanUpPlain(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
 {
     const OUTCOME sOutcome = RunChild(
         I_sSessions.sSilence, [&](const SAY &I_fpSay) { Delete(I_sSessions, I_sServer, I_fpSay); });
     std::string strLeft;
+    std::string strWhy = sOutcome.strFailure;
     for (const std::string &strName : I_sSessions.vecLeft)
-        if (sOutcome.Value(strName.c_str()) != "2") strLeft += " " + strName;
+    {
+        const std::string strReply = sOutcome.Value(strName.c_str());
+        if (After(strReply, "2") != nullptr) continue;
+        strLeft += " " + strName;
+        if (!strReply.empty()) strWhy = strReply;
+    }
     if (strLeft.empty()) return Ok(Text(I_sSessions.vecLeft.size(), " objects removed"));
-    const EVENT *spRefused = sOutcome.Find("refused");
-    const std::string strWhy = spRefused != nullptr ? spRefused->strValue : sOutcome.strFailure;
     return Warn(Text("left on the server, if they are there:", strLeft, " (",
-                     I_sReport.Foreign(strWhy), ")"),
+                     I_sSessions.sReport.Foreign(strWhy), ")"),
                 "remove them by hand; for the next time, let the account delete");
 }
 } // namespace
 
-SERVER LookAt(CReport &X_sReport, const std::string &I_strHost, std::chrono::milliseconds I_sBound)
+std::optional<sockaddr_in> LookAt(CReport &X_sReport, const std::string &I_strHost,
+                                  std::chrono::milliseconds I_sBound)
 {
     const size_t uColon = I_strHost.find(':');
     const std::string strPort = uColon != std::string::npos ? I_strHost.substr(uColon + 1) : "21";
-    SERVER sServer;
-    sServer.sAddress.sin_family = AF_INET;
-    sServer.sAddress.sin_port = htons(static_cast<uint16_t>(std::stoi(strPort)));
+    sockaddr_in sServer{};
+    sServer.sin_family = AF_INET;
+    sServer.sin_port = htons(static_cast<uint16_t>(std::stoi(strPort)));
     const OUTCOME sOutcome = RunChild(I_sBound, [&](const SAY &I_fpSay) {
-        const FOUND fpFound = [&](const char *cpStep, const FINDING &sFinding) {
-            I_fpSay(cpStep, Packed(sFinding));
-        };
-        sServer.sAddress.sin_addr = Resolve(I_strHost.substr(0, uColon), fpFound);
-        I_fpSay("address", inet_ntoa(sServer.sAddress.sin_addr));
-        Greet(sServer.sAddress, X_sReport, fpFound);
+        sServer.sin_addr = Resolve(I_strHost.substr(0, uColon), I_fpSay);
+        Greet(sServer, I_fpSay);
     });
-    inet_pton(AF_INET, sOutcome.Value("address").c_str(), &sServer.sAddress.sin_addr);
-    sServer.bUsable = ReportLook(X_sReport, sOutcome, I_strHost);
+    inet_pton(AF_INET, sOutcome.Value("address").c_str(), &sServer.sin_addr);
+    if (!ReportLook(X_sReport, sOutcome, I_strHost)) return std::nullopt;
     return sServer;
 }
 
-void CleanUp(CReport &X_sReport, const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
+void CleanUp(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
 {
     std::string strCopies;
     for (const std::string &strCopy : I_sSessions.vecLeft)
         strCopies += (strCopies.empty() ? "" : ", ") + strCopy;
     if (strCopies.empty()) return;
-    X_sReport.Add("cleanup", I_sSessions.sConnection.bInformix
-                                 ? Warn("left on the server: copy id " + strCopies,
-                                        "have them removed on the KORVA server: a client cannot")
-                                 : CleanUpPlain(X_sReport, I_sSessions, I_sServer));
+    I_sSessions.sReport.Add("cleanup",
+                            I_sSessions.sConnection.bInformix
+                                ? Warn("left on the server: copy id " + strCopies,
+                                       "have them removed on the KORVA server: a client cannot")
+                                : CleanUpPlain(I_sSessions, I_sServer));
 }
 } // namespace check

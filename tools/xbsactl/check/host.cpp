@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "check/steps.h"
+#include "check/parts.h"
 #include "xbsa_session.h"
 
 namespace check
@@ -26,22 +26,11 @@ constexpr long LONGEST_SENDING = 1000;
 constexpr long LONGEST_SILENCE = 10800;
 constexpr size_t LOG_ROOM = sizeof(_sGlobal::szLogFile) - 1;
 
-// "" when it is not set.
-std::string Variable(const char *cpName)
-{
-    const char *cpValue = getenv(cpName);
-    return cpValue != nullptr ? cpValue : "";
-}
-
 bool IsInGroup(const char *cpGroup)
 {
     const group *spGroup = getgrnam(cpGroup);
-    if (spGroup == nullptr) return false;
-    std::vector<gid_t> vecGroups(static_cast<size_t>(std::max(0, getgroups(0, nullptr))));
-    const int iCount = getgroups(static_cast<int>(vecGroups.size()), vecGroups.data());
-    vecGroups.resize(static_cast<size_t>(std::max(0, iCount)));
-    vecGroups.push_back(getegid());
-    return std::find(vecGroups.begin(), vecGroups.end(), spGroup->gr_gid) != vecGroups.end();
+    return spGroup != nullptr &&
+           (spGroup->gr_gid == getegid() || group_member(spGroup->gr_gid) != 0);
 }
 
 FINDING Account()
@@ -56,7 +45,7 @@ FINDING Account()
 
 FINDING Limited(const base::VARIABLE &I_sVariable)
 {
-    const std::string strValue = Variable(I_sVariable.cpName);
+    const std::string strValue = base::Variable(I_sVariable.cpName);
     if (strValue.empty() && I_sVariable.bNeeded)
         return Fail("not set", "set it where the database server is started, so that its backup "
                                "tool has it too");
@@ -69,28 +58,21 @@ FINDING Limited(const base::VARIABLE &I_sVariable)
 
 FINDING Strict()
 {
-    const std::string strStrict = Variable("KORVA_STRICT");
+    const std::string strStrict = base::Variable("KORVA_STRICT");
     if (strStrict == "1") return Ok("\"1\"");
     return Warn(strStrict.empty() ? "not set" : Text("\"", strStrict, "\", not \"1\""),
                 "set it to 1 for the database's processes, or results may hide a failure; xbsactl "
                 "itself always does");
 }
 
-struct LOG
+// The trace that the environment asks for, as if --trace did. Level 0: nothing is written to it.
+void TakeTrace(base::CONNECTION &X_sConnection)
 {
-    std::string strFile;
-    int iLevel = 0; // 0: nothing is written to it
-};
-
-LOG FindLog(const base::CONNECTION &I_sConnection)
-{
-    if (I_sConnection.iTraceLevel != -1)
-        return {I_sConnection.strTraceFile, I_sConnection.iTraceLevel};
-    LOG sLog{Variable("XBSA_LOGFILE"), atoi(Variable("XBSA_TRACE").c_str()) & TRACE_VERBOSITY};
-    const std::string strFolder = I_sConnection.bInformix ? Variable("INFORMIXDIR") : "";
-    if (sLog.strFile.empty() && sLog.iLevel > 0)
-        sLog.strFile = strFolder + (strFolder.empty() ? "" : "/") + "xbsa.log";
-    return sLog;
+    const std::string strFolder = X_sConnection.bInformix ? base::Variable("INFORMIXDIR") : "";
+    X_sConnection.iTraceLevel = atoi(base::Variable("XBSA_TRACE").c_str()) & TRACE_VERBOSITY;
+    X_sConnection.strTraceFile = base::Variable("XBSA_LOGFILE");
+    if (X_sConnection.strTraceFile.empty() && X_sConnection.iTraceLevel > 0)
+        X_sConnection.strTraceFile = strFolder + (strFolder.empty() ? "" : "/") + "xbsa.log";
 }
 
 std::string Folder(const std::string &I_strFile)
@@ -108,10 +90,10 @@ bool IsWritable(const std::string &I_strFile)
            (errno == ENOENT && access(Folder(I_strFile).c_str(), W_OK | X_OK) == 0);
 }
 
-FINDING RoomFor(const LOG &I_sLog, const std::string &I_strState, uintmax_t I_uSize)
+FINDING RoomFor(const std::string &I_strFile, const std::string &I_strState, uintmax_t I_uSize)
 {
     std::error_code sError;
-    const uintmax_t uFree = std::filesystem::space(Folder(I_sLog.strFile), sError).available;
+    const uintmax_t uFree = std::filesystem::space(Folder(I_strFile), sError).available;
     const std::string strFound =
         Text(I_strState, ": ", I_uSize, " bytes, ", sError ? 0 : uFree / MEGABYTE, " MB free");
     if (!sError && uFree < LOW_SPACE)
@@ -120,22 +102,34 @@ FINDING RoomFor(const LOG &I_sLog, const std::string &I_strState, uintmax_t I_uS
     return Ok(strFound);
 }
 
-FINDING Log(const LOG &I_sLog)
+FINDING Log(const std::string &I_strFile, bool I_bWritten)
 {
-    if (I_sLog.strFile.empty()) return Ok("none is written");
-    const std::string strState = I_sLog.strFile + (I_sLog.iLevel > 0 ? "" : " (no trace now)");
-    if (I_sLog.strFile.size() > LOG_ROOM)
+    if (I_strFile.empty()) return Ok("none is written");
+    const std::string strState = I_strFile + (I_bWritten ? "" : " (no trace now)");
+    if (I_strFile.size() > LOG_ROOM)
         return Fail("the path is too long", Text("shorten XBSA_LOGFILE to ", LOG_ROOM, " bytes"));
-    if (!IsWritable(I_sLog.strFile))
-        return {I_sLog.iLevel > 0 ? STATUS::FAIL : STATUS::WARN,
+    if (!IsWritable(I_strFile))
+        return {I_bWritten ? STATUS::FAIL : STATUS::WARN,
                 base::SystemFailure("cannot write " + strState).what(),
                 "make the folder and let this account write there: the library drops what it "
                 "cannot write without a word"};
     struct stat sFile = {};
-    if (stat(I_sLog.strFile.c_str(), &sFile) == 0 && (sFile.st_mode & S_IWOTH) != 0 &&
+    if (stat(I_strFile.c_str(), &sFile) == 0 && (sFile.st_mode & S_IWOTH) != 0 &&
         S_ISREG(sFile.st_mode))
-        return Warn(strState + ": everybody may write it", "chmod o-w " + I_sLog.strFile);
-    return RoomFor(I_sLog, strState, static_cast<uintmax_t>(sFile.st_size));
+        return Warn(strState + ": everybody may write it", "chmod o-w " + I_strFile);
+    return RoomFor(I_strFile, strState, static_cast<uintmax_t>(sFile.st_size));
+}
+
+// As the finding says; where the environment decides, the session writes what can be written.
+void CheckLog(CReport &X_sReport, base::CONNECTION &X_sConnection)
+{
+    const bool bAsked = X_sConnection.iTraceLevel != -1;
+    std::string &strFile = X_sConnection.strTraceFile;
+    if (!bAsked) TakeTrace(X_sConnection);
+    X_sReport.Add("log", Log(strFile, X_sConnection.iTraceLevel > 0));
+    if (bAsked || (X_sConnection.iTraceLevel > 0 && IsWritable(strFile))) return;
+    X_sConnection.iTraceLevel = 0;
+    strFile.clear();
 }
 
 // -1 when the system does not say.
@@ -151,11 +145,8 @@ long SecondsOfSending(long I_lRetries)
 {
     double dSeconds = 0;
     double dWait = 0.2;
-    for (long lTry = 0; lTry <= I_lRetries; lTry++)
-    {
+    for (long lTry = 0; lTry <= I_lRetries; lTry++, dWait = std::min(120.0, dWait * 2))
         dSeconds += dWait;
-        dWait = std::min(120.0, dWait * 2);
-    }
     return std::lround(dSeconds);
 }
 
@@ -197,29 +188,19 @@ FINDING Silence()
 }
 } // namespace
 
-bool CheckHost(CReport &X_sReport, const base::CONNECTION &I_sConnection)
+bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {
     bool bGood = true;
     X_sReport.Add("account", Account());
-    if (I_sConnection.bInformix)
+    if (X_sConnection.bInformix)
         for (const base::VARIABLE &sVariable : base::VARIABLES)
             bGood =
                 X_sReport.Add(std::string("variable.") + sVariable.cpName, Limited(sVariable)) &&
                 bGood;
     X_sReport.Add("variable.KORVA_STRICT", Strict());
-    X_sReport.Add("log", Log(FindLog(I_sConnection)));
+    CheckLog(X_sReport, X_sConnection);
     X_sReport.Add("kernel.tcp_retries2", Sending());
     X_sReport.Add("kernel.tcp_keepalive_time", Silence());
     return bGood;
-}
-
-base::CONNECTION WithTrace(base::CONNECTION I_sConnection)
-{
-    const LOG sLog = FindLog(I_sConnection);
-    if (I_sConnection.iTraceLevel != -1) return I_sConnection;
-    const bool bWritten = sLog.iLevel > 0 && IsWritable(sLog.strFile);
-    I_sConnection.iTraceLevel = bWritten ? sLog.iLevel : 0;
-    I_sConnection.strTraceFile = bWritten ? sLog.strFile : "";
-    return I_sConnection;
 }
 } // namespace check

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "check/steps.h"
+#include "check/parts.h"
 #include "library/library.h"
 
 namespace check
@@ -18,14 +18,12 @@ namespace
 constexpr std::chrono::seconds LOADING{15};
 constexpr const char *INSTALL = "install the library, or name it with --library PATH";
 
-// The calls of the interface.
+// The calls of the interface, and two of this library's own that the tool needs.
 constexpr const char *CALLS =
     "BSAInit BSATerminate BSABeginTxn BSAEndTxn BSACreateObject BSASendData BSAEndData "
     "BSAGetObject "
     "BSAGetData BSAQueryObject BSAGetNextQueryObject BSAGetLastError BSAQueryApiVersion "
-    "BSAQueryServiceProvider BSADeleteObject BSAGetEnvironment";
-constexpr const char *OWN_CALLS =
-    " BSASetTrace find_com_intf"; // this library's: the tool needs them
+    "BSAQueryServiceProvider BSADeleteObject BSAGetEnvironment BSASetTrace find_com_intf";
 
 // "64 bit, x86-64"; empty for what is not a program or library of this kind of system.
 std::string KindOf(const std::string &I_strPath)
@@ -61,32 +59,19 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
     if (vpLibrary == nullptr) throw base::FAILURE(dlerror());
     if (dlinfo(vpLibrary, RTLD_DI_LINKMAP, &spMap) == 0) I_fpSay("path", spMap->l_name);
     std::string strMissing;
-    std::istringstream sCalls(std::string(CALLS) + OWN_CALLS);
+    std::istringstream sCalls(CALLS);
     for (std::string strCall; sCalls >> strCall;)
         if (dlsym(vpLibrary, strCall.c_str()) == nullptr) strMissing += " " + strCall;
     I_fpSay("missing", strMissing);
     if (strMissing.empty()) I_fpSay("row", library::VersionsRow(vpLibrary));
 }
 
-class CInspection
+struct INSPECTION
 {
-  public:
-    explicit CInspection(const std::string &I_strLibrary)
-        : strPath(library::Path(I_strLibrary)),
-          sAnswer(RunChild(LOADING, [this](const SAY &I_fpSay) { Inspect(strPath, I_fpSay); }))
-    {
-    }
+    std::string strPath;
+    OUTCOME sAnswer{};
+    CHECKED_LIBRARY sResult{};
 
-    CHECKED_LIBRARY Run(CReport &X_sReport)
-    {
-        sResult.bUsable = Climb(X_sReport, {{"library.file", [this] { return File(); }},
-                                            {"library.load", [this] { return Load(); }},
-                                            {"library.calls", [this] { return Calls(); }},
-                                            {"library.version", [this] { return Version(); }}});
-        return sResult;
-    }
-
-  private:
     // A database of this machine loads what this tool can load.
     FINDING File()
     {
@@ -128,15 +113,19 @@ class CInspection
         if (!sResult.strRow.empty()) return Ok("row for sm_versions: " + sResult.strRow);
         return Fail(sAnswer.strFailure, "name the library that you mean with --library PATH");
     }
-
-    std::string strPath;
-    OUTCOME sAnswer;
-    CHECKED_LIBRARY sResult;
 };
 } // namespace
 
 CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary)
 {
-    return CInspection(I_strLibrary).Run(X_sReport);
+    INSPECTION sLibrary{library::Path(I_strLibrary)};
+    sLibrary.sAnswer =
+        RunChild(LOADING, [&](const SAY &fpSay) { Inspect(sLibrary.strPath, fpSay); });
+    sLibrary.sResult.bUsable =
+        X_sReport.Climb({{"library.file", [&] { return sLibrary.File(); }},
+                         {"library.load", [&] { return sLibrary.Load(); }},
+                         {"library.calls", [&] { return sLibrary.Calls(); }},
+                         {"library.version", [&] { return sLibrary.Version(); }}});
+    return sLibrary.sResult;
 }
 } // namespace check

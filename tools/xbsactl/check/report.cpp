@@ -1,4 +1,4 @@
-#include "check/report.h"
+#include "check/parts.h"
 
 #include <algorithm>
 #include <array>
@@ -24,13 +24,6 @@ void PrintLine(const FINDING &I_sFinding)
     if (!I_sFinding.strNext.empty()) printf("      next: %s\n", I_sFinding.strNext.c_str());
     fflush(stdout);
 }
-
-long Between(std::chrono::steady_clock::time_point I_sFrom,
-             std::chrono::steady_clock::time_point I_sTo)
-{
-    return static_cast<long>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(I_sTo - I_sFrom).count());
-}
 } // namespace
 
 std::string Remedy(const std::string &I_strText, bool I_bInformix)
@@ -40,15 +33,15 @@ std::string Remedy(const std::string &I_strText, bool I_bInformix)
     return strHint.empty() ? "look at the steps of the library: --trace 2 shows them" : strHint;
 }
 
-CReport::CReport(const std::string &I_strPassword, bool I_bInformix, const OPTIONS &I_sOptions)
-    : strPassword(I_strPassword), bInformix(I_bInformix), sOptions(I_sOptions)
+CReport::CReport(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
+    : sConnection(I_sConnection), sOptions(I_sOptions)
 {
 }
 
 bool CReport::Add(const std::string &I_strStep, FINDING I_sFinding)
 {
     const CLOCK::time_point sNow = CLOCK::now();
-    if (I_sFinding.lMilliseconds < 0) I_sFinding.lMilliseconds = Between(sLast, sNow);
+    if (I_sFinding.lMilliseconds < 0) I_sFinding.lMilliseconds = Milliseconds(sNow - sLast);
     sLast = sNow;
     I_sFinding.strStep = I_strStep;
     I_sFinding.strFound =
@@ -59,14 +52,18 @@ bool CReport::Add(const std::string &I_strStep, FINDING I_sFinding)
     return vecFindings.back().eStatus != STATUS::FAIL;
 }
 
-void CReport::Skip(const STEPS &I_vecSteps, const std::string &I_strWhy)
+bool CReport::Climb(const STEPS &I_vecSteps, const std::string &I_strWhy)
 {
-    for (const STEP &sStep : I_vecSteps) Add(sStep.cpName, NotTried(I_strWhy));
+    const std::string strWhy = I_strWhy.empty() ? "an earlier step failed" : I_strWhy;
+    bool bGoing = I_strWhy.empty();
+    for (const auto &[cpName, fpRun] : I_vecSteps)
+        bGoing = Add(cpName, bGoing ? fpRun() : NotTried(strWhy)) && bGoing;
+    return bGoing;
 }
 
 std::string CReport::Foreign(const std::string &I_strText) const
 {
-    return base::Printable(base::Masked(I_strText, strPassword).substr(0, SHOWN));
+    return base::Printable(base::Masked(I_strText, sConnection.strPassword).substr(0, SHOWN));
 }
 
 int CReport::Count(STATUS I_eStatus) const
@@ -86,7 +83,7 @@ std::string CReport::Counts() const
 // docs/check.md describes it: fields may be added, none may change.
 std::string CReport::Json() const
 {
-    base::JSON sAnswer = {{"schema", 1}, {"road", bInformix ? "informix" : "plain"}};
+    base::JSON sAnswer = {{"schema", 1}, {"road", sConnection.bInformix ? "informix" : "plain"}};
     for (size_t uStatus = 0; uStatus < JSON_WORDS.size(); uStatus++)
         sAnswer[JSON_WORDS.at(uStatus)] = Count(static_cast<STATUS>(uStatus));
     sAnswer["steps"] = base::JSON::array();
@@ -114,17 +111,8 @@ int CReport::FinishNagios() const
     printf("XBSA %s - %s%s | ok=%d warn=%d fail=%d not_tried=%d time=%.3fs\n",
            STATES.at(static_cast<size_t>(iExit)), strLine.c_str(), Counts().c_str(),
            Count(STATUS::OK), Count(STATUS::WARN), Count(STATUS::FAIL), Count(STATUS::NOT_TRIED),
-           static_cast<double>(Between(sStart, sLast)) / 1000);
+           static_cast<double>(Milliseconds(sLast - sStart)) / 1000);
     return iExit;
-}
-
-bool Climb(CReport &X_sReport, const STEPS &I_vecSteps)
-{
-    bool bGoing = true;
-    for (const auto &[cpName, fpRun] : I_vecSteps)
-        bGoing =
-            X_sReport.Add(cpName, bGoing ? fpRun() : NotTried("an earlier step failed")) && bGoing;
-    return bGoing;
 }
 
 int NagiosUnknown()

@@ -6,23 +6,15 @@
 #include <array>
 #include <random>
 
-#include "check/steps.h"
+#include "check/parts.h"
 #include "library/library.h"
 
 namespace check
 {
 namespace
 {
-using CLOCK = std::chrono::steady_clock;
-
 constexpr size_t SIZE = 1 << 20; // bytes of an object
 constexpr const char *NO_TRUST = "trust no backup on this server: ";
-
-std::string Since(CLOCK::time_point I_sStart)
-{
-    return std::to_string(
-        std::chrono::duration_cast<std::chrono::milliseconds>(CLOCK::now() - I_sStart).count());
-}
 
 // Every byte value, and no two objects alike.
 std::string Content()
@@ -66,57 +58,32 @@ std::string Difference(const std::string &I_strStored, const std::string &I_strR
                 " restored, different from byte ", sAt.first - I_strStored.begin());
 }
 
-// The whole way of one object. I_fpOpened runs while the transfer is open.
-void RoundTrip(const base::CONNECTION &I_sConnection, const std::string &I_strName,
-               library::CSession &X_sSession, const SAY &I_fpSay,
-               const std::function<void()> &I_fpOpened)
+// The whole way of one object.
+//   I_fpOpened  runs while the transfer is open
+void RoundTrip(const SESSIONS &I_sSessions, const std::string &I_strName, const SAY &I_fpSay,
+               const library::LISTENER &I_fpListener, const std::function<void()> &I_fpOpened)
 {
+    base::CONNECTION sConnection = I_sSessions.sConnection;
+    sConnection.uTimeout = static_cast<unsigned>(I_sSessions.sSilence.count() / 1000);
+    library::CSession sSession(sConnection, I_fpListener);
     library::OBJECT sName{"xbsactl", I_strName, 0};
-    BSA_ObjectDescriptor sObject = library::Descriptor(I_sConnection, sName);
+    BSA_ObjectDescriptor sObject = library::Descriptor(sConnection, sName);
     std::string strData = Content();
-    CLOCK::time_point sStart = CLOCK::now();
     I_fpSay("begun", ""); // a STOR that fails may leave an empty object
-    X_sSession.Create(sObject);
+    sSession.Create(sObject);
     sName.uCopyId = sObject.copyId.right;
     I_fpSay("copy", std::to_string(sName.uCopyId));
     I_fpOpened();
-    Store(X_sSession, strData);
-    I_fpSay("stored", Since(sStart));
+    Store(sSession, strData);
+    I_fpSay("stored", "");
 
-    sStart = CLOCK::now();
-    X_sSession.Next();
-    BSA_ObjectDescriptor sStored = library::Descriptor(I_sConnection, sName);
-    X_sSession.Get(sStored);
-    const std::string strRestored = Restore(X_sSession);
-    X_sSession.Close();
-    I_fpSay("restored", Since(sStart));
+    sSession.Next();
+    BSA_ObjectDescriptor sStored = library::Descriptor(sConnection, sName);
+    sSession.Get(sStored);
+    const std::string strRestored = Restore(sSession);
+    sSession.Close();
+    I_fpSay("restored", "");
     I_fpSay("difference", Difference(strData, strRestored));
-}
-
-// Whatever fails in the library, the child comes to its end.
-WORK Work(const SESSIONS &I_sSessions, const std::string &I_strName, bool I_bTrace,
-          const std::function<void()> &I_fpOpened)
-{
-    return [=, &I_sSessions](const SAY &I_fpSay) {
-        library::LISTENER fpListener;
-        if (I_bTrace) fpListener = [&](const std::string &strLine) { I_fpSay("trace", strLine); };
-        base::CONNECTION sConnection = I_sSessions.sConnection;
-        sConnection.uTimeout = static_cast<unsigned>(I_sSessions.sSilence.count() / 1000);
-        try
-        {
-            library::CSession sSession(sConnection, fpListener);
-            RoundTrip(sConnection, I_strName, sSession, I_fpSay, I_fpOpened);
-        } catch (const base::FAILURE &sError)
-        {
-            I_fpSay("error", sError.what());
-        }
-    };
-}
-
-// What went wrong, of the library or with its process; empty for nothing.
-std::string FailureOf(const OUTCOME &I_sOutcome)
-{
-    return I_sOutcome.strFailure.empty() ? I_sOutcome.Value("error") : I_sOutcome.strFailure;
 }
 
 // Of "[KEY=VALUE]." in a line of the utility's answer.
@@ -124,22 +91,20 @@ std::string AnswerIn(const OUTCOME &I_sAlone, const std::string &I_strKey)
 {
     const std::string strBegin = "parse_com_answer: Parsing line: [" + I_strKey + "=";
     for (const EVENT &sEvent : I_sAlone.vecEvents)
-        if (sEvent.strValue.rfind(strBegin, 0) == 0)
-            return sEvent.strValue.substr(strBegin.size(),
-                                          sEvent.strValue.rfind(']') - strBegin.size());
+        if (const char *cpValue = After(sEvent.strValue, strBegin))
+            return std::string(cpValue).substr(0, std::string(cpValue).rfind(']'));
     return "";
 }
 
 // Whether STOR was sent and not refused: even an object of 0 bytes is one.
 bool LeftObject(const OUTCOME &I_sAlone)
 {
-    const std::string REPLY = "LOGIN REPLY: ";
     bool bSent = false;
     for (const EVENT &sEvent : I_sAlone.vecEvents)
     {
-        const bool bReply = sEvent.strValue.rfind(REPLY, 0) == 0;
-        if (bSent && bReply) return sEvent.strValue.find_first_of("45") != REPLY.size();
-        if (sEvent.strValue.rfind("stpc_stor: Send message: ", 0) == 0) bSent = true;
+        const char *cpReply = After(sEvent.strValue, "LOGIN REPLY: ");
+        if (bSent && cpReply != nullptr) return *cpReply != '4' && *cpReply != '5';
+        bSent = bSent || After(sEvent.strValue, "stpc_stor: Send message: ") != nullptr;
     }
     return bSent;
 }
@@ -157,79 +122,67 @@ void NoteLeft(SESSIONS &X_sSessions, const std::string &I_strName, const OUTCOME
 
 FINDING JudgePair(const CReport &I_sReport, const OUTCOME &I_sOutcome)
 {
-    const std::string strFailure = FailureOf(I_sOutcome);
     const std::string strDifference = I_sOutcome.Value("difference");
-    if (!strFailure.empty())
-        return Fail(I_sReport.Foreign(strFailure),
+    if (!I_sOutcome.strFailure.empty())
+        return Fail(I_sReport.Foreign(I_sOutcome.strFailure),
                     "raise the server's limit of sessions, for all and for each account and host: "
                     "one alone works");
     if (strDifference.empty()) return Ok("both stored and restored");
     return Fail(strDifference, Text(NO_TRUST, "sessions at once disturb each other"));
 }
 
-struct LADDER
+// One session goes there and back while another one is open.
+FINDING Pair(SESSIONS &X_sSessions)
 {
-    CReport &sReport;
-    SESSIONS &sSessions;
-    const OUTCOME sAlone;
-
-    FINDING Compare()
+    std::array<int, 2> aiGate{};
+    if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
+    const base::CDescriptor sWaits(aiGate[0]);
+    base::CDescriptor sGate(aiGate[1]); // closed: the first session goes on
+    const auto fpAwait = [&] {
+        char cByte = '\0';
+        sGate = base::CDescriptor();
+        if (read(sWaits.Get(), &cByte, 1) == -1) throw base::SystemFailure("a pipe");
+    };
+    const std::string strFirst = X_sSessions.strName + "-2";
+    const std::string strSecond = X_sSessions.strName + "-3";
+    const auto sSilence = 2 * X_sSessions.sSilence;
+    CChild sChild([&](const SAY &fpSay) { RoundTrip(X_sSessions, strFirst, fpSay, {}, fpAwait); });
+    OUTCOME sFirst = sChild.Wait(sSilence, "copy");
+    OUTCOME sSecond;
+    if (sFirst.strFailure.empty())
     {
-        const std::string strDifference = sAlone.Value("difference");
-        if (strDifference.empty()) return Ok("what was stored came back");
-        return Fail(strDifference,
-                    Text(NO_TRUST, "look for a full or broken disk, a conversion of texts, or "
-                                   "something on the way that changes data"));
+        sSecond = RunChild(sSilence, [&](const SAY &fpSay) {
+            RoundTrip(X_sSessions, strSecond, fpSay, {}, [] {});
+        });
+        sGate = base::CDescriptor();
+        sFirst = sChild.Wait(sSilence);
     }
+    NoteLeft(X_sSessions, strFirst, sFirst, sFirst.Find("begun") != nullptr);
+    NoteLeft(X_sSessions, strSecond, sSecond, sSecond.Find("begun") != nullptr);
+    const FINDING sFinding = JudgePair(X_sSessions.sReport, sFirst);
+    return sFinding.eStatus == STATUS::OK ? JudgePair(X_sSessions.sReport, sSecond) : sFinding;
+}
 
-    // One session goes there and back while another one is open.
-    FINDING Pair()
-    {
-        std::array<int, 2> aiGate{};
-        if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
-        const base::CDescriptor sWaits(aiGate[0]);
-        base::CDescriptor sGate(aiGate[1]); // closed: the first session goes on
-        const auto fpAwait = [&] {
-            char cByte = '\0';
-            sGate = base::CDescriptor();
-            if (read(sWaits.Get(), &cByte, 1) == -1) throw base::SystemFailure("a pipe");
-        };
-        const std::string strFirst = sSessions.strName + "-2";
-        const std::string strSecond = sSessions.strName + "-3";
-        CChild sChild(Work(sSessions, strFirst, false, fpAwait));
-        OUTCOME sFirst = sChild.Wait(2 * sSessions.sSilence, "copy");
-        OUTCOME sSecond;
-        if (FailureOf(sFirst).empty())
-        {
-            sSecond = RunChild(2 * sSessions.sSilence, Work(sSessions, strSecond, false, [] {}));
-            sGate = base::CDescriptor();
-            sFirst = sChild.Wait(2 * sSessions.sSilence);
-        }
-        NoteLeft(sSessions, strFirst, sFirst, sFirst.Find("begun") != nullptr);
-        NoteLeft(sSessions, strSecond, sSecond, sSecond.Find("begun") != nullptr);
-        const FINDING sFinding = JudgePair(sReport, sFirst);
-        return sFinding.eStatus == STATUS::OK ? JudgePair(sReport, sSecond) : sFinding;
-    }
-
-    FINDING Trip(const char *cpEvent) const
-    {
-        const EVENT *spEvent = sAlone.Find(cpEvent);
-        const std::string strFailure = FailureOf(sAlone);
-        if (spEvent == nullptr)
-            return Fail(sReport.Foreign(strFailure),
-                        Remedy(strFailure, sSessions.sConnection.bInformix));
-        FINDING sFinding = Ok(Text(SIZE, " bytes in ", spEvent->strValue, " ms"));
-        sFinding.lMilliseconds = std::stol(spEvent->strValue);
-        return sFinding;
-    }
-};
-
-STEPS StepsOf(LADDER &X_sLadder)
+FINDING Compare(const OUTCOME &I_sAlone)
 {
-    return {{"library.store", [&] { return X_sLadder.Trip("stored"); }},
-            {"library.restore", [&] { return X_sLadder.Trip("restored"); }},
-            {"library.compare", [&] { return X_sLadder.Compare(); }},
-            {"library.two_at_once", [&] { return X_sLadder.Pair(); }}};
+    const std::string strDifference = I_sAlone.Value("difference");
+    if (strDifference.empty()) return Ok("what was stored came back");
+    return Fail(strDifference,
+                Text(NO_TRUST, "look for a full or broken disk, a conversion of texts, or "
+                               "something on the way that changes data"));
+}
+
+FINDING Trip(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const char *cpFrom,
+             const char *cpTo)
+{
+    const EVENT *spFrom = I_sAlone.Find(cpFrom);
+    const EVENT *spTo = I_sAlone.Find(cpTo);
+    const std::string &strFailure = I_sAlone.strFailure;
+    if (spFrom == nullptr || spTo == nullptr)
+        return Fail(I_sSessions.sReport.Foreign(strFailure),
+                    Remedy(strFailure, I_sSessions.sConnection.bInformix));
+    const long lTook = spTo->lMilliseconds - spFrom->lMilliseconds;
+    return {STATUS::OK, Text(SIZE, " bytes in ", lTook, " ms"), "", lTook};
 }
 } // namespace
 
@@ -237,8 +190,10 @@ OUTCOME RunAlone(SESSIONS &X_sSessions)
 {
     const std::string strName = X_sSessions.strName + "-1";
     const std::chrono::seconds sMore(2); // the library's own wait ends first
-    OUTCOME sOutcome =
-        RunChild(X_sSessions.sSilence + sMore, Work(X_sSessions, strName, true, [] {}));
+    OUTCOME sOutcome = RunChild(X_sSessions.sSilence + sMore, [&](const SAY &fpSay) {
+        const auto fpTrace = [&](const std::string &strLine) { fpSay("trace", strLine); };
+        RoundTrip(X_sSessions, strName, fpSay, fpTrace, [] {});
+    });
     NoteLeft(X_sSessions, strName, sOutcome, LeftObject(sOutcome));
     return sOutcome;
 }
@@ -252,15 +207,13 @@ std::string ServerIn(const OUTCOME &I_sAlone)
     return !strHost.empty() && iPort >= 1 && iPort <= 65535 ? Text(strHost, ':', iPort) : "";
 }
 
-void ReportSessions(CReport &X_sReport, SESSIONS &X_sSessions, const OUTCOME &I_sAlone)
+void ReportSessions(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const std::string &I_strWhy)
 {
-    LADDER sLadder{X_sReport, X_sSessions, I_sAlone};
-    Climb(X_sReport, StepsOf(sLadder));
-}
-
-void SkipSessions(CReport &X_sReport, SESSIONS &X_sSessions, const std::string &I_strWhy)
-{
-    LADDER sLadder{X_sReport, X_sSessions, {}};
-    X_sReport.Skip(StepsOf(sLadder), I_strWhy);
+    X_sSessions.sReport.Climb(
+        {{"library.store", [&] { return Trip(X_sSessions, I_sAlone, "begun", "stored"); }},
+         {"library.restore", [&] { return Trip(X_sSessions, I_sAlone, "stored", "restored"); }},
+         {"library.compare", [&] { return Compare(I_sAlone); }},
+         {"library.two_at_once", [&] { return Pair(X_sSessions); }}},
+        I_strWhy);
 }
 } // namespace check

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "check/steps.h"
+#include "check/parts.h"
 #include "library/library.h"
 #include "xbsa_session.h"
 
@@ -52,8 +52,8 @@ std::string PrintedIn(const OUTCOME &I_sOutcome)
     std::string strText;
     for (const EVENT &sEvent : I_sOutcome.vecEvents)
     {
-        if (sEvent.strValue.rfind(strBegin, 0) != 0) continue;
-        std::istringstream sHex(sEvent.strValue.substr(strBegin.size(), DUMPED));
+        const char *cpDump = After(sEvent.strValue, strBegin);
+        std::istringstream sHex(cpDump != nullptr ? std::string(cpDump).substr(0, DUMPED) : "");
         for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
     }
     return strText;
@@ -63,7 +63,7 @@ std::string ValueIn(const std::string &I_strText, const std::string &I_strKey)
 {
     std::istringstream sLines(I_strText);
     for (std::string strLine; std::getline(sLines, strLine);)
-        if (strLine.rfind(I_strKey + "=", 0) == 0) return strLine.substr(I_strKey.size() + 1);
+        if (const char *cpValue = After(strLine, I_strKey + "=")) return cpValue;
     return "";
 }
 
@@ -135,12 +135,11 @@ bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, boo
                   bool I_bVariables, std::chrono::milliseconds I_sBound)
 {
     UTILITY sUtility{X_sReport, I_sConnection, I_bVariables, I_sBound};
-    const STEPS vecSteps = {{"ini.file", [&] { return sUtility.IniFile(); }},
-                            {"ini.key", [&] { return sUtility.IniKey(); }},
-                            {"utility.file", [&] { return sUtility.File(); }},
-                            {"utility.query", [&] { return sUtility.Answer(); }}};
-    if (I_bLibrary) return Climb(X_sReport, vecSteps) && I_bVariables;
-    X_sReport.Skip(vecSteps, "the library is not usable");
-    return false;
+    const bool bGood = X_sReport.Climb({{"ini.file", [&] { return sUtility.IniFile(); }},
+                                        {"ini.key", [&] { return sUtility.IniKey(); }},
+                                        {"utility.file", [&] { return sUtility.File(); }},
+                                        {"utility.query", [&] { return sUtility.Answer(); }}},
+                                       I_bLibrary ? "" : "the library is not usable");
+    return bGood && I_bVariables;
 }
 } // namespace check

@@ -20,11 +20,6 @@ bool IsShared(const std::string &I_strFile)
     return I_strFile == LINK || I_strFile == VERSIONS || I_strFile == LOGROTATE;
 }
 
-std::string HashNow(const PLACE &I_sPlace, const std::string &I_strFile)
-{
-    return HashOf(Content(I_sPlace, I_strFile));
-}
-
 // An earlier copy is never overwritten.
 std::string FreeCopyName(const PLACE &I_sPlace, const std::string &I_strFile)
 {
@@ -37,40 +32,34 @@ std::string FreeCopyName(const PLACE &I_sPlace, const std::string &I_strFile)
     throw base::FileFailure(I_sPlace.Path(I_strFile) + ": too many old copies beside it");
 }
 
-struct STEP
+// Updates the journal for a change, and names the copy that it needs.
+void Note(const PLACE &I_sPlace, JOURNAL &X_sJournal, CHANGE &X_sChange)
 {
-    CHANGE sChange;
-    std::string strCopy; // made by this run; empty for none
-};
-
-// Updates the journal for a change.
-STEP Note(const PLACE &I_sPlace, JOURNAL &X_sJournal, const CHANGE &I_sChange)
-{
-    const std::string strBefore = HashOf(I_sChange.strBefore);
-    const std::string strAfter = HashOf(I_sChange.strAfter);
-    if (RECORD *spRecord = X_sJournal.Find(I_sChange.strFile))
+    const std::string strBefore = HashOf(X_sChange.strBefore);
+    const std::string strAfter = HashOf(X_sChange.strAfter);
+    RECORD *spRecord = X_sJournal.Find(X_sChange.strFile);
+    if (spRecord == nullptr)
     {
-        const bool bFresh =
-            strBefore == spRecord->strBefore; // a run was killed, or put back by hand
-        spRecord->strAfter = bFresh || strBefore == spRecord->strAfter ? strAfter : EDITED;
-        const bool bCopy = bFresh && I_sChange.strBefore && !I_sPlace.Exists(spRecord->strCopy);
-        return {I_sChange, bCopy ? spRecord->strCopy : ""};
+        if (X_sChange.strBefore) X_sChange.strCopy = FreeCopyName(I_sPlace, X_sChange.strFile);
+        X_sJournal.vecRecords.push_back(
+            {X_sChange.strFile, X_sChange.strCopy, strBefore, strAfter});
+        return;
     }
-    const std::string strCopy =
-        I_sChange.strBefore ? FreeCopyName(I_sPlace, I_sChange.strFile) : "";
-    X_sJournal.vecRecords.push_back({I_sChange.strFile, strCopy, strBefore, strAfter});
-    return {I_sChange, strCopy};
+    const bool bFresh = strBefore == spRecord->strBefore; // a run was killed, or put back by hand
+    spRecord->strAfter = bFresh || strBefore == spRecord->strAfter ? strAfter : EDITED;
+    if (bFresh && X_sChange.strBefore && !I_sPlace.Exists(spRecord->strCopy))
+        X_sChange.strCopy = spRecord->strCopy;
 }
 
-void TakeBack(const PLACE &I_sPlace, const STEP &I_sStep)
+void TakeBack(const PLACE &I_sPlace, const CHANGE &I_sChange)
 {
-    const CHANGE &sChange = I_sStep.sChange;
-    if (!I_sStep.strCopy.empty())
+    if (!I_sChange.strCopy.empty())
     {
-        if (I_sPlace.Exists(I_sStep.strCopy)) MoveBack(I_sPlace, I_sStep.strCopy, sChange.strFile);
+        if (I_sPlace.Exists(I_sChange.strCopy))
+            I_sPlace.MoveBack(I_sChange.strCopy, I_sChange.strFile);
     }
-    else if (!sChange.strBefore) Remove(I_sPlace, sChange.strFile);
-    else Write(I_sPlace, sChange.strFile, *sChange.strBefore);
+    else if (!I_sChange.strBefore) I_sPlace.Remove(I_sChange.strFile);
+    else I_sPlace.Write(I_sChange.strFile, *I_sChange.strBefore);
 }
 
 // What another account owns could be neither kept as a copy nor replaced without a new owner.
@@ -100,7 +89,7 @@ void CheckUnchanged(const PLACE &I_sPlace, const std::vector<CHANGE> &I_vecChang
     for (const CHANGE &sChange : I_vecChanges)
     {
         RefuseForeign(I_sPlace, sChange.strFile);
-        if (Content(I_sPlace, sChange.strFile) != sChange.strBefore)
+        if (I_sPlace.Content(sChange.strFile) != sChange.strBefore)
             throw base::FileFailure(I_sPlace.Path(sChange.strFile) +
                                     " was changed meanwhile: run setup again");
     }
@@ -131,7 +120,7 @@ void PlanEdited(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const std::str
 
 UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &I_sRecord)
 {
-    const std::optional<std::string> strText = Content(I_sPlace, I_sRecord.strFile);
+    const std::optional<std::string> strText = I_sPlace.Content(I_sRecord.strFile);
     const std::string strNow = HashOf(strText);
     UNDO sUndo;
     sUndo.sRecord = I_sRecord;
@@ -141,7 +130,7 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
         throw base::FileFailure(I_sPlace.Path(I_sRecord.strFile) + " was removed since setup");
     if (!sUndo.bPutBack) PlanEdited(I_sPlace, I_sJournal, *strText, sUndo);
     else if (!I_sRecord.strCopy.empty() &&
-             HashNow(I_sPlace, I_sRecord.strCopy) != I_sRecord.strBefore)
+             HashOf(I_sPlace.Content(I_sRecord.strCopy)) != I_sRecord.strBefore)
         throw base::FileFailure(I_sPlace.Path(I_sRecord.strCopy) +
                                 ": this copy of the old file is gone or was changed");
     return sUndo;
@@ -150,66 +139,60 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
 
 // The journal is written first: a run that is killed can be undone, since what was not done yet
 // shows as unchanged.
-void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<CHANGE> &I_vecChanges)
+void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecChanges)
 {
     const JOURNAL sOld = ReadJournal(I_sPlace);
-    std::vector<STEP> vecSteps;
     CheckUnchanged(I_sPlace, I_vecChanges);
     RefuseClosed(I_sPlace);
-    vecSteps.reserve(I_vecChanges.size());
-    for (const CHANGE &sChange : I_vecChanges)
-        vecSteps.push_back(Note(I_sPlace, I_sJournal, sChange));
-    auto sStep = vecSteps.begin();
+    for (CHANGE &sChange : I_vecChanges) Note(I_sPlace, I_sJournal, sChange);
+    auto sNext = I_vecChanges.cbegin();
     try
     {
         WriteJournal(I_sPlace, I_sJournal);
-        while (sStep != vecSteps.end())
+        while (sNext != I_vecChanges.cend())
         {
-            const STEP &sDone = *sStep++; // it counts when it fails, too
-            if (!sDone.strCopy.empty()) KeepCopy(I_sPlace, sDone.sChange.strFile, sDone.strCopy);
-            Write(I_sPlace, sDone.sChange.strFile, sDone.sChange.strAfter);
+            const CHANGE &sChange = *sNext++; // it counts when it fails, too
+            if (!sChange.strCopy.empty()) I_sPlace.KeepCopy(sChange.strFile, sChange.strCopy);
+            I_sPlace.Write(sChange.strFile, sChange.strAfter);
         }
     } catch (const base::FAILURE &)
     {
-        while (sStep != vecSteps.begin()) TakeBack(I_sPlace, *--sStep);
+        while (sNext != I_vecChanges.cbegin()) TakeBack(I_sPlace, *--sNext);
         WriteJournal(I_sPlace, sOld);
         throw;
     }
 }
 
 // What all onconfigs of the folder share stays while another of them is hooked.
-std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL I_sJournal)
+std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL &X_sJournal)
 {
-    const auto &vecRecords = I_sJournal.vecRecords;
-    const bool bOther =
-        std::any_of(vecRecords.begin(), vecRecords.end(), [&I_sPlace](const RECORD &sRecord) {
-            return !IsShared(sRecord.strFile) && sRecord.strFile != I_sPlace.strOnconfig;
-        });
+    std::vector<RECORD> vecRest;
+    std::vector<RECORD> vecShared;
     std::vector<UNDO> vecUndo;
-    for (const RECORD &sRecord : vecRecords)
-        if (sRecord.strFile == I_sPlace.strOnconfig || (IsShared(sRecord.strFile) && !bOther))
-            vecUndo.push_back(PlanRecord(I_sPlace, I_sJournal, sRecord));
+    for (const RECORD &sRecord : X_sJournal.vecRecords)
+        if (sRecord.strFile == I_sPlace.strOnconfig)
+            vecUndo.push_back(PlanRecord(I_sPlace, X_sJournal, sRecord));
+        else (IsShared(sRecord.strFile) ? vecShared : vecRest).push_back(sRecord);
+    if (!vecRest.empty()) vecRest.insert(vecRest.end(), vecShared.begin(), vecShared.end());
+    else
+        for (const RECORD &sRecord : vecShared)
+            vecUndo.push_back(PlanRecord(I_sPlace, X_sJournal, sRecord));
+    X_sJournal.vecRecords = vecRest;
     return vecUndo;
 }
 
-void Undo(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<UNDO> &I_vecUndo)
+void Undo(const PLACE &I_sPlace, const JOURNAL &I_sRest, const std::vector<UNDO> &I_vecUndo)
 {
-    auto &vecRecords = I_sJournal.vecRecords;
     RefuseClosed(I_sPlace);
     for (const UNDO &sUndo : I_vecUndo)
     {
         const RECORD &sRecord = sUndo.sRecord;
         const bool bCopy = !sRecord.strCopy.empty();
-        if (sUndo.strText) Write(I_sPlace, sRecord.strFile, *sUndo.strText);
-        else if (sUndo.bPutBack && bCopy) MoveBack(I_sPlace, sRecord.strCopy, sRecord.strFile);
-        else if (sUndo.bPutBack) Remove(I_sPlace, sRecord.strFile);
-        else if (bCopy) Remove(I_sPlace, sRecord.strCopy);
-        vecRecords.erase(std::remove_if(vecRecords.begin(), vecRecords.end(),
-                                        [&sRecord](const RECORD &sOther) {
-                                            return sOther.strFile == sRecord.strFile;
-                                        }),
-                         vecRecords.end());
+        if (sUndo.strText) I_sPlace.Write(sRecord.strFile, *sUndo.strText);
+        else if (sUndo.bPutBack && bCopy) I_sPlace.MoveBack(sRecord.strCopy, sRecord.strFile);
+        else if (sUndo.bPutBack) I_sPlace.Remove(sRecord.strFile);
+        else if (bCopy) I_sPlace.Remove(sRecord.strCopy);
     }
-    WriteJournal(I_sPlace, I_sJournal);
+    WriteJournal(I_sPlace, I_sRest);
 }
 } // namespace setup

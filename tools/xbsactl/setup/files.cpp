@@ -2,7 +2,6 @@
 #include <openssl/evp.h>
 
 #include <cerrno>
-#include <climits>
 
 #include "base/json.h"
 #include "setup/parts.h"
@@ -57,19 +56,13 @@ JOURNAL Parse(const std::string &I_strText)
 }
 } // namespace
 
-std::optional<std::string> Content(const PLACE &I_sPlace, const std::string &I_strFile,
-                                   off_t I_iLargest)
+std::optional<std::string> PLACE::Content(const std::string &I_strFile, off_t I_iLargest) const
 {
-    const base::TARGET sTarget = I_sPlace.At(I_strFile);
+    const base::TARGET sTarget = At(I_strFile);
     const auto sStatus = sTarget.spFolder != nullptr ? sTarget.Status() : std::nullopt;
     if (!sStatus) return std::nullopt;
     if (I_strFile != LINK || !S_ISLNK(sStatus->st_mode)) return base::ReadText(sTarget, I_iLargest);
-    std::string strText(PATH_MAX, '\0');
-    const ssize_t iLength =
-        readlinkat(sTarget.Folder(), sTarget.strName.c_str(), strText.data(), strText.size());
-    if (iLength == -1) throw base::SystemFailure("reading " + sTarget.strShown);
-    strText.resize(static_cast<size_t>(iLength));
-    return strText;
+    return base::LinkText(sTarget.Folder(), sTarget.strName, sTarget.strShown);
 }
 
 std::string HashOf(const std::optional<std::string> &I_strContent)
@@ -83,33 +76,33 @@ std::string HashOf(const std::optional<std::string> &I_strContent)
     return base::Hex(ucHash, uLength);
 }
 
-void Write(const PLACE &I_sPlace, const std::string &I_strFile, const std::string &I_strText)
+void PLACE::Write(const std::string &I_strFile, const std::string &I_strText) const
 {
-    if (I_strFile == LINK) WriteLink(I_sPlace.At(I_strFile), I_strText);
-    else base::ReplaceText(I_sPlace.At(I_strFile), I_strText, true);
+    if (I_strFile == LINK) WriteLink(At(I_strFile), I_strText);
+    else base::ReplaceText(At(I_strFile), I_strText, true);
 }
 
-void Remove(const PLACE &I_sPlace, const std::string &I_strFile)
+void PLACE::Remove(const std::string &I_strFile) const
 {
-    const base::TARGET sTarget = I_sPlace.At(I_strFile);
+    const base::TARGET sTarget = At(I_strFile);
     if (unlinkat(sTarget.Folder(), sTarget.strName.c_str(), 0) != 0 && errno != ENOENT)
         throw base::SystemFailure(sTarget.strShown);
 }
 
-void KeepCopy(const PLACE &I_sPlace, const std::string &I_strFile, const std::string &I_strCopy)
+void PLACE::KeepCopy(const std::string &I_strFile, const std::string &I_strCopy) const
 {
-    const base::TARGET sFrom = I_sPlace.At(I_strFile);
-    const base::TARGET sCopy = I_sPlace.At(I_strCopy);
+    const base::TARGET sFrom = At(I_strFile);
+    const base::TARGET sCopy = At(I_strCopy);
     if (linkat(sFrom.Folder(), sFrom.strName.c_str(), sCopy.Folder(), sCopy.strName.c_str(), 0) !=
         0)
         throw base::SystemFailure("keeping a copy of " + sFrom.strShown);
 }
 
 // A rename does nothing when both names are the same file still, so the copy's name goes by itself.
-void MoveBack(const PLACE &I_sPlace, const std::string &I_strCopy, const std::string &I_strFile)
+void PLACE::MoveBack(const std::string &I_strCopy, const std::string &I_strFile) const
 {
-    Rename(I_sPlace.At(I_strCopy), I_sPlace.At(I_strFile));
-    Remove(I_sPlace, I_strCopy);
+    Rename(At(I_strCopy), At(I_strFile));
+    Remove(I_strCopy);
 }
 
 RECORD *JOURNAL::Find(const std::string &I_strFile)
@@ -121,7 +114,7 @@ RECORD *JOURNAL::Find(const std::string &I_strFile)
 
 JOURNAL ReadJournal(const PLACE &I_sPlace)
 {
-    const std::optional<std::string> strText = Content(I_sPlace, JOURNAL_FILE, JOURNAL_LARGEST);
+    const std::optional<std::string> strText = I_sPlace.Content(JOURNAL_FILE, JOURNAL_LARGEST);
     if (!strText) return {};
     const std::string strPath = I_sPlace.Path(JOURNAL_FILE);
     JOURNAL sJournal;
@@ -142,7 +135,7 @@ JOURNAL ReadJournal(const PLACE &I_sPlace)
 
 void WriteJournal(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
 {
-    if (I_sJournal.vecRecords.empty()) return Remove(I_sPlace, JOURNAL_FILE);
+    if (I_sJournal.vecRecords.empty()) return I_sPlace.Remove(JOURNAL_FILE);
     base::JSON sJson = {
         {"schema", 1}, {"row", I_sJournal.strRow}, {"library", I_sJournal.strLibrary}};
     for (const RECORD &sRecord : I_sJournal.vecRecords)
@@ -150,6 +143,6 @@ void WriteJournal(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
                                   {"copy", sRecord.strCopy},
                                   {"before", sRecord.strBefore},
                                   {"after", sRecord.strAfter}});
-    Write(I_sPlace, JOURNAL_FILE, sJson.dump(2) + "\n");
+    I_sPlace.Write(JOURNAL_FILE, sJson.dump(2) + "\n");
 }
 } // namespace setup

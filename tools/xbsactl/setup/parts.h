@@ -41,6 +41,19 @@ struct PLACE
     {
         return At(I_strFile).Status().has_value();
     }
+
+    // The file, or the target of a link; nothing when it does not exist. What is not a link in lib
+    // is refused when it is one: what it leads to is another's.
+    std::optional<std::string> Content(const std::string &I_strFile,
+                                       off_t I_iLargest = LARGEST) const;
+
+    // Replaced as a whole, with owner, group and mode kept. A link, when it is the one in lib.
+    void Write(const std::string &I_strFile, const std::string &I_strText) const;
+    void Remove(const std::string &I_strFile) const; // it may be gone already
+
+    // The file gets a second name, and takes its place again.
+    void KeepCopy(const std::string &I_strFile, const std::string &I_strCopy) const;
+    void MoveBack(const std::string &I_strCopy, const std::string &I_strFile) const;
 };
 
 // Finds the files and becomes the account that owns the onconfig, for good, when root runs: what it
@@ -55,19 +68,7 @@ bool MayWriteLib(const PLACE &I_sPlace);
 // The text for logrotate. Nothing of it comes from a file that the folder's owner can write.
 std::string Rotation(const OPTIONS &I_sOptions);
 
-// The file, or the target of a link; nothing when it does not exist. What is not a link in lib is
-// refused when it is one: what it leads to is another's.
-std::optional<std::string> Content(const PLACE &I_sPlace, const std::string &I_strFile,
-                                   off_t I_iLargest = LARGEST);
 std::string HashOf(const std::optional<std::string> &I_strContent); // empty for nothing
-
-// Replaced as a whole, with owner, group and mode kept. A link, when it is the one in lib.
-void Write(const PLACE &I_sPlace, const std::string &I_strFile, const std::string &I_strText);
-void Remove(const PLACE &I_sPlace, const std::string &I_strFile); // it may be gone already
-
-// The file gets a second name, and takes its place again.
-void KeepCopy(const PLACE &I_sPlace, const std::string &I_strFile, const std::string &I_strCopy);
-void MoveBack(const PLACE &I_sPlace, const std::string &I_strCopy, const std::string &I_strFile);
 
 // A file that an earlier run changed. Contents are kept as SHA-256.
 struct RECORD
@@ -96,10 +97,11 @@ struct CHANGE
     std::string strFile;
     std::optional<std::string> strBefore; // nothing: it does not exist
     std::string strAfter;
+    std::string strCopy{}; // of the old file, made by Apply; empty for none
 };
 
 // Makes all of the changes or, when one fails, none.
-void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<CHANGE> &I_vecChanges);
+void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecChanges);
 
 // What undoing one record means; planned for all before the first is done.
 struct UNDO
@@ -110,14 +112,9 @@ struct UNDO
     std::string strKept;                // a line of setup that was edited, and stays
 };
 
-// Throws when a file was edited where we changed it.
-std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL I_sJournal);
-void Undo(const PLACE &I_sPlace, JOURNAL I_sJournal, const std::vector<UNDO> &I_vecUndo);
-
-using LINES = std::vector<std::string>;
-LINES Split(const std::string &I_strText);
-bool Sets(const std::string &I_strLine, const char *cpName);
-std::string Value(const std::string &I_strLine);
+// Takes what can be undone out of the journal. Throws when a file was edited where we changed it.
+std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL &X_sJournal);
+void Undo(const PLACE &I_sPlace, const JOURNAL &I_sRest, const std::vector<UNDO> &I_vecUndo);
 
 // The onconfig with our lines at its end. Lines that they replace become comments. Unchanged when
 // it says the same already.

@@ -32,10 +32,7 @@ std::string GroupName(gid_t I_uGroup)
 
 std::string OnconfigName(const OPTIONS &I_sOptions)
 {
-    const char *cpVariable = getenv("ONCONFIG");
-    std::string strName = I_sOptions.strOnconfig;
-    if (strName.empty())
-        strName = cpVariable != nullptr && *cpVariable != '\0' ? cpVariable : "onconfig";
+    const std::string strName = base::OnconfigName(I_sOptions.strOnconfig);
     if (strName.front() == '.' || strName.find('/') != std::string::npos)
         throw base::USAGE_ERROR("--onconfig is the name of a file in DIR/etc");
     return strName;
@@ -59,9 +56,8 @@ std::shared_ptr<const base::CDescriptor> OpenFolder(int I_iIn, const std::string
     const int iLink = I_iIn == AT_FDCWD ? 0 : O_NOFOLLOW;
     base::CDescriptor sFolder(openat(I_iIn, I_strName.c_str(), O_PATH | O_CLOEXEC | iLink));
     if (sFolder.Get() == -1 && errno == ENOENT) return nullptr;
-    STAT sStatus{};
-    if (sFolder.Get() == -1 || fstat(sFolder.Get(), &sStatus) != 0)
-        throw base::SystemFailure(I_strPath);
+    if (sFolder.Get() == -1) throw base::SystemFailure(I_strPath);
+    const STAT sStatus = sFolder.Status(I_strPath);
     if (S_ISLNK(sStatus.st_mode))
         throw base::FileFailure(I_strPath +
                                 " is a link: setup changes nothing outside of the folder");
@@ -81,20 +77,17 @@ STAT OnconfigStatus(const PLACE &I_sPlace)
     return *sStatus;
 }
 
-STAT StatusOf(const base::CDescriptor &I_sFolder, const std::string &I_strFolder)
+// What others may write. A group of root's own is nobody else.
+bool IsOpen(const STAT &I_sStatus, bool I_bGroups)
 {
-    STAT sStatus{};
-    if (fstat(I_sFolder.Get(), &sStatus) != 0) throw base::SystemFailure(I_strFolder);
-    return sStatus;
+    const bool bGroup = (I_sStatus.st_mode & S_IWGRP) != 0 && I_sStatus.st_gid != 0;
+    return (I_bGroups && bGroup) || (I_sStatus.st_mode & S_IWOTH) != 0;
 }
 
 // Whoever may write a folder may put a file of root's there, or take one away.
-bool IsRootsOnly(const base::CDescriptor &I_sFolder)
+bool IsRootsOnly(const STAT &I_sFolder)
 {
-    STAT sStatus{};
-    if (fstat(I_sFolder.Get(), &sStatus) != 0) return false;
-    const bool bGroup = (sStatus.st_mode & S_IWGRP) != 0 && sStatus.st_gid != 0;
-    return sStatus.st_uid == 0 && !bGroup && (sStatus.st_mode & S_IWOTH) == 0;
+    return I_sFolder.st_uid == 0 && !IsOpen(I_sFolder, true);
 }
 
 // The group, when the account is in it, else the account's own: a file that root made and gave away
@@ -139,18 +132,15 @@ STAT LinkStatus(const PATH &I_sPath)
 }
 
 // Whoever owns "/" can do everything anyway.
-bool IsTrusted(const WAY &I_sWay, uid_t I_uAccount)
-{
-    return I_uAccount == 0 || I_uAccount == I_sWay.uOwner || I_uAccount == LinkStatus("/").st_uid;
-}
-
 void CheckOwner(const WAY &I_sWay, const PATH &I_sPath, const STAT &I_sStatus)
 {
     const bool bLink = S_ISLNK(I_sStatus.st_mode);
-    if ((I_sWay.bLinksOnly && !bLink) || IsTrusted(I_sWay, I_sStatus.st_uid)) return;
+    const uid_t uAccount = I_sStatus.st_uid;
+    if (I_sWay.bLinksOnly && !bLink) return;
+    if (uAccount == 0 || uAccount == I_sWay.uOwner || uAccount == LinkStatus("/").st_uid) return;
     throw base::FileFailure(
         I_sPath.string() + (bLink ? " is a link that" : "") + " belongs to account " +
-        std::to_string(I_sStatus.st_uid) +
+        std::to_string(uAccount) +
         ", who could make the path lead elsewhere: give the path of a folder that only "
         "root and its owner can move");
 }
@@ -159,10 +149,8 @@ void CheckOwner(const WAY &I_sWay, const PATH &I_sPath, const STAT &I_sStatus)
 // with what is root's.
 void CheckWriters(const WAY &I_sWay, const PATH &I_sPath, const STAT &I_sStatus)
 {
-    const bool bGroup =
-        I_sWay.uOwner == 0 && (I_sStatus.st_mode & S_IWGRP) != 0 && I_sStatus.st_gid != 0;
-    const bool bOthers = bGroup || (I_sStatus.st_mode & S_IWOTH) != 0;
-    if (I_sWay.bLinksOnly || !bOthers || (I_sStatus.st_mode & S_ISVTX) != 0) return;
+    const bool bSticky = (I_sStatus.st_mode & S_ISVTX) != 0;
+    if (I_sWay.bLinksOnly || bSticky || !IsOpen(I_sStatus, I_sWay.uOwner == 0)) return;
     throw base::FileFailure(
         "others may write " + I_sPath.string() +
         ", and could make the path lead elsewhere: take their right first (chmod)");
@@ -191,26 +179,25 @@ void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
 {
     const STAT sStatus = OnconfigStatus(I_sPlace);
     const std::string strFile = I_sPlace.Path(I_sPlace.strOnconfig);
+    const std::string strName = AccountName(sStatus.st_uid);
     if (geteuid() != 0) return;
-    WAY sWay{StatusOf(I_sFolder, I_sPlace.strFolder).st_uid, true};
+    const STAT sFolder = I_sFolder.Status(I_sPlace.strFolder);
+    const STAT sEtc = I_sPlace.spEtc->Status(I_sPlace.Path("etc"));
+    WAY sWay{sFolder.st_uid, true};
     CheckWay(sWay, I_sPlace.strFolder);
-    if (sStatus.st_uid != 0)
-    {
-        if (GroupOf(sStatus.st_uid, sStatus.st_gid) != sStatus.st_gid)
-            throw base::FileFailure(
-                strFile + " has the group " + GroupName(sStatus.st_gid) + ", which " +
-                AccountName(sStatus.st_uid) +
-                " is not in: give it one of this account's groups first (chgrp)");
-        Become(sStatus.st_uid, sStatus.st_gid);
-        std::cout << "# As " << AccountName(sStatus.st_uid) << ", who owns "
-                  << base::Printable(strFile) << '\n';
-        return;
-    }
-    if (!IsRootsOnly(I_sFolder) || !IsRootsOnly(*I_sPlace.spEtc))
+    if (sStatus.st_uid == 0 && !(IsRootsOnly(sFolder) && IsRootsOnly(sEtc)))
         throw base::FileFailure(strFile +
                                 " is root's, but others may write its folder: give it to the "
                                 "database's account first (chown)");
+    if (sStatus.st_uid == 0) return;
+    if (GroupOf(sStatus.st_uid, sStatus.st_gid) != sStatus.st_gid)
+        throw base::FileFailure(strFile + " has the group " + GroupName(sStatus.st_gid) +
+                                ", which " + strName +
+                                " is not in: give it one of this account's groups first (chgrp)");
+    Become(sStatus.st_uid, sStatus.st_gid);
+    std::cout << "# As " << strName << ", who owns " << base::Printable(strFile) << '\n';
 }
+
 // Of the folder itself, so that nothing is created before the question. Where it cannot be read
 // nobody can change anything.
 base::CDescriptor Lock(const PLACE &I_sPlace)
@@ -243,14 +230,14 @@ PLACE Enter(const OPTIONS &I_sOptions)
 
 bool MayWriteLib(const PLACE &I_sPlace)
 {
+    const std::string strLib = I_sPlace.Path("lib");
     if (I_sPlace.spLib == nullptr) return false;
-    const bool bMay = geteuid() == 0 ? IsRootsOnly(*I_sPlace.spLib)
-                                     : faccessat(I_sPlace.spLib->Get(), ".", W_OK | X_OK, 0) == 0;
+    const bool bRoot = geteuid() == 0;
+    const bool bMay = bRoot ? IsRootsOnly(I_sPlace.spLib->Status(strLib))
+                            : faccessat(I_sPlace.spLib->Get(), ".", W_OK | X_OK, 0) == 0;
     if (!bMay)
-        std::cout << "# No link in " << I_sPlace.Path("lib") << ": "
-                  << (geteuid() == 0 ? "others may write there"
-                                     : "this account may not write there")
-                  << '\n';
+        std::cout << "# No link in " << strLib << ": " << (bRoot ? "others" : "this account")
+                  << " may " << (bRoot ? "" : "not ") << "write there\n";
     return bMay;
 }
 
@@ -259,29 +246,28 @@ std::string Rotation(const OPTIONS &I_sOptions)
     const std::string strFolder = FolderName(I_sOptions.strInformixDir);
     const auto spFolder = OpenFolder(AT_FDCWD, strFolder, strFolder);
     if (spFolder == nullptr) throw base::FileFailure(strFolder + " does not exist");
-    const STAT sStatus = StatusOf(*spFolder, strFolder);
-    if (sStatus.st_uid == 0 && !IsRootsOnly(*spFolder))
+    const STAT sStatus = spFolder->Status(strFolder);
+    if (sStatus.st_uid == 0 && !IsRootsOnly(sStatus))
         throw base::FileFailure(strFolder +
                                 " is root's, but others may write it: logrotate would work there "
                                 "with root's rights");
     WAY sWay{sStatus.st_uid, false}; // logrotate walks it again, as this account
     CheckWay(sWay, strFolder);
-    return "# Made by xbsactl setup --logrotate. A process keeps the log that it opened until it "
-           "ends, so the log\n"
-           "# is renamed and compressed one turn later; copytruncate would lose the lines that "
-           "are\n"
-           "# written between the copy and the cut.\n\"" +
-           strFolder + "/xbsa*.log\" {\n    su " + AccountName(sStatus.st_uid) + " " +
-           GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)) +
-           "\n"
-           "    weekly\n"
-           "    maxsize 100M\n"
-           "    rotate 8\n"
-           "    missingok\n"
-           "    notifempty\n"
-           "    nocreate\n"
-           "    compress\n"
-           "    delaycompress\n"
-           "}\n";
+    return R"(# Made by xbsactl setup --logrotate. A process keeps the log that it opened until it ends, so the log
+# is renamed and compressed one turn later; copytruncate would lose the lines that are
+# written between the copy and the cut.
+")" + strFolder +
+           "/xbsa*.log\" {\n    su " + AccountName(sStatus.st_uid) + " " +
+           GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)) + R"(
+    weekly
+    maxsize 100M
+    rotate 8
+    missingok
+    notifempty
+    nocreate
+    compress
+    delaycompress
+}
+)";
 }
 } // namespace setup

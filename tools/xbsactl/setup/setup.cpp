@@ -1,6 +1,5 @@
 #include <dlfcn.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <set>
@@ -12,13 +11,6 @@ namespace setup
 {
 namespace
 {
-// The library as a database has to know it.
-struct GUEST
-{
-    std::string strPath; // absolute
-    std::string strRow;  // of sm_versions
-};
-
 // The folder's links are resolved, the file's are not: libxbsa.so.1 stays right after an update.
 std::string AbsolutePath(const std::string &I_strFile)
 {
@@ -26,18 +18,21 @@ std::string AbsolutePath(const std::string &I_strFile)
     std::string strPath =
         std::filesystem::canonical(std::filesystem::absolute(sFile).parent_path()) /
         sFile.filename();
-    if (base::HasControlCharacter(strPath) || strPath.find_first_of(" #") != std::string::npos)
-        throw base::FileFailure(strPath + ": an onconfig takes no path with a blank or \"#\"");
+    if (base::HasControlCharacter(strPath) || strPath.find_first_of(" #'\"") != std::string::npos)
+        throw base::FileFailure(strPath +
+                                ": an onconfig takes no path with a blank, a quote or \"#\"");
     return strPath;
 }
 
-GUEST FindGuest(const std::string &I_strLibrary)
+// Enters the library as a database has to know it.
+void FindLibrary(const std::string &I_strLibrary, JOURNAL &X_sJournal)
 {
     void *vpLibrary = library::Load(I_strLibrary);
     Dl_info sInfo{};
     if (dladdr(library::Symbol(vpLibrary, "BSAInit"), &sInfo) == 0 || sInfo.dli_fname == nullptr)
         throw base::FileFailure("the library's path is not known");
-    return {AbsolutePath(sInfo.dli_fname), library::VersionsRow(vpLibrary)};
+    X_sJournal.strLibrary = AbsolutePath(sInfo.dli_fname);
+    X_sJournal.strRow = library::VersionsRow(vpLibrary);
 }
 
 // A line for each part of the path that is closed to some account: the database's must be able to
@@ -73,10 +68,10 @@ void CheckOnconfig(const std::string &I_strPath, const std::string &I_strText)
 CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
 {
     const std::string strPath = I_sPlace.Path(I_sPlace.strOnconfig);
-    const std::string strBefore = Content(I_sPlace, I_sPlace.strOnconfig).value_or("");
+    const std::string strBefore = I_sPlace.Content(I_sPlace.strOnconfig).value_or("");
     CheckOnconfig(strPath, strBefore);
-    for (const std::string &strLine : Split(strBefore))
-        if (Sets(strLine, "LTAPEDEV") && Value(strLine) == "/dev/null")
+    for (const std::string &strLine : base::Lines(strBefore))
+        if (base::Sets(strLine, "LTAPEDEV") && base::Value(strLine) == "/dev/null")
             std::cout
                 << "# LTAPEDEV is /dev/null: the database discards its logical logs instead of "
                    "backing them up,\n# and a restore ends at the last backup of the dbspaces\n";
@@ -99,28 +94,27 @@ bool IsLinkWanted(const PLACE &I_sPlace, JOURNAL I_sJournal,
     return spRecord == nullptr || strNow == spRecord->strAfter || strNow == spRecord->strBefore;
 }
 
-std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const GUEST &I_sGuest)
+std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
 {
-    const std::optional<std::string> strRows = Content(I_sPlace, VERSIONS);
-    const std::optional<std::string> strTarget = Content(I_sPlace, LINK);
-    std::vector<CHANGE> vecChanges = {
-        OnconfigChange(I_sPlace, I_sGuest.strPath),
-        {VERSIONS, strRows, VersionsWith(strRows.value_or(""), I_sGuest.strRow)}};
+    const std::optional<std::string> strRows = I_sPlace.Content(VERSIONS);
+    const std::optional<std::string> strTarget = I_sPlace.Content(LINK);
+    std::vector<CHANGE> vecChanges;
+    const auto fpAdd = [&vecChanges](const CHANGE &sChange) {
+        if (sChange.strBefore != sChange.strAfter) vecChanges.push_back(sChange);
+    };
+    fpAdd(OnconfigChange(I_sPlace, I_sJournal.strLibrary));
+    fpAdd({VERSIONS, strRows, VersionsWith(strRows.value_or(""), I_sJournal.strRow)});
     if (IsLinkWanted(I_sPlace, I_sJournal, strTarget))
-        vecChanges.push_back({LINK, strTarget, I_sGuest.strPath});
-    vecChanges.erase(
-        std::remove_if(vecChanges.begin(), vecChanges.end(),
-                       [](const CHANGE &sChange) { return sChange.strBefore == sChange.strAfter; }),
-        vecChanges.end());
+        fpAdd({LINK, strTarget, I_sJournal.strLibrary});
     return vecChanges;
 }
 
 // The lines of one text that the other does not have.
 void PrintLines(const char *cpSign, const std::string &I_strText, const std::string &I_strOther)
 {
-    const LINES vecOther = Split(I_strOther);
+    const base::LINES vecOther = base::Lines(I_strOther);
     const std::set<std::string> sOther(vecOther.begin(), vecOther.end());
-    for (const std::string &strLine : Split(I_strText))
+    for (const std::string &strLine : base::Lines(I_strText))
         if (sOther.count(strLine) == 0)
             std::cout << "  " << cpSign << ' ' << base::Printable(strLine) << '\n';
 }
@@ -167,9 +161,9 @@ bool IsConfirmed(const OPTIONS &I_sOptions, const char *cpQuestion)
     return bYes;
 }
 
-int UndoAll(const OPTIONS &I_sOptions, const PLACE &I_sPlace, const JOURNAL &I_sJournal)
+int UndoAll(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
 {
-    const std::vector<UNDO> vecUndo = PlanUndo(I_sPlace, I_sJournal);
+    const std::vector<UNDO> vecUndo = PlanUndo(I_sPlace, I_sJournal); // leaves the rest
     if (vecUndo.empty())
     {
         std::cout << "Nothing to undo: no earlier run changed "
@@ -186,9 +180,9 @@ int UndoAll(const OPTIONS &I_sOptions, const PLACE &I_sPlace, const JOURNAL &I_s
 
 int Hook(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
 {
-    const GUEST sGuest = FindGuest(I_sOptions.strLibrary);
-    const std::vector<CHANGE> vecChanges = Plan(I_sPlace, I_sJournal, sGuest);
-    WarnOfClosedPath(sGuest.strPath);
+    FindLibrary(I_sOptions.strLibrary, I_sJournal);
+    const std::vector<CHANGE> vecChanges = Plan(I_sPlace, I_sJournal);
+    WarnOfClosedPath(I_sJournal.strLibrary);
     if (vecChanges.empty())
     {
         std::cout << "Nothing to change: the library is hooked in.\n";
@@ -197,8 +191,6 @@ int Hook(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
     for (const CHANGE &sChange : vecChanges) PrintChange(I_sPlace, sChange);
     if (I_sOptions.bDryRun) return base::EXIT_DONE;
     if (!IsConfirmed(I_sOptions, "Write this?")) return base::EXIT_FAILED;
-    I_sJournal.strRow = sGuest.strRow;
-    I_sJournal.strLibrary = sGuest.strPath;
     Apply(I_sPlace, I_sJournal, vecChanges);
     const std::string strFolder = "--informixdir '" + base::Printable(I_sPlace.strFolder) + "'";
     const std::string strName = base::Printable(I_sPlace.strOnconfig.substr(4));

@@ -1,0 +1,224 @@
+// What the groups of steps share: texts, work in a child process, findings and their report; and the
+// groups themselves, in the order of a check.
+#ifndef XBSACTL_CHECK_PARTS_H
+#define XBSACTL_CHECK_PARTS_H
+
+#include <netinet/in.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "base/base.h"
+#include "check/check.h"
+
+namespace check
+{
+// The parts in one text.
+template <typename... PARTS> std::string Text(const PARTS &...I_tParts)
+{
+    std::ostringstream sText;
+    (sText << ... << I_tParts);
+    return sText.str();
+}
+
+// What follows the beginning; null when the text begins otherwise.
+const char *After(const std::string &I_strText, const std::string &I_strBegin);
+
+// Work that may hang or crash, in a process of its own that is ended when its time is over. What it
+// says comes at once: a name without a blank, and a value of one line.
+using SAY = std::function<void(const char *cpName, const std::string &I_strValue)>;
+using WORK = std::function<void(const SAY &)>;
+
+struct EVENT
+{
+    std::string strName;
+    std::string strValue;
+    long lMilliseconds = 0; // since the start of the work
+};
+
+using CLOCK = std::chrono::steady_clock;
+inline long Milliseconds(CLOCK::duration I_sTime)
+{
+    return static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(I_sTime).count());
+}
+
+constexpr const char *FAILED = "failed"; // the name of the work's own error, when it threw one
+
+// All that was said, whatever became of the work.
+struct OUTCOME
+{
+    std::vector<EVENT> vecEvents;
+    std::string strFailure; // what the work threw, its crash, its silence; empty: it is done
+
+    // The last one of that name; null for none.
+    const EVENT *Find(const char *cpName) const;
+    std::string Value(const char *cpName) const;
+};
+
+class CChild
+{
+  public:
+    explicit CChild(const WORK &I_fpWork);
+    CChild(const CChild &) = delete;
+    CChild &operator=(const CChild &) = delete;
+    ~CChild(); // ends the process and what it has started
+
+    // Until the work has ended or was silent for that time, or until it has said that name.
+    const OUTCOME &Wait(std::chrono::milliseconds I_sSilence, const char *cpUntil = "");
+
+  private:
+    bool ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence);
+    std::string End();
+
+    pid_t iProcess = -1;
+    base::CDescriptor sPipe;
+    CLOCK::time_point sStart = CLOCK::now();
+    std::string strInput; // not yet a whole line
+    OUTCOME sOutcome;
+};
+
+// The outcome of work that is waited for at once.
+OUTCOME RunChild(std::chrono::milliseconds I_sSilence, const WORK &I_fpWork);
+
+// What a step found.
+enum class STATUS
+{
+    OK,
+    WARN,
+    FAIL,
+    NOT_TRIED
+};
+
+struct FINDING
+{
+    STATUS eStatus = STATUS::OK;
+    std::string strFound{};  // what there is
+    std::string strNext{};   // what to do about it; empty when all is well
+    long lMilliseconds = -1; // that the step took; -1: since the last finding
+    std::string strStep{};   // "network.login"; by CReport::Add
+};
+
+// What to do about a message of the library, or a reply: "CWD /db: 550 No such folder".
+std::string Remedy(const std::string &I_strText, bool I_bInformix = false);
+
+inline FINDING Ok(const std::string &I_strFound)
+{
+    return {STATUS::OK, I_strFound};
+}
+inline FINDING Warn(const std::string &I_strFound, const std::string &I_strNext)
+{
+    return {STATUS::WARN, I_strFound, I_strNext};
+}
+inline FINDING Fail(const std::string &I_strFound, const std::string &I_strNext)
+{
+    return {STATUS::FAIL, I_strFound, I_strNext};
+}
+inline FINDING NotTried(const std::string &I_strWhy)
+{
+    return {STATUS::NOT_TRIED, "not tried: " + I_strWhy};
+}
+
+// A name, and what finds out about it.
+using STEPS = std::vector<std::pair<const char *, std::function<FINDING()>>>;
+
+// Shows the findings: line by line as they come, as one JSON text at the end, or as the one line of a
+// monitoring plug-in.
+class CReport
+{
+  public:
+    CReport(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
+
+    // Returns false after a failure: what builds on the step makes no sense then.
+    bool Add(const std::string &I_strStep, FINDING I_sFinding);
+
+    // Runs steps that build on each other until one fails. Returns whether all were run and none did.
+    //   I_strWhy  why none of them can be tried; empty: they can
+    bool Climb(const STEPS &I_vecSteps, const std::string &I_strWhy = "");
+
+    // A text that others wrote, safe to show: one line, without the password.
+    std::string Foreign(const std::string &I_strText) const;
+
+    // Prints what is left to print. Returns the exit code.
+    int Finish() const;
+
+  private:
+    int Count(STATUS I_eStatus) const;
+    std::string Counts() const;
+    std::string Json() const;
+    int FinishNagios() const;
+
+    std::vector<FINDING> vecFindings;
+    const base::CONNECTION sConnection;
+    const OPTIONS sOptions;
+    CLOCK::time_point sStart = CLOCK::now();
+    CLOCK::time_point sLast = sStart;
+};
+
+// The groups of steps.
+
+struct CHECKED_LIBRARY
+{
+    bool bUsable = false;
+    std::string strPath; // of the file, without links; empty when there is none
+    std::string strRow;  // for sm_versions; empty when the library did not show its version
+};
+
+// The library as a file, loaded, and by its own word.
+CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary);
+
+// The files that lead the database's backup tool to the library.
+void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions,
+                   const CHECKED_LIBRARY &I_sLibrary);
+
+// This machine: account, variables and log, and how long it waits for a server that has vanished.
+// The connection gets the trace that the environment asks for, as if --trace did. Returns whether an
+// Informix session can be tried with the variables.
+bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection);
+
+// The COM utility, found and asked by the library. Returns whether a session can be tried.
+//   I_bVariables  the KORVA_ variables are usable: without them the utility is not asked
+bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
+                  bool I_bVariables, std::chrono::milliseconds I_sBound);
+
+// What only a direct look shows: both ways of the name look-up, and every line of the greeting, of
+// which the library reads the first. Returns the address when a session can be tried.
+//   I_strHost  HOST[:PORT]
+std::optional<sockaddr_in> LookAt(CReport &X_sReport, const std::string &I_strHost,
+                                  std::chrono::milliseconds I_sBound);
+
+struct SESSIONS
+{
+    CReport &sReport;
+    base::CONNECTION sConnection;
+    std::chrono::milliseconds sSilence; // the longest wait
+    std::string strName;                // begins the name of each object
+    std::vector<std::string> vecLeft{}; // on the server, perhaps: names, or Informix copy ids
+};
+
+// An object there and back through the library. Its trace comes as events of the name "trace".
+OUTCOME RunAlone(SESSIONS &X_sSessions);
+
+// HOST:PORT that the utility named in that session; empty for none.
+std::string ServerIn(const OUTCOME &I_sAlone);
+
+// The steps network.login to network.end: what that session said to the server and heard from it.
+// Returns whether none failed.
+//   I_strWhy  why they cannot be tried; empty: they can
+bool ReportDialogue(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
+                    const std::string &I_strWhy);
+
+// What the library made of it; when all is well, two sessions at once as well.
+void ReportSessions(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const std::string &I_strWhy);
+
+// Deletes what plain mode has left on the server, on a connection of its own; names the copies of
+// Informix sessions, which no client can remove.
+void CleanUp(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer);
+} // namespace check
+
+#endif
