@@ -16,6 +16,7 @@ from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, run,
 
 setUpModule = need_private_etc  # pylint: disable=invalid-name
 PROCESSES = 8 if SANITIZED else 64
+OBJECTS = int(os.environ.get("XBSA_OBJECTS", "1"))  # of each
 
 # The fault, the codes of a store under it in strict mode, and the status its job is closed with.
 # A greeting's code is not looked at.
@@ -88,10 +89,11 @@ def at_once(x):
             space, data, failed = b"space%d" % number, own_data(number), True
             try:
                 start(x)
-                if number % 8 == 0:
-                    there_and_back(x, data, space)
-                else:
-                    assert x.store(data, name=space) == [0, 0, 0]
+                for _ in range(OBJECTS):
+                    if number % 8 == 0:
+                        there_and_back(x, data, space)
+                    else:
+                        assert x.store(data, name=space) == [0, 0, 0]
                 failed = False
             finally:
                 os._exit(failed)
@@ -243,8 +245,8 @@ class AsRoot(unittest.TestCase):
 class Load(unittest.TestCase):
     def test_at_once(self):
         sandbox = Sandbox(self)
-        self.assertEqual(run(at_once, deadline=180).value, [0] * PROCESSES)
-        self.assertEqual(sandbox.states(), ["good"] * PROCESSES)
+        self.assertEqual(run(at_once, deadline=180 * OBJECTS).value, [0] * PROCESSES)
+        self.assertEqual(sandbox.states(), ["good"] * PROCESSES * OBJECTS)
         for each in sandbox.objects():
             self.assertEqual(read_bytes(f"{sandbox.folder}/objects/{each['saveset']}"),
                              own_data(int(each["space"][5:])), each)
