@@ -17,7 +17,7 @@ from xbsa import LIBRARY, ROOT, SANITIZED, make_folder, read_bytes, read_text, r
 
 TOOL = os.environ["XBSA_TOOL"]
 # What a text of the library says when something went wrong.
-FAILURE = re.compile(rb"fail|cannot|unable|not found|invalid|too? (long|small)|null|exiting[.,!]|"
+FAILURE = re.compile(rb"fail|cannot|unable|not found|invalid|too? (long|small)|[^/]null|exiting[.,!]|"
                      rb"refused|could not|not received|empty|no m|negative|unexpected|error|reset|"
                      rb"no account|no coresponding|copytype ==|not returned|did not|ended|re?jected|"
                      rb"not allowed|no free|allows only", re.I)

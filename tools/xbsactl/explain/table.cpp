@@ -382,8 +382,8 @@ constexpr ROW TABLE[] = {
      "read the server's log; the trace line before it shows the command"},
     {KIND::MESSAGE,
      "STOR failed. NEGATIVE reply: ...|RETR failed. NEGATIVE reply: ...|failed. NEGATIVE reply: "
-     "...|No reply to STOR, the control connection has ended.|No reply to RETR, the control "
-     "connection has ended.|STOR ...: 4...|STOR ...: 5...",
+     "...|NEGATIVE reply: ...|No reply to STOR, the control connection has ended.|No reply to "
+     "RETR, the control connection has ended.|STOR ...: 4...|STOR ...: 5...",
      "The server refused STOR or RETR, or closed the control connection instead of a reply.",
      "The reply's number and text give the reason; without a reply the server's process ended.",
      "explain the number; without one read the server's log (vsftpd: set seccomp_sandbox=NO)"},
