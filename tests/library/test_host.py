@@ -18,7 +18,7 @@ from calls import call
 from ftpd import serve_behind
 from server import Server
 from xbsa import (LIBRARY, ROOT, SANITIZED, Block, Global, Owner, TraceSink, descriptor, descriptors,
-                  make_folder, resident_bytes, run, run_started)
+                  make_folder, resident_bytes, rows, run, run_started)
 
 CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
 SETTLED = 100  # after so many cycles the C library has what it keeps
@@ -128,17 +128,14 @@ def copied_record(x):
 
 
 # A call on a socket of the host's own, that gives an error of that number: because it does not
-# block, and is full or takes a part or has so many bytes; or it has a time limit; or a signal comes.
-# At which retry it has room again, and the status before: code, status after, number of retries.
-OWN = [("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
-    ("BSASendData", "full", errno.EAGAIN, 0, 5, 3, 3, 5),
+# block, and is full or takes a part or has so many bytes; or a signal comes. At which retry it has
+# room again, and the status before; then the code, the status after and the number of retries.
+OWN = rows("call kind error room_at before code after tries",
+    ("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
     ("BSASendData", "part", errno.EAGAIN, 0, 0, 3, 2, 5),
     ("BSASendData", "part", errno.EAGAIN, 0, 5, 3, 5, 5),
-    ("BSASendData", "limit", errno.EAGAIN, 1, 0, 0, 0, 1),
     ("BSASendData", "signal", errno.EINTR, 1, 0, 0, 0, 1),
-    ("BSAGetData", "0", errno.EAGAIN, 0, 9, 3, 3, 0),
-    ("BSAGetData", "5", errno.EAGAIN, 0, 0, 3, 2, 0),
-    ("BSAGetData", "5", errno.EAGAIN, 0, 9, 3, 9, 0)]
+    ("BSAGetData", "0", errno.EAGAIN, 0, 9, 3, 3, 0), ("BSAGetData", "5", errno.EAGAIN, 0, 0, 3, 2, 0))
 
 
 def fill(ours, theirs, kind):
@@ -153,9 +150,7 @@ def fill(ours, theirs, kind):
             ours.send(b"y" * 4096)
     if kind == "part":
         theirs.recv(4096)
-    ours.setblocking(kind in ("limit", "signal"))
-    if kind == "limit":
-        ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, struct.pack("ll", 0, 20000))
+    ours.setblocking(kind == "signal")
     signal.setitimer(signal.ITIMER_REAL, *[0.05 * (kind == "signal")] * 2)
 
 
@@ -242,15 +237,15 @@ class Driven(unittest.TestCase):
     """Under the shim, where the waits between two tries are counted and over at once."""
     def test_own_sockets(self):
         for strict, row in itertools.product("01", OWN):
-            call, kind, error, room_at, before, *want = row
-            tries, text = want[2], f"{os.strerror(error)} Data sending failed."
+            text = f"{os.strerror(row.error)} Data sending failed."
             with self.subTest(strict=strict, row=row):
-                got = run(own_socket, call, kind, room_at, before, env={"KORVA_STRICT": strict})
-                self.assertEqual(got.value, (tuple(want), int(kind) if kind.isdigit() else 0))
+                got = run(own_socket, row.call, row.kind, row.room_at, row.before,
+                          env={"KORVA_STRICT": strict})
+                self.assertEqual(got.value, (row[5:], int(row.kind) if row.kind.isdigit() else 0))
                 self.assertEqual([line for line in got.trace if "sending failed" in line], [
-                    *[f"BSASendData({error}): {text}"] * (tries > 0),
+                    *[f"BSASendData({row.error}): {text}"] * (row.tries > 0),
                     *(f"BSASendData: Data sending failed. Resending [{number + 1}] times"
-                      for number in range(tries)), *[f"BSASendData: {text}"] * (tries == 5)])
+                      for number in range(row.tries)), *[f"BSASendData: {text}"] * (row.tries == 5)])
 
     def test_lost_server(self):
         """One that the system has given up is not waited for at the end; one that comes back is."""
