@@ -127,9 +127,9 @@ def copied_record(x):
     return codes + [x.BSATerminate(x.handle)], heard
 
 
-# A call on a socket of the host's own, that gives an error of that number: because it does not
-# block, and is full or takes a part or has so many bytes; or a signal comes. At which retry it has
-# room again, and the status before; then the code, the status after and the number of retries.
+# A call on a socket of the host's own that does not block: it takes a part of a block, or none
+# ("full"), holds so many bytes, or a signal comes. At which retry it has room again, and the status
+# before; then the code, the status after and the number of retries.
 OWN = rows("call kind error room_at before code after tries",
     ("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
     ("BSASendData", "part", errno.EAGAIN, 0, 0, 3, 2, 5),
@@ -142,35 +142,32 @@ def fill(ours, theirs, kind):
     ours.setblocking(False)
     if kind.isdigit():
         theirs.sendall(b"x" * int(kind))
-        return
-    if kind == "part":
+    elif kind == "part":
         ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 20000)
-    with contextlib.suppress(BlockingIOError):
-        while True:
-            ours.send(b"y" * 4096)
-    if kind == "part":
-        theirs.recv(4096)
+    else:
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                ours.send(b"y" * 4096)
     ours.setblocking(kind == "signal")
-    signal.setitimer(signal.ITIMER_REAL, *[0.05 * (kind == "signal")] * 2)
+    signal.setitimer(signal.ITIMER_REAL, 0.05 * (kind == "signal"), 0.05)
 
 
-def own_socket(x, call, kind, room_at, before):
+def own_socket(x, row):
     ours, theirs = socket.socketpair()
 
     def listen(text):
         x.trace.append(text.decode())
-        if text.endswith(b"Resending [%d] times" % room_at):
+        if text.endswith(b"Resending [%d] times" % row.room_at):
             theirs.recv(1 << 24)
-    for number, restart in ((signal.SIGALRM, False), (signal.SIGUSR1, True)):
-        signal.signal(number, lambda *_: None)
-        signal.siginterrupt(number, not restart)
+    signal.signal(signal.SIGALRM, lambda *_: None)
+    signal.siginterrupt(signal.SIGALRM, True)
     sink, shim, room = TraceSink(listen), c.CDLL(None), c.create_string_buffer(65535)
     x.BSASetTrace(sink, None, 2)
     x.state.sSession.SData, x.state.iQAB = ours.fileno(), 1
-    x.state.sObject.sSMS.iOpStatus = before
-    fill(ours, theirs, kind)
+    x.state.sObject.sSMS.iOpStatus = row.before
+    fill(ours, theirs, row.kind)
     assert shim.shim_arm(b"malloc", 0, 0, 0)
-    code = getattr(x, call)(x.handle, c.byref(block := Block(65535, 0, c.addressof(room))))
+    code = getattr(x, row.call)(x.handle, c.byref(block := Block(65535, 0, c.addressof(room))))
     signal.setitimer(signal.ITIMER_REAL, 0)
     return (code, x.state.sObject.sSMS.iOpStatus, shim.shim_calls(b"sleep")), block.numBytes
 
@@ -239,8 +236,7 @@ class Driven(unittest.TestCase):
         for strict, row in itertools.product("01", OWN):
             text = f"{os.strerror(row.error)} Data sending failed."
             with self.subTest(strict=strict, row=row):
-                got = run(own_socket, row.call, row.kind, row.room_at, row.before,
-                          env={"KORVA_STRICT": strict})
+                got = run(own_socket, row, env={"KORVA_STRICT": strict})
                 self.assertEqual(got.value, (row[5:], int(row.kind) if row.kind.isdigit() else 0))
                 self.assertEqual([line for line in got.trace if "sending failed" in line], [
                     *[f"BSASendData({row.error}): {text}"] * (row.tries > 0),

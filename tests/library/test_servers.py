@@ -16,7 +16,7 @@ def there_and_back(x, server):
 
 
 class Servers(unittest.TestCase):
-    daemons = "proftpd", "vsftpd", "pyftpdlib"
+    daemons = "proftpd", "vsftpd"
 
     def test_there_and_back(self):
         for name in self.daemons:
