@@ -172,14 +172,17 @@ def own_socket(x, row):
     return (code, x.state.sObject.sSMS.iOpStatus, shim.shim_calls(b"sleep")), block.numBytes
 
 
-def data_options(x):
-    """A dead peer is noticed, a host that dies resets the connection, a send has no time limit."""
+def options(x):
+    """A dead peer and a forgetful router are noticed, a host that dies resets the data connection, and
+    a send has no time limit."""
     x.store(end=False)
-    tcp, own = socket.IPPROTO_TCP, socket.SOL_SOCKET
-    with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
-        found = [data.getsockopt(*option) for option in (
-            (tcp, socket.TCP_KEEPIDLE), (tcp, socket.TCP_KEEPINTVL), (tcp, socket.TCP_KEEPCNT),
-            (own, socket.SO_KEEPALIVE), (own, socket.SO_LINGER, 8), (own, socket.SO_SNDTIMEO, 16))]
+    tcp, own, (data, control) = socket.IPPROTO_TCP, socket.SOL_SOCKET, connections(x)
+    found = []
+    for number in data, control:
+        with socket.socket(fileno=os.dup(number)) as copy:
+            found.append([copy.getsockopt(*option) for option in (
+                (own, socket.SO_KEEPALIVE), (own, socket.SO_LINGER, 8), (own, socket.SO_SNDTIMEO, 16),
+                (tcp, socket.TCP_KEEPIDLE), (tcp, socket.TCP_KEEPINTVL), (tcp, socket.TCP_KEEPCNT))])
     return found, x.BSAEndData(x.handle)
 
 
@@ -196,9 +199,10 @@ class Host(unittest.TestCase):
             got = run(made_descriptors, server, closed, server=server, level=None, env=LOG)
             self.assertEqual(got.value, (0, True, [1, 1, 1], []))
 
-    def test_data_options(self):
-        self.assertEqual(run_started(data_options, server=Server()).value,
-                         ([60, 15, 8, 1, struct.pack("ii", 1, 0), bytes(16)], 0))
+    def test_options(self):
+        (data, control), code = run_started(options, server=Server()).value
+        self.assertEqual((data, code), ([1, struct.pack("ii", 1, 0), bytes(16), 60, 15, 8], 0))
+        self.assertEqual(control[:3], [1, bytes(8), bytes(16)])
 
     def check(self, scenario, *arguments, want, modes="01"):
         for strict in modes:

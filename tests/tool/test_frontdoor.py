@@ -348,32 +348,28 @@ class AsRoot(Folder):
         """Links of others are refused wherever a file is written; ours are followed. So are files and
         folders of others, in a folder that others may write."""
         os.mkdir(folder := self.path("shared"))
-        log, env = ROOT + "/tests/library/store.trace", dict(XBSA_PASSWORD="x", PATH="/bin")
-        host = ["--host", "127.0.0.1:1", "--user", "x"]
-        for owner, planted, mode in (
-                (OTHER, "link", 0o1777), (OTHER, "file", 0o1777), (OTHER, "folder", 0o1777),
-                (OTHER, "file", 0o777), (OTHER, "file", 0o1775), (OTHER, "real", 0o1777),
-                (0, "link", 0o1777)):
-            os.chmod(folder, mode)
-            path = os.path.join(folder, planted)
-            if planted == "file":
+        env, host = dict(XBSA_PASSWORD="x", PATH="/bin"), ["--host", "127.0.0.1:1", "--user", "x"]
+        for row in rows("owner planted mode", (OTHER, "link", 0o1777), (OTHER, "file", 0o1777),
+                        (OTHER, "folder", 0o1777), (OTHER, "file", 0o777), (OTHER, "file", 0o1775),
+                        (OTHER, "real", 0o1777), (0, "link", 0o1777)):
+            os.chmod(folder, row.mode)
+            path = os.path.join(folder, row.planted)
+            if row.planted == "file":
                 write_plain(path, "")
-            elif planted == "real":
+            elif row.planted == "real":
                 os.mkdir(path)
                 write_plain(f"{path}/sudoers", "")
             else:
-                os.symlink(os.path.dirname(self.victim) if planted == "folder" else self.victim, path)
-            os.chown(path, owner, owner, follow_symlinks=False)
-            path += "/sudoers" if planted in ("folder", "real") else ""
-            for arguments in (["restore", "x", path, *host], ["trace", log, "--html", path],
-                              ["store", "x", "--manifest", path, *host],
-                              ["store", "x", "--status", path, *host]):
-                with self.subTest(arguments=arguments, owner=owner):
-                    before = state(path)
-                    got = tool(*arguments, env=env)
-                    self.assertEqual("to another account (12345)" in got.stderr, owner == OTHER, got)
+                os.symlink(os.path.dirname(self.victim) if row.planted == "folder" else self.victim, path)
+            os.chown(path, row.owner, row.owner, follow_symlinks=False)
+            path += "/sudoers" if row.planted in ("folder", "real") else ""
+            for line in (["restore", "x", path, *host], ["store", "x", "--manifest", path, *host],
+                         ["store", "x", "--status", path, *host],
+                         ["trace", ROOT + "/tests/library/store.trace", "--html", path]):
+                with self.subTest(row, line=line):
+                    before, got = state(path), tool(*line, env=env)
+                    self.assertEqual("to another account (12345)" in got.stderr, row.owner == OTHER, got)
                     self.assertEqual((state(path), "<html" in read(self.victim)),
-                                     (before, arguments[0] == "trace" and owner == 0))
+                                     (before, line[0] == "trace" and row.owner == 0))
                     write_plain(self.victim, "root's", 0o400)
-            os.rename(os.path.join(folder, planted), self.path("away"))
-            subprocess.run(["rm", "-r", self.path("away")], check=True)
+            subprocess.run(["rm", "-r", os.path.join(folder, row.planted)], check=True)
