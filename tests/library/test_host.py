@@ -99,16 +99,6 @@ def reused_in_transfer(x, renew, reuse):
     return codes, same
 
 
-def isolated_end(x, renew):
-    """Nothing of an earlier object, opened twice, spoils one on sockets of the host's own."""
-    x.store(end=False)
-    codes = [x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndTxn(x.handle, 1)]
-    _ = [os.close(number) for number in set(connections(x)) & set(descriptors())]
-    codes, far = codes + [x.init()] * renew, far_ends(x)
-    x.state.sSession.iLastCall |= 2
-    return codes + [x.BSAEndData(x.handle)], [theirs.recv(100) for theirs in far]
-
-
 def copied_record(x):
     """Copies of the record, the first one and a session's, come back in the next session."""
     first, later, codes, heard = Global.from_buffer_copy(x.state), None, [], []
@@ -204,8 +194,8 @@ class Host(unittest.TestCase):
         self.assertEqual((data, code), ([1, struct.pack("ii", 1, 0), bytes(16), 60, 15, 8], 0))
         self.assertEqual(control[:3], [1, bytes(8), bytes(16)])
 
-    def check(self, scenario, *arguments, want, modes="01"):
-        for strict in modes:
+    def check(self, scenario, *arguments, want):
+        for strict in "01":
             with self.subTest(scenario.__name__, arguments=arguments, strict=strict):
                 got = run_started(scenario, *arguments, env={"KORVA_STRICT": strict},
                                   server=Server(objects={"obj": b"hello"}))
@@ -215,9 +205,6 @@ class Host(unittest.TestCase):
         self.check(reused_after_end, want=([3] + [0] * 8, [b"226 done\r\n221 bye\r\n", b"", b""]))
         for renew, reuse in itertools.product((0, 1), (False, True)):
             self.check(reused_in_transfer, renew, reuse, want=([0] * (7 + renew), [reuse] * 2))
-        for renew, modes in (0, "0"), (1, "01"):
-            self.check(isolated_end, renew, modes=modes,
-                       want=([5, 0] + [0] * renew + [0], [b"", b"QUIT\r\n"]))
 
     def test_linked(self):
         folder = make_folder(self)
