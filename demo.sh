@@ -25,8 +25,8 @@ same() { # STORED RESTORED
 }
 
 build() {
-    { cmake --preset release &&
-        cmake --build --preset release --target xbsa xbsactl --parallel "$(nproc)"; } \
+    { cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release &&
+        cmake --build build/release --target xbsa xbsactl --parallel "$(nproc)"; } \
         >"$work/build.log" 2>&1 && return 0
     tail -n 30 "$work/build.log" >&2
     return 1

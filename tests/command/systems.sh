@@ -75,6 +75,7 @@ make_root() { # RELEASE
     rm -rf "${work:?}/$1"
     mmdebstrap --quiet --mode=root --variant=apt --include=$packages "$1" "$work/$1" "$mirror"
     mkdir "$work/$1/src" "$work/$1/newer"
+    [[ -e $work/$1/etc/hosts ]] || echo "127.0.0.1 localhost" >"$work/$1/etc/hosts" # by the installer, else
     git ls-files -z --cached --others --exclude-standard | xargs -0 tar -c | tar -x -C "$work/$1/src"
     [[ ! -e $work/libxbsa.so.1 ]] || cp "$work/libxbsa.so.1" "$work/$1/newer"
 }
@@ -101,7 +102,7 @@ try_all() { # RELEASE: adds a row
         [[ $step != build && $step != packages || $result == passed ]] || skip=1
         row+=" | $result"
     done
-    [[ -e $work/libxbsa.so.1 ]] || cp "$work/$1/src/build/release/lib/libxbsa.so.1" "$work"
+    [[ -n $skip || -e $work/libxbsa.so.1 ]] || cp "$work/$1/src/build/release/lib/libxbsa.so.1" "$work"
     rows+=("$row | $(sed -n 's/^libxbsa1: //p' "$work/$1.packages.log" || true) |")
 }
 

@@ -96,6 +96,11 @@ class Daemon:
         return {name: pathlib.Path(self.data, name).read_bytes() for name in os.listdir(self.data)}
 
 
+def proftpd_version():
+    return subprocess.run([f"{ROOT}/usr/sbin/proftpd", "-v"], env=ENV, capture_output=True, text=True,
+                          check=True).stdout.split()[-1]
+
+
 def serve_behind(test, server):
     """In a thread, until the test ends; a daemon's folder goes with it."""
     reader, writer = os.pipe()
