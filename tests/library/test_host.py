@@ -99,6 +99,16 @@ def reused_in_transfer(x, renew, reuse):
     return codes, same
 
 
+def isolated_end(x):
+    """Nothing of an earlier object, opened twice, spoils one on sockets of the host's own."""
+    x.store(end=False)
+    codes = [x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndTxn(x.handle, 1)]
+    _ = [os.close(number) for number in set(connections(x)) & set(descriptors())]
+    codes, far = codes + [x.init()], far_ends(x)
+    x.state.sSession.iLastCall |= 2
+    return codes + [x.BSAEndData(x.handle)], [theirs.recv(100) for theirs in far]
+
+
 def copied_record(x):
     """Copies of the record, the first one and a session's, come back in the next session."""
     first, later, codes, heard = Global.from_buffer_copy(x.state), None, [], []
@@ -205,6 +215,7 @@ class Host(unittest.TestCase):
         self.check(reused_after_end, want=([3] + [0] * 8, [b"226 done\r\n221 bye\r\n", b"", b""]))
         for renew, reuse in itertools.product((0, 1), (False, True)):
             self.check(reused_in_transfer, renew, reuse, want=([0] * (7 + renew), [reuse] * 2))
+        self.check(isolated_end, want=([5, 0, 0, 0], [b"", b"QUIT\r\n"]))
 
     def test_linked(self):
         folder = make_folder(self)

@@ -10,7 +10,6 @@ import resource
 import shutil
 import stat
 import subprocess
-import threading
 import unittest
 
 from xbsa import LIBRARY, ROOT, SANITIZED, make_folder, read_bytes, read_text, rows, write_plain
@@ -326,23 +325,6 @@ class AsRoot(Folder):
             self.assertEqual(self.tree(), before)
         os.chown(self.path("etc"), nobody, 0)
         self.assertRegex(self.setup("--logrotate", folder=self.path("etc")), "su nobody nogroup\n")
-
-    def test_race(self):
-        for number in range(5):
-            with self.subTest(number):
-                self.link("trap", self.victim)
-
-                def spring():
-                    while not os.path.lexists(self.path("etc/xbsa-setup.json")) and not done:
-                        pass
-                    os.rename(self.path("trap"), self.path("etc/onconfig"))
-                done, thread = [], threading.Thread(target=spring)
-                thread.start()
-                tool("setup", "--informixdir", self.folder, "--library", self.library, "--yes")
-                done.append(True)
-                thread.join()
-                self.assertEqual(read(self.victim), "root's")
-                self.setUp()
 
     def test_links(self):
         """Links of others are refused wherever a file is written; ours are followed. So are files and
