@@ -87,8 +87,10 @@ def build(tree, preset):
 
 def first_to_fail(tree, preset):
     """The test that fails twice, or by its time limit; or None."""
-    done = run(tree, *ALONE, "ctest", "--preset", preset, "-j4", "-R", ASKED[preset], "--timeout",
-               "300", "--stop-on-failure", "--repeat", "until-pass:2")
+    done = run(tree, *ALONE, "timeout", "900", "ctest", "--preset", preset, "-j4", "-R", ASKED[preset],
+               "--stop-on-failure", "--repeat", "until-pass:2")
+    if done.returncode == 124:
+        return "the time limit"
     failed = re.findall(r"^\s*\d+ - (\S+) \(", done.stdout, re.M)
     if done.returncode and not failed:
         raise SystemExit(done.stdout + done.stderr)

@@ -15,7 +15,7 @@ from ftpd import Daemon, serve_behind
 from sandboxed import Sandbox
 from server import Server
 from utility import Utility, need_private_etc
-from xbsa import DEADLINE, make_folder, pattern, read_text, write_plain
+from xbsa import DEADLINE, make_folder, pattern, read_text, rows, write_plain
 
 CANARY, BLOCK = "canary-7731", pattern(65535)
 HELLO = "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824"
@@ -24,14 +24,15 @@ SAMPLE = re.compile(r'# HELP xbsactl_(\w+) .+\n# TYPE xbsactl_\1 gauge\n'
 BUILD = re.compile(r'# HELP xbsactl_build_info .+\n# TYPE .+ gauge\nxbsactl_build_info\{version="[^"]+"\} 1\n$')
 
 # What stands in a manifest, the code of verify --all, and what it prints of it.
-MANIFESTS = [
+MANIFESTS = rows("text code says",
     ("", 3, "has no entry"), ("# nothing\n", 3, "has no entry"), ("junk\n", 6, "line 1"),
     (f"# x\n{HELLO} good\n", 6, "line 2"), (f"{HELLO[1:]}  good\n", 6, "line 1"),
     (f"{HELLO[1:]}g  good\n", 6, "line 1"), (f"\\{HELLO}  go\\od\n", 6, "line 1"),
-    (f"\\{HELLO}  good\\\n", 6, "line 1"), (f"{HELLO}  good\r\n", 6, "CR LF"), (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
+    (f"\\{HELLO}  good\\\n", 6, "line 1"), (f"{HELLO}  good\r\n", 6, "CR LF"),
+    (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
     (f"\\{HELLO}  back\\\\slash\n", 0, "ok    back\\slash: 5 bytes"),
     (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME holds a control character\nok "),
-    (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds")]
+    (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds"))
 
 
 def metrics():
@@ -109,11 +110,11 @@ class Verify(Site):
     def test_manifests(self):
         server = self.serve()
         _ = [write_plain(f"{server.data}/{name}", "hello") for name in ("good", "back\\slash")]
-        for text, code, told in MANIFESTS:
-            with self.subTest(text):
-                write_plain("m", text)
-                printed = self.call("verify", "--all", "--manifest", "m", code=code)
-                self.assertIn(told, "".join(printed))
+        for row in MANIFESTS:
+            with self.subTest(row.text):
+                write_plain("m", row.text)
+                printed = self.call("verify", "--all", "--manifest", "m", code=row.code)
+                self.assertIn(row.says, "".join(printed))
         before = len(server.children)
         subprocess.run("echo else >text; mkfifo pipe; truncate -s 1G dump", shell=True, check=True)
         # refused before anything is sent, waited for or read into memory
@@ -167,7 +168,7 @@ class Commands(Site):
         self.serve(Server({}, {}, {}, {"STOR": [b"550 Permission denied.\r\n"]}, {"PORT": []}))
         for text in ("", "x\n"):
             write_plain("pw" + str(len(text)), text, 0o600)
-        write_plain("conf", 'host="127.0.0.1:1"\nuser="u"\n[store]\nmanifest="m"\n')
+        write_plain("conf", 'host="127.0.0.1:1"\nuser="u"\n[store]\nmanifest="m"\n[verify]\nmanifest="n"\n')
         write_plain("secret", f'password="{CANARY}"\n')
         options, self.options = self.options, []
         for row in [
@@ -179,7 +180,7 @@ class Commands(Site):
                 dict(odd=["store", "x", "--config", "secret"], code=2, says="is never in that file"),
                 dict(odd=["store", "x", "--config", "conf"], code=4, says="connect() failed.\nhint: "),
                 dict(odd=["store", "x"], XBSACTL_CONFIG="conf", code=4, says="connect() failed.\nhint: "),
-                dict(odd=["store", "x"], XBSACTL_HOST=options[1], XBSACTL_USER="ftp", says="stored"),
+                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_HOST=options[1], says="stored"),
                 dict(odd=["store", "x", "--json", *options], says='"sha256": "' + HELLO),
                 dict(odd=["restore", "x", "f", "--json", *options], says='"bytes": 5,'),
                 dict(odd=["store", "x", *options], code=4, says="550 Permission denied.\nhint: "),
@@ -195,7 +196,7 @@ class Commands(Site):
                 self.env = {name: value for name, value in self.env.items() if name not in row}
                 self.assertIn(says, out)
                 self.assertNotIn(CANARY, out)
-        self.assertTrue(os.path.exists("m"))  # the option of the file's section
+        self.assertEqual((os.path.exists("m"), os.path.exists("n")), (True, False))  # its own section
 
 
 class Progress(Site):

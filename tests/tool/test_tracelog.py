@@ -149,6 +149,7 @@ class Trace(unittest.TestCase):
         one, two, data = self.one, self.two, self.data
         first, second = handle(one), handle(two)
         begin = place(one, b"BeginTxn: Start")
+        stored = place(one, b"stpc_stor: Send")
         interleaved = mixed(one, two)
         torn = [b"\0\x1b[31m\xff\x9b", b" 2026-99-99 17:00:00: Trace: (QAB library) BSAInit: Start."]
         for row in rows("odd log result never", ("empty", b"", ["^0 sessions\n$"], "session 1"),
@@ -158,6 +159,9 @@ class Trace(unittest.TestCase):
                 ("given up", one[:data] + one[place(one, b"BSATerminate"):],
                  ["1 failed", "no BSAEndData  <-- failed"], "done|no BSATerminate"),
                 ("garbage", one[:data] + torn + one[data:], ["1 done", "before: 2\n$"], MIXED),
+                ("not limited", one[:stored] + [re.sub(
+                    b"stor: .*", b"stor: KORVA_RATE_LIMIT = 9000: not limited, setsockopt() failed "
+                    b"with error code: 92", one[stored])] + one[stored:], ["1: done, h"], "error, "),
                 ("killed", one[:data] + two, [f"unfinished, handle {first}", f"done, handle {second}"],
                  MIXED),
                 ("interleaved", interleaved, [MIXED, f"mixed, .*{first}", f"mixed, .*{second}"],

@@ -23,8 +23,7 @@ int Run(COMMAND_LINE &I_sLine)
     const std::string strName =
         sTransfer.bAll ? "" : transfer::ManifestName(I_sLine.sConnection, sTransfer.sObject);
     transfer::BeginStatus(I_sLine.strCommand, strName, sTransfer.strStatus);
-    CheckOptions(I_sLine);
-    return I_sLine.fpRun(I_sLine);
+    return RunCommand(I_sLine);
 }
 
 // Before the process ends by a signal, or by its time limit.
@@ -52,17 +51,19 @@ int Main(int argc, char **argv, COMMAND_LINE &X_sLine)
 }
 
 // The error, and what the knowledge base says to it.
-int Report(const base::FAILURE &I_sFailure, const COMMAND_LINE &I_sLine)
+int Report(const std::exception &I_sError, const COMMAND_LINE &I_sLine)
 {
-    const std::string strText = base::Printable(I_sFailure.what());
-    const bool bUsage = I_sFailure.iExit == base::EXIT_USAGE;
+    const auto *spFailure = dynamic_cast<const base::FAILURE *>(&I_sError);
+    const int iExit = spFailure != nullptr ? spFailure->iExit : base::EXIT_FAILED;
+    const std::string strText = base::Printable(I_sError.what());
+    const bool bUsage = iExit == base::EXIT_USAGE;
     const auto eMode =
         I_sLine.sConnection.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN;
-    const bool bFailure = !bUsage && I_sFailure.iExit != base::EXIT_NO_MATCH;
+    const bool bFailure = !bUsage && iExit != base::EXIT_NO_MATCH;
     const std::string strHint = bFailure ? explain::Hint(strText, eMode) : "";
     fprintf(stderr, "xbsactl: %s%s\n", strText.c_str(), bUsage ? " (see xbsactl --help)" : "");
     if (!strHint.empty()) fprintf(stderr, "hint: %s\n", base::Printable(strHint).c_str());
-    return I_sFailure.iExit;
+    return iExit;
 }
 
 int ExitCode(int argc, char **argv)
@@ -71,12 +72,9 @@ int ExitCode(int argc, char **argv)
     try
     {
         return Main(argc, argv, sLine);
-    } catch (const base::FAILURE &sFailure)
-    {
-        return ForMonitoring(Report(sFailure, sLine), argc, argv);
     } catch (const std::exception &sError)
     {
-        return ForMonitoring(Report(base::FAILURE(sError.what()), sLine), argc, argv);
+        return ForMonitoring(Report(sError, sLine), argc, argv);
     }
 }
 } // namespace
@@ -84,7 +82,7 @@ int ExitCode(int argc, char **argv)
 int main(int argc, char **argv)
 {
     const int iExit = ExitCode(argc, argv);
-    base::HoldSignals(); // what the status file says is how the process ends
+    base::HoldStop().release(); // what the status file says is how the process ends
     transfer::EndStatus(iExit);
     return iExit;
 }

@@ -8,122 +8,114 @@
 namespace
 {
 constexpr const char *DESCRIPTION =
-    "Stores and restores objects on a KORVA backup server or any FTP server that supports active\n"
-    "mode, through the library libxbsa in its strict mode; sets the library up, checks the whole\n"
-    "path to the server, and explains what went wrong.";
+    "Stores and restores objects on a KORVA backup server or any FTP server that\n"
+    "supports active mode, through the library libxbsa in its strict mode; sets the\n"
+    "library up, checks the whole path to the server, and explains what went wrong.";
 
 constexpr const char *FOOTER = R"(Password:
-  The first line of --password-file, else the variable XBSA_PASSWORD. User and password
-  together have at most 52 bytes and no ":".
+  The first line of --password-file, else the variable XBSA_PASSWORD. User and
+  password together have at most 52 bytes and no ":".
 
 Settings that stay the same:
   --config FILE, or the variable XBSACTL_CONFIG, names a file with lines such as
-  host="backup.example"; options of a command follow a line such as [store]. The variables
-  XBSACTL_HOST, XBSACTL_USER, XBSACTL_PASSWORD_FILE, XBSACTL_PATH, XBSACTL_TIMEOUT,
-  XBSACTL_LIBRARY, XBSACTL_MANIFEST and XBSACTL_STATUS stand for the options of those names.
-  The command line comes before the file, the file before the variables.
+  host="backup.example"; options of a command follow a line such as [store]. The
+  variables that the options above name, XBSACTL_MANIFEST and XBSACTL_STATUS
+  stand for the options of those names.
+  The command line comes before the variables, the variables before the file.
 
 Informix sessions:
-  Server, job and the rest come from the variables KORVA_SERVER, KORVA_JOB (both needed),
-  KORVA_TAPE_SERVER, KORVA_DRIVE, KORVA_POOL and KORVA_COM_TIMEOUT. The object is SPACE@NAME.
+  Server, job and the rest come from the variables KORVA_SERVER, KORVA_JOB (both
+  needed), KORVA_TAPE_SERVER, KORVA_DRIVE, KORVA_POOL and KORVA_COM_TIMEOUT. The
+  object is SPACE@NAME.
 
 Exit codes:
   0  done: the server confirmed the whole object, a restored file is on disk
-  1  failed otherwise: an object does not verify, a check failed, the user declined a prompt
+  1  failed otherwise: an object does not verify, a check failed, the user
+     declined a prompt
   2  wrong arguments or settings: nothing was sent
   3  no match: the server or the manifest has no such object
   4  the server failed or refused, or could not be reached
   5  the COM utility failed or refused, or was not found
-  6  a file of this host: input, target, manifest, status, password file, library
-  A signal that stops the tool ends it by that signal. A failed or stopped restore leaves what
-  was under the target's name as it was; a failed or stopped store is reset, not completed.
+  6  a file of this host: input, target, manifest, status, password, library
+  A signal that stops the tool ends it by that signal. A failed or stopped
+  restore leaves what was under the target's name as it was; a failed or stopped
+  store is reset, not completed.
   check --nagios ends with 0 (OK), 1 (warning), 2 (critical) or 3 (unknown).
 
 Signals:
   SIGUSR1 prints a line about the progress to standard error, and ends nothing.
 
 Library:
-  Without --library: libxbsa.so.1 in ../lib beside the folder of xbsactl, else the search of
-  the system's loader (LD_LIBRARY_PATH, ldconfig).
+  Without --library: libxbsa.so.1 in ../lib beside the folder of xbsactl, else
+  the search of the system's loader (LD_LIBRARY_PATH, ldconfig).
 
 Examples:
   export XBSA_PASSWORD=secret
-  xbsactl store dump.sql dump.sql --host backup.example:21 --user dba --path db
-  sqlite3 shop.db .dump | xbsactl store shop.sql --host backup.example --user dba
-  xbsactl restore dump.sql /tmp/dump.sql --host backup.example --user dba --path db
-  xbsactl restore shop.sql --host backup.example --user dba | sqlite3 new.db
-  xbsactl restore dump.sql /dev/null --host 127.0.0.1:2121 --user dba --trace 2:xbsa.log
-  xbsactl store dump.sql dump.sql --manifest sums --verify --host 127.0.0.1 --user dba
-  xbsactl verify --all --manifest sums --host 127.0.0.1 --user dba
+  export XBSACTL_HOST=backup.example:21 XBSACTL_USER=dba
+  xbsactl store dump.sql dump.sql --path db
+  sqlite3 shop.db .dump | xbsactl store shop.sql
+  xbsactl restore dump.sql /tmp/dump.sql --path db
+  xbsactl restore shop.sql --host 127.0.0.1:2121 --user sam | sqlite3 new.db
+  xbsactl restore dump.sql /dev/null --path db --trace 2:xbsa.log
+  xbsactl store dump.sql dump.sql --manifest sums --verify
+  xbsactl verify --all --manifest sums
   xbsactl --informix store --space rootdbs level0 root.img
   xbsactl --informix query --space rootdbs --json
-  xbsactl --informix restore --space rootdbs level0 root.img --copy-id 1164326400)";
+  xbsactl --informix restore --space rootdbs level0 img --copy-id 1164326400)";
 
-using CHECK = decltype(COMMAND_LINE::fpCheck);
-using RUN = decltype(COMMAND_LINE::fpRun);
-using TRANSFER = void (*)(const base::CONNECTION &, const transfer::OPTIONS &);
-using PREPARE = void (*)(const base::CONNECTION &, transfer::OPTIONS &);
+template <auto FP_RUN> void Transfer(COMMAND_LINE &X_sLine)
+{
+    FP_RUN(X_sLine.sConnection, X_sLine.sTransfer);
+}
 
-struct COMMAND
+constexpr struct
 {
     const char *cpName;
     const char *cpHelp;
-    CHECK fpCheck;
-    RUN fpRun;
+    decltype(COMMAND_LINE::fpRun) fpRun;
+} COMMANDS[] = {
+    {"store", "Store FILE or standard input as NAME", Transfer<transfer::Store>},
+    {"restore", "Restore NAME into FILE or standard output", Transfer<transfer::Restore>},
+    {"query", "List the newest stored copy of NAME (with --informix)", Transfer<transfer::Query>},
+    {"verify", "Read NAME back and compare it with the manifest; write nothing",
+     Transfer<transfer::Verify>},
+    {"check", "Test the whole path to the server, step by step",
+     [](COMMAND_LINE &sLine) {
+         if (!sLine.sTransfer.sObject.strSpace.empty())
+             throw base::USAGE_ERROR("--space is not for check");
+         if (!sLine.sConnection.bInformix) base::CheckPreflight(sLine.sConnection);
+         sLine.iExit = check::Run(sLine.sConnection, sLine.sCheck);
+     }},
+    {"trace", "Summarise the sessions in a trace log, and their errors",
+     [](COMMAND_LINE &sLine) {
+         if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
+         trace::Run(sLine.sTrace);
+     }},
+    {"explain", "Explain a return code or a message; all without TEXT",
+     [](COMMAND_LINE &sLine) { explain::Run(sLine.sExplain); }},
+    {"setup", "Hook the library into a database server, or unhook it",
+     [](COMMAND_LINE &sLine) {
+         sLine.sSetup.strLibrary = sLine.sConnection.strLibrary;
+         sLine.iExit = setup::Run(sLine.sSetup);
+     }},
 };
 
-// A command that moves objects or lists them. I_fpPrepare checks what belongs to it alone.
-COMMAND Transfer(const char *cpName, const char *cpHelp, TRANSFER I_fpRun, PREPARE I_fpPrepare)
-{
-    const CHECK fpCheck = [I_fpPrepare](COMMAND_LINE &sLine) {
-        if (I_fpPrepare != nullptr) I_fpPrepare(sLine.sConnection, sLine.sTransfer);
-        if (sLine.sTransfer.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
-        if (!sLine.sTransfer.bAll) library::CheckObject(sLine.sConnection, sLine.sTransfer.sObject);
-        if (sLine.sConnection.bInformix) base::CheckVariables();
-        else base::CheckPlain(sLine.sConnection);
-    };
-    const RUN fpRun = [I_fpRun](const COMMAND_LINE &sLine) {
-        I_fpRun(sLine.sConnection, sLine.sTransfer);
-        return base::EXIT_DONE;
-    };
-    return {cpName, cpHelp, fpCheck, fpRun};
-}
+using RULE = void (*)(CLI::Option *);
 
-void CheckCheck(COMMAND_LINE &X_sLine)
-{
-    if (!X_sLine.sTransfer.sObject.strSpace.empty())
-        throw base::USAGE_ERROR("--space is not for check");
-    if (!X_sLine.sConnection.bInformix) base::CheckPreflight(X_sLine.sConnection);
-}
+constexpr RULE PLAIN = [](auto *spOption) { spOption->excludes("--informix"); };
+constexpr RULE INFORMIX = [](auto *spOption) { spOption->needs("--informix"); };
+constexpr RULE REQUIRED = [](auto *spOption) { spOption->required(); };
 
-std::vector<COMMAND> Commands()
+// An empty text would pass for an option that is not there.
+constexpr RULE NOT_EMPTY = [](auto *spOption) {
+    spOption->check([](const std::string &strText) {
+        return std::string(strText.empty() ? "the text is empty" : "");
+    });
+};
+
+template <auto FIRST, auto LAST> void Range(CLI::Option *spOption)
 {
-    return {Transfer("store", "Store FILE or standard input as NAME", transfer::Store, nullptr),
-            Transfer("restore", "Restore NAME into FILE or standard output", transfer::Restore,
-                     transfer::CheckRestore),
-            Transfer("query", "List the newest stored copy of NAME (with --informix)",
-                     transfer::Query, transfer::CheckQuery),
-            Transfer("verify", "Read NAME back and compare it with the manifest; write nothing",
-                     transfer::Verify, transfer::CheckVerify),
-            {"check", "Test the whole path to the server, step by step", CheckCheck,
-             [](const COMMAND_LINE &sLine) { return check::Run(sLine.sConnection, sLine.sCheck); }},
-            {"trace", "Summarise the sessions in a trace log, and their errors",
-             [](COMMAND_LINE &sLine) {
-                 if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
-             },
-             [](const COMMAND_LINE &sLine) {
-                 trace::Run(sLine.sTrace);
-                 return base::EXIT_DONE;
-             }},
-            {"explain", "Explain a return code or a message; all without TEXT",
-             [](COMMAND_LINE &) {},
-             [](const COMMAND_LINE &sLine) {
-                 explain::Run(sLine.sExplain);
-                 return base::EXIT_DONE;
-             }},
-            {"setup", "Hook the library into a database server, or unhook it",
-             [](COMMAND_LINE &sLine) { sLine.sSetup.strLibrary = sLine.sConnection.strLibrary; },
-             [](const COMMAND_LINE &sLine) { return setup::Run(sLine.sSetup); }}};
+    spOption->check(CLI::Range(FIRST, LAST).description(""));
 }
 
 struct OPTION
@@ -134,51 +126,66 @@ struct OPTION
     std::variant<bool *, std::string *, unsigned *, long *, std::vector<std::string> *> sValue;
     const char *cpHelp;
     const char *cpVariable = ""; // that stands for it
+    RULE fpRule = [](auto *) {}; // what the parser checks
 };
 
-std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
+std::vector<OPTION> GeneralOptions(COMMAND_LINE &X_sLine)
 {
     base::CONNECTION &sConnection = X_sLine.sConnection;
-    transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
-    check::OPTIONS &sCheck = X_sLine.sCheck;
-    trace::OPTIONS &sTrace = X_sLine.sTrace;
-    setup::OPTIONS &sSetup = X_sLine.sSetup;
-    const char *cpOnconfig =
-        "Name its configuration file in DIR/etc (default: ONCONFIG, else \"onconfig\")";
-    const char *cpJson = "Print JSON instead of text";
+    library::OBJECT &sObject = X_sLine.sTransfer.sObject;
     return {
         {"", "--informix", "", &sConnection.bInformix,
          "Open an Informix session: a KORVA server, over its COM utility"},
         {"", "--host", "HOST[:PORT]", &sConnection.strHost, "Name the server (default port: 21)",
-         "XBSACTL_HOST"},
-        {"", "--user", "U", &sConnection.strUser, "Log in as U", "XBSACTL_USER"},
+         "XBSACTL_HOST", PLAIN},
+        {"", "--user", "U", &sConnection.strUser, "Log in as U", "XBSACTL_USER", PLAIN},
         {"", "--password-file", "FILE", &sConnection.strPasswordFile,
-         "Take the password from the first line of FILE", "XBSACTL_PASSWORD_FILE"},
+         "Take the password from the first line of FILE", "XBSACTL_PASSWORD_FILE", PLAIN},
         {"", "--path", "DIR", &sConnection.strPath,
-         "Use this folder on the server (default: where the login leads)", "XBSACTL_PATH"},
-        {"", "--space", "SPACE", &sTransfer.sObject.strSpace, "Informix: name the object's space"},
-        {"", "--copy-id", "N", &sTransfer.sObject.uCopyId,
-         "Informix: restore or verify this copy (default: the newest; verify: the manifest's)"},
+         "Use this folder on the server (default: where the login leads)", "XBSACTL_PATH", PLAIN},
+        {"", "--space", "SPACE", &sObject.strSpace, "Informix: name the object's space", "",
+         INFORMIX},
+        {"", "--copy-id", "N", &sObject.uCopyId,
+         "Informix: restore or verify this copy (default: the newest; verify: the manifest's)", "",
+         [](auto *spOption) {
+             INFORMIX(spOption);
+             Range<1U, std::numeric_limits<unsigned>::max()>(spOption);
+         }},
         {"", "--library", "PATH", &sConnection.strLibrary, "Drive this library, see below",
          "XBSACTL_LIBRARY"},
         {"", "--timeout", "S", &sConnection.uTimeout,
          "Wait at most S seconds for the server's data connection; 0 is no limit (default: 300)",
-         "XBSACTL_TIMEOUT"},
+         "XBSACTL_TIMEOUT", Range<0, 1000000>},
         {"", "--trace", "LEVEL[:FILE]", &X_sLine.strTrace,
          "Write the library's trace: 2 steps, 3 every call; without FILE to standard error "
-         "(default: XBSA_TRACE and XBSA_LOGFILE)"},
-        {"store restore query verify", "NAME", "", &sTransfer.sObject.strName,
-         "Name of the object; for query \"%\" and \"_\" are patterns (default: all)"},
+         "(default: XBSA_TRACE and XBSA_LOGFILE)"}};
+}
+
+std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
+{
+    transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
+    check::OPTIONS &sCheck = X_sLine.sCheck;
+    trace::OPTIONS &sTrace = X_sLine.sTrace;
+    setup::OPTIONS &sSetup = X_sLine.sSetup;
+    const char *cpName =
+        "Name of the object; for query \"%\" and \"_\" are patterns (default: all)";
+    const char *cpOnconfig =
+        "Name its configuration file in DIR/etc (default: ONCONFIG, else \"onconfig\")";
+    const char *cpJson = "Print JSON instead of text";
+    return {
+        {"store restore", "NAME", "", &sTransfer.sObject.strName, cpName, "", REQUIRED},
+        {"query verify", "NAME", "", &sTransfer.sObject.strName, cpName},
         {"store restore", "FILE", "", &sTransfer.strFile,
          "Local file; \"-\" or none: standard input or output"},
         {"store restore verify", "--status", "FILE", &sTransfer.strStatus,
          "Write progress and result to FILE in the Prometheus text format (default: off)",
-         "XBSACTL_STATUS"},
+         "XBSACTL_STATUS", NOT_EMPTY},
         {"store verify", "--manifest", "FILE", &sTransfer.strManifest,
          "Keep the SHA-256 of what was stored in FILE, in the format of sha256sum",
-         "XBSACTL_MANIFEST"},
+         "XBSACTL_MANIFEST", NOT_EMPTY},
         {"store", "--verify", "", &sTransfer.bVerify, "Read the object back and compare"},
-        {"verify", "--all", "", &sTransfer.bAll, "Verify every object of the manifest"},
+        {"verify", "--all", "", &sTransfer.bAll, "Verify every object of the manifest", "",
+         [](auto *spOption) { spOption->excludes("NAME"); }},
         {"store restore query verify", "--json", "", &sTransfer.bJson, cpJson},
         {"check", "--informixdir", "DIR", &sCheck.strInformixDir,
          "Check the set-up of the database in DIR, too"},
@@ -186,10 +193,11 @@ std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
         {"check", "--nagios", "", &sCheck.bNagios,
          "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do"},
         {"check", "--json", "", &sCheck.bJson, cpJson},
-        {"trace", "FILE", "", &sTrace.strFile, "The log; \"-\": standard input"},
+        {"trace", "FILE", "", &sTrace.strFile, "The log; \"-\": standard input", "", REQUIRED},
         {"trace", "--since", "TIME", &sTrace.strSince,
          "Show sessions from this moment of the log on"},
-        {"trace", "--handle", "N", &sTrace.lHandle, "Show sessions of this handle only"},
+        {"trace", "--handle", "N", &sTrace.lHandle, "Show sessions of this handle only", "",
+         Range<1L, std::numeric_limits<long>::max()>},
         {"trace", "--html", "OUT", &sTrace.strHtml, "Write a page with a timeline, too"},
         {"trace", "--bar-act-log", "FILE", &sTrace.strActLog,
          "Put the messages of the database's activity log beside it"},
@@ -197,84 +205,103 @@ std::vector<OPTION> Options(COMMAND_LINE &X_sLine)
         {"explain", "TEXT", "", &X_sLine.sExplain.vecTexts, "The code, or (part of) the message"},
         {"explain", "--markdown", "", &X_sLine.sExplain.bMarkdown,
          "Print a page of the documentation"},
-        {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "Name the database's folder"},
+        {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "Name the database's folder", "",
+         REQUIRED},
         {"setup", "--onconfig", "NAME", &sSetup.strOnconfig, cpOnconfig},
         {"setup", "--logrotate", "", &sSetup.bLogrotate, "Print the rotation of the logs, and end"},
         {"setup", "--dry-run", "", &sSetup.bDryRun, "Print what would change, and end"},
         {"setup", "--yes", "", &sSetup.bYes, "Do not ask"},
-        {"setup", "--undo", "", &sSetup.bUndo, "Put back what an earlier run changed"}};
+        {"setup", "--undo", "", &sSetup.bUndo, "Put back what an earlier run changed", "",
+         [](auto *spOption) { spOption->excludes("--logrotate"); }}};
 }
 
 // The parser's own names of types are hidden.
-void AddOption(CLI::App &X_sApp, const OPTION &I_sOption)
+void AddOption(CLI::App &X_sApp, const OPTION &I_sOption, bool I_bInformix)
 {
-    std::visit(
+    CLI::Option *spAdded = std::visit(
         [&](auto *spValue) {
             if constexpr (std::is_same_v<decltype(spValue), bool *>)
-                X_sApp.add_flag(I_sOption.cpName, *spValue, I_sOption.cpHelp);
+                return X_sApp.add_flag(I_sOption.cpName, *spValue, I_sOption.cpHelp);
             else
-                X_sApp.add_option(I_sOption.cpName, *spValue, I_sOption.cpHelp)
-                    ->type_name(I_sOption.cpType)
-                    ->envname(I_sOption.cpVariable);
+                return X_sApp.add_option(I_sOption.cpName, *spValue, I_sOption.cpHelp)
+                    ->type_name(I_sOption.cpType);
         },
         I_sOption.sValue);
+    I_sOption.fpRule(spAdded);
+    // The variable of a plain session is for other runs.
+    if (!I_bInformix || I_sOption.fpRule != PLAIN) spAdded->envname(I_sOption.cpVariable);
 }
 
+void AddOptions(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
+{
+    const bool bGeneral = X_sLine.strCommand.empty();
+    for (const OPTION &sOption : bGeneral ? GeneralOptions(X_sLine) : CommandOptions(X_sLine))
+    {
+        std::istringstream sCommands(sOption.cpCommands);
+        const std::istream_iterator<std::string> sFirst(sCommands);
+        if (bGeneral || std::find(sFirst, {}, X_sLine.strCommand) != decltype(sFirst)())
+            AddOption(X_sApp, sOption, X_sLine.sConnection.bInformix);
+    }
+}
+
+// A command gets its options when the parser meets it: the same variable stands for one of another
+// command, and would be set last.
 void AddCommands(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
-    for (const COMMAND &sCommand : Commands())
+    for (const auto &sCommand : COMMANDS)
     {
         CLI::App *spCommand = X_sApp.add_subcommand(sCommand.cpName, sCommand.cpHelp);
-        spCommand->callback([&X_sLine, sCommand] {
+        spCommand->preparse_callback([&X_sLine, &sCommand, spCommand](size_t) {
             X_sLine.strCommand = sCommand.cpName;
-            X_sLine.fpCheck = sCommand.fpCheck;
             X_sLine.fpRun = sCommand.fpRun;
+            AddOptions(*spCommand, X_sLine);
         });
         spCommand->footer("All other options: xbsactl --help");
     }
-    for (const OPTION &sOption : Options(X_sLine))
-    {
-        std::istringstream sCommands(sOption.cpCommands);
-        if (*sOption.cpCommands == '\0') AddOption(X_sApp, sOption);
-        for (std::string strCommand; sCommands >> strCommand;)
-            AddOption(*X_sApp.get_subcommand(strCommand), sOption);
-    }
 }
 
-// Options that depend on each other, and limits.
-void AddRules(CLI::App &X_sApp, bool I_bInformix)
+// The file holds the options of all commands, and the parser asks it before the variables.
+struct CONFIG_FILE : CLI::ConfigTOML
 {
-    const auto fpRange = [](auto iFirst, auto iLast) {
-        return CLI::Range(iFirst, iLast).description("");
-    };
-    // An empty text would pass for an option that is not there.
-    const CLI::Validator sNotEmpty(
-        [](const std::string &strText) { return strText.empty() ? "the text is empty" : ""; }, "");
-    for (const char *cpName : {"--host", "--user", "--password-file", "--path"})
+    explicit CONFIG_FILE(const CLI::App &I_sApp) : sApp(I_sApp)
     {
-        CLI::Option *spOption = X_sApp.get_option(cpName)->excludes("--informix");
-        if (I_bInformix) spOption->envname(""); // the variable is for other runs
     }
-    for (const char *cpName : {"--space", "--copy-id"})
-        X_sApp.get_option(cpName)->needs("--informix");
-    X_sApp.get_option("--copy-id")->check(fpRange(1U, std::numeric_limits<unsigned>::max()));
-    X_sApp.get_option("--timeout")->check(fpRange(0, 1000000));
-    CLI::App &sTrace = *X_sApp.get_subcommand("trace");
-    sTrace.get_option("--handle")->check(fpRange(1L, std::numeric_limits<long>::max()));
-    sTrace.get_option("FILE")->required();
-    for (const char *cpCommand : {"store", "restore", "verify"})
+
+    std::vector<CLI::ConfigItem> from_config(std::istream &X_sFile) const override
     {
-        CLI::App &sCommand = *X_sApp.get_subcommand(cpCommand);
-        sCommand.get_option("--status")->check(sNotEmpty);
-        if (sCommand.get_option_no_throw("--manifest") != nullptr)
-            sCommand.get_option("--manifest")->check(sNotEmpty);
-        sCommand.get_option("NAME")->required(std::string(cpCommand) != "verify");
+        std::vector<CLI::ConfigItem> vecItems = CLI::ConfigTOML::from_config(X_sFile);
+        const auto fpIdle = [this](const CLI::ConfigItem &sItem) {
+            const CLI::App *spApp = &sApp;
+            for (const CLI::App *spCommand : sApp.get_subcommands({}))
+                if (!sItem.parents.empty() && spCommand->check_name(sItem.parents[0]))
+                    spApp = spCommand;
+            const CLI::Option *spOption = spApp->get_option_no_throw("--" + sItem.name);
+            const char *cpVariable =
+                spOption != nullptr ? getenv(spOption->get_envname().c_str()) : nullptr;
+            return spApp->count() == 0 || (cpVariable != nullptr && *cpVariable != '\0');
+        };
+        vecItems.erase(std::remove_if(vecItems.begin(), vecItems.end(), fpIdle), vecItems.end());
+        return vecItems;
     }
-    X_sApp.get_subcommand("verify")->get_option("--all")->excludes("NAME");
-    CLI::App &sSetup = *X_sApp.get_subcommand("setup");
-    sSetup.get_option("--informixdir")->required();
-    sSetup.get_option("--undo")->excludes("--logrotate");
-}
+
+    const CLI::App &sApp;
+};
+
+// The parser breaks no lines.
+struct HELP_FORMAT : CLI::Formatter
+{
+    std::string make_option_desc(const CLI::Option *spOption) const override
+    {
+        std::string strText = spOption->get_description();
+        const size_t uWidth = 79 - get_column_width();
+        for (size_t uLine = 0; strText.size() - uLine > uWidth; uLine++)
+        {
+            uLine = strText.rfind(' ', uLine + uWidth);
+            strText[uLine] = '\n';
+        }
+        return strText;
+    }
+};
 
 void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
@@ -284,8 +311,11 @@ void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
     X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
     X_sApp.fallthrough();            // the options may follow the command, too
     X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
+    X_sApp.formatter(std::make_shared<HELP_FORMAT>());
+    X_sApp.get_formatter()->column_width(18);
+    AddOptions(X_sApp, X_sLine);
     AddCommands(X_sApp, X_sLine);
-    AddRules(X_sApp, X_sLine.sConnection.bInformix);
+    X_sApp.config_formatter(std::make_shared<CONFIG_FILE>(X_sApp));
     X_sApp
         .set_config("--config", cpConfig != nullptr ? cpConfig : "",
                     "Read options from FILE (default: the variable XBSACTL_CONFIG)",
@@ -309,20 +339,18 @@ void RefusePassword(int argc, char **argv)
 }
 
 // Whether one letter was changed, added or left out, or two changed places.
-bool IsSlip(std::string_view I_svTyped, std::string_view I_svMeant)
+bool IsSlip(const std::string &I_strTyped, const std::string &I_strMeant)
 {
-    size_t uSame = 0;
-    while (uSame < I_svTyped.size() && uSame < I_svMeant.size() &&
-           I_svTyped[uSame] == I_svMeant[uSame])
-        uSame++;
-    const std::string strTyped(I_svTyped.substr(uSame));
-    const std::string strMeant(I_svMeant.substr(uSame));
+    const auto [sTyped, sMeant] =
+        std::mismatch(I_strTyped.begin(), I_strTyped.end(), I_strMeant.begin(), I_strMeant.end());
+    std::string strTyped(sTyped, I_strTyped.end()); // from the first other letter on
+    const std::string strMeant(sMeant, I_strMeant.end());
     if (strTyped.empty() || strMeant.empty()) return strTyped.size() + strMeant.size() <= 1;
-    const std::string strSwapped = {strTyped[std::min<size_t>(1, strTyped.size() - 1)],
-                                    strTyped[0]};
-    return strTyped.substr(1) == strMeant.substr(1) || strTyped.substr(1) == strMeant ||
-           strTyped == strMeant.substr(1) ||
-           (strTyped.size() > 1 && strSwapped + strTyped.substr(2) == strMeant);
+    const std::string strRest = strTyped.substr(1);
+    if (strRest == strMeant || strTyped == strMeant.substr(1) || strRest == strMeant.substr(1))
+        return true;
+    if (!strRest.empty()) std::swap(strTyped[0], strTyped[1]);
+    return strTyped == strMeant;
 }
 
 // The parser would name all arguments, the last one first.
@@ -366,11 +394,12 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
     return {};
 }
 
-void CheckOptions(COMMAND_LINE &X_sLine)
+int RunCommand(COMMAND_LINE &X_sLine)
 {
     if (X_sLine.sTransfer.sObject.uCopyId != 0 && X_sLine.strCommand != "restore" &&
         X_sLine.strCommand != "verify")
         throw base::USAGE_ERROR("--copy-id is for restore and verify only");
     base::TakeTrace(X_sLine.sConnection, X_sLine.strTrace);
-    X_sLine.fpCheck(X_sLine);
+    X_sLine.fpRun(X_sLine);
+    return X_sLine.iExit;
 }

@@ -2,7 +2,6 @@
 #ifndef XBSACTL_OPTIONS_H
 #define XBSACTL_OPTIONS_H
 
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -22,14 +21,14 @@ struct COMMAND_LINE
     trace::OPTIONS sTrace;
     explain::OPTIONS sExplain;
     setup::OPTIONS sSetup;
-    std::function<void(COMMAND_LINE &)> fpCheck; // what the parser did not; throws USAGE_ERROR
-    std::function<int(const COMMAND_LINE &)> fpRun;
+    void (*fpRun)(COMMAND_LINE &) = nullptr;
+    int iExit = base::EXIT_DONE; // by fpRun
 };
 
 // Returns the exit code when nothing is left to do, after help and after an error.
 std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine);
 
-// Checks all that the parser did not. Throws USAGE_ERROR, or FAILURE for the password file.
-void CheckOptions(COMMAND_LINE &X_sLine);
+// Checks what the parser did not, and returns the exit code. Throws FAILURE.
+int RunCommand(COMMAND_LINE &X_sLine);
 
 #endif

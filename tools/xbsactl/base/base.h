@@ -7,13 +7,18 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
+#include <iomanip>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "xbsa.h"
@@ -32,6 +37,15 @@ enum : int
     EXIT_FILE = 6     // a file of this host
 };
 
+// What the parts print, one after another. A fraction has three digits.
+template <typename... PARTS> std::string Text(const PARTS &...sParts)
+{
+    std::ostringstream sText;
+    sText << std::fixed << std::setprecision(3);
+    (sText << ... << sParts);
+    return sText.str();
+}
+
 struct FAILURE : std::runtime_error
 {
     explicit FAILURE(const std::string &I_strText, int I_iExit = EXIT_FAILED)
@@ -44,15 +58,23 @@ struct FAILURE : std::runtime_error
 
 struct USAGE_ERROR : FAILURE
 {
-    explicit USAGE_ERROR(const std::string &I_strText) : FAILURE(I_strText, EXIT_USAGE)
+    template <typename... PARTS>
+    explicit USAGE_ERROR(const PARTS &...sParts) : FAILURE(Text(sParts...), EXIT_USAGE)
     {
     }
 };
 
-FAILURE FileFailure(const std::string &I_strText);
+template <typename... PARTS> FAILURE FileFailure(const PARTS &...sParts)
+{
+    return FAILURE(Text(sParts...), EXIT_FILE);
+}
 
-// "I_strWhat: text of errno", of the moment of the call; of a file.
-FAILURE SystemFailure(const std::string &I_strWhat);
+// The parts, and the text of errno at the moment of the call; of a file.
+template <typename... PARTS> FAILURE SystemFailure(const PARTS &...sParts)
+{
+    const int iError = errno;
+    return FileFailure(sParts..., ": ", std::generic_category().message(iError));
+}
 
 bool HasControlCharacter(const std::string &I_strText);
 
@@ -140,14 +162,20 @@ struct STOP_HOOKS
 };
 
 // Starts the thread. From here on SIGHUP, SIGINT, SIGQUIT and SIGTERM, unless the caller ignored
-// them, remove the file below and end the process by the same signal.
+// them, remove the files below and end the process by the same signal.
 void WatchSignals(const STOP_HOOKS &I_sHooks);
 
-// From here on nothing ends the process: its exit code is decided.
-void HoldSignals();
+// While it lives the process is not ended. One thread may hold several. A child process must not
+// find it locked by a thread that it has not got: the thread above takes it only when there is
+// work.
+using STOP_LOCK = std::unique_lock<std::recursive_mutex>;
+STOP_LOCK HoldStop();
 
-// While one lives the thread limits the time: after I_uSeconds, 0 for no limit, it removes the file
-// below, prints the message and ends the process with EXIT_SERVER.
+// The files that must not survive: names in folders that are held open. For holders of the lock.
+std::set<std::pair<int, std::string>> &DoomedFiles();
+
+// While one lives the thread limits the time: after I_uSeconds, 0 for no limit, it removes the
+// files above, prints the message and ends the process with EXIT_SERVER.
 class CTimeLimit
 {
   public:
@@ -156,19 +184,6 @@ class CTimeLimit
     CTimeLimit &operator=(const CTimeLimit &) = delete;
     ~CTimeLimit();
 };
-
-// While one lives the process is not ended.
-class STOP_LOCK
-{
-  public:
-    STOP_LOCK();
-
-  private:
-    std::lock_guard<std::mutex> sGuard;
-};
-
-// The file that must not survive, in a folder that is held open; an empty name for none.
-void RemoveAtStop(const STOP_LOCK &I_sLock, int I_iFolder, const std::string &I_strName);
 
 // Where the bytes of an object come from and go to, and small texts that other processes read or
 // replace at the same time. All failures throw FAILURE, with the exit code of a local file.
@@ -200,6 +215,8 @@ class CDescriptor
     {
         return iFile;
     }
+
+    struct stat Status(const std::string &I_strShown) const;
 
     // The caller closes it.
     int Release()
@@ -247,12 +264,8 @@ void ReserveStandard();
 // The path in quotes, for a message.
 std::string Quoted(const std::string &I_strFile);
 
-// What the umask leaves of rw-rw-rw-. The first call is the main thread's.
-mode_t NewFileMode();
-
 // Fills the buffer; fewer bytes than asked for are the end.
 size_t ReadAll(int I_iFile, char *cpData, size_t I_uRoom, const std::string &I_strShown);
-void WriteAll(int I_iFile, const char *cpData, size_t I_uLength, const std::string &I_strShown);
 
 class CInput
 {
@@ -269,57 +282,37 @@ class CInput
 
   private:
     std::string strName;
-    CDescriptor sFile; // none for standard input
+    CDescriptor sFile;
     uint64_t uSize = 0;
     uint64_t uDone = 0;
 };
 
-// The one way in which the tool replaces a file: what is written goes to a temporary file beside
-// it, which takes its place, owner and mode when all of it is written. Until Publish the old file
-// is untouched; the temporary file goes with the object.
-class CReplacement
-{
-  public:
-    // What is not a regular file is refused. I_bExact: so is a file whose owner cannot be kept.
-    CReplacement(TARGET I_sTarget, bool I_bExact);
-    ~CReplacement();
-
-    void Write(const char *cpData, size_t I_uLength);
-    void Finish(bool I_bSync = true); // I_bSync: to the disk
-    void Publish();                   // under its name; the folder is not synced yet
-
-    const std::string &Temporary() const // its name in the target's folder
-    {
-        return strTemporary;
-    }
-
-  private:
-    void TakeMode() const;
-
-    TARGET sTarget;
-    std::optional<struct stat> sOld; // of the file in the target's place
-    bool bExact;
-    CDescriptor sFile;
-    std::string strTemporary; // empty: it has its name
-};
-
-// Where a restore goes: a file is replaced, and its temporary file goes also when the process is
-// told to stop; a device, a pipe or standard output gets the bytes as they come.
+// The one way in which the tool writes a file: the bytes go to a temporary file beside it, which
+// takes its place, owner and mode when all of them are written. Until then the old file is
+// untouched; the temporary file goes with the object, and when the process is told to stop. A
+// device, a pipe or standard output gets the bytes as they come.
 class COutput
 {
   public:
     explicit COutput(const std::string &I_strFile); // "-": standard output
+
+    // A regular file, or a new one. I_bExact: one whose owner cannot be kept is refused.
+    COutput(TARGET I_sTarget, bool I_bExact);
     ~COutput();
 
     void Write(const char *cpData, size_t I_uLength);
-    void Commit(); // everything is on disk afterwards
+    void Commit(bool I_bLast = true); // I_bLast: everything is on disk afterwards
 
   private:
+    void CreateTemporary();
     void OpenDevice();
+    void TakeMode() const;
 
-    std::optional<TARGET> sTarget; // none: standard output
-    std::optional<CReplacement> sReplacement;
-    CDescriptor sDevice;
+    TARGET sTarget;
+    std::optional<struct stat> sOld; // of the file in the target's place
+    bool bExact = false;
+    CDescriptor sFile;
+    std::string strTemporary; // its name in the target's folder; empty: none is left
 };
 
 // The whole text; none when there is no such file. What is not a regular file, or larger than the

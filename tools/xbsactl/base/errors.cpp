@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <system_error>
-#include <utility>
 
 namespace base
 {
@@ -55,17 +52,6 @@ bool IsCommand(unsigned I_uPoint)
     });
 }
 } // namespace
-
-FAILURE SystemFailure(const std::string &I_strWhat)
-{
-    const int iError = errno;
-    return FileFailure(I_strWhat + ": " + std::generic_category().message(iError));
-}
-
-FAILURE FileFailure(const std::string &I_strText)
-{
-    return FAILURE(I_strText, EXIT_FILE);
-}
 
 std::string Hex(const unsigned char *ucpBytes, size_t I_uLength)
 {

@@ -11,10 +11,10 @@ using JSON = nlohmann::ordered_json;
 
 // For a reader: bytes that are not UTF-8 are replaced rather than refused. All but ASCII is
 // escaped, since a terminal obeys some of it.
-std::string Dump(const JSON &I_sJson);
-
-// The text in double quotes, with escapes.
-std::string JsonQuoted(const std::string &I_strText);
+inline std::string Dump(const JSON &I_sJson)
+{
+    return I_sJson.dump(2, ' ', true, JSON::error_handler_t::replace);
+}
 } // namespace base
 
 #endif

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,11 +26,11 @@ void CheckHost(const std::string &I_strHost)
     if (uColon == std::string::npos) return;
 
     const std::string strPort = I_strHost.substr(uColon + 1);
-    const bool bDigits = !strPort.empty() && strPort.size() <= 5 &&
-                         strPort.find_first_not_of("0123456789") == std::string::npos;
-    const int iPort = bDigits ? std::stoi(strPort) : 0;
-    if (iPort < 1 || iPort > 65535)
-        throw USAGE_ERROR("--host: \"" + Printable(strPort) + "\" is not a port from 1 to 65535");
+    uint16_t usPort = 0;
+    const char *cpEnd = strPort.data() + strPort.size();
+    const auto sResult = std::from_chars(strPort.data(), cpEnd, usPort);
+    if (sResult.ec != std::errc() || sResult.ptr != cpEnd || usPort == 0)
+        throw USAGE_ERROR("--host: ", Quoted(strPort), " is not a port from 1 to 65535");
 }
 
 // The first line of the file, without its line end.
@@ -51,26 +52,22 @@ std::string ReadPassword(const std::string &I_strFile)
     return strText;
 }
 
-// The option wins over the variable.
-std::string TakePassword(const CONNECTION &I_sConnection)
+// The option wins over the variable. The library takes user and password from one small field,
+// divided by a colon.
+void TakeLogin(CONNECTION &X_sConnection)
 {
-    if (!I_sConnection.strPasswordFile.empty()) return ReadPassword(I_sConnection.strPasswordFile);
-    if (!I_sConnection.bPassword)
+    if (!X_sConnection.strPasswordFile.empty())
+        X_sConnection.strPassword = ReadPassword(X_sConnection.strPasswordFile);
+    else if (!X_sConnection.bPassword)
         throw USAGE_ERROR("no password: set the variable XBSA_PASSWORD or give --password-file");
-    return I_sConnection.strPassword;
-}
-
-// The library takes user and password from one small field, divided by a colon.
-void CheckLogin(const CONNECTION &I_sConnection)
-{
-    CheckText("--user", I_sConnection.strUser, OWNER_ROOM);
-    if (HasControlCharacter(I_sConnection.strPassword))
+    CheckText("--user", X_sConnection.strUser, OWNER_ROOM);
+    if (HasControlCharacter(X_sConnection.strPassword))
         throw USAGE_ERROR("the password holds a control character");
-    if ((I_sConnection.strUser + I_sConnection.strPassword).find(':') != std::string::npos)
+    if ((X_sConnection.strUser + X_sConnection.strPassword).find(':') != std::string::npos)
         throw USAGE_ERROR("user and password must not hold a \":\"");
-    const size_t uOwner = Owner(I_sConnection).size();
+    const size_t uOwner = Owner(X_sConnection).size();
     if (uOwner > OWNER_ROOM)
-        throw USAGE_ERROR("user and password together are " + std::to_string(uOwner - OWNER_ROOM) +
+        throw USAGE_ERROR("user and password together are ", uOwner - OWNER_ROOM,
                           " bytes too long: the library has room for 52");
 }
 } // namespace
@@ -89,7 +86,7 @@ void CheckText(const std::string &I_strWhat, const std::string &I_strText, size_
     if (I_strText.empty()) throw USAGE_ERROR(I_strWhat + " is missing or empty");
     if (HasControlCharacter(I_strText)) throw USAGE_ERROR(I_strWhat + " holds a control character");
     if (I_strText.size() > I_uRoom)
-        throw USAGE_ERROR(I_strWhat + " is longer than " + std::to_string(I_uRoom) + " bytes");
+        throw USAGE_ERROR(I_strWhat, " is longer than ", I_uRoom, " bytes");
 }
 
 void CheckName(const std::string &I_strWhat, const std::string &I_strText)
@@ -135,8 +132,7 @@ void CheckPlain(CONNECTION &X_sConnection)
 {
     CheckHost(X_sConnection.strHost);
     CheckName("--path", X_sConnection.strPath);
-    X_sConnection.strPassword = TakePassword(X_sConnection);
-    CheckLogin(X_sConnection);
+    TakeLogin(X_sConnection);
 }
 
 void CheckPreflight(CONNECTION &X_sConnection)
@@ -146,8 +142,7 @@ void CheckPreflight(CONNECTION &X_sConnection)
     CheckText("--user", X_sConnection.strUser, NAME_ROOM);
     try
     {
-        X_sConnection.strPassword = TakePassword(X_sConnection);
-        CheckLogin(X_sConnection);
+        TakeLogin(X_sConnection);
     } catch (const std::runtime_error &sError)
     {
         X_sConnection.strLoginFault = sError.what();
@@ -161,10 +156,10 @@ void CheckVariables()
         const char *cpValue = getenv(sVariable.cpName);
         const std::string strValue = cpValue != nullptr ? cpValue : "";
         if (strValue.empty() && sVariable.bNeeded)
-            throw USAGE_ERROR(std::string("--informix needs the variable ") + sVariable.cpName);
+            throw USAGE_ERROR("--informix needs the variable ", sVariable.cpName);
         if (strValue.size() > sVariable.uRoom)
-            throw USAGE_ERROR(std::string("the variable ") + sVariable.cpName + " is longer than " +
-                              std::to_string(sVariable.uRoom) + " bytes");
+            throw USAGE_ERROR("the variable ", sVariable.cpName, " is longer than ",
+                              sVariable.uRoom, " bytes");
     }
 }
 } // namespace base

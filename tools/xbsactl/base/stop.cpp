@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <ctime>
 #include <thread>
@@ -17,9 +16,7 @@ namespace
 constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit code
 
 // Plain storage: it outlives every destructor, as the thread does.
-std::mutex sMutex;
-char szDoomed[NAME_MAX + 1];
-int iDoomedFolder;
+std::recursive_mutex sMutex;
 std::atomic<time_t> lEnd; // of the time limit, on the clock that nobody sets; 0 for none
 char szLate[256];
 
@@ -59,40 +56,32 @@ sigset_t SignalSet()
 // The lock is kept for good: nothing is created or renamed any more.
 void Prepare(const STOP_HOOKS &I_sHooks, int I_iExit)
 {
-    if (szDoomed[0] != '\0') unlinkat(iDoomedFolder, szDoomed, 0);
+    for (const auto &[iFolder, strName] : DoomedFiles()) unlinkat(iFolder, strName.c_str(), 0);
     I_sHooks.fpEnd(I_iExit);
 }
 
 void EndWhenLate(const STOP_HOOKS &I_sHooks)
 {
     if (lEnd == 0) return; // without the lock, which a forked child could find locked for ever
-    const std::lock_guard<std::mutex> sGuard(sMutex);
+    const STOP_LOCK sLock = HoldStop();
     if (lEnd == 0 || Seconds() < lEnd) return;
     Prepare(I_sHooks, EXIT_SERVER);
     dprintf(STDERR_FILENO, "xbsactl: %s\n", szLate);
     _exit(EXIT_SERVER);
 }
 
-// Waits a second for a signal that ends the process, and returns 0 or its number.
-int NextSignal(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
-{
-    const struct timespec sSecond = {1, 0};
-    const int iSignal = sigtimedwait(&I_sSet, nullptr, &sSecond);
-    if (iSignal > 0 && iSignal != SIGUSR1) return iSignal;
-    if (iSignal == SIGUSR1) I_sHooks.fpAsked();
-    if (iSignal == SIGUSR1 || errno == EAGAIN) I_sHooks.fpTick();
-    return 0;
-}
-
 void Wait(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
 {
-    int iSignal = 0;
-    while (iSignal == 0)
+    const struct timespec sSecond = {1, 0};
+    int iSignal = SIGUSR1;
+    while (iSignal == SIGUSR1 || iSignal <= 0)
     {
         EndWhenLate(I_sHooks);
-        iSignal = NextSignal(I_sSet, I_sHooks);
+        iSignal = sigtimedwait(&I_sSet, nullptr, &sSecond);
+        if (iSignal == SIGUSR1) I_sHooks.fpAsked();
+        if (iSignal == SIGUSR1 || (iSignal <= 0 && errno == EAGAIN)) I_sHooks.fpTick();
     }
-    sMutex.lock();
+    const STOP_LOCK sLock = HoldStop();
     Prepare(I_sHooks, SIGNAL_CODE + iSignal);
     EndBySignal(iSignal);
 }
@@ -100,19 +89,26 @@ void Wait(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
 
 CTimeLimit::CTimeLimit(unsigned I_uSeconds, const std::string &I_strMessage)
 {
-    const STOP_LOCK sLock;
+    const STOP_LOCK sLock = HoldStop();
     lEnd = I_uSeconds == 0 ? 0 : Seconds() + I_uSeconds;
     szLate[I_strMessage.copy(szLate, sizeof szLate - 1)] = '\0';
 }
 
 CTimeLimit::~CTimeLimit()
 {
-    const STOP_LOCK sLock;
+    const STOP_LOCK sLock = HoldStop();
     lEnd = 0;
 }
 
-STOP_LOCK::STOP_LOCK() : sGuard(sMutex)
+STOP_LOCK HoldStop()
 {
+    return STOP_LOCK(sMutex);
+}
+
+std::set<std::pair<int, std::string>> &DoomedFiles()
+{
+    static auto *spFiles = new std::set<std::pair<int, std::string>>; // never freed, as above
+    return *spFiles;
 }
 
 void WatchSignals(const STOP_HOOKS &I_sHooks)
@@ -122,16 +118,5 @@ void WatchSignals(const STOP_HOOKS &I_sHooks)
     signal(SIGPIPE, SIG_IGN); // a closed pipe or a file size limit is a failed write, with a text
     signal(SIGXFSZ, SIG_IGN);
     std::thread(Wait, sSet, I_sHooks).detach();
-}
-
-void HoldSignals()
-{
-    sMutex.lock();
-}
-
-void RemoveAtStop(const STOP_LOCK & /*I_sLock*/, int I_iFolder, const std::string &I_strName)
-{
-    iDoomedFolder = I_iFolder;
-    szDoomed[I_strName.copy(szDoomed, NAME_MAX)] = '\0';
 }
 } // namespace base

@@ -19,19 +19,12 @@ CDescriptor OpenName(int I_iFolder, const std::string &I_strName)
     return CDescriptor(openat(I_iFolder, I_strName.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
 }
 
-STAT StatusOf(const CDescriptor &I_sEntry, const std::string &I_strShown)
-{
-    STAT sStatus{};
-    if (fstat(I_sEntry.Get(), &sStatus) != 0) throw SystemFailure(I_strShown);
-    return sStatus;
-}
-
 // The link is held open, so its owner and its text belong together.
 std::string LinkText(const CDescriptor &I_sLink, uid_t I_uOwner, const std::string &I_strShown)
 {
     if (I_uOwner != geteuid() && I_uOwner != 0)
-        throw FileFailure(I_strShown + " leads through a link that belongs to another account (" +
-                          std::to_string(I_uOwner) + "): name the file that is meant");
+        throw FileFailure(I_strShown, " leads through a link that belongs to another account (",
+                          I_uOwner, "): name the file that is meant");
     std::array<char, PATH_MAX> szText{};
     const ssize_t iLength = readlinkat(I_sLink.Get(), "", szText.data(), szText.size());
     if (iLength == -1) throw SystemFailure(I_strShown);
@@ -40,14 +33,13 @@ std::string LinkText(const CDescriptor &I_sLink, uid_t I_uOwner, const std::stri
 
 // Of what others put there the kernel protects us in some of these folders alone, as its settings
 // say, and only when a name is opened to be created.
-void RefusePlanted(int I_iFolder, uid_t I_uOwner, const std::string &I_strShown)
+void RefusePlanted(const CDescriptor &I_sFolder, uid_t I_uOwner, const std::string &I_strShown)
 {
-    STAT sFolder{};
-    if (fstat(I_iFolder, &sFolder) != 0) throw SystemFailure(I_strShown);
+    const STAT sFolder = I_sFolder.Status(I_strShown);
     const bool bGroup = (sFolder.st_mode & S_ISVTX) != 0 && (sFolder.st_mode & S_IWGRP) != 0;
     const bool bShared = bGroup || (sFolder.st_mode & S_IWOTH) != 0;
     if (bShared && I_uOwner != geteuid() && I_uOwner != sFolder.st_uid)
-        throw FileFailure(I_strShown + " belongs to another account (" + std::to_string(I_uOwner) +
+        throw FileFailure(I_strShown, " belongs to another account (", I_uOwner,
                           "), in a folder that others may write: take another name or folder");
 }
 
@@ -60,59 +52,14 @@ std::string TakePart(std::string &X_strPath)
     X_strPath.erase(0, strPart.size());
     return strPart;
 }
-
-class CWalk
-{
-  public:
-    explicit CWalk(const std::string &I_strFile) : strShown(Quoted(I_strFile)), strLeft(I_strFile)
-    {
-        Start();
-    }
-
-    TARGET Run()
-    {
-        std::string strPart;
-        do strPart = TakePart(strLeft);
-        while (!Step(strPart));
-        return {std::make_shared<const CDescriptor>(std::move(sFolder)), strPart, strShown};
-    }
-
-  private:
-    void Start()
-    {
-        if (sFolder.Get() != -1 && strLeft[0] != '/') return;
-        sFolder = OpenName(AT_FDCWD, strLeft[0] == '/' ? "/" : ".");
-        if (sFolder.Get() == -1) throw SystemFailure(strShown);
-    }
-
-    // Returns whether the part is the last one.
-    bool Step(const std::string &I_strPart)
-    {
-        CDescriptor sEntry = OpenName(sFolder.Get(), I_strPart);
-        if (sEntry.Get() == -1 && errno == ENOENT && strLeft.empty()) return true; // a new file
-        if (sEntry.Get() == -1) throw SystemFailure(strShown);
-        const STAT sStatus = StatusOf(sEntry, strShown);
-        if (S_ISLNK(sStatus.st_mode)) return Follow(sEntry, sStatus.st_uid);
-        RefusePlanted(sFolder.Get(), sStatus.st_uid, strShown);
-        if (!strLeft.empty()) sFolder = std::move(sEntry);
-        return strLeft.empty();
-    }
-
-    bool Follow(const CDescriptor &I_sLink, uid_t I_uOwner)
-    {
-        errno = ELOOP;
-        if (++iLinks > MOST_LINKS) throw SystemFailure(strShown);
-        strLeft.insert(0, LinkText(I_sLink, I_uOwner, strShown));
-        Start();
-        return false;
-    }
-
-    std::string strShown;
-    std::string strLeft; // of the path
-    CDescriptor sFolder; // as far as the walk has come
-    int iLinks = 0;
-};
 } // namespace
+
+STAT CDescriptor::Status(const std::string &I_strShown) const
+{
+    STAT sStatus{};
+    if (fstat(iFile, &sStatus) != 0) throw SystemFailure(I_strShown);
+    return sStatus;
+}
 
 std::optional<struct stat> TARGET::Status() const
 {
@@ -120,7 +67,7 @@ std::optional<struct stat> TARGET::Status() const
     const bool bThere = fstatat(Folder(), strName.c_str(), &sStatus, AT_SYMLINK_NOFOLLOW) == 0;
     if (!bThere && errno == ENOENT) return {};
     if (!bThere) throw SystemFailure(strShown);
-    RefusePlanted(Folder(), sStatus.st_uid, strShown);
+    RefusePlanted(*spFolder, sStatus.st_uid, strShown);
     return sStatus;
 }
 
@@ -128,7 +75,7 @@ int TARGET::Open(int I_iFlags, mode_t I_uMode) const
 {
     CDescriptor sFile(
         openat(Folder(), strName.c_str(), I_iFlags | O_NOFOLLOW | O_CLOEXEC, I_uMode));
-    if (sFile.Get() != -1) RefusePlanted(Folder(), StatusOf(sFile, strShown).st_uid, strShown);
+    if (sFile.Get() != -1) RefusePlanted(*spFolder, sFile.Status(strShown).st_uid, strShown);
     return sFile.Release();
 }
 
@@ -142,6 +89,30 @@ void TARGET::SyncFolder() const
 
 TARGET FindTarget(const std::string &I_strFile)
 {
-    return CWalk(I_strFile).Run();
+    const std::string strShown = Quoted(I_strFile);
+    std::string strLeft = I_strFile; // of the path
+    CDescriptor sFolder = OpenName(AT_FDCWD, strLeft[0] == '/' ? "/" : ".");
+    for (int iLinks = 0; iLinks <= MOST_LINKS;)
+    {
+        if (sFolder.Get() == -1) throw SystemFailure(strShown);
+        const std::string strPart = TakePart(strLeft);
+        CDescriptor sEntry = OpenName(sFolder.Get(), strPart);
+        const bool bNew = sEntry.Get() == -1 && errno == ENOENT && strLeft.empty();
+        if (sEntry.Get() == -1 && !bNew) throw SystemFailure(strShown);
+        const STAT sStatus = bNew ? STAT{} : sEntry.Status(strShown);
+        if (S_ISLNK(sStatus.st_mode))
+        {
+            strLeft.insert(0, LinkText(sEntry, sStatus.st_uid, strShown));
+            if (strLeft[0] == '/') sFolder = OpenName(AT_FDCWD, "/");
+            iLinks++;
+            continue;
+        }
+        if (!bNew) RefusePlanted(sFolder, sStatus.st_uid, strShown);
+        if (strLeft.empty())
+            return {std::make_shared<const CDescriptor>(std::move(sFolder)), strPart, strShown};
+        sFolder = std::move(sEntry);
+    }
+    errno = ELOOP;
+    throw SystemFailure(strShown);
 }
 } // namespace base

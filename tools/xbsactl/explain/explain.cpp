@@ -17,28 +17,11 @@ namespace
 constexpr size_t LINE_WIDTH = 78;
 constexpr size_t TEXT_WIDTH = 48; // of the short list's first column
 
-struct SECTION
-{
-    KIND eKind;
-    const char *cpTitle;
-};
-
-constexpr SECTION SECTIONS[] = {
-    {KIND::RETURN_CODE, "Return codes"},
-    {KIND::DATABASE, "Failed calls, as the database reports them"},
-    {KIND::EXIT_CODE, "Exit codes of xbsactl"},
-    {KIND::SERVER, "Replies of the server"},
-    {KIND::UTILITY, "Answers of the COM utility"},
-    {KIND::REASON, "Reasons that the system gives"},
-    {KIND::MESSAGE, "Messages of the library"},
-    {KIND::HARMLESS, "Lines that look worse than they are"},
-};
-
 // The remedy; I_strPorts takes its place in it.
 std::string Remedy(const ROW &I_sRow, const std::string &I_strPorts)
 {
     static const std::string strPlace = "{ports}";
-    std::string strRemedy = I_sRow.cpRemedy;
+    std::string strRemedy = I_sRow.strRemedy;
     const size_t uPlace = strRemedy.find(strPlace);
     if (uPlace != std::string::npos) strRemedy.replace(uPlace, strPlace.size(), I_strPorts);
     return strRemedy;
@@ -76,9 +59,9 @@ void PrintRows(const ROWS &I_vecRows)
     for (const ROW *spRow : I_vecRows)
     {
         if (spRow != I_vecRows.front()) std::cout << '\n';
-        for (const std::string &strText : Texts(*spRow)) std::cout << strText << '\n';
-        PrintWrapped("  means:  ", spRow->cpMeaning);
-        PrintWrapped("  cause:  ", spRow->cpCause);
+        for (const std::string &strText : spRow->vecTexts) std::cout << strText << '\n';
+        PrintWrapped("  means:  ", spRow->strMeaning);
+        PrintWrapped("  cause:  ", spRow->strCause);
         PrintWrapped("  remedy: ", Remedy(*spRow, LocalPorts()));
     }
 }
@@ -90,28 +73,28 @@ void PrintSections(const char *cpMark, const char *cpHead, PRINT_ROW I_fpPrint)
     {
         std::cout << cpMark << sSection.cpTitle << '\n' << cpHead;
         for (const ROW &sRow : Rows())
-            if (sRow.eKind == sSection.eKind) I_fpPrint(sRow);
+            if (sRow.spSection == &sSection) I_fpPrint(sRow);
     }
 }
 
 void PrintShort(const ROW &I_sRow)
 {
-    std::string strText = Texts(I_sRow).front();
+    std::string strText = I_sRow.vecTexts.at(0);
     if (strText.size() >= TEXT_WIDTH) strText = strText.substr(0, TEXT_WIDTH - 4) + "...";
     strText.resize(TEXT_WIDTH, ' ');
-    std::cout << strText << I_sRow.cpMeaning << '\n';
+    std::cout << strText << I_sRow.strMeaning << '\n';
 }
 
 void PrintMarkdownRow(const ROW &I_sRow)
 {
     const char *cpBreak = "| `";
-    for (const std::string &strText : Texts(I_sRow))
+    for (const std::string &strText : I_sRow.vecTexts)
     {
         std::cout << cpBreak << strText << '`';
         cpBreak = "<br>`";
     }
-    std::cout << " | " << I_sRow.cpMeaning << " | " << I_sRow.cpCause << " | " << Remedy(I_sRow, "")
-              << " |\n";
+    std::cout << " | " << I_sRow.strMeaning << " | " << I_sRow.strCause << " | "
+              << Remedy(I_sRow, "") << " |\n";
 }
 
 void PrintMarkdown()
@@ -151,7 +134,7 @@ void Explain(const std::string &I_strText)
 const ROW *FindFailure(const std::string &I_strLine, MODE I_eMode)
 {
     const ROW *spRow = FindLine((I_eMode == MODE::INFORMIX ? "Informix mode: " : "") + I_strLine);
-    const bool bNothing = spRow != nullptr && std::string(spRow->cpRemedy).rfind("nothing", 0) == 0;
+    const bool bNothing = spRow != nullptr && spRow->strRemedy.rfind("nothing", 0) == 0;
     return bNothing ? nullptr : spRow;
 }
 } // namespace
@@ -171,7 +154,7 @@ void Run(const OPTIONS &I_sOptions)
 std::string Meaning(const std::string &I_strLine, MODE I_eMode)
 {
     const ROW *spRow = FindFailure(I_strLine, I_eMode);
-    return spRow != nullptr ? spRow->cpMeaning : "";
+    return spRow != nullptr ? spRow->strMeaning : "";
 }
 
 std::string Hint(const std::string &I_strLine, MODE I_eMode)

@@ -4,7 +4,6 @@
 
 #include <array>
 #include <filesystem>
-#include <sstream>
 
 namespace library
 {
@@ -38,16 +37,11 @@ void *Load(const std::string &I_strPath)
          {"BSAInit", "BSATerminate", "BSABeginTxn", "BSAEndTxn", "BSACreateObject", "BSASendData",
           "BSAEndData", "BSAGetObject", "BSAGetData", "BSAQueryObject", "BSAGetNextQueryObject",
           "BSAGetLastError", "BSASetTrace"})
-        NeededSymbol(vpLibrary, cpName);
+        Symbol(vpLibrary, cpName);
     return vpLibrary;
 }
 
 void *Symbol(void *vpLibrary, const char *cpName)
-{
-    return dlsym(vpLibrary, cpName);
-}
-
-void *NeededSymbol(void *vpLibrary, const char *cpName)
 {
     void *vpSymbol = dlsym(vpLibrary, cpName);
     if (vpSymbol == nullptr) throw base::FileFailure("library is not usable: " + LoaderText());
@@ -64,18 +58,14 @@ std::string VersionsRow(void *vpLibrary)
     const int iApi = LIBRARY_SYMBOL(vpLibrary, BSAQueryApiVersion)(&sApi);
     const int iProvider = LIBRARY_SYMBOL(vpLibrary, BSAQueryServiceProvider)(
         &uiSize, szDelimiter.data(), szProvider.data());
-    std::istringstream sParts(szProvider.data());
-    std::string strHouse;
-    std::string strName;
-    std::string strVersion;
-    std::getline(sParts, strHouse, szDelimiter[0]);
-    std::getline(sParts, strName, szDelimiter[0]);
-    std::getline(sParts, strVersion);
-    if (iApi != BSA_RC_SUCCESS || iProvider != BSA_RC_SUCCESS || strVersion.empty())
+    std::string strProvider = szProvider.data();
+    const size_t uName = strProvider.find(szDelimiter[0]) + 1;
+    const size_t uEnd = strProvider.find(szDelimiter[0], uName);
+    if (iApi != BSA_RC_SUCCESS || iProvider != BSA_RC_SUCCESS || uName == 0 ||
+        uEnd >= strProvider.size() - 1)
         throw base::FAILURE("the library does not give its provider and version");
-    std::ostringstream sRow;
-    sRow << "1|" << sApi.issue << '.' << sApi.version << '.' << sApi.level << '|' << strName << '|'
-         << strVersion << '|';
-    return sRow.str();
+    strProvider[uEnd] = '|';
+    return base::Text("1|", sApi.issue, '.', sApi.version, '.', sApi.level, '|',
+                      strProvider.substr(uName), '|');
 }
 } // namespace library

@@ -21,13 +21,11 @@ std::string Path(const std::string &I_strPath);
 // Loads it for the life of the process; a second time finds it loaded. Throws FAILURE.
 void *Load(const std::string &I_strPath);
 
-// A function or record of the loaded library; null when it lacks it.
+// A function or record of the loaded library, and the same with the type of its declaration:
+// LIBRARY_SYMBOL(vpLibrary, BSAInit). Throws FAILURE when the library lacks it.
 void *Symbol(void *vpLibrary, const char *cpName);
-
-// The same with the type of its declaration: LIBRARY_SYMBOL(vpLibrary, BSAInit). Throws FAILURE.
-void *NeededSymbol(void *vpLibrary, const char *cpName);
 #define LIBRARY_SYMBOL(vpLibrary, name)                                                            \
-    reinterpret_cast<decltype(&(name))>(library::NeededSymbol(vpLibrary, #name))
+    reinterpret_cast<decltype(&(name))>(library::Symbol(vpLibrary, #name))
 
 // The row of sm_versions that the library's answers make. Throws FAILURE.
 std::string VersionsRow(void *vpLibrary);
@@ -64,8 +62,9 @@ class CSession
     // All stored copies that match; none when nothing does.
     std::vector<BSA_ObjectDescriptor> Copies(const OBJECT &I_sObject);
 
-    // Makes it the newest copy that the server offers. Throws FAILURE when it offers none.
-    void TakeNewest(const OBJECT &I_sWanted, BSA_ObjectDescriptor &X_sObject);
+    // What a restore reads: of an Informix object without a copy id the newest copy. Throws FAILURE
+    // when the server offers none.
+    BSA_ObjectDescriptor Find(const OBJECT &I_sWanted);
 
     void Create(BSA_ObjectDescriptor &X_sObject);
     void Get(BSA_ObjectDescriptor &X_sObject);
@@ -89,7 +88,7 @@ class CSession
     void Close();
 
   private:
-    void Begin(const LISTENER &I_fpListener);
+    CSession(const base::CONNECTION &I_sConnection, void *vpLoaded);
     void SetTrace(const LISTENER &I_fpListener) const;
     std::string LastError() const;
     base::FAILURE Failure(const char *cpStep, int I_iCode) const;
@@ -98,8 +97,6 @@ class CSession
 
     base::CONNECTION sConnection; // with the password: a server may say it back
     void *vpLibrary;
-    decltype(&BSASendData) fpSend; // looked up once: they are called for each block
-    decltype(&BSAGetData) fpGet;
     long lHandle = 0;
     bool bOpen = false;
 };

@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <fcntl.h>
 
 #include <algorithm>
@@ -40,22 +41,12 @@ struct
     int iShown = 0;      // level of the lines that are written
     std::string strFile; // empty: standard error
     int iFile = STDERR_FILENO;
+    bool bWarned = false;
     std::string strUtility; // what the COM utility said last of a failure
 } sTrace;
 
-// Once: what is missing from a trace must not be looked for in it.
-void WarnOfTrace()
-{
-    static bool bWarned = false;
-    const base::FAILURE sFailure =
-        base::SystemFailure("trace file " + base::Quoted(sTrace.strFile));
-    if (!bWarned && !sTrace.strFile.empty())
-        fprintf(stderr, "xbsactl: warning: %s: lines are missing\n", sFailure.what());
-    bWarned = true;
-}
-
-// A line as the library writes it itself. Its texts are the server's, and what commands a terminal is
-// taken out there.
+// A line as the library writes it itself. Its texts are the server's, and what commands a terminal
+// is taken out there.
 void WriteTrace(const std::string &I_strMessage)
 {
     const time_t lNow = time(nullptr);
@@ -67,7 +58,12 @@ void WriteTrace(const std::string &I_strMessage)
     const std::string strLine = (sTrace.strFile.empty() ? base::Visible(strText) : strText) + "\n";
     const ssize_t iWritten = write(sTrace.iFile, strLine.data(), strLine.size());
     if (iWritten != -1 && iWritten < static_cast<ssize_t>(strLine.size())) errno = ENOSPC;
-    if (iWritten != static_cast<ssize_t>(strLine.size())) WarnOfTrace();
+    if (iWritten == static_cast<ssize_t>(strLine.size()) || sTrace.strFile.empty()) return;
+    // Once: what is missing from a trace must not be looked for in it.
+    const base::FAILURE sFailure = base::SystemFailure("trace file ", base::Quoted(sTrace.strFile));
+    if (!sTrace.bWarned)
+        fprintf(stderr, "xbsactl: warning: %s: lines are missing\n", sFailure.what());
+    sTrace.bWarned = true;
 }
 
 // The utility's own text is in no error text of the library.
@@ -98,37 +94,20 @@ void OpenTrace(const std::string &I_strFile)
     if (sTrace.iFile == -1) throw base::SystemFailure("trace file " + base::Quoted(I_strFile));
 }
 
-// The library waits without an end for the reply before its data connection.
-std::string LateText(const base::CONNECTION &I_sConnection)
+// The library waits without an end for the reply before its data connection. Its own limit comes
+// first. In Informix mode the utility may wait for a tape.
+base::CTimeLimit Limit(const base::CONNECTION &I_sConnection)
 {
-    return "no data connection from the server within " + std::to_string(I_sConnection.uTimeout) +
-           " s (--timeout)";
-}
-
-// Its own limit comes first. In Informix mode the utility may wait for a tape.
-unsigned Limit(const base::CONNECTION &I_sConnection)
-{
-    return I_sConnection.bInformix || I_sConnection.uTimeout == 0 ? 0 : I_sConnection.uTimeout + 1;
+    const unsigned uSeconds = I_sConnection.uTimeout;
+    return {I_sConnection.bInformix || uSeconds == 0 ? 0 : uSeconds + 1,
+            base::Text("no data connection from the server within ", uSeconds, " s (--timeout)")};
 }
 } // namespace
 
 #define CALL(name) LIBRARY_SYMBOL(vpLibrary, name)
 
 CSession::CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpListener)
-    : sConnection(I_sConnection), vpLibrary(Load(sConnection.strLibrary)),
-      fpSend(CALL(BSASendData)), fpGet(CALL(BSAGetData))
-{
-    try
-    {
-        Begin(I_fpListener);
-    } catch (...)
-    {
-        if (bOpen) CALL(BSATerminate)(lHandle);
-        throw;
-    }
-}
-
-void CSession::Begin(const LISTENER &I_fpListener)
+    : CSession(I_sConnection, Load(I_sConnection.strLibrary)) // the destructor runs from here on
 {
     setenv("KORVA_STRICT", "1", 1);
     SetTrace(I_fpListener);
@@ -143,6 +122,11 @@ void CSession::Begin(const LISTENER &I_fpListener)
     Check("BSAInit", CALL(BSAInit)(&lHandle, &szToken, &sOwner, cppEnvironment));
     bOpen = true;
     Check("BSABeginTxn", CALL(BSABeginTxn)(lHandle));
+}
+
+CSession::CSession(const base::CONNECTION &I_sConnection, void *vpLoaded)
+    : sConnection(I_sConnection), vpLibrary(vpLoaded)
+{
 }
 
 CSession::~CSession()
@@ -178,9 +162,9 @@ std::string CSession::LastError() const
 
 base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
 {
-    const void *vpText = Symbol(vpLibrary, "xbsa_typeerr"); // of this library alone
-    std::string strText = std::string(cpStep) + " failed with code " + std::to_string(I_iCode);
-    if (vpText != nullptr) strText += std::string(" (") + CALL(xbsa_typeerr)(I_iCode) + ")";
+    std::string strText = base::Text(cpStep, " failed with code ", I_iCode);
+    const bool bText = dlsym(vpLibrary, "xbsa_typeerr") != nullptr; // of this library alone
+    if (bText) strText += base::Text(" (", CALL(xbsa_typeerr)(I_iCode), ")");
     std::string strReason = LastError();
     const bool bUtility = sConnection.bInformix &&
                           (strReason.empty() || strReason.find(UTILITY) != std::string::npos);
@@ -208,13 +192,13 @@ void CSession::FailData(const char *cpStep, int I_iCode) const
 
 void CSession::Create(BSA_ObjectDescriptor &X_sObject)
 {
-    const base::CTimeLimit sLimit(Limit(sConnection), LateText(sConnection));
+    const base::CTimeLimit sLimit = Limit(sConnection);
     Check("BSACreateObject", CALL(BSACreateObject)(lHandle, &X_sObject, nullptr));
 }
 
 void CSession::Get(BSA_ObjectDescriptor &X_sObject)
 {
-    const base::CTimeLimit sLimit(Limit(sConnection), LateText(sConnection));
+    const base::CTimeLimit sLimit = Limit(sConnection);
     Check("BSAGetObject", CALL(BSAGetObject)(lHandle, &X_sObject, nullptr));
 }
 
@@ -224,7 +208,7 @@ void CSession::Send(char *cpData, size_t I_uLength)
     sBlock.bufferLen = static_cast<BSA_UInt16>(I_uLength);
     sBlock.numBytes = sBlock.bufferLen;
     sBlock.bufferPtr = cpData;
-    const int iCode = fpSend(lHandle, &sBlock);
+    const int iCode = CALL(BSASendData)(lHandle, &sBlock);
     if (iCode != BSA_RC_SUCCESS) FailData("BSASendData", iCode);
 }
 
@@ -233,7 +217,7 @@ size_t CSession::Receive(char *cpData)
     BSA_DataBlock sBlock{};
     sBlock.bufferLen = static_cast<BSA_UInt16>(BLOCK_SIZE);
     sBlock.bufferPtr = cpData;
-    const int iCode = fpGet(lHandle, &sBlock);
+    const int iCode = CALL(BSAGetData)(lHandle, &sBlock);
     if (iCode != BSA_RC_SUCCESS) FailData("BSAGetData", iCode);
     return sBlock.numBytes;
 }
@@ -285,11 +269,14 @@ std::vector<BSA_ObjectDescriptor> CSession::Copies(const OBJECT &I_sObject)
     return vecCopies;
 }
 
-void CSession::TakeNewest(const OBJECT &I_sWanted, BSA_ObjectDescriptor &X_sObject)
+BSA_ObjectDescriptor CSession::Find(const OBJECT &I_sWanted)
 {
+    BSA_ObjectDescriptor sObject = Descriptor(sConnection, I_sWanted);
+    if (!sConnection.bInformix || I_sWanted.uCopyId != 0) return sObject;
     const std::vector<BSA_ObjectDescriptor> vecCopies = Copies(I_sWanted);
     if (vecCopies.empty()) throw base::FAILURE("no match", base::EXIT_NO_MATCH);
-    X_sObject.copyId = vecCopies.front().copyId;
+    sObject.copyId = vecCopies.front().copyId;
+    return sObject;
 }
 
 BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)

@@ -1,6 +1,7 @@
 #include "trace/parts.h"
 
 #include <algorithm>
+#include <sstream>
 #include <tuple>
 
 namespace trace
@@ -11,27 +12,21 @@ constexpr size_t LONGEST_MESSAGE = 1000; // with its continuation lines
 constexpr size_t MOST_BYTES = 24U << 20U;
 constexpr int64_t BEFORE = 60; // seconds around a session in which a message belongs to it still
 constexpr int64_t AFTER = 2;
-
-void SkipBlanks(std::string_view &X_svText)
-{
-    X_svText.remove_prefix(std::min(X_svText.find_first_not_of(" \t"), X_svText.size()));
-}
 } // namespace
 
 // Returns false for a line that is not a message of its own.
 bool CActivityLog::Parse(std::string_view I_svLine, MESSAGE &O_sMessage)
 {
-    SkipBlanks(I_svLine);
-    if (!ParseStamp(I_svLine, O_sMessage.iTime)) return false;
-    I_svLine.remove_prefix(STAMP_LENGTH);
-    SkipBlanks(I_svLine);
-    O_sMessage.lProcess = static_cast<long>(TakeNumber(I_svLine));
-    SkipBlanks(I_svLine);
-    const size_t uBefore = I_svLine.size();
-    TakeNumber(I_svLine); // the parent
-    if (O_sMessage.lProcess == 0 || I_svLine.size() == uBefore) return false;
-    SkipBlanks(I_svLine);
-    O_sMessage.strText = Clean(I_svLine);
+    std::istringstream sWords{std::string(I_svLine)};
+    std::string strDay;
+    std::string strClock;
+    long lParent = 0;
+    if (!(sWords >> strDay >> strClock >> O_sMessage.lProcess >> lParent)) return false;
+    const std::optional<int64_t> iTime = ParseStamp(strDay + " " + strClock);
+    if (!iTime || O_sMessage.lProcess <= 0) return false;
+    O_sMessage.iTime = *iTime;
+    std::getline(sWords >> std::ws, O_sMessage.strText);
+    O_sMessage.strText = Clean(O_sMessage.strText);
     return true;
 }
 

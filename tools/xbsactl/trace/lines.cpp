@@ -1,33 +1,14 @@
 #include "trace/parts.h"
 
+#include <algorithm>
 #include <charconv>
-#include <ctime>
-#include <limits>
 
 namespace trace
 {
 namespace
 {
-constexpr size_t BUFFER_SIZE = 1 << 18;
 constexpr size_t DAY_LENGTH = 10;
-constexpr const char *STAMP_FORM = "%Y-%m-%d %H:%M:%S";
 constexpr std::string_view MARK = ": Trace: (QAB library) ";
-
-std::string FormStamp(const tm &I_sTime)
-{
-    std::array<char, 64> szText{};
-    strftime(szText.data(), szText.size(), STAMP_FORM, &I_sTime);
-    return szText.data();
-}
-
-// The text as a stamp when all of it has this form.
-std::string StampOf(const std::string &I_strText, const char *cpForm)
-{
-    tm sTime = {};
-    sTime.tm_mday = 1;
-    const char *cpEnd = strptime(I_strText.c_str(), cpForm, &sTime);
-    return cpEnd == nullptr || *cpEnd != '\0' ? "" : FormStamp(sTime);
-}
 
 std::string LastDay(const std::string &I_strFile)
 {
@@ -43,16 +24,6 @@ std::string LastDay(const std::string &I_strFile)
 PLACE Place(const LOG_LINE &I_sLine)
 {
     return {I_sLine.uNumber, I_sLine.iTime, std::string(I_sLine.svStamp)};
-}
-
-bool ParseStamp(std::string_view I_svText, int64_t &O_iTime)
-{
-    const std::string strStamp(I_svText.substr(0, STAMP_LENGTH));
-    if (StampOf(strStamp, STAMP_FORM) != strStamp || strStamp.empty()) return false;
-    tm sTime = {};
-    strptime(strStamp.c_str(), STAMP_FORM, &sTime);
-    O_iTime = timegm(&sTime);
-    return true;
 }
 
 bool StartsWith(std::string_view I_svText, std::string_view I_svStart)
@@ -82,46 +53,52 @@ std::string Moment(const std::string &I_strText, const std::string &I_strFile)
                             "\"17:00\"");
 }
 
-CInputBuffer::CInputBuffer(const std::string &I_strFile) : sInput(I_strFile), vecBuffer(BUFFER_SIZE)
+CLineReader::CLineReader(const std::string &I_strFile) : sInput(I_strFile)
 {
 }
 
-CInputBuffer::int_type CInputBuffer::underflow()
+// The bytes of the next line, as many as the library may write. Returns false at the end.
+bool CLineReader::ReadLine(bool &O_bWhole)
 {
-    char *cpStart = vecBuffer.data();
-    setg(cpStart, cpStart, cpStart + sInput.Read(cpStart, vecBuffer.size()));
-    return gptr() == egptr() ? traits_type::eof() : traits_type::to_int_type(*gptr());
-}
-
-CLineReader::CLineReader(const std::string &I_strFile) : sBuffer(I_strFile), sStream(&sBuffer)
-{
-    sStream.exceptions(std::ios::badbit); // what reading throws goes on to our caller
+    strLine.clear();
+    O_bWhole = false;
+    for (bool bAny = false; !O_bWhole; bAny = true)
+    {
+        if (uPlace == uEnd && uEnd == BUFFER_SIZE)
+        {
+            uEnd = sInput.Read(vecBuffer.data(), BUFFER_SIZE);
+            uPlace = 0;
+        }
+        if (uPlace == uEnd) return bAny;
+        const std::string_view svRest(&vecBuffer[uPlace], uEnd - uPlace);
+        const size_t uLength = std::min(svRest.find('\n'), svRest.size());
+        O_bWhole = uLength < svRest.size();
+        strLine += svRest.substr(0, std::min(uLength, LONGEST_LINE - strLine.size()));
+        uPlace += uLength + (O_bWhole ? 1 : 0);
+    }
+    return true;
 }
 
 bool CLineReader::Next(LOG_LINE &O_sLine)
 {
-    sStream.getline(szLine.data(), static_cast<std::streamsize>(szLine.size()));
-    auto uLength = static_cast<size_t>(sStream.gcount());
-    if (uLength == 0) return false;
     O_sLine = LOG_LINE{};
+    if (!ReadLine(O_sLine.bWhole)) return false;
     O_sLine.uNumber = ++uLines;
-    O_sLine.bWhole = !sStream.eof();
-    if (O_sLine.bWhole && sStream.fail()) // too long
-    {
-        sStream.clear();
-        sStream.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
-    }
-    else if (O_sLine.bWhole) uLength--; // its end
-    while (uLength > 0 && szLine[uLength - 1] == '\r') uLength--;
-    const std::string_view svLine(szLine.data(), uLength);
+    std::string_view svLine = strLine;
+    while (!svLine.empty() && svLine.back() == '\r') svLine.remove_suffix(1);
     O_sLine.svText = svLine;
-    if (uLength < 1 + STAMP_LENGTH + MARK.size() || svLine[0] != ' ' ||
+    if (!StartsWith(svLine, " ") || svLine.size() < 1 + STAMP_LENGTH ||
         svLine.substr(1 + STAMP_LENGTH, MARK.size()) != MARK)
         return true;
 
     const std::string_view svStamp = svLine.substr(1, STAMP_LENGTH);
-    if (svStamp != strStamp && !ParseStamp(svStamp, iStampTime)) return true;
-    strStamp = svStamp;
+    if (svStamp != strStamp)
+    {
+        const std::optional<int64_t> iTime = ParseStamp(svStamp);
+        if (!iTime) return true;
+        iStampTime = *iTime;
+        strStamp = svStamp;
+    }
     O_sLine.bTrace = true;
     O_sLine.iTime = iStampTime;
     O_sLine.svStamp = svStamp;

@@ -5,49 +5,16 @@
 #include <cstdio>
 #include <map>
 
+#include "trace/head_html.h"
+#include "trace/legend_html.h"
+#include "trace/page_css.h"
+
 namespace trace
 {
 namespace
 {
 constexpr size_t MOST_SESSIONS = 200;
 constexpr size_t MOST_BYTES = 16U << 20U;
-
-// The tables of all sessions have columns of the same width; on a narrow screen a step's text goes
-// below its time.
-constexpr const char *HEAD = R"(<!DOCTYPE html>
-<html lang="en" xmlns="http://www.w3.org/1999/xhtml"><head><meta charset="utf-8"/>
-<meta name="viewport" content="width=device-width, initial-scale=1"/>
-<title>Sessions of a trace log</title><style>
-:root{color-scheme:light dark;--back:#fff;--text:#1d2127;--dim:#5a6472;--line:#d5dae1;
---lane:#f0f2f5;--control:#2f6fb5;--utility:#c9751f;--data:#2e8b57;--mixed:#8a8f98;
---database:#7b3fa0;--bad:#c62828}
-@media(prefers-color-scheme:dark){:root{--back:#15181c;--text:#e4e7eb;--dim:#9aa4b1;--line:#343a42;
---lane:#22272d;--control:#6aa7e8;--utility:#e9a04f;--data:#5cc48b;--mixed:#7d838c;
---database:#c08be0;--bad:#ff6b62}}
-body{margin:0 auto;max-width:75rem;padding:1rem;background:var(--back);color:var(--text);
-font:1rem/1.45 system-ui,sans-serif;overflow-wrap:anywhere}
-h1{font-size:1.4rem}h2{font-size:1.05rem;margin:0 0 .3rem}a{color:inherit}
-p,ul{margin:.3rem 0}ul{padding-left:1.2rem}section{border-top:1px solid var(--line);padding:1rem 0}
-.dim,time{color:var(--dim)}.fact{color:var(--bad);font-weight:600}
-.row{display:grid;grid-template-columns:minmax(0,19rem) minmax(0,1fr);gap:0 .8rem;align-items:center;margin:.15rem 0}
-.row a{white-space:nowrap;overflow:hidden;text-overflow:ellipsis;font-size:.9rem}
-.lane{display:block;width:100%;height:1.5rem;background:var(--lane);border-radius:3px}
-.axis{display:flex;justify-content:space-between;font-size:.85rem}
-.legend{display:flex;flex-wrap:wrap;gap:.2rem 1.2rem}
-.legend svg{display:inline-block;width:1.6rem;height:1.2rem;
-vertical-align:middle;background:none}
-.control{fill:var(--control)}.utility{fill:var(--utility)}.data{fill:var(--data)}
-.mixed{fill:var(--mixed);fill-opacity:.6}.database{fill:var(--database)}.bad{fill:var(--bad)}
-table{border-collapse:collapse;table-layout:fixed;width:100%;font-size:.9rem;margin-top:.5rem}
-td,th{text-align:left;vertical-align:top;padding:.15rem .5rem .15rem 0;border-top:1px solid var(--line)}
-col:nth-child(1){width:8rem}col:nth-child(2){width:5rem}col:nth-child(3){width:6rem}
-tr.bad td{color:var(--bad);font-weight:600}
-@media(max-width:45rem){table,tbody{display:block}col{display:none}tr{display:grid;grid-template-columns:8rem 5rem 1fr;padding:.15rem 0}
-td,th{border-top:0;padding:0}td:last-child,th{grid-column:1/-1}
-tr{border-top:1px solid var(--line)}.row{grid-template-columns:minmax(0,1fr);margin:.5rem 0}
-.row.axisrow>span:first-child{display:none}}
-</style></head><body>
-)";
 
 // Text as a page can hold it, in elements and in attributes.
 std::string Escape(const std::string &I_strText)
@@ -69,32 +36,17 @@ constexpr int LANE_HEIGHT = 24;
 constexpr double THINNEST = 3;
 
 // Deals out places within each second to all that begins or ends in it.
-class CSpread
+auto Spread(const std::vector<STEP> &I_vecSteps)
 {
-  public:
-    explicit CSpread(const std::vector<STEP> &I_vecSteps)
-    {
-        for (const STEP &sStep : I_vecSteps)
-            for (const int64_t iTime : {sStep.iStart, sStep.iEnd})
-                if (sStep.HasDuration()) mapEvents[iTime].uAll++;
-    }
-
-    double Place(int64_t I_iTime)
-    {
-        EVENTS &sEvents = mapEvents[I_iTime];
-        sEvents.uPlaced++;
-        return static_cast<double>(I_iTime) +
-               static_cast<double>(sEvents.uPlaced) / static_cast<double>(sEvents.uAll + 1);
-    }
-
-  private:
-    struct EVENTS
-    {
-        uint64_t uAll = 0;
-        uint64_t uPlaced = 0;
+    std::map<int64_t, std::pair<double, double>> mapEvents; // of a second: all, and those placed
+    for (const STEP &sStep : I_vecSteps)
+        for (const int64_t iTime : {sStep.iStart, sStep.iEnd})
+            if (sStep.HasDuration()) mapEvents[iTime].first++;
+    return [mapEvents = std::move(mapEvents)](int64_t I_iTime) mutable {
+        auto &[dAll, dPlaced] = mapEvents[I_iTime];
+        return static_cast<double>(I_iTime) + ++dPlaced / (dAll + 1);
     };
-    std::map<int64_t, EVENTS> mapEvents;
-};
+}
 
 std::string Title(const STEP &I_sStep)
 {
@@ -110,13 +62,11 @@ std::string Title(const STEP &I_sStep)
 // One bar for what cannot or need not be told apart.
 BAR Whole(const SESSION &I_sSession)
 {
-    BAR sBar;
-    sBar.strClass = I_sSession.IsMixed() ? "mixed" : "control";
-    sBar.strTitle = I_sSession.IsMixed() ? "lines of several processes" : "replies of the server";
-    sBar.dStart = static_cast<double>(I_sSession.sFirst.iTime);
-    sBar.dEnd = static_cast<double>(I_sSession.sLast.iTime + 1);
-    sBar.bFailed = !I_sSession.IsMixed() && I_sSession.sError.sPlace.uLine != 0;
-    return sBar;
+    const bool bMixed = I_sSession.IsMixed();
+    return {bMixed ? "mixed" : "control", !bMixed && I_sSession.sError.sPlace.uLine != 0,
+            static_cast<double>(I_sSession.sFirst.iTime),
+            static_cast<double>(I_sSession.sLast.iTime + 1),
+            bMixed ? "lines of several processes" : "replies of the server"};
 }
 
 // Data and failures stand out.
@@ -147,38 +97,35 @@ std::vector<BAR> Bars(const SHOWN &I_sShown)
     const bool bWhole = sSession.IsMixed() || sSession.eOrigin == ORIGIN::REPLIES;
     std::vector<BAR> vecBars;
     if (bWhole) vecBars.push_back(Whole(sSession));
-    CSpread sSpread(I_sShown.vecSteps);
+    auto fpPlace = Spread(I_sShown.vecSteps);
     for (const STEP &sStep : I_sShown.vecSteps)
     {
         const bool bDatabase = sStep.eKind == KIND::DATABASE;
         if (!bDatabase && (bWhole || !sStep.HasDuration())) continue;
-        BAR sBar;
-        sBar.strClass = KindName(sStep.eKind);
-        sBar.bFailed = sStep.bFailed;
-        sBar.dStart = bDatabase ? static_cast<double>(sStep.iStart) : sSpread.Place(sStep.iStart);
-        sBar.dEnd = bDatabase ? sBar.dStart : std::max(sBar.dStart, sSpread.Place(sStep.iEnd));
-        sBar.strTitle = Title(sStep);
-        vecBars.push_back(sBar);
+        const double dStart = bDatabase ? static_cast<double>(sStep.iStart) : fpPlace(sStep.iStart);
+        const double dEnd = bDatabase ? dStart : std::max(dStart, fpPlace(sStep.iEnd));
+        vecBars.push_back({KindName(sStep.eKind), sStep.bFailed, dStart, dEnd, Title(sStep)});
     }
     return vecBars;
 }
 
-std::string Lane(const std::vector<BAR> &I_vecBars, double I_dFrom, double I_dTo,
+std::string Lane(const std::vector<BAR> &I_vecBars, int64_t I_iFrom, int64_t I_iTo,
                  const std::string &I_strTitle)
 {
+    const auto dFrom = static_cast<double>(I_iFrom);
+    const double dScale = LANE_WIDTH / static_cast<double>(std::max<int64_t>(I_iTo - I_iFrom, 1));
     std::string strLane = "<svg class=\"lane\" xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 "
                           "1000 24\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" +
                           Escape(I_strTitle) + "\">";
-    for (const BAR &sBar : I_vecBars)
-        strLane += Rectangle(sBar, I_dFrom, LANE_WIDTH / std::max(I_dTo - I_dFrom, 1.0));
+    for (const BAR &sBar : I_vecBars) strLane += Rectangle(sBar, dFrom, dScale);
     return strLane + "</svg>";
 }
 
 // Bars of one kind that touch are drawn as one.
-std::string JoinedLane(const std::vector<BAR> &I_vecBars, double I_dFrom, double I_dTo,
+std::string JoinedLane(const std::vector<BAR> &I_vecBars, int64_t I_iFrom, int64_t I_iTo,
                        const std::string &I_strTitle)
 {
-    const double dGap = std::max(I_dTo - I_dFrom, 1.0) / LANE_WIDTH;
+    const double dGap = static_cast<double>(std::max<int64_t>(I_iTo - I_iFrom, 1)) / LANE_WIDTH;
     std::vector<BAR> vecJoined;
     for (const BAR &sBar : I_vecBars)
     {
@@ -191,30 +138,12 @@ std::string JoinedLane(const std::vector<BAR> &I_vecBars, double I_dFrom, double
         }
         else vecJoined.push_back(sBar);
     }
-    return Lane(vecJoined, I_dFrom, I_dTo, I_strTitle);
+    return Lane(vecJoined, I_iFrom, I_iTo, I_strTitle);
 }
-// Widths are those of a table's first row, which may be a heading.
+
+// The tables of all sessions have columns of the same width: those of the first row count, which
+// may be a heading. On a narrow screen a step's text goes below its time.
 constexpr const char *COLUMNS = "<colgroup><col/><col/><col/><col/></colgroup>";
-
-std::string Swatch(const char *cpClass, const char *cpText)
-{
-    BAR sBar;
-    sBar.strClass = cpClass;
-    sBar.dEnd = 1;
-    sBar.strTitle = cpText;
-    return "<span>" + Lane({sBar}, 0, 1, cpText) + " " + cpText + "</span>\n";
-}
-
-std::string Legend()
-{
-    return "<p class=\"legend\">" + Swatch("control", "control commands") +
-           Swatch("utility", "utility runs") + Swatch("data", "data phase") +
-           Swatch("control bad", "failed") + Swatch("mixed", "several processes, mixed") +
-           Swatch("database", "database message") +
-           "</p>\n<p class=\"dim\">The log's clock has whole seconds. What began or ended within "
-           "one second is spread over it in its order; rest the pointer on a bar for its "
-           "text.</p>\n";
-}
 
 std::string Axis(int64_t I_iFirst, int64_t I_iLast)
 {
@@ -235,13 +164,12 @@ std::string FactList(const SESSION &I_sSession)
 
 std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
 {
-    const std::string strText = Escape(StepText(I_sShown, I_sStep));
-    if (I_sStep.eKind == KIND::OBJECT) return "<tr><th colspan=\"4\">" + strText + "</th></tr>\n";
+    std::array<std::string, 4> strCells = Cells(I_sShown, I_sStep);
+    if (I_sStep.eKind == KIND::OBJECT)
+        return "<tr><th colspan=\"4\">" + Escape(strCells.back()) + "</th></tr>\n";
+    if (I_sStep.bFailed) strCells.back() += " (failed)";
     std::string strRow = I_sStep.bFailed ? "<tr class=\"bad\">" : "<tr>";
-    for (const std::string &strCell :
-         {StepClock(I_sShown, I_sStep), std::string(KindName(I_sStep.eKind)),
-          Escape(StepDuration(I_sStep)), strText + (I_sStep.bFailed ? " (failed)" : "")})
-        strRow += "<td>" + strCell + "</td>";
+    for (const std::string &strCell : strCells) strRow += "<td>" + Escape(strCell) + "</td>";
     return strRow + "</tr>\n";
 }
 
@@ -273,8 +201,7 @@ void CPage::Add(const SHOWN &I_sShown)
                      strHead + (strObjects.empty() ? strTitle : strObjects) + "</a>";
     sEntry.strSection =
         "<section id=\"s" + sEntry.strNumber + "\"><h2>" + strHead + strTitle + "</h2>\n" +
-        Lane(sEntry.vecBars, static_cast<double>(sEntry.iFirst), static_cast<double>(sEntry.iLast),
-             "steps of session " + sEntry.strNumber) +
+        Lane(sEntry.vecBars, sEntry.iFirst, sEntry.iLast, "steps of session " + sEntry.strNumber) +
         Axis(sEntry.iFirst, sEntry.iLast) + FactList(sSession) + Table(I_sShown) + "</section>\n";
     sEntry.uBytes = sEntry.strSection.size();
     for (const BAR &sBar : sEntry.vecBars) sEntry.uBytes += sizeof sBar + sBar.strTitle.size();
@@ -289,9 +216,9 @@ void CPage::Add(const SHOWN &I_sShown)
     }
 }
 
-void CPage::Write(const std::string &I_strText)
+void CPage::Write(std::string_view I_svText)
 {
-    sOutput.Write(I_strText.data(), I_strText.size());
+    sOutput.Write(I_svText.data(), I_svText.size());
 }
 
 void CPage::WriteOverview()
@@ -304,19 +231,20 @@ void CPage::WriteOverview()
         iFirst = std::min(iFirst, sEntry.iFirst);
         iLast = std::max(iLast, sEntry.iLast);
     }
-    Write(Legend());
+    Write(LEGEND_HTML);
     for (const ENTRY &sEntry : deqEntries)
         Write("<div class=\"row\">" + sEntry.strLink +
-              JoinedLane(sEntry.vecBars, static_cast<double>(iFirst), static_cast<double>(iLast),
-                         "session " + sEntry.strNumber) +
+              JoinedLane(sEntry.vecBars, iFirst, iLast, "session " + sEntry.strNumber) +
               "</div>\n");
     Write("<div class=\"row axisrow\"><span></span>" + Axis(iFirst, iLast) + "</div>\n");
 }
 
 void CPage::Finish(const std::string &I_strSummary)
 {
-    Write(HEAD);
-    Write("<h1>Sessions of a trace log</h1>\n<p>" + Escape(I_strSummary) + "</p>\n");
+    Write(HEAD_HTML);
+    Write(PAGE_CSS);
+    Write("</style></head><body>\n<h1>Sessions of a trace log</h1>\n<p>" + Escape(I_strSummary) +
+          "</p>\n");
     if (uLeftOut > 0)
         Write("<p><strong>The picture has room for the newest " +
               Count(deqEntries.size(), "session") + "; " + std::to_string(uLeftOut) +

@@ -6,8 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <istream>
-#include <streambuf>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +31,15 @@ std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds);
 std::string Clock(int64_t I_iTime, bool I_bDay); // "17:46:34", or "11-24 17:46:34"
 std::string Stamp(int64_t I_iTime);              // "2026-11-24 17:46:34"
 
+constexpr const char *STAMP_FORM = "%Y-%m-%d %H:%M:%S"; // for strptime
+constexpr size_t STAMP_LENGTH = 19;
+
+// The time of the stamp that begins the text; nothing when none does.
+std::optional<int64_t> ParseStamp(std::string_view I_svText);
+
+// The text as a stamp when all of it has this form; else "".
+std::string StampOf(const std::string &I_strText, const char *cpForm);
+
 std::string Count(uint64_t I_uNumber, const char *cpThing); // "1 object", "2 objects"
 
 // ---- lines.cpp
@@ -47,21 +55,7 @@ struct LOG_LINE
     std::string_view svText;  // what follows
 };
 
-constexpr size_t STAMP_LENGTH = 19;
 constexpr size_t LONGEST_LINE = 4096; // more than the library ever writes
-
-class CInputBuffer : public std::streambuf
-{
-  public:
-    explicit CInputBuffer(const std::string &I_strFile);
-
-  protected:
-    int_type underflow() override;
-
-  private:
-    base::CInput sInput;
-    std::vector<char> vecBuffer;
-};
 
 class CLineReader
 {
@@ -72,18 +66,21 @@ class CLineReader
     bool Next(LOG_LINE &O_sLine);
 
   private:
-    CInputBuffer sBuffer;
-    std::istream sStream;
-    std::array<char, LONGEST_LINE + 1> szLine{};
+    bool ReadLine(bool &O_bWhole);
+
+    static constexpr size_t BUFFER_SIZE = 1U << 18U;
+
+    base::CInput sInput;
+    std::vector<char> vecBuffer = std::vector<char>(BUFFER_SIZE);
+    size_t uPlace = BUFFER_SIZE; // in the buffer
+    size_t uEnd = BUFFER_SIZE;   // of what was read; short of the buffer's when it was the last
+    std::string strLine;
     uint64_t uLines = 0;
     std::string strStamp; // of the last line, and its time
     int64_t iStampTime = 0;
 };
 
 PLACE Place(const LOG_LINE &I_sLine);
-
-// Takes a stamp apart. Returns false when the text does not begin with one.
-bool ParseStamp(std::string_view I_svText, int64_t &O_iTime);
 
 bool StartsWith(std::string_view I_svText, std::string_view I_svStart);
 
@@ -206,10 +203,11 @@ struct SHOWN
 // Within one second the order of steps and messages is not known.
 SHOWN Show(const SESSION &I_sSession, const std::vector<STEP> &I_vecMessages);
 
-const char *KindName(KIND I_eKind); // "" for a heading
-std::string StepClock(const SHOWN &I_sShown, const STEP &I_sStep);
-std::string StepText(const SHOWN &I_sShown, const STEP &I_sStep);
+const char *KindName(KIND I_eKind);            // "" for a heading
 std::string StepDuration(const STEP &I_sStep); // "" where there is none to be shown
+
+// Clock, kind, duration and text of the step.
+std::array<std::string, 4> Cells(const SHOWN &I_sShown, const STEP &I_sStep);
 
 std::vector<std::string> Facts(const SESSION &I_sSession); // when, how much, what else
 std::string SessionText(const SHOWN &I_sShown);
@@ -223,8 +221,8 @@ struct BAR
     bool bFailed = false;
     double dStart = 0; // seconds
     double dEnd = 0;
-    uint64_t uSteps = 1;
     std::string strTitle; // for the pointer that rests on it, fit for a page
+    uint64_t uSteps = 1;
 };
 
 // The sessions as one page that needs nothing else: no script, no font, no network.
@@ -248,7 +246,7 @@ class CPage
         size_t uBytes = 0;
     };
 
-    void Write(const std::string &I_strText);
+    void Write(std::string_view I_svText);
     void WriteOverview();
 
     base::COutput sOutput;

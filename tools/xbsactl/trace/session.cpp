@@ -61,11 +61,6 @@ STEP *CSteps::Last()
     return vecFirst.empty() ? nullptr : &vecFirst.back();
 }
 
-uint64_t CSteps::Objects() const
-{
-    return uObjects;
-}
-
 std::string CSteps::Names() const
 {
     std::string strNames;

@@ -53,7 +53,6 @@ class CSteps
     void Add(const STEP &I_sStep);
     std::vector<STEP> All() const; // with a heading for those that are left out
     STEP *Last();                  // null when there is none
-    uint64_t Objects() const;
 
     // "backup of a, restore of b": the headings, as many as fit.
     std::string Names() const;
@@ -61,11 +60,12 @@ class CSteps
     // The copy of this job's backup is certain now.
     void NameCopy(const std::string &I_strJob, const std::string &I_strCopy);
 
+    uint64_t uObjects = 0;
+
   private:
     std::vector<STEP> vecFirst;
     std::deque<STEP> deqLast;
     uint64_t uLeftOut = 0;
-    uint64_t uObjects = 0;
 };
 
 struct PLACE

@@ -44,12 +44,11 @@ std::string DataText(const STEP &I_sStep, bool I_bDay)
 
 std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
 {
-    const std::string strText = StepText(I_sShown, I_sStep);
+    const auto [strClock, strKind, strDuration, strText] = Cells(I_sShown, I_sStep);
     if (I_sStep.eKind == KIND::OBJECT) return "  " + strText + "\n";
     std::array<char, 64> szStart{};
-    snprintf(szStart.data(), szStart.size(), "    %s  %-8s %-9s  ",
-             StepClock(I_sShown, I_sStep).c_str(), KindName(I_sStep.eKind),
-             StepDuration(I_sStep).c_str());
+    snprintf(szStart.data(), szStart.size(), "    %s  %-8s %-9s  ", strClock.c_str(),
+             strKind.c_str(), strDuration.c_str());
     return szStart.data() + strText + (I_sStep.bFailed ? "  <-- failed" : "") + "\n";
 }
 
@@ -104,18 +103,13 @@ const char *KindName(KIND I_eKind)
     return NAMES[static_cast<size_t>(I_eKind)];
 }
 
-std::string StepClock(const SHOWN &I_sShown, const STEP &I_sStep)
+std::array<std::string, 4> Cells(const SHOWN &I_sShown, const STEP &I_sStep)
 {
-    return Clock(I_sStep.iStart, !SameDay(I_sShown.sSession));
-}
-
-std::string StepText(const SHOWN &I_sShown, const STEP &I_sStep)
-{
-    std::string strText = I_sStep.eKind == KIND::DATA
-                              ? DataText(I_sStep, !SameDay(I_sShown.sSession))
-                              : I_sStep.strText;
-    if (I_sStep.strResult.empty()) return strText;
-    return strText + (I_sStep.eKind == KIND::OBJECT ? ", " : ": ") + I_sStep.strResult;
+    const bool bDay = !SameDay(I_sShown.sSession);
+    std::string strText = I_sStep.eKind == KIND::DATA ? DataText(I_sStep, bDay) : I_sStep.strText;
+    if (!I_sStep.strResult.empty())
+        strText += (I_sStep.eKind == KIND::OBJECT ? ", " : ": ") + I_sStep.strResult;
+    return {Clock(I_sStep.iStart, bDay), KindName(I_sStep.eKind), StepDuration(I_sStep), strText};
 }
 
 std::string StepDuration(const STEP &I_sStep)
@@ -138,7 +132,7 @@ std::vector<std::string> Facts(const SESSION &I_sSession)
         vecFacts.push_back(
             "lines of several processes are mixed here: " + I_sSession.sMixture.strSign + MIXED);
     else if (I_sSession.eOrigin != ORIGIN::REPLIES)
-        vecFacts.push_back(Count(I_sSession.sSteps.Objects(), "task") + ", " +
+        vecFacts.push_back(Count(I_sSession.sSteps.uObjects, "task") + ", " +
                            Count(I_sSession.uBytes, "byte"));
     AddFact(vecFacts, "", I_sSession.Note());
     if (sError.sPlace.uLine == 0) return vecFacts;
@@ -175,7 +169,7 @@ std::string SessionJson(const SHOWN &I_sShown)
                         {"end", sSession.sLast.strStamp},
                         {"first_line", sSession.sFirst.uLine},
                         {"last_line", sSession.sLast.uLine},
-                        {"objects", sSession.sSteps.Objects()},
+                        {"objects", sSession.sSteps.uObjects},
                         {"bytes", bMixed ? 0 : sSession.uBytes},
                         {"mixed", sSession.sMixture.strSign},
                         {"note", sSession.Note()},

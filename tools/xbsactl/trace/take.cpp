@@ -388,12 +388,13 @@ constexpr std::string_view ERROR_WORDS[] = {
     " to long", "Unable",     "could not", "received.",  "Invalid",  "NULL",
     "is empty", "Unexpected", "to small",  "No account", "too small"};
 
-// No error text begins like these, but lines that quote a caller's text, and many others.
+// No error text begins like these, but lines that quote a caller's text, and many others; nor does
+// a store fail that could not be limited.
 constexpr std::string_view PLAIN_STARTS[] = {
-    "Start",       "End",         "Calling ",           "sigprocmask()", "Pipe handle",
-    "Dumping COM", "Parsing COM", "COM interface step", "<<<<<",         ">>>>>",
-    "Input: ",     "BSA_",        "Password: ",         "Saveset ",      "OPEN_JOB",
-    "COM utility", "Searching ",  "INI line found",     "Invalid sKorva"};
+    "Start",       "End",         "Calling ",           "sigprocmask()",  "Pipe handle",
+    "Dumping COM", "Parsing COM", "COM interface step", "<<<<<",          ">>>>>",
+    "Input: ",     "BSA_",        "Password: ",         "Saveset ",       "OPEN_JOB",
+    "COM utility", "Searching ",  "INI line found",     "Invalid sKorva", "KORVA_RATE_LIMIT"};
 
 // A value that was cut is reported, and the session goes on: what fails afterwards says more.
 constexpr std::string_view WEAK_WORDS[] = {"cut", "xiting", "Unexpected"};

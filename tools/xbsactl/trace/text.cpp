@@ -42,10 +42,10 @@ std::string WithoutPassword(const std::string &I_strText)
     return I_strText;
 }
 
-std::string Format(double I_dValue, const char *cpUnit)
+std::string FormTime(const tm &I_sTime, const char *cpForm)
 {
     std::array<char, 64> szText{};
-    snprintf(szText.data(), szText.size(), "%.1f %s", I_dValue, cpUnit);
+    strftime(szText.data(), szText.size(), cpForm, &I_sTime);
     return szText.data();
 }
 
@@ -53,10 +53,7 @@ std::string TimeText(int64_t I_iTime, const char *cpForm)
 {
     const time_t lTime = I_iTime;
     tm sTime = {};
-    gmtime_r(&lTime, &sTime);
-    std::array<char, 64> szText{};
-    strftime(szText.data(), szText.size(), cpForm, &sTime);
-    return szText.data();
+    return FormTime(*gmtime_r(&lTime, &sTime), cpForm);
 }
 } // namespace
 
@@ -82,8 +79,10 @@ std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds)
     const bool bBound = I_iSeconds < 2;
     const double dRate =
         static_cast<double>(I_uBytes) / static_cast<double>(bBound ? I_iSeconds + 1 : I_iSeconds);
-    return (bBound ? "more than " : "about ") +
-           (dRate < 1e6 ? Format(dRate / 1e3, "kB/s") : Format(dRate / 1e6, "MB/s"));
+    std::array<char, 64> szText{};
+    snprintf(szText.data(), szText.size(), dRate < 1e6 ? "%s %.1f kB/s" : "%s %.1f MB/s",
+             bBound ? "more than" : "about", dRate / (dRate < 1e6 ? 1e3 : 1e6));
+    return szText.data();
 }
 
 std::string Clock(int64_t I_iTime, bool I_bDay)
@@ -93,7 +92,25 @@ std::string Clock(int64_t I_iTime, bool I_bDay)
 
 std::string Stamp(int64_t I_iTime)
 {
-    return TimeText(I_iTime, "%Y-%m-%d %H:%M:%S");
+    return TimeText(I_iTime, STAMP_FORM);
+}
+
+std::string StampOf(const std::string &I_strText, const char *cpForm)
+{
+    tm sTime = {};
+    sTime.tm_mday = 1;
+    const char *cpEnd = strptime(I_strText.c_str(), cpForm, &sTime);
+    return cpEnd == nullptr || *cpEnd != '\0' ? "" : FormTime(sTime, STAMP_FORM);
+}
+
+std::optional<int64_t> ParseStamp(std::string_view I_svText)
+{
+    const std::string strStamp(I_svText.substr(0, STAMP_LENGTH));
+    tm sTime = {};
+    if (strptime(strStamp.c_str(), STAMP_FORM, &sTime) == nullptr ||
+        FormTime(sTime, STAMP_FORM) != strStamp)
+        return std::nullopt;
+    return timegm(&sTime);
 }
 
 std::string Count(uint64_t I_uNumber, const char *cpThing)

@@ -31,20 +31,16 @@ enum COUNTED
 
 using COUNTS = std::array<COUNT, DROPPED + 1>;
 
-COUNTS NewCounts()
-{
-    return {
-        {{"done", ", ", " done"},
-         {"failed", ", ", " failed"},
-         {"unfinished", ", ", " unfinished"},
-         {"mixed", ", ", " of mixed processes"},
-         {"replies_only", ", ", " with replies only"},
-         {"left_out", ", ", " more left out by --since or --handle"},
-         {"foreign_lines",
-          "; lines that are not the library's, or go on from the one before: ", ""},
-         {"unused_messages", "; messages of the database that belong to no session shown: ", ""},
-         {"dropped_messages", "; oldest messages of the database that were passed over: ", ""}}};
-}
+constexpr COUNTS NO_COUNTS = {
+    {{"done", ", ", " done"},
+     {"failed", ", ", " failed"},
+     {"unfinished", ", ", " unfinished"},
+     {"mixed", ", ", " of mixed processes"},
+     {"replies_only", ", ", " with replies only"},
+     {"left_out", ", ", " more left out by --since or --handle"},
+     {"foreign_lines", "; lines that are not the library's, or go on from the one before: ", ""},
+     {"unused_messages", "; messages of the database that belong to no session shown: ", ""},
+     {"dropped_messages", "; oldest messages of the database that were passed over: ", ""}}};
 
 // The page takes the place of what has its name.
 void CheckPage(const OPTIONS &I_sOptions)
@@ -96,7 +92,7 @@ void Run(const OPTIONS &I_sOptions)
     std::optional<CPage> sPage;
     if (!I_sOptions.strHtml.empty()) sPage.emplace(I_sOptions.strHtml);
 
-    COUNTS sCounts = NewCounts();
+    COUNTS sCounts = NO_COUNTS;
     uint64_t uShown = 0;
     std::string strFront = "{\"schema\": " + std::to_string(SCHEMA) + ", \"sessions\": [\n";
     CSessions sSessions([&](const SESSION &sSession) {

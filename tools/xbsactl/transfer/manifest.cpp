@@ -14,18 +14,7 @@ namespace
 {
 constexpr size_t DIGEST_LENGTH = 64;
 constexpr const char *DIGITS = "0123456789abcdefABCDEF";
-constexpr const char *COPY_ID = "# copy id "; // a comment for sha256sum, above the entry
-
-// What sha256sum writes, after a backslash, for a character that would break its line.
-constexpr std::string_view PLAIN = "\\\n\r";
-constexpr std::string_view LETTERS = "\\nr";
-
-// One line of the file, an entry's with the comment that belongs to it.
-struct LINE
-{
-    std::string strText;
-    std::optional<MANIFEST_ENTRY> sEntry; // none: a comment
-};
+constexpr std::string_view COPY_ID = "# copy id "; // a comment for sha256sum, above the entry
 
 // Holds the file against other writers. It is replaced as a whole, so what was locked may have been
 // an earlier file by then.
@@ -37,110 +26,99 @@ base::CDescriptor Lock(const base::TARGET &I_sTarget)
     do
     {
         sFile = base::CDescriptor(I_sTarget.Open(O_RDWR | O_CREAT, 0666));
-        if (sFile.Get() == -1) throw base::SystemFailure("manifest " + I_sTarget.strShown);
+        if (sFile.Get() == -1) throw base::SystemFailure("manifest ", I_sTarget.strShown);
         if (TEMP_FAILURE_RETRY(flock(sFile.Get(), LOCK_EX)) != 0 ||
             fstat(sFile.Get(), &sLocked) != 0)
-            throw base::SystemFailure("locking manifest " + I_sTarget.strShown);
+            throw base::SystemFailure("locking manifest ", I_sTarget.strShown);
         sNow = I_sTarget.Status();
     } while (!sNow || sLocked.st_dev != sNow->st_dev || sLocked.st_ino != sNow->st_ino);
     return sFile;
 }
 
-std::string EntryLine(const MANIFEST_ENTRY &I_sEntry)
+// An object's name holds no line end, which sha256sum would write in another way.
+std::string EntryText(const MANIFEST_ENTRY &I_sEntry)
 {
     std::string strName;
-    for (const char cChar : I_sEntry.strName)
-    {
-        const size_t uEscape = PLAIN.find(cChar);
-        if (uEscape == std::string::npos) strName += cChar;
-        else strName.append({'\\', LETTERS[uEscape]});
-    }
-    return (strName == I_sEntry.strName ? "" : "\\") + I_sEntry.strDigest + "  " + strName;
+    for (const char cChar : I_sEntry.strName) strName.append(cChar == '\\' ? 2 : 1, cChar);
+    const std::string strCopy =
+        I_sEntry.uCopyId != 0 ? base::Text(COPY_ID, I_sEntry.uCopyId, '\n') : "";
+    const char *cpMark = strName == I_sEntry.strName ? "" : "\\";
+    return base::Text(strCopy, cpMark, I_sEntry.strDigest, "  ", strName, '\n');
 }
 
 // None when a backslash is before anything that sha256sum does not put there.
-std::optional<std::string> Unescaped(std::string_view I_svName)
+std::optional<std::string> Unescaped(const std::string &I_strName)
 {
     std::string strPlain;
-    for (size_t uAt = 0; uAt < I_svName.size(); uAt++)
+    for (size_t uAt = 0; uAt < I_strName.size(); uAt++)
     {
-        const bool bEscape = I_svName[uAt] == '\\';
-        if (bEscape && ++uAt == I_svName.size()) return {};
-        const size_t uLetter = LETTERS.find(I_svName[uAt]);
-        if (bEscape && uLetter == std::string::npos) return {};
-        strPlain += bEscape ? PLAIN[uLetter] : I_svName[uAt];
+        const bool bEscape = I_strName[uAt] == '\\';
+        const size_t uLetter = bEscape ? std::string_view("\\nr").find(I_strName[++uAt]) : 0;
+        if (uLetter == std::string::npos) return {};
+        strPlain += bEscape ? "\\\n\r"[uLetter] : I_strName[uAt];
     }
     return strPlain;
 }
 
-// "DIGEST  NAME" or "DIGEST *NAME", with a backslash before it when the name has escapes.
-std::optional<MANIFEST_ENTRY> ParseEntry(std::string_view I_svLine)
-{
-    const bool bEscaped = I_svLine.substr(0, 1) == "\\";
-    if (bEscaped) I_svLine.remove_prefix(1);
-    const std::string_view svMark = I_svLine.substr(std::min(DIGEST_LENGTH, I_svLine.size()), 2);
-    if (I_svLine.size() < DIGEST_LENGTH + 3 || (svMark != "  " && svMark != " *")) return {};
-
-    MANIFEST_ENTRY sEntry;
-    sEntry.strDigest = I_svLine.substr(0, DIGEST_LENGTH);
-    if (sEntry.strDigest.find_first_not_of(DIGITS) != std::string::npos) return {};
-    for (char &cDigit : sEntry.strDigest) cDigit = static_cast<char>(cDigit | ' '); // lower case
-    const std::string_view svName = I_svLine.substr(DIGEST_LENGTH + 2);
-    const std::optional<std::string> strName =
-        bEscaped ? Unescaped(svName) : std::optional<std::string>(svName);
-    if (!strName) return {};
-    sEntry.strName = *strName;
-    return sEntry;
-}
-
 // 0 when the comment is another one.
-unsigned CopyIdOf(const std::string &I_strComment)
+unsigned CopyIdOf(std::string_view I_svComment)
 {
     unsigned uNumber = 0;
-    if (I_strComment.rfind(COPY_ID, 0) != 0) return 0;
-    const char *cpEnd = I_strComment.data() + I_strComment.size();
-    const auto sResult =
-        std::from_chars(I_strComment.data() + std::string(COPY_ID).size(), cpEnd, uNumber);
+    if (I_svComment.substr(0, COPY_ID.size()) != COPY_ID) return 0;
+    I_svComment.remove_prefix(COPY_ID.size());
+    const char *cpEnd = I_svComment.data() + I_svComment.size();
+    const auto sResult = std::from_chars(I_svComment.data(), cpEnd, uNumber);
     return sResult.ec == std::errc() && sResult.ptr == cpEnd ? uNumber : 0;
 }
 
-// Anything but entries and comments is refused: the file may be another one, given by mistake.
-std::vector<LINE> ReadLines(const base::TARGET &I_sTarget)
+// A comment, or "DIGEST  NAME" or "DIGEST *NAME", with a backslash before it when the name has
+// escapes. None for anything else.
+std::optional<MANIFEST_ENTRY> ParseLine(const std::string &I_strLine)
 {
-    const std::optional<std::string> strText = base::ReadText(I_sTarget);
-    if (!strText) throw base::FileFailure("manifest " + I_sTarget.strShown + " does not exist");
-    std::vector<LINE> vecLines;
-    std::istringstream sText(*strText);
-    size_t uNumber = 0;
-    for (std::string strLine; std::getline(sText, strLine);)
-    {
-        LINE sLine{strLine, ParseEntry(strLine)};
-        const bool bDosEnd = !strLine.empty() && strLine.back() == '\r';
-        uNumber++;
-        if (bDosEnd || (!sLine.sEntry && strLine.compare(0, 1, "#") != 0))
-            throw base::FileFailure(
-                "manifest " + I_sTarget.strShown + ", line " + std::to_string(uNumber) +
-                (bDosEnd ? ": ends with CR LF; sha256sum's lines end with LF alone"
-                         : ": is not of sha256sum's format"));
-        const bool bComment = !vecLines.empty() && !vecLines.back().sEntry;
-        const unsigned uCopyId = bComment ? CopyIdOf(vecLines.back().strText) : 0;
-        if (sLine.sEntry && uCopyId != 0)
-        {
-            sLine.sEntry->uCopyId = uCopyId;
-            sLine.strText.insert(0, vecLines.back().strText + "\n");
-            vecLines.pop_back();
-        }
-        vecLines.push_back(sLine);
-    }
-    return vecLines;
+    std::string_view svLine = I_strLine;
+    if (svLine.substr(0, 1) == "#")
+        return MANIFEST_ENTRY{"", "", CopyIdOf(svLine), I_strLine + "\n"};
+    const bool bEscaped = svLine.substr(0, 1) == "\\";
+    if (bEscaped) svLine.remove_prefix(1);
+    const std::string_view svMark = svLine.substr(std::min(DIGEST_LENGTH, svLine.size()), 2);
+    if (svLine.size() < DIGEST_LENGTH + 3 || (svMark != "  " && svMark != " *")) return {};
+    std::string strDigest(svLine.substr(0, DIGEST_LENGTH));
+    if (strDigest.find_first_not_of(DIGITS) != std::string::npos) return {};
+    for (char &cDigit : strDigest) cDigit = static_cast<char>(cDigit | ' '); // lower case
+    std::optional<std::string> strName(svLine.substr(DIGEST_LENGTH + 2));
+    if (bEscaped) strName = Unescaped(*strName);
+    if (!strName) return {};
+    return MANIFEST_ENTRY{strDigest, *strName, 0, I_strLine + "\n"};
 }
 
-void WriteLines(const base::TARGET &I_sTarget, const std::vector<LINE> &I_vecLines)
+// Anything but entries and comments is refused: the file may be another one, given by mistake. An
+// entry has the comment that belongs to it.
+std::vector<MANIFEST_ENTRY> ReadLines(const base::TARGET &I_sTarget)
 {
-    std::string strText;
-    for (const LINE &sLine : I_vecLines) strText += sLine.strText + "\n";
-    const base::STOP_LOCK sLock; // no stop while there is a temporary file
-    base::ReplaceText(I_sTarget, strText, false);
+    const std::optional<std::string> strText = base::ReadText(I_sTarget);
+    if (!strText) throw base::FileFailure("manifest ", I_sTarget.strShown, " does not exist");
+    std::vector<MANIFEST_ENTRY> vecLines;
+    std::istringstream sText(*strText);
+    size_t uNumber = 1;
+    for (std::string strLine; std::getline(sText, strLine); uNumber++)
+    {
+        std::optional<MANIFEST_ENTRY> sLine = ParseLine(strLine);
+        const bool bDosEnd = !strLine.empty() && strLine.back() == '\r';
+        if (bDosEnd || !sLine)
+            throw base::FileFailure("manifest ", I_sTarget.strShown, ", line ", uNumber,
+                                    bDosEnd
+                                        ? ": ends with CR LF; sha256sum's lines end with LF alone"
+                                        : ": is not of sha256sum's format");
+        if (!sLine->strDigest.empty() && !vecLines.empty() && vecLines.back().strDigest.empty() &&
+            vecLines.back().uCopyId != 0)
+        {
+            sLine->uCopyId = vecLines.back().uCopyId;
+            sLine->strText.insert(0, vecLines.back().strText);
+            vecLines.pop_back();
+        }
+        vecLines.push_back(*sLine);
+    }
+    return vecLines;
 }
 } // namespace
 
@@ -153,30 +131,19 @@ std::string ManifestName(const base::CONNECTION &I_sConnection, const library::O
 std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile)
 {
     std::vector<MANIFEST_ENTRY> vecEntries;
-    for (const LINE &sLine : ReadLines(base::FindTarget(I_strFile)))
-        if (sLine.sEntry) vecEntries.push_back(*sLine.sEntry);
+    for (const MANIFEST_ENTRY &sLine : ReadLines(base::FindTarget(I_strFile)))
+        if (!sLine.strDigest.empty()) vecEntries.push_back(sLine);
     return vecEntries;
-}
-
-void PrepareManifest(const std::string &I_strFile)
-{
-    const base::TARGET sTarget = base::FindTarget(I_strFile);
-    const base::CDescriptor sLock = Lock(sTarget);
-    WriteLines(sTarget, ReadLines(sTarget)); // the same once more: all of it works
 }
 
 void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry)
 {
     const base::TARGET sTarget = base::FindTarget(I_strFile);
     const base::CDescriptor sLock = Lock(sTarget);
-    std::vector<LINE> vecLines = ReadLines(sTarget);
-    const auto fpSame = [&](const LINE &sLine) {
-        return sLine.sEntry && sLine.sEntry->strName == I_sEntry.strName;
-    };
-    vecLines.erase(std::remove_if(vecLines.begin(), vecLines.end(), fpSame), vecLines.end());
-    const std::string strComment =
-        I_sEntry.uCopyId != 0 ? COPY_ID + std::to_string(I_sEntry.uCopyId) + "\n" : "";
-    vecLines.push_back({strComment + EntryLine(I_sEntry), I_sEntry});
-    WriteLines(sTarget, vecLines);
+    std::string strText;
+    for (const MANIFEST_ENTRY &sLine : ReadLines(sTarget))
+        if (sLine.strName.empty() || sLine.strName != I_sEntry.strName) strText += sLine.strText;
+    if (!I_sEntry.strName.empty()) strText += EntryText(I_sEntry);
+    base::ReplaceText(sTarget, strText, false);
 }
 } // namespace transfer

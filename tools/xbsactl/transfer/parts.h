@@ -17,24 +17,33 @@ namespace transfer
 {
 constexpr int SCHEMA = 1; // of each --json; raised when a field goes or changes
 
+// What all commands check. Throws USAGE_ERROR, or FAILURE for the password file.
+void CheckSession(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
+
 // The manifest is a text file that sha256sum -c can read.
 struct MANIFEST_ENTRY
 {
-    std::string strDigest; // 64 digits in lower case
+    std::string strDigest; // 64 digits in lower case; empty: the line is a comment
     std::string strName;   // NAME, or SPACE@NAME of an Informix session
     unsigned uCopyId = 0;  // Informix: the copy that the digest belongs to; 0: not known
+    std::string strText;   // as it is in the file
 };
 
 // All entries in their order. Throws FAILURE when there is no such file or it holds a line that
 // does not belong to a manifest.
 std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile);
 
-// Makes sure that an entry can be put into the file later; creates it. Throws FAILURE.
-void PrepareManifest(const std::string &I_strFile);
-
-// Puts the entry in the place of an earlier one of that name. Other processes may do so with
-// theirs at the same time. Throws FAILURE.
+// Puts the entry in the place of an earlier one of that name, and creates the file. Without a name:
+// makes sure that it can be done later. Other processes may do so with theirs at the same time.
+// Throws FAILURE.
 void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry);
+
+struct COUNT
+{
+    uint64_t uBytes = 0;
+    double dSeconds = 0;
+    std::string strDigest; // SHA-256 in hexadecimal digits
+};
 
 // Counts, hashes and times the bytes of one object, here and for the status, and draws the
 // progress bar.
@@ -47,54 +56,39 @@ class CMeter
     ~CMeter();
 
     void Add(const char *cpData, size_t I_uLength);
-    void End(); // of the count and the clock; clears the bar
-
-    uint64_t Bytes() const
-    {
-        return uBytes;
-    }
-    const std::string &Digest() const // SHA-256 in hexadecimal digits, after End
-    {
-        return strDigest;
-    }
-    double Seconds() const // until End
-    {
-        return std::chrono::duration<double>(sEnd - sStart).count();
-    }
+    COUNT End(); // of the count and the clock; clears the bar
 
   private:
-    using CLOCK = std::chrono::steady_clock;
-
     void Draw();
     void Clear();
 
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> spHash;
-    CLOCK::time_point sStart = CLOCK::now();
-    CLOCK::time_point sEnd = sStart; // the last look at the clock
-    CLOCK::time_point sDrawn = sStart;
+    std::chrono::steady_clock::time_point sStart = std::chrono::steady_clock::now();
+    double dDrawn = 0; // when the bar was
     uint64_t uExpected;
-    uint64_t uBytes = 0;
-    std::string strDigest;
+    COUNT sCount;
     bool bBar;
     bool bVisible = false;
 };
 
 // Reads the object to its confirmed end; I_fpTake gets the bytes. Throws FAILURE.
 template <typename TAKE>
-void ReceiveObject(library::CSession &I_sSession, BSA_ObjectDescriptor &I_sObject, CMeter &X_sMeter,
-                   const TAKE &I_fpTake)
+COUNT ReceiveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+                    BSA_ObjectDescriptor &I_sObject, const TAKE &I_fpTake)
 {
+    CMeter sMeter(I_sConnection, 0);
     std::vector<char> vecBlock(library::BLOCK_SIZE);
     size_t uLength = library::BLOCK_SIZE;
     I_sSession.Get(I_sObject);
     while (uLength == library::BLOCK_SIZE)
     {
         uLength = I_sSession.Receive(vecBlock.data());
-        X_sMeter.Add(vecBlock.data(), uLength);
+        sMeter.Add(vecBlock.data(), uLength);
         I_fpTake(vecBlock.data(), uLength);
     }
-    X_sMeter.End();
+    COUNT sCount = sMeter.End();
     I_sSession.EndData();
+    return sCount;
 }
 
 // Reads the object and returns its bytes. Throws FAILURE, also when its SHA-256 is another one.
@@ -107,15 +101,11 @@ void SayStatus(const std::string &I_strWhat);
 // Starts the count, and the clock of the rate, again. I_uExpected: bytes, 0 when unknown.
 void CountStatus(uint64_t I_uExpected);
 
-void AddStatus(uint64_t I_uBytes);
-
 // Megabytes (10^6) a second.
 inline double Rate(uint64_t I_uBytes, double I_dSeconds)
 {
     return I_dSeconds > 0 ? static_cast<double>(I_uBytes) / 1e6 / I_dSeconds : 0;
 }
-
-std::string Decimal(double I_dValue, int I_iPlaces);
 } // namespace transfer
 
 #endif

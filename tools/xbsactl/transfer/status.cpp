@@ -1,8 +1,9 @@
 #include <poll.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <ctime>
-#include <sstream>
 
 #include "transfer/parts.h"
 
@@ -12,16 +13,20 @@ namespace
 {
 using CLOCK = std::chrono::steady_clock;
 
+constexpr double REDRAW = 0.1;     // seconds
+constexpr uint64_t BAR_WIDTH = 30; // characters
+
 constexpr const char *OWN_MARK = "# HELP xbsactl_"; // how each file of ours begins
 constexpr const char *LAST_SUCCESS = "xbsactl_last_success_timestamp_seconds";
 constexpr const char *LAST_CODE = "xbsactl_last_exit_code";
 
+// Changed under HoldStop's lock, but for the two counts.
 struct STATUS
 {
-    std::mutex sMutex; // for all but the two counts
     bool bRuns = false;
+    std::atomic<bool> bFile{false}; // one is wanted; the thread asks for the lock only then
     bool bWarned = false;
-    std::string strFile; // empty: none is wanted
+    std::string strFile;
     std::string strWhat;
     std::string strLabels;      // {command="store",name="x"}
     std::string strLastSuccess; // empty: never
@@ -44,7 +49,8 @@ STATUS &Status()
 // without control characters.
 std::string LabelValue(const std::string &I_strText)
 {
-    return base::JsonQuoted(base::Visible(I_strText));
+    return base::JSON(base::Visible(I_strText))
+        .dump(-1, ' ', false, base::JSON::error_handler_t::replace);
 }
 
 double Seconds(CLOCK::time_point I_sSince)
@@ -57,42 +63,34 @@ double RateNow(const STATUS &I_sStatus) // megabytes a second
     return Rate(I_sStatus.uBytes, Seconds(I_sStatus.sCounted));
 }
 
+// A metric without a value is left out.
 std::string FileText(const STATUS &I_sStatus)
 {
-    const uint64_t uExpected = I_sStatus.uExpected;
-    const std::string strVersion = "{version=" + LabelValue(XBSACTL_VERSION) + "}";
-    const struct
-    {
-        const char *cpName;
-        const char *cpHelp;
-        std::string strValue; // a metric without one is left out
-        const std::string &strLabels;
-    } METRICS[] = {
-        {"xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns ? "1" : "0",
-         I_sStatus.strLabels},
-        {"xbsactl_transferred_bytes", "Bytes of objects moved so far.",
-         std::to_string(I_sStatus.uBytes), I_sStatus.strLabels},
-        {"xbsactl_expected_bytes", "Bytes that will be moved, when known.",
-         uExpected > 0 ? std::to_string(uExpected) : "", I_sStatus.strLabels},
-        {"xbsactl_duration_seconds", "How long the command runs or ran.",
-         Decimal(Seconds(I_sStatus.sStart), 3), I_sStatus.strLabels},
-        {"xbsactl_bytes_per_second", "Mean rate.", Decimal(RateNow(I_sStatus) * 1e6, 3),
-         I_sStatus.strLabels},
-        {"xbsactl_last_attempt_timestamp_seconds", "When the command last began.",
-         std::to_string(I_sStatus.lStart), I_sStatus.strLabels},
-        {LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess,
-         I_sStatus.strLabels},
-        {LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
-         I_sStatus.strLastCode, I_sStatus.strLabels},
-        {"xbsactl_build_info", "The version that wrote this file.", "1", strVersion},
+    std::string strText;
+    const auto fpAdd = [&](const char *cpName, const char *cpHelp, const auto &sValue,
+                           const std::string &strLabels) {
+        if (!base::Text(sValue).empty())
+            strText += base::Text("# HELP ", cpName, ' ', cpHelp, "\n# TYPE ", cpName, " gauge\n",
+                                  cpName, strLabels, ' ', sValue, '\n');
     };
-    std::ostringstream sText;
-    for (const auto &sMetric : METRICS)
-        if (!sMetric.strValue.empty())
-            sText << "# HELP " << sMetric.cpName << ' ' << sMetric.cpHelp << "\n# TYPE "
-                  << sMetric.cpName << " gauge\n"
-                  << sMetric.cpName << sMetric.strLabels << ' ' << sMetric.strValue << '\n';
-    return sText.str();
+    const std::string &strLabels = I_sStatus.strLabels;
+    const std::string strExpected = I_sStatus.uExpected > 0 ? base::Text(I_sStatus.uExpected) : "";
+    fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns, strLabels);
+    fpAdd("xbsactl_transferred_bytes", "Bytes of objects moved so far.", I_sStatus.uBytes.load(),
+          strLabels);
+    fpAdd("xbsactl_expected_bytes", "Bytes that will be moved, when known.", strExpected,
+          strLabels);
+    fpAdd("xbsactl_duration_seconds", "How long the command runs or ran.",
+          Seconds(I_sStatus.sStart), strLabels);
+    fpAdd("xbsactl_bytes_per_second", "Mean rate.", RateNow(I_sStatus) * 1e6, strLabels);
+    fpAdd("xbsactl_last_attempt_timestamp_seconds", "When the command last began.",
+          I_sStatus.lStart, strLabels);
+    fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess, strLabels);
+    fpAdd(LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
+          I_sStatus.strLastCode, strLabels);
+    fpAdd("xbsactl_build_info", "The version that wrote this file.", 1,
+          "{version=" + LabelValue(XBSACTL_VERSION) + "}");
+    return strText;
 }
 
 // The number that an earlier run of the same command on the same object left; empty for none.
@@ -111,7 +109,7 @@ void TakeEarlier(STATUS &X_sStatus)
 {
     const std::string strText = base::ReadText(base::FindTarget(X_sStatus.strFile)).value_or("");
     if (!strText.empty() && strText.rfind(OWN_MARK, 0) != 0)
-        throw base::FileFailure("status file " + base::Quoted(X_sStatus.strFile) +
+        throw base::FileFailure("status file ", base::Quoted(X_sStatus.strFile),
                                 " holds something else already");
     X_sStatus.strLastSuccess = EarlierValue(strText, LAST_SUCCESS + X_sStatus.strLabels);
     X_sStatus.strLastCode = EarlierValue(strText, LAST_CODE + X_sStatus.strLabels);
@@ -136,7 +134,7 @@ void PrintLine(const std::string &I_strLine)
 
 void WriteOrWarn(STATUS &X_sStatus)
 {
-    if (X_sStatus.strFile.empty()) return;
+    if (!X_sStatus.bFile) return;
     try
     {
         Write(X_sStatus);
@@ -153,7 +151,7 @@ void BeginStatus(const std::string &I_strCommand, const std::string &I_strName,
                  const std::string &I_strFile)
 {
     STATUS &sStatus = Status();
-    const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
+    const base::STOP_LOCK sLock = base::HoldStop();
     sStatus.strWhat = I_strCommand + (I_strName.empty() ? "" : " " + base::Quoted(I_strName));
     sStatus.strLabels =
         "{command=" + LabelValue(I_strCommand) + ",name=" + LabelValue(I_strName) + "}";
@@ -163,64 +161,109 @@ void BeginStatus(const std::string &I_strCommand, const std::string &I_strName,
     sStatus.bRuns = true;
     if (I_strFile.empty()) return;
     sStatus.strFile = I_strFile;
-    try
-    {
-        TakeEarlier(sStatus);
-        Write(sStatus);
-    } catch (const base::FAILURE &)
-    {
-        sStatus.strFile.clear(); // it is not ours to end
-        throw;
-    }
+    TakeEarlier(sStatus);
+    Write(sStatus);
+    sStatus.bFile = true; // from here on it is ours to end
 }
 
 void SayStatus(const std::string &I_strWhat)
 {
-    const std::lock_guard<std::mutex> sGuard(Status().sMutex);
+    const base::STOP_LOCK sLock = base::HoldStop();
     Status().strWhat = I_strWhat;
 }
 
 void CountStatus(uint64_t I_uExpected)
 {
     STATUS &sStatus = Status();
-    const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
+    const base::STOP_LOCK sLock = base::HoldStop();
     sStatus.uBytes = 0;
     sStatus.uExpected = I_uExpected;
     sStatus.sCounted = CLOCK::now();
 }
 
-void AddStatus(uint64_t I_uBytes)
-{
-    Status().uBytes += I_uBytes;
-}
-
 void PrintStatus()
 {
     const STATUS &sStatus = Status();
-    const std::lock_guard<std::mutex> sGuard(Status().sMutex);
+    const base::STOP_LOCK sLock = base::HoldStop();
     if (!sStatus.bRuns) return;
     const std::string strExpected =
-        sStatus.uExpected > 0 ? " of " + std::to_string(sStatus.uExpected) : "";
-    PrintLine("xbsactl: " + sStatus.strWhat + ": " + std::to_string(sStatus.uBytes) + strExpected +
-              " bytes, " + Decimal(RateNow(sStatus), 3) + " MB/s, " +
-              Decimal(Seconds(sStatus.sStart), 3) + " s");
+        sStatus.uExpected > 0 ? base::Text(" of ", sStatus.uExpected) : "";
+    PrintLine(base::Text("xbsactl: ", sStatus.strWhat, ": ", sStatus.uBytes, strExpected,
+                         " bytes, ", RateNow(sStatus), " MB/s, ", Seconds(sStatus.sStart), " s"));
 }
 
 void TickStatus()
 {
-    STATUS &sStatus = Status();
-    const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
-    if (sStatus.bRuns) WriteOrWarn(sStatus);
+    if (!Status().bFile) return; // a child of check must not find the lock taken
+    const base::STOP_LOCK sLock = base::HoldStop();
+    if (Status().bRuns) WriteOrWarn(Status());
 }
 
 void EndStatus(int I_iExit)
 {
     STATUS &sStatus = Status();
-    const std::lock_guard<std::mutex> sGuard(sStatus.sMutex);
+    const base::STOP_LOCK sLock = base::HoldStop();
     if (!sStatus.bRuns) return;
     sStatus.bRuns = false;
     sStatus.strLastCode = std::to_string(I_iExit);
     if (I_iExit == base::EXIT_DONE) sStatus.strLastSuccess = std::to_string(time(nullptr));
     WriteOrWarn(sStatus);
+}
+
+CMeter::CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected)
+    : spHash(EVP_MD_CTX_new(), &EVP_MD_CTX_free), uExpected(I_uExpected)
+{
+    const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
+    bBar = isatty(STDERR_FILENO) == 1 && !bTraced;
+    if (spHash == nullptr || EVP_DigestInit_ex(spHash.get(), EVP_sha256(), nullptr) != 1)
+        throw base::FAILURE("SHA-256 is not available");
+}
+
+CMeter::~CMeter()
+{
+    Clear();
+}
+
+void CMeter::Clear()
+{
+    if (bVisible) fputs("\r\x1b[K", stderr);
+    bVisible = false;
+}
+
+void CMeter::Add(const char *cpData, size_t I_uLength)
+{
+    if (EVP_DigestUpdate(spHash.get(), cpData, I_uLength) != 1)
+        throw base::FAILURE("SHA-256 failed");
+    sCount.uBytes += I_uLength;
+    Status().uBytes += I_uLength;
+    if (bBar && Seconds(sStart) - dDrawn >= REDRAW) Draw();
+}
+
+void CMeter::Draw()
+{
+    dDrawn = Seconds(sStart);
+    bVisible = true;
+    std::string strBar;
+    if (uExpected > 0)
+    {
+        const uint64_t uDone = std::min(sCount.uBytes, uExpected);
+        strBar.assign(static_cast<size_t>(uDone * BAR_WIDTH / uExpected), '#');
+        strBar.resize(BAR_WIDTH, '.');
+        strBar = base::Text('[', strBar, "] ", uDone * 100 / uExpected, "% ");
+    }
+    fprintf(stderr, "\r%s%.1f MB, %.1f MB/s\x1b[K", strBar.c_str(),
+            static_cast<double>(sCount.uBytes) / 1e6, Rate(sCount.uBytes, dDrawn));
+}
+
+COUNT CMeter::End()
+{
+    unsigned char ucHash[EVP_MAX_MD_SIZE];
+    unsigned uLength = 0;
+    Clear();
+    sCount.dSeconds = Seconds(sStart);
+    if (EVP_DigestFinal_ex(spHash.get(), ucHash, &uLength) != 1)
+        throw base::FAILURE("SHA-256 failed");
+    sCount.strDigest = base::Hex(ucHash, uLength);
+    return sCount;
 }
 } // namespace transfer

@@ -1,6 +1,6 @@
 #include "transfer/transfer.h"
 
-#include <cstdio>
+#include <iomanip>
 #include <iostream>
 
 #include "transfer/parts.h"
@@ -11,29 +11,30 @@ namespace
 {
 // The good end of a command, for a reader or as JSON.
 void Report(const char *cpVerb, const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions,
-            const BSA_ObjectDescriptor &I_sObject, const CMeter &I_sMeter)
+            const BSA_ObjectDescriptor &I_sObject, const COUNT &I_sCount)
 {
     const unsigned uCopyId = I_sObject.copyId.right;
-    const double dRate = Rate(I_sMeter.Bytes(), I_sMeter.Seconds());
+    const double dRate = Rate(I_sCount.uBytes, I_sCount.dSeconds);
     if (I_sOptions.bJson)
     {
         base::JSON sAnswer = {{"schema", SCHEMA}, {"name", I_sOptions.sObject.strName}};
         if (I_sConnection.bInformix) sAnswer["space"] = I_sOptions.sObject.strSpace;
         if (I_sConnection.bInformix) sAnswer["copy_id"] = uCopyId;
-        sAnswer["bytes"] = I_sMeter.Bytes();
-        sAnswer["seconds"] = I_sMeter.Seconds();
+        sAnswer["bytes"] = I_sCount.uBytes;
+        sAnswer["seconds"] = I_sCount.dSeconds;
         sAnswer["bytes_per_second"] = dRate * 1e6;
-        sAnswer["sha256"] = I_sMeter.Digest();
+        sAnswer["sha256"] = I_sCount.strDigest;
         sAnswer["verified"] = I_sOptions.bVerify;
         std::cout << base::Dump(sAnswer) << '\n';
         return;
     }
     const std::string strCopy =
-        I_sConnection.bInformix ? "copy id " + std::to_string(uCopyId) + ", " : "";
+        I_sConnection.bInformix ? base::Text("copy id ", uCopyId, ", ") : "";
     std::cerr << "xbsactl: " << cpVerb << " \"" << base::Visible(I_sOptions.sObject.strName)
-              << "\": " << strCopy << I_sMeter.Bytes() << " bytes in "
-              << Decimal(I_sMeter.Seconds(), 3) << " s, " << Decimal(dRate, 1) << " MB/s, SHA-256 "
-              << I_sMeter.Digest() << (I_sOptions.bVerify ? ", verified\n" : "\n");
+              << "\": " << strCopy << I_sCount.uBytes << " bytes in "
+              << base::Text(I_sCount.dSeconds) << " s, " << std::fixed << std::setprecision(1)
+              << dRate << " MB/s, SHA-256 " << I_sCount.strDigest
+              << (I_sOptions.bVerify ? ", verified\n" : "\n");
 }
 
 // A job that closed well is the utility's word; that a query offers the copy is what a restore will
@@ -44,16 +45,17 @@ void CheckStored(library::CSession &I_sSession, const OPTIONS &I_sOptions,
     I_sSession.Next();
     const std::vector<BSA_ObjectDescriptor> vecCopies = I_sSession.Copies(I_sOptions.sObject);
     if (vecCopies.empty() || vecCopies.front().copyId.right < I_sObject.copyId.right)
-        throw base::FAILURE("the server does not offer copy id " +
-                                std::to_string(I_sObject.copyId.right) + " after the store",
+        throw base::FAILURE(base::Text("the server does not offer copy id ", I_sObject.copyId.right,
+                                       " after the store"),
                             base::EXIT_SERVER);
 }
 
 // A failed read leaves without BSAEndData, and the end of the process resets the data connection.
 // An orderly end would make the short object a whole one for the server.
-void SendAll(library::CSession &I_sSession, base::CInput &I_sInput, CMeter &X_sMeter,
-             BSA_ObjectDescriptor &I_sObject)
+COUNT SendAll(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+              base::CInput &I_sInput, BSA_ObjectDescriptor &I_sObject)
 {
+    CMeter sMeter(I_sConnection, I_sInput.Size());
     std::vector<char> vecBlock(library::BLOCK_SIZE);
     CountStatus(I_sInput.Size());
     I_sSession.Create(I_sObject);
@@ -62,10 +64,10 @@ void SendAll(library::CSession &I_sSession, base::CInput &I_sInput, CMeter &X_sM
     {
         uLength = I_sInput.Read(vecBlock.data(), library::BLOCK_SIZE);
         if (uLength > 0) I_sSession.Send(vecBlock.data(), uLength);
-        X_sMeter.Add(vecBlock.data(), uLength);
+        sMeter.Add(vecBlock.data(), uLength);
     }
     I_sSession.EndData();
-    X_sMeter.End();
+    return sMeter.End();
 }
 
 // The object is stored: what fails from here on does not undo it, and says so.
@@ -76,55 +78,80 @@ template <typename STEP> void AfterStore(const char *cpWhat, const STEP &I_fpSte
         I_fpStep();
     } catch (const base::FAILURE &sFailure)
     {
-        throw base::FAILURE(std::string("the object is stored, but ") + cpWhat + ": " +
-                                sFailure.what(),
+        throw base::FAILURE(base::Text("the object is stored, but ", cpWhat, ": ", sFailure.what()),
                             sFailure.iExit);
     }
 }
+using COPIES = std::vector<BSA_ObjectDescriptor>;
+
+std::string Json(const library::OBJECT &I_sWanted, const COPIES &I_vecCopies)
+{
+    base::JSON sCopies = base::JSON::array();
+    for (const BSA_ObjectDescriptor &sCopy : I_vecCopies)
+        sCopies.push_back({{"copy_id", sCopy.copyId.right},
+                           {"space", library::Field(sCopy.objectName.objectSpaceName)},
+                           {"name", library::Field(sCopy.objectName.pathName)}});
+    return base::Dump({{"schema", SCHEMA},
+                       {"query", {{"space", I_sWanted.strSpace}, {"name", I_sWanted.strName}}},
+                       {"copies", sCopies}});
+}
+
+void PrintTable(const COPIES &I_vecCopies)
+{
+    std::cout << std::left << std::setw(12) << "COPY ID"
+              << "OBJECT\n";
+    for (const BSA_ObjectDescriptor &sCopy : I_vecCopies)
+        std::cout << std::setw(12) << sCopy.copyId.right
+                  << base::Printable(library::Field(sCopy.objectName.objectSpaceName) + "@" +
+                                     library::Field(sCopy.objectName.pathName))
+                  << '\n';
+}
 } // namespace
 
-void Store(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
+void CheckSession(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 {
-    const std::string strName = ManifestName(I_sConnection, I_sOptions.sObject);
+    if (I_sOptions.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
+    if (!I_sOptions.bAll) library::CheckObject(X_sConnection, I_sOptions.sObject);
+    if (X_sConnection.bInformix) base::CheckVariables();
+    else base::CheckPlain(X_sConnection);
+}
+
+void Store(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
+{
+    CheckSession(X_sConnection, I_sOptions);
+    const std::string strName = ManifestName(X_sConnection, I_sOptions.sObject);
     const bool bManifest = !I_sOptions.strManifest.empty();
-    if (bManifest) PrepareManifest(I_sOptions.strManifest);
+    if (bManifest) PutIntoManifest(I_sOptions.strManifest, {});
     base::CInput sInput(I_sOptions.strFile);
-    library::CSession sSession(I_sConnection);
-    BSA_ObjectDescriptor sObject = library::Descriptor(I_sConnection, I_sOptions.sObject);
-    CMeter sMeter(I_sConnection, sInput.Size());
-    SendAll(sSession, sInput, sMeter, sObject);
-    if (I_sConnection.bInformix) CheckStored(sSession, I_sOptions, sObject);
+    library::CSession sSession(X_sConnection);
+    BSA_ObjectDescriptor sObject = library::Descriptor(X_sConnection, I_sOptions.sObject);
+    const COUNT sCount = SendAll(sSession, X_sConnection, sInput, sObject);
+    if (X_sConnection.bInformix) CheckStored(sSession, I_sOptions, sObject);
     if (bManifest)
         AfterStore("not in the manifest", [&] {
-            const unsigned uCopyId = I_sConnection.bInformix ? sObject.copyId.right : 0;
-            PutIntoManifest(I_sOptions.strManifest, {sMeter.Digest(), strName, uCopyId});
+            const unsigned uCopyId = X_sConnection.bInformix ? sObject.copyId.right : 0;
+            PutIntoManifest(I_sOptions.strManifest, {sCount.strDigest, strName, uCopyId, ""});
         });
     if (I_sOptions.bVerify)
         AfterStore("does not verify", [&] {
             SayStatus("reading back " + base::Quoted(strName));
-            CountStatus(sMeter.Bytes());
+            CountStatus(sCount.uBytes);
             sSession.Next();
-            Compare(sSession, I_sConnection, sObject, sMeter.Digest());
+            Compare(sSession, X_sConnection, sObject, sCount.strDigest);
         });
     sSession.Close();
-    Report("stored", I_sConnection, I_sOptions, sObject, sMeter);
+    Report("stored", X_sConnection, I_sOptions, sObject, sCount);
 }
 
-void CheckRestore(const base::CONNECTION & /*I_sConnection*/, OPTIONS &X_sOptions)
+void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 {
-    if (X_sOptions.bJson && X_sOptions.strFile == "-")
+    if (I_sOptions.bJson && I_sOptions.strFile == "-")
         throw base::USAGE_ERROR("--json needs FILE: standard output is for the object");
-}
-
-void Restore(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
-{
+    CheckSession(X_sConnection, I_sOptions);
     base::COutput sOutput(I_sOptions.strFile);
-    library::CSession sSession(I_sConnection);
-    BSA_ObjectDescriptor sObject = library::Descriptor(I_sConnection, I_sOptions.sObject);
-    CMeter sMeter(I_sConnection, 0);
-    if (I_sConnection.bInformix && I_sOptions.sObject.uCopyId == 0)
-        sSession.TakeNewest(I_sOptions.sObject, sObject);
-    ReceiveObject(sSession, sObject, sMeter, [&](const char *cpData, size_t uLength) {
+    library::CSession sSession(X_sConnection);
+    BSA_ObjectDescriptor sObject = sSession.Find(I_sOptions.sObject);
+    const auto fpWrite = [&](const char *cpData, size_t uLength) {
         try
         {
             sOutput.Write(cpData, uLength);
@@ -133,9 +160,25 @@ void Restore(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
             sSession.Abandon();
             throw;
         }
-    });
+    };
+    const COUNT sCount = ReceiveObject(sSession, X_sConnection, sObject, fpWrite);
     sSession.Close();
     sOutput.Commit();
-    Report("restored", I_sConnection, I_sOptions, sObject, sMeter);
+    Report("restored", X_sConnection, I_sOptions, sObject, sCount);
+}
+
+void Query(base::CONNECTION &X_sConnection, OPTIONS &X_sOptions)
+{
+    if (!X_sConnection.bInformix)
+        throw base::USAGE_ERROR("query needs --informix: an FTP server keeps no catalogue");
+    if (X_sOptions.sObject.strName.empty()) X_sOptions.sObject.strName = "%";
+    if (X_sOptions.sObject.strSpace.empty()) X_sOptions.sObject.strSpace = "%";
+    CheckSession(X_sConnection, X_sOptions);
+    library::CSession sSession(X_sConnection);
+    const COPIES vecCopies = sSession.Copies(X_sOptions.sObject);
+    sSession.Close();
+    if (X_sOptions.bJson) std::cout << Json(X_sOptions.sObject, vecCopies) << '\n';
+    else if (!vecCopies.empty()) PrintTable(vecCopies);
+    if (vecCopies.empty()) throw base::FAILURE("no match", base::EXIT_NO_MATCH);
 }
 } // namespace transfer

@@ -20,16 +20,12 @@ struct OPTIONS
     std::string strStatus;     // progress and result for others to read; empty: none
 };
 
-// Check what belongs to the command alone. Throw USAGE_ERROR.
-void CheckRestore(const base::CONNECTION &I_sConnection, OPTIONS &X_sOptions);
-void CheckQuery(const base::CONNECTION &I_sConnection, OPTIONS &X_sOptions);
-void CheckVerify(const base::CONNECTION &I_sConnection, OPTIONS &X_sOptions);
-
-// All throw FAILURE; "no match" of a query is one.
-void Store(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
-void Restore(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
-void Query(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
-void Verify(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
+// The commands check their settings, and take the password. All throw FAILURE; "no match" of a
+// query is one.
+void Store(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
+void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
+void Query(base::CONNECTION &X_sConnection, OPTIONS &X_sOptions);
+void Verify(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
 
 // Starts the clock and writes the file for the first time, if one is wanted. Throws FAILURE when
 // it cannot be written or is another's.

@@ -7,15 +7,6 @@ namespace transfer
 {
 namespace
 {
-// What became of one object.
-struct VERDICT
-{
-    std::string strName; // as the manifest has it
-    unsigned uCopyId = 0;
-    uint64_t uBytes = 0;
-    std::string strError; // empty: it is the same
-};
-
 // Those of one name, or all; never none.
 std::vector<MANIFEST_ENTRY> ChosenEntries(const base::CONNECTION &I_sConnection,
                                           const OPTIONS &I_sOptions)
@@ -31,8 +22,8 @@ std::vector<MANIFEST_ENTRY> ChosenEntries(const base::CONNECTION &I_sConnection,
     return vecChosen;
 }
 
-// The object of an entry as it would be restored: without --copy-id the copy that the digest belongs
-// to.
+// The object of an entry as it would be restored: without --copy-id the copy that the digest
+// belongs to.
 library::OBJECT ObjectOf(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions,
                          const MANIFEST_ENTRY &I_sEntry)
 {
@@ -50,98 +41,84 @@ library::OBJECT ObjectOf(const base::CONNECTION &I_sConnection, const OPTIONS &I
     return sObject;
 }
 
-VERDICT VerifyEntry(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
-                    const OPTIONS &I_sOptions, const MANIFEST_ENTRY &I_sEntry)
+// What became of one object.
+base::JSON VerifyEntry(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+                       const OPTIONS &I_sOptions, const MANIFEST_ENTRY &I_sEntry)
 {
-    VERDICT sVerdict;
-    sVerdict.strName = I_sEntry.strName;
+    base::JSON sVerdict = {{"name", I_sEntry.strName}, {"ok", false}};
     try
     {
-        const library::OBJECT sWanted = ObjectOf(I_sConnection, I_sOptions, I_sEntry);
-        BSA_ObjectDescriptor sObject = library::Descriptor(I_sConnection, sWanted);
-        if (I_sConnection.bInformix && sWanted.uCopyId == 0)
-            I_sSession.TakeNewest(sWanted, sObject);
-        sVerdict.uCopyId = I_sConnection.bInformix ? sObject.copyId.right : 0;
-        sVerdict.uBytes = Compare(I_sSession, I_sConnection, sObject, I_sEntry.strDigest);
+        BSA_ObjectDescriptor sObject =
+            I_sSession.Find(ObjectOf(I_sConnection, I_sOptions, I_sEntry));
+        if (I_sConnection.bInformix) sVerdict["copy_id"] = sObject.copyId.right;
+        sVerdict["bytes"] = Compare(I_sSession, I_sConnection, sObject, I_sEntry.strDigest);
+        sVerdict["ok"] = true;
     } catch (const base::FAILURE &sFailure)
     {
-        sVerdict.strError = base::Printable(sFailure.what());
+        sVerdict.erase("bytes");
+        sVerdict["error"] = base::Printable(sFailure.what());
     }
     return sVerdict;
 }
 
 // At once: a drill over many objects takes its time.
-void PrintLine(const VERDICT &I_sVerdict)
+void PrintLine(const std::string &I_strName, const base::JSON &I_sVerdict)
 {
-    const bool bGood = I_sVerdict.strError.empty();
+    const bool bGood = I_sVerdict["ok"];
     const std::string strCopy =
-        I_sVerdict.uCopyId != 0 ? "copy id " + std::to_string(I_sVerdict.uCopyId) + ", " : "";
+        I_sVerdict.contains("copy_id") ? base::Text("copy id ", I_sVerdict["copy_id"], ", ") : "";
     const std::string strText =
-        bGood ? std::to_string(I_sVerdict.uBytes) + " bytes" : I_sVerdict.strError;
+        bGood ? base::Text(I_sVerdict["bytes"], " bytes") : I_sVerdict["error"].get<std::string>();
     std::cout << (bGood ? "ok    " : "FAIL  ")
-              << base::Printable(I_sVerdict.strName + ": " + strCopy + strText) << std::endl;
-}
-
-base::JSON Json(const VERDICT &I_sVerdict)
-{
-    base::JSON sObject = {{"name", I_sVerdict.strName}, {"ok", I_sVerdict.strError.empty()}};
-    if (I_sVerdict.uCopyId != 0) sObject["copy_id"] = I_sVerdict.uCopyId;
-    if (I_sVerdict.strError.empty()) sObject["bytes"] = I_sVerdict.uBytes;
-    else sObject["error"] = I_sVerdict.strError;
-    return sObject;
+              << base::Printable(I_strName + ": " + strCopy + strText) << std::endl;
 }
 } // namespace
 
 uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
                  BSA_ObjectDescriptor &I_sObject, const std::string &I_strDigest)
 {
-    CMeter sMeter(I_sConnection, 0);
-    ReceiveObject(I_sSession, I_sObject, sMeter, [](const char *, size_t) {});
-    if (sMeter.Digest() != I_strDigest)
-        throw base::FAILURE("differs: SHA-256 is " + sMeter.Digest() + " and should be " +
+    const COUNT sCount =
+        ReceiveObject(I_sSession, I_sConnection, I_sObject, [](const char *, size_t) {});
+    if (sCount.strDigest != I_strDigest)
+        throw base::FAILURE("differs: SHA-256 is " + sCount.strDigest + " and should be " +
                             I_strDigest);
-    return sMeter.Bytes();
-}
-
-// Names are those of the manifest with --all, and each is checked in its turn.
-void CheckVerify(const base::CONNECTION & /*I_sConnection*/, OPTIONS &X_sOptions)
-{
-    if (X_sOptions.strManifest.empty())
-        throw base::USAGE_ERROR("verify needs --manifest: the file that store keeps with that "
-                                "option");
-    if (X_sOptions.sObject.strName.empty() && !X_sOptions.bAll)
-        throw base::USAGE_ERROR("verify needs NAME or --all");
-    if (X_sOptions.bAll &&
-        (X_sOptions.sObject.uCopyId != 0 || !X_sOptions.sObject.strSpace.empty()))
-        throw base::USAGE_ERROR("--all takes spaces and copies from the manifest");
+    return sCount.uBytes;
 }
 
 // One session with a transaction for each object: the library begins afresh with each, also after
 // one that failed.
-void Verify(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
+void Verify(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 {
-    const std::vector<MANIFEST_ENTRY> vecEntries = ChosenEntries(I_sConnection, I_sOptions);
-    library::CSession sSession(I_sConnection);
+    const library::OBJECT &sObject = I_sOptions.sObject;
+    if (I_sOptions.strManifest.empty())
+        throw base::USAGE_ERROR("verify needs --manifest: the file that store keeps with that "
+                                "option");
+    if (sObject.strName.empty() && !I_sOptions.bAll)
+        throw base::USAGE_ERROR("verify needs NAME or --all");
+    if (I_sOptions.bAll && (sObject.uCopyId != 0 || !sObject.strSpace.empty()))
+        throw base::USAGE_ERROR("--all takes spaces and copies from the manifest");
+    CheckSession(X_sConnection, I_sOptions);
+    const std::vector<MANIFEST_ENTRY> vecEntries = ChosenEntries(X_sConnection, I_sOptions);
+    library::CSession sSession(X_sConnection);
     base::JSON sObjects = base::JSON::array();
     size_t uBad = 0;
     for (const MANIFEST_ENTRY &sEntry : vecEntries)
     {
         if (!sObjects.empty()) sSession.Next();
-        SayStatus("verify " + base::Quoted(sEntry.strName) + ", object " +
-                  std::to_string(sObjects.size() + 1) + " of " + std::to_string(vecEntries.size()));
-        const VERDICT sVerdict = VerifyEntry(sSession, I_sConnection, I_sOptions, sEntry);
-        if (!I_sOptions.bJson) PrintLine(sVerdict);
-        sObjects.push_back(Json(sVerdict));
-        if (!sVerdict.strError.empty()) uBad++;
+        SayStatus(base::Text("verify ", base::Quoted(sEntry.strName), ", object ",
+                             sObjects.size() + 1, " of ", vecEntries.size()));
+        sObjects.push_back(VerifyEntry(sSession, X_sConnection, I_sOptions, sEntry));
+        if (!I_sOptions.bJson) PrintLine(sEntry.strName, sObjects.back());
+        if (!sObjects.back()["ok"]) uBad++;
     }
     sSession.Close();
     if (I_sOptions.bJson)
         std::cout << base::Dump({{"schema", SCHEMA}, {"failed", uBad}, {"objects", sObjects}})
                   << '\n';
-    const std::string strCount = std::to_string(vecEntries.size());
+    const size_t uCount = vecEntries.size();
     if (uBad > 0)
-        throw base::FAILURE(std::to_string(uBad) + " of " + strCount + " objects failed to verify");
+        throw base::FAILURE(base::Text(uBad, " of ", uCount, " objects failed to verify"));
     if (I_sOptions.bJson) return;
-    std::cerr << "xbsactl: verified " << strCount << (strCount == "1" ? " object\n" : " objects\n");
+    std::cerr << "xbsactl: verified " << uCount << (uCount == 1 ? " object\n" : " objects\n");
 }
 } // namespace transfer
