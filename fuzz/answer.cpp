@@ -1,4 +1,5 @@
-// The utility's answers, through the whole task: a session, a job, their close, a query.
+// The utility's answers, through the whole task: a session, a job, their close, a query. Its folder
+// and the texts of its options are any bytes, too.
 #include "fuzz.h"
 
 #include <algorithm>
@@ -14,7 +15,9 @@ static void Run(ENUM_COM_TASK eTask, const std::string &I_strWord)
     for (size_t uRun = uFirst; uRun < sWorld.vecCommands.size(); uRun++)
     {
         const std::vector<std::string> vecWords = fuzz_ShellWords(sWorld.vecCommands[uRun]);
-        CHECK(vecWords[0] == "/opt/k/olm_com_interface");
+        const std::string strFolder = vecWords[0].substr(0, vecWords[0].rfind("/olm_com_interface"));
+        CHECK(strFolder.size() < vecWords[0].size());
+        CHECK(sWorld.mapFiles["/etc/korva2000.ini"].find(strFolder) != std::string::npos);
         CHECK(uRun != uFirst || std::count(vecWords.begin(), vecWords.end(), I_strWord) != 0);
     }
 }
@@ -31,6 +34,13 @@ static void CheckSecret(const std::string &I_strAnswers)
 void fuzz_One(std::string &X_strBytes)
 {
     const unsigned uMode = fuzz_Byte(X_strBytes);
+    if ((uMode & 32) != 0)
+    {
+        sWorld.mapFiles["/etc/korva2000.ini"] = fuzz_Text(X_strBytes, '|');
+        for (const char *cpName : {"KORVA_SERVER", "KORVA_JOB", "KORVA_TAPE_SERVER", "KORVA_DRIVE",
+                                   "KORVA_POOL", "KORVA_COM_TIMEOUT"})
+            sWorld.mapEnvironment[cpName] = fuzz_Text(X_strBytes, '|').c_str();
+    }
     std::string strAnswers;
     while (!X_strBytes.empty() && sWorld.vecAnswers.size() < 4)
     {

@@ -176,9 +176,9 @@ long fuzz_Init(unsigned I_uLevel, bool I_bStrict, bool I_bInformix)
     BSA_ObjectOwner sOwner = {"INFORMIX", ""};
     if (!I_bInformix) sOwner.bsa_ObjectOwner[0] = 'P';
     if (I_bStrict) sWorld.mapEnvironment["KORVA_STRICT"] = "1";
-    sWorld.mapEnvironment["KORVA_SERVER"] = "srv";
-    sWorld.mapEnvironment["KORVA_JOB"] = "job";
-    sWorld.mapFiles["/etc/korva2000.ini"] = "SM_BIN_KORVA = /opt/k\n";
+    sWorld.mapEnvironment.emplace("KORVA_SERVER", "srv"); // unless the target has said so
+    sWorld.mapEnvironment.emplace("KORVA_JOB", "job");
+    sWorld.mapFiles.emplace("/etc/korva2000.ini", "SM_BIN_KORVA = /opt/k\n");
     const auto fpTrace = [](char *cpMessage) {
         CHECK(strlen(cpMessage) < XBSA_TRACE_SIZE);
         sWorld.strTrace.append(cpMessage).append("\n");

@@ -4,7 +4,7 @@
 #   servers.sh FOLDER           all that the tests talk to
 #   servers.sh FOLDER PACKAGE   one, with the libraries that this system lacks for it
 set -eu
-all="proftpd-core vsftpd pure-ftpd python3-pyftpdlib"
+all="proftpd-core vsftpd pure-ftpd"
 mkdir -p "$1"
 cd "$1"
 complete=complete${2+.$2}

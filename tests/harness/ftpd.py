@@ -8,14 +8,13 @@ import select
 import shutil
 import socket
 import subprocess
-import sys
 import tempfile
 import threading
 
 DEADLINE = 200
 ROOT = os.environ["XBSA_FTPD"]
 LIBRARIES = f"lib/{os.uname().machine}-linux-gnu"
-ENV = {"PATH": os.environ["PATH"], "XBSA_FTPD": ROOT, "PYTHONPATH": f"{ROOT}/usr/lib/python3/dist-packages",
+ENV = {"PATH": os.environ["PATH"], "XBSA_FTPD": ROOT,
        "LD_LIBRARY_PATH": f"{ROOT}/usr/{LIBRARIES}:{ROOT}/{LIBRARIES}"}
 
 # Options, separated by semicolons. An aborted store leaves what was there before.
@@ -65,8 +64,7 @@ class Daemon:
         self.command = {"proftpd": [f"{ROOT}/usr/sbin/proftpd", "-c", conf],
                         "vsftpd": [f"{ROOT}/usr/sbin/vsftpd", conf],
                         "pure-ftpd": [f"{ROOT}/usr/sbin/pure-ftpd", "-H", "-F", banner, "-l",
-                                      f"puredb:{users}", "-I", str(-(-limit // 60))],
-                        "pyftpdlib": [sys.executable, __file__, self.data, str(limit)]}[name]
+                                      f"puredb:{users}", "-I", str(-(-limit // 60))]}[name]
         self.children = []
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = self.listener.getsockname()[1]
@@ -112,47 +110,3 @@ def serve_behind(test, server):
                 lambda: os.close(reader), server.forget, thread.join, lambda: os.close(writer)):
         test.addCleanup(job)
     return server
-
-
-def serve_standard_input(folder, limit):
-    """pyftpdlib on the connection that is standard input. By itself it connects at PORT and says
-    125; here it connects at STOR and RETR and says 150, as a tape server does."""
-    from pyftpdlib import authorizers, handlers, ioloop, servers
-
-    class Data(handlers.DTPHandler):
-        timeout = limit
-
-    class Connector(handlers.ActiveDTP):
-        def handle_write(self):
-            """In 1.5.8 and later it would stop waiting until the new connection takes more data."""
-
-    class Handler(handlers.FTPHandler):
-        timeout, dtp_handler, active_dtp = limit, Data, Connector
-        authorizer = authorizers.DummyAuthorizer()
-        use_sendfile = False
-
-        def ftp_PORT(self, line):
-            numbers = line.split(",")
-            self.active = ".".join(numbers[:4]), int(numbers[4]) * 256 + int(numbers[5])
-            self.respond("200 Later.")
-
-        def pre_process_command(self, line, cmd, arg):
-            super().pre_process_command(line, cmd, arg)
-            if cmd in ("STOR", "RETR") and (self._in_dtp_queue or self._out_dtp_queue):
-                self._make_eport(*self.active)
-
-        def respond(self, resp, logfun=handlers.logger.debug):
-            if resp != "200 Active data connection established.":
-                super().respond(resp, logfun)
-
-    Handler.authorizer.add_user("backup", "secret", folder, perm="elrw")
-    loop = ioloop.IOLoop()
-    server = servers.FTPServer(("127.0.0.1", 0), Handler, ioloop=loop)
-    connection = socket.socket(fileno=os.dup(0))
-    handler = server.handle_accepted(connection, connection.getpeername())
-    while not handler._closed:
-        loop.loop(timeout=1, blocking=False)
-
-
-if __name__ == "__main__":
-    serve_standard_input(sys.argv[1], int(sys.argv[2]))

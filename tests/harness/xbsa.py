@@ -27,10 +27,10 @@ TYPES = {"i": c.c_int, "I": c.c_uint, "H": c.c_ushort, "B": c.c_ubyte, "l": c.c_
          "L": c.c_ulong, "d": c.c_double, "p": c.c_void_p, "f": TraceSink}
 
 
-def rows(columns, *cells):
-    """A table whose cells have the names of the columns."""
-    row = collections.namedtuple("row", columns)
-    return [row(*cell) for cell in cells]
+def rows(columns, *cells, **defaults):
+    """A table whose cells have the names of the columns; the last ones may be left out, or named."""
+    row = collections.namedtuple("row", columns.split() + list(defaults), defaults=defaults.values())
+    return [row(**cell) if isinstance(cell, dict) else row(*cell) for cell in cells]
 
 
 def field_type(code):
@@ -155,10 +155,10 @@ def pattern(size):
     return hashlib.shake_128(b"korva").digest(size)
 
 
-def both_modes(rows):
+def both_modes(table):
     """Each row after its mode's environment, with of each <default|strict> in it what holds there."""
-    for row, strict in itertools.product(rows, (0, 1)):
-        yield {"KORVA_STRICT": str(strict)}, *(re.sub(
+    for row, strict in itertools.product(table, (0, 1)):
+        yield {"KORVA_STRICT": str(strict)}, row._make(re.sub(
             r"<([^|>]*)\|([^>]*)>", lambda both: both[1 + strict], cell)  # pylint: disable=W0640
             if isinstance(cell, str) else cell for cell in row)
 

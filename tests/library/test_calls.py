@@ -6,11 +6,11 @@ import unittest
 
 from calls import call
 from server import Server
-from xbsa import Descriptor, Owner, Version, run, run_started
+from xbsa import Descriptor, Owner, Version, rows, run, run_started
 
 # Calls one after the other, their codes, then the bits of the calls made. Those of a transfer in
 # any order, with wrong handles and nulls, are in test_random.py.
-ORDERS = [("init init", "0 5", 0x400), ("init terminate init", "0 0 5", 0x400),
+ORDERS = rows("calls codes bits", ("init init", "0 5", 0x400), ("init terminate init", "0 0 5", 0x400),
     ("init begin commit init", "0 0 0 0", 0x400), ("init begin abort abort", "0 0 0 5", 0),
     ("init terminate! delete!", "0 6 0", 0x400), ("init-nohandle init", "22 5", 0x400),
     ("init-noowner begin", "22 0", 0x401), ("init-noenv begin", "0 0", 0x401),
@@ -24,17 +24,16 @@ ORDERS = [("init init", "0 5", 0x400), ("init terminate init", "0 0 5", 0x400),
     ("init begin query! query commit begin query-null", "0 0 6 5 0 0 22", 0x1001),
     ("init begin query-noobject next", "0 0 22 18", 0x1501),
     ("version version-null init", "0 22 0", 0xC00), ("version-null", "22", 0),
-    ("provider-null error-null error-nosize", "22 22 22", 0x2000)]
-# BSAInit's entries (HOST is BSA_SERVICE_HOST), then host, port and time-out.
-ENTRIES = [
-    ([], b"", 0, 0), (["HOST=host1"], b"host1", 21, 0), (["HOST=host1:4711"], b"host1", 4711, 0),
-    (["HOST=h:"], b"h", 21, 0), (["HOST=h::4711"], b"h", 4711, 0), (["HOST=::h"], b"h", 21, 0),
-    (["HOST=h:1", "HOST=::"], b"h", None, 0), (["HOST=h:4294967317"], b"h", 2**31 - 1, 0),
-    (["HOST=h:-4294967317"], b"h", -2**31, 0), (["HOST=h:1", "HOST="], b"h", None, 0),
-    (["HOST=h:1", "BSA_TIMEOUT=30", "OTHER=x", ""], b"h", 1, 30),
-    (["BSA_API_VERSION=1.9", "HOST=h:2"], b"h", 2, 0),
-    (["BSA_API_VERSION=2.0", "HOST=h:2"], b"", None, 0), (["BSA_API_VERSION"], b"", None, 0),
-    (["HOST", "BSA_TIMEOUT"], b"", 21, 0), (["HOST=" + "h" * 5000 + ":7"], b"h" * 4095, 7, 0)]
+    ("provider-null error-null error-nosize", "22 22 22", 0x2000))
+# HOST is BSA_SERVICE_HOST; a port of None stays as it is.
+ENTRIES = rows("entries host port", ([], b"", 0), (["HOST=host1"], b"host1", 21),
+    (["HOST=host1:4711"], b"host1", 4711), (["HOST=h:"], b"h", 21), (["HOST=h::4711"], b"h", 4711),
+    (["HOST=::h"], b"h", 21), (["HOST=h:1", "HOST=::"], b"h", None),
+    (["HOST=h:4294967317"], b"h", 2**31 - 1), (["HOST=h:-4294967317"], b"h", -2**31),
+    (["HOST=h:1", "HOST="], b"h", None), (["HOST=h:1", "BSA_TIMEOUT=30", "OTHER=x", ""], b"h", 1, 30),
+    (["BSA_API_VERSION=1.9", "HOST=h:2"], b"h", 2), (["BSA_API_VERSION=2.0", "HOST=h:2"], b"", None),
+    (["BSA_API_VERSION"], b"", None), (["HOST", "BSA_TIMEOUT"], b"", 21),
+    (["HOST=" + "h" * 5000 + ":7"], b"h" * 4095, 7), time_out=0)
 # Variables of the COM utility: what is changed in a full set, result, fields that stay empty.
 LIMITS = {"KORVA_SERVER": ("szKORVAServer", 127), "KORVA_JOB": ("szJobName", 255),
           "KORVA_TAPE_SERVER": ("szKORVATapeServer", 127), "KORVA_DRIVE": ("szDrive", 7),

@@ -3,7 +3,6 @@ import ctypes as c
 import os
 import pwd
 import re
-import shlex
 import socket
 import time
 import unittest
@@ -11,51 +10,41 @@ import unittest
 from calls import call
 from server import Server
 from utility import INI, Utility, answers, need_private_etc, start, traced
-from xbsa import STRICT, Descriptor, Name, Query, both_modes, descriptor, run, write_plain
+from xbsa import STRICT, Descriptor, Name, Query, both_modes, descriptor, rows, run, write_plain
 
 setUpModule = need_private_etc  # pylint: disable=invalid-name
 FULL_MASK, NO_MASK = "fffffffe7ffbfeff", "0" * 16
-# Command lines: words of each pass by task; a word without a letter stands for a second blank.
-OPTIONS = {"szKORVATapeServer": "-S {szKORVATapeServer}", "szDrive": "-d {szDrive}",
-           "szPool": "-m {szPool}", "szCOMTimeOut": "-W {szCOMTimeOut}"}
-OPEN = ["{d} open -C {szKORVAServer} -I informix", "{d} openjob:{szSessionID} -C {szKORVAServer} "
+# The command lines of each task, one a run; a blank word is a second blank.
+OPEN = ["{way} open -C {szKORVAServer} -I informix", "{way} openjob:{szSessionID} -C {szKORVAServer} "
         "-j {szJobName} -s {saveset} -I informix{options} --  {space}@{path}"]
-CLOSE = ["{d} closejob:{szSessionID} -C {szKORVAServer} -j {szJobName} -s {saveset} -I informix "
-         "-i {status}", "{d} close:{szSessionID} -C {szKORVAServer} -I informix -i {status}"]
+CLOSE = ["{way} closejob:{szSessionID} -C {szKORVAServer} -j {szJobName} -s {saveset} -I informix "
+         "-i 2", "{way} close:{szSessionID} -C {szKORVAServer} -I informix -i 2"]
 QUERY = ["-q -C {szKORVAServer} -I informix -j {szJobName} -s NULL -- {space}@{path}"]
-TASKS = {0: ("", [""]), 1: ("-b", OPEN), 2: ("-r", OPEN), 3: ("-b", CLOSE), 4: ("-r", CLOSE),
-         5: ("", QUERY), 6: ("", [""]), 7: ("", [""])}
+TASKS = {0: [""], 1: OPEN, 2: OPEN, 3: CLOSE, 4: CLOSE, 5: QUERY, 6: [""], 7: [""]}
+OPTIONS = {"szKORVATapeServer": "-S", "szDrive": "-d", "szPool": "-m", "szCOMTimeOut": "-W"}
 FIELDS = {"szKORVAServer": "srv-1.x", "szJobName": "job_%=+:,/", "szKORVATapeServer": "tape",
           "szDrive": "SMS01", "szPool": "pool", "szCOMTimeOut": "30", "szSessionID": "S1",
           "szSavesetID": "77", "szRestoreID": "", "space": "rootdbs", "path": "/data"}
-# Task, options, values that differ, and whether a job is open.
-CLOSES = [(task, [], {"szRestoreID": restore}) for task in (3, 4) for restore in ("", "R1")]
-LINES = [(task, options, {}, 1) for task in (1, 2)
-         for options in ([], *([name] for name in OPTIONS), list(OPTIONS))]
-LINES += [(*row, 1) for row in CLOSES]
-ONE_PASS = [(*row, 0) for row in CLOSES] + [(task, OPTIONS, {}, 1) for task in (0, 5, 6, 7)]
+NO_OPTIONS = dict.fromkeys(OPTIONS, "")
+# Values that differ from FIELDS, and whether a job is open.
+LINES = rows("task values started", *((task, values, 1) for task in (1, 2) for values in (
+    {}, NO_OPTIONS, *(NO_OPTIONS | {name: FIELDS[name]} for name in OPTIONS))),
+    *((task, {"szRestoreID": restore}, started) for task in (3, 4) for restore in ("", "R1")
+      for started in (1, 0)), *((task, {}, 1) for task in (5, 6, 7, 0)))
 # Texts of at most seven bytes that would make a file named "c" if a shell read them.
 HOSTILE = [";>c;", "`>c`", "$(>c)", "\n>c\n", "'>c;'", "\">c\"", "|>c", "&>c&", "a b", "*", "~",
            "'", "\\", "-x", "\x01\xff", "#", "!!", "''>c''"]
 
 
-def expected(task, values, options, started):
-    direction, passes = TASKS[task]
+def expected(task, values, started):
     saveset = values["szSavesetID"] if task != 2 else "4294967295"
     if task in (3, 4) and values["szRestoreID"]:
         saveset += "@" + values["szRestoreID"]
-    values = values | {"d": direction, "saveset": saveset}
-    extra = "".join(" " + OPTIONS[name] for name in OPTIONS if name in options)
-    lines, calls = [], []
-    for words in passes[passes is CLOSE and not started:]:
-        words = [word.format(**values) for word in words.replace("{options}", extra).split(" ")]
-        lines.append(" ".join(map(quoted, words)))
-        calls.append([word for word in words if word])
-    return lines, calls
-
-
-def quoted(word):
-    return shlex.quote(word).replace("'\"'\"'", r"'\''") if word else ""
+    options = "".join(f" {word} {{{name}}}" for name, word in OPTIONS.items() if values[name])
+    values = values | {"way": "-b" if task in (1, 3) else "-r", "saveset": saveset}
+    lines = TASKS[task][TASKS[task] is CLOSE and not started:]
+    return [[word.format(**values) for word in line.replace("{options}", options).split(" ")]
+            for line in lines]
 
 
 def in_turn(x, call, rows):
@@ -88,33 +77,35 @@ def run_task(x, task, values, started=1, status=0):
 
 
 class Commands(unittest.TestCase):
-    def check(self, rows, mask=FULL_MASK, name="bin", strict="0"):
+    def check(self, table, mask=FULL_MASK, name="bin", strict="0", plain=True):
+        """plain: no word needs quotes, so the trace shows them as they are."""
         utility = Utility(self, name=name)
-        arguments = [(task, FIELDS | change | dict.fromkeys(OPTIONS.keys() - options, ""), started, 2)
-                     for task, options, change, started in rows]
+        arguments = [(row.task, FIELDS | row.values, row.started, 2) for row in table]
         got = run(in_turn, run_task, arguments, env={"KORVA_STRICT": strict})
         calls = iter(utility.calls())
-        for (task, options, change, started), ((result, saveset, _), trace) in zip(rows, got.value):
-            with self.subTest(task=task, options=options, change=change, started=started):
-                values = FIELDS | change | {"status": 2}
-                values["szSavesetID"] = saveset if task == 1 else values["szSavesetID"]
-                lines, words = expected(task, values, options, started)
-                self.assertEqual(traced(trace, "com_intf: COM COMMAND: "),
-                                 [f"[{quoted(utility.path)} {line}]" for line in lines])
-                self.assertEqual([next(calls, None) for _ in words],
-                                 [(arguments, FULL_MASK, "0 1 2") for arguments in words])
-                self.assertEqual(result, (int(task in (0, 7)), 2, set()))
-                self.assertEqual("com_intf: COM answer not received." in trace, task in (0, 7))
+        for row, ((result, saveset, _), trace) in zip(table, got.value):
+            with self.subTest(row):
+                values = FIELDS | row.values
+                values["szSavesetID"] = saveset if row.task == 1 else values["szSavesetID"]
+                lines = expected(row.task, values, row.started)
+                if plain:
+                    self.assertEqual(traced(trace, "com_intf: COM COMMAND: "),
+                                     [f"[{utility.path} {' '.join(words)}]" for words in lines])
+                self.assertEqual([next(calls, None) for _ in lines], [
+                    ([word for word in words if word], FULL_MASK, "0 1 2") for words in lines])
+                silent = row.task in (0, 7)
+                self.assertEqual(result, (int(silent), 2, set()))
+                self.assertEqual("com_intf: COM answer not received." in trace, silent)
         self.assertEqual((got.mask, list(calls)), (mask, []))
 
     def test_lines(self):
-        for strict, mask in (("0", FULL_MASK), ("1", NO_MASK), ("", FULL_MASK), ("yes", FULL_MASK)):
+        for strict, mask in (("0", FULL_MASK), ("1", NO_MASK), ("yes", FULL_MASK)):
             self.check(LINES, mask, strict=strict)
-        self.check(ONE_PASS, NO_MASK)
+        self.check([row for row in LINES if len(expected(row.task, FIELDS, row.started)) == 1], NO_MASK)
 
     def test_hostile(self):
-        self.check([(task, OPTIONS, dict.fromkeys(FIELDS, text), 1) for text in HOSTILE
-                    for task in range(1, 6)], name="b;>c $(>c)'")
+        self.check([LINES[0]._replace(task=task, values=dict.fromkeys(FIELDS, text))
+                    for text in HOSTILE for task in range(1, 6)], name="b;>c $(>c)'", plain=False)
 
     def test_too_long(self):
         utility, values = Utility(self), FIELDS | {"space": ";" * 1024}
@@ -126,114 +117,108 @@ class Commands(unittest.TestCase):
         self.assertEqual([line[:7] for line in utility.arguments()], ["-b open", "-r open"])
 
 
-# What the utility is in place of a script that works, and whether it answers.
-LIFELESS = [
-    (None, False), ("#!/bin/sh\nkill -9 $$\n", False), ("#!/bin/sh\necho reply=ERROR >&2\n", False),
-    ("#!/bin/sh\nfor i in re ply = OK '\\n' x; do printf $i; done\n", True),
-]
-# The INI file, the result, the path behind the folder "/b" or None, the length reported; the room
-# for the path, if it is not that of com_intf. The key is written "KEY".
+# What the utility does, if it can be run, and how many bytes of its answer are read.
+UTILITIES = rows("script read", (None, 0), ("kill -9 $$", 0), ("echo reply=ERROR >&2", 0),
+    ("for i in re ply = OK '\\n' x; do printf $i; done", 10),
+    # what comes behind a good answer changes nothing
+    *(("echo reply=OK; " + then, 9) for then in ("exit 255", "kill -9 $$", "exec >&- 2>&-; sleep 0.2")),
+    ("echo reply=OK; yes x | head -c 100000", 32768), ("echo reply=OK; yes x | head -c 32758", 32767))
 NAME = "/olm_com_interface"
-INIS = [*((text, 0, NAME, 2) for text in (
+# "KEY" stands for the key. The path is behind the folder "/b"; room is the caller's for it.
+INIS = rows("file code path length",
+    *((file, 0, NAME, 2) for file in (
         "KEY=/b\n", "  KEY  =  /b  \r\n", "KEY=/b", "[section]\n#KEY=/x\nKEY=/b\n",
         "\n  \nnonsense\nOTHER=/x\nKEY=/b\nKEY=/y\n", "x" * 511 + "KEY=/x\nKEY=/b\n",
         "KEY=/b" + " " * 1500 + "\r\n", "a\0b\n\0\nKEY=/b\0\nOTHER=/x\n")),
-    *((text, 1, None, 1024) for text in (
-        "sm_bin_korva=/x\nSm_Bin_Korva=/x\nKEY_=/x\n", "", "x" * 1022 + "KEY=/x\n",
+    *((file, 1, None, 1024) for file in (
+        "sm_bin_korva=/x\nSm_Bin_Korva=/x\nKEY_=/x\n", "x" * 1022 + "KEY=/x\n",
         "KEY=/b" + "d" * 497 + "\n")),
-    *(("KEY=/b" + "d" * 496 + end, 0, "d" * 496 + NAME, 498) for end in ("", "\n")),
-    ("KEY=/b/\n", 0, NAME, 3), ("KEY=/b=c\n", 0, "=c" + NAME, 4), ("KEY=/b\n", 1, None, 2, 1),
+    ("KEY=/b" + "d" * 496, 0, "d" * 496 + NAME, 498), ("KEY=/b/\n", 0, NAME, 3),
+    ("KEY=/b=c\n", 0, "=c" + NAME, 4), ("KEY=/b\n", 1, None, 2, 1),
     ("KEY=/b" + "d" * 398, 1, None, 400, 419), ("KEY=/b" + "d" * 398, 0, "d" * 398 + NAME, 400, 420),
-    ("KEY=\n", 1, None, 0, 19), ("KEY=\n", 0, NAME, 0, 20)]
+    ("KEY=\n", 1, None, 0, 19), ("KEY=\n", 0, NAME, 0, 20), room=1024)
 
 
 class Runs(unittest.TestCase):
-    def test_lifeless(self):
-        for script, answers_it in LIFELESS:
-            with self.subTest(script):
-                Utility(self, script=script)
+    def test_utilities(self):
+        for row in UTILITIES:
+            with self.subTest(row.script):
+                Utility(self, script=row.script and f"#!/bin/sh\n{row.script}\n")
                 got = run(run_task, 6, FIELDS)
                 self.assertEqual((got.value[0], got.mask, got.stderr), ((0, 0, set()), NO_MASK, ""))
-                self.assertEqual(bool(traced(got, "com_intf: Answer received")), answers_it)
-                self.assertEqual("com_intf: COM answer not received." in got.trace, not answers_it)
+                sizes = traced(got, "com_intf: Answer received, bytes read: ")
+                self.assertEqual(sum(int(size[1:-2]) for size in sizes), row.read)
+                self.assertEqual("com_intf: COM answer not received." in got.trace, row.read == 0)
 
     def test_no_input(self):
         utility = Utility(self)
         got = run(lambda x: [x.com_intf(task, None) for task in (0, 6, 7, 1, 2, 3, 4, 5)]).value
         self.assertEqual((got[:3], 0 in got, set(utility.arguments()) - {""}), ([1, 1, 1], False, set()))
 
-    def test_sizes(self):
-        for size in 32767, 32768, 100000:
-            with self.subTest(size):
-                taken, last = min(size, 32768), b"\nsessionID=LAST"
-                answer = b"reply=OK\nmedia=".ljust(taken - len(last), b"m") + last
-                utility = Utility(self, {"bare": answer.ljust(size, b"Z")})
-                got = run(lambda x: (x.com_intf(6, c.byref(x.state.sCOM)),
-                                     x.state.sCOM.szSessionID))
-                sizes = traced(got, "com_intf: Answer received, bytes read: ")
-                self.assertEqual((got.value, sum(int(text[1:-2]) for text in sizes),
-                                  len(utility.calls())), ((0, b"LAST"), taken, 1))
-
     def test_ini_file(self):
-        def find(x, text, room=1024):
+        def find(x, text, room):
             write_plain(INI, text.replace("KEY", "SM_BIN_KORVA"))
             path, size = c.create_string_buffer(1024), c.c_uint(room)
             code = x.find_com_intf(path, c.byref(size))
             return code, path.value.decode(), size.value
-        got = run(in_turn, find, [(text, *room) for text, _, _, _, *room in INIS]).value
-        for (text, code, path, size, *room), (value, _) in zip(INIS, got):
-            with self.subTest(text[:40], length=len(text), room=room):
-                folder = "/b" if "/b" in text else ""
-                self.assertEqual(value, (code, folder + path if path else "", size))
+        got = run(in_turn, find, [(row.file, row.room) for row in INIS]).value
+        for row, (value, _) in zip(INIS, got):
+            with self.subTest(row.file[:40], length=len(row.file), room=row.room):
+                folder = "/b" if "/b" in row.file else ""
+                self.assertEqual(value, (row.code, folder + row.path if row.path else "", row.length))
 
 
-# Answers: the text, the result, and fields that must hold these values afterwards.
-ANSWERS = [
+# Answers, the result, and what fields hold afterwards.
+ANSWERS = rows("answer code",
     # Two lines that count stand for a reply.
-    *((text + "\nlifetime=0", 0, {}) for text in (
+    *((text + "\nlifetime=0", 0) for text in (
         "jobname=a|tape_server=h|drive=d|tape=l:1|format=f|savesetname=a|initiator=a|segment=1|"
         "logfile=l|verbose=2|message=no tape|sessionID=s").split("|")),
-    *((text, 0, {}) for text in ("reply=OK", "reply = ok  \r\n\r\n", "initiator=a\nlifetime=0",
-                                 "media=a\nreply=OK")), *((text, 1, {}) for text in (
+    *((text, 0) for text in ("reply=OK", "reply = ok  \r\n\r\n", "media=a\nreply=OK",
+                             "\x80\xff\nreply=OK\n\0reply=ERROR", "x" * 20000 + "\nreply=OK")),
+    *((text, 1) for text in (
         "", "\n\r\n", "Reply=OK", " reply=OK", "reply=OKAY", "reply=", "reply", "replyX=OK",
         "reply=maybe", "reply=OK\nreply=OK", "message=no tape\nreply=ERROR", "reply=Error",
         "garbage\x01\xff", "jobname=a", "media=a\nmedia=b", "reply=OK\ntape_server=srv:2000:u",
-        "reply=OK\ntape_server=  ")), ("sessionID=1234\nreply=OK", 1, {"szSessionID": "1234"}),
+        "reply=OK\ntape_server=  ", "\0reply=OK", "reply=O\0K", "\0" * 9999)),
+    ("sessionID=1234\nreply=OK", 1, {"szSessionID": "1234"}),
     *(("reply=OK\n" + text, 1, fields) for text, fields in [
         ("tape=LBL", {"szTape": "old"}), ("tape_server=h:99999999:u:p", {"iPort": 7}),
         ("tape_server=" + "h" * 510 + ":1:u:p", {"iPort": 7}),
         ("sessionID=1\ntape=LBL\nsessionID=2", {"szSessionID": "1"})]),
-    *((f"reply=OK\n{text}", 0, {"szSessionID": value}) for text, value in [
-        ("sessionID=1234", "1234"), ("sessionID", "old"), ("sessionID=", "old"),
-        ("sessionID=   ", ""), ("sessionID=   a b  ", "a b"), ("sessionID=a=b", "a=b"),
-        (" sessionID=a\nSESSIONID=b\nsession=c", "old")]),
-    *(("reply=OK\n" + text, 0, fields) for text, fields in [("jobname=J\rdrive=SMS01\nformat=QAB",
-         {"szJobName": "J", "szPath": "SMS01", "szInter": "QAB"}),
+    *((f"reply=OK\nsessionID{text}", 0, {"szSessionID": value}) for text, value in [
+        ("=1234", "1234"), ("", "old"), ("=", "old"), ("=   ", ""), ("=   a b  ", "a b"),
+        ("=a=b", "a=b"), ("=a\nsessionID=b\n sessionID=c\nSESSIONID=d\nsession=e", "b")]),
+    *(("reply=OK\n" + text, 0, fields) for text, fields in [
+        ("jobname=J\rdrive=SMS01\nformat=QAB", {"szJobName": "J", "szPath": "SMS01", "szInter": "QAB"}),
         ("savesetname=ABC@R1", {"szSavesetID": "ABC", "szName": "ABC", "szRestoreID": "R1"}),
         ("savesetname=A@B@C", {"szName": "A", "szRestoreID": "B@C"}),
         ("savesetname=@R", {"szSavesetID": "", "szName": "", "szRestoreID": "R"}),
         ("savesetname=ABC", {"szSavesetID": "ABC", "szRestoreID": ""}),
         ("tape=LBL:17:65536", {"szTape": "LBL", "ulTapeID": 17, "iTCPBufsiz": 65536}),
-        ("tape=LBL:18:4:x", {"ulTapeID": 18, "iTCPBufsiz": 4}),
         ("tape=LBL:17", {"ulTapeID": 17, "iTCPBufsiz": 5}), ("segment=42x", {"ulSegmentNum": 42}),
         ("tape=:", {"szTape": "", "ulTapeID": 0}), ("logfile=a.log", {"szLogFile": "a.log"}),
         ("verbose=3", {"ucXBSATraceLevel": 67}), ("verbose=0", {"ucXBSATraceLevel": 64}),
-        ("tape_server=srv", {"szHostName": "srv", "iPort": 11001, "szPass": "",
-                             "szUser": "KORVA_SECURE_AUTHENTICATION"}),
-        ("tape_server=srv:2000:sms:pw", {"szUser": "sms", "szPass": "pw"})]),
+        ("tape_server=srv:2000:sms:pw", {"szHostName": "srv", "iPort": 2000, "szUser": "sms",
+                                         "szPass": "pw"})]),
     # What 5,000 bytes leave in a field: the value's room is 512 bytes, the field's its own.
     *((f"reply=OK\n{key}=" + "v" * 5000, 0, {name: "v" * size, "iOpenJobStarted": 0})
       for key, name, size in (
           ("jobname", "szJobName", 255), ("drive", "szPath", 511), ("format", "szInter", 511),
           ("logfile", "szLogFile", 511), ("sessionID", "szSessionID", 255),
-          ("savesetname", "szSavesetID", 255)))]
-SPECS = """srv 1 srv 11001 SECURE -|srv: 1 srv 11001 SECURE -|srv:2000 1 srv 2000 SECURE -
-|srv:2000: 0 srv 2000 SECURE -|srv:2000:u 0 srv 2000 u -|srv:2000:sms 0 srv 2000 SECURE -
-|srv::sms: 1 srv 11001 SECURE -|srv:2000:u:p 1 srv 2000 u p|srv:2000:u: 1 srv 2000 u -
-|srv:2000:sms:pw 1 srv 2000 sms pw|srv:2000::p 1 srv 2000 SECURE p|:2000:u:p 0 - 2000 u p
-|- 0 old old old old|BLANK 0 old old old old|h:1:u:p: 0|h:1:u:p:x 0|h:1234567:u:p 1 h 1234567 u p
-|h:12345678:u:p 0|HOST 1 HOST 11001 SECURE -|HOSTh 0|h:1:HOSTh:p 0|h:1:u:HOSTh 0"""
-WORDS = {"SECURE": "KORVA_SECURE_AUTHENTICATION", "HOST": "h" * 4095, "BLANK": "   ", "-": ""}
+          ("savesetname", "szSavesetID", 255))), fields={})
+SECURE, LONG = "KORVA_SECURE_AUTHENTICATION", "h" * 4095
+# What is left out of a refused one may be anything.
+SPECS = rows("spec code",
+    *((f"srv{rest}", 1, "srv", "11001", SECURE, "") for rest in ("", ":", "::sms:")),
+    ("srv:2000", 1, "srv", "2000", SECURE, ""), ("srv:2000:", 0), ("srv:2000:u", 0),
+    ("srv:2000:sms", 0), ("srv:2000:u:p", 1, "srv", "2000", "u", "p"),
+    ("srv:2000:u:", 1, "srv", "2000", "u", ""), ("srv:2000::p", 1, "srv", "2000", SECURE, "p"),
+    ("srv:2000:sms:pw", 1, "srv", "2000", "sms", "pw"), (":2000:u:p", 0),
+    *((spec, 0, "old", "old", "old", "old") for spec in ("", "   ")), ("h:1:u:p:", 0),
+    ("h:1:u:p:x", 0), ("h:1234567:u:p", 1, "h", "1234567", "u", "p"), ("h:12345678:u:p", 0),
+    (LONG, 1, LONG, "11001", SECURE, ""), (LONG + "h", 0), (f"h:1:{LONG}h:p", 0),
+    (f"h:1:u:{LONG}h", 0), host=None, port=None, user=None, password=None)
 
 
 def field(x, name):
@@ -257,25 +242,31 @@ def parse(x, answer, names):
 
 class Answers(unittest.TestCase):
     def test_answers(self):
-        got = run(in_turn, parse, [(answer, list(fields)) for answer, _, fields in ANSWERS]).value
+        got = run(in_turn, parse, [(row.answer, list(row.fields)) for row in ANSWERS]).value
         for (answer, code, fields), (value, trace) in zip(ANSWERS, got):
             with self.subTest(answer[:60]):
                 self.assertEqual(value, (code, fields))
                 silent = code == 0 or re.search("^reply=Error|tape[_=]", answer)
                 lines = [bool(traced(trace, f"parse_com_answer: {line}")) for line in (
                     "Invalid reply format.", "ERROR MESSAGE: [no tape]", "Value too long, cut to ")]
-                self.assertEqual(lines, [not silent, answer[:7] == "message", len(answer) > 512])
+                cut = 512 < len(answer) < 9999
+                self.assertEqual(lines, [not silent, answer[:7] == "message", cut])
+
+    def test_cut(self):
+        """At every byte: half a user is none."""
+        good = answers(4711)["openjob"].decode()
+        cuts = [(good[:size], ["szUser"]) for size in range(len(good) + 1)]
+        for (cut, _), ((code, fields), _) in zip(cuts, run(in_turn, parse, cuts).value):
+            self.assertIn(fields["szUser"] if code == 0 else "", ("", SECURE, "user"), cut)
 
     def test_host_specs(self):
         def split(x, spec):
             buffers = [c.create_string_buffer(b"old", size) for size in (4096, 8, 4096, 4096)]
             code = x.ParseCLIHostSpec(c.create_string_buffer(spec.encode()), *buffers)
             return (code, *(text.value.decode() for text in buffers))
-        rows = [[re.sub("SECURE|HOST|BLANK|^-$", lambda word: WORDS[word.group()], text)
-                 for text in row.split(" ")] for row in SPECS.replace("\n", "").split("|")]
-        for row, (got, _) in zip(rows, run(in_turn, split, [row[:1] for row in rows]).value):
-            with self.subTest(row[0][:40]):
-                self.assertEqual(got, (int(row[1]), *(row[2:] or got[1:])))
+        for row, (got, _) in zip(SPECS, run(in_turn, split, [row[:1] for row in SPECS]).value):
+            with self.subTest(row.spec[:40]):
+                self.assertEqual(got, row[1:] if row.host else (row.code, *got[1:]))
 
     def test_no_password(self):
         """At no level, in no line or dump, to no destination; what comes before it is shown."""
@@ -346,8 +337,8 @@ def query(x, actions, utility):
     return " ".join(found), x.last_error() != ""
 
 
-# Actions, and the results of the calls in both modes, of which a 3 leaves a last message.
-QUERIES = [
+# What the calls give in both modes; a 3 leaves a last message.
+QUERIES = rows("actions result",
     ("match begin query next", "found 18"), ("next", "5"), ("match begin query query", "found 5"),
     ("match begin query own=1-3 next next next", "found 1 2 18"),
     *((f"match begin query commit {answer} begin query next", f"found {code} 18") for answer, code in (
@@ -358,16 +349,17 @@ QUERIES = [
     ("match begin query own=1-3 index=2 commit no begin query own=1-3 index=0 next", "found 3 18"),
     ("match begin query own=0-1 index=0 commit begin query next", "found found 18"),
     *((f"match begin query own=1-128 index={index} next", "found 18") for index in (-1, 127, 1 << 30)),
-    ("match begin query own=1-128" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18")]
+    ("match begin query own=1-128" + " next" * 127, f"found {' '.join(map(str, range(1, 127)))} 18"))
 
 
 class Queries(unittest.TestCase):
     def test_queries(self):
-        for env, actions, want in both_modes(QUERIES):
-            with self.subTest(actions, env=env):
+        for env, row in both_modes(QUERIES):
+            with self.subTest(row.actions, env=env):
                 utility = Utility(self)
-                got = run(query, actions, utility, env=env)
-                self.assertEqual((*got.value, got.mask), (want, want.endswith(" 3 18"), NO_MASK))
+                got = run(query, row.actions, utility, env=env)
+                self.assertEqual((*got.value, got.mask),
+                                 (row.result, row.result.endswith(" 3 18"), NO_MASK))
                 self.assertLessEqual(set(utility.arguments()),
                                      {"-q -C srv -I informix -j job -s NULL -- sp%@/q"})
 
@@ -425,46 +417,43 @@ WELL, ONCE = GOOD.format(0), "(, close:S1 3)?"  # the session's, whose job was c
 STOR, RETR = "STOR ABC:QAB:none:17:LBL:64", "RETR ABC:0:0:17:5:none"
 NAMELESS = STOR.replace("ABC", "")
 STALE = ["szName", "szSessionID", "szRestoreID", "iOpenJobStarted"]
-# The server's oddity; changes of the job's answer; actions; what they told; runs of the utility;
-# transfers. The last three are patterns of both modes: <default|strict>.
-SESSIONS = [({}, {}, "store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
-    ({}, {}, "store restore", "000 000hello", f"{WELL}, {READ.format(0)}", f"{STOR}, {RETR}"),
-    ({}, {"savesetname": None}, "store", "000", WELL.replace("ABC@R1", "TIME"),
-     STOR.replace("ABC", "TIME")), ({}, {"savesetname": None, "drive": "/d"}, "restore", "000",
-     READ.format(0).replace("ABC@R1", "<-I|4711>"), "RETR 4711"),
-    ({}, {"drive": "/d"}, "store nameless restore", "000 000",
-     f"{WELL}, {READ.format(0).replace('ABC@R1', '<ABC|4711>')}", "STOR ABC, RETR 4711"),
-    ({"END": ["426 cut"]}, {}, "store", "00<0|3>", GOOD.format(3), STOR),  # the close did not fail
-    ({}, {}, "begin create block fault end commit", "0003<0|3>0", GOOD.format(3), STOR),
-    ({}, {}, "begin create block send-null end commit", "00022<0|3>0", GOOD.format("<0|3>"), STOR),
-    ({}, {}, "begin create block send! end commit", "0006<0|3>0", GOOD.format("<0|3>"), STOR),
-    ({"DATA": ["reset_data"]}, {}, "restore", "03<0|3>", READ.format("<0|3>"), RETR),
-    ({"DATA": ["begin", "reset_data"]}, {}, "restore", "03<0|3>hello", READ.format("<0|2>"), RETR),
-    ({"DATA": ["begin", "reset_data"]}, {}, "begin get read! take end commit", "0063<0|3>0",
-     READ.format("<0|3>").replace("4711", "0"), RETR),
-    ({}, {}, "mute-closejob store restore", "00<0|3> 00<0|3>hello",
+# What the calls told, the runs of the utility and the transfers are patterns of both modes. What is
+# odd stands in the actions, or the server's script, or is changed in the answer to openjob.
+SESSIONS = rows("actions result runs heard",
+    ("store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
+    ("store restore", "000 000hello", f"{WELL}, {READ.format(0)}", f"{STOR}, {RETR}"),
+    dict(actions="store", job={"savesetname": None}, result="000", runs=WELL.replace("ABC@R1", "TIME"),
+         heard=STOR.replace("ABC", "TIME")),
+    dict(actions="restore", job={"savesetname": None, "drive": "/d"}, result="000",
+         runs=READ.format(0).replace("ABC@R1", "<-I|4711>"), heard="RETR 4711"),
+    dict(actions="store nameless restore", job={"drive": "/d"}, result="000 000",
+         runs=f"{WELL}, {READ.format(0).replace('ABC@R1', '<ABC|4711>')}", heard="STOR ABC, RETR 4711"),
+    # the close of the job did not fail
+    dict(actions="store", server={"END": ["426 cut"]}, result="00<0|3>", runs=GOOD.format(3), heard=STOR),
+    *((f"begin create block {odd} end commit", f"000{code}<0|3>0", GOOD.format(status), STOR)
+      for odd, code, status in (("fault", 3, 3), ("send-null", 22, "<0|3>"), ("send!", 6, "<0|3>"))),
+    dict(actions="restore", server={"DATA": ["reset_data"]}, result="03<0|3>",
+         runs=READ.format("<0|3>"), heard=RETR),
+    dict(actions="restore", server={"DATA": ["begin", "reset_data"]}, result="03<0|3>hello",
+         runs=READ.format("<0|2>"), heard=RETR),
+    ("mute-closejob store restore", "00<0|3> 00<0|3>hello",
      f"{WELL[:-12]}, {READ.format(0)[:-12]}", f"{STOR}, {RETR}"),
-    ({}, {}, "deny store", "003", WELL[:-12], STOR),  # above no answer to the close, here a refusal
-    ({}, {}, "refuse restore", "3", "open", ""),  # no session, or no job
-    ({}, {}, "store refuse begin create end commit names", "000 03<0|3>0 /<S1|>//0",
-     WELL + ", open, close:<S1|> 3", STOR),
-    ({}, {}, "store half begin create end commit names", "000 03<0|3>0 /<S2|>//0",
-     WELL + ", open, close:<S2|> 3", STOR),
-    ({}, {}, "store mute-open store", "000 <000|3>", WELL + ", open<, close:S1 0|>",
-     f"{STOR}<, {NAMELESS}|>"),
-    ({}, {}, "store mute-openjob store", "000 <000|3>", WELL + ", open, openjob.*", f"{STOR}<, .*|>"),
-    ({}, {}, "store lose store", "000 003", WELL, f"{STOR}, {NAMELESS}"),
-    ({}, {}, "store lose begin create block find end commit", "000 000<0|3>0",
+    ("deny store", "003", WELL[:-12], STOR),  # above no answer to the close, here a refusal
+    ("refuse restore", "3", "open", ""),  # no session, or no job
+    *((f"store {odd} begin create end commit names", f"000 03<0|3>0 /<{left}|>//0",
+       f"{WELL}, open, close:<{left}|> 3", STOR) for odd, left in (("refuse", "S1"), ("half", "S2"))),
+    ("store mute-open store", "000 <000|3>", WELL + ", open<, close:S1 0|>", f"{STOR}<, {NAMELESS}|>"),
+    ("store mute-openjob store", "000 <000|3>", WELL + ", open, openjob.*", f"{STOR}<, .*|>"),
+    ("store lose store", "000 003", WELL, f"{STOR}, {NAMELESS}"),
+    ("store lose begin create block find end commit", "000 000<0|3>0",
      WELL + ", close:S1 <0|.>", f"{STOR}, {NAMELESS}"),
-    ({"CWD": ["550 no"]}, {}, "begin create end commit", "03<0|3>0",
-     f"{GOOD.format(3)}<, {ENDED.format(3)}|{ONCE}>", ""),
-    ({}, {}, "begin create block end end commit", "0000<0|3>0",
-     f"{WELL}<, {ENDED.format(3)}|{ONCE}>", STOR),
-    ({}, {}, "store begin create! names", "000 06 ABC/S1/R1/0", WELL, STOR),  # forgets the job
-    ({}, {}, "store begin create-noname names", "000 022 ABC/S1/R1/0", WELL, STOR),
-    ({}, {}, "store begin get! names", "000 06 ABC/S1/R1/0", WELL, STOR),
-    ({}, {}, "begin create block create end commit", "000500", OPENED + "close:S1 0", STOR),
-    ({}, {}, "begin create block commit end", "0000<0|3>", OPENED[:-2], STOR)]
+    dict(actions="begin create end commit", server={"CWD": ["550 no"]}, result="03<0|3>0",
+         runs=f"{GOOD.format(3)}<, {ENDED.format(3)}|{ONCE}>", heard=""),
+    ("begin create block end end commit", "0000<0|3>0", f"{WELL}<, {ENDED.format(3)}|{ONCE}>", STOR),
+    *((f"store begin {odd} names", f"000 0{code} ABC/S1/R1/0", WELL, STOR)  # forgets the job
+      for odd, code in (("create!", 6), ("create-noname", 22), ("get!", 6))),
+    ("begin create block create end commit", "000500", OPENED + "close:S1 0", STOR),
+    ("begin create block commit end", "0000<0|3>", OPENED[:-2], STOR), server={}, job={})
 HOSTS = f"""127.0.0.9 official.korva.test reverse.korva.test
 127.0.0.1 one.korva.test one
 127.0.0.2 reverse.korva.test
@@ -480,13 +469,13 @@ class Sessions(unittest.TestCase):
         write_plain(f"/etc/{name}", text)
 
     def test_sessions(self):
-        for env, script, changes, actions, *cells in both_modes(SESSIONS):
-            with self.subTest(actions, script=script, changes=changes, env=env):
-                server = Server(script, objects={RETR[5:]: b"hello"})
-                utility = Utility(self, answers(server.port, **changes))
-                told = run(session, actions, utility, server=server, env=env).value
+        for env, row in both_modes(SESSIONS):
+            with self.subTest(row, env=env):
+                server = Server(row.server, objects={RETR[5:]: b"hello"})
+                utility = Utility(self, answers(server.port, **row.job))
+                told = run(session, row.actions, utility, server=server, env=env).value
                 sent = ", ".join(line for line in sum(server.heard, []) if line[2:4] in ("OR", "TR"))
-                for got, want in zip((told, shortened(utility.calls()), sent), cells):
+                for got, want in zip((told, shortened(utility.calls()), sent), row[1:]):
                     self.assertRegex(re.sub(r"\b\d{10}\b", "TIME", got), f"^{want}$")
                 self.assertEqual({left for _, _, left in utility.calls()}, {"0 1 2"})
 

@@ -6,16 +6,15 @@ import socket
 import unittest
 import zlib
 
-from xbsa import Global, run
+from xbsa import Global, rows, run
 
 # Functions, and for each a row of arguments and the result.
 CALLS = {"x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)], "x_MatchKeyword": [
         (b"STO", b"STORE", 3, None, 0, 1), (b"STO", b"STORE", 4, None, 0, 0),
-        (b"stor", b"STORE", 0, None, 0, 0), (b"STOREX", b"STORE", 0, None, 0, 0),
-        (b"STORE=1", b"STORE", 0, b"=", 0, 1), (b"store", b"STORE", 0, None, 1, 0),
-        (b"store", b"STORE", 99, None, 0, 1), (b"stx", b"STORE", 2, b"x", 0, 0),
-        (b"stx", b"STORE", 2, b"X", 0, 1), (b" ", b"STORE", 1, None, 0, 0),
-        (None, b"STORE", 1, None, 0, 0), (b"a", b" ", 1, None, 0, 0), (b"st{", b"STORE", 2, None, 0, 0)],
+        (b"STOREX", b"STORE", 0, None, 0, 0), (b"STORE=1", b"STORE", 0, b"=", 0, 1),
+        (b"store", b"STORE", 0, None, 1, 0), (b"store", b"STORE", 99, None, 0, 1),
+        (b"stx", b"STORE", 2, b"x", 0, 0), (b"stx", b"STORE", 2, b"X", 0, 1),
+        (b" ", b"STORE", 1, None, 0, 0), (None, b"STORE", 1, None, 0, 0), (b"a", b" ", 1, None, 0, 0)],
     "strupr": [(b"a`Zz{\xe4", b"A`ZZ{\xe4")],
     "x_LTrim": [(b"  ab", b"abab"), (b" ab", b"abb"), (b"ab", b"ab")],
     "x_RTrim": [(b"ab  ", b"ab"), (b"   ", b""), (b"", b"")],
@@ -38,11 +37,11 @@ CALLS = {"x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)], "x_M
         (errno.EPERM, 4, None, b"Operation not permitted."), (1, 5, b"x", b"Host is unknown. x"),
         (9, 5, b"x", b""), (0, 1, b"only", b"only"), (7, 0, b"only", b" only"),
         (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, ...)]}
-# Mode, path, buffer size, transfer command; tape 7, segment 2, label T1.
-COMMANDS = [(1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
+# The transfer command; of tape 7, segment 2, label T1.
+COMMANDS = rows("mode path buffer command", (1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
     (1, b"SMS01", 262144, b"STOR obj:QAB:none:7:T1:256"), (1, b"sms01", 262144, b"STOR obj"),
     (1, b"SMS01", 512, b"STOR obj:QAB:none:7:T1:64"), (1, b"SMS", 1025, b"STOR obj:QAB:none:7:T1:1"),
-    (2, b"SMS01", 262144, b"RETR obj:0:0:7:2:none")]
+    (2, b"SMS01", 262144, b"RETR obj:0:0:7:2:none"))
 
 
 ROWS = [(name, row[:-1], row[-1]) for name, rows in CALLS.items() for row in rows]
@@ -54,14 +53,14 @@ def all_calls(x):
 
 
 def commands(x, mode, path, size, **changes):
-    sms = x.state.sObject.sSMS
-    sms.szUser, sms.szPass, sms.szPath, sms.szName, sms.szTape = b"u", b"p", path, b"obj", b"T1"
-    sms.ulTapeID, sms.ulSegmentNum, sms.iTCPBufsiz = 7, 2, size
-    for field, value in changes.items():
-        setattr(sms, field, value)
+    """The code, whether there is a last message, and the commands."""
+    fields = dict(szUser=b"u", szPass=b"p", szPath=path, szName=b"obj", szTape=b"T1", ulTapeID=7,
+                  ulSegmentNum=2, iTCPBufsiz=size) | changes
+    for field, value in fields.items():
+        setattr(x.state.sObject.sSMS, field, value)
     slots = [c.create_string_buffer(2048) for _ in range(16)]
     code = x.xbsa_prepare_commands((c.c_char_p * 16)(*map(c.addressof, slots)), mode)
-    return code, [slot.value for slot in slots]
+    return code, x.last_error() != "", [slot.value for slot in slots]
 
 
 def first_record(x):
@@ -98,23 +97,21 @@ class Helpers(unittest.TestCase):
         self.assertEqual(run(errors).value, ((7, 5, b"untouched"), "first", ""))
 
     def test_commands(self):
-        for *row, line in COMMANDS:
+        for row in COMMANDS:
             with self.subTest(row):
-                code, slots = run(commands, *row).value
-                self.assertEqual((code, slots[:6]), (0, [
-                    b"USER u", b"PASS p", b"TYPE I", b"CWD " + row[1], line, b"QUIT"]))
+                code, message, slots = run(commands, row.mode, row.path, row.buffer).value
+                self.assertEqual((code, message, slots[:6]), (0, False, [
+                    b"USER u", b"PASS p", b"TYPE I", b"CWD " + row.path, row.command, b"QUIT"]))
 
     def test_refused_commands(self):
-        def refused(x, name, value):
-            return commands(x, 1, b"SMS", 0, **{name: value})[0], x.last_error() != ""
+        def prepare(x, name, value):
+            return commands(x, 1, b"SMS", 0, **{name: value})[:2]
         for row in itertools.product(("szUser", "szPass", "szPath", "szName", "szTape"),
                                      (b"a\rb", b"a\nb", b"\x7fa", b"x" * 2047)):
             with self.subTest(row):
-                self.assertEqual(run(refused, *row).value, (-1, True))
-
+                self.assertEqual(run(prepare, *row).value, (-1, True))
         for length, code in (2040, 0), (2041, -1):  # with CR LF and terminator 2048
-            self.assertEqual(run(lambda x: commands(x, 1, b"/", 0, szUser=b"x" * length)[0]).value,
-                             code)
+            self.assertEqual(run(prepare, "szUser", b"x" * length).value, (code, code == -1))
 
     def test_timer(self):
         def timer(x, seconds):

@@ -18,7 +18,7 @@ from calls import call
 from ftpd import serve_behind
 from server import Server
 from xbsa import (LIBRARY, ROOT, SANITIZED, Block, Global, Owner, TraceSink, descriptor, descriptors,
-                  make_folder, resident_bytes, run, run_started)
+                  make_folder, resident_bytes, rows, run, run_started)
 
 CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
 SETTLED = 100  # after so many cycles the C library has what it keeps
@@ -99,12 +99,12 @@ def reused_in_transfer(x, renew, reuse):
     return codes, same
 
 
-def isolated_end(x, renew):
+def isolated_end(x):
     """Nothing of an earlier object, opened twice, spoils one on sockets of the host's own."""
     x.store(end=False)
     codes = [x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndTxn(x.handle, 1)]
     _ = [os.close(number) for number in set(connections(x)) & set(descriptors())]
-    codes, far = codes + [x.init()] * renew, far_ends(x)
+    codes, far = codes + [x.init()], far_ends(x)
     x.state.sSession.iLastCall |= 2
     return codes + [x.BSAEndData(x.handle)], [theirs.recv(100) for theirs in far]
 
@@ -127,67 +127,62 @@ def copied_record(x):
     return codes + [x.BSATerminate(x.handle)], heard
 
 
-# A call on a socket of the host's own, that gives an error of that number: because it does not
-# block, and is full or takes a part or has so many bytes; or it has a time limit; or a signal comes.
-# At which retry it has room again, and the status before: code, status after, number of retries.
-OWN = [("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
-    ("BSASendData", "full", errno.EAGAIN, 0, 5, 3, 3, 5),
+# A call on a socket of the host's own that does not block: it takes a part of a block, or none
+# ("full"), holds so many bytes, or a signal comes. At which retry it has room again, and the status
+# before; then the code, the status after and the number of retries.
+OWN = rows("call kind error room_at before code after tries",
+    ("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
     ("BSASendData", "part", errno.EAGAIN, 0, 0, 3, 2, 5),
     ("BSASendData", "part", errno.EAGAIN, 0, 5, 3, 5, 5),
-    ("BSASendData", "limit", errno.EAGAIN, 1, 0, 0, 0, 1),
     ("BSASendData", "signal", errno.EINTR, 1, 0, 0, 0, 1),
-    ("BSAGetData", "0", errno.EAGAIN, 0, 9, 3, 3, 0),
-    ("BSAGetData", "5", errno.EAGAIN, 0, 0, 3, 2, 0),
-    ("BSAGetData", "5", errno.EAGAIN, 0, 9, 3, 9, 0)]
+    ("BSAGetData", "0", errno.EAGAIN, 0, 9, 3, 3, 0), ("BSAGetData", "5", errno.EAGAIN, 0, 0, 3, 2, 0))
 
 
 def fill(ours, theirs, kind):
     ours.setblocking(False)
     if kind.isdigit():
         theirs.sendall(b"x" * int(kind))
-        return
-    if kind == "part":
+    elif kind == "part":
         ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 20000)
-    with contextlib.suppress(BlockingIOError):
-        while True:
-            ours.send(b"y" * 4096)
-    if kind == "part":
-        theirs.recv(4096)
-    ours.setblocking(kind in ("limit", "signal"))
-    if kind == "limit":
-        ours.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, struct.pack("ll", 0, 20000))
-    signal.setitimer(signal.ITIMER_REAL, *[0.05 * (kind == "signal")] * 2)
+    else:
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                ours.send(b"y" * 4096)
+    ours.setblocking(kind == "signal")
+    signal.setitimer(signal.ITIMER_REAL, 0.05 * (kind == "signal"), 0.05)
 
 
-def own_socket(x, call, kind, room_at, before):
+def own_socket(x, row):
     ours, theirs = socket.socketpair()
 
     def listen(text):
         x.trace.append(text.decode())
-        if text.endswith(b"Resending [%d] times" % room_at):
+        if text.endswith(b"Resending [%d] times" % row.room_at):
             theirs.recv(1 << 24)
-    for number, restart in ((signal.SIGALRM, False), (signal.SIGUSR1, True)):
-        signal.signal(number, lambda *_: None)
-        signal.siginterrupt(number, not restart)
+    signal.signal(signal.SIGALRM, lambda *_: None)
+    signal.siginterrupt(signal.SIGALRM, True)
     sink, shim, room = TraceSink(listen), c.CDLL(None), c.create_string_buffer(65535)
     x.BSASetTrace(sink, None, 2)
     x.state.sSession.SData, x.state.iQAB = ours.fileno(), 1
-    x.state.sObject.sSMS.iOpStatus = before
-    fill(ours, theirs, kind)
+    x.state.sObject.sSMS.iOpStatus = row.before
+    fill(ours, theirs, row.kind)
     assert shim.shim_arm(b"malloc", 0, 0, 0)
-    code = getattr(x, call)(x.handle, c.byref(block := Block(65535, 0, c.addressof(room))))
+    code = getattr(x, row.call)(x.handle, c.byref(block := Block(65535, 0, c.addressof(room))))
     signal.setitimer(signal.ITIMER_REAL, 0)
     return (code, x.state.sObject.sSMS.iOpStatus, shim.shim_calls(b"sleep")), block.numBytes
 
 
-def data_options(x):
-    """A dead peer is noticed, a host that dies resets the connection, a send has no time limit."""
+def options(x):
+    """A dead peer and a forgetful router are noticed, a host that dies resets the data connection, and
+    a send has no time limit."""
     x.store(end=False)
-    tcp, own = socket.IPPROTO_TCP, socket.SOL_SOCKET
-    with socket.socket(fileno=os.dup(x.state.sSession.SData)) as data:
-        found = [data.getsockopt(*option) for option in (
-            (tcp, socket.TCP_KEEPIDLE), (tcp, socket.TCP_KEEPINTVL), (tcp, socket.TCP_KEEPCNT),
-            (own, socket.SO_KEEPALIVE), (own, socket.SO_LINGER, 8), (own, socket.SO_SNDTIMEO, 16))]
+    tcp, own, (data, control) = socket.IPPROTO_TCP, socket.SOL_SOCKET, connections(x)
+    found = []
+    for number in data, control:
+        with socket.socket(fileno=os.dup(number)) as copy:
+            found.append([copy.getsockopt(*option) for option in (
+                (own, socket.SO_KEEPALIVE), (own, socket.SO_LINGER, 8), (own, socket.SO_SNDTIMEO, 16),
+                (tcp, socket.TCP_KEEPIDLE), (tcp, socket.TCP_KEEPINTVL), (tcp, socket.TCP_KEEPCNT))])
     return found, x.BSAEndData(x.handle)
 
 
@@ -204,12 +199,13 @@ class Host(unittest.TestCase):
             got = run(made_descriptors, server, closed, server=server, level=None, env=LOG)
             self.assertEqual(got.value, (0, True, [1, 1, 1], []))
 
-    def test_data_options(self):
-        self.assertEqual(run_started(data_options, server=Server()).value,
-                         ([60, 15, 8, 1, struct.pack("ii", 1, 0), bytes(16)], 0))
+    def test_options(self):
+        (data, control), code = run_started(options, server=Server()).value
+        self.assertEqual((data, code), ([1, struct.pack("ii", 1, 0), bytes(16), 60, 15, 8], 0))
+        self.assertEqual(control[:3], [1, bytes(8), bytes(16)])
 
-    def check(self, scenario, *arguments, want, modes="01"):
-        for strict in modes:
+    def check(self, scenario, *arguments, want):
+        for strict in "01":
             with self.subTest(scenario.__name__, arguments=arguments, strict=strict):
                 got = run_started(scenario, *arguments, env={"KORVA_STRICT": strict},
                                   server=Server(objects={"obj": b"hello"}))
@@ -219,9 +215,7 @@ class Host(unittest.TestCase):
         self.check(reused_after_end, want=([3] + [0] * 8, [b"226 done\r\n221 bye\r\n", b"", b""]))
         for renew, reuse in itertools.product((0, 1), (False, True)):
             self.check(reused_in_transfer, renew, reuse, want=([0] * (7 + renew), [reuse] * 2))
-        for renew, modes in (0, "0"), (1, "01"):
-            self.check(isolated_end, renew, modes=modes,
-                       want=([5, 0] + [0] * renew + [0], [b"", b"QUIT\r\n"]))
+        self.check(isolated_end, want=([5, 0, 0, 0], [b"", b"QUIT\r\n"]))
 
     def test_linked(self):
         folder = make_folder(self)
@@ -242,15 +236,14 @@ class Driven(unittest.TestCase):
     """Under the shim, where the waits between two tries are counted and over at once."""
     def test_own_sockets(self):
         for strict, row in itertools.product("01", OWN):
-            call, kind, error, room_at, before, *want = row
-            tries, text = want[2], f"{os.strerror(error)} Data sending failed."
+            text = f"{os.strerror(row.error)} Data sending failed."
             with self.subTest(strict=strict, row=row):
-                got = run(own_socket, call, kind, room_at, before, env={"KORVA_STRICT": strict})
-                self.assertEqual(got.value, (tuple(want), int(kind) if kind.isdigit() else 0))
+                got = run(own_socket, row, env={"KORVA_STRICT": strict})
+                self.assertEqual(got.value, (row[5:], int(row.kind) if row.kind.isdigit() else 0))
                 self.assertEqual([line for line in got.trace if "sending failed" in line], [
-                    *[f"BSASendData({error}): {text}"] * (tries > 0),
+                    *[f"BSASendData({row.error}): {text}"] * (row.tries > 0),
                     *(f"BSASendData: Data sending failed. Resending [{number + 1}] times"
-                      for number in range(tries)), *[f"BSASendData: {text}"] * (tries == 5)])
+                      for number in range(row.tries)), *[f"BSASendData: {text}"] * (row.tries == 5)])
 
     def test_lost_server(self):
         """One that the system has given up is not waited for at the end; one that comes back is."""

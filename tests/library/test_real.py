@@ -23,7 +23,7 @@ from xbsa import STRICT, pattern, read_text, run
 
 setUpModule = need_private_etc  # pylint: disable=invalid-name
 ALL = os.environ.get("XBSA_REAL") == "all"
-SERVERS = ["vsftpd", "proftpd", "pyftpdlib", "sandbox"] + ["pure-ftpd"] * (os.getuid() == 0)
+SERVERS = ["vsftpd", "proftpd", "sandbox"] + ["pure-ftpd"] * (os.getuid() == 0)
 OBJECT, OLD = pattern(32 << 20), b"the old object"
 BLOCKS = len(OBJECT) // 65535
 # Seconds that a server stands an idle client, and of a sleep; Pure-FTPd knows minutes only.
@@ -33,8 +33,7 @@ if ALL:
     FAULTS = list(itertools.product(("kill server", "kill client"), (0, 1, 10, 50, 99, 100)))
     FAULTS += [("pause server", 50), ("pause client", 50), ("full disk", 0)]
 # What the server has when a client died in mid-store.
-KEPT = {"proftpd": "old", "sandbox": "old", "vsftpd": "none", "pyftpdlib": "half",
-        "pure-ftpd": "half"}
+KEPT = {"proftpd": "old", "sandbox": "old", "vsftpd": "none", "pure-ftpd": "half"}
 if proftpd_version() < "1.3.8":  # takes the old object away too
     KEPT["proftpd"] = "none"
 

@@ -1,11 +1,12 @@
 """A server at its worst: every code at every step, a cut at every byte, odd replies."""
 import itertools
 import os
+import re
 import time
 import unittest
 
 from server import POLITE, Server
-from xbsa import SANITIZED, pattern, run
+from xbsa import SANITIZED, pattern, rows, run
 
 ALL = os.environ.get("XBSA_TORTURE") == "all"
 STRIDE = 1 if ALL else 11 if SANITIZED else 5  # of the bytes at which something is cut
@@ -35,27 +36,33 @@ SHAPES = [("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\
     ("flood of lines", lambda line: [line + b"\r\n" + b"999 on\r\n" * 5000], {"END", "QUIT"}),
     ("flood of NULs", lambda line: [b"\0" * 60000], {"QUIT"}),
     ("positive lines", lambda line: [line + b"\r\n" + b"200 on\r\n" * 5000], {"END", "QUIT"})]
-# Ends of the connection, and lines, at each step: what fails, and the last command that was sent
-# where that is another. "~" behind it: replies were left unread, so the client's close is a reset,
-# which drops what its system still held back: the server hears the beginning of it.
-ENDS = "GREETING/- USER PASS TYPE CWD PORT STOR END/STOR -/QUIT"
-BROKEN = [(lambda step: ["close"], ENDS), (lambda step: ["reset"], ENDS.replace("END", "END~")),
-    (lambda step: [b"250 hal", "close"], ENDS),
-    (lambda step: [b"x" * 10000], "PORT~ " * 6 + "STOR~ END/QUIT -/QUIT"),
+# The step that fails when the connection ends at a step, and the last command that was sent then.
+# Where replies were left unread the client's close is a reset, which drops what its system still held
+# back: the server hears the beginning of it. Strict mode does not know the peer of a reset connection.
+OR_BEFORE, AND_QUIT, BY_DEFAULT = " or before", " and QUIT", " by default"
+FAILS = {step: step for step in STEPS} | {"QUIT": None}
+LAST = {step: step for step in STEPS} | {"GREETING": "", "END": "STOR"}
+BROKEN = rows("actions fails last", (lambda step: ["close"], FAILS, LAST),
+    (lambda step: ["reset"], FAILS | {"END": "END" + OR_BEFORE}, LAST),
+    (lambda step: [b"250 hal", "close"], FAILS, LAST),
+    (lambda step: [b"x" * 10000], FAILS | dict.fromkeys(STEPS[:6], "PORT"),
+     dict.fromkeys(STEPS[:6], "PORT" + OR_BEFORE) | {"STOR": "STOR" + OR_BEFORE, "END": "QUIT", "QUIT": "QUIT"}),
     # read whole at login, and in strict mode when the data connection opens; else by its first line
     (lambda step: [GOOD[step] + "-first", " middle", GOOD[step] + " last"] + POLITE[step][1:],
-     "STOR~ -/QUIT -/QUIT -/QUIT -/QUIT STOR~ LOOSE/QUIT -/QUIT -/QUIT")]
+     dict.fromkeys(STEPS) | {"GREETING": "STOR", "PORT": "STOR", "STOR": "END" + BY_DEFAULT},
+     dict.fromkeys(STEPS, "QUIT") | dict.fromkeys(("GREETING", "PORT"), "STOR" + OR_BEFORE)))
 JOINED = b"".join(b"%s x\r\n" % GOOD[step].encode() for step in STEPS[:7])
 # Whole scripts, and the step at which the transaction fails.
-SCRIPTS = [({"GREETING": [JOINED]} | dict.fromkeys(["USER", "PASS", "TYPE", "CWD", "PORT"], [])
+SCRIPTS = rows("script fails",
+    ({"GREETING": [JOINED]} | dict.fromkeys(["USER", "PASS", "TYPE", "CWD", "PORT"], [])
      | {"STOR": ["connect"]}, None),
     ({"END": [b"226 done\r\n221 bye\r\n"], "QUIT": ["close"]}, None),
     ({"STOR": [b"150 go\r\n226 early\r\n", "connect"], "END": []}, None),
     ({"STOR": ["150 go", "connect", "close"]}, "END"),
-    ({"STOR": ["150 go", "connect", "reset"]}, "END~"),
+    ({"STOR": ["150 go", "connect", "reset"]}, "END" + OR_BEFORE),
     ({"STOR": ["150-go", "mid dle", "mid", "226-not", "1500 not", "connect", "150 on"]}, None),
-] + [({"STOR": [b"150 go\r\n" + more, end]}, "STOR") for end in ("close", "reset")
-     for more in (b"150 more\r\n", b"226 early\r\n", b"x", b"\0", b"\xff\r\n", b"999\r\n" * 5000)]
+    *(({"STOR": [b"150 go\r\n" + more, end]}, "STOR") for end in ("close", "reset")
+      for more in (b"226 early\r\n", b"x", b"999\r\n" * 5000)))
 
 
 class Torturer(Server):
@@ -92,56 +99,55 @@ def transact(x, server, verb, count):
 
 def commands(verb, last):
     order = ["USER", "PASS", "TYPE", "CWD", "PORT", verb, "QUIT"]
-    name = last.rstrip("+~").replace("STOR", verb)
-    return order[:order.index(name) + 1 if name in order else 0] + ["QUIT"] * (last[-1] in "+~")
+    name = re.match(r"\w*", last)[0].replace("STOR", verb)
+    return order[:order.index(name) + 1 if name else 0] + ["QUIT"] * last.endswith((OR_BEFORE, AND_QUIT))
 
 
 class Torture(unittest.TestCase):
-    def check(self, rows, modes="1"):
-        """Rows of a script, the step at which it fails (None: it does not; LOOSE: at the end, but not
-        in strict mode; with "~": or before, for strict mode does not know the peer of a reset
-        connection), what moves in a restore, and the last command; both ways, one transaction
-        after the other in one session. Unless strict, a restore's end is not looked at."""
+    def check(self, table, modes="1"):
+        """Rows of a script, the step at which it fails (None: it does not), what moves in a restore, and
+        the last command; both ways, one transaction after the other in one session. Unless strict, a
+        restore's end is not looked at."""
         for strict, verb in itertools.product(modes, ("STOR", "RETR")):
             scripts = [{step.replace("STOR", verb): actions for step, actions in row[0].items()}
-                       for row in rows]
+                       for row in table]
             server = Torturer(*scripts, objects={"obj": OBJECT})
-            found = run(transact, server, verb, len(rows), server=server,
+            found = run(transact, server, verb, len(table), server=server,
                         env={"KORVA_STRICT": strict}).value
             self.assertEqual(found.pop(), ([0, 0, 0], OBJECT, ""))
-            for (script, step, moved, *last), (codes, data, message), heard in zip(
-                    rows, found, server.verbs()):
-                step = (None if strict == "1" else "END") if step == "LOOSE" else step
-                good = [None, "QUIT~"] + ["END", "END~"] * (strict == "0" and verb == "RETR")
-                with self.subTest(verb=verb, strict=strict, script=str(script)[:80], step=step):
-                    if not str(step).endswith("~"):
-                        self.assertEqual(codes[0], 0 if step in (None, "END") else 3, message)
-                    if step != "QUIT~" or verb == "STOR":
-                        self.assertEqual(codes[-1], 0 if step in good else 3, message)
+            for (script, fails, moved, *last), (codes, data, message), heard in zip(
+                    table, found, server.verbs()):
+                with self.subTest(verb=verb, strict=strict, script=str(script)[:80], fails=fails):
+                    step, before = (fails or "").removesuffix(OR_BEFORE), str(fails).endswith(OR_BEFORE)
+                    if step.endswith(BY_DEFAULT):
+                        step = "" if strict == "1" else "END"
+                    if not before:
+                        self.assertEqual(codes[0], 0 if step in ("", "END") else 3, message)
+                    if step != "QUIT" or verb == "STOR":
+                        unseen = step == "END" and strict == "0" and verb == "RETR"
+                        self.assertEqual(codes[-1], 0 if step in ("", "QUIT") or unseen else 3, message)
                     self.assertTrue(message or max(codes) == 0, "no last message")
                     if verb == "RETR" and codes[0] == 0:
                         self.assertEqual(data, moved)
                     if last:
                         heard, words = heard.split(), commands(verb, last[0])
-                        few = len(heard) if last[0].endswith("~") else len(words)
+                        few = len(heard) if last[0].endswith(OR_BEFORE) else len(words)
                         self.assertEqual(heard, words[:few])
 
     def test_codes(self):
         """Each code at each step; what is heard of a refused one ends with QUIT."""
-        rows = []
+        table = []
         for step, code in itertools.product(STEPS, CODES):
             line = code + " x" if code else ""
             good = NEEDED.get(step, lambda text: True)(line)
             rest = POLITE[step][1:] if step != "STOR" or good else []
-            last = {"GREETING": "-", "END": "QUIT"}.get(step, step + "+")
-            rows.append(({step: [line] + rest}, *((None, OBJECT, "QUIT") if good else (step, OBJECT, last))))
-        self.check(rows, "01")
+            last = {"GREETING": "", "END": "QUIT"}.get(step, step + AND_QUIT)
+            table.append(({step: [line] + rest}, *((None, OBJECT, "QUIT") if good else (step, OBJECT, last))))
+        self.check(table, "01")
 
     def test_broken(self):
-        rows = [(step, actions, cell.split("/") if "/" in cell else (cell.rstrip("~"), cell))
-                for actions, cells in BROKEN for step, cell in zip(STEPS, cells.split())]
-        self.check([({step: actions(step)}, None if fails == "-" else fails, OBJECT, last)
-                    for step, actions, (fails, last) in rows], "01")
+        self.check([({step: row.actions(step)}, row.fails[step], OBJECT, row.last[step])
+                    for row in BROKEN for step in STEPS], "01")
 
     def test_shapes(self):
         self.check([({step: shape(GOOD[step].encode() + b" ok") + POLITE[step][1:]},
@@ -150,22 +156,22 @@ class Torture(unittest.TestCase):
                     for name, shape, good in SHAPES for step in STEPS])
 
     def test_scripts(self):
-        self.check([(script, step, b"" if step else OBJECT) for script, step in SCRIPTS])
+        self.check([(*row, b"" if row.fails else OBJECT) for row in SCRIPTS])
 
     def test_control_cut(self):
         """A line that was not ended is no reply, however much of it has come."""
         script = {"STOR": ["150 opening ", "connect"], "RETR": ["150 opening ", "connect"]}
         sizes = [len((POLITE | script)[step][0]) + 2 for step in STEPS]
-        ends, rows = dict(zip(STEPS, itertools.accumulate(sizes))), []
+        ends, table = dict(zip(STEPS, itertools.accumulate(sizes))), []
         for left, how in itertools.product(range(0, sum(sizes) + 1, STRIDE), ("close", "reset")):
             step = next((step for step in STEPS[:-1] if left < ends[step]), None)
             # between the two the data connection comes or not, and nothing confirms the object
             step = "STOR" if left == ends["STOR"] else step
             if how == "reset" and left > ends["STOR"]:
-                step = "END~" if step else "QUIT~"
+                step = ("END" if step else "QUIT") + OR_BEFORE
             begin = [lambda s, left=left, how=how: s.cut(left, how)] + POLITE["GREETING"]
-            rows.append((script | {"GREETING": begin}, step, OBJECT))
-        self.check(rows)
+            table.append((script | {"GREETING": begin}, step, OBJECT))
+        self.check(table)
 
     def test_data_cut(self):
         self.check([({"DATA": [lambda s, size=size, how=how: s.move(size, how)],

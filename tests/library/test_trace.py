@@ -7,7 +7,7 @@ import signal
 import unittest
 
 from server import POLITE, Server
-from xbsa import read_text, run, run_started, write_plain
+from xbsa import read_text, rows, run, run_started, write_plain
 
 STAMP = r" \d{4}-\d\d-\d\d \d\d:\d\d:\d\d: Trace: \(QAB library\) "
 
@@ -24,31 +24,31 @@ def init(x, name=None, level=None, sink=True):
 
 
 TWO = {"XBSA_TRACE": "2"}
-# Environment, and name and level of a BSASetTrace before: level, log's name, whether lines are in it.
-LOGS = [({}, (), 0, b"", False), ({"XBSA_LOGFILE": "./xbsa.log"}, (), 0, b"", False),
-    *(({"XBSA_TRACE": level}, (), got, b"xbsa.log", got == 66) for level, got in (
+# Environment; level and log's name afterwards, whether lines are in it; a BSASetTrace before.
+LOGS = rows("env level log lines", ({}, 0, b"", False), ({"XBSA_LOGFILE": "./xbsa.log"}, 0, b"", False),
+    *(({"XBSA_TRACE": level}, got, b"xbsa.log", got == 66) for level, got in (
         ("0", 64), ("1", 65), ("2", 66), ("258", 66))),
-    (TWO | {"XBSA_LOGFILE": "./xbsa.log"}, (), 66, b"./xbsa.log", True),
-    (TWO | {"XBSA_LOGFILE": "."}, (), 66, b".", False),
-    (TWO | {"INFORMIXDIR": "/nowhere"}, (), 66, b"xbsa.log", True),
-    *((TWO, call, call[1] or 66, log, lines) for call, log, lines in (
+    (TWO | {"XBSA_LOGFILE": "./xbsa.log"}, 66, b"./xbsa.log", True),
+    (TWO | {"XBSA_LOGFILE": "."}, 66, b".", False),
+    (TWO | {"INFORMIXDIR": "/nowhere"}, 66, b"xbsa.log", True),
+    *((TWO, call[1] or 66, log, lines, call) for call, log, lines in (
         ((None, 2), b"", False), ((None, 66), b"xbsa.log", True), ((b"", 66), b"", False),
         ((b"./xbsa.log", 66), b"./xbsa.log", True), ((b"./xbsa.log", 2), b"", False),
         ((b"ENVIRONMENT", 0), b"xbsa.log", True),
-        ((b"./" * 3000 + b"x", 66), (b"./" * 3000)[:4095], False)))]
+        ((b"./" * 3000 + b"x", 66), (b"./" * 3000)[:4095], False))), call=())
 REPLY = """stpc_recv: sigprocmask() done, all signals masked.\nstpc_recv: Receiving message ...
 stpc_recv: sigprocmask(), back to old handlers.\nLOGIN REPLY: \\1\n"""
 
 
 class Destinations(unittest.TestCase):
     def test_logs(self):
-        for env, call, level, name, lines in LOGS:
-            with self.subTest(env, call=str(call)[:40]):
-                got = run(init, *call, level=None, env=env)
-                self.assertEqual(got.value[:2], (level, name))
-                self.assertEqual(any("BSAInit: Start." in line for line in got.log), lines)
-                self.assertEqual("xbsa.log" in got.value[2], "xbsa.log" in name.decode())
-                self.assertEqual("BSAInit: End" in got.trace, bool(call))
+        for row in LOGS:
+            with self.subTest(row.env, call=str(row.call)[:40]):
+                got = run(init, *row.call, level=None, env=row.env)
+                self.assertEqual(got.value[:2], (row.level, row.log))
+                self.assertEqual(any("BSAInit: Start." in line for line in got.log), row.lines)
+                self.assertEqual("xbsa.log" in got.value[2], "xbsa.log" in row.log.decode())
+                self.assertEqual("BSAInit: End" in got.trace, bool(row.call))
 
     def test_standard_error(self):
         got = run(init, None, 130, level=None)

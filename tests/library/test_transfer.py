@@ -10,33 +10,28 @@ import time
 import unittest
 
 from calls import call
-from server import Server
-from xbsa import DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, run, run_started
+from server import POLITE, Server
+from xbsa import (DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, rows, run,
+                  run_started)
 
 FORKED = "block take get end commit terminate".split()
 
-# Script, process environment (and the SECONDS of the time-out, if not 1), names; then what comes of
-# it: codes, ends of data, last error.
-STORES = [("no time-out", {}, {"SECONDS": "-1"}, {}, [0, 0, 0], ["FIN"], ""),
-    ("a long one", {}, {"SECONDS": str(2**31 - 1)}, {}, [0, 0, 0], ["FIN"], ""),
-    ("empty greeting", {"GREETING": [""]}, {}, {}, [3], [], "The greeting is empty."),
-    ("550 in place of the data", {"STOR": ["150 go", "550 no tape"]}, {}, {},
-     [3], [], "STOR failed. NEGATIVE reply: 550 no tape"),
-    ("data before the 150", {"STOR": ["connect", "150 go"]}, {}, {}, [0, 0, 0], ["FIN"], ""),
-    ("data, then 550", {"STOR": ["connect", "550 no"]}, {}, {},
-     [3], ["RST"], "STOR failed. NEGATIVE reply: 550 no"),
-    ("bare numbers behind it", {"STOR": ["150-go", "connect", "150"], "END": ["226"]}, STRICT,
-     {}, [0, 0, 0], ["FIN"], ""), ("end after the 150", {"STOR": ["150 go", "close"]}, {}, {},
-     [3], [], "Connection reset by peer accept() failed."),
-    ("no data connection", {"STOR": ["150 go"]}, {}, {},
-     [3], [], "Connection timed out accept() failed."),
-    ("foreign, taken", {"STOR": ["150 go", "foreign"]}, {}, {}, [0, 0, 0], ["FIN"], ""),
-    ("foreign, refused", {"STOR": ["150 go", "foreign", "connect"]}, STRICT, {},
-     [0, 0, 0], ["FIN"], ""),
-    ("foreign alone, refused", {"STOR": ["150 go", "foreign"]}, STRICT, {},
-     [3], ["FIN"], "Connection timed out accept() failed."),
-    ("line break in the user", {}, {}, {"owner": b"user=a\r\nDELE x:pass=p"}, [3], [], None),
-    ("control character in the name", {}, {}, {"name": b"a\x01b"}, [3], [], None)]
+# What is odd in the replies to STOR, in the environment (SECONDS of the time-out are 1) or in the
+# names; the codes of the store, how its data connections ended, and the last error.
+STORES = rows("stor result ends message",
+    (["150 go", "550 no tape"], [3], [], "STOR failed. NEGATIVE reply: 550 no tape"),
+    (["connect", "550 no"], [3], ["RST"], "STOR failed. NEGATIVE reply: 550 no"),
+    (["connect", "150 go"], [0, 0, 0], ["FIN"], ""),
+    (["150 go", "close"], [3], [], "Connection reset by peer accept() failed."),
+    (["150 go"], [3], [], "Connection timed out accept() failed."),
+    (["150-go", "connect", "150"], [0, 0, 0], ["FIN"], "", STRICT),
+    (["150 go", "foreign"], [0, 0, 0], ["FIN"], ""),
+    (["150 go", "foreign"], [3], ["FIN"], "Connection timed out accept() failed.", STRICT),
+    (["150 go", "foreign", "connect"], [0, 0, 0], ["FIN"], "", STRICT),
+    *((POLITE["STOR"], [0, 0, 0], ["FIN"], "", {"SECONDS": seconds}) for seconds in ("-1", str(2**31 - 1))),
+    # nothing of these is sent
+    *((POLITE["STOR"], [3], [], None, {}, names) for names in (
+        {"owner": b"user=a\r\nDELE x:pass=p"}, {"name": b"a\x01b"})), env={}, names={})
 
 
 def store_once(x, server, names):
@@ -47,13 +42,14 @@ def store_once(x, server, names):
 
 class Transfers(unittest.TestCase):
     def test_stores(self):
-        for name, script, env, names, codes, ends, error in STORES:
-            with self.subTest(name):
-                server = Server(script)
-                first, message, second = run(store_once, server, names, server=server, env=env).value
-                self.assertEqual((first, second, server.ends), (codes, [0, 0, 0], ends + ["FIN"]))
-                if error is not None:
-                    self.assertEqual(message.strip(), error)
+        for row in STORES:
+            with self.subTest(row):
+                server = Server({"STOR": row.stor})
+                got = run(store_once, server, row.names, server=server, env=row.env)
+                first, message, second = got.value
+                self.assertEqual((first, second, server.ends), (row.result, [0, 0, 0], row.ends + ["FIN"]))
+                if row.message is not None:
+                    self.assertEqual(message.strip(), row.message)
                 else:
                     self.assertEqual((message != "", sum(server.heard[:-1], [])), (True, []))
 
@@ -124,39 +120,34 @@ def end_then_look(server):
     server.ends.append(f"{end} after {server.control.recv(4, socket.MSG_DONTWAIT).decode()}")
 
 
-# Calls in a transaction and what the server does with the data; codes ("." is any), ends of data, and
-# what is stored, in both modes: <default|strict>.
+# Calls in a transaction; their codes ("." is any), ends of data, and what is stored, in both modes;
+# what the server does with the data.
 AGAIN = " commit begin create block end"
-ORDERS = [("create block commit end", {}, "000<0|3>", "<FIN|RST>", "<hello|>"),
-    ("create block fault commit end", {}, "0030<0|3>", "RST", ""),
-    ("create block fault end", {}, "003<0|3>", "RST", ""),
-    ("create block get end", {}, "0003", "RST FIN", ""),
-    ("create block" + AGAIN, {}, "0000000", "RST FIN", "hello"),
-    ("create block commit begin get end", {}, "000000", "RST FIN", ""),
-    ("create block commit init begin create block end", {}, "00000000", "RST FIN", "hello"),
-    ("create block send-null end", {}, "0022<0|3>", "<FIN|RST>", "<hello|>"),
-    ("create block send-nobuffer end", {}, "0022<0|3>", "<FIN|RST>", "<hello|>"),
-    ("create block send! end", {}, "006<0|3>", "<FIN|RST>", "<hello|>"),
-    ("create take block end", {"DATA": [say, "transfer"]}, "0<00|50><0|.>", "<FIN|.*>", "<hello|.*>"),
-    ("get block end", {"DATA": [say]}, "0<0|5><0|.>", "", ""),
-    ("get commit begin get end", {}, "00000", "FIN FIN", ""),
+ORDERS = rows("calls result ends stored", ("create block commit end", "000<0|3>", "<FIN|RST>", "<hello|>"),
+    ("create block fault commit end", "0030<0|3>", "RST", ""), ("create block get end", "0003", "RST FIN", ""),
+    ("create block" + AGAIN, "0000000", "RST FIN", "hello"),
+    ("create block commit begin get end", "000000", "RST FIN", ""),
+    ("create block commit init begin create block end", "00000000", "RST FIN", "hello"),
+    *((f"create block {odd} end", code + "<0|3>", "<FIN|RST>", "<hello|>") for odd, code in (
+        ("send-null", "0022"), ("send-nobuffer", "0022"), ("send!", "006"))),
+    ("create take block end", "0<00|50><0|.>", "<FIN|.*>", "<hello|.*>", [say, "transfer"]),
+    ("get block end", "0<0|5><0|.>", "", "", [say]), ("get commit begin get end", "00000", "FIN FIN", ""),
     # a rejected end says QUIT first, and frees a server that does not look at it
-    ("create block end end!", {}, "0003", "FIN", "hello"),
-    ("create block end!" + AGAIN, {"DATA": [end_then_look], "END": []}, "00300000",
-     "RST after QUIT FIN", "hello"),
-    ("create block end!" + AGAIN, {"DATA": [await_quit], "END": []}, "00300000", "open FIN", "hello")]
+    ("create block end end!", "0003", "FIN", "hello"),
+    *(("create block end!" + AGAIN, "00300000", ends, "hello", [peer], []) for ends, peer in (
+        ("RST after QUIT FIN", end_then_look), ("open FIN", await_quit))), data=["transfer"], end=["226 done"])
 
 
 class Broken(unittest.TestCase):
     def test_orders(self):
         def transfer(x, calls):
             return "".join(str(call(x, name)) for name in ["begin", *calls.split()])
-        for env, calls, script, *cells in both_modes(ORDERS):
-            with self.subTest(calls, script=script, env=env):
-                server = Server(script)
-                codes = run_started(transfer, calls, server=server, env=env).value
+        for env, row in both_modes(ORDERS):
+            with self.subTest(row, env=env):
+                server = Server({"DATA": row.data, "END": row.end})
+                codes = run_started(transfer, row.calls, server=server, env=env).value
                 stored = server.objects.get("obj", b"").decode()
-                for got, want in zip((codes[1:], " ".join(server.ends), stored), cells):
+                for got, want in zip((codes[1:], " ".join(server.ends), stored), row[1:]):
                     self.assertRegex(got, f"^{want}$")
 
     def test_server_resets(self):

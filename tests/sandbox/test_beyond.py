@@ -12,7 +12,7 @@ import unittest
 
 from sandboxed import RUN, Sandbox, both_ways, query, start, there_and_back
 from utility import need_private_etc
-from xbsa import ROOT, STRICT, make_folder, pattern, read_text, run, write_plain
+from xbsa import ROOT, STRICT, make_folder, pattern, read_text, rows, run, write_plain
 
 setUpModule = need_private_etc  # pylint: disable=invalid-name
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
@@ -147,20 +147,18 @@ class OnRclone(Rig, unittest.TestCase):
     def test_refused(self):
         taken = socket.create_server(("127.0.0.1", 0))
         self.addCleanup(taken.close)
-        for options, code, reason in (
-                ("--store rclone:a:b", 125, "rclone is missing"),
-                ("--store rclone:a", 2, "rclone:REMOTE:PATH"),
-                ("--catalogue postgresql://me@h/d", 2, "needs --store"),
-                ("--catalogue postgresql://me:canary@h/d", 2, "no password"),
-                ("--catalogue postgresql:///d?password=canary", 2, "no password"),
-                ("--port 65536", 2, "0 to 65535"),
-                (f"--port {taken.getsockname()[1]}", 125,
-                 f"on 127.0.0.1 port {taken.getsockname()[1]}: Address already in use\nhint: ")):
-            path = "/none" if "missing" in reason else "/usr/bin"
-            ended = subprocess.run([RUN, *options.split()], stderr=subprocess.PIPE, text=True,
+        for row in rows("options code reason",
+                        ("--store rclone:a:b", 125, "rclone is missing"),
+                        ("--store rclone:a", 2, "rclone:REMOTE:PATH"),
+                        ("--catalogue postgresql://me@h/d", 2, "needs --store"),
+                        ("--catalogue postgresql://me:canary@h/d", 2, "no password"),
+                        ("--catalogue postgresql:///d?password=canary", 2, "no password"),
+                        (f"--port {taken.getsockname()[1]}", 125, "Address already in use\nhint: ")):
+            path = "/none" if "missing" in row.reason else "/usr/bin"
+            ended = subprocess.run([RUN, *row.options.split()], stderr=subprocess.PIPE, text=True,
                                    env={"PATH": path}, check=False)
-            self.assertEqual((ended.returncode, reason in ended.stderr, "canary" in ended.stderr),
-                             (code, True, False), ended.stderr)
+            self.assertEqual((ended.returncode, row.reason in ended.stderr, "canary" in ended.stderr),
+                             (row.code, True, False), ended.stderr)
 
 
 class Shared(Rig, unittest.TestCase):

@@ -11,32 +11,29 @@ import inifile
 from catalogue import Catalogue
 from sandboxed import RUN, Sandbox, both_ways, query, start, there_and_back
 from utility import need_private_etc, traced
-from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, run,
-                  read_text, write_plain)
+from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, read_text, rows, run,
+                  write_plain)
 
 setUpModule = need_private_etc  # pylint: disable=invalid-name
 PROCESSES = 8 if SANITIZED else 64
+OBJECTS = int(os.environ.get("XBSA_OBJECTS", "1"))  # of each
 
-# The fault, the codes of a store under it in strict mode, and the status its job is closed with.
-# A greeting's code is not looked at.
-FAULTS = [(fault, [3], "3") for fault in """user=refuse pass=refuse type=refuse cwd=refuse
-    port=refuse stor=refuse connect=refuse type=close connect=close pass=reset connect=reset
-    """.split()]
-FAULTS += [("greeting=refuse", [0, 0, 0], "0"), ("greeting=close", [3], "3"),
-           ("greeting=reset", [3], "3"), ("end=refuse", [0, 0, 3], "3"),
-           ("end=close", [0, 0, 3], "3"), ("quit=close", [0, 0, 0], "0"),
-           ("quit=reset", [0, 0, 0], "0"), ("openjob=silent", [3], ""),
-           ("closejob=refuse", [0, 0, 3], "0"), ("close=refuse", [0, 0, 3], "0"),
-           ("closejob=signal", [0, 0, 3], "0"), ("open=refuse", [3], ""), ("open=garbage", [3], ""),
-           ("openjob=refuse", [3], "")]
-
+# What fails, the codes of a store in strict mode, and the status that its job is closed with. A
+# greeting's code is not looked at.
+FAULTS = rows("fault result closed", *((fault, [3], "3") for fault in """user=refuse pass=refuse
+    type=refuse cwd=refuse port=refuse stor=refuse connect=refuse type=close connect=close greeting=close
+    pass=reset connect=reset greeting=reset""".split()), ("greeting=refuse", [0, 0, 0], "0"),
+    ("end=refuse", [0, 0, 3], "3"), ("end=close", [0, 0, 3], "3"),
+    *((fault, [0, 0, 0], "0") for fault in ("quit=close", "quit=reset")),
+    *((fault, [3], "") for fault in ("openjob=silent", "open=refuse", "open=garbage", "openjob=refuse")),
+    *((fault, [0, 0, 3], "0") for fault in ("closejob=refuse", "close=refuse", "closejob=signal")))
 OWN = pwd.getpwuid(os.getuid()).pw_name
-# The way to log in, user and password (None: the one that was given out), and the reply.
-LOGINS = [("session", "sms", f"{OWN}@localhost", "530"), ("session", OWN, "", "530"),
-          ("session", OWN, "0" * 32, "530"), ("session", OWN, None, "230"),
-          ("identity", "sms", f"{OWN}@localhost", "230"), ("identity", "sms", OWN, "530"),
-          ("identity", "sms", "games@localhost", "530"), ("identity", OWN, "", "530"),
-          ("identity", "sms", f"{OWN}@host.invalid", "530")]
+# The password None is the one that was given out.
+LOGINS = rows("login user password reply", ("session", "sms", f"{OWN}@localhost", "530"),
+    ("session", OWN, "", "530"), ("session", OWN, "0" * 32, "530"), ("session", OWN, None, "230"),
+    ("identity", "sms", f"{OWN}@localhost", "230"), ("identity", "sms", OWN, "530"),
+    ("identity", "sms", "games@localhost", "530"), ("identity", OWN, "", "530"),
+    ("identity", "sms", f"{OWN}@host.invalid", "530"))
 # What a client that has logged in says, and the reply; its job is number 1, another's is 2.
 ODD = [("TYPE A", "504"), ("CWD /etc", "550"), ("PORT 127,0,0,1,4", "501"),
        ("PORT 127,0,0,1,999,1", "501"), ("PORT 127,0,0,1,0,21", "501"),
@@ -88,10 +85,11 @@ def at_once(x):
             space, data, failed = b"space%d" % number, own_data(number), True
             try:
                 start(x)
-                if number % 8 == 0:
-                    there_and_back(x, data, space)
-                else:
-                    assert x.store(data, name=space) == [0, 0, 0]
+                for _ in range(OBJECTS):
+                    if number % 8 == 0:
+                        there_and_back(x, data, space)
+                    else:
+                        assert x.store(data, name=space) == [0, 0, 0]
                 failed = False
             finally:
                 os._exit(failed)
@@ -111,12 +109,12 @@ class OnSandbox(unittest.TestCase):
     def test_faults(self):
         """Whatever fails, the utility hears of it, and a half object is never offered."""
         sandbox = Sandbox(self)
-        lines = [line for line, _, _ in FAULTS]
+        lines = [row.fault for row in FAULTS]
         got = run(under_faults, sandbox, lines, env=STRICT)
         self.assertEqual(list(zip(lines, got.value)), [row[:2] for row in FAULTS])
         closed = [line.split(" -i ")[1][0] for line in traced(got, "com_intf: COM COMMAND: ")
                   if " closejob:" in line]
-        self.assertEqual("".join(closed), "".join(row[2] for row in FAULTS) + "00")
+        self.assertEqual("".join(closed), "".join(row.closed for row in FAULTS) + "00")
         # two of the jobs closed with 0 were no backup's or never reached the catalogue
         self.assertEqual(sandbox.states().count("good"), closed.count("0") - 3)
 
@@ -126,12 +124,10 @@ class OnSandbox(unittest.TestCase):
             sandbox = Sandbox(self, "--login", login)
             given = sandbox.open_job()
             self.assertEqual(len(given), 4 if login == "session" else 2)
-            for way, user, password, code in LOGINS:
-                if way == login:
-                    with self.subTest(way, user=user, password=password):
-                        shown = given[-1] if password is None else password
-                        self.assertEqual(sandbox.talk(f"USER {user}", f"PASS {shown}"),
-                                         ["331", code])
+            for row in [row for row in LOGINS if row.login == login]:
+                with self.subTest(row):
+                    shown = given[-1] if row.password is None else row.password
+                    self.assertEqual(sandbox.talk(f"USER {row.user}", f"PASS {shown}"), ["331", row.reply])
 
     def test_odd_commands(self):
         """Each gets its reply, and the next one does, too."""
@@ -243,8 +239,8 @@ class AsRoot(unittest.TestCase):
 class Load(unittest.TestCase):
     def test_at_once(self):
         sandbox = Sandbox(self)
-        self.assertEqual(run(at_once, deadline=180).value, [0] * PROCESSES)
-        self.assertEqual(sandbox.states(), ["good"] * PROCESSES)
+        self.assertEqual(run(at_once, deadline=180 * OBJECTS).value, [0] * PROCESSES)
+        self.assertEqual(sandbox.states(), ["good"] * PROCESSES * OBJECTS)
         for each in sandbox.objects():
             self.assertEqual(read_bytes(f"{sandbox.folder}/objects/{each['saveset']}"),
                              own_data(int(each["space"][5:])), each)

@@ -2,7 +2,6 @@
 import contextlib
 import functools
 import glob
-import json
 import os
 import pathlib
 import pty
@@ -95,10 +94,6 @@ class Interface(unittest.TestCase):
         self.assertEqual((set(words), set(general)), (set(commands), everywhere))
         self.assertEqual({line[0]: set(line[1:]) for line in lines},
                          {name: options[name] | everywhere for name in commands})
-        text = "".join(output(TOOL, name, "--help") for name in ["-h", *commands])
-        for line in completed(*(f"{option} trace query --j" for option in  # a value is no command
-                                re.findall(r"^  (--[\w-]+) [A-Z](?!xcludes:)", text, re.M))):
-            self.assertEqual(line[-1], "--json", line)
         general, rest = read("completions/_xbsactl").split("own general=(")[1].split("\n    )", 1)
         found = {name: set(re.findall(r"['){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
                  [("", general), *re.findall(r"^ {8}(\w+)\)\n(.*?);;", rest, re.M | re.S)]}
@@ -107,11 +102,10 @@ class Interface(unittest.TestCase):
 
     def test_values(self):
         cases = {"store x ": "store|x|a b|note|sub", "store x y ": "store|x|y",
-                 "explain n": "explain|n", "--host h:21 trace n": "--host|h:21|trace|note",
-                 "--user ": "--user", "--trace ": "--trace|2|3", "--trace 2:n": "--trace|2:note",
-                 "store --manifest n": "store|--manifest|note",
-                 "verify --manifest=a": "verify|--manifest=a b",
-                 "check --informixdir=": "check|--informixdir=sub"}
+                 "--host h:21 trace n": "--host|h:21|trace|note", "--user ": "--user",
+                 "--trace ": "--trace|2|3", "--trace 2:n": "--trace|2:note",
+                 "--password-file trace query --j": "--password-file|trace|query|--json",
+                 "verify --manifest=a": "verify|--manifest=a b"}
         self.assertEqual(dict(zip(cases, map("|".join, completed(*cases)))), cases)
 
 
@@ -137,12 +131,6 @@ class Packages(unittest.TestCase):
         for package in cls.packages:
             output("dpkg-deb", "-x", package, cls.root)
 
-    def check_spdx(self, path):
-        text = json.loads(read(path))
-        known = {part["SPDXID"] for part in [text, *text["packages"]]}
-        for relation in text["relationships"]:
-            self.assertLessEqual({relation["spdxElementId"], relation["relatedSpdxElement"]}, known)
-
     def test_contents(self):
         found = {output("dpkg-deb", "-f", path, "Package").strip(): path for path in self.packages}
         self.assertEqual(found.keys(), FILES.keys())
@@ -159,8 +147,6 @@ class Packages(unittest.TestCase):
                                                        "2001-09-09 01:46"), file)
             sums = output("dpkg-deb", "-I", path, "md5sums")
             output("md5sum", "-c", "--strict", "-", cwd=self.root, input=sums)
-            if f"share/doc/{name}/korva-xbsa.spdx.json" in {file for *_, file in listed}:
-                self.check_spdx(f"{self.root}/usr/share/doc/{name}/korva-xbsa.spdx.json")
         path = found["libxbsa1"]
         self.assertEqual(output("dpkg-deb", "-f", path, "Depends").strip(), "libc6 (>= 2.17)")
         self.assertIn("libxbsa 1 libxbsa1", output("dpkg-deb", "-I", path, "shlibs"))
@@ -271,10 +257,8 @@ class Pages(unittest.TestCase):
 
 class Zsh(unittest.TestCase):
     def test_completion(self):
-        cases = {"sto": "store ", "store --sta": "store --status=", "store x no": "store x note ",
-                 "--trace 3:no": "--trace 3:note ", "query no": "query no",
-                 "check --informixdir=s": "check --informixdir=sub/",
-                 "--host h tra": "--host h trace "}
+        cases = {"sto": "store ", "store x no": "store x note ", "--trace 3:no": "--trace 3:note ",
+                 "query no": "query no", "check --informixdir=s": "check --informixdir=sub/"}
         text = typed(["zsh", "-f", "-i"], [
             f"fpath=({ROOT}/completions $fpath)", "autoload -Uz compinit; compinit -u -D",
             "note() { print -r -- $BUFFER >>../out; BUFFER= }", "zle -N note; bindkey '^T' note",
@@ -297,12 +281,11 @@ class Rpm(unittest.TestCase):
             "rpm", "-qp", "--requires", "--obsoletes", "--provides", path) for path in build("RPM")}
         self.assertEqual(facts.keys(), {"libxbsa1", "libxbsa-devel", "xbsactl", "korva-xbsa",
                                         "korva-xbsa-sandbox"})
-        for name, fact in [("libxbsa1", "korva-xbsa < 1.0.0-2"), ("xbsactl", "korva-xbsa < 1.0.0-2"),
-                           ("xbsactl", "libxbsa1 = 1.0.0-2"), ("libxbsa-devel", "libxbsa1 = 1.0.0-2"),
-                           ("libxbsa-devel", "korva-xbsa-devel < 1.0.0-2"),
-                           ("libxbsa-devel", "korva-xbsa-devel = 1.0.0-2"),
-                           ("korva-xbsa", "libxbsa1 = 1.0.0-2"), ("korva-xbsa", "xbsactl = 1.0.0-2")]:
-            self.assertIn(fact + "\n", facts[name], name)
+        for name, wanted in {"libxbsa1": ["korva-xbsa < 1.0.0-2"],
+                             "xbsactl": ["korva-xbsa < 1.0.0-2", "libxbsa1 = 1.0.0-2"],
+                             "libxbsa-devel": ["libxbsa1 = 1.0.0-2", "korva-xbsa-devel < 1.0.0-2"],
+                             "korva-xbsa": ["libxbsa1 = 1.0.0-2", "xbsactl = 1.0.0-2"]}.items():
+            self.assertLessEqual(set(wanted), set(facts[name].splitlines()), name)
         self.assertEqual(set(re.findall(r"^(\S+)\.so", facts["libxbsa1"], re.M)), {"libc", "libxbsa"})
         for file in " ".join(FILES.values()).split():
             moved = file.replace(LIBDIR, "lib64").replace("vendor-completions", "site-functions")

@@ -93,30 +93,24 @@ class Trace(unittest.TestCase):
 
     def test_json(self):
         """The same as the text, for scripts: a good session, a failed one, mixed ones, and none."""
-        failed = real_log({"STOR": ["452 full"]})
-        page = self.file("page.html")
-        got = json.loads(self.trace(self.one + failed, "--json", "--html", page))
+        got = json.loads(self.trace(self.one + real_log({"STOR": ["452 full"]}), "--json"))
         good, bad = got["sessions"]
-        self.assertEqual((got["schema"], [good[key] for key in (
-            "number", "outcome", "handles", "informix", "user", "server", "begin", "end", "first_line",
-            "objects", "bytes", "mixed", "note", "error")]), (1, [
-                1, "done", [int(handle(self.one))], False, "backup", "127.0.0.1", "2026-11-24 17:00:00",
-                "2026-11-24 17:00:10", 1, 1, 200000, "", "", None]))
+        want = {"number": 1, "outcome": "done", "handles": [int(handle(self.one))], "informix": False,
+                "user": "backup", "server": "127.0.0.1", "begin": "2026-11-24 17:00:00",
+                "end": "2026-11-24 17:00:10", "first_line": 1, "objects": 1, "bytes": 200000, "mixed": "",
+                "note": "", "error": None}
+        self.assertEqual((got["schema"], {key: good[key] for key in want}), (1, want))
         steps = {step["text"]: step for step in good["steps"]}
         self.assertEqual(steps["sent"], {
             "kind": "data", "time": "2026-11-24 17:00:00", "text": "sent", "result": "", "failed": False,
             "seconds": 10, "bytes": 200000, "blocks": 4, "longest_pause": 10})
-        self.assertEqual(steps["QUIT"]["result"], "221 bye")
-        self.assertEqual((bad["outcome"], bad["error"]["time"]), ("failed", "2026-11-24 17:00:00"))
+        self.assertEqual((steps["QUIT"]["result"], bad["outcome"]), ("221 bye", "failed"))
         for key, want in (("text", "452 full"), ("meaning", "no room"), ("hint", "full disk")):
             self.assertIn(want, bad["error"][key])
-        self.assertEqual({key: got["summary"][key] for key in ("sessions", "done", "failed")},
-                         {"sessions": 2, "done": 1, "failed": 1})
+        self.assertEqual([got["summary"][key] for key in ("sessions", "done", "failed")], [2, 1, 1])
         block = json.loads(self.trace(mixed(self.one, self.two), "--json"))["sessions"][0]
-        self.assertEqual((block["outcome"], block["bytes"], block["user"], len(block["handles"])),
-                         ("mixed", 0, "", 2))
+        self.assertEqual((block["outcome"], block["bytes"], len(block["handles"])), ("mixed", 0, 2))
         self.assertEqual(json.loads(self.trace(b"", "--json"))["sessions"], [])
-        self.assertTrue(os.path.exists(page))
 
     def test_errors(self):
         for row in rows("odd error", ("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),
@@ -154,7 +148,7 @@ class Trace(unittest.TestCase):
     def test_odd_logs(self):
         one, two, data = self.one, self.two, self.data
         first, second = handle(one), handle(two)
-        begin, create = (place(one, b"%s: Start" % call) for call in (b"BeginTxn", b"CreateObject"))
+        begin = place(one, b"BeginTxn: Start")
         stored = place(one, b"stpc_stor: Send")
         interleaved = mixed(one, two)
         torn = [b"\0\x1b[31m\xff\x9b", b" 2026-99-99 17:00:00: Trace: (QAB library) BSAInit: Start."]
@@ -170,7 +164,6 @@ class Trace(unittest.TestCase):
                     b"with error code: 92", one[stored])] + one[stored:], ["1: done, h"], "error, "),
                 ("killed", one[:data] + two, [f"unfinished, handle {first}", f"done, handle {second}"],
                  MIXED),
-                ("killed in a call", one[:create + 5] + two, ["1 unfinished", "1 done"], MIXED),
                 ("interleaved", interleaved, [MIXED, f"mixed, .*{first}", f"mixed, .*{second}"],
                  "<1 s|10 s|done"),
                 ("a stray line", one[:data] + [two[place(two, b"xbsa_open: Welcome")]] + one[data:],
@@ -180,7 +173,6 @@ class Trace(unittest.TestCase):
                 ("then a good one", interleaved + self.one, [MIXED, "2 sessions, 1 done, 1 of mixed"],
                  "failed"), ("one within another", one[:data] + two + one[data:],
                  [f"mixed, handle {first}\n", f"done, handle {second}"], f"done, handle {first}"),
-                ("begins mixed", interleaved[2 * data:], [MIXED], "<1 s|10 s|done"),
                 ("a block is missing", one[:data] + one[data + 1:], [MIXED + "|" + MIXED], "10 s"),
                 ("wrong handle", real_log(scenario=wrong_handle), ["failed, ", "first error.*: 6 - "],
                  MIXED),
@@ -199,8 +191,7 @@ class Trace(unittest.TestCase):
                 (("--handle", "1"), 0, "0 sessions, 2 more"), (("--handle", "0"), 2, "--handle"),
                 *((("--since", since), 0, want) for since, want in (
                     ("2026-11-23 17:00", "2 sessions"), ("17:01", "0 sessions"),
-                    *((since, "1 session,") for since in (
-                        "2026-11-23 17:00:11", "2026-11-24", "16:59", "17:00:10")))),
+                    ("2026-11-23 17:00:11", "1 session,"), ("17:00:10", "1 session,"))),
                 (("--since", "yesterday"), 2, "yesterday"), (("--since", "25:00"), 2, "25:00"),
                 (("--html", self.file("xbsa.log")), 2, "overwrite"),
                 (("--bar-act-log", self.file("none")), 6, "No such file")):
