@@ -15,7 +15,8 @@ static void Run(ENUM_COM_TASK eTask, const std::string &I_strWord)
     for (size_t uRun = uFirst; uRun < sWorld.vecCommands.size(); uRun++)
     {
         const std::vector<std::string> vecWords = fuzz_ShellWords(sWorld.vecCommands[uRun]);
-        const std::string strFolder = vecWords[0].substr(0, vecWords[0].rfind("/olm_com_interface"));
+        const std::string strFolder =
+            vecWords[0].substr(0, vecWords[0].rfind("/olm_com_interface"));
         CHECK(strFolder.size() < vecWords[0].size());
         CHECK(sWorld.mapFiles["/etc/korva2000.ini"].find(strFolder) != std::string::npos);
         CHECK(uRun != uFirst || std::count(vecWords.begin(), vecWords.end(), I_strWord) != 0);

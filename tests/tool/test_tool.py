@@ -163,6 +163,24 @@ class Verify(Site):
 
 
 class Commands(Site):
+    def test_server_faults(self):
+        """What the library's text leaves out: which command was refused, and why."""
+        for row in rows("odd says hint",
+                ({"GREETING": ["220-a", "220 b"]}, "several lines, so its replies are out of step", "banner"),
+                ({"GREETING": ["421 full", "close"]}, "the server turned us away: 421 full", "limit"),
+                ({"USER": ["530 TLS only", "close"]}, "USER u: 530 TLS only", "demands encryption"),
+                ({"PASS": ["530 no"], "TYPE": ["530 log in"], "CWD": ["530 log in", "close"]},
+                 "PASS ********: 530 no", "password"),
+                ({"CWD": ["550 none"]}, "CWD .: 550 none", "--path"),
+                ({"PORT": ["550 no"]}, "PORT 127,0,0,1", "active mode"),
+                ({"STOR": ["close"]}, "no reply to STOR, the server closed the control", "seccomp_sandbox=NO"),
+                ({"STOR": ["552 full"]}, "STOR x: 552 full", "disk")):
+            with self.subTest(row.says):
+                self.serve(Server(row.odd))
+                self.options[-1] = "u"
+                self.assertRegex(self.call("store", "x", code=4)[1],
+                                 f"{re.escape(row.says)}.*\nhint: .*{row.hint}")
+
     def test_exit_codes(self):
         """What a script can tell apart, and the line that helps its author."""
         self.serve(Server({}, {}, {}, {"STOR": [b"550 Permission denied.\r\n"]}, {"PORT": []}))

@@ -89,6 +89,7 @@ class CSession
 
   private:
     CSession(const base::CONNECTION &I_sConnection, void *vpLoaded);
+    void Listen(bool I_bListen) const;
     void SetTrace(const LISTENER &I_fpListener) const;
     std::string LastError() const;
     base::FAILURE Failure(const char *cpStep, int I_iCode) const;

@@ -42,7 +42,10 @@ struct
     std::string strFile; // empty: standard error
     int iFile = STDERR_FILENO;
     bool bWarned = false;
-    std::string strUtility; // what the COM utility said last of a failure
+    std::string strUtility;  // what the COM utility said last of a failure
+    std::string strGreeting; // of the server
+    std::string strCommand;  // sent last
+    std::string strRefusal;  // "COMMAND: REPLY", the first that the server refused
 } sTrace;
 
 // A line as the library writes it itself. Its texts are the server's, and what commands a terminal
@@ -66,14 +69,37 @@ void WriteTrace(const std::string &I_strMessage)
     sTrace.bWarned = true;
 }
 
-// The utility's own text is in no error text of the library.
+// A new connection begins with a greeting. The library goes on after a refused login, so the first
+// refusal is the reason for those that follow.
+void NoteReply(const std::string &I_strReply)
+{
+    if (sTrace.strCommand.empty()) sTrace.strGreeting = I_strReply;
+    else if (sTrace.strRefusal.empty() && I_strReply.find_first_of("45") == 0)
+        sTrace.strRefusal = sTrace.strCommand + ": " + I_strReply;
+}
+
+void NoteCommand(const std::string &I_strMessage)
+{
+    if (I_strMessage == "xbsa_connect: Start")
+        sTrace.strGreeting = sTrace.strCommand = sTrace.strRefusal = "";
+    for (const std::string strSent : {": Send command: ", ": Send message: "})
+    {
+        const size_t uAt = I_strMessage.find(strSent);
+        if (uAt != std::string::npos) sTrace.strCommand = I_strMessage.substr(uAt + strSent.size());
+    }
+}
+
+// The command that was refused and the utility's own text are in no error text of the library.
 void TakeLine(char *cpMessage)
 {
+    static const std::string REPLY = "LOGIN REPLY: ";
     std::string strMessage = cpMessage;
     strMessage.resize(strMessage.find_last_not_of("\r\n") + 1);
     if (sTrace.fpListener) sTrace.fpListener(strMessage);
-    const bool bReply = strMessage.rfind("LOGIN REPLY:", 0) == 0; // all that level 1 has
+    const bool bReply = strMessage.rfind(REPLY, 0) == 0; // all that level 1 has
     if (sTrace.iShown > 1 || (sTrace.iShown == 1 && bReply)) WriteTrace(strMessage);
+    if (bReply) NoteReply(strMessage.substr(REPLY.size()));
+    else NoteCommand(strMessage);
     for (const std::string strStart : {"parse_com_answer: ERROR MESSAGE: ", "find_com_intf: "})
         if (strMessage.rfind(strStart, 0) == 0 && strMessage.find(" INI ") == std::string::npos)
             sTrace.strUtility = strMessage.substr(strStart.size());
@@ -92,6 +118,25 @@ void OpenTrace(const std::string &I_strFile)
     if (sTrace.iFile == -1 && errno == ENOENT)
         sTrace.iFile = open(I_strFile.c_str(), iFlags | O_CREAT, 0600);
     if (sTrace.iFile == -1) throw base::SystemFailure("trace file " + base::Quoted(I_strFile));
+}
+
+// What the server did, where the library's text says only that its reply was no good; else the text.
+std::string ServersPart(const std::string &I_strReason)
+{
+    const std::string &strGreeting = sTrace.strGreeting;
+    const std::string strVerb = sTrace.strCommand.substr(0, sTrace.strCommand.find(' '));
+    const size_t uReply = sTrace.strRefusal.find(": ");
+    if (strGreeting.size() > 3 && strGreeting[3] == '-')
+        return "the server greets with several lines, so its replies are out of step: " +
+               strGreeting;
+    if (strGreeting.find_first_of("45") == 0) return "the server turned us away: " + strGreeting;
+    if (I_strReason.size() > 5 &&
+        I_strReason.find_last_not_of(' ') == I_strReason.rfind("reply:") + 5)
+        return "no reply to " + strVerb + ", the server closed the control connection";
+    const bool bRefused =
+        uReply != std::string::npos &&
+        I_strReason.find(sTrace.strRefusal.substr(uReply + 2)) != std::string::npos;
+    return bRefused ? sTrace.strRefusal : I_strReason;
 }
 
 // The library waits without an end for the reply before its data connection. Its own limit comes
@@ -134,15 +179,18 @@ CSession::~CSession()
     if (bOpen) CALL(BSATerminate)(lHandle);
 }
 
-// Without the option the environment decides, and the sink only listens to the utility.
+// Without the option the environment decides. When it asks for no trace the tool listens to the
+// replies, but not while data flow: each block would be a line.
+void CSession::Listen(bool I_bListen) const
+{
+    if (sConnection.iTraceLevel != -1 || getenv("XBSA_TRACE") != nullptr) return;
+    CALL(BSASetTrace)(I_bListen ? TakeLine : nullptr, nullptr, I_bListen ? TRACE_STEPS : 0);
+}
+
 void CSession::SetTrace(const LISTENER &I_fpListener) const
 {
-    char szEnvironment[] = "ENVIRONMENT";
-    if (sConnection.iTraceLevel == -1)
-    {
-        if (sConnection.bInformix) CALL(BSASetTrace)(TakeLine, szEnvironment, TRACE_STEPS);
-        return;
-    }
+    Listen(true);
+    if (sConnection.iTraceLevel == -1) return;
     unsetenv("XBSA_TRACE"); // the option wins
     OpenTrace(sConnection.strTraceFile);
     sTrace.fpListener = I_fpListener;
@@ -170,6 +218,7 @@ base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
                           (strReason.empty() || strReason.find(UTILITY) != std::string::npos);
     if (bUtility && !sTrace.strUtility.empty())
         strReason = UTILITY + (": " + base::Printable(sTrace.strUtility));
+    else strReason = base::Printable(base::Masked(ServersPart(strReason), sConnection.strPassword));
     if (strReason.empty()) strReason = "no reason given, --trace 2 shows the steps";
     return base::FAILURE(strText + ": " + strReason,
                          bUtility ? base::EXIT_UTILITY : base::EXIT_SERVER);
@@ -184,6 +233,7 @@ void CSession::Check(const char *cpStep, int I_iCode) const
 void CSession::FailData(const char *cpStep, int I_iCode) const
 {
     const base::FAILURE sFailure = Failure(cpStep, I_iCode);
+    Listen(true);
     CALL(BSAEndData)(lHandle);
     const std::string strReason = LastError();
     throw base::FAILURE(sFailure.what() + (strReason.empty() ? "" : "; then: " + strReason),
@@ -194,12 +244,14 @@ void CSession::Create(BSA_ObjectDescriptor &X_sObject)
 {
     const base::CTimeLimit sLimit = Limit(sConnection);
     Check("BSACreateObject", CALL(BSACreateObject)(lHandle, &X_sObject, nullptr));
+    Listen(false);
 }
 
 void CSession::Get(BSA_ObjectDescriptor &X_sObject)
 {
     const base::CTimeLimit sLimit = Limit(sConnection);
     Check("BSAGetObject", CALL(BSAGetObject)(lHandle, &X_sObject, nullptr));
+    Listen(false);
 }
 
 void CSession::Send(char *cpData, size_t I_uLength)
@@ -224,11 +276,13 @@ size_t CSession::Receive(char *cpData)
 
 void CSession::EndData()
 {
+    Listen(true);
     Check("BSAEndData", CALL(BSAEndData)(lHandle));
 }
 
 void CSession::Abandon()
 {
+    Listen(true);
     CALL(BSAEndData)(lHandle);
 }
 
