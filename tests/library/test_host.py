@@ -269,10 +269,10 @@ class Leaks(unittest.TestCase):
     def test_tool(self):
         env = dict(os.environ, ASAN_OPTIONS="detect_leaks=1", XBSA_PASSWORD="secret")
         del env["LD_PRELOAD"]
-        for command, script, code in (("store", {}, 0), ("store", {"CWD": ["550 no"]}, 1),
-                                      ("store", {"STOR": ["150 go", "550 no"]}, 1),
-                                      ("store", {"END": ["426 no"]}, 1), ("restore", {}, 0),
-                                      ("restore", {"RETR": ["550 no"]}, 1)):
+        for command, script, code in (("store", {}, 0), ("store", {"CWD": ["550 no"]}, 4),
+                                      ("store", {"STOR": ["150 go", "550 no"]}, 4),
+                                      ("store", {"END": ["426 no"]}, 4), ("restore", {}, 0),
+                                      ("restore", {"RETR": ["550 no"]}, 4)):
             with self.subTest(command, script=script):
                 server = serve_behind(self, Server(script, objects={"obj": b"hello"}))
                 tool = subprocess.run(

@@ -145,8 +145,11 @@ long SecondsOfSending(long I_lRetries)
 {
     double dSeconds = 0;
     double dWait = 0.2;
-    for (long lTry = 0; lTry <= I_lRetries; lTry++, dWait = std::min(120.0, dWait * 2))
+    for (long lTry = 0; lTry <= I_lRetries; lTry++)
+    {
         dSeconds += dWait;
+        dWait = std::min(120.0, dWait * 2);
+    }
     return std::lround(dSeconds);
 }
 

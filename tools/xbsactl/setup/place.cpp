@@ -32,7 +32,7 @@ std::string GroupName(gid_t I_uGroup)
 
 std::string OnconfigName(const OPTIONS &I_sOptions)
 {
-    const std::string strName = base::OnconfigName(I_sOptions.strOnconfig);
+    std::string strName = base::OnconfigName(I_sOptions.strOnconfig);
     if (strName.front() == '.' || strName.find('/') != std::string::npos)
         throw base::USAGE_ERROR("--onconfig is the name of a file in DIR/etc");
     return strName;
