@@ -189,6 +189,8 @@ void CSession::Listen(bool I_bListen) const
 
 void CSession::SetTrace(const LISTENER &I_fpListener) const
 {
+    const char *cpLevel = getenv("XBSA_TRACE");
+    if (cpLevel != nullptr && atoi(cpLevel) == 0) unsetenv("XBSA_TRACE"); // no trace either way
     Listen(true);
     if (sConnection.iTraceLevel == -1) return;
     unsetenv("XBSA_TRACE"); // the option wins
