@@ -381,10 +381,12 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
     {
         const std::string strText = UnknownCommand(sApp);
         throw base::USAGE_ERROR(strText.empty() ? sError.what() : strText);
-    } catch (const CLI::ConfigError &sError)
+    } catch (const CLI::ConfigError &)
     {
-        throw base::USAGE_ERROR("--config: " + std::string(sError.what()) +
-                                "; a password is never in that file");
+        // The text names the line, which is the password when a password file was given by mistake.
+        throw base::USAGE_ERROR(
+            "--config: a line is not KEY=VALUE with the long name of an option, "
+            "without \"--\"; a password is never in that file");
     } catch (const CLI::ParseError &sError)
     {
         if (sError.get_exit_code() != 0) throw base::USAGE_ERROR(sError.what());

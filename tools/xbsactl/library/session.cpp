@@ -216,8 +216,11 @@ base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
     const bool bText = dlsym(vpLibrary, "xbsa_typeerr") != nullptr; // of this library alone
     if (bText) strText += base::Text(" (", CALL(xbsa_typeerr)(I_iCode), ")");
     std::string strReason = LastError();
-    const bool bUtility = sConnection.bInformix &&
-                          (strReason.empty() || strReason.find(UTILITY) != std::string::npos);
+    static const std::string NO_HOST = "invalid IP for host:"; // the utility would have named it
+    const size_t uHost = strReason.find(NO_HOST);
+    const bool bNoHost = uHost != std::string::npos && uHost + NO_HOST.size() >= strReason.size();
+    const bool bUtility = sConnection.bInformix && (bNoHost || strReason.empty() ||
+                                                    strReason.find(UTILITY) != std::string::npos);
     if (bUtility && !sTrace.strUtility.empty())
         strReason = UTILITY + (": " + base::Printable(sTrace.strUtility));
     else strReason = base::Printable(base::Masked(ServersPart(strReason), sConnection.strPassword));
