@@ -32,7 +32,7 @@ build() {
     return 1
 }
 
-# A small shop with 50,000 orders, about 5 MB, and 200 MB that stand for a big one.
+# A small shop with 50,000 orders, about 5 MB, and a file of 200 MB, so that rates mean something.
 make_data() {
     python3 - "$work/shop.db" <<'PYTHON' &&
 import os

@@ -20,7 +20,7 @@ Settings that stay the same:
   --config FILE, or the variable XBSACTL_CONFIG, names a file with lines such as
   host="backup.example"; options of a command follow a line such as [store]. The
   variables that the options above name, XBSACTL_MANIFEST and XBSACTL_STATUS
-  stand for the options of those names.
+  set the options of those names.
   The command line comes before the variables, the variables before the file.
 
 Informix sessions:
