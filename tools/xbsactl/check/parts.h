@@ -9,7 +9,6 @@
 #include <chrono>
 #include <functional>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,13 +17,7 @@
 
 namespace check
 {
-// The parts in one text.
-template <typename... PARTS> std::string Text(const PARTS &...I_tParts)
-{
-    std::ostringstream sText;
-    (sText << ... << I_tParts);
-    return sText.str();
-}
+using base::Text;
 
 // What follows the beginning; null when the text begins otherwise.
 const char *After(const std::string &I_strText, const std::string &I_strBegin);
