@@ -90,6 +90,9 @@ std::string Visible(const std::string &I_strText);
 // The same, without controls and blanks at its end: a server's reply in one line.
 std::string Printable(std::string I_strText);
 
+// The text with line ends between words for lines of that width; all but the first are indented.
+std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent);
+
 // The text with a mask for each place where a peer said the secret back.
 std::string Masked(std::string I_strText, const std::string &I_strSecret);
 

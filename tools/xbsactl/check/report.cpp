@@ -28,8 +28,7 @@ void PrintLine(const FINDING &I_sFinding)
 
 std::string Remedy(const std::string &I_strText, bool I_bInformix)
 {
-    const std::string strHint =
-        explain::Hint(I_strText, I_bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN);
+    const std::string strHint = explain::Advice(I_strText, I_bInformix).strHint;
     return strHint.empty() ? "look at the steps of the library: --trace 2 shows them" : strHint;
 }
 

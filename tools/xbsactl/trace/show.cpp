@@ -20,11 +20,6 @@ bool SameDay(const SESSION &I_sSession)
                                               DAY_LENGTH) == 0;
 }
 
-explain::MODE Mode(const SESSION &I_sSession)
-{
-    return I_sSession.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN;
-}
-
 void AddFact(std::vector<std::string> &X_vecFacts, const char *cpName, const std::string &I_strText)
 {
     if (!I_strText.empty()) X_vecFacts.push_back(cpName + I_strText);
@@ -74,11 +69,12 @@ base::JSON ErrorJson(const SESSION &I_sSession)
 {
     const LOGGED_ERROR &sError = I_sSession.sError;
     if (sError.sPlace.uLine == 0) return nullptr;
+    const auto [strMeaning, strHint] = explain::Advice(sError.strText, I_sSession.bInformix);
     return {{"line", sError.sPlace.uLine},
             {"time", sError.sPlace.strStamp},
             {"text", sError.strText},
-            {"meaning", explain::Meaning(sError.strText, Mode(I_sSession))},
-            {"hint", explain::Hint(sError.strText, Mode(I_sSession))}};
+            {"meaning", strMeaning},
+            {"hint", strHint}};
 }
 } // namespace
 
@@ -138,8 +134,9 @@ std::vector<std::string> Facts(const SESSION &I_sSession)
     if (sError.sPlace.uLine == 0) return vecFacts;
     vecFacts.push_back("first error, line " + std::to_string(sError.sPlace.uLine) + " at " +
                        sError.sPlace.strStamp.substr(DAY_LENGTH + 1) + ": " + sError.strText);
-    AddFact(vecFacts, "meaning: ", explain::Meaning(sError.strText, Mode(I_sSession)));
-    AddFact(vecFacts, "hint: ", explain::Hint(sError.strText, Mode(I_sSession)));
+    const auto [strMeaning, strHint] = explain::Advice(sError.strText, I_sSession.bInformix);
+    AddFact(vecFacts, "meaning: ", strMeaning);
+    AddFact(vecFacts, "hint: ", strHint);
     return vecFacts;
 }
 
