@@ -157,7 +157,7 @@ std::string FactList(const SESSION &I_sSession)
 {
     std::string strList = "<ul>";
     for (const std::string &strFact : Facts(I_sSession))
-        strList += (StartsWith(strFact, "first error") ? "<li class=\"fact\">" : "<li>") +
+        strList += (strFact.starts_with("first error") ? "<li class=\"fact\">" : "<li>") +
                    Escape(strFact) + "</li>";
     return strList + "</ul>\n";
 }

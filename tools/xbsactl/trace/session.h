@@ -71,8 +71,7 @@ class CSteps
 struct PLACE
 {
     uint64_t uLine = 0; // 0: nowhere
-    int64_t iTime = 0;
-    std::string strStamp;
+    int64_t iTime = 0;  // seconds of the log's clock, counted as if it were UTC
 };
 
 struct LOGGED_ERROR

@@ -10,14 +10,12 @@ namespace trace
 {
 namespace
 {
-constexpr size_t DAY_LENGTH = 10;
 constexpr const char *MIXED = "; who wrote which line and how long a step took is unknown: give "
                               "each process a log of its own (XBSA_LOGFILE)";
 
 bool SameDay(const SESSION &I_sSession)
 {
-    return I_sSession.sFirst.strStamp.compare(0, DAY_LENGTH, I_sSession.sLast.strStamp, 0,
-                                              DAY_LENGTH) == 0;
+    return I_sSession.sFirst.iTime / DAY == I_sSession.sLast.iTime / DAY;
 }
 
 void AddFact(std::vector<std::string> &X_vecFacts, const char *cpName, const std::string &I_strText)
@@ -71,7 +69,7 @@ base::JSON ErrorJson(const SESSION &I_sSession)
     if (sError.sPlace.uLine == 0) return nullptr;
     const auto [strMeaning, strHint] = explain::Advice(sError.strText, I_sSession.bInformix);
     return {{"line", sError.sPlace.uLine},
-            {"time", sError.sPlace.strStamp},
+            {"time", Stamp(sError.sPlace.iTime)},
             {"text", sError.strText},
             {"meaning", strMeaning},
             {"hint", strHint}};
@@ -122,8 +120,9 @@ std::vector<std::string> Facts(const SESSION &I_sSession)
     const std::string strTime =
         I_sSession.IsMixed() ? "" : " (" + Duration(sLast.iTime - sFirst.iTime) + ")";
     std::vector<std::string> vecFacts = {
-        sFirst.strStamp + " to " + sLast.strStamp.substr(SameDay(I_sSession) ? DAY_LENGTH + 1 : 0) +
-        strTime + ", lines " + std::to_string(sFirst.uLine) + " to " + std::to_string(sLast.uLine)};
+        Stamp(sFirst.iTime) + " to " +
+        (SameDay(I_sSession) ? Clock(sLast.iTime, false) : Stamp(sLast.iTime)) + strTime +
+        ", lines " + std::to_string(sFirst.uLine) + " to " + std::to_string(sLast.uLine)};
     if (I_sSession.IsMixed())
         vecFacts.push_back(
             "lines of several processes are mixed here: " + I_sSession.sMixture.strSign + MIXED);
@@ -133,7 +132,7 @@ std::vector<std::string> Facts(const SESSION &I_sSession)
     AddFact(vecFacts, "", I_sSession.Note());
     if (sError.sPlace.uLine == 0) return vecFacts;
     vecFacts.push_back("first error, line " + std::to_string(sError.sPlace.uLine) + " at " +
-                       sError.sPlace.strStamp.substr(DAY_LENGTH + 1) + ": " + sError.strText);
+                       Clock(sError.sPlace.iTime, false) + ": " + sError.strText);
     const auto [strMeaning, strHint] = explain::Advice(sError.strText, I_sSession.bInformix);
     AddFact(vecFacts, "meaning: ", strMeaning);
     AddFact(vecFacts, "hint: ", strHint);
@@ -162,8 +161,8 @@ std::string SessionJson(const SHOWN &I_sShown)
                         {"owner", bMixed ? "" : sSession.strOwner},
                         {"user", bMixed ? "" : sSession.strUser},
                         {"server", bMixed ? "" : sSession.strHost},
-                        {"begin", sSession.sFirst.strStamp},
-                        {"end", sSession.sLast.strStamp},
+                        {"begin", Stamp(sSession.sFirst.iTime)},
+                        {"end", Stamp(sSession.sLast.iTime)},
                         {"first_line", sSession.sFirst.uLine},
                         {"last_line", sSession.sLast.uLine},
                         {"objects", sSession.sSteps.uObjects},

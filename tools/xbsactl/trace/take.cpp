@@ -1,6 +1,7 @@
 #include "trace/parts.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace trace
 {
@@ -16,6 +17,16 @@ namespace
 constexpr uint64_t NO_MATCH = 17; // codes that are answers, not failures
 constexpr uint64_t NO_MORE_DATA = 18;
 
+// The number at the start of the text, 0 when there is none; the text goes on after it.
+uint64_t TakeNumber(std::string_view &X_svText)
+{
+    uint64_t uNumber = 0;
+    const char *cpStart = X_svText.data();
+    const auto sResult = std::from_chars(cpStart, cpStart + X_svText.size(), uNumber);
+    X_svText.remove_prefix(static_cast<size_t>(sResult.ptr - cpStart));
+    return uNumber;
+}
+
 // One line on its way into a session.
 struct TAKE
 {
@@ -30,7 +41,7 @@ struct TAKE
     }
     bool RestIs(std::string_view I_svStart) const
     {
-        return StartsWith(svRest, I_svStart);
+        return svRest.starts_with(I_svStart);
     }
     bool IsRefusal() const
     {
@@ -45,14 +56,14 @@ struct TAKE
     void Begin(KIND I_eKind, const std::string &I_strText) const
     {
         if (sProgress.sPending) sSession.AddStep(*sProgress.sPending);
-        sProgress.sPending = STEP(I_eKind, sLine.iTime, I_strText);
+        sProgress.sPending = STEP(I_eKind, sLine.sPlace.iTime, I_strText);
     }
 
     void End(const std::string &I_strResult, bool I_bFailed = false) const
     {
         if (!sProgress.sPending) return;
         STEP sStep = *std::exchange(sProgress.sPending, std::nullopt);
-        sStep.iEnd = sLine.iTime;
+        sStep.iEnd = sLine.sPlace.iTime;
         sStep.bEnded = true;
         sStep.bFailed = I_bFailed;
         sStep.strResult = I_strResult;
@@ -61,7 +72,7 @@ struct TAKE
 
     void Fail(const std::string &I_strText) const
     {
-        STEP sStep(KIND::CALL, sLine.iTime, I_strText);
+        STEP sStep(KIND::CALL, sLine.sPlace.iTime, I_strText);
         sStep.bFailed = true;
         sSession.AddStep(sStep);
         sSession.bFailed = true;
@@ -90,13 +101,13 @@ struct TAKE
     {
         LOGGED_ERROR &sError = sSession.sError;
         if (sError.sPlace.uLine == 0 || (sError.bWeak && !I_bWeak))
-            sError = {Place(sLine), Clean(sLine.svText), I_bWeak};
+            sError = {sLine.sPlace, Clean(sLine.svText), I_bWeak};
     }
 
     void SetSign() const // the line cannot come here
     {
         const size_t uEnd = sLine.svText.find_first_of(":( ");
-        sProgress.strSign = "line " + std::to_string(sLine.uNumber) + ", of " +
+        sProgress.strSign = "line " + std::to_string(sLine.sPlace.uLine) + ", of " +
                             std::string(sLine.svText.substr(0, uEnd)) + ", cannot come here";
     }
 };
@@ -134,7 +145,7 @@ void TakePath(const TAKE &I_sTake, const char *cpWhat)
     if (!strName && (I_sTake.sProgress.uCall & IN_UNKNOWN) == 0) I_sTake.SetSign();
     const bool bPair = strName && !I_sTake.sSession.IsMixed();
     const std::string strObject = (bPair ? *strName : "an object") + " in " + I_sTake.Rest();
-    I_sTake.sSession.AddStep({KIND::OBJECT, I_sTake.sLine.iTime, cpWhat + strObject});
+    I_sTake.sSession.AddStep({KIND::OBJECT, I_sTake.sLine.sPlace.iTime, cpWhat + strObject});
     strName.reset();
 }
 
@@ -174,7 +185,7 @@ void TakeLoginReply(const TAKE &I_sTake)
 {
     if (I_sTake.IsRefusal()) I_sTake.NoteError(true);
     if (I_sTake.sSession.eOrigin == ORIGIN::REPLIES)
-        I_sTake.sSession.AddStep({KIND::REPLY, I_sTake.sLine.iTime, I_sTake.Rest()});
+        I_sTake.sSession.AddStep({KIND::REPLY, I_sTake.sLine.sPlace.iTime, I_sTake.Rest()});
 }
 
 void TakeOpened(const TAKE &I_sTake, const char *cpVerb)
@@ -193,18 +204,18 @@ void TakeBlock(const TAKE &I_sTake, const char *cpVerb)
     PROGRESS &sProgress = I_sTake.sProgress;
     std::string_view svRest = I_sTake.svRest;
     const uint64_t uBytes = TakeNumber(svRest);
-    if (!StartsWith(svRest, TOTAL)) return;
+    if (!svRest.starts_with(TOTAL)) return;
     svRest.remove_prefix(TOTAL.size());
     const uint64_t uTotal = TakeNumber(svRest);
     if (sProgress.uTotal && uTotal != *sProgress.uTotal + uBytes)
-        sProgress.strSign = "the total of line " + std::to_string(I_sTake.sLine.uNumber) +
+        sProgress.strSign = "the total of line " + std::to_string(I_sTake.sLine.sPlace.uLine) +
                             " does not follow from the one before";
     sProgress.uTotal = uTotal;
     I_sTake.sSession.uBytes += uBytes;
     if (!I_sTake.InData() && (sProgress.uCall & IN_UNKNOWN) == 0) return;
     if (!I_sTake.InData()) I_sTake.Begin(KIND::DATA, cpVerb); // the log began in the middle
     sProgress.bTransfer = true;
-    sProgress.sPending->AddBlock(uBytes, I_sTake.sLine.iTime);
+    sProgress.sPending->AddBlock(uBytes, I_sTake.sLine.sPlace.iTime);
 }
 
 void TakeDataEnd(const TAKE &I_sTake)
@@ -235,7 +246,7 @@ void TakeDataReturn(const TAKE &I_sTake)
 void TakeCommand(const TAKE &I_sTake)
 {
     const COMMAND sCommand = ParseCommand(I_sTake.svRest);
-    STEP sObject(KIND::OBJECT, I_sTake.sLine.iTime, sCommand.Object());
+    STEP sObject(KIND::OBJECT, I_sTake.sLine.sPlace.iTime, sCommand.Object());
     if (sCommand.bBackup) sObject.strJob = sCommand.strJob;
     else if (sCommand.strVerb == "openjob") sObject.strResult = sCommand.strCopy;
     if (!sObject.strText.empty()) I_sTake.sSession.AddStep(sObject);
@@ -270,7 +281,7 @@ void TakeUnanswered(const TAKE &I_sTake)
 
 void TakeFound(const TAKE &I_sTake, const std::string &I_strFound)
 {
-    I_sTake.sSession.AddStep({KIND::CALL, I_sTake.sLine.iTime, "found " + I_strFound});
+    I_sTake.sSession.AddStep({KIND::CALL, I_sTake.sLine.sPlace.iTime, "found " + I_strFound});
 }
 
 void TakeTerminated(const TAKE &I_sTake)
