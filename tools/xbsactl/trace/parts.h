@@ -74,25 +74,6 @@ class CLineReader
 // file's last day. Throws USAGE_ERROR, and FAILURE when the file cannot be read.
 int64_t Moment(const std::string &I_strText, const std::string &I_strFile);
 
-// ---- command.cpp
-// The command line of the COM utility, as the trace shows it.
-struct COMMAND
-{
-    std::string strVerb;   // "openjob", ...
-    std::string strJob;    // ":JOB" after the verb
-    std::string strObject; // at the end
-    std::string strCopy;   // of the saveset after "-s"
-    bool bBackup = false;  // it opens a backup's job
-    bool bGood = false;    // the job ends well
-
-    std::string Object() const; // "backup of OBJECT"; empty when the command begins none
-};
-
-COMMAND ParseCommand(std::string_view I_svLine);
-
-// "copy id 77" of the saveset "77@..."; empty for a text without a number.
-std::string CopyName(std::string_view I_svSaveset);
-
 // ---- take.cpp
 // What the lines mean that the library writes.
 struct FUNCTION;

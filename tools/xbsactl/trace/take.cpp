@@ -78,13 +78,6 @@ struct TAKE
         sSession.bFailed = true;
     }
 
-    void GiveUpData() const // if it goes on
-    {
-        if (!InData()) return;
-        End("");
-        Fail("the object was given up: no BSAEndData");
-    }
-
     // A call has returned the code.
     void Return() const
     {
@@ -114,7 +107,11 @@ struct TAKE
 
 void EndCall(const TAKE &I_sTake)
 {
-    I_sTake.GiveUpData();
+    if (I_sTake.InData())
+    {
+        I_sTake.End("");
+        I_sTake.Fail("the object was given up: no BSAEndData");
+    }
     I_sTake.sProgress.uCall = IN_NONE;
 }
 
@@ -125,11 +122,6 @@ void TakeEarlyReturn(const TAKE &I_sTake)
     I_sTake.Return();
     I_sTake.sProgress.uCall = uCall;
     I_sTake.sProgress.bRejected = uCall == IN_INIT && I_sTake.RestIs("5 ");
-}
-
-void TakeUser(const TAKE &I_sTake)
-{
-    I_sTake.sSession.strUser = I_sTake.Rest();
 }
 
 void TakeName(const TAKE &I_sTake)
@@ -241,19 +233,56 @@ void TakeDataReturn(const TAKE &I_sTake)
     I_sTake.sProgress.bTransfer = false;
 }
 
-// What the client asks for is a restore's copy; that of a backup is the server's to name. A job
-// that ends well says for certain which copy it made, whoever else writes to the log.
+// "copy id 77" of the saveset "77@..."; empty for a text without a number.
+std::string CopyName(std::string_view I_svSaveset)
+{
+    constexpr size_t LONGEST_NUMBER = 20;
+    const size_t uDigits = std::min(I_svSaveset.find_first_not_of("0123456789"), LONGEST_NUMBER);
+    return uDigits == 0 || I_svSaveset.empty()
+               ? ""
+               : "copy id " + std::string(I_svSaveset.substr(0, uDigits));
+}
+
+// What follows the option at that place of a command line, to the end.
+std::string_view After(std::string_view I_svLine, size_t I_uOption)
+{
+    if (I_uOption == std::string_view::npos) return "";
+    const size_t uPlace = I_svLine.find_first_not_of(" '", I_uOption + 4);
+    return I_svLine.substr(std::min(uPlace, I_svLine.size()));
+}
+
+// The command line of the COM utility: "... -b 'openjob:JOB' ... -s SAVESET ... -- OBJECT]". What
+// the client asks for is a restore's copy; that of a backup is the server's to name. A job that
+// ends well says for certain which copy it made, whoever else writes to the log.
 void TakeCommand(const TAKE &I_sTake)
 {
-    const COMMAND sCommand = ParseCommand(I_sTake.svRest);
-    STEP sObject(KIND::OBJECT, I_sTake.sLine.sPlace.iTime, sCommand.Object());
-    if (sCommand.bBackup) sObject.strJob = sCommand.strJob;
-    else if (sCommand.strVerb == "openjob") sObject.strResult = sCommand.strCopy;
-    if (!sObject.strText.empty()) I_sTake.sSession.AddStep(sObject);
-    if (sCommand.strVerb == "closejob" && !sCommand.strCopy.empty() && sCommand.bGood)
-        I_sTake.sSession.sSteps.NameCopy(sCommand.strJob, sCommand.strCopy);
+    std::string_view svLine = I_sTake.svRest;
+    if (svLine.ends_with(']')) svLine.remove_suffix(1);
+    const size_t uBackup = svLine.find(" -b ");
+    const size_t uQuery = svLine.find(" -q ");
+    const size_t uTask = std::min({uBackup, uQuery, svLine.find(" -r ")});
+    const std::string_view svTask = After(svLine, uTask);
+    const size_t uColon = std::min(svTask.find(':'), svTask.size());
+    const size_t uEnd = svTask.find_first_of(" '", uColon);
+    const std::string strJob = Clean(svTask.substr(uColon, uEnd - uColon));
+    const std::string strObject = Clean(After(svLine, svLine.rfind(" -- ")));
+    const std::string strCopy = CopyName(After(svLine, svLine.find(" -s ")));
+    std::string strVerb = Clean(svTask.substr(0, svTask.find_first_of(": ")));
+    if (strVerb.empty()) strVerb = "run without a task";
+    if (uTask == uQuery && uTask != std::string_view::npos) strVerb = "query";
+
+    STEP sObject(KIND::OBJECT, I_sTake.sLine.sPlace.iTime, "query of " + strObject);
+    if (strVerb == "openjob")
+    {
+        const bool bBackup = uTask == uBackup;
+        sObject.strText = (bBackup ? "backup of " : "restore of ") + strObject;
+        (bBackup ? sObject.strJob : sObject.strResult) = bBackup ? strJob : strCopy;
+    }
+    if (strVerb == "openjob" || strVerb == "query") I_sTake.sSession.AddStep(sObject);
+    if (strVerb == "closejob" && !strCopy.empty() && svLine.ends_with(" -i 0"))
+        I_sTake.sSession.sSteps.NameCopy(strJob, strCopy);
     I_sTake.sSession.bInformix = true;
-    I_sTake.Begin(KIND::UTILITY, sCommand.strVerb);
+    I_sTake.Begin(KIND::UTILITY, strVerb);
 }
 
 void TakeAnswer(const TAKE &I_sTake)
@@ -331,8 +360,8 @@ constexpr FUNCTION FUNCTIONS[] = {
 
 struct RULE
 {
-    std::string_view svFunction;
-    std::string_view svStart; // of what follows its name
+    std::string_view svFunction; // empty: any
+    std::string_view svStart;    // of what follows its name
     void (*fpTake)(const TAKE &I_sTake);
 };
 
@@ -353,16 +382,11 @@ constexpr RULE RULES[] = {
      [](const TAKE &sTake) { sTake.Begin(KIND::CONTROL, "greeting"); }},
     {"xbsa_open", "Welcome: ", TakeReply},
     {"xbsa_open", "Send command: ", TakeSent},
-    {"xbsa_open", "Received message: ", TakeReply},
     {"xbsa_open", "Failed to recieve", TakeBroken},
     {"xbsa_open", "stpc_recv() failed", TakeBroken},
     {"xbsa_open", "Reply String empty", TakeBroken},
     {"xbsa_open", "send() function failed", TakeBroken},
-    {"stpc_port", "Send message: ", TakeSent},
-    {"stpc_port", "Received message: ", TakeReply},
-    {"stpc_stor", "Send message: ", TakeSent},
     {"stpc_stor", "Received message: ", TakeTransferReply},
-    {"stpc_retr", "Send message: ", TakeSent},
     {"stpc_retr", "Received message: ", TakeTransferReply},
     {"BSAInit", "Input: BSA_ObjectOwner.bsa_ObjectOwner = ",
      [](const TAKE &sTake) { sTake.sSession.strOwner = sTake.Rest(); }},
@@ -372,12 +396,8 @@ constexpr RULE RULES[] = {
     {"BSABeginTxn", "Return: ", TakeEarlyReturn},
     {"BSABeginTxn", "End", EndCall},
     {"BSAEndTxn", "End", EndCall},
-    {"BSACreateObject", "User: ", TakeUser},
-    {"BSACreateObject", "Object name: ", TakeName},
     {"BSACreateObject", "Object path: ", [](const TAKE &sTake) { TakePath(sTake, "backup of "); }},
     {"BSACreateObject", "Return: ", [](const TAKE &sTake) { TakeOpened(sTake, "sent"); }},
-    {"BSAGetObject", "User: ", TakeUser},
-    {"BSAGetObject", "Object name: ", TakeName},
     {"BSAGetObject", "Object path: ", [](const TAKE &sTake) { TakePath(sTake, "restore of "); }},
     {"BSAGetObject", "End, return: ", [](const TAKE &sTake) { TakeOpened(sTake, "received"); }},
     {"BSAQueryObject",
@@ -390,6 +410,10 @@ constexpr RULE RULES[] = {
     {"BSAEndData", "Return CODE: ", TakeDataReturn},
     {"BSATerminate", "Closing trace", TakeTerminated},
     {"BSATerminate", "Invalid Handle", TakeTerminateError},
+    {"", "Send message: ", TakeSent},
+    {"", "Received message: ", TakeReply},
+    {"", "User: ", [](const TAKE &sTake) { sTake.sSession.strUser = sTake.Rest(); }},
+    {"", "Object name: ", TakeName},
 };
 
 // A line that no rule knows is an error when it holds one of these: the library's error texts are
@@ -412,14 +436,6 @@ constexpr std::string_view WEAK_WORDS[] = {"cut", "xiting", "Unexpected"};
 
 constexpr std::string_view HANDLES[] = {
     "BSA Handle (process ID) = ", "Start, Input: bsaHandle = ", "Start - bsaHandle = "};
-
-template <size_t COUNT>
-bool HoldsOne(std::string_view I_svText, const std::string_view (&I_svWords)[COUNT])
-{
-    return std::any_of(std::begin(I_svWords), std::end(I_svWords), [&](std::string_view svWord) {
-        return I_svText.find(svWord) != std::string_view::npos;
-    });
-}
 
 // A call begins only after the one before has ended; what belongs to a call comes within it.
 void CheckOrder(const TAKE &I_sTake, const FUNCTION &I_sFunction)
@@ -445,9 +461,8 @@ long HandleOf(const TAKE &I_sTake)
 const FUNCTION *Writer(const LOG_LINE &I_sLine)
 {
     const std::string_view svName = I_sLine.svText.substr(0, I_sLine.svText.find_first_of(":( "));
-    for (const FUNCTION &sFunction : FUNCTIONS)
-        if (sFunction.svName == svName) return &sFunction;
-    return nullptr;
+    const FUNCTION *spFound = std::ranges::find(FUNCTIONS, svName, &FUNCTION::svName);
+    return spFound != std::end(FUNCTIONS) ? spFound : nullptr;
 }
 
 void Take(SESSION &X_sSession, const LOG_LINE &I_sLine, const FUNCTION &I_sWriter)
@@ -460,12 +475,16 @@ void Take(SESSION &X_sSession, const LOG_LINE &I_sLine, const FUNCTION &I_sWrite
     sTake.sProgress.lHandle = I_sWriter.uCall != 0 ? HandleOf(sTake) : 0;
     for (const RULE &sRule : RULES)
     {
-        if (sRule.svFunction != I_sWriter.svName || !sTake.RestIs(sRule.svStart)) continue;
+        const bool bWriter = sRule.svFunction.empty() || sRule.svFunction == I_sWriter.svName;
+        if (!bWriter || !sTake.RestIs(sRule.svStart)) continue;
         sTake.svRest.remove_prefix(sRule.svStart.size());
         return sRule.fpTake(sTake);
     }
-    for (const std::string_view svStart : PLAIN_STARTS)
-        if (sTake.RestIs(svStart)) return;
-    if (HoldsOne(sTake.svRest, ERROR_WORDS)) sTake.NoteError(HoldsOne(sTake.svRest, WEAK_WORDS));
+    const auto fpStarts = [&](std::string_view svStart) { return sTake.RestIs(svStart); };
+    const auto fpHolds = [&](std::string_view svWord) {
+        return sTake.svRest.find(svWord) != std::string_view::npos;
+    };
+    if (std::ranges::none_of(PLAIN_STARTS, fpStarts) && std::ranges::any_of(ERROR_WORDS, fpHolds))
+        sTake.NoteError(std::ranges::any_of(WEAK_WORDS, fpHolds));
 }
 } // namespace trace
