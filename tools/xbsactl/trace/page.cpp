@@ -63,7 +63,7 @@ std::string Title(const STEP &I_sStep)
 BAR Whole(const SESSION &I_sSession)
 {
     const bool bMixed = I_sSession.IsMixed();
-    return {bMixed ? "mixed" : "control", !bMixed && I_sSession.sError.sPlace.uLine != 0,
+    return {bMixed ? "mixed" : "control", !bMixed && I_sSession.sError,
             static_cast<double>(I_sSession.sFirst.iTime),
             static_cast<double>(I_sSession.sLast.iTime + 1),
             bMixed ? "lines of several processes" : "replies of the server"};

@@ -166,7 +166,7 @@ struct SHOWN
 // Within one second the order of steps and messages is not known.
 SHOWN Show(const SESSION &I_sSession, const std::vector<STEP> &I_vecMessages);
 
-const char *KindName(KIND I_eKind);            // "" for a heading
+const char *KindName(KIND I_eKind);
 std::string StepDuration(const STEP &I_sStep); // "" where there is none to be shown
 
 // Clock, kind, duration and text of the step.

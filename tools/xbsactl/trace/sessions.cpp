@@ -9,11 +9,6 @@ namespace
 {
 constexpr size_t OPEN_SESSIONS = 16; // that may go on at a time, or wait for such a one
 
-void TakeError(SESSION &X_sInto, const SESSION &I_sFrom)
-{
-    if (X_sInto.sError.sPlace.uLine == 0) X_sInto.sError = I_sFrom.sError;
-}
-
 // A copy that an answer named may be another process's; the close of the job names it again.
 void AddObjects(SESSION &X_sInto, const std::vector<STEP> &I_vecSteps)
 {
@@ -31,7 +26,7 @@ void Absorb(SESSION &X_sInto, const SESSION &I_sFrom)
     X_sInto.sMixture.uProcesses += I_sFrom.sMixture.uProcesses;
     X_sInto.sMixture.uTerminated += I_sFrom.sMixture.uTerminated;
     if (I_sFrom.sLast.uLine > X_sInto.sLast.uLine) X_sInto.sLast = I_sFrom.sLast;
-    TakeError(X_sInto, I_sFrom);
+    if (!X_sInto.sError) X_sInto.sError = I_sFrom.sError;
 }
 
 // Only what still is true of lines of several processes.
@@ -169,7 +164,7 @@ void CSessions::FoldRejected()
     uCurrent = deqSessions.size() - 1;
     Current().bFailed = true;
     for (const STEP &sStep : sRejected.Steps()) Current().AddStep(sStep);
-    TakeError(Current(), sRejected);
+    if (!Current().sError) Current().sError = sRejected.sError;
 }
 
 // The last line may be cut anywhere: what fits is taken, and nothing is concluded from the rest.

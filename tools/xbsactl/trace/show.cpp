@@ -1,5 +1,6 @@
 #include "trace/parts.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -47,8 +48,7 @@ std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
 
 base::JSON StepJson(const STEP &I_sStep)
 {
-    const bool bObject = I_sStep.eKind == KIND::OBJECT;
-    base::JSON sJson = {{"kind", bObject ? "object" : KindName(I_sStep.eKind)},
+    base::JSON sJson = {{"kind", KindName(I_sStep.eKind)},
                         {"time", Stamp(I_sStep.iStart)},
                         {"text", I_sStep.strText},
                         {"result", I_sStep.strResult},
@@ -65,12 +65,12 @@ base::JSON StepJson(const STEP &I_sStep)
 
 base::JSON ErrorJson(const SESSION &I_sSession)
 {
-    const LOGGED_ERROR &sError = I_sSession.sError;
-    if (sError.sPlace.uLine == 0) return nullptr;
-    const auto [strMeaning, strHint] = explain::Advice(sError.strText, I_sSession.bInformix);
-    return {{"line", sError.sPlace.uLine},
-            {"time", Stamp(sError.sPlace.iTime)},
-            {"text", sError.strText},
+    if (!I_sSession.sError) return nullptr;
+    const auto &[sPlace, strText, bWeak] = *I_sSession.sError;
+    const auto [strMeaning, strHint] = explain::Advice(strText, I_sSession.bInformix);
+    return {{"line", sPlace.uLine},
+            {"time", Stamp(sPlace.iTime)},
+            {"text", strText},
             {"meaning", strMeaning},
             {"hint", strHint}};
 }
@@ -79,21 +79,15 @@ base::JSON ErrorJson(const SESSION &I_sSession)
 SHOWN Show(const SESSION &I_sSession, const std::vector<STEP> &I_vecMessages)
 {
     SHOWN sShown{I_sSession, {}};
-    auto spMessage = I_vecMessages.begin();
-    for (const STEP &sStep : I_sSession.Steps())
-    {
-        for (; spMessage != I_vecMessages.end() && spMessage->iStart < sStep.iStart; ++spMessage)
-            sShown.vecSteps.push_back(*spMessage);
-        sShown.vecSteps.push_back(sStep);
-    }
-    sShown.vecSteps.insert(sShown.vecSteps.end(), spMessage, I_vecMessages.end());
+    std::ranges::merge(I_sSession.Steps(), I_vecMessages, std::back_inserter(sShown.vecSteps), {},
+                       &STEP::iStart, &STEP::iStart);
     return sShown;
 }
 
 const char *KindName(KIND I_eKind)
 {
-    constexpr std::array<const char *, 7> NAMES = {"",      "control", "utility", "data",
-                                                   "reply", "call",    "database"};
+    constexpr std::array<const char *, 7> NAMES = {"object", "control", "utility", "data",
+                                                   "reply",  "call",    "database"};
     return NAMES[static_cast<size_t>(I_eKind)];
 }
 
@@ -116,7 +110,6 @@ std::vector<std::string> Facts(const SESSION &I_sSession)
 {
     const PLACE &sFirst = I_sSession.sFirst;
     const PLACE &sLast = I_sSession.sLast;
-    const LOGGED_ERROR &sError = I_sSession.sError;
     const std::string strTime =
         I_sSession.IsMixed() ? "" : " (" + Duration(sLast.iTime - sFirst.iTime) + ")";
     std::vector<std::string> vecFacts = {
@@ -130,10 +123,11 @@ std::vector<std::string> Facts(const SESSION &I_sSession)
         vecFacts.push_back(Count(I_sSession.sSteps.uObjects, "task") + ", " +
                            Count(I_sSession.uBytes, "byte"));
     AddFact(vecFacts, "", I_sSession.Note());
-    if (sError.sPlace.uLine == 0) return vecFacts;
-    vecFacts.push_back("first error, line " + std::to_string(sError.sPlace.uLine) + " at " +
-                       Clock(sError.sPlace.iTime, false) + ": " + sError.strText);
-    const auto [strMeaning, strHint] = explain::Advice(sError.strText, I_sSession.bInformix);
+    if (!I_sSession.sError) return vecFacts;
+    const auto &[sPlace, strText, bWeak] = *I_sSession.sError;
+    vecFacts.push_back("first error, line " + std::to_string(sPlace.uLine) + " at " +
+                       Clock(sPlace.iTime, false) + ": " + strText);
+    const auto [strMeaning, strHint] = explain::Advice(strText, I_sSession.bInformix);
     AddFact(vecFacts, "meaning: ", strMeaning);
     AddFact(vecFacts, "hint: ", strHint);
     return vecFacts;

@@ -56,7 +56,7 @@ struct TAKE
     void Begin(KIND I_eKind, const std::string &I_strText) const
     {
         if (sProgress.sPending) sSession.AddStep(*sProgress.sPending);
-        sProgress.sPending = STEP(I_eKind, sLine.sPlace.iTime, I_strText);
+        sProgress.sPending = STEP{I_eKind, sLine.sPlace.iTime, I_strText};
     }
 
     void End(const std::string &I_strResult, bool I_bFailed = false) const
@@ -70,12 +70,13 @@ struct TAKE
         sSession.AddStep(sStep);
     }
 
-    void Fail(const std::string &I_strText) const
+    // What a call found, or how it failed.
+    void AddCall(const std::string &I_strText, bool I_bFailed) const
     {
-        STEP sStep(KIND::CALL, sLine.sPlace.iTime, I_strText);
-        sStep.bFailed = true;
+        STEP sStep{KIND::CALL, sLine.sPlace.iTime, I_strText};
+        sStep.bFailed = I_bFailed;
         sSession.AddStep(sStep);
-        sSession.bFailed = true;
+        sSession.bFailed |= I_bFailed;
     }
 
     // A call has returned the code.
@@ -86,15 +87,14 @@ struct TAKE
         const uint64_t uCode = TakeNumber(svCode);
         if (uCode == 0 || uCode == NO_MATCH || uCode == NO_MORE_DATA) return;
         NoteError(true);
-        Fail(Clean(sLine.svText));
+        AddCall(Clean(sLine.svText), true);
     }
 
     // Weak: a later error may say more.
     void NoteError(bool I_bWeak) const
     {
-        LOGGED_ERROR &sError = sSession.sError;
-        if (sError.sPlace.uLine == 0 || (sError.bWeak && !I_bWeak))
-            sError = {sLine.sPlace, Clean(sLine.svText), I_bWeak};
+        if (!sSession.sError || (sSession.sError->bWeak && !I_bWeak))
+            sSession.sError = {sLine.sPlace, Clean(sLine.svText), I_bWeak};
     }
 
     void SetSign() const // the line cannot come here
@@ -110,7 +110,7 @@ void EndCall(const TAKE &I_sTake)
     if (I_sTake.InData())
     {
         I_sTake.End("");
-        I_sTake.Fail("the object was given up: no BSAEndData");
+        I_sTake.AddCall("the object was given up: no BSAEndData", true);
     }
     I_sTake.sProgress.uCall = IN_NONE;
 }
@@ -238,9 +238,8 @@ std::string CopyName(std::string_view I_svSaveset)
 {
     constexpr size_t LONGEST_NUMBER = 20;
     const size_t uDigits = std::min(I_svSaveset.find_first_not_of("0123456789"), LONGEST_NUMBER);
-    return uDigits == 0 || I_svSaveset.empty()
-               ? ""
-               : "copy id " + std::string(I_svSaveset.substr(0, uDigits));
+    I_svSaveset = I_svSaveset.substr(0, uDigits);
+    return I_svSaveset.empty() ? "" : "copy id " + std::string(I_svSaveset);
 }
 
 // What follows the option at that place of a command line, to the end.
@@ -271,7 +270,7 @@ void TakeCommand(const TAKE &I_sTake)
     if (strVerb.empty()) strVerb = "run without a task";
     if (uTask == uQuery && uTask != std::string_view::npos) strVerb = "query";
 
-    STEP sObject(KIND::OBJECT, I_sTake.sLine.sPlace.iTime, "query of " + strObject);
+    STEP sObject{KIND::OBJECT, I_sTake.sLine.sPlace.iTime, "query of " + strObject};
     if (strVerb == "openjob")
     {
         const bool bBackup = uTask == uBackup;
@@ -306,11 +305,6 @@ void TakeUnanswered(const TAKE &I_sTake)
 {
     I_sTake.NoteError(false);
     I_sTake.End("no answer", true);
-}
-
-void TakeFound(const TAKE &I_sTake, const std::string &I_strFound)
-{
-    I_sTake.sSession.AddStep({KIND::CALL, I_sTake.sLine.sPlace.iTime, "found " + I_strFound});
 }
 
 void TakeTerminated(const TAKE &I_sTake)
@@ -400,9 +394,10 @@ constexpr RULE RULES[] = {
     {"BSACreateObject", "Return: ", [](const TAKE &sTake) { TakeOpened(sTake, "sent"); }},
     {"BSAGetObject", "Object path: ", [](const TAKE &sTake) { TakePath(sTake, "restore of "); }},
     {"BSAGetObject", "End, return: ", [](const TAKE &sTake) { TakeOpened(sTake, "received"); }},
-    {"BSAQueryObject",
-     "COPYID: ", [](const TAKE &sTake) { TakeFound(sTake, CopyName(sTake.svRest)); }},
-    {"BSAQueryObject", "No match.", [](const TAKE &sTake) { TakeFound(sTake, "no match"); }},
+    {"BSAQueryObject", "COPYID: ",
+     [](const TAKE &sTake) { sTake.AddCall("found " + CopyName(sTake.svRest), false); }},
+    {"BSAQueryObject", "No match.",
+     [](const TAKE &sTake) { sTake.AddCall("found no match", false); }},
     {"BSAQueryObject", "End", EndCall},
     {"BSAGetNextQueryObject", "End, return: ", [](const TAKE &sTake) { sTake.Return(); }},
     {"BSAEndData", "Start", TakeDataEnd},
