@@ -22,6 +22,12 @@ using base::Text;
 // What follows the beginning; null when the text begins otherwise.
 const char *After(const std::string &I_strText, const std::string &I_strBegin);
 
+// A reply that refuses, for now or for good.
+inline bool IsNegative(std::string_view I_svReply)
+{
+    return I_svReply.starts_with('4') || I_svReply.starts_with('5');
+}
+
 // Work that may hang or crash, in a process of its own that is ended when its time is over. What it
 // says comes at once: a name without a blank, and a value of one line.
 using SAY = std::function<void(const char *cpName, const std::string &I_strValue)>;
@@ -92,23 +98,20 @@ struct FINDING
 {
     STATUS eStatus = STATUS::OK;
     std::string strFound{};  // what there is
-    std::string strNext{};   // what to do about it; empty when all is well
+    std::string strNext{};   // what to do about it; empty: what the knowledge base says, if needed
     long lMilliseconds = -1; // that the step took; -1: since the last finding
     std::string strStep{};   // "network.login"; by CReport::Add
 };
-
-// What to do about a message of the library, or a reply: "CWD /db: 550 No such folder".
-std::string Remedy(const std::string &I_strText, bool I_bInformix = false);
 
 inline FINDING Ok(const std::string &I_strFound)
 {
     return {STATUS::OK, I_strFound};
 }
-inline FINDING Warn(const std::string &I_strFound, const std::string &I_strNext)
+inline FINDING Warn(const std::string &I_strFound, const std::string &I_strNext = "")
 {
     return {STATUS::WARN, I_strFound, I_strNext};
 }
-inline FINDING Fail(const std::string &I_strFound, const std::string &I_strNext)
+inline FINDING Fail(const std::string &I_strFound, const std::string &I_strNext = "")
 {
     return {STATUS::FAIL, I_strFound, I_strNext};
 }

@@ -13,7 +13,6 @@ namespace
 {
 #define INI_FILE "/etc/korva2000.ini"
 #define INI_KEY "SM_BIN_KORVA"
-#define INI_EXAMPLE INI_KEY "=/folder/of/the/utility"
 
 // The names that the INI file sets.
 std::string IniKeys()
@@ -78,8 +77,7 @@ struct UTILITY
     FINDING IniFile()
     {
         if (access(INI_FILE, R_OK) == 0) return Ok(INI_FILE);
-        return Fail(base::SystemFailure(INI_FILE).what(),
-                    "make it, readable for everybody, with the line " INI_EXAMPLE);
+        return Fail(base::SystemFailure(INI_FILE).what());
     }
 
     FINDING IniKey()
@@ -91,18 +89,14 @@ struct UTILITY
         const std::string strFolder = std::filesystem::path(strPath).parent_path();
         if (!strPath.empty() && strPath[0] == '/') return Ok(INI_KEY "=" + strFolder);
         return Fail(strPath.empty() ? "no usable " INI_KEY " in " INI_FILE ", keys:" + IniKeys()
-                                    : Text("\"", strFolder, "\" is not an absolute path"),
-                    "write " INI_EXAMPLE " into " INI_FILE
-                    ", capitals as they are, in at most 510 bytes");
+                                    : Text("\"", strFolder, "\" is not an absolute path"));
     }
 
     FINDING File()
     {
         std::error_code sError;
         const std::filesystem::file_status sStatus = std::filesystem::status(strPath, sError);
-        if (!std::filesystem::exists(sStatus))
-            return Fail(strPath + ": " + sError.message(),
-                        "install the utility there, or correct " INI_KEY " in " INI_FILE);
+        if (!std::filesystem::exists(sStatus)) return Fail(strPath + ": " + sError.message());
         if (std::filesystem::is_regular_file(sStatus) && access(strPath.c_str(), X_OK) == 0)
             return Ok(strPath);
         return Fail(strPath + " is not executable for this account", "chmod a+x " + strPath);
@@ -119,14 +113,9 @@ struct UTILITY
         if (sOutcome.strFailure.empty()) return Ok("answers reply=" + strReply);
         if (strReply.empty())
             return Fail("no reply, " + (strText.empty() ? "nothing printed: " + sOutcome.strFailure
-                                                        : "but: " + sReport.Foreign(strText)),
-                        Text("run ", strPath,
-                             " -q by hand: is it the utility, and complete? What "
-                             "does it wait for, or complain of?"));
+                                                        : "but: " + sReport.Foreign(strText)));
         return Fail(
-            Text("answers reply=", strReply, ": ", strMessage.empty() ? "no message" : strMessage),
-            "correct what the message names: KORVA_SERVER, KORVA_JOB, or the server's list "
-            "of hosts and accounts");
+            Text("answers reply=", strReply, ": ", strMessage.empty() ? "no message" : strMessage));
     }
 };
 } // namespace
