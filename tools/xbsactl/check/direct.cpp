@@ -1,6 +1,7 @@
 // What is done beside the library: a look at the server, and the removal of what a check stored.
 #include <arpa/inet.h>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -14,6 +15,8 @@ namespace check
 {
 namespace
 {
+constexpr long FAST = 900; // megabits a second: a line of 1 Gbit/s
+
 // A control connection, in a child: its waits have no end of their own. Throws FAILURE.
 class CFtp
 {
@@ -47,8 +50,8 @@ class CFtp
         std::vector<std::string> vecLines = {Line()};
         const std::string strCode = vecLines[0].substr(0, 3);
         const bool bMore = vecLines[0].find_first_not_of("0123456789") == 3 &&
-                           After(vecLines[0], strCode + '-') != nullptr;
-        while (bMore && After(vecLines.back(), strCode + ' ') == nullptr)
+                           vecLines[0].starts_with(strCode + '-');
+        while (bMore && !vecLines.back().starts_with(strCode + ' '))
         {
             if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
             vecLines.push_back(Line());
@@ -63,6 +66,15 @@ class CFtp
         char cByte = '\0';
         pollfd sPoll{sControl.Get(), POLLIN, 0};
         return poll(&sPoll, 1, AFTERTHOUGHT) > 0 && recv(sControl.Get(), &cByte, 1, MSG_PEEK) == 1;
+    }
+
+    // Microseconds, as the system has measured it.
+    unsigned RoundTrip() const
+    {
+        tcp_info sInfo{};
+        socklen_t uSize = sizeof sInfo;
+        getsockopt(sControl.Get(), IPPROTO_TCP, TCP_INFO, &sInfo, &uSize);
+        return sInfo.tcpi_rtt;
     }
 
     std::string Command(const std::string &I_strLine) const
@@ -114,16 +126,15 @@ void Greet(const sockaddr_in &I_sServer, const SAY &I_fpSay)
     for (const std::string &strLine : vecLines) strText += (strText.empty() ? "" : " / ") + strLine;
     I_fpSay("lines", std::to_string(vecLines.size()));
     I_fpSay("network.greeting", strText);
+    I_fpSay("round", std::to_string(sFtp.RoundTrip()));
     sFtp.Command("QUIT");
 }
 
 FINDING JudgeGreeting(const std::string &I_strText, const std::string &I_strLines)
 {
-    if (I_strText[0] == '4' || I_strText[0] == '5')
-        return Fail("the server turns sessions away: " + I_strText, Remedy(": " + I_strText));
-    if (I_strText.substr(0, 3) != "220")
-        return Fail(I_strText, "this is not an FTP server: correct host or port");
-    if (I_strLines != "1") return Fail(I_strLines + " lines: " + I_strText, Remedy("220-"));
+    if (IsNegative(I_strText)) return Fail("the server turns sessions away: " + I_strText);
+    if (!I_strText.starts_with("220")) return Fail("not an FTP server's greeting: " + I_strText);
+    if (I_strLines != "1") return Fail(I_strLines + " lines: " + I_strText);
     return Ok("one line: " + I_strText);
 }
 
@@ -132,30 +143,19 @@ FINDING JudgeLook(const CReport &I_sReport, const OUTCOME &I_sOutcome, const EVE
     if (I_sStep.strName == "network.greeting")
         return JudgeGreeting(I_sReport.Foreign(I_sStep.strValue), I_sOutcome.Value("lines"));
     if (I_sStep.strName == "network.reverse" && I_sOutcome.Find("named") == nullptr)
-        return Warn(I_sStep.strValue,
-                    "enter the address in reverse DNS or /etc/hosts; the library does without");
+        return Warn(I_sStep.strValue);
     return Ok(I_sStep.strValue);
 }
-
-// The steps, and what to do when one did not come to its end.
-constexpr std::array<std::pair<const char *, const char *>, 4> LOOKS = {
-    {{"network.name", "correct the host's name, or enter it in DNS or /etc/hosts"},
-     {"network.reverse", "correct DNS or /etc/hosts"},
-     {"network.tcp", "check that the port is right, the server runs, and firewalls let this host "
-                     "connect to it"},
-     {"network.greeting",
-      "look whether an FTP server is what listens on this port, and at its log; "
-      "a slow look-up of this host's name on the server delays the greeting, "
-      "too"}}};
 
 bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string &I_strHost)
 {
     bool bGoing = true;
     long lLast = 0;
-    for (const auto &[cpStep, cpNext] : LOOKS)
+    for (const char *cpStep :
+         {"network.name", "network.reverse", "network.tcp", "network.greeting"})
     {
         FINDING sFinding = NotTried("an earlier step failed");
-        if (bGoing) sFinding = Fail(I_strHost + ": " + I_sOutcome.strFailure, cpNext);
+        if (bGoing) sFinding = Fail(I_strHost + ": " + I_sOutcome.strFailure);
         if (const EVENT *spEvent = I_sOutcome.Find(cpStep))
         {
             sFinding = JudgeLook(X_sReport, I_sOutcome, *spEvent);
@@ -165,6 +165,20 @@ bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string
         bGoing = X_sReport.Add(cpStep, sFinding) && bGoing;
     }
     return bGoing;
+}
+
+// Of each buffer's bytes, once in a round trip: a sender sleeps until a third of its buffer is free, a
+// receiver offers half of its own. A buffer of KORVA_SOCKET_BUFFER is doubled by the system.
+FINDING Throughput(const OUTCOME &I_sOutcome)
+{
+    const long lTrip = std::max(1L, atol(I_sOutcome.Value("round").c_str())); // microseconds
+    const long lChosen = 2 * atol(base::Variable("KORVA_SOCKET_BUFFER").c_str());
+    const long lStore = (lChosen > 0 ? lChosen : Kernel("tcp_wmem", 2)) * 2 / 3 * 8 / lTrip;
+    const long lRestore = (lChosen > 0 ? lChosen : Kernel("tcp_rmem", 2)) / 2 * 8 / lTrip;
+    const std::string strTrip = Text("round trip ", static_cast<double>(lTrip) / 1000, " ms");
+    if (std::min(lStore, lRestore) > FAST) return Ok(strTrip + ": no buffer limits 1 Gbit/s");
+    return Warn(Text(strTrip, ": this host's buffers allow ", lStore, " Mbit/s for a store, ",
+                     lRestore, " for a restore"));
 }
 
 void Delete(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer, const SAY &I_fpSay)
@@ -190,14 +204,13 @@ FINDING CleanUpPlain(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
     for (const std::string &strName : I_sSessions.vecLeft)
     {
         const std::string strReply = sOutcome.Value(strName.c_str());
-        if (After(strReply, "2") != nullptr) continue;
+        if (strReply.starts_with('2')) continue;
         strLeft += " " + strName;
         if (!strReply.empty()) strWhy = strReply;
     }
     if (strLeft.empty()) return Ok(Text(I_sSessions.vecLeft.size(), " objects removed"));
     return Warn(Text("left on the server, if they are there:", strLeft, " (",
-                     I_sSessions.sReport.Foreign(strWhy), ")"),
-                "remove them by hand; for the next time, let the account delete");
+                     I_sSessions.sReport.Foreign(strWhy), ")"));
 }
 } // namespace
 
@@ -215,6 +228,7 @@ std::optional<sockaddr_in> LookAt(CReport &X_sReport, const std::string &I_strHo
     });
     inet_pton(AF_INET, sOutcome.Value("address").c_str(), &sServer.sin_addr);
     if (!ReportLook(X_sReport, sOutcome, I_strHost)) return std::nullopt;
+    X_sReport.Add("network.throughput", Throughput(sOutcome));
     return sServer;
 }
 
@@ -224,10 +238,8 @@ void CleanUp(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
     for (const std::string &strCopy : I_sSessions.vecLeft)
         strCopies += (strCopies.empty() ? "" : ", ") + strCopy;
     if (strCopies.empty()) return;
-    I_sSessions.sReport.Add("cleanup",
-                            I_sSessions.sConnection.bInformix
-                                ? Warn("left on the server: copy id " + strCopies,
-                                       "have them removed on the KORVA server: a client cannot")
-                                : CleanUpPlain(I_sSessions, I_sServer));
+    I_sSessions.sReport.Add("cleanup", I_sSessions.sConnection.bInformix
+                                           ? Warn("left on the server: copy id " + strCopies)
+                                           : CleanUpPlain(I_sSessions, I_sServer));
 }
 } // namespace check

@@ -41,17 +41,18 @@ struct SECTION
     int iRank; // 1: says most about a failure
 };
 
-// In the order of the page. The words of server and utility say most, then the system's reason, then
-// the library's own words around them.
+// In the order of the page. The server's words say most, then the step of a check, the utility, the
+// system's reason, and the library's own words around them.
 constexpr SECTION SECTIONS[] = {
-    {"return_code", "Return codes", 7},
-    {"database", "Failed calls, as the database reports them", 6},
-    {"exit_code", "Exit codes of xbsactl", 8},
+    {"return_code", "Return codes", 8},
+    {"database", "Failed calls, as the database reports them", 7},
+    {"exit_code", "Exit codes of xbsactl", 9},
     {"server", "Replies of the server", 1},
-    {"utility", "Answers of the COM utility", 2},
-    {"reason", "Reasons that the system gives", 3},
-    {"message", "Messages of the library", 4},
-    {"harmless", "Lines that look worse than they are", 5},
+    {"check", "Steps of xbsactl check", 2},
+    {"utility", "Answers of the COM utility", 3},
+    {"reason", "Reasons that the system gives", 4},
+    {"message", "Messages of the library", 5},
+    {"harmless", "Lines that look worse than they are", 6},
 };
 
 struct ROW
@@ -97,13 +98,16 @@ std::string Remedy(const ROW &I_sRow, const std::string &I_strPorts)
     return strRemedy;
 }
 
-// What a firewall must let in: ": 32768 to 60999" on most machines.
+// What a firewall must let in: " (net.ipv4.ip_local_port_range: 32768 to 60999)" on most machines.
 std::string LocalPorts()
 {
+    const std::string strChosen = base::Variable("KORVA_PORT_RANGE");
+    if (!strChosen.empty()) return " (KORVA_PORT_RANGE: " + strChosen + ")";
     std::ifstream sFile("/proc/sys/net/ipv4/ip_local_port_range");
     std::string strFirst;
     std::string strLast;
-    return sFile >> strFirst >> strLast ? ": " + strFirst + " to " + strLast : "";
+    sFile >> strFirst >> strLast;
+    return " (net.ipv4.ip_local_port_range: " + strFirst + " to " + strLast + ")";
 }
 
 // ---- how they are found
@@ -177,7 +181,8 @@ void AddPattern(PATTERNS &X_mapPatterns, const ROW &I_sRow, const std::string &I
         {{I_sRow.spSection->iRank, -std::ssize(strGlob)}, {strGlob + "*", &I_sRow}});
 }
 
-// A server's number counts only where a reply begins: after a colon, or at the start of the line.
+// A server's number counts only where a reply begins, after a colon or at the start of the line, and
+// so does a step of a check.
 PATTERNS AllPatterns()
 {
     PATTERNS mapPatterns;
@@ -185,7 +190,8 @@ PATTERNS AllPatterns()
         for (const std::string &strText : sRow.vecTexts)
         {
             const bool bReply = strText[0] >= '1' && strText[0] <= '5';
-            AddPattern(mapPatterns, sRow, strText);
+            const bool bStep = sRow.spSection->cpKind == std::string_view("check");
+            AddPattern(mapPatterns, sRow, (bStep ? ": " : "") + strText);
             if (bReply) AddPattern(mapPatterns, sRow, ": " + strText.substr(0, 3));
         }
     return mapPatterns;

@@ -18,6 +18,9 @@ constexpr size_t BLOCK_SIZE = 65535; // bytes: the length of a data block has 16
 // that belongs to the tool, in ../lib beside the tool's own folder, else the loader's search.
 std::string Path(const std::string &I_strPath);
 
+// The parts of a path that are closed to some account: the database's must be able to reach the library.
+std::vector<std::string> ClosedParts(const std::string &I_strPath);
+
 // Loads it for the life of the process; a second time finds it loaded. Throws FAILURE.
 void *Load(const std::string &I_strPath);
 
@@ -26,6 +29,15 @@ void *Load(const std::string &I_strPath);
 void *Symbol(void *vpLibrary, const char *cpName);
 #define LIBRARY_SYMBOL(vpLibrary, name)                                                            \
     reinterpret_cast<decltype(&(name))>(library::Symbol(vpLibrary, #name))
+
+// The calls of the interface, and two of this library's own that the tool needs.
+inline constexpr const char *CALLS[] = {
+    "BSAInit",         "BSATerminate",       "BSABeginTxn",
+    "BSAEndTxn",       "BSACreateObject",    "BSASendData",
+    "BSAEndData",      "BSAGetObject",       "BSAGetData",
+    "BSAQueryObject",  "BSADeleteObject",    "BSAGetNextQueryObject",
+    "BSAGetLastError", "BSAQueryApiVersion", "BSAQueryServiceProvider",
+    "BSASetTrace",     "find_com_intf",      "BSAGetEnvironment"};
 
 // The row of sm_versions that the library's answers make. Throws FAILURE.
 std::string VersionsRow(void *vpLibrary);
