@@ -1,6 +1,4 @@
 // Files below the database's folder, and the journal there.
-#include <openssl/evp.h>
-
 #include <cerrno>
 
 #include "base/json.h"
@@ -67,13 +65,10 @@ std::optional<std::string> PLACE::Content(const std::string &I_strFile, off_t I_
 
 std::string HashOf(const std::optional<std::string> &I_strContent)
 {
-    unsigned char ucHash[EVP_MAX_MD_SIZE];
-    unsigned uLength = 0;
+    base::CSha256 sHash;
     if (!I_strContent) return "";
-    if (EVP_Digest(I_strContent->data(), I_strContent->size(), ucHash, &uLength, EVP_sha256(),
-                   nullptr) != 1)
-        throw base::FAILURE("SHA-256 failed");
-    return base::Hex(ucHash, uLength);
+    sHash.Add(*I_strContent);
+    return sHash.Digits();
 }
 
 void PLACE::Write(const std::string &I_strFile, const std::string &I_strText) const

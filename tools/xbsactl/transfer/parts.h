@@ -2,11 +2,8 @@
 #ifndef XBSACTL_TRANSFER_PARTS_H
 #define XBSACTL_TRANSFER_PARTS_H
 
-#include <openssl/evp.h>
-
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -55,14 +52,14 @@ class CMeter
     CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected);
     ~CMeter();
 
-    void Add(const char *cpData, size_t I_uLength);
+    void Add(std::string_view I_svBytes);
     COUNT End(); // of the count and the clock; clears the bar
 
   private:
     void Draw();
     void Clear();
 
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> spHash;
+    base::CSha256 sHash;
     std::chrono::steady_clock::time_point sStart = std::chrono::steady_clock::now();
     double dDrawn = 0; // when the bar was
     uint64_t uExpected;
@@ -83,7 +80,7 @@ COUNT ReceiveObject(library::CSession &I_sSession, const base::CONNECTION &I_sCo
     while (uLength == library::BLOCK_SIZE)
     {
         uLength = I_sSession.Receive(vecBlock.data());
-        sMeter.Add(vecBlock.data(), uLength);
+        sMeter.Add({vecBlock.data(), uLength});
         I_fpTake(vecBlock.data(), uLength);
     }
     COUNT sCount = sMeter.End();

@@ -210,13 +210,10 @@ void EndStatus(int I_iExit)
     WriteOrWarn(sStatus);
 }
 
-CMeter::CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected)
-    : spHash(EVP_MD_CTX_new(), &EVP_MD_CTX_free), uExpected(I_uExpected)
+CMeter::CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected) : uExpected(I_uExpected)
 {
     const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
     bBar = isatty(STDERR_FILENO) == 1 && !bTraced;
-    if (spHash == nullptr || EVP_DigestInit_ex(spHash.get(), EVP_sha256(), nullptr) != 1)
-        throw base::FAILURE("SHA-256 is not available");
 }
 
 CMeter::~CMeter()
@@ -230,12 +227,11 @@ void CMeter::Clear()
     bVisible = false;
 }
 
-void CMeter::Add(const char *cpData, size_t I_uLength)
+void CMeter::Add(std::string_view I_svBytes)
 {
-    if (EVP_DigestUpdate(spHash.get(), cpData, I_uLength) != 1)
-        throw base::FAILURE("SHA-256 failed");
-    sCount.uBytes += I_uLength;
-    Status().uBytes += I_uLength;
+    sHash.Add(I_svBytes);
+    sCount.uBytes += I_svBytes.size();
+    Status().uBytes += I_svBytes.size();
     if (bBar && Seconds(sStart) - dDrawn >= REDRAW) Draw();
 }
 
@@ -257,13 +253,9 @@ void CMeter::Draw()
 
 COUNT CMeter::End()
 {
-    unsigned char ucHash[EVP_MAX_MD_SIZE];
-    unsigned uLength = 0;
     Clear();
     sCount.dSeconds = Seconds(sStart);
-    if (EVP_DigestFinal_ex(spHash.get(), ucHash, &uLength) != 1)
-        throw base::FAILURE("SHA-256 failed");
-    sCount.strDigest = base::Hex(ucHash, uLength);
+    sCount.strDigest = sHash.Digits();
     return sCount;
 }
 } // namespace transfer

@@ -64,7 +64,7 @@ COUNT SendAll(library::CSession &I_sSession, const base::CONNECTION &I_sConnecti
     {
         uLength = I_sInput.Read(vecBlock.data(), library::BLOCK_SIZE);
         if (uLength > 0) I_sSession.Send(vecBlock.data(), uLength);
-        sMeter.Add(vecBlock.data(), uLength);
+        sMeter.Add({vecBlock.data(), uLength});
     }
     I_sSession.EndData();
     return sMeter.End();
