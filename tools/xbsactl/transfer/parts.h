@@ -2,8 +2,8 @@
 #ifndef XBSACTL_TRANSFER_PARTS_H
 #define XBSACTL_TRANSFER_PARTS_H
 
-#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -38,55 +38,15 @@ void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntr
 struct COUNT
 {
     uint64_t uBytes = 0;
-    double dSeconds = 0;
+    double dSeconds = 0;   // since CountStatus
     std::string strDigest; // SHA-256 in hexadecimal digits
 };
 
-// Counts, hashes and times the bytes of one object, here and for the status, and draws the
-// progress bar.
-class CMeter
-{
-  public:
-    // I_uExpected: bytes of the whole object, 0 when unknown. The clock starts here. The bar is
-    // drawn where it can be seen: it and trace lines on one terminal would spoil each other.
-    CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected);
-    ~CMeter();
-
-    void Add(std::string_view I_svBytes);
-    COUNT End(); // of the count and the clock; clears the bar
-
-  private:
-    void Draw();
-    void Clear();
-
-    base::CSha256 sHash;
-    std::chrono::steady_clock::time_point sStart = std::chrono::steady_clock::now();
-    double dDrawn = 0; // when the bar was
-    uint64_t uExpected;
-    COUNT sCount;
-    bool bBar;
-    bool bVisible = false;
-};
-
-// Reads the object to its confirmed end; I_fpTake gets the bytes. Throws FAILURE.
-template <typename TAKE>
-COUNT ReceiveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
-                    BSA_ObjectDescriptor &I_sObject, const TAKE &I_fpTake)
-{
-    CMeter sMeter(I_sConnection, 0);
-    std::vector<char> vecBlock(library::BLOCK_SIZE);
-    size_t uLength = library::BLOCK_SIZE;
-    I_sSession.Get(I_sObject);
-    while (uLength == library::BLOCK_SIZE)
-    {
-        uLength = I_sSession.Receive(vecBlock.data());
-        sMeter.Add({vecBlock.data(), uLength});
-        I_fpTake(vecBlock.data(), uLength);
-    }
-    COUNT sCount = sMeter.End();
-    I_sSession.EndData();
-    return sCount;
-}
+// Moves the bytes of an object that is begun to its confirmed end: counts them for the status, hashes
+// them, and draws the progress bar. I_fpMove moves a block of up to BLOCK_SIZE bytes through the
+// buffer and returns its length; a shorter one is the last. Throws FAILURE.
+COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+                 const std::function<size_t(char *cpBlock)> &I_fpMove);
 
 // Reads the object and returns its bytes. Throws FAILURE, also when its SHA-256 is another one.
 uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,

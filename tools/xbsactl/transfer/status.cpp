@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -62,6 +63,48 @@ double RateNow(const STATUS &I_sStatus) // megabytes a second
 {
     return Rate(I_sStatus.uBytes, Seconds(I_sStatus.sCounted));
 }
+
+// How much of what is expected; nothing when that is not known.
+std::string Bar(const STATUS &I_sStatus)
+{
+    if (I_sStatus.uExpected == 0) return "";
+    const uint64_t uDone = std::min<uint64_t>(I_sStatus.uBytes, I_sStatus.uExpected);
+    std::string strBar(static_cast<size_t>(uDone * BAR_WIDTH / I_sStatus.uExpected), '#');
+    strBar.resize(BAR_WIDTH, '.');
+    return base::Text('[', strBar, "] ", uDone * 100 / I_sStatus.uExpected, "% ");
+}
+
+// A line of a terminal that shows the count of the status; gone with the object. Not where trace
+// lines are on the same terminal: they would spoil each other.
+class CBar
+{
+  public:
+    explicit CBar(const base::CONNECTION &I_sConnection)
+    {
+        const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
+        bWanted = isatty(STDERR_FILENO) == 1 && !bTraced;
+    }
+    CBar(const CBar &) = delete;
+    CBar &operator=(const CBar &) = delete;
+    ~CBar()
+    {
+        if (bDrawn) fputs("\r\x1b[K", stderr);
+    }
+
+    void Draw(const STATUS &I_sStatus)
+    {
+        if (!bWanted || Seconds(sDrawn) < REDRAW) return;
+        fprintf(stderr, "\r%s%.1f MB, %.1f MB/s\x1b[K", Bar(I_sStatus).c_str(),
+                static_cast<double>(I_sStatus.uBytes) / 1e6, RateNow(I_sStatus));
+        sDrawn = CLOCK::now();
+        bDrawn = true;
+    }
+
+  private:
+    bool bWanted;
+    bool bDrawn = false;
+    CLOCK::time_point sDrawn = CLOCK::now();
+};
 
 // A metric without a value is left out.
 std::string FileText(const STATUS &I_sStatus)
@@ -210,52 +253,22 @@ void EndStatus(int I_iExit)
     WriteOrWarn(sStatus);
 }
 
-CMeter::CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected) : uExpected(I_uExpected)
+COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+                 const std::function<size_t(char *cpBlock)> &I_fpMove)
 {
-    const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
-    bBar = isatty(STDERR_FILENO) == 1 && !bTraced;
-}
-
-CMeter::~CMeter()
-{
-    Clear();
-}
-
-void CMeter::Clear()
-{
-    if (bVisible) fputs("\r\x1b[K", stderr);
-    bVisible = false;
-}
-
-void CMeter::Add(std::string_view I_svBytes)
-{
-    sHash.Add(I_svBytes);
-    sCount.uBytes += I_svBytes.size();
-    Status().uBytes += I_svBytes.size();
-    if (bBar && Seconds(sStart) - dDrawn >= REDRAW) Draw();
-}
-
-void CMeter::Draw()
-{
-    dDrawn = Seconds(sStart);
-    bVisible = true;
-    std::string strBar;
-    if (uExpected > 0)
+    STATUS &sStatus = Status();
+    const uint64_t uBefore = sStatus.uBytes;
+    CBar sBar(I_sConnection);
+    base::CSha256 sHash;
+    std::vector<char> vecBlock(library::BLOCK_SIZE);
+    for (size_t uLength = library::BLOCK_SIZE; uLength == library::BLOCK_SIZE;)
     {
-        const uint64_t uDone = std::min(sCount.uBytes, uExpected);
-        strBar.assign(static_cast<size_t>(uDone * BAR_WIDTH / uExpected), '#');
-        strBar.resize(BAR_WIDTH, '.');
-        strBar = base::Text('[', strBar, "] ", uDone * 100 / uExpected, "% ");
+        uLength = I_fpMove(vecBlock.data());
+        sHash.Add({vecBlock.data(), uLength});
+        sStatus.uBytes += uLength;
+        sBar.Draw(sStatus);
     }
-    fprintf(stderr, "\r%s%.1f MB, %.1f MB/s\x1b[K", strBar.c_str(),
-            static_cast<double>(sCount.uBytes) / 1e6, Rate(sCount.uBytes, dDrawn));
-}
-
-COUNT CMeter::End()
-{
-    Clear();
-    sCount.dSeconds = Seconds(sStart);
-    sCount.strDigest = sHash.Digits();
-    return sCount;
+    I_sSession.EndData();
+    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), sHash.Digits()};
 }
 } // namespace transfer

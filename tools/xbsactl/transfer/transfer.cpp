@@ -55,19 +55,13 @@ void CheckStored(library::CSession &I_sSession, const OPTIONS &I_sOptions,
 COUNT SendAll(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
               base::CInput &I_sInput, BSA_ObjectDescriptor &I_sObject)
 {
-    CMeter sMeter(I_sConnection, I_sInput.Size());
-    std::vector<char> vecBlock(library::BLOCK_SIZE);
     CountStatus(I_sInput.Size());
     I_sSession.Create(I_sObject);
-    size_t uLength = library::BLOCK_SIZE;
-    while (uLength == library::BLOCK_SIZE)
-    {
-        uLength = I_sInput.Read(vecBlock.data(), library::BLOCK_SIZE);
-        if (uLength > 0) I_sSession.Send(vecBlock.data(), uLength);
-        sMeter.Add({vecBlock.data(), uLength});
-    }
-    I_sSession.EndData();
-    return sMeter.End();
+    return MoveObject(I_sSession, I_sConnection, [&](char *cpBlock) {
+        const size_t uLength = I_sInput.Read(cpBlock, library::BLOCK_SIZE);
+        if (uLength > 0) I_sSession.Send(cpBlock, uLength);
+        return uLength;
+    });
 }
 
 // The object is stored: what fails from here on does not undo it, and says so.
@@ -151,17 +145,20 @@ void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
     base::COutput sOutput(I_sOptions.strFile);
     library::CSession sSession(X_sConnection);
     BSA_ObjectDescriptor sObject = sSession.Find(I_sOptions.sObject);
-    const auto fpWrite = [&](const char *cpData, size_t uLength) {
+    CountStatus(0);
+    sSession.Get(sObject);
+    const COUNT sCount = MoveObject(sSession, X_sConnection, [&](char *cpBlock) {
+        const size_t uLength = sSession.Receive(cpBlock);
         try
         {
-            sOutput.Write(cpData, uLength);
+            sOutput.Write(cpBlock, uLength);
         } catch (const base::FAILURE &)
         {
             sSession.Abandon();
             throw;
         }
-    };
-    const COUNT sCount = ReceiveObject(sSession, X_sConnection, sObject, fpWrite);
+        return uLength;
+    });
     sSession.Close();
     sOutput.Commit();
     Report("restored", X_sConnection, I_sOptions, sObject, sCount);

@@ -77,8 +77,9 @@ void PrintLine(const std::string &I_strName, const base::JSON &I_sVerdict)
 uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
                  BSA_ObjectDescriptor &I_sObject, const std::string &I_strDigest)
 {
-    const COUNT sCount =
-        ReceiveObject(I_sSession, I_sConnection, I_sObject, [](const char *, size_t) {});
+    I_sSession.Get(I_sObject);
+    const COUNT sCount = MoveObject(I_sSession, I_sConnection,
+                                    [&](char *cpBlock) { return I_sSession.Receive(cpBlock); });
     if (sCount.strDigest != I_strDigest)
         throw base::FAILURE("differs: SHA-256 is " + sCount.strDigest + " and should be " +
                             I_strDigest);
