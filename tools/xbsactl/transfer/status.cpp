@@ -110,42 +110,38 @@ class CBar
 std::string FileText(const STATUS &I_sStatus)
 {
     std::string strText;
-    const auto fpAdd = [&](const char *cpName, const char *cpHelp, const auto &sValue,
-                           const std::string &strLabels) {
+    const auto fpAdd = [&](const char *cpName, const char *cpHelp, const auto &sValue) {
         if (!base::Text(sValue).empty())
             strText += base::Text("# HELP ", cpName, ' ', cpHelp, "\n# TYPE ", cpName, " gauge\n",
-                                  cpName, strLabels, ' ', sValue, '\n');
+                                  cpName, I_sStatus.strLabels, ' ', sValue, '\n');
     };
-    const std::string &strLabels = I_sStatus.strLabels;
     const std::string strExpected = I_sStatus.uExpected > 0 ? base::Text(I_sStatus.uExpected) : "";
-    fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns, strLabels);
-    fpAdd("xbsactl_transferred_bytes", "Bytes of objects moved so far.", I_sStatus.uBytes.load(),
-          strLabels);
-    fpAdd("xbsactl_expected_bytes", "Bytes that will be moved, when known.", strExpected,
-          strLabels);
+    fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns);
+    fpAdd("xbsactl_transferred_bytes", "Bytes of objects moved so far.", I_sStatus.uBytes.load());
+    fpAdd("xbsactl_expected_bytes", "Bytes that will be moved, when known.", strExpected);
     fpAdd("xbsactl_duration_seconds", "How long the command runs or ran.",
-          Seconds(I_sStatus.sStart), strLabels);
-    fpAdd("xbsactl_bytes_per_second", "Mean rate.", RateNow(I_sStatus) * 1e6, strLabels);
+          Seconds(I_sStatus.sStart));
+    fpAdd("xbsactl_bytes_per_second", "Mean rate.", RateNow(I_sStatus) * 1e6);
     fpAdd("xbsactl_last_attempt_timestamp_seconds", "When the command last began.",
-          I_sStatus.lStart, strLabels);
-    fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess, strLabels);
+          I_sStatus.lStart);
+    fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess);
     fpAdd(LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
-          I_sStatus.strLastCode, strLabels);
-    fpAdd("xbsactl_build_info", "The version that wrote this file.", 1,
-          "{version=" + LabelValue(XBSACTL_VERSION) + "}");
-    return strText;
+          I_sStatus.strLastCode);
+    return strText + "# HELP xbsactl_build_info The version that wrote this file.\n"
+                     "# TYPE xbsactl_build_info gauge\n"
+                     "xbsactl_build_info{version=\"" XBSACTL_VERSION "\"} 1\n";
 }
 
 // The number that an earlier run of the same command on the same object left; empty for none.
 std::string EarlierValue(const std::string &I_strText, const std::string &I_strStart)
 {
-    const std::string strStart = "\n" + I_strStart + " ";
-    const size_t uAt = I_strText.find(strStart);
-    if (uAt == std::string::npos) return "";
-    const size_t uValue = uAt + strStart.size();
-    const size_t uEnd = I_strText.find_first_not_of("0123456789", uValue);
-    const bool bNumber = uEnd != std::string::npos && uEnd > uValue && uEnd - uValue <= 19;
-    return bNumber && I_strText[uEnd] == '\n' ? I_strText.substr(uValue, uEnd - uValue) : "";
+    std::array<char, 20> szNumber{};
+    char cEnd = 0;
+    const size_t uAt = I_strText.find("\n" + I_strStart + " ");
+    const bool bNumber =
+        uAt != std::string::npos &&
+        sscanf(&I_strText[uAt + I_strStart.size() + 2], "%19[0-9]%c", szNumber.data(), &cEnd) == 2;
+    return bNumber && cEnd == '\n' ? szNumber.data() : "";
 }
 
 void TakeEarlier(STATUS &X_sStatus)
