@@ -31,7 +31,7 @@ struct MANIFEST_ENTRY
 std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile);
 
 // Puts the entry in the place of an earlier one of that name, and creates the file. Without a name:
-// makes sure that it can be done later. Other processes may do so with theirs at the same time.
+// makes sure that it can be done later; without a file: nothing. Other processes may do so with theirs at the same time.
 // Throws FAILURE.
 void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry);
 

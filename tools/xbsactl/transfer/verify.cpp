@@ -12,9 +12,9 @@ std::vector<MANIFEST_ENTRY> ChosenEntries(const base::CONNECTION &I_sConnection,
                                           const OPTIONS &I_sOptions)
 {
     const std::string strName = ManifestName(I_sConnection, I_sOptions.sObject);
-    std::vector<MANIFEST_ENTRY> vecChosen;
-    for (const MANIFEST_ENTRY &sEntry : ReadManifest(I_sOptions.strManifest))
-        if (I_sOptions.bAll || sEntry.strName == strName) vecChosen.push_back(sEntry);
+    std::vector<MANIFEST_ENTRY> vecChosen = ReadManifest(I_sOptions.strManifest);
+    if (!I_sOptions.bAll)
+        std::erase_if(vecChosen, [&](const auto &sEntry) { return sEntry.strName != strName; });
     if (vecChosen.empty())
         throw base::FAILURE("manifest " + base::Quoted(I_sOptions.strManifest) + " has no entry" +
                                 (I_sOptions.bAll ? "" : " " + base::Quoted(strName)),
