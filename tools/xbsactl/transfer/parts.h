@@ -39,6 +39,7 @@ struct COUNT
 {
     uint64_t uBytes = 0;
     double dSeconds = 0;   // since CountStatus
+    double dRate = 0;      // megabytes (10^6) a second
     std::string strDigest; // SHA-256 in hexadecimal digits
 };
 
@@ -57,12 +58,6 @@ void SayStatus(const std::string &I_strWhat);
 
 // Starts the count, and the clock of the rate, again. I_uExpected: bytes, 0 when unknown.
 void CountStatus(uint64_t I_uExpected);
-
-// Megabytes (10^6) a second.
-inline double Rate(uint64_t I_uBytes, double I_dSeconds)
-{
-    return I_dSeconds > 0 ? static_cast<double>(I_uBytes) / 1e6 / I_dSeconds : 0;
-}
 } // namespace transfer
 
 #endif

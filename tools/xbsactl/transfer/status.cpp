@@ -21,7 +21,7 @@ constexpr const char *OWN_MARK = "# HELP xbsactl_"; // how each file of ours beg
 constexpr const char *LAST_SUCCESS = "xbsactl_last_success_timestamp_seconds";
 constexpr const char *LAST_CODE = "xbsactl_last_exit_code";
 
-// Changed under HoldStop's lock, but for the two counts.
+// Changed under HoldStop's lock, but for the two counts and the bar.
 struct STATUS
 {
     bool bRuns = false;
@@ -37,6 +37,8 @@ struct STATUS
     CLOCK::time_point sCounted; // when the count began
     std::atomic<uint64_t> uBytes{0};
     std::atomic<uint64_t> uExpected{0};
+    bool bDrawn = false; // the bar
+    CLOCK::time_point sDrawn;
 };
 
 // Never freed: the thread that watches for signals outlives every destructor.
@@ -61,7 +63,8 @@ double Seconds(CLOCK::time_point I_sSince)
 
 double RateNow(const STATUS &I_sStatus) // megabytes a second
 {
-    return Rate(I_sStatus.uBytes, Seconds(I_sStatus.sCounted));
+    const double dSeconds = Seconds(I_sStatus.sCounted);
+    return dSeconds > 0 ? static_cast<double>(I_sStatus.uBytes) / 1e6 / dSeconds : 0;
 }
 
 // How much of what is expected; nothing when that is not known.
@@ -74,37 +77,20 @@ std::string Bar(const STATUS &I_sStatus)
     return base::Text('[', strBar, "] ", uDone * 100 / I_sStatus.uExpected, "% ");
 }
 
-// A line of a terminal that shows the count of the status; gone with the object. Not where trace
-// lines are on the same terminal: they would spoil each other.
-class CBar
+// On the terminal; what WipeBar takes away again.
+void DrawBar(STATUS &X_sStatus)
 {
-  public:
-    explicit CBar(const base::CONNECTION &I_sConnection)
-    {
-        const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
-        bWanted = isatty(STDERR_FILENO) == 1 && !bTraced;
-    }
-    CBar(const CBar &) = delete;
-    CBar &operator=(const CBar &) = delete;
-    ~CBar()
-    {
-        if (bDrawn) fputs("\r\x1b[K", stderr);
-    }
+    if (Seconds(X_sStatus.sDrawn) < REDRAW) return;
+    fprintf(stderr, "\r%s%.1f MB, %.1f MB/s\x1b[K", Bar(X_sStatus).c_str(),
+            static_cast<double>(X_sStatus.uBytes) / 1e6, RateNow(X_sStatus));
+    X_sStatus.sDrawn = CLOCK::now();
+    X_sStatus.bDrawn = true;
+}
 
-    void Draw(const STATUS &I_sStatus)
-    {
-        if (!bWanted || Seconds(sDrawn) < REDRAW) return;
-        fprintf(stderr, "\r%s%.1f MB, %.1f MB/s\x1b[K", Bar(I_sStatus).c_str(),
-                static_cast<double>(I_sStatus.uBytes) / 1e6, RateNow(I_sStatus));
-        sDrawn = CLOCK::now();
-        bDrawn = true;
-    }
-
-  private:
-    bool bWanted;
-    bool bDrawn = false;
-    CLOCK::time_point sDrawn = CLOCK::now();
-};
+void WipeBar(STATUS *spStatus)
+{
+    if (std::exchange(spStatus->bDrawn, false)) fputs("\r\x1b[K", stderr);
+}
 
 // A metric without a value is left out.
 std::string FileText(const STATUS &I_sStatus)
@@ -254,7 +240,10 @@ COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConne
 {
     STATUS &sStatus = Status();
     const uint64_t uBefore = sStatus.uBytes;
-    CBar sBar(I_sConnection);
+    const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
+    const bool bBar = isatty(STDERR_FILENO) == 1 && !bTraced; // they would spoil each other
+    const std::unique_ptr<STATUS, void (*)(STATUS *)> spWiped(&sStatus, WipeBar); // at every end
+    sStatus.sDrawn = CLOCK::now();
     base::CSha256 sHash;
     std::vector<char> vecBlock(library::BLOCK_SIZE);
     for (size_t uLength = library::BLOCK_SIZE; uLength == library::BLOCK_SIZE;)
@@ -262,9 +251,9 @@ COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConne
         uLength = I_fpMove(vecBlock.data());
         sHash.Add({vecBlock.data(), uLength});
         sStatus.uBytes += uLength;
-        sBar.Draw(sStatus);
+        if (bBar) DrawBar(sStatus);
     }
     I_sSession.EndData();
-    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), sHash.Digits()};
+    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), RateNow(sStatus), sHash.Digits()};
 }
 } // namespace transfer

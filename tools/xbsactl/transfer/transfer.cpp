@@ -15,13 +15,12 @@ void Report(const char *cpVerb, const base::CONNECTION &I_sConnection, const OPT
 {
     const std::string &strName = I_sOptions.sObject.strName;
     const unsigned uCopyId = I_sObject.copyId.right;
-    const double dRate = Rate(I_sCount.uBytes, I_sCount.dSeconds);
     base::JSON sAnswer = {{"schema", SCHEMA}, {"name", strName}};
     if (I_sConnection.bInformix)
         sAnswer.update({{"space", I_sOptions.sObject.strSpace}, {"copy_id", uCopyId}});
     sAnswer.update({{"bytes", I_sCount.uBytes},
                     {"seconds", I_sCount.dSeconds},
-                    {"bytes_per_second", dRate * 1e6},
+                    {"bytes_per_second", I_sCount.dRate * 1e6},
                     {"sha256", I_sCount.strDigest},
                     {"verified", I_sOptions.bVerify}});
     const std::string strCopy =
@@ -30,8 +29,8 @@ void Report(const char *cpVerb, const base::CONNECTION &I_sConnection, const OPT
     else
         std::cerr << base::Text("xbsactl: ", cpVerb, " \"", base::Visible(strName), "\": ", strCopy,
                                 I_sCount.uBytes, " bytes in ", I_sCount.dSeconds, " s, ",
-                                std::setprecision(1), dRate, " MB/s, SHA-256 ", I_sCount.strDigest,
-                                I_sOptions.bVerify ? ", verified\n" : "\n");
+                                std::setprecision(1), I_sCount.dRate, " MB/s, SHA-256 ",
+                                I_sCount.strDigest, I_sOptions.bVerify ? ", verified\n" : "\n");
 }
 
 // A job that closed well is the utility's word; that a query offers the copy is what a restore will
@@ -45,20 +44,6 @@ void CheckStored(library::CSession &I_sSession, const OPTIONS &I_sOptions,
         throw base::FAILURE(base::Text("the server does not offer copy id ", I_sObject.copyId.right,
                                        " after the store"),
                             base::EXIT_SERVER);
-}
-
-// A failed read leaves without BSAEndData, and the end of the process resets the data connection.
-// An orderly end would make the short object a whole one for the server.
-COUNT SendAll(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
-              base::CInput &I_sInput, BSA_ObjectDescriptor &I_sObject)
-{
-    CountStatus(I_sInput.Size());
-    I_sSession.Create(I_sObject);
-    return MoveObject(I_sSession, I_sConnection, [&](char *cpBlock) {
-        const size_t uLength = I_sInput.Read(cpBlock, library::BLOCK_SIZE);
-        if (uLength > 0) I_sSession.Send(cpBlock, uLength);
-        return uLength;
-    });
 }
 
 // The object is stored: what fails from here on does not undo it, and says so.
@@ -79,9 +64,8 @@ void AfterStore(library::CSession &I_sSession, const base::CONNECTION &I_sConnec
         Compare(I_sSession, I_sConnection, I_sObject, I_sCount.strDigest);
     } catch (const base::FAILURE &sFailure)
     {
-        throw base::FAILURE(
-            base::Text("the object is stored, but ", cpFault, ": ", sFailure.what()),
-            sFailure.iExit);
+        const std::string strStored = base::Text("the object is stored, but ", cpFault, ": ");
+        throw base::FAILURE(strStored + sFailure.what(), sFailure.iExit);
     }
 }
 
@@ -101,8 +85,7 @@ std::string Json(const library::OBJECT &I_sWanted, const COPIES &I_vecCopies)
 
 void PrintTable(const COPIES &I_vecCopies)
 {
-    std::cout << std::left << std::setw(12) << "COPY ID"
-              << "OBJECT\n";
+    std::cout << "COPY ID     OBJECT\n" << std::left;
     for (const BSA_ObjectDescriptor &sCopy : I_vecCopies)
         std::cout << std::setw(12) << sCopy.copyId.right
                   << base::Printable(library::Field(sCopy.objectName.objectSpaceName) + "@" +
@@ -126,7 +109,15 @@ void Store(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
     base::CInput sInput(I_sOptions.strFile);
     library::CSession sSession(X_sConnection);
     BSA_ObjectDescriptor sObject = library::Descriptor(X_sConnection, I_sOptions.sObject);
-    const COUNT sCount = SendAll(sSession, X_sConnection, sInput, sObject);
+    CountStatus(sInput.Size());
+    sSession.Create(sObject);
+    // A failed read leaves without BSAEndData, and the end of the process resets the data connection.
+    // An orderly end would make the short object a whole one for the server.
+    const COUNT sCount = MoveObject(sSession, X_sConnection, [&](char *cpBlock) {
+        const size_t uLength = sInput.Read(cpBlock, library::BLOCK_SIZE);
+        if (uLength > 0) sSession.Send(cpBlock, uLength);
+        return uLength;
+    });
     if (X_sConnection.bInformix) CheckStored(sSession, I_sOptions, sObject);
     AfterStore(sSession, X_sConnection, I_sOptions, sObject, sCount);
     sSession.Close();

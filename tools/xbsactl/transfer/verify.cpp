@@ -55,7 +55,6 @@ base::JSON VerifyEntry(library::CSession &I_sSession, const base::CONNECTION &I_
         sVerdict["ok"] = true;
     } catch (const base::FAILURE &sFailure)
     {
-        sVerdict.erase("bytes");
         sVerdict["error"] = base::Printable(sFailure.what());
     }
     return sVerdict;
