@@ -85,16 +85,6 @@ void RoundTrip(const SESSIONS &I_sSessions, const std::string &I_strName, const 
     I_fpSay("difference", Difference(strData, strRestored));
 }
 
-// Of "[KEY=VALUE]." in a line of the utility's answer.
-std::string AnswerIn(const OUTCOME &I_sAlone, const std::string &I_strKey)
-{
-    const std::string strBegin = "parse_com_answer: Parsing line: [" + I_strKey + "=";
-    for (const EVENT &sEvent : I_sAlone.vecEvents)
-        if (const char *cpValue = After(sEvent.strValue, strBegin))
-            return std::string(cpValue).substr(0, std::string(cpValue).rfind(']'));
-    return "";
-}
-
 // Whether STOR was sent and not refused: even an object of 0 bytes is one.
 bool LeftObject(const OUTCOME &I_sAlone)
 {
@@ -112,7 +102,7 @@ bool LeftObject(const OUTCOME &I_sAlone)
 void NoteLeft(SESSIONS &X_sSessions, const std::string &I_strName, const OUTCOME &I_sOutcome,
               bool I_bObject)
 {
-    std::string strCopy = AnswerIn(I_sOutcome, "savesetname");
+    std::string strCopy = ValueIn(I_sOutcome, "savesetname");
     strCopy = strCopy.empty() ? I_sOutcome.Value("copy") : strCopy.substr(0, strCopy.find('@'));
     const bool bInformix = X_sSessions.sConnection.bInformix;
     if (bInformix ? !strCopy.empty() : I_bObject)
@@ -190,7 +180,7 @@ OUTCOME RunAlone(SESSIONS &X_sSessions)
 
 std::string ServerIn(const OUTCOME &I_sAlone)
 {
-    std::istringstream sParts(AnswerIn(I_sAlone, "tape_server"));
+    std::istringstream sParts(ValueIn(I_sAlone, "tape_server"));
     std::string strHost;
     int iPort = 0;
     std::getline(sParts, strHost, ':') >> iPort;

@@ -42,30 +42,6 @@ void Query(const base::CONNECTION &I_sConnection, const SAY &I_fpSay)
     library::CSession(I_sConnection, fpListener).Copies({"xbsactl-check", "none", 0});
 }
 
-// What the utility printed, whatever the library made of it: a line of the trace has 16 bytes of it,
-// "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
-std::string PrintedIn(const OUTCOME &I_sOutcome)
-{
-    constexpr size_t DUMPED = 48; // characters of them
-    const std::string strBegin = "Dumping memory: [";
-    std::string strText;
-    for (const EVENT &sEvent : I_sOutcome.vecEvents)
-    {
-        const char *cpDump = After(sEvent.strValue, strBegin);
-        std::istringstream sHex(cpDump != nullptr ? std::string(cpDump).substr(0, DUMPED) : "");
-        for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
-    }
-    return strText;
-}
-
-std::string ValueIn(const std::string &I_strText, const std::string &I_strKey)
-{
-    std::istringstream sLines(I_strText);
-    for (std::string strLine; std::getline(sLines, strLine);)
-        if (const char *cpValue = After(strLine, I_strKey + "=")) return cpValue;
-    return "";
-}
-
 struct UTILITY
 {
     const CReport &sReport;
@@ -108,8 +84,8 @@ struct UTILITY
         const OUTCOME sOutcome =
             RunChild(sBound, [this](const SAY &fpSay) { Query(sConnection, fpSay); });
         const std::string strText = PrintedIn(sOutcome);
-        const std::string strReply = sReport.Foreign(ValueIn(strText, "reply"));
-        const std::string strMessage = sReport.Foreign(ValueIn(strText, "message"));
+        const std::string strReply = sReport.Foreign(ValueIn(sOutcome, "reply"));
+        const std::string strMessage = sReport.Foreign(ValueIn(sOutcome, "message"));
         if (sOutcome.strFailure.empty()) return Ok("answers reply=" + strReply);
         if (strReply.empty())
             return Fail("no reply, " + (strText.empty() ? "nothing printed: " + sOutcome.strFailure
@@ -119,6 +95,28 @@ struct UTILITY
     }
 };
 } // namespace
+
+std::string PrintedIn(const OUTCOME &I_sOutcome)
+{
+    constexpr size_t DUMPED = 48; // characters of them
+    const std::string strBegin = "Dumping memory: [";
+    std::string strText;
+    for (const EVENT &sEvent : I_sOutcome.vecEvents)
+    {
+        const char *cpDump = After(sEvent.strValue, strBegin);
+        std::istringstream sHex(cpDump != nullptr ? std::string(cpDump).substr(0, DUMPED) : "");
+        for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
+    }
+    return strText;
+}
+
+std::string ValueIn(const OUTCOME &I_sOutcome, const std::string &I_strKey)
+{
+    std::istringstream sLines(PrintedIn(I_sOutcome));
+    for (std::string strLine; std::getline(sLines, strLine);)
+        if (const char *cpValue = After(strLine, I_strKey + "=")) return cpValue;
+    return "";
+}
 
 bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
                   bool I_bVariables, std::chrono::milliseconds I_sBound)
