@@ -100,13 +100,6 @@ void PLACE::MoveBack(const std::string &I_strCopy, const std::string &I_strFile)
     Remove(I_strCopy);
 }
 
-RECORD *JOURNAL::Find(const std::string &I_strFile)
-{
-    for (RECORD &sRecord : vecRecords)
-        if (sRecord.strFile == I_strFile) return &sRecord;
-    return nullptr;
-}
-
 JOURNAL ReadJournal(const PLACE &I_sPlace)
 {
     const std::optional<std::string> strText = I_sPlace.Content(JOURNAL_FILE, JOURNAL_LARGEST);

@@ -2,6 +2,7 @@
 #ifndef XBSACTL_SETUP_PARTS_H
 #define XBSACTL_SETUP_PARTS_H
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -85,8 +86,6 @@ struct JOURNAL
     std::string strRow;     // of sm_versions
     std::string strLibrary; // in the onconfig; empty: an earlier version wrote the journal
     std::vector<RECORD> vecRecords;
-
-    RECORD *Find(const std::string &I_strFile);
 };
 
 JOURNAL ReadJournal(const PLACE &I_sPlace);
@@ -106,10 +105,9 @@ void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecC
 // What undoing one record means; planned for all before the first is done.
 struct UNDO
 {
-    RECORD sRecord;
-    std::optional<std::string> strText; // the text to write: the file was edited since
-    bool bPutBack = false;              // the copy takes the file's place, or the new file goes
-    std::string strKept;                // a line of setup that was edited, and stays
+    std::string strFile;
+    std::string strText; // for the reader
+    std::function<void()> fpUndo;
 };
 
 // Takes what can be undone out of the journal. Throws when a file was edited where we changed it.
