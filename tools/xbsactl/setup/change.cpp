@@ -56,7 +56,7 @@ void TakeBack(const PLACE &I_sPlace, const CHANGE &I_sChange)
     const auto &[strFile, strBefore, strAfter, strCopy] = I_sChange;
     if (strCopy.empty() && strBefore) I_sPlace.Write(strFile, *strBefore);
     else if (strCopy.empty()) I_sPlace.Remove(strFile);
-    else if (I_sPlace.Exists(strCopy)) I_sPlace.MoveBack(strCopy, strFile);
+    else if (I_sPlace.Exists(strCopy)) I_sPlace.Move(strCopy, strFile);
 }
 
 void RefuseClosed(const PLACE &I_sPlace)
@@ -131,7 +131,7 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
     if (HashOf(I_sPlace.Content(strCopy)) != I_sRecord.strBefore)
         throw base::FileFailure(I_sPlace.Path(strCopy),
                                 ": this copy of the old file is gone or was changed");
-    return {strFile, "put back", [=, &I_sPlace] { I_sPlace.MoveBack(strCopy, strFile); }};
+    return {strFile, "put back", [=, &I_sPlace] { I_sPlace.Move(strCopy, strFile); }};
 }
 } // namespace
 

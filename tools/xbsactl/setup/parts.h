@@ -35,7 +35,7 @@ struct PLACE
     }
     base::TARGET At(const std::string &I_strFile) const
     {
-        return {I_strFile.rfind("lib/", 0) == 0 ? spLib : spEtc, I_strFile.substr(4),
+        return {I_strFile.starts_with("lib/") ? spLib : spEtc, I_strFile.substr(4),
                 Path(I_strFile)};
     }
     bool Exists(const std::string &I_strFile) const
@@ -52,9 +52,9 @@ struct PLACE
     void Write(const std::string &I_strFile, const std::string &I_strText) const;
     void Remove(const std::string &I_strFile) const; // it may be gone already
 
-    // The file gets a second name, and takes its place again.
+    // A copy is a second name of the file; one name takes the place of another.
     void KeepCopy(const std::string &I_strFile, const std::string &I_strCopy) const;
-    void MoveBack(const std::string &I_strCopy, const std::string &I_strFile) const;
+    void Move(const std::string &I_strFrom, const std::string &I_strTo) const;
 };
 
 // Finds the files and becomes the account that owns the onconfig, for good, when root runs: what it
