@@ -1,5 +1,6 @@
 """
-On command, as root, nine minutes: what only a network between two hosts can do. In tests/command/:
+On command, as root, nine minutes: what only a network between two hosts can do, a tunnel by wireguard-tools
+(and wireguard-go, where the kernel has no WireGuard) in it. In tests/command/:
 
     XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../harness python3 -m unittest -v test_network
 """
@@ -7,15 +8,17 @@ import contextlib
 import ctypes as c
 import os
 import select
+import signal
 import socket
 import subprocess
 import threading
 import unittest
 
+from ftpd import Daemon
 from server import Server
-from xbsa import STRICT, descriptor, pattern, run
+from xbsa import ROOT, STRICT, descriptor, make_folder, pattern, read_text, run, write_plain
 
-HERE, THERE = "10.77.0.1", "10.77.0.2"
+HERE, THERE, TUNNELLED = "10.77.0.1", "10.77.0.2", "10.78.0.2"
 PATIENCE = 600  # seconds: no scenario may take longer
 OBJECT = pattern(300000)
 
@@ -24,11 +27,29 @@ def ip(*arguments):
     subprocess.run(["ip", *" ".join(arguments).split()], check=True)
 
 
-
-
 def enter(name):
     with open(f"/var/run/netns/{name}", encoding="ascii") as file:
         assert c.CDLL(None, use_errno=True).setns(file.fileno(), 0) == 0
+
+
+def thread_in(host, job):
+    thread = threading.Thread(target=lambda: enter(host) or job(), daemon=True)
+    thread.start()
+    return thread
+
+
+class FarDaemon(Daemon):
+    def __init__(self, host, port=2121):
+        super().__init__("vsftpd")
+        self.forget()
+        self.host, self.port = host, port
+        thread_in(host, self._listen).join()
+
+    def _listen(self):
+        self.listener = socket.create_server(("0.0.0.0", self.port))
+
+    def serve(self, done):
+        thread_in(self.host, lambda: Daemon.serve(self, done)).join()
 
 
 class Far(Server):
@@ -37,12 +58,7 @@ class Far(Server):
     def __init__(self, host, closed_for):
         super().__init__()
         self.host, self.closed_for, self.done = host, closed_for, None
-        self._there(self._listen).join()
-
-    def _there(self, job):
-        thread = threading.Thread(target=lambda: enter(self.host) or job(), daemon=True)
-        thread.start()
-        return thread
+        thread_in(host, self._listen).join()
 
     def _listen(self):
         self.listener = socket.create_server(("0.0.0.0", 2121))
@@ -54,7 +70,7 @@ class Far(Server):
     def serve(self, done):
         """What is left of it when the client has ended waits in vain."""
         self.done = done
-        self._there(self._serve)
+        thread_in(self.host, self._serve)
         assert select.select([done], [], [], PATIENCE)[0]
 
     def _do_connect(self, source=""):
@@ -71,9 +87,27 @@ class Far(Server):
         return "FIN"
 
 
-def begin(x, host):
+class Wire:
+    """What passes by on the device of the host's own name."""
+
+    def __init__(self, host):
+        self.seen = b""
+        thread_in(host, lambda: self._open(host)).join()
+        thread_in(host, self._read)
+
+    def _open(self, host):
+        self.socket = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(3))
+        self.socket.bind((host, 0))
+
+    def _read(self):
+        with self.socket, contextlib.suppress(OSError):  # when the host goes
+            while True:
+                self.seen += self.socket.recv(65536)
+
+
+def begin(x, host, server=THERE, port=2121):
     enter(host)
-    assert x.init(b"BSA_API_VERSION=1.0.1", f"BSA_SERVICE_HOST={THERE}:2121".encode()) == 0
+    assert x.init(b"BSA_API_VERSION=1.0.1", f"BSA_SERVICE_HOST={server}:{port}".encode()) == 0
     x.BSABeginTxn(x.handle)
 
 
@@ -103,6 +137,20 @@ def vanish_in_restore(x, here, there):
 def store(x, here, _):
     begin(x, here)
     return x.store(OBJECT * 40)
+
+
+ANONYMOUS = {"owner": b"user=ftp:pass=", "path": b"."}
+
+
+def there_and_back(x, here, address):
+    begin(x, here, address)
+    return x.store(b"canary" * 20000, **ANONYMOUS), x.restore(**ANONYMOUS)
+
+
+def die_in_store(x, here, address):
+    begin(x, here, address, 2122)
+    x.store(OBJECT, end=False, name=b"half", **ANONYMOUS)
+    os.kill(os.getpid(), signal.SIGKILL)
 
 
 class Network(unittest.TestCase):
@@ -136,3 +184,36 @@ class Network(unittest.TestCase):
         """Longer than the silence that means the end of another."""
         codes, server = self.scenario(store, closed_for=240)
         self.assertEqual((codes, server.objects["obj"]), ([0, 0, 0], OBJECT * 40))
+
+    def tunnel(self, hosts):
+        """The examples, with keys and addresses filled in."""
+        folder, names = make_folder(self), ("database-host", "backup-server")
+        keys = {}
+        for name in names:
+            private = subprocess.check_output(["wg", "genkey"])
+            keys[name] = private, subprocess.check_output(["wg", "pubkey"], input=private)
+        for host, name in zip(hosts, names):
+            text = read_text(f"{ROOT}/examples/wireguard/{name}.conf")
+            text = text.replace("192.0.2.10", THERE).replace("192.0.2.20", HERE)
+            for owner, (private, public) in keys.items():
+                owner = "THE_" + owner.upper().replace("-", "_")
+                text = text.replace("PRIVATE_KEY_OF_" + owner, private.decode().strip())
+                text = text.replace("PUBLIC_KEY_OF_" + owner, public.decode().strip())
+            write_plain(path := f"{folder}/{host}w.conf", text, 0o600)
+            ip("netns exec", host, "wg-quick up", path)
+            self.addCleanup(ip, "netns exec", host, "wg-quick down", path)
+
+    def test_tunnel(self):
+        """Nothing can be read on the wire, and the reset of a client that died passes through."""
+        hosts = self.hosts()
+        self.tunnel(hosts)
+        for address, words in (THERE, {b"canary", b"STOR", b"USER"}), (TUNNELLED, set()):
+            with self.subTest(address=address):
+                wire, server, died = Wire(hosts[0]), FarDaemon(hosts[1]), FarDaemon(hosts[1], 2122)
+                codes, back = run(there_and_back, hosts[0], address, server=server, env=STRICT).value
+                self.assertEqual((codes, back), ([0] * 3, ([0] * 3, b"canary" * 20000)))
+                run(die_in_store, hosts[0], address, server=died, killed=True)
+                self.assertEqual((server.stored().keys(), died.stored().keys()), ({"obj"}, set()))
+                self.assertGreater(len(wire.seen), 240000)
+                self.assertEqual({word for word in (b"canary", b"STOR", b"USER") if word in wire.seen},
+                                 words)
