@@ -289,19 +289,17 @@ void RefusePassword(int argc, char **argv)
     }
 }
 
-// Whether one letter was changed, added or left out, or two changed places.
+// Whether one letter was changed, added or left out, or letters changed places.
 bool IsSlip(const std::string &I_strTyped, const std::string &I_strMeant)
 {
-    const auto [sTyped, sMeant] =
-        std::mismatch(I_strTyped.begin(), I_strTyped.end(), I_strMeant.begin(), I_strMeant.end());
-    std::string strTyped(sTyped, I_strTyped.end()); // from the first other letter on
-    const std::string strMeant(sMeant, I_strMeant.end());
-    if (strTyped.empty() || strMeant.empty()) return strTyped.size() + strMeant.size() <= 1;
-    const std::string strRest = strTyped.substr(1);
-    if (strRest == strMeant || strTyped == strMeant.substr(1) || strRest == strMeant.substr(1))
-        return true;
-    if (!strRest.empty()) std::swap(strTyped[0], strTyped[1]);
-    return strTyped == strMeant;
+    const auto fpSame = [](auto sTyped, auto sTypedEnd, auto sMeant, auto sMeantEnd) {
+        return std::mismatch(sTyped, sTypedEnd, sMeant, sMeantEnd).first - sTyped;
+    };
+    const auto iSame =
+        fpSame(I_strTyped.begin(), I_strTyped.end(), I_strMeant.begin(), I_strMeant.end()) +
+        fpSame(I_strTyped.rbegin(), I_strTyped.rend(), I_strMeant.rbegin(), I_strMeant.rend());
+    return iSame + 1 >= static_cast<long>(std::max(I_strTyped.size(), I_strMeant.size())) ||
+           std::ranges::is_permutation(I_strTyped, I_strMeant);
 }
 
 // The parser would name all arguments, the last one first.
