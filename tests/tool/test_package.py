@@ -328,26 +328,15 @@ class Rpm(unittest.TestCase):
 
 
 class RpmAsRoot(unittest.TestCase):
-    OLD = """\
-Name: korva-xbsa
-Version: 1.0.0
-Release: 1
-Summary: before the split
-License: MIT
-%description
-before the split
-%install
-mkdir -p %{buildroot}/usr/bin %{buildroot}/usr/lib64
-echo old | tee %{buildroot}/usr/bin/xbsactl >%{buildroot}/usr/lib64/libxbsa.so.1.0.0
-%files
-/usr/bin/xbsactl
-/usr/lib64/libxbsa.so.1.0.0
-"""
+    OLD = ("Name: korva-xbsa|Version: 1.0.0|Release: 1|Summary: before the split|License: MIT|%description||%install"
+           "|mkdir -p %{buildroot}/usr/bin %{buildroot}/usr/lib64|"
+           "echo old >%{buildroot}/usr/bin/xbsactl; echo old >%{buildroot}/usr/lib64/libxbsa.so.1.0.0|"
+           "%files|/usr/bin/xbsactl|/usr/lib64/libxbsa.so.1.0.0|")
 
     def test_upgrade(self):
         """The two packages that the old one became replace it, and nothing is left of them."""
         with tempfile.TemporaryDirectory() as root:
-            pathlib.Path(root, "old.spec").write_text(self.OLD, encoding="utf-8")
+            pathlib.Path(root, "old.spec").write_text(self.OLD.replace("|", "\n"), encoding="utf-8")
             output("rpmbuild", "-bb", "-D", f"_topdir {root}/build", "-D", f"_rpmdir {root}/old",
                    f"{root}/old.spec")
             rpm = ["rpm", f"--root={root}/root", "--dbpath=/rpm"]
