@@ -232,15 +232,6 @@ class Packages(unittest.TestCase):
             yield root, ["dpkg", f"--root={root}", f"--log={root}/var/log", "--force-not-root",
                          "--force-depends", "--force-script-chrootless", "--path-include=*"]
 
-    def test_remove(self):
-        """Nothing is left of the packages, nor of what Python compiled."""
-        with self.dpkg() as (root, dpkg):
-            output(*dpkg, "--install", *self.packages)
-            output(f"{root}/usr/bin/xbsactl", "--version")
-            self.assertTrue(os.listdir(f"{root}/usr/share/korva-xbsa/sandbox/__pycache__"))
-            output(*dpkg, "--purge", *FILES)
-            self.assertEqual(os.listdir(root), ["var"])
-
     def old(self, folder, name, parts):
         """The package as it was before the split, with the files of those that it became."""
         files = [f"./usr/{file}" for part in parts for file in FILES[part].split()]
@@ -260,6 +251,7 @@ class Packages(unittest.TestCase):
             with self.assertRaisesRegex(AssertionError, "breaks korva-xbsa"):
                 output(*dpkg, "--install", *library)
             output(*dpkg, "--install", *self.packages)
+            output(f"{root}/usr/bin/xbsactl", "--version")
             states = output(f"dpkg-query", f"--root={root}", "-W", "-f",
                             "${Package} ${Version} ${db:Status-Status}\n")
             self.assertEqual(states.splitlines(),
@@ -267,6 +259,10 @@ class Packages(unittest.TestCase):
             for name, files in FILES.items():
                 for file in files.split():
                     self.assertEqual(output(*dpkg, "-S", f"/usr/{file}"), f"{name}: /usr/{file}\n")
+            # nothing is left after a removal, nor of what Python compiled
+            self.assertTrue(os.listdir(f"{root}/usr/share/korva-xbsa/sandbox/__pycache__"))
+            output(*dpkg, "--purge", *FILES)
+            self.assertEqual(os.listdir(root), ["var"])
 
 
 class Pages(unittest.TestCase):
