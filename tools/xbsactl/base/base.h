@@ -135,6 +135,9 @@ void HidePassword(CONNECTION &X_sConnection);
 // Takes "LEVEL[:FILE]" apart. Throws USAGE_ERROR.
 void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace);
 
+// Of a password file.
+bool IsOpenToOthers(const std::string &I_strFile);
+
 // Checks all of plain mode and reads the password. Throws USAGE_ERROR, or FAILURE for the password
 // file.
 void CheckPlain(CONNECTION &X_sConnection);
