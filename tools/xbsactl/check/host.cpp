@@ -56,23 +56,15 @@ FINDING Limited(const base::VARIABLE &I_sVariable)
     return Ok(strValue.empty() ? "not set, not needed" : Text("\"", strValue, "\""));
 }
 
-FINDING Strict()
+// For the database's tools: in plain mode xbsactl, which always sets it, is the one that stores.
+FINDING Strict(bool I_bInformix)
 {
     const std::string strStrict = base::Variable("KORVA_STRICT");
     if (strStrict == "1") return Ok("\"1\"");
+    if (!I_bInformix) return Ok("xbsactl sets it itself; other programs need KORVA_STRICT=1");
     return Warn(strStrict.empty() ? "not set" : Text("\"", strStrict, "\", not \"1\""),
                 "set it to 1 for the database's processes, or results may hide a failure; xbsactl "
                 "itself always does");
-}
-
-// The trace that the environment asks for, as if --trace did. Level 0: nothing is written to it.
-void TakeTrace(base::CONNECTION &X_sConnection)
-{
-    const std::string strFolder = X_sConnection.bInformix ? base::Variable("INFORMIXDIR") : "";
-    X_sConnection.iTraceLevel = atoi(base::Variable("XBSA_TRACE").c_str()) & TRACE_VERBOSITY;
-    X_sConnection.strTraceFile = base::Variable("XBSA_LOGFILE");
-    if (X_sConnection.strTraceFile.empty() && X_sConnection.iTraceLevel > 0)
-        X_sConnection.strTraceFile = strFolder + (strFolder.empty() ? "" : "/") + "xbsa.log";
 }
 
 std::string Folder(const std::string &I_strFile)
@@ -125,7 +117,7 @@ void CheckLog(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {
     const bool bAsked = X_sConnection.iTraceLevel != -1;
     std::string &strFile = X_sConnection.strTraceFile;
-    if (!bAsked) TakeTrace(X_sConnection);
+    if (!bAsked) base::TakeTraceVariables(X_sConnection);
     X_sReport.Add("log", Log(strFile, X_sConnection.iTraceLevel > 0));
     if (bAsked || (X_sConnection.iTraceLevel > 0 && IsWritable(strFile))) return;
     X_sConnection.iTraceLevel = 0;
@@ -200,7 +192,7 @@ bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
             bGood =
                 X_sReport.Add(std::string("variable.") + sVariable.cpName, Limited(sVariable)) &&
                 bGood;
-    X_sReport.Add("variable.KORVA_STRICT", Strict());
+    X_sReport.Add("variable.KORVA_STRICT", Strict(X_sConnection.bInformix));
     CheckLog(X_sReport, X_sConnection);
     X_sReport.Add("kernel.tcp_retries2", Sending());
     X_sReport.Add("kernel.tcp_keepalive_time", Silence());
