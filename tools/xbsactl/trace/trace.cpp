@@ -108,14 +108,17 @@ void Run(const OPTIONS &I_sOptions)
         else Print(SessionText(sShown));
         if (sPage) sPage->Add(sShown);
     });
-    bool bEmpty = true;
-    for (LOG_LINE sLine; sReader.Next(sLine); bEmpty = false)
+    uint64_t uLines = 0;
+    for (LOG_LINE sLine; sReader.Next(sLine); uLines++)
     {
         sSessions.Take(sLine);
         if (!sLine.bTrace) sCounts[FOREIGN].uCount++;
     }
     sSessions.Finish();
-    if (bEmpty)
+    if (uLines > 0 && uLines == sCounts[FOREIGN].uCount)
+        throw base::FileFailure(base::Quoted(I_sOptions.strFile),
+                                " is not a trace log: no line of it is the library's");
+    if (uLines == 0)
         fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
               "XBSA_TRACE was 0\n",
               stderr);
