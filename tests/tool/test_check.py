@@ -42,7 +42,7 @@ LOOK, RESTORE, PAIR = 0, 2, 3  # the connections beside that of the store
 HUNG_UP = 'closed the connection, after its reply "'
 FAULTS = [
     Fault("network.greeting", "2 lines", "switch the banner off", {"GREETING": ["220-hi", "220 ready"]}, LOOK),
-    Fault("network.greeting", "SSH-2.0", "correct host or port", {"GREETING": ["SSH-2.0-x"]}, LOOK),
+    Fault("network.greeting", "SSH-2.0", "SFTP", {"GREETING": ["SSH-2.0-x"]}, LOOK),
     Fault("network.greeting", "turns sessions away: 421 full", "limit of sessions", FULL, LOOK),
     Fault("network.greeting", "closed", "an FTP server", {"GREETING": ["close"]}, LOOK),
     Fault("network.greeting", "no answer within 2 s", "at its log", {"GREETING": DRIP}, LOOK),
@@ -66,7 +66,7 @@ FAULTS = [
           {"STOR": ["150 opening"]}, range="42000-42099"),
     Fault("network.login", "KORVA_PORT_RANGE = x is not allowed", "unset the variable", {}, range="x"),
     Fault("network.data", "another address", "strict mode", {"STOR": ["150 opening", "foreign"]}),
-    Fault("network.end", "426 cut", "server's log", {"END": ["426 cut"]}),
+    Fault("network.end", "451-cut", "full disk", {"END": ["451-cut", "451 x"]}),
     Fault("network.end", "no 226, but: the server closed", "server's log", {"END": ["close"]}),
     Fault("library.store", "reset", "", {"STOR": ["150 opening", "connect", "reset_data"],
                                                   "DATA": []}),
@@ -84,7 +84,7 @@ SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-fi
         ("{}/machine.so", "library.file", "S/390", "built for 64 bit"),
         ("{}/text.so", "library.file", "not a shared library", "again"),
         ("libm.so.6", "library.calls", "BSAInit", "install"))),
-    ({}, ("--informixdir", "{}/none"), "database.onconfig", "No such file", "--informixdir")]
+    ({}, ("--informixdir", "{}/none"), "database.folder", "not a directory", "--informixdir")]
 # A line of the onconfig file, a row of sm_versions, and how they are judged.
 DATABASES = [
     ("bar_bsalib_path LIBRARY # x", "1|1.0.1|KORVA|1.8A1", "ok", "ok"),
@@ -217,6 +217,8 @@ class Plain(Case):
             self.assertEqual(self.run_tool(*options), (2, ""), options)
             code, out = self.run_tool("--nagios", *options)
             self.assertEqual((code, out[:15], out.count("\n")), (3, "XBSA UNKNOWN - ", 1), options)
+            self.assertRegex(out, "--|missing")
+        self.assertIn("--nagios excludes --json", self.run_tool("--nagios", "--json")[1])
 
 
 class Informix(Case):

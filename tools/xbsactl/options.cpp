@@ -154,7 +154,8 @@ std::vector<OPTION> GeneralOptions(COMMAND_LINE &X_sLine)
         {"", "--library", "PATH", &sConnection.strLibrary, "Drive this library, see below",
          "XBSACTL_LIBRARY"},
         {"", "--timeout", "S", &sConnection.uTimeout,
-         "Wait at most S seconds for the server's data connection; 0 is no limit (default: 300)",
+         "Wait at most S seconds for the server to open its data connection; 0 is no limit "
+         "(default: 300)",
          "XBSACTL_TIMEOUT", Range<0, 1000000>},
         {"", "--trace", "LEVEL[:FILE]", &X_sLine.strTrace,
          "Write the library's trace: 2 steps, 3 every call; without FILE to standard error "
@@ -192,7 +193,8 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
         {"check", "--onconfig", "NAME", &sCheck.strOnconfig, cpOnconfig},
         {"check", "--nagios", "", &sCheck.bNagios,
          "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do"},
-        {"check", "--json", "", &sCheck.bJson, cpJson},
+        {"check", "--json", "", &sCheck.bJson, cpJson, "",
+         [](auto *spOption) { spOption->excludes("--nagios"); }},
         {"trace", "FILE", "", &sTrace.strFile, "The log; \"-\": standard input", "", REQUIRED},
         {"trace", "--since", "TIME", &sTrace.strSince,
          "Show sessions from this moment of the log on"},
@@ -205,8 +207,8 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
         {"explain", "TEXT", "", &X_sLine.sExplain.vecTexts, "The code, or (part of) the message"},
         {"explain", "--markdown", "", &X_sLine.sExplain.bMarkdown,
          "Print a page of the documentation"},
-        {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "Name the database's folder", "",
-         REQUIRED},
+        {"setup", "--informixdir", "DIR", &sSetup.strInformixDir,
+         "Name the database's folder by an absolute path", "INFORMIXDIR", REQUIRED},
         {"setup", "--onconfig", "NAME", &sSetup.strOnconfig, cpOnconfig},
         {"setup", "--logrotate", "", &sSetup.bLogrotate, "Print the rotation of the logs, and end"},
         {"setup", "--dry-run", "", &sSetup.bDryRun, "Print what would change, and end"},
@@ -353,6 +355,13 @@ bool IsSlip(const std::string &I_strTyped, const std::string &I_strMeant)
     return strTyped == strMeant;
 }
 
+std::string CommandList()
+{
+    std::string strList = ": the commands are";
+    for (const auto &sCommand : COMMANDS) strList += std::string(" ") + sCommand.cpName;
+    return strList;
+}
+
 // The parser would name all arguments, the last one first.
 std::string UnknownCommand(const CLI::App &I_sApp)
 {
@@ -363,7 +372,24 @@ std::string UnknownCommand(const CLI::App &I_sApp)
     for (const CLI::App *spCommand : I_sApp.get_subcommands({}))
         if (IsSlip(vecRest[0], spCommand->get_name()))
             return strText + ": did you mean \"" + spCommand->get_name() + "\"?";
-    return strText;
+    return strText + CommandList();
+}
+
+// The parser's text ends with the key, which is a password when a password file was given by
+// mistake: nobody should see it.
+std::string WrongLine(const std::string &I_strFile, const std::string &I_strError)
+{
+    size_t uLine = 0;
+    for (const std::string &strLine : base::Lines(base::ReadText(I_strFile).value_or("")))
+    {
+        std::string strKey = strLine.substr(0, strLine.find('='));
+        strKey.resize(strKey.find_last_not_of(" \t\r") + 1);
+        strKey.erase(0, strKey.find_first_not_of(" \t"));
+        uLine++;
+        if (!strKey.empty() && I_strError.rfind(strKey) == I_strError.size() - strKey.size())
+            return base::Text("line ", uLine);
+    }
+    return "a line";
 }
 } // namespace
 
@@ -381,18 +407,19 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
     {
         const std::string strText = UnknownCommand(sApp);
         throw base::USAGE_ERROR(strText.empty() ? sError.what() : strText);
-    } catch (const CLI::ConfigError &)
+    } catch (const CLI::ConfigError &sError)
     {
-        // The text names the line, which is the password when a password file was given by mistake.
         throw base::USAGE_ERROR(
-            "--config: a line is not KEY=VALUE with the long name of an option, "
-            "without \"--\"; a password is never in that file");
+            "--config: ", WrongLine(sApp.get_config_ptr()->as<std::string>(), sError.what()),
+            " is not KEY=VALUE with the long name of an option, without \"--\"; a password is "
+            "never in that file");
     } catch (const CLI::ParseError &sError)
     {
         if (sError.get_exit_code() != 0) throw base::USAGE_ERROR(sError.what());
         return sApp.exit(sError); // help and version
     }
-    if (sApp.get_subcommands().empty()) throw base::USAGE_ERROR("no command is given");
+    if (sApp.get_subcommands().empty())
+        throw base::USAGE_ERROR("no command is given", CommandList());
     return {};
 }
 

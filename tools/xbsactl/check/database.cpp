@@ -76,6 +76,16 @@ void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_
     const auto fpPath = [&](const auto &vecLines) {
         return Path(strFile, LibraryPath(vecLines, I_sOptions.strInformixDir), I_sLibrary.strPath);
     };
+    std::error_code sError;
+    if (!std::filesystem::is_directory(I_sOptions.strInformixDir, sError))
+    {
+        X_sReport.Climb({{"database.folder", [&] {
+                              return Fail(I_sOptions.strInformixDir + " is not a directory",
+                                          "correct --informixdir: it names the database's "
+                                          "installation folder, INFORMIXDIR");
+                          }}});
+        return;
+    }
     X_sReport.Add(
         "database.sm_versions",
         strRow.empty()

@@ -160,7 +160,8 @@ class CDialogue
         if (sClosing != vecReplies.end()) strReply = *sClosing;
         if (strReply.empty()) strReply = "the server closed the connection";
         if (After(strReply, "226") != nullptr) return Ok(strReply);
-        return Fail("no 226, but: " + strReply, Remedy("no 226"));
+        return Fail("no 226, but: " + strReply,
+                    Remedy(IsNegative(strReply) ? ": " + strReply : "no 226"));
     }
 
     // Returns false at the end of the store.

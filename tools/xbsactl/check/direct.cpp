@@ -122,7 +122,7 @@ FINDING JudgeGreeting(const std::string &I_strText, const std::string &I_strLine
     if (I_strText[0] == '4' || I_strText[0] == '5')
         return Fail("the server turns sessions away: " + I_strText, Remedy(": " + I_strText));
     if (I_strText.substr(0, 3) != "220")
-        return Fail(I_strText, "this is not an FTP server: correct host or port");
+        return Fail(I_strText, Remedy("the server does not speak FTP"));
     if (I_strLines != "1") return Fail(I_strLines + " lines: " + I_strText, Remedy("220-"));
     return Ok("one line: " + I_strText);
 }
