@@ -168,6 +168,9 @@ class Commands(Site):
         for row in rows("odd says hint",
                 ({"GREETING": ["220-a", "220 b"]}, "several lines, so its replies are out of step", "banner"),
                 ({"GREETING": ["421 full", "close"]}, "the server turned us away: 421 full", "limit"),
+                ({"GREETING": ["SSH-2.0-x", "close"]}, "does not speak FTP: SSH-2.0-x", "SFTP"),
+                ({"PASS": ["500 OOPS: no root", "close"]}, "PASS ********: 500 OOPS: no root", "vsftpd.conf"),
+                ({"END": ["451-Error", "451 x"]}, "STOR x: 451-Error", "full disk"),
                 ({"USER": ["530 TLS only", "close"]}, "USER u: 530 TLS only", "demands encryption"),
                 ({"PASS": ["530 no"], "TYPE": ["530 log in"], "CWD": ["530 log in", "close"]},
                  "PASS ********: 530 no", "password"),
@@ -191,22 +194,28 @@ class Commands(Site):
         options, self.options = self.options, []
         for row in [
                 dict(odd=["sotre", "a", "b"], code=2, says='no command "sotre": did you mean "store"?'),
-                dict(odd=["quux"], code=2, says='no command "quux" (see'),
+                dict(odd=["quux"], code=2, says='no command "quux": the commands are store'),
                 dict(odd=["store", "x", "--quux"], code=2, says="--quux"),
                 dict(odd=["restore", "x", "--json", *options], code=2, says="--json needs FILE"),
                 dict(odd=["store", "x", "--config", "none"], code=2, says="none was not readable"),
-                dict(odd=["store", "x", "--config", "secret"], code=2, says="is never in that file"),
-                dict(odd=["store", "x", "--config", "conf"], code=4, says="connect() failed.\nhint: "),
-                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", code=4, says="connect() failed.\nhint: "),
+                dict(odd=["store", "x", "--config", "secret"], code=2, says="--config: line 1 is not KEY=VALUE"),
+                dict(odd=["store", "x", "--config", "conf"], code=4, says="failed. (127.0.0.1, port 1)\nhint: "),
+                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_HOST="x" * 64, code=4,
+                     says="aborted.): gethostbyname() call failed"),
+                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_LIBRARY="libm.so.6", code=6,
+                     says="undefined symbol: BSAInit\nhint: name libxbsa.so.1"),
                 dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_HOST=options[1], says="stored"),
                 dict(odd=["store", "x", "--json", *options], says='"sha256": "' + HELLO),
                 dict(odd=["restore", "x", "f", "--json", *options], says='"bytes": 5,'),
                 dict(odd=["store", "x", *options], code=4, says="550 Permission denied.\nhint: "),
                 dict(odd=["store", "x", "--timeout", "1", *options], code=4,
-                     says="no data connection from the server within 1 s (--timeout)"),
+                     says="no reply to PORT within 1 s (--timeout)\nhint: "),
+                dict(odd=["store", "x", *options], XBSA_TRACE="2", XBSA_LOGFILE="none/log",
+                     says='"none/log": No such file or directory: no trace is written'),
                 dict(odd=["store", "x", "--password-file", "pw0", *options], code=6, says="line is empty"),
                 dict(odd=["store", "x", "--password-file", ".", *options], code=6, says="Is a directory"),
-                dict(odd=["store", "x", "none/f", *options], code=6, says="No such file or directory")]:
+                dict(odd=["store", "x", "none/f", *options], code=6, says="No such file or directory"),
+                dict(odd=["store", "x", *options], XBSA_PASSWORD="", code=2, says="XBSA_PASSWORD is empty")]:
             with self.subTest(row):
                 odd, says, code = row.pop("odd"), row.pop("says"), row.pop("code", 0)
                 self.env = dict(self.env, **row)
@@ -349,7 +358,8 @@ class Informix(Site):
     setUpClass = need_private_etc
 
     def setUp(self):
-        self.folder = Sandbox(self).folder
+        self.sandbox = Sandbox(self)
+        self.folder = self.sandbox.folder
         super().setUp()
         self.options = ["--informix", "--space", "obj"]
 
@@ -375,6 +385,7 @@ class Informix(Site):
                 dict(odd="echo no >&2", code=5, says=failed + "The COM utility did not answer"),
                 dict(odd="echo message=no job 7; echo reply=ERROR", code=5,
                      says=failed + "COM utility: no job 7\nhint: "),
+                dict(odd="rm -f $0", code=5, says=failed + "COM utility cannot be run: .*/olm_com.*: No such"),
                 dict(odd="echo reply=OK", code=3, says="no match\n$")]:
             with self.subTest(row):
                 Utility(self, script=f"#!/bin/sh\n{row['odd']}\n")
@@ -384,6 +395,12 @@ class Informix(Site):
                     empty = "--json" in arguments and row["code"] == 3  # an answer as well
                     self.assertEqual(bool(out), empty, out)
                     self.assertRegex(error, "^xbsactl: " + row["says"])
+
+    def test_silent(self):
+        """The wait ends, and so does the job."""
+        self.sandbox.fault("STOR=stall")
+        self.assertIn("no reply to STOR within 1 s", self.call("store", "x", "--timeout", "1", code=4)[1])
+        self.assertEqual(self.sandbox.states(), ["aborted"])
 
     def test_copies(self):
         self.call("store", "x", "--manifest", "m")

@@ -81,7 +81,9 @@ std::vector<PATTERN> AllPatterns()
         {
             const bool bReply = strText[0] >= '1' && strText[0] <= '5';
             vecPatterns.push_back(Pattern(sRow, strText));
-            if (bReply) vecPatterns.push_back(Pattern(sRow, ": " + strText.substr(0, 3)));
+            for (const char *cpEnd : {"", "-..."}) // of several lines
+                if (bReply)
+                    vecPatterns.push_back(Pattern(sRow, ": " + strText.substr(0, 3) + cpEnd));
         }
     std::stable_sort(vecPatterns.begin(), vecPatterns.end(),
                      [](const PATTERN &sLeft, const PATTERN &sRight) {
