@@ -204,7 +204,8 @@ class Commands(Site):
                      says="aborted.): gethostbyname() call failed"),
                 dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_LIBRARY="libm.so.6", code=6,
                      says="undefined symbol: BSAInit\nhint: name libxbsa.so.1"),
-                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_HOST=options[1], says="stored"),
+                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_HOST=options[1], XBSA_LOGFILE="n",
+                     says="stored"),
                 dict(odd=["store", "x", "--json", *options], says='"sha256": "' + HELLO),
                 dict(odd=["restore", "x", "f", "--json", *options], says='"bytes": 5,'),
                 dict(odd=["store", "x", *options], code=4, says="550 Permission denied.\nhint: "),
@@ -223,7 +224,7 @@ class Commands(Site):
                 self.env = {name: value for name, value in self.env.items() if name not in row}
                 self.assertIn(says, out)
                 self.assertNotIn(CANARY, out)
-        self.assertEqual((os.path.exists("m"), os.path.exists("n")), (True, False))  # its own section
+        self.assertEqual((os.path.exists("m"), os.path.exists("n")), (True, False))  # no trace is asked for
 
 
 class Progress(Site):

@@ -382,9 +382,7 @@ std::string WrongLine(const std::string &I_strFile, const std::string &I_strErro
     size_t uLine = 0;
     for (const std::string &strLine : base::Lines(base::ReadText(I_strFile).value_or("")))
     {
-        std::string strKey = strLine.substr(0, strLine.find('='));
-        strKey.resize(strKey.find_last_not_of(" \t\r") + 1);
-        strKey.erase(0, strKey.find_first_not_of(" \t"));
+        const std::string strKey = base::Printable(strLine.substr(0, strLine.find('=')));
         uLine++;
         if (!strKey.empty() && I_strError.rfind(strKey) == I_strError.size() - strKey.size())
             return base::Text("line ", uLine);

@@ -79,11 +79,8 @@ void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_
     std::error_code sError;
     if (!std::filesystem::is_directory(I_sOptions.strInformixDir, sError))
     {
-        X_sReport.Climb({{"database.folder", [&] {
-                              return Fail(I_sOptions.strInformixDir + " is not a directory",
-                                          "correct --informixdir: it names the database's "
-                                          "installation folder, INFORMIXDIR");
-                          }}});
+        X_sReport.Add("database.folder", Fail(I_sOptions.strInformixDir + " is not a directory",
+                                              "give the database's folder with --informixdir"));
         return;
     }
     X_sReport.Add(

@@ -48,7 +48,7 @@ class CFtp
         const std::string strCode = vecLines[0].substr(0, 3);
         const bool bMore = vecLines[0].find_first_not_of("0123456789") == 3 &&
                            After(vecLines[0], strCode + '-') != nullptr;
-        while (bMore && After(vecLines.back(), strCode + ' ') == nullptr)
+        while (bMore && After(vecLines.back() + ' ', strCode + ' ') == nullptr) // it may be blank
         {
             if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
             vecLines.push_back(Line());

@@ -33,12 +33,13 @@ bool IsInGroup(const char *cpGroup)
            (spGroup->gr_gid == getegid() || group_member(spGroup->gr_gid) != 0);
 }
 
-FINDING Account()
+FINDING Account(bool I_bInformix)
 {
     const passwd *spAccount = getpwuid(geteuid());
     const std::string strName = spAccount != nullptr ? spAccount->pw_name : "";
     const std::string strFound = "runs as " + (strName.empty() ? "an unknown account" : strName);
-    if (geteuid() == 0 || strName == "informix" || IsInGroup("bargroup")) return Ok(strFound);
+    if (!I_bInformix || geteuid() == 0 || strName == "informix" || IsInGroup("bargroup"))
+        return Ok(strFound);
     return Warn(strFound, "run the check as the account of the backups: informix, root, or one of "
                           "the group bargroup");
 }
@@ -116,12 +117,10 @@ FINDING Log(const std::string &I_strFile, bool I_bWritten)
 void CheckLog(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {
     const bool bAsked = X_sConnection.iTraceLevel != -1;
-    std::string &strFile = X_sConnection.strTraceFile;
+    const std::string &strFile = X_sConnection.strTraceFile;
     if (!bAsked) base::TakeTraceVariables(X_sConnection);
     X_sReport.Add("log", Log(strFile, X_sConnection.iTraceLevel > 0));
-    if (bAsked || (X_sConnection.iTraceLevel > 0 && IsWritable(strFile))) return;
-    X_sConnection.iTraceLevel = 0;
-    strFile.clear();
+    if (!bAsked && !IsWritable(strFile)) X_sConnection.iTraceLevel = 0;
 }
 
 // -1 when the system does not say.
@@ -186,7 +185,7 @@ FINDING Silence()
 bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {
     bool bGood = true;
-    X_sReport.Add("account", Account());
+    X_sReport.Add("account", Account(X_sConnection.bInformix));
     if (X_sConnection.bInformix)
         for (const base::VARIABLE &sVariable : base::VARIABLES)
             bGood =

@@ -233,7 +233,7 @@ void CSession::SetTrace(const LISTENER &I_fpListener)
     sTrace.fpListener = I_fpListener;
     sTrace.iShown = sConnection.iTraceLevel & TRACE_VERBOSITY;
     sTrace.bBoth = (sConnection.iTraceLevel & TRACE_TO_STDERR) != 0;
-    OpenTrace(sConnection.strTraceFile, bAsked);
+    OpenTrace(sTrace.iShown > 0 ? sConnection.strTraceFile : "", bAsked);
     Listen(true);
 }
 
