@@ -39,7 +39,7 @@ class Fault(NamedTuple):
 
 
 LOOK, RESTORE, PAIR = 0, 2, 3  # the connections beside that of the store
-HUNG_UP = 'closed the connection, after its reply "'
+HUNG_UP = 'closed the connection, after its reply: '
 FAULTS = [
     Fault("network.greeting", "2 lines", "switch the banner off", {"GREETING": ["220-hi", "220 "]}, LOOK),
     Fault("network.greeting", "SSH-2.0", "SFTP", {"GREETING": ["SSH-2.0-x"]}, LOOK),
@@ -62,7 +62,7 @@ FAULTS = [
     Fault("network.stor", "452 full", "full disk", {"STOR": ["452 full"]}),
     Fault("network.data", "cannot connect back", FIREWALL, {"STOR": ["150 opening", "425 no"]}),
     Fault("network.data", "did not arrive", FIREWALL, {"STOR": ["150 opening"]}),
-    Fault("network.data", "arrive at a port of KORVA_PORT_RANGE=42000-42099", "the ports 42000-42099",
+    Fault("network.data", "arrive at a port of KORVA_PORT_RANGE=42000-42099", "KORVA_PORT_RANGE: 42000-42099",
           {"STOR": ["150 opening"]}, range="42000-42099"),
     Fault("network.login", "KORVA_PORT_RANGE = x is not allowed", "unset the variable", {}, range="x"),
     Fault("network.data", "another address", "strict mode", {"STOR": ["150 opening", "foreign"]}),

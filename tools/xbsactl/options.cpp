@@ -5,63 +5,14 @@
 #include <sstream>
 #include <variant>
 
+#include "help_txt.h"
+
 namespace
 {
 constexpr const char *DESCRIPTION =
     "Stores and restores objects on a KORVA backup server or any FTP server that\n"
     "supports active mode, through the library libxbsa in its strict mode; sets the\n"
     "library up, checks the whole path to the server, and explains what went wrong.";
-
-constexpr const char *FOOTER = R"(Password:
-  The first line of --password-file, else the variable XBSA_PASSWORD. User and
-  password together have at most 52 bytes and no ":".
-
-Settings that stay the same:
-  --config FILE, or the variable XBSACTL_CONFIG, names a file with lines such as
-  host="backup.example"; options of a command follow a line such as [store]. The
-  variables that the options above name, XBSACTL_MANIFEST and XBSACTL_STATUS
-  set the options of those names.
-  The command line comes before the variables, the variables before the file.
-
-Informix sessions:
-  Server, job and the rest come from the variables KORVA_SERVER, KORVA_JOB (both
-  needed), KORVA_TAPE_SERVER, KORVA_DRIVE, KORVA_POOL and KORVA_COM_TIMEOUT. The
-  object is SPACE@NAME.
-
-Exit codes:
-  0  done: the server confirmed the whole object, a restored file is on disk
-  1  failed otherwise: an object does not verify, a check failed, the user
-     declined a prompt
-  2  wrong arguments or settings: nothing was sent
-  3  no match: the server or the manifest has no such object
-  4  the server failed or refused, or could not be reached
-  5  the COM utility failed or refused, or was not found
-  6  a file of this host: input, target, manifest, status, password, library
-  A signal that stops the tool ends it by that signal. A failed or stopped
-  restore leaves what was under the target's name as it was; a failed or stopped
-  store is reset, not completed.
-  check --nagios ends with 0 (OK), 1 (warning), 2 (critical) or 3 (unknown).
-
-Signals:
-  SIGUSR1 prints a line about the progress to standard error, and ends nothing.
-
-Library:
-  Without --library: libxbsa.so.1 in ../lib beside the folder of xbsactl, else
-  the search of the system's loader (LD_LIBRARY_PATH, ldconfig).
-
-Examples:
-  export XBSA_PASSWORD=secret
-  export XBSACTL_HOST=backup.example:21 XBSACTL_USER=dba
-  xbsactl store dump.sql dump.sql --path db
-  sqlite3 shop.db .dump | xbsactl store shop.sql
-  xbsactl restore dump.sql /tmp/dump.sql --path db
-  xbsactl restore shop.sql --host 127.0.0.1:2121 --user sam | sqlite3 new.db
-  xbsactl restore dump.sql /dev/null --path db --trace 2:xbsa.log
-  xbsactl store dump.sql dump.sql --manifest sums --verify
-  xbsactl verify --all --manifest sums
-  xbsactl --informix store --space rootdbs level0 root.img
-  xbsactl --informix query --space rootdbs --json
-  xbsactl --informix restore --space rootdbs level0 img --copy-id 1164326400)";
 
 template <auto FP_RUN> void Transfer(COMMAND_LINE &X_sLine)
 {
@@ -309,7 +260,7 @@ void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
     const char *cpConfig = getenv("XBSACTL_CONFIG");
     X_sApp.description(DESCRIPTION);
-    X_sApp.footer(FOOTER);
+    X_sApp.footer(std::string(HELP_TXT, 0, HELP_TXT.size() - 1)); // without its line end
     X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
     X_sApp.fallthrough();            // the options may follow the command, too
     X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
@@ -340,19 +291,17 @@ void RefusePassword(int argc, char **argv)
     }
 }
 
-// Whether one letter was changed, added or left out, or two changed places.
+// Whether one letter was changed, added or left out, or letters changed places.
 bool IsSlip(const std::string &I_strTyped, const std::string &I_strMeant)
 {
-    const auto [sTyped, sMeant] =
-        std::mismatch(I_strTyped.begin(), I_strTyped.end(), I_strMeant.begin(), I_strMeant.end());
-    std::string strTyped(sTyped, I_strTyped.end()); // from the first other letter on
-    const std::string strMeant(sMeant, I_strMeant.end());
-    if (strTyped.empty() || strMeant.empty()) return strTyped.size() + strMeant.size() <= 1;
-    const std::string strRest = strTyped.substr(1);
-    if (strRest == strMeant || strTyped == strMeant.substr(1) || strRest == strMeant.substr(1))
-        return true;
-    if (!strRest.empty()) std::swap(strTyped[0], strTyped[1]);
-    return strTyped == strMeant;
+    const auto fpSame = [](auto sTyped, auto sTypedEnd, auto sMeant, auto sMeantEnd) {
+        return std::mismatch(sTyped, sTypedEnd, sMeant, sMeantEnd).first - sTyped;
+    };
+    const auto iSame =
+        fpSame(I_strTyped.begin(), I_strTyped.end(), I_strMeant.begin(), I_strMeant.end()) +
+        fpSame(I_strTyped.rbegin(), I_strTyped.rend(), I_strMeant.rbegin(), I_strMeant.rend());
+    return iSame + 1 >= static_cast<long>(std::max(I_strTyped.size(), I_strMeant.size())) ||
+           std::ranges::is_permutation(I_strTyped, I_strMeant);
 }
 
 std::string CommandList()

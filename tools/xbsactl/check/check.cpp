@@ -37,14 +37,6 @@ const std::string &ObjectName()
     return strName;
 }
 
-FINDING Login(const CReport &I_sReport, const std::string &I_strFault)
-{
-    if (I_strFault.empty()) return Ok("user and password are usable");
-    return Fail(I_sReport.Foreign(I_strFault),
-                "give the password with XBSA_PASSWORD or --password-file; user and password have "
-                "at most 52 bytes together and no \":\"");
-}
-
 // First what the session said to the server, then what the library made of it.
 void Report(SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
             const std::optional<sockaddr_in> &I_sServer, std::string I_strWhy)
@@ -60,7 +52,9 @@ void CheckPlain(SESSIONS &X_sSessions, bool I_bLibrary)
 {
     const base::CONNECTION &sConnection = X_sSessions.sConnection;
     CReport &sReport = X_sSessions.sReport;
-    const bool bLogin = sReport.Add("login", Login(sReport, sConnection.strLoginFault));
+    const std::string &strFault = sConnection.strLoginFault;
+    const bool bLogin = sReport.Add("login", strFault.empty() ? Ok("user and password are usable")
+                                                              : Fail(sReport.Foreign(strFault)));
     const auto sServer = LookAt(sReport, sConnection.strHost, X_sSessions.sSilence);
     std::string strWhy = I_bLibrary ? "" : "the library is not usable";
     if (!bLogin) strWhy = "user and password cannot be used";

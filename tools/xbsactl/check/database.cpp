@@ -27,7 +27,7 @@ std::string LibraryPath(const base::LINES &I_vecLines, const std::string &I_strF
     std::string strValue;
     for (const std::string &strLine : I_vecLines)
         if (base::Sets(strLine, base::LIBRARY_KEY)) strValue = base::Value(strLine);
-    if (strValue.rfind(strVariable, 0) == 0) strValue.replace(0, strVariable.size(), I_strFolder);
+    if (strValue.starts_with(strVariable)) strValue.replace(0, strVariable.size(), I_strFolder);
     return strValue;
 }
 
@@ -51,17 +51,17 @@ FINDING Path(const std::string &I_strFile, const std::string &I_strValue,
     return Fail(strFound + " is not this library, " + I_strLibrary, strNext);
 }
 
-FINDING InFile(const std::string &I_strFile, const std::string &I_strNext,
+FINDING InFile(const std::string &I_strFile,
                const std::function<FINDING(const base::LINES &)> &I_fpJudge)
 {
     try
     {
         const std::optional<std::string> strText = base::ReadText(I_strFile, LARGEST);
         if (strText) return I_fpJudge(base::Lines(*strText));
-        return Fail(I_strFile + ": " + std::generic_category().message(ENOENT), I_strNext);
+        return Fail(I_strFile + ": " + std::generic_category().message(ENOENT));
     } catch (const base::FAILURE &sError)
     {
-        return Fail(sError.what(), I_strNext);
+        return Fail(sError.what());
     }
 }
 } // namespace
@@ -79,17 +79,11 @@ void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_
     std::error_code sError;
     if (!std::filesystem::is_directory(I_sOptions.strInformixDir, sError))
     {
-        X_sReport.Add("database.folder", Fail(I_sOptions.strInformixDir + " is not a directory",
-                                              "give the database's folder with --informixdir"));
+        X_sReport.Add("database.folder", Fail(I_sOptions.strInformixDir + " is not a directory"));
         return;
     }
-    X_sReport.Add(
-        "database.sm_versions",
-        strRow.empty()
-            ? NotTried("the library shows no version")
-            : InFile(strVersions, "make the file, with the line \"" + strRow + "\"", fpRow));
-    X_sReport.Add(
-        "database.onconfig",
-        InFile(strFile, "correct --informixdir, or give the file's name with --onconfig", fpPath));
+    X_sReport.Add("database.sm_versions", strRow.empty() ? NotTried("the library shows no version")
+                                                         : InFile(strVersions, fpRow));
+    X_sReport.Add("database.onconfig", InFile(strFile, fpPath));
 }
 } // namespace check

@@ -11,11 +11,6 @@ namespace
 {
 constexpr const char *OBJECT = "the object"; // what the closing reply answers
 
-bool IsNegative(const std::string &I_strReply)
-{
-    return After(I_strReply, "4") != nullptr || After(I_strReply, "5") != nullptr;
-}
-
 bool IsPrivate(const in_addr &I_sAddress)
 {
     const uint32_t uAddress = ntohl(I_sAddress.s_addr);
@@ -44,13 +39,7 @@ std::string Range()
 
 FINDING NoWayBack(const std::string &I_strFound)
 {
-    if (Range().empty()) return Fail(I_strFound, Remedy("425"));
-    return Fail(I_strFound + Range(),
-                "let the server open TCP connections to the ports " +
-                    base::Variable("KORVA_PORT_RANGE") +
-                    " of this host (KORVA_PORT_RANGE) in every firewall between: helpers that "
-                    "would do it by themselves (nf_conntrack_ftp) are off by default in current "
-                    "kernels");
+    return Fail(I_strFound + Range());
 }
 
 // A command, and the lines that came back.
@@ -66,9 +55,8 @@ class CDialogue
 {
   public:
     CDialogue(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer)
-        : sReport(I_sSessions.sReport), bInformix(I_sSessions.sConnection.bInformix),
-          sServer(I_sServer.sin_addr), strFailure(I_sAlone.Value(FAILED)),
-          strEnd(strFailure.empty() ? I_sAlone.strFailure : "")
+        : sReport(I_sSessions.sReport), sServer(I_sServer.sin_addr),
+          strFailure(I_sAlone.Value(FAILED)), strEnd(strFailure.empty() ? I_sAlone.strFailure : "")
     {
         for (const EVENT &sEvent : I_sAlone.vecEvents)
             if (sEvent.strName == "trace" && !Take(sEvent)) break;
@@ -91,11 +79,11 @@ class CDialogue
     {
         const std::string strUser = Reply("USER");
         const std::string strPass = Reply("PASS");
-        if (After(strUser, "2") != nullptr || After(strPass, "2") != nullptr)
+        if (strUser.starts_with('2') || strPass.starts_with('2'))
             return Ok(strPass.empty() ? strUser : strPass);
         const std::string strReply = IsNegative(strUser) ? strUser : strPass;
         if (strReply.empty()) return Silent(strUser.empty() ? "USER" : "PASS");
-        return Fail(strReply, Remedy(": " + strReply, bInformix));
+        return Fail(strReply);
     }
 
     FINDING Judge(const char *cpVerb, const char *cpWanted) const
@@ -104,8 +92,7 @@ class CDialogue
         const std::string strReply = Reply(cpVerb);
         if (strReply.empty()) return Silent(cpVerb);
         const std::string strFound = spExchange->strCommand + ": " + strReply;
-        FINDING sFinding =
-            After(strReply, cpWanted) != nullptr ? Ok(strFound) : Fail(strFound, Remedy(strFound));
+        FINDING sFinding = strReply.starts_with(cpWanted) ? Ok(strFound) : Fail(strFound);
         sFinding.lMilliseconds = spExchange->lEnd - spExchange->lBegin;
         return sFinding;
     }
@@ -117,17 +104,14 @@ class CDialogue
         const EXCHANGE *spPort = Find("PORT");
         const bool bLoopback = ntohl(sServer.s_addr) >> 24 == 127;
         if (sFinding.eStatus != STATUS::OK || bLoopback || IsPrivate(sServer)) return sFinding;
-        const in_addr sLocal = AnnouncedBy(spPort->strCommand);
-        if (!IsPrivate(sLocal)) return sFinding;
-        return Warn(sFinding.strFound,
-                    Text("a public server cannot reach the private address ", inet_ntoa(sLocal),
-                         ": avoid address translation on the way, or use a tunnel"));
+        if (!IsPrivate(AnnouncedBy(spPort->strCommand))) return sFinding;
+        return Warn(sFinding.strFound + ": a public server cannot reach this private address");
     }
 
     FINDING Stor()
     {
         FINDING sFinding = Judge("STOR", "150");
-        if (After(Reply("STOR"), "425") == nullptr) return sFinding;
+        if (!Reply("STOR").starts_with("425")) return sFinding;
         return NoWayBack(sFinding.strFound + ": the server cannot connect back");
     }
 
@@ -139,10 +123,7 @@ class CDialogue
         if (spStor == nullptr) return Silent("STOR");
         if (IsNegative(spStor->vecReplies.back()))
             return NoWayBack(spStor->vecReplies.back() + ": the server cannot connect back");
-        if (bForeign)
-            return Fail("connected from another address than " + strAddress,
-                        "let the server connect from the address that it is reached at: strict "
-                        "mode turns others away");
+        if (bForeign) return Fail("connected from another address than " + strAddress);
         return NoWayBack("the server's connection did not arrive");
     }
 
@@ -151,17 +132,15 @@ class CDialogue
     {
         const EXCHANGE *spEnd = Find(OBJECT);
         if (spEnd == nullptr) return Silent(OBJECT);
-        const auto fpCloses = [](const std::string &strReply) {
-            return After(strReply, "226") != nullptr || IsNegative(strReply);
+        const auto fpCloses = [](const auto &str) {
+            return str.starts_with("226") || IsNegative(str);
         };
         const std::vector<std::string> &vecReplies = spEnd->vecReplies;
-        const auto sClosing = std::find_if(vecReplies.begin(), vecReplies.end(), fpCloses);
+        const auto sClosing = std::ranges::find_if(vecReplies, fpCloses);
         std::string strReply = vecReplies.empty() ? strEnd : vecReplies[0];
         if (sClosing != vecReplies.end()) strReply = *sClosing;
         if (strReply.empty()) strReply = "the server closed the connection";
-        if (After(strReply, "226") != nullptr) return Ok(strReply);
-        return Fail("no 226, but: " + strReply,
-                    Remedy(IsNegative(strReply) ? ": " + strReply : "no 226"));
+        return strReply.starts_with("226") ? Ok(strReply) : Fail("no 226, but: " + strReply);
     }
 
     // Returns false at the end of the store.
@@ -172,7 +151,7 @@ class CDialogue
                                     "stpc_stor: Send message: "})
             if (const char *cpCommand = After(strLine, cpBegin))
                 vecExchanges.push_back({base::Printable(cpCommand), {}, I_sLine.lMilliseconds, 0});
-        if (After(strLine, "BSAEndData: Start") != nullptr)
+        if (strLine.starts_with("BSAEndData: Start"))
             vecExchanges.push_back({OBJECT, {}, I_sLine.lMilliseconds, 0});
         if (const char *cpReply = After(strLine, "LOGIN REPLY: "))
         {
@@ -181,18 +160,16 @@ class CDialogue
             vecExchanges.back().lEnd = I_sLine.lMilliseconds;
             if (!strReply.empty()) strLast = strReply;
         }
-        if (After(strLine, "BSACreateObject: Return: 0") != nullptr) bOpened = true;
-        if (After(strLine, "stpc_stor: Data connection from another address") != nullptr)
-            bForeign = true;
-        return After(strLine, "BSAGetObject: Start") == nullptr;
+        if (strLine.starts_with("BSACreateObject: Return: 0")) bOpened = true;
+        if (strLine.starts_with("stpc_stor: Data connection from another address")) bForeign = true;
+        return !strLine.starts_with("BSAGetObject: Start");
     }
 
     const EXCHANGE *Find(const std::string &I_strVerb) const
     {
-        const auto sFound =
-            std::find_if(vecExchanges.begin(), vecExchanges.end(), [&](const EXCHANGE &sExchange) {
-                return After(sExchange.strCommand, I_strVerb) != nullptr;
-            });
+        const auto sFound = std::ranges::find_if(vecExchanges, [&](const EXCHANGE &sExchange) {
+            return sExchange.strCommand.starts_with(I_strVerb);
+        });
         return sFound != vecExchanges.end() ? &*sFound : nullptr;
     }
 
@@ -209,20 +186,16 @@ class CDialogue
     {
         const std::string strFound = "no reply to " + I_strVerb;
         if (!strEnd.empty() && I_strVerb == "STOR") return NoWayBack(strFound + ": " + strEnd);
-        if (!strEnd.empty()) return Fail(strFound + ": " + strEnd, Remedy(strEnd));
+        if (!strEnd.empty()) return Fail(strFound + ": " + strEnd);
         if (Find(I_strVerb) != nullptr)
-            return Fail(strFound + ", the server closed the connection, after its reply \"" +
-                            strLast + "\"",
-                        Remedy(IsNegative(strLast) ? ": " + strLast
-                                                   : "No reply to " + I_strVerb +
-                                                         ", the control connection has ended."));
+            return Fail(strFound +
+                        ", the server closed the connection, after its reply: " + strLast);
         if (strFailure.empty()) // the utility may lower the trace's level
             return NotTried("the library's trace does not show it");
-        return Fail(strFailure, Remedy(strFailure));
+        return Fail(strFailure);
     }
 
     const CReport &sReport;
-    bool bInformix;
     in_addr sServer;
     std::vector<EXCHANGE> vecExchanges{1};
     std::string strLast;    // reply that was not empty: a server that ends a session says why

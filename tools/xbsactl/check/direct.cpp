@@ -47,8 +47,8 @@ class CFtp
         std::vector<std::string> vecLines = {Line()};
         const std::string strCode = vecLines[0].substr(0, 3);
         const bool bMore = vecLines[0].find_first_not_of("0123456789") == 3 &&
-                           After(vecLines[0], strCode + '-') != nullptr;
-        while (bMore && After(vecLines.back() + ' ', strCode + ' ') == nullptr) // it may be blank
+                           vecLines[0].starts_with(strCode + '-');
+        while (bMore && !(vecLines.back() + ' ').starts_with(strCode + ' ')) // it may be blank
         {
             if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
             vecLines.push_back(Line());
@@ -119,11 +119,9 @@ void Greet(const sockaddr_in &I_sServer, const SAY &I_fpSay)
 
 FINDING JudgeGreeting(const std::string &I_strText, const std::string &I_strLines)
 {
-    if (I_strText[0] == '4' || I_strText[0] == '5')
-        return Fail("the server turns sessions away: " + I_strText, Remedy(": " + I_strText));
-    if (I_strText.substr(0, 3) != "220")
-        return Fail(I_strText, Remedy("the server does not speak FTP"));
-    if (I_strLines != "1") return Fail(I_strLines + " lines: " + I_strText, Remedy("220-"));
+    if (IsNegative(I_strText)) return Fail("the server turns sessions away: " + I_strText);
+    if (!I_strText.starts_with("220")) return Fail("the server does not speak FTP: " + I_strText);
+    if (I_strLines != "1") return Fail(I_strLines + " lines: " + I_strText);
     return Ok("one line: " + I_strText);
 }
 
@@ -132,30 +130,19 @@ FINDING JudgeLook(const CReport &I_sReport, const OUTCOME &I_sOutcome, const EVE
     if (I_sStep.strName == "network.greeting")
         return JudgeGreeting(I_sReport.Foreign(I_sStep.strValue), I_sOutcome.Value("lines"));
     if (I_sStep.strName == "network.reverse" && I_sOutcome.Find("named") == nullptr)
-        return Warn(I_sStep.strValue,
-                    "enter the address in reverse DNS or /etc/hosts; the library does without");
+        return Warn(I_sStep.strValue);
     return Ok(I_sStep.strValue);
 }
-
-// The steps, and what to do when one did not come to its end.
-constexpr std::array<std::pair<const char *, const char *>, 4> LOOKS = {
-    {{"network.name", "correct the host's name, or enter it in DNS or /etc/hosts"},
-     {"network.reverse", "correct DNS or /etc/hosts"},
-     {"network.tcp", "check that the port is right, the server runs, and firewalls let this host "
-                     "connect to it"},
-     {"network.greeting",
-      "look whether an FTP server is what listens on this port, and at its log; "
-      "a slow look-up of this host's name on the server delays the greeting, "
-      "too"}}};
 
 bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string &I_strHost)
 {
     bool bGoing = true;
     long lLast = 0;
-    for (const auto &[cpStep, cpNext] : LOOKS)
+    for (const char *cpStep :
+         {"network.name", "network.reverse", "network.tcp", "network.greeting"})
     {
         FINDING sFinding = NotTried("an earlier step failed");
-        if (bGoing) sFinding = Fail(I_strHost + ": " + I_sOutcome.strFailure, cpNext);
+        if (bGoing) sFinding = Fail(I_strHost + ": " + I_sOutcome.strFailure);
         if (const EVENT *spEvent = I_sOutcome.Find(cpStep))
         {
             sFinding = JudgeLook(X_sReport, I_sOutcome, *spEvent);
@@ -190,14 +177,13 @@ FINDING CleanUpPlain(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
     for (const std::string &strName : I_sSessions.vecLeft)
     {
         const std::string strReply = sOutcome.Value(strName.c_str());
-        if (After(strReply, "2") != nullptr) continue;
+        if (strReply.starts_with('2')) continue;
         strLeft += " " + strName;
         if (!strReply.empty()) strWhy = strReply;
     }
     if (strLeft.empty()) return Ok(Text(I_sSessions.vecLeft.size(), " objects removed"));
     return Warn(Text("left on the server, if they are there:", strLeft, " (",
-                     I_sSessions.sReport.Foreign(strWhy), ")"),
-                "remove them by hand; for the next time, let the account delete");
+                     I_sSessions.sReport.Foreign(strWhy), ")"));
 }
 } // namespace
 
@@ -224,10 +210,8 @@ void CleanUp(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
     for (const std::string &strCopy : I_sSessions.vecLeft)
         strCopies += (strCopies.empty() ? "" : ", ") + strCopy;
     if (strCopies.empty()) return;
-    I_sSessions.sReport.Add("cleanup",
-                            I_sSessions.sConnection.bInformix
-                                ? Warn("left on the server: copy id " + strCopies,
-                                       "have them removed on the KORVA server: a client cannot")
-                                : CleanUpPlain(I_sSessions, I_sServer));
+    I_sSessions.sReport.Add("cleanup", I_sSessions.sConnection.bInformix
+                                           ? Warn("left on the server: copy id " + strCopies)
+                                           : CleanUpPlain(I_sSessions, I_sServer));
 }
 } // namespace check

@@ -40,20 +40,16 @@ FINDING Account(bool I_bInformix)
     const std::string strFound = "runs as " + (strName.empty() ? "an unknown account" : strName);
     if (!I_bInformix || geteuid() == 0 || strName == "informix" || IsInGroup("bargroup"))
         return Ok(strFound);
-    return Warn(strFound, "run the check as the account of the backups: informix, root, or one of "
-                          "the group bargroup");
+    return Warn(strFound);
 }
 
 FINDING Limited(const base::VARIABLE &I_sVariable)
 {
     const std::string strValue = base::Variable(I_sVariable.cpName);
-    if (strValue.empty() && I_sVariable.bNeeded)
-        return Fail("not set", "set it where the database server is started, so that its backup "
-                               "tool has it too");
+    if (strValue.empty() && I_sVariable.bNeeded) return Fail("not set");
     if (strValue.size() > I_sVariable.uRoom)
         return Fail(
-            Text(strValue.size(), " bytes: too long, the library takes ", I_sVariable.uRoom),
-            "shorten it: a value that is too long is passed over");
+            Text(strValue.size(), " bytes: too long, the library takes ", I_sVariable.uRoom));
     return Ok(strValue.empty() ? "not set, not needed" : Text("\"", strValue, "\""));
 }
 
@@ -63,9 +59,7 @@ FINDING Strict(bool I_bInformix)
     const std::string strStrict = base::Variable("KORVA_STRICT");
     if (strStrict == "1") return Ok("\"1\"");
     if (!I_bInformix) return Ok("xbsactl sets it itself; other programs need KORVA_STRICT=1");
-    return Warn(strStrict.empty() ? "not set" : Text("\"", strStrict, "\", not \"1\""),
-                "set it to 1 for the database's processes, or results may hide a failure; xbsactl "
-                "itself always does");
+    return Warn(strStrict.empty() ? "not set" : Text("\"", strStrict, "\", not \"1\""));
 }
 
 std::string Folder(const std::string &I_strFile)
@@ -89,10 +83,8 @@ FINDING RoomFor(const std::string &I_strFile, const std::string &I_strState, uin
     const uintmax_t uFree = std::filesystem::space(Folder(I_strFile), sError).available;
     const std::string strFound =
         Text(I_strState, ": ", I_uSize, " bytes, ", sError ? 0 : uFree / MEGABYTE, " MB free");
-    if (!sError && uFree < LOW_SPACE)
-        return Warn(strFound, "make room, or move the log with XBSA_LOGFILE");
-    if (I_uSize > LARGE_LOG) return Warn(strFound, "rotate it: nothing else makes it smaller");
-    return Ok(strFound);
+    if (!sError && uFree < LOW_SPACE) return Warn("little room: " + strFound);
+    return I_uSize > LARGE_LOG ? Warn("a large log: " + strFound) : Ok(strFound);
 }
 
 FINDING Log(const std::string &I_strFile, bool I_bWritten)
@@ -100,12 +92,10 @@ FINDING Log(const std::string &I_strFile, bool I_bWritten)
     if (I_strFile.empty()) return Ok("none is written");
     const std::string strState = I_strFile + (I_bWritten ? "" : " (no trace now)");
     if (I_strFile.size() > LOG_ROOM)
-        return Fail("the path is too long", Text("shorten XBSA_LOGFILE to ", LOG_ROOM, " bytes"));
+        return Fail(Text("the path is longer than ", LOG_ROOM, " bytes"));
     if (!IsWritable(I_strFile))
         return {I_bWritten ? STATUS::FAIL : STATUS::WARN,
-                base::SystemFailure("cannot write " + strState).what(),
-                "make the folder and let this account write there: the library drops what it "
-                "cannot write without a word"};
+                base::SystemFailure("cannot write " + strState).what()};
     struct stat sFile = {};
     if (stat(I_strFile.c_str(), &sFile) == 0 && (sFile.st_mode & S_IWOTH) != 0 &&
         S_ISREG(sFile.st_mode))

@@ -16,14 +16,6 @@ namespace check
 namespace
 {
 constexpr std::chrono::seconds LOADING{15};
-constexpr const char *INSTALL = "install the library, or name it with --library PATH";
-
-// The calls of the interface, and two of this library's own that the tool needs.
-constexpr const char *CALLS =
-    "BSAInit BSATerminate BSABeginTxn BSAEndTxn BSACreateObject BSASendData BSAEndData "
-    "BSAGetObject "
-    "BSAGetData BSAQueryObject BSAGetNextQueryObject BSAGetLastError BSAQueryApiVersion "
-    "BSAQueryServiceProvider BSADeleteObject BSAGetEnvironment BSASetTrace find_com_intf";
 
 // "64 bit, x86-64"; empty for what is not a program or library of this kind of system.
 std::string KindOf(const std::string &I_strPath)
@@ -43,9 +35,8 @@ std::string KindOf(const std::string &I_strPath)
     const int iSecond = static_cast<unsigned char>(acHead[EI_NIDENT + 3]);
     const int iMachine =
         acHead[EI_DATA] == ELFDATA2LSB ? iFirst + 256 * iSecond : iSecond + 256 * iFirst;
-    const auto *spName = std::find_if(MACHINES.begin(), MACHINES.end(), [&](const auto &sMachine) {
-        return sMachine.first == iMachine;
-    });
+    const auto *spName =
+        std::ranges::find(MACHINES, iMachine, &std::pair<int, const char *>::first);
     return Text(acHead[EI_CLASS] == ELFCLASS64 ? "64 bit, " : "32 bit, ",
                 spName != MACHINES.end() ? spName->second : Text("machine ", iMachine));
 }
@@ -59,9 +50,8 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
     if (vpLibrary == nullptr) throw base::FAILURE(dlerror());
     if (dlinfo(vpLibrary, RTLD_DI_LINKMAP, &spMap) == 0) I_fpSay("path", spMap->l_name);
     std::string strMissing;
-    std::istringstream sCalls(CALLS);
-    for (std::string strCall; sCalls >> strCall;)
-        if (dlsym(vpLibrary, strCall.c_str()) == nullptr) strMissing += " " + strCall;
+    for (const char *cpCall : library::CALLS)
+        if (dlsym(vpLibrary, cpCall) == nullptr) strMissing += Text(' ', cpCall);
     I_fpSay("missing", strMissing);
     if (strMissing.empty()) I_fpSay("row", library::VersionsRow(vpLibrary));
 }
@@ -77,17 +67,15 @@ struct INSPECTION
     {
         std::error_code sError;
         if (strPath.find('/') == std::string::npos) strPath = sAnswer.Value("path"); // the loader's
-        if (strPath.empty()) return Fail(sAnswer.strFailure, INSTALL);
+        if (strPath.empty()) return Fail(sAnswer.strFailure);
         sResult.strPath = std::filesystem::canonical(strPath, sError);
-        if (sError) return Fail(strPath + ": " + sError.message(), INSTALL);
+        if (sError) return Fail(strPath + ": " + sError.message());
 
         const std::string strFile =
             strPath == sResult.strPath ? strPath : strPath + " -> " + sResult.strPath;
         const std::string strOwn = KindOf("/proc/self/exe");
         const std::string strKind = KindOf(sResult.strPath);
-        if (strKind.empty())
-            return Fail(strFile + ": not a shared library, or unreadable",
-                        "install the library again, readable for everybody");
+        if (strKind.empty()) return Fail(strFile + ": not a shared library, or unreadable");
         if (strKind == strOwn) return Ok(strFile + ", " + strKind);
         return Fail(Text(strFile, " is ", strKind, ", but this system's programs are ", strOwn),
                     "install the library that is built for " + strOwn);
@@ -95,23 +83,20 @@ struct INSPECTION
 
     FINDING Load()
     {
-        if (sAnswer.Find("missing") != nullptr) return Ok("loaded");
-        return Fail(sAnswer.strFailure, "install the library again; ldd shows what it needs");
+        return sAnswer.Find("missing") != nullptr ? Ok("loaded") : Fail(sAnswer.strFailure);
     }
 
     FINDING Calls()
     {
         const std::string strMissing = sAnswer.Value("missing");
-        if (strMissing.empty()) return Ok("all 16 are there");
-        return Fail("missing:" + strMissing,
-                    "this is not a library for backups, or another one: install Korva's");
+        return strMissing.empty() ? Ok("all 16 are there") : Fail("missing:" + strMissing);
     }
 
     FINDING Version()
     {
         sResult.strRow = sAnswer.Value("row");
-        if (!sResult.strRow.empty()) return Ok("row for sm_versions: " + sResult.strRow);
-        return Fail(sAnswer.strFailure, "name the library that you mean with --library PATH");
+        return sResult.strRow.empty() ? Fail(sAnswer.strFailure)
+                                      : Ok("row for sm_versions: " + sResult.strRow);
     }
 };
 } // namespace

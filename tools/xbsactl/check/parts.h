@@ -9,7 +9,6 @@
 #include <chrono>
 #include <functional>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,16 +17,16 @@
 
 namespace check
 {
-// The parts in one text.
-template <typename... PARTS> std::string Text(const PARTS &...I_tParts)
-{
-    std::ostringstream sText;
-    (sText << ... << I_tParts);
-    return sText.str();
-}
+using base::Text;
 
 // What follows the beginning; null when the text begins otherwise.
 const char *After(const std::string &I_strText, const std::string &I_strBegin);
+
+// A reply that refuses, for now or for good.
+inline bool IsNegative(std::string_view I_svReply)
+{
+    return I_svReply.starts_with('4') || I_svReply.starts_with('5');
+}
 
 // Work that may hang or crash, in a process of its own that is ended when its time is over. What it
 // says comes at once: a name without a blank, and a value of one line.
@@ -99,23 +98,20 @@ struct FINDING
 {
     STATUS eStatus = STATUS::OK;
     std::string strFound{};  // what there is
-    std::string strNext{};   // what to do about it; empty when all is well
+    std::string strNext{};   // what to do about it; empty: what the knowledge base says, if needed
     long lMilliseconds = -1; // that the step took; -1: since the last finding
     std::string strStep{};   // "network.login"; by CReport::Add
 };
-
-// What to do about a message of the library, or a reply: "CWD /db: 550 No such folder".
-std::string Remedy(const std::string &I_strText, bool I_bInformix = false);
 
 inline FINDING Ok(const std::string &I_strFound)
 {
     return {STATUS::OK, I_strFound};
 }
-inline FINDING Warn(const std::string &I_strFound, const std::string &I_strNext)
+inline FINDING Warn(const std::string &I_strFound, const std::string &I_strNext = "")
 {
     return {STATUS::WARN, I_strFound, I_strNext};
 }
-inline FINDING Fail(const std::string &I_strFound, const std::string &I_strNext)
+inline FINDING Fail(const std::string &I_strFound, const std::string &I_strNext = "")
 {
     return {STATUS::FAIL, I_strFound, I_strNext};
 }
@@ -185,6 +181,13 @@ bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection);
 //   I_bVariables  the KORVA_ variables are usable: without them the utility is not asked
 bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
                   bool I_bVariables, std::chrono::milliseconds I_sBound);
+
+// What the utility printed in a session whose trace the outcome has, whatever the library made of it: a
+// line of the trace has 16 bytes of it, "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
+std::string PrintedIn(const OUTCOME &I_sOutcome);
+
+// Of the first line "KEY=VALUE" of it; empty for none.
+std::string ValueIn(const OUTCOME &I_sOutcome, const std::string &I_strKey);
 
 // What only a direct look shows: both ways of the name look-up, and every line of the greeting, of
 // which the library reads the first. Returns the address when a session can be tried.

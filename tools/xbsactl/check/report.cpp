@@ -24,14 +24,16 @@ void PrintLine(const FINDING &I_sFinding)
     if (!I_sFinding.strNext.empty()) printf("      next: %s\n", I_sFinding.strNext.c_str());
     fflush(stdout);
 }
-} // namespace
 
-std::string Remedy(const std::string &I_strText, bool I_bInformix)
+// The row that knows the step, the reply, or the message in it.
+std::string Advice(const FINDING &I_sFinding, bool I_bInformix)
 {
     const std::string strHint =
-        explain::Hint(I_strText, I_bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN);
+        explain::Hint(Text(I_sFinding.strStep, ": ", I_sFinding.strFound),
+                      I_bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN);
     return strHint.empty() ? "look at the steps of the library: --trace 2 shows them" : strHint;
 }
+} // namespace
 
 CReport::CReport(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
     : sConnection(I_sConnection), sOptions(I_sOptions)
@@ -46,6 +48,9 @@ bool CReport::Add(const std::string &I_strStep, FINDING I_sFinding)
     I_sFinding.strStep = I_strStep;
     I_sFinding.strFound =
         base::Printable(I_sFinding.strFound); // paths and variables are foreign, too
+    const bool bBad = I_sFinding.eStatus == STATUS::WARN || I_sFinding.eStatus == STATUS::FAIL;
+    if (bBad && I_sFinding.strNext.empty())
+        I_sFinding.strNext = Advice(I_sFinding, sConnection.bInformix);
     I_sFinding.strNext = base::Printable(I_sFinding.strNext);
     if (!sOptions.bJson && !sOptions.bNagios) PrintLine(I_sFinding);
     vecFindings.push_back(std::move(I_sFinding));
@@ -68,10 +73,7 @@ std::string CReport::Foreign(const std::string &I_strText) const
 
 int CReport::Count(STATUS I_eStatus) const
 {
-    return static_cast<int>(
-        std::count_if(vecFindings.begin(), vecFindings.end(), [I_eStatus](const FINDING &sFinding) {
-            return sFinding.eStatus == I_eStatus;
-        }));
+    return static_cast<int>(std::ranges::count(vecFindings, I_eStatus, &FINDING::eStatus));
 }
 
 std::string CReport::Counts() const

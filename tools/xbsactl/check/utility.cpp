@@ -10,7 +10,6 @@ namespace
 {
 #define INI_FILE "/etc/korva2000.ini"
 #define INI_KEY "SM_BIN_KORVA"
-#define INI_EXAMPLE INI_KEY "=/folder/of/the/utility"
 
 // The names that the INI file sets.
 std::string IniKeys()
@@ -30,8 +29,60 @@ void Query(const base::CONNECTION &I_sConnection, const SAY &I_fpSay)
     library::CSession(I_sConnection, fpListener).Copies({"xbsactl-check", "none", 0});
 }
 
-// What the utility printed, whatever the library made of it: a line of the trace has 16 bytes of it,
-// "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
+struct UTILITY
+{
+    const CReport &sReport;
+    const base::CONNECTION &sConnection;
+    bool bVariables;
+    std::chrono::milliseconds sBound;
+    std::string strPath{};
+
+    FINDING IniFile()
+    {
+        if (access(INI_FILE, R_OK) == 0) return Ok(INI_FILE);
+        return Fail(base::SystemFailure(INI_FILE).what());
+    }
+
+    FINDING IniKey()
+    {
+        const auto fpFind = [this](const SAY &fpSay) {
+            fpSay("path", library::UtilityPath(library::Load(sConnection.strLibrary)));
+        };
+        strPath = RunChild(sBound, fpFind).Value("path");
+        const std::string strFolder = std::filesystem::path(strPath).parent_path();
+        if (!strPath.empty() && strPath[0] == '/') return Ok(INI_KEY "=" + strFolder);
+        return Fail(strPath.empty() ? "no usable " INI_KEY " in " INI_FILE ", keys:" + IniKeys()
+                                    : Text("\"", strFolder, "\" is not an absolute path"));
+    }
+
+    FINDING File()
+    {
+        std::error_code sError;
+        const std::filesystem::file_status sStatus = std::filesystem::status(strPath, sError);
+        if (!std::filesystem::exists(sStatus)) return Fail(strPath + ": " + sError.message());
+        if (std::filesystem::is_regular_file(sStatus) && access(strPath.c_str(), X_OK) == 0)
+            return Ok(strPath);
+        return Fail(strPath + " is not executable for this account", "chmod a+x " + strPath);
+    }
+
+    FINDING Answer()
+    {
+        if (!bVariables) return NotTried("variables are missing or too long");
+        const OUTCOME sOutcome =
+            RunChild(sBound, [this](const SAY &fpSay) { Query(sConnection, fpSay); });
+        const std::string strText = PrintedIn(sOutcome);
+        const std::string strReply = sReport.Foreign(ValueIn(sOutcome, "reply"));
+        const std::string strMessage = sReport.Foreign(ValueIn(sOutcome, "message"));
+        if (sOutcome.strFailure.empty()) return Ok("answers reply=" + strReply);
+        if (strReply.empty())
+            return Fail("no reply, " + (strText.empty() ? "nothing printed: " + sOutcome.strFailure
+                                                        : "but: " + sReport.Foreign(strText)));
+        return Fail(
+            Text("answers reply=", strReply, ": ", strMessage.empty() ? "no message" : strMessage));
+    }
+};
+} // namespace
+
 std::string PrintedIn(const OUTCOME &I_sOutcome)
 {
     constexpr size_t DUMPED = 48; // characters of them
@@ -46,77 +97,13 @@ std::string PrintedIn(const OUTCOME &I_sOutcome)
     return strText;
 }
 
-std::string ValueIn(const std::string &I_strText, const std::string &I_strKey)
+std::string ValueIn(const OUTCOME &I_sOutcome, const std::string &I_strKey)
 {
-    std::istringstream sLines(I_strText);
+    std::istringstream sLines(PrintedIn(I_sOutcome));
     for (std::string strLine; std::getline(sLines, strLine);)
         if (const char *cpValue = After(strLine, I_strKey + "=")) return cpValue;
     return "";
 }
-
-struct UTILITY
-{
-    const CReport &sReport;
-    const base::CONNECTION &sConnection;
-    bool bVariables;
-    std::chrono::milliseconds sBound;
-    std::string strPath{};
-
-    FINDING IniFile()
-    {
-        if (access(INI_FILE, R_OK) == 0) return Ok(INI_FILE);
-        return Fail(base::SystemFailure(INI_FILE).what(),
-                    "make it, readable for everybody, with the line " INI_EXAMPLE);
-    }
-
-    FINDING IniKey()
-    {
-        const auto fpFind = [this](const SAY &fpSay) {
-            fpSay("path", library::UtilityPath(library::Load(sConnection.strLibrary)));
-        };
-        strPath = RunChild(sBound, fpFind).Value("path");
-        const std::string strFolder = std::filesystem::path(strPath).parent_path();
-        if (!strPath.empty() && strPath[0] == '/') return Ok(INI_KEY "=" + strFolder);
-        return Fail(strPath.empty() ? "no usable " INI_KEY " in " INI_FILE ", keys:" + IniKeys()
-                                    : Text("\"", strFolder, "\" is not an absolute path"),
-                    "write " INI_EXAMPLE " into " INI_FILE
-                    ", capitals as they are, in at most 510 bytes");
-    }
-
-    FINDING File()
-    {
-        std::error_code sError;
-        const std::filesystem::file_status sStatus = std::filesystem::status(strPath, sError);
-        if (!std::filesystem::exists(sStatus))
-            return Fail(strPath + ": " + sError.message(),
-                        "install the utility there, or correct " INI_KEY " in " INI_FILE);
-        if (std::filesystem::is_regular_file(sStatus) && access(strPath.c_str(), X_OK) == 0)
-            return Ok(strPath);
-        return Fail(strPath + " is not executable for this account", "chmod a+x " + strPath);
-    }
-
-    FINDING Answer()
-    {
-        if (!bVariables) return NotTried("variables are missing or too long");
-        const OUTCOME sOutcome =
-            RunChild(sBound, [this](const SAY &fpSay) { Query(sConnection, fpSay); });
-        const std::string strText = PrintedIn(sOutcome);
-        const std::string strReply = sReport.Foreign(ValueIn(strText, "reply"));
-        const std::string strMessage = sReport.Foreign(ValueIn(strText, "message"));
-        if (sOutcome.strFailure.empty()) return Ok("answers reply=" + strReply);
-        if (strReply.empty())
-            return Fail("no reply, " + (strText.empty() ? "nothing printed: " + sOutcome.strFailure
-                                                        : "but: " + sReport.Foreign(strText)),
-                        Text("run ", strPath,
-                             " -q by hand: is it the utility, and complete? What "
-                             "does it wait for, or complain of?"));
-        return Fail(
-            Text("answers reply=", strReply, ": ", strMessage.empty() ? "no message" : strMessage),
-            "correct what the message names: KORVA_SERVER, KORVA_JOB, or the server's list "
-            "of hosts and accounts");
-    }
-};
-} // namespace
 
 bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
                   bool I_bVariables, std::chrono::milliseconds I_sBound)

@@ -27,13 +27,16 @@ std::string Remedy(const ROW &I_sRow, const std::string &I_strPorts)
     return strRemedy;
 }
 
-// What a firewall must let in: ": 32768 to 60999" on most machines.
+// What a firewall must let in: " (net.ipv4.ip_local_port_range: 32768 to 60999)" on most machines.
 std::string LocalPorts()
 {
+    const std::string strChosen = base::Variable("KORVA_PORT_RANGE");
+    if (!strChosen.empty()) return " (KORVA_PORT_RANGE: " + strChosen + ")";
     std::ifstream sFile("/proc/sys/net/ipv4/ip_local_port_range");
     std::string strFirst;
     std::string strLast;
-    return sFile >> strFirst >> strLast ? ": " + strFirst + " to " + strLast : "";
+    sFile >> strFirst >> strLast;
+    return " (net.ipv4.ip_local_port_range: " + strFirst + " to " + strLast + ")";
 }
 
 // Breaks the text between words; the lines after the first are indented as the label is wide.

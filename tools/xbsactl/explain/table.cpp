@@ -72,7 +72,8 @@ PATTERN Pattern(const ROW &I_sRow, const std::string &I_strText)
     return {&I_sRow, "*" + strNormal + "*", strNormal.size()};
 }
 
-// A server's number counts only where a reply begins: after a colon, or at the start of the line.
+// A server's number counts only where a reply begins, after a colon or at the start of the line, and
+// so does a step of a check.
 std::vector<PATTERN> AllPatterns()
 {
     std::vector<PATTERN> vecPatterns;
@@ -80,7 +81,8 @@ std::vector<PATTERN> AllPatterns()
         for (const std::string &strText : sRow.vecTexts)
         {
             const bool bReply = strText[0] >= '1' && strText[0] <= '5';
-            vecPatterns.push_back(Pattern(sRow, strText));
+            const bool bStep = sRow.spSection->cpKind == std::string_view("check");
+            vecPatterns.push_back(Pattern(sRow, (bStep ? ": " : "") + strText));
             for (const char *cpEnd : {"", "-..."}) // of several lines
                 if (bReply)
                     vecPatterns.push_back(Pattern(sRow, ": " + strText.substr(0, 3) + cpEnd));

@@ -15,17 +15,18 @@ struct SECTION
     int iRank; // 1: says most about a failure
 };
 
-// In the order of the page. The words of server and utility say most, then the system's reason, then
-// the library's own words around them.
+// In the order of the page. The server's words say most, then the step of a check, the utility, the
+// system's reason, and the library's own words around them.
 inline constexpr SECTION SECTIONS[] = {
-    {"return_code", "Return codes", 7},
-    {"database", "Failed calls, as the database reports them", 6},
-    {"exit_code", "Exit codes of xbsactl", 8},
+    {"return_code", "Return codes", 8},
+    {"database", "Failed calls, as the database reports them", 7},
+    {"exit_code", "Exit codes of xbsactl", 9},
     {"server", "Replies of the server", 1},
-    {"utility", "Answers of the COM utility", 2},
-    {"reason", "Reasons that the system gives", 3},
-    {"message", "Messages of the library", 4},
-    {"harmless", "Lines that look worse than they are", 5},
+    {"check", "Steps of xbsactl check", 2},
+    {"utility", "Answers of the COM utility", 3},
+    {"reason", "Reasons that the system gives", 4},
+    {"message", "Messages of the library", 5},
+    {"harmless", "Lines that look worse than they are", 6},
 };
 
 struct ROW

@@ -36,11 +36,7 @@ void *Load(const std::string &I_strPath)
 {
     void *vpLibrary = dlopen(Path(I_strPath).c_str(), RTLD_NOW | RTLD_LOCAL);
     if (vpLibrary == nullptr) throw base::FileFailure("library cannot be loaded: " + LoaderText());
-    for (const char *cpName :
-         {"BSAInit", "BSATerminate", "BSABeginTxn", "BSAEndTxn", "BSACreateObject", "BSASendData",
-          "BSAEndData", "BSAGetObject", "BSAGetData", "BSAQueryObject", "BSAGetNextQueryObject",
-          "BSAGetLastError", "BSASetTrace"})
-        Symbol(vpLibrary, cpName);
+    for (const char *cpCall : CALLS) Symbol(vpLibrary, cpCall);
     return vpLibrary;
 }
 

@@ -27,6 +27,15 @@ void *Symbol(void *vpLibrary, const char *cpName);
 #define LIBRARY_SYMBOL(vpLibrary, name)                                                            \
     reinterpret_cast<decltype(&(name))>(library::Symbol(vpLibrary, #name))
 
+// The calls of the interface, and two of this library's own that the tool needs.
+inline constexpr const char *CALLS[] = {
+    "BSAInit",         "BSATerminate",       "BSABeginTxn",
+    "BSAEndTxn",       "BSACreateObject",    "BSASendData",
+    "BSAEndData",      "BSAGetObject",       "BSAGetData",
+    "BSAQueryObject",  "BSADeleteObject",    "BSAGetNextQueryObject",
+    "BSAGetLastError", "BSAQueryApiVersion", "BSAQueryServiceProvider",
+    "BSASetTrace",     "find_com_intf",      "BSAGetEnvironment"};
+
 // Where the library looks for the COM utility; empty when no INI file names it.
 std::string UtilityPath(void *vpLibrary);
 
