@@ -105,8 +105,7 @@ std::vector<OPTION> GeneralOptions(COMMAND_LINE &X_sLine)
         {"", "--library", "PATH", &sConnection.strLibrary, "Drive this library, see below",
          "XBSACTL_LIBRARY"},
         {"", "--timeout", "S", &sConnection.uTimeout,
-         "Wait at most S seconds for the server to open its data connection; 0 is no limit "
-         "(default: 300)",
+         "Wait at most S seconds for the server's data connection; 0 is no limit (default: 300)",
          "XBSACTL_TIMEOUT", Range<0, 1000000>},
         {"", "--trace", "LEVEL[:FILE]", &X_sLine.strTrace,
          "Write the library's trace: 2 steps, 3 every call; without FILE to standard error "
