@@ -187,8 +187,7 @@ class Commands(Site):
     def test_exit_codes(self):
         """What a script can tell apart, and the line that helps its author."""
         self.serve(Server({}, {}, {}, {"STOR": [b"550 Permission denied.\r\n"]}, {"PORT": []}))
-        for text in ("", "x\n"):
-            write_plain("pw" + str(len(text)), text, 0o600)
+        write_plain("pw0", "", 0o600)
         write_plain("conf", 'host="127.0.0.1:1"\nuser="u"\n[store]\nmanifest="m"\n[verify]\nmanifest="n"\n')
         write_plain("secret", f'password="{CANARY}"\n')
         options, self.options = self.options, []
@@ -200,19 +199,15 @@ class Commands(Site):
                 dict(odd=["store", "x", "--config", "none"], code=2, says="none was not readable"),
                 dict(odd=["store", "x", "--config", "secret"], code=2, says="--config: line 1 is not KEY=VALUE"),
                 dict(odd=["store", "x", "--config", "conf"], code=4, says="failed. (127.0.0.1, port 1)\nhint: "),
-                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_HOST="x" * 64, code=4,
+                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_HOST="x" * 64, XBSA_LOGFILE="n", code=4,
                      says="aborted.): gethostbyname() call failed"),
-                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_LIBRARY="libm.so.6", code=6,
-                     says="undefined symbol: BSAInit\nhint: name libxbsa.so.1"),
-                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_HOST=options[1], XBSA_LOGFILE="n",
-                     says="stored"),
+                dict(odd=["store", "x", "--library", "libm.so.6", *options], code=6, says="hint: name libxbsa.so.1"),
+                dict(odd=["store", "x"], XBSACTL_CONFIG="conf", XBSACTL_HOST=options[1], says="stored"),
                 dict(odd=["store", "x", "--json", *options], says='"sha256": "' + HELLO),
                 dict(odd=["restore", "x", "f", "--json", *options], says='"bytes": 5,'),
                 dict(odd=["store", "x", *options], code=4, says="550 Permission denied.\nhint: "),
-                dict(odd=["store", "x", "--timeout", "1", *options], code=4,
-                     says="no reply to PORT within 1 s (--timeout)\nhint: "),
-                dict(odd=["store", "x", *options], XBSA_TRACE="2", XBSA_LOGFILE="none/log",
-                     says='"none/log": No such file or directory: no trace is written'),
+                dict(odd=["store", "x", "--timeout", "1", *options], code=4, says="within 1 s (--timeout)\nhint"),
+                dict(odd=["store", "x", *options], XBSA_TRACE="2", XBSA_LOGFILE="no/l", says=": no trace is written"),
                 dict(odd=["store", "x", "--password-file", "pw0", *options], code=6, says="line is empty"),
                 dict(odd=["store", "x", "--password-file", ".", *options], code=6, says="Is a directory"),
                 dict(odd=["store", "x", "none/f", *options], code=6, says="No such file or directory"),
@@ -224,7 +219,7 @@ class Commands(Site):
                 self.env = {name: value for name, value in self.env.items() if name not in row}
                 self.assertIn(says, out)
                 self.assertNotIn(CANARY, out)
-        self.assertEqual((os.path.exists("m"), os.path.exists("n")), (True, False))  # no trace is asked for
+        self.assertEqual((os.path.exists("m"), os.path.exists("n")), (True, False))  # its own section, no trace
 
 
 class Progress(Site):
@@ -237,11 +232,6 @@ class Progress(Site):
                 self.ask(tool, moved * len(BLOCK))
             self.assertEqual(metrics()["in_progress"], "1")
             tool.communicate(b"end", DEADLINE)
-        if shutil.which("promtool"):
-            with open("s.prom", "rb") as text:
-                lint = subprocess.run(["promtool", "check", "metrics"], stdin=text, capture_output=True,
-                                      check=False)
-            self.assertEqual((lint.returncode, lint.stderr), (0, b""))
         got = metrics()
         self.assertEqual((tool.returncode, got["in_progress"], got["transferred_bytes"], got["last_exit_code"],
                           server.stored()["big"] == data), (0, "0", str(len(data)), "0", True))
@@ -360,17 +350,16 @@ class Informix(Site):
 
     def setUp(self):
         self.sandbox = Sandbox(self)
-        self.folder = self.sandbox.folder
         super().setUp()
         self.options = ["--informix", "--space", "obj"]
 
     def test_secrets(self):
         Utility(self, script="#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"
-                f"{os.getcwd()}/child\nexec {self.folder}/bin/olm_com_interface \"$@\"\n")
+                f"{os.getcwd()}/child\nexec {self.sandbox.folder}/bin/olm_com_interface \"$@\"\n")
         secrets = set()
 
         def note_secrets():
-            with contextlib.closing(Catalogue(self.folder).db) as db:
+            with contextlib.closing(Catalogue(self.sandbox.folder).db) as db:
                 secrets.update(row["secret"] for row in db.run("SELECT secret FROM session"))
         seen = self.store(levels=[3], during=note_secrets)
         self.assertTrue(secrets and min(map(len, secrets)) > 20)
@@ -397,12 +386,6 @@ class Informix(Site):
                     self.assertEqual(bool(out), empty, out)
                     self.assertRegex(error, "^xbsactl: " + row["says"])
 
-    def test_silent(self):
-        """The wait ends, and so does the job."""
-        self.sandbox.fault("STOR=stall")
-        self.assertIn("no reply to STOR within 1 s", self.call("store", "x", "--timeout", "1", code=4)[1])
-        self.assertEqual(self.sandbox.states(), ["aborted"])
-
     def test_copies(self):
         self.call("store", "x", "--manifest", "m")
         text = read_text("m")
@@ -421,3 +404,6 @@ class Informix(Site):
         self.options += ["--space", "obj"]
         self.call("store", "x", "--manifest", "m", "--verify", "--status", "s.prom")
         self.assertEqual((metrics()["name"], " 77\n" in read_text("m")), ("obj@x", False))
+        self.sandbox.fault("STOR=stall")  # the wait ends, and so does the job
+        self.assertIn("no reply to STOR within 1 s", self.call("store", "x", "--timeout", "1", code=4)[1])
+        self.assertEqual(self.sandbox.states()[-1], "aborted")

@@ -306,7 +306,8 @@ bool IsSlip(const std::string &I_strTyped, const std::string &I_strMeant)
 std::string CommandList()
 {
     std::string strList = ": the commands are";
-    for (const auto &sCommand : COMMANDS) strList += std::string(" ") + sCommand.cpName;
+    for (const auto &sCommand : COMMANDS) strList += base::Text(' ', sCommand.cpName, ',');
+    strList.pop_back();
     return strList;
 }
 
