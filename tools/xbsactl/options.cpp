@@ -10,9 +10,9 @@
 namespace
 {
 constexpr const char *DESCRIPTION =
-    "Stores and restores objects on a KORVA backup server or any FTP server that\n"
-    "supports active mode, through the library libxbsa in its strict mode; sets the\n"
-    "library up, checks the whole path to the server, and explains what went wrong.";
+    "Stores and restores objects on a KORVA backup server, or on any FTP server that\n"
+    "supports active mode, greets in one line and answers STOR and RETR with 150.\n"
+    "Sets the library libxbsa up, checks the path to the server, explains failures.";
 
 template <auto FP_RUN> void Transfer(COMMAND_LINE &X_sLine)
 {

@@ -46,6 +46,7 @@ struct
     std::string strUtility;  // what the COM utility said last of a failure
     std::string strGreeting; // of the server
     std::string strCommand;  // sent last
+    std::string strReply;    // to it
     std::string strRefusal;  // "COMMAND: REPLY", the first that the server refused
 } sTrace;
 
@@ -76,6 +77,7 @@ void WriteTrace(const std::string &I_strMessage)
 // refusal is the reason for those that follow.
 void NoteReply(const std::string &I_strReply)
 {
+    sTrace.strReply = I_strReply;
     if (sTrace.strCommand.empty()) sTrace.strGreeting = I_strReply;
     else if (sTrace.strRefusal.empty() && I_strReply.find_first_of("45") == 0)
         sTrace.strRefusal = sTrace.strCommand + ": " + I_strReply;
@@ -84,11 +86,13 @@ void NoteReply(const std::string &I_strReply)
 void NoteCommand(const std::string &I_strMessage)
 {
     if (I_strMessage == "xbsa_connect: Start")
-        sTrace.strGreeting = sTrace.strCommand = sTrace.strRefusal = "";
+        sTrace.strGreeting = sTrace.strCommand = sTrace.strReply = sTrace.strRefusal = "";
     for (const std::string strSent : {": Send command: ", ": Send message: "})
     {
         const size_t uAt = I_strMessage.find(strSent);
-        if (uAt != std::string::npos) sTrace.strCommand = I_strMessage.substr(uAt + strSent.size());
+        if (uAt == std::string::npos) continue;
+        sTrace.strCommand = I_strMessage.substr(uAt + strSent.size());
+        sTrace.strReply = "";
     }
 }
 
@@ -138,7 +142,9 @@ std::string ServersPart(const std::string &I_strReason, const _sGlobal &I_sRecor
     const size_t uCode = strGreeting.find_first_not_of("0123456789");
     const size_t uLookUp = I_strReason.find("gethostbyname() call");
     if (base::CTimeLimit::IsOver())
-        return base::Text(strVerb.empty() ? "the server said nothing" : "no reply to " + strVerb,
+        return base::Text(!sTrace.strReply.empty() ? "no data connection from the server"
+                          : strVerb.empty()        ? "the server said nothing"
+                                                   : "no reply to " + strVerb,
                           " within ", I_sRecord.ulTimeOut, " s (--timeout)");
     if (uLookUp != std::string::npos) return I_strReason.substr(uLookUp); // errno is another call's
     if (I_strReason.find("connect() failed.") != std::string::npos)
