@@ -10,9 +10,9 @@
 namespace
 {
 constexpr const char *DESCRIPTION =
-    "Stores and restores objects on a KORVA backup server or any FTP server that\n"
-    "supports active mode, through the library libxbsa in its strict mode; sets the\n"
-    "library up, checks the whole path to the server, and explains what went wrong.";
+    "Stores and restores objects on a KORVA backup server, or on any FTP server that\n"
+    "supports active mode, greets in one line and answers STOR and RETR with 150.\n"
+    "Sets the library libxbsa up, checks the path to the server, explains failures.";
 
 template <auto FP_RUN> void Transfer(COMMAND_LINE &X_sLine)
 {
@@ -145,7 +145,8 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
          "Accept that the database's logical logs are not backed up"},
         {"check", "--nagios", "", &sCheck.bNagios,
          "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do"},
-        {"check", "--json", "", &sCheck.bJson, cpJson},
+        {"check", "--json", "", &sCheck.bJson, cpJson, "",
+         [](auto *spOption) { spOption->excludes("--nagios"); }},
         {"trace", "FILE", "", &sTrace.strFile, "The log; \"-\": standard input", "", REQUIRED},
         {"trace", "--since", "TIME", &sTrace.strSince,
          "Show sessions from this moment of the log on"},
@@ -158,8 +159,8 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
         {"explain", "TEXT", "", &X_sLine.sExplain.vecTexts, "The code, or (part of) the message"},
         {"explain", "--markdown", "", &X_sLine.sExplain.bMarkdown,
          "Print a page of the documentation"},
-        {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "Name the database's folder", "",
-         REQUIRED},
+        {"setup", "--informixdir", "DIR", &sSetup.strInformixDir,
+         "Name the database's folder by an absolute path", "INFORMIXDIR", REQUIRED},
         {"setup", "--onconfig", "NAME", &sSetup.strOnconfig, cpOnconfig},
         {"setup", "--logrotate", "", &sSetup.bLogrotate, "Print the rotation of the logs, and end"},
         {"setup", "--dry-run", "", &sSetup.bDryRun, "Print what would change, and end"},
@@ -297,6 +298,14 @@ bool IsSlip(const std::string &I_strTyped, const std::string &I_strMeant)
            std::ranges::is_permutation(I_strTyped, I_strMeant);
 }
 
+std::string CommandList()
+{
+    std::string strList = ": the commands are";
+    for (const auto &sCommand : COMMANDS) strList += base::Text(' ', sCommand.cpName, ',');
+    strList.pop_back();
+    return strList;
+}
+
 // The parser would name all arguments, the last one first.
 std::string UnknownCommand(const CLI::App &I_sApp)
 {
@@ -307,7 +316,22 @@ std::string UnknownCommand(const CLI::App &I_sApp)
     for (const CLI::App *spCommand : I_sApp.get_subcommands({}))
         if (IsSlip(vecRest[0], spCommand->get_name()))
             return strText + ": did you mean \"" + spCommand->get_name() + "\"?";
-    return strText;
+    return strText + CommandList();
+}
+
+// The parser's text ends with the key, which is a password when a password file was given by
+// mistake: nobody should see it.
+std::string WrongLine(const std::string &I_strFile, const std::string &I_strError)
+{
+    size_t uLine = 0;
+    for (const std::string &strLine : base::Lines(base::ReadText(I_strFile).value_or("")))
+    {
+        const std::string strKey = base::Printable(strLine.substr(0, strLine.find('=')));
+        uLine++;
+        if (!strKey.empty() && I_strError.rfind(strKey) == I_strError.size() - strKey.size())
+            return base::Text("line ", uLine);
+    }
+    return "a line";
 }
 } // namespace
 
@@ -325,18 +349,19 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
     {
         const std::string strText = UnknownCommand(sApp);
         throw base::USAGE_ERROR(strText.empty() ? sError.what() : strText);
-    } catch (const CLI::ConfigError &)
+    } catch (const CLI::ConfigError &sError)
     {
-        // The text names the line, which is the password when a password file was given by mistake.
         throw base::USAGE_ERROR(
-            "--config: a line is not KEY=VALUE with the long name of an option, "
-            "without \"--\"; a password is never in that file");
+            "--config: ", WrongLine(sApp.get_config_ptr()->as<std::string>(), sError.what()),
+            " is not KEY=VALUE with the long name of an option, without \"--\"; a password is "
+            "never in that file");
     } catch (const CLI::ParseError &sError)
     {
         if (sError.get_exit_code() != 0) throw base::USAGE_ERROR(sError.what());
         return sApp.exit(sError); // help and version
     }
-    if (sApp.get_subcommands().empty()) throw base::USAGE_ERROR("no command is given");
+    if (sApp.get_subcommands().empty())
+        throw base::USAGE_ERROR("no command is given", CommandList());
     return {};
 }
 
