@@ -6,15 +6,17 @@ import subprocess
 
 import inifile
 from catalogue import Catalogue
+from utility import need_private_etc
 from xbsa import Descriptor, Name, Query, make_folder, pattern, write_plain
 
 RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
 
 
 class Sandbox:
-    """A sandbox of the test's own, and the INI file that leads to it."""
+    """A server in a folder of its own, and the INI file that leads to it."""
 
     def __init__(self, test, *options, folder=None):
+        need_private_etc()
         os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
         self.folder = folder or make_folder(test)
         # pylint: disable-next=consider-using-with
@@ -42,9 +44,8 @@ class Sandbox:
 
     def utility(self, *arguments):
         """What the COM utility answers, as a dictionary."""
-        answer = subprocess.run(
-            [f"{self.folder}/bin/olm_com_interface", *arguments, "-C", "sandbox", "-j", "demo",
-             "-s", "1", "--", "obj\u009b@/data"], text=True, stdout=subprocess.PIPE, check=True).stdout
+        line = [f"{self.folder}/bin/olm_com_interface", *arguments, *"-C sandbox -j demo -s 1 --".split()]
+        answer = subprocess.check_output([*line, "obj\u009b@/data"], text=True)
         return dict(line.split("=", 1) for line in answer.splitlines())
 
     def open_job(self):

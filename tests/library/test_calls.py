@@ -60,8 +60,7 @@ class Calls(unittest.TestCase):
         for entries, host, port, time_out in ENTRIES:
             with self.subTest(entries=str(entries)[:80]):
                 def init(x):
-                    code = x.init(*(re.sub("^HOST", "BSA_SERVICE_HOST", text).encode()
-                                    for text in entries))
+                    code = x.init(*(re.sub("^HOST", "BSA_SERVICE_HOST", text).encode() for text in entries))
                     sms = x.state.sObject.sSMS
                     return code, sms.szHostName, x.state.ulTimeOut, x.state.iQAB, sms.iPort
                 outcome = run(init)

@@ -9,18 +9,18 @@ import unittest
 
 from calls import call
 from server import Server
-from utility import INI, Utility, answers, need_private_etc, start, traced
+from utility import INI, Utility, answers, start, traced
 from xbsa import STRICT, Descriptor, Name, Query, both_modes, descriptor, rows, run, write_plain
 
-setUpModule = need_private_etc  # pylint: disable=invalid-name
 FULL_MASK, NO_MASK = "fffffffe7ffbfeff", "0" * 16
 # The command lines of each task, one a run; a blank word is a second blank.
-OPEN = ["{way} open -C {szKORVAServer} -I informix", "{way} openjob:{szSessionID} -C {szKORVAServer} "
-        "-j {szJobName} -s {saveset} -I informix{options} --  {space}@{path}"]
-CLOSE = ["{way} closejob:{szSessionID} -C {szKORVAServer} -j {szJobName} -s {saveset} -I informix "
-         "-i 2", "{way} close:{szSessionID} -C {szKORVAServer} -I informix -i 2"]
+OPEN = ["{way} open -C {szKORVAServer} -I informix",
+        "{way} openjob:{szSessionID} {job} -s {saveset} -I informix{options} --  {space}@{path}"]
+CLOSE = ["{way} closejob:{szSessionID} {job} -s {saveset} -I informix -i 2",
+         "{way} close:{szSessionID} -C {szKORVAServer} -I informix -i 2"]
 QUERY = ["-q -C {szKORVAServer} -I informix -j {szJobName} -s NULL -- {space}@{path}"]
 TASKS = {0: [""], 1: OPEN, 2: OPEN, 3: CLOSE, 4: CLOSE, 5: QUERY, 6: [""], 7: [""]}
+JOB = "-C {szKORVAServer} -j {szJobName}"
 OPTIONS = {"szKORVATapeServer": "-S", "szDrive": "-d", "szPool": "-m", "szCOMTimeOut": "-W"}
 FIELDS = {"szKORVAServer": "srv-1.x", "szJobName": "job_%=+:,/", "szKORVATapeServer": "tape",
           "szDrive": "SMS01", "szPool": "pool", "szCOMTimeOut": "30", "szSessionID": "S1",
@@ -43,8 +43,7 @@ def expected(task, values, started):
     options = "".join(f" {word} {{{name}}}" for name, word in OPTIONS.items() if values[name])
     values = values | {"way": "-b" if task in (1, 3) else "-r", "saveset": saveset}
     lines = TASKS[task][TASKS[task] is CLOSE and not started:]
-    return [[word.format(**values) for word in line.replace("{options}", options).split(" ")]
-            for line in lines]
+    return [[word.format(**values) for word in line.replace("{options}", options).split(" ")] for line in lines]
 
 
 def in_turn(x, call, rows):
@@ -358,8 +357,7 @@ class Queries(unittest.TestCase):
             with self.subTest(row.actions, env=env):
                 utility = Utility(self)
                 got = run(query, row.actions, utility, env=env)
-                self.assertEqual((*got.value, got.mask),
-                                 (row.result, row.result.endswith(" 3 18"), NO_MASK))
+                self.assertEqual((*got.value, got.mask), (row.result, row.result.endswith(" 3 18"), NO_MASK))
                 self.assertLessEqual(set(utility.arguments()),
                                      {"-q -C srv -I informix -j job -s NULL -- sp%@/q"})
 
@@ -484,13 +482,12 @@ class Sessions(unittest.TestCase):
         def store(x, port):
             x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % port, owner=b"INFORMIX")
             return x.store(end=False), x.last_error().strip(), x.BSAEndData(x.handle)
-        os.path.exists(INI) and os.unlink(INI)
+        Utility(self)
+        os.unlink(INI)
         server = Server()
         got = run(store, server.port, server=server)
-        self.assertEqual((got.value, traced(got, "BSAEndData: Return CODE: ")),
-                         (([0, 0], "", 3), ["1 "]))
-        self.assertEqual(run(store, server.port).value,
-                         ([3], "Connection refused connect() failed.", 3))
+        self.assertEqual((got.value, traced(got, "BSAEndData: Return CODE: ")), (([0, 0], "", 3), ["1 "]))
+        self.assertEqual(run(store, server.port).value, ([3], "Connection refused connect() failed.", 3))
 
     def test_identity(self):
         """The account and the official name of the address on the way to the server."""
@@ -501,15 +498,13 @@ class Sessions(unittest.TestCase):
                 code = x.make_KORVA_authentication(
                     connection.fileno(), user, c.byref(c.c_uint(user_room)), word,
                     c.byref(c.c_uint(room)))
-            return (code, *(text.value.rstrip(b"?").decode() for text in texts),
-                    b"?" not in word.value)
+            return (code, *(text.value.rstrip(b"?").decode() for text in texts), b"?" not in word.value)
 
         def log_in(actions):
             server = Server()
             utility = Utility(self, answers(server.port, tape_server=f"127.0.0.1:{server.port}"))
             return run(session, actions, utility, server=server, env=STRICT).value, server.heard[0]
-        one, two = (f"{pwd.getpwuid(os.getuid()).pw_name}@{host}.korva.test"
-                    for host in ("one", "official"))
+        one, two = (f"{pwd.getpwuid(os.getuid()).pw_name}@{host}.korva.test" for host in ("one", "official"))
         failed = "make_KORVA_authentication: gethostbyaddr() function failed with error code: "
         self.put_in_etc("hosts", HOSTS)
         self.put_in_etc("nsswitch.conf", "passwd: files\nhosts: files\n")

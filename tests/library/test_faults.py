@@ -11,7 +11,7 @@ import unittest
 from calls import call
 from ftpd import Daemon
 from sandboxed import Sandbox
-from utility import Utility, need_private_etc
+from utility import Utility
 from xbsa import pattern, run, write_plain
 
 FULL = os.environ.get("XBSA_FAULTS") == "all"
@@ -152,7 +152,6 @@ class Informix(Road, unittest.TestCase):
             self.assertEqual(held[1:], held[:3])
 
     def setUp(self):
-        need_private_etc()
         self.sandbox = Sandbox(self, "--login", "identity")
 
         def store(x):

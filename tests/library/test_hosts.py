@@ -6,10 +6,9 @@ import subprocess
 import unittest
 
 from ftpd import Daemon, serve_behind
-from utility import Utility, answers, need_private_etc
+from utility import Utility, answers
 from xbsa import DEADLINE, LIBRARY, make_folder, read_text
 
-setUpModule = need_private_etc  # pylint: disable=invalid-name
 HOST = os.environ["XBSA_HOST"].split()  # behind an emulator, if it needs one
 CONDITIONS = ["", "closed", "crowd", "blocked", "ignored", "threads", "blocked fork",
               "closed crowd ignored blocked threads thread fork"]

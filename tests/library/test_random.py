@@ -6,7 +6,7 @@ import select
 import unittest
 
 from server import Hangup, Server
-from utility import Utility, answers, need_private_etc, start
+from utility import Utility, answers, start
 from xbsa import SANITIZED, Block, descriptor, run
 
 SEED = int(os.environ.get("XBSA_SEED", "1"))
@@ -154,4 +154,3 @@ class Plain(unittest.TestCase):
 
 class Informix(Plain):
     informix, share = True, 16
-    setUpClass = staticmethod(need_private_etc)

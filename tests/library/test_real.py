@@ -18,10 +18,8 @@ import unittest
 
 from ftpd import Daemon, proftpd_version
 from sandboxed import Sandbox, start
-from utility import need_private_etc
 from xbsa import STRICT, pattern, read_text, run
 
-setUpModule = need_private_etc  # pylint: disable=invalid-name
 ALL = os.environ.get("XBSA_REAL") == "all"
 SERVERS = ["vsftpd", "proftpd", "sandbox"] + ["pure-ftpd"] * (os.getuid() == 0)
 OBJECT, OLD = pattern(32 << 20), b"the old object"

@@ -8,7 +8,7 @@ import socket
 import unittest
 
 from server import Server
-from utility import Utility, answers, need_private_etc, start
+from utility import Utility, answers, start
 from xbsa import both_modes, descriptor, read_text, rows, run
 
 OPTIONS = 47, 72, socket.SO_SNDBUF, socket.SO_RCVBUF  # pacing rate, buffers that are fixed, both sizes
@@ -143,9 +143,6 @@ class Plain(Both, unittest.TestCase):
 
 class Informix(Both, unittest.TestCase):
     names = {"copy_id": 4711}
-
-    def setUp(self):
-        need_private_etc()
 
     def server(self):
         server, _ = super().server()

@@ -112,8 +112,7 @@ class Torture(unittest.TestCase):
             scripts = [{step.replace("STOR", verb): actions for step, actions in row[0].items()}
                        for row in table]
             server = Torturer(*scripts, objects={"obj": OBJECT})
-            found = run(transact, server, verb, len(table), server=server,
-                        env={"KORVA_STRICT": strict}).value
+            found = run(transact, server, verb, len(table), server=server, env={"KORVA_STRICT": strict}).value
             self.assertEqual(found.pop(), ([0, 0, 0], OBJECT, ""))
             for (script, fails, moved, *last), (codes, data, message), heard in zip(
                     table, found, server.verbs()):

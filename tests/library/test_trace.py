@@ -198,8 +198,7 @@ class Store(unittest.TestCase):
             got = run_started(lambda x: x.store() + x.restore()[0], server=Server(), level=level).trace
             replies = [line[13:16] for line in got if line.startswith("LOGIN REPLY: ")]
             self.assertEqual(replies, "220 331 230 200 250 200 150 226 221".split() * 2 * (level > 0))
-            self.assertEqual((got.count("BSAGetData: Start"), len(got) > len(replies)),
-                             (starts, level > 1))
+            self.assertEqual((got.count("BSAGetData: Start"), len(got) > len(replies)), (starts, level > 1))
 
     def test_no_password(self):
         """At no level, in no transfer, to no destination; but for the user sms, as promised."""
@@ -215,8 +214,7 @@ class Store(unittest.TestCase):
             echo["PASS"] = [f"230-{word}", f"{word} ", f"230 {word}"]
             server = Server({"PASS": [f"530 no {user} {word}"], "CWD": [f"550 {word}"]}, echo, echo)
             owner = f"user={user}:pass={word}"
-            codes, message = (got := run(transfer, server, owner.encode(), server=server,
-                                         level=None)).value
+            codes, message = (got := run(transfer, server, owner.encode(), server=server, level=None)).value
             with self.subTest(user, word=word):
                 self.assertEqual(codes, ([3], [0, 0, 0], [0, 0, 0]))
                 self.assertIn("PASS " + word, server.heard[0])

@@ -212,7 +212,6 @@ class Broken(unittest.TestCase):
                 reader, writer = os.pipe()
                 server = Server({"DATA": [lambda s: os.read(reader, 1), lambda s: s.data.recv(
                     size, socket.MSG_WAITALL), "reset_data"]})
-                got = run_started(store, writer, before, server=server,
-                                  env={"KORVA_STRICT": str(strict)})
+                got = run_started(store, writer, before, server=server, env={"KORVA_STRICT": str(strict)})
                 self.assertEqual(got.value, ([0, 0], 3 * strict, bool(strict)))
                 _ = os.close(reader), os.close(writer)

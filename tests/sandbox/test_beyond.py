@@ -11,10 +11,8 @@ import tempfile
 import unittest
 
 from sandboxed import RUN, Sandbox, both_ways, query, start, there_and_back
-from utility import need_private_etc
 from xbsa import ROOT, STRICT, make_folder, pattern, read_text, rows, run, write_plain
 
-setUpModule = need_private_etc  # pylint: disable=invalid-name
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
 POSTGRES = max(glob.glob("/usr/lib/postgresql/*/bin/"), default="")  # else by PATH
 os.environ["RCLONE_REAL"] = shutil.which("rclone") or ""

@@ -10,11 +10,10 @@ import unittest
 import inifile
 from catalogue import Catalogue
 from sandboxed import RUN, Sandbox, both_ways, query, start, there_and_back
-from utility import need_private_etc, traced
+from utility import traced
 from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, read_text, rows, run,
                   write_plain)
 
-setUpModule = need_private_etc  # pylint: disable=invalid-name
 PROCESSES = 8 if SANITIZED else 64
 OBJECTS = int(os.environ.get("XBSA_OBJECTS", "1"))  # of each
 
@@ -159,8 +158,7 @@ class OnSandbox(unittest.TestCase):
             catalogue.advance(2, "storing", "stored")
             return ()
         catalogue.sweep(0, meanwhile)
-        self.assertEqual([row[-2] for row in catalogue.table()[1:]],
-                         ["storing", "stored", "swept"])
+        self.assertEqual([row[-2] for row in catalogue.table()[1:]], ["storing", "stored", "swept"])
 
     def test_odd_name(self):
         """No byte of the folder's name means anything, nor does a link once it has led there."""
@@ -209,8 +207,7 @@ class AsRoot(unittest.TestCase):
     def test_full_disk(self):
         """On a disk that holds the catalogue, too, what is good stays good, and can be read."""
         folder = make_folder(self)
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=700", "full", folder],
-                       check=True)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=700", "full", folder], check=True)
         self.addCleanup(subprocess.run, ["umount", "-l", folder], check=True)
         sandbox = Sandbox(self, folder=folder)
 

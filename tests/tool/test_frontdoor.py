@@ -46,8 +46,7 @@ NOT_EXPLAINED = rows("typed code reason",
 
 def tool(*arguments, **options):
     options.setdefault("input", "")
-    return subprocess.run([TOOL, *arguments], capture_output=True, text=True, check=False,
-                          **options)
+    return subprocess.run([TOOL, *arguments], capture_output=True, text=True, check=False, **options)
 
 
 def read(*path):
@@ -116,8 +115,7 @@ class Folder(unittest.TestCase):
         return glob.glob(self.folder + "/**/*", recursive=True, include_hidden=True)
 
     def setup(self, *arguments, folder=None, want=0, **options):
-        got = tool("setup", "--informixdir", folder or self.folder, *arguments,
-                   env=self.environment, **options)
+        got = tool("setup", "--informixdir", folder or self.folder, *arguments, env=self.environment, **options)
         self.assertEqual(got.returncode, want, got.stdout + got.stderr)
         return got.stdout + got.stderr
 

@@ -139,16 +139,13 @@ class Packages(unittest.TestCase):
         found = {output("dpkg-deb", "-f", path, "Package").strip(): path for path in self.packages}
         self.assertEqual(found.keys(), FILES.keys())
         for name, path in found.items():
-            listed = re.findall(r"^(\S+) (\S+) +\d+ (.{16}) \./usr/(\S*)", output(
-                "dpkg-deb", "-c", path), re.M)
+            listed = re.findall(r"^(\S+) (\S+) +\d+ (.{16}) \./usr/(\S*)", output("dpkg-deb", "-c", path), re.M)
             common = [f"share/doc/{name}/{file}" for file in ("copyright", "changelog.Debian.gz")]
             self.assertLessEqual({*FILES[name].split(), *common}, {file for *_, file in listed})
             for mode, owner, time, file in listed:
                 program = re.match(r"bin/|share/korva-xbsa/(demo.sh|sandbox/[^.]*$|tools/servers.sh)", file)
-                modes = {"d": "drwxr-xr-x", "l": "lrwxrwxrwx",
-                         "-": "-rwxr-xr-x" if program else "-rw-r--r--"}
-                self.assertEqual((mode, owner, time), (modes[mode[0]], "root/root",
-                                                       "2001-09-09 01:46"), file)
+                modes = {"d": "drwxr-xr-x", "l": "lrwxrwxrwx", "-": "-rwxr-xr-x" if program else "-rw-r--r--"}
+                self.assertEqual((mode, owner, time), (modes[mode[0]], "root/root", "2001-09-09 01:46"), file)
             sums = output("dpkg-deb", "-I", path, "md5sums")
             output("md5sum", "-c", "--strict", "-", cwd=self.root, input=sums)
         path = found["libxbsa1"]
@@ -172,8 +169,7 @@ class Packages(unittest.TestCase):
                             "--build build --target documents",
                             "--install build --prefix root --component sandbox-common"):
                 output("cmake", *command.split(), cwd=folder)
-            output("diff", "-r", f"{folder}/root/share/korva-xbsa",
-                   f"{self.root}/usr/share/korva-xbsa")
+            output("diff", "-r", f"{folder}/root/share/korva-xbsa", f"{self.root}/usr/share/korva-xbsa")
             output("sh", "-c", "! find root -type f ! -perm 644 ! -perm 755 | grep .", cwd=folder)
 
     def test_use(self):
@@ -198,8 +194,7 @@ class Packages(unittest.TestCase):
         flags = output("env", f"PKG_CONFIG_PATH={usr}/{LIBDIR}/pkgconfig", "pkg-config", "--cflags",
                        "--libs", "xbsa = 1.0.0").split()
         output("cc", "-Wall", "-Werror", source, "-o", name + ".exe", *flags)
-        output("env", f"LD_LIBRARY_PATH={usr}/{LIBDIR}", name + ".exe", where, "backup", "secret",
-               "example")
+        output("env", f"LD_LIBRARY_PATH={usr}/{LIBDIR}", name + ".exe", where, "backup", "secret", "example")
         self.assertEqual(server.stored()["cmake"], server.stored()["example"])
         self.assertEqual(server.stored()["example"], b"Hello from a backup.\n")
         output(f"{usr}/bin/korva-sandbox", "--exec", f"{usr}/bin/xbsactl", "--informix", "store",
@@ -257,8 +252,7 @@ class Packages(unittest.TestCase):
             output(f"{root}/usr/bin/xbsactl", "--version")
             states = output(f"dpkg-query", f"--root={root}", "-W", "-f",
                             "${Package} ${Version} ${db:Status-Status}\n")
-            self.assertEqual(states.splitlines(),
-                             [f"{name} 1.0.0-2 installed" for name in sorted(FILES)])
+            self.assertEqual(states.splitlines(), [f"{name} 1.0.0-2 installed" for name in sorted(FILES)])
             for name, files in FILES.items():
                 for file in files.split():
                     self.assertEqual(output(*dpkg, "-S", f"/usr/{file}"), f"{name}: /usr/{file}\n")
