@@ -1,6 +1,8 @@
 """The sandbox of a test's own, and whole transfers over it."""
+import contextlib
 import ctypes as c
 import os
+import signal
 import socket
 import subprocess
 
@@ -27,8 +29,8 @@ class Sandbox:
         assert any("Ready" in line for line in lines), "the sandbox does not start"
         write_plain(inifile.INI, inifile.text_for(self.folder))
 
-    def stop(self):
-        self.process.kill()
+    def stop(self, how=signal.SIGKILL):
+        self.process.send_signal(how)
         self.process.wait()
         self.process.stdout.close()
 
@@ -37,10 +39,9 @@ class Sandbox:
 
     def objects(self):
         """What the catalogue says of each, oldest first."""
-        catalogue = Catalogue(self.folder)
-        rows = catalogue.table()
-        catalogue.db.close()
-        return [dict(zip(rows[0], row)) for row in rows[1:]]
+        with contextlib.closing((catalogue := Catalogue(self.folder)).db):
+            names, *rows = catalogue.table()
+        return [dict(zip(names, row)) for row in rows]
 
     def utility(self, *arguments):
         """What the COM utility answers, as a dictionary."""
@@ -78,6 +79,11 @@ def query(x, space=b"obj"):
     code = x.BSAQueryObject(x.handle, c.byref(asked), c.byref(found))
     x.BSAEndTxn(x.handle, 1)
     return code, found.copyId.right
+
+
+def ask_and_restore(x, copy):
+    start(x)
+    return query(x), x.restore(copy_id=copy)
 
 
 def there_and_back(x, data, space=b"obj"):

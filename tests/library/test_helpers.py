@@ -29,14 +29,12 @@ CALLS = {"x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)], "x_M
     "SysErrorTxt": [
         (0, 0, b"RETR failed. NEGATIVE reply: %s", b"550 x", b"RETR failed. NEGATIVE reply: 550 x"),
         (errno.ECONNREFUSED, 3, b"connect() failed.", b"Connection refused connect() failed."),
-        (errno.ECONNREFUSED, 2, None, b"Connection refused"), (10061, 1, None, b"Connection refused."),
-        (111, 1, b"tail", b" tail"), (10067, 1, b"tail", b" tail"), (10032, 1, None, b"Broken pipe."),
-        (11004, 1, None, b"Valid name, no data record of requested type."), (0, 1, b"x", b"x"),
+        (errno.ECONNREFUSED, 2, None, b"Connection refused"), (111, 1, b"tail", b" tail"), (0, 1, b"x", b"x"),
         (5, 0, b"bare", b" bare"), (0, 0, b"%s", b"y" * 5000, b"y" * 1535)], "syserrtxt": [
         (errno.EPERM, 1, b"x", b"Operation not permitted. x"), (10061, 2, b"x", b""),
         (errno.EPERM, 4, None, b"Operation not permitted."), (1, 5, b"x", b"Host is unknown. x"),
         (9, 5, b"x", b""), (0, 1, b"only", b"only"), (7, 0, b"only", b" only"),
-        (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, ...)]}
+        (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, b"Operation not permitted. " + b"y" * 255)]}
 # The transfer command; of tape 7, segment 2, label T1.
 COMMANDS = rows("mode path buffer command", (1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
     (1, b"SMS01", 262144, b"STOR obj:QAB:none:7:T1:256"), (1, b"sms01", 262144, b"STOR obj"),
@@ -80,13 +78,10 @@ class Helpers(unittest.TestCase):
         self.assertEqual(run(first_record, level=None).value, (True, True, 2543104092))
 
     def test_calls(self):
-        got = run(all_calls, level=0).value + run(all_calls, level=3).value
-        for (name, arguments, want), got in zip(ROWS * 2, got):
-            with self.subTest(name, arguments=str(arguments)[:60]):
-                if want is not ...:
+        for level in (0, 3):
+            for (name, arguments, want), got in zip(ROWS, run(all_calls, level=level).value):
+                with self.subTest(name, arguments=str(arguments)[:60]):
                     self.assertEqual(got, want)
-                else:
-                    self.assertLess(len(got), 512)
 
     def test_first_error_wins(self):
         def errors(x):

@@ -46,19 +46,16 @@ class Hosts(Driver):
                     os.unlink(self.folder + "/xbsa.log")
 
     def test_full_log(self):
-        def limit():
-            resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000))
         for owner in "PLAIN", "INFORMIX":
             self.drive(owner, "", log="/dev/full")
-            self.drive(owner, "", preexec_fn=limit)
+            self.drive(owner, "", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000)))
             self.assertEqual(len(self.log()), 5000)
             os.unlink(self.folder + "/xbsa.log")
 
     def test_large_log(self):
-        with open(self.folder + "/xbsa.log", "wb") as file:
+        with open(self.folder + "/xbsa.log", "w+b") as file:
             file.truncate(5 << 30)
-        self.drive("PLAIN", "")
-        with open(self.folder + "/xbsa.log", "rb") as file:
+            self.drive("PLAIN", "")
             file.seek(5 << 30)
             self.assertIn(b"BSATerminate: Closing trace", file.read())
 

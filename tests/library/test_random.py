@@ -34,12 +34,6 @@ class Player:
         self.moved, self.clean = 0, False  # its bytes so far; no send in it was refused
         self.ended = False  # since the last commit
 
-    def begin(self, handle):
-        return self.x.BSABeginTxn(handle)
-
-    def query(self, handle):
-        return self.x.BSAGetNextQueryObject(handle, None)
-
     def object(self, handle, verb, call):
         self.give_up()
         name = self.chance.choice(["one", "two", "large"])
@@ -49,12 +43,6 @@ class Player:
         self.open, self.name = verb if code == 0 else None, "ABC" if self.informix else name
         self.moved, self.clean = 0, True
         return code
-
-    def create(self, handle):
-        return self.object(handle, "STOR", self.x.BSACreateObject)
-
-    def get(self, handle):
-        return self.object(handle, "RETR", self.x.BSAGetObject)
 
     def give_up(self):
         """Of a store that its end does not follow anything may be left."""
@@ -78,12 +66,6 @@ class Player:
             self.moved += block.bufferLen if verb == "STOR" else block.numBytes
         return code
 
-    def send(self, handle):
-        return self.block(handle, "STOR", self.x.BSASendData)
-
-    def read(self, handle):
-        return self.block(handle, "RETR", self.x.BSAGetData)
-
     def end(self, handle):
         code, verb, name = self.x.BSAEndData(handle), self.open, self.name
         first, self.ended = not self.ended and handle == self.x.handle.value, True
@@ -100,6 +82,15 @@ class Player:
         self.ended = False
         return self.x.BSAEndTxn(handle, 1)
 
+    def call(self, name, handle):
+        x = self.x
+        return {"begin": x.BSABeginTxn, "query": lambda handle: x.BSAGetNextQueryObject(handle, None),
+                "create": lambda handle: self.object(handle, "STOR", x.BSACreateObject),
+                "get": lambda handle: self.object(handle, "RETR", x.BSAGetObject),
+                "send": lambda handle: self.block(handle, "STOR", x.BSASendData),
+                "read": lambda handle: self.block(handle, "RETR", x.BSAGetData),
+                "end": self.end, "commit": self.commit}[name](handle)
+
 
 def play(x, server, seed, informix, strict):
     """One piece; then a good transaction, as soon as no fate is in its way."""
@@ -110,7 +101,7 @@ def play(x, server, seed, informix, strict):
             wrong = player.chance.random() < 0.04
             done.append((name, wrong))
             try:
-                done[-1] += getattr(player, name)(x.handle.value + wrong),
+                done[-1] += player.call(name, x.handle.value + wrong),
             except AssertionError as error:
                 raise AssertionError(done[-12:]) from error
     _ = player.commit(x.handle), player.end(x.handle)

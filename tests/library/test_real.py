@@ -48,15 +48,12 @@ class Peer:
             test.addCleanup(shutil.rmtree, self.server.folder)
 
     def begin(self, x):
-        if self.sandbox:
-            start(x)
-            return {}
-        x.start(self.server)
-        return {"owner": self.server.owner, "path": b".", "name": b"obj"}
+        _ = start(x) if self.sandbox else x.start(self.server)
+        return {} if self.sandbox else {"owner": self.server.owner, "path": b".", "name": b"obj"}
 
     def signal(self, number):
         if self.sandbox:
-            os.kill(self.sandbox.process.pid, number)
+            self.sandbox.process.send_signal(number)
         else:
             os.killpg(int(read_text(self.server.folder + "/groups").split()[-1]), number)
 
@@ -69,22 +66,17 @@ class Peer:
             "half" if OBJECT.startswith(data) else "wrong")
 
 
-def strike_at(x, call, number, strike):
-    real, count = getattr(x, call), itertools.count()
-    setattr(x, call, lambda *arguments: (next(count) == number and strike(), real(*arguments))[1])
-
-
-def make_strike(peer, fault):
-    def sleep():
-        with subprocess.Popen(["sh", "-c", f"sleep {peer.pause}; kill -CONT {os.getpid()}"]):
-            os.kill(os.getpid(), signal.SIGSTOP)
-
-    def pause():
+def strike(peer, fault):
+    if fault == "kill server":
+        peer.signal(signal.SIGKILL)
+    elif fault == "pause server":
         peer.signal(signal.SIGSTOP)
         threading.Timer(peer.pause, peer.signal, [signal.SIGCONT]).start()
-    return {"kill server": lambda: peer.signal(signal.SIGKILL), "pause server": pause,
-            "kill client": lambda: os.kill(os.getpid(), signal.SIGKILL), "pause client": sleep,
-            "full disk": lambda: None}[fault]
+    elif fault == "kill client":
+        os.kill(os.getpid(), signal.SIGKILL)
+    elif fault == "pause client":
+        with subprocess.Popen(["sh", "-c", f"sleep {peer.pause}; kill -CONT {os.getpid()}"]):
+            os.kill(os.getpid(), signal.SIGSTOP)
 
 
 def transfer(x, peer, verb, fault, percent):
@@ -93,7 +85,8 @@ def transfer(x, peer, verb, fault, percent):
     assert first == [0, 0, 0], (first, x.last_error())
     names |= {"copy_id": x.state.sObject.sBSA_Object.copyId.right} if peer.sandbox else {}
     call = "BSAEndData" if percent == 100 else "send" if verb == "store" else "BSAGetData"
-    strike_at(x, call, BLOCKS * (percent % 100) // 100, make_strike(peer, fault))
+    real, count, number = getattr(x, call), itertools.count(), BLOCKS * (percent % 100) // 100
+    setattr(x, call, lambda *given: (next(count) == number and strike(peer, fault), real(*given))[1])
     if verb == "store":
         return x.store(OBJECT, **names), None, x.last_error()
     codes, data = x.restore(**names)

@@ -125,10 +125,10 @@ class Plain(Both, unittest.TestCase):
         def raced(x, begin):
             c.CDLL(None).shim_arm(b"listen", 1, 0, errno.EADDRINUSE)
             return store(x, begin)
-        for line, want in (("PORT_RANGE=20000-29999", ([0, 0], "", 0)),
-                           ("", ([3], "Address already in use listen() failed.", 3))):
+        for line, *want in (("PORT_RANGE=20000-29999", [0, 0], "", 0),
+                            ("", [3], "Address already in use listen() failed.", 3)):
             server, begin = self.server()
-            self.assertEqual(run(raced, begin, server=server, env=settings(line)).value, want)
+            self.assertEqual(run(raced, begin, server=server, env=settings(line)).value, (*want,))
 
     def test_refused(self):
         for name, values, offer in REFUSED:

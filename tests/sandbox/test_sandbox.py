@@ -1,15 +1,17 @@
 """Whole Informix sessions on the sandbox, and what is left of one that was cut short."""
 import contextlib
 import hashlib
+import multiprocessing
 import os
 import pwd
 import shutil
+import signal
 import subprocess
 import unittest
 
 import inifile
 from catalogue import Catalogue
-from sandboxed import RUN, Sandbox, both_ways, query, start, there_and_back
+from sandboxed import RUN, Sandbox, ask_and_restore, both_ways, start, there_and_back
 from utility import traced
 from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, read_text, rows, run,
                   write_plain)
@@ -75,24 +77,18 @@ def own_data(number):
     return hashlib.shake_128(b"%d" % number).digest(100000 + number)
 
 
-def at_once(x):
-    """Each process stores what is its own, every eighth restores it, too; the exit codes."""
-    processes = []
-    for number in range(PROCESSES):
-        processes.append(os.fork())
-        if processes[-1] == 0:
-            space, data, failed = b"space%d" % number, own_data(number), True
-            try:
-                start(x)
-                for _ in range(OBJECTS):
-                    if number % 8 == 0:
-                        there_and_back(x, data, space)
-                    else:
-                        assert x.store(data, name=space) == [0, 0, 0]
-                failed = False
-            finally:
-                os._exit(failed)
-    return [os.waitpid(process, 0)[1] for process in processes]
+def run_one(number):
+    run(store_own, number, deadline=180 * OBJECTS)
+
+
+def store_own(x, number):
+    """Each process stores what is its own, every eighth restores it, too."""
+    start(x)
+    for _ in range(OBJECTS):
+        if number % 8 == 0:
+            there_and_back(x, own_data(number), b"space%d" % number)
+        else:
+            assert x.store(own_data(number), name=b"space%d" % number) == [0, 0, 0]
 
 
 class OnSandbox(unittest.TestCase):
@@ -179,8 +175,7 @@ class OnSandbox(unittest.TestCase):
         os.mkdir(good, 0o700)
         sandbox = Sandbox(self, folder=good)
         run(both_ways, 1)
-        sandbox.process.terminate()
-        sandbox.process.wait()
+        sandbox.stop(signal.SIGTERM)
         write_plain(f"{home}/victim", "untouched")
         for command, reason in rows:
             with self.subTest(command):
@@ -217,26 +212,24 @@ class AsRoot(unittest.TestCase):
             copy = x.state.sObject.sBSA_Object.copyId.right
             return copy, max(x.store(pattern(8 << 20)))
 
-        def restore(x, copy):
-            start(x)
-            return query(x), x.restore(copy_id=copy)
         copy, code = run(store, env=STRICT).value
         good = ((0, copy), ([0, 0, 0], pattern(1 << 20)))
         self.assertEqual((code, sandbox.states()), (3, ["good", "aborted"]))
         self.assertEqual(os.listdir(f"{folder}/objects"), [str(copy)])
-        self.assertEqual(run(restore, copy, env=STRICT).value, good)
+        self.assertEqual(run(ask_and_restore, copy, env=STRICT).value, good)
         sandbox.stop()
         with contextlib.suppress(OSError), open(f"{folder}/objects/3.part", "wb", 0) as file:
             while True:
                 file.write(bytes(4096))
         Sandbox(self, folder=folder)
-        self.assertEqual(run(restore, copy, env=STRICT).value, good)
+        self.assertEqual(run(ask_and_restore, copy, env=STRICT).value, good)
 
 
 class Load(unittest.TestCase):
     def test_at_once(self):
         sandbox = Sandbox(self)
-        self.assertEqual(run(at_once, deadline=180 * OBJECTS).value, [0] * PROCESSES)
+        with multiprocessing.Pool(PROCESSES) as pool:
+            pool.map(run_one, range(PROCESSES), 1)
         self.assertEqual(sandbox.states(), ["good"] * PROCESSES * OBJECTS)
         for each in sandbox.objects():
             self.assertEqual(read_bytes(f"{sandbox.folder}/objects/{each['saveset']}"),
