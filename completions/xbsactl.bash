@@ -26,7 +26,7 @@ _xbsactl_options() { # COMMAND
         restore) echo --status --json ;;
         query) echo --json ;;
         verify) echo --all --manifest --status --json ;;
-        check) echo --informixdir --onconfig --nagios --json ;;
+        check) echo --informixdir --onconfig --no-logs --nagios --json ;;
         trace) echo --since --handle --html --bar-act-log --json ;;
         explain) echo --markdown ;;
         setup) echo --informixdir --onconfig --logrotate --dry-run --yes --undo ;;

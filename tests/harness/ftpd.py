@@ -39,9 +39,10 @@ PASSWORD = "$1$abcdefgh$cHJi5PXp/ki/ktXzqlk6I1"  # of "secret"
 class Daemon:
     """Listens, and starts one server process for each connection, in a process group of its own whose
     number ends the file groups. Stored objects lie in data, what the server had to say in the file
-    log. limit: seconds of idleness that the servers stand."""
+    log. limit: seconds of idleness that the servers stand; most: connections that are served."""
 
-    def __init__(self, name, limit=300):
+    def __init__(self, name, limit=300, most=None):
+        self.most = most
         self.folder = tempfile.mkdtemp(prefix="ftpd")
         self.data = os.path.join(self.folder, "data")
         os.mkdir(self.data)
@@ -81,6 +82,10 @@ class Daemon:
     def serve(self, done):
         while self.listener in (ready := select.select([self.listener, done], [], [], DEADLINE)[0]):
             connection = self.listener.accept()[0]
+            if len(self.children) == self.most:
+                _ = connection.sendall(b"421 full\r\n"), connection.recv(99)
+                connection.close()
+                continue
             with open(os.path.join(self.folder, "log"), "ab") as log:
                 self.children.append(subprocess.Popen(self.command, stdin=connection, env=ENV,
                                                       stdout=connection, stderr=log,

@@ -11,7 +11,7 @@ from ftpd import Daemon, serve_behind
 from sandboxed import Sandbox
 from server import Server
 from utility import INI, Utility, need_private_etc
-from xbsa import LIBRARY, make_folder, read_bytes, write_plain
+from xbsa import LIBRARY, make_folder, read_bytes, rows, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
 PASSWORD = "canary-word"
@@ -93,6 +93,29 @@ DATABASES = [
 ]
 
 
+# The settings of a database that keeps its logs, and what becomes of others: where they show.
+GOOD = {"LTAPEDEV": "/dev/tape", "ALARMPROGRAM": "$INFORMIXDIR/bin/gz", "BAR_XFER_BUF_SIZE": 31,
+        "BACKUP_FILTER": "'gz -1'", "RESTORE_FILTER": "'gz -d'", "BAR_RETRY": 1, "BAR_PROGRESS_FREQ": 5,
+        "BAR_MAX_BACKUP": 4}
+ONCONFIGS = rows("setting status found odd",
+    ("", "", "", {}),
+    ("LTAPEDEV", "fail", "thrown away", {"LTAPEDEV": "/dev/null"}),
+    ("", "", "", {"LTAPEDEV": "/dev/null", "ALARMPROGRAM": "", "options": ["--no-logs"]}),
+    ("ALARMPROGRAM", "warn", "not set", {"ALARMPROGRAM": ""}),
+    ("ALARMPROGRAM", "warn", "backs up a full log", {"ALARMPROGRAM": "/x/no_log.sh"}),
+    ("ALARMPROGRAM", "warn", "BACKUPLOGS=N", {"ALARMPROGRAM": "off"}),
+    ("ALARMPROGRAM", "fail", "not exist", {"ALARMPROGRAM": "/none"}),
+    ("BAR_XFER_BUF_SIZE", "fail", "32: more pages", {"BAR_XFER_BUF_SIZE": 32}),
+    ("BAR_XFER_BUF_SIZE", "fail", "not a number", {"BAR_XFER_BUF_SIZE": "64K"}),
+    ("BACKUP_FILTER RESTORE_FILTER", "fail", "no backup can be restored", {"RESTORE_FILTER": ""}),
+    ("BACKUP_FILTER", "warn", "everybody", {"BACKUP_FILTER": "open"}),
+    ("RESTORE_FILTER", "fail", "not exist", {"RESTORE_FILTER": "none"}),
+    ("BAR_RETRY", "warn", "first error", {"BAR_RETRY": 0}),
+    ("BAR_PROGRESS_FREQ", "warn", "5 minutes", {"BAR_PROGRESS_FREQ": 4}),
+    ("BAR_MAX_BACKUP", "warn", "spaces", {"BAR_MAX_BACKUP": 0}),
+    ("BAR_MAX_BACKUP", "fail", "has 4 ports", {"BAR_MAX_BACKUP": 5}))
+
+
 def check(*options, env=None, kernel=None):
     """The exit code and the findings by step, as status, found and next; keeps the promises."""
     env = os.environ | {"XBSA_PASSWORD": PASSWORD, "KORVA_STRICT": "1"} | (env or {})
@@ -135,7 +158,7 @@ class Plain(Case):
         code, found = self.on_server(daemon)
         self.assertEqual((code, daemon.stored()), (0, {}))
         self.assertLessEqual({step for step, row in found.items() if row[0] != "ok"}, {  # the machine's
-            "kernel.tcp_retries2", "kernel.tcp_keepalive_time"}, found)
+            "library.rights", "kernel.tcp_retries2", "kernel.tcp_keepalive_time"}, found)
         self.assertIn("3 objects removed", found["cleanup"][1])
 
     def test_server(self):
@@ -156,7 +179,7 @@ class Plain(Case):
                 if fault.result.startswith("network."):
                     tried = [key for key in found if "library." in key and found[key][0] != "not_tried"]
                     self.assertEqual(" ".join(tried),
-                                     "library.file library.load library.calls library.version")
+                                     "library.file library.rights library.load library.calls library.version")
 
     def test_settings(self):
         head = read_bytes(LIBRARY)[:64]
@@ -172,6 +195,40 @@ class Plain(Case):
                 if step != "network.tcp":
                     found["network.tcp"] = ("not_tried", "", "")  # nobody is there
                 self.assert_fails(found, step, text, advice)
+
+    def test_settings_of_the_database(self):
+        """Planted faults, each at its step; the rest of this configuration is good."""
+        for setting, status, text, odd in ONCONFIGS:
+            self.configure(*[f"{name} {odd.get(name, good)}" for name, good in GOOD.items()])
+            found = check("--host", "127.0.0.1:1", "--user", "b", "--informixdir", self.folder,
+                          *odd.get("options", ()), env={"KORVA_PORT_RANGE": "42000-42003"})[1]
+            bad = {step: row for step, row in found.items() if step.startswith("database.") and row[0] != "ok"}
+            self.assertEqual({step: row[0] for step, row in bad.items()}, dict.fromkeys(
+                [f"database.{name}" for name in setting.split()], status), odd)
+            self.assertTrue(all(text in found for _, found, _ in bad.values()), (bad, text))
+
+    def configure(self, *lines):
+        """A database's folder: its configuration, a program for its filters and one for its alarms."""
+        for name in ("etc", "bin"):
+            os.makedirs(os.path.join(self.folder, name), exist_ok=True)
+        self.write("etc/onconfig", "\n".join([f"BAR_BSALIB_PATH {LIBRARY}", *lines, ""]))
+        self.write("etc/sm_versions", "1|1.0.1|KORVA|1.8A1\n")
+        for name in ("bin/gz", "bin/open"):
+            self.write(name, "#!/bin/sh\nBACKUPLOGS=Y\n")
+        self.write("bin/off", "BACKUPLOGS=N\n")
+        os.chmod(os.path.join(self.folder, "bin/open"), 0o777)
+
+    def test_streams(self):
+        """As many sessions at once as the database begins; then a server with one session too few."""
+        self.configure("BAR_MAX_BACKUP 3")
+        options = "--informixdir", self.folder
+        self.assertIn("all 3 stored", self.on_server(Daemon("vsftpd"), *options)[1]["library.all_at_once"][1])
+        self.assert_fails(self.on_server(Daemon("vsftpd", most=9), *options)[1], "library.all_at_once",
+                          "421 full", "limit of sessions")
+
+    def test_round_trip(self):
+        found = self.on_server(Server({}), KORVA_SOCKET_BUFFER="1")[1]["network.throughput"]
+        self.assertRegex(" ".join(found), "^warn .* 0 Mbit/s for a store.*tcp_wmem")
 
     def test_database(self):
         os.mkdir(os.path.join(self.folder, "etc"))

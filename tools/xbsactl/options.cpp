@@ -141,6 +141,8 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
         {"check", "--informixdir", "DIR", &sCheck.strInformixDir,
          "Check the set-up of the database in DIR, too"},
         {"check", "--onconfig", "NAME", &sCheck.strOnconfig, cpOnconfig},
+        {"check", "--no-logs", "", &sCheck.bNoLogs,
+         "Accept that the database's logical logs are not backed up"},
         {"check", "--nagios", "", &sCheck.bNagios,
          "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do"},
         {"check", "--json", "", &sCheck.bJson, cpJson, "",

@@ -138,6 +138,9 @@ void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace);
 // The trace that the environment asks for, as if --trace did. Level 0: nothing is written to it.
 void TakeTraceVariables(CONNECTION &X_sConnection);
 
+// Of a password file.
+bool IsOpenToOthers(const std::string &I_strFile);
+
 // Checks all of plain mode and reads the password. Throws USAGE_ERROR, or FAILURE for the password
 // file.
 void CheckPlain(CONNECTION &X_sConnection);

@@ -37,9 +37,7 @@ void CheckHost(const std::string &I_strHost)
 std::string ReadPassword(const std::string &I_strFile)
 {
     const std::string strShown = "password file " + Quoted(I_strFile);
-    struct stat sStatus = {};
-    if (stat(I_strFile.c_str(), &sStatus) == 0 && S_ISREG(sStatus.st_mode) &&
-        (sStatus.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+    if (IsOpenToOthers(I_strFile))
         fprintf(stderr, "xbsactl: warning: %s is open to other accounts: chmod 600\n",
                 strShown.c_str());
     const CDescriptor sFile(open(I_strFile.c_str(), O_RDONLY | O_CLOEXEC));
@@ -82,6 +80,13 @@ const std::array<VARIABLE, 6> VARIABLES = {{
     {"KORVA_POOL", sizeof(STUCT_COM_INPUT::szPool) - 1, false},
     {"KORVA_COM_TIMEOUT", sizeof(STUCT_COM_INPUT::szCOMTimeOut) - 1, false},
 }};
+
+bool IsOpenToOthers(const std::string &I_strFile)
+{
+    struct stat sStatus = {};
+    return stat(I_strFile.c_str(), &sStatus) == 0 && S_ISREG(sStatus.st_mode) &&
+           (sStatus.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+}
 
 void CheckText(const std::string &I_strWhat, const std::string &I_strText, size_t I_uRoom)
 {

@@ -37,6 +37,15 @@ const std::string &ObjectName()
     return strName;
 }
 
+FINDING Login(const CReport &I_sReport, const base::CONNECTION &I_sConnection)
+{
+    const std::string &strFile = I_sConnection.strPasswordFile;
+    if (!I_sConnection.strLoginFault.empty())
+        return Fail(I_sReport.Foreign(I_sConnection.strLoginFault));
+    if (base::IsOpenToOthers(strFile)) return Warn(strFile + " is open to other accounts");
+    return Ok("user and password are usable");
+}
+
 // First what the session said to the server, then what the library made of it.
 void Report(SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
             const std::optional<sockaddr_in> &I_sServer, std::string I_strWhy)
@@ -52,9 +61,7 @@ void CheckPlain(SESSIONS &X_sSessions, bool I_bLibrary)
 {
     const base::CONNECTION &sConnection = X_sSessions.sConnection;
     CReport &sReport = X_sSessions.sReport;
-    const std::string &strFault = sConnection.strLoginFault;
-    const bool bLogin = sReport.Add("login", strFault.empty() ? Ok("user and password are usable")
-                                                              : Fail(sReport.Foreign(strFault)));
+    const bool bLogin = sReport.Add("login", Login(sReport, sConnection));
     const auto sServer = LookAt(sReport, sConnection.strHost, X_sSessions.sSilence);
     std::string strWhy = I_bLibrary ? "" : "the library is not usable";
     if (!bLogin) strWhy = "user and password cannot be used";
@@ -95,8 +102,9 @@ int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
 {
     CReport sReport(I_sConnection, I_sOptions);
     const CHECKED_LIBRARY sLibrary = CheckLibrary(sReport, I_sConnection.strLibrary);
-    if (!I_sOptions.strInformixDir.empty()) CheckDatabase(sReport, I_sOptions, sLibrary);
-    SESSIONS sSessions{sReport, I_sConnection, Bound(I_sConnection), ObjectName()};
+    const bool bDatabase = !I_sOptions.strInformixDir.empty();
+    const long lStreams = bDatabase ? CheckDatabase(sReport, I_sOptions, sLibrary) : 0;
+    SESSIONS sSessions{sReport, I_sConnection, Bound(I_sConnection), ObjectName(), lStreams};
     const bool bVariables = CheckHost(sReport, sSessions.sConnection);
     if (I_sConnection.bInformix) CheckInformix(sSessions, sLibrary.bUsable, bVariables);
     else CheckPlain(sSessions, sLibrary.bUsable);

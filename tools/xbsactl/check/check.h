@@ -11,6 +11,7 @@ struct OPTIONS
 {
     std::string strInformixDir; // the database's folder; empty: it is not looked at
     std::string strOnconfig;    // name of its configuration file; empty: ONCONFIG, else "onconfig"
+    bool bNoLogs = false;       // the database's logs are not backed up, on purpose
     bool bJson = false;         // JSON instead of lines
     bool bNagios = false;       // one line and the exit codes of a monitoring plug-in
 };

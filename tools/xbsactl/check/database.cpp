@@ -20,17 +20,6 @@ FINDING Row(const std::string &I_strFile, const base::LINES &I_vecLines,
                 Text("add the line \"", I_strRow, "\"; another leading number will do, too"));
 }
 
-// The last line counts. The database knows its own folder by name.
-std::string LibraryPath(const base::LINES &I_vecLines, const std::string &I_strFolder)
-{
-    const std::string strVariable = "$INFORMIXDIR";
-    std::string strValue;
-    for (const std::string &strLine : I_vecLines)
-        if (base::Sets(strLine, base::LIBRARY_KEY)) strValue = base::Value(strLine);
-    if (strValue.starts_with(strVariable)) strValue.replace(0, strVariable.size(), I_strFolder);
-    return strValue;
-}
-
 FINDING Path(const std::string &I_strFile, const std::string &I_strValue,
              const std::string &I_strLibrary)
 {
@@ -66,24 +55,40 @@ FINDING InFile(const std::string &I_strFile,
 }
 } // namespace
 
-void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_LIBRARY &I_sLibrary)
+// The last line counts. The database knows its own folder by name.
+std::string DatabaseValue(const base::LINES &I_vecLines, const char *cpName,
+                          const std::string &I_strFolder)
 {
+    const std::string strVariable = "$INFORMIXDIR";
+    std::string strValue;
+    for (const std::string &strLine : I_vecLines)
+        if (base::Sets(strLine, cpName)) strValue = base::Value(strLine);
+    if (strValue.starts_with(strVariable)) strValue.replace(0, strVariable.size(), I_strFolder);
+    return strValue;
+}
+
+long CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_LIBRARY &I_sLibrary)
+{
+    base::LINES vecSettings;
     const std::string strFolder = I_sOptions.strInformixDir + "/etc/";
     const std::string strVersions = strFolder + "sm_versions";
     const std::string strFile = strFolder + base::OnconfigName(I_sOptions.strOnconfig);
     const std::string &strRow = I_sLibrary.strRow;
     const auto fpRow = [&](const auto &vecLines) { return Row(strVersions, vecLines, strRow); };
     const auto fpPath = [&](const auto &vecLines) {
-        return Path(strFile, LibraryPath(vecLines, I_sOptions.strInformixDir), I_sLibrary.strPath);
+        vecSettings = vecLines;
+        return Path(strFile, DatabaseValue(vecLines, base::LIBRARY_KEY, I_sOptions.strInformixDir),
+                    I_sLibrary.strPath);
     };
     std::error_code sError;
     if (!std::filesystem::is_directory(I_sOptions.strInformixDir, sError))
     {
         X_sReport.Add("database.folder", Fail(I_sOptions.strInformixDir + " is not a directory"));
-        return;
+        return 0;
     }
     X_sReport.Add("database.sm_versions", strRow.empty() ? NotTried("the library shows no version")
                                                          : InFile(strVersions, fpRow));
     X_sReport.Add("database.onconfig", InFile(strFile, fpPath));
+    return vecSettings.empty() ? 0 : CheckSettings(X_sReport, I_sOptions, vecSettings);
 }
 } // namespace check

@@ -1,6 +1,7 @@
 // What is done beside the library: a look at the server, and the removal of what a check stored.
 #include <arpa/inet.h>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -14,6 +15,8 @@ namespace check
 {
 namespace
 {
+constexpr long FAST = 900; // megabits a second: a line of 1 Gbit/s
+
 // A control connection, in a child: its waits have no end of their own. Throws FAILURE.
 class CFtp
 {
@@ -65,6 +68,15 @@ class CFtp
         return poll(&sPoll, 1, AFTERTHOUGHT) > 0 && recv(sControl.Get(), &cByte, 1, MSG_PEEK) == 1;
     }
 
+    // Microseconds, as the system has measured it.
+    unsigned RoundTrip() const
+    {
+        tcp_info sInfo{};
+        socklen_t uSize = sizeof sInfo;
+        getsockopt(sControl.Get(), IPPROTO_TCP, TCP_INFO, &sInfo, &uSize);
+        return sInfo.tcpi_rtt;
+    }
+
     std::string Command(const std::string &I_strLine) const
     {
         const std::string strLine = I_strLine + "\r\n";
@@ -114,6 +126,7 @@ void Greet(const sockaddr_in &I_sServer, const SAY &I_fpSay)
     for (const std::string &strLine : vecLines) strText += (strText.empty() ? "" : " / ") + strLine;
     I_fpSay("lines", std::to_string(vecLines.size()));
     I_fpSay("network.greeting", strText);
+    I_fpSay("round", std::to_string(sFtp.RoundTrip()));
     sFtp.Command("QUIT");
 }
 
@@ -152,6 +165,20 @@ bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string
         bGoing = X_sReport.Add(cpStep, sFinding) && bGoing;
     }
     return bGoing;
+}
+
+// Of each buffer's bytes, once in a round trip: a sender sleeps until a third of its buffer is free, a
+// receiver offers half of its own. A buffer of KORVA_SOCKET_BUFFER is doubled by the system.
+FINDING Throughput(const OUTCOME &I_sOutcome)
+{
+    const long lTrip = std::max(1L, atol(I_sOutcome.Value("round").c_str())); // microseconds
+    const long lChosen = 2 * atol(base::Variable("KORVA_SOCKET_BUFFER").c_str());
+    const long lStore = (lChosen > 0 ? lChosen : Kernel("tcp_wmem", 2)) * 2 / 3 * 8 / lTrip;
+    const long lRestore = (lChosen > 0 ? lChosen : Kernel("tcp_rmem", 2)) / 2 * 8 / lTrip;
+    const std::string strTrip = Text("round trip ", static_cast<double>(lTrip) / 1000, " ms");
+    if (std::min(lStore, lRestore) > FAST) return Ok(strTrip + ": no buffer limits 1 Gbit/s");
+    return Warn(Text(strTrip, ": this host's buffers allow ", lStore, " Mbit/s for a store, ",
+                     lRestore, " for a restore"));
 }
 
 void Delete(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer, const SAY &I_fpSay)
@@ -201,6 +228,7 @@ std::optional<sockaddr_in> LookAt(CReport &X_sReport, const std::string &I_strHo
     });
     inet_pton(AF_INET, sOutcome.Value("address").c_str(), &sServer.sin_addr);
     if (!ReportLook(X_sReport, sOutcome, I_strHost)) return std::nullopt;
+    X_sReport.Add("network.throughput", Throughput(sOutcome));
     return sServer;
 }
 

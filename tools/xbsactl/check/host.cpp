@@ -113,14 +113,6 @@ void CheckLog(CReport &X_sReport, base::CONNECTION &X_sConnection)
     if (!bAsked && !IsWritable(strFile)) X_sConnection.iTraceLevel = 0;
 }
 
-// -1 when the system does not say.
-long Kernel(const char *cpName)
-{
-    std::ifstream sFile(std::string("/proc/sys/net/ipv4/") + cpName);
-    long lValue = -1;
-    return sFile >> lValue && lValue >= 0 ? lValue : -1;
-}
-
 // The first wait is 200 ms at least, each further one twice as long, up to two minutes.
 long SecondsOfSending(long I_lRetries)
 {
@@ -170,7 +162,26 @@ FINDING Silence()
     if (std::min({lTime, lProbe, lProbes}) < 0) return NotTried("the system does not show it");
     return lSeconds > LONGEST_SILENCE ? Warn(strFound, strNext) : Ok(strFound + "; " + strNext);
 }
+
+// Where the server's data connection arrives.
+FINDING Ports()
+{
+    const std::string strChosen = base::Variable("KORVA_PORT_RANGE");
+    const long lFirst = Kernel("ip_local_port_range");
+    if (!strChosen.empty()) return Ok("KORVA_PORT_RANGE=" + strChosen);
+    if (lFirst == -1) return NotTried("the system does not show it");
+    return Ok(Text("the server connects back to a port from ", lFirst, " to ",
+                   Kernel("ip_local_port_range", 1)));
+}
 } // namespace
+
+long Kernel(const char *cpName, int I_iPlace)
+{
+    std::ifstream sFile(std::string("/proc/sys/net/ipv4/") + cpName);
+    long lValue = -1;
+    for (int iPlace = 0; iPlace <= I_iPlace; iPlace++) sFile >> lValue;
+    return sFile && lValue >= 0 ? lValue : -1;
+}
 
 bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {
@@ -185,6 +196,7 @@ bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
     CheckLog(X_sReport, X_sConnection);
     X_sReport.Add("kernel.tcp_retries2", Sending());
     X_sReport.Add("kernel.tcp_keepalive_time", Silence());
+    X_sReport.Add("kernel.ip_local_port_range", Ports());
     return bGood;
 }
 } // namespace check

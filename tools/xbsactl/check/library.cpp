@@ -81,6 +81,13 @@ struct INSPECTION
                     "install the library that is built for " + strOwn);
     }
 
+    FINDING Rights() const
+    {
+        const std::vector<std::string> vecClosed = library::ClosedParts(sResult.strPath);
+        if (vecClosed.empty()) return Ok("every account can read it");
+        return Warn(vecClosed.front() + " is not open to every account");
+    }
+
     FINDING Load()
     {
         return sAnswer.Find("missing") != nullptr ? Ok("loaded") : Fail(sAnswer.strFailure);
@@ -108,6 +115,7 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
         RunChild(LOADING, [&](const SAY &fpSay) { Inspect(sLibrary.strPath, fpSay); });
     sLibrary.sResult.bUsable =
         X_sReport.Climb({{"library.file", [&] { return sLibrary.File(); }},
+                         {"library.rights", [&] { return sLibrary.Rights(); }},
                          {"library.load", [&] { return sLibrary.Load(); }},
                          {"library.calls", [&] { return sLibrary.Calls(); }},
                          {"library.version", [&] { return sLibrary.Version(); }}});

@@ -168,9 +168,18 @@ struct CHECKED_LIBRARY
 // The library as a file, loaded, and by its own word.
 CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary);
 
-// The files that lead the database's backup tool to the library.
-void CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions,
+// The files that lead the database's backup tool to the library, and its settings. Returns how many
+// processes a backup has at once; 0: not known.
+long CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions,
                    const CHECKED_LIBRARY &I_sLibrary);
+long CheckSettings(CReport &X_sReport, const OPTIONS &I_sOptions, const base::LINES &I_vecLines);
+
+// A setting of the configuration file; empty for none. The database's folder is put in by its path.
+std::string DatabaseValue(const base::LINES &I_vecLines, const char *cpName,
+                          const std::string &I_strFolder);
+
+// Of net.ipv4, the number at that place (from 0); -1 when the system does not say.
+long Kernel(const char *cpName, int I_iPlace = 0);
 
 // This machine: account, variables and log, and how long it waits for a server that has vanished.
 // The connection gets the trace that the environment asks for, as if --trace did. Returns whether an
@@ -201,6 +210,7 @@ struct SESSIONS
     base::CONNECTION sConnection;
     std::chrono::milliseconds sSilence; // the longest wait
     std::string strName;                // begins the name of each object
+    long lStreams;                      // of a backup, at once; 0: not known
     std::vector<std::string> vecLeft{}; // on the server, perhaps: names, or Informix copy ids
 };
 

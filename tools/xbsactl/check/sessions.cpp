@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <random>
 
 #include "check/parts.h"
@@ -13,7 +14,8 @@ namespace check
 {
 namespace
 {
-constexpr size_t SIZE = 1 << 20; // bytes of an object
+constexpr size_t SIZE = 1 << 20;  // bytes of an object
+constexpr long MOST_STREAMS = 32; // more would only take time
 
 // Every byte value, and no two objects alike.
 std::string Content()
@@ -109,43 +111,56 @@ void NoteLeft(SESSIONS &X_sSessions, const std::string &I_strName, const OUTCOME
         X_sSessions.vecLeft.push_back(bInformix ? strCopy : I_strName);
 }
 
-FINDING JudgePair(const CReport &I_sReport, const OUTCOME &I_sOutcome)
+FINDING JudgeOne(const CReport &I_sReport, const OUTCOME &I_sOutcome)
 {
     const std::string strDifference = I_sOutcome.Value("difference");
     if (!I_sOutcome.strFailure.empty()) return Fail(I_sReport.Foreign(I_sOutcome.strFailure));
-    return strDifference.empty() ? Ok("both stored and restored") : Fail(strDifference);
+    return strDifference.empty() ? Ok("") : Fail(strDifference);
 }
 
-// One session goes there and back while another one is open.
-FINDING Pair(SESSIONS &X_sSessions)
+// Sessions are open at once, and the last one goes there and back meanwhile.
+FINDING Together(SESSIONS &X_sSessions, long I_lSessions, const std::string &I_strName)
 {
     std::array<int, 2> aiGate{};
     if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
     const base::CDescriptor sWaits(aiGate[0]);
-    base::CDescriptor sGate(aiGate[1]); // closed: the first session goes on
+    base::CDescriptor sGate(aiGate[1]); // closed: the sessions go on
     const auto fpAwait = [&] {
         char cByte = '\0';
         sGate = base::CDescriptor();
         if (read(sWaits.Get(), &cByte, 1) == -1) throw base::SystemFailure("a pipe");
     };
-    const std::string strFirst = X_sSessions.strName + "-2";
-    const std::string strSecond = X_sSessions.strName + "-3";
+    const auto fpHear = [](const std::string &) {}; // so that the session knows the server's words
     const auto sSilence = 2 * X_sSessions.sSilence;
-    CChild sChild([&](const SAY &fpSay) { RoundTrip(X_sSessions, strFirst, fpSay, {}, fpAwait); });
-    OUTCOME sFirst = sChild.Wait(sSilence, "copy");
-    OUTCOME sSecond;
-    if (sFirst.strFailure.empty())
+    std::deque<CChild> deqOpen;
+    std::vector<OUTCOME> vecOutcomes;
+    const auto fpName = [&](size_t uNumber) { return I_strName + std::to_string(uNumber); };
+    while (static_cast<long>(deqOpen.size()) + 1 < I_lSessions &&
+           (vecOutcomes.empty() || vecOutcomes.back().strFailure.empty()))
     {
-        sSecond = RunChild(sSilence, [&](const SAY &fpSay) {
-            RoundTrip(X_sSessions, strSecond, fpSay, {}, [] {});
-        });
-        sGate = base::CDescriptor();
-        sFirst = sChild.Wait(sSilence);
+        const std::string strName = fpName(deqOpen.size());
+        deqOpen.emplace_back(
+            [&](const SAY &fpSay) { RoundTrip(X_sSessions, strName, fpSay, fpHear, fpAwait); });
+        vecOutcomes.push_back(deqOpen.back().Wait(sSilence, "copy"));
     }
-    NoteLeft(X_sSessions, strFirst, sFirst, sFirst.Find("begun") != nullptr);
-    NoteLeft(X_sSessions, strSecond, sSecond, sSecond.Find("begun") != nullptr);
-    const FINDING sFinding = JudgePair(X_sSessions.sReport, sFirst);
-    return sFinding.eStatus == STATUS::OK ? JudgePair(X_sSessions.sReport, sSecond) : sFinding;
+    if (vecOutcomes.back().strFailure.empty())
+    {
+        const std::string strName = fpName(deqOpen.size());
+        vecOutcomes.push_back(RunChild(sSilence, [&](const SAY &fpSay) {
+            RoundTrip(X_sSessions, strName, fpSay, fpHear, [] {});
+        }));
+    }
+    sGate = base::CDescriptor();
+    FINDING sFinding = Ok(Text("all ", I_lSessions, " stored and restored"));
+    for (size_t uNumber = 0; uNumber < vecOutcomes.size(); uNumber++)
+    {
+        OUTCOME &sOutcome = vecOutcomes[uNumber];
+        if (uNumber < deqOpen.size()) sOutcome = deqOpen[uNumber].Wait(sSilence);
+        NoteLeft(X_sSessions, fpName(uNumber), sOutcome, sOutcome.Find("begun") != nullptr);
+        const FINDING sOne = JudgeOne(X_sSessions.sReport, sOutcome);
+        if (sFinding.eStatus == STATUS::OK && sOne.eStatus != STATUS::OK) sFinding = sOne;
+    }
+    return sFinding;
 }
 
 FINDING Compare(const OUTCOME &I_sAlone)
@@ -189,11 +204,16 @@ std::string ServerIn(const OUTCOME &I_sAlone)
 
 void ReportSessions(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const std::string &I_strWhy)
 {
-    X_sSessions.sReport.Climb(
-        {{"library.store", [&] { return Trip(X_sSessions, I_sAlone, "begun", "stored"); }},
-         {"library.restore", [&] { return Trip(X_sSessions, I_sAlone, "stored", "restored"); }},
-         {"library.compare", [&] { return Compare(I_sAlone); }},
-         {"library.two_at_once", [&] { return Pair(X_sSessions); }}},
-        I_strWhy);
+    const long lStreams = std::min(X_sSessions.lStreams, MOST_STREAMS);
+    const std::string &strName = X_sSessions.strName;
+    STEPS vecSteps = {
+        {"library.store", [&] { return Trip(X_sSessions, I_sAlone, "begun", "stored"); }},
+        {"library.restore", [&] { return Trip(X_sSessions, I_sAlone, "stored", "restored"); }},
+        {"library.compare", [&] { return Compare(I_sAlone); }},
+        {"library.two_at_once", [&] { return Together(X_sSessions, 2, strName + "-2-"); }}};
+    if (lStreams > 2)
+        vecSteps.emplace_back("library.all_at_once",
+                              [&] { return Together(X_sSessions, lStreams, strName + "-3-"); });
+    X_sSessions.sReport.Climb(vecSteps, I_strWhy);
 }
 } // namespace check

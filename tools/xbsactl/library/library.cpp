@@ -32,6 +32,22 @@ std::string Path(const std::string &I_strPath)
     return XBSACTL_LIBRARY;
 }
 
+std::vector<std::string> ClosedParts(const std::string &I_strPath)
+{
+    using std::filesystem::perms;
+    std::vector<std::string> vecClosed;
+    std::filesystem::path sPath;
+    for (const auto &sPart : std::filesystem::path(I_strPath))
+    {
+        sPath /= sPart;
+        const perms eNeeded = sPath == I_strPath ? perms::others_read : perms::others_exec;
+        std::error_code sError;
+        const auto sStatus = std::filesystem::status(sPath, sError);
+        if (!sError && (sStatus.permissions() & eNeeded) == perms::none) vecClosed.push_back(sPath);
+    }
+    return vecClosed;
+}
+
 void *Load(const std::string &I_strPath)
 {
     void *vpLibrary = dlopen(Path(I_strPath).c_str(), RTLD_NOW | RTLD_LOCAL);

@@ -18,6 +18,9 @@ constexpr size_t BLOCK_SIZE = 65535; // bytes: the length of a data block has 16
 // that belongs to the tool, in ../lib beside the tool's own folder, else the loader's search.
 std::string Path(const std::string &I_strPath);
 
+// The parts of a path that are closed to some account: the database's must be able to reach the library.
+std::vector<std::string> ClosedParts(const std::string &I_strPath);
+
 // Loads it for the life of the process; a second time finds it loaded. Throws FAILURE.
 void *Load(const std::string &I_strPath);
 

@@ -35,23 +35,12 @@ void FindLibrary(const std::string &I_strLibrary, JOURNAL &X_sJournal)
     X_sJournal.strRow = library::VersionsRow(vpLibrary);
 }
 
-// A line for each part of the path that is closed to some account: the database's must be able to
-// reach the library.
 void WarnOfClosedPath(const std::string &I_strLibrary)
 {
-    using std::filesystem::perms;
-    std::filesystem::path sPath;
-    for (const auto &sPart : std::filesystem::path(I_strLibrary))
-    {
-        sPath /= sPart;
-        const perms eNeeded = sPath == I_strLibrary ? perms::others_read : perms::others_exec;
-        std::error_code sError;
-        const auto sStatus = std::filesystem::status(sPath, sError);
-        if (sError || (sStatus.permissions() & eNeeded) != perms::none) continue;
-        std::cout << "# " << base::Printable(sPath)
+    for (const std::string &strPart : library::ClosedParts(I_strLibrary))
+        std::cout << "# " << base::Printable(strPart)
                   << " is not open to every account: see that the database's account can read the "
                      "library\n";
-    }
 }
 
 // A database dump or an empty file that was given by mistake.
