@@ -297,8 +297,9 @@ void CSession::FailData(const char *cpStep, int I_iCode) const
     const base::FAILURE sFailure = Failure(cpStep, I_iCode);
     Listen(true);
     CALL(BSAEndData)(lHandle);
-    const std::string strReason = LastError();
-    throw base::FAILURE(sFailure.what() + (strReason.empty() ? "" : "; then: " + strReason),
+    std::string strReason = LastError();
+    if (!strReason.empty()) strReason = "; then: " + ServersPart(strReason, *spRecord);
+    throw base::FAILURE(sFailure.what() + base::Masked(strReason, sConnection.strPassword),
                         sFailure.iExit);
 }
 
