@@ -4,9 +4,48 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <sstream>
 
 static const char szPolite[] =
     "220 a\r\n331 b\r\n230 c\r\n200 d\r\n250 e\r\n200 f\r\n150 g\r\n226 h\r\n221\r\n";
+
+// The words that a shell would make of a command line, which must be all that it would do.
+static std::vector<std::string> ShellWords(const std::string &I_strCommand)
+{
+    const size_t uEnd = I_strCommand.rfind(" 2>/dev/null");
+    CHECK(I_strCommand.size() < XBSA_COM_CMD_SIZE && uEnd + 12 == I_strCommand.size());
+    std::vector<std::string> vecWords(1);
+    bool bQuoted = false;
+    for (size_t uPlace = 0; uPlace < uEnd; uPlace++)
+    {
+        const char cByte = I_strCommand[uPlace];
+        if (cByte == '\'') bQuoted = !bQuoted;
+        else if (bQuoted) vecWords.back() += cByte;
+        else if (cByte == ' ') vecWords.emplace_back();
+        else if (cByte == '\\') vecWords.back() += I_strCommand[++uPlace];
+        else
+        {
+            CHECK(isalnum(static_cast<unsigned char>(cByte)) || strchr("_@%+=:,./-", cByte));
+            vecWords.back() += cByte;
+        }
+    }
+    CHECK(!bQuoted);
+    return vecWords;
+}
+
+// Each line that the server heard is a whole command, and one that a session has.
+static void CheckHeard()
+{
+    CHECK(sWorld.strHeard.empty() || sWorld.strHeard.back() == '\n');
+    std::istringstream sHeard(sWorld.strHeard);
+    for (std::string strLine; std::getline(sHeard, strLine);)
+    {
+        CHECK(strLine.find('\r') == strLine.size() - 1 && strLine.find('\0') == std::string::npos);
+        const std::string strVerb = strLine.substr(0, strLine.find_first_of(" \r"));
+        CHECK(std::string(" USER PASS TYPE CWD PORT STOR RETR QUIT ").find(" " + strVerb + " ") !=
+              std::string::npos);
+    }
+}
 
 // The fields that begin at the places get the texts, which may run over all fields behind them.
 template <typename T> T Fill(std::string &X_strBytes, std::initializer_list<size_t> I_lstPlaces)
@@ -31,7 +70,7 @@ static void CheckCommands(const BSA_ObjectName &I_sName)
     const std::string strName = fpText(I_sName.objectSpaceName) + "@" + fpText(I_sName.pathName);
     for (const std::string &strCommand : sWorld.vecCommands)
     {
-        const std::vector<std::string> vecWords = fuzz_ShellWords(strCommand);
+        const std::vector<std::string> vecWords = ShellWords(strCommand);
         const size_t uFolder = vecWords[0].rfind("/olm_com_interface");
         CHECK(uFolder != std::string::npos);
         CHECK(sWorld.mapFiles["/etc/korva2000.ini"].find(vecWords[0].substr(0, uFolder)) !=
@@ -124,5 +163,5 @@ void fuzz_One(std::string &X_strBytes)
     }
     CHECK(BSAEndTxn(lHandle, BSA_Vote_COMMIT) == 0 && BSATerminate(lHandle) == 0);
     fuzz_Listen();
-    if (!sWorld.bDeaf) fuzz_CheckHeard();
+    if (!sWorld.bDeaf) CheckHeard();
 }

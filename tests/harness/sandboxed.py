@@ -38,13 +38,11 @@ class Sandbox:
         write_plain(os.path.join(self.folder, "faults"), line + "\n")
 
     def objects(self):
-        """What the catalogue says of each, oldest first."""
         with contextlib.closing((catalogue := Catalogue(self.folder)).db):
             names, *rows = catalogue.table()
         return [dict(zip(names, row)) for row in rows]
 
     def utility(self, *arguments):
-        """What the COM utility answers, as a dictionary."""
         line = [f"{self.folder}/bin/olm_com_interface", *arguments, *"-C sandbox -j demo -s 1 --".split()]
         answer = subprocess.check_output([*line, "obj\u009b@/data"], text=True)
         return dict(line.split("=", 1) for line in answer.splitlines())
@@ -55,7 +53,6 @@ class Sandbox:
         return self.utility("-b", "openjob:" + session)["tape_server"].split(":")
 
     def talk(self, *commands):
-        """The code that answers each command on one connection."""
         port = Catalogue.read_settings(self.folder)["port"]
         with socket.create_connection(("127.0.0.1", port)) as sock, sock.makefile("rb") as replies:
             codes = [replies.readline()[:3].decode()]

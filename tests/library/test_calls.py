@@ -85,7 +85,6 @@ class Calls(unittest.TestCase):
             (7, 15, b"", b""), (0, 15, b":", b"TOV:KORVA:1.8A1")]))
 
     def test_informix(self):
-        """Only the exact name makes an Informix session, and each BSAInit decides anew."""
         def init(x):
             return [(x.init(owner=owner), x.state.iQAB, x.BSAEndTxn(x.handle, 1))
                     for owner in (b"informix", b"INFORMIX", b"INFORMIX ", b"")]

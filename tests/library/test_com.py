@@ -277,8 +277,7 @@ class Answers(unittest.TestCase):
 
 
 # Functions of numbers, and their texts of -1 and up; None where there is none.
-TEXTS = {"qab_bsacopytype": "- - ANY ARCHIVE BACKUP - -",
-         "qab_bsaobjecttype": "- - ANY FILE DIRECTORY OTHER -",
+TEXTS = {"qab_bsacopytype": "- - ANY ARCHIVE BACKUP - -", "qab_bsaobjecttype": "- - ANY FILE DIRECTORY OTHER -",
          "qab_bsaobjectstatus": "- - ANY MOST_RECENT NOT_MOST_RECENT -",
          "com_task_keyword": "UNKNOWN UNKNOWN COM_OPEN_WRITE COM_OPEN_READ COM_CLOSE_WRITE "
                              "COM_CLOSE_READ COM_INFO COM_REMOVE UNKNOWN",
@@ -346,8 +345,7 @@ class Queries(unittest.TestCase):
                                      {"-q -C srv -I informix -j job -s NULL -- sp%@/q"})
 
     def test_texts(self):
-        self.assertEqual(run(lambda x: {
-            name: " ".join((getattr(x, name)(number - 1) or b"-").decode()
+        self.assertEqual(run(lambda x: {name: " ".join((getattr(x, name)(number - 1) or b"-").decode()
                            for number in range(len(texts.split())))
             for name, texts in TEXTS.items()}).value, TEXTS)
 
@@ -474,14 +472,12 @@ class Sessions(unittest.TestCase):
         self.assertEqual(run(store, server.port).value, ([3], "Connection refused connect() failed.", 3))
 
     def test_identity(self):
-        """The account and the official name of the address on the way to the server."""
         def make(x, address, user_room, room):
             texts = user, word = [c.create_string_buffer(b"?" * 4095) for _ in range(2)]
             with socket.create_server(("127.0.0.1", 0)) as listener, socket.create_connection(
                     listener.getsockname(), 10, (address, 0)) as connection:
                 code = x.make_KORVA_authentication(
-                    connection.fileno(), user, c.byref(c.c_uint(user_room)), word,
-                    c.byref(c.c_uint(room)))
+                    connection.fileno(), user, c.byref(c.c_uint(user_room)), word, c.byref(c.c_uint(room)))
             return (code, *(text.value.rstrip(b"?").decode() for text in texts), b"?" not in word.value)
 
         def log_in(actions):

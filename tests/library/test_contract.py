@@ -55,7 +55,6 @@ class Contract(unittest.TestCase):
         self.assertIn((str(ctypes.sizeof(Global)), "sGlobal"), symbols)
 
     def test_headers(self):
-        """Each header stands alone, in every C and C++ that a compiler of today knows."""
         strict = "-fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror".split()
         for standard in ("c90", "c99", "c11", "c17", "c++98", "c++11", "c++17", "c++20"):
             for header in glob.glob(ROOT + "/include/*.h"):

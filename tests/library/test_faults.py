@@ -90,7 +90,6 @@ class Road:
         return left
 
     def inject(self, action, closed, env, fault):
-        """One fault. Returns how many calls failed, and how many of each there were."""
         self.prepare(action)
         codes, right, message, again, lost, hits, calls = run(
             attempt, self, action, closed, fault, server=self.server, level=None, env=env).value

@@ -45,7 +45,6 @@ def many_cycles(x, cycle):
 
 
 def made_descriptors(x, server, closed):
-    """None is inherited by a program that the host starts, or takes a standard one's number."""
     _ = [os.close(number) for number in closed]
     x.start(server)
     x.store(end=False)
@@ -86,7 +85,6 @@ def reused_after_end(x):
 
 
 def reused_in_transfer(x, renew, reuse):
-    """The host closes what is open, and may use the numbers; the library goes on without."""
     x.store(end=False)
     numbers = dict(zip(connections(x), [os.open(name, os.O_CREAT | os.O_RDWR) for name in "ab"]))
     _ = [os.dup2(file, number) if reuse else os.close(number) for number, file in numbers.items()]

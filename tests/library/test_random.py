@@ -15,8 +15,7 @@ PIECE = 40  # sequences in one process
 BYTES = random.Random(0).randbytes(99991) * 2
 LARGE = BYTES * 50  # more than the system takes on the way
 # What a connection meets: most of them nothing odd.
-FATES = [{}] * 9 + [
-    {"GREETING": ["close"]}, {"CWD": ["550 no"]}, {"PORT": ["500 no"]}, {"PASS": ["reset"]},
+FATES = [{}] * 9 + [{"GREETING": ["close"]}, {"CWD": ["550 no"]}, {"PORT": ["500 no"]}, {"PASS": ["reset"]},
     {"STOR": ["452 full"], "RETR": ["550 none"]},
     {"STOR": ["150 go", "close"], "RETR": ["150 go", "150 on", "close"]}, {"END": ["426 cut"]},
     {"END": ["250 not quite"]}, {"END": ["close"]}, {"END": [b"226 hal", "close"]}]
@@ -25,7 +24,6 @@ CALLS = (["begin"] * 5 + ["create"] * 4 + ["get"] * 4 + ["send"] * 8 + ["read"] 
 
 
 class Player:
-    """Plays calls and remembers what their results promise of the objects on the server."""
 
     def __init__(self, x, seed, informix, strict):
         self.x, self.chance, self.informix, self.strict = x, random.Random(seed), informix, strict
@@ -93,7 +91,6 @@ class Player:
 
 
 def play(x, server, seed, informix, strict):
-    """One piece; then a good transaction, as soon as no fate is in its way."""
     _ = start(x) if informix else x.start(server)
     player, done = Player(x, seed, informix, strict), []
     for _ in range(PIECE):

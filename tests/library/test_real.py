@@ -121,15 +121,13 @@ def all_rows(name):
             kept = peer.kept(verb)
             codes, _, error = got or ("", "", "")
             lines.append((f"{name:10}{verb:8}{fault:13}{percent:3} %  {time.monotonic() - began:5.1f} s  "
-                          f"{codes} {kept:5} {error.strip()}",
-                          problem(name, verb, fault, percent, got, kept)))
+                          f"{codes} {kept:5} {error.strip()}", problem(name, verb, fault, percent, got, kept)))
             test.doCleanups()
     return lines
 
 
 class Faults(unittest.TestCase):
     def test_faults(self):
-        """Never a success without the right bytes, and no end without a word."""
         with multiprocessing.Pool(len(SERVERS)) as pool:
             rows = sum(pool.map(all_rows, SERVERS, 1), [])
         if ALL:

@@ -18,8 +18,7 @@ CODES = """000 100 110 125 150 199 200 220 221 226 230 250 299 331 350 399 400 4
            500 502 530 550 553 599 600 999 abc 2x0 22 2""".split() + ["", " ", "-"]
 # Which texts do at a step; in one that is not named all but an empty greeting.
 NEEDED = {"CWD": lambda text: text[:1] not in ("4", "5"), "PORT": lambda text: text[:3] == "200",
-          "STOR": lambda text: text[:3] == "150", "END": lambda text: text[:3] == "226",
-          "GREETING": bool}
+          "STOR": lambda text: text[:3] == "150", "END": lambda text: text[:3] == "226", "GREETING": bool}
 # Shapes of a reply, made of its good line: all steps take them, or those that are named do.
 TAKEN, CARELESS = set(STEPS), {"GREETING", "USER", "PASS", "TYPE", "CWD", "QUIT"}
 SHAPES = [("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\r\n"], TAKEN),
@@ -86,7 +85,6 @@ class Torturer(Server):
 
 
 def transact(x, server, verb, count):
-    """So many transactions and a good one: codes, what was moved, and the last message of each."""
     x.start(server, b"BSA_TIMEOUT=20")
     return [(*((x.store(OBJECT), OBJECT) if verb == "STOR" else x.restore()), x.last_error())
             for _ in range(count + 1)]
@@ -129,7 +127,6 @@ class Torture(unittest.TestCase):
                         self.assertEqual(heard, words[:few])
 
     def test_codes(self):
-        """Each code at each step; what is heard of a refused one ends with QUIT."""
         table = []
         for step, code in itertools.product(STEPS, CODES):
             line = code + " x" if code else ""

@@ -11,8 +11,7 @@ import unittest
 
 from calls import call
 from server import POLITE, Server
-from xbsa import (DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, rows, run,
-                  run_started)
+from xbsa import (DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, rows, run, run_started)
 
 FORKED = "block take get end commit terminate".split()
 

@@ -151,7 +151,6 @@ class OnRclone(Rig, unittest.TestCase):
 
 
 class Shared(Rig, unittest.TestCase):
-    """A catalogue in PostgreSQL, and what two servers on it must not do to each other."""
 
     @classmethod
     def setUpClass(cls):

@@ -13,8 +13,7 @@ import inifile
 from catalogue import Catalogue
 from sandboxed import RUN, Sandbox, ask_and_restore, both_ways, start, there_and_back
 from utility import traced
-from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, read_text, rows, run,
-                  write_plain)
+from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, read_text, rows, run, write_plain)
 
 PROCESSES = 8 if SANITIZED else 64
 OBJECTS = int(os.environ.get("XBSA_OBJECTS", "1"))  # of each
@@ -61,7 +60,6 @@ SPOILT_BY_ROOT = [("chown nobody .", "belongs to nobody"), ("chown nobody ..", "
 
 
 def under_faults(x, sandbox, lines):
-    """The results of stores, then a good one: nothing of the failed ones is in its way."""
     start(x)
     found = []
     for line in lines:
@@ -82,7 +80,6 @@ def run_one(number):
 
 
 def store_own(x, number):
-    """Each process stores what is its own, every eighth restores it, too."""
     start(x)
     for _ in range(OBJECTS):
         if number % 8 == 0:
@@ -93,7 +90,6 @@ def store_own(x, number):
 
 class OnSandbox(unittest.TestCase):
     def test_both_ways(self):
-        """With either login, strict or not; whole blocks and parts of one."""
         for login, sizes in (("session", (0, 1, 65535, 3000000)), ("identity", (70000,))):
             sandbox = Sandbox(self, "--login", login)
             for size, env in zip(sizes, [STRICT, {}] * 2):
@@ -102,7 +98,6 @@ class OnSandbox(unittest.TestCase):
             self.assertEqual(sandbox.states(), ["good"] * len(sizes))
 
     def test_faults(self):
-        """Whatever fails, the utility hears of it, and a half object is never offered."""
         sandbox = Sandbox(self)
         lines = [row.fault for row in FAULTS]
         got = run(under_faults, sandbox, lines, env=STRICT)
@@ -125,7 +120,6 @@ class OnSandbox(unittest.TestCase):
                     self.assertEqual(sandbox.talk(f"USER {row.user}", f"PASS {shown}"), ["331", row.reply])
 
     def test_odd_commands(self):
-        """Each gets its reply, and the next one does, too."""
         sandbox = Sandbox(self)
         *_, user, password = sandbox.open_job()
         sandbox.open_job()
@@ -169,7 +163,6 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual(os.listdir(home), ["a#b%41?c"])
 
     def refuse(self, rows):
-        """No sandbox starts in a folder that was spoilt, and nothing is written through it."""
         home = make_folder(self)
         good = f"{home}/good"
         os.mkdir(good, 0o700)

@@ -59,7 +59,6 @@ def documented(page):
 
 
 def typed(shell, script):
-    """Types a script into an interactive shell in a folder with two files and a folder."""
     folder = tempfile.mkdtemp(prefix="typed")
     unittest.addModuleCleanup(shutil.rmtree, folder)
     os.makedirs(f"{folder}/in/sub")
@@ -194,7 +193,6 @@ class Packages(unittest.TestCase):
                "--space", "rootdbs", "level0", name)
 
     def assert_examples(self, examples, login):
-        """The report reads what the tool writes, and the rules use no other names."""
         status = os.path.join(self.root, "status")
         os.mkdir(status)
         store = [TOOL, "store", "obj", __file__, "--status"]
@@ -216,7 +214,6 @@ class Packages(unittest.TestCase):
 
     @contextlib.contextmanager
     def dpkg(self):
-        """A root of its own, and the command that installs there."""
         with tempfile.TemporaryDirectory() as root:
             output("mkdir", "-p", f"{root}/var/lib/dpkg/info", f"{root}/var/lib/dpkg/updates")
             output("touch", f"{root}/var/lib/dpkg/status")
@@ -273,7 +270,6 @@ class Zsh(unittest.TestCase):
 
 class Units(unittest.TestCase):
     def test_units(self):
-        """systemd takes every line, and the commands exist."""
         with tempfile.TemporaryDirectory() as folder:
             for path in glob.glob(f"{ROOT}/examples/systemd/*.*"):
                 text = re.sub(r"/usr\S*/xbsactl", TOOL, read(path)).replace("/usr/local/bin", folder)

@@ -10,7 +10,6 @@ import subprocess
 import unittest
 
 import inifile
-from catalogue import Catalogue
 from ftpd import Daemon, serve_behind
 from sandboxed import Sandbox
 from server import Server
@@ -90,8 +89,8 @@ class Verify(Site):
         write_plain(f"{data}/changed", "jello")
         os.unlink(f"{data}/gone")
         out, error = self.call("verify", "--all", "--manifest", "m", code=1)
-        self.assertRegex(out, r"^ok    a b: 5 bytes\nok    back\\slash: .*\nFAIL  gone: BSAG.*\nFAIL  changed: differs: "
-                         f"SHA-256 is (?!{HELLO})[0-9a-f]{{64}} .* {HELLO}\n$")
+        self.assertRegex(out, r"^ok    a b: 5 bytes\nok    back\\slash: .*\nFAIL  gone: BSAG.*\nFAIL  changed: differs:"
+                         f" SHA-256 is (?!{HELLO})[0-9a-f]{{64}} .* {HELLO}\n$")
         self.assertEqual(error, "xbsactl: 2 of 4 objects failed to verify\n")
         answer = json.loads(self.call("verify", "--all", "--manifest", "m", "--json", code=1)[0])
         self.assertEqual((answer["schema"], answer["failed"], [len(o) for o in answer["objects"]]), (1, 2, [3] * 4))
@@ -135,7 +134,6 @@ class Verify(Site):
         wait_while(lambda: len(server.children) < 8)  # all had their first look at the manifest
 
         def wait_for_all(file):
-            """In line for its lock."""
             mark = re.compile(f"-> FLOCK .*:{os.fstat(file.fileno()).st_ino} ")
             wait_while(lambda: len(mark.findall(read_text("/proc/locks"))) < 8 and
                        all(tool.poll() is None for tool in tools))
@@ -181,7 +179,6 @@ class Commands(Site):
                                  f"{re.escape(row.says)}.*\nhint: .*{row.hint}")
 
     def test_exit_codes(self):
-        """What a script can tell apart, and the line that helps its author."""
         self.serve(Server({}, {}, {}, {"STOR": [b"550 Permission denied.\r\n"]}, {"PORT": []}))
         write_plain("pw0", "", 0o600)
         write_plain("conf", 'host="127.0.0.1:1"\nuser="u"\n[store]\nmanifest="m"\n[verify]\nmanifest="n"\n')
@@ -220,7 +217,6 @@ class Commands(Site):
 
 class Progress(Site):
     def test_store_and_restore(self):
-        """Asked at every step, told the truth, and the bytes are right."""
         server, steps, data = self.serve(), 10, BLOCK * 10 + b"end"
         with self.start("store", "big", "--status", "s.prom", bufsize=0) as tool:
             for moved in range(1, steps + 1):
@@ -229,8 +225,9 @@ class Progress(Site):
             self.assertEqual(metrics()["in_progress"], "1")
             tool.communicate(b"end", DEADLINE)
         got = metrics()
-        self.assertEqual((tool.returncode, got["in_progress"], got["transferred_bytes"], got["last_exit_code"],
-                          server.stored()["big"] == data), (0, "0", str(len(data)), "0", True))
+        self.assertLessEqual({"in_progress": "0", "transferred_bytes": str(len(data)), "last_exit_code": "0"}.items(),
+                             got.items())
+        self.assertEqual((tool.returncode, server.stored()["big"] == data), (0, True))
         os.unlink("s.prom")
         with self.start("restore", "big", "--status", "s.prom", bufsize=0) as tool:
             got = tool.stdout.read(1)
@@ -274,35 +271,33 @@ class Progress(Site):
 
 
 class Secrets(Site):
-    def store(self, *arguments, levels=(1, 2, 3), during=lambda: None):
-        """Once for each trace level; what could be seen of it meanwhile, and what it printed."""
-        seen = ""
-        for level in levels:
-            with self.start("store", "x", *arguments, "--trace", f"{level}:trace{level}",
-                            "--status", "s.prom", "--manifest", "m", "--verify") as tool:
-                tool.stdin.write(BLOCK)
-                self.ask(tool, len(BLOCK))
-                seen += "".join(read_text(f"/proc/{tool.pid}/{name}") for name in ("cmdline", "environ"))
-                self.assertIn("XBSA_PASSWORD=\0", seen)  # it was there
-                during()
-                seen += "".join(text.decode() for text in tool.communicate(b"", DEADLINE))
-            self.assertEqual(tool.returncode, 0, seen)
-            os.unlink("s.prom")
-        return seen
+    def store(self, *arguments):
+        """What could be seen of it meanwhile, and what it printed and wrote, hold no password."""
+        with self.start("store", "x", *arguments, "--trace", "3:trace", "--status", "s.prom", "--manifest", "m",
+                        "--verify") as tool:
+            tool.stdin.write(BLOCK)
+            self.ask(tool, len(BLOCK))
+            seen = "".join(read_text(f"/proc/{tool.pid}/{name}") for name in ("cmdline", "environ"))
+            self.assertIn("XBSA_PASSWORD=\0", seen)  # it was there
+            seen += "".join(text.decode() for text in tool.communicate(b"", DEADLINE))
+        self.assertEqual(tool.returncode, 0, seen)
+        self.search(seen)
+        os.unlink("s.prom")
 
-    def search(self, text, *secrets):
+    def search(self, text):
         texts = [read_text(name) for name in os.listdir()]
         self.assertGreater(min(map(len, texts)), 10)
-        self.assertEqual([secret for secret in secrets if secret in "".join([text, *texts])], [])
+        self.assertNotIn(CANARY, "".join([text, *texts]))
 
     def test_plain(self):
         password_file = f"{self.serve().data}/password"
         write_plain(password_file, CANARY, 0o600)
-        self.search(self.store() + self.store("--password-file", password_file), CANARY)
-        self.assertIn("PASS ****", read_text("trace3"))
+        self.store()
+        self.store("--password-file", password_file)
+        self.assertIn("PASS ****", read_text("trace"))
         for arguments in (["--password", CANARY], ["--pass=" + CANARY]):
             out = "".join(self.call("store", "x", *arguments, code=2))
-            self.search(out, CANARY)
+            self.search(out)
             self.assertIn("a password is never an argument", out)
         for mode, warned in ((0o640, True), (0o600, False)):
             os.chmod(password_file, mode)
@@ -313,7 +308,7 @@ class Secrets(Site):
         for password, user, code in (*((CANARY + more, "ftp", 2) for more in (":", "\x01", CANARY * 5)),
                                      (CANARY, "nobody", 1)):
             self.env["XBSA_PASSWORD"], self.options[3] = password, user
-            self.search("".join(self.call("verify", "x", "--manifest", "m", code=code)), CANARY)
+            self.search("".join(self.call("verify", "x", "--manifest", "m", code=code)))
 
 
 class Terminal(Site):
@@ -351,15 +346,8 @@ class Informix(Site):
     def test_secrets(self):
         Utility(self, script="#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"
                 f"{os.getcwd()}/child\nexec {self.sandbox.folder}/bin/olm_com_interface \"$@\"\n")
-        secrets = set()
-
-        def note_secrets():
-            with contextlib.closing(Catalogue(self.sandbox.folder).db) as db:
-                secrets.update(row["secret"] for row in db.run("SELECT secret FROM session"))
-        seen = self.store(levels=[3], during=note_secrets)
-        self.assertTrue(secrets and min(map(len, secrets)) > 20)
+        self.store()
         self.assertIn("KORVA_JOB=", read_text("child"))
-        self.search(seen, CANARY, *secrets)
 
     def test_queries(self):
         """One that nobody answered says why; only what the server answered is "no match"."""

@@ -89,7 +89,6 @@ class Trace(unittest.TestCase):
         self.assertNotRegex(out, "error|failed")
 
     def test_json(self):
-        """The same as the text, for scripts: a good session, a failed one, mixed ones, and none."""
         got = json.loads(self.trace(self.one + real_log({"STOR": ["452 full"]}), "--json"))
         good, bad = got["sessions"]
         want = {"number": 1, "outcome": "done", "handles": [int(handle(self.one))], "informix": False,
@@ -158,8 +157,7 @@ class Trace(unittest.TestCase):
                 ("not limited", one[:stored] + [re.sub(b"stor: .*", b"stor: KORVA_RATE_LIMIT = 9000: not "
                     b"limited, setsockopt() failed with error code: 92", one[stored])] + one[stored:],
                  ["1: done, h"], "error, "),
-                ("killed", one[:data] + two, [f"unfinished, handle {first}", f"done, handle {second}"],
-                 MIXED),
+                ("killed", one[:data] + two, [f"unfinished, handle {first}", f"done, handle {second}"], MIXED),
                 ("interleaved", interleaved, [MIXED, f"mixed, .*{first}", f"mixed, .*{second}"],
                  "<1 s|10 s|done"),
                 ("a stray line", one[:data] + [two[place(two, b"xbsa_open: Welcome")]] + one[data:],
@@ -170,8 +168,7 @@ class Trace(unittest.TestCase):
                  "failed"), ("one within another", one[:data] + two + one[data:],
                  [f"mixed, handle {first}\n", f"done, handle {second}"], f"done, handle {first}"),
                 ("a block is missing", one[:data] + one[data + 1:], [MIXED + "|" + MIXED], "10 s"),
-                ("wrong handle", real_log(scenario=wrong_handle), ["failed, ", "first error.*: 6 - "],
-                 MIXED),
+                ("wrong handle", real_log(scenario=wrong_handle), ["failed, ", "first error.*: 6 - "], MIXED),
                 ("level 1", real_log(level=65) * 2, ["2 with replies only", "reply +230 in"], MIXED),
                 ("level 3, sms", real_log(user=b"sms", level=67), [r"PASS \*+: 230", "1 done"], MIXED)):
             with self.subTest(row.odd):
