@@ -80,6 +80,11 @@ class Destinations(unittest.TestCase):
             self.assertEqual(run(name, env={"INFORMIXDIR": folder}).value, log + b"xbsa.log")
         self.assertEqual(run(name).value, b"")
 
+    def test_read_environment(self):
+        found = run(lambda x: x.xbsa_read_environment(), env={"XBSA_TRACE": "3"}).trace
+        self.assertEqual([line.replace("xbsa_read_environment: Environment variable: ", "") for line in found],
+                         ["[XBSA_TRACE = 3].", "[XBSA_LOGFILE] not found."])
+
     def test_host_s_own(self):
         """A descriptor that the host gave serves as the log, though nobody reads any more."""
         def trace(x):
