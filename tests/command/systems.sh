@@ -14,12 +14,6 @@ work=$PWD/build/systems
 rows=()
 
 # What runs in the root, one function a column.
-in_root() { # STEP
-    cd /src
-    export DEBIAN_FRONTEND=noninteractive HOME=/root
-    "root_$1"
-}
-
 root_build() {
     # Debian 11 has no CLI11: the header of the next release serves.
     if [[ ! -e /usr/include/CLI/CLI.hpp ]]; then
@@ -50,9 +44,9 @@ root_demo() { korva-xbsa-demo; }
 
 root_purge() { # nothing may stay after a removal, nor after a purge of what was installed again
     local way
-    for way in remove purge; do
-        [[ $way == remove ]] || apt-get install -y --no-install-recommends ./build/release/packages/*.deb
-        apt-get "$way" -y libxbsa1 libxbsa-dev xbsactl korva-xbsa korva-xbsa-dev korva-xbsa-sandbox
+    for way in "apt-get remove -y" "dpkg --purge"; do
+        apt-get install -y --no-install-recommends ./build/release/packages/*.deb
+        $way libxbsa1 libxbsa-dev xbsactl korva-xbsa korva-xbsa-dev korva-xbsa-sandbox
         ! find / -xdev \( -path /src -o -path /root/.cache -o -path /newer \) -prune -o \
             -name '*xbsa*' -print | grep . || return
     done
@@ -87,8 +81,8 @@ make_root() { # RELEASE
 
 try() { # RELEASE STEP: sets result
     local log=$work/$1.$2.log
-    result="**failed**"
-    if run "$1" "$2" >"$log" 2>&1; then result=passed; fi
+    result=passed
+    run "$1" "$2" >"$log" 2>&1 || result="**failed**"
     if [[ $2 == tests || $2 == newer ]]; then
         result+=$(sed -n 's/.* \([0-9]*\) tests failed out of \([0-9]*\)/ (\2, \1 failed)/p' "$log")
     fi
@@ -112,7 +106,9 @@ try_all() { # RELEASE: adds a row
 }
 
 if [[ ${1-} == --in-root ]]; then
-    in_root "$2"
+    cd /src
+    export DEBIAN_FRONTEND=noninteractive HOME=/root
+    "root_$2"
     exit
 fi
 
