@@ -233,7 +233,7 @@ class Progress(Site):
         os.unlink("s.prom")
         with self.start("restore", "big", "--status", "s.prom", bufsize=0) as tool:
             got = tool.stdout.read(1)
-            self.ask(tool, 2 * len(BLOCK))  # the pipe takes a block, the next one waits
+            self.ask(tool, len(BLOCK))  # the pipe takes a block, the next one waits
             while part := tool.stdout.read(1 << 16):
                 got += part
                 tool.send_signal(signal.SIGUSR1)

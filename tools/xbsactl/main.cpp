@@ -57,10 +57,9 @@ int Report(const std::exception &I_sError, const COMMAND_LINE &I_sLine)
     const int iExit = spFailure != nullptr ? spFailure->iExit : base::EXIT_FAILED;
     const std::string strText = base::Printable(I_sError.what());
     const bool bUsage = iExit == base::EXIT_USAGE;
-    const auto eMode =
-        I_sLine.sConnection.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN;
     const bool bFailure = !bUsage && iExit != base::EXIT_NO_MATCH;
-    const std::string strHint = bFailure ? explain::Hint(strText, eMode) : "";
+    const std::string strHint =
+        bFailure ? explain::Advice(strText, I_sLine.sConnection.bInformix).strHint : "";
     fprintf(stderr, "xbsactl: %s%s\n", strText.c_str(), bUsage ? " (see xbsactl --help)" : "");
     if (!strHint.empty()) fprintf(stderr, "hint: %s\n", base::Printable(strHint).c_str());
     return iExit;

@@ -245,14 +245,7 @@ struct HELP_FORMAT : CLI::Formatter
 {
     std::string make_option_desc(const CLI::Option *spOption) const override
     {
-        std::string strText = spOption->get_description();
-        const size_t uWidth = 79 - get_column_width();
-        for (size_t uLine = 0; strText.size() - uLine > uWidth; uLine++)
-        {
-            uLine = strText.rfind(' ', uLine + uWidth);
-            strText[uLine] = '\n';
-        }
-        return strText;
+        return base::Wrapped(spOption->get_description(), 79 - get_column_width(), 0);
     }
 };
 

@@ -90,11 +90,23 @@ std::string Visible(const std::string &I_strText);
 // The same, without controls and blanks at its end: a server's reply in one line.
 std::string Printable(std::string I_strText);
 
+// The text with line ends between words for lines of that width; all but the first are indented.
+std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent);
+
 // The text with a mask for each place where a peer said the secret back.
 std::string Masked(std::string I_strText, const std::string &I_strSecret);
 
-// Two lower-case digits for each byte.
-std::string Hex(const unsigned char *ucpBytes, size_t I_uLength);
+// The SHA-256 of all that is added. Throws FAILURE.
+class CSha256
+{
+  public:
+    CSha256();
+    void Add(std::string_view I_svBytes);
+    std::string Digits(); // 64 in lower case; nothing can be added afterwards
+
+  private:
+    std::unique_ptr<struct evp_md_ctx_st, void (*)(struct evp_md_ctx_st *)> spContext;
+};
 
 constexpr size_t NAME_ROOM = sizeof(BSA_ObjectName::objectSpaceName) - 1; // bytes
 

@@ -53,14 +53,6 @@ bool IsCommand(unsigned I_uPoint)
 }
 } // namespace
 
-std::string Hex(const unsigned char *ucpBytes, size_t I_uLength)
-{
-    std::string strHex;
-    for (const unsigned char *ucpByte = ucpBytes; ucpByte < ucpBytes + I_uLength; ucpByte++)
-        strHex.append({"0123456789abcdef"[*ucpByte >> 4], "0123456789abcdef"[*ucpByte & 15]});
-    return strHex;
-}
-
 bool HasControlCharacter(const std::string &I_strText)
 {
     return std::any_of(I_strText.begin(), I_strText.end(), IsControl);
@@ -91,6 +83,18 @@ std::string Printable(std::string I_strText)
     while (!I_strText.empty() && (IsControl(I_strText.back()) || I_strText.back() == ' '))
         I_strText.pop_back();
     return Visible(I_strText);
+}
+
+std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent)
+{
+    for (size_t uLine = 0; I_strText.size() - uLine > I_uWidth; uLine += 1 + I_uIndent)
+    {
+        const size_t uBlank = I_strText.rfind(' ', uLine + I_uWidth);
+        if (uBlank == std::string::npos || uBlank <= uLine) break; // a word without end
+        I_strText.replace(uBlank, 1, "\n" + std::string(I_uIndent, ' '));
+        uLine = uBlank;
+    }
+    return I_strText;
 }
 
 std::string Masked(std::string I_strText, const std::string &I_strSecret)
