@@ -109,15 +109,18 @@ void Run(const OPTIONS &I_sOptions)
         else Print(SessionText(sShown));
         if (sPage) sPage->Add(sShown);
     });
-    bool bEmpty = true;
-    while (const LOG_LINE *spLine = sReader.Next())
+    uint64_t uLines = 0;
+    for (const LOG_LINE *spLine = sReader.Next(); spLine != nullptr; spLine = sReader.Next())
     {
-        bEmpty = false;
+        uLines++;
         sSessions.Take(*spLine);
         if (!spLine->bTrace) sCounts[FOREIGN].uCount++;
     }
     sSessions.Finish();
-    if (bEmpty)
+    if (uLines > 0 && uLines == sCounts[FOREIGN].uCount)
+        throw base::FileFailure(base::Quoted(I_sOptions.strFile),
+                                " is not a trace log: no line of it is the library's");
+    if (uLines == 0)
         fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
               "XBSA_TRACE was 0\n",
               stderr);
