@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -98,32 +100,27 @@ class CSessions
     explicit CSessions(SINK I_fpSink);
 
     void Take(const LOG_LINE &I_sLine);
-    void Finish(); // the log has ended
+
+    // Hands out what has ended, and the oldest when more than that many go on.
+    void Finish(size_t I_uKeep = 0);
 
   private:
-    static constexpr size_t NONE = static_cast<size_t>(-1);
-
-    SESSION &Current()
-    {
-        return deqSessions[uCurrent];
-    }
     void Choose(const LOG_LINE &I_sLine);
     void TakeHandle(const LOG_LINE &I_sLine);
     void JudgeForeignHandle(const LOG_LINE &I_sLine);
-    void Adopt(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit);
+    void Adopt(long I_lHandle, const LOG_LINE &I_sLine);
     void AddForeign(long I_lHandle, const std::string &I_strSign);
-    template <typename TEST> size_t FindOther(TEST I_fpTest) const;
-    void Merge(size_t I_uOther, const std::string &I_strSign);
+    template <typename TEST> SESSION *FindOther(TEST I_fpTest);
+    void Merge(SESSION *X_spOther, const std::string &I_strSign);
     void TakeMixed(const LOG_LINE &I_sLine);
     void TakeCut(const LOG_LINE &I_sLine, const FUNCTION &I_sWriter);
     void Judge(const LOG_LINE &I_sLine);
     void FoldRejected();
     void End(STATE I_eState);
-    void Flush(size_t I_uKeep);
 
     SINK fpSink;
-    std::deque<SESSION> deqSessions; // some have ended, and wait for an earlier one to end
-    size_t uCurrent = NONE;          // the one that the last line belonged to
+    std::list<SESSION> lstSessions; // some have ended, and wait for an earlier one to end
+    SESSION *spCurrent = nullptr;   // the one that the last line belonged to
     uint64_t uSessions = 0;
 };
 
