@@ -1,8 +1,6 @@
 #include "trace/parts.h"
 
-#include <algorithm>
 #include <sstream>
-#include <tuple>
 
 namespace trace
 {
@@ -14,81 +12,64 @@ constexpr int64_t BEFORE = 60; // seconds around a session in which a message be
 constexpr int64_t AFTER = 2;
 } // namespace
 
-// Returns false for a line that is not a message of its own.
-bool CActivityLog::Parse(std::string_view I_svLine, MESSAGE &O_sMessage)
+// Nothing for a line that is not a message of its own.
+std::optional<CActivityLog::MESSAGE> CActivityLog::Parse(std::string_view I_svLine)
 {
     std::istringstream sWords{std::string(I_svLine)};
     std::string strDay;
     std::string strClock;
+    std::string strText;
+    MESSAGE sMessage;
     long lParent = 0;
-    if (!(sWords >> strDay >> strClock >> O_sMessage.lProcess >> lParent)) return false;
+    if (!(sWords >> strDay >> strClock >> sMessage.lProcess >> lParent)) return std::nullopt;
     const std::optional<int64_t> iTime = ParseTime(strDay + " " + strClock);
-    if (!iTime || O_sMessage.lProcess <= 0) return false;
-    O_sMessage.iTime = *iTime;
-    std::getline(sWords >> std::ws, O_sMessage.strText);
-    O_sMessage.strText = Clean(O_sMessage.strText);
-    return true;
+    if (!iTime || sMessage.lProcess <= 0) return std::nullopt;
+    std::getline(sWords >> std::ws, strText);
+    sMessage.iTime = *iTime;
+    sMessage.strText = Clean(strText);
+    return sMessage;
 }
 
 CActivityLog::CActivityLog(const std::string &I_strFile)
 {
     if (I_strFile.empty()) return;
     CLineReader sReader(I_strFile);
+    MESSAGE sMessage;
     while (const LOG_LINE *spLine = sReader.Next())
     {
-        MESSAGE sMessage;
-        if (Parse(spLine->svText, sMessage)) Add(sMessage);
-        else if (!deqMessages.empty() && !spLine->svText.empty() &&
-                 deqMessages.back().strText.size() < LONGEST_MESSAGE)
-        {
-            const std::string strMore = " " + Clean(spLine->svText);
-            deqMessages.back().strText += strMore;
-            uBytes += strMore.size();
-        }
+        if (const std::optional<MESSAGE> sNext = Parse(spLine->svText))
+            Add(std::exchange(sMessage, *sNext));
+        else if (!spLine->svText.empty() && sMessage.strText.size() < LONGEST_MESSAGE)
+            sMessage.strText += " " + Clean(spLine->svText);
     }
-    std::stable_sort(
-        deqMessages.begin(), deqMessages.end(), [](const MESSAGE &sOne, const MESSAGE &sOther) {
-            return std::tie(sOne.lProcess, sOne.iTime) < std::tie(sOther.lProcess, sOther.iTime);
-        });
+    Add(sMessage);
 }
 
 void CActivityLog::Add(const MESSAGE &I_sMessage)
 {
-    deqMessages.push_back(I_sMessage);
-    uUnused++;
-    uBytes += sizeof(MESSAGE) + I_sMessage.strText.size();
-    while (uBytes > MOST_BYTES)
+    if (I_sMessage.lProcess == 0) return; // what came before the first one
+    mapMessages.emplace(I_sMessage.iTime, I_sMessage);
+    uBytes += I_sMessage.Size();
+    for (; uBytes > MOST_BYTES; uDropped++)
     {
-        uBytes -= sizeof(MESSAGE) + deqMessages.front().strText.size();
-        deqMessages.pop_front();
-        uUnused--;
-        uDropped++;
+        uBytes -= mapMessages.begin()->second.Size();
+        mapMessages.erase(mapMessages.begin());
     }
 }
 
 std::vector<STEP> CActivityLog::TakeFor(const SESSION &I_sSession)
 {
     std::vector<STEP> vecFound;
-    for (const long lHandle : I_sSession.setHandles)
+    auto spNext = mapMessages.lower_bound(I_sSession.sFirst.iTime - BEFORE);
+    while (spNext != mapMessages.end() && spNext->first <= I_sSession.sLast.iTime + AFTER)
     {
-        const auto fpBefore = [lHandle](const MESSAGE &sMessage, int64_t iTime) {
-            return std::tie(sMessage.lProcess, sMessage.iTime) < std::tie(lHandle, iTime);
-        };
-        for (auto spMessage = std::lower_bound(deqMessages.begin(), deqMessages.end(),
-                                               I_sSession.sFirst.iTime - BEFORE, fpBefore);
-             spMessage != deqMessages.end() && spMessage->lProcess == lHandle &&
-             spMessage->iTime <= I_sSession.sLast.iTime + AFTER;
-             ++spMessage)
-        {
-            if (std::exchange(spMessage->bUsed, true)) continue;
-            uUnused--;
-            const std::string strWho = I_sSession.IsMixed() ? std::to_string(lHandle) + ": " : "";
-            vecFound.push_back({KIND::DATABASE, spMessage->iTime, strWho + spMessage->strText});
-        }
+        const auto spMessage = spNext++;
+        const auto &[lProcess, iTime, strText] = spMessage->second;
+        if (!I_sSession.HasHandle(lProcess)) continue;
+        const std::string strWho = I_sSession.IsMixed() ? std::to_string(lProcess) + ": " : "";
+        vecFound.push_back({KIND::DATABASE, iTime, strWho + strText});
+        mapMessages.erase(spMessage);
     }
-    std::stable_sort(vecFound.begin(), vecFound.end(), [](const STEP &sOne, const STEP &sOther) {
-        return sOne.iStart < sOther.iStart;
-    });
     return vecFound;
 }
 } // namespace trace

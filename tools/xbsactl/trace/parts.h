@@ -134,7 +134,11 @@ class CActivityLog
     // The messages of the session's processes in its time, each handed out once, in order of time.
     std::vector<STEP> TakeFor(const SESSION &I_sSession);
 
-    uint64_t uUnused = 0;
+    uint64_t Unused() const
+    {
+        return mapMessages.size();
+    }
+
     uint64_t uDropped = 0; // the oldest, of a log that does not fit into memory
 
   private:
@@ -142,13 +146,17 @@ class CActivityLog
     {
         long lProcess = 0;
         int64_t iTime = 0;
-        bool bUsed = false;
         std::string strText;
+
+        size_t Size() const
+        {
+            return sizeof(MESSAGE) + strText.size();
+        }
     };
-    static bool Parse(std::string_view I_svLine, MESSAGE &O_sMessage);
+    static std::optional<MESSAGE> Parse(std::string_view I_svLine);
     void Add(const MESSAGE &I_sMessage);
 
-    std::deque<MESSAGE> deqMessages; // by process and time once all are read
+    std::multimap<int64_t, MESSAGE> mapMessages; // by their time
     size_t uBytes = 0;
 };
 

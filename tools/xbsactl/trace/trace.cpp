@@ -121,7 +121,7 @@ void Run(const OPTIONS &I_sOptions)
         fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
               "XBSA_TRACE was 0\n",
               stderr);
-    sCounts[UNUSED].uCount = sActivity.uUnused;
+    sCounts[UNUSED].uCount = sActivity.Unused();
     sCounts[DROPPED].uCount = sActivity.uDropped;
     const std::string strSummary = Summary(sCounts, uShown);
     if (!I_sOptions.bJson) Print(strSummary + "\n");
