@@ -205,12 +205,12 @@ class CPage
   private:
     struct ENTRY
     {
-        std::string strNumber;
-        std::string strLink; // of the overview
-        std::string strSection;
-        int64_t iFirst = 0;
-        int64_t iLast = 0;
+        std::string strName; // "session 1"
+        int64_t iFirst;
+        int64_t iLast;
         std::vector<BAR> vecBars;
+        std::string strLink{}; // of the overview
+        std::string strSection{};
         size_t uBytes = 0;
     };
 
