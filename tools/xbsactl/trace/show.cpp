@@ -1,8 +1,6 @@
 #include "trace/parts.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 
 #include "base/json.h"
 #include "explain/explain.h"
@@ -40,10 +38,8 @@ std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
 {
     const auto [strClock, strKind, strDuration, strText] = Cells(I_sShown, I_sStep);
     if (I_sStep.eKind == KIND::OBJECT) return "  " + strText + "\n";
-    std::array<char, 64> szStart{};
-    snprintf(szStart.data(), szStart.size(), "    %s  %-8s %-9s  ", strClock.c_str(),
-             strKind.c_str(), strDuration.c_str());
-    return szStart.data() + strText + (I_sStep.bFailed ? "  <-- failed" : "") + "\n";
+    return base::Text("    ", strClock, "  ", std::left, std::setw(8), strKind, ' ', std::setw(9),
+                      strDuration, "  ", strText, I_sStep.bFailed ? "  <-- failed\n" : "\n");
 }
 
 base::JSON StepJson(const STEP &I_sStep)

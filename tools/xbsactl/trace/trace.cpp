@@ -95,18 +95,14 @@ void Run(const OPTIONS &I_sOptions)
 
     COUNTS sCounts = NO_COUNTS;
     uint64_t uShown = 0;
-    std::string strFront = "{\"schema\": " + std::to_string(SCHEMA) + ", \"sessions\": [\n";
+    if (I_sOptions.bJson) Print(base::Text("{\"schema\": ", SCHEMA, ", \"sessions\": [\n"));
     CSessions sSessions([&](const SESSION &sSession) {
-        if (!IsWanted(sSession, I_sOptions, iSince))
-        {
-            sCounts[HIDDEN].uCount++;
-            return;
-        }
-        sCounts[static_cast<size_t>(sSession.Outcome())].uCount++;
-        uShown++;
+        const bool bWanted = IsWanted(sSession, I_sOptions, iSince);
+        sCounts[bWanted ? static_cast<COUNTED>(sSession.Outcome()) : HIDDEN].uCount++;
+        if (!bWanted) return;
         const SHOWN sShown = Show(sSession, sActivity.TakeFor(sSession));
-        if (I_sOptions.bJson) Print(std::exchange(strFront, ",\n") + SessionJson(sShown));
-        else Print(SessionText(sShown));
+        const char *cpBreak = uShown++ == 0 ? "" : ",\n";
+        Print(I_sOptions.bJson ? cpBreak + SessionJson(sShown) : SessionText(sShown));
         if (sPage) sPage->Add(sShown);
     });
     bool bEmpty = true;
@@ -124,10 +120,8 @@ void Run(const OPTIONS &I_sOptions)
     sCounts[UNUSED].uCount = sActivity.Unused();
     sCounts[DROPPED].uCount = sActivity.uDropped;
     const std::string strSummary = Summary(sCounts, uShown);
-    if (!I_sOptions.bJson) Print(strSummary + "\n");
-    else
-        Print((uShown == 0 ? strFront : "") + "],\n\"summary\": " + SummaryJson(sCounts, uShown) +
-              "}\n");
+    const std::string strJson = "],\n\"summary\": " + SummaryJson(sCounts, uShown) + "}\n";
+    Print(I_sOptions.bJson ? strJson : strSummary + "\n");
     if (sPage) sPage->Finish(strSummary);
 }
 } // namespace trace
