@@ -65,7 +65,7 @@ std::vector<STEP> CActivityLog::TakeFor(const SESSION &I_sSession)
     {
         const auto spMessage = spNext++;
         const auto &[lProcess, iTime, strText] = spMessage->second;
-        if (!I_sSession.HasHandle(lProcess)) continue;
+        if (!I_sSession.setHandles.contains(lProcess)) continue;
         const std::string strWho = I_sSession.IsMixed() ? std::to_string(lProcess) + ": " : "";
         vecFound.push_back({KIND::DATABASE, iTime, strWho + strText});
         mapMessages.erase(spMessage);

@@ -177,10 +177,6 @@ std::string Table(const SHOWN &I_sShown)
 }
 } // namespace
 
-CPage::CPage(const std::string &I_strFile) : sOutput(I_strFile)
-{
-}
-
 void CPage::Add(const SHOWN &I_sShown)
 {
     const SESSION &sSession = I_sShown.sSession;

@@ -54,7 +54,9 @@ struct LOG_LINE
 class CLineReader
 {
   public:
-    explicit CLineReader(const std::string &I_strFile); // "-": standard input
+    explicit CLineReader(const std::string &I_strFile) : sInput(I_strFile) // "-": standard input
+    {
+    }
 
     // Null at the end. A line longer than the library writes is cut. Throws FAILURE.
     const LOG_LINE *Next();
@@ -72,8 +74,8 @@ class CLineReader
     std::string strStamp; // of the last line
 };
 
-// The moment that the user gave ("2026-11-24 17", "17:00"); a time of day alone is one of the
-// file's last day. Throws USAGE_ERROR, and FAILURE when the file cannot be read.
+// The moment that the user gave ("2026-11-24 17", "17:00"), before all others when it is empty; a
+// time of day alone is one of the file's last day. Throws USAGE_ERROR, and FAILURE when the file cannot be read.
 int64_t Moment(const std::string &I_strText, const std::string &I_strFile);
 
 // ---- take.cpp
@@ -97,7 +99,9 @@ class CSessions
     using SINK = std::function<void(const SESSION &)>;
 
     // The sink gets each session once it is known whole, in the order of their beginnings.
-    explicit CSessions(SINK I_fpSink);
+    explicit CSessions(SINK I_fpSink) : fpSink(std::move(I_fpSink))
+    {
+    }
 
     void Take(const LOG_LINE &I_sLine);
 
@@ -197,7 +201,9 @@ struct BAR
 class CPage
 {
   public:
-    explicit CPage(const std::string &I_strFile);
+    explicit CPage(const std::string &I_strFile) : sOutput(I_strFile)
+    {
+    }
 
     void Add(const SHOWN &I_sShown);              // keeps the newest, as many as have room
     void Finish(const std::string &I_strSummary); // the file is there afterwards

@@ -162,10 +162,6 @@ struct SESSION
     {
         return !sMixture.strSign.empty();
     }
-    bool HasHandle(long I_lHandle) const
-    {
-        return setHandles.count(I_lHandle) > 0;
-    }
     void AddHandle(long I_lHandle);
     void AddStep(const STEP &I_sStep); // of a mixed one the objects alone
     std::vector<STEP> Steps() const;   // those too that go on

@@ -40,10 +40,6 @@ void BecomeMixed(SESSION &X_sSession, const std::string &I_strSign)
 }
 } // namespace
 
-CSessions::CSessions(SINK I_fpSink) : fpSink(std::move(I_fpSink))
-{
-}
-
 // The session that the line goes to; at level 1 the next connection is the next session.
 void CSessions::Choose(const LOG_LINE &I_sLine)
 {
@@ -87,7 +83,7 @@ void CSessions::Adopt(long I_lHandle, const LOG_LINE &I_sLine)
 {
     const bool bInit = I_sLine.svText.starts_with("BSAInit");
     SESSION *spEarlier = FindOther([&](const SESSION &sSession) {
-        return sSession.HasHandle(I_lHandle) &&
+        return sSession.setHandles.contains(I_lHandle) &&
                (sSession.eState == STATE::OPEN || (sSession.eState == STATE::TERMINATED && !bInit));
     });
     spCurrent->AddHandle(I_lHandle);
@@ -103,14 +99,14 @@ void CSessions::Adopt(long I_lHandle, const LOG_LINE &I_sLine)
 void CSessions::AddForeign(long I_lHandle, const std::string &I_strSign)
 {
     SESSION *spOwner = FindOther([&](const SESSION &sSession) {
-        return sSession.eState == STATE::OPEN && sSession.HasHandle(I_lHandle);
+        return sSession.eState == STATE::OPEN && sSession.setHandles.contains(I_lHandle);
     });
     if (spOwner == nullptr)
         spOwner = FindOther([](const SESSION &sSession) {
             return sSession.eState == STATE::OPEN && sSession.eOrigin == ORIGIN::INIT &&
                    sSession.setHandles.empty();
         });
-    if (spOwner != nullptr && !spCurrent->HasHandle(I_lHandle)) Merge(spOwner, I_strSign);
+    if (spOwner != nullptr && !spCurrent->setHandles.contains(I_lHandle)) Merge(spOwner, I_strSign);
     BecomeMixed(*spCurrent, I_strSign);
     spCurrent->AddHandle(I_lHandle);
 }
@@ -121,7 +117,7 @@ void CSessions::TakeHandle(const LOG_LINE &I_sLine)
     if (lHandle == 0) return;
     if (spCurrent->IsMixed()) AddForeign(lHandle, ""); // it has its sign
     else if (spCurrent->setHandles.empty()) Adopt(lHandle, I_sLine);
-    else if (!spCurrent->HasHandle(lHandle)) spCurrent->sProgress.lForeign = lHandle;
+    else if (!spCurrent->setHandles.contains(lHandle)) spCurrent->sProgress.lForeign = lHandle;
 }
 
 // A caller that names a wrong handle learns so in the next line.

@@ -69,25 +69,33 @@ std::string SummaryJson(const COUNTS &I_sCounts, uint64_t I_uShown)
     return strJson + "}";
 }
 
+void ReadLog(CLineReader &X_sReader, CSessions &X_sSessions, uint64_t &X_uForeign)
+{
+    bool bEmpty = true;
+    while (const LOG_LINE *spLine = X_sReader.Next())
+    {
+        bEmpty = false;
+        X_sSessions.Take(*spLine);
+        if (!spLine->bTrace) X_uForeign++;
+    }
+    X_sSessions.Finish();
+    if (bEmpty)
+        fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
+              "XBSA_TRACE was 0\n",
+              stderr);
+}
+
 void Print(const std::string &I_strText)
 {
     fputs(I_strText.c_str(), stdout);
     if (ferror(stdout) != 0) throw base::FAILURE("writing standard output failed");
-}
-
-bool IsWanted(const SESSION &I_sSession, const OPTIONS &I_sOptions, int64_t I_iSince)
-{
-    return I_sSession.sLast.iTime >= I_iSince &&
-           (I_sOptions.lHandle == 0 || I_sSession.HasHandle(I_sOptions.lHandle));
 }
 } // namespace
 
 void Run(const OPTIONS &I_sOptions)
 {
     CheckPage(I_sOptions);
-    const int64_t iSince = I_sOptions.strSince.empty()
-                               ? std::numeric_limits<int64_t>::min()
-                               : Moment(I_sOptions.strSince, I_sOptions.strFile);
+    const int64_t iSince = Moment(I_sOptions.strSince, I_sOptions.strFile);
     CLineReader sReader(I_sOptions.strFile);
     CActivityLog sActivity(I_sOptions.strActLog);
     std::optional<CPage> sPage;
@@ -97,7 +105,9 @@ void Run(const OPTIONS &I_sOptions)
     uint64_t uShown = 0;
     if (I_sOptions.bJson) Print(base::Text("{\"schema\": ", SCHEMA, ", \"sessions\": [\n"));
     CSessions sSessions([&](const SESSION &sSession) {
-        const bool bWanted = IsWanted(sSession, I_sOptions, iSince);
+        const bool bHandle =
+            I_sOptions.lHandle == 0 || sSession.setHandles.contains(I_sOptions.lHandle);
+        const bool bWanted = bHandle && sSession.sLast.iTime >= iSince;
         sCounts[bWanted ? static_cast<COUNTED>(sSession.Outcome()) : HIDDEN].uCount++;
         if (!bWanted) return;
         const SHOWN sShown = Show(sSession, sActivity.TakeFor(sSession));
@@ -105,18 +115,7 @@ void Run(const OPTIONS &I_sOptions)
         Print(I_sOptions.bJson ? cpBreak + SessionJson(sShown) : SessionText(sShown));
         if (sPage) sPage->Add(sShown);
     });
-    bool bEmpty = true;
-    while (const LOG_LINE *spLine = sReader.Next())
-    {
-        bEmpty = false;
-        sSessions.Take(*spLine);
-        if (!spLine->bTrace) sCounts[FOREIGN].uCount++;
-    }
-    sSessions.Finish();
-    if (bEmpty)
-        fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
-              "XBSA_TRACE was 0\n",
-              stderr);
+    ReadLog(sReader, sSessions, sCounts[FOREIGN].uCount);
     sCounts[UNUSED].uCount = sActivity.Unused();
     sCounts[DROPPED].uCount = sActivity.uDropped;
     const std::string strSummary = Summary(sCounts, uShown);
