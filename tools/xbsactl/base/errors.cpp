@@ -53,14 +53,6 @@ bool IsCommand(unsigned I_uPoint)
 }
 } // namespace
 
-std::string Hex(const unsigned char *ucpBytes, size_t I_uLength)
-{
-    std::string strHex;
-    for (const unsigned char *ucpByte = ucpBytes; ucpByte < ucpBytes + I_uLength; ucpByte++)
-        strHex.append({"0123456789abcdef"[*ucpByte >> 4], "0123456789abcdef"[*ucpByte & 15]});
-    return strHex;
-}
-
 bool HasControlCharacter(const std::string &I_strText)
 {
     return std::any_of(I_strText.begin(), I_strText.end(), IsControl);

@@ -116,9 +116,10 @@ int CReport::FinishNagios() const
     return iExit;
 }
 
-int NagiosUnknown()
+int NagiosUnknown(std::string I_strReason)
 {
-    printf("XBSA UNKNOWN - the check could not be run, standard error shows why\n");
+    std::replace(I_strReason.begin(), I_strReason.end(), '|', '/');
+    printf("XBSA UNKNOWN - %s\n", I_strReason.c_str());
     return 3;
 }
 

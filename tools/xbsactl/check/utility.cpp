@@ -1,11 +1,8 @@
-#include <array>
-#include <climits>
 #include <filesystem>
 #include <fstream>
 
 #include "check/parts.h"
 #include "library/library.h"
-#include "xbsa_session.h"
 
 namespace check
 {
@@ -23,16 +20,6 @@ std::string IniKeys()
         if (strLine.find('=') != std::string::npos)
             strKeys += " " + strLine.substr(0, strLine.find('='));
     return strKeys.empty() ? " none" : strKeys;
-}
-
-// The library's own search.
-void FindUtility(const std::string &I_strLibrary, const SAY &I_fpSay)
-{
-    std::array<char, PATH_MAX> szPath{};
-    unsigned uSize = szPath.size();
-    void *vpLibrary = library::Load(I_strLibrary);
-    if (LIBRARY_SYMBOL(vpLibrary, find_com_intf)(szPath.data(), &uSize) == 0)
-        I_fpSay("path", szPath.data());
 }
 
 // A query for a copy that does not exist: the answer is OK and names none.
@@ -59,7 +46,7 @@ struct UTILITY
     FINDING IniKey()
     {
         const auto fpFind = [this](const SAY &fpSay) {
-            FindUtility(sConnection.strLibrary, fpSay);
+            fpSay("path", library::UtilityPath(library::Load(sConnection.strLibrary)));
         };
         strPath = RunChild(sBound, fpFind).Value("path");
         const std::string strFolder = std::filesystem::path(strPath).parent_path();

@@ -192,7 +192,8 @@ PATTERNS AllPatterns()
             const bool bReply = strText[0] >= '1' && strText[0] <= '5';
             const bool bStep = sRow.spSection->cpKind == std::string_view("check");
             AddPattern(mapPatterns, sRow, (bStep ? ": " : "") + strText);
-            if (bReply) AddPattern(mapPatterns, sRow, ": " + strText.substr(0, 3));
+            for (const char *cpEnd : {"", "-..."}) // of several lines
+                if (bReply) AddPattern(mapPatterns, sRow, ": " + strText.substr(0, 3) + cpEnd);
         }
     return mapPatterns;
 }

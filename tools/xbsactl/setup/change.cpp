@@ -37,12 +37,12 @@ void Note(const PLACE &I_sPlace, JOURNAL &X_sJournal, CHANGE &X_sChange)
 {
     const std::string strBefore = HashOf(X_sChange.strBefore);
     const std::string strAfter = HashOf(X_sChange.strAfter);
-    RECORD *spRecord = X_sJournal.Find(X_sChange.strFile);
-    if (spRecord == nullptr)
+    auto &vecRecords = X_sJournal.vecRecords;
+    const auto spRecord = std::ranges::find(vecRecords, X_sChange.strFile, &RECORD::strFile);
+    if (spRecord == vecRecords.end())
     {
         if (X_sChange.strBefore) X_sChange.strCopy = FreeCopyName(I_sPlace, X_sChange.strFile);
-        X_sJournal.vecRecords.push_back(
-            {X_sChange.strFile, X_sChange.strCopy, strBefore, strAfter});
+        vecRecords.push_back({X_sChange.strFile, X_sChange.strCopy, strBefore, strAfter});
         return;
     }
     const bool bFresh = strBefore == spRecord->strBefore; // a run was killed, or put back by hand
@@ -53,87 +53,85 @@ void Note(const PLACE &I_sPlace, JOURNAL &X_sJournal, CHANGE &X_sChange)
 
 void TakeBack(const PLACE &I_sPlace, const CHANGE &I_sChange)
 {
-    if (!I_sChange.strCopy.empty())
-    {
-        if (I_sPlace.Exists(I_sChange.strCopy))
-            I_sPlace.MoveBack(I_sChange.strCopy, I_sChange.strFile);
-    }
-    else if (!I_sChange.strBefore) I_sPlace.Remove(I_sChange.strFile);
-    else I_sPlace.Write(I_sChange.strFile, *I_sChange.strBefore);
-}
-
-// What another account owns could be neither kept as a copy nor replaced without a new owner.
-void RefuseForeign(const PLACE &I_sPlace, const std::string &I_strFile)
-{
-    const std::optional<struct stat> sStatus = I_sPlace.At(I_strFile).Status();
-    if (geteuid() == 0 || !sStatus || sStatus->st_uid == geteuid()) return;
-    throw base::FileFailure(
-        I_sPlace.Path(I_strFile) + " belongs to account " + std::to_string(sStatus->st_uid) +
-        ", and setup runs as " + std::to_string(geteuid()) + ": " +
-        (I_strFile == I_sPlace.strOnconfig ? "run setup as its owner, or as root"
-                                           : "give it the onconfig's owner first") +
-        "; nothing was changed");
+    const auto &[strFile, strBefore, strAfter, strCopy] = I_sChange;
+    if (strCopy.empty() && strBefore) I_sPlace.Write(strFile, *strBefore);
+    else if (strCopy.empty()) I_sPlace.Remove(strFile);
+    else if (I_sPlace.Exists(strCopy)) I_sPlace.Move(strCopy, strFile);
 }
 
 void RefuseClosed(const PLACE &I_sPlace)
 {
     if (faccessat(I_sPlace.spEtc->Get(), ".", W_OK | X_OK, AT_EACCESS) == 0) return;
-    throw base::FileFailure(I_sPlace.Path("etc") + ": this account may not write there: run setup "
-                                                   "as the folder's owner or as root; nothing was "
-                                                   "changed");
+    throw base::FileFailure(I_sPlace.Path("etc"),
+                            ": this account may not write there: run setup as the folder's owner "
+                            "or as root; nothing was changed");
 }
 
-// The reader of the question may have taken a while to answer.
-void CheckUnchanged(const PLACE &I_sPlace, const std::vector<CHANGE> &I_vecChanges)
+// The reader of the question may have taken a while to answer. What another account owns could be
+// neither kept as a copy nor replaced without a new owner.
+void CheckUnchanged(const PLACE &I_sPlace, const CHANGE &I_sChange)
 {
-    for (const CHANGE &sChange : I_vecChanges)
-    {
-        RefuseForeign(I_sPlace, sChange.strFile);
-        if (I_sPlace.Content(sChange.strFile) != sChange.strBefore)
-            throw base::FileFailure(I_sPlace.Path(sChange.strFile) +
-                                    " was changed meanwhile: run setup again");
-    }
+    const std::string strPath = I_sPlace.Path(I_sChange.strFile);
+    const std::optional<struct stat> sStatus = I_sPlace.At(I_sChange.strFile).Status();
+    if (geteuid() != 0 && sStatus && sStatus->st_uid != geteuid())
+        throw base::FileFailure(strPath, " belongs to account ", sStatus->st_uid,
+                                ", and setup runs as ", geteuid(), ": ",
+                                I_sChange.strFile == I_sPlace.strOnconfig
+                                    ? "run setup as its owner, or as root"
+                                    : "give it the onconfig's owner first",
+                                "; nothing was changed");
+    if (I_sPlace.Content(I_sChange.strFile) != I_sChange.strBefore)
+        throw base::FileFailure(strPath, " was changed meanwhile: run setup again");
 }
 
 // An edited file keeps what others wrote: only our lines go.
-void PlanEdited(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const std::string &I_strText,
-                UNDO &X_sUndo)
+UNDO PlanEdited(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &I_sRecord,
+                const std::string &I_strText)
 {
-    const RECORD &sRecord = X_sUndo.sRecord;
+    const std::string &strFile = I_sRecord.strFile;
+    const std::string &strCopy = I_sRecord.strCopy;
+    std::optional<std::string> strNew;
+    std::string strKept;
     std::string strWhy = " was changed since setup";
     try
     {
-        if (sRecord.strFile == VERSIONS)
-            X_sUndo.strText = VersionsWithout(I_strText, I_sJournal.strRow);
-        else if (!IsShared(sRecord.strFile))
-            X_sUndo.strText = OnconfigWithout(I_strText, I_sJournal.strLibrary, X_sUndo.strKept);
+        if (strFile == VERSIONS) strNew = VersionsWithout(I_strText, I_sJournal.strRow);
+        else if (!IsShared(strFile))
+            strNew = OnconfigWithout(I_strText, I_sJournal.strLibrary, strKept);
     } catch (const base::FAILURE &sFailure)
     {
         strWhy = std::string(": ") + sFailure.what();
     }
-    if (X_sUndo.strText) return;
-    const std::string strCopy =
-        sRecord.strCopy.empty() ? "" : "; the old file is " + I_sPlace.Path(sRecord.strCopy);
-    throw base::FileFailure(I_sPlace.Path(sRecord.strFile) + strWhy +
-                            ": put it right by hand first" + strCopy);
+    if (!strNew)
+        throw base::FileFailure(I_sPlace.Path(strFile), strWhy, ": put it right by hand first",
+                                strCopy.empty() ? "" : "; the old file is ",
+                                strCopy.empty() ? "" : I_sPlace.Path(strCopy));
+    std::string strText = "changed since setup, only our lines go";
+    if (!strCopy.empty()) strText += "; the old file stays in " + base::Printable(strCopy);
+    if (!strKept.empty())
+        strText += "\n  \"" + base::Printable(strKept) + "\" was edited since, and stays";
+    return {strFile, strText, [=, &I_sPlace] { I_sPlace.Write(strFile, *strNew); }};
 }
 
 UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &I_sRecord)
 {
-    const std::optional<std::string> strText = I_sPlace.Content(I_sRecord.strFile);
+    const std::string &strFile = I_sRecord.strFile;
+    const std::string &strCopy = I_sRecord.strCopy;
+    const std::optional<std::string> strText = I_sPlace.Content(strFile);
     const std::string strNow = HashOf(strText);
-    UNDO sUndo;
-    sUndo.sRecord = I_sRecord;
-    if (strNow == I_sRecord.strBefore) return sUndo;
-    sUndo.bPutBack = strNow == I_sRecord.strAfter;
-    if (!strText)
-        throw base::FileFailure(I_sPlace.Path(I_sRecord.strFile) + " was removed since setup");
-    if (!sUndo.bPutBack) PlanEdited(I_sPlace, I_sJournal, *strText, sUndo);
-    else if (!I_sRecord.strCopy.empty() &&
-             HashOf(I_sPlace.Content(I_sRecord.strCopy)) != I_sRecord.strBefore)
-        throw base::FileFailure(I_sPlace.Path(I_sRecord.strCopy) +
+    const auto fpRemove = [&I_sPlace](const std::string &strOld) {
+        return [=, &I_sPlace] {
+            if (!strOld.empty()) I_sPlace.Remove(strOld);
+        };
+    };
+    if (strNow == I_sRecord.strBefore) return {strFile, "is as it was", fpRemove(strCopy)};
+    if (!strText) throw base::FileFailure(I_sPlace.Path(strFile), " was removed since setup");
+    if (strNow != I_sRecord.strAfter) return PlanEdited(I_sPlace, I_sJournal, I_sRecord, *strText);
+    if (strCopy.empty()) return {strFile, "removed", fpRemove(strFile)};
+    if (HashOf(I_sPlace.Content(strCopy)) != I_sRecord.strBefore)
+        throw base::FileFailure(I_sPlace.Path(strCopy),
                                 ": this copy of the old file is gone or was changed");
-    return sUndo;
+    return {strFile, "put back", [=, &I_sPlace] { I_sPlace.Move(strCopy, strFile); }};
 }
 } // namespace
 
@@ -142,7 +140,7 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
 void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecChanges)
 {
     const JOURNAL sOld = ReadJournal(I_sPlace);
-    CheckUnchanged(I_sPlace, I_vecChanges);
+    for (const CHANGE &sChange : I_vecChanges) CheckUnchanged(I_sPlace, sChange);
     RefuseClosed(I_sPlace);
     for (CHANGE &sChange : I_vecChanges) Note(I_sPlace, I_sJournal, sChange);
     auto sNext = I_vecChanges.cbegin();
@@ -166,33 +164,26 @@ void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecC
 // What all onconfigs of the folder share stays while another of them is hooked.
 std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL &X_sJournal)
 {
-    std::vector<RECORD> vecRest;
-    std::vector<RECORD> vecShared;
+    auto &vecRecords = X_sJournal.vecRecords;
+    const auto fpOwn = [&](const RECORD &sRecord) {
+        return sRecord.strFile == I_sPlace.strOnconfig;
+    };
+    const bool bLast = std::ranges::all_of(vecRecords, [&](const RECORD &sRecord) {
+        return fpOwn(sRecord) || IsShared(sRecord.strFile);
+    });
+    const auto sRest = std::stable_partition(vecRecords.begin(), vecRecords.end(), fpOwn);
+    const auto sEnd = bLast ? vecRecords.end() : sRest;
     std::vector<UNDO> vecUndo;
-    for (const RECORD &sRecord : X_sJournal.vecRecords)
-        if (sRecord.strFile == I_sPlace.strOnconfig)
-            vecUndo.push_back(PlanRecord(I_sPlace, X_sJournal, sRecord));
-        else (IsShared(sRecord.strFile) ? vecShared : vecRest).push_back(sRecord);
-    if (!vecRest.empty()) vecRest.insert(vecRest.end(), vecShared.begin(), vecShared.end());
-    else
-        for (const RECORD &sRecord : vecShared)
-            vecUndo.push_back(PlanRecord(I_sPlace, X_sJournal, sRecord));
-    X_sJournal.vecRecords = vecRest;
+    for (auto sRecord = vecRecords.begin(); sRecord != sEnd; ++sRecord)
+        vecUndo.push_back(PlanRecord(I_sPlace, X_sJournal, *sRecord));
+    vecRecords.erase(vecRecords.begin(), sEnd);
     return vecUndo;
 }
 
 void Undo(const PLACE &I_sPlace, const JOURNAL &I_sRest, const std::vector<UNDO> &I_vecUndo)
 {
     RefuseClosed(I_sPlace);
-    for (const UNDO &sUndo : I_vecUndo)
-    {
-        const RECORD &sRecord = sUndo.sRecord;
-        const bool bCopy = !sRecord.strCopy.empty();
-        if (sUndo.strText) I_sPlace.Write(sRecord.strFile, *sUndo.strText);
-        else if (sUndo.bPutBack && bCopy) I_sPlace.MoveBack(sRecord.strCopy, sRecord.strFile);
-        else if (sUndo.bPutBack) I_sPlace.Remove(sRecord.strFile);
-        else if (bCopy) I_sPlace.Remove(sRecord.strCopy);
-    }
+    for (const UNDO &sUndo : I_vecUndo) sUndo.fpUndo();
     WriteJournal(I_sPlace, I_sRest);
 }
 } // namespace setup

@@ -1,6 +1,5 @@
 // Files below the database's folder, and the journal there.
-#include <openssl/evp.h>
-
+#include <algorithm>
 #include <cerrno>
 
 #include "base/json.h"
@@ -13,46 +12,14 @@ namespace
 constexpr const char *JOURNAL_FILE = "etc/xbsa-setup.json";
 constexpr off_t JOURNAL_LARGEST = 1 << 16; // bytes: a text made to take long is short then
 
-void Rename(const base::TARGET &I_sFrom, const base::TARGET &I_sTo)
-{
-    if (renameat(I_sFrom.Folder(), I_sFrom.strName.c_str(), I_sTo.Folder(),
-                 I_sTo.strName.c_str()) != 0)
-        throw base::SystemFailure(I_sTo.strShown);
-}
-
-void WriteLink(const base::TARGET &I_sTarget, const std::string &I_strText)
-{
-    base::TARGET sNew = I_sTarget;
-    sNew.strName += ".xbsactl";
-    unlinkat(sNew.Folder(), sNew.strName.c_str(), 0); // of a run that was killed
-    if (symlinkat(I_strText.c_str(), sNew.Folder(), sNew.strName.c_str()) != 0)
-        throw base::SystemFailure(I_sTarget.strShown);
-    Rename(sNew, I_sTarget);
-}
-
 // The journal may be another account's than the one that runs: it names files of ours only.
 bool IsOurs(const RECORD &I_sRecord)
 {
-    const std::string &strFile = I_sRecord.strFile;
-    const std::string &strCopy = I_sRecord.strCopy;
-    const bool bFile =
-        strFile == LINK || (strFile.rfind("etc/", 0) == 0 && strFile.size() > 4 &&
-                            strFile[4] != '.' && strFile.find('/', 4) == std::string::npos);
-    const bool bCopy = strCopy.empty() || (strCopy.rfind(strFile + COPY_END, 0) == 0 &&
-                                           strCopy.find('/', strFile.size()) == std::string::npos);
-    return bFile && bCopy;
-}
-
-JOURNAL Parse(const std::string &I_strText)
-{
-    const base::JSON sJson = base::JSON::parse(I_strText);
-    JOURNAL sJournal;
-    sJournal.strRow = sJson.at("row");
-    sJournal.strLibrary = sJson.value("library", "");
-    for (const base::JSON &sEntry : sJson.at("files"))
-        sJournal.vecRecords.push_back(
-            {sEntry.at("file"), sEntry.at("copy"), sEntry.at("before"), sEntry.at("after")});
-    return sJournal;
+    const auto &[strFile, strCopy, strBefore, strAfter] = I_sRecord;
+    const bool bFile = strFile == LINK || (strFile.starts_with("etc/") && strFile.size() > 4 &&
+                                           strFile[4] != '.' && strFile.rfind('/') == 3);
+    return bFile && (strCopy.empty() ||
+                     (strCopy.starts_with(strFile + COPY_END) && strCopy.rfind('/') == 3));
 }
 } // namespace
 
@@ -67,19 +34,20 @@ std::optional<std::string> PLACE::Content(const std::string &I_strFile, off_t I_
 
 std::string HashOf(const std::optional<std::string> &I_strContent)
 {
-    unsigned char ucHash[EVP_MAX_MD_SIZE];
-    unsigned uLength = 0;
+    base::CSha256 sHash;
     if (!I_strContent) return "";
-    if (EVP_Digest(I_strContent->data(), I_strContent->size(), ucHash, &uLength, EVP_sha256(),
-                   nullptr) != 1)
-        throw base::FAILURE("SHA-256 failed");
-    return base::Hex(ucHash, uLength);
+    sHash.Add(*I_strContent);
+    return sHash.Digits();
 }
 
 void PLACE::Write(const std::string &I_strFile, const std::string &I_strText) const
 {
-    if (I_strFile == LINK) WriteLink(At(I_strFile), I_strText);
-    else base::ReplaceText(At(I_strFile), I_strText, true);
+    if (I_strFile != LINK) return base::ReplaceText(At(I_strFile), I_strText, true);
+    const std::string strNew = std::string(LINK) + ".xbsactl";
+    Remove(strNew); // of a run that was killed
+    if (symlinkat(I_strText.c_str(), spLib->Get(), At(strNew).strName.c_str()) != 0)
+        throw base::SystemFailure(Path(LINK));
+    Move(strNew, LINK);
 }
 
 void PLACE::Remove(const std::string &I_strFile) const
@@ -98,18 +66,14 @@ void PLACE::KeepCopy(const std::string &I_strFile, const std::string &I_strCopy)
         throw base::SystemFailure("keeping a copy of " + sFrom.strShown);
 }
 
-// A rename does nothing when both names are the same file still, so the copy's name goes by itself.
-void PLACE::MoveBack(const std::string &I_strCopy, const std::string &I_strFile) const
+// A rename does nothing when both names are the same file still, so the old name goes by itself.
+void PLACE::Move(const std::string &I_strFrom, const std::string &I_strTo) const
 {
-    Rename(At(I_strCopy), At(I_strFile));
-    Remove(I_strCopy);
-}
-
-RECORD *JOURNAL::Find(const std::string &I_strFile)
-{
-    for (RECORD &sRecord : vecRecords)
-        if (sRecord.strFile == I_strFile) return &sRecord;
-    return nullptr;
+    const base::TARGET sFrom = At(I_strFrom);
+    const base::TARGET sTo = At(I_strTo);
+    if (renameat(sFrom.Folder(), sFrom.strName.c_str(), sTo.Folder(), sTo.strName.c_str()) != 0)
+        throw base::SystemFailure(sTo.strShown);
+    Remove(I_strFrom);
 }
 
 JOURNAL ReadJournal(const PLACE &I_sPlace)
@@ -120,16 +84,20 @@ JOURNAL ReadJournal(const PLACE &I_sPlace)
     JOURNAL sJournal;
     try
     {
-        sJournal = Parse(*strText);
+        const base::JSON sJson = base::JSON::parse(*strText);
+        sJournal.strRow = sJson.at("row");
+        sJournal.strLibrary = sJson.value("library", "");
+        for (const base::JSON &sEntry : sJson.at("files"))
+            sJournal.vecRecords.push_back(
+                {sEntry.at("file"), sEntry.at("copy"), sEntry.at("before"), sEntry.at("after")});
     } catch (const base::JSON::exception &)
     {
-        throw base::FileFailure(strPath + " is damaged: copy the files NAME" + COPY_END +
+        throw base::FileFailure(strPath, " is damaged: copy the files NAME", COPY_END,
                                 " back over those of that NAME, and remove it");
     }
-    for (const RECORD &sRecord : sJournal.vecRecords)
-        if (!IsOurs(sRecord))
-            throw base::FileFailure(strPath +
-                                    " cannot be used: it names files that setup does not change");
+    if (!std::ranges::all_of(sJournal.vecRecords, IsOurs))
+        throw base::FileFailure(strPath,
+                                " cannot be used: it names files that setup does not change");
     return sJournal;
 }
 

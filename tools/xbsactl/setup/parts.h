@@ -2,6 +2,7 @@
 #ifndef XBSACTL_SETUP_PARTS_H
 #define XBSACTL_SETUP_PARTS_H
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,7 +35,7 @@ struct PLACE
     }
     base::TARGET At(const std::string &I_strFile) const
     {
-        return {I_strFile.rfind("lib/", 0) == 0 ? spLib : spEtc, I_strFile.substr(4),
+        return {I_strFile.starts_with("lib/") ? spLib : spEtc, I_strFile.substr(4),
                 Path(I_strFile)};
     }
     bool Exists(const std::string &I_strFile) const
@@ -51,9 +52,9 @@ struct PLACE
     void Write(const std::string &I_strFile, const std::string &I_strText) const;
     void Remove(const std::string &I_strFile) const; // it may be gone already
 
-    // The file gets a second name, and takes its place again.
+    // A copy is a second name of the file; one name takes the place of another.
     void KeepCopy(const std::string &I_strFile, const std::string &I_strCopy) const;
-    void MoveBack(const std::string &I_strCopy, const std::string &I_strFile) const;
+    void Move(const std::string &I_strFrom, const std::string &I_strTo) const;
 };
 
 // Finds the files and becomes the account that owns the onconfig, for good, when root runs: what it
@@ -85,8 +86,6 @@ struct JOURNAL
     std::string strRow;     // of sm_versions
     std::string strLibrary; // in the onconfig; empty: an earlier version wrote the journal
     std::vector<RECORD> vecRecords;
-
-    RECORD *Find(const std::string &I_strFile);
 };
 
 JOURNAL ReadJournal(const PLACE &I_sPlace);
@@ -106,10 +105,9 @@ void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecC
 // What undoing one record means; planned for all before the first is done.
 struct UNDO
 {
-    RECORD sRecord;
-    std::optional<std::string> strText; // the text to write: the file was edited since
-    bool bPutBack = false;              // the copy takes the file's place, or the new file goes
-    std::string strKept;                // a line of setup that was edited, and stays
+    std::string strFile;
+    std::string strText; // for the reader
+    std::function<void()> fpUndo;
 };
 
 // Takes what can be undone out of the journal. Throws when a file was edited where we changed it.

@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <set>
@@ -74,13 +75,14 @@ CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
 }
 
 // A link that somebody else has changed since is theirs.
-bool IsLinkWanted(const PLACE &I_sPlace, JOURNAL I_sJournal,
+bool IsLinkWanted(const PLACE &I_sPlace, const JOURNAL &I_sJournal,
                   const std::optional<std::string> &I_strTarget)
 {
     if (!MayWriteLib(I_sPlace)) return false;
-    const RECORD *spRecord = I_sJournal.Find(LINK);
     const std::string strNow = HashOf(I_strTarget);
-    return spRecord == nullptr || strNow == spRecord->strAfter || strNow == spRecord->strBefore;
+    return std::ranges::none_of(I_sJournal.vecRecords, [&](const RECORD &sRecord) {
+        return sRecord.strFile == LINK && strNow != sRecord.strAfter && strNow != sRecord.strBefore;
+    });
 }
 
 std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
@@ -121,23 +123,6 @@ void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
     PrintLines("+", I_sChange.strAfter, I_sChange.strBefore.value_or(""));
 }
 
-void PrintUndo(const PLACE &I_sPlace, const UNDO &I_sUndo)
-{
-    const RECORD &sRecord = I_sUndo.sRecord;
-    std::cout << base::Printable(I_sPlace.Path(sRecord.strFile)) << ": ";
-    if (I_sUndo.strText)
-        std::cout << "changed since setup, only our lines go"
-                  << (sRecord.strCopy.empty()
-                          ? ""
-                          : "; the old file stays in " + base::Printable(sRecord.strCopy));
-    else if (!I_sUndo.bPutBack) std::cout << "is as it was";
-    else std::cout << (sRecord.strCopy.empty() ? "removed" : "put back");
-    std::cout << '\n';
-    if (!I_sUndo.strKept.empty())
-        std::cout << "  \"" << base::Printable(I_sUndo.strKept)
-                  << "\" was edited since, and stays\n";
-}
-
 // Anything but a yes is a no, and so is the end of the input.
 bool IsConfirmed(const OPTIONS &I_sOptions, const char *cpQuestion)
 {
@@ -159,7 +144,8 @@ int UndoAll(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal
                   << base::Printable(I_sPlace.Path(I_sPlace.strOnconfig)) << ".\n";
         return base::EXIT_DONE;
     }
-    for (const UNDO &sUndo : vecUndo) PrintUndo(I_sPlace, sUndo);
+    for (const UNDO &sUndo : vecUndo)
+        std::cout << base::Printable(I_sPlace.Path(sUndo.strFile)) << ": " << sUndo.strText << '\n';
     if (I_sOptions.bDryRun) return base::EXIT_DONE;
     if (!IsConfirmed(I_sOptions, "Put this back?")) return base::EXIT_FAILED;
     Undo(I_sPlace, I_sJournal, vecUndo);

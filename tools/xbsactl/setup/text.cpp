@@ -29,15 +29,10 @@ bool IsGoodBuffer(const std::string &I_strLine)
            strValue == std::to_string(iPages);
 }
 
-template <typename TEST> long Count(const base::LINES &I_vecLines, const TEST &I_fpTest)
-{
-    return std::count_if(I_vecLines.begin(), I_vecLines.end(), I_fpTest);
-}
-
 long Count(const base::LINES &I_vecLines, const char *cpName)
 {
-    return Count(I_vecLines,
-                 [=](const std::string &strLine) { return base::Sets(strLine, cpName); });
+    return std::ranges::count_if(
+        I_vecLines, [=](const std::string &strLine) { return base::Sets(strLine, cpName); });
 }
 
 // Without a line for the buffer when one that fits is elsewhere.
@@ -53,84 +48,76 @@ base::LINES Block(const std::string &I_strLibrary, const std::string &I_strBuffe
     return vecBlock;
 }
 
+// The line of our block: the administrator is asked to fit the number of pages in it.
+std::string OwnBuffer(const base::LINES &I_vecBlock)
+{
+    const auto sLine = std::ranges::find_if(I_vecBlock, IsGoodBuffer);
+    return sLine != I_vecBlock.end() ? *sLine : "";
+}
+
 bool IsReplaced(const std::string &I_strLine)
 {
-    return I_strLine.rfind(REPLACED, 0) == 0;
+    return I_strLine.starts_with(REPLACED);
+}
+
+void CheckBlock(const base::LINES &I_vecBlock, const base::LINES &I_vecRest)
+{
+    if (I_vecBlock.empty() && std::ranges::none_of(I_vecRest, IsReplaced) &&
+        std::ranges::count(I_vecRest, END) == 0)
+        return;
+    const std::string strLibrary = I_vecBlock.size() > 1 ? base::Value(I_vecBlock[1]) : "";
+    if (I_vecBlock != Block(strLibrary, OwnBuffer(I_vecBlock)) ||
+        std::ranges::count(I_vecRest, BEGIN) > 0)
+        throw base::FileFailure("the lines from \"", BEGIN, "\" to \"", END,
+                                "\" in it were edited since");
+    for (const char *cpName : {base::LIBRARY_KEY, BUFFER})
+        if (Count(I_vecBlock, cpName) > 0 && Count(I_vecRest, cpName) > 0)
+            throw base::FileFailure(cpName, " was set again outside of the lines of setup");
 }
 
 // Takes our block out of the lines and hands it back; empty for none.
 base::LINES TakeBlock(base::LINES &X_vecLines)
 {
-    base::LINES vecBlock;
-    base::LINES vecRest;
-    bool bInside = false;
-    for (const std::string &strLine : X_vecLines)
-    {
-        bInside = bInside || strLine == BEGIN;
-        (bInside ? vecBlock : vecRest).push_back(strLine);
-        if (strLine == END) bInside = false;
-    }
-    X_vecLines = vecRest;
-    return vecBlock;
-}
-
-// The line of our block: the administrator is asked to fit the number of pages in it.
-std::string OwnBuffer(const base::LINES &I_vecBlock)
-{
-    const auto sLine = std::find_if(I_vecBlock.begin(), I_vecBlock.end(), IsGoodBuffer);
-    return sLine != I_vecBlock.end() ? *sLine : "";
-}
-
-void CheckBlock(const base::LINES &I_vecBlock, const base::LINES &I_vecRest)
-{
-    const auto fpMark = [](const std::string &strLine) {
-        return IsReplaced(strLine) || strLine == END;
-    };
-    if (I_vecBlock.empty() && Count(I_vecRest, fpMark) == 0) return;
-    const std::string strLibrary = I_vecBlock.size() > 1 ? base::Value(I_vecBlock[1]) : "";
-    const std::string strBuffer = OwnBuffer(I_vecBlock);
-    if (I_vecBlock != Block(strLibrary, strBuffer))
-        throw base::FileFailure(std::string("the lines from \"") + BEGIN + "\" to \"" + END +
-                                "\" in it were edited since");
-    for (const char *cpName : {base::LIBRARY_KEY, BUFFER})
-        if (Count(I_vecBlock, cpName) > 0 && Count(I_vecRest, cpName) > 0)
-            throw base::FileFailure(std::string(cpName) +
-                                    " was set again outside of the lines of setup");
-}
-
-// Takes what setup wrote out of the lines, and hands its block back. The replaced line of a setting
-// that is kept stays a comment.
-base::LINES Restore(base::LINES &X_vecLines, const char *cpKept = nullptr)
-{
-    base::LINES vecBlock = TakeBlock(X_vecLines);
+    const auto sBegin = std::ranges::find(X_vecLines, BEGIN);
+    const auto sEnd = std::find(sBegin, X_vecLines.end(), END);
+    const auto sRest = sEnd == X_vecLines.end() ? sEnd : sEnd + 1;
+    base::LINES vecBlock(sBegin, sRest);
+    X_vecLines.erase(sBegin, sRest);
     CheckBlock(vecBlock, X_vecLines);
-    for (std::string &strLine : X_vecLines)
-    {
-        if (!IsReplaced(strLine)) continue;
-        strLine.erase(0, std::string(REPLACED).size());
-        if (cpKept != nullptr && base::Sets(strLine, cpKept)) strLine.insert(0, "# ");
-    }
     return vecBlock;
+}
+
+// Puts the lines that ours replaced back; those of the library after a mark, to keep ours.
+void Restore(base::LINES &X_vecLines, const char *cpLibraryMark)
+{
+    for (std::string &strLine : X_vecLines)
+        if (IsReplaced(strLine))
+        {
+            strLine.erase(0, std::string_view(REPLACED).size());
+            if (base::Sets(strLine, base::LIBRARY_KEY)) strLine.insert(0, cpLibraryMark);
+        }
 }
 } // namespace
 
 std::string OnconfigWith(const std::string &I_strText, const std::string &I_strLibrary)
 {
     base::LINES vecLines = base::Lines(I_strText);
-    const base::LINES vecOld = Restore(vecLines);
+    const base::LINES vecOld = TakeBlock(vecLines);
+    Restore(vecLines, "");
     const auto fpOurs = [&I_strLibrary](const std::string &strLine) {
         return base::Sets(strLine, base::LIBRARY_KEY) && base::Value(strLine) == I_strLibrary;
     };
-    const bool bBuffer = Count(vecLines, IsGoodBuffer) != 1 || Count(vecLines, BUFFER) != 1;
-    if (!bBuffer && Count(vecLines, fpOurs) == 1 && Count(vecLines, base::LIBRARY_KEY) == 1)
+    const bool bBuffer =
+        std::ranges::count_if(vecLines, IsGoodBuffer) != 1 || Count(vecLines, BUFFER) != 1;
+    if (!bBuffer && std::ranges::any_of(vecLines, fpOurs) &&
+        Count(vecLines, base::LIBRARY_KEY) == 1)
         return vecOld.empty() ? I_strText : Join(vecLines);
 
     for (std::string &strLine : vecLines)
         if (base::Sets(strLine, base::LIBRARY_KEY) || (bBuffer && base::Sets(strLine, BUFFER)))
             strLine.insert(0, REPLACED);
     const std::string strOwn = OwnBuffer(vecOld);
-    const std::string strBuffer =
-        strOwn.empty() ? BUFFER + (" " + std::to_string(MOST_PAGES)) : strOwn;
+    const std::string strBuffer = strOwn.empty() ? base::Text(BUFFER, ' ', MOST_PAGES) : strOwn;
     return Join(vecLines) + Join(Block(I_strLibrary, bBuffer ? strBuffer : ""));
 }
 
@@ -138,26 +125,25 @@ std::string OnconfigWithout(const std::string &I_strText, const std::string &I_s
                             std::string &X_strKept)
 {
     base::LINES vecLines = base::Lines(I_strText);
-    base::LINES vecRest = vecLines;
-    const base::LINES vecBlock = Restore(vecRest);
+    const base::LINES vecBlock = TakeBlock(vecLines);
     if (vecBlock.empty()) return I_strText;
-    if (I_strLibrary.empty() || base::Value(vecBlock[1]) == I_strLibrary) return Join(vecRest);
-    X_strKept = vecBlock[1];
-    Restore(vecLines, base::LIBRARY_KEY);
-    return Join(vecLines) + X_strKept + '\n';
+    const bool bKept = !I_strLibrary.empty() && base::Value(vecBlock[1]) != I_strLibrary;
+    Restore(vecLines, bKept ? "# " : "");
+    if (bKept) vecLines.push_back(X_strKept = vecBlock[1]);
+    return Join(vecLines);
 }
 
 std::string VersionsWith(const std::string &I_strText, const std::string &I_strRow)
 {
     const base::LINES vecLines = base::Lines(I_strText);
     const auto fpRow = [&](const auto &strLine) { return base::IsSameRow(strLine, I_strRow); };
-    return Count(vecLines, fpRow) > 0 ? I_strText : Join(vecLines) + I_strRow + '\n';
+    return std::ranges::any_of(vecLines, fpRow) ? I_strText : Join(vecLines) + I_strRow + '\n';
 }
 
 std::string VersionsWithout(const std::string &I_strText, const std::string &I_strRow)
 {
     base::LINES vecLines = base::Lines(I_strText);
-    vecLines.erase(std::remove(vecLines.begin(), vecLines.end(), I_strRow), vecLines.end());
+    std::erase(vecLines, I_strRow);
     return Join(vecLines);
 }
 } // namespace setup

@@ -69,20 +69,25 @@ std::string SummaryJson(const COUNTS &I_sCounts, uint64_t I_uShown)
     return strJson + "}";
 }
 
-void ReadLog(CLineReader &X_sReader, CSessions &X_sSessions, uint64_t &X_uForeign)
+// Returns how many lines are not the library's.
+uint64_t ReadLog(CLineReader &X_sReader, CSessions &X_sSessions, const std::string &I_strFile)
 {
-    bool bEmpty = true;
-    while (const LOG_LINE *spLine = X_sReader.Next())
+    uint64_t uLines = 0;
+    uint64_t uForeign = 0;
+    for (; const LOG_LINE *spLine = X_sReader.Next(); uLines++)
     {
-        bEmpty = false;
         X_sSessions.Take(*spLine);
-        if (!spLine->bTrace) X_uForeign++;
+        if (!spLine->bTrace) uForeign++;
     }
     X_sSessions.Finish();
-    if (bEmpty)
+    if (uLines > 0 && uLines == uForeign)
+        throw base::FileFailure(base::Quoted(I_strFile),
+                                " is not a trace log: no line of it is the library's");
+    if (uLines == 0)
         fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
               "XBSA_TRACE was 0\n",
               stderr);
+    return uForeign;
 }
 
 void Print(const std::string &I_strText)
@@ -103,7 +108,7 @@ void Run(const OPTIONS &I_sOptions)
 
     COUNTS sCounts = NO_COUNTS;
     uint64_t uShown = 0;
-    if (I_sOptions.bJson) Print(base::Text("{\"schema\": ", SCHEMA, ", \"sessions\": [\n"));
+    std::string strFront = base::Text("{\"schema\": ", SCHEMA, ", \"sessions\": [\n");
     CSessions sSessions([&](const SESSION &sSession) {
         const bool bHandle =
             I_sOptions.lHandle == 0 || sSession.setHandles.contains(I_sOptions.lHandle);
@@ -111,15 +116,18 @@ void Run(const OPTIONS &I_sOptions)
         sCounts[bWanted ? static_cast<COUNTED>(sSession.Outcome()) : HIDDEN].uCount++;
         if (!bWanted) return;
         const SHOWN sShown = Show(sSession, sActivity.TakeFor(sSession));
-        const char *cpBreak = uShown++ == 0 ? "" : ",\n";
-        Print(I_sOptions.bJson ? cpBreak + SessionJson(sShown) : SessionText(sShown));
+        uShown++;
+        Print(I_sOptions.bJson ? std::exchange(strFront, ",\n") + SessionJson(sShown)
+                               : SessionText(sShown));
         if (sPage) sPage->Add(sShown);
     });
-    ReadLog(sReader, sSessions, sCounts[FOREIGN].uCount);
+    sCounts[FOREIGN].uCount = ReadLog(sReader, sSessions, I_sOptions.strFile);
     sCounts[UNUSED].uCount = sActivity.Unused();
     sCounts[DROPPED].uCount = sActivity.uDropped;
     const std::string strSummary = Summary(sCounts, uShown);
-    const std::string strJson = "],\n\"summary\": " + SummaryJson(sCounts, uShown) + "}\n";
+    if (uShown > 0) strFront.clear();
+    const std::string strJson =
+        strFront + "],\n\"summary\": " + SummaryJson(sCounts, uShown) + "}\n";
     Print(I_sOptions.bJson ? strJson : strSummary + "\n");
     if (sPage) sPage->Finish(strSummary);
 }

@@ -1,10 +1,8 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <sstream>
 
 #include "transfer/parts.h"
 
@@ -20,19 +18,16 @@ constexpr std::string_view COPY_ID = "# copy id "; // a comment for sha256sum, a
 // an earlier file by then.
 base::CDescriptor Lock(const base::TARGET &I_sTarget)
 {
-    struct stat sLocked = {};
-    std::optional<struct stat> sNow;
-    base::CDescriptor sFile;
-    do
+    for (;;)
     {
-        sFile = base::CDescriptor(I_sTarget.Open(O_RDWR | O_CREAT, 0666));
+        base::CDescriptor sFile(I_sTarget.Open(O_RDWR | O_CREAT, 0666));
         if (sFile.Get() == -1) throw base::SystemFailure("manifest ", I_sTarget.strShown);
-        if (TEMP_FAILURE_RETRY(flock(sFile.Get(), LOCK_EX)) != 0 ||
-            fstat(sFile.Get(), &sLocked) != 0)
+        if (TEMP_FAILURE_RETRY(flock(sFile.Get(), LOCK_EX)) != 0)
             throw base::SystemFailure("locking manifest ", I_sTarget.strShown);
-        sNow = I_sTarget.Status();
-    } while (!sNow || sLocked.st_dev != sNow->st_dev || sLocked.st_ino != sNow->st_ino);
-    return sFile;
+        const struct stat sLocked = sFile.Status(I_sTarget.strShown);
+        const std::optional<struct stat> sNow = I_sTarget.Status();
+        if (sNow && sLocked.st_dev == sNow->st_dev && sLocked.st_ino == sNow->st_ino) return sFile;
+    }
 }
 
 // An object's name holds no line end, which sha256sum would write in another way.
@@ -61,34 +56,31 @@ std::optional<std::string> Unescaped(const std::string &I_strName)
 }
 
 // 0 when the comment is another one.
-unsigned CopyIdOf(std::string_view I_svComment)
+unsigned CopyIdOf(const std::string &I_strComment)
 {
-    unsigned uNumber = 0;
-    if (I_svComment.substr(0, COPY_ID.size()) != COPY_ID) return 0;
-    I_svComment.remove_prefix(COPY_ID.size());
-    const char *cpEnd = I_svComment.data() + I_svComment.size();
-    const auto sResult = std::from_chars(I_svComment.data(), cpEnd, uNumber);
-    return sResult.ec == std::errc() && sResult.ptr == cpEnd ? uNumber : 0;
+    unsigned uNumber = 0; // stays it for what is no number, or too large
+    if (!I_strComment.starts_with(COPY_ID)) return 0;
+    const char *cpEnd = I_strComment.data() + I_strComment.size();
+    const auto sResult = std::from_chars(&I_strComment[COPY_ID.size()], cpEnd, uNumber);
+    return sResult.ptr == cpEnd ? uNumber : 0;
 }
 
 // A comment, or "DIGEST  NAME" or "DIGEST *NAME", with a backslash before it when the name has
 // escapes. None for anything else.
 std::optional<MANIFEST_ENTRY> ParseLine(const std::string &I_strLine)
 {
-    std::string_view svLine = I_strLine;
-    if (svLine.substr(0, 1) == "#")
-        return MANIFEST_ENTRY{"", "", CopyIdOf(svLine), I_strLine + "\n"};
-    const bool bEscaped = svLine.substr(0, 1) == "\\";
-    if (bEscaped) svLine.remove_prefix(1);
-    const std::string_view svMark = svLine.substr(std::min(DIGEST_LENGTH, svLine.size()), 2);
-    if (svLine.size() < DIGEST_LENGTH + 3 || (svMark != "  " && svMark != " *")) return {};
-    std::string strDigest(svLine.substr(0, DIGEST_LENGTH));
-    if (strDigest.find_first_not_of(DIGITS) != std::string::npos) return {};
+    const std::string strText = I_strLine + "\n";
+    if (I_strLine.starts_with("#")) return MANIFEST_ENTRY{"", "", CopyIdOf(I_strLine), strText};
+    const size_t uDigest = I_strLine.starts_with("\\") ? 1 : 0;
+    const size_t uMark = I_strLine.find_first_not_of(DIGITS, uDigest);
+    if (uMark != uDigest + DIGEST_LENGTH || I_strLine.size() < uMark + 3) return {};
+    if (I_strLine.compare(uMark, 2, "  ") != 0 && I_strLine.compare(uMark, 2, " *") != 0) return {};
+    std::string strDigest = I_strLine.substr(uDigest, DIGEST_LENGTH);
     for (char &cDigit : strDigest) cDigit = static_cast<char>(cDigit | ' '); // lower case
-    std::optional<std::string> strName(svLine.substr(DIGEST_LENGTH + 2));
-    if (bEscaped) strName = Unescaped(*strName);
+    std::optional<std::string> strName = I_strLine.substr(uMark + 2);
+    if (uDigest > 0) strName = Unescaped(*strName);
     if (!strName) return {};
-    return MANIFEST_ENTRY{strDigest, *strName, 0, I_strLine + "\n"};
+    return MANIFEST_ENTRY{strDigest, *strName, 0, strText};
 }
 
 // Anything but entries and comments is refused: the file may be another one, given by mistake. An
@@ -98,25 +90,23 @@ std::vector<MANIFEST_ENTRY> ReadLines(const base::TARGET &I_sTarget)
     const std::optional<std::string> strText = base::ReadText(I_sTarget);
     if (!strText) throw base::FileFailure("manifest ", I_sTarget.strShown, " does not exist");
     std::vector<MANIFEST_ENTRY> vecLines;
-    std::istringstream sText(*strText);
-    size_t uNumber = 1;
-    for (std::string strLine; std::getline(sText, strLine); uNumber++)
+    size_t uNumber = 0;
+    for (const std::string &strLine : base::Lines(*strText))
     {
-        std::optional<MANIFEST_ENTRY> sLine = ParseLine(strLine);
-        const bool bDosEnd = !strLine.empty() && strLine.back() == '\r';
+        const std::optional<MANIFEST_ENTRY> sLine = ParseLine(strLine);
+        const bool bDosEnd = strLine.ends_with('\r');
+        uNumber++;
         if (bDosEnd || !sLine)
             throw base::FileFailure("manifest ", I_sTarget.strShown, ", line ", uNumber,
                                     bDosEnd
                                         ? ": ends with CR LF; sha256sum's lines end with LF alone"
                                         : ": is not of sha256sum's format");
-        if (!sLine->strDigest.empty() && !vecLines.empty() && vecLines.back().strDigest.empty() &&
-            vecLines.back().uCopyId != 0)
-        {
-            sLine->uCopyId = vecLines.back().uCopyId;
-            sLine->strText.insert(0, vecLines.back().strText);
-            vecLines.pop_back();
-        }
-        vecLines.push_back(*sLine);
+        const bool bNamed = !vecLines.empty() && vecLines.back().strDigest.empty() &&
+                            vecLines.back().uCopyId != 0 && !sLine->strDigest.empty();
+        if (!bNamed) vecLines.emplace_back();
+        vecLines.back() = {sLine->strDigest, sLine->strName,
+                           vecLines.back().uCopyId + sLine->uCopyId, // one of them is 0
+                           vecLines.back().strText + sLine->strText};
     }
     return vecLines;
 }
@@ -130,14 +120,14 @@ std::string ManifestName(const base::CONNECTION &I_sConnection, const library::O
 
 std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile)
 {
-    std::vector<MANIFEST_ENTRY> vecEntries;
-    for (const MANIFEST_ENTRY &sLine : ReadLines(base::FindTarget(I_strFile)))
-        if (!sLine.strDigest.empty()) vecEntries.push_back(sLine);
+    std::vector<MANIFEST_ENTRY> vecEntries = ReadLines(base::FindTarget(I_strFile));
+    std::erase_if(vecEntries, [](const auto &sLine) { return sLine.strDigest.empty(); });
     return vecEntries;
 }
 
 void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry)
 {
+    if (I_strFile.empty()) return;
     const base::TARGET sTarget = base::FindTarget(I_strFile);
     const base::CDescriptor sLock = Lock(sTarget);
     std::string strText;

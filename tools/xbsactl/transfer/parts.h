@@ -2,11 +2,8 @@
 #ifndef XBSACTL_TRANSFER_PARTS_H
 #define XBSACTL_TRANSFER_PARTS_H
 
-#include <openssl/evp.h>
-
-#include <chrono>
 #include <cstdint>
-#include <memory>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,62 +31,23 @@ struct MANIFEST_ENTRY
 std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile);
 
 // Puts the entry in the place of an earlier one of that name, and creates the file. Without a name:
-// makes sure that it can be done later. Other processes may do so with theirs at the same time.
+// makes sure that it can be done later; without a file: nothing. Other processes may do so with theirs at the same time.
 // Throws FAILURE.
 void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry);
 
 struct COUNT
 {
     uint64_t uBytes = 0;
-    double dSeconds = 0;
+    double dSeconds = 0;   // since CountStatus
+    double dRate = 0;      // megabytes (10^6) a second
     std::string strDigest; // SHA-256 in hexadecimal digits
 };
 
-// Counts, hashes and times the bytes of one object, here and for the status, and draws the
-// progress bar.
-class CMeter
-{
-  public:
-    // I_uExpected: bytes of the whole object, 0 when unknown. The clock starts here. The bar is
-    // drawn where it can be seen: it and trace lines on one terminal would spoil each other.
-    CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected);
-    ~CMeter();
-
-    void Add(const char *cpData, size_t I_uLength);
-    COUNT End(); // of the count and the clock; clears the bar
-
-  private:
-    void Draw();
-    void Clear();
-
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> spHash;
-    std::chrono::steady_clock::time_point sStart = std::chrono::steady_clock::now();
-    double dDrawn = 0; // when the bar was
-    uint64_t uExpected;
-    COUNT sCount;
-    bool bBar;
-    bool bVisible = false;
-};
-
-// Reads the object to its confirmed end; I_fpTake gets the bytes. Throws FAILURE.
-template <typename TAKE>
-COUNT ReceiveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
-                    BSA_ObjectDescriptor &I_sObject, const TAKE &I_fpTake)
-{
-    CMeter sMeter(I_sConnection, 0);
-    std::vector<char> vecBlock(library::BLOCK_SIZE);
-    size_t uLength = library::BLOCK_SIZE;
-    I_sSession.Get(I_sObject);
-    while (uLength == library::BLOCK_SIZE)
-    {
-        uLength = I_sSession.Receive(vecBlock.data());
-        sMeter.Add(vecBlock.data(), uLength);
-        I_fpTake(vecBlock.data(), uLength);
-    }
-    COUNT sCount = sMeter.End();
-    I_sSession.EndData();
-    return sCount;
-}
+// Moves the bytes of an object that is begun to its confirmed end: counts them for the status, hashes
+// them, and draws the progress bar. I_fpMove moves a block of up to BLOCK_SIZE bytes through the
+// buffer and returns its length; a shorter one is the last. Throws FAILURE.
+COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+                 const std::function<size_t(char *cpBlock)> &I_fpMove);
 
 // Reads the object and returns its bytes. Throws FAILURE, also when its SHA-256 is another one.
 uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
@@ -100,12 +58,6 @@ void SayStatus(const std::string &I_strWhat);
 
 // Starts the count, and the clock of the rate, again. I_uExpected: bytes, 0 when unknown.
 void CountStatus(uint64_t I_uExpected);
-
-// Megabytes (10^6) a second.
-inline double Rate(uint64_t I_uBytes, double I_dSeconds)
-{
-    return I_dSeconds > 0 ? static_cast<double>(I_uBytes) / 1e6 / I_dSeconds : 0;
-}
 } // namespace transfer
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -20,7 +21,7 @@ constexpr const char *OWN_MARK = "# HELP xbsactl_"; // how each file of ours beg
 constexpr const char *LAST_SUCCESS = "xbsactl_last_success_timestamp_seconds";
 constexpr const char *LAST_CODE = "xbsactl_last_exit_code";
 
-// Changed under HoldStop's lock, but for the two counts.
+// Changed under HoldStop's lock, but for the two counts and the bar.
 struct STATUS
 {
     bool bRuns = false;
@@ -36,6 +37,8 @@ struct STATUS
     CLOCK::time_point sCounted; // when the count began
     std::atomic<uint64_t> uBytes{0};
     std::atomic<uint64_t> uExpected{0};
+    bool bDrawn = false; // the bar
+    CLOCK::time_point sDrawn;
 };
 
 // Never freed: the thread that watches for signals outlives every destructor.
@@ -60,49 +63,71 @@ double Seconds(CLOCK::time_point I_sSince)
 
 double RateNow(const STATUS &I_sStatus) // megabytes a second
 {
-    return Rate(I_sStatus.uBytes, Seconds(I_sStatus.sCounted));
+    const double dSeconds = Seconds(I_sStatus.sCounted);
+    return dSeconds > 0 ? static_cast<double>(I_sStatus.uBytes) / 1e6 / dSeconds : 0;
+}
+
+// How much of what is expected; nothing when that is not known.
+std::string Bar(const STATUS &I_sStatus)
+{
+    if (I_sStatus.uExpected == 0) return "";
+    const uint64_t uDone = std::min<uint64_t>(I_sStatus.uBytes, I_sStatus.uExpected);
+    std::string strBar(static_cast<size_t>(uDone * BAR_WIDTH / I_sStatus.uExpected), '#');
+    strBar.resize(BAR_WIDTH, '.');
+    return base::Text('[', strBar, "] ", uDone * 100 / I_sStatus.uExpected, "% ");
+}
+
+// On the terminal; what WipeBar takes away again.
+void DrawBar(STATUS &X_sStatus)
+{
+    if (Seconds(X_sStatus.sDrawn) < REDRAW) return;
+    fprintf(stderr, "\r%s%.1f MB, %.1f MB/s\x1b[K", Bar(X_sStatus).c_str(),
+            static_cast<double>(X_sStatus.uBytes) / 1e6, RateNow(X_sStatus));
+    X_sStatus.sDrawn = CLOCK::now();
+    X_sStatus.bDrawn = true;
+}
+
+void WipeBar(STATUS *spStatus)
+{
+    if (std::exchange(spStatus->bDrawn, false)) fputs("\r\x1b[K", stderr);
 }
 
 // A metric without a value is left out.
 std::string FileText(const STATUS &I_sStatus)
 {
     std::string strText;
-    const auto fpAdd = [&](const char *cpName, const char *cpHelp, const auto &sValue,
-                           const std::string &strLabels) {
+    const auto fpAdd = [&](const char *cpName, const char *cpHelp, const auto &sValue) {
         if (!base::Text(sValue).empty())
             strText += base::Text("# HELP ", cpName, ' ', cpHelp, "\n# TYPE ", cpName, " gauge\n",
-                                  cpName, strLabels, ' ', sValue, '\n');
+                                  cpName, I_sStatus.strLabels, ' ', sValue, '\n');
     };
-    const std::string &strLabels = I_sStatus.strLabels;
     const std::string strExpected = I_sStatus.uExpected > 0 ? base::Text(I_sStatus.uExpected) : "";
-    fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns, strLabels);
-    fpAdd("xbsactl_transferred_bytes", "Bytes of objects moved so far.", I_sStatus.uBytes.load(),
-          strLabels);
-    fpAdd("xbsactl_expected_bytes", "Bytes that will be moved, when known.", strExpected,
-          strLabels);
+    fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns);
+    fpAdd("xbsactl_transferred_bytes", "Bytes of objects moved so far.", I_sStatus.uBytes.load());
+    fpAdd("xbsactl_expected_bytes", "Bytes that will be moved, when known.", strExpected);
     fpAdd("xbsactl_duration_seconds", "How long the command runs or ran.",
-          Seconds(I_sStatus.sStart), strLabels);
-    fpAdd("xbsactl_bytes_per_second", "Mean rate.", RateNow(I_sStatus) * 1e6, strLabels);
+          Seconds(I_sStatus.sStart));
+    fpAdd("xbsactl_bytes_per_second", "Mean rate.", RateNow(I_sStatus) * 1e6);
     fpAdd("xbsactl_last_attempt_timestamp_seconds", "When the command last began.",
-          I_sStatus.lStart, strLabels);
-    fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess, strLabels);
+          I_sStatus.lStart);
+    fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess);
     fpAdd(LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
-          I_sStatus.strLastCode, strLabels);
-    fpAdd("xbsactl_build_info", "The version that wrote this file.", 1,
-          "{version=" + LabelValue(XBSACTL_VERSION) + "}");
-    return strText;
+          I_sStatus.strLastCode);
+    return strText + "# HELP xbsactl_build_info The version that wrote this file.\n"
+                     "# TYPE xbsactl_build_info gauge\n"
+                     "xbsactl_build_info{version=\"" XBSACTL_VERSION "\"} 1\n";
 }
 
 // The number that an earlier run of the same command on the same object left; empty for none.
 std::string EarlierValue(const std::string &I_strText, const std::string &I_strStart)
 {
-    const std::string strStart = "\n" + I_strStart + " ";
-    const size_t uAt = I_strText.find(strStart);
-    if (uAt == std::string::npos) return "";
-    const size_t uValue = uAt + strStart.size();
-    const size_t uEnd = I_strText.find_first_not_of("0123456789", uValue);
-    const bool bNumber = uEnd != std::string::npos && uEnd > uValue && uEnd - uValue <= 19;
-    return bNumber && I_strText[uEnd] == '\n' ? I_strText.substr(uValue, uEnd - uValue) : "";
+    std::array<char, 20> szNumber{};
+    char cEnd = 0;
+    const size_t uAt = I_strText.find("\n" + I_strStart + " ");
+    const bool bNumber =
+        uAt != std::string::npos &&
+        sscanf(&I_strText[uAt + I_strStart.size() + 2], "%19[0-9]%c", szNumber.data(), &cEnd) == 2;
+    return bNumber && cEnd == '\n' ? szNumber.data() : "";
 }
 
 void TakeEarlier(STATUS &X_sStatus)
@@ -210,60 +235,25 @@ void EndStatus(int I_iExit)
     WriteOrWarn(sStatus);
 }
 
-CMeter::CMeter(const base::CONNECTION &I_sConnection, uint64_t I_uExpected)
-    : spHash(EVP_MD_CTX_new(), &EVP_MD_CTX_free), uExpected(I_uExpected)
+COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+                 const std::function<size_t(char *cpBlock)> &I_fpMove)
 {
+    STATUS &sStatus = Status();
+    const uint64_t uBefore = sStatus.uBytes;
     const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
-    bBar = isatty(STDERR_FILENO) == 1 && !bTraced;
-    if (spHash == nullptr || EVP_DigestInit_ex(spHash.get(), EVP_sha256(), nullptr) != 1)
-        throw base::FAILURE("SHA-256 is not available");
-}
-
-CMeter::~CMeter()
-{
-    Clear();
-}
-
-void CMeter::Clear()
-{
-    if (bVisible) fputs("\r\x1b[K", stderr);
-    bVisible = false;
-}
-
-void CMeter::Add(const char *cpData, size_t I_uLength)
-{
-    if (EVP_DigestUpdate(spHash.get(), cpData, I_uLength) != 1)
-        throw base::FAILURE("SHA-256 failed");
-    sCount.uBytes += I_uLength;
-    Status().uBytes += I_uLength;
-    if (bBar && Seconds(sStart) - dDrawn >= REDRAW) Draw();
-}
-
-void CMeter::Draw()
-{
-    dDrawn = Seconds(sStart);
-    bVisible = true;
-    std::string strBar;
-    if (uExpected > 0)
+    const bool bBar = isatty(STDERR_FILENO) == 1 && !bTraced; // they would spoil each other
+    const std::unique_ptr<STATUS, void (*)(STATUS *)> spWiped(&sStatus, WipeBar); // at every end
+    sStatus.sDrawn = CLOCK::now();
+    base::CSha256 sHash;
+    std::vector<char> vecBlock(library::BLOCK_SIZE);
+    for (size_t uLength = library::BLOCK_SIZE; uLength == library::BLOCK_SIZE;)
     {
-        const uint64_t uDone = std::min(sCount.uBytes, uExpected);
-        strBar.assign(static_cast<size_t>(uDone * BAR_WIDTH / uExpected), '#');
-        strBar.resize(BAR_WIDTH, '.');
-        strBar = base::Text('[', strBar, "] ", uDone * 100 / uExpected, "% ");
+        uLength = I_fpMove(vecBlock.data());
+        sHash.Add({vecBlock.data(), uLength});
+        sStatus.uBytes += uLength;
+        if (bBar) DrawBar(sStatus);
     }
-    fprintf(stderr, "\r%s%.1f MB, %.1f MB/s\x1b[K", strBar.c_str(),
-            static_cast<double>(sCount.uBytes) / 1e6, Rate(sCount.uBytes, dDrawn));
-}
-
-COUNT CMeter::End()
-{
-    unsigned char ucHash[EVP_MAX_MD_SIZE];
-    unsigned uLength = 0;
-    Clear();
-    sCount.dSeconds = Seconds(sStart);
-    if (EVP_DigestFinal_ex(spHash.get(), ucHash, &uLength) != 1)
-        throw base::FAILURE("SHA-256 failed");
-    sCount.strDigest = base::Hex(ucHash, uLength);
-    return sCount;
+    I_sSession.EndData();
+    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), RateNow(sStatus), sHash.Digits()};
 }
 } // namespace transfer

@@ -13,28 +13,24 @@ namespace
 void Report(const char *cpVerb, const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions,
             const BSA_ObjectDescriptor &I_sObject, const COUNT &I_sCount)
 {
+    const std::string &strName = I_sOptions.sObject.strName;
     const unsigned uCopyId = I_sObject.copyId.right;
-    const double dRate = Rate(I_sCount.uBytes, I_sCount.dSeconds);
-    if (I_sOptions.bJson)
-    {
-        base::JSON sAnswer = {{"schema", SCHEMA}, {"name", I_sOptions.sObject.strName}};
-        if (I_sConnection.bInformix) sAnswer["space"] = I_sOptions.sObject.strSpace;
-        if (I_sConnection.bInformix) sAnswer["copy_id"] = uCopyId;
-        sAnswer["bytes"] = I_sCount.uBytes;
-        sAnswer["seconds"] = I_sCount.dSeconds;
-        sAnswer["bytes_per_second"] = dRate * 1e6;
-        sAnswer["sha256"] = I_sCount.strDigest;
-        sAnswer["verified"] = I_sOptions.bVerify;
-        std::cout << base::Dump(sAnswer) << '\n';
-        return;
-    }
+    base::JSON sAnswer = {{"schema", SCHEMA}, {"name", strName}};
+    if (I_sConnection.bInformix)
+        sAnswer.update({{"space", I_sOptions.sObject.strSpace}, {"copy_id", uCopyId}});
+    sAnswer.update({{"bytes", I_sCount.uBytes},
+                    {"seconds", I_sCount.dSeconds},
+                    {"bytes_per_second", I_sCount.dRate * 1e6},
+                    {"sha256", I_sCount.strDigest},
+                    {"verified", I_sOptions.bVerify}});
     const std::string strCopy =
         I_sConnection.bInformix ? base::Text("copy id ", uCopyId, ", ") : "";
-    std::cerr << "xbsactl: " << cpVerb << " \"" << base::Visible(I_sOptions.sObject.strName)
-              << "\": " << strCopy << I_sCount.uBytes << " bytes in "
-              << base::Text(I_sCount.dSeconds) << " s, " << std::fixed << std::setprecision(1)
-              << dRate << " MB/s, SHA-256 " << I_sCount.strDigest
-              << (I_sOptions.bVerify ? ", verified\n" : "\n");
+    if (I_sOptions.bJson) std::cout << base::Dump(sAnswer) << '\n';
+    else
+        std::cerr << base::Text("xbsactl: ", cpVerb, " \"", base::Visible(strName), "\": ", strCopy,
+                                I_sCount.uBytes, " bytes in ", I_sCount.dSeconds, " s, ",
+                                std::setprecision(1), I_sCount.dRate, " MB/s, SHA-256 ",
+                                I_sCount.strDigest, I_sOptions.bVerify ? ", verified\n" : "\n");
 }
 
 // A job that closed well is the utility's word; that a query offers the copy is what a restore will
@@ -50,38 +46,29 @@ void CheckStored(library::CSession &I_sSession, const OPTIONS &I_sOptions,
                             base::EXIT_SERVER);
 }
 
-// A failed read leaves without BSAEndData, and the end of the process resets the data connection.
-// An orderly end would make the short object a whole one for the server.
-COUNT SendAll(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
-              base::CInput &I_sInput, BSA_ObjectDescriptor &I_sObject)
-{
-    CMeter sMeter(I_sConnection, I_sInput.Size());
-    std::vector<char> vecBlock(library::BLOCK_SIZE);
-    CountStatus(I_sInput.Size());
-    I_sSession.Create(I_sObject);
-    size_t uLength = library::BLOCK_SIZE;
-    while (uLength == library::BLOCK_SIZE)
-    {
-        uLength = I_sInput.Read(vecBlock.data(), library::BLOCK_SIZE);
-        if (uLength > 0) I_sSession.Send(vecBlock.data(), uLength);
-        sMeter.Add(vecBlock.data(), uLength);
-    }
-    I_sSession.EndData();
-    return sMeter.End();
-}
-
 // The object is stored: what fails from here on does not undo it, and says so.
-template <typename STEP> void AfterStore(const char *cpWhat, const STEP &I_fpStep)
+void AfterStore(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
+                const OPTIONS &I_sOptions, BSA_ObjectDescriptor &I_sObject, const COUNT &I_sCount)
 {
+    const std::string strName = ManifestName(I_sConnection, I_sOptions.sObject);
+    const unsigned uCopyId = I_sConnection.bInformix ? I_sObject.copyId.right : 0;
+    const char *cpFault = "not in the manifest";
     try
     {
-        I_fpStep();
+        PutIntoManifest(I_sOptions.strManifest, {I_sCount.strDigest, strName, uCopyId, ""});
+        if (!I_sOptions.bVerify) return;
+        cpFault = "does not verify";
+        SayStatus("reading back " + base::Quoted(strName));
+        CountStatus(I_sCount.uBytes);
+        I_sSession.Next();
+        Compare(I_sSession, I_sConnection, I_sObject, I_sCount.strDigest);
     } catch (const base::FAILURE &sFailure)
     {
-        throw base::FAILURE(base::Text("the object is stored, but ", cpWhat, ": ", sFailure.what()),
-                            sFailure.iExit);
+        const std::string strStored = base::Text("the object is stored, but ", cpFault, ": ");
+        throw base::FAILURE(strStored + sFailure.what(), sFailure.iExit);
     }
 }
+
 using COPIES = std::vector<BSA_ObjectDescriptor>;
 
 std::string Json(const library::OBJECT &I_sWanted, const COPIES &I_vecCopies)
@@ -98,8 +85,7 @@ std::string Json(const library::OBJECT &I_sWanted, const COPIES &I_vecCopies)
 
 void PrintTable(const COPIES &I_vecCopies)
 {
-    std::cout << std::left << std::setw(12) << "COPY ID"
-              << "OBJECT\n";
+    std::cout << "COPY ID     OBJECT\n" << std::left;
     for (const BSA_ObjectDescriptor &sCopy : I_vecCopies)
         std::cout << std::setw(12) << sCopy.copyId.right
                   << base::Printable(library::Field(sCopy.objectName.objectSpaceName) + "@" +
@@ -119,26 +105,21 @@ void CheckSession(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 void Store(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 {
     CheckSession(X_sConnection, I_sOptions);
-    const std::string strName = ManifestName(X_sConnection, I_sOptions.sObject);
-    const bool bManifest = !I_sOptions.strManifest.empty();
-    if (bManifest) PutIntoManifest(I_sOptions.strManifest, {});
+    PutIntoManifest(I_sOptions.strManifest, {});
     base::CInput sInput(I_sOptions.strFile);
     library::CSession sSession(X_sConnection);
     BSA_ObjectDescriptor sObject = library::Descriptor(X_sConnection, I_sOptions.sObject);
-    const COUNT sCount = SendAll(sSession, X_sConnection, sInput, sObject);
+    CountStatus(sInput.Size());
+    sSession.Create(sObject);
+    // A failed read leaves without BSAEndData, and the end of the process resets the data connection.
+    // An orderly end would make the short object a whole one for the server.
+    const COUNT sCount = MoveObject(sSession, X_sConnection, [&](char *cpBlock) {
+        const size_t uLength = sInput.Read(cpBlock, library::BLOCK_SIZE);
+        if (uLength > 0) sSession.Send(cpBlock, uLength);
+        return uLength;
+    });
     if (X_sConnection.bInformix) CheckStored(sSession, I_sOptions, sObject);
-    if (bManifest)
-        AfterStore("not in the manifest", [&] {
-            const unsigned uCopyId = X_sConnection.bInformix ? sObject.copyId.right : 0;
-            PutIntoManifest(I_sOptions.strManifest, {sCount.strDigest, strName, uCopyId, ""});
-        });
-    if (I_sOptions.bVerify)
-        AfterStore("does not verify", [&] {
-            SayStatus("reading back " + base::Quoted(strName));
-            CountStatus(sCount.uBytes);
-            sSession.Next();
-            Compare(sSession, X_sConnection, sObject, sCount.strDigest);
-        });
+    AfterStore(sSession, X_sConnection, I_sOptions, sObject, sCount);
     sSession.Close();
     Report("stored", X_sConnection, I_sOptions, sObject, sCount);
 }
@@ -151,17 +132,20 @@ void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
     base::COutput sOutput(I_sOptions.strFile);
     library::CSession sSession(X_sConnection);
     BSA_ObjectDescriptor sObject = sSession.Find(I_sOptions.sObject);
-    const auto fpWrite = [&](const char *cpData, size_t uLength) {
+    CountStatus(0);
+    sSession.Get(sObject);
+    const COUNT sCount = MoveObject(sSession, X_sConnection, [&](char *cpBlock) {
+        const size_t uLength = sSession.Receive(cpBlock);
         try
         {
-            sOutput.Write(cpData, uLength);
+            sOutput.Write(cpBlock, uLength);
         } catch (const base::FAILURE &)
         {
             sSession.Abandon();
             throw;
         }
-    };
-    const COUNT sCount = ReceiveObject(sSession, X_sConnection, sObject, fpWrite);
+        return uLength;
+    });
     sSession.Close();
     sOutput.Commit();
     Report("restored", X_sConnection, I_sOptions, sObject, sCount);

@@ -12,9 +12,9 @@ std::vector<MANIFEST_ENTRY> ChosenEntries(const base::CONNECTION &I_sConnection,
                                           const OPTIONS &I_sOptions)
 {
     const std::string strName = ManifestName(I_sConnection, I_sOptions.sObject);
-    std::vector<MANIFEST_ENTRY> vecChosen;
-    for (const MANIFEST_ENTRY &sEntry : ReadManifest(I_sOptions.strManifest))
-        if (I_sOptions.bAll || sEntry.strName == strName) vecChosen.push_back(sEntry);
+    std::vector<MANIFEST_ENTRY> vecChosen = ReadManifest(I_sOptions.strManifest);
+    if (!I_sOptions.bAll)
+        std::erase_if(vecChosen, [&](const auto &sEntry) { return sEntry.strName != strName; });
     if (vecChosen.empty())
         throw base::FAILURE("manifest " + base::Quoted(I_sOptions.strManifest) + " has no entry" +
                                 (I_sOptions.bAll ? "" : " " + base::Quoted(strName)),
@@ -55,7 +55,6 @@ base::JSON VerifyEntry(library::CSession &I_sSession, const base::CONNECTION &I_
         sVerdict["ok"] = true;
     } catch (const base::FAILURE &sFailure)
     {
-        sVerdict.erase("bytes");
         sVerdict["error"] = base::Printable(sFailure.what());
     }
     return sVerdict;
@@ -77,8 +76,9 @@ void PrintLine(const std::string &I_strName, const base::JSON &I_sVerdict)
 uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
                  BSA_ObjectDescriptor &I_sObject, const std::string &I_strDigest)
 {
-    const COUNT sCount =
-        ReceiveObject(I_sSession, I_sConnection, I_sObject, [](const char *, size_t) {});
+    I_sSession.Get(I_sObject);
+    const COUNT sCount = MoveObject(I_sSession, I_sConnection,
+                                    [&](char *cpBlock) { return I_sSession.Receive(cpBlock); });
     if (sCount.strDigest != I_strDigest)
         throw base::FAILURE("differs: SHA-256 is " + sCount.strDigest + " and should be " +
                             I_strDigest);
