@@ -30,11 +30,11 @@ std::string Duration(int64_t I_iSeconds);
 // Bytes per second, or the bound that whole seconds allow: a difference of 1 may be nearly 2.
 std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds);
 
-std::string Clock(int64_t I_iTime, bool I_bDay); // "17:46:34", or "11-24 17:46:34"
-std::string Stamp(int64_t I_iTime);              // "2026-11-24 17:46:34"
-
 constexpr int64_t DAY = 86400; // seconds
 constexpr const char *STAMP_FORM = "%Y-%m-%d %H:%M:%S";
+
+std::string Stamp(int64_t I_iTime, const char *cpForm = STAMP_FORM); // of strftime
+std::string Clock(int64_t I_iTime, bool I_bDay); // "17:46:34", or "11-24 17:46:34"
 
 // The time when all of the text has this form of strptime, without a date one of 1970-01-01.
 std::optional<int64_t> ParseTime(const std::string &I_strText, const char *cpForm = STAMP_FORM);

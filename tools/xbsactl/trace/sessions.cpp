@@ -180,12 +180,9 @@ void CSessions::Take(const LOG_LINE &I_sLine)
     if (!I_sLine.bTrace) return;
     JudgeForeignHandle(I_sLine);
     const FUNCTION *spWriter = Writer(I_sLine);
-    if (spWriter == nullptr)
-    {
-        if (spCurrent != nullptr && spCurrent->eOrigin == ORIGIN::REPLIES)
-            spCurrent->eOrigin = ORIGIN::MIDDLE;
-        return;
-    }
+    const bool bReplies = spCurrent != nullptr && spCurrent->eOrigin == ORIGIN::REPLIES;
+    if (spWriter == nullptr && bReplies) spCurrent->eOrigin = ORIGIN::MIDDLE;
+    if (spWriter == nullptr) return;
     Choose(I_sLine);
     if (!I_sLine.bWhole) return TakeCut(I_sLine, *spWriter);
     trace::Take(*spCurrent, I_sLine, *spWriter);

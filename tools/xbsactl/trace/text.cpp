@@ -26,15 +26,6 @@ std::string WithoutPassword(const std::string &I_strText)
     }
     return I_strText;
 }
-
-std::string TimeText(int64_t I_iTime, const char *cpForm)
-{
-    const time_t lTime = I_iTime;
-    tm sTime = {};
-    std::array<char, 64> szText{};
-    strftime(szText.data(), szText.size(), cpForm, gmtime_r(&lTime, &sTime));
-    return szText.data();
-}
 } // namespace
 
 std::string Clean(std::string_view I_svText)
@@ -54,7 +45,7 @@ std::string Duration(int64_t I_iSeconds)
     if (I_iSeconds < 0) return "unknown (clock set back)";
     if (I_iSeconds == 0) return "<1 s";
     if (I_iSeconds < 120) return std::to_string(I_iSeconds) + " s";
-    return std::to_string(I_iSeconds / 3600) + TimeText(I_iSeconds, ":%M:%S h");
+    return std::to_string(I_iSeconds / 3600) + Stamp(I_iSeconds, ":%M:%S h");
 }
 
 std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds)
@@ -71,12 +62,16 @@ std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds)
 
 std::string Clock(int64_t I_iTime, bool I_bDay)
 {
-    return TimeText(I_iTime, I_bDay ? "%m-%d %H:%M:%S" : "%H:%M:%S");
+    return Stamp(I_iTime, I_bDay ? "%m-%d %H:%M:%S" : "%H:%M:%S");
 }
 
-std::string Stamp(int64_t I_iTime)
+std::string Stamp(int64_t I_iTime, const char *cpForm)
 {
-    return TimeText(I_iTime, STAMP_FORM);
+    const time_t lTime = I_iTime;
+    tm sTime = {};
+    std::array<char, 64> szText{};
+    strftime(szText.data(), szText.size(), cpForm, gmtime_r(&lTime, &sTime));
+    return szText.data();
 }
 
 std::optional<int64_t> ParseTime(const std::string &I_strText, const char *cpForm)
