@@ -1,5 +1,6 @@
 #include "trace/parts.h"
 
+#include <algorithm>
 #include <sstream>
 
 namespace trace
@@ -7,8 +8,9 @@ namespace trace
 namespace
 {
 constexpr size_t LONGEST_MESSAGE = 1000; // with its continuation lines
-constexpr size_t MOST_BYTES = 24U << 20U;
-constexpr int64_t BEFORE = 60; // seconds around a session in which a message belongs to it still
+constexpr size_t MOST_BYTES = 32U << 20U;
+constexpr size_t OVERHEAD = 120; // bytes that a message takes besides its text
+constexpr int64_t BEFORE = 60;   // seconds around a session in which a message belongs to it still
 constexpr int64_t AFTER = 2;
 } // namespace
 
@@ -19,15 +21,13 @@ std::optional<CActivityLog::MESSAGE> CActivityLog::Parse(std::string_view I_svLi
     std::string strDay;
     std::string strClock;
     std::string strText;
-    MESSAGE sMessage;
+    long lProcess = 0;
     long lParent = 0;
-    if (!(sWords >> strDay >> strClock >> sMessage.lProcess >> lParent)) return std::nullopt;
+    if (!(sWords >> strDay >> strClock >> lProcess >> lParent)) return std::nullopt;
     const std::optional<int64_t> iTime = ParseTime(strDay + " " + strClock);
-    if (!iTime || sMessage.lProcess <= 0) return std::nullopt;
+    if (!iTime || lProcess <= 0) return std::nullopt;
     std::getline(sWords >> std::ws, strText);
-    sMessage.iTime = *iTime;
-    sMessage.strText = Clean(strText);
-    return sMessage;
+    return MESSAGE{{lProcess, *iTime}, Clean(strText)};
 }
 
 CActivityLog::CActivityLog(const std::string &I_strFile)
@@ -47,29 +47,30 @@ CActivityLog::CActivityLog(const std::string &I_strFile)
 
 void CActivityLog::Add(const MESSAGE &I_sMessage)
 {
-    if (I_sMessage.lProcess == 0) return; // what came before the first one
-    mapMessages.emplace(I_sMessage.iTime, I_sMessage);
-    uBytes += I_sMessage.Size();
+    if (I_sMessage.sKey.first == 0) return; // what came before the first one
+    deqOldest.push_back(mapMessages.emplace(I_sMessage.sKey, I_sMessage.strText));
+    uBytes += OVERHEAD + I_sMessage.strText.size();
     for (; uBytes > MOST_BYTES; uDropped++)
     {
-        uBytes -= mapMessages.begin()->second.Size();
-        mapMessages.erase(mapMessages.begin());
+        uBytes -= OVERHEAD + deqOldest.front()->second.size();
+        mapMessages.erase(deqOldest.front());
+        deqOldest.pop_front();
     }
 }
 
 std::vector<STEP> CActivityLog::TakeFor(const SESSION &I_sSession)
 {
     std::vector<STEP> vecFound;
-    auto spNext = mapMessages.lower_bound(I_sSession.sFirst.iTime - BEFORE);
-    while (spNext != mapMessages.end() && spNext->first <= I_sSession.sLast.iTime + AFTER)
+    for (const long lHandle : I_sSession.setHandles)
     {
-        const auto spMessage = spNext++;
-        const auto &[lProcess, iTime, strText] = spMessage->second;
-        if (!I_sSession.setHandles.contains(lProcess)) continue;
-        const std::string strWho = I_sSession.IsMixed() ? std::to_string(lProcess) + ": " : "";
-        vecFound.push_back({KIND::DATABASE, iTime, strWho + strText});
-        mapMessages.erase(spMessage);
+        const std::string strWho = I_sSession.IsMixed() ? std::to_string(lHandle) + ": " : "";
+        auto spNext = mapMessages.lower_bound({lHandle, I_sSession.sFirst.iTime - BEFORE});
+        const KEY sLast = {lHandle, I_sSession.sLast.iTime + AFTER};
+        for (; spNext != mapMessages.end() && spNext->first <= sLast;
+             spNext = mapMessages.erase(spNext))
+            vecFound.push_back({KIND::DATABASE, spNext->first.second, strWho + spNext->second});
     }
+    std::ranges::stable_sort(vecFound, {}, &STEP::iStart);
     return vecFound;
 }
 } // namespace trace

@@ -146,21 +146,18 @@ class CActivityLog
     uint64_t uDropped = 0; // the oldest, of a log that does not fit into memory
 
   private:
+    using KEY = std::pair<long, int64_t>; // process and time
+    using MESSAGES = std::multimap<KEY, std::string>;
     struct MESSAGE
     {
-        long lProcess = 0;
-        int64_t iTime = 0;
+        KEY sKey;
         std::string strText;
-
-        size_t Size() const
-        {
-            return sizeof(MESSAGE) + strText.size();
-        }
     };
     static std::optional<MESSAGE> Parse(std::string_view I_svLine);
     void Add(const MESSAGE &I_sMessage);
 
-    std::multimap<int64_t, MESSAGE> mapMessages; // by their time
+    MESSAGES mapMessages;
+    std::deque<MESSAGES::iterator> deqOldest; // in the order of the log, while it is read
     size_t uBytes = 0;
 };
 
