@@ -6,8 +6,8 @@
 #include <variant>
 
 #include "base/json.h"
-#include "help_txt.h"
-#include "options_json.h"
+#include "texts/help_txt.h"
+#include "texts/options_json.h"
 
 namespace
 {
@@ -19,7 +19,7 @@ constexpr const char *DESCRIPTION =
 // What the help says of a command, or of an option of the first command that has it.
 std::string Help(const std::string &I_strCommands, const std::string &I_strOption = "")
 {
-    static const base::JSON sHelp = base::JSON::parse(OPTIONS_JSON);
+    static const base::JSON sHelp = base::JSON::parse(texts::OPTIONS_JSON);
     const std::string strCommand = I_strCommands.substr(0, I_strCommands.find(' '));
     const char *cpBetween = strCommand.empty() || I_strOption.empty() ? "" : " ";
     return sHelp.at(strCommand + cpBetween + I_strOption);
@@ -235,7 +235,8 @@ void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
     const char *cpConfig = getenv("XBSACTL_CONFIG");
     X_sApp.description(DESCRIPTION);
-    X_sApp.footer(std::string(HELP_TXT, 0, HELP_TXT.size() - 1)); // without its line end
+    X_sApp.footer(
+        std::string(texts::HELP_TXT, 0, texts::HELP_TXT.size() - 1)); // without its line end
     X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
     X_sApp.fallthrough();            // the options may follow the command, too
     X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none

@@ -29,6 +29,22 @@ void Query(const base::CONNECTION &I_sConnection, const SAY &I_fpSay)
     library::CSession(I_sConnection, fpListener).Copies({"xbsactl-check", "none", 0});
 }
 
+// What the utility printed, whatever the library made of it: a line of the trace has 16 bytes of it,
+// "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
+std::string PrintedIn(const OUTCOME &I_sOutcome)
+{
+    constexpr size_t DUMPED = 48; // characters of them
+    const std::string strBegin = "Dumping memory: [";
+    std::string strText;
+    for (const EVENT &sEvent : I_sOutcome.vecEvents)
+    {
+        const char *cpDump = After(sEvent.strValue, strBegin);
+        std::istringstream sHex(cpDump != nullptr ? std::string(cpDump).substr(0, DUMPED) : "");
+        for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
+    }
+    return strText;
+}
+
 struct UTILITY
 {
     const CReport &sReport;
@@ -82,20 +98,6 @@ struct UTILITY
     }
 };
 } // namespace
-
-std::string PrintedIn(const OUTCOME &I_sOutcome)
-{
-    constexpr size_t DUMPED = 48; // characters of them
-    const std::string strBegin = "Dumping memory: [";
-    std::string strText;
-    for (const EVENT &sEvent : I_sOutcome.vecEvents)
-    {
-        const char *cpDump = After(sEvent.strValue, strBegin);
-        std::istringstream sHex(cpDump != nullptr ? std::string(cpDump).substr(0, DUMPED) : "");
-        for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
-    }
-    return strText;
-}
 
 std::string ValueIn(const OUTCOME &I_sOutcome, const std::string &I_strKey)
 {

@@ -126,9 +126,10 @@ void OpenTrace(const std::string &I_strFile, bool I_bNeeded)
     if (sTrace.iFile == -1 && errno == ENOENT)
         sTrace.iFile = open(I_strFile.c_str(), iFlags | O_CREAT, 0600);
     if (sTrace.iFile != -1) return;
-    const base::FAILURE sFailure = base::SystemFailure("trace file ", base::Quoted(I_strFile));
-    if (I_bNeeded) throw sFailure;
-    fprintf(stderr, "xbsactl: warning: %s: no trace is written (XBSA_LOGFILE)\n", sFailure.what());
+    const std::string strWhat = "trace file " + base::Quoted(I_strFile);
+    if (I_bNeeded) throw base::SystemFailure(strWhat);
+    fprintf(stderr, "xbsactl: warning: %s: no trace is written (XBSA_LOGFILE)\n",
+            base::SystemFailure(strWhat).what());
     sTrace.iShown = 0;
 }
 
@@ -296,8 +297,9 @@ void CSession::FailData(const char *cpStep, int I_iCode) const
     const base::FAILURE sFailure = Failure(cpStep, I_iCode);
     Listen(true);
     CALL(BSAEndData)(lHandle);
-    const std::string strReason = LastError();
-    throw base::FAILURE(sFailure.what() + (strReason.empty() ? "" : "; then: " + strReason),
+    std::string strReason = LastError();
+    if (!strReason.empty()) strReason = "; then: " + ServersPart(strReason, *spRecord);
+    throw base::FAILURE(sFailure.what() + base::Masked(strReason, sConnection.strPassword),
                         sFailure.iExit);
 }
 
