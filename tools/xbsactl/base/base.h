@@ -79,16 +79,14 @@ template <typename... PARTS> FAILURE SystemFailure(const PARTS &...sParts)
 
 bool HasControlCharacter(const std::string &I_strText);
 
-// Length of the valid UTF-8 sequence that begins the text; 0 for none. Overlong forms, surrogates
-// and what lies beyond U+10FFFF are not valid.
-size_t SequenceLength(std::string_view I_svText);
-
 // The text with "?" for each character that a terminal would obey: controls, those of U+0080 to
 // U+009F too, and marks of the writing direction. All that is printed passes through here.
-std::string Visible(const std::string &I_strText);
+// I_bUtf8: also for each byte that is not valid UTF-8, as are overlong forms, surrogates, and what
+// lies beyond U+10FFFF.
+std::string Visible(const std::string &I_strText, bool I_bUtf8 = false);
 
 // The same, without controls and blanks at its end: a server's reply in one line.
-std::string Printable(std::string I_strText);
+std::string Printable(std::string I_strText, bool I_bUtf8 = false);
 
 // The text with line ends between words for lines of that width; all but the first are indented.
 std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent);
