@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <iostream>
 
 #include "setup/logrotate_txt.h"
@@ -49,8 +48,7 @@ std::string FolderName(std::string I_strFolder)
 }
 
 // Null when there is none. DIR itself may be a link: whoever runs this named it.
-std::shared_ptr<const base::CDescriptor> OpenFolder(int I_iIn, const std::string &I_strName,
-                                                    const std::string &I_strPath)
+FOLDER OpenFolder(int I_iIn, const std::string &I_strName, const std::string &I_strPath)
 {
     const int iLink = I_iIn == AT_FDCWD ? 0 : O_NOFOLLOW;
     base::CDescriptor sFolder(openat(I_iIn, I_strName.c_str(), O_PATH | O_CLOEXEC | iLink));
@@ -58,7 +56,7 @@ std::shared_ptr<const base::CDescriptor> OpenFolder(int I_iIn, const std::string
     if (sFolder.Get() == -1) throw base::SystemFailure(I_strPath);
     const STAT sStatus = sFolder.Status(I_strPath);
     if (S_ISLNK(sStatus.st_mode))
-        throw base::FileFailure(I_strPath +
+        throw base::FileFailure(I_strPath,
                                 " is a link: setup changes nothing outside of the folder");
     if (!S_ISDIR(sStatus.st_mode))
         throw base::FileFailure(I_strPath + " is not a directory: no database's folder");
@@ -70,8 +68,7 @@ STAT OnconfigStatus(const PLACE &I_sPlace)
     const base::TARGET sTarget = I_sPlace.At(I_sPlace.strOnconfig);
     const std::optional<STAT> sStatus = sTarget.Status();
     if (!sStatus)
-        throw base::FileFailure(sTarget.strShown +
-                                " does not exist: give its name with --onconfig");
+        throw base::FileFailure(sTarget.strShown, " does not exist: give its name with --onconfig");
     if (!S_ISREG(sStatus->st_mode)) throw base::FileFailure(sTarget.strShown + " is no plain file");
     return *sStatus;
 }
@@ -157,7 +154,7 @@ void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
     const STAT sEtc = I_sPlace.spEtc->Status(I_sPlace.Path("etc"));
     CheckWay(I_sPlace.strFolder, sFolder.st_uid, false);
     if (sStatus.st_uid == 0 && !(IsRootsOnly(sFolder) && IsRootsOnly(sEtc)))
-        throw base::FileFailure(strFile +
+        throw base::FileFailure(strFile,
                                 " is root's, but others may write its folder: give it to the "
                                 "database's account first (chown)");
     if (sStatus.st_uid == 0) return;
@@ -166,7 +163,7 @@ void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
                                 ", which " + strName +
                                 " is not in: give it one of this account's groups first (chgrp)");
     Become(sStatus.st_uid, sStatus.st_gid);
-    std::cout << "# As " << strName << ", who owns " << base::Printable(strFile) << '\n';
+    std::cout << "# As " << strName << ", who owns " << strFile << '\n';
 }
 
 // Of the folder itself, so that nothing is created before the question. Where it cannot be read
@@ -207,8 +204,9 @@ bool MayWriteLib(const PLACE &I_sPlace)
     const bool bMay = bRoot ? IsRootsOnly(I_sPlace.spLib->Status(strLib))
                             : faccessat(I_sPlace.spLib->Get(), ".", W_OK | X_OK, 0) == 0;
     if (!bMay)
-        std::cout << "# No link in " << strLib << ": " << (bRoot ? "others" : "this account")
-                  << " may " << (bRoot ? "" : "not ") << "write there\n";
+        std::cout << "# No link in " << strLib
+                  << (bRoot ? ": others may write there\n"
+                            : ": this account may not write there\n");
     return bMay;
 }
 
@@ -219,7 +217,7 @@ std::string Rotation(const OPTIONS &I_sOptions)
     if (spFolder == nullptr) throw base::FileFailure(strFolder + " does not exist");
     const STAT sStatus = spFolder->Status(strFolder);
     if (sStatus.st_uid == 0 && !IsRootsOnly(sStatus))
-        throw base::FileFailure(strFolder +
+        throw base::FileFailure(strFolder,
                                 " is root's, but others may write it: logrotate would work there "
                                 "with root's rights");
     CheckWay(strFolder, sStatus.st_uid, true); // logrotate walks it again, as this account
