@@ -162,9 +162,8 @@ void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecC
 std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL &X_sJournal)
 {
     auto &vecRecords = X_sJournal.vecRecords;
-    const auto fpOwn = [&](const RECORD &sRecord) {
-        return sRecord.strFile == I_sPlace.strOnconfig;
-    };
+    const std::string &strOwn = I_sPlace.strOnconfig;
+    const auto fpOwn = [&](const RECORD &sRecord) { return sRecord.strFile == strOwn; };
     const bool bLast = std::ranges::all_of(vecRecords, [&](const RECORD &sRecord) {
         return fpOwn(sRecord) || IsShared(sRecord.strFile);
     });

@@ -184,11 +184,10 @@ PLACE Enter(const OPTIONS &I_sOptions)
 {
     PLACE sPlace;
     sPlace.strFolder = FolderName(I_sOptions.strInformixDir);
-    const std::string strEtc = sPlace.Path("etc");
     const auto spFolder = OpenFolder(AT_FDCWD, sPlace.strFolder, sPlace.strFolder);
-    if (spFolder != nullptr) sPlace.spEtc = OpenFolder(spFolder->Get(), "etc", strEtc);
+    if (spFolder != nullptr) sPlace.spEtc = OpenFolder(spFolder->Get(), "etc", sPlace.Path("etc"));
     if (sPlace.spEtc == nullptr)
-        throw base::FileFailure(strEtc + " is missing: no database's folder");
+        throw base::FileFailure(sPlace.Path("etc"), " is missing: no database's folder");
     sPlace.spLib = OpenFolder(spFolder->Get(), "lib", sPlace.Path("lib"));
     sPlace.strOnconfig = "etc/" + OnconfigName(I_sOptions);
     TakeAccount(sPlace, *spFolder);

@@ -15,10 +15,8 @@ namespace
 // The folder's links are resolved, the file's are not: libxbsa.so.1 stays right after an update.
 std::string AbsolutePath(const std::string &I_strFile)
 {
-    const std::filesystem::path sFile = I_strFile;
-    std::string strPath =
-        std::filesystem::canonical(std::filesystem::absolute(sFile).parent_path()) /
-        sFile.filename();
+    const std::filesystem::path sFile = std::filesystem::absolute(I_strFile);
+    std::string strPath = std::filesystem::canonical(sFile.parent_path()) / sFile.filename();
     if (base::HasControlCharacter(strPath) || strPath.find_first_of(" #'\"") != std::string::npos)
         throw base::FileFailure(strPath,
                                 ": an onconfig takes no path with a blank, a quote or \"#\"");

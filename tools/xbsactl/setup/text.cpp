@@ -10,6 +10,8 @@ namespace
 {
 constexpr const char *BEGIN = "# Korva XBSA: begin (written by xbsactl setup)";
 constexpr const char *END = "# Korva XBSA: end";
+constexpr const char *PAGES =
+    "# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, write 15";
 constexpr const char *REPLACED = "#xbsa# "; // before a line that ours replace
 constexpr const char *BUFFER = "BAR_XFER_BUF_SIZE";
 constexpr int MOST_PAGES = 31; // of 2 KB: the most that fits into one call's 65,535 bytes
@@ -43,25 +45,17 @@ std::string GoodBuffer(const base::LINES &I_vecLines)
 base::LINES Block(const std::string &I_strLibrary, const std::string &I_strBuffer)
 {
     base::LINES vecBlock = {BEGIN, std::string(base::LIBRARY_KEY) + " " + I_strLibrary};
-    if (!I_strBuffer.empty())
-        vecBlock.insert(
-            vecBlock.end(),
-            {"# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, write 15",
-             I_strBuffer});
+    if (!I_strBuffer.empty()) vecBlock.insert(vecBlock.end(), {PAGES, I_strBuffer});
     vecBlock.emplace_back(END);
     return vecBlock;
 }
 
-bool IsReplaced(const std::string &I_strLine)
-{
-    return I_strLine.starts_with(REPLACED);
-}
-
 void CheckBlock(const base::LINES &I_vecLines, const base::LINES &I_vecBlock)
 {
-    if (I_vecBlock.empty() && std::ranges::none_of(I_vecLines, IsReplaced) &&
-        std::ranges::count(I_vecLines, END) == 0)
-        return;
+    const auto fpMark = [](const auto &strLine) {
+        return strLine == END || strLine.starts_with(REPLACED);
+    };
+    if (I_vecBlock.empty() && std::ranges::none_of(I_vecLines, fpMark)) return;
     const std::string strLibrary = I_vecBlock.size() > 1 ? base::Value(I_vecBlock[1]) : "";
     if (I_vecBlock != Block(strLibrary, GoodBuffer(I_vecBlock)) ||
         std::ranges::count(I_vecLines, BEGIN) > 1)
@@ -88,7 +82,7 @@ base::LINES TakeBlock(base::LINES &X_vecLines)
 void Restore(base::LINES &X_vecLines, const char *cpLibraryMark)
 {
     for (std::string &strLine : X_vecLines)
-        if (IsReplaced(strLine))
+        if (strLine.starts_with(REPLACED))
         {
             strLine.erase(0, std::string_view(REPLACED).size());
             if (base::Sets(strLine, base::LIBRARY_KEY)) strLine.insert(0, cpLibraryMark);
