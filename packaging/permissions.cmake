@@ -1,4 +1,5 @@
-# Run by CPack before it packs: folders are for all, whatever the umask of the account that packs.
+# Run by CPack before it packs: folders are for all, whatever the umask of the account that packs, and
+# everything has the time of the sources. rpmbuild alone would leave what is older than that.
 file(GLOB_RECURSE entries LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
 foreach(entry ${CPACK_TEMPORARY_DIRECTORY} ${entries})
   if(IS_DIRECTORY ${entry})
@@ -6,3 +7,5 @@ foreach(entry ${CPACK_TEMPORARY_DIRECTORY} ${entries})
       OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
   endif()
 endforeach()
+execute_process(COMMAND_ERROR_IS_FATAL ANY
+  COMMAND find ${CPACK_TEMPORARY_DIRECTORY} -exec touch -h -d @$ENV{SOURCE_DATE_EPOCH} {} +)

@@ -48,9 +48,14 @@ root_packages() {
 
 root_demo() { korva-xbsa-demo; }
 
-root_purge() {
-    apt-get purge -y libxbsa1 libxbsa-dev xbsactl korva-xbsa korva-xbsa-dev korva-xbsa-sandbox
-    ! find / -xdev \( -path /src -o -path /root/.cache -o -path /newer \) -prune -o -name '*xbsa*' -print | grep .
+root_purge() { # nothing may stay after a removal, nor after a purge of what was installed again
+    local way
+    for way in remove purge; do
+        [[ $way == remove ]] || apt-get install -y --no-install-recommends ./build/release/packages/*.deb
+        apt-get "$way" -y libxbsa1 libxbsa-dev xbsactl korva-xbsa korva-xbsa-dev korva-xbsa-sandbox
+        ! find / -xdev \( -path /src -o -path /root/.cache -o -path /newer \) -prune -o \
+            -name '*xbsa*' -print | grep . || return
+    done
 }
 
 # Not by chroot: in one, no account can make the namespaces that a private /etc needs.
@@ -117,6 +122,6 @@ mkdir -p "$work"
 rm -f "$work/libxbsa.so.1"
 [[ $# != 0 ]] || set -- trixie bookworm bullseye
 for release in "$@"; do try_all "$release"; done
-printf '%s\n' "| release | g++ | glibc | CMake | build | library's tests | packages | demo | purge | \
+printf '%s\n' "| release | g++ | glibc | CMake | build | library's tests | packages | demo | remove, purge | \
 tests on $1's library | libxbsa1 needs |" "|---|---|---|---|---|---|---|---|---|---|---|" "${rows[@]}"
 [[ ${rows[*]} != *failed\*\** ]]

@@ -1,34 +1,56 @@
 """
-On command, as root, nine minutes: what only a network between two hosts can do. In tests/command/:
+On command, as root, nine minutes: what only a network between two hosts can do, a tunnel by wireguard-tools
+(and wireguard-go, where the kernel has no WireGuard) in it. In tests/command/:
 
     XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../harness python3 -m unittest -v test_network
 """
+import concurrent.futures
 import contextlib
 import ctypes as c
 import os
+import re
 import select
+import signal
 import socket
 import subprocess
 import threading
 import unittest
 
+from ftpd import Daemon
 from server import Server
-from xbsa import STRICT, descriptor, pattern, run
+from xbsa import ROOT, STRICT, descriptor, make_folder, pattern, read_text, run, write_plain
 
-HERE, THERE = "10.77.0.1", "10.77.0.2"
+HERE, THERE, TUNNELLED = "10.77.0.1", "10.77.0.2", "10.78.0.2"
 PATIENCE = 600  # seconds: no scenario may take longer
-OBJECT = pattern(300000)
+OBJECT, CANARY = pattern(300000), b"canary" * 20000
 
 
 def ip(*arguments):
     subprocess.run(["ip", *" ".join(arguments).split()], check=True)
 
 
-
-
 def enter(name):
     with open(f"/var/run/netns/{name}", encoding="ascii") as file:
         assert c.CDLL(None, use_errno=True).setns(file.fileno(), 0) == 0
+
+
+def in_host(host, job):
+    with concurrent.futures.ThreadPoolExecutor(1, "", enter, [host]) as pool:
+        return pool.submit(job).result()
+
+
+def listen():
+    return socket.create_server(("0.0.0.0", 2121))
+
+
+class FarDaemon(Daemon):
+    def __init__(self, host):
+        super().__init__("vsftpd")
+        self.forget()
+        self.host, self.listener = host, in_host(host, listen)
+
+    def serve(self, done):
+        in_host(self.host, lambda: Daemon.serve(self, done))
 
 
 class Far(Server):
@@ -37,15 +59,7 @@ class Far(Server):
     def __init__(self, host, closed_for):
         super().__init__()
         self.host, self.closed_for, self.done = host, closed_for, None
-        self._there(self._listen).join()
-
-    def _there(self, job):
-        thread = threading.Thread(target=lambda: enter(self.host) or job(), daemon=True)
-        thread.start()
-        return thread
-
-    def _listen(self):
-        self.listener = socket.create_server(("0.0.0.0", 2121))
+        self.listener = in_host(host, listen)
 
     def _serve(self):
         with contextlib.suppress(OSError, ValueError):
@@ -54,7 +68,7 @@ class Far(Server):
     def serve(self, done):
         """What is left of it when the client has ended waits in vain."""
         self.done = done
-        self._there(self._serve)
+        threading.Thread(target=lambda: enter(self.host) or self._serve(), daemon=True).start()
         assert select.select([done], [], [], PATIENCE)[0]
 
     def _do_connect(self, source=""):
@@ -71,9 +85,17 @@ class Far(Server):
         return "FIN"
 
 
-def begin(x, host):
+def wiretap(host):
+    """What passes by on the device of the host's own name."""
+    tap = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(3))
+    tap.setsockopt(socket.SOL_SOCKET, 33, 64 << 20)  # SO_RCVBUFFORCE
+    tap.bind((host, 0))
+    return tap
+
+
+def begin(x, host, server=THERE):
     enter(host)
-    assert x.init(b"BSA_API_VERSION=1.0.1", f"BSA_SERVICE_HOST={THERE}:2121".encode()) == 0
+    assert x.init(b"BSA_API_VERSION=1.0.1", f"BSA_SERVICE_HOST={server}:2121".encode()) == 0
     x.BSABeginTxn(x.handle)
 
 
@@ -103,6 +125,14 @@ def vanish_in_restore(x, here, there):
 def store(x, here, _):
     begin(x, here)
     return x.store(OBJECT * 40)
+
+
+def die_in_the_second_store(x, here, address):
+    names = {"owner": b"user=ftp:pass=", "path": b"."}
+    begin(x, here, address)
+    assert (x.store(CANARY, **names), x.restore(**names)) == ([0] * 3, ([0] * 3, CANARY))
+    x.store(OBJECT, end=False, name=b"half", **names)
+    os.kill(os.getpid(), signal.SIGKILL)
 
 
 class Network(unittest.TestCase):
@@ -136,3 +166,30 @@ class Network(unittest.TestCase):
         """Longer than the silence that means the end of another."""
         codes, server = self.scenario(store, closed_for=240)
         self.assertEqual((codes, server.objects["obj"]), ([0, 0, 0], OBJECT * 40))
+
+    def tunnel(self, hosts):
+        """The examples, with keys and addresses filled in."""
+        folder, words = make_folder(self), {"192.0.2.10": THERE, "192.0.2.20": HERE}
+        for owner in "THE_DATABASE_HOST", "THE_BACKUP_SERVER":
+            words["PRIVATE_KEY_OF_" + owner] = key = subprocess.getoutput("wg genkey")
+            words["PUBLIC_KEY_OF_" + owner] = subprocess.getoutput(f"echo {key} | wg pubkey")
+        for host, name in zip(hosts, ("database-host", "backup-server")):
+            text = re.sub("|".join(words), lambda found: words[found[0]],
+                          read_text(f"{ROOT}/examples/wireguard/{name}.conf"))
+            write_plain(path := f"{folder}/{host}w.conf", text, 0o600)
+            ip("netns exec", host, "wg-quick up", path)
+            self.addCleanup(ip, "netns exec", host, "wg-quick down", path)
+
+    def test_tunnel(self):
+        """Nothing can be read on the wire, and the reset of a client that died passes through."""
+        here, there = self.hosts()
+        self.tunnel((here, there))
+        for address, words in (THERE, [b"canary", b"STOR"]), (TUNNELLED, []):
+            with self.subTest(address), in_host(here, lambda: wiretap(here)) as wire:
+                server, seen = FarDaemon(there), b""
+                run(die_in_the_second_store, here, address, server=server, env=STRICT, killed=True)
+                while select.select([wire], [], [], 0)[0]:
+                    seen += wire.recv(65536)
+                self.assertEqual(server.stored(), {"obj": CANARY})
+                self.assertGreater(len(seen), 2 * len(CANARY))
+                self.assertEqual([word for word in (b"canary", b"STOR") if word in seen], words)

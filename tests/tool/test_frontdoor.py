@@ -148,7 +148,7 @@ class Setup(Folder):
         fcntl.flock(busy, fcntl.LOCK_EX)
         self.refuse("another setup is at work", "--yes")
         os.close(busy)
-        for row in rows("says options code", ("no absolute path", "--yes", 2, {"folder": "informix"}),
+        for row in rows("says options code", ("not an absolute path", "--yes", 2, {"folder": "informix"}),
                         ("a control character", "--logrotate", 2, {"folder": "/\u009b"}),
                         ("no database's folder", "--yes", 6, {"folder": self.path("lib")}),
                         ("does not exist", "--onconfig none --yes", 6),
@@ -202,6 +202,7 @@ class Setup(Folder):
     def test_there_and_back(self):
         self.write("etc/onconfig.before-xbsa", "another copy")
         self.before = self.tree()
+        self.assertIn("Nothing was", tool("setup", env={"INFORMIXDIR": self.folder}).stdout)
         self.setup(input="y\n")
         tree = self.tree()
         library, (*owner, text) = tree["lib/ibsad001.so"][3], tree["etc/onconfig"]
@@ -351,7 +352,7 @@ class AsRoot(Folder):
             path += "/sudoers" if row.planted in ("folder", "real") else ""
             for line in (["restore", "x", path, *host], ["store", "x", "--manifest", path, *host],
                          ["store", "x", "--status", path, *host],
-                         ["trace", ROOT + "/tests/library/store.trace", "--html", path]):
+                         ["trace", "/dev/null", "--html", path]):
                 with self.subTest(row, line=line):
                     before, got = state(path), tool(*line, env=env)
                     self.assertEqual("to another account (12345)" in got.stderr, row.owner == OTHER, got)

@@ -9,6 +9,7 @@ import re
 import shutil
 import subprocess
 import tempfile
+import time
 import unittest
 
 from ftpd import Daemon, serve_behind
@@ -18,6 +19,7 @@ BUILD, TOOL = os.environ["XBSA_BUILD"], os.environ["XBSA_TOOL"]
 ENV = {"PATH": os.environ["PATH"] + ":/usr/sbin:/sbin", "LC_ALL": "C.UTF-8", "TZ": "UTC",
        "SOURCE_DATE_EPOCH": "1000000000", "XBSA_PASSWORD": "secret", "MANWIDTH": "80",
        "TMPDIR": tempfile.gettempdir()}
+NOW = int(time.time())
 LIBDIR = f"lib/{os.uname().machine}-linux-gnu"
 DOC = "share/doc/korva-xbsa"
 FILES = {"libxbsa1": f"{LIBDIR}/libxbsa.so.1 {LIBDIR}/libxbsa.so.1.0.0",
@@ -26,6 +28,7 @@ FILES = {"libxbsa1": f"{LIBDIR}/libxbsa.so.1 {LIBDIR}/libxbsa.so.1.0.0",
             share/man/man3/xbsa.3.gz {DOC}/examples/store.c""",
          "xbsactl": f"""bin/xbsactl share/man/man1/xbsactl.1.gz share/man/man7/korva-xbsa.7.gz
             {DOC}/docs/settings.md {DOC}/examples/korva-xbsa.logrotate
+            {DOC}/examples/systemd/korva-xbsa-check.service {DOC}/examples/wireguard/database-host.conf
             share/bash-completion/completions/xbsactl share/zsh/vendor-completions/_xbsactl""",
          "korva-xbsa-sandbox": """bin/korva-sandbox bin/korva-xbsa-demo share/korva-xbsa/sandbox/run
             share/man/man1/korva-sandbox.1.gz""",
@@ -113,7 +116,8 @@ class Interface(unittest.TestCase):
 def build(kind, umask="077"):
     folder = tempfile.mkdtemp(prefix="package")
     unittest.addModuleCleanup(shutil.rmtree, folder)
-    output("sh", "-c", f'umask {umask}; exec "$@"', "sh", "cpack", "-G", kind, "-B", folder,
+    more = ["env", f"SOURCE_DATE_EPOCH={NOW}"] if kind == "RPM" else []  # newer than the sources
+    output("sh", "-c", f'umask {umask}; exec "$@"', "sh", *more, "cpack", "-G", kind, "-B", folder,
            "--config", f"{BUILD}/CPackConfig.cmake", cwd=folder)
     return sorted(glob.glob(f"{folder}/*.{kind.lower()}"))
 
@@ -182,6 +186,7 @@ class Packages(unittest.TestCase):
         self.assertIn(f"calling init: {usr}/bin/../{LIBDIR}/libxbsa.so.1", loaded)
         output(f"{usr}/bin/xbsactl", "restore", "obj", name + ".back", *login)
         output("cmp", name, name + ".back")
+        self.assert_examples(f"{usr}/{DOC}/examples", login)
 
         source = f"{usr}/{DOC}/examples/store.c"
         pathlib.Path(self.root, "CMakeLists.txt").write_text(
@@ -200,6 +205,27 @@ class Packages(unittest.TestCase):
         output(f"{usr}/bin/korva-sandbox", "--exec", f"{usr}/bin/xbsactl", "--informix", "store",
                "--space", "rootdbs", "level0", name)
 
+    def assert_examples(self, examples, login):
+        """The report reads what the tool writes, and the rules use no other names."""
+        status = os.path.join(self.root, "status")
+        os.mkdir(status)
+        store = [TOOL, "store", "obj", __file__, "--status"]
+        output(*store, "good.prom", *login, cwd=status)
+        output("sh", "-c", """sed '/last_succ/s/ [0-9]*$/ 9/' good.prom >old.prom
+            "$@"; "$1" check --host 127.0.0.1:1 --user u --json >check.json; test $? = 1""", "sh",
+               *store, "none.prom", "--host", "127.0.0.1:1", "--user", "u", cwd=status)
+        names = set(re.findall("xbsactl_[a-z_]+", read(f"{status}/good.prom")))
+        self.assertLessEqual(set(re.findall("xbsactl_[a-z_]+", read(f"{examples}/korva-xbsa.rules.yml"))),
+                             names)
+        report = ["sh", f"{examples}/korva-xbsa-report", status]
+        self.assertRegex(output("sh", "-c", '"$@"; test $? = 2', "sh", *report), "\n".join((
+            "CRITICAL - 3 bad, 1 good", "ok\tgood.prom: store obj: done, 0 MB, 0.0 hours ago",
+            "BAD\tnone.prom: store obj: has never succeeded, last exit code 4",
+            r"BAD\told.prom: .*last success \d+ hours ago, limit 25", "BAD\tcheck.json: network.tcp: .*",
+            "\t  next: check that")))
+        output("sh", "-c", "rm none.prom old.prom check.json", cwd=status)
+        self.assertIn("XBSA OK - 1 good", output(*report))
+
     @contextlib.contextmanager
     def dpkg(self):
         """A root of its own, and the command that installs there."""
@@ -208,15 +234,6 @@ class Packages(unittest.TestCase):
             output("touch", f"{root}/var/lib/dpkg/status")
             yield root, ["dpkg", f"--root={root}", f"--log={root}/var/log", "--force-not-root",
                          "--force-depends", "--force-script-chrootless", "--path-include=*"]
-
-    def test_remove(self):
-        """Nothing is left of the packages, nor of what Python compiled."""
-        with self.dpkg() as (root, dpkg):
-            output(*dpkg, "--install", *self.packages)
-            output(f"{root}/usr/bin/xbsactl", "--version")
-            self.assertTrue(os.listdir(f"{root}/usr/share/korva-xbsa/sandbox/__pycache__"))
-            output(*dpkg, "--purge", *FILES)
-            self.assertEqual(os.listdir(root), ["var"])
 
     def old(self, folder, name, parts):
         """The package as it was before the split, with the files of those that it became."""
@@ -237,6 +254,7 @@ class Packages(unittest.TestCase):
             with self.assertRaisesRegex(AssertionError, "breaks korva-xbsa"):
                 output(*dpkg, "--install", *library)
             output(*dpkg, "--install", *self.packages)
+            output(f"{root}/usr/bin/xbsactl", "--version")
             states = output(f"dpkg-query", f"--root={root}", "-W", "-f",
                             "${Package} ${Version} ${db:Status-Status}\n")
             self.assertEqual(states.splitlines(),
@@ -244,6 +262,10 @@ class Packages(unittest.TestCase):
             for name, files in FILES.items():
                 for file in files.split():
                     self.assertEqual(output(*dpkg, "-S", f"/usr/{file}"), f"{name}: /usr/{file}\n")
+            # nothing is left after a removal, nor of what Python compiled
+            self.assertTrue(os.listdir(f"{root}/usr/share/korva-xbsa/sandbox/__pycache__"))
+            output(*dpkg, "--purge", *FILES)
+            self.assertEqual(os.listdir(root), ["var"])
 
 
 class Pages(unittest.TestCase):
@@ -266,6 +288,18 @@ class Zsh(unittest.TestCase):
         self.assertEqual(text.splitlines(), [f"xbsactl {line}" for line in cases.values()])
 
 
+class Units(unittest.TestCase):
+    def test_units(self):
+        """systemd takes every line, and the commands exist."""
+        with tempfile.TemporaryDirectory() as folder:
+            for path in glob.glob(f"{ROOT}/examples/systemd/*.*"):
+                text = re.sub(r"/usr\S*/xbsactl", TOOL, read(path)).replace("/usr/local/bin", folder)
+                pathlib.Path(folder, os.path.basename(path)).write_text(text, encoding="utf-8")
+            output("install", f"{ROOT}/examples/korva-xbsa-report", folder)
+            self.assertEqual(output("sh", "-c", "systemd-analyze verify --man=no *.service *.timer",
+                                    cwd=folder), "")
+
+
 class Lintian(unittest.TestCase):
     def test_packages(self):
         output("lintian", "--fail-on", "error,warning", *build("DEB"))
@@ -274,8 +308,9 @@ class Lintian(unittest.TestCase):
 class Rpm(unittest.TestCase):
     def test_packages(self):
         assert_same("RPM")
-        self.assertEqual({output("rpm", "-qp", "--qf", "%{BUILDHOST} %{BUILDTIME}", path)
-                          for path in build("RPM")}, {"localhost 1000000000"})
+        self.assertEqual({line for path in build("RPM") for line in output(
+            "rpm", "-qp", "--qf", "%{BUILDHOST}\n%{BUILDTIME}\n[%{FILEMTIMES}\n]", path).split()},
+                         {"localhost", str(NOW)})
         text = "".join(output("rpm", "-qpl", path) for path in build("RPM"))
         facts = {os.path.basename(path).split("-1.0")[0]: output(
             "rpm", "-qp", "--requires", "--obsoletes", "--provides", path) for path in build("RPM")}
@@ -293,26 +328,15 @@ class Rpm(unittest.TestCase):
 
 
 class RpmAsRoot(unittest.TestCase):
-    OLD = """\
-Name: korva-xbsa
-Version: 1.0.0
-Release: 1
-Summary: before the split
-License: MIT
-%description
-before the split
-%install
-mkdir -p %{buildroot}/usr/bin %{buildroot}/usr/lib64
-echo old | tee %{buildroot}/usr/bin/xbsactl >%{buildroot}/usr/lib64/libxbsa.so.1.0.0
-%files
-/usr/bin/xbsactl
-/usr/lib64/libxbsa.so.1.0.0
-"""
+    OLD = ("Name: korva-xbsa|Version: 1.0.0|Release: 1|Summary: before the split|License: MIT|%description||%install"
+           "|mkdir -p %{buildroot}/usr/bin %{buildroot}/usr/lib64|"
+           "echo old >%{buildroot}/usr/bin/xbsactl; echo old >%{buildroot}/usr/lib64/libxbsa.so.1.0.0|"
+           "%files|/usr/bin/xbsactl|/usr/lib64/libxbsa.so.1.0.0|")
 
     def test_upgrade(self):
         """The two packages that the old one became replace it, and nothing is left of them."""
         with tempfile.TemporaryDirectory() as root:
-            pathlib.Path(root, "old.spec").write_text(self.OLD, encoding="utf-8")
+            pathlib.Path(root, "old.spec").write_text(self.OLD.replace("|", "\n"), encoding="utf-8")
             output("rpmbuild", "-bb", "-D", f"_topdir {root}/build", "-D", f"_rpmdir {root}/old",
                    f"{root}/old.spec")
             rpm = ["rpm", f"--root={root}/root", "--dbpath=/rpm"]

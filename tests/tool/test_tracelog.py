@@ -198,7 +198,7 @@ class Trace(unittest.TestCase):
             with self.subTest(row.options):
                 self.assertIn(row.result, self.trace(older + self.one, *row.options, code=row.code))
         for row in rows("args code out reason", ([self.file("none")], 6, b"", b"No such file"),
-                        ([self.folder], 6, b"", b"folder"), ([], 2, b"", b"FILE"),
+                        ([self.folder], 6, b"", b"folder"), ([], 2, b"", b"FILE"), ([__file__], 6, b"", b"trace log"),
                         (["/dev/null"], 0, b"0 sessions\n", b"warning: the log is empty")):
             got = subprocess.run([TOOL, "trace", *row.args], capture_output=True, env=ENV, check=False)
             self.assertEqual((got.returncode, got.stdout), (row.code, row.out))

@@ -33,13 +33,6 @@ void Stopped(int I_iExit)
     transfer::EndStatus(I_iExit);
 }
 
-// For a monitoring system a wrong option is not a server in trouble.
-int ForMonitoring(int I_iExit, int argc, char **argv)
-{
-    const bool bNagios = std::find(argv, argv + argc, std::string("--nagios")) != argv + argc;
-    return bNagios && I_iExit != base::EXIT_DONE ? check::NagiosUnknown() : I_iExit;
-}
-
 int Main(int argc, char **argv, COMMAND_LINE &X_sLine)
 {
     base::ReserveStandard();
@@ -47,23 +40,23 @@ int Main(int argc, char **argv, COMMAND_LINE &X_sLine)
     base::WatchSignals({transfer::PrintStatus, transfer::TickStatus, Stopped});
 
     const std::optional<int> iExit = ParseOptions(argc, argv, X_sLine);
-    return FinishOutput(iExit ? ForMonitoring(*iExit, argc, argv) : Run(X_sLine));
+    return FinishOutput(iExit ? *iExit : Run(X_sLine));
 }
 
-// The error, and what the knowledge base says to it.
-int Report(const std::exception &I_sError, const COMMAND_LINE &I_sLine)
+// The error, and what the knowledge base says to it. For a monitoring system a wrong option is not a
+// server in trouble.
+int Report(const std::exception &I_sError, const COMMAND_LINE &I_sLine, bool I_bNagios)
 {
     const auto *spFailure = dynamic_cast<const base::FAILURE *>(&I_sError);
     const int iExit = spFailure != nullptr ? spFailure->iExit : base::EXIT_FAILED;
     const std::string strText = base::Printable(I_sError.what());
     const bool bUsage = iExit == base::EXIT_USAGE;
-    const auto eMode =
-        I_sLine.sConnection.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN;
     const bool bFailure = !bUsage && iExit != base::EXIT_NO_MATCH;
-    const std::string strHint = bFailure ? explain::Hint(strText, eMode) : "";
+    const std::string strHint =
+        bFailure ? explain::Advice(strText, I_sLine.sConnection.bInformix).strHint : "";
     fprintf(stderr, "xbsactl: %s%s\n", strText.c_str(), bUsage ? " (see xbsactl --help)" : "");
     if (!strHint.empty()) fprintf(stderr, "hint: %s\n", base::Printable(strHint).c_str());
-    return iExit;
+    return I_bNagios ? check::NagiosUnknown(strText) : iExit;
 }
 
 int ExitCode(int argc, char **argv)
@@ -74,7 +67,8 @@ int ExitCode(int argc, char **argv)
         return Main(argc, argv, sLine);
     } catch (const std::exception &sError)
     {
-        return ForMonitoring(Report(sError, sLine), argc, argv);
+        const bool bNagios = std::find(argv, argv + argc, std::string("--nagios")) != argv + argc;
+        return Report(sError, sLine, bNagios);
     }
 }
 } // namespace

@@ -5,14 +5,25 @@
 #include <sstream>
 #include <variant>
 
-#include "help_txt.h"
+#include "base/json.h"
+#include "texts/help_txt.h"
+#include "texts/options_json.h"
 
 namespace
 {
 constexpr const char *DESCRIPTION =
-    "Stores and restores objects on a KORVA backup server or any FTP server that\n"
-    "supports active mode, through the library libxbsa in its strict mode; sets the\n"
-    "library up, checks the whole path to the server, and explains what went wrong.";
+    "Stores and restores objects on a KORVA backup server, or on any FTP server that\n"
+    "supports active mode, greets in one line and answers STOR and RETR with 150.\n"
+    "Sets the library libxbsa up, checks the path to the server, explains failures.";
+
+// What the help says of a command, or of an option of the first command that has it.
+std::string Help(const std::string &I_strCommands, const std::string &I_strOption = "")
+{
+    static const base::JSON sHelp = base::JSON::parse(texts::OPTIONS_JSON);
+    const std::string strCommand = I_strCommands.substr(0, I_strCommands.find(' '));
+    const char *cpBetween = strCommand.empty() || I_strOption.empty() ? "" : " ";
+    return sHelp.at(strCommand + cpBetween + I_strOption);
+}
 
 template <auto FP_RUN> void Transfer(COMMAND_LINE &X_sLine)
 {
@@ -22,29 +33,26 @@ template <auto FP_RUN> void Transfer(COMMAND_LINE &X_sLine)
 constexpr struct
 {
     const char *cpName;
-    const char *cpHelp;
     decltype(COMMAND_LINE::fpRun) fpRun;
 } COMMANDS[] = {
-    {"store", "Store FILE or standard input as NAME", Transfer<transfer::Store>},
-    {"restore", "Restore NAME into FILE or standard output", Transfer<transfer::Restore>},
-    {"query", "List the newest stored copy of NAME (with --informix)", Transfer<transfer::Query>},
-    {"verify", "Read NAME back and compare it with the manifest; write nothing",
-     Transfer<transfer::Verify>},
-    {"check", "Test the whole path to the server, step by step",
+    {"store", Transfer<transfer::Store>},
+    {"restore", Transfer<transfer::Restore>},
+    {"query", Transfer<transfer::Query>},
+    {"verify", Transfer<transfer::Verify>},
+    {"check",
      [](COMMAND_LINE &sLine) {
          if (!sLine.sTransfer.sObject.strSpace.empty())
              throw base::USAGE_ERROR("--space is not for check");
          if (!sLine.sConnection.bInformix) base::CheckPreflight(sLine.sConnection);
          sLine.iExit = check::Run(sLine.sConnection, sLine.sCheck);
      }},
-    {"trace", "Summarise the sessions in a trace log, and their errors",
+    {"trace",
      [](COMMAND_LINE &sLine) {
          if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
          trace::Run(sLine.sTrace);
      }},
-    {"explain", "Explain a return code or a message; all without TEXT",
-     [](COMMAND_LINE &sLine) { explain::Run(sLine.sExplain); }},
-    {"setup", "Hook the library into a database server, or unhook it",
+    {"explain", [](COMMAND_LINE &sLine) { explain::Run(sLine.sExplain); }},
+    {"setup",
      [](COMMAND_LINE &sLine) {
          sLine.sSetup.strLibrary = sLine.sConnection.strLibrary;
          sLine.iExit = setup::Run(sLine.sSetup);
@@ -75,7 +83,6 @@ struct OPTION
     const char *cpName;
     const char *cpType; // what it takes; "" for a flag or a positional argument
     std::variant<bool *, std::string *, unsigned *, long *, std::vector<std::string> *> sValue;
-    const char *cpHelp;
     const char *cpVariable = ""; // that stands for it
     RULE fpRule = [](auto *) {}; // what the parser checks
 };
@@ -84,32 +91,21 @@ std::vector<OPTION> GeneralOptions(COMMAND_LINE &X_sLine)
 {
     base::CONNECTION &sConnection = X_sLine.sConnection;
     library::OBJECT &sObject = X_sLine.sTransfer.sObject;
-    return {
-        {"", "--informix", "", &sConnection.bInformix,
-         "Open an Informix session: a KORVA server, over its COM utility"},
-        {"", "--host", "HOST[:PORT]", &sConnection.strHost, "Name the server (default port: 21)",
-         "XBSACTL_HOST", PLAIN},
-        {"", "--user", "U", &sConnection.strUser, "Log in as U", "XBSACTL_USER", PLAIN},
-        {"", "--password-file", "FILE", &sConnection.strPasswordFile,
-         "Take the password from the first line of FILE", "XBSACTL_PASSWORD_FILE", PLAIN},
-        {"", "--path", "DIR", &sConnection.strPath,
-         "Use this folder on the server (default: where the login leads)", "XBSACTL_PATH", PLAIN},
-        {"", "--space", "SPACE", &sObject.strSpace, "Informix: name the object's space", "",
-         INFORMIX},
-        {"", "--copy-id", "N", &sObject.uCopyId,
-         "Informix: restore or verify this copy (default: the newest; verify: the manifest's)", "",
-         [](auto *spOption) {
-             INFORMIX(spOption);
-             Range<1U, std::numeric_limits<unsigned>::max()>(spOption);
-         }},
-        {"", "--library", "PATH", &sConnection.strLibrary, "Drive this library, see below",
-         "XBSACTL_LIBRARY"},
-        {"", "--timeout", "S", &sConnection.uTimeout,
-         "Wait at most S seconds for the server's data connection; 0 is no limit (default: 300)",
-         "XBSACTL_TIMEOUT", Range<0, 1000000>},
-        {"", "--trace", "LEVEL[:FILE]", &X_sLine.strTrace,
-         "Write the library's trace: 2 steps, 3 every call; without FILE to standard error "
-         "(default: XBSA_TRACE and XBSA_LOGFILE)"}};
+    return {{"", "--informix", "", &sConnection.bInformix},
+            {"", "--host", "HOST[:PORT]", &sConnection.strHost, "XBSACTL_HOST", PLAIN},
+            {"", "--user", "U", &sConnection.strUser, "XBSACTL_USER", PLAIN},
+            {"", "--password-file", "FILE", &sConnection.strPasswordFile, "XBSACTL_PASSWORD_FILE",
+             PLAIN},
+            {"", "--path", "DIR", &sConnection.strPath, "XBSACTL_PATH", PLAIN},
+            {"", "--space", "SPACE", &sObject.strSpace, "", INFORMIX},
+            {"", "--copy-id", "N", &sObject.uCopyId, "",
+             [](auto *spOption) {
+                 INFORMIX(spOption);
+                 Range<1U, std::numeric_limits<unsigned>::max()>(spOption);
+             }},
+            {"", "--library", "PATH", &sConnection.strLibrary, "XBSACTL_LIBRARY"},
+            {"", "--timeout", "S", &sConnection.uTimeout, "XBSACTL_TIMEOUT", Range<0, 1000000>},
+            {"", "--trace", "LEVEL[:FILE]", &X_sLine.strTrace}};
 }
 
 std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
@@ -118,65 +114,51 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
     check::OPTIONS &sCheck = X_sLine.sCheck;
     trace::OPTIONS &sTrace = X_sLine.sTrace;
     setup::OPTIONS &sSetup = X_sLine.sSetup;
-    const char *cpName =
-        "Name of the object; for query \"%\" and \"_\" are patterns (default: all)";
-    const char *cpOnconfig =
-        "Name its configuration file in DIR/etc (default: ONCONFIG, else \"onconfig\")";
-    const char *cpJson = "Print JSON instead of text";
-    return {
-        {"store restore", "NAME", "", &sTransfer.sObject.strName, cpName, "", REQUIRED},
-        {"query verify", "NAME", "", &sTransfer.sObject.strName, cpName},
-        {"store restore", "FILE", "", &sTransfer.strFile,
-         "Local file; \"-\" or none: standard input or output"},
-        {"store restore verify", "--status", "FILE", &sTransfer.strStatus,
-         "Write progress and result to FILE in the Prometheus text format (default: off)",
-         "XBSACTL_STATUS", NOT_EMPTY},
-        {"store verify", "--manifest", "FILE", &sTransfer.strManifest,
-         "Keep the SHA-256 of what was stored in FILE, in the format of sha256sum",
-         "XBSACTL_MANIFEST", NOT_EMPTY},
-        {"store", "--verify", "", &sTransfer.bVerify, "Read the object back and compare"},
-        {"verify", "--all", "", &sTransfer.bAll, "Verify every object of the manifest", "",
-         [](auto *spOption) { spOption->excludes("NAME"); }},
-        {"store restore query verify", "--json", "", &sTransfer.bJson, cpJson},
-        {"check", "--informixdir", "DIR", &sCheck.strInformixDir,
-         "Check the set-up of the database in DIR, too"},
-        {"check", "--onconfig", "NAME", &sCheck.strOnconfig, cpOnconfig},
-        {"check", "--no-logs", "", &sCheck.bNoLogs,
-         "Accept that the database's logical logs are not backed up"},
-        {"check", "--nagios", "", &sCheck.bNagios,
-         "Print one line and end with 0, 1, 2 or 3 as monitoring plug-ins do"},
-        {"check", "--json", "", &sCheck.bJson, cpJson},
-        {"trace", "FILE", "", &sTrace.strFile, "The log; \"-\": standard input", "", REQUIRED},
-        {"trace", "--since", "TIME", &sTrace.strSince,
-         "Show sessions from this moment of the log on"},
-        {"trace", "--handle", "N", &sTrace.lHandle, "Show sessions of this handle only", "",
-         Range<1L, std::numeric_limits<long>::max()>},
-        {"trace", "--html", "OUT", &sTrace.strHtml, "Write a page with a timeline, too"},
-        {"trace", "--bar-act-log", "FILE", &sTrace.strActLog,
-         "Put the messages of the database's activity log beside it"},
-        {"trace", "--json", "", &sTrace.bJson, cpJson},
-        {"explain", "TEXT", "", &X_sLine.sExplain.vecTexts, "The code, or (part of) the message"},
-        {"explain", "--markdown", "", &X_sLine.sExplain.bMarkdown,
-         "Print a page of the documentation"},
-        {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "Name the database's folder", "",
-         REQUIRED},
-        {"setup", "--onconfig", "NAME", &sSetup.strOnconfig, cpOnconfig},
-        {"setup", "--logrotate", "", &sSetup.bLogrotate, "Print the rotation of the logs, and end"},
-        {"setup", "--dry-run", "", &sSetup.bDryRun, "Print what would change, and end"},
-        {"setup", "--yes", "", &sSetup.bYes, "Do not ask"},
-        {"setup", "--undo", "", &sSetup.bUndo, "Put back what an earlier run changed", "",
-         [](auto *spOption) { spOption->excludes("--logrotate"); }}};
+    return {{"store restore", "NAME", "", &sTransfer.sObject.strName, "", REQUIRED},
+            {"query verify", "NAME", "", &sTransfer.sObject.strName},
+            {"store restore", "FILE", "", &sTransfer.strFile},
+            {"store restore verify", "--status", "FILE", &sTransfer.strStatus, "XBSACTL_STATUS",
+             NOT_EMPTY},
+            {"store verify", "--manifest", "FILE", &sTransfer.strManifest, "XBSACTL_MANIFEST",
+             NOT_EMPTY},
+            {"store", "--verify", "", &sTransfer.bVerify},
+            {"verify", "--all", "", &sTransfer.bAll, "",
+             [](auto *spOption) { spOption->excludes("NAME"); }},
+            {"store restore query verify", "--json", "", &sTransfer.bJson},
+            {"check", "--informixdir", "DIR", &sCheck.strInformixDir},
+            {"check", "--onconfig", "NAME", &sCheck.strOnconfig},
+            {"check", "--no-logs", "", &sCheck.bNoLogs},
+            {"check", "--nagios", "", &sCheck.bNagios},
+            {"check", "--json", "", &sCheck.bJson, "",
+             [](auto *spOption) { spOption->excludes("--nagios"); }},
+            {"trace", "FILE", "", &sTrace.strFile, "", REQUIRED},
+            {"trace", "--since", "TIME", &sTrace.strSince},
+            {"trace", "--handle", "N", &sTrace.lHandle, "",
+             Range<1L, std::numeric_limits<long>::max()>},
+            {"trace", "--html", "OUT", &sTrace.strHtml},
+            {"trace", "--bar-act-log", "FILE", &sTrace.strActLog},
+            {"trace", "--json", "", &sTrace.bJson},
+            {"explain", "TEXT", "", &X_sLine.sExplain.vecTexts},
+            {"explain", "--markdown", "", &X_sLine.sExplain.bMarkdown},
+            {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "INFORMIXDIR", REQUIRED},
+            {"setup", "--onconfig", "NAME", &sSetup.strOnconfig},
+            {"setup", "--logrotate", "", &sSetup.bLogrotate},
+            {"setup", "--dry-run", "", &sSetup.bDryRun},
+            {"setup", "--yes", "", &sSetup.bYes},
+            {"setup", "--undo", "", &sSetup.bUndo, "",
+             [](auto *spOption) { spOption->excludes("--logrotate"); }}};
 }
 
 // The parser's own names of types are hidden.
 void AddOption(CLI::App &X_sApp, const OPTION &I_sOption, bool I_bInformix)
 {
+    const std::string strHelp = Help(I_sOption.cpCommands, I_sOption.cpName);
     CLI::Option *spAdded = std::visit(
         [&](auto *spValue) {
             if constexpr (std::is_same_v<decltype(spValue), bool *>)
-                return X_sApp.add_flag(I_sOption.cpName, *spValue, I_sOption.cpHelp);
+                return X_sApp.add_flag(I_sOption.cpName, *spValue, strHelp);
             else
-                return X_sApp.add_option(I_sOption.cpName, *spValue, I_sOption.cpHelp)
+                return X_sApp.add_option(I_sOption.cpName, *spValue, strHelp)
                     ->type_name(I_sOption.cpType);
         },
         I_sOption.sValue);
@@ -203,7 +185,7 @@ void AddCommands(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
     for (const auto &sCommand : COMMANDS)
     {
-        CLI::App *spCommand = X_sApp.add_subcommand(sCommand.cpName, sCommand.cpHelp);
+        CLI::App *spCommand = X_sApp.add_subcommand(sCommand.cpName, Help(sCommand.cpName));
         spCommand->preparse_callback([&X_sLine, &sCommand, spCommand](size_t) {
             X_sLine.strCommand = sCommand.cpName;
             X_sLine.fpRun = sCommand.fpRun;
@@ -245,14 +227,7 @@ struct HELP_FORMAT : CLI::Formatter
 {
     std::string make_option_desc(const CLI::Option *spOption) const override
     {
-        std::string strText = spOption->get_description();
-        const size_t uWidth = 79 - get_column_width();
-        for (size_t uLine = 0; strText.size() - uLine > uWidth; uLine++)
-        {
-            uLine = strText.rfind(' ', uLine + uWidth);
-            strText[uLine] = '\n';
-        }
-        return strText;
+        return base::Wrapped(spOption->get_description(), 79 - get_column_width(), 0);
     }
 };
 
@@ -260,7 +235,8 @@ void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
     const char *cpConfig = getenv("XBSACTL_CONFIG");
     X_sApp.description(DESCRIPTION);
-    X_sApp.footer(std::string(HELP_TXT, 0, HELP_TXT.size() - 1)); // without its line end
+    X_sApp.footer(
+        std::string(texts::HELP_TXT, 0, texts::HELP_TXT.size() - 1)); // without its line end
     X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
     X_sApp.fallthrough();            // the options may follow the command, too
     X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
@@ -304,6 +280,14 @@ bool IsSlip(const std::string &I_strTyped, const std::string &I_strMeant)
            std::ranges::is_permutation(I_strTyped, I_strMeant);
 }
 
+std::string CommandList()
+{
+    std::string strList = ": the commands are";
+    for (const auto &sCommand : COMMANDS) strList += base::Text(' ', sCommand.cpName, ',');
+    strList.pop_back();
+    return strList;
+}
+
 // The parser would name all arguments, the last one first.
 std::string UnknownCommand(const CLI::App &I_sApp)
 {
@@ -314,7 +298,22 @@ std::string UnknownCommand(const CLI::App &I_sApp)
     for (const CLI::App *spCommand : I_sApp.get_subcommands({}))
         if (IsSlip(vecRest[0], spCommand->get_name()))
             return strText + ": did you mean \"" + spCommand->get_name() + "\"?";
-    return strText;
+    return strText + CommandList();
+}
+
+// The parser's text ends with the key, which is a password when a password file was given by
+// mistake: nobody should see it.
+std::string WrongLine(const std::string &I_strFile, const std::string &I_strError)
+{
+    size_t uLine = 0;
+    for (const std::string &strLine : base::Lines(base::ReadText(I_strFile).value_or("")))
+    {
+        const std::string strKey = base::Printable(strLine.substr(0, strLine.find('=')));
+        uLine++;
+        if (!strKey.empty() && I_strError.rfind(strKey) == I_strError.size() - strKey.size())
+            return base::Text("line ", uLine);
+    }
+    return "a line";
 }
 } // namespace
 
@@ -332,18 +331,19 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
     {
         const std::string strText = UnknownCommand(sApp);
         throw base::USAGE_ERROR(strText.empty() ? sError.what() : strText);
-    } catch (const CLI::ConfigError &)
+    } catch (const CLI::ConfigError &sError)
     {
-        // The text names the line, which is the password when a password file was given by mistake.
         throw base::USAGE_ERROR(
-            "--config: a line is not KEY=VALUE with the long name of an option, "
-            "without \"--\"; a password is never in that file");
+            "--config: ", WrongLine(sApp.get_config_ptr()->as<std::string>(), sError.what()),
+            " is not KEY=VALUE with the long name of an option, without \"--\"; a password is "
+            "never in that file");
     } catch (const CLI::ParseError &sError)
     {
         if (sError.get_exit_code() != 0) throw base::USAGE_ERROR(sError.what());
         return sApp.exit(sError); // help and version
     }
-    if (sApp.get_subcommands().empty()) throw base::USAGE_ERROR("no command is given");
+    if (sApp.get_subcommands().empty())
+        throw base::USAGE_ERROR("no command is given", CommandList());
     return {};
 }
 

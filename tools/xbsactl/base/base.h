@@ -92,6 +92,9 @@ std::string Visible(const std::string &I_strText);
 // The same, without controls and blanks at its end: a server's reply in one line.
 std::string Printable(std::string I_strText);
 
+// The text with line ends between words for lines of that width; all but the first are indented.
+std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent);
+
 // The text with a mask for each place where a peer said the secret back.
 std::string Masked(std::string I_strText, const std::string &I_strSecret);
 
@@ -149,6 +152,9 @@ void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace);
 // Of a password file.
 bool IsOpenToOthers(const std::string &I_strFile);
 
+// The trace that the environment asks for, as if --trace did. Level 0: nothing is written to it.
+void TakeTraceVariables(CONNECTION &X_sConnection);
+
 // Checks all of plain mode and reads the password. Throws USAGE_ERROR, or FAILURE for the password
 // file.
 void CheckPlain(CONNECTION &X_sConnection);
@@ -192,15 +198,20 @@ STOP_LOCK HoldStop();
 // The files that must not survive: names in folders that are held open. For holders of the lock.
 std::set<std::pair<int, std::string>> &DoomedFiles();
 
-// While one lives the thread limits the time: after I_uSeconds, 0 for no limit, it removes the
-// files above, prints the message and ends the process with EXIT_SERVER.
+// While one lives the thread limits the time: after I_uSeconds, 0 for no limit, it shuts the
+// connection down, and the wait for it ends in a failure. Without a connection it removes the files
+// above, prints the message and ends the process with EXIT_SERVER.
 class CTimeLimit
 {
   public:
-    CTimeLimit(unsigned I_uSeconds, const std::string &I_strMessage);
+    // I_fpConnection  returns the socket, -1 for none
+    // I_strMessage    empty: the time begins with the connection
+    CTimeLimit(unsigned I_uSeconds, int (*I_fpConnection)(), const std::string &I_strMessage);
     CTimeLimit(const CTimeLimit &) = delete;
     CTimeLimit &operator=(const CTimeLimit &) = delete;
     ~CTimeLimit();
+
+    static bool IsOver(); // whether the last one shut a connection down
 };
 
 // Where the bytes of an object come from and go to, and small texts that other processes read or

@@ -85,6 +85,18 @@ std::string Printable(std::string I_strText)
     return Visible(I_strText);
 }
 
+std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent)
+{
+    for (size_t uLine = 0; I_strText.size() - uLine > I_uWidth; uLine += 1 + I_uIndent)
+    {
+        const size_t uBlank = I_strText.rfind(' ', uLine + I_uWidth);
+        if (uBlank == std::string::npos || uBlank <= uLine) break; // a word without end
+        I_strText.replace(uBlank, 1, "\n" + std::string(I_uIndent, ' '));
+        uLine = uBlank;
+    }
+    return I_strText;
+}
+
 std::string Masked(std::string I_strText, const std::string &I_strSecret)
 {
     const std::string strMask = "********";

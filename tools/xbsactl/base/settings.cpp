@@ -56,8 +56,10 @@ void TakeLogin(CONNECTION &X_sConnection)
 {
     if (!X_sConnection.strPasswordFile.empty())
         X_sConnection.strPassword = ReadPassword(X_sConnection.strPasswordFile);
-    else if (!X_sConnection.bPassword)
-        throw USAGE_ERROR("no password: set the variable XBSA_PASSWORD or give --password-file");
+    else if (X_sConnection.strPassword.empty())
+        throw USAGE_ERROR("no password: the variable XBSA_PASSWORD is ",
+                          X_sConnection.bPassword ? "empty" : "not set",
+                          ": set it or give --password-file");
     CheckText("--user", X_sConnection.strUser, OWNER_ROOM);
     if (HasControlCharacter(X_sConnection.strPassword))
         throw USAGE_ERROR("the password holds a control character");
@@ -131,6 +133,17 @@ void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace)
 
     X_sConnection.strTraceFile = I_strTrace.substr(2);
     CheckText("--trace: FILE", X_sConnection.strTraceFile, 4095);
+}
+
+void TakeTraceVariables(CONNECTION &X_sConnection)
+{
+    const std::string strFolder = X_sConnection.bInformix ? Variable("INFORMIXDIR") : "";
+    int &iLevel = X_sConnection.iTraceLevel;
+    iLevel = atoi(Variable("XBSA_TRACE").c_str()) & (TRACE_VERBOSITY | TRACE_TO_STDERR);
+    if (iLevel == TRACE_TO_STDERR) iLevel = 0;
+    X_sConnection.strTraceFile = Variable("XBSA_LOGFILE");
+    if (X_sConnection.strTraceFile.empty() && iLevel > 0)
+        X_sConnection.strTraceFile = strFolder + (strFolder.empty() ? "" : "/") + "xbsa.log";
 }
 
 void CheckPlain(CONNECTION &X_sConnection)

@@ -1,6 +1,7 @@
 #include "base/base.h"
 
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,7 +19,13 @@ constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit co
 // Plain storage: it outlives every destructor, as the thread does.
 std::recursive_mutex sMutex;
 std::atomic<time_t> lEnd; // of the time limit, on the clock that nobody sets; 0 for none
-char szLate[256];
+struct
+{
+    unsigned uSeconds;
+    int (*fpConnection)();
+    char szMessage[256];
+    bool bOver;
+} sLimit;
 
 time_t Seconds()
 {
@@ -64,9 +71,15 @@ void EndWhenLate(const STOP_HOOKS &I_sHooks)
 {
     if (lEnd == 0) return; // without the lock, which a forked child could find locked for ever
     const STOP_LOCK sLock = HoldStop();
+    const int hConnection = lEnd == 0 ? -1 : sLimit.fpConnection();
+    if (lEnd != 0 && hConnection == -1 && sLimit.szMessage[0] == '\0')
+        lEnd = Seconds() + sLimit.uSeconds;
     if (lEnd == 0 || Seconds() < lEnd) return;
+    lEnd = 0;
+    sLimit.bOver = hConnection != -1 && shutdown(hConnection, SHUT_RDWR) == 0;
+    if (sLimit.bOver) return;
     Prepare(I_sHooks, EXIT_SERVER);
-    dprintf(STDERR_FILENO, "xbsactl: %s\n", szLate);
+    dprintf(STDERR_FILENO, "xbsactl: %s\n", sLimit.szMessage);
     _exit(EXIT_SERVER);
 }
 
@@ -87,17 +100,25 @@ void Wait(const sigset_t &I_sSet, const STOP_HOOKS &I_sHooks)
 }
 } // namespace
 
-CTimeLimit::CTimeLimit(unsigned I_uSeconds, const std::string &I_strMessage)
+CTimeLimit::CTimeLimit(unsigned I_uSeconds, int (*I_fpConnection)(),
+                       const std::string &I_strMessage)
 {
     const STOP_LOCK sLock = HoldStop();
+    sLimit = {I_uSeconds, I_fpConnection, "", false};
+    I_strMessage.copy(sLimit.szMessage, sizeof sLimit.szMessage - 1);
     lEnd = I_uSeconds == 0 ? 0 : Seconds() + I_uSeconds;
-    szLate[I_strMessage.copy(szLate, sizeof szLate - 1)] = '\0';
 }
 
 CTimeLimit::~CTimeLimit()
 {
     const STOP_LOCK sLock = HoldStop();
     lEnd = 0;
+}
+
+bool CTimeLimit::IsOver()
+{
+    const STOP_LOCK sLock = HoldStop();
+    return sLimit.bOver;
 }
 
 STOP_LOCK HoldStop()

@@ -11,19 +11,14 @@ namespace check
 {
 namespace
 {
-// The longest wait for one answer; 0, no limit, would find nothing.
-std::chrono::seconds Bound(const base::CONNECTION &I_sConnection)
+// The longest wait for one answer: --timeout, of which 0, no limit, would find nothing. A KORVA server
+// may wait for a tape before it takes an object.
+std::chrono::seconds Bound(const base::CONNECTION &I_sConnection, bool I_bTape)
 {
     constexpr unsigned MOST = 15;
-    const unsigned uTimeout = I_sConnection.uTimeout;
-    return std::chrono::seconds(uTimeout == 0 ? MOST : std::min(MOST, uTimeout));
-}
-
-// A KORVA server may wait for a tape before it takes an object.
-std::chrono::seconds TapeBound(const base::CONNECTION &I_sConnection)
-{
-    const unsigned uTimeout = I_sConnection.uTimeout;
-    return std::chrono::seconds(uTimeout == 0 ? base::CONNECTION().uTimeout : uTimeout);
+    const unsigned uTimeout =
+        I_sConnection.uTimeout == 0 ? base::CONNECTION().uTimeout : I_sConnection.uTimeout;
+    return std::chrono::seconds(I_bTape ? uTimeout : std::min(MOST, uTimeout));
 }
 
 std::atomic<bool> bStored; // objects of the name below may be on the server
@@ -76,7 +71,7 @@ void CheckInformix(SESSIONS &X_sSessions, bool I_bLibrary, bool I_bVariables)
     const base::CONNECTION &sConnection = X_sSessions.sConnection;
     CReport &sReport = X_sSessions.sReport;
     const std::chrono::milliseconds sBound = X_sSessions.sSilence;
-    X_sSessions.sSilence = TapeBound(sConnection);
+    X_sSessions.sSilence = Bound(sConnection, true);
     const bool bUtility = CheckUtility(sReport, sConnection, I_bLibrary, I_bVariables, sBound);
     const OUTCOME sAlone = bUtility ? RunAlone(X_sSessions) : OUTCOME();
     const std::string strHost = ServerIn(sAlone);
@@ -104,7 +99,7 @@ int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
     const CHECKED_LIBRARY sLibrary = CheckLibrary(sReport, I_sConnection.strLibrary);
     const bool bDatabase = !I_sOptions.strInformixDir.empty();
     const long lStreams = bDatabase ? CheckDatabase(sReport, I_sOptions, sLibrary) : 0;
-    SESSIONS sSessions{sReport, I_sConnection, Bound(I_sConnection), ObjectName(), lStreams};
+    SESSIONS sSessions{sReport, I_sConnection, Bound(I_sConnection, false), ObjectName(), lStreams};
     const bool bVariables = CheckHost(sReport, sSessions.sConnection);
     if (I_sConnection.bInformix) CheckInformix(sSessions, sLibrary.bUsable, bVariables);
     else CheckPlain(sSessions, sLibrary.bUsable);

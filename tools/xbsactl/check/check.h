@@ -19,8 +19,8 @@ struct OPTIONS
 // Tells what a check that a signal ends may leave on the server.
 void Stopped();
 
-// Prints the line for --nagios when the check cannot be run. Returns the exit code.
-int NagiosUnknown();
+// Prints the line for --nagios when the check cannot be run, and why. Returns the exit code.
+int NagiosUnknown(std::string I_strReason);
 
 int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
 } // namespace check

@@ -80,6 +80,12 @@ long CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_
         return Path(strFile, DatabaseValue(vecLines, base::LIBRARY_KEY, I_sOptions.strInformixDir),
                     I_sLibrary.strPath);
     };
+    std::error_code sError;
+    if (!std::filesystem::is_directory(I_sOptions.strInformixDir, sError))
+    {
+        X_sReport.Add("database.folder", Fail(I_sOptions.strInformixDir + " is not a directory"));
+        return 0;
+    }
     X_sReport.Add("database.sm_versions", strRow.empty() ? NotTried("the library shows no version")
                                                          : InFile(strVersions, fpRow));
     X_sReport.Add("database.onconfig", InFile(strFile, fpPath));

@@ -51,7 +51,7 @@ class CFtp
         const std::string strCode = vecLines[0].substr(0, 3);
         const bool bMore = vecLines[0].find_first_not_of("0123456789") == 3 &&
                            vecLines[0].starts_with(strCode + '-');
-        while (bMore && !vecLines.back().starts_with(strCode + ' '))
+        while (bMore && !(vecLines.back() + ' ').starts_with(strCode + ' ')) // it may be blank
         {
             if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
             vecLines.push_back(Line());
@@ -133,7 +133,7 @@ void Greet(const sockaddr_in &I_sServer, const SAY &I_fpSay)
 FINDING JudgeGreeting(const std::string &I_strText, const std::string &I_strLines)
 {
     if (IsNegative(I_strText)) return Fail("the server turns sessions away: " + I_strText);
-    if (!I_strText.starts_with("220")) return Fail("not an FTP server's greeting: " + I_strText);
+    if (!I_strText.starts_with("220")) return Fail("the server does not speak FTP: " + I_strText);
     if (I_strLines != "1") return Fail(I_strLines + " lines: " + I_strText);
     return Ok("one line: " + I_strText);
 }

@@ -33,12 +33,13 @@ bool IsInGroup(const char *cpGroup)
            (spGroup->gr_gid == getegid() || group_member(spGroup->gr_gid) != 0);
 }
 
-FINDING Account()
+FINDING Account(bool I_bInformix)
 {
     const passwd *spAccount = getpwuid(geteuid());
     const std::string strName = spAccount != nullptr ? spAccount->pw_name : "";
     const std::string strFound = "runs as " + (strName.empty() ? "an unknown account" : strName);
-    if (geteuid() == 0 || strName == "informix" || IsInGroup("bargroup")) return Ok(strFound);
+    if (!I_bInformix || geteuid() == 0 || strName == "informix" || IsInGroup("bargroup"))
+        return Ok(strFound);
     return Warn(strFound);
 }
 
@@ -52,21 +53,13 @@ FINDING Limited(const base::VARIABLE &I_sVariable)
     return Ok(strValue.empty() ? "not set, not needed" : Text("\"", strValue, "\""));
 }
 
-FINDING Strict()
+// For the database's tools: in plain mode xbsactl, which always sets it, is the one that stores.
+FINDING Strict(bool I_bInformix)
 {
     const std::string strStrict = base::Variable("KORVA_STRICT");
     if (strStrict == "1") return Ok("\"1\"");
+    if (!I_bInformix) return Ok("xbsactl sets it itself; other programs need KORVA_STRICT=1");
     return Warn(strStrict.empty() ? "not set" : Text("\"", strStrict, "\", not \"1\""));
-}
-
-// The trace that the environment asks for, as if --trace did. Level 0: nothing is written to it.
-void TakeTrace(base::CONNECTION &X_sConnection)
-{
-    const std::string strFolder = X_sConnection.bInformix ? base::Variable("INFORMIXDIR") : "";
-    X_sConnection.iTraceLevel = atoi(base::Variable("XBSA_TRACE").c_str()) & TRACE_VERBOSITY;
-    X_sConnection.strTraceFile = base::Variable("XBSA_LOGFILE");
-    if (X_sConnection.strTraceFile.empty() && X_sConnection.iTraceLevel > 0)
-        X_sConnection.strTraceFile = strFolder + (strFolder.empty() ? "" : "/") + "xbsa.log";
 }
 
 std::string Folder(const std::string &I_strFile)
@@ -114,12 +107,10 @@ FINDING Log(const std::string &I_strFile, bool I_bWritten)
 void CheckLog(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {
     const bool bAsked = X_sConnection.iTraceLevel != -1;
-    std::string &strFile = X_sConnection.strTraceFile;
-    if (!bAsked) TakeTrace(X_sConnection);
+    const std::string &strFile = X_sConnection.strTraceFile;
+    if (!bAsked) base::TakeTraceVariables(X_sConnection);
     X_sReport.Add("log", Log(strFile, X_sConnection.iTraceLevel > 0));
-    if (bAsked || (X_sConnection.iTraceLevel > 0 && IsWritable(strFile))) return;
-    X_sConnection.iTraceLevel = 0;
-    strFile.clear();
+    if (!bAsked && !IsWritable(strFile)) X_sConnection.iTraceLevel = 0;
 }
 
 // The first wait is 200 ms at least, each further one twice as long, up to two minutes.
@@ -195,13 +186,13 @@ long Kernel(const char *cpName, int I_iPlace)
 bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {
     bool bGood = true;
-    X_sReport.Add("account", Account());
+    X_sReport.Add("account", Account(X_sConnection.bInformix));
     if (X_sConnection.bInformix)
         for (const base::VARIABLE &sVariable : base::VARIABLES)
             bGood =
                 X_sReport.Add(std::string("variable.") + sVariable.cpName, Limited(sVariable)) &&
                 bGood;
-    X_sReport.Add("variable.KORVA_STRICT", Strict());
+    X_sReport.Add("variable.KORVA_STRICT", Strict(X_sConnection.bInformix));
     CheckLog(X_sReport, X_sConnection);
     X_sReport.Add("kernel.tcp_retries2", Sending());
     X_sReport.Add("kernel.tcp_keepalive_time", Silence());

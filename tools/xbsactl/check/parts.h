@@ -191,11 +191,7 @@ bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection);
 bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, bool I_bLibrary,
                   bool I_bVariables, std::chrono::milliseconds I_sBound);
 
-// What the utility printed in a session whose trace the outcome has, whatever the library made of it: a
-// line of the trace has 16 bytes of it, "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
-std::string PrintedIn(const OUTCOME &I_sOutcome);
-
-// Of the first line "KEY=VALUE" of it; empty for none.
+// Of the first line "KEY=VALUE" that the utility printed in that session; empty for none.
 std::string ValueIn(const OUTCOME &I_sOutcome, const std::string &I_strKey);
 
 // What only a direct look shows: both ways of the name look-up, and every line of the greeting, of

@@ -28,9 +28,8 @@ void PrintLine(const FINDING &I_sFinding)
 // The row that knows the step, the reply, or the message in it.
 std::string Advice(const FINDING &I_sFinding, bool I_bInformix)
 {
-    const std::string strHint =
-        explain::Hint(Text(I_sFinding.strStep, ": ", I_sFinding.strFound),
-                      I_bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN);
+    const std::string strLine = Text(I_sFinding.strStep, ": ", I_sFinding.strFound);
+    const std::string strHint = explain::Advice(strLine, I_bInformix).strHint;
     return strHint.empty() ? "look at the steps of the library: --trace 2 shows them" : strHint;
 }
 } // namespace
@@ -117,9 +116,10 @@ int CReport::FinishNagios() const
     return iExit;
 }
 
-int NagiosUnknown()
+int NagiosUnknown(std::string I_strReason)
 {
-    printf("XBSA UNKNOWN - the check could not be run, standard error shows why\n");
+    std::replace(I_strReason.begin(), I_strReason.end(), '|', '/');
+    printf("XBSA UNKNOWN - %s\n", I_strReason.c_str());
     return 3;
 }
 

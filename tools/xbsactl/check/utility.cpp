@@ -1,11 +1,8 @@
-#include <array>
-#include <climits>
 #include <filesystem>
 #include <fstream>
 
 #include "check/parts.h"
 #include "library/library.h"
-#include "xbsa_session.h"
 
 namespace check
 {
@@ -25,21 +22,27 @@ std::string IniKeys()
     return strKeys.empty() ? " none" : strKeys;
 }
 
-// The library's own search.
-void FindUtility(const std::string &I_strLibrary, const SAY &I_fpSay)
-{
-    std::array<char, PATH_MAX> szPath{};
-    unsigned uSize = szPath.size();
-    void *vpLibrary = library::Load(I_strLibrary);
-    if (LIBRARY_SYMBOL(vpLibrary, find_com_intf)(szPath.data(), &uSize) == 0)
-        I_fpSay("path", szPath.data());
-}
-
 // A query for a copy that does not exist: the answer is OK and names none.
 void Query(const base::CONNECTION &I_sConnection, const SAY &I_fpSay)
 {
     const auto fpListener = [&](const std::string &strLine) { I_fpSay("trace", strLine); };
     library::CSession(I_sConnection, fpListener).Copies({"xbsactl-check", "none", 0});
+}
+
+// What the utility printed, whatever the library made of it: a line of the trace has 16 bytes of it,
+// "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
+std::string PrintedIn(const OUTCOME &I_sOutcome)
+{
+    constexpr size_t DUMPED = 48; // characters of them
+    const std::string strBegin = "Dumping memory: [";
+    std::string strText;
+    for (const EVENT &sEvent : I_sOutcome.vecEvents)
+    {
+        const char *cpDump = After(sEvent.strValue, strBegin);
+        std::istringstream sHex(cpDump != nullptr ? std::string(cpDump).substr(0, DUMPED) : "");
+        for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
+    }
+    return strText;
 }
 
 struct UTILITY
@@ -59,7 +62,7 @@ struct UTILITY
     FINDING IniKey()
     {
         const auto fpFind = [this](const SAY &fpSay) {
-            FindUtility(sConnection.strLibrary, fpSay);
+            fpSay("path", library::UtilityPath(library::Load(sConnection.strLibrary)));
         };
         strPath = RunChild(sBound, fpFind).Value("path");
         const std::string strFolder = std::filesystem::path(strPath).parent_path();
@@ -95,20 +98,6 @@ struct UTILITY
     }
 };
 } // namespace
-
-std::string PrintedIn(const OUTCOME &I_sOutcome)
-{
-    constexpr size_t DUMPED = 48; // characters of them
-    const std::string strBegin = "Dumping memory: [";
-    std::string strText;
-    for (const EVENT &sEvent : I_sOutcome.vecEvents)
-    {
-        const char *cpDump = After(sEvent.strValue, strBegin);
-        std::istringstream sHex(cpDump != nullptr ? std::string(cpDump).substr(0, DUMPED) : "");
-        for (unsigned uByte = 0; sHex >> std::hex >> uByte;) strText += static_cast<char>(uByte);
-    }
-    return strText;
-}
 
 std::string ValueIn(const OUTCOME &I_sOutcome, const std::string &I_strKey)
 {

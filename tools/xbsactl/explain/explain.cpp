@@ -1,21 +1,92 @@
 #include "explain/explain.h"
 
+#include <fnmatch.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <iterator>
+#include <map>
 #include <sstream>
 
 #include "base/base.h"
-#include "explain/table.h"
+#include "base/json.h"
+#include "explain/messages_json.h"
 
 namespace explain
 {
 namespace
 {
-constexpr size_t LINE_WIDTH = 78;
-constexpr size_t TEXT_WIDTH = 48; // of the short list's first column
+constexpr size_t LABEL_WIDTH = 10;
+constexpr size_t PART_WIDTH = 69;    // of what follows a label
+constexpr size_t TEXT_WIDTH = 48;    // of the short list's first column
+constexpr size_t SHORTEST_WORDS = 3; // characters; fewer are in every second row
+constexpr const char *PAGE_HEAD =
+    "# Return codes and messages\n\n"
+    "Made by `xbsactl explain --markdown`; `xbsactl explain TEXT` finds a row from a number, part\n"
+    "of a message, or a whole line of a log. `...` stands for what differs from case to case.\n"
+    "After a failure the call returns 3, unless the row has another code.\n";
+constexpr const char *TABLE_HEAD =
+    "\n| text | what it means | usual cause | what to do |\n|---|---|---|---|\n";
+
+// ---- the rows
+
+// A kind of rows, which is a part of the page.
+struct SECTION
+{
+    const char *cpKind; // in messages.json
+    const char *cpTitle;
+    int iRank; // 1: says most about a failure
+};
+
+// In the order of the page. The server's words say most, then the step of a check, the utility, the
+// system's reason, and the library's own words around them.
+constexpr SECTION SECTIONS[] = {
+    {"return_code", "Return codes", 8},
+    {"database", "Failed calls, as the database reports them", 7},
+    {"exit_code", "Exit codes of xbsactl", 9},
+    {"server", "Replies of the server", 1},
+    {"check", "Steps of xbsactl check", 2},
+    {"utility", "Answers of the COM utility", 3},
+    {"reason", "Reasons that the system gives", 4},
+    {"message", "Messages of the library", 5},
+    {"harmless", "Lines that look worse than they are", 6},
+};
+
+struct ROW
+{
+    const SECTION *spSection;
+    std::vector<std::string> vecTexts; // "..." stands for anything
+    std::string strMeaning;
+    std::string strCause;
+    std::string strRemedy; // imperative, as it follows "hint: "
+};
+
+using ROWS = std::vector<const ROW *>;
+
+const std::vector<ROW> &Rows()
+{
+    static const std::vector<ROW> vecRows = [] {
+        std::vector<ROW> vecRead;
+        for (const base::JSON &sRow : base::JSON::parse(MESSAGES_JSON))
+            for (const SECTION &sSection : SECTIONS)
+                if (sRow.at("kind") == sSection.cpKind)
+                    vecRead.push_back({&sSection, sRow.at("texts"), sRow.at("meaning"),
+                                       sRow.at("cause"), sRow.at("remedy")});
+        return vecRead;
+    }();
+    return vecRows;
+}
+
+template <typename TEST> ROWS Choose(TEST I_fpTest)
+{
+    ROWS vecFound;
+    for (const ROW &sRow : Rows())
+        if (I_fpTest(sRow)) vecFound.push_back(&sRow);
+    return vecFound;
+}
 
 // The remedy; I_strPorts takes its place in it.
 std::string Remedy(const ROW &I_sRow, const std::string &I_strPorts)
@@ -39,22 +110,110 @@ std::string LocalPorts()
     return " (net.ipv4.ip_local_port_range: " + strFirst + " to " + strLast + ")";
 }
 
-// Breaks the text between words; the lines after the first are indented as the label is wide.
-void PrintWrapped(const std::string &I_strLabel, const std::string &I_strText)
+// ---- how they are found
+
+// Small letters and digits with one blank between words, and a colon as a word of its own; the
+// gaps of a row's text become "*". Punctuation differs between the library, a trace and a shell.
+std::string Normal(const std::string &I_strText, bool I_bGaps)
 {
-    std::istringstream sWords(I_strText);
-    std::string strLine = I_strLabel;
-    for (std::string strWord; sWords >> strWord;)
+    std::string strNormal = " ";
+    for (size_t uAt = 0; uAt < I_strText.size(); ++uAt)
     {
-        if (strLine.size() + strWord.size() > LINE_WIDTH && strLine.size() > I_strLabel.size())
+        const auto ucChar = static_cast<unsigned char>(I_strText[uAt]);
+        if (I_bGaps && I_strText.compare(uAt, 3, "...") == 0)
         {
-            std::cout << strLine << '\n';
-            strLine = std::string(I_strLabel.size(), ' ');
+            if (strNormal.back() == ' ') strNormal.pop_back();
+            strNormal += '*';
+            uAt += 2;
         }
-        else if (strLine.size() > I_strLabel.size()) strLine += ' ';
-        strLine += strWord;
+        else if (std::isalnum(ucChar) != 0 || ucChar == '_' || ucChar == '-')
+            strNormal += static_cast<char>(std::tolower(ucChar));
+        else if (ucChar == ':') strNormal += " : ";
+        else strNormal += ' ';
     }
-    if (!I_strText.empty()) std::cout << strLine << '\n';
+    strNormal += ' ';
+    const auto fpBlanks = [](char cLeft, char cRight) { return cLeft == ' ' && cRight == ' '; };
+    strNormal.erase(std::unique(strNormal.begin(), strNormal.end(), fpBlanks), strNormal.end());
+    return strNormal;
+}
+
+std::string AllTexts(const ROW &I_sRow)
+{
+    std::string strAll;
+    for (const std::string &strText : I_sRow.vecTexts) strAll += strText + "|";
+    return strAll;
+}
+
+// Rows with that number in one of their texts, given as 17, 0x11 or 425.
+ROWS FindNumber(const std::string &I_strText)
+{
+    if (I_strText.find_first_not_of("0123456789abcdefx") != std::string::npos ||
+        std::isdigit(static_cast<unsigned char>(I_strText[0])) == 0)
+        return {};
+    return Choose([&](const ROW &sRow) {
+        return Normal(AllTexts(sRow), true).find(" " + I_strText + " ") != std::string::npos;
+    });
+}
+
+// Rows that contain each word: in one of their texts, or anywhere.
+ROWS FindWords(const std::string &I_strWords, bool I_bAnywhere)
+{
+    if (I_strWords.size() < SHORTEST_WORDS) return {};
+    return Choose([&](const ROW &sRow) {
+        std::string strRow = AllTexts(sRow);
+        if (I_bAnywhere) strRow += sRow.strMeaning + sRow.strCause + sRow.strRemedy;
+        strRow = Normal(strRow, false);
+        std::istringstream sWords(Normal(I_strWords, false));
+        return std::all_of(
+            std::istream_iterator<std::string>(sWords), {},
+            [&](const std::string &strWord) { return strRow.find(strWord) != std::string::npos; });
+    });
+}
+
+// What a line must look like, the best first: by the rank of the row's kind, then the longest.
+using PATTERNS = std::multimap<std::pair<int, std::ptrdiff_t>, std::pair<std::string, const ROW *>>;
+
+void AddPattern(PATTERNS &X_mapPatterns, const ROW &I_sRow, const std::string &I_strText)
+{
+    std::string strGlob = "*" + Normal(I_strText, true);
+    if (strGlob.ends_with("* ")) strGlob.pop_back();
+    X_mapPatterns.insert(
+        {{I_sRow.spSection->iRank, -std::ssize(strGlob)}, {strGlob + "*", &I_sRow}});
+}
+
+// A server's number counts only where a reply begins, after a colon or at the start of the line, and
+// so does a step of a check.
+PATTERNS AllPatterns()
+{
+    PATTERNS mapPatterns;
+    for (const ROW &sRow : Rows())
+        for (const std::string &strText : sRow.vecTexts)
+        {
+            const bool bReply = strText[0] >= '1' && strText[0] <= '5';
+            const bool bStep = sRow.spSection->cpKind == std::string_view("check");
+            AddPattern(mapPatterns, sRow, (bStep ? ": " : "") + strText);
+            for (const char *cpEnd : {"", "-..."}) // of several lines
+                if (bReply) AddPattern(mapPatterns, sRow, ": " + strText.substr(0, 3) + cpEnd);
+        }
+    return mapPatterns;
+}
+
+// The row with the longest text that the line contains, of the best rank that has any; or null.
+const ROW *FindLine(const std::string &I_strLine)
+{
+    static const PATTERNS mapPatterns = AllPatterns();
+    const std::string strLine = " :" + Normal(I_strLine, false);
+    for (const auto &[_, sPattern] : mapPatterns)
+        if (fnmatch(sPattern.first.c_str(), strLine.c_str(), 0) == 0) return sPattern.second;
+    return nullptr;
+}
+
+// ---- how they are shown
+
+void PrintPart(const char *cpLabel, const std::string &I_strText)
+{
+    if (!I_strText.empty())
+        std::cout << cpLabel << base::Wrapped(I_strText, PART_WIDTH, LABEL_WIDTH) << '\n';
 }
 
 void PrintRows(const ROWS &I_vecRows)
@@ -63,20 +222,9 @@ void PrintRows(const ROWS &I_vecRows)
     {
         if (spRow != I_vecRows.front()) std::cout << '\n';
         for (const std::string &strText : spRow->vecTexts) std::cout << strText << '\n';
-        PrintWrapped("  means:  ", spRow->strMeaning);
-        PrintWrapped("  cause:  ", spRow->strCause);
-        PrintWrapped("  remedy: ", Remedy(*spRow, LocalPorts()));
-    }
-}
-
-template <typename PRINT_ROW>
-void PrintSections(const char *cpMark, const char *cpHead, PRINT_ROW I_fpPrint)
-{
-    for (const SECTION &sSection : SECTIONS)
-    {
-        std::cout << cpMark << sSection.cpTitle << '\n' << cpHead;
-        for (const ROW &sRow : Rows())
-            if (sRow.spSection == &sSection) I_fpPrint(sRow);
+        PrintPart("  means:  ", spRow->strMeaning);
+        PrintPart("  cause:  ", spRow->strCause);
+        PrintPart("  remedy: ", Remedy(*spRow, LocalPorts()));
     }
 }
 
@@ -88,35 +236,28 @@ void PrintShort(const ROW &I_sRow)
     std::cout << strText << I_sRow.strMeaning << '\n';
 }
 
-void PrintMarkdownRow(const ROW &I_sRow)
+void PrintMarkdown(const ROW &I_sRow)
 {
     const char *cpBreak = "| `";
     for (const std::string &strText : I_sRow.vecTexts)
-    {
-        std::cout << cpBreak << strText << '`';
-        cpBreak = "<br>`";
-    }
+        std::cout << std::exchange(cpBreak, "<br>`") << strText << '`';
     std::cout << " | " << I_sRow.strMeaning << " | " << I_sRow.strCause << " | "
               << Remedy(I_sRow, "") << " |\n";
 }
 
-void PrintMarkdown()
+void PrintAll(const char *cpMark, const char *cpHead, void (*I_fpPrint)(const ROW &))
 {
-    std::cout
-        << "# Return codes and messages\n\n"
-           "Made by `xbsactl explain --markdown`; `xbsactl explain TEXT` finds a row from a "
-           "number, part\nof a message, or a whole line of a log. `...` stands for what "
-           "differs from case to case.\nAfter a failure the call returns 3, unless the row has "
-           "another code.\n";
-    PrintSections("\n## ",
-                  "\n| text | what it means | usual cause | what to do |\n|---|---|---|---|\n",
-                  PrintMarkdownRow);
+    for (const SECTION &sSection : SECTIONS)
+    {
+        std::cout << cpMark << sSection.cpTitle << '\n' << cpHead;
+        for (const ROW &sRow : Rows())
+            if (sRow.spSection == &sSection) I_fpPrint(sRow);
+    }
 }
 
 void Explain(const std::string &I_strText)
 {
-    if (std::none_of(I_strText.begin(), I_strText.end(),
-                     [](unsigned char cChar) { return std::isalnum(cChar) != 0; }))
+    if (std::ranges::none_of(I_strText, [](unsigned char cChar) { return std::isalnum(cChar); }))
         throw base::USAGE_ERROR("explain: there is no word in the text");
     ROWS vecRows = FindNumber(I_strText);
     const ROW *spLine = FindLine(I_strText);
@@ -132,14 +273,6 @@ void Explain(const std::string &I_strText)
     }
     PrintRows(vecRows);
 }
-
-// Null for a line that reports no failure.
-const ROW *FindFailure(const std::string &I_strLine, MODE I_eMode)
-{
-    const ROW *spRow = FindLine((I_eMode == MODE::INFORMIX ? "Informix mode: " : "") + I_strLine);
-    const bool bNothing = spRow != nullptr && spRow->strRemedy.rfind("nothing", 0) == 0;
-    return bNothing ? nullptr : spRow;
-}
 } // namespace
 
 void Run(const OPTIONS &I_sOptions)
@@ -149,20 +282,19 @@ void Run(const OPTIONS &I_sOptions)
     if (I_sOptions.bMarkdown && !strText.empty())
         throw base::USAGE_ERROR("explain: --markdown prints all, leave the text out");
     if (!strText.empty()) return Explain(strText.substr(0, strText.size() - 1));
-    if (I_sOptions.bMarkdown) return PrintMarkdown();
-    PrintSections("== ", "", PrintShort);
+    if (I_sOptions.bMarkdown)
+    {
+        std::cout << PAGE_HEAD;
+        return PrintAll("\n## ", TABLE_HEAD, PrintMarkdown);
+    }
+    PrintAll("== ", "", PrintShort);
     std::cout << "\nCause and remedy: xbsactl explain CODE, or (part of) a message or log line\n";
 }
 
-std::string Meaning(const std::string &I_strLine, MODE I_eMode)
+ADVICE Advice(const std::string &I_strLine, bool I_bInformix)
 {
-    const ROW *spRow = FindFailure(I_strLine, I_eMode);
-    return spRow != nullptr ? spRow->strMeaning : "";
-}
-
-std::string Hint(const std::string &I_strLine, MODE I_eMode)
-{
-    const ROW *spRow = FindFailure(I_strLine, I_eMode);
-    return spRow != nullptr ? Remedy(*spRow, LocalPorts()) : "";
+    const ROW *spRow = FindLine((I_bInformix ? "Informix mode: " : "") + I_strLine);
+    if (spRow == nullptr || spRow->strRemedy.starts_with("nothing")) return {};
+    return {spRow->strMeaning, Remedy(*spRow, LocalPorts())};
 }
 } // namespace explain

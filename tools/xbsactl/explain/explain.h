@@ -16,16 +16,15 @@ struct OPTIONS
 // The command. Throws USAGE_ERROR, and FAILURE when nothing is known about the text.
 void Run(const OPTIONS &I_sOptions);
 
-enum class MODE
+struct ADVICE
 {
-    PLAIN,
-    INFORMIX // a refused login has another remedy there
+    std::string strMeaning; // a sentence
+    std::string strHint;    // what to do
 };
 
-// Of the row that says most about a line of a trace or an error text. Both are empty when no row
-// does, and for a line that reports no failure.
-std::string Meaning(const std::string &I_strLine, MODE I_eMode = MODE::PLAIN); // a sentence
-std::string Hint(const std::string &I_strLine, MODE I_eMode = MODE::PLAIN);    // what to do
+// Of the row that says most about a line of a trace or an error text. Empty when no row does, and
+// for a line that reports no failure. In Informix mode a refused login has another remedy.
+ADVICE Advice(const std::string &I_strLine, bool I_bInformix);
 } // namespace explain
 
 #endif

@@ -3,7 +3,10 @@
 #include <dlfcn.h>
 
 #include <array>
+#include <climits>
 #include <filesystem>
+
+#include "xbsa_session.h"
 
 namespace library
 {
@@ -56,8 +59,16 @@ void *Load(const std::string &I_strPath)
 void *Symbol(void *vpLibrary, const char *cpName)
 {
     void *vpSymbol = dlsym(vpLibrary, cpName);
-    if (vpSymbol == nullptr) throw base::FileFailure("library is not usable: " + LoaderText());
+    if (vpSymbol == nullptr) throw base::FileFailure("library is another one: " + LoaderText());
     return vpSymbol;
+}
+
+std::string UtilityPath(void *vpLibrary)
+{
+    std::array<char, PATH_MAX> szPath{};
+    unsigned uSize = szPath.size();
+    const int iRet = LIBRARY_SYMBOL(vpLibrary, find_com_intf)(szPath.data(), &uSize);
+    return iRet == 0 ? szPath.data() : "";
 }
 
 // The provider's name has three parts: its house, the storage manager, and its version.

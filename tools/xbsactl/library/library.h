@@ -39,6 +39,9 @@ inline constexpr const char *CALLS[] = {
     "BSAGetLastError", "BSAQueryApiVersion", "BSAQueryServiceProvider",
     "BSASetTrace",     "find_com_intf",      "BSAGetEnvironment"};
 
+// Where the library looks for the COM utility; empty when no INI file names it.
+std::string UtilityPath(void *vpLibrary);
+
 // The row of sm_versions that the library's answers make. Throws FAILURE.
 std::string VersionsRow(void *vpLibrary);
 
@@ -55,8 +58,7 @@ void CheckObject(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 // What names the object to the library.
 BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject);
 
-// Hears the steps of the library's trace, whatever the user asked for; not where the environment
-// decides (iTraceLevel -1).
+// Hears the steps of the library's trace, whatever the user asked for.
 using LISTENER = std::function<void(const std::string &I_strLine)>;
 
 // One session and transaction in strict mode. Every call throws FAILURE for a code other than 0.
@@ -102,8 +104,9 @@ class CSession
   private:
     CSession(const base::CONNECTION &I_sConnection, void *vpLoaded);
     void Listen(bool I_bListen) const;
-    void SetTrace(const LISTENER &I_fpListener) const;
+    void SetTrace(const LISTENER &I_fpListener);
     std::string LastError() const;
+    std::string UtilityFault(const std::string &I_strReason) const;
     base::FAILURE Failure(const char *cpStep, int I_iCode) const;
     void Check(const char *cpStep, int I_iCode) const;
     void FailData(const char *cpStep, int I_iCode) const;

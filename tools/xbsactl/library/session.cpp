@@ -1,5 +1,5 @@
-#include <dlfcn.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -39,12 +39,14 @@ struct
 {
     LISTENER fpListener;
     int iShown = 0;      // level of the lines that are written
+    bool bBoth = false;  // to standard error as well as to the file
     std::string strFile; // empty: standard error
     int iFile = STDERR_FILENO;
     bool bWarned = false;
     std::string strUtility;  // what the COM utility said last of a failure
     std::string strGreeting; // of the server
     std::string strCommand;  // sent last
+    std::string strReply;    // to it
     std::string strRefusal;  // "COMMAND: REPLY", the first that the server refused
 } sTrace;
 
@@ -58,7 +60,9 @@ void WriteTrace(const std::string &I_strMessage)
     localtime_r(&lNow, &sNow);
     strftime(szStamp, sizeof szStamp, " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
     const std::string strText = szStamp + I_strMessage;
-    const std::string strLine = (sTrace.strFile.empty() ? base::Visible(strText) : strText) + "\n";
+    const std::string strVisible = base::Visible(strText) + "\n";
+    const std::string strLine = sTrace.strFile.empty() ? strVisible : strText + "\n";
+    if (sTrace.bBoth) fputs(strVisible.c_str(), stderr);
     const ssize_t iWritten = write(sTrace.iFile, strLine.data(), strLine.size());
     if (iWritten != -1 && iWritten < static_cast<ssize_t>(strLine.size())) errno = ENOSPC;
     if (iWritten == static_cast<ssize_t>(strLine.size()) || sTrace.strFile.empty()) return;
@@ -73,6 +77,7 @@ void WriteTrace(const std::string &I_strMessage)
 // refusal is the reason for those that follow.
 void NoteReply(const std::string &I_strReply)
 {
+    sTrace.strReply = I_strReply;
     if (sTrace.strCommand.empty()) sTrace.strGreeting = I_strReply;
     else if (sTrace.strRefusal.empty() && I_strReply.find_first_of("45") == 0)
         sTrace.strRefusal = sTrace.strCommand + ": " + I_strReply;
@@ -81,11 +86,13 @@ void NoteReply(const std::string &I_strReply)
 void NoteCommand(const std::string &I_strMessage)
 {
     if (I_strMessage == "xbsa_connect: Start")
-        sTrace.strGreeting = sTrace.strCommand = sTrace.strRefusal = "";
+        sTrace.strGreeting = sTrace.strCommand = sTrace.strReply = sTrace.strRefusal = "";
     for (const std::string strSent : {": Send command: ", ": Send message: "})
     {
         const size_t uAt = I_strMessage.find(strSent);
-        if (uAt != std::string::npos) sTrace.strCommand = I_strMessage.substr(uAt + strSent.size());
+        if (uAt == std::string::npos) continue;
+        sTrace.strCommand = I_strMessage.substr(uAt + strSent.size());
+        sTrace.strReply = "";
     }
 }
 
@@ -109,7 +116,8 @@ void TakeLine(char *cpMessage)
 }
 
 // The library writes the file without a word when it cannot; here its lines come to the tool.
-void OpenTrace(const std::string &I_strFile)
+//   I_bNeeded  by --trace: without it nothing is done. A variable must stop no backup.
+void OpenTrace(const std::string &I_strFile, bool I_bNeeded)
 {
     sTrace.strFile = I_strFile;
     if (I_strFile.empty()) return;
@@ -117,16 +125,35 @@ void OpenTrace(const std::string &I_strFile)
     sTrace.iFile = open(I_strFile.c_str(), iFlags);
     if (sTrace.iFile == -1 && errno == ENOENT)
         sTrace.iFile = open(I_strFile.c_str(), iFlags | O_CREAT, 0600);
-    if (sTrace.iFile == -1) throw base::SystemFailure("trace file " + base::Quoted(I_strFile));
+    if (sTrace.iFile != -1) return;
+    const std::string strWhat = "trace file " + base::Quoted(I_strFile);
+    if (I_bNeeded) throw base::SystemFailure(strWhat);
+    fprintf(stderr, "xbsactl: warning: %s: no trace is written (XBSA_LOGFILE)\n",
+            base::SystemFailure(strWhat).what());
+    sTrace.iShown = 0;
 }
 
 // What the server did, where the library's text says only that its reply was no good; else the text.
-std::string ServersPart(const std::string &I_strReason)
+//   I_sRecord  the library's, with the address
+std::string ServersPart(const std::string &I_strReason, const _sGlobal &I_sRecord)
 {
     const std::string &strGreeting = sTrace.strGreeting;
     const std::string strVerb = sTrace.strCommand.substr(0, sTrace.strCommand.find(' '));
     const size_t uReply = sTrace.strRefusal.find(": ");
-    if (strGreeting.size() > 3 && strGreeting[3] == '-')
+    const size_t uCode = strGreeting.find_first_not_of("0123456789");
+    const size_t uLookUp = I_strReason.find("gethostbyname() call");
+    if (base::CTimeLimit::IsOver())
+        return base::Text(!sTrace.strReply.empty() ? "no data connection from the server"
+                          : strVerb.empty()        ? "the server said nothing"
+                                                   : "no reply to " + strVerb,
+                          " within ", I_sRecord.ulTimeOut, " s (--timeout)");
+    if (uLookUp != std::string::npos) return I_strReason.substr(uLookUp); // errno is another call's
+    if (I_strReason.find("connect() failed.") != std::string::npos)
+        return base::Text(I_strReason, " (", I_sRecord.sObject.sSMS.szHostName, ", port ",
+                          I_sRecord.sObject.sSMS.iPort, ")");
+    if (uCode != 3 && uCode != std::string::npos && sTrace.strRefusal.empty())
+        return "the server does not speak FTP: " + strGreeting;
+    if (uCode == 3 && strGreeting[3] == '-')
         return "the server greets with several lines, so its replies are out of step: " +
                strGreeting;
     if (strGreeting.find_first_of("45") == 0) return "the server turned us away: " + strGreeting;
@@ -139,13 +166,29 @@ std::string ServersPart(const std::string &I_strReason)
     return bRefused ? sTrace.strRefusal : I_strReason;
 }
 
+const _sGlobal *spRecord; // of the library that has the session
+
+// The control connection. The record keeps the number of one that is closed.
+int Connection()
+{
+    sockaddr_in sPeer{};
+    socklen_t uSize = sizeof sPeer;
+    const int hControl = spRecord->sSession.SControl;
+    const int iRet = getpeername(hControl, reinterpret_cast<sockaddr *>(&sPeer), &uSize);
+    return iRet == 0 ? hControl : -1;
+}
+
 // The library waits without an end for the reply before its data connection. Its own limit comes
-// first. In Informix mode the utility may wait for a tape.
+// first. In Informix mode the utility, which may wait for a tape, is no part of it.
 base::CTimeLimit Limit(const base::CONNECTION &I_sConnection)
 {
     const unsigned uSeconds = I_sConnection.uTimeout;
-    return {I_sConnection.bInformix || uSeconds == 0 ? 0 : uSeconds + 1,
-            base::Text("no data connection from the server within ", uSeconds, " s (--timeout)")};
+    const std::string strMessage =
+        base::Text("no connection to ", I_sConnection.strHost, " within ", uSeconds,
+                   " s (--timeout): correct host and port, or "
+                   "let this host through the firewall");
+    return {uSeconds == 0 ? 0 : uSeconds + 1, Connection,
+            I_sConnection.bInformix ? "" : strMessage};
 }
 } // namespace
 
@@ -154,6 +197,7 @@ base::CTimeLimit Limit(const base::CONNECTION &I_sConnection)
 CSession::CSession(const base::CONNECTION &I_sConnection, const LISTENER &I_fpListener)
     : CSession(I_sConnection, Load(I_sConnection.strLibrary)) // the destructor runs from here on
 {
+    spRecord = LIBRARY_SYMBOL(vpLibrary, sGlobal);
     setenv("KORVA_STRICT", "1", 1);
     SetTrace(I_fpListener);
     BSA_ObjectOwner sOwner{};
@@ -179,26 +223,25 @@ CSession::~CSession()
     if (bOpen) CALL(BSATerminate)(lHandle);
 }
 
-// Without the option the environment decides. When it asks for no trace the tool listens to the
-// replies, but not while data flow: each block would be a line.
+// The tool listens to the replies, but not while data flow: each block would be a line.
 void CSession::Listen(bool I_bListen) const
 {
-    if (sConnection.iTraceLevel != -1 || getenv("XBSA_TRACE") != nullptr) return;
-    CALL(BSASetTrace)(I_bListen ? TakeLine : nullptr, nullptr, I_bListen ? TRACE_STEPS : 0);
+    const bool bListen = I_bListen || sTrace.fpListener;
+    const int iLevel = std::max(sTrace.iShown, bListen ? int{TRACE_STEPS} : 0);
+    CALL(BSASetTrace)(TakeLine, nullptr, static_cast<unsigned char>(iLevel));
 }
 
-void CSession::SetTrace(const LISTENER &I_fpListener) const
+// The option wins over the environment. The library's own log would say nothing when it fails.
+void CSession::SetTrace(const LISTENER &I_fpListener)
 {
-    const char *cpLevel = getenv("XBSA_TRACE");
-    if (cpLevel != nullptr && atoi(cpLevel) == 0) unsetenv("XBSA_TRACE"); // no trace either way
-    Listen(true);
-    if (sConnection.iTraceLevel == -1) return;
-    unsetenv("XBSA_TRACE"); // the option wins
-    OpenTrace(sConnection.strTraceFile);
+    const bool bAsked = sConnection.iTraceLevel != -1;
+    if (!bAsked) base::TakeTraceVariables(sConnection);
+    unsetenv("XBSA_TRACE");
     sTrace.fpListener = I_fpListener;
-    sTrace.iShown = sConnection.iTraceLevel;
-    const int iLevel = std::max(sTrace.iShown, I_fpListener ? TRACE_STEPS : 0);
-    CALL(BSASetTrace)(TakeLine, nullptr, static_cast<unsigned char>(iLevel));
+    sTrace.iShown = sConnection.iTraceLevel & TRACE_VERBOSITY;
+    sTrace.bBoth = (sConnection.iTraceLevel & TRACE_TO_STDERR) != 0;
+    OpenTrace(sTrace.iShown > 0 ? sConnection.strTraceFile : "", bAsked);
+    Listen(true);
 }
 
 std::string CSession::LastError() const
@@ -210,11 +253,21 @@ std::string CSession::LastError() const
     return base::Printable(base::Masked(strText, sConnection.strPassword));
 }
 
+// Why the utility cannot be run, or else the library's text. The search must not be in the trace,
+// where it would pass for another process's.
+std::string CSession::UtilityFault(const std::string &I_strReason) const
+{
+    CALL(BSASetTrace)(nullptr, nullptr, 0);
+    const std::string strPath = UtilityPath(vpLibrary);
+    Listen(true);
+    const std::string strFault = UTILITY + std::string(" cannot be run: ");
+    if (strPath.empty()) return strFault + "no line SM_BIN_KORVA=FOLDER in /etc/korva2000.ini";
+    if (access(strPath.c_str(), X_OK) == 0) return I_strReason;
+    return base::SystemFailure(strFault, strPath).what();
+}
+
 base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
 {
-    std::string strText = base::Text(cpStep, " failed with code ", I_iCode);
-    const bool bText = dlsym(vpLibrary, "xbsa_typeerr") != nullptr; // of this library alone
-    if (bText) strText += base::Text(" (", CALL(xbsa_typeerr)(I_iCode), ")");
     std::string strReason = LastError();
     static const std::string NO_HOST = "invalid IP for host:"; // the utility would have named it
     const size_t uHost = strReason.find(NO_HOST);
@@ -223,9 +276,13 @@ base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
                                                     strReason.find(UTILITY) != std::string::npos);
     if (bUtility && !sTrace.strUtility.empty())
         strReason = UTILITY + (": " + base::Printable(sTrace.strUtility));
-    else strReason = base::Printable(base::Masked(ServersPart(strReason), sConnection.strPassword));
+    else if (bUtility) strReason = UtilityFault(strReason);
+    else
+        strReason = base::Printable(
+            base::Masked(ServersPart(strReason, *spRecord), sConnection.strPassword));
     if (strReason.empty()) strReason = "no reason given, --trace 2 shows the steps";
-    return base::FAILURE(strText + ": " + strReason,
+    return base::FAILURE(base::Text(cpStep, " failed with code ", I_iCode, " (",
+                                    CALL(xbsa_typeerr)(I_iCode), "): ", strReason),
                          bUtility ? base::EXIT_UTILITY : base::EXIT_SERVER);
 }
 
@@ -240,8 +297,9 @@ void CSession::FailData(const char *cpStep, int I_iCode) const
     const base::FAILURE sFailure = Failure(cpStep, I_iCode);
     Listen(true);
     CALL(BSAEndData)(lHandle);
-    const std::string strReason = LastError();
-    throw base::FAILURE(sFailure.what() + (strReason.empty() ? "" : "; then: " + strReason),
+    std::string strReason = LastError();
+    if (!strReason.empty()) strReason = "; then: " + ServersPart(strReason, *spRecord);
+    throw base::FAILURE(sFailure.what() + base::Masked(strReason, sConnection.strPassword),
                         sFailure.iExit);
 }
 

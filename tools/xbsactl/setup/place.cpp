@@ -40,7 +40,7 @@ std::string FolderName(std::string I_strFolder)
 {
     while (I_strFolder.size() > 1 && I_strFolder.back() == '/') I_strFolder.pop_back();
     if (I_strFolder.empty() || I_strFolder.front() != '/')
-        throw base::USAGE_ERROR("--informixdir is no absolute path");
+        throw base::USAGE_ERROR("--informixdir (or INFORMIXDIR) is not an absolute path");
     if (base::Visible(I_strFolder) != I_strFolder ||
         I_strFolder.find_first_of("'\"*?[\\") != std::string::npos)
         throw base::USAGE_ERROR("--informixdir holds a quote, a pattern or a control character");
@@ -187,7 +187,8 @@ PLACE Enter(const OPTIONS &I_sOptions)
     const auto spFolder = OpenFolder(AT_FDCWD, sPlace.strFolder, sPlace.strFolder);
     if (spFolder != nullptr) sPlace.spEtc = OpenFolder(spFolder->Get(), "etc", sPlace.Path("etc"));
     if (sPlace.spEtc == nullptr)
-        throw base::FileFailure(sPlace.Path("etc"), " is missing: no database's folder");
+        throw base::FileFailure(sPlace.Path("etc"),
+                                " is missing: --informixdir names no database's folder");
     sPlace.spLib = OpenFolder(spFolder->Get(), "lib", sPlace.Path("lib"));
     sPlace.strOnconfig = "etc/" + OnconfigName(I_sOptions);
     TakeAccount(sPlace, *spFolder);

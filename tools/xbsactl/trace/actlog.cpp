@@ -22,7 +22,7 @@ bool CActivityLog::Parse(std::string_view I_svLine, MESSAGE &O_sMessage)
     std::string strClock;
     long lParent = 0;
     if (!(sWords >> strDay >> strClock >> O_sMessage.lProcess >> lParent)) return false;
-    const std::optional<int64_t> iTime = ParseStamp(strDay + " " + strClock);
+    const std::optional<int64_t> iTime = ParseTime(strDay + " " + strClock);
     if (!iTime || O_sMessage.lProcess <= 0) return false;
     O_sMessage.iTime = *iTime;
     std::getline(sWords >> std::ws, O_sMessage.strText);
@@ -34,14 +34,14 @@ CActivityLog::CActivityLog(const std::string &I_strFile)
 {
     if (I_strFile.empty()) return;
     CLineReader sReader(I_strFile);
-    for (LOG_LINE sLine; sReader.Next(sLine);)
+    while (const LOG_LINE *spLine = sReader.Next())
     {
         MESSAGE sMessage;
-        if (Parse(sLine.svText, sMessage)) Add(sMessage);
-        else if (!deqMessages.empty() && !sLine.svText.empty() &&
+        if (Parse(spLine->svText, sMessage)) Add(sMessage);
+        else if (!deqMessages.empty() && !spLine->svText.empty() &&
                  deqMessages.back().strText.size() < LONGEST_MESSAGE)
         {
-            const std::string strMore = " " + Clean(sLine.svText);
+            const std::string strMore = " " + Clean(spLine->svText);
             deqMessages.back().strText += strMore;
             uBytes += strMore.size();
         }

@@ -1,53 +1,33 @@
 #include "trace/parts.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace trace
 {
 namespace
 {
-constexpr size_t DAY_LENGTH = 10;
+constexpr size_t LONGEST_LINE = 4096; // more than the library ever writes
+constexpr size_t STAMP_LENGTH = 19;   // "2026-11-24 17:46:34"
 constexpr std::string_view MARK = ": Trace: (QAB library) ";
 
-std::string LastDay(const std::string &I_strFile)
+int64_t LastDay(const std::string &I_strFile)
 {
     if (I_strFile == "-") throw base::USAGE_ERROR("--since needs a day with standard input");
-    std::string strDay = "0000-00-00";
+    int64_t iDay = 0;
     CLineReader sReader(I_strFile);
-    for (LOG_LINE sLine; sReader.Next(sLine);)
-        if (sLine.bTrace) strDay = sLine.svStamp.substr(0, DAY_LENGTH);
-    return strDay;
+    while (const LOG_LINE *spLine = sReader.Next())
+        if (spLine->bTrace) iDay = spLine->sPlace.iTime / DAY * DAY;
+    return iDay;
 }
 } // namespace
 
-PLACE Place(const LOG_LINE &I_sLine)
-{
-    return {I_sLine.uNumber, I_sLine.iTime, std::string(I_sLine.svStamp)};
-}
-
-bool StartsWith(std::string_view I_svText, std::string_view I_svStart)
-{
-    return I_svText.substr(0, I_svStart.size()) == I_svStart;
-}
-
-uint64_t TakeNumber(std::string_view &X_svText)
-{
-    uint64_t uNumber = 0;
-    const char *cpStart = X_svText.data();
-    const auto sResult = std::from_chars(cpStart, cpStart + X_svText.size(), uNumber);
-    X_svText.remove_prefix(static_cast<size_t>(sResult.ptr - cpStart));
-    return uNumber;
-}
-
-std::string Moment(const std::string &I_strText, const std::string &I_strFile)
+int64_t Moment(const std::string &I_strText, const std::string &I_strFile)
 {
     for (const char *cpForm : {STAMP_FORM, "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%dT%H:%M",
                                "%Y-%m-%d %H", "%Y-%m-%dT%H", "%Y-%m-%d"})
-        if (std::string strStamp = StampOf(I_strText, cpForm); !strStamp.empty()) return strStamp;
+        if (const auto iTime = ParseTime(I_strText, cpForm)) return *iTime;
     for (const char *cpForm : {"%H:%M:%S", "%H:%M"})
-        if (const std::string strStamp = StampOf(I_strText, cpForm); !strStamp.empty())
-            return LastDay(I_strFile) + strStamp.substr(strStamp.find(' '));
+        if (const auto iTime = ParseTime(I_strText, cpForm)) return LastDay(I_strFile) + *iTime;
     throw base::USAGE_ERROR("--since: \"" + base::Printable(I_strText) +
                             "\" is not a moment such as \"2026-11-24 17:00\", \"2026-11-24\" or "
                             "\"17:00\"");
@@ -58,51 +38,45 @@ CLineReader::CLineReader(const std::string &I_strFile) : sInput(I_strFile)
 }
 
 // The bytes of the next line, as many as the library may write. Returns false at the end.
-bool CLineReader::ReadLine(bool &O_bWhole)
+bool CLineReader::ReadLine()
 {
     strLine.clear();
-    O_bWhole = false;
-    for (bool bAny = false; !O_bWhole; bAny = true)
+    do
     {
-        if (uPlace == uEnd && uEnd == BUFFER_SIZE)
+        if (svRest.empty() && strBuffer.size() == BUFFER_SIZE)
         {
-            uEnd = sInput.Read(vecBuffer.data(), BUFFER_SIZE);
-            uPlace = 0;
+            strBuffer.resize(sInput.Read(strBuffer.data(), BUFFER_SIZE));
+            svRest = strBuffer;
         }
-        if (uPlace == uEnd) return bAny;
-        const std::string_view svRest(&vecBuffer[uPlace], uEnd - uPlace);
+        if (svRest.empty()) return !strLine.empty();
         const size_t uLength = std::min(svRest.find('\n'), svRest.size());
-        O_bWhole = uLength < svRest.size();
+        sLine.bWhole = uLength < svRest.size();
         strLine += svRest.substr(0, std::min(uLength, LONGEST_LINE - strLine.size()));
-        uPlace += uLength + (O_bWhole ? 1 : 0);
-    }
+        svRest.remove_prefix(uLength + (sLine.bWhole ? 1 : 0));
+    } while (!sLine.bWhole);
     return true;
 }
 
-bool CLineReader::Next(LOG_LINE &O_sLine)
+const LOG_LINE *CLineReader::Next()
 {
-    O_sLine = LOG_LINE{};
-    if (!ReadLine(O_sLine.bWhole)) return false;
-    O_sLine.uNumber = ++uLines;
-    std::string_view svLine = strLine;
-    while (!svLine.empty() && svLine.back() == '\r') svLine.remove_suffix(1);
-    O_sLine.svText = svLine;
-    if (!StartsWith(svLine, " ") || svLine.size() < 1 + STAMP_LENGTH ||
-        svLine.substr(1 + STAMP_LENGTH, MARK.size()) != MARK)
-        return true;
+    if (!ReadLine()) return nullptr;
+    sLine.sPlace.uLine++;
+    sLine.bTrace = false;
+    std::string_view &svText = sLine.svText;
+    svText = strLine;
+    svText = svText.substr(0, svText.find_last_not_of('\r') + 1);
+    if (!svText.starts_with(' ') || svText.find(MARK) != 1 + STAMP_LENGTH) return &sLine;
 
-    const std::string_view svStamp = svLine.substr(1, STAMP_LENGTH);
+    const std::string_view svStamp = svText.substr(1, STAMP_LENGTH);
     if (svStamp != strStamp)
     {
-        const std::optional<int64_t> iTime = ParseStamp(svStamp);
-        if (!iTime) return true;
-        iStampTime = *iTime;
+        const std::optional<int64_t> iTime = ParseTime(std::string(svStamp));
+        if (!iTime || Stamp(*iTime) != svStamp) return &sLine; // damaged
+        sLine.sPlace.iTime = *iTime;
         strStamp = svStamp;
     }
-    O_sLine.bTrace = true;
-    O_sLine.iTime = iStampTime;
-    O_sLine.svStamp = svStamp;
-    O_sLine.svText = svLine.substr(1 + STAMP_LENGTH + MARK.size());
-    return true;
+    sLine.bTrace = true;
+    svText.remove_prefix(1 + STAMP_LENGTH + MARK.size());
+    return &sLine;
 }
 } // namespace trace

@@ -63,7 +63,7 @@ std::string Title(const STEP &I_sStep)
 BAR Whole(const SESSION &I_sSession)
 {
     const bool bMixed = I_sSession.IsMixed();
-    return {bMixed ? "mixed" : "control", !bMixed && I_sSession.sError.sPlace.uLine != 0,
+    return {bMixed ? "mixed" : "control", !bMixed && I_sSession.sError,
             static_cast<double>(I_sSession.sFirst.iTime),
             static_cast<double>(I_sSession.sLast.iTime + 1),
             bMixed ? "lines of several processes" : "replies of the server"};
@@ -157,7 +157,7 @@ std::string FactList(const SESSION &I_sSession)
 {
     std::string strList = "<ul>";
     for (const std::string &strFact : Facts(I_sSession))
-        strList += (StartsWith(strFact, "first error") ? "<li class=\"fact\">" : "<li>") +
+        strList += (strFact.starts_with("first error") ? "<li class=\"fact\">" : "<li>") +
                    Escape(strFact) + "</li>";
     return strList + "</ul>\n";
 }

@@ -31,84 +31,48 @@ std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds);
 std::string Clock(int64_t I_iTime, bool I_bDay); // "17:46:34", or "11-24 17:46:34"
 std::string Stamp(int64_t I_iTime);              // "2026-11-24 17:46:34"
 
-constexpr const char *STAMP_FORM = "%Y-%m-%d %H:%M:%S"; // for strptime
-constexpr size_t STAMP_LENGTH = 19;
+constexpr int64_t DAY = 86400; // seconds
+constexpr const char *STAMP_FORM = "%Y-%m-%d %H:%M:%S";
 
-// The time of the stamp that begins the text; nothing when none does.
-std::optional<int64_t> ParseStamp(std::string_view I_svText);
-
-// The text as a stamp when all of it has this form; else "".
-std::string StampOf(const std::string &I_strText, const char *cpForm);
+// The time when all of the text has this form of strptime, without a date one of 1970-01-01.
+std::optional<int64_t> ParseTime(const std::string &I_strText, const char *cpForm = STAMP_FORM);
 
 std::string Count(uint64_t I_uNumber, const char *cpThing); // "1 object", "2 objects"
 
 // ---- lines.cpp
 // The lines of a log, one at a time: a file of any size takes one buffer.
-// The views are good until the next line is asked for.
 struct LOG_LINE
 {
-    uint64_t uNumber = 0;     // from 1
-    bool bWhole = true;       // false for the last one when it has no end
-    bool bTrace = false;      // a line as the library begins it; else svText is all there is
-    int64_t iTime = 0;        // seconds of the local clock, counted as if it were UTC
-    std::string_view svStamp; // "2026-11-24 17:46:34"
-    std::string_view svText;  // what follows
+    PLACE sPlace;
+    bool bWhole = true;      // false for the last one when it has no end
+    bool bTrace = false;     // a line as the library begins it; else svText is all there is
+    std::string_view svText; // what follows the stamp; good until the next line is asked for
 };
-
-constexpr size_t LONGEST_LINE = 4096; // more than the library ever writes
 
 class CLineReader
 {
   public:
     explicit CLineReader(const std::string &I_strFile); // "-": standard input
 
-    // Returns false at the end. A line longer than the library writes is cut. Throws FAILURE.
-    bool Next(LOG_LINE &O_sLine);
+    // Null at the end. A line longer than the library writes is cut. Throws FAILURE.
+    const LOG_LINE *Next();
 
   private:
-    bool ReadLine(bool &O_bWhole);
-
     static constexpr size_t BUFFER_SIZE = 1U << 18U;
 
+    bool ReadLine();
+
     base::CInput sInput;
-    std::vector<char> vecBuffer = std::vector<char>(BUFFER_SIZE);
-    size_t uPlace = BUFFER_SIZE; // in the buffer
-    size_t uEnd = BUFFER_SIZE;   // of what was read; short of the buffer's when it was the last
+    std::string strBuffer = std::string(BUFFER_SIZE, '\0'); // shorter once all is read
+    std::string_view svRest;                                // of the buffer
+    LOG_LINE sLine;
     std::string strLine;
-    uint64_t uLines = 0;
-    std::string strStamp; // of the last line, and its time
-    int64_t iStampTime = 0;
+    std::string strStamp; // of the last line
 };
 
-PLACE Place(const LOG_LINE &I_sLine);
-
-bool StartsWith(std::string_view I_svText, std::string_view I_svStart);
-
-// The number at the start of the text, 0 when there is none; the text goes on after it.
-uint64_t TakeNumber(std::string_view &X_svText);
-
-// The moment that the user gave ("2026-11-24 17", "17:00") as a stamp; a time of day alone is one
-// of the file's last day. Throws USAGE_ERROR, and FAILURE when the file cannot be read.
-std::string Moment(const std::string &I_strText, const std::string &I_strFile);
-
-// ---- command.cpp
-// The command line of the COM utility, as the trace shows it.
-struct COMMAND
-{
-    std::string strVerb;   // "openjob", ...
-    std::string strJob;    // ":JOB" after the verb
-    std::string strObject; // at the end
-    std::string strCopy;   // of the saveset after "-s"
-    bool bBackup = false;  // it opens a backup's job
-    bool bGood = false;    // the job ends well
-
-    std::string Object() const; // "backup of OBJECT"; empty when the command begins none
-};
-
-COMMAND ParseCommand(std::string_view I_svLine);
-
-// "copy id 77" of the saveset "77@..."; empty for a text without a number.
-std::string CopyName(std::string_view I_svSaveset);
+// The moment that the user gave ("2026-11-24 17", "17:00"); a time of day alone is one of the
+// file's last day. Throws USAGE_ERROR, and FAILURE when the file cannot be read.
+int64_t Moment(const std::string &I_strText, const std::string &I_strFile);
 
 // ---- take.cpp
 // What the lines mean that the library writes.
@@ -143,7 +107,6 @@ class CSessions
     {
         return deqSessions[uCurrent];
     }
-    void Open(const LOG_LINE &I_sLine, ORIGIN I_eOrigin);
     void Choose(const LOG_LINE &I_sLine);
     void TakeHandle(const LOG_LINE &I_sLine);
     void JudgeForeignHandle(const LOG_LINE &I_sLine);
@@ -203,7 +166,7 @@ struct SHOWN
 // Within one second the order of steps and messages is not known.
 SHOWN Show(const SESSION &I_sSession, const std::vector<STEP> &I_vecMessages);
 
-const char *KindName(KIND I_eKind);            // "" for a heading
+const char *KindName(KIND I_eKind);
 std::string StepDuration(const STEP &I_sStep); // "" where there is none to be shown
 
 // Clock, kind, duration and text of the step.

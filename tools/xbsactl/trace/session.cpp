@@ -6,8 +6,8 @@ namespace trace
 {
 namespace
 {
-constexpr size_t STEPS_KEPT = 200;  // at each end of a session
-constexpr size_t HANDLES_KEPT = 16; // of a mixed one
+constexpr std::ptrdiff_t STEPS_KEPT = 200; // at each end of a session
+constexpr size_t HANDLES_KEPT = 16;        // of a mixed one
 constexpr size_t OBJECTS_NAMED = 5;
 
 std::string Named(const char *cpName, const std::string &I_strValue)
@@ -15,11 +15,6 @@ std::string Named(const char *cpName, const std::string &I_strValue)
     return I_strValue.empty() ? "" : std::string(", ") + cpName + " " + I_strValue;
 }
 } // namespace
-
-STEP::STEP(KIND I_eKind, int64_t I_iTime, std::string I_strText)
-    : eKind(I_eKind), iStart(I_iTime), iEnd(I_iTime), strText(std::move(I_strText))
-{
-}
 
 void STEP::AddBlock(uint64_t I_uBytes, int64_t I_iTime)
 {
@@ -36,37 +31,35 @@ void STEP::AddBlock(uint64_t I_uBytes, int64_t I_iTime)
 void CSteps::Add(const STEP &I_sStep)
 {
     if (I_sStep.eKind == KIND::OBJECT) uObjects++;
-    if (vecFirst.size() < STEPS_KEPT) return vecFirst.push_back(I_sStep);
-    deqLast.push_back(I_sStep);
-    if (deqLast.size() <= STEPS_KEPT) return;
-    deqLast.pop_front();
-    uLeftOut++;
+    vecSteps.push_back(I_sStep);
+    if (vecSteps.size() < 3 * STEPS_KEPT) return;
+    vecSteps.erase(vecSteps.begin() + STEPS_KEPT, vecSteps.end() - STEPS_KEPT);
+    uLeftOut += STEPS_KEPT;
 }
 
 std::vector<STEP> CSteps::All() const
 {
-    std::vector<STEP> vecSteps = vecFirst;
-    if (uLeftOut > 0)
-    {
-        vecSteps.push_back({KIND::OBJECT, vecSteps.back().iEnd,
-                            "(" + std::to_string(uLeftOut) + " steps are left out here)"});
-    }
-    vecSteps.insert(vecSteps.end(), deqLast.begin(), deqLast.end());
-    return vecSteps;
+    std::vector<STEP> vecAll = vecSteps;
+    if (vecAll.size() <= 2 * STEPS_KEPT && uLeftOut == 0) return vecAll;
+    const auto spOut = vecAll.erase(vecAll.begin() + STEPS_KEPT, vecAll.end() - STEPS_KEPT);
+    const uint64_t uOut = uLeftOut + vecSteps.size() - 2 * STEPS_KEPT;
+    vecAll.insert(spOut, {KIND::OBJECT, std::prev(spOut)->iEnd,
+                          "(" + std::to_string(uOut) + " steps are left out here)"});
+    return vecAll;
 }
 
 STEP *CSteps::Last()
 {
-    if (!deqLast.empty()) return &deqLast.back();
-    return vecFirst.empty() ? nullptr : &vecFirst.back();
+    return vecSteps.empty() ? nullptr : &vecSteps.back();
 }
 
 std::string CSteps::Names() const
 {
     std::string strNames;
     uint64_t uNamed = 0;
-    for (const STEP &sStep : vecFirst)
+    for (size_t uStep = 0; uStep < std::min<size_t>(vecSteps.size(), STEPS_KEPT); uStep++)
     {
+        const STEP &sStep = vecSteps[uStep];
         if (sStep.eKind != KIND::OBJECT || uNamed == OBJECTS_NAMED) continue;
         strNames += (uNamed++ == 0 ? "" : ", ") + sStep.strText;
         if (!sStep.strResult.empty()) strNames += ", " + sStep.strResult;
@@ -77,13 +70,12 @@ std::string CSteps::Names() const
 
 void CSteps::NameCopy(const std::string &I_strJob, const std::string &I_strCopy)
 {
-    const auto fpName = [&](STEP &X_sStep) {
-        if (X_sStep.strJob.empty() || X_sStep.strJob != I_strJob) return;
-        X_sStep.strResult = I_strCopy;
-        X_sStep.strJob.clear();
-    };
-    std::for_each(vecFirst.begin(), vecFirst.end(), fpName);
-    std::for_each(deqLast.begin(), deqLast.end(), fpName);
+    for (STEP &sStep : vecSteps)
+    {
+        if (sStep.strJob.empty() || sStep.strJob != I_strJob) continue;
+        sStep.strResult = I_strCopy;
+        sStep.strJob.clear();
+    }
 }
 
 void SESSION::AddHandle(long I_lHandle)
@@ -115,20 +107,20 @@ std::string SESSION::OutcomeText() const
 {
     constexpr std::array<const char *, 5> TEXTS = {"done", "failed", "unfinished", "mixed",
                                                    "replies only"};
-    const bool bError = sError.sPlace.uLine != 0;
-    if (bError && Outcome() == OUTCOME::DONE) return "done, with an error on the way";
-    if (bError && Outcome() == OUTCOME::REPLIES) return "refused";
+    if (sError && Outcome() == OUTCOME::DONE) return "done, with an error on the way";
+    if (sError && Outcome() == OUTCOME::REPLIES) return "refused";
     return TEXTS[static_cast<size_t>(Outcome())];
 }
 
 std::string SESSION::Title() const
 {
-    std::string strTitle;
+    std::string strTitle = setHandles.empty()       ? "handle unknown"
+                           : setHandles.size() == 1 ? "handle "
+                                                    : "handles ";
+    const char *cpBreak = "";
     for (const long lHandle : setHandles)
-        strTitle += (strTitle.empty() ? "" : ", ") + std::to_string(lHandle);
+        strTitle += std::exchange(cpBreak, ", ") + std::to_string(lHandle);
     if (setHandles.size() >= HANDLES_KEPT) strTitle += ", ...";
-    if (setHandles.empty()) strTitle = "handle unknown";
-    else strTitle.insert(0, setHandles.size() == 1 ? "handle " : "handles ");
     if (IsMixed()) return strTitle;
     return strTitle + (bInformix ? ", Informix" : "") + Named("owner", strOwner) +
            Named("user", strUser) + Named("server", strHost);
@@ -138,8 +130,7 @@ std::string SESSION::Note() const
 {
     if (eOrigin == ORIGIN::REPLIES)
         return "a trace of level 1 has only the server's replies: neither handle nor object";
-    std::string strNote;
-    if (eOrigin != ORIGIN::INIT) strNote = "its beginning is not in this log";
+    std::string strNote = eOrigin == ORIGIN::INIT ? "" : "its beginning is not in this log";
     if (eState == STATE::TERMINATED || IsMixed()) return strNote;
     if (!strNote.empty()) strNote += "; ";
     if (eState == STATE::REPLACED) return strNote + "the process began anew without BSATerminate";

@@ -3,7 +3,6 @@
 #define XBSACTL_TRACE_SESSION_H
 
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <set>
 #include <string>
@@ -24,17 +23,15 @@ enum class KIND
 
 struct STEP
 {
-    STEP(KIND I_eKind, int64_t I_iTime, std::string I_strText);
-
     KIND eKind;
     int64_t iStart;
-    int64_t iEnd;
     std::string strText;
+    int64_t iEnd = iStart;
     bool bEnded = false;
     bool bFailed = false;
-    std::string strResult; // of an object: its copy, when it is known
-    std::string strJob;    // a backup's, until it is certain which copy it is
-    uint64_t uBytes = 0;   // data
+    std::string strResult{}; // of an object: its copy, when it is known
+    std::string strJob{};    // a backup's, until it is certain which copy it is
+    uint64_t uBytes = 0;     // data
     uint64_t uBlocks = 0;
     int64_t iPause = 0; // the longest between two blocks, and when it began
     int64_t iPauseStart = 0;
@@ -63,23 +60,21 @@ class CSteps
     uint64_t uObjects = 0;
 
   private:
-    std::vector<STEP> vecFirst;
-    std::deque<STEP> deqLast;
+    std::vector<STEP> vecSteps; // once there are many, some of the middle are left out
     uint64_t uLeftOut = 0;
 };
 
 struct PLACE
 {
-    uint64_t uLine = 0; // 0: nowhere
-    int64_t iTime = 0;
-    std::string strStamp;
+    uint64_t uLine = 0; // from 1
+    int64_t iTime = 0;  // seconds of the log's clock, counted as if it were UTC
 };
 
 struct LOGGED_ERROR
 {
     PLACE sPlace;
     std::string strText;
-    bool bWeak = false; // a later one may say more
+    bool bWeak; // a later one may say more
 };
 
 enum class ORIGIN
@@ -158,8 +153,8 @@ struct SESSION
     std::string strHost;
     CSteps sSteps;
     uint64_t uBytes = 0;
-    bool bFailed = false; // a call returned an error
-    LOGGED_ERROR sError;  // the first one
+    bool bFailed = false;               // a call returned an error
+    std::optional<LOGGED_ERROR> sError; // the first one
     MIXTURE sMixture;
     PROGRESS sProgress;
 

@@ -8,19 +8,6 @@ namespace trace
 namespace
 {
 constexpr size_t OPEN_SESSIONS = 16; // that may go on at a time, or wait for such a one
-constexpr std::string_view REPLY = "LOGIN REPLY: ";
-
-void Extend(SESSION &X_sSession, const LOG_LINE &I_sLine)
-{
-    PLACE &sLast = X_sSession.sLast;
-    sLast.uLine = I_sLine.uNumber;
-    if (sLast.iTime != I_sLine.iTime || sLast.strStamp.empty()) sLast = Place(I_sLine);
-}
-
-void TakeError(SESSION &X_sInto, const SESSION &I_sFrom)
-{
-    if (X_sInto.sError.sPlace.uLine == 0) X_sInto.sError = I_sFrom.sError;
-}
 
 // A copy that an answer named may be another process's; the close of the job names it again.
 void AddObjects(SESSION &X_sInto, const std::vector<STEP> &I_vecSteps)
@@ -39,7 +26,7 @@ void Absorb(SESSION &X_sInto, const SESSION &I_sFrom)
     X_sInto.sMixture.uProcesses += I_sFrom.sMixture.uProcesses;
     X_sInto.sMixture.uTerminated += I_sFrom.sMixture.uTerminated;
     if (I_sFrom.sLast.uLine > X_sInto.sLast.uLine) X_sInto.sLast = I_sFrom.sLast;
-    TakeError(X_sInto, I_sFrom);
+    if (!X_sInto.sError) X_sInto.sError = I_sFrom.sError;
 }
 
 // Only what still is true of lines of several processes.
@@ -57,26 +44,21 @@ CSessions::CSessions(SINK I_fpSink) : fpSink(std::move(I_fpSink))
 {
 }
 
-void CSessions::Open(const LOG_LINE &I_sLine, ORIGIN I_eOrigin)
-{
-    SESSION sSession;
-    sSession.eOrigin = I_eOrigin;
-    sSession.sProgress.uCall = I_eOrigin == ORIGIN::INIT ? IN_NONE : IN_UNKNOWN;
-    sSession.sFirst = Place(I_sLine);
-    deqSessions.push_back(std::move(sSession));
-    uCurrent = deqSessions.size() - 1;
-}
-
 // The session that the line goes to; at level 1 the next connection is the next session.
 void CSessions::Choose(const LOG_LINE &I_sLine)
 {
-    const bool bReply = StartsWith(I_sLine.svText, REPLY);
-    const bool bInit = StartsWith(I_sLine.svText, "BSAInit: Start");
-    const bool bNext = bReply && StartsWith(I_sLine.svText.substr(REPLY.size()), "220");
-    if (uCurrent != NONE && Current().eOrigin == ORIGIN::REPLIES && (bNext || bInit))
-        End(STATE::OVER);
-    if (bInit) Open(I_sLine, ORIGIN::INIT);
-    else if (uCurrent == NONE) Open(I_sLine, bReply ? ORIGIN::REPLIES : ORIGIN::MIDDLE);
+    const bool bInit = I_sLine.svText.starts_with("BSAInit: Start");
+    const bool bReply = I_sLine.svText.starts_with("LOGIN REPLY: ");
+    const bool bNext = bInit || I_sLine.svText.starts_with("LOGIN REPLY: 220");
+    if (bNext && uCurrent != NONE && Current().eOrigin == ORIGIN::REPLIES) End(STATE::OVER);
+    if (bInit || uCurrent == NONE)
+    {
+        uCurrent = deqSessions.size();
+        SESSION &sSession = deqSessions.emplace_back();
+        sSession.eOrigin = bInit ? ORIGIN::INIT : bReply ? ORIGIN::REPLIES : ORIGIN::MIDDLE;
+        sSession.sProgress.uCall = bInit ? IN_NONE : IN_UNKNOWN;
+        sSession.sFirst = I_sLine.sPlace;
+    }
     if (!bReply && Current().eOrigin == ORIGIN::REPLIES) Current().eOrigin = ORIGIN::MIDDLE;
 }
 
@@ -119,7 +101,7 @@ void CSessions::Adopt(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit)
         return;
     }
     Merge(uEarlier, "handle " + std::to_string(I_lHandle) + " comes back at line " +
-                        std::to_string(I_sLine.uNumber));
+                        std::to_string(I_sLine.sPlace.uLine));
 }
 
 // A handle that others than the current one may have had, or one that was interrupted in its
@@ -146,7 +128,7 @@ void CSessions::TakeHandle(const LOG_LINE &I_sLine)
     if (lHandle == 0) return;
     if (sSession.IsMixed()) AddForeign(lHandle, std::string(sSession.sMixture.strSign));
     else if (sSession.setHandles.empty())
-        Adopt(lHandle, I_sLine, StartsWith(I_sLine.svText, "BSAInit"));
+        Adopt(lHandle, I_sLine, I_sLine.svText.starts_with("BSAInit"));
     else if (!sSession.HasHandle(lHandle)) sSession.sProgress.lForeign = lHandle;
 }
 
@@ -159,7 +141,7 @@ void CSessions::JudgeForeignHandle(const LOG_LINE &I_sLine)
         I_sLine.svText.find("Return: 6 ") != std::string_view::npos)
         return;
     AddForeign(lHandle, "handle " + std::to_string(lHandle) + " comes in between before line " +
-                            std::to_string(I_sLine.uNumber));
+                            std::to_string(I_sLine.sPlace.uLine));
 }
 
 // It ends when all of its processes have, those too that only a handle shows.
@@ -170,7 +152,7 @@ void CSessions::TakeMixed(const LOG_LINE &I_sLine)
     sSession.eState = STATE::OPEN;
     MIXTURE &sMixture = sSession.sMixture;
     sMixture.uProcesses = std::max(sMixture.uProcesses, sSession.setHandles.size());
-    if (!StartsWith(I_sLine.svText, "BSATerminate: Closing")) return;
+    if (!I_sLine.svText.starts_with("BSATerminate: Closing")) return;
     if (++sMixture.uTerminated >= sMixture.uProcesses) End(STATE::OVER);
 }
 
@@ -182,7 +164,7 @@ void CSessions::FoldRejected()
     uCurrent = deqSessions.size() - 1;
     Current().bFailed = true;
     for (const STEP &sStep : sRejected.Steps()) Current().AddStep(sStep);
-    TakeError(Current(), sRejected);
+    if (!Current().sError) Current().sError = sRejected.sError;
 }
 
 // The last line may be cut anywhere: what fits is taken, and nothing is concluded from the rest.
@@ -191,7 +173,7 @@ void CSessions::TakeCut(const LOG_LINE &I_sLine, const FUNCTION &I_sWriter)
     SESSION sNext = Current();
     trace::Take(sNext, I_sLine, I_sWriter);
     if (sNext.sProgress.strSign.empty()) Current() = sNext;
-    Extend(Current(), I_sLine);
+    Current().sLast = I_sLine.sPlace;
 }
 
 // What a line that was taken means for the sessions as such.
@@ -220,10 +202,9 @@ void CSessions::Take(const LOG_LINE &I_sLine)
     }
     Choose(I_sLine);
     if (!I_sLine.bWhole) return TakeCut(I_sLine, *spWriter);
-    Extend(Current(), I_sLine);
     trace::Take(Current(), I_sLine, *spWriter);
     TakeHandle(I_sLine);
-    Extend(Current(), I_sLine);
+    Current().sLast = I_sLine.sPlace;
     Judge(I_sLine);
     Flush(OPEN_SESSIONS);
 }

@@ -1,5 +1,6 @@
 #include "trace/parts.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -10,19 +11,12 @@ namespace trace
 {
 namespace
 {
-constexpr size_t DAY_LENGTH = 10;
 constexpr const char *MIXED = "; who wrote which line and how long a step took is unknown: give "
                               "each process a log of its own (XBSA_LOGFILE)";
 
 bool SameDay(const SESSION &I_sSession)
 {
-    return I_sSession.sFirst.strStamp.compare(0, DAY_LENGTH, I_sSession.sLast.strStamp, 0,
-                                              DAY_LENGTH) == 0;
-}
-
-explain::MODE Mode(const SESSION &I_sSession)
-{
-    return I_sSession.bInformix ? explain::MODE::INFORMIX : explain::MODE::PLAIN;
+    return I_sSession.sFirst.iTime / DAY == I_sSession.sLast.iTime / DAY;
 }
 
 void AddFact(std::vector<std::string> &X_vecFacts, const char *cpName, const std::string &I_strText)
@@ -54,8 +48,7 @@ std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
 
 base::JSON StepJson(const STEP &I_sStep)
 {
-    const bool bObject = I_sStep.eKind == KIND::OBJECT;
-    base::JSON sJson = {{"kind", bObject ? "object" : KindName(I_sStep.eKind)},
+    base::JSON sJson = {{"kind", KindName(I_sStep.eKind)},
                         {"time", Stamp(I_sStep.iStart)},
                         {"text", I_sStep.strText},
                         {"result", I_sStep.strResult},
@@ -72,34 +65,29 @@ base::JSON StepJson(const STEP &I_sStep)
 
 base::JSON ErrorJson(const SESSION &I_sSession)
 {
-    const LOGGED_ERROR &sError = I_sSession.sError;
-    if (sError.sPlace.uLine == 0) return nullptr;
-    return {{"line", sError.sPlace.uLine},
-            {"time", sError.sPlace.strStamp},
-            {"text", sError.strText},
-            {"meaning", explain::Meaning(sError.strText, Mode(I_sSession))},
-            {"hint", explain::Hint(sError.strText, Mode(I_sSession))}};
+    if (!I_sSession.sError) return nullptr;
+    const auto &[sPlace, strText, bWeak] = *I_sSession.sError;
+    const auto [strMeaning, strHint] = explain::Advice(strText, I_sSession.bInformix);
+    return {{"line", sPlace.uLine},
+            {"time", Stamp(sPlace.iTime)},
+            {"text", strText},
+            {"meaning", strMeaning},
+            {"hint", strHint}};
 }
 } // namespace
 
 SHOWN Show(const SESSION &I_sSession, const std::vector<STEP> &I_vecMessages)
 {
     SHOWN sShown{I_sSession, {}};
-    auto spMessage = I_vecMessages.begin();
-    for (const STEP &sStep : I_sSession.Steps())
-    {
-        for (; spMessage != I_vecMessages.end() && spMessage->iStart < sStep.iStart; ++spMessage)
-            sShown.vecSteps.push_back(*spMessage);
-        sShown.vecSteps.push_back(sStep);
-    }
-    sShown.vecSteps.insert(sShown.vecSteps.end(), spMessage, I_vecMessages.end());
+    std::ranges::merge(I_sSession.Steps(), I_vecMessages, std::back_inserter(sShown.vecSteps), {},
+                       &STEP::iStart, &STEP::iStart);
     return sShown;
 }
 
 const char *KindName(KIND I_eKind)
 {
-    constexpr std::array<const char *, 7> NAMES = {"",      "control", "utility", "data",
-                                                   "reply", "call",    "database"};
+    constexpr std::array<const char *, 7> NAMES = {"object", "control", "utility", "data",
+                                                   "reply",  "call",    "database"};
     return NAMES[static_cast<size_t>(I_eKind)];
 }
 
@@ -122,12 +110,12 @@ std::vector<std::string> Facts(const SESSION &I_sSession)
 {
     const PLACE &sFirst = I_sSession.sFirst;
     const PLACE &sLast = I_sSession.sLast;
-    const LOGGED_ERROR &sError = I_sSession.sError;
     const std::string strTime =
         I_sSession.IsMixed() ? "" : " (" + Duration(sLast.iTime - sFirst.iTime) + ")";
     std::vector<std::string> vecFacts = {
-        sFirst.strStamp + " to " + sLast.strStamp.substr(SameDay(I_sSession) ? DAY_LENGTH + 1 : 0) +
-        strTime + ", lines " + std::to_string(sFirst.uLine) + " to " + std::to_string(sLast.uLine)};
+        Stamp(sFirst.iTime) + " to " +
+        (SameDay(I_sSession) ? Clock(sLast.iTime, false) : Stamp(sLast.iTime)) + strTime +
+        ", lines " + std::to_string(sFirst.uLine) + " to " + std::to_string(sLast.uLine)};
     if (I_sSession.IsMixed())
         vecFacts.push_back(
             "lines of several processes are mixed here: " + I_sSession.sMixture.strSign + MIXED);
@@ -135,11 +123,13 @@ std::vector<std::string> Facts(const SESSION &I_sSession)
         vecFacts.push_back(Count(I_sSession.sSteps.uObjects, "task") + ", " +
                            Count(I_sSession.uBytes, "byte"));
     AddFact(vecFacts, "", I_sSession.Note());
-    if (sError.sPlace.uLine == 0) return vecFacts;
-    vecFacts.push_back("first error, line " + std::to_string(sError.sPlace.uLine) + " at " +
-                       sError.sPlace.strStamp.substr(DAY_LENGTH + 1) + ": " + sError.strText);
-    AddFact(vecFacts, "meaning: ", explain::Meaning(sError.strText, Mode(I_sSession)));
-    AddFact(vecFacts, "hint: ", explain::Hint(sError.strText, Mode(I_sSession)));
+    if (!I_sSession.sError) return vecFacts;
+    const auto &[sPlace, strText, bWeak] = *I_sSession.sError;
+    vecFacts.push_back("first error, line " + std::to_string(sPlace.uLine) + " at " +
+                       Clock(sPlace.iTime, false) + ": " + strText);
+    const auto [strMeaning, strHint] = explain::Advice(strText, I_sSession.bInformix);
+    AddFact(vecFacts, "meaning: ", strMeaning);
+    AddFact(vecFacts, "hint: ", strHint);
     return vecFacts;
 }
 
@@ -165,8 +155,8 @@ std::string SessionJson(const SHOWN &I_sShown)
                         {"owner", bMixed ? "" : sSession.strOwner},
                         {"user", bMixed ? "" : sSession.strUser},
                         {"server", bMixed ? "" : sSession.strHost},
-                        {"begin", sSession.sFirst.strStamp},
-                        {"end", sSession.sLast.strStamp},
+                        {"begin", Stamp(sSession.sFirst.iTime)},
+                        {"end", Stamp(sSession.sLast.iTime)},
                         {"first_line", sSession.sFirst.uLine},
                         {"last_line", sSession.sLast.uLine},
                         {"objects", sSession.sSteps.uObjects},

@@ -1,6 +1,7 @@
 #include "trace/parts.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace trace
 {
@@ -16,6 +17,16 @@ namespace
 constexpr uint64_t NO_MATCH = 17; // codes that are answers, not failures
 constexpr uint64_t NO_MORE_DATA = 18;
 
+// The number at the start of the text, 0 when there is none; the text goes on after it.
+uint64_t TakeNumber(std::string_view &X_svText)
+{
+    uint64_t uNumber = 0;
+    const char *cpStart = X_svText.data();
+    const auto sResult = std::from_chars(cpStart, cpStart + X_svText.size(), uNumber);
+    X_svText.remove_prefix(static_cast<size_t>(sResult.ptr - cpStart));
+    return uNumber;
+}
+
 // One line on its way into a session.
 struct TAKE
 {
@@ -30,7 +41,7 @@ struct TAKE
     }
     bool RestIs(std::string_view I_svStart) const
     {
-        return StartsWith(svRest, I_svStart);
+        return svRest.starts_with(I_svStart);
     }
     bool IsRefusal() const
     {
@@ -45,33 +56,27 @@ struct TAKE
     void Begin(KIND I_eKind, const std::string &I_strText) const
     {
         if (sProgress.sPending) sSession.AddStep(*sProgress.sPending);
-        sProgress.sPending = STEP(I_eKind, sLine.iTime, I_strText);
+        sProgress.sPending = STEP{I_eKind, sLine.sPlace.iTime, I_strText};
     }
 
     void End(const std::string &I_strResult, bool I_bFailed = false) const
     {
         if (!sProgress.sPending) return;
         STEP sStep = *std::exchange(sProgress.sPending, std::nullopt);
-        sStep.iEnd = sLine.iTime;
+        sStep.iEnd = sLine.sPlace.iTime;
         sStep.bEnded = true;
         sStep.bFailed = I_bFailed;
         sStep.strResult = I_strResult;
         sSession.AddStep(sStep);
     }
 
-    void Fail(const std::string &I_strText) const
+    // What a call found, or how it failed.
+    void AddCall(const std::string &I_strText, bool I_bFailed) const
     {
-        STEP sStep(KIND::CALL, sLine.iTime, I_strText);
-        sStep.bFailed = true;
+        STEP sStep{KIND::CALL, sLine.sPlace.iTime, I_strText};
+        sStep.bFailed = I_bFailed;
         sSession.AddStep(sStep);
-        sSession.bFailed = true;
-    }
-
-    void GiveUpData() const // if it goes on
-    {
-        if (!InData()) return;
-        End("");
-        Fail("the object was given up: no BSAEndData");
+        sSession.bFailed |= I_bFailed;
     }
 
     // A call has returned the code.
@@ -82,28 +87,31 @@ struct TAKE
         const uint64_t uCode = TakeNumber(svCode);
         if (uCode == 0 || uCode == NO_MATCH || uCode == NO_MORE_DATA) return;
         NoteError(true);
-        Fail(Clean(sLine.svText));
+        AddCall(Clean(sLine.svText), true);
     }
 
     // Weak: a later error may say more.
     void NoteError(bool I_bWeak) const
     {
-        LOGGED_ERROR &sError = sSession.sError;
-        if (sError.sPlace.uLine == 0 || (sError.bWeak && !I_bWeak))
-            sError = {Place(sLine), Clean(sLine.svText), I_bWeak};
+        if (!sSession.sError || (sSession.sError->bWeak && !I_bWeak))
+            sSession.sError = {sLine.sPlace, Clean(sLine.svText), I_bWeak};
     }
 
     void SetSign() const // the line cannot come here
     {
         const size_t uEnd = sLine.svText.find_first_of(":( ");
-        sProgress.strSign = "line " + std::to_string(sLine.uNumber) + ", of " +
+        sProgress.strSign = "line " + std::to_string(sLine.sPlace.uLine) + ", of " +
                             std::string(sLine.svText.substr(0, uEnd)) + ", cannot come here";
     }
 };
 
 void EndCall(const TAKE &I_sTake)
 {
-    I_sTake.GiveUpData();
+    if (I_sTake.InData())
+    {
+        I_sTake.End("");
+        I_sTake.AddCall("the object was given up: no BSAEndData", true);
+    }
     I_sTake.sProgress.uCall = IN_NONE;
 }
 
@@ -114,11 +122,6 @@ void TakeEarlyReturn(const TAKE &I_sTake)
     I_sTake.Return();
     I_sTake.sProgress.uCall = uCall;
     I_sTake.sProgress.bRejected = uCall == IN_INIT && I_sTake.RestIs("5 ");
-}
-
-void TakeUser(const TAKE &I_sTake)
-{
-    I_sTake.sSession.strUser = I_sTake.Rest();
 }
 
 void TakeName(const TAKE &I_sTake)
@@ -134,7 +137,7 @@ void TakePath(const TAKE &I_sTake, const char *cpWhat)
     if (!strName && (I_sTake.sProgress.uCall & IN_UNKNOWN) == 0) I_sTake.SetSign();
     const bool bPair = strName && !I_sTake.sSession.IsMixed();
     const std::string strObject = (bPair ? *strName : "an object") + " in " + I_sTake.Rest();
-    I_sTake.sSession.AddStep({KIND::OBJECT, I_sTake.sLine.iTime, cpWhat + strObject});
+    I_sTake.sSession.AddStep({KIND::OBJECT, I_sTake.sLine.sPlace.iTime, cpWhat + strObject});
     strName.reset();
 }
 
@@ -174,7 +177,7 @@ void TakeLoginReply(const TAKE &I_sTake)
 {
     if (I_sTake.IsRefusal()) I_sTake.NoteError(true);
     if (I_sTake.sSession.eOrigin == ORIGIN::REPLIES)
-        I_sTake.sSession.AddStep({KIND::REPLY, I_sTake.sLine.iTime, I_sTake.Rest()});
+        I_sTake.sSession.AddStep({KIND::REPLY, I_sTake.sLine.sPlace.iTime, I_sTake.Rest()});
 }
 
 void TakeOpened(const TAKE &I_sTake, const char *cpVerb)
@@ -193,18 +196,18 @@ void TakeBlock(const TAKE &I_sTake, const char *cpVerb)
     PROGRESS &sProgress = I_sTake.sProgress;
     std::string_view svRest = I_sTake.svRest;
     const uint64_t uBytes = TakeNumber(svRest);
-    if (!StartsWith(svRest, TOTAL)) return;
+    if (!svRest.starts_with(TOTAL)) return;
     svRest.remove_prefix(TOTAL.size());
     const uint64_t uTotal = TakeNumber(svRest);
     if (sProgress.uTotal && uTotal != *sProgress.uTotal + uBytes)
-        sProgress.strSign = "the total of line " + std::to_string(I_sTake.sLine.uNumber) +
+        sProgress.strSign = "the total of line " + std::to_string(I_sTake.sLine.sPlace.uLine) +
                             " does not follow from the one before";
     sProgress.uTotal = uTotal;
     I_sTake.sSession.uBytes += uBytes;
     if (!I_sTake.InData() && (sProgress.uCall & IN_UNKNOWN) == 0) return;
     if (!I_sTake.InData()) I_sTake.Begin(KIND::DATA, cpVerb); // the log began in the middle
     sProgress.bTransfer = true;
-    sProgress.sPending->AddBlock(uBytes, I_sTake.sLine.iTime);
+    sProgress.sPending->AddBlock(uBytes, I_sTake.sLine.sPlace.iTime);
 }
 
 void TakeDataEnd(const TAKE &I_sTake)
@@ -230,19 +233,55 @@ void TakeDataReturn(const TAKE &I_sTake)
     I_sTake.sProgress.bTransfer = false;
 }
 
-// What the client asks for is a restore's copy; that of a backup is the server's to name. A job
-// that ends well says for certain which copy it made, whoever else writes to the log.
+// "copy id 77" of the saveset "77@..."; empty for a text without a number.
+std::string CopyName(std::string_view I_svSaveset)
+{
+    constexpr size_t LONGEST_NUMBER = 20;
+    const size_t uDigits = std::min(I_svSaveset.find_first_not_of("0123456789"), LONGEST_NUMBER);
+    I_svSaveset = I_svSaveset.substr(0, uDigits);
+    return I_svSaveset.empty() ? "" : "copy id " + std::string(I_svSaveset);
+}
+
+// What follows the option at that place of a command line, to the end.
+std::string_view After(std::string_view I_svLine, size_t I_uOption)
+{
+    if (I_uOption == std::string_view::npos) return "";
+    const size_t uPlace = I_svLine.find_first_not_of(" '", I_uOption + 4);
+    return I_svLine.substr(std::min(uPlace, I_svLine.size()));
+}
+
+// The command line of the COM utility: "... -b 'openjob:JOB' ... -s SAVESET ... -- OBJECT]". What
+// the client asks for is a restore's copy; that of a backup is the server's to name. A job that
+// ends well says for certain which copy it made, whoever else writes to the log.
 void TakeCommand(const TAKE &I_sTake)
 {
-    const COMMAND sCommand = ParseCommand(I_sTake.svRest);
-    STEP sObject(KIND::OBJECT, I_sTake.sLine.iTime, sCommand.Object());
-    if (sCommand.bBackup) sObject.strJob = sCommand.strJob;
-    else if (sCommand.strVerb == "openjob") sObject.strResult = sCommand.strCopy;
-    if (!sObject.strText.empty()) I_sTake.sSession.AddStep(sObject);
-    if (sCommand.strVerb == "closejob" && !sCommand.strCopy.empty() && sCommand.bGood)
-        I_sTake.sSession.sSteps.NameCopy(sCommand.strJob, sCommand.strCopy);
+    std::string_view svLine = I_sTake.svRest;
+    if (svLine.ends_with(']')) svLine.remove_suffix(1);
+    const size_t uBackup = svLine.find(" -b ");
+    const size_t uQuery = svLine.find(" -q ");
+    const size_t uTask = std::min({uBackup, uQuery, svLine.find(" -r ")});
+    const std::string_view svTask = After(svLine, uTask);
+    const size_t uColon = std::min(svTask.find(':'), svTask.size());
+    const size_t uEnd = svTask.find_first_of(" '", uColon);
+    const std::string strJob = Clean(svTask.substr(uColon, uEnd - uColon));
+    const std::string strObject = Clean(After(svLine, svLine.rfind(" -- ")));
+    const std::string strCopy = CopyName(After(svLine, svLine.find(" -s ")));
+    std::string strVerb = Clean(svTask.substr(0, svTask.find_first_of(": ")));
+    if (strVerb.empty()) strVerb = "run without a task";
+    if (uTask == uQuery && uTask != std::string_view::npos) strVerb = "query";
+
+    STEP sObject{KIND::OBJECT, I_sTake.sLine.sPlace.iTime, "query of " + strObject};
+    if (strVerb == "openjob")
+    {
+        const bool bBackup = uTask == uBackup;
+        sObject.strText = (bBackup ? "backup of " : "restore of ") + strObject;
+        (bBackup ? sObject.strJob : sObject.strResult) = bBackup ? strJob : strCopy;
+    }
+    if (strVerb == "openjob" || strVerb == "query") I_sTake.sSession.AddStep(sObject);
+    if (strVerb == "closejob" && !strCopy.empty() && svLine.ends_with(" -i 0"))
+        I_sTake.sSession.sSteps.NameCopy(strJob, strCopy);
     I_sTake.sSession.bInformix = true;
-    I_sTake.Begin(KIND::UTILITY, sCommand.strVerb);
+    I_sTake.Begin(KIND::UTILITY, strVerb);
 }
 
 void TakeAnswer(const TAKE &I_sTake)
@@ -266,11 +305,6 @@ void TakeUnanswered(const TAKE &I_sTake)
 {
     I_sTake.NoteError(false);
     I_sTake.End("no answer", true);
-}
-
-void TakeFound(const TAKE &I_sTake, const std::string &I_strFound)
-{
-    I_sTake.sSession.AddStep({KIND::CALL, I_sTake.sLine.iTime, "found " + I_strFound});
 }
 
 void TakeTerminated(const TAKE &I_sTake)
@@ -320,8 +354,8 @@ constexpr FUNCTION FUNCTIONS[] = {
 
 struct RULE
 {
-    std::string_view svFunction;
-    std::string_view svStart; // of what follows its name
+    std::string_view svFunction; // empty: any
+    std::string_view svStart;    // of what follows its name
     void (*fpTake)(const TAKE &I_sTake);
 };
 
@@ -342,16 +376,11 @@ constexpr RULE RULES[] = {
      [](const TAKE &sTake) { sTake.Begin(KIND::CONTROL, "greeting"); }},
     {"xbsa_open", "Welcome: ", TakeReply},
     {"xbsa_open", "Send command: ", TakeSent},
-    {"xbsa_open", "Received message: ", TakeReply},
     {"xbsa_open", "Failed to recieve", TakeBroken},
     {"xbsa_open", "stpc_recv() failed", TakeBroken},
     {"xbsa_open", "Reply String empty", TakeBroken},
     {"xbsa_open", "send() function failed", TakeBroken},
-    {"stpc_port", "Send message: ", TakeSent},
-    {"stpc_port", "Received message: ", TakeReply},
-    {"stpc_stor", "Send message: ", TakeSent},
     {"stpc_stor", "Received message: ", TakeTransferReply},
-    {"stpc_retr", "Send message: ", TakeSent},
     {"stpc_retr", "Received message: ", TakeTransferReply},
     {"BSAInit", "Input: BSA_ObjectOwner.bsa_ObjectOwner = ",
      [](const TAKE &sTake) { sTake.sSession.strOwner = sTake.Rest(); }},
@@ -361,17 +390,14 @@ constexpr RULE RULES[] = {
     {"BSABeginTxn", "Return: ", TakeEarlyReturn},
     {"BSABeginTxn", "End", EndCall},
     {"BSAEndTxn", "End", EndCall},
-    {"BSACreateObject", "User: ", TakeUser},
-    {"BSACreateObject", "Object name: ", TakeName},
     {"BSACreateObject", "Object path: ", [](const TAKE &sTake) { TakePath(sTake, "backup of "); }},
     {"BSACreateObject", "Return: ", [](const TAKE &sTake) { TakeOpened(sTake, "sent"); }},
-    {"BSAGetObject", "User: ", TakeUser},
-    {"BSAGetObject", "Object name: ", TakeName},
     {"BSAGetObject", "Object path: ", [](const TAKE &sTake) { TakePath(sTake, "restore of "); }},
     {"BSAGetObject", "End, return: ", [](const TAKE &sTake) { TakeOpened(sTake, "received"); }},
-    {"BSAQueryObject",
-     "COPYID: ", [](const TAKE &sTake) { TakeFound(sTake, CopyName(sTake.svRest)); }},
-    {"BSAQueryObject", "No match.", [](const TAKE &sTake) { TakeFound(sTake, "no match"); }},
+    {"BSAQueryObject", "COPYID: ",
+     [](const TAKE &sTake) { sTake.AddCall("found " + CopyName(sTake.svRest), false); }},
+    {"BSAQueryObject", "No match.",
+     [](const TAKE &sTake) { sTake.AddCall("found no match", false); }},
     {"BSAQueryObject", "End", EndCall},
     {"BSAGetNextQueryObject", "End, return: ", [](const TAKE &sTake) { sTake.Return(); }},
     {"BSAEndData", "Start", TakeDataEnd},
@@ -379,6 +405,10 @@ constexpr RULE RULES[] = {
     {"BSAEndData", "Return CODE: ", TakeDataReturn},
     {"BSATerminate", "Closing trace", TakeTerminated},
     {"BSATerminate", "Invalid Handle", TakeTerminateError},
+    {"", "Send message: ", TakeSent},
+    {"", "Received message: ", TakeReply},
+    {"", "User: ", [](const TAKE &sTake) { sTake.sSession.strUser = sTake.Rest(); }},
+    {"", "Object name: ", TakeName},
 };
 
 // A line that no rule knows is an error when it holds one of these: the library's error texts are
@@ -401,14 +431,6 @@ constexpr std::string_view WEAK_WORDS[] = {"cut", "xiting", "Unexpected"};
 
 constexpr std::string_view HANDLES[] = {
     "BSA Handle (process ID) = ", "Start, Input: bsaHandle = ", "Start - bsaHandle = "};
-
-template <size_t COUNT>
-bool HoldsOne(std::string_view I_svText, const std::string_view (&I_svWords)[COUNT])
-{
-    return std::any_of(std::begin(I_svWords), std::end(I_svWords), [&](std::string_view svWord) {
-        return I_svText.find(svWord) != std::string_view::npos;
-    });
-}
 
 // A call begins only after the one before has ended; what belongs to a call comes within it.
 void CheckOrder(const TAKE &I_sTake, const FUNCTION &I_sFunction)
@@ -434,9 +456,8 @@ long HandleOf(const TAKE &I_sTake)
 const FUNCTION *Writer(const LOG_LINE &I_sLine)
 {
     const std::string_view svName = I_sLine.svText.substr(0, I_sLine.svText.find_first_of(":( "));
-    for (const FUNCTION &sFunction : FUNCTIONS)
-        if (sFunction.svName == svName) return &sFunction;
-    return nullptr;
+    const FUNCTION *spFound = std::ranges::find(FUNCTIONS, svName, &FUNCTION::svName);
+    return spFound != std::end(FUNCTIONS) ? spFound : nullptr;
 }
 
 void Take(SESSION &X_sSession, const LOG_LINE &I_sLine, const FUNCTION &I_sWriter)
@@ -449,12 +470,16 @@ void Take(SESSION &X_sSession, const LOG_LINE &I_sLine, const FUNCTION &I_sWrite
     sTake.sProgress.lHandle = I_sWriter.uCall != 0 ? HandleOf(sTake) : 0;
     for (const RULE &sRule : RULES)
     {
-        if (sRule.svFunction != I_sWriter.svName || !sTake.RestIs(sRule.svStart)) continue;
+        const bool bWriter = sRule.svFunction.empty() || sRule.svFunction == I_sWriter.svName;
+        if (!bWriter || !sTake.RestIs(sRule.svStart)) continue;
         sTake.svRest.remove_prefix(sRule.svStart.size());
         return sRule.fpTake(sTake);
     }
-    for (const std::string_view svStart : PLAIN_STARTS)
-        if (sTake.RestIs(svStart)) return;
-    if (HoldsOne(sTake.svRest, ERROR_WORDS)) sTake.NoteError(HoldsOne(sTake.svRest, WEAK_WORDS));
+    const auto fpStarts = [&](std::string_view svStart) { return sTake.RestIs(svStart); };
+    const auto fpHolds = [&](std::string_view svWord) {
+        return sTake.svRest.find(svWord) != std::string_view::npos;
+    };
+    if (std::ranges::none_of(PLAIN_STARTS, fpStarts) && std::ranges::any_of(ERROR_WORDS, fpHolds))
+        sTake.NoteError(std::ranges::any_of(WEAK_WORDS, fpHolds));
 }
 } // namespace trace

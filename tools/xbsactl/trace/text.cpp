@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cctype>
-#include <cinttypes>
 #include <cstdio>
 #include <ctime>
 #include <strings.h>
@@ -42,18 +41,13 @@ std::string WithoutPassword(const std::string &I_strText)
     return I_strText;
 }
 
-std::string FormTime(const tm &I_sTime, const char *cpForm)
-{
-    std::array<char, 64> szText{};
-    strftime(szText.data(), szText.size(), cpForm, &I_sTime);
-    return szText.data();
-}
-
 std::string TimeText(int64_t I_iTime, const char *cpForm)
 {
     const time_t lTime = I_iTime;
     tm sTime = {};
-    return FormTime(*gmtime_r(&lTime, &sTime), cpForm);
+    std::array<char, 64> szText{};
+    strftime(szText.data(), szText.size(), cpForm, gmtime_r(&lTime, &sTime));
+    return szText.data();
 }
 } // namespace
 
@@ -67,10 +61,7 @@ std::string Duration(int64_t I_iSeconds)
     if (I_iSeconds < 0) return "unknown (clock set back)";
     if (I_iSeconds == 0) return "<1 s";
     if (I_iSeconds < 120) return std::to_string(I_iSeconds) + " s";
-    std::array<char, 64> szText{};
-    snprintf(szText.data(), szText.size(), "%" PRId64 ":%02d:%02d h", I_iSeconds / 3600,
-             static_cast<int>(I_iSeconds / 60 % 60), static_cast<int>(I_iSeconds % 60));
-    return szText.data();
+    return std::to_string(I_iSeconds / 3600) + TimeText(I_iSeconds, ":%M:%S h");
 }
 
 std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds)
@@ -95,21 +86,13 @@ std::string Stamp(int64_t I_iTime)
     return TimeText(I_iTime, STAMP_FORM);
 }
 
-std::string StampOf(const std::string &I_strText, const char *cpForm)
+std::optional<int64_t> ParseTime(const std::string &I_strText, const char *cpForm)
 {
     tm sTime = {};
+    sTime.tm_year = 70;
     sTime.tm_mday = 1;
     const char *cpEnd = strptime(I_strText.c_str(), cpForm, &sTime);
-    return cpEnd == nullptr || *cpEnd != '\0' ? "" : FormTime(sTime, STAMP_FORM);
-}
-
-std::optional<int64_t> ParseStamp(std::string_view I_svText)
-{
-    const std::string strStamp(I_svText.substr(0, STAMP_LENGTH));
-    tm sTime = {};
-    if (strptime(strStamp.c_str(), STAMP_FORM, &sTime) == nullptr ||
-        FormTime(sTime, STAMP_FORM) != strStamp)
-        return std::nullopt;
+    if (cpEnd != I_strText.c_str() + I_strText.size()) return std::nullopt;
     return timegm(&sTime);
 }
 

@@ -75,9 +75,9 @@ void Print(const std::string &I_strText)
     if (ferror(stdout) != 0) throw base::FAILURE("writing standard output failed");
 }
 
-bool IsWanted(const SESSION &I_sSession, const OPTIONS &I_sOptions, const std::string &I_strSince)
+bool IsWanted(const SESSION &I_sSession, const OPTIONS &I_sOptions, int64_t I_iSince)
 {
-    return I_sSession.sLast.strStamp >= I_strSince &&
+    return I_sSession.sLast.iTime >= I_iSince &&
            (I_sOptions.lHandle == 0 || I_sSession.HasHandle(I_sOptions.lHandle));
 }
 } // namespace
@@ -85,8 +85,9 @@ bool IsWanted(const SESSION &I_sSession, const OPTIONS &I_sOptions, const std::s
 void Run(const OPTIONS &I_sOptions)
 {
     CheckPage(I_sOptions);
-    const std::string strSince =
-        I_sOptions.strSince.empty() ? "" : Moment(I_sOptions.strSince, I_sOptions.strFile);
+    const int64_t iSince = I_sOptions.strSince.empty()
+                               ? std::numeric_limits<int64_t>::min()
+                               : Moment(I_sOptions.strSince, I_sOptions.strFile);
     CLineReader sReader(I_sOptions.strFile);
     CActivityLog sActivity(I_sOptions.strActLog);
     std::optional<CPage> sPage;
@@ -96,7 +97,7 @@ void Run(const OPTIONS &I_sOptions)
     uint64_t uShown = 0;
     std::string strFront = "{\"schema\": " + std::to_string(SCHEMA) + ", \"sessions\": [\n";
     CSessions sSessions([&](const SESSION &sSession) {
-        if (!IsWanted(sSession, I_sOptions, strSince))
+        if (!IsWanted(sSession, I_sOptions, iSince))
         {
             sCounts[HIDDEN].uCount++;
             return;
@@ -108,14 +109,18 @@ void Run(const OPTIONS &I_sOptions)
         else Print(SessionText(sShown));
         if (sPage) sPage->Add(sShown);
     });
-    bool bEmpty = true;
-    for (LOG_LINE sLine; sReader.Next(sLine); bEmpty = false)
+    uint64_t uLines = 0;
+    for (const LOG_LINE *spLine = sReader.Next(); spLine != nullptr; spLine = sReader.Next())
     {
-        sSessions.Take(sLine);
-        if (!sLine.bTrace) sCounts[FOREIGN].uCount++;
+        uLines++;
+        sSessions.Take(*spLine);
+        if (!spLine->bTrace) sCounts[FOREIGN].uCount++;
     }
     sSessions.Finish();
-    if (bEmpty)
+    if (uLines > 0 && uLines == sCounts[FOREIGN].uCount)
+        throw base::FileFailure(base::Quoted(I_sOptions.strFile),
+                                " is not a trace log: no line of it is the library's");
+    if (uLines == 0)
         fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
               "XBSA_TRACE was 0\n",
               stderr);
