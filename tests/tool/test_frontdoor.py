@@ -328,7 +328,8 @@ class AsRoot(Folder):
             self.assertIn(text, self.setup(*arguments, folder=self.path(folder), want=6))
             self.assertEqual(self.tree(), before)
         os.chown(self.path("etc"), nobody, 0)
-        self.assertRegex(self.setup("--logrotate", folder=self.path("etc")), "su nobody nogroup\n")
+        _ = os.symlink(".", self.path("one")), os.symlink("one", self.path("two"))
+        self.assertRegex(self.setup("--logrotate", folder=self.path("two/etc")), "su nobody nogroup\n")
 
     def test_links(self):
         """Links of others are refused wherever a file is written; ours are followed. So are files and

@@ -9,6 +9,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <iomanip>
 #include <memory>
 #include <mutex>
@@ -279,6 +281,18 @@ struct TARGET
     // Makes a rename in the folder last.
     void SyncFolder() const;
 };
+
+// A name on the way that a path leads; a link, or in it.
+struct STEP
+{
+    const CDescriptor &sFolder;  // that the name is in
+    std::filesystem::path sPath; // to the name
+    struct stat sStatus;         // of the name itself
+};
+
+// Walks link by link, and asks of each name that exists whether to go on: I_fpJudge throws if not.
+TARGET FindTarget(const std::string &I_strFile,
+                  const std::function<void(const STEP &sStep)> &I_fpJudge);
 
 // Follows links that belong to this account or to root. Throws for a link of anybody else, and for
 // what somebody else put into a folder that others may write, like /tmp: in one with a sticky bit
