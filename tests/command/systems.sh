@@ -14,12 +14,6 @@ work=$PWD/build/systems
 rows=()
 
 # What runs in the root, one function a column.
-in_root() { # STEP
-    cd /src
-    export DEBIAN_FRONTEND=noninteractive HOME=/root
-    "root_$1"
-}
-
 root_build() {
     # Debian 11 has no CLI11: the header of the next release serves.
     if [[ ! -e /usr/include/CLI/CLI.hpp ]]; then
@@ -50,9 +44,9 @@ root_demo() { korva-xbsa-demo; }
 
 root_purge() { # nothing may stay after a removal, nor after a purge of what was installed again
     local way
-    for way in remove purge; do
-        [[ $way == remove ]] || apt-get install -y --no-install-recommends ./build/release/packages/*.deb
-        apt-get "$way" -y libxbsa1 libxbsa-dev xbsactl korva-xbsa korva-xbsa-dev korva-xbsa-sandbox
+    for way in "apt-get remove -y" "dpkg --purge"; do
+        apt-get install -y --no-install-recommends ./build/release/packages/*.deb
+        $way libxbsa1 libxbsa-dev xbsactl korva-xbsa korva-xbsa-dev korva-xbsa-sandbox
         ! find / -xdev \( -path /src -o -path /root/.cache -o -path /newer \) -prune -o \
             -name '*xbsa*' -print | grep . || return
     done
@@ -85,34 +79,29 @@ make_root() { # RELEASE
     [[ ! -e $work/libxbsa.so.1 ]] || cp "$work/libxbsa.so.1" "$work/$1/newer"
 }
 
-try() { # RELEASE STEP: sets result
-    local log=$work/$1.$2.log
-    result="**failed**"
-    if run "$1" "$2" >"$log" 2>&1; then result=passed; fi
-    if [[ $2 == tests || $2 == newer ]]; then
-        result+=$(sed -n 's/.* \([0-9]*\) tests failed out of \([0-9]*\)/ (\2, \1 failed)/p' "$log")
-    fi
-    echo "$1: $2: $result"
-}
-
-# After a failed build or install nothing that needs it is tried.
 try_all() { # RELEASE: adds a row
-    local step result row skip=
+    local step result row log
     make_root "$1" >"$work/$1.root.log" 2>&1
     row="| $1 | $(chroot "$work/$1" sh -c 'g++ -dumpfullversion; ldd --version | sed -n "1s/.* //p"
         cmake --version | sed -n "1s/.* //p"' | paste -sd ' ' | sed 's/ / | /g')"
     for step in build tests packages demo purge newer; do
-        result=-
-        [[ -n $skip || ($step == newer && ! -e $work/$1/newer/libxbsa.so.1) ]] || try "$1" "$step"
-        [[ $step != build && $step != packages || $result == passed ]] || skip=1
+        log=$work/$1.$step.log result=-
+        if [[ $step != newer || -e $work/$1/newer/libxbsa.so.1 ]]; then
+            result=passed
+            run "$1" "$step" >"$log" 2>&1 || result="**failed**"
+            result+=$(sed -n 's/.* \([0-9]*\) tests failed out of \([0-9]*\)/ (\2, \1 failed)/p' "$log")
+        fi
+        echo "$1: $step: $result"
         row+=" | $result"
     done
-    [[ -n $skip || -e $work/libxbsa.so.1 ]] || cp "$work/$1/src/build/release/lib/libxbsa.so.1" "$work"
-    rows+=("$row | $(sed -n 's/^libxbsa1: //p' "$work/$1.packages.log" || true) |")
+    cp -n "$work/$1/src/build/release/lib/libxbsa.so.1" "$work" || true # the first one's stays
+    rows+=("$row | $(sed -n 's/^libxbsa1: //p' "$work/$1.packages.log") |")
 }
 
 if [[ ${1-} == --in-root ]]; then
-    in_root "$2"
+    cd /src
+    export DEBIAN_FRONTEND=noninteractive HOME=/root
+    "root_$2"
     exit
 fi
 

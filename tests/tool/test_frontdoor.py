@@ -320,7 +320,8 @@ class AsRoot(Folder):
             os.chmod(self.folder, mode)
             self.refuse(text, option, folder=self.path(folder))
         os.chown(self.path("etc"), nobody, 0)
-        self.assertRegex(self.setup("--logrotate", folder=self.path("etc")), "su nobody nogroup\n")
+        _ = os.symlink(".", self.path("one")), os.symlink("one", self.path("two"))
+        self.assertRegex(self.setup("--logrotate", folder=self.path("two/etc")), "su nobody nogroup\n")
 
     def test_links(self):
         """Links of others are refused wherever a file is written; ours are followed. So are files and

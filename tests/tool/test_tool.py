@@ -14,7 +14,7 @@ from ftpd import Daemon, serve_behind
 from sandboxed import Sandbox
 from server import Server
 from utility import Utility
-from xbsa import DEADLINE, make_folder, pattern, read_text, rows, write_plain
+from xbsa import DEADLINE, ROOT, make_folder, pattern, read_text, rows, write_plain
 
 CANARY, BLOCK = "canary-7731", pattern(65535)
 HELLO = "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824"
@@ -259,6 +259,27 @@ class Progress(Site):
         got = metrics()
         self.assertEqual((got["in_progress"], got["last_exit_code"], got[kept], os.listdir()),
                          ("0", "143", first[kept], ["s.prom"]))
+
+    def test_examples(self):
+        """The report reads what the tool writes, and the rules for Prometheus use no other names."""
+        self.serve()
+        self.call("store", "x", "--status", "s.prom")
+        self.assertLessEqual(set(re.findall("xbsactl_([a-z_]+)", read_text(
+            f"{ROOT}/examples/korva-xbsa.rules.yml"))), metrics().keys())
+        write_plain("old.prom", re.sub(r"(success.*\}) \d+", r"\1 9", read_text("s.prom")))
+        self.options = ["--host", "127.0.0.1:1", "--user", "u"]
+        self.call("store", 'b"\\', "--status", "z.prom", code=4)
+        write_plain("check.json", self.call("check", "--json", code=1)[0])
+        lines = "".join(f"{line}\n" for line in (
+            r"BAD\told.prom: store x: last success \d+ hours ago, limit 25",
+            r"ok\ts.prom: store x: done, 0 MB, 0.0 hours ago",
+            r'BAD\tz.prom: store b\\"\\\\: has never succeeded, last exit code 4',
+            r"BAD\tcheck.json: network.tcp: .*", r"\t  next: check that .*"))
+        for summary, code in ("CRITICAL - 3 bad, 1 good\n" + lines, 2), ("OK - 1 good\nok.*\n", 0):
+            done = subprocess.run(["sh", f"{ROOT}/examples/korva-xbsa-report", "."], stdout=-1, check=False)
+            self.assertRegex(done.stdout.decode(), f"^XBSA {summary}$")
+            self.assertEqual(done.returncode, code)
+            _ = [os.unlink(name) for name in os.listdir() if name != "s.prom"]
 
     def test_lost_file(self):
         self.serve()

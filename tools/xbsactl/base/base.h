@@ -9,6 +9,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <iomanip>
 #include <memory>
 #include <mutex>
@@ -79,16 +81,14 @@ template <typename... PARTS> FAILURE SystemFailure(const PARTS &...sParts)
 
 bool HasControlCharacter(const std::string &I_strText);
 
-// Length of the valid UTF-8 sequence that begins the text; 0 for none. Overlong forms, surrogates
-// and what lies beyond U+10FFFF are not valid.
-size_t SequenceLength(std::string_view I_svText);
-
 // The text with "?" for each character that a terminal would obey: controls, those of U+0080 to
 // U+009F too, and marks of the writing direction. All that is printed passes through here.
-std::string Visible(const std::string &I_strText);
+// I_bUtf8: also for each byte that is not valid UTF-8, as are overlong forms, surrogates, and what
+// lies beyond U+10FFFF.
+std::string Visible(const std::string &I_strText, bool I_bUtf8 = false);
 
 // The same, without controls and blanks at its end: a server's reply in one line.
-std::string Printable(std::string I_strText);
+std::string Printable(std::string I_strText, bool I_bUtf8 = false);
 
 // The text with line ends between words for lines of that width; all but the first are indented.
 std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent);
@@ -281,6 +281,18 @@ struct TARGET
     // Makes a rename in the folder last.
     void SyncFolder() const;
 };
+
+// A name on the way that a path leads; a link, or in it.
+struct STEP
+{
+    const CDescriptor &sFolder;  // that the name is in
+    std::filesystem::path sPath; // to the name
+    struct stat sStatus;         // of the name itself
+};
+
+// Walks link by link, and asks of each name that exists whether to go on: I_fpJudge throws if not.
+TARGET FindTarget(const std::string &I_strFile,
+                  const std::function<void(const STEP &sStep)> &I_fpJudge);
 
 // Follows links that belong to this account or to root. Throws for a link of anybody else, and for
 // what somebody else put into a folder that others may write, like /tmp: in one with a sticky bit

@@ -58,12 +58,7 @@ bool HasControlCharacter(const std::string &I_strText)
     return std::any_of(I_strText.begin(), I_strText.end(), IsControl);
 }
 
-size_t SequenceLength(std::string_view I_svText)
-{
-    return Decode(I_svText).uLength;
-}
-
-std::string Visible(const std::string &I_strText)
+std::string Visible(const std::string &I_strText, bool I_bUtf8)
 {
     std::string strVisible;
     std::string_view svLeft = I_strText;
@@ -71,18 +66,18 @@ std::string Visible(const std::string &I_strText)
     {
         const CHARACTER sNext = Decode(svLeft);
         const size_t uLength = std::max<size_t>(1, sNext.uLength);
-        if (IsCommand(sNext.uPoint)) strVisible += '?';
+        if (IsCommand(sNext.uPoint) || (I_bUtf8 && sNext.uLength == 0)) strVisible += '?';
         else strVisible += svLeft.substr(0, uLength);
         svLeft.remove_prefix(uLength);
     }
     return strVisible;
 }
 
-std::string Printable(std::string I_strText)
+std::string Printable(std::string I_strText, bool I_bUtf8)
 {
     while (!I_strText.empty() && (IsControl(I_strText.back()) || I_strText.back() == ' '))
         I_strText.pop_back();
-    return Visible(I_strText);
+    return Visible(I_strText, I_bUtf8);
 }
 
 std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent)

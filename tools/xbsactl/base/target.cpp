@@ -19,15 +19,6 @@ CDescriptor OpenName(int I_iFolder, const std::string &I_strName)
     return CDescriptor(openat(I_iFolder, I_strName.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
 }
 
-// The link is held open, so its owner and its text belong together.
-std::string TrustedText(const CDescriptor &I_sLink, uid_t I_uOwner, const std::string &I_strShown)
-{
-    if (I_uOwner != geteuid() && I_uOwner != 0)
-        throw FileFailure(I_strShown, " leads through a link that belongs to another account (",
-                          I_uOwner, "): name the file that is meant");
-    return LinkText(I_sLink.Get(), "", I_strShown);
-}
-
 // Of what others put there the kernel protects us in some of these folders alone, as its settings
 // say, and only when a name is opened to be created.
 void RefusePlanted(const CDescriptor &I_sFolder, uid_t I_uOwner, const std::string &I_strShown)
@@ -92,11 +83,13 @@ void TARGET::SyncFolder() const
         throw SystemFailure("the folder of " + strShown);
 }
 
-TARGET FindTarget(const std::string &I_strFile)
+TARGET FindTarget(const std::string &I_strFile,
+                  const std::function<void(const STEP &sStep)> &I_fpJudge)
 {
     const std::string strShown = Quoted(I_strFile);
     std::string strLeft = I_strFile; // of the path
-    CDescriptor sFolder = OpenName(AT_FDCWD, strLeft[0] == '/' ? "/" : ".");
+    std::filesystem::path sPath = strLeft[0] == '/' ? "/" : ".";
+    CDescriptor sFolder = OpenName(AT_FDCWD, sPath);
     for (int iLinks = 0; iLinks <= MOST_LINKS;)
     {
         if (sFolder.Get() == -1) throw SystemFailure(strShown);
@@ -105,19 +98,32 @@ TARGET FindTarget(const std::string &I_strFile)
         const bool bNew = sEntry.Get() == -1 && errno == ENOENT && strLeft.empty();
         if (sEntry.Get() == -1 && !bNew) throw SystemFailure(strShown);
         const STAT sStatus = bNew ? STAT{} : sEntry.Status(strShown);
-        if (S_ISLNK(sStatus.st_mode))
+        if (!bNew) I_fpJudge({sFolder, sPath / strPart, sStatus});
+        if (S_ISLNK(sStatus.st_mode)) // held open: the text belongs to what was judged
         {
-            strLeft.insert(0, TrustedText(sEntry, sStatus.st_uid, strShown));
-            if (strLeft[0] == '/') sFolder = OpenName(AT_FDCWD, "/");
+            strLeft.insert(0, LinkText(sEntry.Get(), "", strShown));
+            if (strLeft[0] == '/') sFolder = OpenName(AT_FDCWD, sPath = "/");
             iLinks++;
             continue;
         }
-        if (!bNew) RefusePlanted(sFolder, sStatus.st_uid, strShown);
         if (strLeft.empty())
             return {std::make_shared<const CDescriptor>(std::move(sFolder)), strPart, strShown};
         sFolder = std::move(sEntry);
+        sPath /= strPart;
     }
     errno = ELOOP;
     throw SystemFailure(strShown);
+}
+
+TARGET FindTarget(const std::string &I_strFile)
+{
+    const std::string strShown = Quoted(I_strFile);
+    return FindTarget(I_strFile, [&strShown](const STEP &sStep) {
+        const uid_t uOwner = sStep.sStatus.st_uid;
+        if (!S_ISLNK(sStep.sStatus.st_mode)) RefusePlanted(sStep.sFolder, uOwner, strShown);
+        else if (uOwner != geteuid() && uOwner != 0)
+            throw FileFailure(strShown, " leads through a link that belongs to another account (",
+                              uOwner, "): name the file that is meant");
+    });
 }
 } // namespace base

@@ -19,7 +19,6 @@ namespace explain
 {
 namespace
 {
-constexpr size_t LABEL_WIDTH = 10;
 constexpr size_t PART_WIDTH = 69;    // of what follows a label
 constexpr size_t TEXT_WIDTH = 48;    // of the short list's first column
 constexpr size_t SHORTEST_WORDS = 3; // characters; fewer are in every second row
@@ -210,10 +209,10 @@ const ROW *FindLine(const std::string &I_strLine)
 
 // ---- how they are shown
 
-void PrintPart(const char *cpLabel, const std::string &I_strText)
+void PrintPart(std::string_view I_svLabel, const std::string &I_strText)
 {
     if (!I_strText.empty())
-        std::cout << cpLabel << base::Wrapped(I_strText, PART_WIDTH, LABEL_WIDTH) << '\n';
+        std::cout << I_svLabel << base::Wrapped(I_strText, PART_WIDTH, I_svLabel.size()) << '\n';
 }
 
 void PrintRows(const ROWS &I_vecRows)

@@ -23,13 +23,14 @@ bool IsShared(const std::string &I_strFile)
 // An earlier copy is never overwritten.
 std::string FreeCopyName(const PLACE &I_sPlace, const std::string &I_strFile)
 {
-    for (int iNumber = 1; iNumber <= MOST_COPIES; iNumber++)
+    std::string strCopy = I_strFile + COPY_END;
+    for (int iNumber = 2; I_sPlace.At(strCopy).Status(); iNumber++)
     {
-        std::string strCopy = I_strFile + COPY_END;
-        if (iNumber > 1) strCopy += "." + std::to_string(iNumber);
-        if (!I_sPlace.Exists(strCopy)) return strCopy;
+        if (iNumber > MOST_COPIES)
+            throw base::FileFailure(I_sPlace.Path(I_strFile), ": too many old copies beside it");
+        strCopy = base::Text(I_strFile, COPY_END, '.', iNumber);
     }
-    throw base::FileFailure(I_sPlace.Path(I_strFile) + ": too many old copies beside it");
+    return strCopy;
 }
 
 // Updates the journal for a change, and names the copy that it needs.
@@ -47,7 +48,7 @@ void Note(const PLACE &I_sPlace, JOURNAL &X_sJournal, CHANGE &X_sChange)
     }
     const bool bFresh = strBefore == spRecord->strBefore; // a run was killed, or put back by hand
     spRecord->strAfter = bFresh || strBefore == spRecord->strAfter ? strAfter : EDITED;
-    if (bFresh && X_sChange.strBefore && !I_sPlace.Exists(spRecord->strCopy))
+    if (bFresh && X_sChange.strBefore && !I_sPlace.At(spRecord->strCopy).Status())
         X_sChange.strCopy = spRecord->strCopy;
 }
 
@@ -56,7 +57,7 @@ void TakeBack(const PLACE &I_sPlace, const CHANGE &I_sChange)
     const auto &[strFile, strBefore, strAfter, strCopy] = I_sChange;
     if (strCopy.empty() && strBefore) I_sPlace.Write(strFile, *strBefore);
     else if (strCopy.empty()) I_sPlace.Remove(strFile);
-    else if (I_sPlace.Exists(strCopy)) I_sPlace.Move(strCopy, strFile);
+    else if (I_sPlace.At(strCopy).Status()) I_sPlace.Move(strCopy, strFile);
 }
 
 void RefuseClosed(const PLACE &I_sPlace)
@@ -104,8 +105,8 @@ UNDO PlanEdited(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
     }
     if (!strNew)
         throw base::FileFailure(I_sPlace.Path(strFile), strWhy, ": put it right by hand first",
-                                strCopy.empty() ? "" : "; the old file is ",
-                                strCopy.empty() ? "" : I_sPlace.Path(strCopy));
+                                strCopy.empty() ? ""
+                                                : "; the old file is " + I_sPlace.Path(strCopy));
     std::string strText = "changed since setup, only our lines go";
     if (!strCopy.empty()) strText += "; the old file stays in " + base::Printable(strCopy);
     if (!strKept.empty())
@@ -119,15 +120,11 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
     const std::string &strCopy = I_sRecord.strCopy;
     const std::optional<std::string> strText = I_sPlace.Content(strFile);
     const std::string strNow = HashOf(strText);
-    const auto fpRemove = [&I_sPlace](const std::string &strOld) {
-        return [=, &I_sPlace] {
-            if (!strOld.empty()) I_sPlace.Remove(strOld);
-        };
-    };
-    if (strNow == I_sRecord.strBefore) return {strFile, "is as it was", fpRemove(strCopy)};
+    if (strNow == I_sRecord.strBefore)
+        return {strFile, "is as it was", [=, &I_sPlace] { I_sPlace.Remove(strCopy); }};
     if (!strText) throw base::FileFailure(I_sPlace.Path(strFile), " was removed since setup");
     if (strNow != I_sRecord.strAfter) return PlanEdited(I_sPlace, I_sJournal, I_sRecord, *strText);
-    if (strCopy.empty()) return {strFile, "removed", fpRemove(strFile)};
+    if (strCopy.empty()) return {strFile, "removed", [=, &I_sPlace] { I_sPlace.Remove(strFile); }};
     if (HashOf(I_sPlace.Content(strCopy)) != I_sRecord.strBefore)
         throw base::FileFailure(I_sPlace.Path(strCopy),
                                 ": this copy of the old file is gone or was changed");
@@ -165,9 +162,8 @@ void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecC
 std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL &X_sJournal)
 {
     auto &vecRecords = X_sJournal.vecRecords;
-    const auto fpOwn = [&](const RECORD &sRecord) {
-        return sRecord.strFile == I_sPlace.strOnconfig;
-    };
+    const std::string &strOwn = I_sPlace.strOnconfig;
+    const auto fpOwn = [&](const RECORD &sRecord) { return sRecord.strFile == strOwn; };
     const bool bLast = std::ranges::all_of(vecRecords, [&](const RECORD &sRecord) {
         return fpOwn(sRecord) || IsShared(sRecord.strFile);
     });

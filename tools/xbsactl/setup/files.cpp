@@ -52,6 +52,7 @@ void PLACE::Write(const std::string &I_strFile, const std::string &I_strText) co
 
 void PLACE::Remove(const std::string &I_strFile) const
 {
+    if (I_strFile.empty()) return;
     const base::TARGET sTarget = At(I_strFile);
     if (unlinkat(sTarget.Folder(), sTarget.strName.c_str(), 0) != 0 && errno != ENOENT)
         throw base::SystemFailure(sTarget.strShown);

@@ -18,29 +18,26 @@ constexpr const char *LINK = "lib/ibsad001.so";  // where ON-Bar looks without B
 constexpr const char *COPY_END = ".before-xbsa"; // of a copy's name, before its number
 constexpr off_t LARGEST = 1 << 20;               // bytes of an onconfig and the like
 
+using FOLDER = std::shared_ptr<const base::CDescriptor>;
+
 // A database's folder, and the account that its files belong to. Files are named by their path below
 // the folder: all are in etc, but for the link in lib. Nothing outside of the folder is touched.
 struct PLACE
 {
     std::string strFolder;   // absolute
     std::string strOnconfig; // below it
-    std::shared_ptr<const base::CDescriptor>
-        spEtc; // both are held open: what is swapped on the way
-    std::shared_ptr<const base::CDescriptor> spLib; // changes nothing. Null: there is no lib
-    base::CDescriptor sLock;                        // against another run
+    FOLDER spEtc;            // both are held open: what is swapped on the way
+    FOLDER spLib;            // changes nothing. Null: there is no lib
+    base::CDescriptor sLock; // against another run
 
     std::string Path(const std::string &I_strFile) const // for messages
     {
-        return strFolder + "/" + I_strFile;
+        return base::Printable(strFolder + "/" + I_strFile);
     }
     base::TARGET At(const std::string &I_strFile) const
     {
         return {I_strFile.starts_with("lib/") ? spLib : spEtc, I_strFile.substr(4),
                 Path(I_strFile)};
-    }
-    bool Exists(const std::string &I_strFile) const
-    {
-        return At(I_strFile).Status().has_value();
     }
 
     // The file, or the target of a link; nothing when it does not exist. What is not a link in lib
@@ -50,7 +47,7 @@ struct PLACE
 
     // Replaced as a whole, with owner, group and mode kept. A link, when it is the one in lib.
     void Write(const std::string &I_strFile, const std::string &I_strText) const;
-    void Remove(const std::string &I_strFile) const; // it may be gone already
+    void Remove(const std::string &I_strFile) const; // none, or gone already: nothing
 
     // A copy is a second name of the file; one name takes the place of another.
     void KeepCopy(const std::string &I_strFile, const std::string &I_strCopy) const;

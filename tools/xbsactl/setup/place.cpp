@@ -5,10 +5,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
 #include <iostream>
 
+#include "setup/logrotate_txt.h"
 #include "setup/parts.h"
 
 namespace setup
@@ -16,7 +15,6 @@ namespace setup
 namespace
 {
 using STAT = struct stat;
-using PATH = std::filesystem::path;
 
 std::string AccountName(uid_t I_uAccount)
 {
@@ -50,8 +48,7 @@ std::string FolderName(std::string I_strFolder)
 }
 
 // Null when there is none. DIR itself may be a link: whoever runs this named it.
-std::shared_ptr<const base::CDescriptor> OpenFolder(int I_iIn, const std::string &I_strName,
-                                                    const std::string &I_strPath)
+FOLDER OpenFolder(int I_iIn, const std::string &I_strName, const std::string &I_strPath)
 {
     const int iLink = I_iIn == AT_FDCWD ? 0 : O_NOFOLLOW;
     base::CDescriptor sFolder(openat(I_iIn, I_strName.c_str(), O_PATH | O_CLOEXEC | iLink));
@@ -59,7 +56,7 @@ std::shared_ptr<const base::CDescriptor> OpenFolder(int I_iIn, const std::string
     if (sFolder.Get() == -1) throw base::SystemFailure(I_strPath);
     const STAT sStatus = sFolder.Status(I_strPath);
     if (S_ISLNK(sStatus.st_mode))
-        throw base::FileFailure(I_strPath +
+        throw base::FileFailure(I_strPath,
                                 " is a link: setup changes nothing outside of the folder");
     if (!S_ISDIR(sStatus.st_mode))
         throw base::FileFailure(I_strPath + " is not a directory: no database's folder");
@@ -71,8 +68,7 @@ STAT OnconfigStatus(const PLACE &I_sPlace)
     const base::TARGET sTarget = I_sPlace.At(I_sPlace.strOnconfig);
     const std::optional<STAT> sStatus = sTarget.Status();
     if (!sStatus)
-        throw base::FileFailure(sTarget.strShown +
-                                " does not exist: give its name with --onconfig");
+        throw base::FileFailure(sTarget.strShown, " does not exist: give its name with --onconfig");
     if (!S_ISREG(sStatus->st_mode)) throw base::FileFailure(sTarget.strShown + " is no plain file");
     return *sStatus;
 }
@@ -97,11 +93,9 @@ gid_t GroupOf(uid_t I_uAccount, gid_t I_uGroup)
     const passwd *spAccount = getpwuid(I_uAccount);
     if (spAccount == nullptr) return I_uGroup;
     int iGroups = 1 << 16; // the most that the system gives a process
-    std::vector<gid_t> vecGroups(static_cast<size_t>(iGroups));
-    iGroups = getgrouplist(spAccount->pw_name, spAccount->pw_gid, vecGroups.data(), &iGroups);
-    vecGroups.resize(static_cast<size_t>(std::max(iGroups, 0)));
-    const bool bIn = std::find(vecGroups.begin(), vecGroups.end(), I_uGroup) != vecGroups.end();
-    return bIn ? I_uGroup : spAccount->pw_gid;
+    std::vector<gid_t> vecGroups(static_cast<size_t>(iGroups), spAccount->pw_gid);
+    getgrouplist(spAccount->pw_name, spAccount->pw_gid, vecGroups.data(), &iGroups);
+    return std::ranges::count(vecGroups, I_uGroup) > 0 ? I_uGroup : spAccount->pw_gid;
 }
 
 // For good, so that the library which is loaded later, and may be the account's own, cannot undo it.
@@ -115,64 +109,39 @@ void Become(uid_t I_uAccount, gid_t I_uGroup)
         throw base::SystemFailure("becoming the account " + AccountName(I_uAccount));
 }
 
-constexpr int MOST_LINKS = 40; // as the kernel follows
-
-struct WAY
-{
-    uid_t uOwner; // of the folder at its end
-    bool bLinksOnly;
-    int iLinks = 0; // so far
-};
-
-STAT LinkStatus(const PATH &I_sPath)
-{
-    STAT sStatus{};
-    if (lstat(I_sPath.c_str(), &sStatus) != 0) throw base::SystemFailure(I_sPath.string());
-    return sStatus;
-}
-
 // Whoever owns "/" can do everything anyway.
-void CheckOwner(const WAY &I_sWay, const PATH &I_sPath, const STAT &I_sStatus)
+void CheckOwner(uid_t I_uOwner, const base::STEP &I_sStep)
 {
-    const bool bLink = S_ISLNK(I_sStatus.st_mode);
-    const uid_t uAccount = I_sStatus.st_uid;
-    if (I_sWay.bLinksOnly && !bLink) return;
-    if (uAccount == 0 || uAccount == I_sWay.uOwner || uAccount == LinkStatus("/").st_uid) return;
+    const uid_t uAccount = I_sStep.sStatus.st_uid;
+    const base::CDescriptor sRoot(open("/", O_PATH | O_CLOEXEC));
+    if (uAccount == 0 || uAccount == I_uOwner || uAccount == sRoot.Status("/").st_uid) return;
     throw base::FileFailure(
-        I_sPath.string() + (bLink ? " is a link that" : "") + " belongs to account " +
-        std::to_string(uAccount) +
+        I_sStep.sPath.string(), S_ISLNK(I_sStep.sStatus.st_mode) ? " is a link that" : "",
+        " belongs to account ", uAccount,
         ", who could make the path lead elsewhere: give the path of a folder that only "
         "root and its owner can move");
 }
 
 // In a folder with a sticky bit others can move what is theirs alone. Groups are trusted, but not
 // with what is root's.
-void CheckWriters(const WAY &I_sWay, const PATH &I_sPath, const STAT &I_sStatus)
+void CheckWriters(uid_t I_uOwner, const base::STEP &I_sStep)
 {
-    const bool bSticky = (I_sStatus.st_mode & S_ISVTX) != 0;
-    if (I_sWay.bLinksOnly || bSticky || !IsOpen(I_sStatus, I_sWay.uOwner == 0)) return;
-    throw base::FileFailure(
-        "others may write " + I_sPath.string() +
-        ", and could make the path lead elsewhere: take their right first (chmod)");
+    const std::string strFolder = I_sStep.sPath.parent_path();
+    const STAT sStatus = I_sStep.sFolder.Status(strFolder);
+    if ((sStatus.st_mode & S_ISVTX) != 0 || !IsOpen(sStatus, I_uOwner == 0)) return;
+    throw base::FileFailure("others may write ", strFolder,
+                            ", and could make the path lead "
+                            "elsewhere: take their right first (chmod)");
 }
 
 // Who could make the path lead to another folder. For one that is walked once: the owners of links
 // alone; for one that is walked again later also those who own a folder on it or may write there.
-void CheckWay(WAY &X_sWay, const PATH &I_sFolder)
+void CheckWay(const std::string &I_strFolder, uid_t I_uOwner, bool I_bAgain)
 {
-    PATH sPath = "/";
-    for (const PATH &sPart : I_sFolder.relative_path())
-    {
-        CheckWriters(X_sWay, sPath, LinkStatus(sPath));
-        sPath /= sPart;
-        const STAT sStatus = LinkStatus(sPath);
-        CheckOwner(X_sWay, sPath, sStatus);
-        if (!S_ISLNK(sStatus.st_mode)) continue;
-        if (++X_sWay.iLinks > MOST_LINKS)
-            throw base::FileFailure(I_sFolder.string() + ": too many links");
-        sPath = sPath.parent_path() / std::filesystem::read_symlink(sPath);
-        CheckWay(X_sWay, sPath);
-    }
+    base::FindTarget(I_strFolder, [=](const base::STEP &sStep) {
+        if (I_bAgain) CheckWriters(I_uOwner, sStep);
+        if (I_bAgain || S_ISLNK(sStep.sStatus.st_mode)) CheckOwner(I_uOwner, sStep);
+    });
 }
 
 void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
@@ -183,10 +152,9 @@ void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
     if (geteuid() != 0) return;
     const STAT sFolder = I_sFolder.Status(I_sPlace.strFolder);
     const STAT sEtc = I_sPlace.spEtc->Status(I_sPlace.Path("etc"));
-    WAY sWay{sFolder.st_uid, true};
-    CheckWay(sWay, I_sPlace.strFolder);
+    CheckWay(I_sPlace.strFolder, sFolder.st_uid, false);
     if (sStatus.st_uid == 0 && !(IsRootsOnly(sFolder) && IsRootsOnly(sEtc)))
-        throw base::FileFailure(strFile +
+        throw base::FileFailure(strFile,
                                 " is root's, but others may write its folder: give it to the "
                                 "database's account first (chown)");
     if (sStatus.st_uid == 0) return;
@@ -195,7 +163,7 @@ void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
                                 ", which " + strName +
                                 " is not in: give it one of this account's groups first (chgrp)");
     Become(sStatus.st_uid, sStatus.st_gid);
-    std::cout << "# As " << strName << ", who owns " << base::Printable(strFile) << '\n';
+    std::cout << "# As " << strName << ", who owns " << strFile << '\n';
 }
 
 // Of the folder itself, so that nothing is created before the question. Where it cannot be read
@@ -216,11 +184,11 @@ PLACE Enter(const OPTIONS &I_sOptions)
 {
     PLACE sPlace;
     sPlace.strFolder = FolderName(I_sOptions.strInformixDir);
-    const std::string strEtc = sPlace.Path("etc");
     const auto spFolder = OpenFolder(AT_FDCWD, sPlace.strFolder, sPlace.strFolder);
-    if (spFolder != nullptr) sPlace.spEtc = OpenFolder(spFolder->Get(), "etc", strEtc);
+    if (spFolder != nullptr) sPlace.spEtc = OpenFolder(spFolder->Get(), "etc", sPlace.Path("etc"));
     if (sPlace.spEtc == nullptr)
-        throw base::FileFailure(strEtc + " is missing: --informixdir names no database's folder");
+        throw base::FileFailure(sPlace.Path("etc"),
+                                " is missing: --informixdir names no database's folder");
     sPlace.spLib = OpenFolder(spFolder->Get(), "lib", sPlace.Path("lib"));
     sPlace.strOnconfig = "etc/" + OnconfigName(I_sOptions);
     TakeAccount(sPlace, *spFolder);
@@ -236,8 +204,9 @@ bool MayWriteLib(const PLACE &I_sPlace)
     const bool bMay = bRoot ? IsRootsOnly(I_sPlace.spLib->Status(strLib))
                             : faccessat(I_sPlace.spLib->Get(), ".", W_OK | X_OK, 0) == 0;
     if (!bMay)
-        std::cout << "# No link in " << strLib << ": " << (bRoot ? "others" : "this account")
-                  << " may " << (bRoot ? "" : "not ") << "write there\n";
+        std::cout << "# No link in " << strLib
+                  << (bRoot ? ": others may write there\n"
+                            : ": this account may not write there\n");
     return bMay;
 }
 
@@ -248,26 +217,18 @@ std::string Rotation(const OPTIONS &I_sOptions)
     if (spFolder == nullptr) throw base::FileFailure(strFolder + " does not exist");
     const STAT sStatus = spFolder->Status(strFolder);
     if (sStatus.st_uid == 0 && !IsRootsOnly(sStatus))
-        throw base::FileFailure(strFolder +
+        throw base::FileFailure(strFolder,
                                 " is root's, but others may write it: logrotate would work there "
                                 "with root's rights");
-    WAY sWay{sStatus.st_uid, false}; // logrotate walks it again, as this account
-    CheckWay(sWay, strFolder);
-    return R"(# Made by xbsactl setup --logrotate. A process keeps the log that it opened until it ends, so the log
-# is renamed and compressed one turn later; copytruncate would lose the lines that are
-# written between the copy and the cut.
-")" + strFolder +
-           "/xbsa*.log\" {\n    su " + AccountName(sStatus.st_uid) + " " +
-           GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)) + R"(
-    weekly
-    maxsize 100M
-    rotate 8
-    missingok
-    notifempty
-    nocreate
-    compress
-    delaycompress
-}
-)";
+    CheckWay(strFolder, sStatus.st_uid, true); // logrotate walks it again, as this account
+    std::string strText(LOGROTATE_TXT);
+    const auto fpFill = [&strText](const std::string &strMark, const std::string &strValue) {
+        strText.replace(strText.find(strMark), strMark.size(), strValue);
+    };
+    // From the last one to the first: what a value holds is not searched.
+    fpFill("%GROUP%", GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)));
+    fpFill("%ACCOUNT%", AccountName(sStatus.st_uid));
+    fpFill("%FOLDER%", strFolder);
+    return strText;
 }
 } // namespace setup

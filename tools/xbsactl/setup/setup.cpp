@@ -15,12 +15,10 @@ namespace
 // The folder's links are resolved, the file's are not: libxbsa.so.1 stays right after an update.
 std::string AbsolutePath(const std::string &I_strFile)
 {
-    const std::filesystem::path sFile = I_strFile;
-    std::string strPath =
-        std::filesystem::canonical(std::filesystem::absolute(sFile).parent_path()) /
-        sFile.filename();
+    const std::filesystem::path sFile = std::filesystem::absolute(I_strFile);
+    std::string strPath = std::filesystem::canonical(sFile.parent_path()) / sFile.filename();
     if (base::HasControlCharacter(strPath) || strPath.find_first_of(" #'\"") != std::string::npos)
-        throw base::FileFailure(strPath +
+        throw base::FileFailure(strPath,
                                 ": an onconfig takes no path with a blank, a quote or \"#\"");
     return strPath;
 }
@@ -74,17 +72,6 @@ CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
     }
 }
 
-// A link that somebody else has changed since is theirs.
-bool IsLinkWanted(const PLACE &I_sPlace, const JOURNAL &I_sJournal,
-                  const std::optional<std::string> &I_strTarget)
-{
-    if (!MayWriteLib(I_sPlace)) return false;
-    const std::string strNow = HashOf(I_strTarget);
-    return std::ranges::none_of(I_sJournal.vecRecords, [&](const RECORD &sRecord) {
-        return sRecord.strFile == LINK && strNow != sRecord.strAfter && strNow != sRecord.strBefore;
-    });
-}
-
 std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
 {
     const std::optional<std::string> strRows = I_sPlace.Content(VERSIONS);
@@ -95,8 +82,12 @@ std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
     };
     fpAdd(OnconfigChange(I_sPlace, I_sJournal.strLibrary));
     fpAdd({VERSIONS, strRows, VersionsWith(strRows.value_or(""), I_sJournal.strRow)});
-    if (IsLinkWanted(I_sPlace, I_sJournal, strTarget))
-        fpAdd({LINK, strTarget, I_sJournal.strLibrary});
+    // A link that somebody else has changed since is theirs.
+    const std::string strNow = HashOf(strTarget);
+    const auto sOurs = std::ranges::find(I_sJournal.vecRecords, LINK, &RECORD::strFile);
+    const bool bForeign = sOurs != I_sJournal.vecRecords.end() && strNow != sOurs->strAfter &&
+                          strNow != sOurs->strBefore;
+    if (MayWriteLib(I_sPlace) && !bForeign) fpAdd({LINK, strTarget, I_sJournal.strLibrary});
     return vecChanges;
 }
 
@@ -112,15 +103,15 @@ void PrintLines(const char *cpSign, const std::string &I_strText, const std::str
 
 void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
 {
-    std::cout << base::Printable(I_sPlace.Path(I_sChange.strFile))
-              << (I_sChange.strBefore ? "" : " (new)") << '\n';
+    const std::string strBefore = I_sChange.strBefore.value_or("");
+    std::cout << I_sPlace.Path(I_sChange.strFile) << (I_sChange.strBefore ? "\n" : " (new)\n");
     if (I_sChange.strFile == LINK)
-    {
         std::cout << "  -> " << base::Printable(I_sChange.strAfter) << '\n';
-        return;
+    else
+    {
+        PrintLines("-", strBefore, I_sChange.strAfter);
+        PrintLines("+", I_sChange.strAfter, strBefore);
     }
-    PrintLines("-", I_sChange.strBefore.value_or(""), I_sChange.strAfter);
-    PrintLines("+", I_sChange.strAfter, I_sChange.strBefore.value_or(""));
 }
 
 // Anything but a yes is a no, and so is the end of the input.
@@ -141,11 +132,11 @@ int UndoAll(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal
     if (vecUndo.empty())
     {
         std::cout << "Nothing to undo: no earlier run changed "
-                  << base::Printable(I_sPlace.Path(I_sPlace.strOnconfig)) << ".\n";
+                  << I_sPlace.Path(I_sPlace.strOnconfig) << ".\n";
         return base::EXIT_DONE;
     }
     for (const UNDO &sUndo : vecUndo)
-        std::cout << base::Printable(I_sPlace.Path(sUndo.strFile)) << ": " << sUndo.strText << '\n';
+        std::cout << I_sPlace.Path(sUndo.strFile) << ": " << sUndo.strText << '\n';
     if (I_sOptions.bDryRun) return base::EXIT_DONE;
     if (!IsConfirmed(I_sOptions, "Put this back?")) return base::EXIT_FAILED;
     Undo(I_sPlace, I_sJournal, vecUndo);
@@ -168,11 +159,11 @@ int Hook(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
     if (!IsConfirmed(I_sOptions, "Write this?")) return base::EXIT_FAILED;
     Apply(I_sPlace, I_sJournal, vecChanges);
     const std::string strFolder = "--informixdir '" + base::Printable(I_sPlace.strFolder) + "'";
-    const std::string strName = base::Printable(I_sPlace.strOnconfig.substr(4));
     std::cout << "Done; --undo puts it back. As root, when the logs are to be rotated:\n"
               << "  xbsactl setup " << strFolder
               << " --logrotate >/etc/logrotate.d/korva-xbsa\nNext: xbsactl check --informix "
-              << strFolder << " --onconfig '" << strName << "'\n";
+              << strFolder << " --onconfig '" << base::Printable(I_sPlace.strOnconfig.substr(4))
+              << "'\n";
     return base::EXIT_DONE;
 }
 } // namespace

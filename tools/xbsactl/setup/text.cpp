@@ -10,6 +10,8 @@ namespace
 {
 constexpr const char *BEGIN = "# Korva XBSA: begin (written by xbsactl setup)";
 constexpr const char *END = "# Korva XBSA: end";
+constexpr const char *PAGES =
+    "# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, write 15";
 constexpr const char *REPLACED = "#xbsa# "; // before a line that ours replace
 constexpr const char *BUFFER = "BAR_XFER_BUF_SIZE";
 constexpr int MOST_PAGES = 31; // of 2 KB: the most that fits into one call's 65,535 bytes
@@ -21,57 +23,46 @@ std::string Join(const base::LINES &I_vecLines)
     return strText;
 }
 
-bool IsGoodBuffer(const std::string &I_strLine)
+// The line that sets the name; empty when no line does, or several do.
+std::string OnlyLine(const base::LINES &I_vecLines, const char *cpName)
 {
-    const std::string strValue = base::Value(I_strLine);
-    const int iPages = std::atoi(strValue.c_str());
-    return base::Sets(I_strLine, BUFFER) && iPages >= 1 && iPages <= MOST_PAGES &&
-           strValue == std::to_string(iPages);
+    const auto fpSets = [=](const std::string &strLine) { return base::Sets(strLine, cpName); };
+    const auto sLine = std::ranges::find_if(I_vecLines, fpSets);
+    return std::ranges::count_if(I_vecLines, fpSets) == 1 ? *sLine : "";
 }
 
-long Count(const base::LINES &I_vecLines, const char *cpName)
+// The line for the buffer when it is the only one, and fits; else empty.
+std::string GoodBuffer(const base::LINES &I_vecLines)
 {
-    return std::ranges::count_if(
-        I_vecLines, [=](const std::string &strLine) { return base::Sets(strLine, cpName); });
+    const std::string strLine = OnlyLine(I_vecLines, BUFFER);
+    const std::string strValue = base::Value(strLine);
+    const int iPages = std::atoi(strValue.c_str());
+    const bool bFits = iPages >= 1 && iPages <= MOST_PAGES && strValue == std::to_string(iPages);
+    return bFits ? strLine : "";
 }
 
 // Without a line for the buffer when one that fits is elsewhere.
 base::LINES Block(const std::string &I_strLibrary, const std::string &I_strBuffer)
 {
     base::LINES vecBlock = {BEGIN, std::string(base::LIBRARY_KEY) + " " + I_strLibrary};
-    if (!I_strBuffer.empty())
-        vecBlock.insert(
-            vecBlock.end(),
-            {"# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, write 15",
-             I_strBuffer});
+    if (!I_strBuffer.empty()) vecBlock.insert(vecBlock.end(), {PAGES, I_strBuffer});
     vecBlock.emplace_back(END);
     return vecBlock;
 }
 
-// The line of our block: the administrator is asked to fit the number of pages in it.
-std::string OwnBuffer(const base::LINES &I_vecBlock)
+void CheckBlock(const base::LINES &I_vecLines, const base::LINES &I_vecBlock)
 {
-    const auto sLine = std::ranges::find_if(I_vecBlock, IsGoodBuffer);
-    return sLine != I_vecBlock.end() ? *sLine : "";
-}
-
-bool IsReplaced(const std::string &I_strLine)
-{
-    return I_strLine.starts_with(REPLACED);
-}
-
-void CheckBlock(const base::LINES &I_vecBlock, const base::LINES &I_vecRest)
-{
-    if (I_vecBlock.empty() && std::ranges::none_of(I_vecRest, IsReplaced) &&
-        std::ranges::count(I_vecRest, END) == 0)
-        return;
+    const auto fpMark = [](const auto &strLine) {
+        return strLine == END || strLine.starts_with(REPLACED);
+    };
+    if (I_vecBlock.empty() && std::ranges::none_of(I_vecLines, fpMark)) return;
     const std::string strLibrary = I_vecBlock.size() > 1 ? base::Value(I_vecBlock[1]) : "";
-    if (I_vecBlock != Block(strLibrary, OwnBuffer(I_vecBlock)) ||
-        std::ranges::count(I_vecRest, BEGIN) > 0)
+    if (I_vecBlock != Block(strLibrary, GoodBuffer(I_vecBlock)) ||
+        std::ranges::count(I_vecLines, BEGIN) > 1)
         throw base::FileFailure("the lines from \"", BEGIN, "\" to \"", END,
                                 "\" in it were edited since");
     for (const char *cpName : {base::LIBRARY_KEY, BUFFER})
-        if (Count(I_vecBlock, cpName) > 0 && Count(I_vecRest, cpName) > 0)
+        if (!OnlyLine(I_vecBlock, cpName).empty() && OnlyLine(I_vecLines, cpName).empty())
             throw base::FileFailure(cpName, " was set again outside of the lines of setup");
 }
 
@@ -82,8 +73,8 @@ base::LINES TakeBlock(base::LINES &X_vecLines)
     const auto sEnd = std::find(sBegin, X_vecLines.end(), END);
     const auto sRest = sEnd == X_vecLines.end() ? sEnd : sEnd + 1;
     base::LINES vecBlock(sBegin, sRest);
+    CheckBlock(X_vecLines, vecBlock);
     X_vecLines.erase(sBegin, sRest);
-    CheckBlock(vecBlock, X_vecLines);
     return vecBlock;
 }
 
@@ -91,7 +82,7 @@ base::LINES TakeBlock(base::LINES &X_vecLines)
 void Restore(base::LINES &X_vecLines, const char *cpLibraryMark)
 {
     for (std::string &strLine : X_vecLines)
-        if (IsReplaced(strLine))
+        if (strLine.starts_with(REPLACED))
         {
             strLine.erase(0, std::string_view(REPLACED).size());
             if (base::Sets(strLine, base::LIBRARY_KEY)) strLine.insert(0, cpLibraryMark);
@@ -104,19 +95,14 @@ std::string OnconfigWith(const std::string &I_strText, const std::string &I_strL
     base::LINES vecLines = base::Lines(I_strText);
     const base::LINES vecOld = TakeBlock(vecLines);
     Restore(vecLines, "");
-    const auto fpOurs = [&I_strLibrary](const std::string &strLine) {
-        return base::Sets(strLine, base::LIBRARY_KEY) && base::Value(strLine) == I_strLibrary;
-    };
-    const bool bBuffer =
-        std::ranges::count_if(vecLines, IsGoodBuffer) != 1 || Count(vecLines, BUFFER) != 1;
-    if (!bBuffer && std::ranges::any_of(vecLines, fpOurs) &&
-        Count(vecLines, base::LIBRARY_KEY) == 1)
+    const bool bBuffer = GoodBuffer(vecLines).empty();
+    if (!bBuffer && base::Value(OnlyLine(vecLines, base::LIBRARY_KEY)) == I_strLibrary)
         return vecOld.empty() ? I_strText : Join(vecLines);
 
     for (std::string &strLine : vecLines)
         if (base::Sets(strLine, base::LIBRARY_KEY) || (bBuffer && base::Sets(strLine, BUFFER)))
             strLine.insert(0, REPLACED);
-    const std::string strOwn = OwnBuffer(vecOld);
+    const std::string strOwn = GoodBuffer(vecOld); // the reader is asked to fit its number
     const std::string strBuffer = strOwn.empty() ? base::Text(BUFFER, ' ', MOST_PAGES) : strOwn;
     return Join(vecLines) + Join(Block(I_strLibrary, bBuffer ? strBuffer : ""));
 }

@@ -2,67 +2,59 @@
 
 #include <algorithm>
 #include <sstream>
-#include <tuple>
 
 namespace trace
 {
 namespace
 {
 constexpr size_t LONGEST_MESSAGE = 1000; // with its continuation lines
-constexpr size_t MOST_BYTES = 24U << 20U;
-constexpr int64_t BEFORE = 60; // seconds around a session in which a message belongs to it still
+constexpr size_t MOST_BYTES = 32U << 20U;
+constexpr size_t OVERHEAD = 120; // bytes that a message takes besides its text
+constexpr int64_t BEFORE = 60;   // seconds around a session in which a message belongs to it still
 constexpr int64_t AFTER = 2;
 } // namespace
 
-// Returns false for a line that is not a message of its own.
-bool CActivityLog::Parse(std::string_view I_svLine, MESSAGE &O_sMessage)
+// Nothing for a line that is not a message of its own.
+std::optional<CActivityLog::MESSAGE> CActivityLog::Parse(std::string_view I_svLine)
 {
     std::istringstream sWords{std::string(I_svLine)};
     std::string strDay;
     std::string strClock;
+    std::string strText;
+    long lProcess = 0;
     long lParent = 0;
-    if (!(sWords >> strDay >> strClock >> O_sMessage.lProcess >> lParent)) return false;
+    if (!(sWords >> strDay >> strClock >> lProcess >> lParent)) return std::nullopt;
     const std::optional<int64_t> iTime = ParseTime(strDay + " " + strClock);
-    if (!iTime || O_sMessage.lProcess <= 0) return false;
-    O_sMessage.iTime = *iTime;
-    std::getline(sWords >> std::ws, O_sMessage.strText);
-    O_sMessage.strText = Clean(O_sMessage.strText);
-    return true;
+    if (!iTime || lProcess <= 0) return std::nullopt;
+    std::getline(sWords >> std::ws, strText);
+    return MESSAGE{{lProcess, *iTime}, Clean(strText)};
 }
 
 CActivityLog::CActivityLog(const std::string &I_strFile)
 {
     if (I_strFile.empty()) return;
     CLineReader sReader(I_strFile);
+    MESSAGE sMessage;
     while (const LOG_LINE *spLine = sReader.Next())
     {
-        MESSAGE sMessage;
-        if (Parse(spLine->svText, sMessage)) Add(sMessage);
-        else if (!deqMessages.empty() && !spLine->svText.empty() &&
-                 deqMessages.back().strText.size() < LONGEST_MESSAGE)
-        {
-            const std::string strMore = " " + Clean(spLine->svText);
-            deqMessages.back().strText += strMore;
-            uBytes += strMore.size();
-        }
+        if (const std::optional<MESSAGE> sNext = Parse(spLine->svText))
+            Add(std::exchange(sMessage, *sNext));
+        else if (!spLine->svText.empty() && sMessage.strText.size() < LONGEST_MESSAGE)
+            sMessage.strText += " " + Clean(spLine->svText);
     }
-    std::stable_sort(
-        deqMessages.begin(), deqMessages.end(), [](const MESSAGE &sOne, const MESSAGE &sOther) {
-            return std::tie(sOne.lProcess, sOne.iTime) < std::tie(sOther.lProcess, sOther.iTime);
-        });
+    Add(sMessage);
 }
 
 void CActivityLog::Add(const MESSAGE &I_sMessage)
 {
-    deqMessages.push_back(I_sMessage);
-    uUnused++;
-    uBytes += sizeof(MESSAGE) + I_sMessage.strText.size();
-    while (uBytes > MOST_BYTES)
+    if (I_sMessage.sKey.first == 0) return; // what came before the first one
+    deqOldest.push_back(mapMessages.emplace(I_sMessage.sKey, I_sMessage.strText));
+    uBytes += OVERHEAD + I_sMessage.strText.size();
+    for (; uBytes > MOST_BYTES; uDropped++)
     {
-        uBytes -= sizeof(MESSAGE) + deqMessages.front().strText.size();
-        deqMessages.pop_front();
-        uUnused--;
-        uDropped++;
+        uBytes -= OVERHEAD + deqOldest.front()->second.size();
+        mapMessages.erase(deqOldest.front());
+        deqOldest.pop_front();
     }
 }
 
@@ -71,24 +63,14 @@ std::vector<STEP> CActivityLog::TakeFor(const SESSION &I_sSession)
     std::vector<STEP> vecFound;
     for (const long lHandle : I_sSession.setHandles)
     {
-        const auto fpBefore = [lHandle](const MESSAGE &sMessage, int64_t iTime) {
-            return std::tie(sMessage.lProcess, sMessage.iTime) < std::tie(lHandle, iTime);
-        };
-        for (auto spMessage = std::lower_bound(deqMessages.begin(), deqMessages.end(),
-                                               I_sSession.sFirst.iTime - BEFORE, fpBefore);
-             spMessage != deqMessages.end() && spMessage->lProcess == lHandle &&
-             spMessage->iTime <= I_sSession.sLast.iTime + AFTER;
-             ++spMessage)
-        {
-            if (std::exchange(spMessage->bUsed, true)) continue;
-            uUnused--;
-            const std::string strWho = I_sSession.IsMixed() ? std::to_string(lHandle) + ": " : "";
-            vecFound.push_back({KIND::DATABASE, spMessage->iTime, strWho + spMessage->strText});
-        }
+        const std::string strWho = I_sSession.IsMixed() ? std::to_string(lHandle) + ": " : "";
+        auto spNext = mapMessages.lower_bound({lHandle, I_sSession.sFirst.iTime - BEFORE});
+        const KEY sLast = {lHandle, I_sSession.sLast.iTime + AFTER};
+        for (; spNext != mapMessages.end() && spNext->first <= sLast;
+             spNext = mapMessages.erase(spNext))
+            vecFound.push_back({KIND::DATABASE, spNext->first.second, strWho + spNext->second});
     }
-    std::stable_sort(vecFound.begin(), vecFound.end(), [](const STEP &sOne, const STEP &sOther) {
-        return sOne.iStart < sOther.iStart;
-    });
+    std::ranges::stable_sort(vecFound, {}, &STEP::iStart);
     return vecFound;
 }
 } // namespace trace

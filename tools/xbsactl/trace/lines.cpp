@@ -23,6 +23,7 @@ int64_t LastDay(const std::string &I_strFile)
 
 int64_t Moment(const std::string &I_strText, const std::string &I_strFile)
 {
+    if (I_strText.empty()) return std::numeric_limits<int64_t>::min();
     for (const char *cpForm : {STAMP_FORM, "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%dT%H:%M",
                                "%Y-%m-%d %H", "%Y-%m-%dT%H", "%Y-%m-%d"})
         if (const auto iTime = ParseTime(I_strText, cpForm)) return *iTime;
@@ -31,10 +32,6 @@ int64_t Moment(const std::string &I_strText, const std::string &I_strFile)
     throw base::USAGE_ERROR("--since: \"" + base::Printable(I_strText) +
                             "\" is not a moment such as \"2026-11-24 17:00\", \"2026-11-24\" or "
                             "\"17:00\"");
-}
-
-CLineReader::CLineReader(const std::string &I_strFile) : sInput(I_strFile)
-{
 }
 
 // The bytes of the next line, as many as the library may write. Returns false at the end.

@@ -59,16 +59,6 @@ std::string Title(const STEP &I_sStep)
     return Escape(strDuration.empty() ? strTitle : strTitle + ", " + strDuration);
 }
 
-// One bar for what cannot or need not be told apart.
-BAR Whole(const SESSION &I_sSession)
-{
-    const bool bMixed = I_sSession.IsMixed();
-    return {bMixed ? "mixed" : "control", !bMixed && I_sSession.sError,
-            static_cast<double>(I_sSession.sFirst.iTime),
-            static_cast<double>(I_sSession.sLast.iTime + 1),
-            bMixed ? "lines of several processes" : "replies of the server"};
-}
-
 // Data and failures stand out.
 int Height(const BAR &I_sBar)
 {
@@ -89,14 +79,19 @@ std::string Rectangle(const BAR &I_sBar, double I_dFrom, double I_dScale)
     return szText.data() + I_sBar.strTitle + "</title></rect>";
 }
 
-// The log's clock has whole seconds: what begins or ends within one second is spread over it in
-// its order, so that the order can be seen.
+// One bar for what cannot or need not be told apart. Else the log's clock has whole seconds: what
+// begins or ends within one second is spread over it in its order, so that the order can be seen.
 std::vector<BAR> Bars(const SHOWN &I_sShown)
 {
     const SESSION &sSession = I_sShown.sSession;
-    const bool bWhole = sSession.IsMixed() || sSession.eOrigin == ORIGIN::REPLIES;
+    const bool bMixed = sSession.IsMixed();
+    const bool bWhole = bMixed || sSession.eOrigin == ORIGIN::REPLIES;
     std::vector<BAR> vecBars;
-    if (bWhole) vecBars.push_back(Whole(sSession));
+    if (bWhole)
+        vecBars.push_back({bMixed ? "mixed" : "control", !bMixed && sSession.sError,
+                           static_cast<double>(sSession.sFirst.iTime),
+                           static_cast<double>(sSession.sLast.iTime + 1),
+                           bMixed ? "lines of several processes" : "replies of the server"});
     auto fpPlace = Spread(I_sShown.vecSteps);
     for (const STEP &sStep : I_sShown.vecSteps)
     {
@@ -143,7 +138,7 @@ std::string JoinedLane(const std::vector<BAR> &I_vecBars, int64_t I_iFrom, int64
 
 // The tables of all sessions have columns of the same width: those of the first row count, which
 // may be a heading. On a narrow screen a step's text goes below its time.
-constexpr const char *COLUMNS = "<colgroup><col/><col/><col/><col/></colgroup>";
+constexpr const char *TABLE = "<table><colgroup><col/><col/><col/><col/></colgroup><tbody>\n";
 
 std::string Axis(int64_t I_iFirst, int64_t I_iLast)
 {
@@ -176,33 +171,27 @@ std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
 std::string Table(const SHOWN &I_sShown)
 {
     if (I_sShown.vecSteps.empty()) return "";
-    std::string strTable = "<table>" + std::string(COLUMNS) + "<tbody>\n";
+    std::string strTable = TABLE;
     for (const STEP &sStep : I_sShown.vecSteps) strTable += Row(I_sShown, sStep);
     return strTable + "</tbody></table>\n";
 }
 } // namespace
-
-CPage::CPage(const std::string &I_strFile) : sOutput(I_strFile)
-{
-}
 
 void CPage::Add(const SHOWN &I_sShown)
 {
     const SESSION &sSession = I_sShown.sSession;
     const std::string strTitle = Escape(sSession.Title());
     const std::string strObjects = Escape(sSession.sSteps.Names());
-    ENTRY sEntry;
-    sEntry.strNumber = std::to_string(sSession.uNumber);
-    sEntry.iFirst = sSession.sFirst.iTime;
-    sEntry.iLast = std::max(sSession.sFirst.iTime, sSession.sLast.iTime) + 1;
-    sEntry.vecBars = Bars(I_sShown);
-    const std::string strHead = sEntry.strNumber + " " + sSession.OutcomeText() + ", ";
-    sEntry.strLink = "<a href=\"#s" + sEntry.strNumber + "\" title=\"" + strTitle + "\">" +
-                     strHead + (strObjects.empty() ? strTitle : strObjects) + "</a>";
-    sEntry.strSection =
-        "<section id=\"s" + sEntry.strNumber + "\"><h2>" + strHead + strTitle + "</h2>\n" +
-        Lane(sEntry.vecBars, sEntry.iFirst, sEntry.iLast, "steps of session " + sEntry.strNumber) +
-        Axis(sEntry.iFirst, sEntry.iLast) + FactList(sSession) + Table(I_sShown) + "</section>\n";
+    const std::string strNumber = std::to_string(sSession.uNumber);
+    const std::string strHead = strNumber + " " + sSession.OutcomeText() + ", ";
+    ENTRY sEntry{"session " + strNumber, sSession.sFirst.iTime,
+                 std::max(sSession.sFirst.iTime, sSession.sLast.iTime) + 1, Bars(I_sShown)};
+    sEntry.strLink = base::Text("<a href=\"#s", strNumber, "\" title=\"", strTitle, "\">", strHead,
+                                strObjects.empty() ? strTitle : strObjects, "</a>");
+    sEntry.strSection = base::Text(
+        "<section id=\"s", strNumber, "\"><h2>", strHead, strTitle, "</h2>\n",
+        Lane(sEntry.vecBars, sEntry.iFirst, sEntry.iLast, "steps of " + sEntry.strName),
+        Axis(sEntry.iFirst, sEntry.iLast), FactList(sSession), Table(I_sShown), "</section>\n");
     sEntry.uBytes = sEntry.strSection.size();
     for (const BAR &sBar : sEntry.vecBars) sEntry.uBytes += sizeof sBar + sBar.strTitle.size();
 
@@ -224,18 +213,12 @@ void CPage::Write(std::string_view I_svText)
 void CPage::WriteOverview()
 {
     if (deqEntries.empty()) return;
-    int64_t iFirst = deqEntries.front().iFirst;
-    int64_t iLast = deqEntries.front().iLast;
-    for (const ENTRY &sEntry : deqEntries)
-    {
-        iFirst = std::min(iFirst, sEntry.iFirst);
-        iLast = std::max(iLast, sEntry.iLast);
-    }
+    const int64_t iFirst = std::ranges::min_element(deqEntries, {}, &ENTRY::iFirst)->iFirst;
+    const int64_t iLast = std::ranges::max_element(deqEntries, {}, &ENTRY::iLast)->iLast;
     Write(LEGEND_HTML);
     for (const ENTRY &sEntry : deqEntries)
         Write("<div class=\"row\">" + sEntry.strLink +
-              JoinedLane(sEntry.vecBars, iFirst, iLast, "session " + sEntry.strNumber) +
-              "</div>\n");
+              JoinedLane(sEntry.vecBars, iFirst, iLast, sEntry.strName) + "</div>\n");
     Write("<div class=\"row axisrow\"><span></span>" + Axis(iFirst, iLast) + "</div>\n");
 }
 

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,11 +30,11 @@ std::string Duration(int64_t I_iSeconds);
 // Bytes per second, or the bound that whole seconds allow: a difference of 1 may be nearly 2.
 std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds);
 
-std::string Clock(int64_t I_iTime, bool I_bDay); // "17:46:34", or "11-24 17:46:34"
-std::string Stamp(int64_t I_iTime);              // "2026-11-24 17:46:34"
-
 constexpr int64_t DAY = 86400; // seconds
 constexpr const char *STAMP_FORM = "%Y-%m-%d %H:%M:%S";
+
+std::string Stamp(int64_t I_iTime, const char *cpForm = STAMP_FORM); // of strftime
+std::string Clock(int64_t I_iTime, bool I_bDay); // "17:46:34", or "11-24 17:46:34"
 
 // The time when all of the text has this form of strptime, without a date one of 1970-01-01.
 std::optional<int64_t> ParseTime(const std::string &I_strText, const char *cpForm = STAMP_FORM);
@@ -52,7 +54,9 @@ struct LOG_LINE
 class CLineReader
 {
   public:
-    explicit CLineReader(const std::string &I_strFile); // "-": standard input
+    explicit CLineReader(const std::string &I_strFile) : sInput(I_strFile) // "-": standard input
+    {
+    }
 
     // Null at the end. A line longer than the library writes is cut. Throws FAILURE.
     const LOG_LINE *Next();
@@ -70,8 +74,8 @@ class CLineReader
     std::string strStamp; // of the last line
 };
 
-// The moment that the user gave ("2026-11-24 17", "17:00"); a time of day alone is one of the
-// file's last day. Throws USAGE_ERROR, and FAILURE when the file cannot be read.
+// The moment that the user gave ("2026-11-24 17", "17:00"), before all others when it is empty; a
+// time of day alone is one of the file's last day. Throws USAGE_ERROR, and FAILURE when the file cannot be read.
 int64_t Moment(const std::string &I_strText, const std::string &I_strFile);
 
 // ---- take.cpp
@@ -95,35 +99,32 @@ class CSessions
     using SINK = std::function<void(const SESSION &)>;
 
     // The sink gets each session once it is known whole, in the order of their beginnings.
-    explicit CSessions(SINK I_fpSink);
+    explicit CSessions(SINK I_fpSink) : fpSink(std::move(I_fpSink))
+    {
+    }
 
     void Take(const LOG_LINE &I_sLine);
-    void Finish(); // the log has ended
+
+    // Hands out what has ended, and the oldest when more than that many go on.
+    void Finish(size_t I_uKeep = 0);
 
   private:
-    static constexpr size_t NONE = static_cast<size_t>(-1);
-
-    SESSION &Current()
-    {
-        return deqSessions[uCurrent];
-    }
     void Choose(const LOG_LINE &I_sLine);
     void TakeHandle(const LOG_LINE &I_sLine);
     void JudgeForeignHandle(const LOG_LINE &I_sLine);
-    void Adopt(long I_lHandle, const LOG_LINE &I_sLine, bool I_bInit);
+    void Adopt(long I_lHandle, const LOG_LINE &I_sLine);
     void AddForeign(long I_lHandle, const std::string &I_strSign);
-    template <typename TEST> size_t FindOther(TEST I_fpTest) const;
-    void Merge(size_t I_uOther, const std::string &I_strSign);
+    template <typename TEST> SESSION *FindOther(TEST I_fpTest);
+    void Merge(SESSION *X_spOther, const std::string &I_strSign);
     void TakeMixed(const LOG_LINE &I_sLine);
     void TakeCut(const LOG_LINE &I_sLine, const FUNCTION &I_sWriter);
     void Judge(const LOG_LINE &I_sLine);
     void FoldRejected();
     void End(STATE I_eState);
-    void Flush(size_t I_uKeep);
 
     SINK fpSink;
-    std::deque<SESSION> deqSessions; // some have ended, and wait for an earlier one to end
-    size_t uCurrent = NONE;          // the one that the last line belonged to
+    std::list<SESSION> lstSessions; // some have ended, and wait for an earlier one to end
+    SESSION *spCurrent = nullptr;   // the one that the last line belonged to
     uint64_t uSessions = 0;
 };
 
@@ -137,21 +138,26 @@ class CActivityLog
     // The messages of the session's processes in its time, each handed out once, in order of time.
     std::vector<STEP> TakeFor(const SESSION &I_sSession);
 
-    uint64_t uUnused = 0;
+    uint64_t Unused() const
+    {
+        return mapMessages.size();
+    }
+
     uint64_t uDropped = 0; // the oldest, of a log that does not fit into memory
 
   private:
+    using KEY = std::pair<long, int64_t>; // process and time
+    using MESSAGES = std::multimap<KEY, std::string>;
     struct MESSAGE
     {
-        long lProcess = 0;
-        int64_t iTime = 0;
-        bool bUsed = false;
+        KEY sKey;
         std::string strText;
     };
-    static bool Parse(std::string_view I_svLine, MESSAGE &O_sMessage);
+    static std::optional<MESSAGE> Parse(std::string_view I_svLine);
     void Add(const MESSAGE &I_sMessage);
 
-    std::deque<MESSAGE> deqMessages; // by process and time once all are read
+    MESSAGES mapMessages;
+    std::deque<MESSAGES::iterator> deqOldest; // in the order of the log, while it is read
     size_t uBytes = 0;
 };
 
@@ -192,7 +198,9 @@ struct BAR
 class CPage
 {
   public:
-    explicit CPage(const std::string &I_strFile);
+    explicit CPage(const std::string &I_strFile) : sOutput(I_strFile)
+    {
+    }
 
     void Add(const SHOWN &I_sShown);              // keeps the newest, as many as have room
     void Finish(const std::string &I_strSummary); // the file is there afterwards
@@ -200,12 +208,12 @@ class CPage
   private:
     struct ENTRY
     {
-        std::string strNumber;
-        std::string strLink; // of the overview
-        std::string strSection;
-        int64_t iFirst = 0;
-        int64_t iLast = 0;
+        std::string strName; // "session 1"
+        int64_t iFirst;
+        int64_t iLast;
         std::vector<BAR> vecBars;
+        std::string strLink{}; // of the overview
+        std::string strSection{};
         size_t uBytes = 0;
     };
 

@@ -48,11 +48,6 @@ std::vector<STEP> CSteps::All() const
     return vecAll;
 }
 
-STEP *CSteps::Last()
-{
-    return vecSteps.empty() ? nullptr : &vecSteps.back();
-}
-
 std::string CSteps::Names() const
 {
     std::string strNames;

@@ -49,7 +49,10 @@ class CSteps
   public:
     void Add(const STEP &I_sStep);
     std::vector<STEP> All() const; // with a heading for those that are left out
-    STEP *Last();                  // null when there is none
+    STEP *Last()                   // null when there is none
+    {
+        return vecSteps.empty() ? nullptr : &vecSteps.back();
+    }
 
     // "backup of a, restore of b": the headings, as many as fit.
     std::string Names() const;
@@ -161,10 +164,6 @@ struct SESSION
     bool IsMixed() const
     {
         return !sMixture.strSign.empty();
-    }
-    bool HasHandle(long I_lHandle) const
-    {
-        return setHandles.count(I_lHandle) > 0;
     }
     void AddHandle(long I_lHandle);
     void AddStep(const STEP &I_sStep); // of a mixed one the objects alone

@@ -1,8 +1,6 @@
 #include "trace/parts.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 
 #include "base/json.h"
 #include "explain/explain.h"
@@ -17,11 +15,6 @@ constexpr const char *MIXED = "; who wrote which line and how long a step took i
 bool SameDay(const SESSION &I_sSession)
 {
     return I_sSession.sFirst.iTime / DAY == I_sSession.sLast.iTime / DAY;
-}
-
-void AddFact(std::vector<std::string> &X_vecFacts, const char *cpName, const std::string &I_strText)
-{
-    if (!I_strText.empty()) X_vecFacts.push_back(cpName + I_strText);
 }
 
 std::string DataText(const STEP &I_sStep, bool I_bDay)
@@ -40,10 +33,8 @@ std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
 {
     const auto [strClock, strKind, strDuration, strText] = Cells(I_sShown, I_sStep);
     if (I_sStep.eKind == KIND::OBJECT) return "  " + strText + "\n";
-    std::array<char, 64> szStart{};
-    snprintf(szStart.data(), szStart.size(), "    %s  %-8s %-9s  ", strClock.c_str(),
-             strKind.c_str(), strDuration.c_str());
-    return szStart.data() + strText + (I_sStep.bFailed ? "  <-- failed" : "") + "\n";
+    return base::Text("    ", strClock, "  ", std::left, std::setw(8), strKind, ' ', std::setw(9),
+                      strDuration, "  ", strText, I_sStep.bFailed ? "  <-- failed\n" : "\n");
 }
 
 base::JSON StepJson(const STEP &I_sStep)
@@ -108,36 +99,34 @@ std::string StepDuration(const STEP &I_sStep)
 
 std::vector<std::string> Facts(const SESSION &I_sSession)
 {
-    const PLACE &sFirst = I_sSession.sFirst;
-    const PLACE &sLast = I_sSession.sLast;
-    const std::string strTime =
-        I_sSession.IsMixed() ? "" : " (" + Duration(sLast.iTime - sFirst.iTime) + ")";
+    const auto &[uFirst, iFirst] = I_sSession.sFirst;
+    const auto &[uLast, iLast] = I_sSession.sLast;
+    const std::string strTime = I_sSession.IsMixed() ? "" : " (" + Duration(iLast - iFirst) + ")";
+    const std::string strLast = SameDay(I_sSession) ? Clock(iLast, false) : Stamp(iLast);
     std::vector<std::string> vecFacts = {
-        Stamp(sFirst.iTime) + " to " +
-        (SameDay(I_sSession) ? Clock(sLast.iTime, false) : Stamp(sLast.iTime)) + strTime +
-        ", lines " + std::to_string(sFirst.uLine) + " to " + std::to_string(sLast.uLine)};
+        base::Text(Stamp(iFirst), " to ", strLast, strTime, ", lines ", uFirst, " to ", uLast)};
     if (I_sSession.IsMixed())
         vecFacts.push_back(
             "lines of several processes are mixed here: " + I_sSession.sMixture.strSign + MIXED);
     else if (I_sSession.eOrigin != ORIGIN::REPLIES)
         vecFacts.push_back(Count(I_sSession.sSteps.uObjects, "task") + ", " +
                            Count(I_sSession.uBytes, "byte"));
-    AddFact(vecFacts, "", I_sSession.Note());
+    if (!I_sSession.Note().empty()) vecFacts.push_back(I_sSession.Note());
     if (!I_sSession.sError) return vecFacts;
     const auto &[sPlace, strText, bWeak] = *I_sSession.sError;
-    vecFacts.push_back("first error, line " + std::to_string(sPlace.uLine) + " at " +
-                       Clock(sPlace.iTime, false) + ": " + strText);
+    vecFacts.push_back(base::Text("first error, line ", sPlace.uLine, " at ",
+                                  Clock(sPlace.iTime, false), ": ", strText));
     const auto [strMeaning, strHint] = explain::Advice(strText, I_sSession.bInformix);
-    AddFact(vecFacts, "meaning: ", strMeaning);
-    AddFact(vecFacts, "hint: ", strHint);
+    if (!strMeaning.empty()) vecFacts.push_back("meaning: " + strMeaning);
+    if (!strHint.empty()) vecFacts.push_back("hint: " + strHint);
     return vecFacts;
 }
 
 std::string SessionText(const SHOWN &I_sShown)
 {
     const SESSION &sSession = I_sShown.sSession;
-    std::string strText = "session " + std::to_string(sSession.uNumber) + ": " +
-                          sSession.OutcomeText() + ", " + sSession.Title() + "\n";
+    std::string strText = base::Text("session ", sSession.uNumber, ": ", sSession.OutcomeText(),
+                                     ", ", sSession.Title(), '\n');
     for (const std::string &strFact : Facts(sSession)) strText += "  " + strFact + "\n";
     for (const STEP &sStep : I_sShown.vecSteps) strText += Row(I_sShown, sStep);
     return strText + "\n";

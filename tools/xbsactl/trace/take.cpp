@@ -70,6 +70,17 @@ struct TAKE
         sSession.AddStep(sStep);
     }
 
+    // A heading; a backup has its job until it is certain which copy it is.
+    void AddObject(const std::string &I_strText, const std::string &I_strCopy = "",
+                   const std::string &I_strJob = "") const
+    {
+        sSession.AddStep({.eKind = KIND::OBJECT,
+                          .iStart = sLine.sPlace.iTime,
+                          .strText = I_strText,
+                          .strResult = I_strCopy,
+                          .strJob = I_strJob});
+    }
+
     // What a call found, or how it failed.
     void AddCall(const std::string &I_strText, bool I_bFailed) const
     {
@@ -137,7 +148,7 @@ void TakePath(const TAKE &I_sTake, const char *cpWhat)
     if (!strName && (I_sTake.sProgress.uCall & IN_UNKNOWN) == 0) I_sTake.SetSign();
     const bool bPair = strName && !I_sTake.sSession.IsMixed();
     const std::string strObject = (bPair ? *strName : "an object") + " in " + I_sTake.Rest();
-    I_sTake.sSession.AddStep({KIND::OBJECT, I_sTake.sLine.sPlace.iTime, cpWhat + strObject});
+    I_sTake.AddObject(cpWhat + strObject);
     strName.reset();
 }
 
@@ -270,14 +281,11 @@ void TakeCommand(const TAKE &I_sTake)
     if (strVerb.empty()) strVerb = "run without a task";
     if (uTask == uQuery && uTask != std::string_view::npos) strVerb = "query";
 
-    STEP sObject{KIND::OBJECT, I_sTake.sLine.sPlace.iTime, "query of " + strObject};
-    if (strVerb == "openjob")
-    {
-        const bool bBackup = uTask == uBackup;
-        sObject.strText = (bBackup ? "backup of " : "restore of ") + strObject;
-        (bBackup ? sObject.strJob : sObject.strResult) = bBackup ? strJob : strCopy;
-    }
-    if (strVerb == "openjob" || strVerb == "query") I_sTake.sSession.AddStep(sObject);
+    if (strVerb == "query") I_sTake.AddObject("query of " + strObject);
+    if (strVerb == "openjob" && uTask == uBackup)
+        I_sTake.AddObject("backup of " + strObject, "", strJob);
+    if (strVerb == "openjob" && uTask != uBackup)
+        I_sTake.AddObject("restore of " + strObject, strCopy);
     if (strVerb == "closejob" && !strCopy.empty() && svLine.ends_with(" -i 0"))
         I_sTake.sSession.sSteps.NameCopy(strJob, strCopy);
     I_sTake.sSession.bInformix = true;

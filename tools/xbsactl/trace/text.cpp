@@ -3,8 +3,8 @@
 #include <array>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
-#include <strings.h>
 
 namespace trace
 {
@@ -12,48 +12,32 @@ namespace
 {
 constexpr size_t LONGEST_TEXT = 300;
 
-std::string ValidText(std::string_view I_svText)
-{
-    std::string strValid;
-    while (!I_svText.empty())
-    {
-        const size_t uLength = base::SequenceLength(I_svText);
-        if (strValid.size() + uLength > LONGEST_TEXT) return strValid + "...";
-        if (uLength == 0) strValid += '?';
-        else strValid += I_svText.substr(0, uLength);
-        I_svText.remove_prefix(uLength == 0 ? 1 : uLength);
-    }
-    return strValid;
-}
-
 // Hides the rest of the text after "PASS " and the value after "pass=". The library hides
 // passwords itself, but for that of the user "sms"; a server may say one back.
 std::string WithoutPassword(const std::string &I_strText)
 {
-    for (size_t uPlace = 0; uPlace + 5 <= I_strText.size(); uPlace++)
+    const char *cpText = I_strText.c_str();
+    const char *cpPass = strcasestr(cpText, "pass");
+    for (; cpPass != nullptr; cpPass = strcasestr(cpPass + 1, "pass"))
     {
-        const char cNext = I_strText[uPlace + 4];
-        if (strncasecmp(&I_strText[uPlace], "pass", 4) != 0 || (cNext != ' ' && cNext != '='))
-            continue;
-        if (uPlace > 0 && isalnum(static_cast<unsigned char>(I_strText[uPlace - 1])) != 0) continue;
-        return I_strText.substr(0, uPlace + 5) + "********";
+        if (cpPass[4] != ' ' && cpPass[4] != '=') continue;
+        if (cpPass != cpText && isalnum(static_cast<unsigned char>(cpPass[-1])) != 0) continue;
+        return std::string(cpText, cpPass + 5) + "********";
     }
     return I_strText;
-}
-
-std::string TimeText(int64_t I_iTime, const char *cpForm)
-{
-    const time_t lTime = I_iTime;
-    tm sTime = {};
-    std::array<char, 64> szText{};
-    strftime(szText.data(), szText.size(), cpForm, gmtime_r(&lTime, &sTime));
-    return szText.data();
 }
 } // namespace
 
 std::string Clean(std::string_view I_svText)
 {
-    return WithoutPassword(ValidText(base::Printable(std::string(I_svText))));
+    std::string strText = base::Printable(std::string(I_svText), true);
+    if (strText.size() > LONGEST_TEXT)
+    {
+        size_t uEnd = LONGEST_TEXT;
+        while ((strText[uEnd] & 0xC0) == 0x80) uEnd--; // no part of a character
+        strText.replace(uEnd, std::string::npos, "...");
+    }
+    return WithoutPassword(strText);
 }
 
 std::string Duration(int64_t I_iSeconds)
@@ -61,7 +45,7 @@ std::string Duration(int64_t I_iSeconds)
     if (I_iSeconds < 0) return "unknown (clock set back)";
     if (I_iSeconds == 0) return "<1 s";
     if (I_iSeconds < 120) return std::to_string(I_iSeconds) + " s";
-    return std::to_string(I_iSeconds / 3600) + TimeText(I_iSeconds, ":%M:%S h");
+    return std::to_string(I_iSeconds / 3600) + Stamp(I_iSeconds, ":%M:%S h");
 }
 
 std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds)
@@ -78,12 +62,16 @@ std::string Rate(uint64_t I_uBytes, int64_t I_iSeconds)
 
 std::string Clock(int64_t I_iTime, bool I_bDay)
 {
-    return TimeText(I_iTime, I_bDay ? "%m-%d %H:%M:%S" : "%H:%M:%S");
+    return Stamp(I_iTime, I_bDay ? "%m-%d %H:%M:%S" : "%H:%M:%S");
 }
 
-std::string Stamp(int64_t I_iTime)
+std::string Stamp(int64_t I_iTime, const char *cpForm)
 {
-    return TimeText(I_iTime, STAMP_FORM);
+    const time_t lTime = I_iTime;
+    tm sTime = {};
+    std::array<char, 64> szText{};
+    strftime(szText.data(), szText.size(), cpForm, gmtime_r(&lTime, &sTime));
+    return szText.data();
 }
 
 std::optional<int64_t> ParseTime(const std::string &I_strText, const char *cpForm)

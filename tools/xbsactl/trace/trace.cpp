@@ -69,25 +69,38 @@ std::string SummaryJson(const COUNTS &I_sCounts, uint64_t I_uShown)
     return strJson + "}";
 }
 
+// Returns how many lines are not the library's.
+uint64_t ReadLog(CLineReader &X_sReader, CSessions &X_sSessions, const std::string &I_strFile)
+{
+    uint64_t uLines = 0;
+    uint64_t uForeign = 0;
+    for (; const LOG_LINE *spLine = X_sReader.Next(); uLines++)
+    {
+        X_sSessions.Take(*spLine);
+        if (!spLine->bTrace) uForeign++;
+    }
+    X_sSessions.Finish();
+    if (uLines > 0 && uLines == uForeign)
+        throw base::FileFailure(base::Quoted(I_strFile),
+                                " is not a trace log: no line of it is the library's");
+    if (uLines == 0)
+        fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
+              "XBSA_TRACE was 0\n",
+              stderr);
+    return uForeign;
+}
+
 void Print(const std::string &I_strText)
 {
     fputs(I_strText.c_str(), stdout);
     if (ferror(stdout) != 0) throw base::FAILURE("writing standard output failed");
-}
-
-bool IsWanted(const SESSION &I_sSession, const OPTIONS &I_sOptions, int64_t I_iSince)
-{
-    return I_sSession.sLast.iTime >= I_iSince &&
-           (I_sOptions.lHandle == 0 || I_sSession.HasHandle(I_sOptions.lHandle));
 }
 } // namespace
 
 void Run(const OPTIONS &I_sOptions)
 {
     CheckPage(I_sOptions);
-    const int64_t iSince = I_sOptions.strSince.empty()
-                               ? std::numeric_limits<int64_t>::min()
-                               : Moment(I_sOptions.strSince, I_sOptions.strFile);
+    const int64_t iSince = Moment(I_sOptions.strSince, I_sOptions.strFile);
     CLineReader sReader(I_sOptions.strFile);
     CActivityLog sActivity(I_sOptions.strActLog);
     std::optional<CPage> sPage;
@@ -95,42 +108,27 @@ void Run(const OPTIONS &I_sOptions)
 
     COUNTS sCounts = NO_COUNTS;
     uint64_t uShown = 0;
-    std::string strFront = "{\"schema\": " + std::to_string(SCHEMA) + ", \"sessions\": [\n";
+    std::string strFront = base::Text("{\"schema\": ", SCHEMA, ", \"sessions\": [\n");
     CSessions sSessions([&](const SESSION &sSession) {
-        if (!IsWanted(sSession, I_sOptions, iSince))
-        {
-            sCounts[HIDDEN].uCount++;
-            return;
-        }
-        sCounts[static_cast<size_t>(sSession.Outcome())].uCount++;
-        uShown++;
+        const bool bHandle =
+            I_sOptions.lHandle == 0 || sSession.setHandles.contains(I_sOptions.lHandle);
+        const bool bWanted = bHandle && sSession.sLast.iTime >= iSince;
+        sCounts[bWanted ? static_cast<COUNTED>(sSession.Outcome()) : HIDDEN].uCount++;
+        if (!bWanted) return;
         const SHOWN sShown = Show(sSession, sActivity.TakeFor(sSession));
-        if (I_sOptions.bJson) Print(std::exchange(strFront, ",\n") + SessionJson(sShown));
-        else Print(SessionText(sShown));
+        uShown++;
+        Print(I_sOptions.bJson ? std::exchange(strFront, ",\n") + SessionJson(sShown)
+                               : SessionText(sShown));
         if (sPage) sPage->Add(sShown);
     });
-    uint64_t uLines = 0;
-    for (const LOG_LINE *spLine = sReader.Next(); spLine != nullptr; spLine = sReader.Next())
-    {
-        uLines++;
-        sSessions.Take(*spLine);
-        if (!spLine->bTrace) sCounts[FOREIGN].uCount++;
-    }
-    sSessions.Finish();
-    if (uLines > 0 && uLines == sCounts[FOREIGN].uCount)
-        throw base::FileFailure(base::Quoted(I_sOptions.strFile),
-                                " is not a trace log: no line of it is the library's");
-    if (uLines == 0)
-        fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
-              "XBSA_TRACE was 0\n",
-              stderr);
-    sCounts[UNUSED].uCount = sActivity.uUnused;
+    sCounts[FOREIGN].uCount = ReadLog(sReader, sSessions, I_sOptions.strFile);
+    sCounts[UNUSED].uCount = sActivity.Unused();
     sCounts[DROPPED].uCount = sActivity.uDropped;
     const std::string strSummary = Summary(sCounts, uShown);
-    if (!I_sOptions.bJson) Print(strSummary + "\n");
-    else
-        Print((uShown == 0 ? strFront : "") + "],\n\"summary\": " + SummaryJson(sCounts, uShown) +
-              "}\n");
+    if (uShown > 0) strFront.clear();
+    const std::string strJson =
+        strFront + "],\n\"summary\": " + SummaryJson(sCounts, uShown) + "}\n";
+    Print(I_sOptions.bJson ? strJson : strSummary + "\n");
     if (sPage) sPage->Finish(strSummary);
 }
 } // namespace trace
