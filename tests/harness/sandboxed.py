@@ -21,7 +21,6 @@ class Sandbox:
         need_private_etc()
         os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
         self.folder = folder or make_folder(test)
-        # pylint: disable-next=consider-using-with
         self.process = subprocess.Popen([RUN, "--folder", self.folder, *options],
                                         stdout=subprocess.PIPE, text=True)
         test.addCleanup(self.stop)

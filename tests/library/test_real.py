@@ -1,10 +1,7 @@
 """
 Real servers, real faults: either side dies or sleeps in mid-transfer, and a disk that is full.
-CI kills each server after a tenth and each client before its end. All of it on command, as root,
-six minutes; in tests/library/:
-
-    XBSA_REAL=all XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../harness:../../sandbox \\
-        ../../sandbox/run --exec python3 -m unittest -v test_real
+CI kills each server after a tenth and each client before its end. XBSA_REAL=all does all of it, as root,
+in six minutes.
 """
 import itertools
 import multiprocessing

@@ -98,9 +98,8 @@ def commands(verb, last):
 
 class Torture(unittest.TestCase):
     def check(self, table, modes="1"):
-        """Rows of a script, the step at which it fails (None: it does not), what moves in a restore, and
-        the last command; both ways, one transaction after the other in one session. Unless strict, a
-        restore's end is not looked at."""
+        """Rows of a script, the step at which it fails, what moves in a restore, and the last command; both
+        ways, in one session. Unless strict, a restore's end is not looked at."""
         for strict, verb in itertools.product(modes, ("STOR", "RETR")):
             scripts = [{step.replace("STOR", verb): actions for step, actions in row[0].items()}
                        for row in table]

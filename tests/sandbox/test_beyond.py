@@ -162,7 +162,6 @@ class Shared(Rig, unittest.TestCase):
             os.chown(folder, pwd.getpwnam("postgres").pw_uid, -1)
         subprocess.run(f"{POSTGRES}initdb -D data -A trust -U korva -E UTF8 --no-sync".split(),
                        check=True, stdout=subprocess.DEVNULL, **options | {"cwd": folder})
-        # pylint: disable-next=consider-using-with
         server = subprocess.Popen(f"{POSTGRES}postgres -D {folder}/data -k {folder} -c fsync=off"
                                   " -c listen_addresses=".split(), **options)
         cls.addClassCleanup(server.wait)

@@ -165,10 +165,8 @@ class Commands(Site):
                 ({"GREETING": ["SSH-2.0-x", "close"]}, "does not speak FTP: SSH-2.0-x", "SFTP"),
                 ({"PASS": ["500 OOPS: no root", "close"]}, "PASS ********: 500 OOPS: no root", "vsftpd.conf"),
                 ({"END": ["451-Error", "451 x"]}, "STOR x: 451-Error", "full disk"),
-                ({"USER": ["530 TLS only", "close"]}, "USER u: 530 TLS only", "demands encryption"),
                 ({"PASS": ["530 no"], "TYPE": ["530 log in"], "CWD": ["530 log in", "close"]},
                  "PASS ********: 530 no", "password"),
-                ({"CWD": ["550 none"]}, "CWD .: 550 none", "--path"),
                 ({"PORT": ["550 no"]}, "PORT 127,0,0,1", "active mode"),
                 ({"STOR": ["close"]}, "no reply to STOR, the server closed the control", "seccomp_sandbox=NO"),
                 ({"STOR": ["552 full"]}, "STOR x: 552 full", "disk")):
