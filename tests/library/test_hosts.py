@@ -1,6 +1,5 @@
 """Odd hosts: a C program that has done this or that to itself uses the library, on both roads."""
 import os
-import resource
 import shutil
 import subprocess
 import unittest
@@ -44,13 +43,6 @@ class Hosts(Driver):
                     self.drive(owner, conditions)
                     self.assertIn("BSATerminate: Closing trace", self.log().splitlines()[-1])
                     os.unlink(self.folder + "/xbsa.log")
-
-    def test_full_log(self):
-        for owner in "PLAIN", "INFORMIX":
-            self.drive(owner, "", log="/dev/full")
-            self.drive(owner, "", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000)))
-            self.assertEqual(len(self.log()), 5000)
-            os.unlink(self.folder + "/xbsa.log")
 
     def test_large_log(self):
         with open(self.folder + "/xbsa.log", "w+b") as file:
