@@ -3,7 +3,6 @@ import grp
 import os
 import pathlib
 import pwd
-import re
 import select
 import shutil
 import socket
@@ -17,21 +16,9 @@ LIBRARIES = f"lib/{os.uname().machine}-linux-gnu"
 ENV = {"PATH": os.environ["PATH"], "XBSA_FTPD": ROOT,
        "LD_LIBRARY_PATH": f"{ROOT}/usr/{LIBRARIES}:{ROOT}/{LIBRARIES}"}
 
-# Options, separated by semicolons. An aborted store leaves what was there before.
-PROFTPD = """ServerType inetd;Port 0;DefaultAddress 127.0.0.1;User {user};Group {group};RootLogin on;
-    UseFtpUsers off;RequireValidShell off;AuthUserFile {folder}/passwd;AuthOrder mod_auth_file.c;AllowOverwrite on;
-    HiddenStores on;DeleteAbortedStores on;UseReverseDNS off;WtmpLog off;PidFile {folder}/pid;
-    ScoreboardFile none;SystemLog {folder}/log;TransferLog none;TimeoutIdle {limit};
-    TimeoutStalled {limit};TimeoutNoTransfer {limit};"""
-# What lists and transfers is built in, or in newer releases a module.
-PROFTPD = "".join([f"ModulePath {ROOT}/usr/lib/proftpd;", *(
-    f"LoadModule {name}.c;" for name in ("mod_xfer", "mod_ls")
-    if os.path.exists(f"{ROOT}/usr/lib/proftpd/{name}.so")), PROFTPD])
-# An aborted store leaves nothing.
-VSFTPD = """listen=NO;run_as_launching_user=YES;ftp_username={user};no_anon_password=YES;
-    anon_root={folder}/data;anon_upload_enable=YES;anon_other_write_enable=YES;
-    anon_world_readable_only=NO;write_enable=YES;delete_failed_uploads=YES;seccomp_sandbox=NO;
-    data_connection_timeout={limit};idle_session_timeout={limit};"""
+# What lists and transfers is built in, or in newer releases of ProFTPD a module.
+MODULES = [f"ModulePath {ROOT}/usr/lib/proftpd\n", *(
+    f"LoadModule {name}.c\n" for name in ("mod_xfer", "mod_ls") if os.path.exists(f"{ROOT}/usr/lib/proftpd/{name}.so"))]
 NOBODY = pwd.getpwnam("nobody")[2:4]
 PASSWORD = "$1$abcdefgh$cHJi5PXp/ki/ktXzqlk6I1"  # of "secret"
 
@@ -47,9 +34,9 @@ class Daemon:
         self.data = os.path.join(self.folder, "data")
         os.mkdir(self.data)
         account, group = pwd.getpwuid(os.getuid()).pw_name, grp.getgrgid(os.getgid()).gr_name
-        conf = (PROFTPD if name == "proftpd" else VSFTPD).format(
-            user=account, group=group, folder=self.folder, limit=limit)
-        self._write("conf", re.sub(r";\s*", "\n", conf))
+        conf = pathlib.Path(__file__).with_name("proftpd.conf" if name == "proftpd" else "vsftpd.conf")
+        conf = conf.read_text("ascii").format(user=account, group=group, folder=self.folder, limit=limit)
+        self._write("conf", "".join(MODULES * (name == "proftpd")) + conf)
         entry = f"{os.getuid()}:{os.getgid()}::{self.data}:/bin/sh"
         if name == "pure-ftpd":  # to be started by root, and serves nobody of that name, shut in
             entry = f"{NOBODY[0]}:{NOBODY[1]}::{self.data}/./{12 * ':'}"

@@ -8,23 +8,7 @@ from xbsa import make_folder, read_text, write_plain
 os.environ.pop("LD_PRELOAD", None)  # the sanitizer is for this process, not for its children
 INI = inifile.INI
 
-# Notes its arguments, its caller's signal mask and its descriptors (10 and 255 are the shell's);
-# answers what stands in the file of its verb.
-SCRIPT = r"""#!/bin/sh
-for file in /proc/$$/fd/*; do
-    [ -h "$file" ] && left="$left ${file##*/}"
-done
-while read -r key value; do
-    [ "$key" = SigBlk: ] && mask=$value && break
-done <"/proc/${CALLER:-self}/status"
-printf '%s\0' "$#" "$@" "$mask" "$left" >>FOLDER/calls
-case $1 in
--b | -r) verb=${2%%:*} ;;
-*) verb=$1 ;;
-esac
-[ -f "FOLDER/$verb" ] || verb=bare
-exec cat "FOLDER/$verb"
-"""
+SCRIPT = read_text(os.path.dirname(__file__) + "/standin/olm_com_interface")
 
 
 @functools.cache  # the first one replaces the INI file
