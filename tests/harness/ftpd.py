@@ -3,32 +3,34 @@ import grp
 import os
 import pathlib
 import pwd
-import select
 import shutil
-import socket
 import subprocess
 import tempfile
 import threading
 
-DEADLINE = 200
+from server import Listener
+
 ROOT = os.environ["XBSA_FTPD"]
 LIBRARIES = f"lib/{os.uname().machine}-linux-gnu"
 ENV = {"PATH": os.environ["PATH"], "XBSA_FTPD": ROOT,
        "LD_LIBRARY_PATH": f"{ROOT}/usr/{LIBRARIES}:{ROOT}/{LIBRARIES}"}
 
 # What lists and transfers is built in, or in newer releases of ProFTPD a module.
-MODULES = [f"ModulePath {ROOT}/usr/lib/proftpd\n", *(
-    f"LoadModule {name}.c\n" for name in ("mod_xfer", "mod_ls") if os.path.exists(f"{ROOT}/usr/lib/proftpd/{name}.so"))]
+FOLDER = f"{ROOT}/usr/lib/proftpd"
+MODULES = [f"ModulePath {FOLDER}\n", *(f"LoadModule {name}.c\n" for name in ("mod_xfer", "mod_ls")
+                                       if os.path.exists(f"{FOLDER}/{name}.so"))]
 NOBODY = pwd.getpwnam("nobody")[2:4]
 PASSWORD = "$1$abcdefgh$cHJi5PXp/ki/ktXzqlk6I1"  # of "secret"
 
 
-class Daemon:
+class Daemon(Listener):
     """Listens, and starts one server process for each connection, in a process group of its own whose
     number ends the file groups. Stored objects lie in data, what the server had to say in the file
     log. limit: seconds of idleness that the servers stand; most: connections that are served."""
+    patience = 200
 
     def __init__(self, name, limit=300, most=None):
+        super().__init__()
         self.most = most
         self.folder = tempfile.mkdtemp(prefix="ftpd")
         self.data = os.path.join(self.folder, "data")
@@ -54,8 +56,6 @@ class Daemon:
                         "pure-ftpd": [f"{ROOT}/usr/sbin/pure-ftpd", "-H", "-F", banner, "-l",
                                       f"puredb:{users}", "-I", str(-(-limit // 60))]}[name]
         self.children = []
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self.listener.getsockname()[1]
 
     def _write(self, name, text, mode="w"):
         path = os.path.join(self.folder, name)
@@ -63,25 +63,19 @@ class Daemon:
             file.write(text)
         os.chmod(path, 0o600)
 
-    def forget(self):
-        self.listener.close()
-
-    def serve(self, done):
-        while self.listener in (ready := select.select([self.listener, done], [], [], DEADLINE)[0]):
-            connection = self.listener.accept()[0]
+    def accept(self, connection):
+        with connection, open(os.path.join(self.folder, "log"), "ab") as log:
             if len(self.children) == self.most:
                 _ = connection.sendall(b"421 full\r\n"), connection.recv(99)
-                connection.close()
-                continue
-            with open(os.path.join(self.folder, "log"), "ab") as log:
-                self.children.append(subprocess.Popen(self.command, stdin=connection, env=ENV,
-                                                      stdout=connection, stderr=log, start_new_session=True))
+                return
+            self.children.append(subprocess.Popen(self.command, stdin=connection, env=ENV,
+                                                  stdout=connection, stderr=log, start_new_session=True))
             self._write("groups", f"{self.children[-1].pid}\n", "a")
-            connection.close()
-        if not ready:
-            raise TimeoutError
+
+    def serve(self, done):
+        super().serve(done)
         for child in self.children:
-            child.wait(DEADLINE)
+            child.wait(self.patience)
 
     def stored(self):
         return {name: pathlib.Path(self.data, name).read_bytes() for name in os.listdir(self.data)}

@@ -23,33 +23,41 @@ class Refused(Exception):
     """Nobody listens for the data connection."""
 
 
-class Server:
+class Listener:
+    patience = DEADLINE  # until the next connection
+
+    def __init__(self):
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+
+    def forget(self):
+        self.listener.close()
+
+    def serve(self, done):
+        """One connection after the other, until there is something to read in done."""
+        while self.listener in (ready := select.select([self.listener, done], [], [], self.patience)[0]):
+            self.accept(self.listener.accept()[0])
+        if not ready:
+            raise TimeoutError
+
+
+class Server(Listener):
     """Serves connections one after the other, the n-th by the n-th script (a dict like POLITE, of
     the steps that differ), the rest politely.
     heard: a list of command lines for each connection; ends: how each data connection ended (FIN,
     RST, REFUSED); objects: what is stored, by name."""
 
     def __init__(self, *scripts, objects=None):
+        super().__init__()
         self.scripts, self.objects = list(scripts), objects or {}
         self.heard, self.ends = [], []
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self.listener.getsockname()[1]
         self.control = self.data = self.target = self.name = self.verb = None
-
-    def forget(self):
-        self.listener.close()
-
-    def serve(self, done):
-        while self.listener in (ready := select.select([self.listener, done], [], [], DEADLINE)[0]):
-            self._converse()
-        if not ready:
-            raise TimeoutError
 
     def verbs(self):
         return [" ".join(line.split(" ")[0] for line in lines) for lines in self.heard]
 
-    def _converse(self):
-        self.control, self.data = self.listener.accept()[0], None
+    def accept(self, connection):
+        self.control, self.data = connection, None
         self.control.settimeout(DEADLINE)
         script = POLITE | (self.scripts.pop(0) if self.scripts else {})
         self.heard.append([])
