@@ -2,13 +2,8 @@
 # header ROOM/NAME_EXT.h in the build folder (outside of the rooms: texts). The tool reads none of them
 # from disk when it runs.
 set(XBSACTL_TEXTS ${CMAKE_CURRENT_BINARY_DIR}/texts)
-<<<<<<< HEAD
-foreach(text help.txt check/settings.json explain/messages.json
-    setup/logrotate.txt trace/head.html trace/page.css trace/legend.html)
-=======
 foreach(text help.txt options.json check/settings.json explain/messages.json
-    trace/head.html trace/page.css trace/legend.html)
->>>>>>> main
+    setup/logrotate.txt trace/head.html trace/page.css trace/legend.html)
   set(file ${CMAKE_CURRENT_LIST_DIR}/xbsactl/${text})
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
   file(READ ${file} content)
