@@ -48,6 +48,7 @@ constexpr SECTION SECTIONS[] = {
     {"exit_code", "Exit codes of xbsactl", 9},
     {"server", "Replies of the server", 1},
     {"check", "Steps of xbsactl check", 2},
+    {"step", "Steps of xbsactl check whose advice depends on what they found", 10},
     {"utility", "Answers of the COM utility", 3},
     {"reason", "Reasons that the system gives", 4},
     {"message", "Messages of the library", 5},
@@ -189,7 +190,8 @@ PATTERNS AllPatterns()
         for (const std::string &strText : sRow.vecTexts)
         {
             const bool bReply = strText[0] >= '1' && strText[0] <= '5';
-            const bool bStep = sRow.spSection->cpKind == std::string_view("check");
+            const std::string_view strKind = sRow.spSection->cpKind;
+            const bool bStep = strKind == "check" || strKind == "step";
             AddPattern(mapPatterns, sRow, (bStep ? ": " : "") + strText);
             for (const char *cpEnd : {"", "-..."}) // of several lines
                 if (bReply) AddPattern(mapPatterns, sRow, ": " + strText.substr(0, 3) + cpEnd);
