@@ -28,7 +28,6 @@ _xbsactl_options() { # COMMAND
         verify) echo --all --manifest --status --json ;;
         check) echo --informixdir --onconfig --no-logs --nagios --json ;;
         trace) echo --since --handle --html --bar-act-log --json ;;
-        explain) echo --markdown ;;
         setup) echo --informixdir --onconfig --logrotate --dry-run --yes --undo ;;
     esac
 }

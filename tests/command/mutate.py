@@ -22,7 +22,7 @@ ROOT = os.path.abspath(__file__ + "/../../..")
 FTPD = os.environ.get("XBSA_FTPD", os.path.expanduser("~/.cache/korva-xbsa/ftpd"))
 # Not the tools' own tests, nor what looks at the sources; where memory is watched, the quick ones,
 # and only when the release let a fault pass.
-ASKED = {"release": "^(calls|com|faults|helpers|hosts?|random|servers|torture|trace$|transfer)",
+ASKED = {"release": "^(calls|com|faults|helpers|hosts?|random|torture|trace$|transfer)",
          "asan": "^asan.(calls|com|helpers|trace$)"}
 ALONE = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]  # ends with all its children
 

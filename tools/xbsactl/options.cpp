@@ -51,7 +51,7 @@ constexpr struct
          if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
          trace::Run(sLine.sTrace);
      }},
-    {"explain", [](COMMAND_LINE &sLine) { explain::Run(sLine.sExplain); }},
+    {"explain", [](COMMAND_LINE &sLine) { explain::Run(sLine.vecExplained); }},
     {"setup",
      [](COMMAND_LINE &sLine) {
          sLine.sSetup.strLibrary = sLine.sConnection.strLibrary;
@@ -138,8 +138,7 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
             {"trace", "--html", "OUT", &sTrace.strHtml},
             {"trace", "--bar-act-log", "FILE", &sTrace.strActLog},
             {"trace", "--json", "", &sTrace.bJson},
-            {"explain", "TEXT", "", &X_sLine.sExplain.vecTexts},
-            {"explain", "--markdown", "", &X_sLine.sExplain.bMarkdown},
+            {"explain", "TEXT", "", &X_sLine.vecExplained},
             {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "INFORMIXDIR", REQUIRED},
             {"setup", "--onconfig", "NAME", &sSetup.strOnconfig},
             {"setup", "--logrotate", "", &sSetup.bLogrotate},

@@ -19,7 +19,7 @@ struct COMMAND_LINE
     transfer::OPTIONS sTransfer;
     check::OPTIONS sCheck;
     trace::OPTIONS sTrace;
-    explain::OPTIONS sExplain;
+    std::vector<std::string> vecExplained; // by explain
     setup::OPTIONS sSetup;
     void (*fpRun)(COMMAND_LINE &) = nullptr;
     int iExit = base::EXIT_DONE; // by fpRun

@@ -22,42 +22,14 @@ namespace
 constexpr size_t PART_WIDTH = 69;    // of what follows a label
 constexpr size_t TEXT_WIDTH = 48;    // of the short list's first column
 constexpr size_t SHORTEST_WORDS = 3; // characters; fewer are in every second row
-constexpr const char *PAGE_HEAD =
-    "# Return codes and messages\n\n"
-    "Made by `xbsactl explain --markdown`; `xbsactl explain TEXT` finds a row from a number, part\n"
-    "of a message, or a whole line of a log. `...` stands for what differs from case to case.\n"
-    "After a failure the call returns 3, unless the row has another code.\n";
-constexpr const char *TABLE_HEAD =
-    "\n| text | what it means | usual cause | what to do |\n|---|---|---|---|\n";
 
 // ---- the rows
 
-// A kind of rows, which is a part of the page.
-struct SECTION
-{
-    const char *cpKind; // in messages.json
-    const char *cpTitle;
-    int iRank; // 1: says most about a failure
-};
-
-// In the order of the page. The server's words say most, then the step of a check, the utility, the
-// system's reason, and the library's own words around them.
-constexpr SECTION SECTIONS[] = {
-    {"return_code", "Return codes", 8},
-    {"database", "Failed calls, as the database reports them", 7},
-    {"exit_code", "Exit codes of xbsactl", 9},
-    {"server", "Replies of the server", 1},
-    {"check", "Steps of xbsactl check", 2},
-    {"step", "Steps of xbsactl check whose advice depends on what they found", 10},
-    {"utility", "Answers of the COM utility", 3},
-    {"reason", "Reasons that the system gives", 4},
-    {"message", "Messages of the library", 5},
-    {"harmless", "Lines that look worse than they are", 6},
-};
-
 struct ROW
 {
-    const SECTION *spSection;
+    std::string strSection;            // its title
+    int iRank;                         // of the section: 1 says most about a failure
+    bool bAnchored;                    // its texts begin a line, or follow a colon
     std::vector<std::string> vecTexts; // "..." stands for anything
     std::string strMeaning;
     std::string strCause;
@@ -70,11 +42,11 @@ const std::vector<ROW> &Rows()
 {
     static const std::vector<ROW> vecRows = [] {
         std::vector<ROW> vecRead;
-        for (const base::JSON &sRow : base::JSON::parse(MESSAGES_JSON))
-            for (const SECTION &sSection : SECTIONS)
-                if (sRow.at("kind") == sSection.cpKind)
-                    vecRead.push_back({&sSection, sRow.at("texts"), sRow.at("meaning"),
-                                       sRow.at("cause"), sRow.at("remedy")});
+        for (const base::JSON &sSection : base::JSON::parse(MESSAGES_JSON))
+            for (const base::JSON &sRow : sSection.at("rows"))
+                vecRead.push_back({sSection.at("title"), sSection.at("rank"),
+                                   sSection.value("anchored", false), sRow.at("texts"),
+                                   sRow.at("meaning"), sRow.at("cause"), sRow.at("remedy")});
         return vecRead;
     }();
     return vecRows;
@@ -88,16 +60,6 @@ template <typename TEST> ROWS Choose(TEST I_fpTest)
     return vecFound;
 }
 
-// The remedy; I_strPorts takes its place in it.
-std::string Remedy(const ROW &I_sRow, const std::string &I_strPorts)
-{
-    static const std::string strPlace = "{ports}";
-    std::string strRemedy = I_sRow.strRemedy;
-    const size_t uPlace = strRemedy.find(strPlace);
-    if (uPlace != std::string::npos) strRemedy.replace(uPlace, strPlace.size(), I_strPorts);
-    return strRemedy;
-}
-
 // What a firewall must let in: " (net.ipv4.ip_local_port_range: 32768 to 60999)" on most machines.
 std::string LocalPorts()
 {
@@ -108,6 +70,15 @@ std::string LocalPorts()
     std::string strLast;
     sFile >> strFirst >> strLast;
     return " (net.ipv4.ip_local_port_range: " + strFirst + " to " + strLast + ")";
+}
+
+std::string Remedy(const ROW &I_sRow)
+{
+    static const std::string strPlace = "{ports}";
+    std::string strRemedy = I_sRow.strRemedy;
+    const size_t uPlace = strRemedy.find(strPlace);
+    if (uPlace != std::string::npos) strRemedy.replace(uPlace, strPlace.size(), LocalPorts());
+    return strRemedy;
 }
 
 // ---- how they are found
@@ -177,8 +148,7 @@ void AddPattern(PATTERNS &X_mapPatterns, const ROW &I_sRow, const std::string &I
 {
     std::string strGlob = "*" + Normal(I_strText, true);
     if (strGlob.ends_with("* ")) strGlob.pop_back();
-    X_mapPatterns.insert(
-        {{I_sRow.spSection->iRank, -std::ssize(strGlob)}, {strGlob + "*", &I_sRow}});
+    X_mapPatterns.insert({{I_sRow.iRank, -std::ssize(strGlob)}, {strGlob + "*", &I_sRow}});
 }
 
 // A server's number counts only where a reply begins, after a colon or at the start of the line, and
@@ -190,9 +160,7 @@ PATTERNS AllPatterns()
         for (const std::string &strText : sRow.vecTexts)
         {
             const bool bReply = strText[0] >= '1' && strText[0] <= '5';
-            const std::string_view strKind = sRow.spSection->cpKind;
-            const bool bStep = strKind == "check" || strKind == "step";
-            AddPattern(mapPatterns, sRow, (bStep ? ": " : "") + strText);
+            AddPattern(mapPatterns, sRow, (sRow.bAnchored ? ": " : "") + strText);
             for (const char *cpEnd : {"", "-..."}) // of several lines
                 if (bReply) AddPattern(mapPatterns, sRow, ": " + strText.substr(0, 3) + cpEnd);
         }
@@ -225,35 +193,23 @@ void PrintRows(const ROWS &I_vecRows)
         for (const std::string &strText : spRow->vecTexts) std::cout << strText << '\n';
         PrintPart("  means:  ", spRow->strMeaning);
         PrintPart("  cause:  ", spRow->strCause);
-        PrintPart("  remedy: ", Remedy(*spRow, LocalPorts()));
+        PrintPart("  remedy: ", Remedy(*spRow));
     }
 }
 
-void PrintShort(const ROW &I_sRow)
+void PrintAll()
 {
-    std::string strText = I_sRow.vecTexts.at(0);
-    if (strText.size() >= TEXT_WIDTH) strText = strText.substr(0, TEXT_WIDTH - 4) + "...";
-    strText.resize(TEXT_WIDTH, ' ');
-    std::cout << strText << I_sRow.strMeaning << '\n';
-}
-
-void PrintMarkdown(const ROW &I_sRow)
-{
-    const char *cpBreak = "| `";
-    for (const std::string &strText : I_sRow.vecTexts)
-        std::cout << std::exchange(cpBreak, "<br>`") << strText << '`';
-    std::cout << " | " << I_sRow.strMeaning << " | " << I_sRow.strCause << " | "
-              << Remedy(I_sRow, "") << " |\n";
-}
-
-void PrintAll(const char *cpMark, const char *cpHead, void (*I_fpPrint)(const ROW &))
-{
-    for (const SECTION &sSection : SECTIONS)
+    std::string strSection;
+    for (const ROW &sRow : Rows())
     {
-        std::cout << cpMark << sSection.cpTitle << '\n' << cpHead;
-        for (const ROW &sRow : Rows())
-            if (sRow.spSection == &sSection) I_fpPrint(sRow);
+        std::string strText = sRow.vecTexts.at(0);
+        if (strText.size() >= TEXT_WIDTH) strText = strText.substr(0, TEXT_WIDTH - 4) + "...";
+        strText.resize(TEXT_WIDTH, ' ');
+        if (sRow.strSection != strSection) std::cout << "== " << sRow.strSection << '\n';
+        strSection = sRow.strSection;
+        std::cout << strText << sRow.strMeaning << '\n';
     }
+    std::cout << "\nCause and remedy: xbsactl explain CODE, or (part of) a message or log line\n";
 }
 
 void Explain(const std::string &I_strText)
@@ -276,26 +232,18 @@ void Explain(const std::string &I_strText)
 }
 } // namespace
 
-void Run(const OPTIONS &I_sOptions)
+void Run(const std::vector<std::string> &I_vecTexts)
 {
     std::string strText;
-    for (const std::string &strWord : I_sOptions.vecTexts) strText += strWord + " ";
-    if (I_sOptions.bMarkdown && !strText.empty())
-        throw base::USAGE_ERROR("explain: --markdown prints all, leave the text out");
-    if (!strText.empty()) return Explain(strText.substr(0, strText.size() - 1));
-    if (I_sOptions.bMarkdown)
-    {
-        std::cout << PAGE_HEAD;
-        return PrintAll("\n## ", TABLE_HEAD, PrintMarkdown);
-    }
-    PrintAll("== ", "", PrintShort);
-    std::cout << "\nCause and remedy: xbsactl explain CODE, or (part of) a message or log line\n";
+    for (const std::string &strWord : I_vecTexts) strText += strWord + " ";
+    if (strText.empty()) return PrintAll();
+    Explain(strText.substr(0, strText.size() - 1));
 }
 
 ADVICE Advice(const std::string &I_strLine, bool I_bInformix)
 {
     const ROW *spRow = FindLine((I_bInformix ? "Informix mode: " : "") + I_strLine);
     if (spRow == nullptr || spRow->strRemedy.starts_with("nothing")) return {};
-    return {spRow->strMeaning, Remedy(*spRow, LocalPorts())};
+    return {spRow->strMeaning, Remedy(*spRow)};
 }
 } // namespace explain

@@ -7,14 +7,9 @@
 
 namespace explain
 {
-struct OPTIONS
-{
-    std::vector<std::string> vecTexts; // what to explain, in words; none: print all rows in short
-    bool bMarkdown = false;            // print all rows as a page of the documentation
-};
-
 // The command. Throws USAGE_ERROR, and FAILURE when nothing is known about the text.
-void Run(const OPTIONS &I_sOptions);
+//   I_vecTexts  what to explain, in words; none: print all rows in short
+void Run(const std::vector<std::string> &I_vecTexts);
 
 struct ADVICE
 {
