@@ -119,7 +119,7 @@ struct CONNECTION
     std::string strPasswordFile; // empty: the variable XBSA_PASSWORD
     std::string strPassword;     // by HidePassword, then by CheckPlain
     bool bPassword = false;      // by HidePassword: the variable was there
-    std::string strLoginFault;   // check: why the login cannot be used; empty: it can
+    std::string strLoginFault;   // why the login cannot be used; empty: it can
     std::string strPath = ".";   // folder on the server
     std::string strLibrary;      // empty: the default search
     int iTraceLevel = -1;        // -1: the environment decides
@@ -155,10 +155,8 @@ void TakeTraceVariables(CONNECTION &X_sConnection);
 
 // Checks all of plain mode and reads the password. Throws USAGE_ERROR, or FAILURE for the password
 // file.
-void CheckPlain(CONNECTION &X_sConnection);
-
-// The same for a check of the way: a login that cannot be used is one of its findings.
-void CheckPreflight(CONNECTION &X_sConnection);
+//   I_bLogin  false for a check of the way: a login that cannot be used is one of its findings
+void CheckPlain(CONNECTION &X_sConnection, bool I_bLogin = true);
 
 // Checks the variables above. Throws USAGE_ERROR.
 void CheckVariables();
