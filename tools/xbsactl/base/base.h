@@ -93,6 +93,9 @@ std::string Printable(std::string I_strText, bool I_bUtf8 = false);
 // The text with line ends between words for lines of that width; all but the first are indented.
 std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent);
 
+// What follows the beginning; nothing when the text begins otherwise.
+std::optional<std::string> After(const std::string &I_strText, std::string_view I_svBegin);
+
 // The text with a mask for each place where a peer said the secret back.
 std::string Masked(std::string I_strText, const std::string &I_strSecret);
 
