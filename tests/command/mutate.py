@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """
-On command, as root: do the tests that CI runs on the library notice small faults in it? Plants some
-at random places of a copy of src/, one at a time, and asks the tests; those that failed last come
-first. Faults that change nothing are listed in mutate.equivalent, each with the reason.
+On command, as root: do the tests that CI runs on the library notice small faults
+in it? Plants some at random places of a copy of src/, one at a time, and asks
+the tests; those that failed last come first. Faults that change nothing are
+listed in mutate.equivalent, each with the reason.
 
-  tests/command/mutate.py [--seed N] [--count M]    M faults (100) of the choice N (1)
+  tests/command/mutate.py [--seed N] [--count M]   M faults (100) of choice N (1)
 
 Returns 1 when more than five of a hundred are missed.
 """

@@ -43,7 +43,7 @@ constexpr struct
      [](COMMAND_LINE &sLine) {
          if (!sLine.sTransfer.sObject.strSpace.empty())
              throw base::USAGE_ERROR("--space is not for check");
-         if (!sLine.sConnection.bInformix) base::CheckPreflight(sLine.sConnection);
+         if (!sLine.sConnection.bInformix) base::CheckPlain(sLine.sConnection, false);
          sLine.iExit = check::Run(sLine.sConnection, sLine.sCheck);
      }},
     {"trace",

@@ -93,6 +93,9 @@ std::string Printable(std::string I_strText, bool I_bUtf8 = false);
 // The text with line ends between words for lines of that width; all but the first are indented.
 std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent);
 
+// What follows the beginning; nothing when the text begins otherwise.
+std::optional<std::string> After(const std::string &I_strText, std::string_view I_svBegin);
+
 // The text with a mask for each place where a peer said the secret back.
 std::string Masked(std::string I_strText, const std::string &I_strSecret);
 
@@ -119,7 +122,7 @@ struct CONNECTION
     std::string strPasswordFile; // empty: the variable XBSA_PASSWORD
     std::string strPassword;     // by HidePassword, then by CheckPlain
     bool bPassword = false;      // by HidePassword: the variable was there
-    std::string strLoginFault;   // check: why the login cannot be used; empty: it can
+    std::string strLoginFault;   // why the login cannot be used; empty: it can
     std::string strPath = ".";   // folder on the server
     std::string strLibrary;      // empty: the default search
     int iTraceLevel = -1;        // -1: the environment decides
@@ -155,10 +158,8 @@ void TakeTraceVariables(CONNECTION &X_sConnection);
 
 // Checks all of plain mode and reads the password. Throws USAGE_ERROR, or FAILURE for the password
 // file.
-void CheckPlain(CONNECTION &X_sConnection);
-
-// The same for a check of the way: a login that cannot be used is one of its findings.
-void CheckPreflight(CONNECTION &X_sConnection);
+//   I_bLogin  false for a check of the way: a login that cannot be used is one of its findings
+void CheckPlain(CONNECTION &X_sConnection, bool I_bLogin = true);
 
 // Checks the variables above. Throws USAGE_ERROR.
 void CheckVariables();

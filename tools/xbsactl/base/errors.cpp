@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <locale>
 
 namespace base
 {
@@ -12,50 +13,42 @@ bool IsControl(char I_cChar)
     return static_cast<unsigned char>(I_cChar) < ' ' || I_cChar == '\x7f';
 }
 
-struct CHARACTER
+// Returns how many bytes the first character has; 0 when the text begins with none, and its first byte
+// is taken for one. Older decoders take surrogates, and XML lacks the last two characters.
+size_t Decode(std::string_view I_svText, char32_t &X_cPoint)
 {
-    unsigned uPoint;
-    size_t uLength; // bytes; 0: the text begins with none, and uPoint is its first byte
-};
-
-CHARACTER Decode(std::string_view I_svText)
-{
-    constexpr unsigned SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000}; // by length; less is overlong
-    const unsigned uFirst = I_svText.empty() ? 0 : static_cast<unsigned char>(I_svText[0]);
-    if (uFirst < 0x80) return {uFirst, 1};
-    const size_t uLength = uFirst >= 0xF0 ? 4 : uFirst >= 0xE0 ? 3 : 2;
-    unsigned uPoint = uFirst & (0x7FU >> uLength);
-    bool bValid = uFirst >= 0xC0 && uFirst < 0xF8 && I_svText.size() >= uLength;
-    for (size_t uPlace = 1; bValid && uPlace < uLength; uPlace++)
-    {
-        const auto ucNext = static_cast<unsigned char>(I_svText[uPlace]);
-        bValid = (ucNext & 0xC0) == 0x80;
-        uPoint = uPoint << 6 | (ucNext & 0x3FU);
-    }
-    const bool bSurrogate = uPoint >= 0xD800 && uPoint <= 0xDFFF;
-    const bool bXml = uPoint != 0xFFFE && uPoint != 0xFFFF; // XML has no such characters
-    bValid = bValid && uPoint >= SMALLEST[uLength] && uPoint <= 0x10FFFF && !bSurrogate && bXml;
-    return bValid ? CHARACTER{uPoint, uLength} : CHARACTER{uFirst, 0};
+    using UTF8 = std::codecvt<char32_t, char8_t, std::mbstate_t>;
+    static const UTF8 &sUtf8 = std::use_facet<UTF8>(std::locale::classic());
+    const auto *const cpText = reinterpret_cast<const char8_t *>(I_svText.data());
+    const char8_t *cpRest = cpText;
+    char32_t *cpEnd = &X_cPoint;
+    std::mbstate_t sState{};
+    sUtf8.in(sState, cpText, cpText + I_svText.size(), cpRest, &X_cPoint, &X_cPoint + 1, cpEnd);
+    const bool bSurrogate = X_cPoint >= 0xD800 && X_cPoint <= 0xDFFF;
+    if (cpEnd != &X_cPoint && !bSurrogate && X_cPoint != 0xFFFE && X_cPoint != 0xFFFF)
+        return static_cast<size_t>(cpRest - cpText);
+    X_cPoint = static_cast<unsigned char>(I_svText[0]);
+    return 0;
 }
 
 // What a terminal obeys: controls, and the marks that turn the direction of a line.
-bool IsCommand(unsigned I_uPoint)
+bool IsCommand(char32_t I_cPoint)
 {
-    constexpr std::array<std::pair<unsigned, unsigned>, 6> RANGES = {{{0, 0x1F},
+    constexpr std::array<std::pair<char32_t, char32_t>, 6> RANGES = {{{0, 0x1F},
                                                                       {0x7F, 0x9F},
                                                                       {0x61C, 0x61C},
                                                                       {0x200E, 0x200F},
                                                                       {0x202A, 0x202E},
                                                                       {0x2066, 0x2069}}};
-    return std::any_of(RANGES.begin(), RANGES.end(), [I_uPoint](const auto &sRange) {
-        return I_uPoint >= sRange.first && I_uPoint <= sRange.second;
+    return std::ranges::any_of(RANGES, [I_cPoint](const auto &sRange) {
+        return I_cPoint >= sRange.first && I_cPoint <= sRange.second;
     });
 }
 } // namespace
 
 bool HasControlCharacter(const std::string &I_strText)
 {
-    return std::any_of(I_strText.begin(), I_strText.end(), IsControl);
+    return std::ranges::any_of(I_strText, IsControl);
 }
 
 std::string Visible(const std::string &I_strText, bool I_bUtf8)
@@ -64,11 +57,12 @@ std::string Visible(const std::string &I_strText, bool I_bUtf8)
     std::string_view svLeft = I_strText;
     while (!svLeft.empty())
     {
-        const CHARACTER sNext = Decode(svLeft);
-        const size_t uLength = std::max<size_t>(1, sNext.uLength);
-        if (IsCommand(sNext.uPoint) || (I_bUtf8 && sNext.uLength == 0)) strVisible += '?';
-        else strVisible += svLeft.substr(0, uLength);
-        svLeft.remove_prefix(uLength);
+        char32_t cPoint = 0;
+        const size_t uLength = Decode(svLeft, cPoint);
+        const std::string_view svNext = svLeft.substr(0, std::max<size_t>(1, uLength));
+        if (IsCommand(cPoint) || (I_bUtf8 && uLength == 0)) strVisible += '?';
+        else strVisible += svNext;
+        svLeft.remove_prefix(svNext.size());
     }
     return strVisible;
 }
@@ -90,6 +84,12 @@ std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent)
         uLine = uBlank;
     }
     return I_strText;
+}
+
+std::optional<std::string> After(const std::string &I_strText, std::string_view I_svBegin)
+{
+    if (!I_strText.starts_with(I_svBegin)) return std::nullopt;
+    return I_strText.substr(I_svBegin.size());
 }
 
 std::string Masked(std::string I_strText, const std::string &I_strSecret)

@@ -33,32 +33,14 @@ std::string RandomLetters()
 }
 
 // Pipes and terminals have nothing to be flushed.
-void Sync(int I_iFile, const std::string &I_strShown)
+bool Sync(int I_iFile)
 {
-    if (fsync(I_iFile) != 0 && errno != EINVAL && errno != EROFS)
-        throw SystemFailure("writing " + I_strShown);
-}
-
-// Some file systems report a full disk only here.
-void Close(CDescriptor &X_sFile, const std::string &I_strShown)
-{
-    if (close(X_sFile.Release()) != 0) throw SystemFailure("writing " + I_strShown);
+    return fsync(I_iFile) == 0 || errno == EINVAL || errno == EROFS;
 }
 
 int Duplicate(int I_iFile)
 {
     return fcntl(I_iFile, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-}
-
-void WriteAll(int I_iFile, const char *cpData, size_t I_uLength, const std::string &I_strShown)
-{
-    while (I_uLength > 0)
-    {
-        const ssize_t iWritten = TEMP_FAILURE_RETRY(write(I_iFile, cpData, I_uLength));
-        if (iWritten == -1) throw SystemFailure("writing " + I_strShown);
-        cpData += iWritten;
-        I_uLength -= static_cast<size_t>(iWritten);
-    }
 }
 
 // A device or a database dump given by mistake would fill the memory; neither may the file grow
@@ -186,7 +168,13 @@ COutput::~COutput()
 
 void COutput::Write(const char *cpData, size_t I_uLength)
 {
-    WriteAll(sFile.Get(), cpData, I_uLength, sTarget.strShown);
+    while (I_uLength > 0)
+    {
+        const ssize_t iWritten = TEMP_FAILURE_RETRY(write(sFile.Get(), cpData, I_uLength));
+        if (iWritten == -1) throw SystemFailure("writing ", sTarget.strShown);
+        cpData += iWritten;
+        I_uLength -= static_cast<size_t>(iWritten);
+    }
 }
 
 // The new file takes over who may use the old one, as far as this account can give it.
@@ -203,8 +191,9 @@ void COutput::TakeMode() const
 void COutput::Commit(bool I_bLast)
 {
     if (!strTemporary.empty()) TakeMode();
-    if (I_bLast) Sync(sFile.Get(), sTarget.strShown);
-    Close(sFile, sTarget.strShown);
+    // Some file systems report a full disk only at the end.
+    if ((I_bLast && !Sync(sFile.Get())) || close(sFile.Release()) != 0)
+        throw SystemFailure("writing ", sTarget.strShown);
     if (strTemporary.empty()) return;
     {
         const STOP_LOCK sLock = HoldStop(); // no stop between the rename and the end of the entry

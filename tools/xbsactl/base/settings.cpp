@@ -146,24 +146,18 @@ void TakeTraceVariables(CONNECTION &X_sConnection)
         X_sConnection.strTraceFile = strFolder + (strFolder.empty() ? "" : "/") + "xbsa.log";
 }
 
-void CheckPlain(CONNECTION &X_sConnection)
+void CheckPlain(CONNECTION &X_sConnection, bool I_bLogin)
 {
     CheckHost(X_sConnection.strHost);
     CheckName("--path", X_sConnection.strPath);
-    TakeLogin(X_sConnection);
-}
-
-void CheckPreflight(CONNECTION &X_sConnection)
-{
-    CheckHost(X_sConnection.strHost);
-    CheckName("--path", X_sConnection.strPath);
-    CheckText("--user", X_sConnection.strUser, NAME_ROOM);
+    if (!I_bLogin) CheckText("--user", X_sConnection.strUser, NAME_ROOM);
     try
     {
         TakeLogin(X_sConnection);
-    } catch (const std::runtime_error &sError)
+    } catch (const FAILURE &sError)
     {
         X_sConnection.strLoginFault = sError.what();
+        if (I_bLogin) throw;
     }
 }
 

@@ -6,8 +6,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
-#include <ctime>
 #include <thread>
 
 namespace base
@@ -18,21 +18,16 @@ constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit co
 
 // Plain storage: it outlives every destructor, as the thread does.
 std::recursive_mutex sMutex;
-std::atomic<time_t> lEnd; // of the time limit, on the clock that nobody sets; 0 for none
+using CLOCK = std::chrono::steady_clock;
+constexpr CLOCK::time_point NONE;
+std::atomic<CLOCK::time_point> sEnd = NONE; // of the time limit
 struct
 {
-    unsigned uSeconds;
+    std::chrono::seconds sTime;
     int (*fpConnection)();
     char szMessage[256];
     bool bOver;
 } sLimit;
-
-time_t Seconds()
-{
-    struct timespec sNow = {};
-    clock_gettime(CLOCK_MONOTONIC, &sNow);
-    return sNow.tv_sec;
-}
 
 sigset_t SignalSet()
 {
@@ -69,13 +64,14 @@ void Prepare(const STOP_HOOKS &I_sHooks, int I_iExit)
 
 void EndWhenLate(const STOP_HOOKS &I_sHooks)
 {
-    if (lEnd == 0) return; // without the lock, which a forked child could find locked for ever
+    if (sEnd.load() == NONE)
+        return; // without the lock, which a forked child could find locked for ever
     const STOP_LOCK sLock = HoldStop();
-    const int hConnection = lEnd == 0 ? -1 : sLimit.fpConnection();
-    if (lEnd != 0 && hConnection == -1 && sLimit.szMessage[0] == '\0')
-        lEnd = Seconds() + sLimit.uSeconds;
-    if (lEnd == 0 || Seconds() < lEnd) return;
-    lEnd = 0;
+    if (sEnd.load() == NONE) return;
+    const int hConnection = sLimit.fpConnection();
+    if (hConnection == -1 && sLimit.szMessage[0] == '\0') sEnd = CLOCK::now() + sLimit.sTime;
+    if (CLOCK::now() < sEnd.load()) return;
+    sEnd = NONE;
     sLimit.bOver = hConnection != -1 && shutdown(hConnection, SHUT_RDWR) == 0;
     if (sLimit.bOver) return;
     Prepare(I_sHooks, EXIT_SERVER);
@@ -104,15 +100,15 @@ CTimeLimit::CTimeLimit(unsigned I_uSeconds, int (*I_fpConnection)(),
                        const std::string &I_strMessage)
 {
     const STOP_LOCK sLock = HoldStop();
-    sLimit = {I_uSeconds, I_fpConnection, "", false};
+    sLimit = {std::chrono::seconds(I_uSeconds), I_fpConnection, "", false};
     I_strMessage.copy(sLimit.szMessage, sizeof sLimit.szMessage - 1);
-    lEnd = I_uSeconds == 0 ? 0 : Seconds() + I_uSeconds;
+    sEnd = I_uSeconds == 0 ? NONE : CLOCK::now() + sLimit.sTime;
 }
 
 CTimeLimit::~CTimeLimit()
 {
     const STOP_LOCK sLock = HoldStop();
-    lEnd = 0;
+    sEnd = NONE;
 }
 
 bool CTimeLimit::IsOver()

@@ -61,6 +61,7 @@ struct INSPECTION
     std::string strPath;
     OUTCOME sAnswer{};
     CHECKED_LIBRARY sResult{};
+    std::string strReal{}; // links resolved
 
     // A database of this machine loads what this tool can load.
     FINDING File()
@@ -68,13 +69,14 @@ struct INSPECTION
         std::error_code sError;
         if (strPath.find('/') == std::string::npos) strPath = sAnswer.Value("path"); // the loader's
         if (strPath.empty()) return Fail(sAnswer.strFailure);
-        sResult.strPath = std::filesystem::canonical(strPath, sError);
+        strReal = std::filesystem::canonical(strPath, sError);
         if (sError) return Fail(strPath + ": " + sError.message());
+        const std::filesystem::path sFile = strPath; // its own name outlives an update
+        sResult.strPath = std::filesystem::canonical(sFile.parent_path()) / sFile.filename();
 
-        const std::string strFile =
-            strPath == sResult.strPath ? strPath : strPath + " -> " + sResult.strPath;
+        const std::string strFile = strPath == strReal ? strPath : strPath + " -> " + strReal;
         const std::string strOwn = KindOf("/proc/self/exe");
-        const std::string strKind = KindOf(sResult.strPath);
+        const std::string strKind = KindOf(strReal);
         if (strKind.empty()) return Fail(strFile + ": not a shared library, or unreadable");
         if (strKind == strOwn) return Ok(strFile + ", " + strKind);
         return Fail(Text(strFile, " is ", strKind, ", but this system's programs are ", strOwn),
@@ -83,7 +85,7 @@ struct INSPECTION
 
     FINDING Rights() const
     {
-        const std::vector<std::string> vecClosed = library::ClosedParts(sResult.strPath);
+        const std::vector<std::string> vecClosed = library::ClosedParts(strReal);
         if (vecClosed.empty()) return Ok("every account can read it");
         return Warn(vecClosed.front() + " is not open to every account");
     }
