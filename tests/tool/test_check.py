@@ -145,7 +145,7 @@ class Plain(Case):
         code, found = self.on_server(daemon)
         self.assertEqual((code, daemon.stored()), (0, {}))
         self.assertLessEqual({step for step, row in found.items() if row[0] != "ok"}, {  # the machine's
-            "library.rights", "kernel.tcp_retries2", "kernel.tcp_keepalive_time"}, found)
+            "kernel.tcp_retries2", "kernel.tcp_keepalive_time"}, found)
         self.assertIn("objects removed: 3", found["cleanup"][1])
 
     def test_server(self):

@@ -96,8 +96,9 @@ void Stopped()
 int Run(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions)
 {
     CReport sReport(I_sConnection, I_sOptions);
-    const CHECKED_LIBRARY sLibrary = CheckLibrary(sReport, I_sConnection.strLibrary);
     const bool bDatabase = !I_sOptions.strInformixDir.empty();
+    const CHECKED_LIBRARY sLibrary =
+        CheckLibrary(sReport, I_sConnection.strLibrary, bDatabase || I_sConnection.bInformix);
     const long lStreams = bDatabase ? CheckDatabase(sReport, I_sOptions, sLibrary) : 0;
     SESSIONS sSessions{sReport, I_sConnection, Bound(I_sConnection, false), ObjectName(), lStreams};
     const bool bVariables = CheckHost(sReport, sSessions.sConnection);

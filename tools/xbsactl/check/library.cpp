@@ -59,6 +59,7 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 struct INSPECTION
 {
     std::string strPath;
+    bool bDatabase; // loads it as an account of its own
     OUTCOME sAnswer{};
     CHECKED_LIBRARY sResult{};
     std::string strReal{}; // links resolved
@@ -87,7 +88,8 @@ struct INSPECTION
     {
         const std::vector<std::string> vecClosed = library::ClosedParts(strReal);
         if (vecClosed.empty()) return Ok("every account can read it");
-        return Warn(vecClosed.front() + " is not open to every account");
+        const std::string strFound = vecClosed.front() + " is not open to every account";
+        return bDatabase ? Warn(strFound) : Ok(strFound);
     }
 
     FINDING Load()
@@ -110,9 +112,9 @@ struct INSPECTION
 };
 } // namespace
 
-CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary)
+CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary, bool I_bDatabase)
 {
-    INSPECTION sLibrary{library::Path(I_strLibrary)};
+    INSPECTION sLibrary{library::Path(I_strLibrary), I_bDatabase};
     sLibrary.sAnswer =
         RunChild(LOADING, [&](const SAY &fpSay) { Inspect(sLibrary.strPath, fpSay); });
     sLibrary.sResult.bUsable =

@@ -165,8 +165,8 @@ struct CHECKED_LIBRARY
     std::string strRow;  // for sm_versions; empty when the library did not show its version
 };
 
-// The library as a file, loaded, and by its own word.
-CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary);
+// The library as a file, loaded, and by its own word. A database's account must be able to read it.
+CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary, bool I_bDatabase);
 
 // The files that lead the database's backup tool to the library, and its settings. Returns how many
 // processes a backup has at once; 0: not known.
