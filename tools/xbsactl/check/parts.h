@@ -172,11 +172,6 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
 // processes a backup has at once; 0: not known.
 long CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions,
                    const CHECKED_LIBRARY &I_sLibrary);
-long CheckSettings(CReport &X_sReport, const OPTIONS &I_sOptions, const base::LINES &I_vecLines);
-
-// A setting of the configuration file; empty for none. The database's folder is put in by its path.
-std::string DatabaseValue(const base::LINES &I_vecLines, const char *cpName,
-                          const std::string &I_strFolder);
 
 // Of net.ipv4, the number at that place (from 0); -1 when the system does not say.
 long Kernel(const char *cpName, int I_iPlace = 0);
