@@ -41,11 +41,7 @@ struct EVENT
 };
 
 using CLOCK = std::chrono::steady_clock;
-inline long Milliseconds(CLOCK::duration I_sTime)
-{
-    return static_cast<long>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(I_sTime).count());
-}
+using std::chrono_literals::operator""ms;
 
 constexpr const char *FAILED = "failed"; // the name of the work's own error, when it threw one
 
