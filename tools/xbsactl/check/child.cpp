@@ -49,13 +49,6 @@ void Run(const WORK &I_fpWork, int I_iPipe)
 }
 } // namespace
 
-const char *After(const std::string &I_strText, const std::string &I_strBegin)
-{
-    return I_strText.compare(0, I_strBegin.size(), I_strBegin) == 0
-               ? I_strText.c_str() + I_strBegin.size()
-               : nullptr;
-}
-
 const EVENT *OUTCOME::Find(const char *cpName) const
 {
     const auto sFound =

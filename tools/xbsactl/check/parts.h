@@ -19,9 +19,6 @@ namespace check
 {
 using base::Text;
 
-// What follows the beginning; null when the text begins otherwise.
-const char *After(const std::string &I_strText, const std::string &I_strBegin);
-
 // A reply that refuses, for now or for good.
 inline bool IsNegative(std::string_view I_svReply)
 {
@@ -206,6 +203,9 @@ OUTCOME RunAlone(SESSIONS &X_sSessions);
 
 // HOST:PORT that the utility named in that session; empty for none.
 std::string ServerIn(const OUTCOME &I_sAlone);
+
+// Whether that session sent STOR, and was not refused.
+bool HasStored(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone);
 
 // The steps network.login to network.end: what that session said to the server and heard from it.
 // Returns whether none failed.
