@@ -1,5 +1,4 @@
 // The files that lead the database to this library, and what its own settings mean for its backups.
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <regex>

@@ -5,9 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -64,8 +62,7 @@ FINDING Strict(bool I_bInformix)
 
 std::string Folder(const std::string &I_strFile)
 {
-    const std::string strFolder = std::filesystem::path(I_strFile).parent_path();
-    return strFolder.empty() ? "." : strFolder;
+    return (std::filesystem::path(".") / I_strFile).parent_path();
 }
 
 // Opens without creating: a check makes no log. O_NONBLOCK for a pipe that nobody reads.
@@ -184,9 +181,7 @@ bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
     X_sReport.Add("account", Account(X_sConnection.bInformix));
     if (X_sConnection.bInformix)
         for (const base::VARIABLE &sVariable : base::VARIABLES)
-            bGood =
-                X_sReport.Add(std::string("variable.") + sVariable.cpName, Limited(sVariable)) &&
-                bGood;
+            bGood &= X_sReport.Add(Text("variable.", sVariable.cpName), Limited(sVariable));
     X_sReport.Add("variable.KORVA_STRICT", Strict(X_sConnection.bInformix));
     CheckLog(X_sReport, X_sConnection);
     X_sReport.Add("kernel.tcp_retries2", Sending());
