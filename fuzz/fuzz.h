@@ -47,17 +47,9 @@ extern WORLD sWorld;
 void fuzz_One(std::string &X_strBytes); // the target; the world and the record are new
 
 // Opens a session whose trace goes to strTrace, in Informix mode with the server "srv".
-long fuzz_Init(unsigned I_uLevel, bool I_bStrict, bool I_bInformix = false);
+long fuzz_Init(unsigned I_uLevel, bool I_bStrict, bool I_bInformix);
 
-// Takes what the library has sent so far.
-void fuzz_Listen();
-
-// The words that a shell would make of a command line of the utility. A finding when the shell
-// would do anything else than run it with these words.
-std::vector<std::string> fuzz_ShellWords(const std::string &I_strCommand);
-
-// Each line that the server heard is a whole command, and one that a session has.
-void fuzz_CheckHeard();
+void fuzz_Listen(); // takes what the library has sent so far
 
 void fuzz_CheckRecord(); // its texts end within their fields; also done after each run
 

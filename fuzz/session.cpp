@@ -1,13 +1,51 @@
-// A whole session with a server that says anything at any time, about descriptors of random bytes:
-// no field is read past its end, and a transfer is right or says no.
+// A whole session with a server, a utility and an INI file that say anything at any time, about
+// descriptors of random bytes: no field is read past its end, and a transfer is right or says no.
 #include "fuzz.h"
 
 #include <algorithm>
 #include <cstddef>
+#include <sstream>
 
-static const std::string strLogin = ":pass=S3CRET-pw"; // behind the user
 static const char szPolite[] =
     "220 a\r\n331 b\r\n230 c\r\n200 d\r\n250 e\r\n200 f\r\n150 g\r\n226 h\r\n221\r\n";
+
+// The words that a shell would make of a command line, which must be all that it would do.
+static std::vector<std::string> ShellWords(const std::string &I_strCommand)
+{
+    const size_t uEnd = I_strCommand.rfind(" 2>/dev/null");
+    CHECK(I_strCommand.size() < XBSA_COM_CMD_SIZE && uEnd + 12 == I_strCommand.size());
+    std::vector<std::string> vecWords(1);
+    bool bQuoted = false;
+    for (size_t uPlace = 0; uPlace < uEnd; uPlace++)
+    {
+        const char cByte = I_strCommand[uPlace];
+        if (cByte == '\'') bQuoted = !bQuoted;
+        else if (bQuoted) vecWords.back() += cByte;
+        else if (cByte == ' ') vecWords.emplace_back();
+        else if (cByte == '\\') vecWords.back() += I_strCommand[++uPlace];
+        else
+        {
+            CHECK(isalnum(static_cast<unsigned char>(cByte)) || strchr("_@%+=:,./-", cByte));
+            vecWords.back() += cByte;
+        }
+    }
+    CHECK(!bQuoted);
+    return vecWords;
+}
+
+// Each line that the server heard is a whole command, and one that a session has.
+static void CheckHeard()
+{
+    CHECK(sWorld.strHeard.empty() || sWorld.strHeard.back() == '\n');
+    std::istringstream sHeard(sWorld.strHeard);
+    for (std::string strLine; std::getline(sHeard, strLine);)
+    {
+        CHECK(strLine.find('\r') == strLine.size() - 1 && strLine.find('\0') == std::string::npos);
+        const std::string strVerb = strLine.substr(0, strLine.find_first_of(" \r"));
+        CHECK(std::string(" USER PASS TYPE CWD PORT STOR RETR QUIT ").find(" " + strVerb + " ") !=
+              std::string::npos);
+    }
+}
 
 // The fields that begin at the places get the texts, which may run over all fields behind them.
 template <typename T> T Fill(std::string &X_strBytes, std::initializer_list<size_t> I_lstPlaces)
@@ -23,7 +61,7 @@ template <typename T> T Fill(std::string &X_strBytes, std::initializer_list<size
     return sDescriptor;
 }
 
-// The name of the object goes to the utility as one word.
+// The utility is in the INI file's folder, and hears the name of the object as one word.
 static void CheckCommands(const BSA_ObjectName &I_sName)
 {
     const auto fpText = [](const auto &caField) {
@@ -32,7 +70,11 @@ static void CheckCommands(const BSA_ObjectName &I_sName)
     const std::string strName = fpText(I_sName.objectSpaceName) + "@" + fpText(I_sName.pathName);
     for (const std::string &strCommand : sWorld.vecCommands)
     {
-        const std::vector<std::string> vecWords = fuzz_ShellWords(strCommand);
+        const std::vector<std::string> vecWords = ShellWords(strCommand);
+        const size_t uFolder = vecWords[0].rfind("/olm_com_interface");
+        CHECK(uFolder != std::string::npos);
+        CHECK(sWorld.mapFiles["/etc/korva2000.ini"].find(vecWords[0].substr(0, uFolder)) !=
+              std::string::npos);
         if (std::find(vecWords.begin(), vecWords.end(), "--") != vecWords.end())
             CHECK(vecWords.back() == strName);
     }
@@ -72,8 +114,10 @@ static void Query(long lHandle, const BSA_QueryDescriptor &I_sQuery)
     CHECK(iRet == 0 || iRet == 3 || iRet == 17);
     CHECK(memcmp(&I_sQuery, &sQuery, sizeof sQuery) == 0);
     CheckCommands(sQuery.objectName);
-    if (iRet == 0 && sGlobal.iQAB != 0)
-        CHECK(sObject.copyId.right == 77 && sObject.copyType == sQuery.copyType);
+    if (iRet == 0 && sGlobal.iQAB != 0) CHECK(sObject.copyType == sQuery.copyType);
+    if (iRet == 0 && sGlobal.iQAB != 0 &&
+        sWorld.vecAnswers[0].find("= 77@Rb5") != std::string::npos)
+        CHECK(sObject.copyId.right == 77);
     CHECK(BSAGetNextQueryObject(lHandle, &sObject) == BSA_RC_NO_MORE_DATA);
 }
 
@@ -91,6 +135,15 @@ void fuzz_One(std::string &X_strBytes)
     sWorld.vecAnswers.assign(4, "reply = OK\nsessionID = 5\nsavesetname = 77@Rb5\n"
                                 "tape_server = h:21:u:p\ndrive = SMS\ntape = T:9\n");
     const bool bOnce = X_strBytes.find("S3CRET") == X_strBytes.rfind("S3CRET");
+    if ((uMode & 64) != 0)
+    {
+        sWorld.mapFiles["/etc/korva2000.ini"] = fuzz_Text(X_strBytes, '|');
+        for (const char *cpName : {"KORVA_SERVER", "KORVA_JOB", "KORVA_TAPE_SERVER", "KORVA_DRIVE",
+                                   "KORVA_POOL", "KORVA_COM_TIMEOUT"})
+            sWorld.mapEnvironment[cpName] = fuzz_Text(X_strBytes, '|').c_str();
+    }
+    if ((uMode & 128) != 0)
+        for (std::string &strAnswer : sWorld.vecAnswers) strAnswer = fuzz_Text(X_strBytes, '|');
     const long lHandle = fuzz_Init(uMode & 3, (uMode & 4) != 0, (uMode & 8) != 0);
     CHECK(BSABeginTxn(lHandle) == 0);
     if ((uMode & 16) != 0)
@@ -102,14 +155,13 @@ void fuzz_One(std::string &X_strBytes)
             X_strBytes, {offsetof(OBJECT, objectOwner), offsetof(OBJECT, objectName),
                          offsetof(OBJECT, objectName.pathName), offsetof(OBJECT, createTime)});
         sWorld.strReplies = X_strBytes.empty() ? szPolite : X_strBytes;
-        const char *cpOwner = sObject.objectOwner.bsa_ObjectOwner;
-        const bool bSecret = bOnce && ("user=fuzz" + strLogin == cpOwner ||
-                                       "user=" XBSA_SECURE_USER + strLogin == cpOwner);
         Transfer(lHandle, &sObject, (uMode & 32) != 0);
         qab_dumpobject(&sObject);
+        const bool bSecret = bOnce && sGlobal.sObject.sSMS.szPass == std::string("S3CRET-pw") &&
+                             sGlobal.sObject.sSMS.szUser != std::string("sms"); // whose is shown
         CHECK(!bSecret || sWorld.strTrace.find("S3CRET") == std::string::npos);
     }
     CHECK(BSAEndTxn(lHandle, BSA_Vote_COMMIT) == 0 && BSATerminate(lHandle) == 0);
     fuzz_Listen();
-    if (!sWorld.bDeaf) fuzz_CheckHeard();
+    if (!sWorld.bDeaf) CheckHeard();
 }

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 
 #include <fcntl.h>
 #include <netdb.h>
@@ -225,42 +224,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *ucpData, size_t uSize)
     CHECK((!sWorld.vecCommands.empty() && !sPrivate.bStrict) ||
           memcmp(&sNow, &sMask, sizeof sNow) == 0);
     return 0;
-}
-
-std::vector<std::string> fuzz_ShellWords(const std::string &I_strCommand)
-{
-    const size_t uEnd = I_strCommand.rfind(" 2>/dev/null");
-    CHECK(I_strCommand.size() < XBSA_COM_CMD_SIZE && uEnd + 12 == I_strCommand.size());
-    std::vector<std::string> vecWords(1);
-    bool bQuoted = false;
-    for (size_t uPlace = 0; uPlace < uEnd; uPlace++)
-    {
-        const char cByte = I_strCommand[uPlace];
-        if (cByte == '\'') bQuoted = !bQuoted;
-        else if (bQuoted) vecWords.back() += cByte;
-        else if (cByte == ' ') vecWords.emplace_back();
-        else if (cByte == '\\') vecWords.back() += I_strCommand[++uPlace];
-        else
-        {
-            CHECK(isalnum(static_cast<unsigned char>(cByte)) || strchr("_@%+=:,./-", cByte));
-            vecWords.back() += cByte;
-        }
-    }
-    CHECK(!bQuoted);
-    return vecWords;
-}
-
-void fuzz_CheckHeard()
-{
-    CHECK(sWorld.strHeard.empty() || sWorld.strHeard.back() == '\n');
-    std::istringstream sHeard(sWorld.strHeard);
-    for (std::string strLine; std::getline(sHeard, strLine);)
-    {
-        CHECK(strLine.find('\r') == strLine.size() - 1 && strLine.find('\0') == std::string::npos);
-        const std::string strVerb = strLine.substr(0, strLine.find_first_of(" \r"));
-        CHECK(std::string(" USER PASS TYPE CWD PORT STOR RETR QUIT ").find(" " + strVerb + " ") !=
-              std::string::npos);
-    }
 }
 
 void fuzz_CheckRecord()

@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """
-On command, as root: do the tests that CI runs on the library notice small faults in it? Plants some
-at random places of a copy of src/, one at a time, and asks the tests; those that failed last come
-first. Faults that change nothing are listed in mutate.equivalent, each with the reason.
+On command, as root: do the tests that CI runs on the library notice small faults
+in it? Plants some at random places of a copy of src/, one at a time, and asks
+the tests; those that failed last come first. Faults that change nothing are
+listed in mutate.equivalent, each with the reason.
 
-  tests/command/mutate.py [--seed N] [--count M]    M faults (100) of the choice N (1)
+  tests/command/mutate.py [--seed N] [--count M]   M faults (100) of choice N (1)
 
 Returns 1 when more than five of a hundred are missed.
 """
@@ -22,7 +23,7 @@ ROOT = os.path.abspath(__file__ + "/../../..")
 FTPD = os.environ.get("XBSA_FTPD", os.path.expanduser("~/.cache/korva-xbsa/ftpd"))
 # Not the tools' own tests, nor what looks at the sources; where memory is watched, the quick ones,
 # and only when the release let a fault pass.
-ASKED = {"release": "^(calls|com|faults|helpers|hosts?|random|servers|torture|trace$|transfer)",
+ASKED = {"release": "^(calls|com|faults|helpers|hosts?|random|torture|trace$|transfer)",
          "asan": "^asan.(calls|com|helpers|trace$)"}
 ALONE = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]  # ends with all its children
 

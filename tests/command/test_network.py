@@ -156,8 +156,7 @@ class Network(unittest.TestCase):
         return run(function, here, there, server=server, level=None, env=STRICT).value, server
 
     def test_server_that_vanishes_in_a_store(self):
-        self.assertEqual(self.scenario(vanish_in_store)[0],
-                         (3, "Connection timed out Data sending failed.", 3))
+        self.assertEqual(self.scenario(vanish_in_store)[0], (3, "Connection timed out Data sending failed.", 3))
 
     def test_server_that_vanishes_in_a_restore(self):
         self.assertEqual(self.scenario(vanish_in_restore)[0][::2], (3, 3))

@@ -88,8 +88,7 @@ class Daemon:
                 continue
             with open(os.path.join(self.folder, "log"), "ab") as log:
                 self.children.append(subprocess.Popen(self.command, stdin=connection, env=ENV,
-                                                      stdout=connection, stderr=log,
-                                                      start_new_session=True))
+                                                      stdout=connection, stderr=log, start_new_session=True))
             self._write("groups", f"{self.children[-1].pid}\n", "a")
             connection.close()
         if not ready:

@@ -26,7 +26,7 @@ enum
     BLOCK = 65535,
     CROWD = 5000, /* open descriptors */
     THREADS = 64,
-    STACK = 128 << 10,
+    STACK = 128 << 10, /* of the one that the session may run in */
     SIGNALS = 65
 };
 
@@ -40,9 +40,7 @@ typedef struct
 
 static char **cppArguments; /* LIBRARY OWNER SERVICE_HOST */
 static void *vpLibrary;
-static int hReport;
-static int bFork;   /* the session goes on in a child, too */
-static int bThread; /* it runs in a thread that has so much stack and no more */
+static int hReport, bFork, bThread; /* the session goes on in a child, too; it runs in a thread */
 static unsigned char ucaData[SIZE];
 
 /* The first failure is the one to know; 0 is none. */
@@ -76,20 +74,18 @@ static void Compare(const STATE *spBefore)
 {
     STATE sNow;
     Look(&sNow);
-    Check("open", sNow.iOpen - spBefore->iOpen);
-    Check("handlers", memcmp(sNow.fpaHandlers, spBefore->fpaHandlers, sizeof sNow.fpaHandlers));
-    Check("mask", memcmp(&sNow.sMask, &spBefore->sMask, sizeof sNow.sMask));
+    Check("open descriptors, handlers, mask", memcmp(&sNow, spBefore, sizeof sNow));
     Check("child", waitpid(-1, NULL, WNOHANG) != -1 || errno != ECHILD);
 }
 
 static long Open(void)
 {
     char szHost[300];
-    BSA_ObjectOwner sOwner;
+    BSA_ObjectOwner sOwner = {"", ""};
     char *cpaEnvironment[] = {"BSA_API_VERSION=1.0.1", szHost, NULL};
     long lHandle = 0;
     snprintf(szHost, sizeof szHost, "BSA_SERVICE_HOST=%s", cppArguments[2]);
-    snprintf(sOwner.bsa_ObjectOwner, sizeof sOwner.bsa_ObjectOwner, "%s", cppArguments[1]);
+    strcpy(sOwner.bsa_ObjectOwner, cppArguments[1]);
     CALL(BSAInit, &lHandle, NULL, &sOwner, cpaEnvironment);
     return lHandle;
 }
@@ -173,20 +169,19 @@ static void *Sleep(void *vpNothing)
     return vpNothing;
 }
 
-static void RunInThread(void)
+static pthread_t StartThread(void *(*fpRun)(void *))
 {
     pthread_t sThread;
     pthread_attr_t sAttributes;
     pthread_attr_init(&sAttributes);
     pthread_attr_setstacksize(&sAttributes, STACK);
-    Check("pthread_create", pthread_create(&sThread, &sAttributes, Run, NULL));
-    pthread_join(sThread, NULL);
+    Check("pthread_create", pthread_create(&sThread, &sAttributes, fpRun, NULL));
+    return sThread;
 }
 
 /* With many open, with 0, 1 and 2 closed, and so on: each stays so. */
 static void Become(const char *cpCondition)
 {
-    pthread_t sThread;
     sigset_t sAll;
     struct rlimit sLimit = {CROWD + 200, CROWD + 200};
     sigfillset(&sAll);
@@ -200,8 +195,7 @@ static void Become(const char *cpCondition)
     if (strcmp(cpCondition, "ignored") == 0)
         for (int iSignal = 1; iSignal < SIGNALS; iSignal++) signal(iSignal, SIG_IGN);
     if (strcmp(cpCondition, "threads") == 0)
-        for (int iThread = 0; iThread < THREADS; iThread++)
-            Check("thread", pthread_create(&sThread, NULL, Sleep, NULL));
+        for (int iThread = 0; iThread < THREADS; iThread++) StartThread(Sleep);
 }
 
 int main(int argc, char **argv)
@@ -211,7 +205,7 @@ int main(int argc, char **argv)
     if (hReport == -1) hReport = fcntl(1, F_DUPFD_CLOEXEC, 100);
     for (int iByte = 0; iByte < SIZE; iByte++) ucaData[iByte] = (unsigned char)(iByte * 7 / 5);
     for (int iArgument = 4; iArgument < argc; iArgument++) Become(argv[iArgument]);
-    if (bThread) RunInThread();
+    if (bThread) pthread_join(StartThread(Run), NULL);
     else Run(NULL);
     dprintf(hReport, "ok\n");
     _exit(0);

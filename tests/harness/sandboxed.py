@@ -1,23 +1,26 @@
 """The sandbox of a test's own, and whole transfers over it."""
+import contextlib
 import ctypes as c
 import os
+import signal
 import socket
 import subprocess
 
 import inifile
 from catalogue import Catalogue
+from utility import need_private_etc
 from xbsa import Descriptor, Name, Query, make_folder, pattern, write_plain
 
 RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
 
 
 class Sandbox:
-    """A sandbox of the test's own, and the INI file that leads to it."""
+    """A server in a folder of its own, and the INI file that leads to it."""
 
     def __init__(self, test, *options, folder=None):
+        need_private_etc()
         os.environ.update(KORVA_SERVER="sandbox", KORVA_JOB="demo")
         self.folder = folder or make_folder(test)
-        # pylint: disable-next=consider-using-with
         self.process = subprocess.Popen([RUN, "--folder", self.folder, *options],
                                         stdout=subprocess.PIPE, text=True)
         test.addCleanup(self.stop)
@@ -25,8 +28,8 @@ class Sandbox:
         assert any("Ready" in line for line in lines), "the sandbox does not start"
         write_plain(inifile.INI, inifile.text_for(self.folder))
 
-    def stop(self):
-        self.process.kill()
+    def stop(self, how=signal.SIGKILL):
+        self.process.send_signal(how)
         self.process.wait()
         self.process.stdout.close()
 
@@ -34,17 +37,13 @@ class Sandbox:
         write_plain(os.path.join(self.folder, "faults"), line + "\n")
 
     def objects(self):
-        """What the catalogue says of each, oldest first."""
-        catalogue = Catalogue(self.folder)
-        rows = catalogue.table()
-        catalogue.db.close()
-        return [dict(zip(rows[0], row)) for row in rows[1:]]
+        with contextlib.closing((catalogue := Catalogue(self.folder)).db):
+            names, *rows = catalogue.table()
+        return [dict(zip(names, row)) for row in rows]
 
     def utility(self, *arguments):
-        """What the COM utility answers, as a dictionary."""
-        answer = subprocess.run(
-            [f"{self.folder}/bin/olm_com_interface", *arguments, "-C", "sandbox", "-j", "demo",
-             "-s", "1", "--", "obj\u009b@/data"], text=True, stdout=subprocess.PIPE, check=True).stdout
+        line = [f"{self.folder}/bin/olm_com_interface", *arguments, *"-C sandbox -j demo -s 1 --".split()]
+        answer = subprocess.check_output([*line, "obj\u009b@/data"], text=True)
         return dict(line.split("=", 1) for line in answer.splitlines())
 
     def open_job(self):
@@ -53,7 +52,6 @@ class Sandbox:
         return self.utility("-b", "openjob:" + session)["tape_server"].split(":")
 
     def talk(self, *commands):
-        """The code that answers each command on one connection."""
         port = Catalogue.read_settings(self.folder)["port"]
         with socket.create_connection(("127.0.0.1", port)) as sock, sock.makefile("rb") as replies:
             codes = [replies.readline()[:3].decode()]
@@ -77,6 +75,11 @@ def query(x, space=b"obj"):
     code = x.BSAQueryObject(x.handle, c.byref(asked), c.byref(found))
     x.BSAEndTxn(x.handle, 1)
     return code, found.copyId.right
+
+
+def ask_and_restore(x, copy):
+    start(x)
+    return query(x), x.restore(copy_id=copy)
 
 
 def there_and_back(x, data, space=b"obj"):

@@ -67,7 +67,7 @@ static int find(const char *name)
     return row;
 }
 
-/* Begins to count; returns 0 for a call that is not in the table. */
+/* Begins to count; 0: it is not in the table. */
 int shim_arm(const char *name, int number, int on, int error)
 {
     dl_iterate_phdr(find_library, NULL);
@@ -77,13 +77,11 @@ int shim_arm(const char *name, int number, int on, int error)
     return names[fault.row] != NULL && first != NULL;
 }
 
-/* How often it was called. */
 int shim_calls(const char *name)
 {
     return calls[find(name)];
 }
 
-/* How many blocks of memory the library holds. */
 int shim_blocks(void)
 {
     int held = 0;

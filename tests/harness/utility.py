@@ -1,4 +1,5 @@
 """The COM utility: a scripted one, its INI file, its answers."""
+import functools
 import os
 
 import inifile
@@ -26,6 +27,7 @@ exec cat "FOLDER/$verb"
 """
 
 
+@functools.cache  # the first one replaces the INI file
 def need_private_etc():
     assert os.path.ismount("/etc") or os.path.exists(INI) and inifile.is_ours(), \
         "needs a private /etc: sandbox/run --exec python3 -m unittest ..."
@@ -35,6 +37,7 @@ class Utility:
     """The scripted utility in a folder of its own, and the INI file that names it."""
 
     def __init__(self, test, answers=None, script=SCRIPT, name="bin"):
+        need_private_etc()
         os.environ.update(KORVA_SERVER="srv", KORVA_JOB="job")
         self.folder = make_folder(test)
         self.path = os.path.join(self.folder, name, "olm_com_interface")
@@ -76,5 +79,4 @@ def start(x):
 
 
 def traced(outcome, prefix):
-    return [line[len(prefix):] for line in getattr(outcome, "trace", outcome)
-            if line.startswith(prefix)]
+    return [line[len(prefix):] for line in getattr(outcome, "trace", outcome) if line.startswith(prefix)]

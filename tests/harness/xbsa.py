@@ -144,8 +144,7 @@ class Library:
         return text.value.decode("latin-1")
 
 
-def descriptor(name=b"obj", path=b"/data", owner=b"user=backup:pass=secret", copy_type=3,
-               copy_id=0):
+def descriptor(name=b"obj", path=b"/data", owner=b"user=backup:pass=secret", copy_type=3, copy_id=0):
     made = Descriptor(owner=Owner(owner), copyType=copy_type, objectType=2, objectStatus=2)
     made.name, made.copyId.right = Name(name, path), copy_id
     return made

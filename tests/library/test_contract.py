@@ -12,8 +12,7 @@ OBJECTS = {"src": "src/CMakeFiles/xbsa.dir", "tools/xbsactl": "tools/CMakeFiles/
 
 
 def readelf(option):
-    return subprocess.run(["readelf", "-W", option, LIBRARY], check=True, capture_output=True,
-                          text=True).stdout
+    return subprocess.run(["readelf", "-W", option, LIBRARY], check=True, capture_output=True, text=True).stdout
 
 
 def symbols(house, room, kinds):
@@ -51,13 +50,11 @@ class Contract(unittest.TestCase):
     def test_exports(self):
         text = re.sub(r"#.*", "", read_text(os.environ["XBSA_MAP"]))
         listed = re.findall(r"(\w+);", text.split("local:")[0])
-        symbols = re.findall(r"(\d+) (?:FUNC|OBJECT) +GLOBAL +DEFAULT +\d+ (\w+)",
-                             readelf("--dyn-syms"))
+        symbols = re.findall(r"(\d+) (?:FUNC|OBJECT) +GLOBAL +DEFAULT +\d+ (\w+)", readelf("--dyn-syms"))
         self.assertEqual(sorted(name for _, name in symbols), sorted(listed))
         self.assertIn((str(ctypes.sizeof(Global)), "sGlobal"), symbols)
 
     def test_headers(self):
-        """Each header stands alone, in every C and C++ that a compiler of today knows."""
         strict = "-fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror".split()
         for standard in ("c90", "c99", "c11", "c17", "c++98", "c++11", "c++17", "c++20"):
             for header in glob.glob(ROOT + "/include/*.h"):

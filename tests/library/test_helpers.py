@@ -15,11 +15,9 @@ CALLS = {"x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)], "x_M
         (b"store", b"STORE", 0, None, 1, 0), (b"store", b"STORE", 99, None, 0, 1),
         (b"stx", b"STORE", 2, b"x", 0, 0), (b"stx", b"STORE", 2, b"X", 0, 1),
         (b" ", b"STORE", 1, None, 0, 0), (None, b"STORE", 1, None, 0, 0), (b"a", b" ", 1, None, 0, 0)],
-    "strupr": [(b"a`Zz{\xe4", b"A`ZZ{\xe4")],
-    "x_LTrim": [(b"  ab", b"abab"), (b" ab", b"abb"), (b"ab", b"ab")],
+    "strupr": [(b"a`Zz{\xe4", b"A`ZZ{\xe4")], "x_LTrim": [(b"  ab", b"abab"), (b" ab", b"abb"), (b"ab", b"ab")],
     "x_RTrim": [(b"ab  ", b"ab"), (b"   ", b""), (b"", b"")],
-    "x_AllTrim": [(b"ab ", b"ab"), (b"", b""), (None, None)],
-    "xbsa_typeerr": [(code, text) for codes, text in (
+    "x_AllTrim": [(b"ab ", b"ab"), (b"", b""), (None, None)], "xbsa_typeerr": [(code, text) for codes, text in (
         ((0, 32, 99), b"The function succeeded."), ((22,), b"The BSA_QueryDescriptor was invalid."),
         ((3,), b"System detected error, operation aborted."),
         ((5,), b"The sequence of API calls is incorrect.")) for code in codes],
@@ -29,14 +27,12 @@ CALLS = {"x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)], "x_M
     "SysErrorTxt": [
         (0, 0, b"RETR failed. NEGATIVE reply: %s", b"550 x", b"RETR failed. NEGATIVE reply: 550 x"),
         (errno.ECONNREFUSED, 3, b"connect() failed.", b"Connection refused connect() failed."),
-        (errno.ECONNREFUSED, 2, None, b"Connection refused"), (10061, 1, None, b"Connection refused."),
-        (111, 1, b"tail", b" tail"), (10067, 1, b"tail", b" tail"), (10032, 1, None, b"Broken pipe."),
-        (11004, 1, None, b"Valid name, no data record of requested type."), (0, 1, b"x", b"x"),
+        (errno.ECONNREFUSED, 2, None, b"Connection refused"), (111, 1, b"tail", b" tail"), (0, 1, b"x", b"x"),
         (5, 0, b"bare", b" bare"), (0, 0, b"%s", b"y" * 5000, b"y" * 1535)], "syserrtxt": [
         (errno.EPERM, 1, b"x", b"Operation not permitted. x"), (10061, 2, b"x", b""),
         (errno.EPERM, 4, None, b"Operation not permitted."), (1, 5, b"x", b"Host is unknown. x"),
         (9, 5, b"x", b""), (0, 1, b"only", b"only"), (7, 0, b"only", b" only"),
-        (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, ...)]}
+        (7, 9, b"only", b" only"), (errno.EPERM, 1, b"%s", b"y" * 5000, b"Operation not permitted. " + b"y" * 255)]}
 # The transfer command; of tape 7, segment 2, label T1.
 COMMANDS = rows("mode path buffer command", (1, b"/data", 0, b"STOR obj"), (2, b"/data", 0, b"RETR obj"),
     (1, b"SMS01", 262144, b"STOR obj:QAB:none:7:T1:256"), (1, b"sms01", 262144, b"STOR obj"),
@@ -53,7 +49,6 @@ def all_calls(x):
 
 
 def commands(x, mode, path, size, **changes):
-    """The code, whether there is a last message, and the commands."""
     fields = dict(szUser=b"u", szPass=b"p", szPath=path, szName=b"obj", szTape=b"T1", ulTapeID=7,
                   ulSegmentNum=2, iTCPBufsiz=size) | changes
     for field, value in fields.items():
@@ -80,13 +75,10 @@ class Helpers(unittest.TestCase):
         self.assertEqual(run(first_record, level=None).value, (True, True, 2543104092))
 
     def test_calls(self):
-        got = run(all_calls, level=0).value + run(all_calls, level=3).value
-        for (name, arguments, want), got in zip(ROWS * 2, got):
-            with self.subTest(name, arguments=str(arguments)[:60]):
-                if want is not ...:
+        for level in (0, 3):
+            for (name, arguments, want), got in zip(ROWS, run(all_calls, level=level).value):
+                with self.subTest(name, arguments=str(arguments)[:60]):
                     self.assertEqual(got, want)
-                else:
-                    self.assertLess(len(got), 512)
 
     def test_first_error_wins(self):
         def errors(x):
@@ -129,15 +121,12 @@ class Helpers(unittest.TestCase):
         """One line at a time, unread bytes stay; the end of the connection fills the buffer."""
         def receive(x):
             ours, theirs = socket.socketpair()
-
-            def lines(count):
-                rooms = [c.create_string_buffer(8) for _ in range(count)]
+            with ours, theirs:
+                theirs.sendall(b"150 one\r\nbare\n" + b"x" * 9 + b"y\r\n" + b"z" * 8)
+                theirs.shutdown(socket.SHUT_WR)
+                rooms = [c.create_string_buffer(8) for _ in range(6)]
                 return [(x.stpc_recv(ours.fileno(), room, 8, 0), room.raw) for room in rooms]
-            theirs.sendall(b"150 one\r\nbare\n" + b"x" * 9 + b"y\r\n")
-            got = lines(4)
-            _ = theirs.sendall(b"z" * 8), theirs.close()
-            return got + lines(2) + [x.stpc_recv(-1, c.create_string_buffer(8), 8, 0)]
         for level in (2, 3):
             self.assertEqual(run(receive, level=level).value, [
                 (1, b"150 one\0"), (1, b"bare\0\0\0\0"), (1, b"x" * 8), (1, b"y\0\0\0\0\0\0\0"),
-                (0, b"z" * 8), (0, b"\0" * 8), -1])
+                (0, b"z" * 8), (0, b"\0" * 8)])

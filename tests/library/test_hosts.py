@@ -1,15 +1,13 @@
 """Odd hosts: a C program that has done this or that to itself uses the library, on both roads."""
 import os
-import resource
 import shutil
 import subprocess
 import unittest
 
 from ftpd import Daemon, serve_behind
-from utility import Utility, answers, need_private_etc
+from utility import Utility, answers
 from xbsa import DEADLINE, LIBRARY, make_folder, read_text
 
-setUpModule = need_private_etc  # pylint: disable=invalid-name
 HOST = os.environ["XBSA_HOST"].split()  # behind an emulator, if it needs one
 CONDITIONS = ["", "closed", "crowd", "blocked", "ignored", "threads", "blocked fork",
               "closed crowd ignored blocked threads thread fork"]
@@ -46,20 +44,10 @@ class Hosts(Driver):
                     self.assertIn("BSATerminate: Closing trace", self.log().splitlines()[-1])
                     os.unlink(self.folder + "/xbsa.log")
 
-    def test_full_log(self):
-        def limit():
-            resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000))
-        for owner in "PLAIN", "INFORMIX":
-            self.drive(owner, "", log="/dev/full")
-            self.drive(owner, "", preexec_fn=limit)
-            self.assertEqual(len(self.log()), 5000)
-            os.unlink(self.folder + "/xbsa.log")
-
     def test_large_log(self):
-        with open(self.folder + "/xbsa.log", "wb") as file:
+        with open(self.folder + "/xbsa.log", "w+b") as file:
             file.truncate(5 << 30)
-        self.drive("PLAIN", "")
-        with open(self.folder + "/xbsa.log", "rb") as file:
+            self.drive("PLAIN", "")
             file.seek(5 << 30)
             self.assertIn(b"BSATerminate: Closing trace", file.read())
 

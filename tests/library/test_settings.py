@@ -8,7 +8,7 @@ import socket
 import unittest
 
 from server import Server
-from utility import Utility, answers, need_private_etc, start
+from utility import Utility, answers, start
 from xbsa import both_modes, descriptor, read_text, rows, run
 
 OPTIONS = 47, 72, socket.SO_SNDBUF, socket.SO_RCVBUF  # pacing rate, buffers that are fixed, both sizes
@@ -18,8 +18,7 @@ SCALE = 6  # in TCP_INFO: what the peer has announced, in the low half of the by
 CONNECTIONS = rows("variables", ("",),
     dict(variables="PORT_RANGE=20000-29999", trace="BSAInit: KORVA_PORT_RANGE = 20000-29999."),
     dict(variables="RATE_LIMIT=2000000", rate=2000000, trace="BSAInit: KORVA_RATE_LIMIT = 2000000."),
-    dict(variables="SOCKET_BUFFER=65536", fixed=3, size=131072,
-         trace="BSAInit: KORVA_SOCKET_BUFFER = 65536."),
+    dict(variables="SOCKET_BUFFER=65536", fixed=3, size=131072, trace="BSAInit: KORVA_SOCKET_BUFFER = 65536."),
     dict(variables="SOCKET_BUFFER=1073741823", size=None, trace="stpc_port: KORVA_SOCKET_BUFFER = 1073"
          "741823: net.core.wmem_max allows only " + read_text("/proc/sys/net/core/wmem_max").strip() + "."),
     ("PORT_RANGE= RATE_LIMIT= SOCKET_BUFFER=",), rate=-1, fixed=0, size=0, trace="")
@@ -46,7 +45,6 @@ def free_port(where=iter(range(10000 + os.getpid() % 9000, 32000))):
 
 
 def look(x, begin, way, names):
-    """Opens the transfer, looks at its connection, and ends it."""
     assert begin(x) == 0
     codes = [x.BSABeginTxn(x.handle), getattr(x, {"store": "BSACreateObject", "restore": "BSAGetObject"}[
         way])(x.handle, c.byref(descriptor(**names)), None)]
@@ -56,7 +54,6 @@ def look(x, begin, way, names):
 
 
 def reuse(x, begin):
-    """A range of one port carries one transfer at a time, and the next one at once."""
     assert begin(x) == 0
     opened, second = x.store(end=False), x.stpc_port(x.state.sSession.SControl)
     text, ends = x.last_error(), [x.BSAEndData(x.handle), x.BSAEndTxn(x.handle, 1)]
@@ -125,10 +122,10 @@ class Plain(Both, unittest.TestCase):
         def raced(x, begin):
             c.CDLL(None).shim_arm(b"listen", 1, 0, errno.EADDRINUSE)
             return store(x, begin)
-        for line, want in (("PORT_RANGE=20000-29999", ([0, 0], "", 0)),
-                           ("", ([3], "Address already in use listen() failed.", 3))):
+        for line, *want in (("PORT_RANGE=20000-29999", [0, 0], "", 0),
+                            ("", [3], "Address already in use listen() failed.", 3)):
             server, begin = self.server()
-            self.assertEqual(run(raced, begin, server=server, env=settings(line)).value, want)
+            self.assertEqual(run(raced, begin, server=server, env=settings(line)).value, (*want,))
 
     def test_refused(self):
         for name, values, offer in REFUSED:
@@ -143,9 +140,6 @@ class Plain(Both, unittest.TestCase):
 
 class Informix(Both, unittest.TestCase):
     names = {"copy_id": 4711}
-
-    def setUp(self):
-        need_private_etc()
 
     def server(self):
         server, _ = super().server()

@@ -18,18 +18,14 @@ CODES = """000 100 110 125 150 199 200 220 221 226 230 250 299 331 350 399 400 4
            500 502 530 550 553 599 600 999 abc 2x0 22 2""".split() + ["", " ", "-"]
 # Which texts do at a step; in one that is not named all but an empty greeting.
 NEEDED = {"CWD": lambda text: text[:1] not in ("4", "5"), "PORT": lambda text: text[:3] == "200",
-          "STOR": lambda text: text[:3] == "150", "END": lambda text: text[:3] == "226",
-          "GREETING": bool}
+          "STOR": lambda text: text[:3] == "150", "END": lambda text: text[:3] == "226", "GREETING": bool}
 # Shapes of a reply, made of its good line: all steps take them, or those that are named do.
 TAKEN, CARELESS = set(STEPS), {"GREETING", "USER", "PASS", "TYPE", "CWD", "QUIT"}
 SHAPES = [("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\r\n"], TAKEN),
-    ("no CR", lambda line: [line + b"\n"], TAKEN),
     ("CR CR", lambda line: [line + b"\r\r\n"], TAKEN),
-    ("late", lambda line: [lambda s: time.sleep(0.03), line + b"\r\n"], TAKEN),
-    ("in two, late", lambda line: [line[:2], lambda s: time.sleep(0.03), line[2:] + b"\n"], TAKEN),
+    ("in two, late, no CR", lambda line: [line[:2], lambda s: time.sleep(0.03), line[2:] + b"\n"], TAKEN),
     ("NULs in it", lambda line: [line[:3] + b"\0" * 9 + line[3:] + b"\0\r\n"], TAKEN),
-    ("bytes above 127", lambda line: [line + bytes(range(128, 256)) + b"\r\n"], TAKEN),
-    ("formats", lambda line: [line + b" %s%n%s%d%n\r\n"], TAKEN),
+    ("formats, bytes above 127", lambda line: [line + b" %s%n%s%d%n" + bytes(range(128, 256)) + b"\r\n"], TAKEN),
     ("long", lambda line: [line + b"x" * 1000 + b"\r\n"], TAKEN),
     ("NULs before it", lambda line: [b"\0" * 9 + line + b"\r\n"], CARELESS - {"GREETING"}),
     ("0xff before it", lambda line: [b"\xff" + line + b"\r\n"], CARELESS),
@@ -58,8 +54,6 @@ SCRIPTS = rows("script fails",
      | {"STOR": ["connect"]}, None),
     ({"END": [b"226 done\r\n221 bye\r\n"], "QUIT": ["close"]}, None),
     ({"STOR": [b"150 go\r\n226 early\r\n", "connect"], "END": []}, None),
-    ({"STOR": ["150 go", "connect", "close"]}, "END"),
-    ({"STOR": ["150 go", "connect", "reset"]}, "END" + OR_BEFORE),
     ({"STOR": ["150-go", "mid dle", "mid", "226-not", "1500 not", "connect", "150 on"]}, None),
     *(({"STOR": [b"150 go\r\n" + more, end]}, "STOR") for end in ("close", "reset")
       for more in (b"226 early\r\n", b"x", b"999\r\n" * 5000)))
@@ -91,7 +85,6 @@ class Torturer(Server):
 
 
 def transact(x, server, verb, count):
-    """So many transactions and a good one: codes, what was moved, and the last message of each."""
     x.start(server, b"BSA_TIMEOUT=20")
     return [(*((x.store(OBJECT), OBJECT) if verb == "STOR" else x.restore()), x.last_error())
             for _ in range(count + 1)]
@@ -105,15 +98,13 @@ def commands(verb, last):
 
 class Torture(unittest.TestCase):
     def check(self, table, modes="1"):
-        """Rows of a script, the step at which it fails (None: it does not), what moves in a restore, and
-        the last command; both ways, one transaction after the other in one session. Unless strict, a
-        restore's end is not looked at."""
+        """Rows of a script, the step at which it fails, what moves in a restore, and the last command; both
+        ways, in one session. Unless strict, a restore's end is not looked at."""
         for strict, verb in itertools.product(modes, ("STOR", "RETR")):
             scripts = [{step.replace("STOR", verb): actions for step, actions in row[0].items()}
                        for row in table]
             server = Torturer(*scripts, objects={"obj": OBJECT})
-            found = run(transact, server, verb, len(table), server=server,
-                        env={"KORVA_STRICT": strict}).value
+            found = run(transact, server, verb, len(table), server=server, env={"KORVA_STRICT": strict}).value
             self.assertEqual(found.pop(), ([0, 0, 0], OBJECT, ""))
             for (script, fails, moved, *last), (codes, data, message), heard in zip(
                     table, found, server.verbs()):
@@ -135,7 +126,6 @@ class Torture(unittest.TestCase):
                         self.assertEqual(heard, words[:few])
 
     def test_codes(self):
-        """Each code at each step; what is heard of a refused one ends with QUIT."""
         table = []
         for step, code in itertools.product(STEPS, CODES):
             line = code + " x" if code else ""

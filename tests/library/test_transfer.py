@@ -11,8 +11,7 @@ import unittest
 
 from calls import call
 from server import POLITE, Server
-from xbsa import (DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, rows, run,
-                  run_started)
+from xbsa import (DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, rows, run, run_started)
 
 FORKED = "block take get end commit terminate".split()
 
@@ -83,9 +82,10 @@ class Transfers(unittest.TestCase):
 
     def test_counts(self):
         def transfer(x):
-            for call in x.store, x.restore:
-                x.state.sSession.dBytes = 20 << 30
-                call()
+            x.state.sSession.dBytes = 20 << 30
+            x.store()
+            x.state.sSession.dBytes = 20 << 30
+            x.restore()
         got = run_started(transfer, server=Server())
         self.assertEqual([line for line in got.trace if line.startswith(("BSASendD", "BSAGetD"))], [
             f"BSASendData: Data written: 5, total: {(20 << 30) + 5}",
@@ -94,17 +94,12 @@ class Transfers(unittest.TestCase):
 
     def test_completed_descriptor(self):
         def create(x):
-            made = descriptor(name=b"4711.x")
-            made.copyId.left = 9
+            (made := descriptor(name=b"4711.x")).copyId.left = 9
             _ = x.BSACreateObject(x.handle, c.byref(made), None), x.BSAEndData(x.handle)
             return (made.copyId.left, made.copyId.right, made.objectStatus, made.objectInfo,
                     made.createTime.year > 100, made.owner.bsa)
         self.assertEqual(run_started(create, server=Server()).value,
                          (9, 4711, 1, b"SEGMENT=3", True, b"user=backup:pass=secret"))
-
-
-def say(server):
-    server.data.sendall(b"nine byte")
 
 
 def await_quit(server):
@@ -122,7 +117,7 @@ def end_then_look(server):
 
 # Calls in a transaction; their codes ("." is any), ends of data, and what is stored, in both modes;
 # what the server does with the data.
-AGAIN = " commit begin create block end"
+AGAIN, SAY = " commit begin create block end", lambda server: server.data.sendall(b"nine byte")
 ORDERS = rows("calls result ends stored", ("create block commit end", "000<0|3>", "<FIN|RST>", "<hello|>"),
     ("create block fault commit end", "0030<0|3>", "RST", ""), ("create block get end", "0003", "RST FIN", ""),
     ("create block" + AGAIN, "0000000", "RST FIN", "hello"),
@@ -130,8 +125,8 @@ ORDERS = rows("calls result ends stored", ("create block commit end", "000<0|3>"
     ("create block commit init begin create block end", "00000000", "RST FIN", "hello"),
     *((f"create block {odd} end", code + "<0|3>", "<FIN|RST>", "<hello|>") for odd, code in (
         ("send-null", "0022"), ("send-nobuffer", "0022"), ("send!", "006"))),
-    ("create take block end", "0<00|50><0|.>", "<FIN|.*>", "<hello|.*>", [say, "transfer"]),
-    ("get block end", "0<0|5><0|.>", "", "", [say]), ("get commit begin get end", "00000", "FIN FIN", ""),
+    ("create take block end", "0<00|50><0|.>", "<FIN|.*>", "<hello|.*>", [SAY, "transfer"]),
+    ("get block end", "0<0|5><0|.>", "", "", [SAY]), ("get commit begin get end", "00000", "FIN FIN", ""),
     # a rejected end says QUIT first, and frees a server that does not look at it
     ("create block end end!", "0003", "FIN", "hello"),
     *(("create block end!" + AGAIN, "00300000", ends, "hello", [peer], []) for ends, peer in (
@@ -171,18 +166,17 @@ class Broken(unittest.TestCase):
         """The server sees the end though a child lives on; in strict mode a child changes nothing."""
         def store(x, lives_on):
             x.store(b"half", end=False)
-            reader, writer = os.pipe()
+            ours, theirs = socket.socketpair()
             if (child := os.fork()) == 0:
                 signal.alarm(DEADLINE)
-                codes = [] if lives_on else [call(x, name) for name in FORKED]
-                os.write(writer, bytes([0, *codes]))
+                theirs.send(bytes([0, *[call(x, name) for name in FORKED * (not lives_on)]]))
                 _ = lives_on and signal.pause()
                 c.CDLL(None).exit(0)
-            codes = os.read(reader, 99) + (b"" if lives_on else bytes(os.waitpid(child, 0)[1:]))
+            with ours, theirs:
+                codes = ours.recv(99) + (b"" if lives_on else bytes(os.waitpid(child, 0)[1:]))
             codes += bytes([x.send(b" whole"), x.BSAEndData(x.handle)])
             if lives_on:
                 _ = os.kill(child, signal.SIGKILL), os.waitpid(child, 0)
-            _ = os.close(reader), os.close(writer)
             return codes
         for lives_on, want in (True, bytes(3)), (False, bytes([0, *[6] * len(FORKED), 0, 0, 0])):
             server = Server()
@@ -199,20 +193,18 @@ class Broken(unittest.TestCase):
 
     def test_confirmed_half(self):
         """A server that confirms what it has not got: the connection was reset in the tail."""
-        def store(x, writer, before):
+        def store(x, go, before):
             sent = x.store(pattern(400000), end=False)
-            threading.Timer(0 if before else 0.1, os.write, (writer, b"x")).start()
+            threading.Timer(0 if before else 0.1, go.send, (b"x",)).start()
             if before:
                 reset = select.poll()
                 reset.register(x.state.sSession.SData, 0)
                 reset.poll()
             return sent, x.BSAEndData(x.handle), x.last_error() != ""
         for before, size, strict in itertools.product((True, False), (0, 131070, 399999), (0, 1)):
-            with self.subTest(before=before, size=size, strict=strict):
-                reader, writer = os.pipe()
-                server = Server({"DATA": [lambda s: os.read(reader, 1), lambda s: s.data.recv(
+            ours, theirs = socket.socketpair()
+            with self.subTest(before=before, size=size, strict=strict), ours, theirs:
+                server = Server({"DATA": [lambda s: theirs.recv(1), lambda s: s.data.recv(
                     size, socket.MSG_WAITALL), "reset_data"]})
-                got = run_started(store, writer, before, server=server,
-                                  env={"KORVA_STRICT": str(strict)})
+                got = run_started(store, ours, before, server=server, env={"KORVA_STRICT": str(strict)})
                 self.assertEqual(got.value, ([0, 0], 3 * strict, bool(strict)))
-                _ = os.close(reader), os.close(writer)

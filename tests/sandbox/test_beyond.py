@@ -10,11 +10,9 @@ import subprocess
 import tempfile
 import unittest
 
-from sandboxed import RUN, Sandbox, both_ways, query, start, there_and_back
-from utility import need_private_etc
+from sandboxed import RUN, Sandbox, ask_and_restore, both_ways, start, there_and_back
 from xbsa import ROOT, STRICT, make_folder, pattern, read_text, rows, run, write_plain
 
-setUpModule = need_private_etc  # pylint: disable=invalid-name
 SIZES = [0, 1, 3000000] + [int(size) for size in os.environ.get("XBSA_BEYOND", "").split()]
 POSTGRES = max(glob.glob("/usr/lib/postgresql/*/bin/"), default="")  # else by PATH
 os.environ["RCLONE_REAL"] = shutil.which("rclone") or ""
@@ -23,11 +21,6 @@ os.environ["PATH"] = f"{ROOT}/tests/harness/standin:{os.environ['PATH']}"
 
 def kilobytes(sandbox, field):
     return int(re.search(field + r":\s+(\d+)", read_text(f"/proc/{sandbox.process.pid}/status"))[1])
-
-
-def ask(x):
-    start(x)
-    return query(x)
 
 
 def begin(x):
@@ -70,9 +63,6 @@ class Remote:
     def wait_until_reached(self):
         read_text(self.switch + ".reached")
 
-    def objects(self):
-        return [name for _, _, names in os.walk(self.bucket) for name in names if name[0] != "."]
-
 
 class Rig:
     catalogue = ()
@@ -86,16 +76,15 @@ class Rig:
         self.sandbox = Sandbox(self, *self.options)
 
     def assert_left(self, *states):
-        self.sandbox.process.terminate()
-        self.sandbox.process.wait()
+        self.sandbox.stop(signal.SIGTERM)
         self.assertEqual(self.sandbox.states(), list(states))
-        self.assertEqual(len(self.rclone.objects()), states.count("good"))
+        self.assertEqual(len(glob.glob(self.rclone.bucket + "/**/[!.]*", recursive=True)), states.count("good"))
 
     def test_killed_client(self):
         run(kill_middle, None, killed=True)
         self.rclone.fault("late")
         run(kill_late, self.rclone, None, killed=True)
-        self.assertEqual(run(ask).value, (17, 0))
+        self.assertEqual(run(ask_and_restore, 1).value[0], (17, 0))
         self.assert_left("aborted", "aborted")
 
 
@@ -162,7 +151,6 @@ class OnRclone(Rig, unittest.TestCase):
 
 
 class Shared(Rig, unittest.TestCase):
-    """A catalogue in PostgreSQL, and what two servers on it must not do to each other."""
 
     @classmethod
     def setUpClass(cls):
@@ -174,7 +162,6 @@ class Shared(Rig, unittest.TestCase):
             os.chown(folder, pwd.getpwnam("postgres").pw_uid, -1)
         subprocess.run(f"{POSTGRES}initdb -D data -A trust -U korva -E UTF8 --no-sync".split(),
                        check=True, stdout=subprocess.DEVNULL, **options | {"cwd": folder})
-        # pylint: disable-next=consider-using-with
         server = subprocess.Popen(f"{POSTGRES}postgres -D {folder}/data -k {folder} -c fsync=off"
                                   " -c listen_addresses=".split(), **options)
         cls.addClassCleanup(server.wait)
@@ -191,10 +178,6 @@ class Shared(Rig, unittest.TestCase):
 
     def test_two_servers(self):
         """What one took the other gives; one that starts leaves alone what another stores."""
-        def restore(x, copy):
-            start(x)
-            return query(x), x.restore(copy_id=copy)
-
         def store(x):
             begun = begin(x)
             subprocess.run([RUN, *self.options, "--exec", "true"], check=True, timeout=60)
@@ -202,7 +185,7 @@ class Shared(Rig, unittest.TestCase):
         codes, copy = run(store, env=STRICT).value
         self.assertEqual(codes, [0, 0, 0, 0])
         self.serve()
-        self.assertEqual(run(restore, copy).value, ((0, copy), ([0, 0, 0], pattern(1 << 20))))
+        self.assertEqual(run(ask_and_restore, copy).value, ((0, copy), ([0, 0, 0], pattern(1 << 20))))
         self.assert_left("good")
 
     def test_killed_server(self):
@@ -212,5 +195,5 @@ class Shared(Rig, unittest.TestCase):
         self.assertEqual(run(kill_late, self.rclone, self.sandbox.process.pid, env=STRICT).value,
                          ([0, 0, 3], 0))
         self.serve()
-        self.assertEqual(run(ask).value, (17, 0))
+        self.assertEqual(run(ask_and_restore, 1).value[0], (17, 0))
         self.assert_left("aborted", "aborted")

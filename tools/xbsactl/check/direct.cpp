@@ -205,7 +205,7 @@ FINDING CleanUpPlain(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
         strLeft += " " + strName;
         if (!strReply.empty()) strWhy = strReply;
     }
-    if (strLeft.empty()) return Ok(Text(I_sSessions.vecLeft.size(), " objects removed"));
+    if (strLeft.empty()) return Ok(Text("objects removed: ", I_sSessions.vecLeft.size()));
     return Warn(Text("left on the server, if they are there:", strLeft, " (",
                      I_sSessions.sReport.Foreign(strWhy), ")"));
 }
@@ -236,7 +236,7 @@ void CleanUp(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
         strCopies += (strCopies.empty() ? "" : ", ") + strCopy;
     if (strCopies.empty()) return;
     I_sSessions.sReport.Add("cleanup", I_sSessions.sConnection.bInformix
-                                           ? Warn("left on the server: copy id " + strCopies)
+                                           ? Ok("left on the server: copy id " + strCopies)
                                            : CleanUpPlain(I_sSessions, I_sServer));
 }
 } // namespace check

@@ -52,12 +52,15 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 }
 
 // A database of this machine loads what this tool can load.
-//   X_strReal  gets the path without links
-FINDING File(const std::string &I_strPath, std::string &X_strReal)
+//   X_strPath  gets the library's own name in a folder without links: it outlives an update
+//   X_strReal  gets the path without any link
+FINDING File(const std::string &I_strPath, std::string &X_strPath, std::string &X_strReal)
 {
     std::error_code sError;
     X_strReal = std::filesystem::canonical(I_strPath, sError);
     if (sError) return Fail(I_strPath + ": " + sError.message());
+    const std::filesystem::path sFile = I_strPath;
+    X_strPath = std::filesystem::canonical(sFile.parent_path()) / sFile.filename();
 
     const std::string strFile = I_strPath == X_strReal ? I_strPath : I_strPath + " -> " + X_strReal;
     const std::string strOwn = KindOf("/proc/self/exe");
@@ -80,6 +83,7 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
 {
     CHECKED_LIBRARY sResult;
     std::string strPath = library::Path(I_strLibrary);
+    std::string strReal;
     const OUTCOME sAnswer = RunChild(LOADING, [&](const SAY &fpSay) { Inspect(strPath, fpSay); });
     const std::string strMissing = sAnswer.Value("missing");
     const auto fpSaid = [&](const char *cpName, const std::string &strFound) {
@@ -87,7 +91,7 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
     };
     const auto fpFile = [&] {
         if (strPath.find('/') == std::string::npos) strPath = sAnswer.Value("path"); // the loader's
-        return strPath.empty() ? Fail(sAnswer.strFailure) : File(strPath, sResult.strPath);
+        return strPath.empty() ? Fail(sAnswer.strFailure) : File(strPath, sResult.strPath, strReal);
     };
     const auto fpCalls = [&] {
         return strMissing.empty() ? Ok("all 16 are there") : Fail("missing:" + strMissing);
@@ -98,7 +102,7 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
     };
     sResult.bUsable =
         X_sReport.Climb({{"library.file", fpFile},
-                         {"library.rights", [&] { return Rights(sResult.strPath); }},
+                         {"library.rights", [&] { return Rights(strReal); }},
                          {"library.load", [&] { return fpSaid("missing", "loaded"); }},
                          {"library.calls", fpCalls},
                          {"library.version", fpVersion}});
