@@ -49,17 +49,10 @@ void Run(const WORK &I_fpWork, int I_iPipe)
 }
 } // namespace
 
-const char *After(const std::string &I_strText, const std::string &I_strBegin)
-{
-    return I_strText.compare(0, I_strBegin.size(), I_strBegin) == 0
-               ? I_strText.c_str() + I_strBegin.size()
-               : nullptr;
-}
-
 const EVENT *OUTCOME::Find(const char *cpName) const
 {
-    const auto sFound = std::find_if(vecEvents.rbegin(), vecEvents.rend(),
-                                     [cpName](const EVENT &s) { return s.strName == cpName; });
+    const auto sFound =
+        std::ranges::find(vecEvents.rbegin(), vecEvents.rend(), cpName, &EVENT::strName);
     return sFound != vecEvents.rend() ? &*sFound : nullptr;
 }
 
@@ -108,7 +101,7 @@ std::string CChild::End()
 // Returns false at the end of the pipe, and when nothing comes.
 bool CChild::ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSilence)
 {
-    const long lLeft = std::min(Milliseconds(I_sEnd - CLOCK::now()), Milliseconds(I_sSilence));
+    const long lLeft = std::min((I_sEnd - CLOCK::now()) / 1ms, I_sSilence / 1ms);
     pollfd sPoll{sPipe.Get(), POLLIN, 0};
     if (lLeft <= 0 || poll(&sPoll, 1, static_cast<int>(lLeft)) == 0)
     {
@@ -119,14 +112,14 @@ bool CChild::ReadMore(CLOCK::time_point I_sEnd, std::chrono::milliseconds I_sSil
     const ssize_t iGot = read(sPipe.Get(), acPiece.data(), acPiece.size());
     if (iGot <= 0) return false;
     strInput.append(acPiece.data(), static_cast<size_t>(iGot));
-    for (size_t uEnd = strInput.find('\n'); uEnd != std::string::npos; uEnd = strInput.find('\n'))
+    const size_t uWhole = strInput.rfind('\n') + 1; // bytes of lines
+    for (const std::string &strLine : base::Lines(strInput.substr(0, uWhole)))
     {
-        const size_t uName = strInput.find(' ');
-        sOutcome.vecEvents.push_back({strInput.substr(0, uName),
-                                      strInput.substr(uName + 1, uEnd - uName - 1),
-                                      Milliseconds(CLOCK::now() - sStart)});
-        strInput.erase(0, uEnd + 1);
+        const size_t uName = strLine.find(' ');
+        sOutcome.vecEvents.push_back(
+            {strLine.substr(0, uName), strLine.substr(uName + 1), (CLOCK::now() - sStart) / 1ms});
     }
+    strInput.erase(0, uWhole);
     return sOutcome.vecEvents.size() < MOST_EVENTS;
 }
 

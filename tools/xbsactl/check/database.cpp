@@ -1,14 +1,20 @@
-#include <algorithm>
+// The files that lead the database to this library, and what its own settings mean for its backups.
 #include <filesystem>
+#include <fstream>
+#include <regex>
 #include <system_error>
 
+#include "base/json.h"
 #include "check/parts.h"
+#include "check/settings_json.h"
 
 namespace check
 {
 namespace
 {
 constexpr off_t LARGEST = 1 << 20; // bytes of a file of the database
+constexpr size_t SCRIPT = 1 << 16; // bytes of a program that are looked at
+constexpr size_t LONGEST = 255;    // characters of a text that are: a match takes stack for each
 
 FINDING Row(const std::string &I_strFile, const base::LINES &I_vecLines,
             const std::string &I_strRow)
@@ -53,32 +59,108 @@ FINDING InFile(const std::string &I_strFile,
         return Fail(sError.what());
     }
 }
-} // namespace
+
+// The lines of the configuration file.
+struct SETTINGS
+{
+    base::LINES vecLines;
+    const std::string &strFolder; // the database's
+};
 
 // The last line counts. The database knows its own folder by name.
-std::string DatabaseValue(const base::LINES &I_vecLines, const char *cpName,
-                          const std::string &I_strFolder)
+std::string Get(const SETTINGS &I_sSettings, const std::string &I_strName)
 {
     const std::string strVariable = "$INFORMIXDIR";
     std::string strValue;
-    for (const std::string &strLine : I_vecLines)
-        if (base::Sets(strLine, cpName)) strValue = base::Value(strLine);
-    if (strValue.starts_with(strVariable)) strValue.replace(0, strVariable.size(), I_strFolder);
+    for (const std::string &strLine : I_sSettings.vecLines)
+        if (base::Sets(strLine, I_strName.c_str())) strValue = base::Value(strLine);
+    if (strValue.starts_with(strVariable))
+        strValue.replace(0, strVariable.size(), I_sSettings.strFolder);
     return strValue;
 }
 
+// Of settings.json, which says what values are faults: the first rule that a text meets as a whole, by
+// its value or by a line of the program.
+std::optional<FINDING> Fault(const base::JSON &I_sSetting, const char *cpKind,
+                             const std::string &I_strText, const std::string &I_strShown)
+{
+    for (const base::JSON &sRule : I_sSetting.at("rules"))
+        if (std::regex_match(I_strText.substr(0, LONGEST), std::regex(sRule.value(cpKind, "(?!)"))))
+            return FINDING{sRule.at("status") == "fail" ? STATUS::FAIL : STATUS::WARN,
+                           Text(I_strShown, ": ", sRule.at("found").get<std::string>())};
+    return {};
+}
+
+// A path, or a name below the database's bin, perhaps with options.
+FINDING Program(const base::JSON &I_sSetting, const SETTINGS &I_sSettings,
+                const std::string &I_strValue)
+{
+    const auto sPath = std::filesystem::path(I_sSettings.strFolder) / "bin" /
+                       I_strValue.substr(0, I_strValue.find(' '));
+    std::error_code sError;
+    const auto ePermissions = std::filesystem::status(sPath, sError).permissions();
+    if (!std::filesystem::is_regular_file(sPath, sError)) // a pipe would be waited for
+        return Fail(sPath.string() + " is not a file, or does not exist");
+    if ((ePermissions & std::filesystem::perms::others_write) != std::filesystem::perms::none)
+        return Warn(sPath.string() + ": everybody may write it");
+    std::string strText(SCRIPT, '\n');
+    std::ifstream(sPath).read(strText.data(), SCRIPT);
+    for (const std::string &strLine : base::Lines(strText))
+        if (const auto sFault = Fault(I_sSetting, "line", strLine, sPath)) return *sFault;
+    return Ok(I_strValue);
+}
+
+FINDING Judge(const base::JSON &I_sSetting, const SETTINGS &I_sSettings)
+{
+    const std::string strValue = Get(I_sSettings, I_sSetting.at("setting"));
+    const std::string strShown = strValue.empty() ? "not set" : strValue;
+    const std::string strPartner = I_sSetting.value("partner", "");
+    if (const auto sFault = Fault(I_sSetting, "value", strValue, strShown)) return *sFault;
+    if (!strPartner.empty() && strValue.empty() != Get(I_sSettings, strPartner).empty())
+        return Fail(Text(strShown, ", unlike ", strPartner, ": no backup can be restored"));
+    if (strValue.empty() || !I_sSetting.value("program", false)) return Ok(strShown);
+    return Program(I_sSetting, I_sSettings, strValue);
+}
+
+// Each process of a backup listens on a port of its own.
+FINDING Ports(FINDING I_sFinding, long I_lProcesses)
+{
+    std::istringstream sRange(base::Variable("KORVA_PORT_RANGE"));
+    long lFirst = 0;
+    long lLast = 0; // with the "-" before it
+    sRange >> lFirst >> lLast;
+    const long lPorts = 1 - lLast - lFirst;
+    if (!sRange || lPorts >= I_lProcesses) return I_sFinding;
+    return Fail(Text(I_lProcesses, " processes, but KORVA_PORT_RANGE has ", lPorts, " ports"));
+}
+
+long CheckSettings(CReport &X_sReport, const OPTIONS &I_sOptions, const SETTINGS &I_sSettings)
+{
+    const long lStreams = atol(Get(I_sSettings, "BAR_MAX_BACKUP").c_str());
+    for (const base::JSON &sSetting : base::JSON::parse(SETTINGS_JSON))
+    {
+        const std::string strName = sSetting.at("setting");
+        const bool bSkipped = I_sOptions.bNoLogs && sSetting.value("of_logs", false);
+        const FINDING sFinding =
+            bSkipped ? Ok("not looked at: --no-logs") : Judge(sSetting, I_sSettings);
+        X_sReport.Add("database." + strName,
+                      strName == "BAR_MAX_BACKUP" ? Ports(sFinding, lStreams) : sFinding);
+    }
+    return lStreams;
+}
+} // namespace
+
 long CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_LIBRARY &I_sLibrary)
 {
-    base::LINES vecSettings;
+    SETTINGS sSettings{{}, I_sOptions.strInformixDir};
     const std::string strFolder = I_sOptions.strInformixDir + "/etc/";
     const std::string strVersions = strFolder + "sm_versions";
     const std::string strFile = strFolder + base::OnconfigName(I_sOptions.strOnconfig);
     const std::string &strRow = I_sLibrary.strRow;
     const auto fpRow = [&](const auto &vecLines) { return Row(strVersions, vecLines, strRow); };
     const auto fpPath = [&](const auto &vecLines) {
-        vecSettings = vecLines;
-        return Path(strFile, DatabaseValue(vecLines, base::LIBRARY_KEY, I_sOptions.strInformixDir),
-                    I_sLibrary.strPath);
+        sSettings.vecLines = vecLines;
+        return Path(strFile, Get(sSettings, base::LIBRARY_KEY), I_sLibrary.strPath);
     };
     std::error_code sError;
     if (!std::filesystem::is_directory(I_sOptions.strInformixDir, sError))
@@ -89,6 +171,6 @@ long CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_
     X_sReport.Add("database.sm_versions", strRow.empty() ? NotTried("the library shows no version")
                                                          : InFile(strVersions, fpRow));
     X_sReport.Add("database.onconfig", InFile(strFile, fpPath));
-    return vecSettings.empty() ? 0 : CheckSettings(X_sReport, I_sOptions, vecSettings);
+    return sSettings.vecLines.empty() ? 0 : CheckSettings(X_sReport, I_sOptions, sSettings);
 }
 } // namespace check

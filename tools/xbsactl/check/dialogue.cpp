@@ -4,30 +4,31 @@
 #include <algorithm>
 
 #include "check/parts.h"
+#include "library/library.h"
 
 namespace check
 {
 namespace
 {
-constexpr const char *OBJECT = "the object"; // what the closing reply answers
+const std::string OBJECT = "the object"; // what the closing reply answers
 
-bool IsPrivate(const in_addr &I_sAddress)
+// Of an address as a number.
+bool IsPrivate(uint32_t I_uAddress)
 {
-    const uint32_t uAddress = ntohl(I_sAddress.s_addr);
-    return uAddress >> 24 == 10 || uAddress >> 20 == 0xac1 || uAddress >> 16 == 0xc0a8 ||
-           uAddress >> 22 == (0x64400000U >> 22); // the last is the carriers' own, 100.64.0.0/10
+    return I_uAddress >> 24 == 10 || I_uAddress >> 20 == 0xac1 || I_uAddress >> 16 == 0xc0a8 ||
+           I_uAddress >> 22 == (0x64400000U >> 22); // the last is the carriers' own, 100.64.0.0/10
 }
 
 // Of "PORT 10,0,0,1,4,1"
-in_addr AnnouncedBy(const std::string &I_strCommand)
+uint32_t AnnouncedBy(const std::string &I_strCommand)
 {
-    std::string strAddress = I_strCommand.substr(I_strCommand.find(' ') + 1);
-    for (int iPort = 0; iPort < 2; iPort++)
-        strAddress.resize(std::min(strAddress.size(), strAddress.rfind(',')));
-    std::replace(strAddress.begin(), strAddress.end(), ',', '.');
-    in_addr sAddress{};
-    inet_pton(AF_INET, strAddress.c_str(), &sAddress);
-    return sAddress;
+    std::istringstream sNumbers(I_strCommand.substr(I_strCommand.find(' ') + 1));
+    uint32_t uAddress = 0;
+    uint32_t uNumber = 0;
+    char cComma = '\0';
+    for (int iPlace = 0; iPlace < 4 && sNumbers >> uNumber >> cComma; iPlace++)
+        uAddress = uAddress << 8 | uNumber;
+    return uAddress;
 }
 
 // Where the library listens when the administrator has chosen the ports; empty: the system does.
@@ -73,6 +74,12 @@ class CDialogue
                 {"network.end", [this] { return End(); }}};
     }
 
+    // Even an object of 0 bytes is one.
+    bool HasStored() const
+    {
+        return Find("STOR") != nullptr && !IsNegative(Reply("STOR"));
+    }
+
   private:
     // The library sends PASS whatever USER brought, so a login without password is not a fault.
     FINDING Login()
@@ -102,8 +109,9 @@ class CDialogue
     {
         FINDING sFinding = Judge("PORT", "200");
         const EXCHANGE *spPort = Find("PORT");
-        const bool bLoopback = ntohl(sServer.s_addr) >> 24 == 127;
-        if (sFinding.eStatus != STATUS::OK || bLoopback || IsPrivate(sServer)) return sFinding;
+        const uint32_t uServer = ntohl(sServer.s_addr);
+        const bool bLoopback = uServer >> 24 == 127;
+        if (sFinding.eStatus != STATUS::OK || bLoopback || IsPrivate(uServer)) return sFinding;
         if (!IsPrivate(AnnouncedBy(spPort->strCommand))) return sFinding;
         return Warn(sFinding.strFound + ": a public server cannot reach this private address");
     }
@@ -147,18 +155,15 @@ class CDialogue
     bool Take(const EVENT &I_sLine)
     {
         const std::string &strLine = I_sLine.strValue;
-        for (const char *cpBegin : {"xbsa_open: Send command: ", "stpc_port: Send message: ",
-                                    "stpc_stor: Send message: "})
-            if (const char *cpCommand = After(strLine, cpBegin))
-                vecExchanges.push_back({base::Printable(cpCommand), {}, I_sLine.lMilliseconds, 0});
-        if (strLine.starts_with("BSAEndData: Start"))
-            vecExchanges.push_back({OBJECT, {}, I_sLine.lMilliseconds, 0});
-        if (const char *cpReply = After(strLine, "LOGIN REPLY: "))
+        const bool bObject = strLine.starts_with("BSAEndData: Start");
+        if (const auto strCommand = bObject ? OBJECT : library::CommandIn(strLine))
+            vecExchanges.push_back({base::Printable(*strCommand), {}, I_sLine.lMilliseconds, 0});
+        if (const auto strReply = library::ReplyIn(strLine))
         {
-            const std::string strReply = sReport.Foreign(cpReply);
-            vecExchanges.back().vecReplies.push_back(strReply);
-            vecExchanges.back().lEnd = I_sLine.lMilliseconds;
-            if (!strReply.empty()) strLast = strReply;
+            EXCHANGE &sExchange = vecExchanges.back();
+            sExchange.vecReplies.push_back(sReport.Foreign(*strReply));
+            sExchange.lEnd = I_sLine.lMilliseconds;
+            if (!strReply->empty()) strLast = sExchange.vecReplies.back();
         }
         if (strLine.starts_with("BSACreateObject: Return: 0")) bOpened = true;
         if (strLine.starts_with("stpc_stor: Data connection from another address")) bForeign = true;
@@ -205,6 +210,11 @@ class CDialogue
     std::string strEnd;     // of a session that was silent, or crashed
 };
 } // namespace
+
+bool HasStored(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone)
+{
+    return CDialogue(I_sSessions, I_sAlone, {}).HasStored();
+}
 
 bool ReportDialogue(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
                     const std::string &I_strWhy)

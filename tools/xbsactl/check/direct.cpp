@@ -16,6 +16,7 @@ namespace check
 namespace
 {
 constexpr long FAST = 900; // megabits a second: a line of 1 Gbit/s
+constexpr const char *NAMELESS = " has no name";
 
 // A control connection, in a child: its waits have no end of their own. Throws FAILURE.
 class CFtp
@@ -109,9 +110,8 @@ in_addr Resolve(const std::string &I_strHost, const SAY &I_fpSay)
     std::array<char, NI_MAXHOST> szName{};
     const bool bNamed = getnameinfo(spFound->ai_addr, spFound->ai_addrlen, szName.data(),
                                     szName.size(), nullptr, 0, NI_NAMEREQD) == 0;
-    if (bNamed) I_fpSay("named", "");
     I_fpSay("network.reverse",
-            bNamed ? Text(strAddress, " is \"", szName.data(), "\"") : strAddress + " has no name");
+            bNamed ? Text(strAddress, " is \"", szName.data(), "\"") : strAddress + NAMELESS);
     return sAddress;
 }
 
@@ -142,29 +142,26 @@ FINDING JudgeLook(const CReport &I_sReport, const OUTCOME &I_sOutcome, const EVE
 {
     if (I_sStep.strName == "network.greeting")
         return JudgeGreeting(I_sReport.Foreign(I_sStep.strValue), I_sOutcome.Value("lines"));
-    if (I_sStep.strName == "network.reverse" && I_sOutcome.Find("named") == nullptr)
+    if (I_sStep.strName == "network.reverse" && I_sStep.strValue.ends_with(NAMELESS))
         return Warn(I_sStep.strValue);
     return Ok(I_sStep.strValue);
 }
 
 bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string &I_strHost)
 {
-    bool bGoing = true;
     long lLast = 0;
+    STEPS vecSteps;
     for (const char *cpStep :
          {"network.name", "network.reverse", "network.tcp", "network.greeting"})
-    {
-        FINDING sFinding = NotTried("an earlier step failed");
-        if (bGoing) sFinding = Fail(I_strHost + ": " + I_sOutcome.strFailure);
-        if (const EVENT *spEvent = I_sOutcome.Find(cpStep))
-        {
-            sFinding = JudgeLook(X_sReport, I_sOutcome, *spEvent);
+        vecSteps.emplace_back(cpStep, [&, cpStep] {
+            const EVENT *spEvent = I_sOutcome.Find(cpStep);
+            if (spEvent == nullptr) return Fail(I_strHost + ": " + I_sOutcome.strFailure);
+            FINDING sFinding = JudgeLook(X_sReport, I_sOutcome, *spEvent);
             sFinding.lMilliseconds =
                 spEvent->lMilliseconds - std::exchange(lLast, spEvent->lMilliseconds);
-        }
-        bGoing = X_sReport.Add(cpStep, sFinding) && bGoing;
-    }
-    return bGoing;
+            return sFinding;
+        });
+    return X_sReport.Climb(vecSteps);
 }
 
 // Of each buffer's bytes, once in a round trip: a sender sleeps until a third of its buffer is free, a

@@ -5,9 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -20,7 +18,7 @@ namespace
 {
 constexpr uintmax_t MEGABYTE = 1000000;
 constexpr uintmax_t LOW_SPACE = 100 * MEGABYTE;
-constexpr uintmax_t LARGE_LOG = 1000 * MEGABYTE;
+constexpr off_t LARGE_LOG = 1000 * MEGABYTE;
 constexpr long SHORTEST_SENDING = 100; // seconds: what hosts owe each other
 constexpr long LONGEST_SENDING = 1000;
 constexpr long LONGEST_SILENCE = 10800;
@@ -64,8 +62,7 @@ FINDING Strict(bool I_bInformix)
 
 std::string Folder(const std::string &I_strFile)
 {
-    const std::string strFolder = std::filesystem::path(I_strFile).parent_path();
-    return strFolder.empty() ? "." : strFolder;
+    return (std::filesystem::path(".") / I_strFile).parent_path();
 }
 
 // Opens without creating: a check makes no log. O_NONBLOCK for a pipe that nobody reads.
@@ -75,16 +72,6 @@ bool IsWritable(const std::string &I_strFile)
         open(I_strFile.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC));
     return sFile.Get() != -1 ||
            (errno == ENOENT && access(Folder(I_strFile).c_str(), W_OK | X_OK) == 0);
-}
-
-FINDING RoomFor(const std::string &I_strFile, const std::string &I_strState, uintmax_t I_uSize)
-{
-    std::error_code sError;
-    const uintmax_t uFree = std::filesystem::space(Folder(I_strFile), sError).available;
-    const std::string strFound =
-        Text(I_strState, ": ", I_uSize, " bytes, ", sError ? 0 : uFree / MEGABYTE, " MB free");
-    if (!sError && uFree < LOW_SPACE) return Warn("little room: " + strFound);
-    return I_uSize > LARGE_LOG ? Warn("a large log: " + strFound) : Ok(strFound);
 }
 
 FINDING Log(const std::string &I_strFile, bool I_bWritten)
@@ -100,7 +87,12 @@ FINDING Log(const std::string &I_strFile, bool I_bWritten)
     if (stat(I_strFile.c_str(), &sFile) == 0 && (sFile.st_mode & S_IWOTH) != 0 &&
         S_ISREG(sFile.st_mode))
         return Warn(strState + ": everybody may write it", "chmod o-w " + I_strFile);
-    return RoomFor(I_strFile, strState, static_cast<uintmax_t>(sFile.st_size));
+    std::error_code sError;
+    const uintmax_t uFree = std::filesystem::space(Folder(I_strFile), sError).available;
+    const std::string strFound =
+        Text(strState, ": ", sFile.st_size, " bytes, ", sError ? 0 : uFree / MEGABYTE, " MB free");
+    if (!sError && uFree < LOW_SPACE) return Warn("little room: " + strFound);
+    return sFile.st_size > LARGE_LOG ? Warn("a large log: " + strFound) : Ok(strFound);
 }
 
 // As the finding says; where the environment decides, the session writes what can be written.
@@ -117,12 +109,8 @@ void CheckLog(CReport &X_sReport, base::CONNECTION &X_sConnection)
 long SecondsOfSending(long I_lRetries)
 {
     double dSeconds = 0;
-    double dWait = 0.2;
-    for (long lTry = 0; lTry <= I_lRetries; lTry++)
-    {
-        dSeconds += dWait;
-        dWait = std::min(120.0, dWait * 2);
-    }
+    for (int iTry = 0; iTry <= I_lRetries; iTry++)
+        dSeconds += std::min(120.0, std::ldexp(0.2, iTry));
     return std::lround(dSeconds);
 }
 
@@ -133,19 +121,24 @@ std::string Span(long I_lSeconds)
     return lMinutes < 180 ? Text(lMinutes, " min") : Text((lMinutes + 30) / 60, " h");
 }
 
+// What the kernel does with a server that vanishes, and how to change it.
+FINDING Wait(bool I_bShown, bool I_bGood, const std::string &I_strFound,
+             const std::string &I_strNext)
+{
+    if (!I_bShown) return NotTried("the system does not show it");
+    return I_bGood ? Ok(I_strFound + "; " + I_strNext) : Warn(I_strFound, I_strNext);
+}
+
 FINDING Sending()
 {
     const long lRetries = Kernel("tcp_retries2");
     const long lSeconds = SecondsOfSending(lRetries);
-    const std::string strFound =
-        Text("a server that vanishes while data is sent is given up after ", Span(lSeconds),
-             " (net.ipv4.tcp_retries2 = ", lRetries, ")");
-    const std::string strNext =
-        "sysctl -w net.ipv4.tcp_retries2=8 makes it 102 s, 15 makes it 15 min";
-    if (lRetries == -1) return NotTried("the system does not show it");
-    if (lSeconds < SHORTEST_SENDING)
-        return Warn(strFound + ": a short fault of the network ends a backup", strNext);
-    return lSeconds > LONGEST_SENDING ? Warn(strFound, strNext) : Ok(strFound + "; " + strNext);
+    const bool bShort = lSeconds < SHORTEST_SENDING;
+    return Wait(lRetries != -1, !bShort && lSeconds <= LONGEST_SENDING,
+                Text("a server that vanishes while data is sent is given up after ", Span(lSeconds),
+                     " (net.ipv4.tcp_retries2 = ", lRetries, ")",
+                     bShort ? ": a short fault of the network ends a backup" : ""),
+                "sysctl -w net.ipv4.tcp_retries2=8 makes it 102 s, 15 makes it 15 min");
 }
 
 FINDING Silence()
@@ -154,13 +147,12 @@ FINDING Silence()
     const long lProbe = Kernel("tcp_keepalive_intvl");
     const long lProbes = Kernel("tcp_keepalive_probes");
     const long lSeconds = lTime + lProbe * lProbes;
-    const std::string strFound = Text("a server that vanishes before its reply is given up after ",
-                                      Span(lSeconds), " (net.ipv4.tcp_keepalive_time = ", lTime,
-                                      ", ", lProbes, " probes of ", lProbe, " s)");
-    const std::string strNext =
-        "sysctl -w net.ipv4.tcp_keepalive_time=600 makes it " + Span(600 + lProbe * lProbes);
-    if (std::min({lTime, lProbe, lProbes}) < 0) return NotTried("the system does not show it");
-    return lSeconds > LONGEST_SILENCE ? Warn(strFound, strNext) : Ok(strFound + "; " + strNext);
+    return Wait(std::min({lTime, lProbe, lProbes}) >= 0, lSeconds <= LONGEST_SILENCE,
+                Text("a server that vanishes before its reply is given up after ", Span(lSeconds),
+                     " (net.ipv4.tcp_keepalive_time = ", lTime, ", ", lProbes, " probes of ",
+                     lProbe, " s)"),
+                "sysctl -w net.ipv4.tcp_keepalive_time=600 makes it " +
+                    Span(600 + lProbe * lProbes));
 }
 
 // Where the server's data connection arrives.
@@ -189,9 +181,7 @@ bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
     X_sReport.Add("account", Account(X_sConnection.bInformix));
     if (X_sConnection.bInformix)
         for (const base::VARIABLE &sVariable : base::VARIABLES)
-            bGood =
-                X_sReport.Add(std::string("variable.") + sVariable.cpName, Limited(sVariable)) &&
-                bGood;
+            bGood &= X_sReport.Add(Text("variable.", sVariable.cpName), Limited(sVariable));
     X_sReport.Add("variable.KORVA_STRICT", Strict(X_sConnection.bInformix));
     CheckLog(X_sReport, X_sConnection);
     X_sReport.Add("kernel.tcp_retries2", Sending());

@@ -1,12 +1,12 @@
 #include <dlfcn.h>
 #include <elf.h>
+#include <endian.h>
 #include <link.h>
 
-#include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "check/parts.h"
 #include "library/library.h"
@@ -20,25 +20,20 @@ constexpr std::chrono::seconds LOADING{15};
 // "64 bit, x86-64"; empty for what is not a program or library of this kind of system.
 std::string KindOf(const std::string &I_strPath)
 {
-    constexpr std::array<std::pair<int, const char *>, 6> MACHINES = {{{EM_386, "Intel 386"},
-                                                                       {EM_X86_64, "x86-64"},
-                                                                       {EM_ARM, "ARM"},
-                                                                       {EM_AARCH64, "ARM 64"},
-                                                                       {EM_PPC64, "POWER"},
-                                                                       {EM_S390, "S/390"}}};
+    static const std::map<int, const char *> MACHINES = {
+        {EM_386, "Intel 386"},  {EM_X86_64, "x86-64"}, {EM_ARM, "ARM"},
+        {EM_AARCH64, "ARM 64"}, {EM_PPC64, "POWER"},   {EM_S390, "S/390"}};
     std::ifstream sFile(I_strPath, std::ios::binary);
-    std::array<char, EI_NIDENT + 4> acHead{}; // the machine comes after the type
-    sFile.read(acHead.data(), acHead.size());
-    if (!sFile || std::string(acHead.data(), SELFMAG) != ELFMAG) return "";
+    Elf32_Ehdr sHead{}; // as far as the machine the one of 64 bit is the same
+    sFile.read(reinterpret_cast<char *>(&sHead), sizeof sHead);
+    const std::string strIdentity(sHead.e_ident, sHead.e_ident + EI_NIDENT);
+    if (!sFile || !strIdentity.starts_with(ELFMAG)) return "";
 
-    const int iFirst = static_cast<unsigned char>(acHead[EI_NIDENT + 2]);
-    const int iSecond = static_cast<unsigned char>(acHead[EI_NIDENT + 3]);
-    const int iMachine =
-        acHead[EI_DATA] == ELFDATA2LSB ? iFirst + 256 * iSecond : iSecond + 256 * iFirst;
-    const auto *spName =
-        std::ranges::find(MACHINES, iMachine, &std::pair<int, const char *>::first);
-    return Text(acHead[EI_CLASS] == ELFCLASS64 ? "64 bit, " : "32 bit, ",
-                spName != MACHINES.end() ? spName->second : Text("machine ", iMachine));
+    const bool bLittle = strIdentity[EI_DATA] == ELFDATA2LSB;
+    const int iMachine = bLittle ? le16toh(sHead.e_machine) : be16toh(sHead.e_machine);
+    const auto sName = MACHINES.find(iMachine);
+    return Text(strIdentity[EI_CLASS] == ELFCLASS64 ? "64 bit, " : "32 bit, ",
+                sName != MACHINES.end() ? sName->second : Text("machine ", iMachine));
 }
 
 // What the loader makes of it; in a child, whose trace is left alone: this needs no log.
@@ -56,73 +51,62 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
     if (strMissing.empty()) I_fpSay("row", library::VersionsRow(vpLibrary));
 }
 
-struct INSPECTION
+// A database of this machine loads what this tool can load.
+//   X_strPath  gets the library's own name in a folder without links: it outlives an update
+//   X_strReal  gets the path without any link
+FINDING File(const std::string &I_strPath, std::string &X_strPath, std::string &X_strReal)
 {
-    std::string strPath;
-    bool bDatabase; // loads it as an account of its own
-    OUTCOME sAnswer{};
-    CHECKED_LIBRARY sResult{};
-    std::string strReal{}; // links resolved
+    std::error_code sError;
+    X_strReal = std::filesystem::canonical(I_strPath, sError);
+    if (sError) return Fail(I_strPath + ": " + sError.message());
+    const std::filesystem::path sFile = I_strPath;
+    X_strPath = std::filesystem::canonical(sFile.parent_path()) / sFile.filename();
 
-    // A database of this machine loads what this tool can load.
-    FINDING File()
-    {
-        std::error_code sError;
-        if (strPath.find('/') == std::string::npos) strPath = sAnswer.Value("path"); // the loader's
-        if (strPath.empty()) return Fail(sAnswer.strFailure);
-        strReal = std::filesystem::canonical(strPath, sError);
-        if (sError) return Fail(strPath + ": " + sError.message());
-        const std::filesystem::path sFile = strPath; // its own name outlives an update
-        sResult.strPath = std::filesystem::canonical(sFile.parent_path()) / sFile.filename();
+    const std::string strFile = I_strPath == X_strReal ? I_strPath : I_strPath + " -> " + X_strReal;
+    const std::string strOwn = KindOf("/proc/self/exe");
+    const std::string strKind = KindOf(X_strReal);
+    if (strKind.empty()) return Fail(strFile + ": not a shared library, or unreadable");
+    if (strKind == strOwn) return Ok(strFile + ", " + strKind);
+    return Fail(Text(strFile, " is ", strKind, ", but this system's programs are ", strOwn),
+                "install the library that is built for " + strOwn);
+}
 
-        const std::string strFile = strPath == strReal ? strPath : strPath + " -> " + strReal;
-        const std::string strOwn = KindOf("/proc/self/exe");
-        const std::string strKind = KindOf(strReal);
-        if (strKind.empty()) return Fail(strFile + ": not a shared library, or unreadable");
-        if (strKind == strOwn) return Ok(strFile + ", " + strKind);
-        return Fail(Text(strFile, " is ", strKind, ", but this system's programs are ", strOwn),
-                    "install the library that is built for " + strOwn);
-    }
-
-    FINDING Rights() const
-    {
-        const std::vector<std::string> vecClosed = library::ClosedParts(strReal);
-        if (vecClosed.empty()) return Ok("every account can read it");
-        const std::string strFound = vecClosed.front() + " is not open to every account";
-        return bDatabase ? Warn(strFound) : Ok(strFound);
-    }
-
-    FINDING Load()
-    {
-        return sAnswer.Find("missing") != nullptr ? Ok("loaded") : Fail(sAnswer.strFailure);
-    }
-
-    FINDING Calls()
-    {
-        const std::string strMissing = sAnswer.Value("missing");
-        return strMissing.empty() ? Ok("all 16 are there") : Fail("missing:" + strMissing);
-    }
-
-    FINDING Version()
-    {
-        sResult.strRow = sAnswer.Value("row");
-        return sResult.strRow.empty() ? Fail(sAnswer.strFailure)
-                                      : Ok("row for sm_versions: " + sResult.strRow);
-    }
-};
+FINDING Rights(const std::string &I_strPath, bool I_bDatabase)
+{
+    const std::vector<std::string> vecClosed = library::ClosedParts(I_strPath);
+    if (vecClosed.empty()) return Ok("every account can read it");
+    const std::string strFound = vecClosed.front() + " is not open to every account";
+    return I_bDatabase ? Warn(strFound) : Ok(strFound);
+}
 } // namespace
 
 CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary, bool I_bDatabase)
 {
-    INSPECTION sLibrary{library::Path(I_strLibrary), I_bDatabase};
-    sLibrary.sAnswer =
-        RunChild(LOADING, [&](const SAY &fpSay) { Inspect(sLibrary.strPath, fpSay); });
-    sLibrary.sResult.bUsable =
-        X_sReport.Climb({{"library.file", [&] { return sLibrary.File(); }},
-                         {"library.rights", [&] { return sLibrary.Rights(); }},
-                         {"library.load", [&] { return sLibrary.Load(); }},
-                         {"library.calls", [&] { return sLibrary.Calls(); }},
-                         {"library.version", [&] { return sLibrary.Version(); }}});
-    return sLibrary.sResult;
+    CHECKED_LIBRARY sResult;
+    std::string strPath = library::Path(I_strLibrary);
+    std::string strReal;
+    const OUTCOME sAnswer = RunChild(LOADING, [&](const SAY &fpSay) { Inspect(strPath, fpSay); });
+    const std::string strMissing = sAnswer.Value("missing");
+    const auto fpSaid = [&](const char *cpName, const std::string &strFound) {
+        return sAnswer.Find(cpName) != nullptr ? Ok(strFound) : Fail(sAnswer.strFailure);
+    };
+    const auto fpFile = [&] {
+        if (strPath.find('/') == std::string::npos) strPath = sAnswer.Value("path"); // the loader's
+        return strPath.empty() ? Fail(sAnswer.strFailure) : File(strPath, sResult.strPath, strReal);
+    };
+    const auto fpCalls = [&] {
+        return strMissing.empty() ? Ok("all 16 are there") : Fail("missing:" + strMissing);
+    };
+    const auto fpVersion = [&] {
+        sResult.strRow = sAnswer.Value("row");
+        return fpSaid("row", "row for sm_versions: " + sResult.strRow);
+    };
+    sResult.bUsable =
+        X_sReport.Climb({{"library.file", fpFile},
+                         {"library.rights", [&] { return Rights(strReal, I_bDatabase); }},
+                         {"library.load", [&] { return fpSaid("missing", "loaded"); }},
+                         {"library.calls", fpCalls},
+                         {"library.version", fpVersion}});
+    return sResult;
 }
 } // namespace check

@@ -19,9 +19,6 @@ namespace check
 {
 using base::Text;
 
-// What follows the beginning; null when the text begins otherwise.
-const char *After(const std::string &I_strText, const std::string &I_strBegin);
-
 // A reply that refuses, for now or for good.
 inline bool IsNegative(std::string_view I_svReply)
 {
@@ -41,11 +38,7 @@ struct EVENT
 };
 
 using CLOCK = std::chrono::steady_clock;
-inline long Milliseconds(CLOCK::duration I_sTime)
-{
-    return static_cast<long>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(I_sTime).count());
-}
+using std::chrono_literals::operator""ms;
 
 constexpr const char *FAILED = "failed"; // the name of the work's own error, when it threw one
 
@@ -172,11 +165,6 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
 // processes a backup has at once; 0: not known.
 long CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions,
                    const CHECKED_LIBRARY &I_sLibrary);
-long CheckSettings(CReport &X_sReport, const OPTIONS &I_sOptions, const base::LINES &I_vecLines);
-
-// A setting of the configuration file; empty for none. The database's folder is put in by its path.
-std::string DatabaseValue(const base::LINES &I_vecLines, const char *cpName,
-                          const std::string &I_strFolder);
 
 // Of net.ipv4, the number at that place (from 0); -1 when the system does not say.
 long Kernel(const char *cpName, int I_iPlace = 0);
@@ -215,6 +203,9 @@ OUTCOME RunAlone(SESSIONS &X_sSessions);
 
 // HOST:PORT that the utility named in that session; empty for none.
 std::string ServerIn(const OUTCOME &I_sAlone);
+
+// Whether that session sent STOR, and was not refused.
+bool HasStored(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone);
 
 // The steps network.login to network.end: what that session said to the server and heard from it.
 // Returns whether none failed.

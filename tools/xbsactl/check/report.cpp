@@ -42,7 +42,7 @@ CReport::CReport(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOption
 bool CReport::Add(const std::string &I_strStep, FINDING I_sFinding)
 {
     const CLOCK::time_point sNow = CLOCK::now();
-    if (I_sFinding.lMilliseconds < 0) I_sFinding.lMilliseconds = Milliseconds(sNow - sLast);
+    if (I_sFinding.lMilliseconds < 0) I_sFinding.lMilliseconds = (sNow - sLast) / 1ms;
     sLast = sNow;
     I_sFinding.strStep = I_strStep;
     I_sFinding.strFound =
@@ -104,15 +104,16 @@ int CReport::FinishNagios() const
     const int iExit = Count(STATUS::FAIL) > 0 ? 2 : Count(STATUS::WARN) > 0 ? 1 : 0;
     constexpr std::array<const char *, 3> STATES = {"OK", "WARNING", "CRITICAL"};
     std::string strLine;
-    for (const FINDING &sFinding : vecFindings)
-        if (strLine.empty() && iExit > 0 && static_cast<int>(sFinding.eStatus) == iExit)
-            strLine =
-                sFinding.strStep + ": " + sFinding.strFound + "; next: " + sFinding.strNext + "; ";
+    const auto sGravest =
+        std::ranges::find(vecFindings, static_cast<STATUS>(iExit), &FINDING::eStatus);
+    if (iExit > 0)
+        strLine =
+            Text(sGravest->strStep, ": ", sGravest->strFound, "; next: ", sGravest->strNext, "; ");
     std::replace(strLine.begin(), strLine.end(), '|', '/');
     printf("XBSA %s - %s%s | ok=%d warn=%d fail=%d not_tried=%d time=%.3fs\n",
            STATES.at(static_cast<size_t>(iExit)), strLine.c_str(), Counts().c_str(),
            Count(STATUS::OK), Count(STATUS::WARN), Count(STATUS::FAIL), Count(STATUS::NOT_TRIED),
-           static_cast<double>(Milliseconds(sLast - sStart)) / 1000);
+           static_cast<double>((sLast - sStart) / 1ms) / 1000);
     return iExit;
 }
 

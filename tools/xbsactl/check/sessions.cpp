@@ -52,29 +52,30 @@ std::string Restore(library::CSession &X_sSession)
 std::string Difference(const std::string &I_strStored, const std::string &I_strRestored)
 {
     if (I_strStored == I_strRestored) return "";
-    const auto sAt = std::mismatch(I_strStored.begin(), I_strStored.end(), I_strRestored.begin(),
-                                   I_strRestored.end());
+    const auto sAt = std::ranges::mismatch(I_strStored, I_strRestored);
     return Text(I_strStored.size(), " bytes stored, ",
                 I_strRestored.size() > SIZE ? "more" : std::to_string(I_strRestored.size()),
-                " restored, different from byte ", sAt.first - I_strStored.begin());
+                " restored, different from byte ", sAt.in1 - I_strStored.begin());
 }
 
-// The whole way of one object.
-//   I_fpOpened  runs while the transfer is open
+// The whole way of one object. Its trace comes as events of the name "trace".
+//   I_hGate  awaited while the transfer is open: the end of a pipe; -1: nothing is
 void RoundTrip(const SESSIONS &I_sSessions, const std::string &I_strName, const SAY &I_fpSay,
-               const library::LISTENER &I_fpListener, const std::function<void()> &I_fpOpened)
+               int I_hGate)
 {
     base::CONNECTION sConnection = I_sSessions.sConnection;
     sConnection.uTimeout = static_cast<unsigned>(I_sSessions.sSilence.count() / 1000);
-    library::CSession sSession(sConnection, I_fpListener);
+    library::CSession sSession(sConnection,
+                               [&](const std::string &strLine) { I_fpSay("trace", strLine); });
     library::OBJECT sName{"xbsactl", I_strName, 0};
     BSA_ObjectDescriptor sObject = library::Descriptor(sConnection, sName);
     std::string strData = Content();
-    I_fpSay("begun", ""); // a STOR that fails may leave an empty object
+    I_fpSay("begun", "");
     sSession.Create(sObject);
     sName.uCopyId = sObject.copyId.right;
     I_fpSay("copy", std::to_string(sName.uCopyId));
-    I_fpOpened();
+    if (char cByte = '\0'; I_hGate != -1 && read(I_hGate, &cByte, 1) == -1)
+        throw base::SystemFailure("a pipe");
     Store(sSession, strData);
     I_fpSay("stored", "");
 
@@ -87,35 +88,21 @@ void RoundTrip(const SESSIONS &I_sSessions, const std::string &I_strName, const 
     I_fpSay("difference", Difference(strData, strRestored));
 }
 
-// Whether STOR was sent and not refused: even an object of 0 bytes is one.
-bool LeftObject(const OUTCOME &I_sAlone)
-{
-    bool bSent = false;
-    for (const EVENT &sEvent : I_sAlone.vecEvents)
-    {
-        const char *cpReply = After(sEvent.strValue, "LOGIN REPLY: ");
-        if (bSent && cpReply != nullptr) return !IsNegative(cpReply);
-        bSent = bSent || sEvent.strValue.starts_with("stpc_stor: Send message: ");
-    }
-    return bSent;
-}
-
-// The object of a session that has begun, or of one that has sent STOR.
-void NoteLeft(SESSIONS &X_sSessions, const std::string &I_strName, const OUTCOME &I_sOutcome,
-              bool I_bObject)
+// The object of a session that has sent STOR.
+void NoteLeft(SESSIONS &X_sSessions, const std::string &I_strName, const OUTCOME &I_sOutcome)
 {
     std::string strCopy = ValueIn(I_sOutcome, "savesetname");
     strCopy = strCopy.empty() ? I_sOutcome.Value("copy") : strCopy.substr(0, strCopy.find('@'));
     const bool bInformix = X_sSessions.sConnection.bInformix;
-    if (bInformix ? !strCopy.empty() : I_bObject)
+    if (bInformix ? !strCopy.empty() : HasStored(X_sSessions, I_sOutcome))
         X_sSessions.vecLeft.push_back(bInformix ? strCopy : I_strName);
 }
 
-FINDING JudgeOne(const CReport &I_sReport, const OUTCOME &I_sOutcome)
+FINDING Judge(const CReport &I_sReport, const OUTCOME &I_sOutcome)
 {
     const std::string strDifference = I_sOutcome.Value("difference");
     if (!I_sOutcome.strFailure.empty()) return Fail(I_sReport.Foreign(I_sOutcome.strFailure));
-    return strDifference.empty() ? Ok("") : Fail(strDifference);
+    return strDifference.empty() ? Ok("what was stored came back") : Fail(strDifference);
 }
 
 // Sessions are open at once, and the last one goes there and back meanwhile.
@@ -125,48 +112,29 @@ FINDING Together(SESSIONS &X_sSessions, long I_lSessions, const std::string &I_s
     if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
     const base::CDescriptor sWaits(aiGate[0]);
     base::CDescriptor sGate(aiGate[1]); // closed: the sessions go on
-    const auto fpAwait = [&] {
-        char cByte = '\0';
-        sGate = base::CDescriptor();
-        if (read(sWaits.Get(), &cByte, 1) == -1) throw base::SystemFailure("a pipe");
-    };
-    const auto fpHear = [](const std::string &) {}; // so that the session knows the server's words
     const auto sSilence = 2 * X_sSessions.sSilence;
-    std::deque<CChild> deqOpen;
-    std::vector<OUTCOME> vecOutcomes;
-    const auto fpName = [&](size_t uNumber) { return I_strName + std::to_string(uNumber); };
-    while (static_cast<long>(deqOpen.size()) + 1 < I_lSessions &&
-           (vecOutcomes.empty() || vecOutcomes.back().strFailure.empty()))
+    const auto fpName = [&](long lNumber) { return I_strName + std::to_string(lNumber); };
+    std::deque<CChild> deqSessions;
+    for (long lNumber = 0; lNumber < I_lSessions; lNumber++)
     {
-        const std::string strName = fpName(deqOpen.size());
-        deqOpen.emplace_back(
-            [&](const SAY &fpSay) { RoundTrip(X_sSessions, strName, fpSay, fpHear, fpAwait); });
-        vecOutcomes.push_back(deqOpen.back().Wait(sSilence, "copy"));
-    }
-    if (vecOutcomes.back().strFailure.empty())
-    {
-        const std::string strName = fpName(deqOpen.size());
-        vecOutcomes.push_back(RunChild(sSilence, [&](const SAY &fpSay) {
-            RoundTrip(X_sSessions, strName, fpSay, fpHear, [] {});
-        }));
+        const bool bLast = lNumber + 1 == I_lSessions;
+        deqSessions.emplace_back([&](const SAY &fpSay) {
+            sGate = base::CDescriptor(); // that of the parent alone holds them
+            RoundTrip(X_sSessions, fpName(lNumber), fpSay, bLast ? -1 : sWaits.Get());
+        });
+        const OUTCOME &sOutcome = deqSessions.back().Wait(sSilence, bLast ? "" : "copy");
+        if (!sOutcome.strFailure.empty()) break;
     }
     sGate = base::CDescriptor();
     FINDING sFinding = Ok(Text("all ", I_lSessions, " stored and restored"));
-    for (size_t uNumber = 0; uNumber < vecOutcomes.size(); uNumber++)
+    for (size_t uNumber = 0; uNumber < deqSessions.size(); uNumber++)
     {
-        OUTCOME &sOutcome = vecOutcomes[uNumber];
-        if (uNumber < deqOpen.size()) sOutcome = deqOpen[uNumber].Wait(sSilence);
-        NoteLeft(X_sSessions, fpName(uNumber), sOutcome, sOutcome.Find("begun") != nullptr);
-        const FINDING sOne = JudgeOne(X_sSessions.sReport, sOutcome);
+        const OUTCOME &sOutcome = deqSessions[uNumber].Wait(sSilence);
+        NoteLeft(X_sSessions, fpName(uNumber), sOutcome);
+        const FINDING sOne = Judge(X_sSessions.sReport, sOutcome);
         if (sFinding.eStatus == STATUS::OK && sOne.eStatus != STATUS::OK) sFinding = sOne;
     }
     return sFinding;
-}
-
-FINDING Compare(const OUTCOME &I_sAlone)
-{
-    const std::string strDifference = I_sAlone.Value("difference");
-    return strDifference.empty() ? Ok("what was stored came back") : Fail(strDifference);
 }
 
 FINDING Trip(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone, const char *cpFrom,
@@ -186,10 +154,9 @@ OUTCOME RunAlone(SESSIONS &X_sSessions)
     const std::string strName = X_sSessions.strName + "-1";
     const std::chrono::seconds sMore(2); // the library's own wait ends first
     OUTCOME sOutcome = RunChild(X_sSessions.sSilence + sMore, [&](const SAY &fpSay) {
-        const auto fpTrace = [&](const std::string &strLine) { fpSay("trace", strLine); };
-        RoundTrip(X_sSessions, strName, fpSay, fpTrace, [] {});
+        RoundTrip(X_sSessions, strName, fpSay, -1);
     });
-    NoteLeft(X_sSessions, strName, sOutcome, LeftObject(sOutcome));
+    NoteLeft(X_sSessions, strName, sOutcome);
     return sOutcome;
 }
 
@@ -209,7 +176,7 @@ void ReportSessions(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const std::s
     STEPS vecSteps = {
         {"library.store", [&] { return Trip(X_sSessions, I_sAlone, "begun", "stored"); }},
         {"library.restore", [&] { return Trip(X_sSessions, I_sAlone, "stored", "restored"); }},
-        {"library.compare", [&] { return Compare(I_sAlone); }},
+        {"library.compare", [&] { return Judge(X_sSessions.sReport, I_sAlone); }},
         {"library.two_at_once", [&] { return Together(X_sSessions, 2, strName + "-2-"); }}};
     if (lStreams > 2)
         vecSteps.emplace_back("library.all_at_once",

@@ -61,6 +61,10 @@ BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJ
 // Hears the steps of the library's trace, whatever the user asked for.
 using LISTENER = std::function<void(const std::string &I_strLine)>;
 
+// The command that such a line shows on its way to the server, and the reply that came back.
+std::optional<std::string> CommandIn(const std::string &I_strLine);
+std::optional<std::string> ReplyIn(const std::string &I_strLine);
+
 // One session and transaction in strict mode. Every call throws FAILURE for a code other than 0.
 class CSession
 {
@@ -109,7 +113,7 @@ class CSession
     std::string UtilityFault(const std::string &I_strReason) const;
     base::FAILURE Failure(const char *cpStep, int I_iCode) const;
     void Check(const char *cpStep, int I_iCode) const;
-    void FailData(const char *cpStep, int I_iCode) const;
+    void FailData(const char *cpStep, int I_iCode);
 
     base::CONNECTION sConnection; // with the password: a server may say it back
     void *vpLibrary;

@@ -34,6 +34,15 @@ BSA_ObjectName ObjectName(const base::CONNECTION &I_sConnection, const OBJECT &I
     return sName;
 }
 
+// On one control connection.
+struct DIALOGUE
+{
+    std::string strGreeting{};
+    std::string strCommand{}; // sent last
+    std::string strReply{};   // to it
+    std::string strRefusal{}; // "COMMAND: REPLY", the first that the server refused
+};
+
 // Where the library's trace goes. Its sink is a plain function.
 struct
 {
@@ -43,11 +52,8 @@ struct
     std::string strFile; // empty: standard error
     int iFile = STDERR_FILENO;
     bool bWarned = false;
-    std::string strUtility;  // what the COM utility said last of a failure
-    std::string strGreeting; // of the server
-    std::string strCommand;  // sent last
-    std::string strReply;    // to it
-    std::string strRefusal;  // "COMMAND: REPLY", the first that the server refused
+    std::string strUtility; // what the COM utility said last of a failure
+    DIALOGUE sDialogue;
 } sTrace;
 
 // A line as the library writes it itself. Its texts are the server's, and what commands a terminal
@@ -56,10 +62,9 @@ void WriteTrace(const std::string &I_strMessage)
 {
     const time_t lNow = time(nullptr);
     struct tm sNow = {};
-    char szStamp[64];
     localtime_r(&lNow, &sNow);
-    strftime(szStamp, sizeof szStamp, " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ", &sNow);
-    const std::string strText = szStamp + I_strMessage;
+    const auto sStamp = std::put_time(&sNow, " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ");
+    const std::string strText = base::Text(sStamp, I_strMessage);
     const std::string strVisible = base::Visible(strText) + "\n";
     const std::string strLine = sTrace.strFile.empty() ? strVisible : strText + "\n";
     if (sTrace.bBoth) fputs(strVisible.c_str(), stderr);
@@ -73,44 +78,34 @@ void WriteTrace(const std::string &I_strMessage)
     sTrace.bWarned = true;
 }
 
-// A new connection begins with a greeting. The library goes on after a refused login, so the first
-// refusal is the reason for those that follow.
-void NoteReply(const std::string &I_strReply)
+// The library goes on after a refused login, so the first refusal is the reason for those that follow.
+void NoteDialogue(const std::string &I_strLine)
 {
-    sTrace.strReply = I_strReply;
-    if (sTrace.strCommand.empty()) sTrace.strGreeting = I_strReply;
-    else if (sTrace.strRefusal.empty() && I_strReply.find_first_of("45") == 0)
-        sTrace.strRefusal = sTrace.strCommand + ": " + I_strReply;
-}
-
-void NoteCommand(const std::string &I_strMessage)
-{
-    if (I_strMessage == "xbsa_connect: Start")
-        sTrace.strGreeting = sTrace.strCommand = sTrace.strReply = sTrace.strRefusal = "";
-    for (const std::string strSent : {": Send command: ", ": Send message: "})
-    {
-        const size_t uAt = I_strMessage.find(strSent);
-        if (uAt == std::string::npos) continue;
-        sTrace.strCommand = I_strMessage.substr(uAt + strSent.size());
-        sTrace.strReply = "";
-    }
+    DIALOGUE &sDialogue = sTrace.sDialogue;
+    if (I_strLine == "xbsa_connect: Start") sDialogue = {};
+    if (const auto strCommand = CommandIn(I_strLine))
+        sDialogue = {sDialogue.strGreeting, *strCommand, "", sDialogue.strRefusal};
+    const auto strReply = ReplyIn(I_strLine);
+    if (!strReply) return;
+    sDialogue.strReply = *strReply;
+    if (sDialogue.strCommand.empty()) sDialogue.strGreeting = *strReply;
+    else if (sDialogue.strRefusal.empty() && strReply->find_first_of("45") == 0)
+        sDialogue.strRefusal = sDialogue.strCommand + ": " + *strReply;
 }
 
 // The command that was refused and the utility's own text are in no error text of the library.
 void TakeLine(char *cpMessage)
 {
-    static const std::string REPLY = "LOGIN REPLY: ";
-    std::string strMessage = cpMessage;
-    strMessage.resize(strMessage.find_last_not_of("\r\n") + 1);
-    if (sTrace.fpListener) sTrace.fpListener(strMessage);
-    const bool bReply = strMessage.rfind(REPLY, 0) == 0; // all that level 1 has
-    if (sTrace.iShown > 1 || (sTrace.iShown == 1 && bReply)) WriteTrace(strMessage);
-    if (bReply) NoteReply(strMessage.substr(REPLY.size()));
-    else NoteCommand(strMessage);
-    for (const std::string strStart : {"parse_com_answer: ERROR MESSAGE: ", "find_com_intf: "})
-        if (strMessage.rfind(strStart, 0) == 0 && strMessage.find(" INI ") == std::string::npos)
-            sTrace.strUtility = strMessage.substr(strStart.size());
+    std::string strLine = cpMessage;
+    strLine.resize(strLine.find_last_not_of("\r\n") + 1);
+    if (sTrace.fpListener) sTrace.fpListener(strLine);
+    const int iLevel = ReplyIn(strLine) ? 1 : 2; // all that level 1 has
+    if (sTrace.iShown >= iLevel) WriteTrace(strLine);
+    NoteDialogue(strLine);
     std::string &strText = sTrace.strUtility;
+    for (const char *cpStart : {"parse_com_answer: ERROR MESSAGE: ", "find_com_intf: "})
+        if (strLine.find(" INI ") == std::string::npos)
+            strText = base::After(strLine, cpStart).value_or(strText);
     if (strText.size() > 1 && strText.front() == '[' && strText.back() == ']')
         strText = strText.substr(1, strText.size() - 2);
 }
@@ -137,33 +132,31 @@ void OpenTrace(const std::string &I_strFile, bool I_bNeeded)
 //   I_sRecord  the library's, with the address
 std::string ServersPart(const std::string &I_strReason, const _sGlobal &I_sRecord)
 {
-    const std::string &strGreeting = sTrace.strGreeting;
-    const std::string strVerb = sTrace.strCommand.substr(0, sTrace.strCommand.find(' '));
-    const size_t uReply = sTrace.strRefusal.find(": ");
+    const auto &[strGreeting, strCommand, strReply, strRefusal] = sTrace.sDialogue;
+    const std::string strVerb = strCommand.substr(0, strCommand.find(' '));
+    const size_t uReply = strRefusal.find(": ");
     const size_t uCode = strGreeting.find_first_not_of("0123456789");
     const size_t uLookUp = I_strReason.find("gethostbyname() call");
     if (base::CTimeLimit::IsOver())
-        return base::Text(!sTrace.strReply.empty() ? "no data connection from the server"
-                          : strVerb.empty()        ? "the server said nothing"
-                                                   : "no reply to " + strVerb,
+        return base::Text(!strReply.empty() ? "no data connection from the server"
+                          : strVerb.empty() ? "the server said nothing"
+                                            : "no reply to " + strVerb,
                           " within ", I_sRecord.ulTimeOut, " s (--timeout)");
     if (uLookUp != std::string::npos) return I_strReason.substr(uLookUp); // errno is another call's
     if (I_strReason.find("connect() failed.") != std::string::npos)
         return base::Text(I_strReason, " (", I_sRecord.sObject.sSMS.szHostName, ", port ",
                           I_sRecord.sObject.sSMS.iPort, ")");
-    if (uCode != 3 && uCode != std::string::npos && sTrace.strRefusal.empty())
+    if (uCode != 3 && uCode != std::string::npos && strRefusal.empty())
         return "the server does not speak FTP: " + strGreeting;
     if (uCode == 3 && strGreeting[3] == '-')
         return "the server greets with several lines, so its replies are out of step: " +
                strGreeting;
     if (strGreeting.find_first_of("45") == 0) return "the server turned us away: " + strGreeting;
-    if (I_strReason.size() > 5 &&
-        I_strReason.find_last_not_of(' ') == I_strReason.rfind("reply:") + 5)
+    if (I_strReason.ends_with("reply:"))
         return "no reply to " + strVerb + ", the server closed the control connection";
-    const bool bRefused =
-        uReply != std::string::npos &&
-        I_strReason.find(sTrace.strRefusal.substr(uReply + 2)) != std::string::npos;
-    return bRefused ? sTrace.strRefusal : I_strReason;
+    const bool bRefused = uReply != std::string::npos &&
+                          I_strReason.find(strRefusal.substr(uReply + 2)) != std::string::npos;
+    return bRefused ? strRefusal : I_strReason;
 }
 
 const _sGlobal *spRecord; // of the library that has the session
@@ -191,6 +184,18 @@ base::CTimeLimit Limit(const base::CONNECTION &I_sConnection)
             I_sConnection.bInformix ? "" : strMessage};
 }
 } // namespace
+
+std::optional<std::string> CommandIn(const std::string &I_strLine)
+{
+    const std::string strStep = I_strLine.substr(I_strLine.find(' ') + 1);
+    const auto strCommand = base::After(strStep, "Send command: ");
+    return strCommand ? strCommand : base::After(strStep, "Send message: ");
+}
+
+std::optional<std::string> ReplyIn(const std::string &I_strLine)
+{
+    return base::After(I_strLine, "LOGIN REPLY: ");
+}
 
 #define CALL(name) LIBRARY_SYMBOL(vpLibrary, name)
 
@@ -269,9 +274,8 @@ std::string CSession::UtilityFault(const std::string &I_strReason) const
 base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
 {
     std::string strReason = LastError();
-    static const std::string NO_HOST = "invalid IP for host:"; // the utility would have named it
-    const size_t uHost = strReason.find(NO_HOST);
-    const bool bNoHost = uHost != std::string::npos && uHost + NO_HOST.size() >= strReason.size();
+    // The utility would have named it.
+    const bool bNoHost = strReason.ends_with("invalid IP for host:");
     const bool bUtility = sConnection.bInformix && (bNoHost || strReason.empty() ||
                                                     strReason.find(UTILITY) != std::string::npos);
     if (bUtility && !sTrace.strUtility.empty())
@@ -292,11 +296,10 @@ void CSession::Check(const char *cpStep, int I_iCode) const
 }
 
 // The reason for a broken data connection (a full disk, say) waits on the control connection.
-void CSession::FailData(const char *cpStep, int I_iCode) const
+void CSession::FailData(const char *cpStep, int I_iCode)
 {
     const base::FAILURE sFailure = Failure(cpStep, I_iCode);
-    Listen(true);
-    CALL(BSAEndData)(lHandle);
+    Abandon();
     std::string strReason = LastError();
     if (!strReason.empty()) strReason = "; then: " + ServersPart(strReason, *spRecord);
     throw base::FAILURE(sFailure.what() + base::Masked(strReason, sConnection.strPassword),
