@@ -348,7 +348,6 @@ class COutput
 
   private:
     void CreateTemporary();
-    void OpenDevice();
     void TakeMode() const;
 
     TARGET sTarget;

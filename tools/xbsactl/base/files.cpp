@@ -123,8 +123,12 @@ COutput::COutput(const std::string &I_strFile)
     sTarget = FindTarget(I_strFile);
     sOld = sTarget.Status();
     if (sOld && S_ISDIR(sOld->st_mode)) throw FileFailure(sTarget.strShown, ": is a folder");
-    if (sOld && !S_ISREG(sOld->st_mode)) OpenDevice();
+    // A device or a pipe: there is nothing to replace.
+    if (sOld && !S_ISREG(sOld->st_mode)) sFile = CDescriptor(sTarget.Open(O_WRONLY));
     else CreateTemporary();
+    if (sFile.Get() == -1) throw SystemFailure(sTarget.strShown);
+    if (strTemporary.empty() && S_ISREG(sFile.Status(sTarget.strShown).st_mode))
+        throw FileFailure(sTarget.strShown, " was changed meanwhile");
 }
 
 COutput::COutput(TARGET I_sTarget, bool I_bExact)
@@ -147,15 +151,6 @@ void COutput::CreateTemporary()
     if (sFile.Get() == -1) throw SystemFailure("temporary file for ", sTarget.strShown);
     strTemporary = sNew.strName;
     DoomedFiles().emplace(sTarget.Folder(), strTemporary);
-}
-
-// A device or a pipe: there is nothing to replace.
-void COutput::OpenDevice()
-{
-    sFile = CDescriptor(sTarget.Open(O_WRONLY));
-    if (sFile.Get() == -1) throw SystemFailure(sTarget.strShown);
-    if (S_ISREG(sFile.Status(sTarget.strShown).st_mode))
-        throw FileFailure(sTarget.strShown, " was changed meanwhile");
 }
 
 COutput::~COutput()

@@ -10,7 +10,7 @@ namespace check
 {
 namespace
 {
-const std::string OBJECT = "the object"; // what the closing reply answers
+constexpr const char *OBJECT = "the object"; // what the closing reply answers
 
 // Of an address as a number.
 bool IsPrivate(uint32_t I_uAddress)
@@ -156,7 +156,7 @@ class CDialogue
     {
         const std::string &strLine = I_sLine.strValue;
         const bool bObject = strLine.starts_with("BSAEndData: Start");
-        if (const auto strCommand = bObject ? OBJECT : library::CommandIn(strLine))
+        if (const auto strCommand = bObject ? std::string(OBJECT) : library::CommandIn(strLine))
             vecExchanges.push_back({base::Printable(*strCommand), {}, I_sLine.lMilliseconds, 0});
         if (const auto strReply = library::ReplyIn(strLine))
         {
@@ -172,10 +172,9 @@ class CDialogue
 
     const EXCHANGE *Find(const std::string &I_strVerb) const
     {
-        const auto sFound = std::ranges::find_if(vecExchanges, [&](const EXCHANGE &sExchange) {
-            return sExchange.strCommand.starts_with(I_strVerb);
-        });
-        return sFound != vecExchanges.end() ? &*sFound : nullptr;
+        for (const EXCHANGE &sExchange : vecExchanges)
+            if (sExchange.strCommand.starts_with(I_strVerb)) return &sExchange;
+        return nullptr;
     }
 
     // The first line; empty for none, and when the connection ended instead.

@@ -127,10 +127,10 @@ FINDING Together(SESSIONS &X_sSessions, long I_lSessions, const std::string &I_s
     }
     sGate = base::CDescriptor();
     FINDING sFinding = Ok(Text("all ", I_lSessions, " stored and restored"));
-    for (size_t uNumber = 0; uNumber < deqSessions.size(); uNumber++)
+    for (long lNumber = 0; auto &sSession : deqSessions)
     {
-        const OUTCOME &sOutcome = deqSessions[uNumber].Wait(sSilence);
-        NoteLeft(X_sSessions, fpName(uNumber), sOutcome);
+        const OUTCOME &sOutcome = sSession.Wait(sSilence);
+        NoteLeft(X_sSessions, fpName(lNumber++), sOutcome);
         const FINDING sOne = Judge(X_sSessions.sReport, sOutcome);
         if (sFinding.eStatus == STATUS::OK && sOne.eStatus != STATUS::OK) sFinding = sOne;
     }
