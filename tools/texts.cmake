@@ -7,6 +7,7 @@ foreach(text help.txt options.json check/settings.json explain/messages.json
   set(file ${CMAKE_CURRENT_LIST_DIR}/xbsactl/${text})
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
   file(READ ${file} content)
+  string(REGEX REPLACE "\n$" "" content "${content}") # the last line needs no end there
   get_filename_component(room texts/${text} DIRECTORY)
   get_filename_component(room ${room} NAME)
   get_filename_component(name ${text} NAME)

@@ -11,11 +11,6 @@
 
 namespace
 {
-constexpr const char *DESCRIPTION =
-    "Stores and restores objects on a KORVA backup server, or on any FTP server that\n"
-    "supports active mode, greets in one line and answers STOR and RETR with 150.\n"
-    "Sets the library libxbsa up, checks the path to the server, explains failures.";
-
 // What the help says of a command, or of an option of the first command that has it.
 std::string Help(const std::string &I_strCommands, const std::string &I_strOption = "")
 {
@@ -233,9 +228,9 @@ struct HELP_FORMAT : CLI::Formatter
 void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
     const char *cpConfig = getenv("XBSACTL_CONFIG");
-    X_sApp.description(DESCRIPTION);
-    X_sApp.footer(
-        std::string(texts::HELP_TXT, 0, texts::HELP_TXT.size() - 1)); // without its line end
+    const size_t uRest = texts::HELP_TXT.find("\n\n"); // what follows the list of options
+    X_sApp.description(std::string(texts::HELP_TXT.substr(0, uRest)));
+    X_sApp.footer(std::string(texts::HELP_TXT.substr(uRest + 2)));
     X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
     X_sApp.fallthrough();            // the options may follow the command, too
     X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none

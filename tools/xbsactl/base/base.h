@@ -133,6 +133,10 @@ struct CONNECTION
 // Of the environment; empty when it is not set.
 std::string Variable(const char *cpName);
 
+// Where the server connects back, which a firewall must let in:
+// " (net.ipv4.ip_local_port_range: 32768 to 60999)" on most machines.
+std::string LocalPorts();
+
 // The variables of Informix mode. The library passes over a value that is too long without a word,
 // and the backup would go to another pool or drive.
 struct VARIABLE

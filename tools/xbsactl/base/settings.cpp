@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 #include "xbsa_session.h"
 
@@ -165,6 +166,17 @@ std::string Variable(const char *cpName)
 {
     const char *cpValue = getenv(cpName);
     return cpValue != nullptr ? cpValue : "";
+}
+
+std::string LocalPorts()
+{
+    const std::string strChosen = Variable("KORVA_PORT_RANGE");
+    if (!strChosen.empty()) return " (KORVA_PORT_RANGE: " + strChosen + ")";
+    std::ifstream sFile("/proc/sys/net/ipv4/ip_local_port_range");
+    std::string strFirst;
+    std::string strLast;
+    sFile >> strFirst >> strLast;
+    return " (net.ipv4.ip_local_port_range: " + strFirst + " to " + strLast + ")";
 }
 
 void CheckVariables()

@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <regex>
 
 #include "check/parts.h"
 #include "library/library.h"
@@ -12,35 +13,12 @@ namespace
 {
 constexpr const char *OBJECT = "the object"; // what the closing reply answers
 
-// Of an address as a number.
-bool IsPrivate(uint32_t I_uAddress)
+// Of "10.0.0.1", or what PORT makes of it: "10,0,0,1,4,1". The last row is the carriers' own.
+bool IsPrivate(const std::string &I_strAddress)
 {
-    return I_uAddress >> 24 == 10 || I_uAddress >> 20 == 0xac1 || I_uAddress >> 16 == 0xc0a8 ||
-           I_uAddress >> 22 == (0x64400000U >> 22); // the last is the carriers' own, 100.64.0.0/10
-}
-
-// Of "PORT 10,0,0,1,4,1"
-uint32_t AnnouncedBy(const std::string &I_strCommand)
-{
-    std::istringstream sNumbers(I_strCommand.substr(I_strCommand.find(' ') + 1));
-    uint32_t uAddress = 0;
-    uint32_t uNumber = 0;
-    char cComma = '\0';
-    for (int iPlace = 0; iPlace < 4 && sNumbers >> uNumber >> cComma; iPlace++)
-        uAddress = uAddress << 8 | uNumber;
-    return uAddress;
-}
-
-// Where the library listens when the administrator has chosen the ports; empty: the system does.
-std::string Range()
-{
-    const std::string strRange = base::Variable("KORVA_PORT_RANGE");
-    return strRange.empty() ? "" : " at a port of KORVA_PORT_RANGE=" + strRange;
-}
-
-FINDING NoWayBack(const std::string &I_strFound)
-{
-    return Fail(I_strFound + Range());
+    static const std::regex sPrivate("(10|192[.,]168|172[.,](1[6-9]|2[0-9]|3[01])|"
+                                     "100[.,](6[4-9]|[7-9][0-9]|1[01][0-9]|12[0-7]))[.,].*");
+    return I_strAddress.size() < 64 && std::regex_match(I_strAddress, sPrivate);
 }
 
 // A command, and the lines that came back.
@@ -108,11 +86,10 @@ class CDialogue
     FINDING Port()
     {
         FINDING sFinding = Judge("PORT", "200");
-        const EXCHANGE *spPort = Find("PORT");
-        const uint32_t uServer = ntohl(sServer.s_addr);
-        const bool bLoopback = uServer >> 24 == 127;
-        if (sFinding.eStatus != STATUS::OK || bLoopback || IsPrivate(uServer)) return sFinding;
-        if (!IsPrivate(AnnouncedBy(spPort->strCommand))) return sFinding;
+        const std::string strServer = inet_ntoa(sServer);
+        const bool bNear = strServer.starts_with("127.") || IsPrivate(strServer);
+        if (sFinding.eStatus != STATUS::OK || bNear) return sFinding;
+        if (!IsPrivate(Find("PORT")->strCommand.substr(std::size("PORT")))) return sFinding;
         return Warn(sFinding.strFound + ": a public server cannot reach this private address");
     }
 
@@ -120,19 +97,19 @@ class CDialogue
     {
         FINDING sFinding = Judge("STOR", "150");
         if (!Reply("STOR").starts_with("425")) return sFinding;
-        return NoWayBack(sFinding.strFound + ": the server cannot connect back");
+        return Fail(sFinding.strFound + ": the server cannot connect back");
     }
 
     FINDING Data()
     {
         const EXCHANGE *spStor = Find("STOR");
         const std::string strAddress = inet_ntoa(sServer);
-        if (bOpened) return Ok("the server connected from " + strAddress + Range());
+        if (bOpened) return Ok("the server connected from " + strAddress);
         if (spStor == nullptr) return Silent("STOR");
         if (IsNegative(spStor->vecReplies.back()))
-            return NoWayBack(spStor->vecReplies.back() + ": the server cannot connect back");
+            return Fail(spStor->vecReplies.back() + ": the server cannot connect back");
         if (bForeign) return Fail("connected from another address than " + strAddress);
-        return NoWayBack("the server's connection did not arrive");
+        return Fail("the server's connection did not arrive");
     }
 
     // The lines of a long opening reply come before the closing one, the reply to QUIT after it.
@@ -189,7 +166,7 @@ class CDialogue
     FINDING Silent(const std::string &I_strVerb) const
     {
         const std::string strFound = "no reply to " + I_strVerb;
-        if (!strEnd.empty() && I_strVerb == "STOR") return NoWayBack(strFound + ": " + strEnd);
+        if (!strEnd.empty() && I_strVerb == "STOR") return Fail(strFound + ": " + strEnd);
         if (!strEnd.empty()) return Fail(strFound + ": " + strEnd);
         if (Find(I_strVerb) != nullptr)
             return Fail(strFound +

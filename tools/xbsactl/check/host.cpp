@@ -154,17 +154,6 @@ FINDING Silence()
                 "sysctl -w net.ipv4.tcp_keepalive_time=600 makes it " +
                     Span(600 + lProbe * lProbes));
 }
-
-// Where the server's data connection arrives.
-FINDING Ports()
-{
-    const std::string strChosen = base::Variable("KORVA_PORT_RANGE");
-    const long lFirst = Kernel("ip_local_port_range");
-    if (!strChosen.empty()) return Ok("KORVA_PORT_RANGE=" + strChosen);
-    if (lFirst == -1) return NotTried("the system does not show it");
-    return Ok(Text("the server connects back to a port from ", lFirst, " to ",
-                   Kernel("ip_local_port_range", 1)));
-}
 } // namespace
 
 long Kernel(const char *cpName, int I_iPlace)
@@ -186,7 +175,8 @@ bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection)
     CheckLog(X_sReport, X_sConnection);
     X_sReport.Add("kernel.tcp_retries2", Sending());
     X_sReport.Add("kernel.tcp_keepalive_time", Silence());
-    X_sReport.Add("kernel.ip_local_port_range", Ports());
+    X_sReport.Add("kernel.ip_local_port_range",
+                  Ok("the server connects back to a port of this host" + base::LocalPorts()));
     return bGood;
 }
 } // namespace check

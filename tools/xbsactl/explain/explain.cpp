@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <map>
@@ -60,24 +59,12 @@ template <typename TEST> ROWS Choose(TEST I_fpTest)
     return vecFound;
 }
 
-// What a firewall must let in: " (net.ipv4.ip_local_port_range: 32768 to 60999)" on most machines.
-std::string LocalPorts()
-{
-    const std::string strChosen = base::Variable("KORVA_PORT_RANGE");
-    if (!strChosen.empty()) return " (KORVA_PORT_RANGE: " + strChosen + ")";
-    std::ifstream sFile("/proc/sys/net/ipv4/ip_local_port_range");
-    std::string strFirst;
-    std::string strLast;
-    sFile >> strFirst >> strLast;
-    return " (net.ipv4.ip_local_port_range: " + strFirst + " to " + strLast + ")";
-}
-
 std::string Remedy(const ROW &I_sRow)
 {
     static const std::string strPlace = "{ports}";
     std::string strRemedy = I_sRow.strRemedy;
     const size_t uPlace = strRemedy.find(strPlace);
-    if (uPlace != std::string::npos) strRemedy.replace(uPlace, strPlace.size(), LocalPorts());
+    if (uPlace != std::string::npos) strRemedy.replace(uPlace, strPlace.size(), base::LocalPorts());
     return strRemedy;
 }
 
