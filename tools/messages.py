@@ -7,7 +7,7 @@ BASE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "xbsactl", "expl
 HEAD = """# Return codes and messages
 
 Made by `tools/messages.py`; `xbsactl explain TEXT` finds a row from a number, part of a message, a step
-of a check, or a whole line of a log. `...` stands for what differs from case to case. After a failure
+of a check, or a whole line of a log. `...` is what differs from case to case. After a failure
 the call returns 3, unless the row has another code.
 """
 TABLE = "| text | what it means | usual cause | what to do |\n|---|---|---|---|"
