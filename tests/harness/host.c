@@ -74,18 +74,20 @@ static void Compare(const STATE *spBefore)
 {
     STATE sNow;
     Look(&sNow);
-    Check("open descriptors, handlers, mask", memcmp(&sNow, spBefore, sizeof sNow));
+    Check("open", sNow.iOpen - spBefore->iOpen);
+    Check("handlers", memcmp(sNow.fpaHandlers, spBefore->fpaHandlers, sizeof sNow.fpaHandlers));
+    Check("mask", memcmp(&sNow.sMask, &spBefore->sMask, sizeof sNow.sMask));
     Check("child", waitpid(-1, NULL, WNOHANG) != -1 || errno != ECHILD);
 }
 
 static long Open(void)
 {
     char szHost[300];
-    BSA_ObjectOwner sOwner = {"", ""};
+    BSA_ObjectOwner sOwner;
     char *cpaEnvironment[] = {"BSA_API_VERSION=1.0.1", szHost, NULL};
     long lHandle = 0;
     snprintf(szHost, sizeof szHost, "BSA_SERVICE_HOST=%s", cppArguments[2]);
-    strcpy(sOwner.bsa_ObjectOwner, cppArguments[1]);
+    snprintf(sOwner.bsa_ObjectOwner, sizeof sOwner.bsa_ObjectOwner, "%s", cppArguments[1]);
     CALL(BSAInit, &lHandle, NULL, &sOwner, cpaEnvironment);
     return lHandle;
 }

@@ -103,8 +103,9 @@ FINDING Program(const base::JSON &I_sSetting, const SETTINGS &I_sSettings,
         return Fail(sPath.string() + " is not a file, or does not exist");
     if ((ePermissions & std::filesystem::perms::others_write) != std::filesystem::perms::none)
         return Warn(sPath.string() + ": everybody may write it");
-    std::string strText(SCRIPT, '\n');
-    std::ifstream(sPath).read(strText.data(), SCRIPT);
+    std::string strText(SCRIPT, '\0');
+    std::ifstream sFile(sPath);
+    strText.resize(static_cast<size_t>(sFile.read(strText.data(), SCRIPT).gcount()));
     for (const std::string &strLine : base::Lines(strText))
         if (const auto sFault = Fault(I_sSetting, "line", strLine, sPath)) return *sFault;
     return Ok(I_strValue);
