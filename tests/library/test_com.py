@@ -122,7 +122,7 @@ UTILITIES = rows("script read", (None, 0), ("kill -9 $$", 0), ("echo reply=ERROR
     *(("echo reply=OK; " + then, 9) for then in ("exit 255", "kill -9 $$", "exec >&- 2>&-; sleep 0.2")),
     ("echo reply=OK; yes x | head -c 100000", 32768), ("echo reply=OK; yes x | head -c 32758", 32767))
 NAME = "/olm_com_interface"
-# "KEY" stands for the key. The path is behind the folder "/b"; room is the caller's for it.
+# "KEY" is replaced by the key. The path follows the folder "/b"; room is the caller's for it.
 INIS = rows("file code path length",
     *((file, 0, NAME, 2) for file in (
         "  KEY  =  /b  \r\n", "KEY=/b", "[section]\n#KEY=/x\n\n  \nnonsense\nOTHER=/x\nKEY=/b\nKEY=/y\n",
@@ -397,8 +397,8 @@ WELL, ONCE = GOOD.format(0), "(, close:S1 3)?"  # the session's, whose job was c
 STOR, RETR = "STOR ABC:QAB:none:17:LBL:64", "RETR ABC:0:0:17:5:none"
 NAMELESS = STOR.replace("ABC", "")
 STALE = ["szName", "szSessionID", "szRestoreID", "iOpenJobStarted"]
-# What the calls told, the runs of the utility and the transfers are patterns of both modes. What is
-# odd stands in the actions, or the server's script, or is changed in the answer to openjob.
+# Results of the calls, runs of the utility and transfers are patterns of both modes. The odd thing is
+# in the actions, in the server's script, or a change in the answer to openjob.
 SESSIONS = rows("actions result runs heard",
     ("store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
     ("store restore", "000 000hello", f"{WELL}, {READ.format(0)}", f"{STOR}, {RETR}"),

@@ -70,7 +70,7 @@ class Player:
         self.give_up()
         assert self.x.last_error() or code != 3 or not (verb and first), "no last message"
         assert code or not self.strict or self.clean or not verb, "half an object passes for a whole one"
-        # by default, on the Informix road, the utility alone hears what failed
+        # by default, in Informix mode the utility alone hears what failed
         if verb == "STOR" and code == 0 and self.clean and (self.strict or not self.informix):
             self.promised[name] = (BYTES * (1 + self.moved // len(BYTES)))[:self.moved]
         return code

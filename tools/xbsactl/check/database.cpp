@@ -99,7 +99,7 @@ FINDING Program(const base::JSON &I_sSetting, const SETTINGS &I_sSettings,
                        I_strValue.substr(0, I_strValue.find(' '));
     std::error_code sError;
     const auto ePermissions = std::filesystem::status(sPath, sError).permissions();
-    if (!std::filesystem::is_regular_file(sPath, sError)) // a pipe would be waited for
+    if (!std::filesystem::is_regular_file(sPath, sError)) // to open a pipe may wait for ever
         return Fail(sPath.string() + " is not a file, or does not exist");
     if ((ePermissions & std::filesystem::perms::others_write) != std::filesystem::perms::none)
         return Warn(sPath.string() + ": everybody may write it");
