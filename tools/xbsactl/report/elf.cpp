@@ -32,7 +32,6 @@ struct TABLES
     uint64_t uStrings = 0;
     uint64_t uStringSize = 0;
     uint64_t uGnuHash = 0;
-    uint64_t uHash = 0;
 };
 
 // The address of the dynamic section; 0 for none.
@@ -74,7 +73,6 @@ TABLES ReadTables(const CMemory &I_sMemory, uint64_t I_uStart, uint64_t I_uBias,
         if (sEntry.d_tag == DT_STRTAB) sTables.uStrings = uAddress;
         if (sEntry.d_tag == DT_STRSZ) sTables.uStringSize = uValue;
         if (sEntry.d_tag == DT_GNU_HASH) sTables.uGnuHash = uAddress;
-        if (sEntry.d_tag == DT_HASH) sTables.uHash = uAddress;
     }
     return {};
 }
@@ -94,7 +92,7 @@ std::optional<ElfW(Sym)> Check(const CMemory &I_sMemory, const TABLES &I_sTables
     return sSymbol;
 }
 
-std::optional<ElfW(Sym)> FindByGnuHash(const CMemory &I_sMemory, const TABLES &I_sTables,
+std::optional<ElfW(Sym)> Find(const CMemory &I_sMemory, const TABLES &I_sTables,
                                        std::string_view I_svName)
 {
     uint32_t uHash = 5381;
@@ -129,37 +127,6 @@ std::optional<ElfW(Sym)> FindByGnuHash(const CMemory &I_sMemory, const TABLES &I
     return {};
 }
 
-// Older linkers make this table alone.
-std::optional<ElfW(Sym)> FindByHash(const CMemory &I_sMemory, const TABLES &I_sTables,
-                                    std::string_view I_svName)
-{
-    uint32_t uHash = 0;
-    for (const char cByte : I_svName)
-    {
-        uHash = (uHash << 4U) + static_cast<unsigned char>(cByte);
-        uHash = (uHash ^ (uHash >> 24U & 0xF0U)) & 0x0FFFFFFFU;
-    }
-    uint32_t uBuckets = 0;
-    uint32_t uNumber = 0;
-    const uint64_t uTable = I_sTables.uHash + 2 * sizeof uBuckets;
-    if (!I_sMemory.Read(I_sTables.uHash, uBuckets) || uBuckets == 0) return {};
-    uint64_t uLink = uTable + uHash % uBuckets * sizeof uNumber;
-    for (size_t uStep = 0; uStep < MOST_STEPS; uStep++)
-    {
-        if (!I_sMemory.Read(uLink, uNumber) || uNumber == 0) return {};
-        if (const auto sFound = Check(I_sMemory, I_sTables, uNumber, I_svName)) return sFound;
-        uLink = uTable + (uint64_t{uBuckets} + uNumber) * sizeof uNumber;
-    }
-    return {};
-}
-
-std::optional<ElfW(Sym)> Find(const CMemory &I_sMemory, const TABLES &I_sTables,
-                              std::string_view I_svName)
-{
-    if (I_sTables.uGnuHash != 0) return FindByGnuHash(I_sMemory, I_sTables, I_svName);
-    if (I_sTables.uHash != 0) return FindByHash(I_sMemory, I_sTables, I_svName);
-    return {};
-}
 } // namespace
 
 bool CMemory::Read(uint64_t I_uAddress, void *vpData, size_t I_uLength) const
@@ -184,7 +151,7 @@ std::optional<EXPORTS> ReadExports(const CMemory &I_sMemory, uint64_t I_uStart)
     uint64_t uBias = 0;
     const uint64_t uDynamic = FindDynamic(I_sMemory, I_uStart, sHeader, uBias);
     const TABLES sTables = ReadTables(I_sMemory, I_uStart, uBias, uDynamic);
-    if (uDynamic == 0 || sTables.uSymbols == 0 || sTables.uStrings == 0) return {};
+    if (uDynamic == 0 || sTables.uSymbols == 0 || sTables.uGnuHash == 0) return {};
     EXPORTS sExports;
     sExports.bCalls = Find(I_sMemory, sTables, "BSASendData").has_value();
     if (const auto sRecord = Find(I_sMemory, sTables, "sGlobal"))
