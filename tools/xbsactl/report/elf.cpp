@@ -93,7 +93,7 @@ std::optional<ElfW(Sym)> Check(const CMemory &I_sMemory, const TABLES &I_sTables
 }
 
 std::optional<ElfW(Sym)> Find(const CMemory &I_sMemory, const TABLES &I_sTables,
-                                       std::string_view I_svName)
+                              std::string_view I_svName)
 {
     uint32_t uHash = 5381;
     for (const char cByte : I_svName) uHash = uHash * 33 + static_cast<unsigned char>(cByte);

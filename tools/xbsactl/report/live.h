@@ -124,7 +124,7 @@ class CProcesses
 
     using CACHE = std::unordered_map<std::string, EXPORTS>;
     CACHE
-        sCache; // by owner and file: what one account maps cannot hide the file from another's view
+    sCache; // by owner and file: what one account maps cannot hide the file from another's view
     CACHE sOld;
     std::string strMaps;
 };
