@@ -229,9 +229,9 @@ void CPage::Finish(const std::string &I_strSummary)
     Write("</style></head><body>\n<h1>Sessions of a trace log</h1>\n<p>" + Escape(I_strSummary) +
           "</p>\n");
     if (uLeftOut > 0)
-        Write("<p><strong>The picture has room for the newest " +
+        Write("<p><strong>The picture shows only the newest " +
               Count(deqEntries.size(), "session") + "; " + std::to_string(uLeftOut) +
-              " before them are left out.</strong> Choose with --since or --handle.</p>\n");
+              " earlier ones are omitted.</strong> Select with --since or --handle.</p>\n");
     WriteOverview();
     for (const ENTRY &sEntry : deqEntries) Write(sEntry.strSection);
     Write("</body></html>\n");

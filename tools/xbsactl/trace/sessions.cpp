@@ -91,7 +91,7 @@ void CSessions::Adopt(long I_lHandle, const LOG_LINE &I_sLine)
     if (bInit && !spEarlier->IsMixed()) spEarlier->eState = STATE::REPLACED;
     else
         Merge(spEarlier,
-              base::Text("handle ", I_lHandle, " comes back at line ", I_sLine.sPlace.uLine));
+              base::Text("handle ", I_lHandle, " appears again in line ", I_sLine.sPlace.uLine));
 }
 
 // A handle that others than the current one may have had, or one that was interrupted in its
@@ -128,7 +128,7 @@ void CSessions::JudgeForeignHandle(const LOG_LINE &I_sLine)
     if (lHandle == 0 || I_sLine.svText.find("Invalid Handle") != std::string_view::npos ||
         I_sLine.svText.find("Return: 6 ") != std::string_view::npos)
         return;
-    AddForeign(lHandle, base::Text("handle ", lHandle, " comes in between before line ",
+    AddForeign(lHandle, base::Text("handle ", lHandle, " appears in between, before line ",
                                    I_sLine.sPlace.uLine));
 }
 

@@ -112,7 +112,7 @@ struct TAKE
     {
         const size_t uEnd = sLine.svText.find_first_of(":( ");
         sProgress.strSign = "line " + std::to_string(sLine.sPlace.uLine) + ", of " +
-                            std::string(sLine.svText.substr(0, uEnd)) + ", cannot come here";
+                            std::string(sLine.svText.substr(0, uEnd)) + ", cannot appear here";
     }
 };
 
@@ -121,7 +121,7 @@ void EndCall(const TAKE &I_sTake)
     if (I_sTake.InData())
     {
         I_sTake.End("");
-        I_sTake.AddCall("the object was given up: no BSAEndData", true);
+        I_sTake.AddCall("the object was abandoned: no BSAEndData", true);
     }
     I_sTake.sProgress.uCall = IN_NONE;
 }
@@ -212,7 +212,7 @@ void TakeBlock(const TAKE &I_sTake, const char *cpVerb)
     const uint64_t uTotal = TakeNumber(svRest);
     if (sProgress.uTotal && uTotal != *sProgress.uTotal + uBytes)
         sProgress.strSign = "the total of line " + std::to_string(I_sTake.sLine.sPlace.uLine) +
-                            " does not follow from the one before";
+                            " does not match the total before it";
     sProgress.uTotal = uTotal;
     I_sTake.sSession.uBytes += uBytes;
     if (!I_sTake.InData() && (sProgress.uCall & IN_UNKNOWN) == 0) return;
