@@ -27,7 +27,8 @@ std::string FreeCopyName(const PLACE &I_sPlace, const std::string &I_strFile)
     for (int iNumber = 2; I_sPlace.At(strCopy).Status(); iNumber++)
     {
         if (iNumber > MOST_COPIES)
-            throw base::FileFailure(I_sPlace.Path(I_strFile), ": too many old copies beside it");
+            throw base::FileFailure(I_sPlace.Path(I_strFile),
+                                    ": too many old copies in its directory");
         strCopy = base::Text(I_strFile, COPY_END, '.', iNumber);
     }
     return strCopy;
@@ -63,9 +64,10 @@ void TakeBack(const PLACE &I_sPlace, const CHANGE &I_sChange)
 void RefuseClosed(const PLACE &I_sPlace)
 {
     if (faccessat(I_sPlace.spEtc->Get(), ".", W_OK | X_OK, AT_EACCESS) == 0) return;
-    throw base::FileFailure(I_sPlace.Path("etc"),
-                            ": this account may not write there: run setup as the folder's owner "
-                            "or as root; nothing was changed");
+    throw base::FileFailure(
+        I_sPlace.Path("etc"),
+        ": this account may not write there: run setup as the directory's owner "
+        "or as root; nothing was changed");
 }
 
 // The reader of the question may have taken a while to answer. What another account owns could be
@@ -82,7 +84,7 @@ void CheckUnchanged(const PLACE &I_sPlace, const CHANGE &I_sChange)
                                     : "give it the onconfig's owner first",
                                 "; nothing was changed");
     if (I_sPlace.Content(I_sChange.strFile) != I_sChange.strBefore)
-        throw base::FileFailure(strPath, " was changed meanwhile: run setup again");
+        throw base::FileFailure(strPath, " was changed by another program: run setup again");
 }
 
 // An edited file keeps what others wrote: only our lines go.
@@ -104,13 +106,13 @@ UNDO PlanEdited(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
         strWhy = std::string(": ") + sFailure.what();
     }
     if (!strNew)
-        throw base::FileFailure(I_sPlace.Path(strFile), strWhy, ": put it right by hand first",
+        throw base::FileFailure(I_sPlace.Path(strFile), strWhy, ": correct it by hand first",
                                 strCopy.empty() ? ""
                                                 : "; the old file is " + I_sPlace.Path(strCopy));
-    std::string strText = "changed since setup, only our lines go";
-    if (!strCopy.empty()) strText += "; the old file stays in " + base::Printable(strCopy);
+    std::string strText = "changed since setup, only the lines of setup are removed";
+    if (!strCopy.empty()) strText += "; the old file is kept in " + base::Printable(strCopy);
     if (!strKept.empty())
-        strText += "\n  \"" + base::Printable(strKept) + "\" was edited since, and stays";
+        strText += "\n  \"" + base::Printable(strKept) + "\" was edited since, and is kept";
     return {strFile, strText, [=, &I_sPlace] { I_sPlace.Write(strFile, *strNew); }};
 }
 
@@ -121,14 +123,14 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
     const std::optional<std::string> strText = I_sPlace.Content(strFile);
     const std::string strNow = HashOf(strText);
     if (strNow == I_sRecord.strBefore)
-        return {strFile, "is as it was", [=, &I_sPlace] { I_sPlace.Remove(strCopy); }};
+        return {strFile, "is unchanged", [=, &I_sPlace] { I_sPlace.Remove(strCopy); }};
     if (!strText) throw base::FileFailure(I_sPlace.Path(strFile), " was removed since setup");
     if (strNow != I_sRecord.strAfter) return PlanEdited(I_sPlace, I_sJournal, I_sRecord, *strText);
     if (strCopy.empty()) return {strFile, "removed", [=, &I_sPlace] { I_sPlace.Remove(strFile); }};
     if (HashOf(I_sPlace.Content(strCopy)) != I_sRecord.strBefore)
         throw base::FileFailure(I_sPlace.Path(strCopy),
-                                ": this copy of the old file is gone or was changed");
-    return {strFile, "put back", [=, &I_sPlace] { I_sPlace.Move(strCopy, strFile); }};
+                                ": this copy of the old file is missing or was changed");
+    return {strFile, "restored", [=, &I_sPlace] { I_sPlace.Move(strCopy, strFile); }};
 }
 } // namespace
 

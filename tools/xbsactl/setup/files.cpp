@@ -94,7 +94,7 @@ JOURNAL ReadJournal(const PLACE &I_sPlace)
     } catch (const base::JSON::exception &)
     {
         throw base::FileFailure(strPath, " is damaged: copy the files NAME", COPY_END,
-                                " back over those of that NAME, and remove it");
+                                " back to NAME, and remove this file");
     }
     if (!std::ranges::all_of(sJournal.vecRecords, IsOurs))
         throw base::FileFailure(strPath,

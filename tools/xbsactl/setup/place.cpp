@@ -32,7 +32,7 @@ std::string OnconfigName(const OPTIONS &I_sOptions)
 {
     std::string strName = base::OnconfigName(I_sOptions.strOnconfig);
     if (strName.front() == '.' || strName.find('/') != std::string::npos)
-        throw base::USAGE_ERROR("--onconfig is the name of a file in DIR/etc");
+        throw base::USAGE_ERROR("--onconfig must be the name of a file in DIR/etc");
     return strName;
 }
 
@@ -43,7 +43,8 @@ std::string FolderName(std::string I_strFolder)
         throw base::USAGE_ERROR("--informixdir (or INFORMIXDIR) is not an absolute path");
     if (base::Visible(I_strFolder) != I_strFolder ||
         I_strFolder.find_first_of("'\"*?[\\") != std::string::npos)
-        throw base::USAGE_ERROR("--informixdir holds a quote, a pattern or a control character");
+        throw base::USAGE_ERROR(
+            "--informixdir contains a quote, a wildcard or a control character");
     return I_strFolder;
 }
 
@@ -57,9 +58,8 @@ FOLDER OpenFolder(int I_iIn, const std::string &I_strName, const std::string &I_
     const STAT sStatus = sFolder.Status(I_strPath);
     if (S_ISLNK(sStatus.st_mode))
         throw base::FileFailure(I_strPath,
-                                " is a link: setup changes nothing outside of the folder");
-    if (!S_ISDIR(sStatus.st_mode))
-        throw base::FileFailure(I_strPath + " is not a directory: no database's folder");
+                                " is a link: setup changes nothing outside the directory");
+    if (!S_ISDIR(sStatus.st_mode)) throw base::FileFailure(I_strPath + " is not a directory");
     return std::make_shared<const base::CDescriptor>(std::move(sFolder));
 }
 
@@ -69,7 +69,8 @@ STAT OnconfigStatus(const PLACE &I_sPlace)
     const std::optional<STAT> sStatus = sTarget.Status();
     if (!sStatus)
         throw base::FileFailure(sTarget.strShown, " does not exist: give its name with --onconfig");
-    if (!S_ISREG(sStatus->st_mode)) throw base::FileFailure(sTarget.strShown + " is no plain file");
+    if (!S_ISREG(sStatus->st_mode))
+        throw base::FileFailure(sTarget.strShown + " is not a regular file");
     return *sStatus;
 }
 
@@ -118,7 +119,7 @@ void CheckOwner(uid_t I_uOwner, const base::STEP &I_sStep)
     throw base::FileFailure(
         I_sStep.sPath.string(), S_ISLNK(I_sStep.sStatus.st_mode) ? " is a link that" : "",
         " belongs to account ", uAccount,
-        ", who could make the path lead elsewhere: give the path of a folder that only "
+        ", who could make the path lead elsewhere: give the path of a directory that only "
         "root and its owner can move");
 }
 
@@ -129,9 +130,9 @@ void CheckWriters(uid_t I_uOwner, const base::STEP &I_sStep)
     const std::string strFolder = I_sStep.sPath.parent_path();
     const STAT sStatus = I_sStep.sFolder.Status(strFolder);
     if ((sStatus.st_mode & S_ISVTX) != 0 || !IsOpen(sStatus, I_uOwner == 0)) return;
-    throw base::FileFailure("others may write ", strFolder,
+    throw base::FileFailure("others may write to ", strFolder,
                             ", and could make the path lead "
-                            "elsewhere: take their right first (chmod)");
+                            "elsewhere: take away their write permission first (chmod)");
 }
 
 // Who could make the path lead to another folder. For one that is walked once: the owners of links
@@ -154,14 +155,14 @@ void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
     const STAT sEtc = I_sPlace.spEtc->Status(I_sPlace.Path("etc"));
     CheckWay(I_sPlace.strFolder, sFolder.st_uid, false);
     if (sStatus.st_uid == 0 && !(IsRootsOnly(sFolder) && IsRootsOnly(sEtc)))
-        throw base::FileFailure(strFile,
-                                " is root's, but others may write its folder: give it to the "
-                                "database's account first (chown)");
+        throw base::FileFailure(
+            strFile, " belongs to root, but others may write to its directory: give it to the "
+                     "database's account first (chown)");
     if (sStatus.st_uid == 0) return;
     if (GroupOf(sStatus.st_uid, sStatus.st_gid) != sStatus.st_gid)
-        throw base::FileFailure(strFile + " has the group " + GroupName(sStatus.st_gid) +
-                                ", which " + strName +
-                                " is not in: give it one of this account's groups first (chgrp)");
+        throw base::FileFailure(
+            strFile + " has the group " + GroupName(sStatus.st_gid) + ", but " + strName +
+            " is not a member: change the file's group to one of this account's first (chgrp)");
     Become(sStatus.st_uid, sStatus.st_gid);
     std::cout << "# As " << strName << ", who owns " << strFile << '\n';
 }
@@ -174,8 +175,8 @@ base::CDescriptor Lock(const PLACE &I_sPlace)
         openat(I_sPlace.spEtc->Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (sFolder.Get() == -1) throw base::SystemFailure(I_sPlace.Path("etc"));
     if (flock(sFolder.Get(), LOCK_EX | LOCK_NB) != 0)
-        throw base::FileFailure("another setup is at work in " + I_sPlace.strFolder +
-                                ": wait for its end; nothing was changed");
+        throw base::FileFailure("another setup is running in " + I_sPlace.strFolder +
+                                ": wait until it ends; nothing was changed");
     return sFolder;
 }
 } // namespace
@@ -188,7 +189,7 @@ PLACE Enter(const OPTIONS &I_sOptions)
     if (spFolder != nullptr) sPlace.spEtc = OpenFolder(spFolder->Get(), "etc", sPlace.Path("etc"));
     if (sPlace.spEtc == nullptr)
         throw base::FileFailure(sPlace.Path("etc"),
-                                " is missing: --informixdir names no database's folder");
+                                " is missing; is --informixdir an INFORMIXDIR?");
     sPlace.spLib = OpenFolder(spFolder->Get(), "lib", sPlace.Path("lib"));
     sPlace.strOnconfig = "etc/" + OnconfigName(I_sOptions);
     TakeAccount(sPlace, *spFolder);
@@ -217,9 +218,9 @@ std::string Rotation(const OPTIONS &I_sOptions)
     if (spFolder == nullptr) throw base::FileFailure(strFolder + " does not exist");
     const STAT sStatus = spFolder->Status(strFolder);
     if (sStatus.st_uid == 0 && !IsRootsOnly(sStatus))
-        throw base::FileFailure(strFolder,
-                                " is root's, but others may write it: logrotate would work there "
-                                "with root's rights");
+        throw base::FileFailure(
+            strFolder, " belongs to root, but others may write to it: logrotate would work there "
+                       "with root's rights");
     CheckWay(strFolder, sStatus.st_uid, true); // logrotate walks it again, as this account
     std::string strText(LOGROTATE_TXT);
     const auto fpFill = [&strText](const std::string &strMark, const std::string &strValue) {

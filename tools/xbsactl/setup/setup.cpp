@@ -18,8 +18,8 @@ std::string AbsolutePath(const std::string &I_strFile)
     const std::filesystem::path sFile = std::filesystem::absolute(I_strFile);
     std::string strPath = std::filesystem::canonical(sFile.parent_path()) / sFile.filename();
     if (base::HasControlCharacter(strPath) || strPath.find_first_of(" #'\"") != std::string::npos)
-        throw base::FileFailure(strPath,
-                                ": an onconfig takes no path with a blank, a quote or \"#\"");
+        throw base::FileFailure(
+            strPath, ": an onconfig cannot contain a path with a blank, a quote or \"#\"");
     return strPath;
 }
 
@@ -29,7 +29,7 @@ void FindLibrary(const std::string &I_strLibrary, JOURNAL &X_sJournal)
     void *vpLibrary = library::Load(I_strLibrary);
     Dl_info sInfo{};
     if (dladdr(library::Symbol(vpLibrary, "BSAInit"), &sInfo) == 0 || sInfo.dli_fname == nullptr)
-        throw base::FileFailure("the library's path is not known");
+        throw base::FileFailure("the path of the library is unknown");
     X_sJournal.strLibrary = AbsolutePath(sInfo.dli_fname);
     X_sJournal.strRow = library::VersionsRow(vpLibrary);
 }
@@ -37,9 +37,10 @@ void FindLibrary(const std::string &I_strLibrary, JOURNAL &X_sJournal)
 void WarnOfClosedPath(const std::string &I_strLibrary)
 {
     for (const std::string &strPart : library::ClosedParts(I_strLibrary))
-        std::cout << "# " << base::Printable(strPart)
-                  << " is not open to every account: see that the database's account can read the "
-                     "library\n";
+        std::cout
+            << "# " << base::Printable(strPart)
+            << " is not open to every account: make sure that the database's account can read the "
+               "library\n";
 }
 
 // A database dump or an empty file that was given by mistake.
@@ -68,7 +69,7 @@ CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
         return {I_sPlace.strOnconfig, strBefore, OnconfigWith(strBefore, I_strLibrary)};
     } catch (const base::FAILURE &sFailure)
     {
-        throw base::FileFailure(strPath + ": " + sFailure.what() + ": put it right by hand first");
+        throw base::FileFailure(strPath + ": " + sFailure.what() + ": correct it by hand first");
     }
 }
 
@@ -138,7 +139,7 @@ int UndoAll(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal
     for (const UNDO &sUndo : vecUndo)
         std::cout << I_sPlace.Path(sUndo.strFile) << ": " << sUndo.strText << '\n';
     if (I_sOptions.bDryRun) return base::EXIT_DONE;
-    if (!IsConfirmed(I_sOptions, "Put this back?")) return base::EXIT_FAILED;
+    if (!IsConfirmed(I_sOptions, "Revert these changes?")) return base::EXIT_FAILED;
     Undo(I_sPlace, I_sJournal, vecUndo);
     std::cout << "Done. If /etc/logrotate.d/korva-xbsa was installed, remove it as root.\n";
     return base::EXIT_DONE;
@@ -156,10 +157,10 @@ int Hook(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
     }
     for (const CHANGE &sChange : vecChanges) PrintChange(I_sPlace, sChange);
     if (I_sOptions.bDryRun) return base::EXIT_DONE;
-    if (!IsConfirmed(I_sOptions, "Write this?")) return base::EXIT_FAILED;
+    if (!IsConfirmed(I_sOptions, "Write these changes?")) return base::EXIT_FAILED;
     Apply(I_sPlace, I_sJournal, vecChanges);
     const std::string strFolder = "--informixdir '" + base::Printable(I_sPlace.strFolder) + "'";
-    std::cout << "Done; --undo puts it back. As root, when the logs are to be rotated:\n"
+    std::cout << "Done; --undo reverts it. To rotate the logs, run as root:\n"
               << "  xbsactl setup " << strFolder
               << " --logrotate >/etc/logrotate.d/korva-xbsa\nNext: xbsactl check --informix "
               << strFolder << " --onconfig '" << base::Printable(I_sPlace.strOnconfig.substr(4))

@@ -10,7 +10,7 @@ namespace
 {
 constexpr const char *BEGIN = "# Korva XBSA: begin (written by xbsactl setup)";
 constexpr const char *END = "# Korva XBSA: end";
-constexpr const char *PAGES =
+constexpr const char *PAGES = // as earlier versions wrote it: another text would count as edited
     "# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, write 15";
 constexpr const char *REPLACED = "#xbsa# "; // before a line that ours replace
 constexpr const char *BUFFER = "BAR_XFER_BUF_SIZE";
@@ -60,10 +60,10 @@ void CheckBlock(const base::LINES &I_vecLines, const base::LINES &I_vecBlock)
     if (I_vecBlock != Block(strLibrary, GoodBuffer(I_vecBlock)) ||
         std::ranges::count(I_vecLines, BEGIN) > 1)
         throw base::FileFailure("the lines from \"", BEGIN, "\" to \"", END,
-                                "\" in it were edited since");
+                                "\" were edited since");
     for (const char *cpName : {base::LIBRARY_KEY, BUFFER})
         if (!OnlyLine(I_vecBlock, cpName).empty() && OnlyLine(I_vecLines, cpName).empty())
-            throw base::FileFailure(cpName, " was set again outside of the lines of setup");
+            throw base::FileFailure(cpName, " was set again outside the lines of setup");
 }
 
 // Takes our block out of the lines and hands it back; empty for none.
