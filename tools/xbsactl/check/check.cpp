@@ -79,7 +79,8 @@ void CheckInformix(SESSIONS &X_sSessions, bool I_bLibrary, bool I_bVariables)
     else
     {
         sReport.Add("network.name", NotTried("no session named a server"));
-        ReportSessions(X_sSessions, sAlone, bUtility ? "" : "library or utility is not usable");
+        ReportSessions(X_sSessions, sAlone,
+                       bUtility ? "" : "the library or the COM utility is not usable");
     }
     CleanUp(X_sSessions, {});
 }
@@ -89,7 +90,8 @@ void CheckInformix(SESSIONS &X_sSessions, bool I_bLibrary, bool I_bVariables)
 void Stopped()
 {
     if (!bStored) return;
-    fprintf(stderr, "xbsactl: stopped; what begins with \"%s\" may be left on the server\n",
+    fprintf(stderr,
+            "xbsactl: stopped; objects whose names begin with \"%s\" may be left on the server\n",
             ObjectName().c_str());
 }
 

@@ -65,7 +65,7 @@ std::string OUTCOME::Value(const char *cpName) const
 CChild::CChild(const WORK &I_fpWork)
 {
     std::array<int, 2> aiPipe{};
-    if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
+    if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw base::SystemFailure("creating a pipe");
     const pid_t iParent = getpid();
     fflush(nullptr);
     iProcess = fork();
@@ -77,7 +77,7 @@ CChild::CChild(const WORK &I_fpWork)
     }
     close(aiPipe[1]);
     sPipe = base::CDescriptor(aiPipe[0]);
-    if (iProcess == -1) throw base::SystemFailure("a child process");
+    if (iProcess == -1) throw base::SystemFailure("starting a child process");
 }
 
 CChild::~CChild()

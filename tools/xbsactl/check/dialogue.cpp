@@ -108,7 +108,7 @@ class CDialogue
         if (spStor == nullptr) return Silent("STOR");
         if (IsNegative(spStor->vecReplies.back()))
             return Fail(spStor->vecReplies.back() + ": the server cannot connect back");
-        if (bForeign) return Fail("connected from another address than " + strAddress);
+        if (bForeign) return Fail("connected from an address other than " + strAddress);
         return Fail("the server's connection did not arrive");
     }
 
@@ -170,7 +170,7 @@ class CDialogue
         if (!strEnd.empty()) return Fail(strFound + ": " + strEnd);
         if (Find(I_strVerb) != nullptr)
             return Fail(strFound +
-                        ", the server closed the connection, after its reply: " + strLast);
+                        ": the server closed the connection; its last reply was: " + strLast);
         if (strFailure.empty()) // the utility may lower the trace's level
             return NotTried("the library's trace does not show it");
         return Fail(strFailure);

@@ -39,7 +39,7 @@ class CFtp
             const ssize_t iGot = recv(sControl.Get(), &cByte, 1, 0);
             if (iGot == 0) throw base::FAILURE("the server closed the connection");
             if (iGot < 0) throw base::SystemFailure("the connection failed");
-            if (strLine.size() > LONGEST_LINE) throw base::FAILURE("a reply line without an end");
+            if (strLine.size() > LONGEST_LINE) throw base::FAILURE("a reply line is too long");
         }
         return base::Printable(strLine);
     }
@@ -54,7 +54,7 @@ class CFtp
                            vecLines[0].starts_with(strCode + '-');
         while (bMore && !(vecLines.back() + ' ').starts_with(strCode + ' ')) // it may be blank
         {
-            if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
+            if (vecLines.size() == MOST) throw base::FAILURE("a reply has too many lines");
             vecLines.push_back(Line());
         }
         return vecLines;
@@ -82,7 +82,7 @@ class CFtp
     {
         const std::string strLine = I_strLine + "\r\n";
         if (send(sControl.Get(), strLine.data(), strLine.size(), MSG_NOSIGNAL) == -1)
-            throw base::SystemFailure("the connection takes no command");
+            throw base::SystemFailure("sending a command failed");
         return Reply().back();
     }
 
@@ -132,7 +132,7 @@ void Greet(const sockaddr_in &I_sServer, const SAY &I_fpSay)
 
 FINDING JudgeGreeting(const std::string &I_strText, const std::string &I_strLines)
 {
-    if (IsNegative(I_strText)) return Fail("the server turns sessions away: " + I_strText);
+    if (IsNegative(I_strText)) return Fail("the server rejects sessions: " + I_strText);
     if (!I_strText.starts_with("220")) return Fail("the server does not speak FTP: " + I_strText);
     if (I_strLines != "1") return Fail(I_strLines + " lines: " + I_strText);
     return Ok("one line: " + I_strText);
@@ -206,7 +206,7 @@ FINDING CleanUpPlain(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
         if (!strReply.empty()) strWhy = strReply;
     }
     if (strLeft.empty()) return Ok(Text("objects removed: ", I_sSessions.vecLeft.size()));
-    return Warn(Text("left on the server, if they are there:", strLeft, " (",
+    return Warn(Text("may be left on the server:", strLeft, " (",
                      I_sSessions.sReport.Foreign(strWhy), ")"));
 }
 } // namespace

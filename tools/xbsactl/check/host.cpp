@@ -46,8 +46,8 @@ FINDING Limited(const base::VARIABLE &I_sVariable)
     const std::string strValue = base::Variable(I_sVariable.cpName);
     if (strValue.empty() && I_sVariable.bNeeded) return Fail("not set");
     if (strValue.size() > I_sVariable.uRoom)
-        return Fail(
-            Text(strValue.size(), " bytes: too long, the library takes ", I_sVariable.uRoom));
+        return Fail(Text(strValue.size(), " bytes: too long, the library accepts at most ",
+                         I_sVariable.uRoom));
     return Ok(strValue.empty() ? "not set, not needed" : Text("\"", strValue, "\""));
 }
 
@@ -76,8 +76,8 @@ bool IsWritable(const std::string &I_strFile)
 
 FINDING Log(const std::string &I_strFile, bool I_bWritten)
 {
-    if (I_strFile.empty()) return Ok("none is written");
-    const std::string strState = I_strFile + (I_bWritten ? "" : " (no trace now)");
+    if (I_strFile.empty()) return Ok("no trace is written");
+    const std::string strState = I_strFile + (I_bWritten ? "" : " (tracing is off)");
     if (I_strFile.size() > LOG_ROOM)
         return Fail(Text("the path is longer than ", LOG_ROOM, " bytes"));
     if (!IsWritable(I_strFile))
@@ -86,12 +86,12 @@ FINDING Log(const std::string &I_strFile, bool I_bWritten)
     struct stat sFile = {};
     if (stat(I_strFile.c_str(), &sFile) == 0 && (sFile.st_mode & S_IWOTH) != 0 &&
         S_ISREG(sFile.st_mode))
-        return Warn(strState + ": everybody may write it", "chmod o-w " + I_strFile);
+        return Warn(strState + ": everybody may write to it", "chmod o-w " + I_strFile);
     std::error_code sError;
     const uintmax_t uFree = std::filesystem::space(Folder(I_strFile), sError).available;
     const std::string strFound =
         Text(strState, ": ", sFile.st_size, " bytes, ", sError ? 0 : uFree / MEGABYTE, " MB free");
-    if (!sError && uFree < LOW_SPACE) return Warn("little room: " + strFound);
+    if (!sError && uFree < LOW_SPACE) return Warn("little free space: " + strFound);
     return sFile.st_size > LARGE_LOG ? Warn("a large log: " + strFound) : Ok(strFound);
 }
 
@@ -137,9 +137,9 @@ FINDING Sending()
     const long lSeconds = SecondsOfSending(lRetries);
     const bool bShort = lSeconds < SHORTEST_SENDING;
     return Wait(lRetries != -1, !bShort && lSeconds <= LONGEST_SENDING,
-                Text("a server that vanishes while data is sent is given up after ", Span(lSeconds),
+                Text("a server that vanishes while data is sent is noticed after ", Span(lSeconds),
                      " (net.ipv4.tcp_retries2 = ", lRetries, ")",
-                     bShort ? ": a short fault of the network ends a backup" : ""),
+                     bShort ? ": a short network failure ends a backup" : ""),
                 "sysctl -w net.ipv4.tcp_retries2=8 makes it 102 s, 15 makes it 15 min");
 }
 
@@ -150,7 +150,7 @@ FINDING Silence()
     const long lProbes = Kernel("tcp_keepalive_probes");
     const long lSeconds = lTime + lProbe * lProbes;
     return Wait(std::min({lTime, lProbe, lProbes}) >= 0, lSeconds <= LONGEST_SILENCE,
-                Text("a server that vanishes before its reply is given up after ", Span(lSeconds),
+                Text("a server that vanishes before its reply is noticed after ", Span(lSeconds),
                      " (net.ipv4.tcp_keepalive_time = ", lTime, ", ", lProbes, " probes of ",
                      lProbe, " s)"),
                 "sysctl -w net.ipv4.tcp_keepalive_time=600 makes it " +

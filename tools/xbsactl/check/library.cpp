@@ -95,7 +95,7 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
         return strPath.empty() ? Fail(sAnswer.strFailure) : File(strPath, sResult.strPath, strReal);
     };
     const auto fpCalls = [&] {
-        return strMissing.empty() ? Ok("all 16 are there") : Fail("missing:" + strMissing);
+        return strMissing.empty() ? Ok("all 16 calls are present") : Fail("missing:" + strMissing);
     };
     const auto fpVersion = [&] {
         sResult.strRow = sAnswer.Value("row");

@@ -30,7 +30,7 @@ std::string Advice(const FINDING &I_sFinding, bool I_bInformix)
 {
     const std::string strLine = Text(I_sFinding.strStep, ": ", I_sFinding.strFound);
     const std::string strHint = explain::Advice(strLine, I_bInformix).strHint;
-    return strHint.empty() ? "look at the steps of the library: --trace 2 shows them" : strHint;
+    return strHint.empty() ? "run the check with --trace 2 to see the library's steps" : strHint;
 }
 } // namespace
 
@@ -84,7 +84,7 @@ std::string CReport::Counts() const
 // docs/check.md describes it: fields may be added, none may change.
 std::string CReport::Json() const
 {
-    base::JSON sAnswer = {{"schema", 1}, {"road", sConnection.bInformix ? "informix" : "plain"}};
+    base::JSON sAnswer = {{"schema", 2}, {"mode", sConnection.bInformix ? "informix" : "plain"}};
     for (size_t uStatus = 0; uStatus < JSON_WORDS.size(); uStatus++)
         sAnswer[JSON_WORDS.at(uStatus)] = Count(static_cast<STATUS>(uStatus));
     sAnswer["steps"] = base::JSON::array();

@@ -75,7 +75,7 @@ void RoundTrip(const SESSIONS &I_sSessions, const std::string &I_strName, const 
     sName.uCopyId = sObject.copyId.right;
     I_fpSay("copy", std::to_string(sName.uCopyId));
     if (char cByte = '\0'; I_hGate != -1 && read(I_hGate, &cByte, 1) == -1)
-        throw base::SystemFailure("a pipe");
+        throw base::SystemFailure("creating a pipe");
     Store(sSession, strData);
     I_fpSay("stored", "");
 
@@ -102,14 +102,14 @@ FINDING Judge(const CReport &I_sReport, const OUTCOME &I_sOutcome)
 {
     const std::string strDifference = I_sOutcome.Value("difference");
     if (!I_sOutcome.strFailure.empty()) return Fail(I_sReport.Foreign(I_sOutcome.strFailure));
-    return strDifference.empty() ? Ok("what was stored came back") : Fail(strDifference);
+    return strDifference.empty() ? Ok("the restored data is identical") : Fail(strDifference);
 }
 
 // Sessions are open at once, and the last one goes there and back meanwhile.
 FINDING Together(SESSIONS &X_sSessions, long I_lSessions, const std::string &I_strName)
 {
     std::array<int, 2> aiGate{};
-    if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
+    if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("creating a pipe");
     const base::CDescriptor sWaits(aiGate[0]);
     base::CDescriptor sGate(aiGate[1]); // closed: the sessions go on
     const auto sSilence = 2 * X_sSessions.sSilence;

@@ -66,11 +66,11 @@ FINDING Answer(const CReport &I_sReport, const OUTCOME &I_sOutcome)
     const std::string strText = I_sReport.Foreign(PrintedIn(I_sOutcome));
     const std::string strReply = I_sReport.Foreign(ValueIn(I_sOutcome, "reply"));
     const std::string strMessage = I_sReport.Foreign(ValueIn(I_sOutcome, "message"));
-    const std::string strFound = "answers reply=" + strReply;
+    const std::string strFound = "answered reply=" + strReply;
     if (I_sOutcome.strFailure.empty()) return Ok(strFound);
     if (!strReply.empty())
         return Fail(strFound + ": " + (strMessage.empty() ? "no message" : strMessage));
-    if (!strText.empty()) return Fail("no reply, but: " + strText);
+    if (!strText.empty()) return Fail("no reply, but printed: " + strText);
     return Fail("no reply, nothing printed: " + I_sOutcome.strFailure);
 }
 } // namespace
