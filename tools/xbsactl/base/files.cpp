@@ -97,7 +97,7 @@ CInput::CInput(const std::string &I_strFile)
 {
     if (sFile.Get() == -1) throw SystemFailure(strName);
     const struct stat sStatus = sFile.Status(strName);
-    if (S_ISDIR(sStatus.st_mode)) throw FileFailure(strName, ": is a folder");
+    if (S_ISDIR(sStatus.st_mode)) throw FileFailure(strName, ": is a directory");
     const off_t iPlace = S_ISREG(sStatus.st_mode) ? lseek(sFile.Get(), 0, SEEK_CUR) : 0;
     if (S_ISREG(sStatus.st_mode) && iPlace >= 0 && iPlace < sStatus.st_size)
         uSize = static_cast<uint64_t>(sStatus.st_size - iPlace);
@@ -122,13 +122,13 @@ COutput::COutput(const std::string &I_strFile)
     }
     sTarget = FindTarget(I_strFile);
     sOld = sTarget.Status();
-    if (sOld && S_ISDIR(sOld->st_mode)) throw FileFailure(sTarget.strShown, ": is a folder");
+    if (sOld && S_ISDIR(sOld->st_mode)) throw FileFailure(sTarget.strShown, ": is a directory");
     // A device or a pipe: there is nothing to replace.
     if (sOld && !S_ISREG(sOld->st_mode)) sFile = CDescriptor(sTarget.Open(O_WRONLY));
     else CreateTemporary();
     if (sFile.Get() == -1) throw SystemFailure(sTarget.strShown);
     if (strTemporary.empty() && S_ISREG(sFile.Status(sTarget.strShown).st_mode))
-        throw FileFailure(sTarget.strShown, " was changed meanwhile");
+        throw FileFailure(sTarget.strShown, " was changed by another program");
 }
 
 COutput::COutput(TARGET I_sTarget, bool I_bExact)

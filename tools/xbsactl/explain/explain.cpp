@@ -196,13 +196,14 @@ void PrintAll()
         strSection = sRow.strSection;
         std::cout << strText << sRow.strMeaning << '\n';
     }
-    std::cout << "\nCause and remedy: xbsactl explain CODE, or (part of) a message or log line\n";
+    std::cout
+        << "\nFor cause and remedy: xbsactl explain CODE, or (part of) a message or log line\n";
 }
 
 void Explain(const std::string &I_strText)
 {
     if (std::ranges::none_of(I_strText, [](unsigned char cChar) { return std::isalnum(cChar); }))
-        throw base::USAGE_ERROR("explain: there is no word in the text");
+        throw base::USAGE_ERROR("explain: the text contains no word");
     ROWS vecRows = FindNumber(I_strText);
     const ROW *spLine = FindLine(I_strText);
     if (vecRows.empty() && spLine != nullptr) vecRows.push_back(spLine);
@@ -211,9 +212,9 @@ void Explain(const std::string &I_strText)
     {
         vecRows = FindWords(I_strText, true);
         if (vecRows.empty())
-            throw base::FAILURE("nothing is known about \"" + base::Printable(I_strText) +
+            throw base::FAILURE("no entry for \"" + base::Printable(I_strText) +
                                 "\"; try fewer words, a number, or no text for the whole list");
-        fputs("xbsactl: no message has this text; these entries mention its words\n", stderr);
+        fputs("xbsactl: no message has this text; these entries contain its words\n", stderr);
     }
     PrintRows(vecRows);
 }

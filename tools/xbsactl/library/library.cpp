@@ -59,7 +59,8 @@ void *Load(const std::string &I_strPath)
 void *Symbol(void *vpLibrary, const char *cpName)
 {
     void *vpSymbol = dlsym(vpLibrary, cpName);
-    if (vpSymbol == nullptr) throw base::FileFailure("library is another one: " + LoaderText());
+    if (vpSymbol == nullptr)
+        throw base::FileFailure("this is not the Korva XBSA library: " + LoaderText());
     return vpSymbol;
 }
 
@@ -86,7 +87,7 @@ std::string VersionsRow(void *vpLibrary)
     const size_t uEnd = strProvider.find(szDelimiter[0], uName);
     if (iApi != BSA_RC_SUCCESS || iProvider != BSA_RC_SUCCESS || uName == 0 ||
         uEnd >= strProvider.size() - 1)
-        throw base::FAILURE("the library does not give its provider and version");
+        throw base::FAILURE("the library does not report its provider and version");
     strProvider[uEnd] = '|';
     return base::Text("1|", sApi.issue, '.', sApi.version, '.', sApi.level, '|',
                       strProvider.substr(uName), '|');

@@ -139,7 +139,7 @@ std::string ServersPart(const std::string &I_strReason, const _sGlobal &I_sRecor
     const size_t uLookUp = I_strReason.find("gethostbyname() call");
     if (base::CTimeLimit::IsOver())
         return base::Text(!strReply.empty() ? "no data connection from the server"
-                          : strVerb.empty() ? "the server said nothing"
+                          : strVerb.empty() ? "the server sent no greeting"
                                             : "no reply to " + strVerb,
                           " within ", I_sRecord.ulTimeOut, " s (--timeout)");
     if (uLookUp != std::string::npos) return I_strReason.substr(uLookUp); // errno is another call's
@@ -149,11 +149,12 @@ std::string ServersPart(const std::string &I_strReason, const _sGlobal &I_sRecor
     if (uCode != 3 && uCode != std::string::npos && strRefusal.empty())
         return "the server does not speak FTP: " + strGreeting;
     if (uCode == 3 && strGreeting[3] == '-')
-        return "the server greets with several lines, so its replies are out of step: " +
+        return "the server sends a greeting of several lines, so its replies are out of step: " +
                strGreeting;
-    if (strGreeting.find_first_of("45") == 0) return "the server turned us away: " + strGreeting;
+    if (strGreeting.find_first_of("45") == 0)
+        return "the server rejected the session: " + strGreeting;
     if (I_strReason.ends_with("reply:"))
-        return "no reply to " + strVerb + ", the server closed the control connection";
+        return "the server closed the control connection before its reply to " + strVerb;
     const bool bRefused = uReply != std::string::npos &&
                           I_strReason.find(strRefusal.substr(uReply + 2)) != std::string::npos;
     return bRefused ? strRefusal : I_strReason;
@@ -266,7 +267,7 @@ std::string CSession::UtilityFault(const std::string &I_strReason) const
     const std::string strPath = UtilityPath(vpLibrary);
     Listen(true);
     const std::string strFault = UTILITY + std::string(" cannot be run: ");
-    if (strPath.empty()) return strFault + "no line SM_BIN_KORVA=FOLDER in /etc/korva2000.ini";
+    if (strPath.empty()) return strFault + "no line SM_BIN_KORVA=DIR in /etc/korva2000.ini";
     if (access(strPath.c_str(), X_OK) == 0) return I_strReason;
     return base::SystemFailure(strFault, strPath).what();
 }
@@ -284,7 +285,7 @@ base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
     else
         strReason = base::Printable(
             base::Masked(ServersPart(strReason, *spRecord), sConnection.strPassword));
-    if (strReason.empty()) strReason = "no reason given, --trace 2 shows the steps";
+    if (strReason.empty()) strReason = "no reason given; --trace 2 shows the steps";
     return base::FAILURE(base::Text(cpStep, " failed with code ", I_iCode, " (",
                                     CALL(xbsa_typeerr)(I_iCode), "): ", strReason),
                          bUtility ? base::EXIT_UTILITY : base::EXIT_SERVER);
@@ -419,13 +420,13 @@ void CheckObject(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
         base::CheckText("NAME", I_sObject.strName, base::NAME_ROOM);
         base::CheckText("--space", I_sObject.strSpace, base::NAME_ROOM);
         if (I_sObject.strSpace.find('@') != std::string::npos)
-            throw base::USAGE_ERROR("--space holds an \"@\", which ends the space in SPACE@NAME");
+            throw base::USAGE_ERROR("--space contains an \"@\", which separates SPACE and NAME");
         return;
     }
     base::CheckName("NAME", I_sObject.strName);
     if (I_sObject.strName.find('/') != std::string::npos)
-        throw base::USAGE_ERROR("NAME holds a \"/\": give the folder with --path");
+        throw base::USAGE_ERROR("NAME contains a \"/\": give the directory with --path");
     if (I_sObject.strName == "." || I_sObject.strName == "..")
-        throw base::USAGE_ERROR("NAME is a folder");
+        throw base::USAGE_ERROR("NAME is a directory");
 }
 } // namespace library

@@ -98,9 +98,8 @@ std::vector<MANIFEST_ENTRY> ReadLines(const base::TARGET &I_sTarget)
         uNumber++;
         if (bDosEnd || !sLine)
             throw base::FileFailure("manifest ", I_sTarget.strShown, ", line ", uNumber,
-                                    bDosEnd
-                                        ? ": ends with CR LF; sha256sum's lines end with LF alone"
-                                        : ": is not of sha256sum's format");
+                                    bDosEnd ? ": ends with CR LF; sha256sum ends lines with LF"
+                                            : ": is not in sha256sum's format");
         const bool bNamed = !vecLines.empty() && vecLines.back().strDigest.empty() &&
                             vecLines.back().uCopyId != 0 && !sLine->strDigest.empty();
         if (!bNamed) vecLines.emplace_back();

@@ -105,13 +105,13 @@ std::string FileText(const STATUS &I_sStatus)
     fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns);
     fpAdd("xbsactl_transferred_bytes", "Bytes of objects moved so far.", I_sStatus.uBytes.load());
     fpAdd("xbsactl_expected_bytes", "Bytes that will be moved, when known.", strExpected);
-    fpAdd("xbsactl_duration_seconds", "How long the command runs or ran.",
+    fpAdd("xbsactl_duration_seconds", "How long the command has been running, or ran.",
           Seconds(I_sStatus.sStart));
     fpAdd("xbsactl_bytes_per_second", "Mean rate.", RateNow(I_sStatus) * 1e6);
-    fpAdd("xbsactl_last_attempt_timestamp_seconds", "When the command last began.",
+    fpAdd("xbsactl_last_attempt_timestamp_seconds", "When the command last started.",
           I_sStatus.lStart);
     fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess);
-    fpAdd(LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
+    fpAdd(LAST_CODE, "Exit code of the last completed run; 128 plus the number for a signal.",
           I_sStatus.strLastCode);
     return strText + "# HELP xbsactl_build_info The version that wrote this file.\n"
                      "# TYPE xbsactl_build_info gauge\n"
@@ -135,7 +135,7 @@ void TakeEarlier(STATUS &X_sStatus)
     const std::string strText = base::ReadText(base::FindTarget(X_sStatus.strFile)).value_or("");
     if (!strText.empty() && strText.rfind(OWN_MARK, 0) != 0)
         throw base::FileFailure("status file ", base::Quoted(X_sStatus.strFile),
-                                " holds something else already");
+                                " already exists and is not a status file");
     X_sStatus.strLastSuccess = EarlierValue(strText, LAST_SUCCESS + X_sStatus.strLabels);
     X_sStatus.strLastCode = EarlierValue(strText, LAST_CODE + X_sStatus.strLabels);
 }

@@ -154,7 +154,7 @@ void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 void Query(base::CONNECTION &X_sConnection, OPTIONS &X_sOptions)
 {
     if (!X_sConnection.bInformix)
-        throw base::USAGE_ERROR("query needs --informix: an FTP server keeps no catalogue");
+        throw base::USAGE_ERROR("query needs --informix: an FTP server has no catalogue");
     if (X_sOptions.sObject.strName.empty()) X_sOptions.sObject.strName = "%";
     if (X_sOptions.sObject.strSpace.empty()) X_sOptions.sObject.strSpace = "%";
     CheckSession(X_sConnection, X_sOptions);
