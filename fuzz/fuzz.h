@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "journal/journal.h"
 #include "record/record.h"
 #include "trace/trace.h"
 

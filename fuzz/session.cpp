@@ -2,6 +2,8 @@
 // descriptors of random bytes: no field is read past its end, and a transfer is right or says no.
 #include "fuzz.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cstddef>
 #include <sstream>
@@ -115,10 +117,20 @@ static void Query(long lHandle, const BSA_QueryDescriptor &I_sQuery)
     CHECK(memcmp(&I_sQuery, &sQuery, sizeof sQuery) == 0);
     CheckCommands(sQuery.objectName);
     if (iRet == 0 && sGlobal.iQAB != 0) CHECK(sObject.copyType == sQuery.copyType);
-    if (iRet == 0 && sGlobal.iQAB != 0 &&
-        sWorld.vecAnswers[0].find("= 77@Rb5") != std::string::npos)
-        CHECK(sObject.copyId.right == 77);
+    const std::string &strAnswer = sWorld.vecAnswers[0];
+    const size_t uName = strAnswer.rfind("savesetname");
+    if (iRet == 0 && sGlobal.iQAB != 0 && uName == strAnswer.find("\nsavesetname = 77@Rb5\n") + 1)
+        CHECK(uName == 0 || sObject.copyId.right == 77);
     CHECK(BSAGetNextQueryObject(lHandle, &sObject) == BSA_RC_NO_MORE_DATA);
+}
+
+// At most one line, which is JSON whatever came from the caller and the server.
+static void CheckJournal(bool I_bOn)
+{
+    const std::string &strLine = sWorld.strWritten;
+    CHECK(I_bOn || strLine.empty());
+    if (strLine.empty()) return;
+    CHECK(strLine.find('\n') == strLine.size() - 1 && nlohmann::json::accept(strLine));
 }
 
 void fuzz_One(std::string &X_strBytes)
@@ -131,6 +143,7 @@ void fuzz_One(std::string &X_strBytes)
     sWorld.bStranger = (uWorld & 2) != 0;
     sWorld.bDeaf = (uWorld & 4) != 0;
     sWorld.bNoHost = (uWorld & 8) != 0;
+    if ((uWorld & 16) != 0) sWorld.mapEnvironment["KORVA_JOURNAL"] = "journal";
     sWorld.strData.assign(fuzz_Byte(X_strBytes) * size_t{37}, 'd');
     sWorld.vecAnswers.assign(4, "reply = OK\nsessionID = 5\nsavesetname = 77@Rb5\n"
                                 "tape_server = h:21:u:p\ndrive = SMS\ntape = T:9\n");
@@ -159,7 +172,10 @@ void fuzz_One(std::string &X_strBytes)
         qab_dumpobject(&sObject);
         const bool bSecret = bOnce && sGlobal.sObject.sSMS.szPass == std::string("S3CRET-pw") &&
                              sGlobal.sObject.sSMS.szUser != std::string("sms"); // whose is shown
-        CHECK(!bSecret || sWorld.strTrace.find("S3CRET") == std::string::npos);
+        journal_Release();
+        CheckJournal((uWorld & 16) != 0);
+        CHECK(!bSecret ||
+              (sWorld.strTrace + sWorld.strWritten).find("S3CRET") == std::string::npos);
     }
     CHECK(BSAEndTxn(lHandle, BSA_Vote_COMMIT) == 0 && BSATerminate(lHandle) == 0);
     fuzz_Listen();

@@ -213,6 +213,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *ucpData, size_t uSize)
     fuzz_CheckRecord();
     // What the library would do when it is unloaded.
     xbsa_CutTransfer();
+    journal_Release();
     qab_ReleaseResult();
     i_ReleaseTrace();
     Keep(&hServerControl, -1);

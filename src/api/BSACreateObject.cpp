@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "api/api.h"
+#include "journal/journal.h"
 #include "trace/trace.h"
 #include "util/util.h"
 
@@ -70,16 +71,9 @@ static void CompleteDescriptor(BSA_ObjectDescriptor *spObject)
              "SEGMENT=%d", static_cast<int>(spSMS->ulSegmentNum));
 }
 
-static int CreateObject(BSA_ObjectDescriptor *spCaller)
+static int OpenWrite(const BSA_ObjectDescriptor *spObject)
 {
-    BSA_ObjectDescriptor *spObject = &sGlobal.sObject.sBSA_Object;
-    int iRet = CheckDescriptor(spCaller);
-    if (iRet != BSA_RC_SUCCESS) return iRet;
-
-    xbsa_CutTransfer();
-    TRACE("BSACreateObject: Leaving the dataBlockPtr as is.");
-    TRACE("BSACreateObject: Copy the input parameter (object) into sGlobal data structure.");
-    *spObject = *spCaller;
+    int iRet = BSA_RC_SUCCESS;
     if (sGlobal.iQAB != 0)
     {
         iRet = OpenWriteJob();
@@ -89,9 +83,26 @@ static int CreateObject(BSA_ObjectDescriptor *spCaller)
         TRACE("Tracing input variables...");
         xbsa_TakeLogin("BSACreateObject", spObject);
     }
-    if (iRet == BSA_RC_SUCCESS) iRet = OpenStore();
+    return iRet == BSA_RC_SUCCESS ? OpenStore() : iRet;
+}
+
+static int CreateObject(BSA_ObjectDescriptor *spCaller)
+{
+    BSA_ObjectDescriptor *spObject = &sGlobal.sObject.sBSA_Object;
+    int iRet = CheckDescriptor(spCaller);
     if (iRet != BSA_RC_SUCCESS) return iRet;
 
+    journal_Begin(STOR_MODE);
+    xbsa_CutTransfer();
+    TRACE("BSACreateObject: Leaving the dataBlockPtr as is.");
+    TRACE("BSACreateObject: Copy the input parameter (object) into sGlobal data structure.");
+    *spObject = *spCaller;
+    iRet = OpenWrite(spObject);
+    if (iRet != BSA_RC_SUCCESS)
+    {
+        journal_End(false, "The object could not be opened.");
+        return iRet;
+    }
     CompleteDescriptor(spObject);
     *spCaller = *spObject;
     return BSA_RC_SUCCESS;

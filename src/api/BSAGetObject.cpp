@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "api/api.h"
+#include "journal/journal.h"
 #include "trace/trace.h"
 #include "util/util.h"
 
@@ -10,6 +11,7 @@ static void CutBackup()
 {
     bool bBackup = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0 &&
                    sPrivate.eTransfer == TRANSFER_STORING;
+    journal_Begin(RETR_MODE);
     xbsa_CutTransfer();
     if (bBackup) sPrivate.eTransfer = TRANSFER_CUT_BY_RESTORE;
 }
@@ -36,10 +38,22 @@ static int OpenReadJob(const BSA_ObjectDescriptor *spObject)
     return BSA_RC_SUCCESS;
 }
 
+static int OpenRead(const BSA_ObjectDescriptor *spObject)
+{
+    int iRet = BSA_RC_SUCCESS;
+    if (sGlobal.iQAB != 0) iRet = OpenReadJob(spObject);
+    else xbsa_TakeLogin("BSAGetObject", spObject);
+    if (iRet != BSA_RC_SUCCESS) return iRet;
+
+    TRACE("BSAGetObject: Calling xbsa_open()");
+    if (xbsa_open(RETR_MODE) != -1) return BSA_RC_SUCCESS;
+    TRACE("BSAGetObject: xbsa_open() call failed. Exiting.");
+    return BSA_RC_ABORT_SYSTEM_ERROR;
+}
+
 static int GetObject(const BSA_ObjectDescriptor *spCaller)
 {
     BSA_ObjectDescriptor *spObject = &sGlobal.sObject.sBSA_Object;
-    int iRet = BSA_RC_SUCCESS;
     if (spCaller == nullptr)
     {
         TRACE("BSAGetObject: objectDescriptorPtr is NULL. Exiting.");
@@ -49,14 +63,9 @@ static int GetObject(const BSA_ObjectDescriptor *spCaller)
     TRACE("BSAGetObject: Leaving the dataBlockPtr as is.");
     TRACE("BSAGetObject: Copy the input parameter (object) into sGlobal data structure.");
     *spObject = *spCaller;
-    if (sGlobal.iQAB != 0) iRet = OpenReadJob(spObject);
-    else xbsa_TakeLogin("BSAGetObject", spObject);
-    if (iRet != BSA_RC_SUCCESS) return iRet;
-
-    TRACE("BSAGetObject: Calling xbsa_open()");
-    if (xbsa_open(RETR_MODE) != -1) return BSA_RC_SUCCESS;
-    TRACE("BSAGetObject: xbsa_open() call failed. Exiting.");
-    return BSA_RC_ABORT_SYSTEM_ERROR;
+    int iRet = OpenRead(spObject);
+    if (iRet != BSA_RC_SUCCESS) journal_End(false, "The object could not be opened.");
+    return iRet;
 }
 
 int BSAGetObject(long bsaHandle, BSA_ObjectDescriptor *objectDescriptorPtr, BSA_DataBlock *)

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "api/api.h"
+#include "journal/journal.h"
 #include "trace/trace.h"
 #include "util/util.h"
 
@@ -105,6 +106,7 @@ static int OpenSession(long *lpHandle, BSA_SecurityToken *spToken, BSA_ObjectOwn
 {
     ReadStrictMode();
     int iRet = xbsa_ReadNetwork();
+    journal_Start();
     RecogniseSession(spOwner);
     if (iRet == BSA_RC_SUCCESS) iRet = TakeEnvironment(cppEnvironment);
     if (iRet == BSA_RC_SUCCESS && i_Verbosity() >= TRACE_STEPS)

@@ -27,7 +27,7 @@ static constexpr _sPrivate InitialPrivate()
     sInitial.sData.hpField = &sGlobal.sSession.SData;
     sInitial.sData.hOwn = -1;
     sInitial.sData.hClosed = -1;
-    sInitial.sTrace.hLog = -1;
+    sInitial.sTrace.sLog.hFile = -1;
     return sInitial;
 }
 

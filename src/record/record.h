@@ -40,21 +40,38 @@ typedef enum
 typedef enum
 {
     OBJECT_WHOLE,
-    OBJECT_REJECTED, // a BSASendData was rejected, so its bytes are missing
-    OBJECT_BROKEN,   // a BSASendData failed on the connection; in strict mode a BSAGetData too
+    OBJECT_REJECTED, // a BSASendData was rejected, or by default a BSAGetData failed: bytes are missing
+    OBJECT_BROKEN, // a BSASendData failed on the connection; in strict mode a BSAGetData too
 } HEALTH;
 
 // The log and what belongs to its lines.
 typedef struct
 {
     char *cpBuffer;                     // trace buffer of our own making; null before the first
-    int hLog;                           // log of our own opening; -1 none
-    FILE_ID sID;                        // what hLog denoted then
+    APPENDED sLog;                      // log of our own opening
     time_t lStamped;                    // second that szStamp shows
     char szStamp[64];                   // what each line begins with
     size_t uStamp;                      // its length
     char szMasked[XBSA_REPLY_SIZE + 2]; // a reply without its secrets, after a null byte
 } TRACE_STATE;
+
+// The journal of a session with KORVA_JOURNAL and what it knows of the current object. It is made by
+// the first such session, so that all others do not carry its memory.
+typedef struct
+{
+    char szPath[4096];
+    APPENDED sFile;
+
+    ENUM_DIRECTION eDirection;
+    bool bObject;                               // one was begun, its line is owed
+    struct timespec sBegun;                     // monotonic
+    unsigned long long ullBytes;                // that were moved
+    unsigned long long ullBlocks;               // calls that moved them
+    char szError[XBSA_TRACE_SIZE];              // first failure of the object
+    alignas(64) unsigned char byaChecksum[576]; // state of XXH3-128
+
+    char szLine[24576]; // room for every field with each of its bytes escaped
+} JOURNAL;
 
 // Settings of the data connection that are off unless the environment asks for them: 0 for each.
 typedef struct
@@ -88,6 +105,7 @@ typedef struct
     bool bResultSpent;              // it was handed out, or the list was emptied
 
     TRACE_STATE sTrace;
+    JOURNAL *spJournal; // null: no journal is asked for
 } _sPrivate;
 
 extern _sPrivate sPrivate;

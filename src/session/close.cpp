@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "data/data.h"
+#include "journal/journal.h"
 #include "record/record.h"
 #include "session/session.h"
 #include "trace/trace.h"
@@ -191,6 +192,14 @@ static bool HasFailed(int iData)
     return iData != BSA_RC_SUCCESS || xbsa_IsIncomplete() || sPrivate.bNoUtility;
 }
 
+// The journal shows by default, too, what only strict mode returns.
+static void WriteJournal(int iData, int iRet)
+{
+    bool bWhole = iRet == BSA_RC_SUCCESS && iData == BSA_RC_SUCCESS && !xbsa_IsCut() &&
+                  sPrivate.eHealth == OBJECT_WHOLE && !sPrivate.bNoUtility;
+    journal_End(bWhole, "A call for the object failed.");
+}
+
 // A restore's own result is not reported, and that of a backup gives way to the job's: callers know
 // it so. Strict mode hides neither.
 int xbsa_EndObject(int iCall)
@@ -209,6 +218,7 @@ int xbsa_EndObject(int iCall)
     {
         i_KeepMessage(0, "A block of the object was rejected.");
     }
+    WriteJournal(iData, iRet);
     xbsa_ForgetObject();
     return iRet;
 }

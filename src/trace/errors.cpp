@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "record/record.h"
 #include "trace/messages.h"
 #include "trace/trace.h"
 #include "util/util.h"
@@ -70,6 +71,11 @@ static void FormatDescription(char *cpTarget, size_t uSize, const char *cpFormat
     if (cpFormat != nullptr) vsnprintf(cpTarget, uSize, cpFormat, vaArguments);
 }
 
+static void KeepFirst(char (&szKept)[XBSA_TRACE_SIZE], const char *cpText)
+{
+    if (szKept[0] == '\0') x_CopyText(szKept, sizeof szKept, cpText);
+}
+
 // Makes the text, and the last message where there is none. Returns a static text.
 static char *MakeErrorText(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDesc,
                            va_list vaArguments)
@@ -85,8 +91,8 @@ static char *MakeErrorText(unsigned long dwSysErrCode, int iErrFlag, const char 
         AppendDescription(szText, sizeof szText, dwSysErrCode, szDescription);
     }
 
-    char *cpLast = sGlobal.sSession.szLastMessage;
-    if (cpLast[0] == '\0') x_CopyText(cpLast, sizeof sGlobal.sSession.szLastMessage, szText);
+    KeepFirst(sGlobal.sSession.szLastMessage, szText);
+    if (sPrivate.spJournal != nullptr) KeepFirst(sPrivate.spJournal->szError, szText);
     return szText;
 }
 

@@ -6,7 +6,4 @@
 // number may be the host's by now.
 bool i_IsLogOpen();
 
-// Whether a write to it raises no signal: a file of our own opening, with no limit of its size.
-bool i_IsLogPlain();
-
 #endif

@@ -2,7 +2,6 @@
 #include "trace/trace.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -72,49 +71,12 @@ static size_t ComposeLine(char *cpLine, const char *cpMessage)
     return uLength;
 }
 
-// The signal that came with a failed write, or 0.
-static int RaisedBy(int iError)
-{
-    if (iError == EPIPE) return SIGPIPE;
-    return iError == EFBIG ? SIGXFSZ : 0;
-}
-
-// A write to a pipe that nobody reads raises SIGPIPE, one beyond the host's limit of file sizes
-// SIGXFSZ, and either would end the host. Both are held back during the write; the one that it
-// raised is taken away again unless it was pending before.
-static void WriteHeld(int hTarget, const char *cpLine, size_t uLength)
-{
-    sigset_t sHeld;
-    sigset_t sOld;
-    sigset_t sPending;
-    sigemptyset(&sHeld);
-    sigaddset(&sHeld, SIGPIPE);
-    sigaddset(&sHeld, SIGXFSZ);
-    sigpending(&sPending);
-    sigprocmask(SIG_BLOCK, &sHeld, &sOld);
-
-    int iRaised = 0;
-    if (write(hTarget, cpLine, uLength) == -1) iRaised = RaisedBy(errno);
-    if (iRaised != 0 && sigismember(&sPending, iRaised) == 0)
-    {
-        struct timespec sNoWait = {0, 0};
-        sigemptyset(&sHeld);
-        sigaddset(&sHeld, iRaised);
-        sigtimedwait(&sHeld, nullptr, &sNoWait);
-    }
-    sigprocmask(SIG_SETMASK, &sOld, nullptr);
-}
-
 static void WriteLog(const char *cpLine, size_t uLength)
 {
     if (!i_IsLogOpen()) return;
-    if (!i_IsLogPlain())
-    {
-        WriteHeld(sGlobal.hLogFile, cpLine, uLength);
-        return;
-    }
-    ssize_t iWritten = write(sGlobal.hLogFile, cpLine, uLength);
-    (void)iWritten; // a line that cannot be written is lost
+    const APPENDED *spOwn = &sPrivate.sTrace.sLog;
+    if (sGlobal.hLogFile == spOwn->hFile) x_Append(spOwn, cpLine, uLength);
+    else x_WriteHeld(sGlobal.hLogFile, cpLine, uLength);
 }
 
 void i_trace(const char *cpTraceMessage)
@@ -122,7 +84,7 @@ void i_trace(const char *cpTraceMessage)
     char szLine[XBSA_TRACE_SIZE];
     size_t uLength = ComposeLine(szLine, cpTraceMessage != nullptr ? cpTraceMessage : "");
 
-    if (sGlobal.ucXBSATraceLevel & TRACE_TO_STDERR) WriteHeld(STDERR_FILENO, szLine, uLength);
+    if (sGlobal.ucXBSATraceLevel & TRACE_TO_STDERR) x_WriteHeld(STDERR_FILENO, szLine, uLength);
     if (sGlobal.ucXBSATraceLevel & TRACE_TO_LOG) WriteLog(szLine, uLength);
 }
 

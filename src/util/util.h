@@ -1,4 +1,5 @@
-// The ground floor: texts of fixed size, descriptors by their numbers, memory, environment, stopwatch.
+// The ground floor: texts of fixed size, descriptors by their numbers, files that lines are appended to,
+// memory, environment, stopwatch.
 //
 // Promises: nothing here knows the session record or writes a trace, no copy runs past its target, a
 // text that had to be cut is reported by the result, and errno says why a call on a descriptor
@@ -8,6 +9,7 @@
 #define UTIL_UTIL_H
 
 #include <cstddef>
+#include <sys/types.h>
 
 // --- Texts (text.cpp) ---
 
@@ -70,5 +72,28 @@ bool x_AwaitBytes(int hSocket, int iSeconds);
 
 // The error that the network has left on a socket, 0 for none.
 int x_SocketError(int hSocket);
+
+// --- Files that lines are appended to (append.cpp) ---
+
+typedef struct
+{
+    int hFile;   // of our own opening; -1 none
+    FILE_ID sID; // what hFile denoted then
+} APPENDED;
+
+// Opens it, or makes it with mode 0600. Leaves hFile at -1 with errno after a failure.
+//   bForStarter  the path comes from whoever started the process, who may have fewer rights
+void x_OpenAppended(APPENDED *spFile, const char *cpPath, bool bForStarter);
+
+// Whether the number still denotes the file: the host may have closed it.
+bool x_IsOpen(const APPENDED *spFile);
+
+void x_CloseAppended(APPENDED *spFile);
+
+// One write without a signal for the host. Returns its result with errno.
+ssize_t x_Append(const APPENDED *spFile, const char *cpLine, size_t uLength);
+
+// The same for a descriptor that is not ours.
+ssize_t x_WriteHeld(int hTarget, const char *cpLine, size_t uLength);
 
 #endif

@@ -172,6 +172,12 @@ def descriptors():
     return sorted(number for number in listed if os.path.lexists(f"/proc/self/fd/{number}"))
 
 
+def holds_journal(number):
+    path = os.environ.get("KORVA_JOURNAL")
+    return path and os.path.lexists(f"/proc/self/fd/{number}") and os.readlink(
+        f"/proc/self/fd/{number}") == os.path.realpath(path)
+
+
 def signal_mask():
     return re.search(r"SigBlk:\s+(\w+)", read_text("/proc/self/status"))[1]
 
@@ -269,7 +275,8 @@ def _run_child(scenario, args, server, level, env, folder):
         before, mask = set(descriptors()), signal_mask()
         library = Library(level)
         report.update(value=scenario(library, *args), trace=library.trace, mask=signal_mask())
-        lost = set(descriptors()) ^ before ^ ({library.state.hLogFile} - {0, -1})
+        lost = {number for number in set(descriptors()) ^ before ^ ({library.state.hLogFile} - {0, -1})
+                if not holds_journal(number)}
         changed = not library.state.iQAB and report["mask"] != mask
         left = {"fds": lost, "mask": changed, "children": has_children()}
         report["left"] = {key: value for key, value in left.items() if value}

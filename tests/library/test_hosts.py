@@ -1,4 +1,5 @@
 """Odd hosts: a C program that has done this or that to itself uses the library, on both roads."""
+import json
 import os
 import shutil
 import subprocess
@@ -25,7 +26,8 @@ class Driver(unittest.TestCase):
 
     def drive(self, owner, conditions, *, program=None, log="xbsa.log", **options):
         strict = str(int("fork" not in conditions))  # in strict mode a child may not
-        env = dict(os.environ, XBSA_TRACE="66", XBSA_LOGFILE=log, KORVA_STRICT=strict)
+        env = dict(os.environ, XBSA_TRACE="66", XBSA_LOGFILE=log, KORVA_STRICT=strict,
+                   KORVA_JOURNAL=log + ".journal")
         line = [*(program or HOST + [LIBRARY]), owner, f"localhost:{self.server.port}"]
         host = subprocess.run(line + conditions.split(), env=env, cwd=self.folder, check=False,
                               capture_output=True, timeout=DEADLINE, **options)
@@ -43,6 +45,8 @@ class Hosts(Driver):
                     self.drive(owner, conditions)
                     self.assertIn("BSATerminate: Closing trace", self.log().splitlines()[-1])
                     os.unlink(self.folder + "/xbsa.log")
+        journal = [json.loads(line) for line in read_text(self.folder + "/xbsa.log.journal").splitlines()]
+        self.assertEqual({line["result"] for line in journal}, {0})
 
     def test_large_log(self):
         with open(self.folder + "/xbsa.log", "w+b") as file:
@@ -64,7 +68,8 @@ class SetUserId(Driver):
                 subprocess.run([*line.split(), program[0]], check=True)
                 for log in "secret.log", "open/own.log":
                     self.drive("PLAIN", "", program=HOST[:-1] + program, log=log, **who)
-                self.assertFalse(os.path.exists(self.folder + "/secret.log"))
-                own = os.stat(self.folder + "/open/own.log")
-                self.assertEqual((own.st_uid, own.st_gid), (NOBODY, NOBODY))
-                os.unlink(self.folder + "/open/own.log")
+                for name in "log", "log.journal":
+                    self.assertFalse(os.path.exists(self.folder + "/secret." + name))
+                    own = os.stat(self.folder + "/open/own." + name)
+                    self.assertEqual((own.st_uid, own.st_gid), (NOBODY, NOBODY))
+                    os.unlink(self.folder + "/open/own." + name)
