@@ -134,9 +134,11 @@ double Rate(const ENTRY &I_sEntry) // bytes a second
     return I_sEntry.dSeconds > 0 ? static_cast<double>(I_sEntry.uBytes) / I_sEntry.dSeconds : 0;
 }
 
-std::string Megabytes(double I_dBytes, const char *cpUnit)
+std::string Amount(double I_dBytes, const char *cpEnd = "")
 {
-    return base::Text(std::setprecision(1), I_dBytes / 1e6, cpUnit);
+    const bool bSmall = I_dBytes < 1e6;
+    return base::Text(std::setprecision(1), I_dBytes / (bSmall ? 1e3 : 1e6),
+                      bSmall ? " kB" : " MB", cpEnd);
 }
 
 // What is wrong with it; empty for nothing.
@@ -159,8 +161,8 @@ void PrintRow(const OBJECT &I_sObject, int64_t I_iNow)
     const std::array<std::pair<int, std::string>, 5> CELLS = {
         {{8, WORDS.at(static_cast<size_t>(I_sObject.eStatus))},
          {10, sGood ? Age(I_iNow - sGood->iTime) : "-"},
-         {14, sGood ? Megabytes(static_cast<double>(sGood->uBytes), " MB") : "-"},
-         {14, sGood ? Megabytes(Rate(*sGood), " MB/s") : "-"},
+         {14, sGood ? Amount(static_cast<double>(sGood->uBytes)) : "-"},
+         {14, sGood ? Amount(Rate(*sGood), "/s") : "-"},
          {12, sGood && sGood->bInformix ? std::to_string(sGood->uCopyId) : "-"}}};
     for (const auto &[iWidth, strCell] : CELLS) std::cout << std::setw(iWidth) << strCell;
     std::cout << I_sObject.ShownName() << '\n';
