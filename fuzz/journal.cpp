@@ -5,6 +5,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "base/base.h"
 #include "base/json.h"
 #include "report/report.h"
 
@@ -50,7 +51,8 @@ void fuzz_One(std::string &X_strBytes)
         CHECK(bPacked || strLast == "fuzz@good");
         const std::string strText = Printed(sOptions);
         CHECK(strText.ends_with('\n'));
-        for (const unsigned char byByte : strText) CHECK(byByte >= ' ' || byByte == '\n');
+        for (const char cByte : strText)
+            CHECK(static_cast<unsigned char>(cByte) >= ' ' || cByte == '\n');
         CHECK(!sOptions.bJson || sOptions.bNagios || base::JSON::accept(strText));
     } catch (const base::FAILURE &)
     {

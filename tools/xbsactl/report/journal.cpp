@@ -43,10 +43,34 @@ int64_t Time(const std::string &I_strText)
     return timegm(&sTime);
 }
 
+// The library writes a byte that is not UTF-8 as the character of its number, in an escape. Such an
+// escape becomes one of U+E080 to U+E0FF, which Name makes the byte again that the server knows.
+std::string WithMarks(std::string I_strText)
+{
+    for (size_t uAt = I_strText.find('\\'); uAt < I_strText.size();
+         uAt = I_strText.find('\\', uAt + 2))
+        if (I_strText.compare(uAt, 4, "\\u00") == 0 && I_strText[uAt + 4] > '7')
+            I_strText.replace(uAt + 2, 2, "e0");
+    return I_strText;
+}
+
+std::string Name(const JSON &I_sLine, const char *cpKey)
+{
+    std::string strName = String(I_sLine, cpKey);
+    for (size_t uAt = 0; (uAt = strName.find('\xEE', uAt)) != std::string::npos; uAt++)
+        if (strName[uAt + 1] == '\x82' || strName[uAt + 1] == '\x83')
+            strName.replace(
+                uAt, 3, 1,
+                static_cast<char>((strName[uAt + 1] & 3) << 6 | (strName[uAt + 2] & 63)));
+    return strName;
+}
+
 // Throws when a key is missing or has another type; others are not looked at.
 ENTRY EntryOf(std::string_view I_svText)
 {
-    const JSON sLine = JSON::parse(I_svText);
+    const bool bEscapes = I_svText.find("\\u00") != std::string_view::npos;
+    const JSON sLine =
+        bEscapes ? JSON::parse(WithMarks(std::string(I_svText))) : JSON::parse(I_svText);
     if (Number(sLine, "schema", UINT64_MAX) != SCHEMA) throw NEWER_SCHEMA();
     ENTRY sEntry;
     sEntry.iTime = Time(String(sLine, "time"));
@@ -54,8 +78,8 @@ ENTRY EntryOf(std::string_view I_svText)
     sEntry.bInformix = String(sLine, "mode") == "informix";
     sEntry.bStore = String(sLine, "direction") == "store";
     sEntry.bGood = Number(sLine, "result", UINT32_MAX) == 0;
-    sEntry.strSpace = String(sLine, "space");
-    sEntry.strPath = String(sLine, "path");
+    sEntry.strSpace = Name(sLine, "space");
+    sEntry.strPath = Name(sLine, "path");
     sEntry.uCopyId = static_cast<unsigned>(Number(sLine, "copy_id", UINT32_MAX));
     sEntry.uBytes = Number(sLine, "bytes", INT64_MAX);
     sEntry.dSeconds = sLine.at("seconds").get<double>();

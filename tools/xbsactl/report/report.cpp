@@ -137,8 +137,8 @@ double Rate(const ENTRY &I_sEntry) // bytes a second
 std::string Amount(double I_dBytes, const char *cpEnd = "")
 {
     const bool bSmall = I_dBytes < 1e6;
-    return base::Text(std::setprecision(1), I_dBytes / (bSmall ? 1e3 : 1e6),
-                      bSmall ? " kB" : " MB", cpEnd);
+    return base::Text(std::setprecision(1), I_dBytes / (bSmall ? 1e3 : 1e6), bSmall ? " kB" : " MB",
+                      cpEnd);
 }
 
 // What is wrong with it; empty for nothing.

@@ -18,7 +18,7 @@ struct ENTRY
     bool bInformix = false;
     bool bStore = false; // else a restore
     bool bGood = false;
-    std::string strSpace;
+    std::string strSpace; // in the bytes that the server knows
     std::string strPath;
     unsigned uCopyId = 0;
     uint64_t uBytes = 0;
