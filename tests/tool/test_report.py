@@ -44,6 +44,7 @@ REPORTS = rows("lines options code nagios says objects",
     ([GOOD], "--space a --space b", 1, 2, "^failed .* b\n +never stored$", "ok failed"),
     ([GOOD, line("b", 9, mode="plain", path="db")], "", 0, 0, "^ok .* - +db/b$", "ok ok"),
     ([line("a", 9, path=f"/0/{log}") for log in range(9)], "", 0, 0, r"^ok .* a@/0/\*$", "ok"),
+    ([line("a", 9, path=path) for path in ("0", "/1", "10", "12")], "", 0, 0, r"(?s) a@/1$.* a@0$", "ok ok ok"),
     ([GOOD, line("b", 9, direction="restore"), failed("a", 9, direction="restore")], "", 0, 0, "1 ok", "ok"),
     ([], "", 1, 2, "no store is recorded", ""),
     # damage: half a line alone, with a good one glued to it, too long, no UTF-8, wrong types, newer

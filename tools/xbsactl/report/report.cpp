@@ -54,12 +54,12 @@ struct OBJECT
 using OBJECTS = std::map<std::pair<std::string, std::string>, OBJECT>;
 
 // Each logical log of a database is an object of its own, with a path of numbers, which no dbspace
-// has. They are reported as one, with "*" as the number of the log.
+// has. They are reported as one, with "*" as the number of the log. A single digit may be a level.
 std::string ReportedPath(const ENTRY &I_sEntry)
 {
     const std::string &strPath = I_sEntry.strPath;
-    const bool bLog =
-        I_sEntry.bInformix && strPath.find_first_not_of("0123456789/") == std::string::npos;
+    const bool bLog = I_sEntry.bInformix && strPath.size() - std::ranges::count(strPath, '/') > 1 &&
+                      strPath.find_first_not_of("0123456789/") == std::string::npos;
     return bLog ? strPath.substr(0, strPath.rfind('/') + 1) + "*" : strPath;
 }
 
