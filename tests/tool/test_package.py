@@ -97,7 +97,7 @@ class Interface(unittest.TestCase):
         self.assertEqual({line[0]: set(line[1:]) for line in lines},
                          {name: options[name] | everywhere for name in commands})
         general, rest = read("completions/_xbsactl").split("own general=(")[1].split("\n    )", 1)
-        found = {name: set(re.findall(r"['){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
+        found = {name: set(re.findall(r"['*){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
                  [("", general), *re.findall(r"^ {8}(\w+)\)\n(.*?);;", rest, re.M | re.S)]}
         self.assertEqual(found, {"": everywhere, **options})
         self.assertEqual(documented("korva-sandbox.1")["OPTIONS"], offered(f"{ROOT}/sandbox/run"))

@@ -165,7 +165,8 @@ std::vector<std::string> RotatedOf(const std::string &I_strFile)
     std::error_code sError; // what cannot be listed has none
     const auto sFolder = sFile.has_parent_path() ? sFile.parent_path() : ".";
     for (const auto &sEntry : std::filesystem::directory_iterator(sFolder, sError))
-        if (IsRotated(sEntry.path().filename(), sFile.filename()))
+        if (sEntry.is_regular_file(sError) && // a pipe would be waited for
+            IsRotated(sEntry.path().filename(), sFile.filename()))
             vecFound.push_back(sEntry.path());
     return vecFound;
 }

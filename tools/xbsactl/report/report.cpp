@@ -58,7 +58,8 @@ using OBJECTS = std::map<std::pair<std::string, std::string>, OBJECT>;
 std::string ReportedPath(const ENTRY &I_sEntry)
 {
     const std::string &strPath = I_sEntry.strPath;
-    const bool bLog = I_sEntry.bInformix && strPath.size() - std::ranges::count(strPath, '/') > 1 &&
+    const size_t uSlashes = static_cast<size_t>(std::ranges::count(strPath, '/'));
+    const bool bLog = I_sEntry.bInformix && strPath.size() > uSlashes + 1 &&
                       strPath.find_first_not_of("0123456789/") == std::string::npos;
     return bLog ? strPath.substr(0, strPath.rfind('/') + 1) + "*" : strPath;
 }

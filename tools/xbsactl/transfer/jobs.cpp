@@ -65,6 +65,7 @@ void Work(const base::CONNECTION &I_sConnection, CNext &X_sNext, size_t I_uObjec
         if (sVerdict.contains("error"))
             sVerdict["error"] = sVerdict["error"].get<std::string>().substr(0, LONGEST_ERROR);
         sVerdict["object"] = uObject;
+        sVerdict["moved"] = TakeMoved();
         dprintf(I_iPipe, "%s\n",
                 sVerdict.dump(-1, ' ', false, base::JSON::error_handler_t::replace).c_str());
     };
@@ -90,11 +91,12 @@ std::string TakeVerdicts(base::CDescriptor I_sPipe, std::vector<bool> &X_vecTake
     {
         base::JSON sVerdict = base::JSON::parse(szLine.data());
         const size_t uObject = sVerdict["object"];
+        AddStatus(sVerdict["moved"]);
         sVerdict.erase("object");
+        sVerdict.erase("moved");
         if (uObject < X_vecTaken.size())
         {
             X_vecTaken[uObject] = true;
-            AddStatus(sVerdict.value("bytes", uint64_t{0}));
             I_fpTake(uObject, sVerdict);
         }
         else strFailure = sVerdict["error"];

@@ -76,8 +76,11 @@ void RunJobs(const base::CONNECTION &I_sConnection, unsigned I_uJobs, size_t I_u
 // What the line of the status says is being done.
 void SayStatus(const std::string &I_strWhat);
 
-// Adds to the file what another process moved; how many objects were found the same or not.
+// The bytes moved since the last call, in the process that moves them; adds them in another one.
+uint64_t TakeMoved();
 void AddStatus(uint64_t I_uBytes);
+
+// How many objects were found the same or not.
 void CountVerified(size_t I_uGood, size_t I_uBad);
 
 // In a child process: the parent's file, and its bar, are none of its business.

@@ -227,6 +227,11 @@ void CountStatus(uint64_t I_uExpected)
     sStatus.sCounted = CLOCK::now();
 }
 
+uint64_t TakeMoved()
+{
+    return Status().uBytes.exchange(0);
+}
+
 void AddStatus(uint64_t I_uBytes)
 {
     Status().uBytes += I_uBytes;

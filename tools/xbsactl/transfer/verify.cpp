@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "report/report.h"
 #include "transfer/parts.h"
 
 namespace transfer
@@ -71,17 +72,52 @@ base::JSON VerifyEntry(library::CSession &I_sSession, const base::CONNECTION &I_
     return sVerdict;
 }
 
-// At once: a drill over many objects takes its time.
-void PrintLine(const std::string &I_strName, const base::JSON &I_sVerdict)
+// A name of a journal has its folder.
+std::string ShownName(const MANIFEST_ENTRY &I_sEntry)
 {
+    report::ENTRY sNamed;
+    sNamed.strSpace = I_sEntry.strName;
+    sNamed.strPath = I_sEntry.strFolder;
+    return report::Name(sNamed);
+}
+
+// At once: a drill over many objects takes its time.
+void PrintLine(const base::JSON &I_sVerdict)
+{
+    const std::string strName = I_sVerdict["name"];
     const bool bGood = I_sVerdict["ok"];
     const std::string strCopy =
         I_sVerdict.contains("copy_id") ? base::Text("copy id ", I_sVerdict["copy_id"], ", ") : "";
     const std::string strText =
         bGood ? base::Text(I_sVerdict["bytes"], " bytes") : I_sVerdict["error"].get<std::string>();
     std::cout << (bGood ? "ok    " : "FAIL  ")
-              << base::Printable(I_strName + ": " + strCopy + strText) << std::endl;
+              << base::Printable(strName + ": " + strCopy + strText) << std::endl;
 }
+struct VERDICTS
+{
+    std::vector<base::JSON> vecObjects;
+    size_t uDone = 0;
+    size_t uBad = 0;
+
+    void Count(bool I_bGood)
+    {
+        uDone++;
+        if (!I_bGood) uBad++;
+        CountVerified(uDone - uBad, uBad);
+    }
+};
+
+void Finish(const VERDICTS &I_sVerdicts, bool I_bJson)
+{
+    const auto &[vecObjects, uDone, uBad] = I_sVerdicts;
+    if (I_bJson)
+        std::cout << base::Dump({{"schema", SCHEMA}, {"failed", uBad}, {"objects", vecObjects}})
+                  << '\n';
+    if (uBad > 0) throw base::FAILURE(base::Text(uBad, " of ", uDone, " objects failed to verify"));
+    if (I_bJson) return;
+    std::cerr << "xbsactl: verified " << uDone << (uDone == 1 ? " object\n" : " objects\n");
+}
+
 void CheckVerify(const OPTIONS &I_sOptions)
 {
     const library::OBJECT &sObject = I_sOptions.sObject;
@@ -120,30 +156,21 @@ void Verify(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
     CheckSession(X_sConnection, I_sOptions);
     const std::vector<MANIFEST_ENTRY> vecEntries = ChosenEntries(X_sConnection, I_sOptions);
     const size_t uCount = vecEntries.size();
-    std::vector<base::JSON> vecVerdicts(uCount);
-    size_t uDone = 0;
-    size_t uBad = 0;
+    VERDICTS sVerdicts{std::vector<base::JSON>(uCount)};
+    SayStatus(base::Text("verify ", uCount, " objects"));
     const auto fpWork = [&](library::CSession &X_sSession, size_t uObject) {
         SayStatus(base::Text("verify ", base::Quoted(vecEntries[uObject].strName), ", object ",
-                             uDone + 1, " of ", uCount));
+                             sVerdicts.uDone + 1, " of ", uCount));
         return VerifyEntry(X_sSession, X_sConnection, I_sOptions, vecEntries[uObject]);
     };
     RunJobs(X_sConnection, I_sOptions.uJobs, uCount, fpWork,
             [&](size_t uObject, const base::JSON &sVerdict) {
-                base::JSON &sKept = vecVerdicts[uObject];
-                sKept = {{"name", vecEntries[uObject].strName}};
+                base::JSON &sKept = sVerdicts.vecObjects[uObject];
+                sKept = {{"name", ShownName(vecEntries[uObject])}};
                 sKept.update(sVerdict);
-                if (!I_sOptions.bJson) PrintLine(vecEntries[uObject].strName, sKept);
-                if (!sKept["ok"]) uBad++;
-                uDone++;
-                CountVerified(uDone - uBad, uBad);
+                if (!I_sOptions.bJson) PrintLine(sKept);
+                sVerdicts.Count(sKept["ok"]);
             });
-    if (I_sOptions.bJson)
-        std::cout << base::Dump({{"schema", SCHEMA}, {"failed", uBad}, {"objects", vecVerdicts}})
-                  << '\n';
-    if (uBad > 0)
-        throw base::FAILURE(base::Text(uBad, " of ", uCount, " objects failed to verify"));
-    if (I_sOptions.bJson) return;
-    std::cerr << "xbsactl: verified " << uCount << (uCount == 1 ? " object\n" : " objects\n");
+    Finish(sVerdicts, I_sOptions.bJson);
 }
 } // namespace transfer
