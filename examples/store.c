@@ -1,8 +1,8 @@
 /*
- * Stores one small object on an FTP server: the calls of a backup in their order.
+ * Store one small object on an FTP server, with the calls of a backup in order.
  *
  *   cc store.c -o store -lxbsa
- *   ./store HOST:PORT USER PASSWORD NAME      (an example: keep passwords off command lines)
+ *   ./store HOST:PORT USER PASSWORD NAME      (only an example: do not pass passwords as arguments)
  */
 #include <stdio.h>
 #include <string.h>
@@ -25,7 +25,7 @@ static int Store(long lHandle, BSA_ObjectDescriptor *spObject)
     int iFailed = Failed("BSACreateObject", BSACreateObject(lHandle, spObject, NULL));
     if (iFailed) return 1;
     iFailed = Failed("BSASendData", BSASendData(lHandle, &sBlock));
-    /* Always called: it lets go of the connections. The object is stored after 0 alone. */
+    /* Always call this: it closes the connections. The object is stored only if it returns 0. */
     return Failed("BSAEndData", BSAEndData(lHandle)) || iFailed;
 }
 

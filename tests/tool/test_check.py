@@ -67,6 +67,7 @@ SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-fi
     ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
     ({}, (), "network.tcp", "127.0.0.1:1: Connection refused", "port is right"),
     ({"XBSA_TRACE": "2", "XBSA_LOGFILE": "{}/none/log"}, (), "log", "/none/log", "account write"),
+    ({"KORVA_JOURNAL": "{}/none/journal"}, (), "journal", "/none/journal", "right to write"),
     *(({}, ("--library", path), step, text, advice) for path, step, text, advice in (
         ("{}/bits.so", "library.file", "is 32 bit", "built for 64 bit"),
         ("{}/machine.so", "library.file", "S/390", "built for 64 bit"),

@@ -102,6 +102,8 @@ void CheckLog(CReport &X_sReport, base::CONNECTION &X_sConnection)
     const std::string &strFile = X_sConnection.strTraceFile;
     if (!bAsked) base::TakeTraceVariables(X_sConnection);
     X_sReport.Add("log", Log(strFile, X_sConnection.iTraceLevel > 0));
+    const std::string strJournal = base::Variable("KORVA_JOURNAL");
+    if (!strJournal.empty()) X_sReport.Add("journal", Log(strJournal, true));
     if (!bAsked && !IsWritable(strFile)) X_sConnection.iTraceLevel = 0;
 }
 

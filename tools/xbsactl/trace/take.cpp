@@ -427,12 +427,13 @@ constexpr std::string_view ERROR_WORDS[] = {
     "is empty", "Unexpected", "to small",  "No account", "too small"};
 
 // No error text begins like these, but lines that quote a caller's text, and many others; nor does
-// a store fail that could not be limited.
+// an object fail that could not be limited or written to the journal.
 constexpr std::string_view PLAIN_STARTS[] = {
-    "Start",       "End",         "Calling ",           "sigprocmask()",  "Pipe handle",
-    "Dumping COM", "Parsing COM", "COM interface step", "<<<<<",          ">>>>>",
-    "Input: ",     "BSA_",        "Password: ",         "Saveset ",       "OPEN_JOB",
-    "COM utility", "Searching ",  "INI line found",     "Invalid sKorva", "KORVA_RATE_LIMIT"};
+    "Start",        "End",         "Calling ",           "sigprocmask()",  "Pipe handle",
+    "Dumping COM",  "Parsing COM", "COM interface step", "<<<<<",          ">>>>>",
+    "Input: ",      "BSA_",        "Password: ",         "Saveset ",       "OPEN_JOB",
+    "COM utility",  "Searching ",  "INI line found",     "Invalid sKorva", "KORVA_RATE_LIMIT",
+    "KORVA_JOURNAL"};
 
 // A value that was cut is reported, and the session goes on: what fails afterwards says more.
 constexpr std::string_view WEAK_WORDS[] = {"cut", "xiting", "Unexpected"};
