@@ -81,7 +81,9 @@ STATUS Judge(const OBJECT &I_sObject, const OPTIONS &I_sOptions, int64_t I_iNow)
     const int64_t iAge = I_iNow - I_sObject.sGood->iTime;
     const bool bOld = I_sOptions.uMaxAge > 0 && iAge > static_cast<int64_t>(I_sOptions.uMaxAge);
     if (bOld) return STATUS::OLD;
-    return I_sObject.sGood->uBytes < I_sOptions.uMinSize ? STATUS::SMALL : STATUS::OK;
+    const bool bLogs = I_sObject.strPath == "*" || I_sObject.strPath.ends_with("/*");
+    const bool bSmall = I_sObject.sGood->uBytes < I_sOptions.uMinSize && !bLogs; // of any size
+    return bSmall ? STATUS::SMALL : STATUS::OK;
 }
 
 // A space that was asked for and has none is one that failed.
