@@ -29,6 +29,7 @@ _xbsactl_options() { # COMMAND
         check) echo --informixdir --onconfig --no-logs --nagios --json ;;
         trace) echo --since --handle --html --bar-act-log --json ;;
         report) echo --journal --space --max-age --min-size --prometheus --bar-act-log --nagios --json ;;
+        top) echo --once --json --interval ;;
         setup) echo --informixdir --onconfig --logrotate --dry-run --yes --undo ;;
     esac
 }
@@ -38,7 +39,7 @@ _xbsactl_options() { # COMMAND
 _xbsactl_scan() { # WORD...
     local word with_value=" --host --user --password-file --path --space --copy-id --library
         --timeout --trace --status --manifest --informixdir --since --handle --html --bar-act-log
-        --onconfig --config --journal --sample --jobs --max-age --min-size --prometheus "
+        --onconfig --config --journal --sample --jobs --interval --max-age --min-size --prometheus "
     for word in "$@"; do
         if [[ -n $option ]]; then
             option=
@@ -68,7 +69,7 @@ _xbsactl() {
         _xbsactl_words $(_xbsactl_options "$command") -h --help --version --informix --host --user \
             --password-file --path --space --copy-id --library --timeout --trace --config
     elif [[ -z $command ]]; then
-        _xbsactl_words store restore query verify check trace report explain setup
+        _xbsactl_words store restore query verify check trace report top explain setup
     elif [[ $command$arguments != @(storex|restorex|trace) ]]; then
         _xbsactl_words
     fi

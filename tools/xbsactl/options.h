@@ -23,6 +23,7 @@ struct COMMAND_LINE
     std::vector<std::string> vecExplained; // by explain
     setup::OPTIONS sSetup;
     report::OPTIONS sReport;
+    report::TOP_OPTIONS sTop;
     void (*fpRun)(COMMAND_LINE &) = nullptr;
     int iExit = base::EXIT_DONE; // by fpRun
 };

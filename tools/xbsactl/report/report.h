@@ -1,5 +1,5 @@
-// What the journals that the library keeps record: a reader, for other rooms too, and the report on
-// the last good copy of each object.
+// What was stored, by the journals that the library keeps: a reader, for other rooms too, and the
+// report on the last good copy of each object. And what runs right now.
 #ifndef XBSACTL_REPORT_H
 #define XBSACTL_REPORT_H
 
@@ -50,6 +50,17 @@ struct OPTIONS
 };
 
 int Run(const OPTIONS &I_sOptions); // returns the exit code
+
+struct TOP_OPTIONS
+{
+    bool bOnce = false;
+    bool bJson = false;     // JSON instead of a table
+    unsigned uInterval = 2; // seconds
+};
+
+// Shows the processes of this host that have the library loaded, until it is stopped or once.
+// Returns the exit code.
+int Top(const TOP_OPTIONS &I_sOptions);
 } // namespace report
 
 #endif
