@@ -3,12 +3,14 @@ import gzip
 import json
 import os
 import re
+import signal
+import socket
 import subprocess
 import time
 
 from sandboxed import Sandbox
-from test_tool import CANARY, Site
-from xbsa import read_bytes, read_text, rows, write_plain
+from test_tool import CANARY, Site, wait_while
+from xbsa import DEADLINE, read_bytes, read_text, rows, write_plain
 
 HOUR, DIGEST = 3600, "b5e9c1ad071b3e7fc779cfaa5e523818"  # of "hello", by xxhsum -H2
 STAMP = "%Y-%m-%dT%H:%M:%SZ"
@@ -145,6 +147,19 @@ class Verify(Site):
         self.call("verify", "--all", "--manifest", "j", "--newest", code=2)
         self.options[-1] = "nobody"
         self.assertNotIn(CANARY, "".join(self.call("verify", "--journal", "j", "--jobs", "2", code=1)) + read_text("j"))
+
+    def test_silence(self):
+        """Each process has the limit of time, and none outlives the tool."""
+        write_plain("j", "".join(line(name, 9, mode="plain", path=".") + "\n" for name in "abc"))
+        with socket.create_server(("127.0.0.1", 0)) as silent:
+            self.options = ["--host", f"127.0.0.1:{silent.getsockname()[1]}", "--user", "u"]
+            arguments = ["verify", "--journal", "j", "--jobs", "2"]
+            out = self.call(*arguments, "--timeout", "1", code=1)[0]
+            self.assertEqual(out.count("the server said nothing within 1 s"), 3)
+            with self.start(*arguments, "--timeout", "0") as tool:
+                wait_while(lambda: len(read_text(f"/proc/{tool.pid}/task/{tool.pid}/children").split()) < 2)
+                tool.terminate()
+                self.assertEqual((tool.communicate(timeout=DEADLINE), tool.returncode), ((b"", b""), -signal.SIGTERM))
 
     def test_nights(self):
         """In T nights each object has its turn, N of T shares a night."""
