@@ -16,7 +16,7 @@ namespace
 using JSON = nlohmann::json; // sorts keys: faster than the other one
 
 constexpr size_t LONGEST_LINE = size_t{64} << 10; // bytes
-constexpr uint64_t SCHEMA = 1;
+constexpr uint64_t LINE_SCHEMA = 1;
 constexpr std::string_view BEGIN = "{\"schema\":"; // of each line
 constexpr const char *DIGITS = "0123456789abcdef";
 
@@ -71,7 +71,7 @@ ENTRY EntryOf(std::string_view I_svText)
     const bool bEscapes = I_svText.find("\\u00") != std::string_view::npos;
     const JSON sLine =
         bEscapes ? JSON::parse(WithMarks(std::string(I_svText))) : JSON::parse(I_svText);
-    if (Number(sLine, "schema", UINT64_MAX) != SCHEMA) throw NEWER_SCHEMA();
+    if (Number(sLine, "schema", UINT64_MAX) != LINE_SCHEMA) throw NEWER_SCHEMA();
     ENTRY sEntry;
     sEntry.iTime = Time(String(sLine, "time"));
     sEntry.lProcess = static_cast<long>(Number(sLine, "pid", INT32_MAX));

@@ -18,7 +18,7 @@ namespace report
 {
 namespace
 {
-constexpr int SCHEMA = 1; // of the JSON
+constexpr int REPORT_SCHEMA = 1; // of the JSON
 
 enum class STATUS
 {
@@ -220,7 +220,7 @@ void PrintJson(const std::vector<OBJECT> &I_vecObjects, bool I_bMessages, int64_
                             {"last_failure", Json(sObject.sFailure, I_iNow)}});
         if (I_bMessages) sObjects.back()["messages"] = sObject.vecMessages;
     }
-    std::cout << base::Dump({{"schema", SCHEMA}, {"objects", sObjects}}) << '\n';
+    std::cout << base::Dump({{"schema", REPORT_SCHEMA}, {"objects", sObjects}}) << '\n';
 }
 
 // A metric has no sample of an object that it says nothing of.
