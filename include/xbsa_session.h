@@ -312,7 +312,7 @@ void qab_dumpobject(BSA_ObjectDescriptor *objectDescriptionPtr);
 
 /* --- Server session (src/session) ----------------------------------------------------------- */
 
-/* Connects to sSMS.szHostName and iPort. Returns the control socket (the caller closes it) or -1. */
+/* Connects to sSMS.szHostName and iPort. Returns the control socket (the caller's), or -1. */
 int xbsa_connect(void);
 int STPC_connect(void);
 

@@ -6,7 +6,7 @@
 #include "trace/trace.h"
 #include "util/util.h"
 
-// One transaction may contain a backup and a restore, but there is one connection: the restore's.
+// A transaction may contain both a backup and a restore. The restore takes over the connection.
 static void CutBackup()
 {
     bool bBackup = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0 &&
