@@ -46,6 +46,7 @@ constexpr struct
          if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
          trace::Run(sLine.sTrace);
      }},
+    {"top", [](COMMAND_LINE &sLine) { sLine.iExit = report::Top(sLine.sTop); }},
     {"explain", [](COMMAND_LINE &sLine) { explain::Run(sLine.vecExplained); }},
     {"setup",
      [](COMMAND_LINE &sLine) {
@@ -133,6 +134,9 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
             {"trace", "--html", "OUT", &sTrace.strHtml},
             {"trace", "--bar-act-log", "FILE", &sTrace.strActLog},
             {"trace", "--json", "", &sTrace.bJson},
+            {"top", "--once", "", &X_sLine.sTop.bOnce},
+            {"top", "--json", "", &X_sLine.sTop.bJson},
+            {"top", "--interval", "SECONDS", &X_sLine.sTop.uInterval, "", Range<1, 86400>},
             {"explain", "TEXT", "", &X_sLine.vecExplained},
             {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "INFORMIXDIR", REQUIRED},
             {"setup", "--onconfig", "NAME", &sSetup.strOnconfig},
