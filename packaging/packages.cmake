@@ -61,9 +61,8 @@ traces and errors.
 
 This package also contains the documentation of the library.")
 set(sandbox_summary "rehearse Informix backups without a KORVA server")
-set(sandbox_text "The command korva-sandbox stands in for a KORVA server and its COM utility,
-with faults on demand, so that backups and restores can be tried on one
-machine.
+set(sandbox_text "The command korva-sandbox replaces a KORVA server and its COM utility, with
+faults on demand, so that backups and restores can be tried on one machine.
 
 The command korva-xbsa-demo shows the library at work, with a real FTP server
 and with the sandbox.")

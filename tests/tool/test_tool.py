@@ -76,7 +76,7 @@ class Site(unittest.TestCase):
             self.assertRegex(line, r'^xbsactl: \w+ "[^"]+": \d+ bytes, [\d.]+ MB/s, [\d.]+ s\n$')
             if f" {moved} " in line and metrics()["transferred_bytes"] == str(moved):
                 return
-        self.fail(f"never told of {moved} bytes: {line}")
+        self.fail(f"never reported {moved} bytes: {line}")
 
 
 class Verify(Site):
