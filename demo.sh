@@ -177,7 +177,7 @@ plain_mode
 
 say "Informix mode, on the sandbox"
 provide_namespace || fail "Informix mode was not tried"
-korva=$("${as_root[@]}" mktemp -d) || fail "no temporary folder" # root uses no other account's folder
+korva=$("${as_root[@]}" mktemp -d) || fail "no temporary folder" # root uses no other account's
 sandbox --exec "$PWD/demo.sh" --informix "$korva" || fail "Informix mode failed"
 say "The sandbox's catalogue"
 sandbox --catalogue || fail "no catalogue"

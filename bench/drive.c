@@ -4,9 +4,9 @@
 //
 // Moves COUNT objects of BYTES bytes in blocks of BLOCK. A store reads FILE if given. Variables:
 // BENCH_OWNER=INFORMIX selects Informix mode; BENCH_LOGIN is the owner of the objects, which are
-// then in the login's folder; with BENCH_READY a restore waits until the whole object has arrived
-// before it reads the first block. Prints wall and CPU seconds of the transfers, and how many bytes
-// of memory the library made resident.
+// then in the login's directory; with BENCH_READY a restore waits until the whole object has
+// arrived before it reads the first block. Prints wall and CPU seconds of the transfers, and how
+// many bytes of memory the library made resident.
 #include "peer.h"
 
 #include <dlfcn.h>

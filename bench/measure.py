@@ -63,7 +63,7 @@ class Vsftpd:
 
 
 class Bench:
-    """The programs of one build, a server, and a folder in memory."""
+    """The programs of one build, a server, and a directory in memory."""
 
     def __init__(self, build, nagle=False):
         self.build = build

@@ -63,7 +63,7 @@ template <typename T> T Fill(std::string &X_strBytes, std::initializer_list<size
     return sDescriptor;
 }
 
-// The utility is in the INI file's folder and receives the name of the object as one word.
+// The utility is in the INI file's directory and receives the name of the object as one word.
 static void CheckCommands(const BSA_ObjectName &I_sName)
 {
     const auto fpText = [](const auto &caField) {

@@ -1,4 +1,4 @@
-# CPack runs this before packing: folders are readable for all whatever the umask, and all files have
+# CPack runs this before packing: directories are readable for all whatever the umask, and all files have
 # the time of the sources. rpmbuild would keep older times.
 file(GLOB_RECURSE entries LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
 foreach(entry ${CPACK_TEMPORARY_DIRECTORY} ${entries})

@@ -35,7 +35,7 @@ spdx_relation(${library} STATIC_LINK xxHash)
 spdx_relation(libxbsa-dev DEPENDS_ON ${library})
 spdx_relation(${PROJECT_NAME}-sandbox DEPENDS_ON python3)
 if(TARGET xbsactl)
-  find_package(CLI11 QUIET) # the tool's folder does not export the versions
+  find_package(CLI11 QUIET) # the tool's directory does not export the versions
   find_package(nlohmann_json QUIET)
   find_package(OpenSSL QUIET COMPONENTS Crypto)
   spdx_package(CLI11 ${CLI11_VERSION} BSD-3-Clause)

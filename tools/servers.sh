@@ -1,5 +1,5 @@
 #!/bin/sh
-# Unpacks FTP daemons into a folder instead of installing them, because the packages conflict and start
+# Unpacks FTP daemons into a directory instead of installing them, because the packages conflict and start
 # the daemons. Does not need root. Usage:
 #   servers.sh FOLDER           all daemons of the tests
 #   servers.sh FOLDER PACKAGE   one daemon, with the libraries that this system lacks

@@ -1,5 +1,5 @@
 # Embeds the texts among the tool's sources as constants, so that the tool reads none from disk.
-# ROOM/NAME.EXT becomes ROOM::NAME_EXT in the header ROOM/NAME_EXT.h of the build folder (texts::
+# ROOM/NAME.EXT becomes ROOM::NAME_EXT in the header ROOM/NAME_EXT.h of the build directory (texts::
 # outside the rooms).
 set(XBSACTL_TEXTS ${CMAKE_CURRENT_BINARY_DIR}/texts)
 foreach(text help.txt options.json check/settings.json explain/messages.json

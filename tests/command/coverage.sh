@@ -5,7 +5,7 @@ set -eu
 cd "$(dirname "$0")/../.."
 . tools/packages.sh
 packages_need gcovr iproute2
-export CCACHE_DISABLE=1 # the counters belong to this folder
+export CCACHE_DISABLE=1 # the counters belong to this directory
 ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-$HOME/.cache}/korva-xbsa/ftpd}
 build=$PWD/build/coverage
 

@@ -87,7 +87,7 @@ def proftpd_version():
 
 
 def serve_behind(test, server):
-    """Runs in a thread until the test ends, then removes a daemon's folder."""
+    """Runs in a thread until the test ends, then removes a daemon's directory."""
     reader, writer = os.pipe()
     thread = threading.Thread(target=server.serve, args=(reader,))
     thread.start()

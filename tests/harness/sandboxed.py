@@ -15,7 +15,7 @@ RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
 
 
 class Sandbox:
-    """A server in its own folder, and the INI file that names it."""
+    """A server in its own directory, and the INI file that names it."""
 
     def __init__(self, test, *options, folder=None):
         need_private_etc()

@@ -12,7 +12,7 @@
 enum
 {
     SHORT = 0,      /* instead of an error number: the call moves one byte */
-    PATIENCE = 100, /* limit of interrupted calls and full buffers in a row */
+    PATIENCE = 100, /* limit of injected EINTR and EAGAIN */
     BLOCKS = 64,    /* of memory, more than the library ever has */
     UNHARMED = -1
 };

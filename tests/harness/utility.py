@@ -18,7 +18,7 @@ def need_private_etc():
 
 
 class Utility:
-    """The scripted utility in its own folder, and the INI file that names it."""
+    """The scripted utility in its own directory, and the INI file that names it."""
 
     def __init__(self, test, answers=None, script=SCRIPT, name="bin"):
         need_private_etc()

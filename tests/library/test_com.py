@@ -122,7 +122,7 @@ UTILITIES = rows("script read", (None, 0), ("kill -9 $$", 0), ("echo reply=ERROR
     *(("echo reply=OK; " + then, 9) for then in ("exit 255", "kill -9 $$", "exec >&- 2>&-; sleep 0.2")),
     ("echo reply=OK; yes x | head -c 100000", 32768), ("echo reply=OK; yes x | head -c 32758", 32767))
 NAME = "/olm_com_interface"
-# "KEY" is replaced by the key. The path follows the folder "/b"; room is the caller's buffer size.
+# "KEY" is replaced by the key. The path follows the directory "/b"; room is the caller's buffer size.
 INIS = rows("file code path length",
     *((file, 0, NAME, 2) for file in (
         "  KEY  =  /b  \r\n", "KEY=/b", "[section]\n#KEY=/x\n\n  \nnonsense\nOTHER=/x\nKEY=/b\nKEY=/y\n",
@@ -393,7 +393,7 @@ def shortened(calls):
 
 OPENED, ENDED = "open, openjob:S1 TIME, ", "closejob:S1 ABC@R1 {0}, close:S1 {0}"
 GOOD, READ = OPENED + ENDED, "open, openjob:S1 4711, " + ENDED
-WELL, ONCE = GOOD.format(0), "(, close:S1 3)?"  # closes the session, the job at most once
+WELL, ONCE = GOOD.format(0), "(, close:S1 3)?"  # the session's close, after the job was closed
 STOR, RETR = "STOR ABC:QAB:none:17:LBL:64", "RETR ABC:0:0:17:5:none"
 NAMELESS = STOR.replace("ABC", "")
 STALE = ["szName", "szSessionID", "szRestoreID", "iOpenJobStarted"]

@@ -113,7 +113,7 @@ class Plain(Mode, unittest.TestCase):
         return x.init(b"BSA_API_VERSION=1.0.1", b"BSA_TIMEOUT=2", host)
 
     def prepare(self, action):
-        self.doCleanups()  # removes the previous folder
+        self.doCleanups()  # removes the previous directory
         self.server = Daemon("vsftpd")
         self.addCleanup(shutil.rmtree, self.server.folder)
         self.names = {"owner": self.server.owner, "path": b".", "name": b"obj"}

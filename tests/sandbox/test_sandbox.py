@@ -44,7 +44,7 @@ ODD = [("TYPE A", "504"), ("CWD /etc", "550"), ("PORT 127,0,0,1,4", "501"),
        ("\xff\xf4\xff\xf2ABOR", "500"), ("", "500"), ("__init__", "500"),
        ("NOOP " + "\1" * 4000, "200"),
        ("STOR 1:QAB:none:17:SANDBX:9", "150"), ("NOOP", "425")]  # no listener
-# Changes to a used folder of a sandbox, and why no sandbox starts there.
+# Changes to a used directory of a sandbox, and why no sandbox starts there.
 SPOILT = [("truncate -s 0 catalogue.sqlite", "does not know 1 of the stored objects"),
           ("rm catalogue.sqlite", "does not know 1 of the stored objects"),
           ("echo nonsense >catalogue.sqlite", "not a database"),
@@ -151,7 +151,7 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual([row[-2] for row in catalogue.table()[1:]], ["storing", "stored", "swept"])
 
     def test_odd_name(self):
-        """No byte of the folder's name is special, and later changes to a link do not matter."""
+        """No byte of the directory's name is special, and later changes to a link do not matter."""
         home = make_folder(self)
         link, folder = f"{home}/link", f"{home}/a#b%41?c"
         os.mkdir(folder, 0o700)

@@ -61,7 +61,7 @@ FAULTS = rows("result found next odd",
     ("library.restore", "550 no", "account", {"RETR": ["550 no"]}, RESTORE),
     ("library.compare", "from byte 70000", "no backup", {"DATA": [corrupt, "transfer"]}, RESTORE),
     ("library.two_at_once", "BSACreateObject failed", "limit of sessions", FULL, PAIR), at=1, range=None)
-# Environment and options instead of the usual ones, and the finding. {} is a folder with odd files.
+# Environment and options instead of the usual ones, and the finding. {} is a directory with odd files.
 SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
     ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
     ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),

@@ -54,6 +54,8 @@ def mistakes(text):
 
 
 class English(unittest.TestCase):
+    maxDiff = None
+
     def test_list(self):
         for _, bad, good in PHRASES:
             wrapped = bad.replace(" ", "\n    // ")

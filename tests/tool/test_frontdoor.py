@@ -52,7 +52,7 @@ def read(*path):
 
 
 def state(path):
-    """The state of a folder that changes on writing; reading changes only the access time."""
+    """The state of a directory that changes on writing; reading changes only the access time."""
     status = os.lstat(path)
     return status.st_ino, status.st_mode, status.st_uid, status.st_size, status.st_mtime_ns
 
@@ -182,7 +182,7 @@ class Setup(Folder):
                 (lambda: self.write(journal, bomb * 2), "larger than 64 KiB"),
                 (lambda: os.truncate(self.path("etc/onconfig"), 1 << 33), "larger than 1024 KiB")]:
             with self.subTest(text):
-                self.setUp()  # a new folder, so that no row writes through the link of another
+                self.setUp()  # a new directory, so that no row writes through the link of another
                 prepare()
                 self.refuse(text, "--yes", preexec_fn=None if SANITIZED else (
                     lambda: resource.setrlimit(resource.RLIMIT_AS, (1 << 28, 1 << 28))))
@@ -273,7 +273,7 @@ class Setup(Folder):
 
 
 class AsRoot(Folder):
-    """Root acts as the account that owns the folder, permanently."""
+    """Root acts as the account that owns the directory, permanently."""
 
     def setUp(self):
         super().setUp()
@@ -325,8 +325,8 @@ class AsRoot(Folder):
         self.assertRegex(self.setup("--logrotate", folder=self.path("two/etc")), "su nobody nogroup\n")
 
     def test_links(self):
-        """Other accounts' links are refused wherever a file is written; ours are followed. In a folder
-        that others may write, their files and folders are refused, too."""
+        """Other accounts' links are refused wherever a file is written; ours are followed. In a directory
+        that others may write, their files and directories are refused, too."""
         os.mkdir(folder := self.path("shared"))
         env, host = dict(XBSA_PASSWORD="x", PATH="/bin"), ["--host", "127.0.0.1:1", "--user", "x"]
         for row in rows("owner planted mode", (OTHER, "link", 0o1777), (OTHER, "folder", 0o1777),
