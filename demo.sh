@@ -19,7 +19,7 @@ fail() {
 say() { printf '\n== %s\n' "$*"; }
 
 same() { # STORED RESTORED
-    cmp "$1" "$2" || fail "${1##*/} came back different"
+    cmp "$1" "$2" || fail "${1##*/} differs after the restore"
     echo "the same: ${1##*/}"
 }
 
@@ -112,7 +112,7 @@ informix_mode() { # FOLDER, which the caller removes
         fail "datadbs was not restored"
     same "$work/datadbs" "$work/datadbs.back"
 
-    say "What the library ran for it"
+    say "The commands that the library ran for it"
     grep -ho 'COM COMMAND: .*' "$work/datadbs.log"
 }
 
@@ -126,10 +126,10 @@ provide_namespace() {
     command -v sudo >/dev/null && sudo true && as_root=(sudo) && return 0
     cat >&2 <<REASON
 ${reason%%;*}
-Plain mode works, see above. Informix mode needs a private /etc, and neither user namespaces nor sudo
-are open to this account.
-hint: run demo.sh as root, or let root open user namespaces for all accounts, with the one of these
-that this system has:
+Plain mode works, see above. Informix mode needs a private /etc, but this account can use neither user
+namespaces nor sudo.
+hint: run demo.sh as root, or let root allow user namespaces for all accounts, with the one of these
+settings that this system has:
     sysctl kernel.unprivileged_userns_clone=1                  # older Debian
     sysctl kernel.apparmor_restrict_unprivileged_userns=0      # Ubuntu
     sysctl user.max_user_namespaces=10000
@@ -160,10 +160,10 @@ finish() {
 trap finish EXIT
 trap 'exit 1' HUP INT QUIT PIPE TERM
 
-work=$(mktemp -d) || fail "no temporary folder"
+work=$(mktemp -d) || fail "cannot create a temporary directory"
 chmod 755 "$work" # root runs the FTP server as nobody
 [[ $(df -Pk "$work" | awk 'NR == 2 { print $4 }') -ge 500000 ]] ||
-    fail "it needs 500 MB of room in ${TMPDIR:-/tmp}: let TMPDIR name another folder"
+    fail "${TMPDIR:-/tmp} has less than 500 MB of free space: set TMPDIR to another directory"
 provide_tool
 
 say "Starting an FTP server"
@@ -177,7 +177,7 @@ plain_mode
 
 say "Informix mode, on the sandbox"
 provide_namespace || fail "Informix mode was not tried"
-korva=$("${as_root[@]}" mktemp -d) || fail "no temporary folder" # root uses no other account's
+korva=$("${as_root[@]}" mktemp -d) || fail "cannot create a temporary directory" # root uses no other account's
 sandbox --exec "$PWD/demo.sh" --informix "$korva" || fail "Informix mode failed"
 say "The sandbox's catalogue"
 sandbox --catalogue || fail "no catalogue"
