@@ -28,6 +28,7 @@ _xbsactl_options() { # COMMAND
         verify) echo --all --manifest --status --json ;;
         check) echo --informixdir --onconfig --no-logs --nagios --json ;;
         trace) echo --since --handle --html --bar-act-log --json ;;
+        top) echo --once --json --interval ;;
         setup) echo --informixdir --onconfig --logrotate --dry-run --yes --undo ;;
     esac
 }
@@ -37,7 +38,7 @@ _xbsactl_options() { # COMMAND
 _xbsactl_scan() { # WORD...
     local word with_value=" --host --user --password-file --path --space --copy-id --library
         --timeout --trace --status --manifest --informixdir --since --handle --html --bar-act-log
-        --onconfig --config "
+        --onconfig --interval --config "
     for word in "$@"; do
         if [[ -n $option ]]; then
             option=
@@ -67,7 +68,7 @@ _xbsactl() {
         _xbsactl_words $(_xbsactl_options "$command") -h --help --version --informix --host --user \
             --password-file --path --space --copy-id --library --timeout --trace --config
     elif [[ -z $command ]]; then
-        _xbsactl_words store restore query verify check trace explain setup
+        _xbsactl_words store restore query verify check trace top explain setup
     elif [[ $command$arguments != @(storex|restorex|trace) ]]; then
         _xbsactl_words
     fi

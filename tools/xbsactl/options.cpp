@@ -73,6 +73,7 @@ constexpr struct
          if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
          trace::Run(sLine.sTrace);
      }},
+    {"top", OF_LIBRARY, [](COMMAND_LINE &sLine) { sLine.iExit = report::Top(sLine.sTop); }},
     {"explain", OF_LIBRARY, [](COMMAND_LINE &sLine) { explain::Run(sLine.vecExplained); }},
     {"setup", OF_SERVER,
      [](COMMAND_LINE &sLine) {
@@ -167,6 +168,9 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
             {"trace", "--html", "OUT", &sTrace.strHtml},
             {"trace", "--bar-act-log", "FILE", &sTrace.strActLog},
             {"trace", "--json", "", &sTrace.bJson},
+            {"top", "--once", "", &X_sLine.sTop.bOnce},
+            {"top", "--json", "", &X_sLine.sTop.bJson},
+            {"top", "--interval", "SECONDS", &X_sLine.sTop.uInterval, "", Range<1, 86400>},
             {"explain", "TEXT", "", &X_sLine.vecExplained},
             {"setup", "--informixdir", "DIR", &sSetup.strInformixDir, "INFORMIXDIR", REQUIRED},
             {"setup", "--onconfig", "NAME", &sSetup.strOnconfig},
@@ -388,7 +392,8 @@ std::vector<std::string> WithHelp(std::vector<std::string> I_vecArguments)
 {
     if (I_vecArguments.empty()) return I_vecArguments;
     const auto sLast = I_vecArguments.end() - 1;
-    const bool bAfter = I_vecArguments.size() > 1 && IsListed(sLast[-1], "check explain setup");
+    const bool bAfter =
+        I_vecArguments.size() > 1 && IsListed(sLast[-1], "check top report explain setup");
     if (bAfter && *sLast == "help") *sLast = "--help";
     if (I_vecArguments[0] != "help") return I_vecArguments;
     I_vecArguments.erase(I_vecArguments.begin());

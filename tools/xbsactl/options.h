@@ -7,6 +7,7 @@
 
 #include "check/check.h"
 #include "explain/explain.h"
+#include "report/report.h"
 #include "setup/setup.h"
 #include "trace/trace.h"
 #include "transfer/transfer.h"
@@ -21,6 +22,7 @@ struct COMMAND_LINE
     trace::OPTIONS sTrace;
     std::vector<std::string> vecExplained; // by explain
     setup::OPTIONS sSetup;
+    report::TOP_OPTIONS sTop;
     void (*fpRun)(COMMAND_LINE &) = nullptr;
     int iExit = base::EXIT_DONE; // by fpRun
 };

@@ -26,6 +26,8 @@
 
 #include "xbsa.h"
 
+struct evp_md_ctx_st; // libcrypto's
+
 namespace base
 {
 // What a script can tell apart; docs/xbsactl.md has the table.
@@ -108,7 +110,7 @@ class CSha256
     std::string Digits(); // 64 in lower case; nothing can be added afterwards
 
   private:
-    std::unique_ptr<struct evp_md_ctx_st, void (*)(struct evp_md_ctx_st *)> spContext;
+    std::unique_ptr<evp_md_ctx_st, void (*)(evp_md_ctx_st *)> spContext;
 };
 
 constexpr size_t NAME_ROOM = sizeof(BSA_ObjectName::objectSpaceName) - 1; // bytes

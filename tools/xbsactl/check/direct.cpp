@@ -32,14 +32,14 @@ class CFtp
 
     std::string Line() const
     {
-        constexpr size_t LONGEST = 8192; // bytes
+        constexpr size_t LONGEST_LINE = 8192; // bytes
         std::string strLine;
         for (char cByte = '\0'; cByte != '\n'; strLine += cByte)
         {
             const ssize_t iGot = recv(sControl.Get(), &cByte, 1, 0);
             if (iGot == 0) throw base::FAILURE("the server closed the connection");
             if (iGot < 0) throw base::SystemFailure("the connection failed");
-            if (strLine.size() > LONGEST) throw base::FAILURE("a reply line without an end");
+            if (strLine.size() > LONGEST_LINE) throw base::FAILURE("a reply line without an end");
         }
         return base::Printable(strLine);
     }

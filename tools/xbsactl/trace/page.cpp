@@ -14,7 +14,7 @@ namespace trace
 namespace
 {
 constexpr size_t MOST_SESSIONS = 200;
-constexpr size_t MOST_BYTES = 16U << 20U;
+constexpr size_t PAGE_BYTES = 16U << 20U;
 
 // Text as a page can hold it, in elements and in attributes.
 std::string Escape(const std::string &I_strText)
@@ -157,7 +157,7 @@ std::string FactList(const SESSION &I_sSession)
     return strList + "</ul>\n";
 }
 
-std::string Row(const SHOWN &I_sShown, const STEP &I_sStep)
+std::string TableRow(const SHOWN &I_sShown, const STEP &I_sStep)
 {
     std::array<std::string, 4> strCells = Cells(I_sShown, I_sStep);
     if (I_sStep.eKind == KIND::OBJECT)
@@ -172,7 +172,7 @@ std::string Table(const SHOWN &I_sShown)
 {
     if (I_sShown.vecSteps.empty()) return "";
     std::string strTable = TABLE;
-    for (const STEP &sStep : I_sShown.vecSteps) strTable += Row(I_sShown, sStep);
+    for (const STEP &sStep : I_sShown.vecSteps) strTable += TableRow(I_sShown, sStep);
     return strTable + "</tbody></table>\n";
 }
 } // namespace
@@ -197,7 +197,7 @@ void CPage::Add(const SHOWN &I_sShown)
 
     uBytes += sEntry.uBytes;
     deqEntries.push_back(std::move(sEntry));
-    while (deqEntries.size() > MOST_SESSIONS || (uBytes > MOST_BYTES && deqEntries.size() > 1))
+    while (deqEntries.size() > MOST_SESSIONS || (uBytes > PAGE_BYTES && deqEntries.size() > 1))
     {
         uBytes -= deqEntries.front().uBytes;
         deqEntries.pop_front();

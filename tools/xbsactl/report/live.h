@@ -1,0 +1,146 @@
+// What the files of the live view share. All that is read of another process is untrusted: a number
+// may have any value, a text no end, and the process may be gone.
+#ifndef XBSACTL_REPORT_LIVE_H
+#define XBSACTL_REPORT_LIVE_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "xbsa_session.h"
+
+namespace report
+{
+// ---- elf.cpp
+// The memory of another process, which is neither stopped nor attached to.
+class CMemory
+{
+  public:
+    explicit CMemory(pid_t I_iPid) : iPid(I_iPid)
+    {
+    }
+
+    // All of it or nothing. A read that the system forbids is remembered.
+    bool Read(uint64_t I_uAddress, void *vpData, size_t I_uLength) const;
+
+    template <typename TYPE> bool Read(uint64_t I_uAddress, TYPE &X_sValue) const
+    {
+        return Read(I_uAddress, &X_sValue, sizeof X_sValue);
+    }
+
+    bool IsForbidden() const
+    {
+        return bForbidden;
+    }
+
+  private:
+    pid_t iPid;
+    mutable bool bForbidden = false;
+};
+
+// What a mapped file exports.
+struct EXPORTS
+{
+    bool bForeign = false; // it is of another word size or machine
+    bool bCalls = false;   // the calls of a backup tool
+    uint64_t uRecord = 0;  // the session record, from the start of the file's first mapping
+    uint64_t uSize = 0;    // of the record; 0: it has none
+};
+
+// Of the file whose first byte is mapped at I_uStart; nothing when it is not loaded there as a program
+// or library is, or cannot be read.
+std::optional<EXPORTS> ReadExports(const CMemory &I_sMemory, uint64_t I_uStart);
+
+// ---- processes.cpp
+struct PROCESS
+{
+    pid_t iPid = 0;
+    std::string strProgram;
+    uint64_t uRecord = 0; // its address
+    _sSession sSession{};
+    BSA_ObjectName sName{};
+    uint64_t uSocket = 0; // inode of the data connection; 0: none
+};
+
+// Why a process is not shown.
+struct BARRED
+{
+    pid_t iPid = 0;
+    std::string strProgram;
+    std::string strWhy;  // empty: the system forbids it
+    bool bKnown = false; // it has the library
+};
+
+struct SCAN
+{
+    std::vector<PROCESS> vecProcesses; // by pid
+    std::vector<BARRED> vecBarred;     // by pid
+    size_t uLooked = 0;                // how many others could be looked at
+};
+
+// Finds the processes. What a file exports is kept while any process has it mapped.
+class CProcesses
+{
+  public:
+    SCAN Scan();
+
+  private:
+    struct MAPPING
+    {
+        uint64_t uStart = 0;
+        uint64_t uEnd = 0;
+        uint64_t uOffset = 0; // in the file
+        std::string_view svMode;
+        std::string_view svFile; // device, inode and path
+    };
+    using MAPPINGS = std::vector<MAPPING>;
+
+    // A record, and the mapping of the file that holds it.
+    struct RECORD
+    {
+        uint64_t uAddress;
+        uint64_t uSize;
+        bool bCalls;
+    };
+
+    static MAPPING Parse(std::string_view I_svLine);
+    static MAPPINGS ParseAll(std::string_view I_svText);
+    static bool IsWritable(const MAPPINGS &I_vecMappings, uint64_t I_uAddress);
+    static bool IsOurs(const MAPPING &I_sMapping);
+
+    static void Take(int I_iFolder, const CMemory &I_sMemory, PROCESS I_sProcess, SCAN &X_sScan);
+    void Look(int I_iFolder, pid_t I_iPid, SCAN &X_sScan);
+    void Search(int I_iFolder, pid_t I_iPid, const MAPPINGS &I_vecMappings, SCAN &X_sScan);
+    std::vector<RECORD> Records(const CMemory &I_sMemory, const MAPPINGS &I_vecMappings,
+                                uid_t I_uOwner, bool &X_bForeign);
+    std::optional<EXPORTS> ExportsOf(const CMemory &I_sMemory, const MAPPING &I_sMapping,
+                                     uid_t I_uOwner);
+
+    using CACHE = std::unordered_map<std::string, EXPORTS>;
+    CACHE
+    sCache; // by owner and file: what one account maps cannot hide the file from another's view
+    CACHE sOld;
+    std::string strMaps;
+};
+
+// ---- tcp.cpp
+// What the kernel knows of a connection.
+struct TRAFFIC
+{
+    double dSinceSent = 0; // seconds since data were last sent
+    double dSinceReceived = 0;
+    std::optional<uint64_t>
+        uMoved; // bytes that the peer acknowledged, and that came; since Linux 4.2
+};
+
+// By inode; of this network namespace.
+std::map<uint64_t, TRAFFIC> ReadTraffic();
+} // namespace report
+
+#endif
