@@ -91,42 +91,8 @@ class CProcesses
     SCAN Scan();
 
   private:
-    struct MAPPING
-    {
-        uint64_t uStart = 0;
-        uint64_t uEnd = 0;
-        uint64_t uOffset = 0; // in the file
-        std::string_view svMode;
-        std::string_view svFile; // device, inode and path
-    };
-    using MAPPINGS = std::vector<MAPPING>;
-
-    // A record, and the mapping of the file that holds it.
-    struct RECORD
-    {
-        uint64_t uAddress;
-        uint64_t uSize;
-        bool bCalls;
-    };
-
-    static MAPPING Parse(std::string_view I_svLine);
-    static MAPPINGS ParseAll(std::string_view I_svText);
-    static bool IsWritable(const MAPPINGS &I_vecMappings, uint64_t I_uAddress);
-    static bool IsOurs(const MAPPING &I_sMapping);
-
-    static void Take(int I_iFolder, const CMemory &I_sMemory, PROCESS I_sProcess, SCAN &X_sScan);
-    void Look(int I_iFolder, pid_t I_iPid, SCAN &X_sScan);
-    void Search(int I_iFolder, pid_t I_iPid, const MAPPINGS &I_vecMappings, SCAN &X_sScan);
-    std::vector<RECORD> Records(const CMemory &I_sMemory, const MAPPINGS &I_vecMappings,
-                                uid_t I_uOwner, bool &X_bForeign);
-    std::optional<EXPORTS> ExportsOf(const CMemory &I_sMemory, const MAPPING &I_sMapping,
-                                     uid_t I_uOwner);
-
-    using CACHE = std::unordered_map<std::string, EXPORTS>;
-    CACHE
-    sCache; // by owner and file: what one account maps cannot hide the file from another's view
-    CACHE sOld;
-    std::string strMaps;
+    // By account and file: what one account maps cannot hide the file from another's view.
+    std::unordered_map<std::string, EXPORTS> mapKnown;
 };
 
 // ---- tcp.cpp

@@ -25,6 +25,32 @@ constexpr uint64_t SESSION_AT = offsetof(_sGlobal, sSession);
 constexpr uint64_t NAME_AT = offsetof(_sGlobal, sObject) + offsetof(_sObject, sBSA_Object) +
                              offsetof(BSA_ObjectDescriptor, objectName);
 
+using KNOWN = std::unordered_map<std::string, EXPORTS>;
+
+struct MAPPING
+{
+    uint64_t uStart = 0;
+    uint64_t uEnd = 0;
+    uint64_t uOffset = 0; // in the file
+    std::string_view svMode;
+    std::string_view svFile; // device, inode and path
+};
+using MAPPINGS = std::vector<MAPPING>;
+
+struct RECORD
+{
+    uint64_t uAddress;
+    uint64_t uSize;
+    bool bCalls; // the file that holds it exports the calls too
+};
+
+// What is known of files from the look before, and from this one.
+struct FILES
+{
+    KNOWN mapBefore;
+    KNOWN mapNow;
+};
+
 std::string Link(int I_iFolder, const std::string &I_strName)
 {
     std::array<char, PATH_MAX> caText{};
@@ -92,10 +118,8 @@ std::vector<pid_t> Pids()
     std::ranges::sort(vecPids);
     return vecPids;
 }
-} // namespace
-
 // "START-END MODE OFFSET DEVICE INODE PATH"
-CProcesses::MAPPING CProcesses::Parse(std::string_view I_svLine)
+MAPPING Parse(std::string_view I_svLine)
 {
     MAPPING sMapping;
     sMapping.uStart = TakeHex(I_svLine);
@@ -107,7 +131,7 @@ CProcesses::MAPPING CProcesses::Parse(std::string_view I_svLine)
     return sMapping;
 }
 
-CProcesses::MAPPINGS CProcesses::ParseAll(std::string_view I_svText)
+MAPPINGS ParseAll(std::string_view I_svText)
 {
     MAPPINGS vecMappings;
     while (!I_svText.empty())
@@ -120,7 +144,7 @@ CProcesses::MAPPINGS CProcesses::ParseAll(std::string_view I_svText)
 }
 
 // A file may be mapped as data too, by somebody who reads it; its record would not be there.
-bool CProcesses::IsWritable(const MAPPINGS &I_vecMappings, uint64_t I_uAddress)
+bool IsWritable(const MAPPINGS &I_vecMappings, uint64_t I_uAddress)
 {
     return std::ranges::any_of(I_vecMappings, [I_uAddress](const MAPPING &sMapping) {
         return sMapping.uStart <= I_uAddress && I_uAddress < sMapping.uEnd &&
@@ -128,38 +152,40 @@ bool CProcesses::IsWritable(const MAPPINGS &I_vecMappings, uint64_t I_uAddress)
     });
 }
 
-bool CProcesses::IsOurs(const MAPPING &I_sMapping)
+bool IsOurs(const MAPPING &I_sMapping)
 {
     const size_t uName = I_sMapping.svFile.rfind('/') + 1;
     return uName > 0 && I_sMapping.svFile.substr(uName).starts_with("libxbsa.so");
 }
 
-std::optional<EXPORTS> CProcesses::ExportsOf(const CMemory &I_sMemory, const MAPPING &I_sMapping,
-                                             uid_t I_uOwner)
+std::optional<EXPORTS> ExportsOf(const CMemory &I_sMemory, const MAPPING &I_sMapping,
+                                 uid_t I_uOwner, FILES &X_sFiles)
 {
-    const std::string strKey = base::Text(I_uOwner, ' ') + std::string(I_sMapping.svFile);
-    if (const auto sKnown = sCache.find(strKey); sKnown != sCache.end()) return sKnown->second;
-    const auto sKnown = sOld.find(strKey);
-    const auto sExports =
-        sKnown != sOld.end() ? sKnown->second : ReadExports(I_sMemory, I_sMapping.uStart);
-    if (sExports) sCache.emplace(strKey, *sExports);
+    const std::string strKey = std::to_string(I_uOwner) + ' ' + std::string(I_sMapping.svFile);
+    for (const KNOWN *spKnown : {&X_sFiles.mapNow, &X_sFiles.mapBefore})
+        if (const auto sFound = spKnown->find(strKey); sFound != spKnown->end())
+            return X_sFiles.mapNow.emplace(*sFound).first->second;
+    const auto sExports = ReadExports(I_sMemory, I_sMapping.uStart);
+    if (sExports) X_sFiles.mapNow.emplace(strKey, *sExports);
     return sExports;
 }
 
-// A loader maps a file from its start, privately. A program that was linked to the library holds the
-// record itself, and the library uses that one.
-std::vector<CProcesses::RECORD> CProcesses::Records(const CMemory &I_sMemory,
-                                                    const MAPPINGS &I_vecMappings, uid_t I_uOwner,
-                                                    bool &X_bForeign)
+// A loader maps a file from its start, privately.
+bool IsLoaded(const MAPPING &I_sMapping)
+{
+    return I_sMapping.uOffset == 0 && I_sMapping.svFile.find('/') != std::string_view::npos &&
+           I_sMapping.svMode.starts_with('r') && I_sMapping.svMode.ends_with('p');
+}
+
+// A program that was linked to the library holds the record itself, and the library uses that one.
+std::vector<RECORD> Records(const CMemory &I_sMemory, const MAPPINGS &I_vecMappings, uid_t I_uOwner,
+                            FILES &X_sFiles, bool &X_bForeign)
 {
     std::vector<RECORD> vecRecords;
     for (const MAPPING &sMapping : I_vecMappings)
     {
-        const bool bFile =
-            sMapping.uOffset == 0 && sMapping.svFile.find('/') != sMapping.svFile.npos;
-        if (!bFile || !sMapping.svMode.starts_with('r') || !sMapping.svMode.ends_with('p'))
-            continue;
-        const auto sExports = ExportsOf(I_sMemory, sMapping, I_uOwner);
+        if (!IsLoaded(sMapping)) continue;
+        const auto sExports = ExportsOf(I_sMemory, sMapping, I_uOwner, X_sFiles);
         if (!sExports) continue;
         X_bForeign |= sExports->bForeign && IsOurs(sMapping);
         const uint64_t uAddress = sMapping.uStart + sExports->uRecord;
@@ -173,7 +199,7 @@ std::vector<CProcesses::RECORD> CProcesses::Records(const CMemory &I_sMemory,
 }
 
 // A process that ended meanwhile has no program any more: its number may be another's.
-void CProcesses::Take(int I_iFolder, const CMemory &I_sMemory, PROCESS I_sProcess, SCAN &X_sScan)
+void Take(int I_iFolder, const CMemory &I_sMemory, PROCESS I_sProcess, SCAN &X_sScan)
 {
     if (!I_sMemory.Read(I_sProcess.uRecord + SESSION_AT, I_sProcess.sSession) ||
         !I_sMemory.Read(I_sProcess.uRecord + NAME_AT, I_sProcess.sName))
@@ -183,16 +209,16 @@ void CProcesses::Take(int I_iFolder, const CMemory &I_sMemory, PROCESS I_sProces
     if (!I_sProcess.strProgram.empty()) X_sScan.vecProcesses.push_back(I_sProcess);
 }
 
-void CProcesses::Search(int I_iFolder, pid_t I_iPid, const MAPPINGS &I_vecMappings, SCAN &X_sScan)
+void Search(int I_iFolder, pid_t I_iPid, const MAPPINGS &I_vecMappings, FILES &X_sFiles,
+            SCAN &X_sScan)
 {
-    struct stat sStatus
-    {
-    };
+    struct stat sStatus = {};
     if (fstat(I_iFolder, &sStatus) != 0) return;
     const CMemory sMemory(I_iPid);
     bool bForeign = false;
     std::string strWhy;
-    for (const RECORD &sRecord : Records(sMemory, I_vecMappings, sStatus.st_uid, bForeign))
+    for (const RECORD &sRecord :
+         Records(sMemory, I_vecMappings, sStatus.st_uid, X_sFiles, bForeign))
     {
         if (sRecord.uSize == sizeof(_sGlobal))
             Take(I_iFolder, sMemory, {I_iPid, "", sRecord.uAddress, {}, {}, 0}, X_sScan);
@@ -209,24 +235,27 @@ void CProcesses::Search(int I_iFolder, pid_t I_iPid, const MAPPINGS &I_vecMappin
 
 // The folder stands for this process alone: once it ended, nothing in it can be read, though another
 // process may get its number.
-void CProcesses::Look(int I_iFolder, pid_t I_iPid, SCAN &X_sScan)
+void Look(int I_iFolder, pid_t I_iPid, FILES &X_sFiles, SCAN &X_sScan)
 {
+    std::string strMaps;
     const bool bRead = ReadFile(I_iFolder, "maps", strMaps);
     if (!bRead && (errno == EACCES || errno == EPERM))
         X_sScan.vecBarred.push_back({I_iPid, Program(I_iFolder), "", false});
-    if (bRead && !strMaps.empty()) Search(I_iFolder, I_iPid, ParseAll(strMaps), X_sScan);
+    if (bRead && !strMaps.empty()) Search(I_iFolder, I_iPid, ParseAll(strMaps), X_sFiles, X_sScan);
 }
+} // namespace
 
 SCAN CProcesses::Scan()
 {
     SCAN sScan;
-    sOld = std::exchange(sCache, {});
+    FILES sFiles{std::exchange(mapKnown, {}), {}};
     for (const pid_t iPid : Pids())
     {
         const base::CDescriptor sFolder(
             open(base::Text("/proc/", iPid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-        if (sFolder.Get() != -1) Look(sFolder.Get(), iPid, sScan);
+        if (sFolder.Get() != -1) Look(sFolder.Get(), iPid, sFiles, sScan);
     }
+    mapKnown = std::move(sFiles.mapNow);
     return sScan;
 }
 } // namespace report

@@ -43,9 +43,7 @@ bool Ask(int I_hKernel)
 // An older kernel knows less, and its answer is shorter.
 TRAFFIC Traffic(const void *vpInfo, size_t I_uLength)
 {
-    struct tcp_info sInfo
-    {
-    };
+    struct tcp_info sInfo = {};
     memcpy(&sInfo, vpInfo, std::min(I_uLength, sizeof sInfo));
     TRAFFIC sTraffic;
     sTraffic.dSinceSent = sInfo.tcpi_last_data_sent / 1e3;
@@ -70,7 +68,8 @@ bool TakePart(const char *cpPart, size_t I_uLength, std::map<uint64_t, TRAFFIC> 
 {
     int iLeft = static_cast<int>(I_uLength);
     const auto *spHead = reinterpret_cast<const struct nlmsghdr *>(cpPart);
-    for (; NLMSG_OK(spHead, iLeft); spHead = NLMSG_NEXT(spHead, iLeft))
+    for (; iLeft > 0 && NLMSG_OK(spHead, static_cast<uint32_t>(iLeft));
+         spHead = NLMSG_NEXT(spHead, iLeft))
     {
         if (spHead->nlmsg_type == NLMSG_DONE || spHead->nlmsg_type == NLMSG_ERROR) return false;
         TakeSocket(spHead, X_mapTraffic);

@@ -261,9 +261,7 @@ std::string Cut(const std::string &I_strLine, size_t I_uWidth)
 // erased.
 std::string Block(const LINES &I_vecLines)
 {
-    struct winsize sSize
-    {
-    };
+    struct winsize sSize = {};
     const bool bTerminal = ioctl(STDOUT_FILENO, TIOCGWINSZ, &sSize) == 0;
     const size_t uRows = bTerminal && sSize.ws_row > 1 ? sSize.ws_row - 1U : SIZE_MAX;
     const size_t uWidth = bTerminal && sSize.ws_col > 0 ? sSize.ws_col : SIZE_MAX;
@@ -277,9 +275,7 @@ std::string Now()
 {
     std::array<char, 32> caTime{};
     const time_t lNow = time(nullptr);
-    struct tm sTime
-    {
-    };
+    struct tm sTime = {};
     localtime_r(&lNow, &sTime);
     strftime(caTime.data(), caTime.size(), "%Y-%m-%d %H:%M:%S", &sTime);
     return caTime.data();
