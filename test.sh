@@ -10,7 +10,7 @@ packages_need g++ cmake make python3 binutils clang-format clang-tidy clang-tool
     strace valgrind
 
 # Some tests and the benchmark need these; a machine that cannot have them runs the others.
-wanted=(lintian rpm zsh man-db rclone postgresql python3-psycopg2 curl lftp)
+wanted=(lintian rpm zsh man-db mandoc rclone postgresql python3-psycopg2 curl lftp)
 untested=$(packages_want "${wanted[@]}")
 
 # Downloaded once for all checkouts of this account.
