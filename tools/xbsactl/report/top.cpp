@@ -23,7 +23,6 @@ using LINES = std::vector<std::string>;
 
 constexpr int SCHEMA = 1;                       // of the JSON text
 constexpr std::chrono::milliseconds FIRST{200}; // between the first two looks, for the rate
-constexpr size_t MOST_NAMED = 10;               // of the processes that are not shown
 
 // A process as it is shown.
 struct ROW
@@ -203,29 +202,30 @@ std::string Advice()
     return "in a container, give it the capability SYS_PTRACE";
 }
 
-// What is not shown, and why: those that have the library, then those that may have it, of which the
-// newest are named.
+// What is not shown, and why. Processes that only may have the library are counted: most belong
+// to other accounts and have nothing to do with a backup.
 LINES Notes(const SCAN &I_sScan)
 {
     LINES vecNotes;
-    std::string strNames;
     size_t uCount = 0;
-    bool bForbidden = false;
+    bool bAdvise = false;
     for (auto sBarred = I_sScan.vecBarred.rbegin(); sBarred != I_sScan.vecBarred.rend(); sBarred++)
     {
         const std::string strWho =
             base::Text(sBarred->iPid, " (", base::Printable(sBarred->strProgram, true), ")");
-        bForbidden |= sBarred->strWhy.empty();
+        bAdvise |= sBarred->strWhy.empty() && (sBarred->bKnown || I_sScan.vecProcesses.empty());
         if (!sBarred->strWhy.empty())
             vecNotes.push_back(strWho + " is not shown: " + sBarred->strWhy);
         else if (sBarred->bKnown)
             vecNotes.push_back(strWho +
                                " has the library loaded, but the system forbids a look at it");
-        else if (uCount++ < MOST_NAMED) strNames += (strNames.empty() ? "" : ", ") + strWho;
+        else uCount++;
     }
-    if (uCount > MOST_NAMED) strNames += base::Text(", and ", uCount - MOST_NAMED, " more");
-    if (uCount > 0) vecNotes.push_back("the system forbids a look at " + strNames);
-    if (bForbidden) vecNotes.push_back("hint: " + Advice());
+    if (uCount > 0)
+        vecNotes.push_back(base::Text("not looked at: ", uCount,
+                                      uCount == 1 ? " process" : " processes",
+                                      " (the system forbids it)"));
+    if (bAdvise) vecNotes.push_back("hint: " + Advice());
     return vecNotes;
 }
 
