@@ -90,6 +90,8 @@ class Interface(unittest.TestCase):
         self.assertLess(screen.count("\n"), 25)
         self.assertEqual([screen, output(TOOL, "check", "--help")],
                          [output(TOOL, "help"), output(TOOL, "--informix", "check", "help")])
+        with self.assertRaisesRegex(AssertionError, "--host is missing"):  # a name and a file
+            output(TOOL, "store", "check", "help")
         options, everywhere = {}, offered(screen)
         for name in commands:
             text = output(TOOL, "help", name)

@@ -51,12 +51,14 @@ constexpr const char *OF_SERVER =
 constexpr const char *OF_LIBRARY =
     "--host --user --password-file --path --informix --space --copy-id --timeout --trace --library";
 
-constexpr struct
+struct COMMAND
 {
     const char *cpName;
     const char *cpWithout;
     decltype(COMMAND_LINE::fpRun) fpRun;
-} COMMANDS[] = {
+};
+
+constexpr COMMAND COMMANDS[] = {
     {"store", "--copy-id", Transfer<transfer::Store>},
     {"restore", "", Transfer<transfer::Restore>},
     {"query", "--copy-id --host --user --password-file --path", Transfer<transfer::Query>},
@@ -271,11 +273,11 @@ struct HELP_FORMAT : CLI::Formatter
 
     std::string GeneralGroups(const CLI::App &I_sApp) const
     {
+        const auto *spCommand = std::ranges::find(COMMANDS, I_sApp.get_name(), &COMMAND::cpName);
         std::string strGroups;
-        for (const auto &sCommand : COMMANDS)
-            for (const std::string &strGroup : I_sApp.get_parent()->get_groups())
-                if (I_sApp.get_name() == sCommand.cpName && strGroup != "Options")
-                    strGroups += Group(*I_sApp.get_parent(), strGroup, sCommand.cpWithout);
+        for (const std::string &strGroup : I_sApp.get_parent()->get_groups())
+            if (strGroup != "Options")
+                strGroups += Group(*I_sApp.get_parent(), strGroup, spCommand->cpWithout);
         return strGroups;
     }
 
@@ -386,16 +388,18 @@ std::string WrongLine(const std::string &I_strFile, const std::string &I_strErro
     }
     return "a line";
 }
-// Many type "help" for --help: before a command, or after one that takes no name or file, which may be
-// "help".
+
+// Accepts "help" instead of --help before a command, and directly after a command that takes no name
+// or file, either of which could be "help".
 std::vector<std::string> WithHelp(std::vector<std::string> I_vecArguments)
 {
-    if (I_vecArguments.empty()) return I_vecArguments;
-    const auto sLast = I_vecArguments.end() - 1;
-    const bool bAfter =
-        I_vecArguments.size() > 1 && IsListed(sLast[-1], "check top report explain setup");
-    if (bAfter && *sLast == "help") *sLast = "--help";
-    if (I_vecArguments[0] != "help") return I_vecArguments;
+    const size_t uCount = I_vecArguments.size();
+    const auto fpOption = [](const std::string &strText) { return strText.starts_with('-'); };
+    if (uCount > 1 && I_vecArguments.back() == "help" &&
+        IsListed(I_vecArguments[uCount - 2], "check top report explain setup") &&
+        std::all_of(I_vecArguments.begin(), I_vecArguments.end() - 2, fpOption))
+        I_vecArguments.back() = "--help";
+    if (uCount == 0 || I_vecArguments[0] != "help") return I_vecArguments;
     I_vecArguments.erase(I_vecArguments.begin());
     I_vecArguments.emplace_back("--help");
     return I_vecArguments;
