@@ -51,7 +51,7 @@ PYTHON
 provide_tool() {
     if [[ -e CMakeLists.txt ]]; then
         . tools/packages.sh
-        packages_need g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev libxxhash-dev python3 ||
+        packages_need g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev libxxhash-dev zlib1g-dev python3 ||
             fail "packages are missing"
         say "Building"
         build || fail "the build failed"

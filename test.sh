@@ -6,7 +6,7 @@ cd "$(dirname "$0")"
 . tools/packages.sh
 
 packages_need g++ cmake make python3 binutils clang-format clang-tidy clang-tools libcli11-dev \
-    nlohmann-json3-dev libssl-dev libxxhash-dev xxhash dpkg-dev file pkg-config clang libclang-rt-dev \
+    nlohmann-json3-dev libssl-dev libxxhash-dev zlib1g-dev xxhash dpkg-dev file pkg-config clang libclang-rt-dev \
     strace valgrind
 
 # Some tests and the benchmark need these; a machine that cannot have them runs the others.

@@ -108,7 +108,7 @@ class Interface(unittest.TestCase):
                          {name: options[name] | everywhere for name in commands})
         zsh, texts = read("completions/_xbsactl"), json.loads(read("tools/xbsactl/options.json"))
         general, rest = zsh.split("own general=(")[1].split("\n    )", 1)
-        found = {name: set(re.findall(r"['){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
+        found = {name: set(re.findall(r"['*){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
                  [("", general), *re.findall(r"^ {8}(\w+)\)\n(.*?);;", rest, re.M | re.S)]}
         self.assertEqual(found, {"": everywhere, **options})
         for told in re.findall(r"\[([A-Z][^]]+)\]|^ +'\w+:([A-Z].*)'$", zsh, re.M):

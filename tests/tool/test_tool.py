@@ -64,7 +64,7 @@ class Site(unittest.TestCase):
 
     def call(self, *arguments, data=b"hello", code=0):
         with self.start(*arguments) as tool:
-            texts = [text.decode() for text in tool.communicate(data, DEADLINE)]
+            texts = [text.decode(errors="replace") for text in tool.communicate(data, DEADLINE)]
         self.assertEqual(tool.returncode, code, (arguments, texts))
         return texts
 

@@ -1,4 +1,5 @@
 """xbsactl trace: logs of real sessions, and what becomes of logs: cut, mixed, damaged, huge."""
+import gzip
 import json
 import os
 import re
@@ -107,6 +108,7 @@ class Trace(unittest.TestCase):
         block = json.loads(self.trace(mixed(self.one, self.two), "--json"))["sessions"][0]
         self.assertEqual((block["outcome"], block["bytes"], len(block["handles"])), ("mixed", 0, 2))
         self.assertEqual(json.loads(self.trace(b"", "--json"))["sessions"], [])
+        self.assertEqual(self.trace(gzip.compress(b"\n".join(self.one) + b"\n")), self.trace(self.one))  # as logrotate leaves it
 
     def test_errors(self):
         for row in rows("odd error", ("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),
