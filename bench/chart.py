@@ -7,7 +7,7 @@ COLOURS = ["#0b6e99", "#c4461f", "#4a8f29", "#7a4fa3", "#8a6d00"]
 
 
 def number(value):
-    """A tick's text: 65535, 1 Ki, 16 Gi, 0.98."""
+    """The text of a tick: 65535, 1 Ki, 16 Gi, 0.98."""
     for power, unit in ((30, " Gi"), (20, " Mi"), (10, " Ki")):
         if value >= 1 << power and value % (1 << power) == 0:
             return f"{value >> power}{unit}" if isinstance(value, int) else f"{value:g}"
@@ -15,7 +15,7 @@ def number(value):
 
 
 def scale(values, log, low, high):
-    """Maps a value to a place between low and high."""
+    """Maps a value to a position between low and high."""
     first, last = min(values), max(values)
     if log:
         first, last = math.log10(first), math.log10(last)
@@ -55,7 +55,7 @@ def panel(left, top, title, lines, xticks, yticks, log=(True, False), limits=Non
 
 
 def picture(panels, columns=2):
-    """The whole picture of panels, each given as the arguments of panel() without its place."""
+    """The whole picture; each panel is given as the arguments of panel() without its position."""
     rows = -(-len(panels) // columns)
     body = [panel((i % columns) * WIDTH, (i // columns) * HEIGHT, *arguments)
             for i, arguments in enumerate(panels)]

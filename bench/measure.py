@@ -1,4 +1,4 @@
-"""Runs the peers of the benchmark and takes the figures from what they print and from tools."""
+"""Runs the programs of the benchmark and collects figures from their output and from tools."""
 
 import contextlib
 import json
@@ -37,7 +37,7 @@ seccomp_sandbox=NO
 
 
 class Vsftpd:
-    """The fastest of the ordinary servers, a process for each connection, its files in memory."""
+    """The fastest of the ordinary servers: a process for each connection, files in memory."""
 
     command = os.path.join(FTPD, "usr/sbin/vsftpd")
 
@@ -63,7 +63,7 @@ class Vsftpd:
 
 
 class Bench:
-    """The programs of one build, a server, and a folder in memory."""
+    """The programs of one build, a server, and a directory in memory."""
 
     def __init__(self, build, nagle=False):
         self.build = build
@@ -102,7 +102,7 @@ class Bench:
         return [self.peer("limit"), way, self.port, str(BLOCK), str(size), str(count)]
 
     def file(self, size):
-        """A file of so many bytes in memory, its pages touched before."""
+        """A file of this size in memory, with all pages touched."""
         path = os.path.join(self.folder, str(size))
         if not os.path.exists(path):
             with open(path, "wb") as file:
@@ -119,15 +119,15 @@ class Bench:
         return ["lftp", "-c", f"{LFTP}open -u ftp,p ftp://127.0.0.1:{self.port}; {verb}"]
 
     def far(self, command):
-        """The same command as a text for the near end of a long wire; the server is at the other."""
+        """The same command as a text for the near end of a long line; the server is at the far end."""
         words = ["$PORT" if word == self.port else shlex.quote(word) for word in command]
         text = " ".join(["BENCH_HOST=10.9.0.2"] + words)
         text = text.replace(f"127.0.0.1:{self.port}", "10.9.0.2:$PORT")
         return text.replace("127.0.0.1", "10.9.0.1")
 
     @contextlib.contextmanager
-    def informix_road(self):
-        """Commands given to informix() run with a COM utility in place."""
+    def informix_mode(self):
+        """Wraps commands so that they find a COM utility."""
         import inifile
         os.makedirs(os.path.join(self.folder, "bin"), exist_ok=True)
         utility = os.path.join(self.folder, "bin", "olm_com_interface")
@@ -138,7 +138,7 @@ class Bench:
 
 
 def sample(command, env=None):
-    """Runs once. The figures that it prints, its CPU seconds and its peak memory with its start."""
+    """Runs once. Returns the printed figures, and time, CPU seconds and peak memory with the start."""
     start = time.monotonic()
     child = subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
                              env=os.environ | (env or {}))
@@ -154,7 +154,7 @@ def sample(command, env=None):
 
 
 def together(command, processes, env=None):
-    """The same with several processes at once: the longest wall time."""
+    """The same with several processes at once; returns the longest wall time."""
     children = [subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
                                  env=os.environ | (env or {})) for _ in range(processes)]
     texts = [child.communicate()[0] for child in children]
@@ -170,9 +170,9 @@ def summary(values):
 
 def compare(ours, theirs, pairs, fields=("wall",), less=None):
     """
-    Ours and theirs (callables that give figures) in turn, the first one changing from pair to
-    pair. For each field theirs / ours, so above 1 is better than they; less: figures of theirs
-    that are no part of the transfer, to be taken off. And the medians of both.
+    Runs ours and theirs (callables that return figures) in turn and swaps the first from pair to
+    pair. Returns theirs / ours for each field, so that above 1 is better, and the medians of both.
+    less: figures of theirs that are not part of the transfer, to be subtracted.
     """
     ratios, sides = {field: [] for field in fields}, ([], [])
     for number in range(pairs):
@@ -191,7 +191,7 @@ def compare(ours, theirs, pairs, fields=("wall",), less=None):
 
 
 def system_calls(command, env=None):
-    """How often each system call was made, as strace -c counts them."""
+    """The number of each system call, as counted by strace -c."""
     with tempfile.NamedTemporaryFile("r") as file:
         subprocess.run(["strace", "-c", "-o", file.name] + command, check=True,
                        stdout=subprocess.DEVNULL, env=os.environ | (env or {}))
@@ -200,7 +200,7 @@ def system_calls(command, env=None):
 
 
 def calls_for(less, more, times, env=None):
-    """System calls of one of the times by which the second command does more than the first."""
+    """System calls of one more repetition: the second command repeats more often than the first."""
     first, second = system_calls(less, env), system_calls(more, env)
     extra = {name: (count - first.get(name, 0)) / times for name, count in second.items()}
     return {name: round(count, 2) for name, count in sorted(extra.items()) if count}
@@ -208,8 +208,8 @@ def calls_for(less, more, times, env=None):
 
 def instructions(command, function, library, env=None):
     """
-    Instructions of one call of the library's function: in the library itself, and in all that it
-    calls outside the kernel.
+    Instructions of one call of the library's function: in the library itself, and in everything
+    that it calls outside the kernel.
     """
     with tempfile.NamedTemporaryFile("r") as file:
         subprocess.run(["valgrind", "--tool=callgrind", "--compress-strings=no", "-q",
