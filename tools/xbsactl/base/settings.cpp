@@ -16,7 +16,7 @@ namespace base
 namespace
 {
 constexpr size_t OWNER_ROOM = sizeof(BSA_ObjectOwner::bsa_ObjectOwner) - 1;
-constexpr size_t PASSWORD_ROOM = 4096; // bytes of a password file that are looked at
+constexpr size_t PASSWORD_ROOM = 4096; // bytes of a password file that are read
 
 void CheckHost(const std::string &I_strHost)
 {
@@ -51,8 +51,8 @@ std::string ReadPassword(const std::string &I_strFile)
     return strText;
 }
 
-// The option wins over the variable. The library takes user and password from one small field,
-// divided by a colon.
+// The option overrides the variable. The library takes user and password from one small field,
+// separated by a colon.
 void TakeLogin(CONNECTION &X_sConnection)
 {
     if (!X_sConnection.strPasswordFile.empty())

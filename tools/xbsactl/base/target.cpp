@@ -19,8 +19,8 @@ CDescriptor OpenName(int I_iFolder, const std::string &I_strName)
     return CDescriptor(openat(I_iFolder, I_strName.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
 }
 
-// Of what others put there the kernel protects us in some of these folders alone, as its settings
-// say, and only when a name is opened to be created.
+// The kernel protects us from what others put there only in some of these directories, depending on
+// its settings, and only when a name is opened to be created.
 void RefusePlanted(const CDescriptor &I_sFolder, uid_t I_uOwner, const std::string &I_strShown)
 {
     const STAT sFolder = I_sFolder.Status(I_strShown);
@@ -32,7 +32,7 @@ void RefusePlanted(const CDescriptor &I_sFolder, uid_t I_uOwner, const std::stri
             "), in a directory that others may write to: use another name or directory");
 }
 
-// Takes the next part off the path. What is left begins with a slash, or is empty.
+// Removes the next part from the path. The rest begins with a slash, or is empty.
 std::string TakePart(std::string &X_strPath)
 {
     X_strPath.erase(0, X_strPath.find_first_not_of('/'));
@@ -79,7 +79,7 @@ int TARGET::Open(int I_iFlags, mode_t I_uMode) const
 void TARGET::SyncFolder() const
 {
     const CDescriptor sReadable(openat(Folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // Some file systems cannot do this for a folder, and need not.
+    // Some file systems cannot do this for a directory, and do not need it.
     if (sReadable.Get() == -1 || (fsync(sReadable.Get()) != 0 && errno != EINVAL))
         throw SystemFailure("the directory of " + strShown);
 }

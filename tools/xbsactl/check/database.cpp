@@ -13,8 +13,8 @@ namespace check
 namespace
 {
 constexpr off_t LARGEST = 1 << 20; // bytes of a file of the database
-constexpr size_t SCRIPT = 1 << 16; // bytes of a program that are looked at
-constexpr size_t LONGEST = 255;    // characters of a text that are: a match takes stack for each
+constexpr size_t SCRIPT = 1 << 16; // bytes of a program that are read
+constexpr size_t LONGEST = 255;    // characters of a text that are matched: each takes stack
 
 FINDING Row(const std::string &I_strFile, const base::LINES &I_vecLines,
             const std::string &I_strRow)
@@ -67,7 +67,7 @@ struct SETTINGS
     const std::string &strFolder; // the database's
 };
 
-// The last line counts. The database knows its own folder by name.
+// The last line counts. The database knows its own directory by name.
 std::string Get(const SETTINGS &I_sSettings, const std::string &I_strName)
 {
     const std::string strVariable = "$INFORMIXDIR";
@@ -79,8 +79,8 @@ std::string Get(const SETTINGS &I_sSettings, const std::string &I_strName)
     return strValue;
 }
 
-// Of settings.json, which says what values are faults: the first rule that a text meets as a whole, by
-// its value or by a line of the program.
+// Of settings.json, which lists faulty values: the first rule that matches a whole text, by its
+// value or by a line of the program.
 std::optional<FINDING> Fault(const base::JSON &I_sSetting, const char *cpKind,
                              const std::string &I_strText, const std::string &I_strShown)
 {
@@ -91,7 +91,7 @@ std::optional<FINDING> Fault(const base::JSON &I_sSetting, const char *cpKind,
     return {};
 }
 
-// A path, or a name below the database's bin, perhaps with options.
+// A path, or a name in the database's bin directory, perhaps with options.
 FINDING Program(const base::JSON &I_sSetting, const SETTINGS &I_sSettings,
                 const std::string &I_strValue)
 {

@@ -1,4 +1,4 @@
-// What is done beside the library: a look at the server, and the removal of what a check stored.
+// What the tool does without the library: it examines the server, and removes what a check stored.
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/tcp.h>
@@ -18,7 +18,7 @@ namespace
 constexpr long FAST = 900; // megabits a second: a line of 1 Gbit/s
 constexpr const char *NAMELESS = " has no name";
 
-// A control connection, in a child: its waits have no end of their own. Throws FAILURE.
+// A control connection, in a child: its waits have no limit. Throws FAILURE.
 class CFtp
 {
   public:
@@ -60,7 +60,7 @@ class CFtp
         return vecLines;
     }
 
-    // Lines that come without being asked for.
+    // Lines that come without a command.
     bool HasMore() const
     {
         constexpr int AFTERTHOUGHT = 100; // ms in which a second greeting line follows the first
@@ -164,8 +164,9 @@ bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string
     return X_sReport.Climb(vecSteps);
 }
 
-// Of each buffer's bytes, once in a round trip: a sender sleeps until a third of its buffer is free, a
-// receiver offers half of its own. A buffer of KORVA_SOCKET_BUFFER is doubled by the system.
+// Of each buffer's bytes, once in a round trip: a sender sleeps until a third of its buffer is
+// free, a receiver offers half of its own. A buffer of KORVA_SOCKET_BUFFER is doubled by the
+// system.
 FINDING Throughput(const OUTCOME &I_sOutcome)
 {
     const long lTrip = std::max(1L, atol(I_sOutcome.Value("round").c_str())); // microseconds
@@ -186,7 +187,7 @@ void Delete(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer, const SAY
     for (const std::string &strLine :
          {"USER " + sConnection.strUser, "PASS " + sConnection.strPassword,
           "CWD " + sConnection.strPath})
-        sFtp.Command(strLine); // what was refused shows when nothing is deleted
+        sFtp.Command(strLine); // a refusal shows when nothing is deleted
     for (const std::string &strName : I_sSessions.vecLeft)
         I_fpSay(strName.c_str(), sFtp.Command("DELE " + strName));
     sFtp.Command("QUIT");

@@ -19,7 +19,7 @@ namespace
 constexpr uintmax_t MEGABYTE = 1000000;
 constexpr uintmax_t LOW_SPACE = 100 * MEGABYTE;
 constexpr off_t LARGE_LOG = 1000 * MEGABYTE;
-constexpr long SHORTEST_SENDING = 100; // seconds: what hosts owe each other
+constexpr long SHORTEST_SENDING = 100; // seconds: the least that hosts should wait for each other
 constexpr long LONGEST_SENDING = 1000;
 constexpr long LONGEST_SILENCE = 10800;
 constexpr size_t LOG_ROOM = sizeof(_sGlobal::szLogFile) - 1;
@@ -51,7 +51,7 @@ FINDING Limited(const base::VARIABLE &I_sVariable)
     return Ok(strValue.empty() ? "not set, not needed" : Text("\"", strValue, "\""));
 }
 
-// For the database's tools: in plain mode xbsactl, which always sets it, is the one that stores.
+// For the database's tools: in plain mode xbsactl stores, and always sets it.
 FINDING Strict(bool I_bInformix)
 {
     const std::string strStrict = base::Variable("KORVA_STRICT");
@@ -65,7 +65,7 @@ std::string Folder(const std::string &I_strFile)
     return (std::filesystem::path(".") / I_strFile).parent_path();
 }
 
-// Opens without creating: a check makes no log. O_NONBLOCK for a pipe that nobody reads.
+// Opens without creating: a check creates no log. O_NONBLOCK for a pipe without a reader.
 bool IsWritable(const std::string &I_strFile)
 {
     const base::CDescriptor sFile(
@@ -95,7 +95,7 @@ FINDING Log(const std::string &I_strFile, bool I_bWritten)
     return sFile.st_size > LARGE_LOG ? Warn("a large log: " + strFound) : Ok(strFound);
 }
 
-// As the finding says; where the environment decides, the session writes what can be written.
+// Adds the finding; where the environment decides, the session writes what it can.
 void CheckLog(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {
     const bool bAsked = X_sConnection.iTraceLevel != -1;
@@ -123,7 +123,7 @@ std::string Span(long I_lSeconds)
     return lMinutes < 180 ? Text(lMinutes, " min") : Text((lMinutes + 30) / 60, " h");
 }
 
-// What the kernel does with a server that vanishes, and how to change it.
+// How long the kernel waits for a server that vanishes, and how to change it.
 FINDING Wait(bool I_bShown, bool I_bGood, const std::string &I_strFound,
              const std::string &I_strNext)
 {

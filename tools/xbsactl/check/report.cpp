@@ -11,7 +11,7 @@ namespace check
 {
 namespace
 {
-constexpr size_t SHOWN = 300; // bytes of a foreign text: more is no help to a reader
+constexpr size_t SHOWN = 300; // bytes of a foreign text: more does not help the reader
 
 // By STATUS.
 constexpr std::array<const char *, 4> WORDS = {"ok", "warn", "FAIL", "--"};
@@ -25,7 +25,7 @@ void PrintLine(const FINDING &I_sFinding)
     fflush(stdout);
 }
 
-// The row that knows the step, the reply, or the message in it.
+// From the row for the step, the reply, or the message in it.
 std::string Advice(const FINDING &I_sFinding, bool I_bInformix)
 {
     const std::string strLine = Text(I_sFinding.strStep, ": ", I_sFinding.strFound);
@@ -98,7 +98,8 @@ std::string CReport::Json() const
     return base::Dump(sAnswer);
 }
 
-// The gravest finding and its remedy; what follows a "|" is for graphs. The codes are the protocol's.
+// The worst finding and its remedy; what follows a "|" is for graphs. The codes are those of
+// Nagios.
 int CReport::FinishNagios() const
 {
     const int iExit = Count(STATUS::FAIL) > 0 ? 2 : Count(STATUS::WARN) > 0 ? 1 : 0;

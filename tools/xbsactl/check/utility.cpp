@@ -22,8 +22,8 @@ std::string IniKeys()
     return strKeys.empty() ? " none" : strKeys;
 }
 
-// What the utility printed, whatever the library made of it: a line of the trace has 16 bytes of it,
-// "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
+// What the utility printed, even if the library rejected it: a line of the trace has 16 bytes of
+// it, "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
 std::string PrintedIn(const OUTCOME &I_sOutcome)
 {
     constexpr size_t DUMPED = 48; // characters of them

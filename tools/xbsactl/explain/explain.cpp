@@ -20,14 +20,14 @@ namespace
 {
 constexpr size_t PART_WIDTH = 69;    // of what follows a label
 constexpr size_t TEXT_WIDTH = 48;    // of the short list's first column
-constexpr size_t SHORTEST_WORDS = 3; // characters; fewer are in every second row
+constexpr size_t SHORTEST_WORDS = 3; // characters; shorter words match too many rows
 
 // ---- the rows
 
 struct ROW
 {
     std::string strSection;            // its title
-    int iRank;                         // of the section: 1 says most about a failure
+    int iRank;                         // of the section: 1 is the most specific
     bool bAnchored;                    // its texts begin a line, or follow a colon
     std::vector<std::string> vecTexts; // "..." stands for anything
     std::string strMeaning;
@@ -138,8 +138,8 @@ void AddPattern(PATTERNS &X_mapPatterns, const ROW &I_sRow, const std::string &I
     X_mapPatterns.insert({{I_sRow.iRank, -std::ssize(strGlob)}, {strGlob + "*", &I_sRow}});
 }
 
-// A server's number counts only where a reply begins, after a colon or at the start of the line, and
-// so does a step of a check.
+// A server's number counts only where a reply begins, after a colon or at the start of the line,
+// and so does a step of a check.
 PATTERNS AllPatterns()
 {
     PATTERNS mapPatterns;

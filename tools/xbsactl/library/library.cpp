@@ -72,7 +72,7 @@ std::string UtilityPath(void *vpLibrary)
     return iRet == 0 ? szPath.data() : "";
 }
 
-// The provider's name has three parts: its house, the storage manager, and its version.
+// The provider's name has three parts: the vendor, the storage manager, and its version.
 std::string VersionsRow(void *vpLibrary)
 {
     BSA_ApiVersion sApi{};

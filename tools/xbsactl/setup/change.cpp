@@ -1,5 +1,5 @@
-// Changes files so that they can be put back: the old file stays beside the new one as a copy, and
-// a journal says what was done.
+// Changes files so that the changes can be reverted: a copy of the old file stays beside the new
+// one, and a journal lists what was done.
 #include <fcntl.h>
 
 #include <algorithm>
@@ -11,10 +11,10 @@ namespace setup
 namespace
 {
 constexpr const char *EDITED = "edited";                // no content has this hash
-constexpr const char *LOGROTATE = "etc/xbsa.logrotate"; // earlier versions made it
+constexpr const char *LOGROTATE = "etc/xbsa.logrotate"; // earlier versions created it
 constexpr int MOST_COPIES = 99;
 
-// Between the onconfigs of a folder.
+// Whether all onconfigs of a directory share the file.
 bool IsShared(const std::string &I_strFile)
 {
     return I_strFile == LINK || I_strFile == VERSIONS || I_strFile == LOGROTATE;
@@ -47,7 +47,7 @@ void Note(const PLACE &I_sPlace, JOURNAL &X_sJournal, CHANGE &X_sChange)
         vecRecords.push_back({X_sChange.strFile, X_sChange.strCopy, strBefore, strAfter});
         return;
     }
-    const bool bFresh = strBefore == spRecord->strBefore; // a run was killed, or put back by hand
+    const bool bFresh = strBefore == spRecord->strBefore; // a run was killed, or reverted by hand
     spRecord->strAfter = bFresh || strBefore == spRecord->strAfter ? strAfter : EDITED;
     if (bFresh && X_sChange.strBefore && !I_sPlace.At(spRecord->strCopy).Status())
         X_sChange.strCopy = spRecord->strCopy;
@@ -70,8 +70,8 @@ void RefuseClosed(const PLACE &I_sPlace)
         "or as root; nothing was changed");
 }
 
-// The reader of the question may have taken a while to answer. What another account owns could be
-// neither kept as a copy nor replaced without a new owner.
+// The user may have taken a while to answer the prompt. A file of another account cannot be kept as
+// a copy, and replacing it would change its owner.
 void CheckUnchanged(const PLACE &I_sPlace, const CHANGE &I_sChange)
 {
     const std::string strPath = I_sPlace.Path(I_sChange.strFile);
@@ -87,7 +87,7 @@ void CheckUnchanged(const PLACE &I_sPlace, const CHANGE &I_sChange)
         throw base::FileFailure(strPath, " was changed by another program: run setup again");
 }
 
-// An edited file keeps what others wrote: only our lines go.
+// An edited file keeps what others wrote: only our lines are removed.
 UNDO PlanEdited(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &I_sRecord,
                 const std::string &I_strText)
 {
@@ -134,8 +134,8 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
 }
 } // namespace
 
-// The journal is written first: a run that is killed can be undone, since what was not done yet
-// shows as unchanged.
+// The journal is written first, so that a killed run can be undone: files that it did not reach are
+// unchanged.
 void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecChanges)
 {
     const JOURNAL sOld = ReadJournal(I_sPlace);
@@ -160,7 +160,7 @@ void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecC
     }
 }
 
-// What all onconfigs of the folder share stays while another of them is hooked.
+// What all onconfigs of the directory share stays while another one is still hooked in.
 std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL &X_sJournal)
 {
     auto &vecRecords = X_sJournal.vecRecords;

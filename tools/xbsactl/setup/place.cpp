@@ -48,7 +48,7 @@ std::string FolderName(std::string I_strFolder)
     return I_strFolder;
 }
 
-// Null when there is none. DIR itself may be a link: whoever runs this named it.
+// Null when there is none. DIR itself may be a link, because the user named it.
 FOLDER OpenFolder(int I_iIn, const std::string &I_strName, const std::string &I_strPath)
 {
     const int iLink = I_iIn == AT_FDCWD ? 0 : O_NOFOLLOW;
@@ -74,21 +74,21 @@ STAT OnconfigStatus(const PLACE &I_sPlace)
     return *sStatus;
 }
 
-// What others may write. A group of root's own is nobody else.
+// Whether others may write there. The group root does not count as others.
 bool IsOpen(const STAT &I_sStatus, bool I_bGroups)
 {
     const bool bGroup = (I_sStatus.st_mode & S_IWGRP) != 0 && I_sStatus.st_gid != 0;
     return (I_bGroups && bGroup) || (I_sStatus.st_mode & S_IWOTH) != 0;
 }
 
-// Whoever may write a folder may put a file of root's there, or take one away.
+// Everybody who may write to a directory can move a file of root's into it or out of it.
 bool IsRootsOnly(const STAT &I_sFolder)
 {
     return I_sFolder.st_uid == 0 && !IsOpen(I_sFolder, true);
 }
 
-// The group, when the account is in it, else the account's own: a file that root made and gave away
-// has root's group still. For an account without a name it is all that is known.
+// The group, if the account is a member, else the account's own: a file that root created and gave
+// away still has root's group. For an account without a name nothing else is known.
 gid_t GroupOf(uid_t I_uAccount, gid_t I_uGroup)
 {
     const passwd *spAccount = getpwuid(I_uAccount);
@@ -99,7 +99,8 @@ gid_t GroupOf(uid_t I_uAccount, gid_t I_uGroup)
     return std::ranges::count(vecGroups, I_uGroup) > 0 ? I_uGroup : spAccount->pw_gid;
 }
 
-// For good, so that the library which is loaded later, and may be the account's own, cannot undo it.
+// Permanently, so that the library, which may belong to the account, cannot undo it when it is
+// loaded.
 void Become(uid_t I_uAccount, gid_t I_uGroup)
 {
     const passwd *spAccount = getpwuid(I_uAccount);
@@ -110,7 +111,7 @@ void Become(uid_t I_uAccount, gid_t I_uGroup)
         throw base::SystemFailure("becoming the account " + AccountName(I_uAccount));
 }
 
-// Whoever owns "/" can do everything anyway.
+// The owner of "/" can do everything anyway.
 void CheckOwner(uid_t I_uOwner, const base::STEP &I_sStep)
 {
     const uid_t uAccount = I_sStep.sStatus.st_uid;
@@ -123,8 +124,8 @@ void CheckOwner(uid_t I_uOwner, const base::STEP &I_sStep)
         "root and its owner can move");
 }
 
-// In a folder with a sticky bit others can move what is theirs alone. Groups are trusted, but not
-// with what is root's.
+// In a directory with a sticky bit others can move only their own files. Groups are trusted, except
+// with files of root.
 void CheckWriters(uid_t I_uOwner, const base::STEP &I_sStep)
 {
     const std::string strFolder = I_sStep.sPath.parent_path();
@@ -135,8 +136,9 @@ void CheckWriters(uid_t I_uOwner, const base::STEP &I_sStep)
                             "elsewhere: take away their write permission first (chmod)");
 }
 
-// Who could make the path lead to another folder. For one that is walked once: the owners of links
-// alone; for one that is walked again later also those who own a folder on it or may write there.
+// Checks who could make the path lead to another directory. If the path is used once: only the
+// owners of links; if it is used again later, also accounts that own a directory on it or may write
+// there.
 void CheckWay(const std::string &I_strFolder, uid_t I_uOwner, bool I_bAgain)
 {
     base::FindTarget(I_strFolder, [=](const base::STEP &sStep) {
@@ -167,8 +169,8 @@ void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
     std::cout << "# As " << strName << ", who owns " << strFile << '\n';
 }
 
-// Of the folder itself, so that nothing is created before the question. Where it cannot be read
-// nobody can change anything.
+// Locks the directory itself, so that nothing is created before the prompt. Without the right to
+// read it, setup cannot change anything either.
 base::CDescriptor Lock(const PLACE &I_sPlace)
 {
     base::CDescriptor sFolder(
@@ -221,12 +223,12 @@ std::string Rotation(const OPTIONS &I_sOptions)
         throw base::FileFailure(
             strFolder, " belongs to root, but others may write to it: logrotate would work there "
                        "with root's rights");
-    CheckWay(strFolder, sStatus.st_uid, true); // logrotate walks it again, as this account
+    CheckWay(strFolder, sStatus.st_uid, true); // logrotate follows it again, as this account
     std::string strText(LOGROTATE_TXT);
     const auto fpFill = [&strText](const std::string &strMark, const std::string &strValue) {
         strText.replace(strText.find(strMark), strMark.size(), strValue);
     };
-    // From the last one to the first: what a value holds is not searched.
+    // From the last to the first: inserted values are not searched.
     fpFill("%GROUP%", GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)));
     fpFill("%ACCOUNT%", AccountName(sStatus.st_uid));
     fpFill("%FOLDER%", strFolder);

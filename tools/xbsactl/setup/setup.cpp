@@ -12,7 +12,8 @@ namespace setup
 {
 namespace
 {
-// The folder's links are resolved, the file's are not: libxbsa.so.1 stays right after an update.
+// Links of the directory are resolved, those of the file are not: libxbsa.so.1 stays valid after an
+// update.
 std::string AbsolutePath(const std::string &I_strFile)
 {
     const std::filesystem::path sFile = std::filesystem::absolute(I_strFile);
@@ -23,7 +24,7 @@ std::string AbsolutePath(const std::string &I_strFile)
     return strPath;
 }
 
-// Enters the library as a database has to know it.
+// Enters the library as the database needs it.
 void FindLibrary(const std::string &I_strLibrary, JOURNAL &X_sJournal)
 {
     void *vpLibrary = library::Load(I_strLibrary);
@@ -83,7 +84,7 @@ std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
     };
     fpAdd(OnconfigChange(I_sPlace, I_sJournal.strLibrary));
     fpAdd({VERSIONS, strRows, VersionsWith(strRows.value_or(""), I_sJournal.strRow)});
-    // A link that somebody else has changed since is theirs.
+    // A link that somebody else has changed since is left alone.
     const std::string strNow = HashOf(strTarget);
     const auto sOurs = std::ranges::find(I_sJournal.vecRecords, LINK, &RECORD::strFile);
     const bool bForeign = sOurs != I_sJournal.vecRecords.end() && strNow != sOurs->strAfter &&
@@ -115,7 +116,7 @@ void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
     }
 }
 
-// Anything but a yes is a no, and so is the end of the input.
+// Anything but yes means no, also the end of the input.
 bool IsConfirmed(const OPTIONS &I_sOptions, const char *cpQuestion)
 {
     if (I_sOptions.bYes) return true;
@@ -171,7 +172,7 @@ int Hook(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
 
 int Run(const OPTIONS &I_sOptions)
 {
-    umask(022); // new files are for the database's accounts to read
+    umask(022); // the database's accounts must be able to read new files
     if (I_sOptions.bLogrotate)
     {
         std::cout << Rotation(I_sOptions);

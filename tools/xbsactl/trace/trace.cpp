@@ -12,7 +12,7 @@ namespace
 {
 constexpr int SCHEMA = 1; // of the JSON text
 
-// How the summary and its JSON name what is counted.
+// How the summary and its JSON name the counts.
 struct COUNT
 {
     const char *cpKey;
@@ -42,10 +42,10 @@ constexpr COUNTS NO_COUNTS = {
      {"unused_messages", "; database messages outside the sessions shown: ", ""},
      {"dropped_messages", "; oldest database messages skipped: ", ""}}};
 
-// The page takes the place of what has its name.
+// The page replaces a file of its name.
 void CheckPage(const OPTIONS &I_sOptions)
 {
-    std::error_code sError; // what does not exist is not the same
+    std::error_code sError; // a missing file is not the same
     for (const std::string &strInput : {I_sOptions.strFile, I_sOptions.strActLog})
         if (std::filesystem::is_regular_file(strInput, sError) &&
             std::filesystem::equivalent(strInput, I_sOptions.strHtml, sError))
@@ -69,7 +69,7 @@ std::string SummaryJson(const COUNTS &I_sCounts, uint64_t I_uShown)
     return strJson + "}";
 }
 
-// Returns how many lines are not the library's.
+// Returns how many lines the library did not write.
 uint64_t ReadLog(CLineReader &X_sReader, CSessions &X_sSessions, const std::string &I_strFile)
 {
     uint64_t uLines = 0;
