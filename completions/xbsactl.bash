@@ -12,7 +12,7 @@ _xbsactl_words() { # WORD...
 # What stands behind an option. Names of files are left to readline: it knows how to quote.
 _xbsactl_value() { # OPTION VALUE
     case $1 in
-        --password-file | --library | --config | --status | --manifest | --html | --bar-act-log) ;;
+        --password-file | --library | --config | --status | --manifest | --html | --bar-act-log | --journal | --prometheus) ;;
         --informixdir) compopt -o dirnames +o default +o bashdefault 2>/dev/null ;;
         --trace) [[ $2 == *:* ]] || _xbsactl_words 2 3 ;;
         *) _xbsactl_words ;;
@@ -25,9 +25,10 @@ _xbsactl_options() { # COMMAND
         store) echo --status --json --verify --manifest ;;
         restore) echo --status --json ;;
         query) echo --json ;;
-        verify) echo --all --manifest --status --json ;;
+        verify) echo --all --manifest --journal --newest --sample --jobs --status --json ;;
         check) echo --informixdir --onconfig --no-logs --nagios --json ;;
         trace) echo --since --handle --html --bar-act-log --json ;;
+        report) echo --journal --space --max-age --min-size --prometheus --bar-act-log --nagios --json ;;
         top) echo --once --json --interval ;;
         setup) echo --informixdir --onconfig --logrotate --dry-run --yes --undo ;;
     esac
@@ -38,7 +39,7 @@ _xbsactl_options() { # COMMAND
 _xbsactl_scan() { # WORD...
     local word with_value=" --host --user --password-file --path --space --copy-id --library
         --timeout --trace --status --manifest --informixdir --since --handle --html --bar-act-log
-        --onconfig --interval --config "
+        --onconfig --config --journal --sample --jobs --interval --max-age --min-size --prometheus "
     for word in "$@"; do
         if [[ -n $option ]]; then
             option=
@@ -68,7 +69,7 @@ _xbsactl() {
         _xbsactl_words $(_xbsactl_options "$command") -h --help --version --informix --host --user \
             --password-file --path --space --copy-id --library --timeout --trace --config
     elif [[ -z $command ]]; then
-        _xbsactl_words store restore query verify check trace top explain setup
+        _xbsactl_words store restore query verify check trace report top explain setup
     elif [[ $command$arguments != @(storex|restorex|trace) ]]; then
         _xbsactl_words
     fi

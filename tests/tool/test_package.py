@@ -1,4 +1,4 @@
-"""The command line as it is told in four places, and the packages as an administrator uses them."""
+"""The command line in its four descriptions, and the packages as an administrator uses them."""
 import contextlib
 import functools
 import glob
@@ -33,7 +33,7 @@ FILES = {"libxbsa1": f"{LIBDIR}/libxbsa.so.1 {LIBDIR}/libxbsa.so.1.0.0",
          "korva-xbsa-sandbox": """bin/korva-sandbox bin/korva-xbsa-demo share/korva-xbsa/sandbox/run
             share/man/man1/korva-sandbox.1.gz""",
          "korva-xbsa": "", "korva-xbsa-dev": ""}
-# What the packages before the split held, by name.
+# The contents of the packages before the split.
 OLD = {"korva-xbsa": ["libxbsa1", "xbsactl"], "korva-xbsa-dev": ["libxbsa-dev"]}
 
 
@@ -68,7 +68,7 @@ def typed(shell, script):
         os.chdir(f"{folder}/in")
         os.execvpe(shell[0], shell, {"TERM": "dumb", "PATH": ENV["PATH"], "HISTFILE": ""})
     os.write(terminal, "\n".join(script).encode())
-    with contextlib.suppress(OSError):  # the end of a terminal
+    with contextlib.suppress(OSError):  # the terminal has closed
         while os.read(terminal, 4096):
             pass
     os.waitpid(pid, 0)
@@ -76,7 +76,7 @@ def typed(shell, script):
 
 
 def completed(*lines):
-    """The arguments that bash makes of each line, after the key that inserts all completions."""
+    """The arguments of each line in bash, after the key that inserts all completions."""
     text = typed(["bash", "--norc", "--noprofile", "-i"], [
         f". {ROOT}/completions/xbsactl.bash", "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
         *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""])
@@ -97,7 +97,7 @@ class Interface(unittest.TestCase):
         self.assertEqual({line[0]: set(line[1:]) for line in lines},
                          {name: options[name] | everywhere for name in commands})
         general, rest = read("completions/_xbsactl").split("own general=(")[1].split("\n    )", 1)
-        found = {name: set(re.findall(r"['){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
+        found = {name: set(re.findall(r"['*){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
                  [("", general), *re.findall(r"^ {8}(\w+)\)\n(.*?);;", rest, re.M | re.S)]}
         self.assertEqual(found, {"": everywhere, **options})
         self.assertEqual(documented("korva-sandbox.1")["OPTIONS"], offered(f"{ROOT}/sandbox/run"))
@@ -200,7 +200,7 @@ class Packages(unittest.TestCase):
                          "--force-depends", "--force-script-chrootless", "--path-include=*"]
 
     def old(self, folder, name, parts):
-        """The package as it was before the split, with the files of those that it became."""
+        """The package as before the split, with the files of its successors."""
         files = [f"./usr/{file}" for part in parts for file in FILES[part].split()]
         output("mkdir", "-p", f"{folder}/{name}/DEBIAN")
         output("cp", "-a", "--parents", *files, f"{folder}/{name}", cwd=self.root)
@@ -222,7 +222,7 @@ class Packages(unittest.TestCase):
             self.assertEqual(states.splitlines(), [f"{name} 1.0.0-2 installed" for name in sorted(FILES)])
             owners = [f"{name}: /usr/{file}" for name, files in FILES.items() for file in files.split()]
             self.assertEqual(output(*dpkg, "-S", *[owner.split()[1] for owner in owners]).splitlines(), owners)
-            # nothing is left after a removal, nor of what Python compiled
+            # a removal leaves nothing, not even what Python compiled
             self.assertTrue(os.listdir(f"{root}/usr/share/korva-xbsa/sandbox/__pycache__"))
             output(*dpkg, "--purge", *FILES)
             self.assertEqual(os.listdir(root), ["var"])

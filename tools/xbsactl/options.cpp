@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <limits>
+#include <map>
 #include <sstream>
 #include <variant>
 
@@ -48,6 +49,7 @@ constexpr struct
      }},
     {"top", [](COMMAND_LINE &sLine) { sLine.iExit = report::Top(sLine.sTop); }},
     {"explain", [](COMMAND_LINE &sLine) { explain::Run(sLine.vecExplained); }},
+    {"report", [](COMMAND_LINE &sLine) { sLine.iExit = report::Run(sLine.sReport); }},
     {"setup",
      [](COMMAND_LINE &sLine) {
          sLine.sSetup.strLibrary = sLine.sConnection.strLibrary;
@@ -73,12 +75,28 @@ template <auto FIRST, auto LAST> void Range(CLI::Option *spOption)
     spOption->check(CLI::Range(FIRST, LAST).description(""));
 }
 
+// Each value has the option before it: what follows is another argument.
+constexpr RULE REPEATED = [](auto *spOption) { spOption->allow_extra_args(false); };
+
+// "25h"; without a unit seconds.
+constexpr RULE DURATION = [](auto *spOption) {
+    const std::map<std::string, uint64_t> UNITS = {{"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}};
+    Range<uint64_t{1}, uint64_t{1} << 40U>(spOption);
+    spOption->transform(CLI::AsNumberWithUnit(UNITS).description(""));
+};
+
+// "10MB" and the like; without a unit bytes.
+constexpr RULE SIZE = [](auto *spOption) {
+    spOption->transform(CLI::AsSizeValue(true).description(""));
+};
+
 struct OPTION
 {
     const char *cpCommands; // that have it; "" for all
     const char *cpName;
     const char *cpType; // what it takes; "" for a flag or a positional argument
-    std::variant<bool *, std::string *, unsigned *, long *, std::vector<std::string> *> sValue;
+    std::variant<bool *, std::string *, unsigned *, long *, uint64_t *, std::vector<std::string> *>
+        sValue;
     const char *cpVariable = ""; // that stands for it
     RULE fpRule = [](auto *) {}; // what the parser checks
 };
@@ -109,6 +127,7 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
     transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
     check::OPTIONS &sCheck = X_sLine.sCheck;
     trace::OPTIONS &sTrace = X_sLine.sTrace;
+    report::OPTIONS &sReport = X_sLine.sReport;
     setup::OPTIONS &sSetup = X_sLine.sSetup;
     return {{"store restore", "NAME", "", &sTransfer.sObject.strName, "", REQUIRED},
             {"query verify", "NAME", "", &sTransfer.sObject.strName},
@@ -120,6 +139,10 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
             {"store", "--verify", "", &sTransfer.bVerify},
             {"verify", "--all", "", &sTransfer.bAll, "",
              [](auto *spOption) { spOption->excludes("NAME"); }},
+            {"verify", "--journal", "FILE", &sTransfer.vecJournals, "", REPEATED},
+            {"verify", "--newest", "", &sTransfer.bNewest},
+            {"verify", "--sample", "N/T", &sTransfer.strSample, "", NOT_EMPTY},
+            {"verify", "--jobs", "N", &sTransfer.uJobs, "", Range<1, 64>},
             {"store restore query verify", "--json", "", &sTransfer.bJson},
             {"check", "--informixdir", "DIR", &sCheck.strInformixDir},
             {"check", "--onconfig", "NAME", &sCheck.strOnconfig},
@@ -134,6 +157,15 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
             {"trace", "--html", "OUT", &sTrace.strHtml},
             {"trace", "--bar-act-log", "FILE", &sTrace.strActLog},
             {"trace", "--json", "", &sTrace.bJson},
+            {"report", "--journal", "FILE", &sReport.vecJournals, "KORVA_JOURNAL", REPEATED},
+            {"report", "--space", "SPACE", &sReport.vecSpaces, "", REPEATED},
+            {"report", "--max-age", "AGE", &sReport.uMaxAge, "", DURATION},
+            {"report", "--min-size", "SIZE", &sReport.uMinSize, "", SIZE},
+            {"report", "--prometheus", "FILE", &sReport.strPrometheus, "", NOT_EMPTY},
+            {"report", "--bar-act-log", "FILE", &sReport.strActLog, "", NOT_EMPTY},
+            {"report", "--nagios", "", &sReport.bNagios},
+            {"report", "--json", "", &sReport.bJson, "",
+             [](auto *spOption) { spOption->excludes("--nagios"); }},
             {"top", "--once", "", &X_sLine.sTop.bOnce},
             {"top", "--json", "", &X_sLine.sTop.bJson},
             {"top", "--interval", "SECONDS", &X_sLine.sTop.uInterval, "", Range<1, 86400>},
