@@ -58,7 +58,7 @@ class Table:
             for name, row in rows.items()])]
 
     def goals(self):
-        """All rows with a goal, with the number of runs or pairs behind each figure."""
+        """All rows with a goal, and the number of runs or pairs of each figure."""
         rows = []
         for part, names in self.parts.items():
             for name, row in names.items():
