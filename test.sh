@@ -10,7 +10,7 @@ packages_need g++ cmake make python3 binutils clang-format clang-tidy clang-tool
     strace valgrind
 
 # Some tests and the benchmark need these; without them the other tests still run.
-wanted=(lintian rpm zsh man-db rclone postgresql python3-psycopg2 curl lftp git codespell aspell aspell-en)
+wanted=(lintian rpm zsh man-db mandoc rclone postgresql python3-psycopg2 curl lftp git codespell aspell aspell-en)
 untested=$(packages_want "${wanted[@]}")
 
 # Downloaded once for all checkouts of this account.

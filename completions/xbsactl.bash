@@ -1,6 +1,6 @@
 # bash completion for xbsactl(1).
 
-# Offers those of the words that begin with what is there, and no file names in their place.
+# Offers the words that begin with what is typed, and no file names.
 _xbsactl_words() { # WORD...
     local current=${COMP_WORDS[COMP_CWORD]} word
     compopt +o default +o bashdefault 2>/dev/null
@@ -9,7 +9,7 @@ _xbsactl_words() { # WORD...
     done
 }
 
-# What stands behind an option. Names of files are left to readline: it knows how to quote.
+# Completes the value of an option. Readline completes file names, because it can quote them.
 _xbsactl_value() { # OPTION VALUE
     case $1 in
         --password-file | --library | --config | --status | --manifest | --html | --bar-act-log | --journal | --prometheus) ;;
@@ -19,7 +19,7 @@ _xbsactl_value() { # OPTION VALUE
     esac
 }
 
-# The options of a command, beside those that stand everywhere.
+# The options of a command, without the general ones.
 _xbsactl_options() { # COMMAND
     case $1 in
         store) echo --status --json --verify --manifest ;;
@@ -34,8 +34,8 @@ _xbsactl_options() { # COMMAND
     esac
 }
 
-# Reads the words before the current one: sets the caller's command, the number of its arguments,
-# and the option that still waits for its value.
+# Reads the words before the current one. Sets the caller's command, the number of its arguments,
+# and the option that still needs a value.
 _xbsactl_scan() { # WORD...
     local word with_value=" --host --user --password-file --path --space --copy-id --library
         --timeout --trace --status --manifest --informixdir --since --handle --html --bar-act-log
@@ -53,7 +53,7 @@ _xbsactl_scan() { # WORD...
 
 _xbsactl() {
     local line=${COMP_LINE:0:COMP_POINT} words=() current='' option='' command='' arguments=''
-    read -ra words <<<"$line" # COMP_WORDS is cut at ":" and "=", too
+    read -ra words <<<"$line" # COMP_WORDS is also split at ":" and "="
     if [[ $line != *[[:space:]] ]]; then
         current=${words[-1]}
         unset 'words[-1]'

@@ -7,8 +7,7 @@ import unittest
 from xbsa import ROOT
 
 # Still to be rewritten: remove a path when that is done.
-LATER = ("completions/", "docs/check.md", "docs/messages.md", "man/", "sandbox/", "tools/",
-         "tests/tool/test_frontdoor.py")
+LATER = ("docs/check.md", "docs/messages.md", "sandbox/", "tools/", "tests/tool/test_frontdoor.py")
 SKIPPED = LATER + ("tests/tool/english.", "tests/tool/test_english.py")
 PAGES = re.compile(r"(README|CHANGELOG|CONTRIBUTING|docs/.*)\.md|man/.*")
 

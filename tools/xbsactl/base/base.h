@@ -27,6 +27,7 @@
 #include "xbsa.h"
 
 struct evp_md_ctx_st; // libcrypto's
+struct gzFile_s;      // zlib's
 
 namespace base
 {
@@ -358,7 +359,7 @@ class CLines
 
     std::string strShown;
     size_t uLongest;
-    std::unique_ptr<struct gzFile_s, int (*)(struct gzFile_s *)> spFile;
+    std::unique_ptr<gzFile_s, int (*)(gzFile_s *)> spFile;
     std::string strBuffer;
     std::string_view svRest; // of the buffer
     bool bOver = false;
