@@ -1,7 +1,7 @@
 #!/bin/bash
 # Demonstrates the library in both modes on 127.0.0.1. Plain mode: xbsactl stores files and a stream on
 # a real FTP server and restores them. Informix mode: three processes back up three spaces at once to
-# the sandbox, then one space is restored by its copy id. All restored data is compared. In the source
+# the sandbox, then one space is restored by its copy id, and all are compared with the journal. In the source
 # tree the script builds first; installed as korva-xbsa-demo it uses the installed tool, or the one
 # that XBSACTL names. It leaves what it built, the packages for the build and an FTP server (vsftpd) in
 # ~/.cache/korva-xbsa, unless vsftpd is installed. Works on Debian and Ubuntu, as root or not. Needs
@@ -88,7 +88,7 @@ plain_mode() {
 # What runs inside the sandbox: demo.sh --informix FOLDER
 informix_mode() { # FOLDER, which the caller removes
     local work=$1 xbsactl=("$XBSACTL" --informix) space pids=() copy
-    export XBSA_TRACE=2
+    export XBSA_TRACE=2 KORVA_JOURNAL=$work/journal
 
     say "Three processes back up three spaces at once"
     for space in rootdbs datadbs logdbs; do
@@ -114,6 +114,30 @@ informix_mode() { # FOLDER, which the caller removes
 
     say "The commands that the library ran for it"
     grep -ho 'COM COMMAND: .*' "$work/datadbs.log"
+
+    morning_after "$work"
+}
+
+# What the library's journal is good for.
+morning_after() { # DIRECTORY
+    local object
+    export XBSA_LOGFILE=$1/verify.log
+
+    say "The morning after: the report shows what was stored"
+    "$XBSACTL" report --max-age 25h || fail "the report found a fault"
+
+    say "All newest copies are read back and compared with the journal"
+    "$XBSACTL" --informix verify --journal "$KORVA_JOURNAL" --newest --jobs 3 ||
+        fail "an object differs"
+
+    say "A byte of a stored object is changed, and verify finds it"
+    for object in "$1"/sandbox/objects/*; do
+        cmp -s "$object" "$1/datadbs" || continue
+        printf '%s' "$(head -c 1 "$object" | grep -q x && echo y || echo x)" |
+            dd of="$object" conv=notrunc status=none || fail "no byte was changed"
+    done
+    ! "$XBSACTL" --informix verify --journal "$KORVA_JOURNAL" --newest --jobs 3 ||
+        fail "the changed byte was not noticed"
 }
 
 # If this account may not create namespaces, as on newer Ubuntu, root runs the sandbox.

@@ -1,6 +1,7 @@
 """Runs the programs of the benchmark and collects figures from their output and from tools."""
 
 import contextlib
+import ctypes
 import json
 import os
 import pwd
@@ -164,30 +165,59 @@ def together(command, processes, env=None):
 
 
 def summary(values):
-    ordered = sorted(values)
-    return {"median": statistics.median(ordered), "low": ordered[0], "high": ordered[-1]}
+    quartiles = statistics.quantiles(values, n=4, method="inclusive") if len(values) > 1 else values * 3
+    return {"q1": quartiles[0], "median": statistics.median(values), "q3": quartiles[2],
+            "runs": len(values)}
 
 
-def compare(ours, theirs, pairs, fields=("wall",), less=None):
+def compare(ours, theirs, pairs, fields=("wall",), less=({}, {})):
     """
-    Runs ours and theirs (callables that return figures) in turn and swaps the first from pair to
-    pair. Returns theirs / ours for each field, so that above 1 is better, and the medians of both.
-    less: figures of theirs that are not part of the transfer, to be subtracted.
+    Ours and theirs (callables that return figures) in turn, the first one changing from pair to
+    pair. For each field theirs / ours, so above 1 is better than theirs; less: figures of both
+    that are not part of the transfer and are subtracted. And the medians of both.
     """
     ratios, sides = {field: [] for field in fields}, ([], [])
     for number in range(pairs):
-        if number % 2:
-            other, own = theirs(), ours()
-        else:
-            own, other = ours(), theirs()
+        pair = [None, None]
+        for side in (1, 0) if number % 2 else (0, 1):
+            pair[side] = (ours, theirs)[side]()
         for field in fields:
-            other[field] -= (less or {}).get(field, 0)
-            ratios[field].append(other[field] / own[field])
-        sides[0].append(own)
-        sides[1].append(other)
+            for side in (0, 1):
+                pair[side][field] -= less[side].get(field, 0)
+            ratios[field].append(pair[1][field] / pair[0][field])
+        for side in (0, 1):
+            sides[side].append(pair[side])
     return [summary(ratios[field]) | {
-        "ours": statistics.median(own[field] for own in sides[0]),
-        "theirs": statistics.median(other[field] for other in sides[1])} for field in fields]
+        name: statistics.median(run[field] for run in side)
+        for name, side in zip(("ours", "theirs"), sides)} for field in fields]
+
+
+def ticks():
+    """The machine's processor time so far: in all, used, and stolen by other virtual machines."""
+    with open("/proc/stat", encoding="ascii") as file:
+        user, nice, system, idle, wait, irq, soft, steal = map(int, file.readline().split()[1:9])
+    used = user + nice + system + irq + soft
+    return used + idle + wait + steal, used, steal
+
+
+def shares(first):
+    """The shares of processor time that were used and stolen since the first ticks()."""
+    total, used, steal = (now - then for now, then in zip(ticks(), first))
+    return used / max(total, 1), steal / max(total, 1)
+
+
+def own_network():
+    """
+    Moves this process to a network of its own, if it may: no other traffic, and ended connections
+    leave their ports at once. Returns whether it may.
+    """
+    new_network = 0x40000000 # CLONE_NEWNET
+    if ctypes.CDLL(None).unshare(new_network) != 0:
+        return False
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    with open("/proc/sys/net/ipv4/tcp_max_tw_buckets", "w", encoding="ascii") as file:
+        file.write("1024")
+    return True
 
 
 def system_calls(command, env=None):
