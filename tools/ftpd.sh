@@ -2,10 +2,10 @@
 # this file from bash.
 #
 #   ftpd_start DIR PASSWORD
-#       Starts the server in a new FOLDER, for the user "ftp". Sets FTPD_PORT and FTPD_DATA (the
+#       Starts the server in a new DIR, for the user "ftp". Sets FTPD_PORT and FTPD_DATA (the
 #       directory of stored files). Returns 1 with a reason on standard error if it does not run.
 #   ftpd_stop
-#       Stops the server if it runs. Keeps FOLDER, which contains the log.
+#       Stops the server if it runs. Keeps DIR, which contains the log.
 #
 # Uses the installed server or unpacks one into a cache. It runs as the calling account; root runs it
 # as nobody. It discards uploads that the client resets.

@@ -1,8 +1,8 @@
 #!/bin/sh
 # Unpacks FTP daemons into a directory instead of installing them, because the packages conflict and start
 # the daemons. Does not need root. Usage:
-#   servers.sh FOLDER           all daemons of the tests
-#   servers.sh FOLDER PACKAGE   one daemon, with the libraries that this system lacks
+#   servers.sh DIR           all daemons of the tests
+#   servers.sh DIR PACKAGE   one daemon, with the libraries that this system lacks
 set -eu
 all="proftpd-core vsftpd pure-ftpd"
 mkdir -p "$1"

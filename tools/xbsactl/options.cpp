@@ -67,7 +67,7 @@ constexpr COMMAND COMMANDS[] = {
     {"check", "--space --copy-id",
      [](COMMAND_LINE &sLine) {
          if (!sLine.sTransfer.sObject.strSpace.empty())
-             throw base::USAGE_ERROR("--space is not for check");
+             throw base::USAGE_ERROR("--space does not apply to check");
          if (!sLine.sConnection.bInformix) base::CheckPlain(sLine.sConnection, false);
          sLine.iExit = check::Run(sLine.sConnection, sLine.sCheck);
      }},
@@ -466,7 +466,7 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
         return sApp.exit(sError); // help and version
     }
     if (sApp.get_subcommands().empty())
-        throw base::USAGE_ERROR("no command is given", CommandList());
+        throw base::USAGE_ERROR("no command given", CommandList());
     return {};
 }
 

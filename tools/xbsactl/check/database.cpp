@@ -123,7 +123,7 @@ FINDING Judge(const base::JSON &I_sSetting, const SETTINGS &I_sSettings)
     return Program(I_sSetting, I_sSettings, strValue);
 }
 
-// Each process of a backup listens on a port of its own.
+// Each process of a backup listens on its own port.
 FINDING Ports(FINDING I_sFinding, long I_lProcesses)
 {
     std::istringstream sRange(base::Variable("KORVA_PORT_RANGE"));

@@ -111,7 +111,7 @@ FINDING Together(SESSIONS &X_sSessions, long I_lSessions, const std::string &I_s
     std::array<int, 2> aiGate{};
     if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("creating a pipe");
     const base::CDescriptor sWaits(aiGate[0]);
-    base::CDescriptor sGate(aiGate[1]); // closed: the sessions go on
+    base::CDescriptor sGate(aiGate[1]); // closed: the sessions continue
     const auto sSilence = 2 * X_sSessions.sSilence;
     const auto fpName = [&](long lNumber) { return I_strName + std::to_string(lNumber); };
     std::deque<CChild> deqSessions;

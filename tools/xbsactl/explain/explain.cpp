@@ -70,7 +70,7 @@ std::string Remedy(const ROW &I_sRow)
 
 // ---- how they are found
 
-// Small letters and digits with one blank between words, and a colon as a word of its own; the
+// Small letters and digits with one blank between words, and a colon as a separate word; the
 // gaps of a row's text become "*". Punctuation differs between the library, a trace and a shell.
 std::string Normal(const std::string &I_strText, bool I_bGaps)
 {

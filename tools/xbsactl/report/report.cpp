@@ -53,7 +53,7 @@ struct OBJECT
 
 using OBJECTS = std::map<std::pair<std::string, std::string>, OBJECT>;
 
-// Each logical log of a database is an object of its own, with a path of numbers, which no dbspace
+// Each logical log of a database is a separate object, with a path of numbers, which no dbspace
 // has. They are reported as one, with "*" as the number of the log. A single digit may be a level.
 std::string ReportedPath(const ENTRY &I_sEntry)
 {

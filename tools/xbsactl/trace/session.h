@@ -70,7 +70,7 @@ class CSteps
 struct PLACE
 {
     uint64_t uLine = 0; // from 1
-    int64_t iTime = 0;  // seconds of the log's clock, counted as if it were UTC
+    int64_t iTime = 0;  // seconds of the log's clock, read as UTC
 };
 
 struct LOGGED_ERROR
@@ -115,7 +115,7 @@ enum CALL : unsigned
 struct PROGRESS
 {
     unsigned uCall = IN_UNKNOWN;
-    std::optional<STEP> sPending;       // goes on
+    std::optional<STEP> sPending;       // still open
     bool bTransfer = false;             // the server has accepted STOR or RETR
     std::optional<uint64_t> uTotal;     // bytes that the process counted
     std::optional<std::string> strName; // of the object, until its path is known
@@ -167,7 +167,7 @@ struct SESSION
     }
     void AddHandle(long I_lHandle);
     void AddStep(const STEP &I_sStep); // of a mixed one the objects alone
-    std::vector<STEP> Steps() const;   // those too that go on
+    std::vector<STEP> Steps() const;   // including open ones
 
     // As shown: "done", "failed", "unfinished", ...; the processes; and remarks.
     OUTCOME Outcome() const;
