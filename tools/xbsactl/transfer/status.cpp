@@ -244,16 +244,16 @@ COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConne
     const bool bBar = isatty(STDERR_FILENO) == 1 && !bTraced; // they would spoil each other
     const std::unique_ptr<STATUS, void (*)(STATUS *)> spWiped(&sStatus, WipeBar); // at every end
     sStatus.sDrawn = CLOCK::now();
-    base::CSha256 sHash;
-    std::vector<char> vecBlock(library::BLOCK_SIZE);
+    CHashing sHashing;
     for (size_t uLength = library::BLOCK_SIZE; uLength == library::BLOCK_SIZE;)
     {
-        uLength = I_fpMove(vecBlock.data());
-        sHash.Add({vecBlock.data(), uLength});
+        uLength = I_fpMove(sHashing.Room());
+        sHashing.Add(uLength);
         sStatus.uBytes += uLength;
         if (bBar) DrawBar(sStatus);
     }
+    const std::string strDigest = sHashing.Digits();
     I_sSession.EndData();
-    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), RateNow(sStatus), sHash.Digits()};
+    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), RateNow(sStatus), strDigest};
 }
 } // namespace transfer
