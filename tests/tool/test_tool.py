@@ -48,6 +48,10 @@ def send_some(server):
     server.data.sendall(bytes(2 * BUFFER + 5))
 
 
+def take_some(server):
+    server.data.recv(BUFFER)
+
+
 def interrupt(server):
     wait_while(lambda: not server.tool)
     server.tool.send_signal(signal.SIGINT)
@@ -59,8 +63,8 @@ LARGE_ENDS = rows("command data code says ends",
     ("store x big", [lambda server: os.truncate("big", BUFFER), "transfer"], 6, 'reading "big": file shrank', ["RST"]),
     ("store x big", [lambda server: os.truncate("big", LARGE + 5), "transfer"], 0, f"{LARGE + 5} bytes", ["FIN"]),
     ("store x", ["transfer"], 6, "reading standard input: Input/output error", ["RST"]),
-    ("store x big", [lambda server: server.data.recv(BUFFER), "reset_data"], 4, "BSASendData failed", []),
-    ("store x big", [interrupt, "transfer"], -2, "^$", ["RST"]),
+    ("store x big", [take_some, "reset_data"], 4, "BSASendData failed", []),
+    ("store x big", [take_some, interrupt, "transfer"], -2, "^$", ["RST"]),
     ("restore x big", [send_some, "reset_data"], 4, "BSAGetData failed", []),
     ("restore x big", [send_some, interrupt, "transfer"], -2, "^$", ["RST"]),
     ("restore x /dev/full", ["transfer"], 6, "No space left on device", ["RST"]),
