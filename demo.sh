@@ -1,12 +1,11 @@
 #!/bin/bash
-# Shows the library at work and uses both modes on 127.0.0.1. Plain mode: a real FTP server takes files
-# and a stream through xbsactl and gives them back. Informix mode: three processes back up three spaces
-# at once to the sandbox, one of them is restored by its copy id. Everything that comes back is
-# compared. In the source tree it builds first; once installed (korva-xbsa-demo) it takes the
-# installed tool, or the one that XBSACTL names. What it leaves is what it built, the packages that
-# the build needs, and an FTP server (vsftpd) in ~/.cache/korva-xbsa, unless that is installed.
-# Works on Debian and Ubuntu, as root or not; needs sudo only when packages are missing, or when this
-# account may not have a private /etc.
+# Demonstrates the library in both modes on 127.0.0.1. Plain mode: xbsactl stores files and a stream on
+# a real FTP server and restores them. Informix mode: three processes back up three spaces at once to
+# the sandbox, then one space is restored by its copy id, and all are compared with the journal. In the source
+# tree the script builds first; installed as korva-xbsa-demo it uses the installed tool, or the one
+# that XBSACTL names. It leaves what it built, the packages for the build and an FTP server (vsftpd) in
+# ~/.cache/korva-xbsa, unless vsftpd is installed. Works on Debian and Ubuntu, as root or not. Needs
+# sudo only if packages are missing or this account may not have a private /etc.
 set -u
 [[ -z ${XBSACTL-} ]] || XBSACTL=$(readlink -f "$XBSACTL")
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")" || exit 1
@@ -20,7 +19,7 @@ fail() {
 say() { printf '\n== %s\n' "$*"; }
 
 same() { # STORED RESTORED
-    cmp "$1" "$2" || fail "${1##*/} came back different"
+    cmp "$1" "$2" || fail "${1##*/} differs after the restore"
     echo "the same: ${1##*/}"
 }
 
@@ -32,7 +31,7 @@ build() {
     return 1
 }
 
-# A small shop with 50,000 orders, about 5 MB, and a file of 200 MB, so that rates mean something.
+# A small shop with 50,000 orders, about 5 MB, and a file of 200 MB, which is enough to measure rates.
 make_data() {
     python3 - "$work/shop.db" <<'PYTHON' &&
 import os
@@ -47,11 +46,11 @@ PYTHON
         head -c 200000000 /dev/urandom >"$work/big.img"
 }
 
-# Sets XBSACTL, in the source tree to what it builds there.
+# Sets XBSACTL; in the source tree it builds the tool first.
 provide_tool() {
     if [[ -e CMakeLists.txt ]]; then
         . tools/packages.sh
-        packages_need g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev libxxhash-dev python3 ||
+        packages_need g++ make cmake libcli11-dev nlohmann-json3-dev libssl-dev libxxhash-dev zlib1g-dev python3 ||
             fail "packages are missing"
         say "Building"
         build || fail "the build failed"
@@ -87,9 +86,9 @@ plain_mode() {
 }
 
 # What runs inside the sandbox: demo.sh --informix FOLDER
-informix_mode() { # FOLDER, which the caller clears away
+informix_mode() { # FOLDER, which the caller removes
     local work=$1 xbsactl=("$XBSACTL" --informix) space pids=() copy
-    export XBSA_TRACE=2
+    export XBSA_TRACE=2 KORVA_JOURNAL=$work/journal
 
     say "Three processes back up three spaces at once"
     for space in rootdbs datadbs logdbs; do
@@ -113,11 +112,35 @@ informix_mode() { # FOLDER, which the caller clears away
         fail "datadbs was not restored"
     same "$work/datadbs" "$work/datadbs.back"
 
-    say "What the library ran for it"
+    say "The commands that the library ran for it"
     grep -ho 'COM COMMAND: .*' "$work/datadbs.log"
+
+    morning_after "$work"
 }
 
-# Where accounts may not make namespaces, as on newer Ubuntu, root runs the sandbox for them.
+# What the library's journal is good for.
+morning_after() { # DIRECTORY
+    local object
+    export XBSA_LOGFILE=$1/verify.log
+
+    say "The morning after: the report shows what was stored"
+    "$XBSACTL" report --max-age 25h || fail "the report found a fault"
+
+    say "All newest copies are read back and compared with the journal"
+    "$XBSACTL" --informix verify --journal "$KORVA_JOURNAL" --newest --jobs 3 ||
+        fail "an object differs"
+
+    say "A byte of a stored object is changed, and verify finds it"
+    for object in "$1"/sandbox/objects/*; do
+        cmp -s "$object" "$1/datadbs" || continue
+        printf '%s' "$(head -c 1 "$object" | grep -q x && echo y || echo x)" |
+            dd of="$object" conv=notrunc status=none || fail "no byte was changed"
+    done
+    ! "$XBSACTL" --informix verify --journal "$KORVA_JOURNAL" --newest --jobs 3 ||
+        fail "the changed byte was not noticed"
+}
+
+# If this account may not create namespaces, as on newer Ubuntu, root runs the sandbox.
 as_root=()
 provide_namespace() {
     local reason
@@ -127,10 +150,10 @@ provide_namespace() {
     command -v sudo >/dev/null && sudo true && as_root=(sudo) && return 0
     cat >&2 <<REASON
 ${reason%%;*}
-Plain mode works, see above. Informix mode needs a private /etc, and neither user namespaces nor sudo
-are open to this account.
-hint: run demo.sh as root, or let root open user namespaces for all accounts, with the one of these
-that this system has:
+Plain mode works, see above. Informix mode needs a private /etc, but this account can use neither user
+namespaces nor sudo.
+hint: run demo.sh as root, or let root allow user namespaces for all accounts, with the one of these
+settings that this system has:
     sysctl kernel.unprivileged_userns_clone=1                  # older Debian
     sysctl kernel.apparmor_restrict_unprivileged_userns=0      # Ubuntu
     sysctl user.max_user_namespaces=10000
@@ -138,7 +161,7 @@ REASON
     return 1
 }
 
-# Python keeps what it compiles there, and nothing in the source tree.
+# Keeps Python's compiled files out of the source tree.
 sandbox() {
     "${as_root[@]}" env "XBSACTL=$XBSACTL" "PYTHONPYCACHEPREFIX=$korva/compiled" sandbox/run \
         --folder "$korva/sandbox" "$@"
@@ -161,10 +184,10 @@ finish() {
 trap finish EXIT
 trap 'exit 1' HUP INT QUIT PIPE TERM
 
-work=$(mktemp -d) || fail "no temporary folder"
+work=$(mktemp -d) || fail "cannot create a temporary directory"
 chmod 755 "$work" # root runs the FTP server as nobody
 [[ $(df -Pk "$work" | awk 'NR == 2 { print $4 }') -ge 500000 ]] ||
-    fail "it needs 500 MB of room in ${TMPDIR:-/tmp}: let TMPDIR name another folder"
+    fail "${TMPDIR:-/tmp} has less than 500 MB of free space: set TMPDIR to another directory"
 provide_tool
 
 say "Starting an FTP server"
@@ -178,7 +201,7 @@ plain_mode
 
 say "Informix mode, on the sandbox"
 provide_namespace || fail "Informix mode was not tried"
-korva=$("${as_root[@]}" mktemp -d) || fail "no temporary folder" # root works in no other account's
+korva=$("${as_root[@]}" mktemp -d) || fail "cannot create a temporary directory" # root uses no other account's
 sandbox --exec "$PWD/demo.sh" --informix "$korva" || fail "Informix mode failed"
 say "The sandbox's catalogue"
 sandbox --catalogue || fail "no catalogue"

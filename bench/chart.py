@@ -1,64 +1,62 @@
-"""Draws plots of lines as SVG."""
+"""Draws the picture of the published results."""
 
-import math
+import matplotlib
+from matplotlib import pyplot
 
-WIDTH, HEIGHT, EDGE = 420, 260, 52
-COLOURS = ["#0b6e99", "#c4461f", "#4a8f29", "#7a4fa3", "#8a6d00"]
+COLOURS = ["#2f81f7", "#db6d28"]  # these and the grey are readable on white and on black
+GREY = "#7d8590"
+STYLE = {"svg.hashsalt": "performance", "svg.fonttype": "none", "font.sans-serif": ["DejaVu Sans"],
+         "font.size": 9, "axes.titlesize": 10, "legend.frameon": False,
+         "axes.spines.top": False, "axes.spines.right": False,
+         **dict.fromkeys(["text.color", "axes.labelcolor", "axes.edgecolor", "xtick.color", "ytick.color"],
+                         GREY)}
 
 
-def number(value):
-    """A tick's text: 65535, 1 Ki, 16 Gi, 0.98."""
-    for power, unit in ((30, " Gi"), (20, " Mi"), (10, " Ki")):
-        if value >= 1 << power and value % (1 << power) == 0:
-            return f"{value >> power}{unit}" if isinstance(value, int) else f"{value:g}"
+def unit(value, _=None):
+    """The text at a power of two: 512, 64 Ki, 16 Gi."""
+    for power, name in ((30, " Gi"), (20, " Mi"), (10, " Ki")):
+        if value >= 1 << power:
+            return f"{value / (1 << power):g}{name}"
     return f"{value:g}"
 
 
-def scale(values, log, low, high):
-    """Maps a value to a place between low and high."""
-    first, last = min(values), max(values)
-    if log:
-        first, last = math.log10(first), math.log10(last)
-    span = (last - first) or 1
-    return lambda value: low + (((math.log10(value) if log else value) - first) / span) * (high - low)
+def speeds(axes, lines):
+    """lines: name to [(block, summary), ...], drawn as medians with bars from quartile to quartile."""
+    for (name, points), colour in zip(lines.items(), COLOURS):
+        blocks, found = zip(*((f"{block:,}", value) for block, value in points))
+        middle = [value["median"] for value in found]
+        bars = [[value["median"] - value["q1"] for value in found],
+                [value["q3"] - value["median"] for value in found]]
+        axes.errorbar(blocks, middle, bars, color=colour, marker="o", markersize=4, capsize=3, label=name)
+    axes.axhline(1, color=GREY, linewidth=0.7, linestyle=":")
+    axes.set(title="Speed: bare send() and recv() = 1", xlabel="bytes per block")
+    low, high = axes.get_ylim()
+    axes.set_ylim(min(low, 0.8), max(high, 1.2)) # so that a percent does not look like a lot
+    axes.legend()
 
 
-def panel(left, top, title, lines, xticks, yticks, log=(True, False), limits=None):
-    """
-    One plot. lines: name to [(x, y), ...], or to [(x, y, low, high), ...] for bars of the spread.
-    """
-    ys = list(limits or []) + yticks
-    place_x = scale(xticks, log[0], left + EDGE, left + WIDTH - 20)
-    place_y = scale(ys, log[1], top + HEIGHT - 40, top + 30)
-    out = [f'<text x="{left + EDGE}" y="{top + 18}" font-weight="bold">{title}</text>']
-    for tick in yticks:
-        y = place_y(tick)
-        out.append(f'<line x1="{left + EDGE}" x2="{left + WIDTH - 20}" y1="{y:.1f}" y2="{y:.1f}"'
-                   f' stroke="#ddd"/><text x="{left + EDGE - 6}" y="{y + 4:.1f}"'
-                   f' text-anchor="end">{number(tick)}</text>')
-    for tick in xticks:
-        out.append(f'<text x="{place_x(tick):.1f}" y="{top + HEIGHT - 24}"'
-                   f' text-anchor="middle">{number(tick)}</text>')
-    for index, (name, points) in enumerate(lines.items()):
-        colour = COLOURS[index % len(COLOURS)]
-        path = " ".join(f"{place_x(p[0]):.1f},{place_y(p[1]):.1f}" for p in points)
-        out.append(f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2"/>')
-        for p in points:
-            x, low, high = place_x(p[0]), place_y(p[-2] if len(p) > 2 else p[1]), place_y(p[-1])
-            out.append(f'<circle cx="{x:.1f}" cy="{place_y(p[1]):.1f}" r="3" fill="{colour}"/>')
-            if len(p) > 2:
-                out.append(f'<line x1="{x:.1f}" x2="{x:.1f}" y1="{low:.1f}" y2="{high:.1f}"'
-                           f' stroke="{colour}"/>')
-        out.append(f'<text x="{left + EDGE + 8 + index * 120}" y="{top + HEIGHT - 6}"'
-                   f' fill="{colour}">{name}</text>')
-    return "\n".join(out)
+def growth(axes, title, label, points):
+    """points: [(amount, seconds, KiB), ...]; time and memory on two scales."""
+    amounts, seconds, memory = zip(*points)
+    axes.loglog(amounts, seconds, color=COLOURS[0], marker="o", markersize=4, label="seconds (left)")
+    other = axes.twinx()
+    other.plot(amounts, memory, color=COLOURS[1], marker="o", markersize=4, label="KiB of memory (right)")
+    other.set_ylim(0, 512)
+    axes.minorticks_off()
+    axes.set(title=title, xlabel=label)
+    handles = [axis.get_legend_handles_labels() for axis in (axes, other)]
+    axes.legend(handles[0][0] + handles[1][0], handles[0][1] + handles[1][1], loc="upper left")
+    if label == "bytes":
+        axes.set_xscale("log", base=2)
+        axes.xaxis.set_major_formatter(unit)
 
 
-def picture(panels, columns=2):
-    """The whole picture of panels, each given as the arguments of panel() without its place."""
-    rows = -(-len(panels) // columns)
-    body = [panel((i % columns) * WIDTH, (i // columns) * HEIGHT, *arguments)
-            for i, arguments in enumerate(panels)]
-    return (f'<svg xmlns="http://www.w3.org/2000/svg" width="{columns * WIDTH}"'
-            f' height="{rows * HEIGHT}" font-family="sans-serif" font-size="11">\n'
-            '<rect width="100%" height="100%" fill="white"/>\n' + "\n".join(body) + "\n</svg>\n")
+def picture(path, lines, sizes, counts):
+    """Writes the picture as SVG; the same figures yield the same file."""
+    matplotlib.use("svg")
+    with matplotlib.rc_context(STYLE):
+        figure, axes = pyplot.subplots(1, 3, figsize=(12, 3.6), layout="constrained")
+        speeds(axes[0], lines)
+        growth(axes[1], "Growth with the size of an object", "bytes", sizes)
+        growth(axes[2], "Growth with the number of objects", "objects of 1 KiB", counts)
+        figure.savefig(path, transparent=True, metadata={"Date": None, "Creator": None})

@@ -1,12 +1,12 @@
-// Drives the library as a backup tool does, with nothing of its own in the way.
+// Drives the library as a backup tool does, and does nothing else.
 //
 //   drive LIBRARY store|restore PORT BLOCK BYTES COUNT [FILE]
 //
-// Moves COUNT objects of BYTES bytes in blocks of BLOCK; a store reads its bytes from FILE when
-// there is one. Variables: BENCH_OWNER=INFORMIX takes the Informix road; BENCH_LOGIN is
-// the owner of the objects, which then lie in the login's folder; with BENCH_READY a
-// restore waits until all of it has arrived before it reads the first block. Prints wall and CPU
-// seconds of the transfers, and how many bytes of memory the library made resident.
+// Moves COUNT objects of BYTES bytes in blocks of BLOCK. A store reads FILE if given. Variables:
+// BENCH_OWNER=INFORMIX selects Informix mode; BENCH_LOGIN is the owner of the objects, which are
+// then in the login's directory; with BENCH_READY a restore waits until the whole object has
+// arrived before it reads the first block. Prints wall and CPU seconds of the transfers, and how
+// many bytes of memory the library made resident.
 #include "peer.h"
 
 #include <dlfcn.h>
@@ -44,7 +44,7 @@ static void Load(const char *cpLibrary)
     }
 }
 
-// Resident bytes that are this process's own, and those of the library's file.
+// Resident bytes that are private to this process, and those of the library's file.
 static long Resident(void)
 {
     char szLine[512];
@@ -112,8 +112,8 @@ static void Store(BSA_ObjectDescriptor *spObject, BSA_UInt16 uBlock, long long l
     }
 }
 
-// Waits until the whole object has arrived, so that no receive finds less than a block: one call,
-// however long it takes.
+// Waits with one call until the whole object has arrived, so that no receive finds less than a
+// block.
 static void AwaitAll(size_t uBytes)
 {
     static char acAll[65536];
@@ -146,7 +146,7 @@ int main(int iArguments, char **cppArgument)
     for (int iLeft = atoi(cppArgument[6]); iLeft > 0; iLeft--)
     {
         Good(sCalls.fpBegin(lHandle), "BSABeginTxn");
-        Describe(&sObject, cppArgument[5]); // the server makes up as many bytes as the name says
+        Describe(&sObject, cppArgument[5]); // the name is the number of bytes that the server sends
         if (bStore) Store(&sObject, uBlock, atoll(cppArgument[5]));
         else Restore(&sObject, uBlock, atoll(cppArgument[5]));
         Good(sCalls.fpEndData(lHandle), "BSAEndData");

@@ -1,12 +1,12 @@
-// What the system itself allows: bare send() and recv() over loopback, and a bare client that plays
-// the library's conversation without a library.
+// Measures what the system allows: bare send() and recv() over loopback, and a bare client that has
+// the same conversation as the library.
 //
 //   limit send|recv PORT BLOCK BYTES              one connection
-//   limit store|restore PORT BLOCK BYTES COUNT    COUNT objects, each with its conversation; with
-//                                                 BENCH_UTILITY set that is run as for an Informix
-//                                                 session: two times before and two times after
+//   limit store|restore PORT BLOCK BYTES COUNT    COUNT objects, each with its conversation; runs
+//                                                 BENCH_UTILITY, if set, as in Informix mode:
+//                                                 twice before and twice after
 //
-// Prints wall and CPU seconds. Called olm_com_interface it is the COM utility of the benchmark.
+// Prints wall and CPU seconds. Under the name olm_com_interface it is the benchmark's COM utility.
 #include "peer.h"
 
 static void SendAll(int hData, size_t uBlock, long long llBytes)
@@ -34,8 +34,8 @@ static void Print(double dStart, double dCpu)
     printf("{\"wall\": %.6f, \"cpu\": %.6f}\n", Now() - dStart, Cpu() - dCpu);
 }
 
-// One reply, in one receive as a rule. Of two that came together the second one is kept in mind: the
-// closing reply alone may follow another one without being asked for.
+// Receives one reply, usually with one call. Two may arrive together, because the server sends the
+// closing reply without a command; then the second is remembered.
 static void Reply(int hControl)
 {
     static int iLines = 0;
@@ -73,7 +73,7 @@ static int OpenData(int hControl, int bStore, long long llBytes)
     return hData;
 }
 
-// Until the other end has sent, or taken, everything.
+// Runs until the other end has sent or received everything.
 static void Move(int hControl, int hData, int bStore, size_t uBlock, long long llBytes)
 {
     if (bStore) SendAll(hData, uBlock, llBytes);
@@ -89,8 +89,8 @@ static int Greet(int iPort)
     return hControl;
 }
 
-// The other end is the server of the library's transfers, told before the clock starts where to
-// connect: another process would differ by more than what is measured.
+// The other end is the server that the library uses, because another process would differ by more
+// than what is measured. It receives the address before the clock starts.
 static int Bare(int bSend, char **cppArgument)
 {
     long long llBytes = atoll(cppArgument[2]);

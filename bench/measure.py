@@ -1,6 +1,7 @@
-"""Runs the peers of the benchmark and takes the figures from what they print and from tools."""
+"""Runs the programs of the benchmark and collects figures from their output and from tools."""
 
 import contextlib
+import ctypes
 import json
 import os
 import pwd
@@ -37,7 +38,7 @@ seccomp_sandbox=NO
 
 
 class Vsftpd:
-    """The fastest of the ordinary servers, a process for each connection, its files in memory."""
+    """The fastest of the ordinary servers: a process for each connection, files in memory."""
 
     command = os.path.join(FTPD, "usr/sbin/vsftpd")
 
@@ -63,7 +64,7 @@ class Vsftpd:
 
 
 class Bench:
-    """The programs of one build, a server, and a folder in memory."""
+    """The programs of one build, a server, and a directory in memory."""
 
     def __init__(self, build, nagle=False):
         self.build = build
@@ -102,7 +103,7 @@ class Bench:
         return [self.peer("limit"), way, self.port, str(BLOCK), str(size), str(count)]
 
     def file(self, size):
-        """A file of so many bytes in memory, its pages touched before."""
+        """A file of this size in memory, with all pages touched."""
         path = os.path.join(self.folder, str(size))
         if not os.path.exists(path):
             with open(path, "wb") as file:
@@ -119,15 +120,15 @@ class Bench:
         return ["lftp", "-c", f"{LFTP}open -u ftp,p ftp://127.0.0.1:{self.port}; {verb}"]
 
     def far(self, command):
-        """The same command as a text for the near end of a long wire; the server is at the other."""
+        """The same command as a text for the near end of a long line; the server is at the far end."""
         words = ["$PORT" if word == self.port else shlex.quote(word) for word in command]
         text = " ".join(["BENCH_HOST=10.9.0.2"] + words)
         text = text.replace(f"127.0.0.1:{self.port}", "10.9.0.2:$PORT")
         return text.replace("127.0.0.1", "10.9.0.1")
 
     @contextlib.contextmanager
-    def informix_road(self):
-        """Commands given to informix() run with a COM utility in place."""
+    def informix_mode(self):
+        """Wraps commands so that they find a COM utility."""
         import inifile
         os.makedirs(os.path.join(self.folder, "bin"), exist_ok=True)
         utility = os.path.join(self.folder, "bin", "olm_com_interface")
@@ -138,7 +139,7 @@ class Bench:
 
 
 def sample(command, env=None):
-    """Runs once. The figures that it prints, its CPU seconds and its peak memory with its start."""
+    """Runs once. Returns the printed figures, and time, CPU seconds and peak memory with the start."""
     start = time.monotonic()
     child = subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
                              env=os.environ | (env or {}))
@@ -154,7 +155,7 @@ def sample(command, env=None):
 
 
 def together(command, processes, env=None):
-    """The same with several processes at once: the longest wall time."""
+    """The same with several processes at once; returns the longest wall time."""
     children = [subprocess.Popen(command, stdout=subprocess.PIPE, text=True,
                                  env=os.environ | (env or {})) for _ in range(processes)]
     texts = [child.communicate()[0] for child in children]
@@ -164,34 +165,63 @@ def together(command, processes, env=None):
 
 
 def summary(values):
-    ordered = sorted(values)
-    return {"median": statistics.median(ordered), "low": ordered[0], "high": ordered[-1]}
+    quartiles = statistics.quantiles(values, n=4, method="inclusive") if len(values) > 1 else values * 3
+    return {"q1": quartiles[0], "median": statistics.median(values), "q3": quartiles[2],
+            "runs": len(values)}
 
 
-def compare(ours, theirs, pairs, fields=("wall",), less=None):
+def compare(ours, theirs, pairs, fields=("wall",), less=({}, {})):
     """
-    Ours and theirs (callables that give figures) in turn, the first one changing from pair to
-    pair. For each field theirs / ours, so above 1 is better than they; less: figures of theirs
-    that are no part of the transfer, to be taken off. And the medians of both.
+    Ours and theirs (callables that return figures) in turn, the first one changing from pair to
+    pair. For each field theirs / ours, so above 1 is better than theirs; less: figures of both
+    that are not part of the transfer and are subtracted. And the medians of both.
     """
     ratios, sides = {field: [] for field in fields}, ([], [])
     for number in range(pairs):
-        if number % 2:
-            other, own = theirs(), ours()
-        else:
-            own, other = ours(), theirs()
+        pair = [None, None]
+        for side in (1, 0) if number % 2 else (0, 1):
+            pair[side] = (ours, theirs)[side]()
         for field in fields:
-            other[field] -= (less or {}).get(field, 0)
-            ratios[field].append(other[field] / own[field])
-        sides[0].append(own)
-        sides[1].append(other)
+            for side in (0, 1):
+                pair[side][field] -= less[side].get(field, 0)
+            ratios[field].append(pair[1][field] / pair[0][field])
+        for side in (0, 1):
+            sides[side].append(pair[side])
     return [summary(ratios[field]) | {
-        "ours": statistics.median(own[field] for own in sides[0]),
-        "theirs": statistics.median(other[field] for other in sides[1])} for field in fields]
+        name: statistics.median(run[field] for run in side)
+        for name, side in zip(("ours", "theirs"), sides)} for field in fields]
+
+
+def ticks():
+    """The machine's processor time so far: in all, used, and stolen by other virtual machines."""
+    with open("/proc/stat", encoding="ascii") as file:
+        user, nice, system, idle, wait, irq, soft, steal = map(int, file.readline().split()[1:9])
+    used = user + nice + system + irq + soft
+    return used + idle + wait + steal, used, steal
+
+
+def shares(first):
+    """The shares of processor time that were used and stolen since the first ticks()."""
+    total, used, steal = (now - then for now, then in zip(ticks(), first))
+    return used / max(total, 1), steal / max(total, 1)
+
+
+def own_network():
+    """
+    Moves this process to a network of its own, if it may: no other traffic, and ended connections
+    leave their ports at once. Returns whether it may.
+    """
+    new_network = 0x40000000 # CLONE_NEWNET
+    if ctypes.CDLL(None).unshare(new_network) != 0:
+        return False
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    with open("/proc/sys/net/ipv4/tcp_max_tw_buckets", "w", encoding="ascii") as file:
+        file.write("1024")
+    return True
 
 
 def system_calls(command, env=None):
-    """How often each system call was made, as strace -c counts them."""
+    """The number of each system call, as counted by strace -c."""
     with tempfile.NamedTemporaryFile("r") as file:
         subprocess.run(["strace", "-c", "-o", file.name] + command, check=True,
                        stdout=subprocess.DEVNULL, env=os.environ | (env or {}))
@@ -200,7 +230,7 @@ def system_calls(command, env=None):
 
 
 def calls_for(less, more, times, env=None):
-    """System calls of one of the times by which the second command does more than the first."""
+    """System calls of one more repetition: the second command repeats more often than the first."""
     first, second = system_calls(less, env), system_calls(more, env)
     extra = {name: (count - first.get(name, 0)) / times for name, count in second.items()}
     return {name: round(count, 2) for name, count in sorted(extra.items()) if count}
@@ -208,8 +238,8 @@ def calls_for(less, more, times, env=None):
 
 def instructions(command, function, library, env=None):
     """
-    Instructions of one call of the library's function: in the library itself, and in all that it
-    calls outside the kernel.
+    Instructions of one call of the library's function: in the library itself, and in everything
+    that it calls outside the kernel.
     """
     with tempfile.NamedTemporaryFile("r") as file:
         subprocess.run(["valgrind", "--tool=callgrind", "--compress-strings=no", "-q",

@@ -1,4 +1,4 @@
-// What the programs of the benchmark share: clocks, sockets, and the two ends of a data connection.
+// Shared by the benchmark's programs: clocks, sockets, and the two ends of a data connection.
 #ifndef PEER_H
 #define PEER_H
 
@@ -15,7 +15,7 @@
 
 enum
 {
-    PIECE = 262144, // bytes of a call of the server's end: larger than any block of a client
+    PIECE = 262144, // bytes per call at the server's end, larger than any client block
     BACKLOG = 64
 };
 
@@ -26,9 +26,9 @@ static inline void Check(int bGood, const char *cpWhat)
     exit(1);
 }
 
-// The client's block, in each program at the same place in a page, for that matters: where malloc would
-// put a large one, or with BENCH_PAGE at the start of a page. Written once, for pages that never were are
-// all one page of zeros, which is sent faster than any real block.
+// The client's block. Its offset within a page matters, so all programs use that of a large block
+// from malloc, or with BENCH_PAGE the start of a page. It is written once, because pages that were
+// never written share one page of zeros, which is sent faster than real data.
 static inline char *Block(void)
 {
     static _Alignas(4096) char acPages[16 + 65536];
@@ -61,7 +61,7 @@ static inline int Connect(struct in_addr sHost, int iPort)
     return hSocket;
 }
 
-// Listens on a port of the system's choice. Returns the listener.
+// Listens on a port that the system chooses. Returns the listener.
 static inline int Listen(struct in_addr sHost, int *ipPort)
 {
     struct sockaddr_in sOwn = {.sin_family = AF_INET, .sin_addr = sHost};
@@ -74,8 +74,8 @@ static inline int Listen(struct in_addr sHost, int *ipPort)
     return hListener;
 }
 
-// The server's end of a store. The system throws the bytes away without copying them, so that the
-// client is what is measured.
+// The server's end of a store. The system discards the bytes without copying them, so that only the
+// client is measured.
 static inline void Discard(int hData)
 {
     static char acPiece[PIECE];

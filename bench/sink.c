@@ -1,8 +1,8 @@
-// A server that is never the limit: it speaks just enough of the control language, in active mode,
-// throws stored bytes away and makes up the restored ones. "RETR 1048576" yields as many bytes.
+// A server that is never the bottleneck. It supports just enough of FTP in active mode, discards
+// stored bytes and invents restored ones: "RETR 1048576" sends 1,048,576 bytes.
 //
-//   sink [--nagle] [ADDRESS]   prints its port; serves until it is ended. With --nagle the control
-//                              connection keeps Nagle's algorithm, as many servers do.
+//   sink [--nagle] [ADDRESS]   prints its port and serves until it is killed. With --nagle the
+//                              control connection keeps Nagle's algorithm, as many servers do.
 #include "peer.h"
 
 #include <signal.h>
@@ -11,7 +11,7 @@
 
 enum
 {
-    WORKERS = 48, // connections at once; ready before they are needed
+    WORKERS = 48, // connections at once; started in advance
     LINE = 4096
 };
 

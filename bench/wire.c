@@ -1,11 +1,11 @@
-// A long wire between two network namespaces, for machines whose kernel cannot delay packets: two
-// tunnel devices and one process for each way, which holds every packet back.
+// Simulates a long line between two network namespaces, for kernels that cannot delay packets: two
+// tunnel devices and one process per direction, which delays every packet.
 //
 //   wire RTT_MS MBIT LOSS_PER_MILLE SINK COMMAND
 //
-// Runs SINK with the address 10.9.0.2 in one namespace, and COMMAND (of the shell, with PORT set) in
-// the other, at 10.9.0.1. Needs root. Its exit code is the command's. The variable WIRE_SETUP is a
-// command for both ends before they are used, such as sysctl.
+// Runs SINK at 10.9.0.2 in one namespace and the shell command COMMAND, with PORT set, at 10.9.0.1
+// in the other. Needs root. Exits with the command's code. WIRE_SETUP is a command, such as sysctl,
+// that runs first at both ends.
 #define _GNU_SOURCE
 #include "peer.h"
 
@@ -22,9 +22,9 @@
 
 enum
 {
-    PACKETS = 16384, // under way at once; more are dropped
+    PACKETS = 16384, // in flight; further packets are dropped
     PACKET = 2048,
-    QUEUE_MS = 50 // how long the wire's entrance may be ahead of its speed
+    QUEUE_MS = 50 // how far the queue may be ahead of the line's speed
 };
 
 typedef struct
@@ -54,11 +54,11 @@ static int End(int iHost, int *hpNamespace)
     return hTunnel;
 }
 
-// Takes what lies ready at one end. Returns the new number of packets taken in all.
+// Reads the packets that are ready at one end. Returns the new total number.
 static unsigned int Take(int hFrom, unsigned int uTaken, unsigned int uGiven, double dDelay,
                          double dBytes, long lLoss)
 {
-    static double dFree; // when the wire's entrance has passed on what was taken
+    static double dFree; // when the line has sent what was read
     for (;;)
     {
         UNDERWAY *spPacket = &asQueue[uTaken % PACKETS];

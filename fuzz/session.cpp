@@ -1,5 +1,5 @@
-// A whole session with a server, a utility and an INI file that say anything at any time, about
-// descriptors of random bytes: no field is read past its end, and a transfer is right or says no.
+// A whole session with random descriptors, and a server, a utility and an INI file that may contain
+// anything: no field is read past its end, and a transfer is correct or fails.
 #include "fuzz.h"
 
 #include <nlohmann/json.hpp>
@@ -11,7 +11,7 @@
 static const char szPolite[] =
     "220 a\r\n331 b\r\n230 c\r\n200 d\r\n250 e\r\n200 f\r\n150 g\r\n226 h\r\n221\r\n";
 
-// The words that a shell would make of a command line, which must be all that it would do.
+// Splits a command line into words as a shell does, and checks that a shell would do nothing else.
 static std::vector<std::string> ShellWords(const std::string &I_strCommand)
 {
     const size_t uEnd = I_strCommand.rfind(" 2>/dev/null");
@@ -35,7 +35,7 @@ static std::vector<std::string> ShellWords(const std::string &I_strCommand)
     return vecWords;
 }
 
-// Each line that the server heard is a whole command, and one that a session has.
+// Each line that the server received is a complete command of a session.
 static void CheckHeard()
 {
     CHECK(sWorld.strHeard.empty() || sWorld.strHeard.back() == '\n');
@@ -49,7 +49,7 @@ static void CheckHeard()
     }
 }
 
-// The fields that begin at the places get the texts, which may run over all fields behind them.
+// Fills the fields at these offsets with the texts, which may run over all following fields.
 template <typename T> T Fill(std::string &X_strBytes, std::initializer_list<size_t> I_lstPlaces)
 {
     T sDescriptor;
@@ -63,7 +63,7 @@ template <typename T> T Fill(std::string &X_strBytes, std::initializer_list<size
     return sDescriptor;
 }
 
-// The utility is in the INI file's folder, and hears the name of the object as one word.
+// The utility is in the INI file's directory and receives the name of the object as one word.
 static void CheckCommands(const BSA_ObjectName &I_sName)
 {
     const auto fpText = [](const auto &caField) {
@@ -104,7 +104,8 @@ static void Transfer(long lHandle, BSA_ObjectDescriptor *spObject, bool bRestore
     CHECK(iEnd == 0 || iEnd == 3);
     CHECK(sPrivate.sControl.hOwn == -1 && sPrivate.sData.hOwn == -1);
     if (iEnd != 0 || bRestore || sGlobal.iQAB != 0) return;
-    CHECK(iRet == 0 && sWorld.strStored == sWorld.strData); // it counts when the server says so
+    CHECK(iRet == 0 &&
+          sWorld.strStored == sWorld.strData); // only after the server has confirmed it
     CHECK(sWorld.strReplies.find("226", uPlace) != std::string::npos);
 }
 
@@ -124,7 +125,7 @@ static void Query(long lHandle, const BSA_QueryDescriptor &I_sQuery)
     CHECK(BSAGetNextQueryObject(lHandle, &sObject) == BSA_RC_NO_MORE_DATA);
 }
 
-// At most one line, which is JSON whatever came from the caller and the server.
+// At most one line, which is valid JSON whatever caller and server sent.
 static void CheckJournal(bool I_bOn)
 {
     const std::string &strLine = sWorld.strWritten;
@@ -170,8 +171,9 @@ void fuzz_One(std::string &X_strBytes)
         sWorld.strReplies = X_strBytes.empty() ? szPolite : X_strBytes;
         Transfer(lHandle, &sObject, (uMode & 32) != 0);
         qab_dumpobject(&sObject);
-        const bool bSecret = bOnce && sGlobal.sObject.sSMS.szPass == std::string("S3CRET-pw") &&
-                             sGlobal.sObject.sSMS.szUser != std::string("sms"); // whose is shown
+        const bool bSecret =
+            bOnce && sGlobal.sObject.sSMS.szPass == std::string("S3CRET-pw") &&
+            sGlobal.sObject.sSMS.szUser != std::string("sms"); // its password is shown
         journal_Release();
         CheckJournal((uWorld & 16) != 0);
         CHECK(!bSecret ||

@@ -1,10 +1,10 @@
-// The trace reader of xbsactl: what it prints of any log is clean text and a well-formed page.
+// The trace reader of xbsactl prints clean text and a well-formed page for any log.
 #include "fuzz.h"
 
 #include "base/base.h"
 #include "trace/trace.h"
 
-// Every tag is closed in its turn, and no text has a control character.
+// Checks that tags are closed in order and that no text contains a control character.
 static void CheckPage(const std::string &I_strPage)
 {
     std::vector<std::string> vecOpen;

@@ -1,4 +1,4 @@
-// The world around the library, and what must hold after every run.
+// The simulated world around the library, and the checks after every run.
 #include "fuzz.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@
 #include <unistd.h>
 
 WORLD sWorld;
-static thread_local bool bFuzzed = false; // the thread of the runs: the fuzzer has one that sleeps
+static thread_local bool bFuzzed = false; // set in the thread of the runs, not in the fuzzer's own
 static int hServerControl = -1;
 static int hServerData = -1;
 
@@ -45,7 +45,7 @@ static void Keep(int *hpServer, int hNew)
     *hpServer = hNew;
 }
 
-// A pair whose one end is the library's and whose other end holds what the server says.
+// Makes a pair: one end for the library, the other filled with what the server sends.
 static int Pair(int *hpServer, const std::string &I_strText)
 {
     int haEnds[2];
@@ -97,7 +97,7 @@ int __wrap_connect(int hSocket, const struct sockaddr *, socklen_t)
     return 0;
 }
 
-// The library's own address and the server's are the same.
+// The library and the server have the same address.
 int __wrap_getpeername(int, struct sockaddr *spAddress, socklen_t *upSize)
 {
     struct sockaddr_in sAddress = {};
@@ -111,7 +111,7 @@ int __wrap_getpeername(int, struct sockaddr *spAddress, socklen_t *upSize)
 int __wrap_getsockname(int, struct sockaddr *, socklen_t *)
     __attribute__((alias("__wrap_getpeername")));
 
-// The library polls the listener and the control connection together; nothing is waited for.
+// The library polls the listener and the control connection together. Never waits.
 int __wrap_poll(struct pollfd *spPoll, nfds_t uPolls, int iTime)
 {
     if (uPolls != 2) return __real_poll(spPoll, uPolls, iTime);
@@ -124,8 +124,8 @@ int __wrap_poll(struct pollfd *spPoll, nfds_t uPolls, int iTime)
 int __wrap_accept4(int hListener, struct sockaddr *spAddress, socklen_t *upSize, int)
 {
     __wrap_getpeername(hListener, spAddress, upSize);
-    spAddress->sa_data[5] = sWorld.bStranger ? 2 : 1; // the last number of the address
-    sWorld.bNoData = true;                            // only one comes
+    spAddress->sa_data[5] = sWorld.bStranger ? 2 : 1; // last byte of the address
+    sWorld.bNoData = true;                            // only one connection comes
     return Pair(&hServerData, sWorld.strData);
 }
 
@@ -175,7 +175,7 @@ long fuzz_Init(unsigned I_uLevel, bool I_bStrict, bool I_bInformix)
     BSA_ObjectOwner sOwner = {"INFORMIX", ""};
     if (!I_bInformix) sOwner.bsa_ObjectOwner[0] = 'P';
     if (I_bStrict) sWorld.mapEnvironment["KORVA_STRICT"] = "1";
-    sWorld.mapEnvironment.emplace("KORVA_SERVER", "srv"); // unless the target has said so
+    sWorld.mapEnvironment.emplace("KORVA_SERVER", "srv"); // unless the target has set it
     sWorld.mapEnvironment.emplace("KORVA_JOB", "job");
     sWorld.mapFiles.emplace("/etc/korva2000.ini", "SM_BIN_KORVA = /opt/k\n");
     const auto fpTrace = [](char *cpMessage) {
@@ -188,7 +188,7 @@ long fuzz_Init(unsigned I_uLevel, bool I_bStrict, bool I_bInformix)
     return lHandle;
 }
 
-// The one that would be opened next: another one when a run has left one open, or closed too many.
+// The next free descriptor: differs if a run has left one open or closed too many.
 static int NextDescriptor()
 {
     const int hNext = dup(STDIN_FILENO);
@@ -211,7 +211,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *ucpData, size_t uSize)
 
     fuzz_One(strBytes);
     fuzz_CheckRecord();
-    // What the library would do when it is unloaded.
+    // As when the library is unloaded.
     xbsa_CutTransfer();
     journal_Release();
     qab_ReleaseResult();
@@ -219,7 +219,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *ucpData, size_t uSize)
     Keep(&hServerControl, -1);
     Keep(&hServerData, -1);
     CHECK(NextDescriptor() == hNext);
-    // A task of the utility leaves all signals blocked but in strict mode: hosts know it so.
+    // A task of the utility leaves all signals blocked except in strict mode: hosts rely on it.
     sigset_t sNow = {};
     sigprocmask(SIG_SETMASK, &sMask, &sNow);
     CHECK((!sWorld.vecCommands.empty() && !sPrivate.bStrict) ||

@@ -1,19 +1,18 @@
 /*
- * Korva XBSA: the session record and the functions behind the calls.
+ * Korva XBSA: the session record and the functions that implement the calls.
  *
- * This header is for the library itself, its tests and for whoever debugs it in
- * a running host: all functions are exported, so that each can be called alone.
- * A backup tool needs xbsa.h only.
+ * This header is for the library, its tests and developers who debug a running
+ * host. All functions are exported, so that each can be called alone. A backup
+ * tool needs only xbsa.h.
  *
- * All state lives in one record, sGlobal, for the life of the process. A program
- * that links to the library and one that loads it with dlsym see the same record.
- * Between calls a caller may set its fields, put sockets of its own into it or
- * restore an earlier copy: the library closes and frees nothing that it did not
- * make itself.
+ * All state is in one record, sGlobal, for the life of the process. Programs that
+ * link to the library and programs that load it with dlsym see the same record.
+ * Between calls a caller may set fields, store its own sockets there or restore
+ * an earlier copy. The library closes and frees only what it has made itself.
  *
- * Unless said otherwise a text is NUL-terminated, a pointer must not be null,
- * and a failure leaves its text as the session's last message (when that is
- * empty) and in the trace.
+ * Unless noted otherwise, texts are NUL-terminated, pointers must not be null,
+ * and a failure is traced and becomes the session's last message if that is
+ * empty.
  */
 #ifndef XBSA_SESSION_H
 #define XBSA_SESSION_H
@@ -30,14 +29,14 @@ enum
 {
     XBSA_TRACE_SIZE = 1536,   /* bytes of one trace line or message, terminator included */
     XBSA_REPLY_SIZE = 2048,   /* bytes of one command or reply line */
-    XBSA_COMMAND_SLOTS = 16,  /* lines in a command list; six are used */
+    XBSA_COMMAND_SLOTS = 16,  /* lines in a command list, six of them used */
     XBSA_QUERY_RESULTS = 128, /* entries of the result list */
     XBSA_COM_CMD_SIZE = 1024, /* bytes of a COM command line, terminator included */
-    XBSA_COM_ANSWER = 32768,  /* bytes of a COM answer that are read */
+    XBSA_COM_ANSWER = 32768,  /* bytes read of a COM answer */
     XBSA_COM_VALUE = 512      /* bytes of one value in a COM answer, terminator included */
 };
 
-/* The user name that asks for a login identity made from account and host. */
+/* The user name that requests a login identity of account and host. */
 #define XBSA_SECURE_USER "KORVA_SECURE_AUTHENTICATION"
 
 /* --- Enumerations -------------------------------------------------------------------------- */
@@ -50,7 +49,7 @@ typedef enum XBSA_INT
     COM_CLOSE_WRITE = 3, /* close the job, then the session, of a backup */
     COM_CLOSE_READ = 4,  /* the same for a restore */
     COM_INFO = 5,        /* look up the saveset of an object */
-    COM_REMOVE = 6       /* runs the bare utility */
+    COM_REMOVE = 6       /* runs the utility without arguments */
 } ENUM_COM_TASK;
 
 /* One run of the utility within a task. */
@@ -70,7 +69,7 @@ typedef enum XBSA_INT
     RETR_MODE = 2  /* from the server */
 } ENUM_DIRECTION;
 
-/* Outcome of a transfer, as the COM utility is told it. */
+/* Outcome of a transfer, for the COM utility. */
 enum
 {
     OP_STATUS_GOOD = 0,
@@ -131,7 +130,7 @@ typedef struct
     char szUser[4096];          /* login; by the object's owner or the COM answer */
     char szPass[4096];          /* login; traced for the user "sms" only */
     char szName[2048];          /* object or saveset name on the server */
-    char szPath[4096];          /* folder on the server; "SMS..." makes long commands */
+    char szPath[4096];          /* directory on the server; "SMS..." makes long commands */
     char szTape[4096];          /* tape label; by the COM answer */
     char szMode[4096];          /* not used */
     char szTapeBlock[4096];     /* not used */
@@ -146,7 +145,7 @@ typedef struct
     int iOpStatus;              /* OP_STATUS_ value for the COM utility */
 } _sSMS;
 
-/* The object in work. */
+/* The current object. */
 typedef struct
 {
     BSA_ObjectDescriptor sBSA_Object; /* copy of the caller's descriptor */
@@ -164,9 +163,9 @@ typedef struct
     char szPool[256];            /* KORVA_POOL */
     char szCOMTimeOut[8];        /* KORVA_COM_TIMEOUT */
     char szSessionID[256];       /* by the answer */
-    char szSavesetID[256];       /* seconds since 1970 at the open of a job, then the answer */
+    char szSavesetID[256];       /* seconds since 1970 at the opening of a job, then the answer */
     char szRestoreID[256];       /* by the answer */
-    int iOpenJobStarted;         /* 1 from the open of a job to the next open */
+    int iOpenJobStarted;         /* 1 from the opening of a job to the next */
 } STUCT_COM_INPUT;
 
 /* Everything. The order of the fields is part of the interface. */
@@ -176,8 +175,8 @@ typedef struct
     _sObject sObject;
     STUCT_COM_INPUT sCOM;
     BSA_QueryDescriptor sQueryDescriptor;                    /* copy of the last query */
-    BSA_ObjectDescriptor *spQueryResult[XBSA_QUERY_RESULTS]; /* heap copies, a null at the end */
-    int iQueryIndex;                                         /* next result to hand out */
+    BSA_ObjectDescriptor *spQueryResult[XBSA_QUERY_RESULTS]; /* heap copies, null at the end */
+    int iQueryIndex;                                         /* next result to return */
     unsigned long ulTimeOut;                                 /* BSA_TIMEOUT, seconds */
     unsigned char ucXBSATraceLevel;                          /* TRACE_ bits */
     BSA_TraceFunc vpExternalTraceFunc;                       /* caller's sink or null */
@@ -185,21 +184,21 @@ typedef struct
     char szLogFile[4096];                                    /* path; empty: no log file */
     int hLogFile;                                            /* open log; 0 or -1: none */
     char *cpTraceBuffer;                                     /* XBSA_TRACE_SIZE bytes or null */
-    int iQAB;                                                /* 1: Informix session */
+    int iQAB;                                                /* 1: Informix mode */
 } _sGlobal;
 
 extern _sGlobal sGlobal;
 
 /* --- Return codes and environment (src/api) ------------------------------------------------- */
 
-/* Text of a return code; never null. An unknown code reads "The function succeeded." too. */
+/* Text of a return code, never null. An unknown code gives "The function succeeded." too. */
 const char *xbsa_typeerr(int iFlag);
 
 /* Checks nothing. Returns 0. */
 int xbsa_authorize(BSA_SecurityToken *tokenPtr, BSA_ObjectOwner *objectOwnerPtr);
 
 /*
- * Reads the KORVA_ variables into the record; a value that is too long is not taken.
+ * Reads the KORVA_ variables into the record; ignores values that are too long.
  * Returns 0, or 1 when KORVA_SERVER or KORVA_JOB is missing or too long (reading stops there).
  */
 int get_COM_environment(STUCT_COM_INPUT *I_spCOMInput);
@@ -213,31 +212,31 @@ char *x_getenv(const char *cpEnvVar);
 
 /* --- Trace and error texts (src/trace) ------------------------------------------------------ */
 
-/* Sends a text to the caller's sink and, as the level says, to log and standard error. */
+/* Sends a text to the caller's sink and, if the level asks for it, to log and standard error. */
 void ie_trace(const char *cpMessage);
 
-/* Writes one stamped line to the log and to standard error, as the level says. */
+/* Writes one line with a time stamp to the log and to standard error, as the level asks. */
 void i_trace(const char *cpTraceMessage);
 
-/* ie_trace when the verbosity is above 1. */
+/* ie_trace if the verbosity is above 1. */
 void COM_trace(const char *cpCOMTraceMessage);
 
-/* Opens the log as level, environment and file name say; a failure is silent. */
+/* Opens the log that level, environment and file name select; a failure is silent. */
 void i_open_trace(void);
 
 /* Closes the log and frees the trace buffer. The library never calls it. */
 void i_close_trace(void);
 
-/* Reads XBSA_TRACE and XBSA_LOGFILE. Returns 1 when a file name was read, else 0. */
+/* Reads XBSA_TRACE and XBSA_LOGFILE. Returns 1 if it read a file name, else 0. */
 int i_ReadTraceEnvironment(void);
 
-/* Sets the log to $INFORMIXDIR/xbsa.log in an Informix session, else to xbsa.log. */
+/* Sets the log to $INFORMIXDIR/xbsa.log in Informix mode, else to xbsa.log. */
 void i_SetDefaultLogFileName(void);
 
 /*
- * Hex dump, 16 bytes a line.
+ * Hex dump, 16 bytes per line.
  *   data, length  the bytes
- *   fpTrace       gets each line; null: lines go to standard output
+ *   fpTrace       gets each line; null for standard output
  */
 void x_Dump(unsigned char *data, unsigned int length, BSA_TraceFunc fpTrace);
 
@@ -245,9 +244,9 @@ void x_Dump(unsigned char *data, unsigned int length, BSA_TraceFunc fpTrace);
 unsigned long GetSockErrCode(void);
 
 /*
- * Makes one text of an error number and a description, and keeps it as the last message when
- * there is none.
- *   dwSysErrCode  error number; 0: the description alone
+ * Makes one text of an error number and a description, and keeps it as the last message if that
+ * is empty.
+ *   dwSysErrCode  error number; 0 for the description alone
  *   iErrFlag      0 no system text; 1 number of the message table; 2 and 3 errno
  *   cpAddDesc     printf format of the description; may be null
  * Returns a static text of at most XBSA_TRACE_SIZE bytes, valid until the next call.
@@ -255,7 +254,7 @@ unsigned long GetSockErrCode(void);
 char *SysErrorTxt(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
     __attribute__((format(printf, 3, 4)));
 
-/* A second formatter with a text of 512 bytes, for callers; it keeps no last message. */
+/* Another formatter for callers, with a text of 512 bytes. It does not set the last message. */
 char *syserrtxt(unsigned long ulSysErrCode, int iErrFlag, const char *cpAddDesc, ...)
     __attribute__((format(printf, 3, 4)));
 
@@ -263,20 +262,20 @@ char *syserrtxt(unsigned long ulSysErrCode, int iErrFlag, const char *cpAddDesc,
 
 /*
  * Finds the COM utility through /etc/korva2000.ini.
- *   cpCOMCMD         receives the path; must hold an empty text
- *   uipCOMCMDLen     in: bytes of room; out: length of the folder's name
- * Returns 0; 1 when there is no file, no key or no room.
+ *   cpCOMCMD         receives the path; must contain an empty text
+ *   uipCOMCMDLen     in: buffer size; out: length of the directory's name
+ * Returns 0; 1 if the file or the key is missing or the buffer too small.
  */
 int find_com_intf(char *cpCOMCMD, unsigned int *uipCOMCMDLen);
 
 /*
- * Runs the utility for one task and takes its answer into sGlobal.
- * Returns 0; 1 for a local failure, an invalid task or a null input; -1 when the answer was a
- * refusal or a command line did not fit (sSMS.iOpStatus is then 3).
+ * Runs the utility for one task and stores its answer in sGlobal.
+ * Returns 0; 1 for a local failure, an invalid task or a null input; -1 if the utility refused or
+ * a command line did not fit (sSMS.iOpStatus is then 3).
  */
 int com_intf(ENUM_COM_TASK I_enumCOMTask, STUCT_COM_INPUT *I_spCOMInput);
 
-/* Names for the trace, in a static text of 64 bytes each; "UNKNOWN" for others. */
+/* Names for the trace, each in a static text of 64 bytes; "UNKNOWN" for other values. */
 char *com_task_keyword(ENUM_COM_TASK I_enumCOMTask);
 char *com_step_keyword(int I_iStep);
 
@@ -284,26 +283,26 @@ char *com_step_keyword(int I_iStep);
 void DumpTraceAdapter(char *cpDumpLine);
 
 /*
- * Takes the key=value lines of an answer into sGlobal; cuts the buffer into lines.
- *   I_bypBuff     the answer with a terminator behind it
+ * Stores the key=value lines of an answer in sGlobal; cuts the buffer into lines.
+ *   I_bypBuff     the answer, with a terminator after it
  *   I_uiBuffLen   its length in bytes
- * Returns 0, or 1 when it is no positive answer.
+ * Returns 0, or 1 if the answer is not positive.
  */
 int parse_com_answer(char *I_bypBuff, unsigned int I_uiBuffLen);
 
 /*
  * Splits "host[:port[:user:password]]".
  *   cpHost, cpUser, cpPasswd  4096 bytes each; cpPort 8 bytes
- * Returns 1, or 0 when the text is unusable.
+ * Returns 1, or 0 if the text is unusable.
  */
 int ParseCLIHostSpec(char *cpHostSpecStr, char *cpHost, char *cpPort, char *cpUser, char *cpPasswd);
 
-/* Turns a to z into upper case in place; returns the text. */
+/* Converts a to z to upper case in place; returns the text. */
 char *strupr(char *string);
 
 /* --- Descriptor texts (src/api) ------------------------------------------------------------- */
 
-/* Constant text of a value, or null for none. */
+/* Constant text of a value, or null. */
 const char *qab_bsacopytype(BSA_CopyType eFlag);
 const char *qab_bsaobjecttype(BSA_ObjectType eFlag);
 const char *qab_bsaobjectstatus(BSA_ObjectStatus eFlag);
@@ -313,14 +312,14 @@ void qab_dumpobject(BSA_ObjectDescriptor *objectDescriptionPtr);
 
 /* --- Server session (src/session) ----------------------------------------------------------- */
 
-/* Connects to sSMS.szHostName and iPort. Returns the control socket, the caller's, or -1. */
+/* Connects to sSMS.szHostName and iPort. Returns the control socket (the caller's), or -1. */
 int xbsa_connect(void);
 int STPC_connect(void);
 
-/* Switches keep-alive on for a control socket. Returns 0 or -1. */
+/* Switches on keep-alive for a control socket. Returns 0 or -1. */
 int xbsaCSopt(int hCSocket);
 
-/* Sets nothing on a data socket. Returns 0. */
+/* Does nothing. Returns 0. */
 int xbsaDSopt(int hDSocket, ENUM_DIRECTION eDirection);
 
 /*
@@ -333,15 +332,15 @@ int xbsa_open(int iMode);
 /*
  * Fills the command list from sSMS.
  *   cpaCommands  XBSA_COMMAND_SLOTS texts of XBSA_REPLY_SIZE bytes each
- * Returns 0, or -1 when a value holds a control character or does not fit.
+ * Returns 0, or -1 if a value contains a control character or does not fit.
  */
 int xbsa_prepare_commands(char **cpaCommands, int iMode);
 
 /*
  * Makes the login identity: user "sms", password "account@host" as the server would see it.
  *   hSocket                          the connected control socket
- *   cpUser, uipUserLen               room in bytes; out: length
- *   cpPassword, uipPasswordLen       room in bytes; out: length
+ *   cpUser, uipUserLen               in: buffer size; out: length
+ *   cpPassword, uipPasswordLen       in: buffer size; out: length
  * Returns 0 or -1.
  */
 int make_KORVA_authentication(int hSocket, char *cpUser, unsigned int *uipUserLen, char *cpPassword,
@@ -351,8 +350,8 @@ int make_KORVA_authentication(int hSocket, char *cpUser, unsigned int *uipUserLe
 
 /*
  * Reads one reply line, byte by byte, with all signals blocked.
- *   szMessage  iMsgLen bytes, zeroed by the caller: a line that fills them gets no terminator
- * Returns 1 for a line, 0 when the peer closed (the buffer is then filled), -1 for an error.
+ *   szMessage  iMsgLen bytes, zeroed by the caller: a line that fills them has no terminator
+ * Returns 1 for a line, 0 if the peer closed (the buffer is then filled), -1 for an error.
  */
 int stpc_recv(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt);
 int STPC_receive(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt);
@@ -361,15 +360,15 @@ int STPC_receive(int SControl, char *szMessage, const int iMsgLen, int iRecvOpt)
 int stpc_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt);
 int STPC_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt);
 
-/* The system's recv, send and close. */
+/* recv, send and close of the system. */
 int SOCKET_recv(int hSocket, char *cpBuffer, int iLen, int iFlags);
 int SOCKET_send(int hSocket, char *cpBuffer, int iLen, int iFlags);
 int SOCKET_close(int hSocket);
 
-/* Listens and announces the address with PORT. Returns the listener, the caller's, or -1. */
+/* Listens and sends the address with PORT. Returns the listener, which the caller closes, or -1. */
 int stpc_port(int SControl);
 
-/* Open one transfer (STOR, RETR, LIST). Return the data socket, the caller's, or -1. */
+/* Open one transfer (STOR, RETR, LIST). Return the data socket, which the caller closes, or -1. */
 int stpc_stor(char *cpRemoteTarget, int SControl);
 int stpc_retr(char *cpRemoteSource, int SControl);
 int stpc_list(char *cpRemoteSource, int SControl);
@@ -377,16 +376,16 @@ int STPC_stor(char *cpRemoteTarget, int SControl);
 int STPC_retr(char *cpRemoteSource, int SControl);
 int STPC_list(char *cpRemoteSource, int SControl);
 
-/* Takes TAPE and SEGMENT of the reply to STOR into sSMS; 0 for what is missing. */
+/* Stores TAPE and SEGMENT of the reply to STOR in sSMS; 0 if missing. */
 void sms_parseinfo(char *szMessage);
 
 /* --- Helpers (src/util) --------------------------------------------------------------------- */
 
-/* 1 for null, empty or only spaces (a tab is no space), else 0. */
+/* 1 for null, empty or only spaces (a tab is not a space), else 0. */
 int x_IsEmptyString(const char *cpString);
 
 /*
- * Tells whether the input is the keyword or an abbreviation of it.
+ * Checks whether the input is the keyword or an abbreviation of it.
  *   iMinLen     shortest abbreviation in characters; 0 or less, or too long: the whole keyword
  *   cpEndChars  characters that end the input; may be null
  *   iCase       non-zero: letter case counts
@@ -406,7 +405,7 @@ void x_Free(void *vpMemory);
 /*
  * A stopwatch: start allocates the handle's record, stop frees it.
  *   ulpMilliseconds  receives the elapsed milliseconds of wall time
- * x_TimerStart returns 0, or -1 without memory (the handle is then null).
+ * x_TimerStart returns 0, or -1 if memory is exhausted (the handle is then null).
  */
 int x_TimerStart(void **vppTimer);
 void x_TimerStop(void *vpTimer, unsigned long *ulpMilliseconds);

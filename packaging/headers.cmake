@@ -1,5 +1,5 @@
-# Run by CPack after it has packed: the modes in a .deb's own headers are 644, whatever the umask of
-# the account that packs. They say nothing about the files in the package.
+# CPack runs this after packing: sets the modes in the headers of a .deb to 644, so that they do not
+# depend on the umask. They do not affect the files in the package.
 set(header "((debian-binary|control\\.tar\\.[a-z]+|data\\.tar\\.[a-z]+) +[0-9]+ +0 +0 +)")
 foreach(package ${CPACK_PACKAGE_FILES})
   if(package MATCHES "\\.deb$")

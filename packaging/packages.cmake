@@ -1,19 +1,19 @@
-# The packages, as .deb and .rpm, each where the programs that make it are installed:
+# The packages as .deb and .rpm, if the programs that build them are installed:
 #
 #   library  libxbsa1            the library alone, for hosts as old as GLIBC 2.17
-#   dev      libxbsa-dev         what a program needs that is linked with it; -devel as .rpm
+#   dev      libxbsa-dev         for programs that link with the library; -devel as .rpm
 #   tool     xbsactl             the tool, all documentation
 #   sandbox  korva-xbsa-sandbox
-#   all      korva-xbsa          library and tool: nothing but the dependencies
-#   old      korva-xbsa-dev      the name that libxbsa-dev once had: an empty package that upgrades it
+#   all      korva-xbsa          only dependencies: library and tool
+#   old      korva-xbsa-dev      former name of libxbsa-dev: an empty package for upgrades
 #
-# Up to 1.0.0-1 korva-xbsa held library and tool itself.
+# Up to 1.0.0-1 korva-xbsa contained library and tool.
 
 set(CPACK_GENERATOR)
 find_program(DPKG_SHLIBDEPS dpkg-shlibdeps) # package dpkg-dev
 find_program(FILE_PROGRAM file)
 find_program(RPMBUILD rpmbuild) # package rpm, or rpm-build
-if(DPKG_SHLIBDEPS AND FILE_PROGRAM) # without them nobody would know what the tool depends on
+if(DPKG_SHLIBDEPS AND FILE_PROGRAM) # they find the tool's dependencies
   list(APPEND CPACK_GENERATOR DEB)
 endif()
 if(RPMBUILD)
@@ -37,7 +37,7 @@ set(CPACK_XBSA_EPOCH $ENV{SOURCE_DATE_EPOCH})
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_VERBATIM_VARIABLES ON)
 
-# From this version on library, headers and tool are packages of their own.
+# From this version on library, headers and tool are separate packages.
 set(split 1.0.0-2~)
 set(version ${PROJECT_VERSION}-${XBSA_PACKAGING})
 
@@ -61,9 +61,8 @@ traces and errors.
 
 This package also contains the documentation of the library.")
 set(sandbox_summary "rehearse Informix backups without a KORVA server")
-set(sandbox_text "The command korva-sandbox stands in for a KORVA server and its COM utility,
-with faults on demand, so that backups and restores can be tried on one
-machine.
+set(sandbox_text "The command korva-sandbox replaces a KORVA server and its COM utility, with
+faults on demand, so that backups and restores can be tried on one machine.
 
 The command korva-xbsa-demo shows the library at work, with a real FTP server
 and with the sandbox.")
@@ -85,13 +84,13 @@ set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_MULTIARCH same) # CMake 3.31 and later write it
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON) # the symbols that it uses give libc6 (>= 2.17)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_MULTIARCH same) # for CMake 3.31 and later
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON) # its symbols yield libc6 (>= 2.17)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_BREAKS "${PROJECT_NAME} (<< ${split})")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_REPLACES "${PROJECT_NAME} (<< ${split})")
 configure_file(library/shlibs.in shlibs @ONLY)
-# The trigger is enough: the two names that lead nowhere keep CPack's scripts, which would run
-# ldconfig once more, out of the package.
+# The trigger suffices. Two names of missing files keep CPack's scripts, which would run ldconfig
+# again, out of the package.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/library/triggers ${CMAKE_CURRENT_SOURCE_DIR}/library/symbols
   ${WORK}/shlibs ${CMAKE_CURRENT_SOURCE_DIR}/none/postinst ${CMAKE_CURRENT_SOURCE_DIR}/none/postrm)
@@ -131,12 +130,12 @@ set(CPACK_RPM_PACKAGE_RELEASE ${XBSA_PACKAGING})
 set(CPACK_RPM_PACKAGE_LICENSE MIT)
 set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
 set(CPACK_RPM_CHANGELOG_FILE ${WORK}/changelog.rpm)
-# When and where it was built is nobody's business, so that two builds are the same.
+# Omits time and host of the build, so that two builds are identical.
 set(CPACK_RPM_SPEC_MORE_DEFINE "%global use_source_date_epoch_as_buildtime 1
 %global clamp_mtime_to_source_date_epoch 1
 %global source_date_epoch_from_changelog 0
 %global _buildhost localhost")
-# Folders that belong to the system and not to us.
+# Folders that belong to the system.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/lib64 /usr/lib64/cmake /usr/lib64/pkgconfig /usr/share/doc /usr/share/man /usr/share/man/man1 /usr/share/man/man3
   /usr/share/man/man7 /usr/share/bash-completion /usr/share/bash-completion/completions
@@ -161,7 +160,7 @@ foreach(pair ${XBSA_PACKAGES})
   set(package ${CMAKE_MATCH_1})
   string(TOUPPER ${package} name)
   set(CPACK_DEBIAN_${name}_PACKAGE_NAME ${CMAKE_MATCH_2})
-  if(NOT package STREQUAL all) # which has the name of the source
+  if(NOT package STREQUAL all) # "all" has the name of the source
     set(CPACK_DEBIAN_${name}_PACKAGE_SOURCE ${PROJECT_NAME})
   endif()
   set(CPACK_DEBIAN_${name}_DESCRIPTION "${${package}_summary}\n${${package}_text}")

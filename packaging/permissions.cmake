@@ -1,5 +1,5 @@
-# Run by CPack before it packs: folders are for all, whatever the umask of the account that packs, and
-# everything has the time of the sources. rpmbuild alone would leave what is older than that.
+# CPack runs this before packing: directories are readable for all whatever the umask, and all files have
+# the time of the sources. rpmbuild would keep older times.
 file(GLOB_RECURSE entries LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
 foreach(entry ${CPACK_TEMPORARY_DIRECTORY} ${entries})
   if(IS_DIRECTORY ${entry})

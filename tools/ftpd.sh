@@ -1,18 +1,18 @@
-# Shell functions that run a private FTP server (vsftpd) on 127.0.0.1, for the demonstration. To be
-# sourced by bash.
+# Shell functions that run a private FTP server (vsftpd) on 127.0.0.1 for the demonstration. Source
+# this file from bash.
 #
 #   ftpd_start FOLDER PASSWORD
-#       Starts it with a new FOLDER of its own, for the user "ftp"; sets FTPD_PORT and FTPD_DATA
-#       (where stored files lie). Returns 1 with a reason on standard error when it does not run.
+#       Starts the server in a new FOLDER, for the user "ftp". Sets FTPD_PORT and FTPD_DATA (the
+#       directory of stored files). Returns 1 with a reason on standard error if it does not run.
 #   ftpd_stop
-#       Stops it, if it runs. FOLDER stays: it holds the log.
+#       Stops the server if it runs. Keeps FOLDER, which contains the log.
 #
-# The server is the installed one, or one that is unpacked into a cache. It runs as the calling
-# account; root runs it as nobody. An upload that the client resets is thrown away.
+# Uses the installed server or unpacks one into a cache. It runs as the calling account; root runs it
+# as nobody. It discards uploads that the client resets.
 
 FTPD_PID=
 
-ftpd_cache() { # on standard output: where the tests, too, keep the FTP servers
+ftpd_cache() { # prints the directory where the tests, too, keep the FTP servers
     echo "${XBSA_FTPD:-${XDG_CACHE_HOME:-${HOME:-$PWD/build}/.cache}/korva-xbsa/ftpd}"
 }
 
@@ -21,7 +21,7 @@ ftpd_free_port() {
 with socket.create_server(("127.0.0.1", 0)) as server: print(server.getsockname()[1])'
 }
 
-# The password alone keeps the machine's other accounts out: the server has the rights of its account.
+# Only the password keeps other accounts out: the server has the rights of the account that runs it.
 ftpd_configure() { # FOLDER PASSWORD ACCOUNT
     (umask 077 && echo "$2" >"$1/password")
     cat >"$1/vsftpd.conf" <<CONFIGURATION
@@ -45,7 +45,7 @@ xferlog_enable=NO
 CONFIGURATION
 }
 
-# Waits for the greeting, while the process lives, for ten seconds at most.
+# Waits for the greeting while the process lives, at most ten seconds.
 ftpd_wait() {
     local greeting= socket
     for _ in {1..200}; do
@@ -60,7 +60,7 @@ ftpd_wait() {
     return 1
 }
 
-# Sets FTPD_COMMAND. A cache of root's is out of nobody's reach, so that root takes a copy of it.
+# Sets FTPD_COMMAND. The account nobody cannot read root's cache, so root makes a copy.
 ftpd_provide() { # FOLDER
     local installed cache libraries
     installed=$(PATH=$PATH:/usr/sbin:/sbin type -P vsftpd) && FTPD_COMMAND=("$installed") && return 0

@@ -1,17 +1,17 @@
-# Shell functions that install Debian packages. To be sourced by bash.
+# Shell functions that install Debian packages. Source this file from bash.
 #
 #   packages_need PACKAGE...
-#       Installs those that are missing; root is asked for only then. Removes nothing: a package
-#       that another one excludes is a failure. Returns 1 with a reason on standard error.
+#       Installs missing packages, which needs root. Never removes a package, so a conflict is a
+#       failure. Returns 1 with a reason on standard error.
 #   packages_want PACKAGE...
-#       Tries the same, once and without asking for a password, and goes on without them: says which
-#       are not there, so that nobody takes their tests for passed.
+#       Tries the same once, without asking for a password, and continues without them. Lists those
+#       that are missing, so that nobody takes their tests for passed.
 
 packages_as_root() {
     if [[ $(id -u) == 0 ]]; then "$@"; else sudo "$@"; fi
 }
 
-# A server that came as a package must not run beside the one that is started on purpose.
+# An installed server must not run beside the one that we start.
 packages_silence() { # SERVICE
     [[ -e /etc/init.d/$1 || -e /lib/systemd/system/$1.service ]] || return 0
     packages_as_root invoke-rc.d "$1" stop >/dev/null 2>&1
@@ -19,7 +19,7 @@ packages_silence() { # SERVICE
     return 0
 }
 
-packages_missing() { # PACKAGE... on standard output: those that are not installed
+packages_missing() { # PACKAGE... prints those that are not installed
     local package
     for package in "$@"; do
         [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] ||
@@ -46,7 +46,7 @@ packages_need() { # PACKAGE...
     fi
 }
 
-# A machine without network answers at once: one short look-up, no second try.
+# One short look-up without retries, so that a machine without network does not wait.
 packages_try() { # PACKAGE...
     local package sudo=() apt=(apt-get -q -o Acquire::Retries=0 -o Acquire::http::Timeout=10
                        -o Acquire::https::Timeout=10)

@@ -1,19 +1,19 @@
 #!/bin/sh
-# Unpacks FTP daemons into a folder, without installing them: as installed packages they exclude each
-# other and start by themselves. Needs no root. Usage:
-#   servers.sh FOLDER           all that the tests talk to
-#   servers.sh FOLDER PACKAGE   one, with the libraries that this system lacks for it
+# Unpacks FTP daemons into a directory instead of installing them, because the packages conflict and start
+# the daemons. Does not need root. Usage:
+#   servers.sh FOLDER           all daemons of the tests
+#   servers.sh FOLDER PACKAGE   one daemon, with the libraries that this system lacks
 set -eu
 all="proftpd-core vsftpd pure-ftpd"
 mkdir -p "$1"
 cd "$1"
 complete=complete${2+.$2}
-[ "$(cat complete 2>/dev/null)" != "$all" ] || exit 0 # another list: fetched again
+[ "$(cat complete 2>/dev/null)" != "$all" ] || exit 0 # fetch again for another list
 [ "$complete" = complete ] || [ ! -e "$complete" ] || exit 0
 command -v apt-get >/dev/null || { echo "servers.sh: no apt-get: install ${2-the servers}" >&2; exit 1; }
 
-# The servers are asked for one by one, because as packages they exclude each other.
-wanted() { # APT-OPTION... on standard output: the packages to fetch
+# Resolves the packages one by one, because they conflict.
+wanted() { # APT-OPTION... prints the packages to fetch
     [ "$complete" = complete ] || all=${complete#*.}
     for server in $all; do
         plan=$(apt-get "$@" -s -qq --no-install-recommends --reinstall install "$server") || return
@@ -25,7 +25,7 @@ fetch() { # APT-OPTION...
     packages=$(wanted "$@") && [ -n "$packages" ] && apt-get "$@" -qq download $packages
 }
 
-# The system's package lists may be missing or old: lists of our own need no root, and go again.
+# The system's package lists may be missing or old; our own lists need no root and are removed again.
 fetch_with_lists() {
     mkdir -p lists/partial
     set -- -o "Dir::State::Lists=$PWD/lists" -o "Dir::Cache=$PWD/lists"

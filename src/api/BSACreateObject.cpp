@@ -28,8 +28,8 @@ static int CheckDescriptor(const BSA_ObjectDescriptor *spObject)
     return iRet;
 }
 
-// Opens session and job. An answer that names no saveset leaves the id that the job was opened
-// with: never the name of an earlier object.
+// Opens session and job. Without a saveset in the answer the id from the opening of the job stays,
+// never the name of an earlier object.
 static int OpenWriteJob()
 {
     TRACE("BSACreateObject: Calling olm_com_interface().");
@@ -46,8 +46,8 @@ static int OpenWriteJob()
     return BSA_RC_SUCCESS;
 }
 
-// To a server the plain end of the data connection means a complete object. If this process dies
-// from here on, the system resets the connection, and the server can tell.
+// For a server an orderly close of the data connection means a complete object. If this process
+// dies from here on, the system resets the connection instead, so the server notices.
 static int OpenStore()
 {
     TRACE("BSACreateObject: Calling xbsa_open()");

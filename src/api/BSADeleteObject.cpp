@@ -1,4 +1,4 @@
-// There for callers that expect the full interface; copies live as long as the server keeps them.
+// Exists for callers that expect the full interface; the server decides how long copies live.
 #include "xbsa_session.h"
 
 int BSADeleteObject(long, BSA_UInt64)

@@ -6,7 +6,7 @@
 int BSAEndData(long bsaHandle)
 {
     TRACE("BSAEndData: Start - bsaHandle = %ld", bsaHandle);
-    if (xbsa_IsForeignProcess()) return BSA_RC_INVALID_HANDLE; // the connections are its parent's
+    if (xbsa_IsForeignProcess()) return BSA_RC_INVALID_HANDLE; // its parent owns the connections
     int iRet = xbsa_EndObject(xbsa_MarkCall(CALL_END_DATA, bsaHandle));
     TRACE("BSAEndData: Return CODE: %d ", iRet);
     sGlobal.sSession.dBytes = 0;

@@ -2,7 +2,7 @@
 #include "record/record.h"
 #include "trace/trace.h"
 
-// By default a late BSAEndData may still end the object; in strict mode it is too late.
+// By default a late BSAEndData may still end the object, in strict mode it may not.
 static void CutOpenTransfer()
 {
     if (sPrivate.eTransfer == TRANSFER_IDLE || xbsa_IsForeignProcess()) return;
@@ -10,8 +10,8 @@ static void CutOpenTransfer()
     sPrivate.eTransfer = TRANSFER_CUT_BY_END;
 }
 
-// Whatever the result, every call is possible again. Commit and abort are the same: an object is
-// stored once BSAEndData has confirmed it.
+// Whatever the result, every call is allowed again. Commit and abort do the same, because an object
+// is stored once BSAEndData has confirmed it.
 int BSAEndTxn(long bsaHandle, BSA_Vote)
 {
     int iRet = BSA_RC_SUCCESS;

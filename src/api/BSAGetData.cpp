@@ -12,7 +12,7 @@ __attribute__((noinline, cold)) static void KeepError(int iError)
     i_KeepMessage(static_cast<unsigned long>(iError), "Data receiving failed.");
 }
 
-// One receive after another until the block is full or the server has closed.
+// Receives until the block is full or the server has closed.
 __attribute__((always_inline)) static inline DATA_PROGRESS Receive(BSA_DataBlock *spBlock)
 {
     DATA_PROGRESS sRead = data_Receive(spBlock);
@@ -22,7 +22,7 @@ __attribute__((always_inline)) static inline DATA_PROGRESS Receive(BSA_DataBlock
     return sRead;
 }
 
-// Strict mode alone lets a failed receive decide what BSAEndData returns.
+// A failed receive affects the result of BSAEndData in strict mode only.
 __attribute__((noinline, cold)) static int FailRead(int iRet, unsigned int uRead)
 {
     if (iRet == BSA_RC_ABORT_SYSTEM_ERROR)
@@ -38,7 +38,7 @@ static int Result(DATA_PROGRESS sRead)
     return sRead.iLast == -1 ? FailRead(BSA_RC_ABORT_SYSTEM_ERROR, sRead.uMoved) : BSA_RC_SUCCESS;
 }
 
-// A block that is traced or goes to the journal.
+// A block that is traced or recorded in the journal.
 __attribute__((noinline, cold)) static int ReceiveWatched(BSA_DataBlock *spBlock)
 {
     TRACE_CALL("BSAGetData: Start");

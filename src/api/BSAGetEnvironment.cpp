@@ -1,4 +1,4 @@
-// There for callers that expect the full interface.
+// Exists for callers that expect the full interface.
 #include "xbsa_session.h"
 
 int BSAGetEnvironment(long, BSA_UInt32 *, char **)

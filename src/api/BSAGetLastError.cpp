@@ -1,4 +1,4 @@
-// Hands out the first error text and forgets it.
+// Returns the first error text and clears it.
 #include <cstring>
 
 #include "xbsa_session.h"

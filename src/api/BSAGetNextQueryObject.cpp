@@ -1,4 +1,4 @@
-// Hands out the query results after the first.
+// Returns the query results after the first.
 #include "record/record.h"
 #include "trace/trace.h"
 
@@ -23,7 +23,7 @@ static int CheckNext(long lHandle, const BSA_ObjectDescriptor *spObject)
     return BSA_RC_SUCCESS;
 }
 
-// The last place of the list is always its end, and a result is handed out once.
+// The last entry of the list is always its end, and each result is returned once.
 static BSA_ObjectDescriptor *NextResult(int iIndex)
 {
     bool bInside = iIndex >= 0 && iIndex < XBSA_QUERY_RESULTS - 1;
@@ -43,7 +43,7 @@ static int HandOverNext(BSA_ObjectDescriptor *spCaller)
     TRACE("BSAGetNextQueryObject: memcpy() query result to caller");
     *spCaller = *spFound;
     TRACE("BSAGetNextQueryObject: Releasing query result strucure");
-    if (spFound == sPrivate.spResult) sPrivate.bResultSpent = true; // any other is the caller's
+    if (spFound == sPrivate.spResult) sPrivate.bResultSpent = true; // the caller owns any other
     TRACE("BSAGetNextQueryObject: Increasing iQueryIndex");
     sGlobal.iQueryIndex = iIndex + 1;
     return BSA_RC_SUCCESS;

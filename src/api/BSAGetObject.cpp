@@ -6,7 +6,7 @@
 #include "trace/trace.h"
 #include "util/util.h"
 
-// One transaction can hold a backup and a restore, one connection only the latter.
+// A transaction may contain both a backup and a restore. The restore takes over the connection.
 static void CutBackup()
 {
     bool bBackup = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0 &&
@@ -16,8 +16,8 @@ static void CutBackup()
     if (bBackup) sPrivate.eTransfer = TRANSFER_CUT_BY_RESTORE;
 }
 
-// Opens session and job. A copy id replaces a saveset name that the answer does not give; in strict
-// mode for the close of the job too, which must not name the saveset of an earlier object.
+// Opens session and job. If the answer has no saveset name, the copy id replaces it. In strict mode
+// also for closing the job, which must not name the saveset of an earlier object.
 static int OpenReadJob(const BSA_ObjectDescriptor *spObject)
 {
     _sSMS *spSMS = &sGlobal.sObject.sSMS;

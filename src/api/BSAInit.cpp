@@ -41,8 +41,8 @@ static void RecogniseSession(const BSA_ObjectOwner *spOwner)
     get_COM_environment(&sGlobal.sCOM);
 }
 
-// The value after "NAME=", or null when the entry has another name. An entry that ends with its
-// name has an empty value.
+// The value after "NAME=", or null if the entry has another name. An entry that ends after its name
+// has an empty value.
 static const char *EntryValue(const char *cpEntry, const char *cpName)
 {
     size_t uName = strlen(cpName);
@@ -50,7 +50,7 @@ static const char *EntryValue(const char *cpEntry, const char *cpName)
     return cpEntry[uName] == '\0' ? "" : cpEntry + uName + 1;
 }
 
-// "host" or "host:port", divided by any number of colons; without a host the one that is set stays.
+// "host" or "host:port", separated by any number of colons. Without a host the present one stays.
 static void TakeServiceHost(const char *cpValue)
 {
     _sSMS *spSMS = &sGlobal.sObject.sSMS;

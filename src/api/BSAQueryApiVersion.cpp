@@ -1,4 +1,4 @@
-// Hands out the version of the interface.
+// Returns the version of the interface.
 #include "trace/trace.h"
 
 static const char szIdentification[] =

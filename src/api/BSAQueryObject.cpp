@@ -1,4 +1,4 @@
-// Asks the COM utility for the stored copy that matches.
+// Asks the COM utility for the matching stored copy.
 #include "api/api.h"
 #include "trace/trace.h"
 #include "util/util.h"
@@ -24,9 +24,9 @@ static int CheckQuery(long lHandle, const BSA_QueryDescriptor *spQuery,
     return BSA_RC_SUCCESS;
 }
 
-// Leaves the match in entry 0. An answer that names no saveset is no match: a copy id of 0, or an
-// earlier one, would restore something else. In strict mode silence is a failure: a tool that took it
-// for "no match" would forget good copies.
+// Leaves the match in entry 0. An answer without a saveset is not a match: a copy id of 0, or an
+// earlier one, would restore something else. In strict mode silence is a failure, because a tool
+// that took it for "no match" would forget good copies.
 static int AskUtility()
 {
     TRACE("BSAQueryObject: Calling olm_com_interface(COM_INFO)");
@@ -34,7 +34,8 @@ static int AskUtility()
     bool bUnanswered = sPrivate.bStrict && !sPrivate.bAnswered;
     if (iRet == -1 || bUnanswered)
     {
-        i_KeepMessage(0, "The COM utility did not answer the query."); // a refusal has kept its own
+        i_KeepMessage(0,
+                      "The COM utility did not answer the query."); // a refusal has set one
         TRACE("BSAQueryObject: com_intf: failed.");
         qab_ClearResults();
         return BSA_RC_ABORT_SYSTEM_ERROR;
@@ -45,7 +46,7 @@ static int AskUtility()
     return BSA_RC_NO_MATCH;
 }
 
-// The caller sees its own names, patterns included, rather than the server's.
+// The caller sees its own names, including patterns, rather than the server's.
 static void HandOverFirst(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)
 {
     BSA_ObjectDescriptor *spFound = sGlobal.spQueryResult[0];
@@ -60,7 +61,7 @@ static void HandOverFirst(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescript
     spCaller->objectOwner = spQuery->objectOwner;
     spCaller->objectName = spQuery->objectName;
     TRACE("BSAQueryObject: releasing query result structure");
-    sPrivate.bResultSpent = true; // the next query uses it again
+    sPrivate.bResultSpent = true; // so the next query reuses it
 }
 
 static int Query(const BSA_QueryDescriptor *spQuery, BSA_ObjectDescriptor *spCaller)

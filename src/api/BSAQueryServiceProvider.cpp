@@ -1,4 +1,4 @@
-// Names the provider of the service.
+// Returns the name of the provider.
 #include <cstring>
 
 #include "trace/trace.h"
@@ -13,8 +13,8 @@ static int CheckNull(const void *vpArgument, const char *cpName)
     return BSA_RC_NULL_ARGUMENT;
 }
 
-// The terminator is written after a size of exactly 15 too: callers with such a buffer count on
-// being served, and have the room.
+// Even for a size of exactly 15 the terminator is written after it: callers that pass 15 rely on a
+// result and have room for 16 bytes.
 static int HandOverProvider(BSA_UInt32 *uipSize, char *cpDelimiter, char *cpProvider)
 {
     bool bFits = *uipSize >= uProvider;

@@ -11,13 +11,13 @@ __attribute__((noinline, cold)) static int FailSend(int iRet, unsigned int uSent
     return iRet;
 }
 
-// As a rule one send takes a whole block. An empty one needs none.
+// Usually one send takes a whole block. An empty block needs none.
 static ssize_t SendFirst(const BSA_DataBlock *spBlock)
 {
     return spBlock->bufferLen != 0 ? data_Send(spBlock, 0) : 1;
 }
 
-// The end of a block that did not go through in one call, or that is watched.
+// Finishes a block that needs more than one send, or that is traced or recorded.
 __attribute__((noinline, cold)) static int FinishSend(const BSA_DataBlock *spBlock, ssize_t iFirst)
 {
     DATA_PROGRESS sSent = data_SendOn(spBlock, iFirst);
@@ -29,14 +29,14 @@ __attribute__((noinline, cold)) static int FinishSend(const BSA_DataBlock *spBlo
     return sSent.iLast == -1 ? FailSend(BSA_RC_ABORT_SYSTEM_ERROR, sSent.uMoved) : BSA_RC_SUCCESS;
 }
 
-// A block that is traced or goes to the journal.
+// A block that is traced or recorded in the journal.
 __attribute__((noinline, cold)) static int SendWatched(const BSA_DataBlock *spBlock)
 {
     TRACE_CALL("BSASendData: bufferLen=%u, numBytes=%u", spBlock->bufferLen, spBlock->numBytes);
     return FinishSend(spBlock, SendFirst(spBlock));
 }
 
-// Sends bufferLen bytes, whatever numBytes says.
+// Sends bufferLen bytes and ignores numBytes.
 int BSASendData(long bsaHandle, BSA_DataBlock *dataBlockPtr)
 {
     int iRet = xbsa_CheckBlock(bsaHandle, dataBlockPtr, STOR_MODE);

@@ -1,4 +1,4 @@
-// The caller's own setting of the trace.
+// Lets the caller configure the trace.
 #include <cstring>
 
 #include "trace/trace.h"

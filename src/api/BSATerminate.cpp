@@ -1,9 +1,9 @@
-// Ends the session as far as the caller goes.
+// Ends the session from the caller's point of view.
 #include "record/record.h"
 #include "trace/trace.h"
 
-// Closes and clears nothing, whatever its line says: callers ask for the last error afterwards, and
-// a session ends with its process.
+// Despite its trace line, this closes and clears nothing: callers ask for the last error
+// afterwards, and a session ends with its process.
 int BSATerminate(long bsaHandle)
 {
     TRACE("BSATerminate: Start");

@@ -38,7 +38,7 @@ int xbsa_OpenJob(ENUM_COM_TASK eTask)
     return iRet == -1 ? -1 : 0;
 }
 
-// The value after the tag; empty when the token is missing or shorter than its tag.
+// The value after the tag; empty if the token is missing or shorter than its tag.
 static const char *TokenValue(const char *cpToken)
 {
     return cpToken != nullptr && strlen(cpToken) > OWNER_TAG ? cpToken + OWNER_TAG : "";

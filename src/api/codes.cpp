@@ -1,9 +1,9 @@
 // Return codes and their texts.
 #include "xbsa_session.h"
 
-// The names of the rows are in xbsa.h; the order decides which text a shared number gets. The
-// look-up stops at the row of 0, so rows after it are never reached and every unknown number reads
-// as success: log readers know it so.
+// The names of the rows are in xbsa.h; their order decides which text a shared number gets. The
+// look-up stops at the row of 0, so that every unknown number reads as success: programs that read
+// logs rely on it.
 static const MsgTbl sQabErr[] = {
     {BSA_RC_ABORT_SYSTEM_ERROR, "System detected error, operation aborted."},
     {BSA_RC_ACCESS_FAILURE, "Access to the requested object is not possible."},

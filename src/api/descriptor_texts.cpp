@@ -3,7 +3,7 @@
 
 #include "trace/trace.h"
 
-// Each table ends with a row above the highest value, where every look-up stops.
+// Each table ends with a row above the highest value, which stops the look-up.
 static const MsgTbl asCopyTypes[] = {{BSA_CopyType_ANY, "ANY"},
                                      {BSA_CopyType_ARCHIVE, "ARCHIVE"},
                                      {BSA_CopyType_BACKUP, "BACKUP"},
@@ -44,7 +44,7 @@ const char *qab_bsaobjectstatus(BSA_ObjectStatus eFlag)
     return FindText("qab_bsaobjectstatus", asObjectStates, static_cast<int>(eFlag));
 }
 
-// Each line is cut at 1023 characters.
+// Each line is cut after 1023 characters.
 static void DumpText(const char *cpLabel, const char *cpText, size_t uSize, const char *cpEnd)
 {
     char szLine[1024];

@@ -1,10 +1,10 @@
-// Settings that come from the process environment.
+// Settings from the process environment.
 #include <cstring>
 
 #include "trace/trace.h"
 #include "util/util.h"
 
-// A KORVA_ variable and the field that it goes to.
+// A KORVA_ variable and its field.
 typedef struct
 {
     const char *cpName;
@@ -13,7 +13,7 @@ typedef struct
     bool bRequired;
 } COM_VARIABLE;
 
-// Returns 0 when the value was taken, else 1.
+// Returns 0 if the value was stored, else 1.
 static int TakeVariable(const COM_VARIABLE *spVariable)
 {
     const char *cpValue = x_getenv(spVariable->cpName);

@@ -1,5 +1,5 @@
-// Settings of the data connection. A value that is not allowed refuses the session: a port that the
-// firewall keeps closed, or a line that the backup fills by day, would be noticed too late.
+// Settings of the data connection. A wrong value refuses the session, because a port that the
+// firewall blocks, or a line that the backup saturates by day, would be noticed too late.
 #include <ctime>
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include "trace/trace.h"
 #include "util/util.h"
 
-// A KORVA_ variable, a number or a range of two.
+// A KORVA_ variable with a number or a range.
 typedef struct
 {
     const char *cpName;
@@ -18,7 +18,7 @@ typedef struct
     const char *cpAllowed;
 } NETWORK_VARIABLE;
 
-// Digits only, where strtol takes spaces and signs too. Returns what follows them, or null.
+// Accepts digits only, whereas strtol accepts spaces and signs. Returns the rest, or null.
 static const char *TakeNumber(const NETWORK_VARIABLE *spVariable, const char *cpText, int *ipValue)
 {
     char *cpEnd = nullptr;
@@ -41,7 +41,7 @@ static bool TakeValue(const NETWORK_VARIABLE *spVariable, const char *cpValue)
     return cpRest != nullptr && *cpRest == '\0';
 }
 
-// An empty value counts as not set.
+// An empty value means not set.
 static int ReadVariable(const NETWORK_VARIABLE *spVariable)
 {
     const char *cpValue = xbsa_getenv(spVariable->cpName);
@@ -55,7 +55,7 @@ static int ReadVariable(const NETWORK_VARIABLE *spVariable)
     return 0;
 }
 
-// A port of the range that differs between processes, so that parallel streams rarely want the same.
+// A first port that differs between processes, so that parallel streams rarely want the same port.
 static int AnyPort(const NETWORK *spNetwork)
 {
     const unsigned int uScatter = 2654435761U;

@@ -1,4 +1,4 @@
-// One task of the COM utility: one or two runs and their answers.
+// Performs one task of the COM utility: one or two runs and their answers.
 #include <cstring>
 
 #include "com/com.h"
@@ -21,8 +21,8 @@ static bool IsClose(ENUM_COM_TASK eTask)
     return eTask == COM_CLOSE_WRITE || eTask == COM_CLOSE_READ;
 }
 
-// Names of an earlier object must not survive into an open: an answer without them would store this
-// object over that one.
+// An opening must not keep the names of an earlier object: with an answer that has none, this
+// object would overwrite that one.
 static void ForgetEarlierNames(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
 {
     if (!IsOpen(eTask) || spInput == nullptr) return;
@@ -31,7 +31,7 @@ static void ForgetEarlierNames(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
     if (eTask == COM_OPEN_WRITE) spInput->szSavesetID[0] = '\0';
 }
 
-// A line that was cut could name another job, so it is not run.
+// A truncated line could name another job, so it is not run.
 static void RefuseLongLine(COM_RUN *spRun)
 {
     TRACE("com_intf: Command line too long, not run: [%.200s...]", spRun->sLine.szText);
@@ -39,8 +39,8 @@ static void RefuseLongLine(COM_RUN *spRun)
     FailTask(spRun);
 }
 
-// A utility that ended without a word counts as success. After a close that is a backup which no
-// query will find, after an open it is one without a job: strict mode fails.
+// A utility that ends without output counts as success, except in strict mode. After a close no
+// query would find the backup, and after an open the backup would have no job.
 static void FailUnanswered(COM_RUN *spRun)
 {
     const bool bClose = IsClose(spRun->eTask);
@@ -50,7 +50,7 @@ static void FailUnanswered(COM_RUN *spRun)
     FailTask(spRun);
 }
 
-// Returns true when the answer was taken and the task may go on.
+// Returns true if the answer was accepted and the task may continue.
 static bool TakeAnswer(COM_RUN *spRun)
 {
     if (spRun->iRet != 0 || spRun->uiAnswerLen == 0)
@@ -72,7 +72,7 @@ static bool TakeAnswer(COM_RUN *spRun)
     return false;
 }
 
-// Returns true when the task needs another pass.
+// Returns true if the task needs another pass.
 static bool TakeNextStep(COM_RUN *spRun)
 {
     if (spRun->spStep->iNext == COM_STEP_INIT) return false;
@@ -80,8 +80,8 @@ static bool TakeNextStep(COM_RUN *spRun)
     return true;
 }
 
-// Strict mode: a session that was not opened has no id, so that the close which follows does not name
-// an earlier one; and each job is closed once.
+// In strict mode a session that did not open has no id, so that the following close does not name
+// an earlier one. Each job is closed once.
 static void ForgetEndedJob(const COM_RUN *spRun)
 {
     if (!sPrivate.bStrict || spRun->spInput == nullptr) return;
@@ -90,8 +90,8 @@ static void ForgetEndedJob(const COM_RUN *spRun)
     if (IsClose(spRun->eTask)) spRun->spInput->iOpenJobStarted = 0;
 }
 
-// Makes the command line of this pass. A task that is none, or one without an input, runs the bare
-// utility and is a failure. Returns false when the pass cannot be run.
+// Builds the command line of this pass. An unknown task, or one without an input, runs the utility
+// without arguments and fails. Returns false if the pass cannot be run.
 static bool MakeCommand(COM_RUN *spRun)
 {
     const bool bValid = spRun->spStep != nullptr;

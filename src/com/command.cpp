@@ -4,7 +4,7 @@
 // The arguments of "%.*s" for a field that may lack its terminator.
 #define FIELD(field) static_cast<int>(sizeof(field)), (field)
 
-// An option with its value, when there is a value.
+// An option with its value, if there is a value.
 static void AppendOptional(COM_LINE *spLine, const char *cpOption, int iSize, const char *cpValue)
 {
     if (x_IsEmptyString(cpValue)) return;
@@ -31,8 +31,8 @@ static void AppendObject(COM_LINE *spLine, const BSA_ObjectName *spName)
                        FIELD(spName->pathName));
 }
 
-// What follows the saveset of every open-job command. The two blanks before the object are what
-// the utility has always been given.
+// What follows the saveset in every open-job command. The utility has always received two blanks
+// before the object.
 static void AppendJobEnd(COM_RUN *spRun)
 {
     const STUCT_COM_INPUT *spInput = spRun->spInput;

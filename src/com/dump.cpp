@@ -1,4 +1,4 @@
-// The utility's answer in the trace, without the password that it may contain.
+// Traces the utility's answer without the password that it may contain.
 #include <cstdio>
 #include <cstring>
 
@@ -14,8 +14,8 @@ void DumpTraceAdapter(char *cpDumpLine)
     COM_trace(szLine);
 }
 
-// The fourth item of a host text and everything after it. The key is found in any letter case
-// and anywhere in the line: a line that is not accepted is traced all the same.
+// The fourth item of a host text and everything after it. The key is found in any letter case and
+// anywhere in the line, because rejected lines are traced too.
 char *com_FindPassword(char *cpLine)
 {
     char *cpPassword = strcasestr(cpLine, szHostSpecKey);
@@ -27,8 +27,8 @@ char *com_FindPassword(char *cpLine)
     return cpPassword;
 }
 
-// One "*" for each byte, so that the dump keeps its places. The answer may hold NULs: each piece
-// between NULs and line ends is looked at.
+// One "*" for each byte, so that the offsets in the dump stay. The answer may contain NULs, so each
+// piece between NULs and line ends is searched.
 static void MaskPasswords(char *cpAnswer, unsigned int uiLength)
 {
     char *cpEnd = cpAnswer + uiLength;

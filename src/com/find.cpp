@@ -25,9 +25,9 @@ static FILE *OpenIniFile()
     return spFile;
 }
 
-// One read. A line may hold NULs, so its end is not looked for: only a read that fills all its room
-// writes the last byte, and has then met the end when the byte before is one.
-//   bpEnded  receives whether the line ends with this piece
+// One read. A line may contain NULs, so its end cannot be searched for. Only a read that fills the
+// buffer writes its last byte; the line has then ended if the byte before is a line end.
+//   bpEnded  set to whether the line ends with this piece
 static bool ReadPiece(FILE *spFile, char *cpPiece, bool *bpEnded)
 {
     cpPiece[LINE_SIZE - 1] = '\n';
@@ -36,9 +36,9 @@ static bool ReadPiece(FILE *spFile, char *cpPiece, bool *bpEnded)
     return true;
 }
 
-// Reads the next line without its end. The rest of a line that is longer than one read is passed
-// over: it is not a line of its own.
-//   bpCut  receives whether more than blanks was passed over
+// Reads the next line without its end. The rest of a line that is longer than one read is skipped,
+// because it is not a separate line.
+//   bpCut  set to whether more than blanks was skipped
 static bool ReadIniLine(FILE *spFile, char *cpLine, bool *bpCut)
 {
     char szRest[LINE_SIZE];
@@ -55,7 +55,7 @@ static bool ReadIniLine(FILE *spFile, char *cpLine, bool *bpCut)
     return true;
 }
 
-// The value of a "name=value" line with our key, else null.
+// The value of a "name=value" line with our key, or null.
 static char *KeyValue(char *cpLine)
 {
     char *cpEqual = strchr(cpLine, '=');
@@ -65,7 +65,7 @@ static char *KeyValue(char *cpLine)
     return strcmp(cpName, szKey) == 0 ? x_AllTrim(x_SkipSpaces(cpEqual + 1)) : nullptr;
 }
 
-// Makes the path from the folder. Returns 0, or 1 when there is no room.
+// Builds the path from the directory. Returns 0, or 1 if it does not fit.
 static int MakePath(const char *cpFolder, char *cpPath, unsigned int *uipSize)
 {
     unsigned int uLength = static_cast<unsigned int>(strlen(cpFolder));
@@ -90,7 +90,7 @@ static int SearchFile(FILE *spFile, char *cpPath, unsigned int *uipSize)
         if (cpFolder == nullptr) continue;
         if (!bCut) return MakePath(cpFolder, cpPath, uipSize);
         TRACE("find_com_intf: INI line too long.");
-        return 1; // half a path would run another program
+        return 1; // a truncated path would run another program
     }
     return cpPath[0] == '\0';
 }

@@ -11,8 +11,8 @@ enum
     ITEMS = 4
 };
 
-// Splits at every ":". Returns the number of ":" seen, or -1 when an item does not fit or a fifth
-// one follows: half a host name is another host.
+// Splits at every ":". Returns the number of ":", or -1 if an item does not fit or a fifth follows,
+// because a truncated host name is another host.
 static int SplitItems(const char *cpSpec, char **cpaItems, const size_t *uaSizes)
 {
     int iItem = 0;

@@ -1,4 +1,4 @@
-// Composes a command line so that the shell hands each argument to the utility as it is.
+// Composes a command line so that the shell passes each argument to the utility unchanged.
 #include <cstdarg>
 #include <cstring>
 
@@ -18,8 +18,8 @@ void com_AppendText(COM_LINE *spLine, const char *cpText)
     for (; *cpText != '\0'; cpText++) AppendByte(spLine, *cpText);
 }
 
-// What the utility or the caller named may hold anything: a session id of "1;reboot" must reach the
-// utility as these eight characters.
+// Names from the utility or the caller may contain anything: a session id of "1;reboot" must reach
+// the utility as these eight characters.
 static void AppendQuoted(COM_LINE *spLine, const char *cpText)
 {
     AppendByte(spLine, '\'');

@@ -1,16 +1,16 @@
-// Takes the utility's answer into the session record.
+// Stores the utility's answer in the session record.
 #include <cstring>
 
 #include "com/com.h"
 #include "trace/trace.h"
 #include "util/util.h"
 
-// A key of the answer and how its value is taken.
+// A key of the answer and what becomes of its value.
 typedef struct
 {
     const char *cpKey;
     bool bCounts;          // the line counts toward a positive reply
-    char *cpField;         // text fields: where the value goes
+    char *cpField;         // text fields: target of the value
     size_t uSize;          // bytes of that field
     int (*fpTake)(char *); // others: returns 0, or 1 to reject the answer; may be null
 } COM_KEY;
@@ -27,7 +27,7 @@ static int TakeHostSpec(char *cpValue)
     return 0;
 }
 
-// "label:id[:buffer size]"; what follows is not looked at.
+// "label:id[:buffer size]"; the rest is ignored.
 static int TakeTape(char *cpValue)
 {
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
@@ -71,7 +71,7 @@ static int TakeVerbosity(char *cpValue)
     return 0;
 }
 
-// Traces a text of the answer, a password in it hidden.
+// Traces a text of the answer with masked passwords.
 static void TraceText(const char *cpWhat, char *cpText, const char *cpEnd)
 {
     const char *cpPassword = com_FindPassword(cpText);
@@ -115,7 +115,7 @@ static int RejectFormat()
     return 1;
 }
 
-// The first keyword that the line begins with; null for a line with no key of ours.
+// The first keyword that the line begins with; null if it has none of our keys.
 static const COM_KEY *FindKey(const char *cpLine)
 {
     for (const COM_KEY &sKey : asKeys)
@@ -135,7 +135,7 @@ static int TakeReply(const char *cpValue, int *ipReplyCheck)
 }
 
 // Returns 0, or 1 to reject the answer.
-//   ipReplyCheck  0 before any line that counts; above 1 the answer is a positive one
+//   ipReplyCheck  0 before any line that counts; above 1 if the answer is positive
 static int TakeLine(char *cpLine, int *ipReplyCheck)
 {
     char szCOMValue[XBSA_COM_VALUE];
@@ -150,7 +150,7 @@ static int TakeLine(char *cpLine, int *ipReplyCheck)
     if (spKey == spReplyKey) return TakeReply(szCOMValue, ipReplyCheck);
 
     if (spKey->bCounts) (*ipReplyCheck)++;
-    if (iCut == 1 && spKey->fpTake == TakeHostSpec) return 1; // half a login is another login
+    if (iCut == 1 && spKey->fpTake == TakeHostSpec) return 1; // a truncated login is another login
     if (spKey->fpTake != nullptr) return spKey->fpTake(szCOMValue);
     if (spKey->cpField != nullptr)
     {

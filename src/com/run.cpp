@@ -7,8 +7,8 @@
 #include "record/record.h"
 #include "trace/trace.h"
 
-// Each pass saves the mask anew, so after two passes the full mask is what is put back: hosts know
-// it so. Strict mode keeps the first.
+// Each pass saves the mask again, so that two passes restore the full mask: hosts rely on it.
+// Strict mode keeps the first mask.
 static void BlockSignals(COM_RUN *spRun)
 {
     sigset_t sNewSet;
@@ -20,8 +20,8 @@ static void BlockSignals(COM_RUN *spRun)
     TRACE("com_intf: sigprocmask() done.");
 }
 
-// Opens the pipe at 3 or above: with 0, 1 or 2 closed in the host, popen would take those. They are
-// filled for the moment; the utility gets them as its own, which is better than none.
+// Opens the pipe at 3 or above. If 0, 1 or 2 are closed in the host, popen would use them, so they
+// are filled meanwhile. The utility inherits them, which is better than having none.
 static FILE *OpenPipe(const char *cpCommand)
 {
     int haFiller[STDERR_FILENO + 1];
@@ -38,7 +38,7 @@ static FILE *OpenPipe(const char *cpCommand)
     return spPipe;
 }
 
-// Reads at most XBSA_COM_ANSWER bytes; more is left in the pipe.
+// Reads at most XBSA_COM_ANSWER bytes and leaves the rest in the pipe.
 static void ReadAnswer(COM_RUN *spRun, FILE *spPipe)
 {
     size_t uRead = 0;
@@ -70,7 +70,7 @@ bool com_RunUtility(COM_RUN *spRun)
     return true;
 }
 
-// Last pass first: each close waits for its child, so that none stays as a zombie.
+// Last pass first: each close waits for its child, so that no zombie remains.
 void com_FinishRun(COM_RUN *spRun)
 {
     while (spRun->iPipes > 0) pclose(spRun->spaPipe[--spRun->iPipes]);

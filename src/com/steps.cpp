@@ -1,4 +1,4 @@
-// The steps of each task, and what a step leaves in the record before its command line is made.
+// The steps of each task, and what a step writes into the record before its command line is built.
 #include <cstdio>
 #include <ctime>
 
@@ -12,7 +12,7 @@ static bool PrepareSession(COM_RUN *spRun)
     return true;
 }
 
-// The saveset of a backup is named by the second at which its job is opened.
+// The saveset of a backup is named after the second when its job is opened.
 static bool PrepareWriteJob(COM_RUN *spRun)
 {
     STUCT_COM_INPUT *spCOM = spRun->spInput;
@@ -31,7 +31,7 @@ static bool PrepareReadJob(COM_RUN *spRun)
     return true;
 }
 
-// A job that was never opened is not closed.
+// A job that never opened is not closed.
 static bool PrepareCloseJob(COM_RUN *spRun)
 {
     if (spRun->spInput->iOpenJobStarted == 0)
@@ -41,8 +41,8 @@ static bool PrepareCloseJob(COM_RUN *spRun)
     return true;
 }
 
-// The entry for the result, empty until the answer says what was found. The saveset of an earlier
-// answer must not pass for this one's.
+// The entry for the result, empty until the answer names a match. The saveset of an earlier answer
+// must not pass for this answer's.
 static bool PrepareQuery(COM_RUN *spRun)
 {
     spRun->spInput->szSavesetID[0] = '\0';

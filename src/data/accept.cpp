@@ -1,11 +1,11 @@
-// The wait for the server's data connection.
+// Waits for the server's data connection.
 //
 //   control connection        listener                  the wait
 //   nothing                   a connection              ends with the data socket
 //   "4..." or "5..."          nothing                   ends: refused
-//   another reply             nothing                   goes on, the reply stays unread
-//   the end                   nothing                   ends: ECONNRESET
-//   anything                  a connection              the connection goes first
+//   another reply             nothing                   continues, the reply stays unread
+//   closed                    nothing                   ends: ECONNRESET
+//   anything                  a connection              the connection takes precedence
 #include "data/data.h"
 
 #include <cerrno>
@@ -31,7 +31,7 @@ static long long NowMilliseconds()
     return sNow.tv_sec * 1000LL + sNow.tv_nsec / lMillisecond;
 }
 
-// Time left for poll: -1 without a limit.
+// Time left for poll; -1 for no limit.
 static int RemainingTime(long long llStart)
 {
     if (sGlobal.ulTimeOut == 0 || sGlobal.ulTimeOut > INT_MAX) return -1;
@@ -41,9 +41,8 @@ static int RemainingTime(long long llStart)
     return llLeft > INT_MAX ? INT_MAX : static_cast<int>(llLeft);
 }
 
-// Only strict mode asks where the connection comes from: anybody who can reach the port could
-// otherwise feed a restore or take a backup. Returns 1 or 0, or -1 with errno when the system does not
-// know.
+// Strict mode checks where the connection comes from: otherwise anybody who reaches the port could
+// feed a restore or take a backup. Returns 1 or 0, or -1 with errno if the system does not know.
 static int IsServer(int SControl, const struct sockaddr_in *spPeer)
 {
     if (!sPrivate.bStrict) return 1;
@@ -56,7 +55,7 @@ static int IsServer(int SControl, const struct sockaddr_in *spPeer)
     return sServer.sin_addr.s_addr == spPeer->sin_addr.s_addr ? 1 : 0;
 }
 
-// Returns the data socket, or -1 with errno; EAGAIN for none yet, or one that was turned away.
+// Returns the data socket, or -1 with errno; EAGAIN if none came yet, or a stranger was rejected.
 static int TakeConnection(int hListener, int SControl, const char *cpFunction)
 {
     struct sockaddr_in sPeer = {};
@@ -74,7 +73,7 @@ static int TakeConnection(int hListener, int SControl, const char *cpFunction)
     return -1;
 }
 
-// Looks at the first byte on the control connection without taking it.
+// Peeks at the first byte on the control connection.
 static int PeekControl(int SControl, bool (*fpRefuses)(const char *szReply))
 {
     char szFirst[2] = "";
@@ -90,7 +89,7 @@ static int FailWait(int iError)
     return DATA_FAILED;
 }
 
-// What the control connection says about the connection that has not come. Returns 0 to wait on.
+// What the control connection reveals while no data connection has come. Returns 0 to keep waiting.
 //   spaPoll  listener and control connection
 static int HearControl(struct pollfd *spaPoll, bool (*fpRefuses)(const char *szReply))
 {
@@ -99,14 +98,14 @@ static int HearControl(struct pollfd *spaPoll, bool (*fpRefuses)(const char *szR
     if (iControl == CONTROL_REFUSES) return DATA_REFUSED;
     if (iControl == CONTROL_ENDED)
     {
-        bool bArrived = poll(spaPoll, 1, 0) == 1; // it had connected before it went
+        bool bArrived = poll(spaPoll, 1, 0) == 1; // it connected before it closed
         return bArrived ? 0 : FailWait(ECONNRESET);
     }
-    spaPoll[1].events = POLLRDHUP; // more of it stays unread, but it may still go away
+    spaPoll[1].events = POLLRDHUP; // further replies stay unread, but it may still close
     return 0;
 }
 
-// One turn of the wait. Returns 0 to wait on, else the result of the wait.
+// One turn of the wait. Returns 0 to keep waiting, else the result of the wait.
 static int AwaitTurn(struct pollfd *spaPoll, bool (*fpRefuses)(const char *szReply),
                      long long llStart)
 {

@@ -1,4 +1,4 @@
-// What a block of a store needs that its first send did not take whole.
+// Finishes a block of a store that its first send did not take whole.
 #include "data/data.h"
 
 #include <cerrno>
@@ -19,7 +19,7 @@ void data_NoteLoss(int iError)
     }
 }
 
-// Tries again, one second apart, until something goes through. Returns the last send's result.
+// Retries, one second apart, until a send succeeds. Returns the last result.
 static ssize_t SendAgain(const BSA_DataBlock *spBlock, size_t uSent)
 {
     ssize_t iSend = -1;
@@ -33,7 +33,7 @@ static ssize_t SendAgain(const BSA_DataBlock *spBlock, size_t uSent)
         sleep(1);
         iSend = data_Send(spBlock, uSent);
     }
-    if (iSend > 0) sPrivate.bServerLost = false; // it is there after all
+    if (iSend > 0) sPrivate.bServerLost = false; // the server is still there
     if (iSend == -1) i_Fail("BSASendData", GetSockErrCode(), "Data sending failed.");
     return iSend;
 }

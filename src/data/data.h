@@ -1,20 +1,21 @@
-// The data connection, its whole life.
+// The data connection, from its listener to its end.
 //
-// Promises: nobody waits for ever for a connection that will not come; a process that dies in the middle
-// of a backup resets the connection, so that no server takes half an object for a whole one; a full block
-// is one system call. Results are results of calls with errno: messages are the callers' business.
+// Promises: the library does not wait for ever for a connection that will not come. A process that
+// dies during a backup resets the connection, so that no server takes half an object for a whole
+// one. A full block is one system call. Functions return results with errno; callers write the
+// messages.
 // Needs: record, trace, util.
 //
-//   listener made         data_SetKeepAlive      inherited by the connection
+//   new listener          data_SetKeepAlive      inherited by the connection
 //                         data_SetBuffers
 //                         data_ShareRange        for its port
-//   150 was read          data_Accept            or a refusal, the end, a time-out
+//   after the 150         data_Accept            or a refusal, a close, a time-out
 //   store                 x_ResetAtClose         until the orderly end
 //                         data_LimitRate
 //   blocks                data_Send, data_SendOn, data_Receive
 //   end of a good store   data_EndOrderly, then close
 //   end of a broken one   x_Reset, then close
-//   server gone           data_NoteLoss          no reply is worth a long wait any more
+//   server gone           data_NoteLoss          no more long waits for a reply
 #ifndef DATA_DATA_H
 #define DATA_DATA_H
 
@@ -23,40 +24,40 @@
 
 #include "record/record.h"
 
-// Options of a listener that its connections inherit: on an idle connection a server that vanished is
-// noticed after 60 + 8 * 15 seconds of silence; a slow one answers the probes and never is.
+// Options of a listener that its connections inherit. A server that vanishes while a connection is
+// idle is noticed after 60 + 8 * 15 seconds. A slow server answers the probes.
 void data_SetKeepAlive(int hListener);
 
-// KORVA_SOCKET_BUFFER, for a listener that does not listen yet: its connections inherit the buffers,
-// and the window scale that they announce follows from them.
+// KORVA_SOCKET_BUFFER. Must be set before listen(): connections inherit the buffers, which
+// determine the window scale that they announce.
 void data_SetBuffers(int hListener);
 
-// KORVA_RATE_LIMIT, for the connection of a store. The system spreads the packets: a block costs
-// nothing. One that cannot do it leaves the store as fast as it is.
+// KORVA_RATE_LIMIT, for the connection of a store. The system paces the packets, so a block costs
+// nothing. If the system cannot do this, the store runs at full speed.
 void data_LimitRate(int hData);
 
-// With KORVA_PORT_RANGE, whether the port of a socket is free for another listener already. The system
-// remembers a connection for a minute after its end, so a hundred ports would carry a hundred objects
-// each minute. An ended connection shares its port with the next listener; a live one does not, for a
-// server that always connects from its port 20 could not reach both.
+// With KORVA_PORT_RANGE, sets whether another listener may share the port of a socket. The system
+// remembers a connection for a minute after its end, which would limit a hundred ports to a hundred
+// objects per minute. So an ended connection shares its port with the next listener. A live one
+// does not, because a server that always connects from its port 20 could not reach both.
 void data_ShareRange(int hSocket, bool bShare);
 
-// What ended the wait for the connection.
+// Why the wait for the connection ended.
 enum
 {
     DATA_FAILED = -1, // errno says why
-    DATA_REFUSED = -2 // such a reply waits on the control connection
+    DATA_REFUSED = -2 // a negative reply waits on the control connection
 };
 
-// Waits for the server's connection, for BSA_TIMEOUT seconds when that is set.
-//   hListener   set to O_NONBLOCK: as a rule the connection is there already
-//   fpRefuses   whether a reply of which the first byte is here means that no connection will come
+// Waits for the server's connection, for BSA_TIMEOUT seconds if that is set.
+//   hListener   set to O_NONBLOCK, because the connection usually waits already
+//   fpRefuses   whether a reply that begins with this byte means that no connection will come
 //   cpFunction  name for the trace
-// Returns the data socket, the caller's, or one of the two values above.
+// Returns the data socket, which the caller closes, or one of the two values above.
 int data_Accept(int hListener, int SControl, bool (*fpRefuses)(const char *szReply),
                 const char *cpFunction);
 
-// One send of the rest of a block.
+// Sends the rest of a block once.
 inline ssize_t data_Send(const BSA_DataBlock *spBlock, size_t uSent)
 {
     return send(xbsa_DataSocket(), spBlock->bufferPtr + uSent, spBlock->bufferLen - uSent,
@@ -70,11 +71,11 @@ typedef struct
     ssize_t iLast;       // result of the last call
 } DATA_PROGRESS;
 
-// Sends what the first send of a block left, with five retries for each send that fails.
+// Sends what the first send of a block left, and retries each failed send five times.
 //   iFirst  result of that send
 DATA_PROGRESS data_SendOn(const BSA_DataBlock *spBlock, ssize_t iFirst);
 
-// Receives until the block is full or the server has closed. Leaves errno after a failure.
+// Receives until the block is full or the server has closed. Sets errno after a failure.
 inline DATA_PROGRESS data_Receive(const BSA_DataBlock *spBlock)
 {
     DATA_PROGRESS sRead = {0, 0};
@@ -89,11 +90,11 @@ inline DATA_PROGRESS data_Receive(const BSA_DataBlock *spBlock)
     return sRead;
 }
 
-// Notes that the server has vanished when the error of a send or receive says so.
+// Records that the server has vanished if the error of a send or receive shows it.
 void data_NoteLoss(int iError);
 
-// Announces the end of a whole object; a child of the host that holds the connection too cannot hide
-// it. Returns false with errno when the connection had ended before.
+// Announces the end of a whole object, even if a child of the host shares the connection. Returns
+// false with errno if the connection had ended before.
 bool data_EndOrderly(int hData);
 
 #endif

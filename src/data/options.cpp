@@ -1,4 +1,4 @@
-// Socket options over the life of a data connection.
+// Socket options of a data connection.
 #include "data/data.h"
 
 #include <netinet/in.h>
@@ -32,8 +32,8 @@ void data_SetKeepAlive(int hListener)
     }
 }
 
-// Asks for a buffer of the size that is set. Returns whether the system has granted it.
-//   cpLimit  the system's setting that limits it
+// Requests a buffer of the configured size. Returns whether the system granted it.
+//   cpLimit  the system setting that limits it
 static bool SetBuffer(int hListener, int iOption, const char *cpLimit)
 {
     const int iAsked = sPrivate.sNetwork.iBuffer;
@@ -41,14 +41,14 @@ static bool SetBuffer(int hListener, int iOption, const char *cpLimit)
     socklen_t uSize = sizeof iGranted;
     setsockopt(hListener, SOL_SOCKET, iOption, &iAsked, sizeof iAsked);
     getsockopt(hListener, SOL_SOCKET, iOption, &iGranted, &uSize);
-    iGranted /= 2; // the system doubles what it is asked for, for its own needs
+    iGranted /= 2; // the system doubles the request for its own needs
     if (iGranted >= iAsked) return true;
     TRACE("stpc_port: KORVA_SOCKET_BUFFER = %d: %s allows only %d.", iAsked, cpLimit, iGranted);
     return false;
 }
 
-// A buffer that was set by hand no longer grows by itself, so one that came out too small might be
-// smaller than without the setting: such a buffer is left to the system again (Linux 5.15).
+// A buffer of fixed size no longer grows. If it came out too small, it may be worse than none, so
+// it is left to the system again (Linux 5.15).
 void data_SetBuffers(int hListener)
 {
     enum
@@ -80,7 +80,7 @@ void data_ShareRange(int hSocket, bool bShare)
     setsockopt(hSocket, SOL_SOCKET, SO_REUSEADDR, &iShare, sizeof iShare);
 }
 
-// The hook of callers; the library sets its own options elsewhere.
+// For callers; the library sets its own options elsewhere.
 int xbsaDSopt(int, ENUM_DIRECTION)
 {
     return 0;

@@ -1,4 +1,4 @@
-// XXH3-128, compiled in from its header: the library needs no other at run time.
+// XXH3-128, compiled in from its header so that the library needs no other library at run time.
 #define XXH_INLINE_ALL
 #include <xxhash.h>
 

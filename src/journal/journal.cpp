@@ -1,4 +1,4 @@
-// The life of the journal's file and of an object's entry.
+// Opens, writes and closes the journal; begins and ends an object's entry.
 #include "journal/journal.h"
 
 #include <cerrno>
@@ -37,7 +37,7 @@ static void Release()
     sPrivate.spJournal = nullptr;
 }
 
-// An object that nobody ended owes its line. A child of the host owes none for its parent's.
+// An object that nobody ended still gets its line, but not from a child of the host.
 static void Abandon(const char *cpReason)
 {
     if (sPrivate.spJournal == nullptr) return;
@@ -88,7 +88,7 @@ void journal_Add(const BSA_DataBlock *spBlock, unsigned int uMoved)
     journal_AddToChecksum(spJournal, spBlock->bufferPtr, uMoved);
 }
 
-// A file that the host has closed, or that could not be opened before, is opened again.
+// Reopens a file that the host has closed or that could not be opened before.
 void journal_End(bool bWhole, const char *cpReason)
 {
     JOURNAL *spJournal = sPrivate.spJournal;
@@ -101,7 +101,7 @@ void journal_End(bool bWhole, const char *cpReason)
     ssize_t iLength = static_cast<ssize_t>(journal_Compose(spJournal, bWhole));
     if (!x_IsOpen(&spJournal->sFile)) Open(spJournal);
     if (spJournal->sFile.hFile == -1) return;
-    errno = ENOSPC; // what a write that took half of the line means
+    errno = ENOSPC; // a partial write means a full disk
     if (x_Append(&spJournal->sFile, spJournal->szLine, static_cast<size_t>(iLength)) != iLength)
     {
         TraceFailure(spJournal, "a line is lost");

@@ -1,22 +1,22 @@
-// The journal: one line of JSON for each object of a session with KORVA_JOURNAL.
+// The journal: one line of JSON for each object, if KORVA_JOURNAL is set.
 //
-// Promises: off means one comparison for each call. An object gets one line, at its end, by one write; a
-// line that cannot be written is traced and changes no result. No password is in a line. A line is valid
-// JSON whatever the names hold.
+// Promises: a switched-off journal costs one comparison per call. An object gets one line, at its
+// end, with one write. A failed write is traced and does not change a result. A line contains no
+// password and is valid JSON whatever the names contain.
 // Needs: trace, record, util.
 //
-//   journal.cpp   the life of the file and of an object's entry
+//   journal.cpp   the file and an object's entry
 //   line.cpp      an entry as JSON
-//   checksum.cpp  XXH3-128 of the bytes that were moved
+//   checksum.cpp  XXH3-128 of the bytes moved
 #ifndef JOURNAL_JOURNAL_H
 #define JOURNAL_JOURNAL_H
 
 #include "record/record.h"
 
-// Opens the journal of a new session, or closes that of an earlier one.
+// Opens the journal of a new session, or closes that of an earlier session.
 void journal_Start();
 
-// Begins the entry of an object. An object that is still open has been cut: its line is written first.
+// Begins the entry of an object. Writes the line of an earlier object that is still open, as cut.
 void journal_Begin(ENUM_DIRECTION eDirection);
 
 // Whether blocks must be added.
@@ -25,15 +25,15 @@ inline bool journal_IsOn()
     return sPrivate.spJournal != nullptr;
 }
 
-// Adds the bytes that a call has moved.
+// Adds the bytes that a call moved.
 void journal_Add(const BSA_DataBlock *spBlock, unsigned int uMoved);
 
-// Writes the line of the open object; does nothing when there is none, or when it has its line.
+// Writes the line of the open object, if there is one that has no line yet.
 //   bWhole    whether the object got through
-//   cpReason  error of the line when the object has kept no message
+//   cpReason  error of the line if the object has no message
 void journal_End(bool bWhole, const char *cpReason);
 
-// Writes the line that is owed and closes the file; the unloading of the library calls it.
+// Writes a missing line and closes the file. Called when the library is unloaded.
 void journal_Release();
 
 // --- Inside the room ---
@@ -49,7 +49,7 @@ enum
     JOURNAL_DIGITS = 32
 };
 
-// Writes the digits of the bytes so far, with a terminator.
+// Writes the digits of the checksum so far, with a terminator.
 void journal_ReadChecksum(const JOURNAL *spJournal, char (&szDigits)[JOURNAL_DIGITS + 1]);
 
 #endif

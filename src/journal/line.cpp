@@ -1,4 +1,4 @@
-// An entry as one line of JSON.
+// Composes an entry as one line of JSON.
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -8,7 +8,7 @@
 
 enum
 {
-    HOST_LONGEST = 255 // bytes of a host's name that are shown
+    HOST_LONGEST = 255 // bytes shown of a host's name
 };
 
 // Where the next text goes. The line has room for the longest fields.
@@ -28,25 +28,26 @@ __attribute__((format(printf, 2, 3))) static void Put(ENTRY *spEntry, const char
     if (iLength > 0 && static_cast<size_t>(iLength) < uRoom) spEntry->cpNext += iLength;
 }
 
-// Length of the UTF-8 character that a terminated text begins with. 0: it is not one.
+// Length of the UTF-8 character at the start of a terminated text, or 0.
 static size_t CharacterLength(const unsigned char *bypText)
 {
     const unsigned char byFirst = bypText[0];
     const unsigned char bySecond = byFirst != 0 ? bypText[1] : 0;
     size_t uLength = byFirst < 0x80 ? 1 : byFirst < 0xE0 ? 2 : byFirst < 0xF0 ? 3 : 4;
     if ((byFirst >= 0x80 && byFirst < 0xC2) || byFirst > 0xF4) return 0;
-    if (byFirst == 0xE0 && bySecond < 0xA0) return 0; // longer than it need be
-    if (byFirst == 0xED && bySecond > 0x9F) return 0; // half of a pair
+    if (byFirst == 0xE0 && bySecond < 0xA0) return 0; // overlong
+    if (byFirst == 0xED && bySecond > 0x9F) return 0; // surrogate
     if (byFirst == 0xF0 && bySecond < 0x90) return 0;
-    if (byFirst == 0xF4 && bySecond > 0x8F) return 0; // above the last character
+    if (byFirst == 0xF4 && bySecond > 0x8F) return 0; // beyond Unicode
     for (size_t uAt = 1; uAt < uLength; uAt++)
     {
-        if ((bypText[uAt] & 0xC0) != 0x80) return 0; // the terminator ends the loop, too
+        if ((bypText[uAt] & 0xC0) != 0x80) return 0; // also stops at the terminator
     }
     return uLength;
 }
 
-// A name may be in any character set: a byte that is not UTF-8 stands for the character of its number.
+// A name may be in any character set, so a byte that is not UTF-8 becomes the character of its
+// number.
 static void PutText(ENTRY *spEntry, const char *cpKey, const char *cpText, size_t uLongest)
 {
     char szText[XBSA_TRACE_SIZE];
@@ -65,7 +66,7 @@ static void PutText(ENTRY *spEntry, const char *cpKey, const char *cpText, size_
     Put(spEntry, "\"");
 }
 
-// Whole numbers only: the host's language may write a fraction with a comma.
+// Uses integers only, because the host's locale may print fractions with a comma.
 static void PutTimes(ENTRY *spEntry, const JOURNAL *spJournal)
 {
     struct timespec sNow = {0, 0};

@@ -1,7 +1,7 @@
-// Who owns the connections whose numbers the record shows.
+// Tracks who owns the connections in the record.
 #include "record/record.h"
 
-// Closes a connection of ours unless the host has closed it and uses its number.
+// Closes our connection unless the host has closed it and reuses its number.
 static void LetGo(CONNECTION *spConnection)
 {
     if (spConnection->hOwn == -1) return;
@@ -9,8 +9,8 @@ static void LetGo(CONNECTION *spConnection)
     spConnection->hOwn = -1;
 }
 
-// The connections of an open transfer are the caller's to end; those that a failed open left are
-// nobody's. The new number may be that of an old connection which the host has closed.
+// The caller ends the connections of an open transfer; those of a failed open have no owner. The
+// new number may be that of an old connection which the host has closed.
 void xbsa_StoreConnection(CONNECTION *spConnection, int hSocket)
 {
     if (sPrivate.eTransfer == TRANSFER_IDLE && spConnection->hOwn != hSocket) LetGo(spConnection);
@@ -58,7 +58,7 @@ void xbsa_ForgetSession()
     sPrivate.sData.hClosed = -1;
 }
 
-// A host that unloads the library gets its connections back.
+// Closes our connections when the host unloads the library.
 __attribute__((destructor)) static void UnloadConnections()
 {
     LetGo(&sPrivate.sData);

@@ -1,5 +1,5 @@
-// Freezes sizes and offsets of every record that a caller or a debugger reaches: a host that was
-// built against these headers, and a test that walks the record, rely on each number.
+// Fixes sizes and offsets of every record that callers or debuggers can reach: hosts built with
+// these headers rely on each number.
 #include <cstddef>
 
 #include "xbsa_session.h"

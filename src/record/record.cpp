@@ -1,4 +1,4 @@
-// The one record and its private companion.
+// Defines the session record and the private state.
 #include "record/record.h"
 
 #include <unistd.h>

@@ -1,14 +1,14 @@
-// What the library knows: the session record, which everybody may see, and the private state.
+// The library's state: the public session record and the private state.
 //
-// Promises: whatever a caller writes into the record, closes itself or restores from a copy, nothing
-// is closed or freed that the library did not make. Nothing private outlives a session but the log,
-// the trace buffer and a query result, which are kept for the life of the process.
+// Promises: whatever a caller writes into the record, closes itself or restores from a copy, the
+// library closes and frees only what it has made. Only the log, the trace buffer and a query result
+// outlive a session; they are kept for the life of the process.
 // Needs: util.
 //
 //   record.cpp       the two records and their first values
 //   connections.cpp  who owns the control and the data connection
 //   results.cpp      the memory of a query result
-//   layout.cpp       freezes the places of all fields that a caller reaches
+//   layout.cpp       fixes the offsets of all fields that a caller reaches
 #ifndef RECORD_RECORD_H
 #define RECORD_RECORD_H
 
@@ -20,65 +20,65 @@
 // A connection of the record.
 typedef struct
 {
-    int *hpField; // the number in the record, which callers may write
+    int *hpField; // the number in the record, which callers may change
     int hOwn;     // open, made by xbsa_open; -1 none
-    FILE_ID sID;  // what hOwn denoted then
-    int hClosed;  // value of the field that BSAEndData has closed; -1 none
+    FILE_ID sID;  // what hOwn referred to then
+    int hClosed;  // number that BSAEndData has closed; -1 none
 } CONNECTION;
 
-// How far the transfer of the current object is.
+// Progress of the current object's transfer.
 typedef enum
 {
     TRANSFER_IDLE,
     TRANSFER_STORING,
     TRANSFER_RESTORING,
-    TRANSFER_CUT_BY_RESTORE, // a restore was opened while a backup was; the restore may be open
+    TRANSFER_CUT_BY_RESTORE, // a restore began during a backup, and may be open
     TRANSFER_CUT_BY_END      // the transaction ended first (strict mode)
 } TRANSFER;
 
-// What became of the object so far; the worst counts.
+// State of the object so far; the worst value counts.
 typedef enum
 {
     OBJECT_WHOLE,
-    OBJECT_REJECTED, // a BSASendData was rejected, or by default a BSAGetData failed: bytes are missing
-    OBJECT_BROKEN, // a BSASendData failed on the connection; in strict mode a BSAGetData too
+    OBJECT_REJECTED, // bytes are missing: BSASendData was rejected, or by default BSAGetData failed
+    OBJECT_BROKEN,   // BSASendData failed on the connection; in strict mode also BSAGetData
 } HEALTH;
 
-// The log and what belongs to its lines.
+// The log and the parts of its lines.
 typedef struct
 {
-    char *cpBuffer;                     // trace buffer of our own making; null before the first
-    APPENDED sLog;                      // log of our own opening
+    char *cpBuffer;                     // our own trace buffer; null before its first use
+    APPENDED sLog;                      // the log that we opened
     time_t lStamped;                    // second that szStamp shows
-    char szStamp[64];                   // what each line begins with
+    char szStamp[64];                   // beginning of each line
     size_t uStamp;                      // its length
     char szMasked[XBSA_REPLY_SIZE + 2]; // a reply without its secrets, after a null byte
 } TRACE_STATE;
 
-// The journal of a session with KORVA_JOURNAL and what it knows of the current object. It is made by
-// the first such session, so that all others do not carry its memory.
+// The journal and its data about the current object. The first session with KORVA_JOURNAL allocates
+// it, so that other processes do not need its memory.
 typedef struct
 {
     char szPath[4096];
     APPENDED sFile;
 
     ENUM_DIRECTION eDirection;
-    bool bObject;                               // one was begun, its line is owed
+    bool bObject;                               // an object has begun and has no line yet
     struct timespec sBegun;                     // monotonic
-    unsigned long long ullBytes;                // that were moved
-    unsigned long long ullBlocks;               // calls that moved them
+    unsigned long long ullBytes;                // bytes moved
+    unsigned long long ullBlocks;               // calls that moved bytes
     char szError[XBSA_TRACE_SIZE];              // first failure of the object
     alignas(64) unsigned char byaChecksum[576]; // state of XXH3-128
 
-    char szLine[24576]; // room for every field with each of its bytes escaped
+    char szLine[24576]; // room for every field with all bytes escaped
 } JOURNAL;
 
-// Settings of the data connection that are off unless the environment asks for them: 0 for each.
+// Settings of the data connection from the environment; 0 for off.
 typedef struct
 {
     int iFirstPort; // KORVA_PORT_RANGE
     int iLastPort;
-    int iNextPort; // where the search for a free one begins
+    int iNextPort; // where the search for a free port begins
     int iRate;     // KORVA_RATE_LIMIT: bytes per second of a store
     int iBuffer;   // KORVA_SOCKET_BUFFER: bytes
 } NETWORK;
@@ -86,49 +86,49 @@ typedef struct
 typedef struct
 {
     // settings of BSAInit
-    bool bStrict; // KORVA_STRICT=1: no result hides a failure
-    int iProcess; // process that BSAInit ran in
+    bool bStrict; // KORVA_STRICT=1: results hide no failure
+    int iProcess; // process that called BSAInit
     NETWORK sNetwork;
 
     // the current object
     TRANSFER eTransfer;
     HEALTH eHealth;
-    bool bServerLost; // the server vanished: it gets one second for each reply
-    bool bNoUtility;  // the utility could not be run for the open
+    bool bServerLost; // the server vanished: wait one second for each reply
+    bool bNoUtility;  // the utility could not be run for opening
     bool bMoreLines;  // the opening reply has lines that were not read
     CONNECTION sControl;
     CONNECTION sData;
 
     // the utility
-    bool bAnswered;                 // its last task got a positive answer
-    BSA_ObjectDescriptor *spResult; // query result of our own making; null for none
-    bool bResultSpent;              // it was handed out, or the list was emptied
+    bool bAnswered;                 // the last task got a positive answer
+    BSA_ObjectDescriptor *spResult; // our own query result, or null
+    bool bResultSpent;              // it was returned, or the list was emptied
 
     TRACE_STATE sTrace;
-    JOURNAL *spJournal; // null: no journal is asked for
+    JOURNAL *spJournal; // null: no journal
 } _sPrivate;
 
 extern _sPrivate sPrivate;
 
 // --- The session (record.cpp) ---
 
-// Whether this process is a child of the one that the session belongs to: in strict mode it may
-// not end its parent's object.
+// Whether this process is a child of the session's process. In strict mode a child may not end its
+// parent's object.
 bool xbsa_IsForeignProcess();
 
-// Whether a call may go on with this handle.
+// Whether the handle is valid.
 inline bool xbsa_IsHandle(long lHandle)
 {
     return lHandle == sGlobal.sSession.lBSAHandle && !xbsa_IsForeignProcess();
 }
 
-// Bytes moved for this object, as a whole number: printing a double for every block is slow.
+// Bytes moved for this object, as an integer: printing a double for every block is slow.
 inline long long xbsa_BytesMoved()
 {
     return static_cast<long long>(sGlobal.sSession.dBytes);
 }
 
-// Notes a failed BSASendData, or BSAGetData in strict mode.
+// Records a failed BSASendData, or BSAGetData in strict mode.
 void xbsa_NoteHealth(HEALTH eHealth);
 
 // Whether the object did not get through whole. By default a rejected call does not count.
@@ -139,7 +139,7 @@ bool xbsa_IsCut();
 
 // --- Connections (connections.cpp) ---
 
-// A number that BSAEndData has closed may be in use by the host. These give -1 for it.
+// These return -1 for a number that BSAEndData has closed, because the host may use it.
 inline int xbsa_ControlSocket()
 {
     int hSocket = sGlobal.sSession.SControl;
@@ -152,31 +152,31 @@ inline int xbsa_DataSocket()
     return hSocket == sPrivate.sData.hClosed ? -1 : hSocket;
 }
 
-// Stores a new connection (or -1) in the record. Closes what a failed open left there before.
+// Stores a new connection (or -1) in the record. Closes what an earlier failed open left there.
 void xbsa_StoreConnection(CONNECTION *spConnection, int hSocket);
 
-// Closes the connection, leaving its number in the record. Returns the result of close.
-//   bSocket  whether the number denotes a socket: the host may have closed ours and opened a file
+// Closes the connection but leaves its number in the record. Returns the result of close.
+//   bSocket  whether the number is a socket: the host may have closed ours and opened a file
 int xbsa_CloseConnection(CONNECTION *spConnection, bool bSocket);
 
-// Forgets the object: the next call meets the state of a new session.
+// Forgets the object, so that the next call finds the state of a new session.
 void xbsa_ForgetObject();
 
-// Cuts a transfer that nobody ended, since a server may serve one client at a time, and forgets it.
+// Cuts and forgets a transfer that nobody ended, because a server may serve one client at a time.
 void xbsa_CutTransfer();
 
-// Ends what is remembered of an earlier session.
+// Forgets an earlier session.
 void xbsa_ForgetSession();
 
 // --- Query results (results.cpp) ---
 
-// Makes an empty query result. Returns null without memory.
+// Makes an empty query result. Returns null if memory is exhausted.
 BSA_ObjectDescriptor *qab_NewResult();
 
 // Empties the list.
 void qab_ClearResults();
 
-// Frees our own result; the unloading of the library calls it.
+// Frees our own result. Called when the library is unloaded.
 void qab_ReleaseResult();
 
 #endif

@@ -1,13 +1,13 @@
-// The memory of a query result. The record's list is the caller's to read and to write.
+// Manages the memory of a query result. Callers may read and write the record's list.
 //
-// One block serves every query of the process: a caller that puts an earlier copy of the record back
-// finds it still there.
+// All queries of the process share one block, so that it still exists when a caller restores an
+// earlier copy of the record.
 #include <cstring>
 
 #include "record/record.h"
 
-// A result that was never handed out and to which the record does not lead any more is the caller's,
-// who took it out. Any other block is ours to use again.
+// If a result was never returned and the record no longer points to it, a caller has taken it and
+// owns it. Any other block can be reused.
 static void TakeBackResult()
 {
     bool bOurs = sPrivate.bResultSpent;
@@ -40,5 +40,5 @@ __attribute__((destructor)) void qab_ReleaseResult()
 {
     TakeBackResult();
     x_Free(sPrivate.spResult);
-    sPrivate.spResult = nullptr; // a call after it, by another library that ends, starts anew
+    sPrivate.spResult = nullptr; // another library's destructor may still call us
 }

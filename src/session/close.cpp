@@ -1,10 +1,10 @@
 // The end of an object.
 //
-//   data connection   orderly end of a store (a reset when it is not whole), or a plain close
+//   data connection   orderly end of a store (a reset if it is not whole), or just a close
 //   control           <- 226            read only after a good close of the data connection
-//                     -> QUIT           always, a rejected call included
-//                     <- 221, then it is closed
-//   COM utility       closejob, close   in an Informix session, with the status so far
+//                     -> QUIT           always, even after a rejected call
+//                     <- 221, then close
+//   COM utility       closejob, close   in Informix mode, with the status so far
 #include <cerrno>
 #include <cstring>
 
@@ -19,14 +19,14 @@ enum
     PATIENCE = 1 // seconds for a reply that may never come
 };
 
-// Gives a server that may not answer a last chance. Returns the flags for the receive.
+// Gives a server that may be gone a last chance to answer. Returns the flags for the receive.
 static int AwaitShortly()
 {
     return x_AwaitBytes(xbsa_ControlSocket(), PATIENCE) ? 0 : static_cast<int>(MSG_DONTWAIT);
 }
 
-// Reads one line of the server. Nothing is read from the connection after the object's end, so
-// bytes that came with this line may wait for the next call.
+// Reads one line from the server. Bytes that arrive with it may wait for the next call, because
+// nothing else reads the connection after the object's end.
 //   iFlags  MSG_DONTWAIT takes only what has arrived
 static int ReceiveLine(char *szReply, int iFlags, STPC_REST *spRest)
 {
@@ -36,8 +36,8 @@ static int ReceiveLine(char *szReply, int iFlags, STPC_REST *spRest)
     return iRet;
 }
 
-// Of an opening reply of several lines only the first was read. Strict mode passes over the others:
-// the closing reply comes after the last of them, or instead of it.
+// Only the first line of a multi-line opening reply was read. Strict mode skips the others: the
+// closing reply comes after the last of them, or instead of it.
 static int ReceiveClosing(char *szReply, STPC_REST *spRest)
 {
     char szOpenCode[REPLY_CODE + 1] = "";
@@ -85,8 +85,9 @@ static int CloseData(bool bSocket, STPC_REST *spRest)
     return iRet;
 }
 
-// Some servers confirm half an object: what they say counts only when the connection ended well.
-//   hKept  the connection, kept open over the reply
+// Some servers confirm half an object, so their reply counts only if the data connection ended
+// well.
+//   hKept  the data connection, kept open until the reply
 static int CheckConfirmed(bool bEnded, int hKept)
 {
     if (bEnded && hKept != -1 && x_SocketError(hKept) == 0) return BSA_RC_SUCCESS;
@@ -106,7 +107,7 @@ static int CloseWhole(STPC_REST *spRest)
     return iRet;
 }
 
-// The end of a backup that is not whole is a reset, that of a restore needs no ceremony.
+// A backup that is not whole ends with a reset; a restore is just closed.
 static int CloseTransfer(STPC_REST *spRest)
 {
     bool bStore = sPrivate.eTransfer == TRANSFER_STORING ||
@@ -127,7 +128,7 @@ static int EndTransfer(STPC_REST *spRest)
     return bCut ? static_cast<int>(BSA_RC_ABORT_SYSTEM_ERROR) : iRet;
 }
 
-// The status for the COM utility. A failed send stays, even when the server then says 226.
+// The status for the COM utility. A failed send remains a failure even if the server replies 226.
 static void NoteStatus(int iRet)
 {
     int *ipStatus = &sGlobal.sObject.sSMS.iOpStatus;
@@ -137,9 +138,9 @@ static void NoteStatus(int iRet)
     else if (iRet != BSA_RC_SUCCESS || *ipStatus == OP_STATUS_GOOD) *ipStatus = OP_STATUS_FAILED;
 }
 
-// A rejected call leaves the data connection open, and a server in the middle of a transfer does not
-// read QUIT: both sides would wait for ever. Such a connection is reset, for the object is not whole.
-// Returns the flags for the receive of the reply.
+// A rejected call leaves the data connection open, and a server does not read QUIT during a
+// transfer: both sides would wait for ever. The connection is reset, because the object is not
+// whole. Returns the flags for receiving the reply.
 static int FreeServer(bool bRejected)
 {
     if (sPrivate.bServerLost) return AwaitShortly();
@@ -150,7 +151,7 @@ static int FreeServer(bool bRejected)
     return 0;
 }
 
-// No reply comes to a QUIT that could not be sent.
+// A QUIT that could not be sent gets no reply.
 static void SayQuit(bool bRejected, STPC_REST *spRest)
 {
     char szQuit[] = "QUIT\r\n";
@@ -163,7 +164,7 @@ static void SayQuit(bool bRejected, STPC_REST *spRest)
     xbsa_CloseConnection(&sPrivate.sControl, bSocket);
 }
 
-// Closes the job of an Informix session. Returns its result, or the one given when there is none.
+// Closes the job in Informix mode. Returns the result, or the given one if there is no job.
 static int CloseJob(int iRet)
 {
     ENUM_COM_TASK eTask = COM_CLOSE_WRITE;
@@ -182,8 +183,8 @@ static int CloseJob(int iRet)
     return iRet;
 }
 
-// Whether the failure shows whatever the job's close returns: a backup that was cut, and in strict mode
-// an object that did not get through whole or had no job.
+// Whether closing the job must not hide the failure: a backup that was cut, and in strict mode an
+// object that did not get through whole or had no job.
 static bool HasFailed(int iData)
 {
     if (xbsa_IsCut()) return true;
@@ -192,7 +193,7 @@ static bool HasFailed(int iData)
     return iData != BSA_RC_SUCCESS || xbsa_IsIncomplete() || sPrivate.bNoUtility;
 }
 
-// The journal shows by default, too, what only strict mode returns.
+// The journal always records what only strict mode returns.
 static void WriteJournal(int iData, int iRet)
 {
     bool bWhole = iRet == BSA_RC_SUCCESS && iData == BSA_RC_SUCCESS && !xbsa_IsCut() &&
@@ -200,8 +201,8 @@ static void WriteJournal(int iData, int iRet)
     journal_End(bWhole, "A call for the object failed.");
 }
 
-// A restore's own result is not reported, and that of a backup gives way to the job's: callers know
-// it so. Strict mode hides neither.
+// By default the result of a restore is not reported, and the job's result replaces that of a
+// backup: callers rely on it. Strict mode hides neither.
 int xbsa_EndObject(int iCall)
 {
     const bool bBackup = (sGlobal.sSession.iLastCall & CALL_CREATE_OBJECT) != 0 || xbsa_IsCut();

@@ -1,4 +1,4 @@
-// The list of command lines that opens a transfer.
+// Builds the list of command lines that opens a transfer.
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -14,7 +14,7 @@ enum
     LINE_END = 2 // CR LF, appended when the line is sent
 };
 
-// A line break in a value would be a command of its own.
+// A line break in a value would start another command.
 static int CheckValue(const char *cpWhat, const char *cpValue)
 {
     if (!x_HasControl(cpValue)) return 0;
@@ -32,7 +32,7 @@ static int CheckValues(int iMode)
     return iRet;
 }
 
-// A line that does not fit is refused: a name that was cut is another object's name.
+// A line that does not fit is refused, because a truncated name is another object's name.
 __attribute__((format(printf, 2, 3))) static int MakeLine(char *cpSlot, const char *cpFormat, ...)
 {
     va_list vaArguments;

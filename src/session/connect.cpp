@@ -14,10 +14,10 @@ enum
 {
     KEEPALIVE_DEFAULT = 120,
     KEEPALIVE_SECOND = 600000,
-    CONNECT_WAIT_MS = 600 * 1000 // how long an interrupted connect is given
+    CONNECT_WAIT_MS = 600 * 1000 // limit for an interrupted connect
 };
 
-// The system's look-up comes first, the dotted address is the fallback.
+// The system's look-up comes first; a dotted address is the fallback.
 static int ResolveHost(struct in_addr *spAddress)
 {
     const char *cpHost = sGlobal.sObject.sSMS.szHostName;
@@ -35,8 +35,8 @@ static int ResolveHost(struct in_addr *spAddress)
                   "gethostbyname() call failed or invalid IP for host: %s", cpHost);
 }
 
-// Completes a connect that a signal interrupted. A wait that runs out counts as connected. A server
-// that greets at once makes the socket readable too, so SO_ERROR distinguishes it from a refusal.
+// Completes a connect that a signal interrupted. A time-out counts as connected. A server that
+// greets at once makes the socket readable too, so SO_ERROR distinguishes it from a refusal.
 static int AwaitConnect(int hSocket)
 {
     struct pollfd sPoll = {hSocket, POLLIN | POLLOUT, 0};
@@ -75,7 +75,7 @@ static int ConnectTo(int hSocket, const struct in_addr *spAddress)
     return iRet;
 }
 
-// A socket that could not be made goes on to the connect, which fails and is reported as such.
+// If there is no socket, the connect fails too and is what gets reported.
 static int OpenConnection()
 {
     struct in_addr sAddress = {};
@@ -117,7 +117,7 @@ static int SetKeepAlive(int hSocket, int iValue)
                   "setsockopt() failed for flag SO_KEEPALIVE. Value = %d", iValue);
 }
 
-// Two values for one switch: what tools that watch the calls have always seen.
+// Sets the switch with two values, as tools that trace the system calls have always seen it.
 int xbsaCSopt(int hCSocket)
 {
     int iTimeOut = static_cast<int>(sGlobal.ulTimeOut);

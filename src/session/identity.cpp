@@ -1,4 +1,4 @@
-// The login identity: which account on which host is logging in.
+// Makes the login identity: which account on which host logs in.
 #include <cstdio>
 #include <cstring>
 #include <netdb.h>
@@ -40,8 +40,8 @@ static int TraceFailure(const char *cpCall, unsigned long ulError)
     return -1;
 }
 
-// The local end of the control connection: on a host with several addresses, the one on the route
-// to the server.
+// The local address of the control connection. On a host with several addresses it is the one on
+// the route to the server.
 static int LocalAddress(int hSocket, struct sockaddr_in *spAddress)
 {
     socklen_t uSize = sizeof *spAddress;
@@ -57,7 +57,7 @@ static int LocalAddress(int hSocket, struct sockaddr_in *spAddress)
     return 0;
 }
 
-// Half a host name would be a wrong identity: a name that does not fit is refused.
+// A name that does not fit is refused, because half a host name is a wrong identity.
 static int CopyHostName(char *cpHost, const char *cpName)
 {
     if (x_CopyText(cpHost, HOST_SIZE, cpName) == 0) return 0;
@@ -65,7 +65,7 @@ static int CopyHostName(char *cpHost, const char *cpName)
     return -1;
 }
 
-// Address to name, and that name to the official one.
+// Looks up the name of the address, then the official name of that name.
 static int LocalHostName(const struct sockaddr_in *spAddress, char *cpHost)
 {
     TRACE("make_KORVA_authentication: Calling gethostbyaddr() ...");
@@ -89,7 +89,7 @@ static int AppendHost(char *cpIdentity, const char *cpHost)
     return static_cast<size_t>(iLength) >= IDENTITY_SIZE - uAccount ? -1 : 0;
 }
 
-// A room equal to the length is accepted and then holds no terminator.
+// Room for exactly the text is accepted; then the terminator is missing.
 static int HandOver(const char *cpWhat, const char *cpText, char *cpRoom, unsigned int *uipRoom)
 {
     size_t uLength = strlen(cpText);

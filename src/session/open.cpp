@@ -1,4 +1,4 @@
-// From the server's coordinates to an open data connection.
+// Opens a transfer: from the server's address to a data connection.
 #include <cstring>
 
 #include "record/record.h"
@@ -40,7 +40,7 @@ static int ConnectControl()
     return 0;
 }
 
-// A server that handed out no user wants to know which account on which host logs in.
+// A server that has assigned no user wants to know which account on which host logs in.
 static int MakeIdentity()
 {
     _sSMS *spSMS = &sGlobal.sObject.sSMS;
@@ -59,7 +59,7 @@ static int MakeIdentity()
     return -1;
 }
 
-// Only the first line of a greeting is read, and its code is not looked at.
+// Reads only the first line of the greeting, and ignores its code.
 static int ReadGreeting(OPEN_WORK *spWork)
 {
     TRACE("xbsa_open: Calling stpc_recv()");
@@ -79,7 +79,7 @@ static int ReadGreeting(OPEN_WORK *spWork)
     return 0;
 }
 
-// Has the COM utility close job and session as failed.
+// Makes the COM utility close job and session as failed.
 static void CloseFailedJob(int iMode)
 {
     sGlobal.sSession.iOpStatus = -1;
@@ -103,7 +103,7 @@ static int OpenConversation(OPEN_WORK *spWork)
     return spWork->SData;
 }
 
-// A backup that this restore cut stays known as such.
+// A backup that this restore has cut stays marked as cut.
 static void StoreTransfer(int hData, int iMode)
 {
     const TRANSFER eMode = iMode == STOR_MODE ? TRANSFER_STORING : TRANSFER_RESTORING;

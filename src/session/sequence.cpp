@@ -1,8 +1,8 @@
-// Plays the list of commands and reads the replies.
+// Sends the list of commands and reads the replies.
 //
-//   USER  PASS  TYPE  CWD    each is sent, then its reply read to the last line
-//   STOR or RETR             a negative reply before it shows here, or in the CWD that became QUIT
-//   QUIT                     only when the transfer command failed; its reply is not read
+//   USER  PASS  TYPE  CWD    sends each, then reads its reply to the last line
+//   STOR or RETR             fails after an earlier negative reply; after a refused CWD it is QUIT
+//   QUIT                     only if the transfer command failed; its reply is not read
 #include <cstdio>
 #include <cstring>
 
@@ -10,7 +10,7 @@
 #include "session/session.h"
 #include "trace/trace.h"
 
-// What a step of the sequence asks for.
+// What follows a step of the sequence.
 enum
 {
     NEXT_COMMAND, // go on with the next slot
@@ -22,8 +22,8 @@ enum
     VERB_LENGTH = 4
 };
 
-// A refused command is reported and the sequence goes on: the transfer command fails then. Only
-// after a refused CWD it must not be sent, for the object would land in another folder.
+// A refused command is reported, then the sequence continues and the transfer command fails. Only
+// after a refused CWD it must not be sent, because the object would get into another directory.
 static void NoteNegativeReply(OPEN_WORK *spWork)
 {
     if (!stpc_IsNegative(spWork->szLine)) return;
@@ -52,7 +52,7 @@ static int ReadReply(OPEN_WORK *spWork)
     return NEXT_COMMAND;
 }
 
-// The password shows only for the service user, whose password is just account and host.
+// The password is shown for the service user only, whose password is just account and host.
 static void TraceCommand(const OPEN_WORK *spWork)
 {
     bool bSecret = strncmp(spWork->szCommand, "PASS", VERB_LENGTH) == 0 &&
@@ -93,8 +93,8 @@ static int EndPlay(const OPEN_WORK *spWork, ENUM_DIRECTION eDirection)
     return STOP_SEQUENCE;
 }
 
-// A name with a blank ends there, as existing callers expect. Strict mode takes the whole name,
-// which is what the store of the same object sent.
+// A name ends at its first blank, as existing callers expect. Strict mode uses the whole name, as
+// the store of the same object did.
 static int PlayRetrieve(OPEN_WORK *spWork)
 {
     char *cpName = sPrivate.bStrict ? spWork->szPlain + strlen("RETR ") : TakeWord(spWork);
@@ -108,7 +108,7 @@ static int PlayStore(OPEN_WORK *spWork)
     return EndPlay(spWork, STOR_MODE);
 }
 
-// The prepared list never holds LIST; this serves a list that does.
+// The prepared list never contains LIST, but a caller's list may.
 static int PlayList(OPEN_WORK *spWork)
 {
     static char szHere[] = ".";

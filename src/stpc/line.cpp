@@ -18,17 +18,17 @@ static int ReceiveBytes(int SControl, char *cpPiece, int iPiece, int iRecvOpt)
     return iRet;
 }
 
-// What has arrived of a line so far.
+// The part of a line that has arrived.
 typedef struct
 {
     char *szMessage;
     int iMsgLen;
     int iIndex;
-    char cCell; // the byte received last
+    char cCell; // the last byte received
 } LINE;
 
-// CR is stored as NUL, LF ends the line unstored; a byte that finds the buffer full ends it too and
-// is lost. Returns true at the end of the line.
+// CR is stored as NUL. LF ends the line and is not stored. A byte that does not fit ends the line,
+// too, and is lost. Returns true at the end of the line.
 static bool TakeByte(LINE *spLine, char cByte)
 {
     spLine->cCell = cByte;
@@ -39,8 +39,8 @@ static bool TakeByte(LINE *spLine, char cByte)
     return false;
 }
 
-// Peeks, then receives only up to the end of the line. With other flags, and in a trace of every
-// call, single bytes are received.
+// Peeks, then receives only up to the end of the line. Receives single bytes with other flags or
+// when every call is traced.
 //   bAhead  bytes after the line may come with it
 static int ReceivePiece(int SControl, char *cpPiece, int iPiece, int iRecvOpt, bool bAhead)
 {
@@ -56,7 +56,7 @@ static int ReceivePiece(int SControl, char *cpPiece, int iPiece, int iRecvOpt, b
     return ReceiveBytes(SControl, cpPiece, iReady, iRecvOpt);
 }
 
-// After the peer's close each further byte would be the last one again, until the buffer is full.
+// After the peer's close the last byte repeats until the buffer is full.
 static void FillLine(LINE *spLine)
 {
     int iRoom = spLine->iMsgLen - spLine->iIndex;
@@ -116,7 +116,7 @@ int stpc_RecvAhead(int SControl, char *szMessage, int iMsgLen, int iRecvOpt, STP
     return ReceiveMasked(SControl, szMessage, iMsgLen, iRecvOpt, spRest, true);
 }
 
-// The PASS line is hidden here too, in all its pieces, except that of the service user.
+// Masks the PASS line here too, in all its pieces, except for the service user.
 static bool IsSecret(const char *cpMessage, int iLength)
 {
     return iLength >= 5 && strncasecmp(cpMessage, "PASS ", 5) == 0 &&
@@ -146,7 +146,7 @@ int stpc_send(int SControl, char *szMessage, const int iMsgLen, int iSendOpt)
 
         TRACE_CALL("stpc_send: done send()...");
         if (iRet == -1) return i_Fail("stpc_send", GetSockErrCode(), "send() failed.");
-        if (iRet == 0) return 0; // no progress: a caller takes it for the failure that it is
+        if (iRet == 0) return 0; // no progress; callers treat it as a failure
         szMessage += iRet;
         iRest -= iRet;
     }

@@ -1,4 +1,4 @@
-// The listener of a transfer and its announcement to the server.
+// Creates the listener of a transfer and sends its address to the server.
 #include "stpc/stpc.h"
 
 #include <cerrno>
@@ -22,7 +22,7 @@ static int FailPort(const char *cpText)
     return i_Fail(szFunction, GetSockErrCode(), "%s", cpText);
 }
 
-// Another socket has the port; the next one may be free. A port of the system's choice is never taken.
+// Another socket has the port, but the next port may be free. A port chosen by the system is free.
 static int FailTry(int iPort, const char *cpText)
 {
     if (iPort == 0 || errno != EADDRINUSE) return FailPort(cpText);
@@ -31,7 +31,7 @@ static int FailTry(int iPort, const char *cpText)
 }
 
 // Listens on the control connection's own local address.
-//   iPort     0 for one of the system's choice
+//   iPort     0 to let the system choose
 //   spLocal   receives the local address of the control connection
 //   spListen  receives the listener's address
 static int ListenBeside(int SControl, int hListener, int iPort, struct sockaddr_in *spLocal,
@@ -102,8 +102,8 @@ static int OpenListener(int SControl, int iOptions, int iPort)
     return iRet;
 }
 
-// Every port once, beginning after the one that was used last: what a firewall or a server still
-// remembers of a port is then as old as can be. Without a range it is one port, of number 0.
+// Tries every port once, beginning after the last one used, so that firewalls and servers have the
+// most time to forget a port. Without a range it tries only port 0.
 static int OpenInRange(int SControl, int iOptions)
 {
     NETWORK *spNetwork = &sPrivate.sNetwork;

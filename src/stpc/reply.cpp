@@ -1,7 +1,7 @@
-// What a line of a reply means. A code is its first three characters.
+// Interprets the lines of a reply. A code is the first three characters.
 //
 //   "226 done"              one line, complete
-//   "230-Hello" ... "230 "  several lines, open until one begins with the same code
+//   "230-Hello" ... "230 "  several lines, until one begins with the same code and a blank
 //   "4..." and "5..."       negative
 #include "stpc/stpc.h"
 

@@ -1,6 +1,6 @@
 // The three transfer commands, from PORT to the accepted data connection.
 //
-//   PORT 10,1,2,3,4,1    ->   200             the listener is announced
+//   PORT 10,1,2,3,4,1    ->   200             the address of the listener
 //   STOR name            ->   150             (or RETR, LIST)
 //                        <-   the server connects to the listener, before or after its 150
 #include "stpc/stpc.h"
@@ -46,7 +46,7 @@ static int RefuseTransfer(const STPC_TRANSFER *spTransfer, const char *szReply)
 }
 
 // The server may hold back its closing reply until our acknowledgement of the 150 arrives, which
-// the system delays by 40 ms; sending it at once lets small objects go through at full speed.
+// the system delays by 40 ms. Sending it at once keeps small objects fast.
 static void AcknowledgeNow(int SControl)
 {
     int iOn = 1;
@@ -104,8 +104,8 @@ static int OpenData(const STPC_TRANSFER *spTransfer, const char *cpName, int SCo
     return hData;
 }
 
-// One more socket is made and never used: a host at its limit of descriptors fails here, before
-// the server is asked for anything.
+// Makes one socket that is never used, so that a host at its limit of descriptors fails here,
+// before it asks the server for anything.
 static int RunTransfer(const STPC_TRANSFER *spTransfer, const char *cpName, int SControl)
 {
     int hListener = stpc_Port(SControl, SOCK_NONBLOCK);
@@ -153,7 +153,7 @@ int STPC_list(char *cpRemoteSource, int SControl)
     return stpc_list(cpRemoteSource, SControl);
 }
 
-// "TAPE 17" and "SEGMENT 3", divided by blanks or colons, anywhere in the reply.
+// "TAPE 17" and "SEGMENT 3", separated by blanks or colons, anywhere in the reply.
 void sms_parseinfo(char *szMessage)
 {
     static const char szDelimiters[] = " :";

@@ -9,7 +9,7 @@ enum
     COLUMNS = 16
 };
 
-// Bytes that would move the cursor or ring the bell; other control characters are shown raw.
+// Bytes that would move the cursor or ring the bell. Other control characters are shown unchanged.
 static bool IsUnprintable(unsigned char ucByte)
 {
     return ucByte == 0 || (ucByte >= 7 && ucByte <= 10) || ucByte == 13;

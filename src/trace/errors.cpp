@@ -1,4 +1,4 @@
-// Texts of system and socket errors.
+// Composes texts for system and socket errors.
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -9,7 +9,7 @@
 #include "trace/trace.h"
 #include "util/util.h"
 
-// Kinds of number that the formatters are given.
+// Kinds of number that the formatters accept.
 enum
 {
     ERR_NONE = 0,
@@ -76,7 +76,7 @@ static void KeepFirst(char (&szKept)[XBSA_TRACE_SIZE], const char *cpText)
     if (szKept[0] == '\0') x_CopyText(szKept, sizeof szKept, cpText);
 }
 
-// Makes the text, and the last message where there is none. Returns a static text.
+// Composes the text and sets the last message if it is empty. Returns a static text.
 static char *MakeErrorText(unsigned long dwSysErrCode, int iErrFlag, const char *cpAddDesc,
                            va_list vaArguments)
 {
@@ -123,8 +123,8 @@ void i_KeepMessage(unsigned long ulError, const char *cpFormat, ...)
     va_end(vaArguments);
 }
 
-// The text of a number for syserrtxt; null when the description is to be dropped with it.
-// The socket errors (4) become errno values before the choice, so no number reaches that table.
+// The text of a number for syserrtxt; null to drop the description too. Socket errors (4) become
+// errno values first, so no number reaches their table.
 static const char *SecondSystemText(unsigned long ulNumber, int iErrFlag)
 {
     switch (iErrFlag)
@@ -144,7 +144,7 @@ static const char *SecondSystemText(unsigned long ulNumber, int iErrFlag)
     }
 }
 
-// Ends a non-empty text with one full stop instead of trailing blanks and line ends.
+// Replaces trailing blanks and line ends with one full stop, unless the text is empty.
 static void CloseSentence(char *cpText, size_t uSize)
 {
     size_t uLength = strlen(cpText);

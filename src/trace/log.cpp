@@ -1,4 +1,4 @@
-// Opening, naming and closing the trace log.
+// Opens, names and closes the trace log.
 #include "trace/log.h"
 
 #include <cstring>
@@ -11,7 +11,7 @@
 bool i_IsLogOpen()
 {
     if (sGlobal.hLogFile == 0 || sGlobal.hLogFile == -1) return false;
-    if (sGlobal.hLogFile != sPrivate.sTrace.sLog.hFile) return true; // the caller's own
+    if (sGlobal.hLogFile != sPrivate.sTrace.sLog.hFile) return true; // the caller opened it
     if (x_IsOpen(&sPrivate.sTrace.sLog)) return true;
     sPrivate.sTrace.sLog.hFile = -1;
     sGlobal.hLogFile = -1;
@@ -26,8 +26,8 @@ static void CloseOwnLog()
     if (sGlobal.hLogFile == hLog) sGlobal.hLogFile = -1;
 }
 
-// One buffer serves the whole process: a caller that puts an earlier copy of the record back finds it
-// still there.
+// The process has one buffer, so that it still exists when a caller restores an earlier copy of the
+// record.
 static void RenewBuffer()
 {
     if (sPrivate.sTrace.cpBuffer == nullptr)
@@ -69,7 +69,7 @@ void i_close_trace()
     sGlobal.hLogFile = -1;
 }
 
-// A host that unloads the library gets log and memory back.
+// Closes the log and frees the buffer when the host unloads the library.
 __attribute__((destructor)) void i_ReleaseTrace()
 {
     if (sGlobal.cpTraceBuffer == sPrivate.sTrace.cpBuffer) sGlobal.cpTraceBuffer = nullptr;

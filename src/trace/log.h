@@ -2,8 +2,8 @@
 #ifndef TRACE_LOG_H
 #define TRACE_LOG_H
 
-// Whether lines can go to the record's log. Forgets a log of our own that the host has closed: its
-// number may be the host's by now.
+// Whether lines can go to the record's log. Forgets our log if the host has closed it, because the
+// host may use its number by now.
 bool i_IsLogOpen();
 
 #endif

@@ -1,5 +1,5 @@
-// Numbered as Windows Sockets numbers its errors: this system's errno values match no row, and
-// callers that pass such numbers themselves get their texts.
+// The numbers are those of Windows Sockets. Callers that pass such numbers get their texts; the
+// system's errno values match no row.
 #include "trace/messages.h"
 
 const MsgTbl asSocketMessages[] = {

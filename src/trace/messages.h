@@ -4,7 +4,7 @@
 
 #include "xbsa_session.h"
 
-// Rows end with the number 0, whose text a look-up never returns.
+// The row with the number 0 ends a table. A look-up never returns its text.
 extern const MsgTbl asSocketMessages[];
 extern const MsgTbl asNameMessages[];
 

@@ -1,4 +1,4 @@
-// Texts for the trace and the last message, passwords in them hidden.
+// Masks passwords in texts for the trace and the last message.
 #include <cstring>
 
 #include "record/record.h"
@@ -25,8 +25,8 @@ static bool IsLetterOrDigit(char cByte)
            (cByte >= 'a' && cByte <= 'z');
 }
 
-// The next place of the password after cpText; a short one must be a word of its own: "pass" is not
-// the secret in "password". Null for none.
+// The next occurrence of the password, or null. A short one must be a whole word: "pass" is not the
+// secret in "password".
 static char *FindSecret(char *cpText, const char *cpSecret)
 {
     const size_t uShort = 6;
@@ -41,8 +41,8 @@ static char *FindSecret(char *cpText, const char *cpSecret)
     return nullptr;
 }
 
-// The password of the login that is not to be shown; empty when there is none. That of the service
-// user is account and host; one that equals the user's name is traced as that anyway.
+// The password of the login that must be masked, or an empty text. The service user's password is
+// account and host; a password that equals the user's name is traced as the name anyway.
 static const char *HiddenPassword()
 {
     const _sSMS *spSMS = &sGlobal.sObject.sSMS;
@@ -55,7 +55,7 @@ const char *i_MaskReply(const char *cpReply)
     const char *cpSecret = HiddenPassword();
     if (cpSecret[0] == '\0' || strstr(cpReply, cpSecret) == nullptr) return cpReply;
 
-    char *cpMasked = sPrivate.sTrace.szMasked + 1; // after a byte that is not a letter
+    char *cpMasked = sPrivate.sTrace.szMasked + 1; // the byte before it is not a letter
     const char *cpEnd = sPrivate.sTrace.szMasked + sizeof sPrivate.sTrace.szMasked;
     x_CopyText(cpMasked, sizeof sPrivate.sTrace.szMasked - 1, cpReply);
     char *cpRest = cpMasked + (strspn(cpReply, "0123456789") == 3 ? 3 : 0);

@@ -1,4 +1,4 @@
-// From a message to the caller's sink, the log and standard error.
+// Sends messages to the caller's sink, the log and standard error.
 #include "trace/trace.h"
 
 #include <cerrno>
@@ -14,7 +14,7 @@
 
 void i_TraceLine(const char *cpFormat, ...)
 {
-    char szLocal[XBSA_TRACE_SIZE]; // a call may come before the buffer was made
+    char szLocal[XBSA_TRACE_SIZE]; // for calls before the buffer exists
     char *cpLine = sGlobal.cpTraceBuffer != nullptr ? sGlobal.cpTraceBuffer : szLocal;
 
     va_list vaArguments;
@@ -26,7 +26,7 @@ void i_TraceLine(const char *cpFormat, ...)
 
 void ie_trace(const char *cpMessage)
 {
-    int iError = errno; // a trace between a call and the look at its errno changes nothing
+    int iError = errno; // a trace must not change the errno of the call before it
     if (cpMessage == nullptr) cpMessage = "";
     if (sGlobal.vpExternalTraceFunc != nullptr)
     {
@@ -42,8 +42,8 @@ void COM_trace(const char *cpCOMTraceMessage)
     if (i_Verbosity() >= TRACE_STEPS) ie_trace(cpCOMTraceMessage);
 }
 
-// The beginning of each line. It is made once a second: a trace of every block asks for it thousands
-// of times. Returns its length.
+// The beginning of each line. It is composed once per second, because a trace of every block uses
+// it thousands of times. Returns its length.
 static size_t StampLine(char *cpLine)
 {
     static const char szFormat[] = " %Y-%m-%d %H:%M:%S: Trace: (QAB library) ";
@@ -60,11 +60,12 @@ static size_t StampLine(char *cpLine)
     return spTrace->uStamp;
 }
 
-// A line is cut where the buffer ends and still closes with one newline. Returns its length.
+// A line that does not fit is cut and still ends with a newline. Returns its length.
 static size_t ComposeLine(char *cpLine, const char *cpMessage)
 {
     size_t uLength = StampLine(cpLine);
-    x_CopyText(cpLine + uLength, XBSA_TRACE_SIZE - 1 - uLength, cpMessage); // room for the newline
+    x_CopyText(cpLine + uLength, XBSA_TRACE_SIZE - 1 - uLength,
+               cpMessage); // without the newline
     uLength += strlen(cpLine + uLength);
     while (cpLine[uLength - 1] == '\n' || cpLine[uLength - 1] == '\r') uLength--;
     cpLine[uLength++] = '\n';

@@ -1,14 +1,14 @@
-// What the library says: the trace, error texts, the last message.
+// The library's messages: trace, error texts, last message.
 //
-// Promises: off means one comparison, the arguments of a TRACE are not even evaluated. A line is one
-// write, never raises a signal and never goes into a file of the host's. errno is as it was. The first
-// error since BSAGetLastError stays the last message. A password reaches neither.
-// Needs: record, util. Take errno first, trace second.
+// Promises: a switched-off trace costs one comparison and does not evaluate the arguments of TRACE.
+// A line is one write, never raises a signal and never goes into a file of the host. errno does not
+// change. The last message is the first error since BSAGetLastError. Passwords are masked in both.
+// Needs: record, util. Save errno before you trace.
 //
-//   trace.cpp     from a message to the caller's sink, the log and standard error
-//   log.cpp       opening, naming and closing the log
-//   errors.cpp    texts of failures; messages.cpp has their tables
-//   secrets.cpp   hides passwords
+//   trace.cpp     sends messages to the caller's sink, the log and standard error
+//   log.cpp       opens, names and closes the log
+//   errors.cpp    texts of failures; messages.cpp contains the tables
+//   secrets.cpp   masks passwords
 //   dump.cpp      hex dump
 #ifndef TRACE_TRACE_H
 #define TRACE_TRACE_H
@@ -41,33 +41,33 @@ void i_TraceLine(const char *cpFormat, ...) __attribute__((format(printf, 1, 2),
 #define TRACE_CALL(...) TRACE_WHEN(i_Verbosity() == TRACE_CALLS, __VA_ARGS__) // each system call
 #define TRACE_REPLY(...) TRACE_WHEN(i_Verbosity() > 0, __VA_ARGS__)           // server's replies
 
-// A failure that callers may fetch: keeps it as the last message when there is none, and traces it
-// after the function's name.
-//   ulError  errno, or 0 for a description alone
+// A failure that callers may fetch: sets the last message if it is empty, and traces the text after
+// the function's name.
+//   ulError  errno, or 0 for the description alone
 // Returns -1.
 int i_Fail(const char *cpFunction, unsigned long ulError, const char *cpFormat, ...)
     __attribute__((format(printf, 3, 4)));
 
-// The same for a failure that has a trace line of its own, or none.
+// The same for a failure with another trace line, or none.
 void i_KeepMessage(unsigned long ulError, const char *cpFormat, ...)
     __attribute__((format(printf, 2, 3)));
 
-// Bounded copy into a field of the record that says in the trace when it had to cut. Returns 1 then,
-// else 0.
+// Bounded copy into a field of the record. If it cuts the text, it traces that and returns 1, else
+// 0.
 int i_CopyField(const char *cpWhat, char *cpField, size_t uSize, const char *cpText);
 
-// The level byte of a decimal text (its low eight bits), with the log switched on.
+// The low eight bits of a decimal text as level byte, with the log switched on.
 unsigned char i_LevelToLog(const char *cpText);
 
-// Makes the owner text fit for the trace: what follows the tag of the second token is hidden.
+// Masks the owner text for the trace: hides what follows the tag of the second token.
 //   cpMasked  receives the text, at least 64 + sizeof(TRACE_SECRET) bytes
 void i_MaskOwner(char *cpMasked, size_t uSize, const char *cpOwner);
 
-// A server's reply with the password of the login hidden. Returns the reply itself where there is
-// nothing to hide, else a text that is valid until the next call.
+// Masks the password of the login in a server's reply. Returns the reply itself if there is nothing
+// to mask, else a text that is valid until the next call.
 const char *i_MaskReply(const char *cpReply);
 
-// Lets go of log and buffer; the unloading of the library calls it.
+// Releases log and buffer. Called when the library is unloaded.
 void i_ReleaseTrace();
 
 #endif

@@ -1,4 +1,4 @@
-// Files that lines are appended to. Nothing here harms the host: no signal, no file of its own.
+// Appends lines to files without harming the host: raises no signal and writes to no other file.
 #include "util/util.h"
 
 #include <cerrno>
@@ -11,9 +11,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// Always appends, so that two processes that create the file at the same moment do not overwrite
-// each other. An existing file is tried first: O_CREAT on another's file in /tmp may be refused.
-// O_NONBLOCK keeps a FIFO without a reader from stopping the host.
+// O_APPEND, so that two processes that create the file together do not overwrite each other. An
+// existing file comes first, because O_CREAT on another account's file in /tmp may be refused.
+// O_NONBLOCK, so that a FIFO without a reader does not stop the host.
 static int OpenAppending(const char *cpPath)
 {
     const int iFlags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_LARGEFILE;
@@ -22,8 +22,8 @@ static int OpenAppending(const char *cpPath)
     return x_AboveStandardError(hFile);
 }
 
-// Sets which of its capabilities this thread uses: a program file may come with some. Returns those
-// used before.
+// Sets the effective capabilities of this thread, because a program file may have some. Returns the
+// previous ones.
 static unsigned int UseCapabilities(unsigned int uEffective)
 {
     struct __user_cap_header_struct sHeader = {_LINUX_CAPABILITY_VERSION_3, 0};
@@ -35,9 +35,9 @@ static unsigned int UseCapabilities(unsigned int uEffective)
     return uBefore;
 }
 
-// In a host with more rights than its starter (set-user-id, set-group-id, file capabilities) the
-// starter could otherwise append to any file of the host's account. Only this thread's rights to
-// files change, and only for the open.
+// In a host with more rights than the user who started it (set-user-ID, set-group-ID, capabilities)
+// that user could otherwise append to any file of the host's account. Only this thread's file
+// rights change, and only for the open.
 static int OpenForStarter(const char *cpPath)
 {
     if (getauxval(AT_SECURE) == 0) return OpenAppending(cpPath);
@@ -71,16 +71,16 @@ void x_CloseAppended(APPENDED *spFile)
     spFile->hFile = -1;
 }
 
-// The signal that came with a failed write, or 0.
+// The signal that a failed write raised, or 0.
 static int RaisedBy(int iError)
 {
     if (iError == EPIPE) return SIGPIPE;
     return iError == EFBIG ? SIGXFSZ : 0;
 }
 
-// A write to a pipe that nobody reads raises SIGPIPE, one beyond the host's limit of file sizes
-// SIGXFSZ, and either would end the host. Both are held back during the write; the one that it
-// raised is taken away again unless it was pending before.
+// Writing to a pipe without a reader raises SIGPIPE, writing beyond the limit of file sizes
+// SIGXFSZ; either would end the host. Both are blocked during the write. A signal that the write
+// raised is removed unless it was pending before.
 ssize_t x_WriteHeld(int hTarget, const char *cpLine, size_t uLength)
 {
     sigset_t sHeld;
@@ -107,7 +107,7 @@ ssize_t x_WriteHeld(int hTarget, const char *cpLine, size_t uLength)
     return iWritten;
 }
 
-// Whether a write to it raises no signal. The host may lower its limit at any time.
+// Whether a write raises no signal. The host may lower its limit at any time.
 static bool IsHarmless(const APPENDED *spFile)
 {
     struct rlimit sSize = {};

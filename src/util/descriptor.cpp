@@ -9,8 +9,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// On 32 bits fcntl got a new version in GLIBC 2.28, for file locks; the old one does as well here and
-// lets the library load on old systems.
+// On 32 bits GLIBC 2.28 added a new version of fcntl for file locks. The old version suffices here
+// and lets the library load on old systems.
 #if defined(__i386__) && defined(__GLIBC__)
 __asm__(".symver fcntl, fcntl@GLIBC_2.0");
 #endif
@@ -51,7 +51,7 @@ int x_AboveStandardError(int hDescriptor)
 
     int hHigh = x_Duplicate(hDescriptor);
     int iError = errno;
-    if (hHigh == -1) x_ResetAtClose(hDescriptor); // nothing was stored through it
+    if (hHigh == -1) x_ResetAtClose(hDescriptor); // it carried nothing
     close(hDescriptor);
     errno = iError;
     return hHigh;
@@ -72,7 +72,7 @@ void x_Reset(int hSocket)
 {
     struct sockaddr sNone = {};
     sNone.sa_family = AF_UNSPEC;
-    (void)connect(hSocket, &sNone, sizeof sNone); // fails where nothing is connected any more
+    (void)connect(hSocket, &sNone, sizeof sNone); // fails if the connection has ended
 }
 
 bool x_AwaitBytes(int hSocket, int iSeconds)
@@ -80,7 +80,7 @@ bool x_AwaitBytes(int hSocket, int iSeconds)
     struct pollfd sPoll = {hSocket, POLLIN, 0};
     struct timespec sTime = {iSeconds, 0};
     sigset_t sAll;
-    sigfillset(&sAll); // a signal of the host must not end the wait
+    sigfillset(&sAll); // a signal for the host must not end the wait
     return ppoll(&sPoll, 1, &sTime, &sAll) != 0;
 }
 

@@ -4,7 +4,7 @@
 
 #include "xbsa_session.h"
 
-// The record that ftime used to fill; that call is gone from current C libraries.
+// The record of ftime, which current C libraries no longer have.
 typedef struct
 {
     time_t lSeconds;

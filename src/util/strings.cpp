@@ -1,4 +1,4 @@
-// Blank tests, keyword matching, trimming and upper case. A blank is the space character only.
+// Tests for blanks, matches keywords, trims, converts to upper case. Only the space is a blank.
 #include <cctype>
 #include <cstring>
 
@@ -16,8 +16,8 @@ static char FoldCase(char cByte, int iCase)
     return bLower && iCase == 0 ? static_cast<char>(cByte - 'a' + 'A') : cByte;
 }
 
-// The end characters are compared with the folded input, so with folding a lower-case end character
-// never ends it. strchr finds the terminator too: it always ends the input.
+// Compares the end characters with the folded input, so that with folding a lower-case end
+// character never matches. strchr also finds the terminator, which always ends the input.
 int x_MatchKeyword(const char *cpInput, const char *cpKeyword, int iMinLen, const char *cpEndChars,
                    int iCase)
 {
@@ -38,8 +38,8 @@ int x_MatchKeyword(const char *cpInput, const char *cpKeyword, int iMinLen, cons
     return uIndex >= uMinimum;
 }
 
-// The terminator goes back to the old end of the text, not after the moved part: " ab" becomes
-// "abb". Callers that need a clean text step over leading spaces first.
+// The terminator stays at the old end of the text: " ab" becomes "abb". Callers that need a clean
+// text skip leading spaces first.
 char *x_LTrim(char *cpString)
 {
     if (cpString == nullptr) return nullptr;

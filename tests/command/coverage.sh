@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# On command, as root, ten minutes: which lines and branches of src/ the library's tests run. Lists
-# the lines that they do not, and fails below 97 percent of the lines.
+# On command, as root, ten minutes: which lines and branches of src/ do the library's tests run? Lists
+# the other lines, and fails below 97 percent.
 set -eu
 cd "$(dirname "$0")/../.."
 . tools/packages.sh
 packages_need gcovr iproute2
-export CCACHE_DISABLE=1 # the counters' files belong to this folder
+export CCACHE_DISABLE=1 # the counters belong to this directory
 ftpd=${XBSA_FTPD:-${XDG_CACHE_HOME:-$HOME/.cache}/korva-xbsa/ftpd}
 build=$PWD/build/coverage
 
@@ -15,7 +15,7 @@ cmake --preset coverage -DXBSA_FTPD="$ftpd" >"$build.log"
 cmake --build --preset coverage -j "$(nproc)" >>"$build.log"
 find "$build" -name '*.gcda' -delete
 
-# A network that swallows packets takes its minutes, so it runs beside the rest.
+# The tests that lose packets take minutes, so they run in parallel.
 (
     cd tests/command
     XBSA_COVERAGE=1 XBSA_LIBRARY=$build/lib/libxbsa.so.1 XBSA_FTPD=$ftpd \

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Builds and tests the library as other systems build it:
-#   tests/command/hosts.sh fortify   glibc's own checks at their highest level: every test
-#   tests/command/hosts.sh m32       32 bits; under qemu-i386 where the kernel runs no 32-bit programs
+#   tests/command/hosts.sh fortify   all tests with glibc's checks at the highest level
+#   tests/command/hosts.sh m32       32 bits; under qemu-i386 if the kernel runs no 32-bit programs
 #   tests/command/hosts.sh musl      another C library
-# The last two test with the C host of tests/harness/host.c; musl never unloads a library.
+# The last two use the C host tests/harness/host.c; musl never unloads a library.
 set -eu
 cd "$(dirname "$0")/../.."
 . tools/packages.sh

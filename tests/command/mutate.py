@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """
-On command, as root: do the tests that CI runs on the library notice small faults
-in it? Plants some at random places of a copy of src/, one at a time, and asks
-the tests; those that failed last come first. Faults that change nothing are
-listed in mutate.equivalent, each with the reason.
+On command, as root: do CI's tests of the library notice small faults in it?
+Plants random faults in a copy of src/, one at a time, and runs the tests, those
+that failed last first. mutate.equivalent lists faults that change nothing, each
+with the reason.
 
-  tests/command/mutate.py [--seed N] [--count M]   M faults (100) of choice N (1)
+  tests/command/mutate.py [--seed N] [--count M]   M faults (100) of seed N (1)
 
-Returns 1 when more than five of a hundred are missed.
+Returns 1 if the tests miss more than five of a hundred.
 """
 import argparse
 import glob
@@ -21,13 +21,13 @@ import tempfile
 
 ROOT = os.path.abspath(__file__ + "/../../..")
 FTPD = os.environ.get("XBSA_FTPD", os.path.expanduser("~/.cache/korva-xbsa/ftpd"))
-# Not the tools' own tests, nor what looks at the sources; where memory is watched, the quick ones,
-# and only when the release let a fault pass.
+# Neither the tools' tests nor those of the sources. With the sanitizer only quick tests run, and only
+# if those of the release build miss a fault.
 ASKED = {"release": "^(calls|com|faults|helpers|hosts?|random|torture|trace$|transfer)",
          "asan": "^asan.(calls|com|helpers|trace$)"}
-ALONE = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]  # ends with all its children
+ALONE = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]  # ends with all children
 
-# What is looked for in a line, without its comment and texts, and what takes its place.
+# Patterns in a line without its comment and texts, and their replacements.
 CHANGES = [
     (r" && ", " || "), (r" \|\| ", " && "), (r" == ", " != "), (r" != ", " == "),
     (r" >= ", " > "), (r" > ", " >= "), (r" <= ", " < "), (r" < ", " <= "),
@@ -35,19 +35,19 @@ CHANGES = [
     (r"\b(?:MSG|O|SO|F)_[A-Z_]+\b|\berrno\b(?=[;,)])", "0"), (r"\.right\b", ".left"),
     (r" [|+-]= ", " = "), (r" (?:\||\+|-) [\w.>-]+(?![\w.>(-])", ""), (r" [*/%] \w+(?![\w(.])", ""),
     (r"(?<![\w.-])-?\d+(?=[uUlL]*\b)(?![.\w]*[xX.])", lambda found: str(int(found[0]) + 1)),
-    (r"\b(?:if|while) \(", lambda found: found[0] + "!"),  # of the first operand
-    # a whole call or assignment; behind a condition, too
+    (r"\b(?:if|while) \(", lambda found: found[0] + "!"),  # negates the first operand
+    # a whole call or assignment, also after a condition
     (r"(?<=\) )[\w.>\[\]-]+( [|+-]?= |\().*;$|^ +[\w.>\[\]-]+( [|+-]?= |\().*;$", ";")]
 
 
 def blanked(line):
-    """The same length, without its comment, texts and what is for the preprocessor."""
+    """The line with comment, texts and preprocessor directives blanked out."""
     return re.sub(r'//.*|^#.*|"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\'',
                   lambda found: "\x01" * len(found[0]), line)
 
 
 def all_faults():
-    """For each: its file, the number of the line, the new line, and a label."""
+    """For each fault: file, line number, new line and label."""
     for file in sorted(glob.glob("src/**/*.cpp", root_dir=ROOT, recursive=True)):
         for number, line in enumerate(read(file).splitlines()):
             for pattern, new in CHANGES:
@@ -63,7 +63,7 @@ def read(name):
 
 
 def chosen(seed):
-    """All that are not equivalent, in the order of the choice."""
+    """All faults that are not equivalent, in random order."""
     listed = {line.rsplit("  # ", 1)[0] for line in read("tests/command/mutate.equivalent").splitlines()}
     faults = list(all_faults())
     if stale := listed - {label for *_, label in faults}:
@@ -77,7 +77,7 @@ def run(tree, *words):
 
 
 def build(tree, preset):
-    """The bytes of the library, or None where the compiler refuses it."""
+    """The bytes of the library, or None if the compiler refuses it."""
     if not os.path.exists(f"{tree}/build/{preset}/CMakeCache.txt"):
         run(tree, "cmake", "--preset", preset, "-DXBSA_TOOL=OFF", f"-DXBSA_FTPD={FTPD}").check_returncode()
     if run(tree, "cmake", "--build", "--preset", preset, "-j2").returncode:
@@ -87,7 +87,7 @@ def build(tree, preset):
 
 
 def first_to_fail(tree, preset):
-    """The test that fails twice, or by its time limit; or None."""
+    """The test that fails twice or times out, or None."""
     done = run(tree, *ALONE, "timeout", "900", "ctest", "--preset", preset, "-j4", "-R", ASKED[preset],
                "--stop-on-failure", "--repeat", "until-pass:2")
     if done.returncode == 124:
@@ -99,7 +99,7 @@ def first_to_fail(tree, preset):
 
 
 def plant(tree, sound, fault):
-    """Whether it is one, and the first test that notices it."""
+    """Whether the line compiles to other code, and the first test that notices it."""
     file, number, changed, _ = fault
     lines = read(file).splitlines()
     lines[number] = changed

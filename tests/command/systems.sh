@@ -2,10 +2,10 @@
 # Builds, tests and installs in clean roots of other Debian releases, newest first, one at a time.
 #   tests/command/systems.sh [trixie|bookworm|bullseye]...    default: all three
 #
-# In each root: the build, the tests of the library, the packages, the demonstration, remove and purge.
-# Every root after the first also runs the tests of the library on the first one's libxbsa.so.1, as a
-# host does that gets a package from a newer system. The last lines are a table; logs and roots stay in
-# build/systems. Needs root, 3 GB and mmdebstrap, and takes the mirror that apt uses here.
+# In each root it builds, tests the library, builds and installs the packages, runs the demonstration,
+# removes and purges. Older roots also test the libxbsa.so.1 of the first one, as on a host with a
+# package from a newer system. The last lines are a table; logs and roots remain in build/systems.
+# Needs root, 3 GB and mmdebstrap, and uses this host's apt mirror.
 set -eu
 cd "$(dirname "$0")/../.."
 . tools/packages.sh
@@ -13,9 +13,9 @@ cd "$(dirname "$0")/../.."
 work=$PWD/build/systems
 rows=()
 
-# What runs in the root, one function a column.
+# What runs in the root, one function per column.
 root_build() {
-    # Debian 11 has no CLI11: the header of the next release serves.
+    # Debian 11 has no CLI11, so use the header of the next release.
     if [[ ! -e /usr/include/CLI/CLI.hpp ]]; then
         sed 's/bullseye/bookworm/' /etc/apt/sources.list >/etc/apt/sources.list.d/next.list
         (cd /tmp && apt-get -qq update && apt-get -qq download libcli11-dev/bookworm && dpkg -x libcli11*.deb /)
@@ -42,7 +42,7 @@ root_packages() {
 
 root_demo() { korva-xbsa-demo; }
 
-root_purge() { # nothing may stay after a removal, nor after a purge of what was installed again
+root_purge() { # a removal, and a purge after a new installation, must leave nothing
     local way
     for way in "apt-get remove -y" "dpkg --purge"; do
         apt-get install -y --no-install-recommends ./build/release/packages/*.deb
@@ -52,7 +52,7 @@ root_purge() { # nothing may stay after a removal, nor after a purge of what was
     done
 }
 
-# Not by chroot: in one, no account can make the namespaces that a private /etc needs.
+# Not with chroot, where no account can create the namespaces for a private /etc.
 run() { # RELEASE STEP
     local root=$work/$1
     unshare --mount --pid --fork --kill-child bash -euc '
@@ -67,14 +67,14 @@ run() { # RELEASE STEP
 }
 
 make_root() { # RELEASE
-    local mirror packages=g++,make,cmake,nlohmann-json3-dev,libssl-dev,libxxhash-dev,dpkg-dev,file,python3
+    local mirror packages=g++,make,cmake,nlohmann-json3-dev,libssl-dev,libxxhash-dev,zlib1g-dev,dpkg-dev,file,python3
     packages+=,mount,binutils,strace,pkg-config,openssl,procps,iproute2,ca-certificates
     [[ $1 == bullseye ]] || packages+=,libcli11-dev
     mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Origin: Debian' | head -n 1)
     rm -rf "${work:?}/$1"
     mmdebstrap --quiet --mode=root --variant=apt --include=$packages "$1" "$work/$1" "$mirror"
     mkdir "$work/$1/src" "$work/$1/newer"
-    [[ -e $work/$1/etc/hosts ]] || echo "127.0.0.1 localhost" >"$work/$1/etc/hosts" # by the installer, else
+    [[ -e $work/$1/etc/hosts ]] || echo "127.0.0.1 localhost" >"$work/$1/etc/hosts" # otherwise the installer's task
     git ls-files -z --cached --others --exclude-standard | xargs -0 tar -c | tar -x -C "$work/$1/src"
     [[ ! -e $work/libxbsa.so.1 ]] || cp "$work/libxbsa.so.1" "$work/$1/newer"
 }
@@ -94,7 +94,7 @@ try_all() { # RELEASE: adds a row
         echo "$1: $step: $result"
         row+=" | $result"
     done
-    cp -n "$work/$1/src/build/release/lib/libxbsa.so.1" "$work" || true # the first one's stays
+    cp -n "$work/$1/src/build/release/lib/libxbsa.so.1" "$work" || true # keeps the first one's
     rows+=("$row | $(sed -n 's/^libxbsa1: //p' "$work/$1.packages.log") |")
 }
 

@@ -1,6 +1,6 @@
 """
-On command, as root, nine minutes: what only a network between two hosts can do, a tunnel by wireguard-tools
-(and wireguard-go, where the kernel has no WireGuard) in it. In tests/command/:
+On command, as root, nine minutes: faults that need a network between two hosts, also through a tunnel of
+wireguard-tools (and wireguard-go, if the kernel lacks WireGuard). In tests/command/:
 
     XBSA_LIBRARY=... XBSA_FTPD=... PYTHONPATH=../harness python3 -m unittest -v test_network
 """
@@ -21,7 +21,7 @@ from server import Server
 from xbsa import ROOT, STRICT, descriptor, make_folder, pattern, read_text, run, write_plain
 
 HERE, THERE, TUNNELLED = "10.77.0.1", "10.77.0.2", "10.78.0.2"
-PATIENCE = 600  # seconds: no scenario may take longer
+PATIENCE = 600  # seconds: limit of each scenario
 OBJECT, CANARY = pattern(300000), b"canary" * 20000
 
 
@@ -54,7 +54,7 @@ class FarDaemon(Daemon):
 
 
 class Far(Server):
-    """Keeps the window of a store closed, and the data connection of a restore open, for a while."""
+    """Keeps a store's window closed, and a restore's data connection open, for a while."""
 
     def __init__(self, host, closed_for):
         super().__init__()
@@ -66,7 +66,7 @@ class Far(Server):
             super().serve(self.done)
 
     def serve(self, done):
-        """What is left of it when the client has ended waits in vain."""
+        """Ends a server that still waits after the client has ended."""
         self.done = done
         threading.Thread(target=lambda: enter(self.host) or self._serve(), daemon=True).start()
         assert select.select([done], [], [], PATIENCE)[0]
@@ -86,7 +86,7 @@ class Far(Server):
 
 
 def wiretap(host):
-    """What passes by on the device of the host's own name."""
+    """The packets on this host's device."""
     tap = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(3))
     tap.setsockopt(socket.SOL_SOCKET, 33, 64 << 20)  # SO_RCVBUFFORCE
     tap.bind((host, 0))
@@ -100,12 +100,12 @@ def begin(x, host, server=THERE):
 
 
 def vanish(host):
-    """The other host hears us, and nothing of it reaches us any more: no reset, no error."""
+    """The other host receives our packets, but its own are lost: no reset, no error."""
     ip("-n", host, "route add blackhole", HERE)
 
 
 def vanish_in_store(x, here, there):
-    """With data under way the system's own limit ends the send."""
+    """With unacknowledged data the system's limit ends the send."""
     ip("netns exec", here, "sysctl -q net.ipv4.tcp_retries2=3")
     begin(x, here)
     assert x.BSACreateObject(x.handle, c.byref(descriptor()), None) == 0 and x.send(OBJECT[:9]) == 0
@@ -162,12 +162,12 @@ class Network(unittest.TestCase):
         self.assertEqual(self.scenario(vanish_in_restore)[0][::2], (3, 3))
 
     def test_server_that_waits_for_a_tape(self):
-        """Longer than the silence that means the end of another."""
+        """A slow server may be silent for longer than a dead one is given."""
         codes, server = self.scenario(store, closed_for=240)
         self.assertEqual((codes, server.objects["obj"]), ([0, 0, 0], OBJECT * 40))
 
     def tunnel(self, hosts):
-        """The examples, with keys and addresses filled in."""
+        """The examples with keys and addresses."""
         folder, words = make_folder(self), {"192.0.2.10": THERE, "192.0.2.20": HERE}
         for owner in "THE_DATABASE_HOST", "THE_BACKUP_SERVER":
             words["PRIVATE_KEY_OF_" + owner] = key = subprocess.getoutput("wg genkey")
@@ -180,7 +180,7 @@ class Network(unittest.TestCase):
             self.addCleanup(ip, "netns exec", host, "wg-quick down", path)
 
     def test_tunnel(self):
-        """Nothing can be read on the wire, and the reset of a client that died passes through."""
+        """The tunnel hides all data, and passes the reset of a client that died."""
         here, there = self.hosts()
         self.tunnel((here, there))
         for address, words in (THERE, [b"canary", b"STOR"]), (TUNNELLED, []):

@@ -4,7 +4,7 @@ import mmap
 
 from xbsa import Block, Descriptor, Owner, Query, Uint64, Version, descriptor
 
-# The calls, where h is the handle (wrong with "!"); create and get meet no server unless said.
+# The calls, where h is the handle (wrong with "!"); create and get reach no server by default.
 CALLS = {"init": lambda x, h: x.init(), "init-v2": lambda x, h: x.init(b"BSA_API_VERSION=2.0"),
     "init-nohandle": lambda x, h: x.BSAInit(None, None, c.byref(Owner(b"PLAIN")), None),
     "init-noowner": lambda x, h: x.BSAInit(c.byref(x.handle), None, None, None),

@@ -1,4 +1,4 @@
-"""Real FTP servers, unpacked by servers.sh: each connection gets its own process, as from inetd."""
+"""Real FTP servers, unpacked by servers.sh; each connection gets its own process, as from inetd."""
 import grp
 import os
 import pathlib
@@ -15,7 +15,7 @@ LIBRARIES = f"lib/{os.uname().machine}-linux-gnu"
 ENV = {"PATH": os.environ["PATH"], "XBSA_FTPD": ROOT,
        "LD_LIBRARY_PATH": f"{ROOT}/usr/{LIBRARIES}:{ROOT}/{LIBRARIES}"}
 
-# What lists and transfers is built in, or in newer releases of ProFTPD a module.
+# Listings and transfers are built in, or in newer releases of ProFTPD a module.
 FOLDER = f"{ROOT}/usr/lib/proftpd"
 MODULES = [f"ModulePath {FOLDER}\n", *(f"LoadModule {name}.c\n" for name in ("mod_xfer", "mod_ls")
                                        if os.path.exists(f"{FOLDER}/{name}.so"))]
@@ -24,9 +24,9 @@ PASSWORD = "$1$abcdefgh$cHJi5PXp/ki/ktXzqlk6I1"  # of "secret"
 
 
 class Daemon(Listener):
-    """Listens, and starts one server process for each connection, in a process group of its own whose
-    number ends the file groups. Stored objects lie in data, what the server had to say in the file
-    log. limit: seconds of idleness that the servers stand; most: connections that are served."""
+    """Listens, and starts one server process for each connection, in its own process group, whose
+    number goes to the end of the file groups. Stored objects are in data, the server's messages in the
+    file log. limit: seconds until an idle client is dropped; most: number of connections to serve."""
     patience = 200
 
     def __init__(self, name, limit=300, most=None):
@@ -40,14 +40,14 @@ class Daemon(Listener):
         conf = conf.read_text("ascii").format(user=account, group=group, folder=self.folder, limit=limit)
         self._write("conf", "".join(MODULES * (name == "proftpd")) + conf)
         entry = f"{os.getuid()}:{os.getgid()}::{self.data}:/bin/sh"
-        if name == "pure-ftpd":  # to be started by root, and serves nobody of that name, shut in
+        if name == "pure-ftpd":  # needs root, and serves the account nobody in a chroot
             entry = f"{NOBODY[0]}:{NOBODY[1]}::{self.data}/./{12 * ':'}"
         self._write("passwd", f"backup:{PASSWORD}:{entry}\n")
         self.owner = b"user=ftp:pass=" if name == "vsftpd" else b"user=backup:pass=secret"
         conf, users, banner = (os.path.join(self.folder, file) for file in ("conf", "db", "banner"))
         if name == "pure-ftpd":
             os.chown(self.data, *NOBODY)
-            self._write("banner", "ready\n")  # one line; one that not everybody may read is none
+            self._write("banner", "ready\n")  # ignored unless everybody may read it
             os.chmod(banner, 0o644)
             subprocess.run([f"{ROOT}/usr/bin/pure-pw", "mkdb", users, "-f", f"{self.folder}/passwd"],
                            env=ENV, check=True)
@@ -87,7 +87,7 @@ def proftpd_version():
 
 
 def serve_behind(test, server):
-    """In a thread, until the test ends; a daemon's folder goes with it."""
+    """Runs in a thread until the test ends, then removes a daemon's directory."""
     reader, writer = os.pipe()
     thread = threading.Thread(target=server.serve, args=(reader,))
     thread.start()

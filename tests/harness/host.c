@@ -1,9 +1,9 @@
 /*
- * A host that does odd things to itself, then backs an object up, restores it and asks for it:
+ * A host with unusual conditions that backs up an object, restores it and queries it:
  *
  *   host LIBRARY OWNER SERVICE_HOST CONDITION...
  *
- * Prints "ok", or the call that went wrong and its result.
+ * Prints "ok", or the failed call and its result.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -26,11 +26,11 @@ enum
     BLOCK = 65535,
     CROWD = 5000, /* open descriptors */
     THREADS = 64,
-    STACK = 128 << 10, /* of the one that the session may run in */
+    STACK = 128 << 10, /* stack of the session's thread */
     SIGNALS = 65
 };
 
-/* What a guest must leave as it was. */
+/* What the library must not change. */
 typedef struct
 {
     void (*fpaHandlers[SIGNALS])(int);
@@ -40,10 +40,10 @@ typedef struct
 
 static char **cppArguments; /* LIBRARY OWNER SERVICE_HOST */
 static void *vpLibrary;
-static int hReport, bFork, bThread; /* the session goes on in a child, too; it runs in a thread */
+static int hReport, bFork, bThread; /* the session continues in a child, too; it runs in a thread */
 static unsigned char ucaData[SIZE];
 
-/* The first failure is the one to know; 0 is none. */
+/* Keeps only the first failure; 0 is none. */
 static void Check(const char *cpCall, long lCode)
 {
     if (lCode == 0) return;
@@ -51,7 +51,7 @@ static void Check(const char *cpCall, long lCode)
     _exit(1);
 }
 
-/* Calls a function of the library; 0 is expected. */
+/* Calls a function of the library and expects 0. */
 #define CALL(function, ...)                                                                        \
     Check(#function,                                                                               \
           ((__extension__(__typeof__(&function)) dlsym(vpLibrary, #function)))(__VA_ARGS__))
@@ -181,7 +181,7 @@ static pthread_t StartThread(void *(*fpRun)(void *))
     return sThread;
 }
 
-/* With many open, with 0, 1 and 2 closed, and so on: each stays so. */
+/* Many open, or 0, 1 and 2 closed, and so on: they must stay so. */
 static void Become(const char *cpCondition)
 {
     sigset_t sAll;

@@ -1,4 +1,4 @@
-"""The sandbox of a test's own, and whole transfers over it."""
+"""A sandbox for one test, and whole transfers through it."""
 import contextlib
 import ctypes as c
 import os
@@ -15,7 +15,7 @@ RUN = os.path.join(os.path.dirname(inifile.__file__), "run")
 
 
 class Sandbox:
-    """A server in a folder of its own, and the INI file that leads to it."""
+    """A server in its own directory, and the INI file that names it."""
 
     def __init__(self, test, *options, folder=None):
         need_private_etc()
@@ -47,7 +47,7 @@ class Sandbox:
         return dict(line.split("=", 1) for line in answer.splitlines())
 
     def open_job(self):
-        """The server's address and the login of a new backup job, as far as they are given."""
+        """The server's address and the login of a new backup job, if given."""
         session = self.utility("-b", "open")["sessionID"]
         return self.utility("-b", "openjob:" + session)["tape_server"].split(":")
 
@@ -69,7 +69,7 @@ def start(x):
 
 
 def query(x, space=b"obj"):
-    """The code and the copy's id."""
+    """The code and the copy id."""
     found, asked = Descriptor(), Query(name=Name(space, b"/data"), copyType=3)
     x.BSABeginTxn(x.handle)
     code = x.BSAQueryObject(x.handle, c.byref(asked), c.byref(found))

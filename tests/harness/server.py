@@ -1,4 +1,4 @@
-"""A scripted FTP server: polite by default, odd where a script says so; it notes what it saw."""
+"""A scripted FTP server: correct unless a script changes a step. It records what it received."""
 import contextlib
 import select
 import socket
@@ -6,9 +6,9 @@ import struct
 
 from xbsa import DEADLINE
 
-# What is done at each step. A text is a reply line, bytes are sent as they are; connect opens the
-# data connection (foreign: from another address), transfer moves the object through it; a function
-# is called with the server; an empty list is silence.
+# The actions of each step. A text is a reply line, bytes are sent unchanged, a function is called with
+# the server, an empty list is silence. connect opens the data connection (foreign: from another
+# address), transfer moves the object.
 POLITE = {"GREETING": ["220 ready"], "USER": ["331 password"], "PASS": ["230 in"],
           "TYPE": ["200 binary"], "CWD": ["250 there"], "PORT": ["200 port"],
           "STOR": ["150 opening TAPE 17 SEGMENT 3", "connect"], "RETR": ["150 opening", "connect"],
@@ -20,7 +20,7 @@ class Hangup(Exception):
 
 
 class Refused(Exception):
-    """Nobody listens for the data connection."""
+    """The client does not listen for the data connection."""
 
 
 class Listener:
@@ -34,7 +34,7 @@ class Listener:
         self.listener.close()
 
     def serve(self, done):
-        """One connection after the other, until there is something to read in done."""
+        """Serves one connection after the other, until done is readable."""
         while self.listener in (ready := select.select([self.listener, done], [], [], self.patience)[0]):
             self.accept(self.listener.accept()[0])
         if not ready:
@@ -42,10 +42,10 @@ class Listener:
 
 
 class Server(Listener):
-    """Serves connections one after the other, the n-th by the n-th script (a dict like POLITE, of
-    the steps that differ), the rest politely.
+    """Serves connections one after the other, the n-th with the n-th script (a dict like POLITE with
+    the steps that differ), the rest with POLITE.
     heard: a list of command lines for each connection; ends: how each data connection ended (FIN,
-    RST, REFUSED); objects: what is stored, by name."""
+    RST, REFUSED); objects: stored data by name."""
 
     def __init__(self, *scripts, objects=None):
         super().__init__()
@@ -91,7 +91,7 @@ class Server(Listener):
                 self._say(action if isinstance(action, bytes) else action.encode("latin-1") + b"\r\n")
 
     def _say(self, text):
-        """To a client that is gone already, too: what it had sent before is still to be heard."""
+        """Ignores that the client has gone, because its earlier commands are still to be read."""
         with contextlib.suppress(ConnectionError):
             self.control.sendall(text)
 
@@ -108,7 +108,7 @@ class Server(Listener):
             self.data = socket.create_connection(self.target, DEADLINE, (source, 0))
         except ConnectionRefusedError:
             raise Refused from None
-        except ConnectionResetError:  # opened and cut before we looked: it ends at once
+        except ConnectionResetError:  # already reset
             self.data = socket.socket()
 
     def _do_foreign(self):

@@ -1,7 +1,7 @@
 /*
- * Makes calls of the library fail, as a short or hostile system would. Preloaded in front of the C
- * library; only calls that come out of libxbsa.so are counted and fail, so that neither the test
- * around it nor the C library itself is harmed.
+ * Makes calls of the library fail, as on an overloaded or hostile system. Preloaded before the C
+ * library. Counts and fails only calls from libxbsa.so, so that neither the test nor the C library
+ * itself is affected.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -11,14 +11,14 @@
 
 enum
 {
-    SHORT = 0,      /* in place of an error number: the call moves one byte */
-    PATIENCE = 100, /* no signal comes, and no buffer is full, for ever */
-    BLOCKS = 64,    /* of memory, more than the library ever holds */
+    SHORT = 0,      /* instead of an error number: the call moves one byte */
+    PATIENCE = 100, /* limit of injected EINTR and EAGAIN */
+    BLOCKS = 64,    /* of memory, more than the library ever has */
     UNHARMED = -1
 };
 
-/* One row for each call: its name, its result in a failure, and whether the real call is made all
- * the same (a descriptor is gone even where close fails, an interrupted connect goes on). */
+/* One row for each call: its name, its result after a failure, and whether the real call is made
+ * nevertheless (close fails but closes the descriptor, an interrupted connect continues). */
 #define NEVER 0
 #define ALWAYS 1
 #define INTERRUPTED (error == EINTR)
@@ -36,15 +36,15 @@ enum
 #define NAME(name, failed, made) #name,
 static const char *const names[] = {"malloc", CALLS(NAME) "sleep", NULL};
 
-/* Which call fails: the n-th one of that name, and those after it where on is set. */
+/* Which call fails: the n-th of that name, and with on all later ones. */
 static struct
 {
     int row, number, on, error;
 } fault;
-int shim_hits; /* how many calls failed */
+int shim_hits; /* number of failed calls */
 static int calls[sizeof names / sizeof *names];
-static char *first, *last;   /* the library's code */
-static void *blocks[BLOCKS]; /* what it has allocated and not given back */
+static char *first, *last;   /* range of the library's code */
+static void *blocks[BLOCKS]; /* memory that it has not freed */
 
 static int find_library(struct dl_phdr_info *info, size_t size, void *data)
 {
@@ -67,7 +67,7 @@ static int find(const char *name)
     return row;
 }
 
-/* Begins to count; 0: it is not in the table. */
+/* Starts counting. Returns 0 if the call is not in the table. */
 int shim_arm(const char *name, int number, int on, int error)
 {
     dl_iterate_phdr(find_library, NULL);
@@ -94,7 +94,7 @@ static int is_library(const void *caller)
     return (const char *)caller >= first && (const char *)caller < last;
 }
 
-/* The error number that this call is to fail with, SHORT or UNHARMED. */
+/* The error number for this call, or SHORT or UNHARMED. */
 static int judge(const char *name, const void *caller)
 {
     int row = find(name), number = is_library(caller) ? ++calls[row] : 0;
@@ -104,8 +104,8 @@ static int judge(const char *name, const void *caller)
     return passes && shim_hits >= PATIENCE ? UNHARMED : (shim_hits++, fault.error);
 }
 
-/* The headers that declare these are left out. Numbers and addresses are in the same registers and
- * pass as they are; what a call may do in part, it is told the size of by its third argument. */
+/* The headers that declare these are not included. Numbers and addresses use the same registers and
+ * pass unchanged. Calls that may be partial have the size as their third argument. */
 #define DEFINE(name, failed, made)                                                                 \
     long name(long a, long b, long c, long d, long e)                                              \
     {                                                                                              \
@@ -132,8 +132,8 @@ void *malloc(size_t size)
     return blocks[i] = real(size);
 }
 
-/* Whoever calls: what the library gives back in its last step comes from the caller's address. The
- * look-up of the real one may itself free an old error text, which is let go. */
+/* Accepts any caller, because the library's last call may be a tail call. The look-up of the real
+ * function may itself free an old error text; that memory is not freed. */
 void free(void *memory)
 {
     static void (*real)(void *);
@@ -145,7 +145,7 @@ void free(void *memory)
     real(memory);
 }
 
-/* The library's waits between two tries are counted, and over at once. */
+/* The library's waits between two tries are counted and return at once. */
 unsigned int sleep(unsigned int seconds)
 {
     static unsigned int (*real)(unsigned int);

@@ -5,20 +5,20 @@ import os
 import inifile
 from xbsa import make_folder, read_text, write_plain
 
-os.environ.pop("LD_PRELOAD", None)  # the sanitizer is for this process, not for its children
+os.environ.pop("LD_PRELOAD", None)  # children must not inherit the sanitizer
 INI = inifile.INI
 
 SCRIPT = read_text(os.path.dirname(__file__) + "/standin/olm_com_interface")
 
 
-@functools.cache  # the first one replaces the INI file
+@functools.cache  # only once: the test replaces the INI file
 def need_private_etc():
     assert os.path.ismount("/etc") or os.path.exists(INI) and inifile.is_ours(), \
         "needs a private /etc: sandbox/run --exec python3 -m unittest ..."
 
 
 class Utility:
-    """The scripted utility in a folder of its own, and the INI file that names it."""
+    """The scripted utility in its own directory, and the INI file that names it."""
 
     def __init__(self, test, answers=None, script=SCRIPT, name="bin"):
         need_private_etc()
@@ -40,7 +40,7 @@ class Utility:
         while len(texts) > 1:
             end = int(texts[0]) + 1
             left = [number for number in texts[end + 1].split() if number not in ("10", "255")]
-            # While the caller is still in popen, the C library's own two signals are blocked too.
+            # While the caller is in popen, the two internal signals of the C library are blocked too.
             mask = f"{int(texts[end], 16) & ~0x180000000:016x}"
             found.append((texts[1:end], mask, " ".join(left)))
             texts = texts[end + 2:]

@@ -1,4 +1,4 @@
-"""Drives the built library as a database's backup tool would: one process for each scenario."""
+"""Drives the built library as a database's backup tool does: one process for each scenario."""
 import collections
 import contextlib
 import ctypes as c
@@ -18,7 +18,7 @@ import traceback
 ROOT = os.path.abspath(__file__ + "/../../..")  # of the sources
 LIBRARY = os.environ["XBSA_LIBRARY"]
 SANITIZED = "libasan" in os.environ.get("LD_PRELOAD", "")
-COUNTED = "XBSA_COVERAGE" in os.environ  # the library counts which of its lines run
+COUNTED = "XBSA_COVERAGE" in os.environ  # the library counts its executed lines
 STRICT = {"KORVA_STRICT": "1"}
 DEADLINE = 150  # seconds after which a scenario counts as hung
 
@@ -28,7 +28,7 @@ TYPES = {"i": c.c_int, "I": c.c_uint, "H": c.c_ushort, "B": c.c_ubyte, "l": c.c_
 
 
 def rows(columns, *cells, **defaults):
-    """A table whose cells have the names of the columns; the last ones may be left out, or named."""
+    """A table with named columns; the last cells of a row may be omitted or given by name."""
     row = collections.namedtuple("row", columns.split() + list(defaults), defaults=defaults.values())
     return [row(**cell) if isinstance(cell, dict) else row(*cell) for cell in cells]
 
@@ -67,7 +67,7 @@ Global = record("Global", """sSession:Session sObject:Object sCOM:Com sQueryDesc
     spQueryResult:Results iQueryIndex:i ulTimeOut:L ucXBSATraceLevel:B vpExternalTraceFunc:p
     iReadTraceEnvironment:i szLogFile:4096s hLogFile:i cpTraceBuffer:p iQAB:i""")
 
-# Result and arguments of what is called with more or other than ints.
+# Result and arguments of the functions that take more than ints.
 PROTOTYPES = """BSAInit:ipppp BSATerminate:il BSABeginTxn:il BSAEndTxn:ili BSACreateObject:ilpp
     BSASendData:ilp BSAEndData:il BSAGetObject:ilpp BSAGetData:ilp BSAGetLastError:ipp
     BSAQueryApiVersion:ip BSAQueryServiceProvider:ippp BSAGetEnvironment:ilpp BSAQueryObject:ilpp
@@ -155,7 +155,7 @@ def pattern(size):
 
 
 def both_modes(table):
-    """Each row after its mode's environment, with of each <default|strict> in it what holds there."""
+    """Each row after its mode's environment; of <default|strict> it keeps the part for the mode."""
     for row, strict in itertools.product(table, (0, 1)):
         yield {"KORVA_STRICT": str(strict)}, row._make(re.sub(
             r"<([^|>]*)\|([^>]*)>", lambda both: both[1 + strict], cell)  # pylint: disable=W0640
@@ -167,7 +167,7 @@ def resident_bytes():
 
 
 def descriptors():
-    """The numbers of the open ones, without the one that the listing itself took."""
+    """The open descriptors, without that of the listing itself."""
     listed = [int(name) for name in os.listdir("/proc/self/fd")]
     return sorted(number for number in listed if os.path.lexists(f"/proc/self/fd/{number}"))
 
@@ -221,8 +221,8 @@ def read_text(path):
 
 def run(scenario, *args, server=None, level=2, env=None, killed=False, deadline=DEADLINE):
     """Runs scenario(library, *args) in a child while the server serves it, and returns the Outcome.
-    Fails when the child hangs, crashes or raises, loses a descriptor, leaves a child or, but for
-    an Informix session, another signal mask; with killed=True it must end by SIGKILL instead."""
+    Fails if the child hangs, crashes, raises, leaks a descriptor, leaves a child process or, except in
+    Informix mode, changes the signal mask. With killed=True it must end by SIGKILL instead."""
     folder = tempfile.mkdtemp(prefix="xbsa")
     reader, writer = os.pipe()  # ends with the child
     child = os.fork()
@@ -262,7 +262,7 @@ def run_started(scenario, *args, server, **options):
 
 
 def _run_child(scenario, args, server, level, env, folder):
-    """Never returns. SIGPIPE is as a program finds it, not as Python sets it."""
+    """Never returns. SIGPIPE has its default action, not Python's."""
     os.chdir(folder)
     for number, name in ((1, "stdout"), (2, "stderr")):
         os.dup2(os.open(name, os.O_CREAT | os.O_WRONLY | os.O_APPEND, 0o600), number)

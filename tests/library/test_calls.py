@@ -8,8 +8,8 @@ from calls import call
 from server import Server
 from xbsa import Descriptor, Owner, Version, rows, run, run_started
 
-# Calls one after the other, their codes, then the bits of the calls made. Those of a transfer in
-# any order, with wrong handles and nulls, are in test_random.py.
+# Calls in sequence, their codes, then the bits of the calls made. test_random.py makes those of a
+# transfer in any order, with wrong handles and nulls.
 ORDERS = rows("calls codes bits", ("init init", "0 5", 0x400), ("init terminate init", "0 0 5", 0x400),
     ("init begin commit init", "0 0 0 0", 0x400), ("init begin abort abort", "0 0 0 5", 0),
     ("init terminate! delete!", "0 6 0", 0x400), ("init-nohandle init", "22 5", 0x400),
@@ -25,7 +25,7 @@ ORDERS = rows("calls codes bits", ("init init", "0 5", 0x400), ("init terminate 
     ("init begin query-noobject next", "0 0 22 18", 0x1501),
     ("version version-null init", "0 22 0", 0xC00), ("version-null", "22", 0),
     ("provider-null error-null error-nosize", "22 22 22", 0x2000))
-# HOST is BSA_SERVICE_HOST; a port of None stays as it is.
+# HOST is BSA_SERVICE_HOST; a port of None stays unchanged.
 ENTRIES = rows("entries host port", ([], b"", 0), (["HOST=host1"], b"host1", 21),
     (["HOST=host1:4711"], b"host1", 4711), (["HOST=h:"], b"h", 21), (["HOST=h::4711"], b"h", 4711),
     (["HOST=::h"], b"h", 21), (["HOST=h:1", "HOST=::"], b"h", None),
@@ -34,7 +34,7 @@ ENTRIES = rows("entries host port", ([], b"", 0), (["HOST=host1"], b"host1", 21)
     (["BSA_API_VERSION=1.9", "HOST=h:2"], b"h", 2), (["BSA_API_VERSION=2.0", "HOST=h:2"], b"", None),
     (["BSA_API_VERSION"], b"", None), (["HOST", "BSA_TIMEOUT"], b"", 21),
     (["HOST=" + "h" * 5000 + ":7"], b"h" * 4095, 7), time_out=0)
-# Variables of the COM utility: what is changed in a full set, result, fields that stay empty.
+# Variables of the COM utility: changes to a full set, result, fields that stay empty.
 LIMITS = {"KORVA_SERVER": ("szKORVAServer", 127), "KORVA_JOB": ("szJobName", 255),
           "KORVA_TAPE_SERVER": ("szKORVATapeServer", 127), "KORVA_DRIVE": ("szDrive", 7),
           "KORVA_POOL": ("szPool", 255), "KORVA_COM_TIMEOUT": ("szCOMTimeOut", 7)}
@@ -105,7 +105,7 @@ class Calls(unittest.TestCase):
                 self.assertEqual(run(read, env=env).value, (code, want))
 
     def test_owners(self):
-        """What becomes the login; fields without a terminator are read to their last byte."""
+        """The login; fields without a terminator are read to their last byte."""
         owners = [(b"user=u:pass=p", "u", "p"), (b"", "", ""), (b"abc:abc", "", ""),
                   (b"user=u", "u", ""), (b"user=u:pass=p:rest", "u", "p"), (b"A" * 64, "A" * 59, ""),
                   (b"user=" + b"B" * 30 + b":pass=" + b"C" * 23, "B" * 30, "C" * 23)]

@@ -13,7 +13,7 @@ from utility import INI, Utility, answers, start, traced
 from xbsa import STRICT, Descriptor, Name, Query, both_modes, descriptor, rows, run, write_plain
 
 FULL_MASK, NO_MASK = "fffffffe7ffbfeff", "0" * 16
-# The command lines of each task, one a run; a blank word is a second blank.
+# The command lines of each task, one per run; a blank word is a second blank.
 FROM, JOB = "-C {szKORVAServer} -I informix", "-C {szKORVAServer} -j {szJobName} -s {saveset} -I informix"
 OPEN = ["{way} open " + FROM, "{way} openjob:{szSessionID} " + JOB + "{options} --  {space}@{path}"]
 CLOSE = ["{way} closejob:{szSessionID} " + JOB + " -i 2", "{way} close:{szSessionID} " + FROM + " -i 2"]
@@ -65,7 +65,7 @@ def run_task(x, task, values, started=1, status=0):
     x.state.sObject.sSMS.iOpStatus = status
     x.state.sObject.sBSA_Object.name = x.state.sQueryDescriptor.name = names
     x.state.sObject.sBSA_Object.copyId.right = 2**32 - 1
-    before = int(time.time() - 0.1)  # time(2) is up to a tick behind
+    before = int(time.time() - 0.1)  # time(2) is up to a tick late
     code = x.com_intf(task, c.byref(com))
     saveset = com.szSavesetID.decode("latin-1")
     if task == 1 and saveset.isdigit():
@@ -76,7 +76,7 @@ def run_task(x, task, values, started=1, status=0):
 
 class Commands(unittest.TestCase):
     def check(self, table, mask=FULL_MASK, name="bin", strict="0", plain=True):
-        """plain: no word needs quotes, so the trace shows them as they are."""
+        """plain: no word needs quotes, so the trace shows the words unchanged."""
         utility = Utility(self, name=name)
         arguments = [(row.task, FIELDS | row.values, row.started, 2) for row in table]
         got = run(in_turn, run_task, arguments, env={"KORVA_STRICT": strict})
@@ -115,14 +115,14 @@ class Commands(unittest.TestCase):
         self.assertEqual([line[:7] for line in utility.arguments()], ["-b open", "-r open"])
 
 
-# What the utility does, if it can be run, and how many bytes of its answer are read.
+# The utility's script, if it can be run, and how many bytes of its answer are read.
 UTILITIES = rows("script read", (None, 0), ("kill -9 $$", 0), ("echo reply=ERROR >&2", 0),
     ("for i in re ply = OK '\\n' x; do printf $i; done", 10),
-    # what comes behind a good answer changes nothing
+    # nothing after a good answer matters
     *(("echo reply=OK; " + then, 9) for then in ("exit 255", "kill -9 $$", "exec >&- 2>&-; sleep 0.2")),
     ("echo reply=OK; yes x | head -c 100000", 32768), ("echo reply=OK; yes x | head -c 32758", 32767))
 NAME = "/olm_com_interface"
-# "KEY" is replaced by the key. The path follows the folder "/b"; room is the caller's for it.
+# "KEY" is replaced by the key. The path follows the directory "/b"; room is the caller's buffer size.
 INIS = rows("file code path length",
     *((file, 0, NAME, 2) for file in (
         "  KEY  =  /b  \r\n", "KEY=/b", "[section]\n#KEY=/x\n\n  \nnonsense\nOTHER=/x\nKEY=/b\nKEY=/y\n",
@@ -164,9 +164,9 @@ class Runs(unittest.TestCase):
                 self.assertEqual(value, (row.code, folder + row.path if row.path else "", row.length))
 
 
-# Answers, the result, and what fields hold afterwards.
+# Answers, the result, and fields afterwards.
 ANSWERS = rows("answer code",
-    # Two lines that count stand for a reply.
+    # Two lines that count equal a reply.
     *((text + "\nlifetime=0", 0) for text in (
         "jobname=a|tape_server=h|drive=d|tape=l:1|format=f|savesetname=a|initiator=a|segment=1|"
         "logfile=l|verbose=2|message=no tape|sessionID=s").split("|")),
@@ -196,13 +196,13 @@ ANSWERS = rows("answer code",
         ("verbose=3", {"ucXBSATraceLevel": 67}), ("verbose=0", {"ucXBSATraceLevel": 64}),
         ("tape_server=srv:2000:sms:pw", {"szHostName": "srv", "iPort": 2000, "szUser": "sms",
                                          "szPass": "pw"})]),
-    # What 5,000 bytes leave in a field: the value's room is 512 bytes, the field's its own.
+    # A value of 5,000 bytes is cut to 512 bytes, then to the field's size.
     *((f"reply=OK\n{key}=" + "v" * 5000, 0, {name: "v" * size, "iOpenJobStarted": 0})
       for key, name, size in (("jobname", "szJobName", 255), ("drive", "szPath", 511),
           ("format", "szInter", 511), ("logfile", "szLogFile", 511), ("sessionID", "szSessionID", 255),
           ("savesetname", "szSavesetID", 255))), fields={})
 SECURE, LONG = "KORVA_SECURE_AUTHENTICATION", "h" * 4095
-# What is left out of a refused one may be anything.
+# Omitted fields of a rejected one may be anything.
 SPECS = rows("spec code",
     *((spec, 0) for spec in ("srv:2000:", "srv:2000:u", "srv:2000:sms", ":2000:u:p", "h:1:u:p:", "h:1:u:p:x",
                              "h:12345678:u:p", LONG + "h", f"h:1:{LONG}h:p", f"h:1:u:{LONG}h")),
@@ -254,7 +254,7 @@ class Answers(unittest.TestCase):
                 self.assertEqual(got, row[1:] if row.host else (row.code, *got[1:]))
 
     def test_no_password(self):
-        """At no level, in no line or dump, to no destination; what comes before it is shown."""
+        """No level, line, dump or destination shows a password; they show the text before it."""
         def ask(x, level):
             x.BSASetTrace(x.sink, b"./xbsa.log", level)
             return x.com_intf(6, c.byref(x.state.sCOM)), x.last_error()
@@ -276,14 +276,14 @@ class Answers(unittest.TestCase):
                                                 text), ["********"] * (level > 65))
 
 
-# Functions of numbers, and their texts of -1 and up; None where there is none.
+# Functions of numbers, and their texts from -1 on; None where there is none.
 TEXTS = {"qab_bsacopytype": "- - ANY ARCHIVE BACKUP - -", "qab_bsaobjecttype": "- - ANY FILE DIRECTORY OTHER -",
          "qab_bsaobjectstatus": "- - ANY MOST_RECENT NOT_MOST_RECENT -",
          "com_task_keyword": "UNKNOWN UNKNOWN COM_OPEN_WRITE COM_OPEN_READ COM_CLOSE_WRITE "
                              "COM_CLOSE_READ COM_INFO COM_REMOVE UNKNOWN",
          "com_step_keyword": "UNKNOWN COM_STEP_INIT COM_STEP_OPEN_SESSION COM_STEP_OPEN_JOB "
                              "COM_STEP_CLOSE_JOB COM_STEP_CLOSE_SESSION UNKNOWN"}
-# Of the fields of a descriptor as the dump shows them, in their order; "-" is empty.
+# The dumped fields of a descriptor, in order; "-" is empty.
 DUMP = ("0 user=u:pass=******** app obj /data 1 2 3 4 5 6 7 8 9 3 11 12 0 0 - - 0 0 - 2 2 "
         + "R" * 31 + " " + "D" * 100 + " -")
 
@@ -293,7 +293,7 @@ ASKED = {"match": b"reply=OK\nsavesetname=4711@R1\n", "none": b"reply=OK\n", "si
 
 
 def query(x, actions, utility):
-    """Plays calls, changes what the utility answers, and writes as a host may into the record."""
+    """Makes calls, changes the utility's answers, and writes into the record as a host may."""
     start(x)
     x.mine = own, mine = (Descriptor * 128)(), c.create_string_buffer(3 * 1536)
     asked, found = Query(name=Name(b"sp%", b"/q"), copyType=3, objectType=1, objectStatus=2), []
@@ -307,7 +307,7 @@ def query(x, actions, utility):
             call(x, action)
         elif action.startswith("index="):
             x.state.iQueryIndex = int(action[6:])
-        elif action.startswith("own="):  # as is the trace buffer: freed, either ends the process
+        elif action.startswith("own="):  # the caller's own, as is the trace buffer: freeing it would crash
             x.state.cpTraceBuffer = c.addressof(mine) + 1536
             for number in range(*map(int, action[4:].split("-"))):
                 own[number].copyId.right = number
@@ -320,7 +320,7 @@ def query(x, actions, utility):
     return " ".join(found), x.last_error() != ""
 
 
-# What the calls give in both modes; a 3 leaves a last message.
+# The results of the calls in both modes; a 3 leaves a last message.
 QUERIES = rows("actions result",
     ("match begin query next", "found 18"), ("next", "5"), ("match begin query query", "found 5"),
     ("match begin query own=1-3 next next next", "found 1 2 18"),
@@ -364,7 +364,7 @@ class Queries(unittest.TestCase):
 
 
 def session(x, actions, utility):
-    """Plays calls, changes what the utility answers, and reads the job's names; what all of it told."""
+    """Makes calls, changes the utility's answers, and reads the job's names; returns all results."""
     start(x)
     told, refusal = "", b"message=no\nreply=ERROR\n"
     changes = {"refuse": ("open", refusal), "deny": ("closejob", refusal),
@@ -386,19 +386,19 @@ def session(x, actions, utility):
 
 
 def shortened(calls):
-    """Verb, saveset and status of each run."""
+    """The verb, saveset and status of each run."""
     options = [dict(zip(words, words[1:])) for words, *_ in calls]
     return ", ".join(" ".join(filter(None, map(row.get, ("-b", "-r", "-s", "-i")))) for row in options)
 
 
 OPENED, ENDED = "open, openjob:S1 TIME, ", "closejob:S1 ABC@R1 {0}, close:S1 {0}"
 GOOD, READ = OPENED + ENDED, "open, openjob:S1 4711, " + ENDED
-WELL, ONCE = GOOD.format(0), "(, close:S1 3)?"  # the session's, whose job was closed once
+WELL, ONCE = GOOD.format(0), "(, close:S1 3)?"  # the session's close, after the job was closed
 STOR, RETR = "STOR ABC:QAB:none:17:LBL:64", "RETR ABC:0:0:17:5:none"
 NAMELESS = STOR.replace("ABC", "")
 STALE = ["szName", "szSessionID", "szRestoreID", "iOpenJobStarted"]
-# Results of the calls, runs of the utility and transfers are patterns of both modes. The odd thing is
-# in the actions, in the server's script, or a change in the answer to openjob.
+# Results of the calls, runs of the utility and transfers are patterns for both modes. The odd thing is
+# in the actions, in the server's script, or in the answer to openjob.
 SESSIONS = rows("actions result runs heard",
     ("store names", "000 ABC/S1/R1/<1|.>", WELL, STOR),
     ("store restore", "000 000hello", f"{WELL}, {READ.format(0)}", f"{STOR}, {RETR}"),
@@ -408,7 +408,7 @@ SESSIONS = rows("actions result runs heard",
          runs=READ.format(0).replace("ABC@R1", "<-I|4711>"), heard="RETR 4711"),
     dict(actions="store nameless restore", job={"drive": "/d"}, result="000 000",
          runs=f"{WELL}, {READ.format(0).replace('ABC@R1', '<ABC|4711>')}", heard="STOR ABC, RETR 4711"),
-    # the close of the job did not fail
+    # closing the job did not fail
     dict(actions="store", server={"END": ["426 cut"]}, result="00<0|3>", runs=GOOD.format(3), heard=STOR),
     *((f"begin create block {odd} end commit", f"000{code}<0|3>0", GOOD.format(status), STOR)
       for odd, code, status in (("fault", 3, 3), ("send-null", 22, "<0|3>"), ("send!", 6, "<0|3>"))),
@@ -418,7 +418,7 @@ SESSIONS = rows("actions result runs heard",
          runs=READ.format("<0|2>"), heard=RETR),
     ("mute-closejob store restore", "00<0|3> 00<0|3>hello",
      f"{WELL[:-12]}, {READ.format(0)[:-12]}", f"{STOR}, {RETR}"),
-    ("deny store", "003", WELL[:-12], STOR),  # above no answer to the close, here a refusal
+    ("deny store", "003", WELL[:-12], STOR),  # above no answer to closing, here a refusal
     ("refuse restore", "3", "open", ""),  # no session, or no job
     *((f"store {odd} begin create end commit names", f"000 03<0|3>0 /<{left}|>//0",
        f"{WELL}, open, close:<{left}|> 3", STOR) for odd, left in (("refuse", "S1"), ("half", "S2"))),
@@ -460,7 +460,7 @@ class Sessions(unittest.TestCase):
                 self.assertEqual({left for _, _, left in utility.calls()}, {"0 1 2"})
 
     def test_no_ini_file(self):
-        """A job that nobody opened is no success, nor hides why the server did not take the object."""
+        """A job that never opened is not a success, and does not hide why the server refused the object."""
         def store(x, port):
             x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % port, owner=b"INFORMIX")
             return x.store(end=False), x.last_error().strip(), x.BSAEndData(x.handle)

@@ -1,4 +1,4 @@
-"""What the built object promises to the program that loads it."""
+"""The promises of the built object to programs that load it."""
 import ctypes
 import glob
 import os
@@ -30,7 +30,7 @@ def included(house, room):
 
 class Contract(unittest.TestCase):
     def test_rooms(self):
-        """The drawing of the rooms holds in the object files, and a room's header is its interface."""
+        """The object files follow the table of rooms, and a room's header is its interface."""
         table = re.findall(r"^\| `([\w/]+)/(\w+)` \|.*\| ([\w ,]*) \|$",
                            read_text(ROOT + "/CONTRIBUTING.md"), re.M)
         for house in OBJECTS if os.environ["XBSA_TOOL"] else ["src"]:
@@ -64,12 +64,12 @@ class Contract(unittest.TestCase):
                 self.assertEqual((done.returncode, done.stderr), (0, ""), (standard, header))
 
     def test_loading(self):
-        """Needs the C library alone, an old one, and leaves nothing to be bound or rewritten."""
+        """Needs only an old C library, and leaves nothing to bind late or to relocate in the code."""
         dynamic, segments = readelf("-d"), readelf("-l")
         self.assertEqual(re.findall(r"NEEDED.*\[(.*)\]", dynamic), ["libc.so.6"])
         self.assertEqual(re.findall(r"SONAME.*\[(.*)\]", dynamic), ["libxbsa.so.1"])
         self.assertRegex(dynamic, r"BIND_NOW")
-        self.assertNotRegex(dynamic, r"SYMBOLIC")  # a program sees the record that the library uses
+        self.assertNotRegex(dynamic, r"SYMBOLIC")  # program and library use one record
         self.assertRegex(segments, r"GNU_RELRO")
         self.assertRegex(segments, r"GNU_STACK.* RW +0x")
         versions = re.findall(r"GLIBC_([\d.]+)", readelf("-V"))

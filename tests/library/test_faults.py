@@ -1,4 +1,4 @@
-"""Every call of the library fails, once and from then on: what comes out is right or says no."""
+"""Every system call fails once, or from then on: the result is correct or a failure."""
 import ctypes as c
 import errno
 import hashlib
@@ -18,7 +18,7 @@ FULL = os.environ.get("XBSA_FAULTS") == "all"
 DATA = pattern(70000)
 LOG = {"XBSA_TRACE": "2", "XBSA_LOGFILE": "xbsa.log"}
 
-# How the calls of both roads fail, then those of one alone; SHORT moves one byte.
+# Failures of the calls of both modes, then of Informix mode; SHORT moves one byte.
 PLAIN = """malloc:ENOMEM socket:EMFILE,ENOMEM bind:ENOMEM listen:ENOMEM getsockname:ENOMEM
     accept4:EMFILE,ENOMEM,EINTR,EAGAIN,ECONNRESET connect:EINTR,EAGAIN,ENOMEM,ECONNRESET
     setsockopt:ENOMEM open:EMFILE,ENOMEM,EINTR,ENOSPC
@@ -29,12 +29,12 @@ INFORMIX = PLAIN + """ fdopen:ENOMEM fgets:EINTR,ENOMEM fread:EINTR,ENOMEM,SHORT
     popen:EMFILE,EAGAIN,ENOMEM pclose:EINTR getpwuid:EINTR,EMFILE,ENOMEM
     gethostbyaddr:EAGAIN,ENOMEM poll:ENOMEM,EINTR"""
 ALL = re.findall(r"(\w+):", INFORMIX) + ["fcntl", "getpeername"]
-# Strict mode, how many of 0 to 2 are closed in the host, and what is called there alone.
+# Strict mode, how many of 0 to 2 are closed in the host, and the calls that occur only there.
 HOSTS = [("0", 0, ""), ("1", 0, " getpeername:ENOMEM"), ("1", 3, " fcntl:EMFILE")]
 
 
 def series(table, growth, calls):
-    """Faults as (call, number, on, error). In CI the number grows, and the ways to fail take turns."""
+    """Faults as (call, number, on, error). In CI numbers grow, and the ways to fail alternate."""
     for row in table.split():
         call, _, errors = row.partition(":")
         ways = list(itertools.product((0, 1), errors.split(",")))
@@ -46,28 +46,28 @@ def series(table, growth, calls):
         yield from ((call, number + 1, *way) for number, way in faults if number < calls[call])
 
 
-def attempt(x, road, action, closed, fault):
+def attempt(x, mode, action, closed, fault):
     call, number, on, error = fault
     shim = c.CDLL(None)
     _ = [os.close(low) for low in range(closed)]
     assert shim.shim_arm(call.encode(), number, on, getattr(errno, error, 0))
-    codes, data = [road.begin(x)], DATA
+    codes, data = [mode.begin(x)], DATA
     if codes == [0] and action == "store":
-        codes = x.store(DATA, **road.names)
+        codes = x.store(DATA, **mode.names)
     elif codes == [0]:
-        codes, data = x.restore(**road.names)
+        codes, data = x.restore(**mode.names)
     hits, message, again = c.c_int.in_dll(shim, "shim_hits").value, x.last_error(), [0, 0, 0]
     calls = {call: shim.shim_calls(call.encode()) for call in ALL}
     shim.shim_arm(b"malloc", 0, 0, 0)
     if any(codes):
-        road.begin(x)
-        again = x.store(b"after that", **road.names | {"name": b"next"})
+        mode.begin(x)
+        again = x.store(b"after that", **mode.names | {"name": b"next"})
     lost = shim.shim_blocks() - bool(x.state.cpTraceBuffer)
     _ = [os.open("/dev/null", os.O_RDWR) for _ in range(closed)]
     return codes, data == DATA, message, again, lost, hits, calls
 
 
-class Road:
+class Mode:
     cases = calls = 0
 
     def test_faults(self):
@@ -75,7 +75,7 @@ class Road:
             for action in ("store", "restore"):
                 table = self.table if FULL else "" if alone else self.brief[action]
                 left = self.drive(action, closed, strict, table + alone)
-                # now and then a connection is there before anybody waits for it
+                # sometimes a connection comes before the library polls
                 self.assertEqual(left - {"poll"}, set(), "never failed")
         print(f"{self.cases} faults injected, {self.calls} calls failed")
 
@@ -97,15 +97,15 @@ class Road:
         self.assertTrue(message if any(codes) else right, f"{codes}: no last message, or wrong data")
         if action == "store":
             left, known = self.stored(), [[DATA]]
-            # Lenient, on the Informix road the utility alone hears that an object is not whole.
+            # By default, in Informix mode only the utility learns that an object is not whole.
             known += [[]] if any(codes) or self.server is None and env["KORVA_STRICT"] == "0" else []
-            # A server that finds nobody for its reply may die before it removes what it began.
+            # A server whose reply cannot be sent may die before it removes a partial object.
             known += [[b""]] if any(codes) and fault[0] == "recv" else []
             self.assertIn(left, known, f"codes {codes}")
         return hits, calls
 
 
-class Plain(Road, unittest.TestCase):
+class Plain(Mode, unittest.TestCase):
     table, brief, growth, hosts = PLAIN, {"store": PLAIN, "restore": PLAIN}, 2, HOSTS
 
     def begin(self, x):
@@ -113,7 +113,7 @@ class Plain(Road, unittest.TestCase):
         return x.init(b"BSA_API_VERSION=1.0.1", b"BSA_TIMEOUT=2", host)
 
     def prepare(self, action):
-        self.doCleanups()  # the folder of the one before
+        self.doCleanups()  # removes the previous directory
         self.server = Daemon("vsftpd")
         self.addCleanup(shutil.rmtree, self.server.folder)
         self.names = {"owner": self.server.owner, "path": b".", "name": b"obj"}
@@ -124,15 +124,15 @@ class Plain(Road, unittest.TestCase):
         return [data for name, data in self.server.stored().items() if name != "next"]
 
 
-class Informix(Road, unittest.TestCase):
+class Informix(Mode, unittest.TestCase):
     table, growth, hosts, server = INFORMIX, 1, HOSTS if FULL else HOSTS[:1], None
-    # The settings, the answers and the login are read the same way for both.
+    # Store and restore read settings, answers and login in the same way.
     brief = {"restore": "malloc:ENOMEM popen:EMFILE poll:ENOMEM"}
     brief["store"] = brief["restore"] + """ fread:SHORT,EINTR fdopen:ENOMEM fgets:EINTR
         gethostbyaddr:EAGAIN getpwuid:EMFILE"""
 
     def test_refused_query(self):
-        """What a query that failed has allocated is given back by the next one."""
+        """The next query frees what a failed one has allocated."""
         def ask(x, forget):
             self.begin(x)
             assert c.CDLL(None).shim_arm(b"malloc", 0, 0, 0)

@@ -1,4 +1,4 @@
-"""The helpers, the error texts, and the texts of commands and replies, each called by itself."""
+"""The helpers, error texts, commands and replies, each called alone."""
 import ctypes as c
 import errno
 import itertools
@@ -8,7 +8,7 @@ import zlib
 
 from xbsa import Global, rows, run
 
-# Functions, and for each a row of arguments and the result.
+# Functions, and for each rows of arguments and result.
 CALLS = {"x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)], "x_MatchKeyword": [
         (b"STO", b"STORE", 3, None, 0, 1), (b"STO", b"STORE", 4, None, 0, 0),
         (b"STOREX", b"STORE", 0, None, 0, 0), (b"STORE=1", b"STORE", 0, b"=", 0, 1),
@@ -23,7 +23,7 @@ CALLS = {"x_IsEmptyString": [(None, 1), (b"", 1), (b"   ", 1), (b"\t", 0)], "x_M
         ((5,), b"The sequence of API calls is incorrect.")) for code in codes],
     "xbsaDSopt": [(-1, 1, 0), (-1, 2, 0)], "xbsaCSopt": [(-1, -1)], "SOCKET_close": [(-1, -1)],
     "BSAGetEnvironment": [(0, None, None, 0)], "stpc_send": [(-1, b"PA", 2, 0, -1)],
-    # number, kind, description, and what the description's %s stands for
+    # number, kind, description, and the description's %s
     "SysErrorTxt": [
         (0, 0, b"RETR failed. NEGATIVE reply: %s", b"550 x", b"RETR failed. NEGATIVE reply: 550 x"),
         (errno.ECONNREFUSED, 3, b"connect() failed.", b"Connection refused connect() failed."),
@@ -59,7 +59,7 @@ def commands(x, mode, path, size, **changes):
 
 
 def first_record(x):
-    """What a host finds before it has called anything, and the texts of all numbers."""
+    """The state before any call, and the texts of all numbers."""
     want = Global(iReadTraceEnvironment=1)
     want.sSession.SControl = want.sSession.SData = -1
     for fields in want.sObject.sBSA_Object, want.sQueryDescriptor:
@@ -118,7 +118,7 @@ class Helpers(unittest.TestCase):
             self.assertEqual(run(timer, seconds).value, (0, minutes, 0))
 
     def test_lines(self):
-        """One line at a time, unread bytes stay; the end of the connection fills the buffer."""
+        """Reads one line at a time and leaves the rest; the end of the connection fills the buffer."""
         def receive(x):
             ours, theirs = socket.socketpair()
             with ours, theirs:

@@ -1,4 +1,4 @@
-"""A guest in its host: descriptors, memory, and what a host does to its own descriptors."""
+"""The library in its host: descriptors, memory, and what a host does to its descriptors."""
 import _ctypes
 import contextlib
 import ctypes as c
@@ -19,7 +19,7 @@ from xbsa import (LIBRARY, SANITIZED, Block, Global, Owner, TraceSink, descripto
                   resident_bytes, rows, run, run_started)
 
 CYCLES = int(os.environ.get("XBSA_CYCLES", "150" if SANITIZED else "1000"))
-SETTLED = 100  # after so many cycles the C library has what it keeps
+SETTLED = 100  # cycles until the C library has allocated what it keeps
 LOG = {"XBSA_TRACE": "2", "XBSA_LOGFILE": "./xbsa.log"}
 
 
@@ -28,7 +28,7 @@ def transfer(x):
 
 
 def load(_):
-    """A copy that nobody else has loaded, with a session and its log open."""
+    """A separately loaded copy of the library, with an open session and log."""
     if not os.path.exists("copy.so"):
         shutil.copy(LIBRARY, "copy.so")
     library, handle = c.CDLL("./copy.so"), c.c_long()
@@ -60,7 +60,7 @@ def connections(x):
 
 
 def far_ends(x, replies=b"226 done\r\n221 bye\r\n", numbers=None):
-    """Two pairs of the host's own, whose near ends are in the record; the far ends."""
+    """Puts the near ends of the host's two socket pairs into the record; returns the far ends."""
     ends = [end for _ in range(2) for end in socket.socketpair()]
     high = [fcntl.fcntl(end, fcntl.F_DUPFD_CLOEXEC, 100) for end in ends]
     _ = [end.close() for end in ends]
@@ -96,7 +96,7 @@ def reused_in_transfer(x, renew, reuse):
 
 
 def isolated_end(x):
-    """Nothing of an earlier object, opened twice, spoils one on sockets of the host's own."""
+    """An earlier object, opened twice, does not spoil one on the host's sockets."""
     x.store(end=False)
     codes = [x.BSACreateObject(x.handle, c.byref(descriptor()), None), x.BSAEndTxn(x.handle, 1)]
     _ = [os.close(number) for number in set(connections(x)) & set(descriptors())]
@@ -106,7 +106,7 @@ def isolated_end(x):
 
 
 def copied_record(x):
-    """Copies of the record, the first one and a session's, come back in the next session."""
+    """A host restores the initial record, or a session's, in the next session."""
     first, later, codes, heard = Global.from_buffer_copy(x.state), None, [], []
     for turn in range(3):
         c.pointer(x.state)[0] = [x.state, first, later][turn]
@@ -123,9 +123,9 @@ def copied_record(x):
     return codes + [x.BSATerminate(x.handle)], heard
 
 
-# A call on a socket of the host's own that does not block: it takes a part of a block, or none
-# ("full"), holds so many bytes, or a signal comes. At which retry it has room again, and the status
-# before; then the code, the status after and the number of retries.
+# A call on the host's non-blocking socket, which accepts a part of a block or nothing ("full"), has so
+# many bytes, or is interrupted. At which retry it has room again, and the status before; then the code,
+# the status after and the number of retries.
 OWN = rows("call kind error room_at before code after tries",
     ("BSASendData", "full", errno.EAGAIN, 2, 0, 0, 0, 2),
     ("BSASendData", "part", errno.EAGAIN, 0, 0, 3, 2, 5),
@@ -169,8 +169,8 @@ def own_socket(x, row):
 
 
 def options(x):
-    """A dead peer and a forgetful router are noticed, a host that dies resets the data connection, and
-    a send has no time limit."""
+    """The library notices dead peers and routers that forget connections, a dying host resets the data
+    connection, and a send has no time limit."""
     x.store(end=False)
     tcp, own = socket.IPPROTO_TCP, socket.SOL_SOCKET
     asked = [(own, socket.SO_KEEPALIVE), (own, socket.SO_LINGER, 8), (own, socket.SO_SNDTIMEO, 16),
@@ -219,7 +219,7 @@ class Host(unittest.TestCase):
 
 
 class Driven(unittest.TestCase):
-    """Under the shim, where the waits between two tries are counted and over at once."""
+    """Under the shim, where waits between two tries are counted and return at once."""
     def test_own_sockets(self):
         for strict, row in itertools.product("01", OWN):
             text = f"{os.strerror(row.error)} Data sending failed."
@@ -232,7 +232,7 @@ class Driven(unittest.TestCase):
                       for number in range(row.tries)), *[f"BSASendData: {text}"] * (row.tries == 5)])
 
     def test_lost_server(self):
-        """One that the system has given up is not waited for at the end; one that comes back is."""
+        """At the end the library does not wait for a dead server, but for one that comes back."""
         def lose(x, call, system_call, on, late):
             shim, far, room = c.CDLL(None), far_ends(x, b""), c.create_string_buffer(b"hello")
             far[0].sendall(b"world")

@@ -1,4 +1,4 @@
-"""Odd hosts: a C program that has done this or that to itself uses the library, on both roads."""
+"""Unusual hosts: a C program under odd conditions uses the library in both modes."""
 import json
 import os
 import shutil
@@ -9,7 +9,7 @@ from ftpd import Daemon, serve_behind
 from utility import Utility, answers
 from xbsa import DEADLINE, LIBRARY, make_folder, read_text
 
-HOST = os.environ["XBSA_HOST"].split()  # behind an emulator, if it needs one
+HOST = os.environ["XBSA_HOST"].split()  # run by an emulator, if it needs one
 CONDITIONS = ["", "closed", "crowd", "blocked", "ignored", "threads", "blocked fork",
               "closed crowd ignored blocked threads thread fork"]
 NOBODY = 65534
@@ -58,7 +58,7 @@ class Hosts(Driver):
 
 class SetUserId(Driver):
     def test_set_user_id(self):
-        """Who starts a host with more rights names a log that he could write himself, or gets none."""
+        """The user who starts a host with more rights gets a log only where that user may write."""
         program = [shutil.copy(path, self.folder) for path in (HOST[-1], LIBRARY)]
         os.mkdir(self.folder + "/open")
         os.chmod(self.folder + "/open", 0o777)

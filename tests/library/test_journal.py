@@ -1,4 +1,4 @@
-"""The journal: a line for each object, what is in it, and what it must not do to the host."""
+"""The journal: a line for each object, its contents, and what it must not do to the host."""
 import ctypes as c
 import json
 import os
@@ -15,8 +15,8 @@ ON = {"KORVA_JOURNAL": "journal"}
 NOT_ENDED, FAILED = "The object was not ended.", "A call for the object failed."
 AGAIN = " commit begin create block end"
 HELLO, WHOLE = ("store", 5, 1, 0, ""), ("restore", 5, 1, 0, "")
-# Calls in a transaction; of each line direction, bytes, blocks, result and error, in both modes; what
-# is odd about the server.
+# Calls in a transaction; direction, bytes, blocks, result and error of each line, in both modes; the
+# server's oddity.
 OBJECTS = rows("calls lines", ("create block end", [HELLO]), ("get take end", [WHOLE]), ("commit", []),
     ("create block fault block end", [("store", 10, 2, 3, "Bad address Data sending failed.")]),
     ("create block send-null end", [("store", 5, 1, 3, "A .*block.* rejected.|" + FAILED)]),
@@ -33,7 +33,7 @@ OBJECTS = rows("calls lines", ("create block end", [HELLO]), ("get take end", [W
     dict(calls="get take end", odd={"END": ["426 aborted"]}, lines=[("restore", 5, 1, 3, "TRANSIENT.*")]),
     dict(calls="get take end", odd={"DATA": ["reset_data"]},
          lines=[("restore", 0, 0, 3, "Connection reset by peer Data receiving failed.")]), odd={})
-# What the journal's path is; whether lines get there, and the trace.
+# The kind of the journal's path; whether lines get there, and the trace.
 PATHS = rows("path lines trace", ("journal", 2, ""), ("", 0, ""), (".", 0, "cannot be opened: Is a directory"),
     ("/dev/full", 0, "a line is lost: No space left on device"), ("x" * 4096, 0, "a path that is too long"),
     ("closed", 2, ""), ("limited", 1, "a line is lost: File too large"))
@@ -54,7 +54,7 @@ def odd_path(x, path):
     if path == "limited":
         resource.setrlimit(resource.RLIMIT_FSIZE, (os.path.getsize(path), resource.RLIM_INFINITY))
     number = None
-    if path == "closed":  # and its number is the host's own file from then on
+    if path == "closed":  # and the host reuses its number for a file
         number = max(n for n in descriptors() if os.readlink(f"/proc/self/fd/{n}").endswith(path))
         with open("own", "w", encoding="ascii") as own:
             os.dup2(own.fileno(), number)
@@ -83,7 +83,7 @@ class Journal(unittest.TestCase):
                                             "copy_id": 0, "server": f"127.0.0.1:{server.port}"})
 
     def test_large_object(self):
-        """Blocks of each size give the checksum that another program gives."""
+        """Blocks of any size give the same checksum as another program."""
         def store(x):
             data = pattern(1 << 20)
             for begin, end in ((0, 0), (0, 1), (1, 241), (241, 700), (700, 9000), (9000, 1 << 20)):
@@ -107,7 +107,7 @@ class Journal(unittest.TestCase):
                                  row.path != "")
 
     def test_names(self):
-        """Each name comes out as valid JSON: UTF-8 as it is, other bytes as characters of their number."""
+        """Each name becomes valid JSON: UTF-8 unchanged, other bytes as the characters of their numbers."""
         def store(x):
             for name in names:
                 x.store(name=name, end=False)
@@ -123,7 +123,7 @@ class Journal(unittest.TestCase):
         self.assertNotIn(b"\x7f", text)
 
     def test_ends_of_processes(self):
-        """A host that ends in mid-object owes a line, a child that it forked none."""
+        """A host that ends during an object writes a line, a forked child does not."""
         def host(x, server):
             def child(*actions):
                 if (pid := os.fork()) == 0:

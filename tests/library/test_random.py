@@ -1,4 +1,4 @@
-"""Random calls in random order: whatever comes, a success is right and a failure says why."""
+"""Random calls in random order: a success is correct, and a failure gives a reason."""
 import ctypes as c
 import os
 import random
@@ -13,8 +13,8 @@ SEED = int(os.environ.get("XBSA_SEED", "1"))
 SEQUENCES = int(os.environ.get("XBSA_SEQUENCES", "200" if SANITIZED else "1000"))
 PIECE = 40  # sequences in one process
 BYTES = random.Random(0).randbytes(99991) * 2
-LARGE = BYTES * 50  # more than the system takes on the way
-# What a connection meets: most of them nothing odd.
+LARGE = BYTES * 50  # more than the system buffers
+# Oddities of a connection; most have none.
 FATES = [{}] * 9 + [{"GREETING": ["close"]}, {"CWD": ["550 no"]}, {"PORT": ["500 no"]}, {"PASS": ["reset"]},
     {"STOR": ["452 full"], "RETR": ["550 none"]},
     {"STOR": ["150 go", "close"], "RETR": ["150 go", "150 on", "close"]}, {"END": ["426 cut"]},
@@ -43,20 +43,20 @@ class Player:
         return code
 
     def give_up(self):
-        """Of a store that its end does not follow anything may be left."""
+        """A store without its end may leave anything."""
         if self.open == "STOR":
             self.promised.pop(self.name, None)
         self.open = None
 
     def block(self, handle, verb, call):
-        """By default one against the direction waits for ever, and without a connection for seconds."""
+        """By default a call in the wrong direction waits for ever, one without a connection for seconds."""
         block, at = Block(0, 0, c.addressof(self.room)), self.moved % 99991
         if self.open == verb or (self.strict and self.open):
             block.bufferLen = self.chance.choice([0, 1, self.chance.randint(0, 65535), 65535])
         if verb == "STOR":
             c.memmove(self.room, BYTES[at:at + block.bufferLen], block.bufferLen)
         code = call(handle, c.byref(block) if self.chance.random() > 0.04 else None)
-        self.clean &= code == 0 or verb == "RETR"  # a refused read loses nothing
+        self.clean &= code == 0 or verb == "RETR"  # a rejected read loses nothing
         if code == 0 and self.open == verb == "RETR" and self.name in self.promised:
             want = self.promised[self.name][self.moved:self.moved + block.bufferLen]
             assert want.startswith(self.room.raw[:block.numBytes]), "wrong bytes"
@@ -70,7 +70,7 @@ class Player:
         self.give_up()
         assert self.x.last_error() or code != 3 or not (verb and first), "no last message"
         assert code or not self.strict or self.clean or not verb, "half an object passes for a whole one"
-        # by default, in Informix mode the utility alone hears what failed
+        # by default, in Informix mode only the utility learns what failed
         if verb == "STOR" and code == 0 and self.clean and (self.strict or not self.informix):
             self.promised[name] = (BYTES * (1 + self.moved // len(BYTES)))[:self.moved]
         return code
@@ -108,7 +108,7 @@ def play(x, server, seed, informix, strict):
 
 
 class Watchful(Server):
-    """Gives a store up when the client says something meanwhile: no end takes its second."""
+    """Ends a store early when the client sends a command, which saves the second's wait."""
 
     def _receive(self):
         parts, part = [], b"first"
@@ -117,7 +117,7 @@ class Watchful(Server):
                 raise Hangup
             try:
                 part = self.data.recv(1 << 20)
-            except OSError:  # a reset, or what a reset leaves
+            except OSError:  # a reset or its consequence
                 return "RST"
             parts.append(part)
         self.objects[self.name] = b"".join(parts)

@@ -1,6 +1,6 @@
 """
-Real servers: what is stored comes back, unless either side dies or sleeps in mid-transfer, or a disk is
-full. CI kills each server after a tenth and each client before its end. XBSA_REAL=all does all of it, as
+Real servers: stored objects come back, unless either side dies or sleeps during the transfer, or a disk is
+full. CI kills each server after a tenth and each client before its end. XBSA_REAL=all runs everything, as
 root, in six minutes.
 """
 import itertools
@@ -21,15 +21,15 @@ ALL = os.environ.get("XBSA_REAL") == "all"
 SERVERS = ["vsftpd", "proftpd", "sandbox"] + ["pure-ftpd"] * (os.getuid() == 0)
 OBJECT, OLD = pattern(32 << 20), b"the old object"
 BLOCKS = len(OBJECT) // 65535
-# Seconds that a server stands an idle client, and of a sleep; Pure-FTPd knows minutes only.
+# Seconds until a server drops an idle client, and of a sleep; Pure-FTPd counts in minutes.
 LIMIT, PAUSE = 10, {"pure-ftpd": 70}
 FAULTS = [("kill server", 10), ("kill client", 100)]
 if ALL:
     FAULTS = list(itertools.product(("kill server", "kill client"), (0, 1, 10, 50, 99, 100)))
     FAULTS += [("pause server", 50), ("pause client", 50), ("full disk", 0)]
-# What the server has when a client died in mid-store.
+# What the server has after a client died during a store.
 KEPT = {"proftpd": "old", "sandbox": "old", "vsftpd": "none", "pure-ftpd": "half"}
-if proftpd_version() < "1.3.8":  # takes the old object away too
+if proftpd_version() < "1.3.8":  # also removes the old object
     KEPT["proftpd"] = "none"
 
 
@@ -50,7 +50,7 @@ class Peer:
 
     def signal(self, number):
         if self.sandbox:
-            os.kill(self.sandbox.process.pid, number)  # in a child it is nobody's to wait for
+            os.kill(self.sandbox.process.pid, number)  # the child is not its parent and cannot wait for it
         else:
             os.killpg(int(read_text(self.server.folder + "/groups").split()[-1]), number)
 
@@ -105,7 +105,7 @@ def problem(name, verb, fault, percent, got, kept):
     code, right = max(got[0]), kept == "whole" if verb == "store" else got[1]
     if code == 0 and not right:
         return "a success with wrong bytes"
-    # what a server sends before it is killed may be the whole rest, on its way already
+    # the rest may already be on its way when a server is killed
     fails = fault == "full disk" or (verb, fault) == ("store", "kill server")
     return "a success" if fails and code == 0 else ""
 

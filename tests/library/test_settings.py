@@ -1,4 +1,4 @@
-"""Settings of the data connection that are off unless the environment asks for them."""
+"""Settings of the data connection, which are off unless the environment sets them."""
 import contextlib
 import ctypes as c
 import errno
@@ -11,10 +11,10 @@ from server import Server
 from utility import Utility, answers, start
 from xbsa import both_modes, descriptor, read_text, rows, run
 
-OPTIONS = 47, 72, socket.SO_SNDBUF, socket.SO_RCVBUF  # pacing rate, buffers that are fixed, both sizes
-SCALE = 6  # in TCP_INFO: what the peer has announced, in the low half of the byte
-# The variables, and of the data connection: pacing rate (-1 is none), fixed buffers (then the window
-# scale follows them), their size as the system doubles it (0 is as without them); and the trace.
+OPTIONS = 47, 72, socket.SO_SNDBUF, socket.SO_RCVBUF  # pacing rate, locked buffers, both sizes
+SCALE = 6  # in TCP_INFO: the peer's window scale is in the low half of the byte
+# The variables; of the data connection the pacing rate (-1 is none), fixed buffers (which determine the
+# window scale) and their size as doubled by the system (0 is the default); and the trace.
 CONNECTIONS = rows("variables", ("",),
     dict(variables="PORT_RANGE=20000-29999", trace="BSAInit: KORVA_PORT_RANGE = 20000-29999."),
     dict(variables="RATE_LIMIT=2000000", rate=2000000, trace="BSAInit: KORVA_RATE_LIMIT = 2000000."),
@@ -22,7 +22,7 @@ CONNECTIONS = rows("variables", ("",),
     dict(variables="SOCKET_BUFFER=1073741823", size=None, trace="stpc_port: KORVA_SOCKET_BUFFER = 1073"
          "741823: net.core.wmem_max allows only " + read_text("/proc/sys/net/core/wmem_max").strip() + "."),
     ("PORT_RANGE= RATE_LIMIT= SOCKET_BUFFER=",), rate=-1, fixed=0, size=0, trace="")
-# What is not allowed of each, and what the message offers.
+# Rejected values of each variable, and what the message suggests.
 REFUSED = rows("name values offer",
     ("PORT_RANGE", "50000 50000- -50000 1023-2000 2000-65536 50001-50000 50000-50001x +50000-50001",
      "FIRST-LAST, two ports from 1024 to 65535, such as 50000-50099"),
@@ -36,7 +36,7 @@ def settings(line):
 
 
 def free_port(where=iter(range(10000 + os.getpid() % 9000, 32000))):
-    """Out of reach of the ports that the system gives to other tests."""
+    """Ports that the system does not assign to other tests."""
     for port in where:
         with socket.socket() as probe:
             if probe.connect_ex(("127.0.0.1", port)):
@@ -101,7 +101,7 @@ class Both:
 
 class Plain(Both, unittest.TestCase):
     def test_ports_of_others(self):
-        """All but one are taken; all are; and another stream was the first to listen on one."""
+        """All ports but one are in use; all are; and another stream listened on one first."""
         first = free_port()
         ports = {free_port() for _ in range(3)}
         env = settings(f"PORT_RANGE={first}-{max(ports)}")

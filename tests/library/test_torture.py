@@ -9,17 +9,17 @@ from server import POLITE, Server
 from xbsa import SANITIZED, pattern, rows, run
 
 ALL = os.environ.get("XBSA_TORTURE") == "all"
-STRIDE = 1 if ALL else 11 if SANITIZED else 5  # of the bytes at which something is cut
+STRIDE = 1 if ALL else 11 if SANITIZED else 5  # between the bytes where something is cut
 GOOD = {"GREETING": "220", "USER": "331", "PASS": "230", "TYPE": "200", "CWD": "250", "PORT": "200",
         "STOR": "150", "END": "226", "QUIT": "221"}
 STEPS = list(GOOD)
 OBJECT = pattern(300)
 CODES = """000 100 110 125 150 199 200 220 221 226 230 250 299 331 350 399 400 421 425 426 450 499
            500 502 530 550 553 599 600 999 abc 2x0 22 2""".split() + ["", " ", "-"]
-# Which texts do at a step; in one that is not named all but an empty greeting.
+# The texts that work at a step; at other steps all but an empty greeting.
 NEEDED = {"CWD": lambda text: text[:1] not in ("4", "5"), "PORT": lambda text: text[:3] == "200",
           "STOR": lambda text: text[:3] == "150", "END": lambda text: text[:3] == "226", "GREETING": bool}
-# Shapes of a reply, made of its good line: all steps take them, or those that are named do.
+# Shapes of a reply, made from its good line: all steps accept them, or only the named ones.
 TAKEN, CARELESS = set(STEPS), {"GREETING", "USER", "PASS", "TYPE", "CWD", "QUIT"}
 SHAPES = [("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\r\n"], TAKEN),
     ("CR CR", lambda line: [line + b"\r\r\n"], TAKEN),
@@ -32,9 +32,9 @@ SHAPES = [("byte after byte", lambda line: [bytes([byte]) for byte in line + b"\
     ("flood of lines", lambda line: [line + b"\r\n" + b"999 on\r\n" * 5000], {"END", "QUIT"}),
     ("flood of NULs", lambda line: [b"\0" * 60000], {"QUIT"}),
     ("positive lines", lambda line: [line + b"\r\n" + b"200 on\r\n" * 5000], {"END", "QUIT"})]
-# The step that fails when the connection ends at a step, and the last command that was sent then.
-# Where replies were left unread the client's close is a reset, which drops what its system still held
-# back: the server hears the beginning of it. Strict mode does not know the peer of a reset connection.
+# The step that fails when the connection ends at a step, and the last command sent before.
+# If replies are unread, the client's close is a reset, which drops unsent data: the server receives a
+# part of it. In strict mode the peer of a reset connection is unknown.
 OR_BEFORE, AND_QUIT, BY_DEFAULT = " or before", " and QUIT", " by default"
 FAILS = {step: step for step in STEPS} | {"QUIT": None}
 LAST = {step: step for step in STEPS} | {"GREETING": "", "END": "STOR"}
@@ -43,7 +43,7 @@ BROKEN = rows("actions fails last", (lambda step: ["close"], FAILS, LAST),
     (lambda step: [b"250 hal", "close"], FAILS, LAST),
     (lambda step: [b"x" * 10000], FAILS | dict.fromkeys(STEPS[:6], "PORT"),
      dict.fromkeys(STEPS[:6], "PORT" + OR_BEFORE) | {"STOR": "STOR" + OR_BEFORE, "END": "QUIT", "QUIT": "QUIT"}),
-    # read whole at login, and in strict mode when the data connection opens; else by its first line
+    # read whole at login, and in strict mode when the data connection opens; else only the first line
     (lambda step: [GOOD[step] + "-first", " middle", GOOD[step] + " last"] + POLITE[step][1:],
      dict.fromkeys(STEPS) | {"GREETING": "STOR", "PORT": "STOR", "STOR": "END" + BY_DEFAULT},
      dict.fromkeys(STEPS, "QUIT") | dict.fromkeys(("GREETING", "PORT"), "STOR" + OR_BEFORE)))
@@ -60,7 +60,7 @@ SCRIPTS = rows("script fails",
 
 
 class Torturer(Server):
-    """Ends the control connection (how: close or reset) once it has said so many bytes."""
+    """Ends the control connection (how: close or reset) after sending so many bytes."""
     left = how = None
 
     def cut(self, left, how):
@@ -98,8 +98,8 @@ def commands(verb, last):
 
 class Torture(unittest.TestCase):
     def check(self, table, modes="1"):
-        """Rows of a script, the step at which it fails, what moves in a restore, and the last command; both
-        ways, in one session. Unless strict, a restore's end is not looked at."""
+        """Rows of a script, the step at which it fails, the bytes of a restore, and the last command; in both
+        directions, in one session. The end of a restore counts in strict mode only."""
         for strict, verb in itertools.product(modes, ("STOR", "RETR")):
             scripts = [{step.replace("STOR", verb): actions for step, actions in row[0].items()}
                        for row in table]
@@ -149,13 +149,13 @@ class Torture(unittest.TestCase):
         self.check([(*row, b"" if row.fails else OBJECT) for row in SCRIPTS])
 
     def test_control_cut(self):
-        """A line that was not ended is no reply, however much of it has come."""
+        """An unfinished line is not a reply, however long it is."""
         script = {"STOR": ["150 opening ", "connect"], "RETR": ["150 opening ", "connect"]}
         sizes = [len((POLITE | script)[step][0]) + 2 for step in STEPS]
         ends, table = dict(zip(STEPS, itertools.accumulate(sizes))), []
         for left, how in itertools.product(range(0, sum(sizes) + 1, STRIDE), ("close", "reset")):
             step = next((step for step in STEPS[:-1] if left < ends[step]), None)
-            # between the two the data connection comes or not, and nothing confirms the object
+            # in between, the data connection may or may not come, and nothing confirms the object
             step = "STOR" if left == ends["STOR"] else step
             if how == "reset" and left > ends["STOR"]:
                 step = ("END" if step else "QUIT") + OR_BEFORE

@@ -24,7 +24,7 @@ def init(x, name=None, level=None, sink=True):
 
 
 TWO = {"XBSA_TRACE": "2"}
-# Environment; level and log's name afterwards, whether lines are in it; a BSASetTrace before.
+# Environment; level and log's name afterwards, whether it has lines; an earlier BSASetTrace.
 LOGS = rows("env level log lines", ({}, 0, b"", False), ({"XBSA_LOGFILE": "./xbsa.log"}, 0, b"", False),
     *(({"XBSA_TRACE": level}, got, b"xbsa.log", got == 66) for level, got in (
         ("0", 64), ("1", 65), ("2", 66), ("258", 66))),
@@ -86,7 +86,7 @@ class Destinations(unittest.TestCase):
                          ["[XBSA_TRACE = 3].", "[XBSA_LOGFILE] not found."])
 
     def test_host_s_own(self):
-        """A descriptor that the host gave serves as the log, though nobody reads any more."""
+        """A descriptor from the host serves as the log, even if its reader has gone."""
         def trace(x):
             x.BSASetTrace(None, b"./xbsa.log", 66)
             x.i_open_trace()
@@ -131,7 +131,7 @@ class Destinations(unittest.TestCase):
 
 class Lines(unittest.TestCase):
     def test_bare_ends(self):
-        """A reply that ends without CR shows no byte that lay in its buffer before."""
+        """A reply that ends without CR shows no earlier byte of its buffer."""
         server = Server({"END": [b"226 done, all of it\n"], "QUIT": [b"221 x\n"]})
         self.assertIn("BSAEndData: Received message: 221 x ", run_started(Library.store, server=server).trace)
 
@@ -147,7 +147,7 @@ class Lines(unittest.TestCase):
         self.assertLess(len(long), 1536)
 
     def test_errno(self):
-        """A line between a call and the look at its errno changes nothing."""
+        """A trace line between a call and the check of its errno changes nothing."""
         def trace(x):
             _ = x.BSASetTrace(None, b"/dev/full", 194), x.i_open_trace()
             os.dup2(x.state.hLogFile, 2)
@@ -170,7 +170,7 @@ class Lines(unittest.TestCase):
 
 class Store(unittest.TestCase):
     def test_whole_trace(self):
-        """Every line of a store at level 2; <reply> stands for the lines of a reply read."""
+        """Every line of a store at level 2; <reply> is replaced by the lines of reading a reply."""
         server = Server()
         got = run_started(lambda x: (x.store(), x.handle.value), server=server, level=None, env=TWO)
         lines = read_text(os.path.join(os.path.dirname(__file__), "store.trace"))
@@ -187,7 +187,7 @@ class Store(unittest.TestCase):
             self.assertEqual((got.count("BSAGetData: Start"), len(got) > len(replies)), (starts, level > 1))
 
     def test_no_password(self):
-        """At no level, in no transfer, to no destination; but for the user sms, as promised."""
+        """No level, transfer or destination shows a password, except for the user sms, as promised."""
         def transfer(x, server, owner):
             x.BSASetTrace(x.sink, b"./xbsa.log", 67)
             x.init(b"BSA_SERVICE_HOST=127.0.0.1:%d" % server.port, owner=owner)

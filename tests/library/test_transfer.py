@@ -15,8 +15,8 @@ from xbsa import (DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern
 
 FORKED = "block take get end commit terminate".split()
 
-# What is odd in the replies to STOR, in the environment (SECONDS of the time-out are 1) or in the
-# names; the codes of the store, how its data connections ended, and the last error.
+# Oddities in the replies to STOR, the environment (the time-out SECONDS is 1) or the names; the codes
+# of the store, how its data connections ended, and the last error.
 STORES = rows("stor result ends message",
     (["150 go", "550 no tape"], [3], [], "STOR failed. NEGATIVE reply: 550 no tape"),
     (["connect", "550 no"], [3], ["RST"], "STOR failed. NEGATIVE reply: 550 no"),
@@ -103,20 +103,20 @@ class Transfers(unittest.TestCase):
 
 
 def await_quit(server):
-    """A server that looks at QUIT in mid-transfer finds the data connection open."""
+    """A server that reads QUIT during a transfer finds the data connection open."""
     assert server.control.recv(4, socket.MSG_PEEK) == b"QUIT"
     server.data.recv(99)
     server.ends.append("open" if not select.select([server.data], [], [], 0)[0] else "ended")
 
 
 def end_then_look(server):
-    """One that does not look has heard of it when the data connection ends."""
+    """A server that does not read it learns the end from the data connection."""
     end = server._receive()  # pylint: disable=protected-access
     server.ends.append(f"{end} after {server.control.recv(4, socket.MSG_DONTWAIT).decode()}")
 
 
-# Calls in a transaction; their codes ("." is any), ends of data, and what is stored, in both modes;
-# what the server does with the data.
+# Calls in a transaction; their codes ("." is any), ends of data, and stored data, in both modes; what
+# the server does with the data.
 AGAIN, SAY = " commit begin create block end", lambda server: server.data.sendall(b"nine byte")
 ORDERS = rows("calls result ends stored", ("create block commit end", "000<0|3>", "<FIN|RST>", "<hello|>"),
     ("create block fault commit end", "0030<0|3>", "RST", ""), ("create block get end", "0003", "RST FIN", ""),
@@ -127,7 +127,7 @@ ORDERS = rows("calls result ends stored", ("create block commit end", "000<0|3>"
         ("send-null", "0022"), ("send-nobuffer", "0022"), ("send!", "006"))),
     ("create take block end", "0<00|50><0|.>", "<FIN|.*>", "<hello|.*>", [SAY, "transfer"]),
     ("get block end", "0<0|5><0|.>", "", "", [SAY]), ("get commit begin get end", "00000", "FIN FIN", ""),
-    # a rejected end says QUIT first, and frees a server that does not look at it
+    # a rejected end sends QUIT first, and frees a server that does not read it
     ("create block end end!", "0003", "FIN", "hello"),
     *(("create block end!" + AGAIN, "00300000", ends, "hello", [peer], []) for ends, peer in (
         ("RST after QUIT FIN", end_then_look), ("open FIN", await_quit))), data=["transfer"], end=["226 done"])
@@ -151,7 +151,7 @@ class Broken(unittest.TestCase):
         self.assertEqual((got.value, sum("Resending" in line for line in got.trace)), ([0, 3, 3], 5))
 
     def test_ticking_host(self):
-        """Signals whose handlers restart what they interrupt do not end the wait for a slow server."""
+        """Signals with restarting handlers do not end the wait for a slow server."""
         def store(x):
             signal.signal(signal.SIGALRM, lambda *_: None)
             signal.siginterrupt(signal.SIGALRM, False)
@@ -163,7 +163,7 @@ class Broken(unittest.TestCase):
         self.assertEqual(run_started(store, server=server).value, ([0, 0, 0], ""))
 
     def test_forked_host(self):
-        """The server sees the end though a child lives on; in strict mode a child changes nothing."""
+        """The server sees the end even if a child lives on; in strict mode a child changes nothing."""
         def store(x, lives_on):
             x.store(b"half", end=False)
             ours, theirs = socket.socketpair()
@@ -185,14 +185,14 @@ class Broken(unittest.TestCase):
                              (want, {"obj": b"half whole"}, ["FIN"], " STOR QUIT"))
 
     def test_no_data_connection(self):
-        """Number 0 in its place is none, and stays the host's own."""
+        """Number 0 as a connection means none, and stays the host's."""
         def end(x):
             x.state.sSession.iLastCall, x.state.sSession.SData = 2, 0
             return x.BSAEndData(x.handle), 0 in descriptors()
         self.assertEqual(run_started(end, server=Server()).value, (3, True))
 
     def test_confirmed_half(self):
-        """A server that confirms what it has not got: the connection was reset in the tail."""
+        """A server that confirms a partial object: the connection was reset near the end."""
         def store(x, go, before):
             sent = x.store(pattern(400000), end=False)
             threading.Timer(0 if before else 0.1, go.send, (b"x",)).start()

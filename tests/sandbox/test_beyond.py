@@ -1,4 +1,4 @@
-"""Objects in rclone's care and a shared catalogue: what fails in them never passes for a backup."""
+"""Objects stored with rclone, and a shared catalogue: a failure never passes for a backup."""
 import glob
 import os
 import pwd
@@ -39,7 +39,7 @@ def kill_middle(x, victim):
 
 
 def kill_late(x, rclone, victim):
-    """Store; the victim dies when rclone has everything and has not said so."""
+    """Stores; the victim dies when rclone has all data and has not yet confirmed it."""
     start(x)
     victim = victim or os.getpid()
     if os.fork() == 0:
@@ -115,7 +115,7 @@ class OnRclone(Rig, unittest.TestCase):
         self.assert_left("aborted", "aborted", "good")
 
     def test_slow(self):
-        """An rclone that takes nothing holds up its own client, not the server, in no memory."""
+        """A stalled rclone delays only its own client, not the server, and needs no memory."""
         def transfers(x):
             self.rclone.fault("stuck")
             before = kilobytes(self.sandbox, "VmRSS")
@@ -177,7 +177,7 @@ class Shared(Rig, unittest.TestCase):
         super().setUp()
 
     def test_two_servers(self):
-        """What one took the other gives; one that starts leaves alone what another stores."""
+        """Each server restores the other's copies; a starting server leaves running stores alone."""
         def store(x):
             begun = begin(x)
             subprocess.run([RUN, *self.options, "--exec", "true"], check=True, timeout=60)

@@ -1,4 +1,4 @@
-"""Whole Informix sessions on the sandbox, and what is left of one that was cut short."""
+"""Whole sessions in Informix mode on the sandbox, and what remains of interrupted ones."""
 import contextlib
 import hashlib
 import multiprocessing
@@ -18,8 +18,8 @@ from xbsa import (SANITIZED, STRICT, make_folder, pattern, read_bytes, read_text
 PROCESSES = 8 if SANITIZED else 64
 OBJECTS = int(os.environ.get("XBSA_OBJECTS", "1"))  # of each
 
-# What fails, the codes of a store in strict mode, and the status that its job is closed with. A
-# greeting's code is not looked at.
+# The fault, the codes of a store in strict mode, and the status that closes its job. The code of a
+# greeting is ignored.
 FAULTS = rows("fault result closed", *((fault, [3], "3") for fault in """user=refuse pass=refuse
     type=refuse cwd=refuse port=refuse stor=refuse connect=refuse type=close connect=close greeting=close
     pass=reset connect=reset greeting=reset""".split()), ("greeting=refuse", [0, 0, 0], "0"),
@@ -28,13 +28,13 @@ FAULTS = rows("fault result closed", *((fault, [3], "3") for fault in """user=re
     *((fault, [3], "") for fault in ("openjob=silent", "open=refuse", "open=garbage", "openjob=refuse")),
     *((fault, [0, 0, 3], "0") for fault in ("closejob=refuse", "close=refuse", "closejob=signal")))
 OWN = pwd.getpwuid(os.getuid()).pw_name
-# The password None is the one that was given out.
+# The password None means the one from the answer.
 LOGINS = rows("login user password reply", ("session", "sms", f"{OWN}@localhost", "530"),
     ("session", OWN, "", "530"), ("session", OWN, "0" * 32, "530"), ("session", OWN, None, "230"),
     ("identity", "sms", f"{OWN}@localhost", "230"), ("identity", "sms", OWN, "530"),
     ("identity", "sms", "games@localhost", "530"), ("identity", OWN, "", "530"),
     ("identity", "sms", f"{OWN}@host.invalid", "530"))
-# What a client that has logged in says, and the reply; its job is number 1, another's is 2.
+# Commands of a logged-in client, and the replies; its job is number 1, another client's is 2.
 ODD = [("TYPE A", "504"), ("CWD /etc", "550"), ("PORT 127,0,0,1,4", "501"),
        ("PORT 127,0,0,1,999,1", "501"), ("PORT 127,0,0,1,0,21", "501"),
        ("PORT 10,0,0,1,99,1", "501"), ("STOR 1:QAB:none:17:SANDBX:9", "550"), ("TYPE I", "200"),
@@ -43,8 +43,8 @@ ODD = [("TYPE A", "504"), ("CWD /etc", "550"), ("PORT 127,0,0,1,4", "501"),
        ("STOR 1:QAB:none:17:SANDBX:\xb2", "550"), ("RETR 1:0:0:17:1:none", "550"), ("STAT", "500"),
        ("\xff\xf4\xff\xf2ABOR", "500"), ("", "500"), ("__init__", "500"),
        ("NOOP " + "\1" * 4000, "200"),
-       ("STOR 1:QAB:none:17:SANDBX:9", "150"), ("NOOP", "425")]  # nobody listens there
-# What was done to a folder that a sandbox has worked in, and why no other one starts there.
+       ("STOR 1:QAB:none:17:SANDBX:9", "150"), ("NOOP", "425")]  # no listener
+# Changes to a used directory of a sandbox, and why no sandbox starts there.
 SPOILT = [("truncate -s 0 catalogue.sqlite", "does not know 1 of the stored objects"),
           ("rm catalogue.sqlite", "does not know 1 of the stored objects"),
           ("echo nonsense >catalogue.sqlite", "not a database"),
@@ -105,11 +105,11 @@ class OnSandbox(unittest.TestCase):
         closed = [line.split(" -i ")[1][0] for line in traced(got, "com_intf: COM COMMAND: ")
                   if " closejob:" in line]
         self.assertEqual("".join(closed), "".join(row.closed for row in FAULTS) + "00")
-        # two of the jobs closed with 0 were no backup's or never reached the catalogue
+        # two of the jobs closed with 0 had no backup, or never reached the catalogue
         self.assertEqual(sandbox.states().count("good"), closed.count("0") - 3)
 
     def test_logins(self):
-        """Without being asked the server believes nobody's word."""
+        """By default the server trusts no client's claims."""
         for login in "session", "identity":
             sandbox = Sandbox(self, "--login", login)
             given = sandbox.open_job()
@@ -128,13 +128,13 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual(list(zip([command for command, _ in commands], found)), commands)
         log = read_text(f"{sandbox.folder}/server.log")
         self.assertEqual((log.count("Traceback"), log.count(password)), (0, 0), log)
-        self.assertLess(max(map(len, log.splitlines())), 300)  # whatever anybody sends
+        self.assertLess(max(map(len, log.splitlines())), 300)  # whatever clients send
         table = subprocess.run([RUN, "--folder", sandbox.folder, "--catalogue"], text=True,
                                stdout=subprocess.PIPE, check=True).stdout
         self.assertEqual((table.count("obj?"), table.count("\u009b")), (2, 0), table)
 
     def test_sweep(self):
-        """It gives up neither a transfer that begins meanwhile nor one that ends."""
+        """It abandons no transfer that begins or ends meanwhile."""
         catalogue = Catalogue(make_folder(self), {"store": ""})
         self.addCleanup(catalogue.db.close)
         for number in 1, 2, 3:
@@ -151,7 +151,7 @@ class OnSandbox(unittest.TestCase):
         self.assertEqual([row[-2] for row in catalogue.table()[1:]], ["storing", "stored", "swept"])
 
     def test_odd_name(self):
-        """No byte of the folder's name means anything, nor does a link once it has led there."""
+        """No byte of the directory's name is special, and later changes to a link do not matter."""
         home = make_folder(self)
         link, folder = f"{home}/link", f"{home}/a#b%41?c"
         os.mkdir(folder, 0o700)
@@ -193,7 +193,7 @@ class AsRoot(unittest.TestCase):
         self.refuse(SPOILT_BY_ROOT)
 
     def test_full_disk(self):
-        """On a disk that holds the catalogue, too, what is good stays good, and can be read."""
+        """On a full disk that also contains the catalogue, good copies stay good and readable."""
         folder = make_folder(self)
         subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=700", "full", folder], check=True)
         self.addCleanup(subprocess.run, ["umount", "-l", folder], check=True)

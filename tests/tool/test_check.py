@@ -1,4 +1,4 @@
-"""xbsactl check: what it makes of a good way to the server, and of each fault on it."""
+"""xbsactl check: its findings on a working server, and on each fault."""
 import json
 import os
 import re
@@ -14,9 +14,9 @@ from xbsa import LIBRARY, make_folder, read_bytes, rows, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
 PASSWORD = "canary-word"
-NOBODY = "--host", "127.0.0.1:1", "--user", "b"  # listens there
+NOBODY = "--host", "127.0.0.1:1", "--user", "b"  # no listener
 FIREWALL, FULL = "nf_conntrack_ftp", {"GREETING": ["421 full", "close"]}
-# Each line comes in time, and there is one more for longer than an answer may take.
+# Each line comes in time, but all lines take longer than an answer may.
 DRIP = [b"220 hi\r\nx", *[lambda server: select.select([server.control], [], [], 1), b"\r\nx"] * 9, b"\r\n"]
 FIELDS = {"id", "status", "found", "next", "milliseconds"}
 
@@ -26,10 +26,10 @@ def corrupt(server):
     server.objects[server.name] = data[:70000] + bytes([data[70000] ^ 1]) + data[70001:]
 
 
-LOOK, RESTORE, PAIR = 0, 2, 3  # the connections beside that of the store
+LOOK, RESTORE, PAIR = 0, 2, 3  # other connections than that of the store
 HUNG_UP = 'closed the connection, after its reply: '
-# Which step shows it, what is found, what to do next; what the server did, in which of its connections,
-# and KORVA_PORT_RANGE.
+# The step, the finding, the next step; what the server did, in which of its connections, and
+# KORVA_PORT_RANGE.
 FAULTS = rows("result found next odd",
     ("network.greeting", "2 lines", "switch the banner off", {"GREETING": ["220-hi", "220 "]}, LOOK),
     ("network.greeting", "SSH-2.0", "SFTP", {"GREETING": ["SSH-2.0-x"]}, LOOK),
@@ -61,7 +61,7 @@ FAULTS = rows("result found next odd",
     ("library.restore", "550 no", "account", {"RETR": ["550 no"]}, RESTORE),
     ("library.compare", "from byte 70000", "no backup", {"DATA": [corrupt, "transfer"]}, RESTORE),
     ("library.two_at_once", "BSACreateObject failed", "limit of sessions", FULL, PAIR), at=1, range=None)
-# Environment and options in place of the usual ones, and the finding. {} is a folder with odd files.
+# Environment and options instead of the usual ones, and the finding. {} is a directory with odd files.
 SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-file"),
     ({"XBSA_PASSWORD": "x" * 60}, (), "login", "too long", "52 bytes"),
     ({}, ("--host", "x" * 64), "network.name", "xxxx", "DNS"),
@@ -74,14 +74,14 @@ SETTINGS = [({"XBSA_PASSWORD": None}, (), "login", "no password", "--password-fi
         ("{}/text.so", "library.file", "not a shared library", "again"),
         ("libm.so.6", "library.calls", "BSAInit", "install"))),
     ({}, ("--informixdir", "{}/none"), "database.folder", "not a directory", "--informixdir")]
-# A line of the onconfig file, a row of sm_versions, and how they are judged.
+# A line of the onconfig file, a row of sm_versions, and their status.
 DATABASES = [("bar_bsalib_path LIBRARY # x", "1|1.0.1|KORVA|1.8A1", "ok", "ok"),
     ("BAR_BSALIB_PATH libxbsa.so.1", "7|1.0.1|KORVA|1.8A1|", "fail", "ok"),
     ("BAR_BSALIB_PATH /bin/true", "1|1.0.1|OTHER|1.8A1", "fail", "fail"),
     ("#BAR_BSALIB_PATH LIBRARY", "", "warn", "fail")]
 
 
-# The settings of a database that keeps its logs, and what becomes of others: where they show.
+# Settings of a database that backs up its logs, then the findings on changed settings.
 GOOD = {"LTAPEDEV": "/dev/tape", "ALARMPROGRAM": "$INFORMIXDIR/bin/gz", "BAR_XFER_BUF_SIZE": 31,
         "BACKUP_FILTER": "'gz -1'", "RESTORE_FILTER": "'gz -d'", "BAR_RETRY": 1, "BAR_PROGRESS_FREQ": 5,
         "BAR_MAX_BACKUP": 4}
@@ -105,7 +105,7 @@ ONCONFIGS = rows("setting status found odd",
 
 
 def check(*options, env=None, kernel=None):
-    """The exit code and the findings by step, as status, found and next; keeps the promises."""
+    """The exit code and the findings by step, as status, found and next; checks their promises."""
     env = os.environ | {"XBSA_PASSWORD": PASSWORD, "KORVA_STRICT": "1"} | (env or {})
     set_up = "".join(f"echo {value} >/proc/sys/net/ipv4/{name}; " for name, value in
                      (kernel or {}).items())
@@ -145,7 +145,7 @@ class Plain(Case):
         daemon = Daemon("vsftpd")
         code, found = self.on_server(daemon)
         self.assertEqual((code, daemon.stored()), (0, {}))
-        self.assertLessEqual({step for step, row in found.items() if row[0] != "ok"}, {  # the machine's
+        self.assertLessEqual({step for step, row in found.items() if row[0] != "ok"}, {  # depend on the machine
             "kernel.tcp_retries2", "kernel.tcp_keepalive_time"}, found)
         self.assertIn("objects removed: 3", found["cleanup"][1])
 
@@ -159,8 +159,8 @@ class Plain(Case):
                 self.assert_fails(found, *fault[:3])
                 stores = " ".join(server.heard[1] if len(server.heard) > 1 else []).count("STOR")
                 if stores and not re.search(": [45]", found["network.stor"][1]):
-                    self.assertIn("xbsactl-check-", found["cleanup"][1])  # it may be there
-                if fault.result == "library.compare":  # this server deletes nothing
+                    self.assertIn("xbsactl-check-", found["cleanup"][1])  # the object may exist
+                if fault.result == "library.compare":  # this server does not delete
                     self.assertEqual([found[name][0] for name in ("library.two_at_once", "cleanup")],
                                      ["not_tried", "warn"])
                 if fault.result.startswith("network."):
@@ -180,7 +180,7 @@ class Plain(Case):
                 host = ["--host", "127.0.0.1:1"] * ("--host" not in options)
                 found = check("--user", "backup", *options, *host, env=env)[1]
                 if step != "network.tcp":
-                    found["network.tcp"] = ("not_tried", "", "")  # nobody is there
+                    found["network.tcp"] = ("not_tried", "", "")  # no listener
                 self.assert_fails(found, step, text, advice)
 
     def test_settings_of_the_database(self):
@@ -204,7 +204,7 @@ class Plain(Case):
         os.chmod(os.path.join(self.folder, "bin/open"), 0o777)
 
     def test_streams(self):
-        """As many sessions at once as the database begins; then a server with one session too few."""
+        """As many parallel sessions as the database opens; then a server that allows one less."""
         self.configure("BAR_MAX_BACKUP 3")
         options, step = ("--informixdir", self.folder), "library.all_at_once"
         self.assertIn("all 3 stored", self.on_server(Daemon("vsftpd"), *options)[1][step][1])
@@ -240,7 +240,7 @@ class Plain(Case):
         return run.returncode, run.stdout
 
     def test_nagios(self):
-        """One line, and a code for each state; a real server refuses an account that it lacks."""
+        """One line, and a code for each state; a real server refuses an unknown account."""
         for name, code, line in (("vsftpd", 0, "(OK|WARNING) - "), ("proftpd", 2, "CRITICAL - network.login: 530 ")):
             server = serve_behind(self, Daemon(name))
             done, out = self.run_tool("--nagios", "--user", "ftp", "--host", f"127.0.0.1:{server.port}")
@@ -248,7 +248,7 @@ class Plain(Case):
             self.assertEqual(done, code + ("WARNING" in out), out)
 
     def test_wrong_arguments(self):
-        """For a monitoring system they are not a failed server."""
+        """They are not a server failure for a monitoring system."""
         for line in ("", "--host x:0 --user b", "--host x", "--timeout x", "--informix --host x",
                      "--informix --space x"):
             self.assertEqual(self.run_tool(*line.split()), (2, ""), line)
@@ -282,7 +282,7 @@ class Informix(Case):
         sandbox = Sandbox(self)
         code, found = check("--informix")
         self.assertEqual((code, sandbox.states(), found["cleanup"][1].count(", "), found["cleanup"][0]),
-                         (0, ["good"] * 3, 2, "ok"), found)  # nothing to do, else --nagios warns for ever
+                         (0, ["good"] * 3, 2, "ok"), found)  # nothing to do, otherwise --nagios would always warn
         for fault, *want in (("CONNECT=refuse", "network.data", "425", FIREWALL),
                              ("PASS=reply:530 no", "network.login", "530 no", "add account and host"),
                              ("openjob=refuse:no drive", "library.store", "no drive", "")):

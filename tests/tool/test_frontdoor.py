@@ -1,4 +1,4 @@
-"""What an administrator asks the tool: explain and setup. No server is needed."""
+"""The commands explain and setup, which need no server."""
 import fcntl
 import functools
 import glob
@@ -16,14 +16,14 @@ import unittest
 from xbsa import LIBRARY, ROOT, SANITIZED, make_folder, read_bytes, read_text, rows, write_plain
 
 TOOL = os.environ["XBSA_TOOL"]
-# What a text of the library says when something went wrong.
+# Words in the library's texts that mean a failure.
 FAILURE = re.compile(rb"fail|cannot|unable|not found|invalid|too? (long|small)|[^/]null|exiting[.,!]|"
                      rb"refused|could not|not received|empty|no m|negative|unexpected|error|reset|"
                      rb"no account|no coresponding|copytype ==|not returned|did not|ended|re?jected|"
                      rb"not allowed|no free|allows only", re.I)
 STAMP = " 2026-11-24 17:46:34: Trace: (QAB library) "
 FAILED = "xbsactl: BSACreateObject failed with code 3 (System detected error, operation aborted.): "
-# What is typed, how the entry begins that explains it, and a word of its remedy.
+# The argument, the beginning of the entry that explains it, and a word of its remedy.
 EXPLAINED = rows("typed entry remedy",
     (STAMP + "xbsa_open: TRANSIENT or PERMANENT NEGATIVE reply: 530 Login incorrect. ", "530", "--user"),
     (STAMP + "xbsa_open: Welcome: 220-Hello", "220-", "banner"),
@@ -52,7 +52,7 @@ def read(*path):
 
 
 def state(path):
-    """What changes when something is written there; a look alone changes the time of access."""
+    """The state of a directory that changes on writing; reading changes only the access time."""
     status = os.lstat(path)
     return status.st_ino, status.st_mode, status.st_uid, status.st_size, status.st_mtime_ns
 
@@ -63,10 +63,10 @@ class Explain(unittest.TestCase):
         self.assertEqual(page, read("docs", "messages.md"))
 
     def test_every_error_text(self):
-        """A failure that the built library can report without a row in the knowledge base."""
+        """Failures that the built library can report without an entry in the knowledge base."""
         texts = [re.sub(r"%[-.*\d]*[a-z]+", "7", text.decode()) for text in re.findall(
             rb"[ -~]{10,}", read_bytes(LIBRARY)) if b" " in text and FAILURE.search(text)
-            and not re.match(rb"\d+ \d+ \d+ ", text)]  # the sanitizer's notes of variables
+            and not re.match(rb"\d+ \d+ \d+ ", text)]  # the sanitizer's notes on variables
         self.assertGreater(len(texts), 100)
         tried = [(text, tool("explain", text)) for text in texts]
         self.assertEqual([text for text, got in tried if got.returncode or got.stderr], [])
@@ -85,7 +85,7 @@ class Explain(unittest.TestCase):
 
 ONCONFIG = "ROOTNAME rootdbs\nbar_bsalib_path\t/old.so # mine\nBAR_XFER_BUF_SIZE 64\nLTAPEDEV /dev/null\n"
 ROWS = "1|1.0.1|psm|1.0|\n"
-OTHER = 12345  # an account that is neither root's nor ours
+OTHER = 12345  # an account other than root and ours
 
 
 class Folder(unittest.TestCase):
@@ -161,7 +161,7 @@ class Setup(Folder):
                         ("# LTAPEDEV is /dev/null: the database discards", "--dry-run", 0),
                         ("Nothing to undo", "--undo --yes", 0), ("Nothing was changed", "", 1),
                         ("Nothing was changed", "", 1, {"input": "no\n"}),
-                        # fails when one file is written already
+                        # fails after one file has been written
                         ("etc/sm_versions", "--yes", 6, limit), more={}):
             with self.subTest(row):
                 before = self.tree()
@@ -169,7 +169,7 @@ class Setup(Folder):
                 self.assertEqual(self.tree(), before)
 
     def test_planted(self):
-        """What the owner plants is not followed, waited for, taken for ours or obeyed by a terminal."""
+        """A hostile owner's links, pipes, files and escape sequences have no effect."""
         journal, bomb = "etc/xbsa-setup.json", "[" * 65000
         outside = make_folder(self)
         victim = os.path.join(outside, "onconfig")
@@ -182,7 +182,7 @@ class Setup(Folder):
                 (lambda: self.write(journal, bomb * 2), "larger than 64 KiB"),
                 (lambda: os.truncate(self.path("etc/onconfig"), 1 << 33), "larger than 1024 KiB")]:
             with self.subTest(text):
-                self.setUp()  # a folder of its own: no row writes through the link of the one before
+                self.setUp()  # a new directory, so that no row writes through the link of another
                 prepare()
                 self.refuse(text, "--yes", preexec_fn=None if SANITIZED else (
                     lambda: resource.setrlimit(resource.RLIMIT_AS, (1 << 28, 1 << 28))))
@@ -216,13 +216,13 @@ class Setup(Folder):
         self.refuse("Nothing to change", "--yes", want=0)
         self.refuse("", "--undo", want=1)
         self.undo()
-        self.setup("--yes")  # as a run that was killed leaves it
+        self.setup("--yes")  # as after a killed run
         os.replace(self.path("etc/onconfig.before-xbsa.2"), self.path("etc/onconfig"))
         os.unlink(self.path("lib/ibsad001.so"))
         self.setup("--yes")
         self.assertEqual(set(self.tree()), set(tree))
         self.undo()
-        self.write("etc/sm_versions", row := "7|1.0.1|KORVA|1.8A1\n")  # the library's, by another number
+        self.write("etc/sm_versions", row := "7|1.0.1|KORVA|1.8A1\n")  # our row with another number
         self.assertNotIn("sm_versions", self.setup("--yes"))
         self.assertEqual(self.tree()["etc/sm_versions"][3], row)
 
@@ -234,7 +234,7 @@ class Setup(Folder):
                               ("#xbsa# BAR_BSALIB_PATH /old.so\n", "were edited since")]:
             self.write("etc/onconfig", text, 0o640)
             self.refuse(refusal, "--undo", "--yes")
-        fitted = "PHYSFILE 1\n" + ours.replace("SIZE 31", "SIZE 15")  # as the comment there says
+        fitted = "PHYSFILE 1\n" + ours.replace("SIZE 31", "SIZE 15")  # as its comment suggests
         self.write("etc/onconfig", fitted, 0o640)
         for options, text in ((), fitted), (("--undo",), "PHYSFILE 1\n" + ONCONFIG):
             self.setup("--yes", *options)
@@ -257,7 +257,7 @@ class Setup(Folder):
             self.assertNotIn("json.exception", self.refuse("before-xbsa", "--undo", "--yes"))
 
     def test_two_servers(self):
-        """What two onconfigs share stays until the second is unhooked, also after a move."""
+        """Rows that two onconfigs share stay until the second is undone, also after a move."""
         self.write("etc/other", ONCONFIG)
         self.before = self.tree()
         moved = shutil.copy(LIBRARY, self.path("moved.so"))
@@ -273,7 +273,7 @@ class Setup(Folder):
 
 
 class AsRoot(Folder):
-    """Root is lured by the account that owns the folder: it acts as that account, for good."""
+    """Root acts as the account that owns the directory, permanently."""
 
     def setUp(self):
         super().setUp()
@@ -302,7 +302,7 @@ class AsRoot(Folder):
         os.chown(self.path("etc"), OTHER, OTHER)
         os.chown(self.path("lib"), 0, 0)
         self.assertIn("No link in", self.hook())
-        os.chmod(self.path("etc"), 0o1777)  # where others can plant a journal, and copies
+        os.chmod(self.path("etc"), 0o1777)  # where others can create a journal and copies
         os.chown(self.path("etc/xbsa-setup.json"), OTHER + 1, OTHER)
         self.assertIn(f"to another account ({OTHER + 1})", self.hook("--undo", want=6))
 
@@ -325,8 +325,8 @@ class AsRoot(Folder):
         self.assertRegex(self.setup("--logrotate", folder=self.path("two/etc")), "su nobody nogroup\n")
 
     def test_links(self):
-        """Links of others are refused wherever a file is written; ours are followed. So are files and
-        folders of others, in a folder that others may write."""
+        """Other accounts' links are refused wherever a file is written; ours are followed. In a directory
+        that others may write, their files and directories are refused, too."""
         os.mkdir(folder := self.path("shared"))
         env, host = dict(XBSA_PASSWORD="x", PATH="/bin"), ["--host", "127.0.0.1:1", "--user", "x"]
         for row in rows("owner planted mode", (OTHER, "link", 0o1777), (OTHER, "folder", 0o1777),

@@ -1,7 +1,8 @@
-"""The command line as it is told in four places, and the packages as an administrator uses them."""
+"""The command line in its four descriptions, and the packages as an administrator uses them."""
 import contextlib
 import functools
 import glob
+import json
 import os
 import pathlib
 import pty
@@ -26,14 +27,15 @@ FILES = {"libxbsa1": f"{LIBDIR}/libxbsa.so.1 {LIBDIR}/libxbsa.so.1.0.0",
          "libxbsa-dev": f"""include/xbsa.h include/xbsa_session.h {LIBDIR}/libxbsa.so
             {LIBDIR}/pkgconfig/xbsa.pc {LIBDIR}/cmake/xbsa/xbsaConfig.cmake
             share/man/man3/xbsa.3.gz {DOC}/examples/store.c""",
-         "xbsactl": f"""bin/xbsactl share/man/man1/xbsactl.1.gz share/man/man7/korva-xbsa.7.gz
+         "xbsactl": f"""bin/xbsactl share/man/man1/xbsactl.1.gz share/man/man1/xbsactl-check.1.gz
+            share/man/man7/korva-xbsa.7.gz
             {DOC}/docs/settings.md {DOC}/examples/korva-xbsa.logrotate
             {DOC}/examples/systemd/korva-xbsa-check.service {DOC}/examples/wireguard/database-host.conf
             share/bash-completion/completions/xbsactl share/zsh/vendor-completions/_xbsactl""",
          "korva-xbsa-sandbox": """bin/korva-sandbox bin/korva-xbsa-demo share/korva-xbsa/sandbox/run
             share/man/man1/korva-sandbox.1.gz""",
          "korva-xbsa": "", "korva-xbsa-dev": ""}
-# What the packages before the split held, by name.
+# The contents of the packages before the split.
 OLD = {"korva-xbsa": ["libxbsa1", "xbsactl"], "korva-xbsa-dev": ["libxbsa-dev"]}
 
 
@@ -47,15 +49,13 @@ def read(name):
     return pathlib.Path(ROOT, name).read_text(encoding="utf-8")
 
 
-def offered(*command):
-    return set(re.findall(r"(?:^  |, ?)(-[\w-]+)", output(*command, "--help"), re.M))
+def offered(text):
+    return set(re.findall(r"(?:^  |, ?)(-[\w-]+)", text, re.M))
 
 
 def documented(page):
-    sections = re.split(r"^\.S[SH] ", read(f"man/{page}").replace("\\-", "-"), flags=re.M)[1:]
-    return {text.split()[0]: set(re.findall(r"(?<![\w-])-[a-z-]+",
-                                            " ".join(re.findall(r"^\.TP\n(.*)", text, re.M))))
-            for text in sections}
+    text = read(f"man/{page}").replace("\\-", "-").partition("\n.SH OPTIONS\n")[2].split("\n.SH ")[0]
+    return set(re.findall(r"(?<![\w-])-[a-z-]+", " ".join(re.findall(r"^\.TP\n(.*)", text, re.M))))
 
 
 def typed(shell, script):
@@ -68,7 +68,7 @@ def typed(shell, script):
         os.chdir(f"{folder}/in")
         os.execvpe(shell[0], shell, {"TERM": "dumb", "PATH": ENV["PATH"], "HISTFILE": ""})
     os.write(terminal, "\n".join(script).encode())
-    with contextlib.suppress(OSError):  # the end of a terminal
+    with contextlib.suppress(OSError):  # the terminal has closed
         while os.read(terminal, 4096):
             pass
     os.waitpid(pid, 0)
@@ -76,7 +76,7 @@ def typed(shell, script):
 
 
 def completed(*lines):
-    """The arguments that bash makes of each line, after the key that inserts all completions."""
+    """The arguments of each line in bash, after the key that inserts all completions."""
     text = typed(["bash", "--norc", "--noprofile", "-i"], [
         f". {ROOT}/completions/xbsactl.bash", "xbsactl() { printf '%s\\n' \"$@\" =; } >>../out",
         *(f"xbsactl {line}\x1b*" for line in lines), "exit", ""])
@@ -85,22 +85,35 @@ def completed(*lines):
 
 class Interface(unittest.TestCase):
     def test_options(self):
-        text = output(TOOL, "--help").split("Subcommands:\n")[1].split("\n\n")[0]
-        commands = re.findall(r"^  (\w+)", text, re.M)
-        everywhere, page = offered(TOOL), documented("xbsactl.1")
-        options = {name: offered(TOOL, name) - {"-h", "--help"} for name in commands}
-        self.assertEqual({name: page[name] for name in ["OPTIONS", *commands]},
-                         {"OPTIONS": everywhere, **options})
+        screen = output(TOOL, "--help")
+        commands = re.findall(r"^  (\w+)", screen.split("\nCommands:\n")[1].split("\n\n")[0], re.M)
+        self.assertLess(screen.count("\n"), 25)
+        self.assertEqual([screen, output(TOOL, "check", "--help")],
+                         [output(TOOL, "help"), output(TOOL, "--informix", "check", "help")])
+        with self.assertRaisesRegex(AssertionError, "--host is missing"):  # a name and a file
+            output(TOOL, "store", "check", "help")
+        options, everywhere = {}, offered(screen)
+        for name in commands:
+            text = output(TOOL, "help", name)
+            self.assertLessEqual(max(map(len, (screen + text).splitlines())), 80, name)
+            own, general = re.split("\n(?:Informix mode|Common options):\n", text, maxsplit=1)
+            options[name] = offered(own) - {"-h", "--help"}
+            everywhere |= offered(general)
+        pages = {name: documented(f"xbsactl-{name}.1") for name in commands}
+        self.assertEqual({"": documented("xbsactl.1"), **pages}, {"": everywhere, **options})
 
         words, general, *lines = completed("", "-", *(f"{name} -" for name in commands))
         self.assertEqual((set(words), set(general)), (set(commands), everywhere))
         self.assertEqual({line[0]: set(line[1:]) for line in lines},
                          {name: options[name] | everywhere for name in commands})
-        general, rest = read("completions/_xbsactl").split("own general=(")[1].split("\n    )", 1)
-        found = {name: set(re.findall(r"['){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
+        zsh, texts = read("completions/_xbsactl"), json.loads(read("tools/xbsactl/options.json"))
+        general, rest = zsh.split("own general=(")[1].split("\n    )", 1)
+        found = {name: set(re.findall(r"['*){,](-[\w-]+)(?=[=\[},])", part)) for name, part in
                  [("", general), *re.findall(r"^ {8}(\w+)\)\n(.*?);;", rest, re.M | re.S)]}
         self.assertEqual(found, {"": everywhere, **options})
-        self.assertEqual(documented("korva-sandbox.1")["OPTIONS"], offered(f"{ROOT}/sandbox/run"))
+        for told in re.findall(r"\[([A-Z][^]]+)\]|^ +'\w+:([A-Z].*)'$", zsh, re.M):
+            self.assertTrue(any(text.startswith("".join(told)) for text in texts.values()), told)
+        self.assertEqual(documented("korva-sandbox.1"), offered(output(f"{ROOT}/sandbox/run", "--help")))
 
     def test_values(self):
         cases = {"store x ": "store|x|a b|note|sub", "store x y ": "store|x|y",
@@ -200,7 +213,7 @@ class Packages(unittest.TestCase):
                          "--force-depends", "--force-script-chrootless", "--path-include=*"]
 
     def old(self, folder, name, parts):
-        """The package as it was before the split, with the files of those that it became."""
+        """The package as before the split, with the files of its successors."""
         files = [f"./usr/{file}" for part in parts for file in FILES[part].split()]
         output("mkdir", "-p", f"{folder}/{name}/DEBIAN")
         output("cp", "-a", "--parents", *files, f"{folder}/{name}", cwd=self.root)
@@ -222,7 +235,7 @@ class Packages(unittest.TestCase):
             self.assertEqual(states.splitlines(), [f"{name} 1.0.0-2 installed" for name in sorted(FILES)])
             owners = [f"{name}: /usr/{file}" for name, files in FILES.items() for file in files.split()]
             self.assertEqual(output(*dpkg, "-S", *[owner.split()[1] for owner in owners]).splitlines(), owners)
-            # nothing is left after a removal, nor of what Python compiled
+            # a removal leaves nothing, not even what Python compiled
             self.assertTrue(os.listdir(f"{root}/usr/share/korva-xbsa/sandbox/__pycache__"))
             output(*dpkg, "--purge", *FILES)
             self.assertEqual(os.listdir(root), ["var"])

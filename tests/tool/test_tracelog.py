@@ -1,4 +1,5 @@
-"""xbsactl trace: logs of real sessions, and what becomes of logs: cut, mixed, damaged, huge."""
+"""xbsactl trace: logs of real sessions, and cut, mixed, damaged or huge logs."""
+import gzip
 import json
 import os
 import re
@@ -33,7 +34,7 @@ def wrong_handle(x, server, _, level):
 
 
 def real_log(*scripts, user=b"backup", level=66, scenario=session):
-    """The bytes of each line; from the last block on ten seconds later than the rest."""
+    """The bytes of each line; from the last block on, times are ten seconds later."""
     server = Server(*scripts)
     log, second = [], b"17:00:00"
     for line in run(scenario, server, user, level, server=server, level=None).log:
@@ -59,7 +60,7 @@ class Trace(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.one, cls.two = real_log(), real_log()
-        cls.data = place(cls.one, b"total: 131070")  # in the middle of the data phase
+        cls.data = place(cls.one, b"total: 131070")  # during the data phase
 
     def setUp(self):
         self.folder = make_folder(self)
@@ -107,6 +108,7 @@ class Trace(unittest.TestCase):
         block = json.loads(self.trace(mixed(self.one, self.two), "--json"))["sessions"][0]
         self.assertEqual((block["outcome"], block["bytes"], len(block["handles"])), ("mixed", 0, 2))
         self.assertEqual(json.loads(self.trace(b"", "--json"))["sessions"], [])
+        self.assertEqual(self.trace(gzip.compress(b"\n".join(self.one) + b"\n")), self.trace(self.one))  # as logrotate leaves it
 
     def test_errors(self):
         for row in rows("odd error", ("PASS", "xbsa_open: TRANSIENT.*530 no"), ("CWD", "NEGATIVE.*530 no"),
@@ -117,7 +119,7 @@ class Trace(unittest.TestCase):
                              f".*{row.error}(.*\n)*.*530 no.*<-- failed", row.odd)
 
     def test_informix(self):
-        """The copy is the one that the server named, whatever the client asked for."""
+        """The copy is the one that the server named, whatever the client requested."""
         log = self.file("real.log")
         store = ["--exec", TOOL, *"--informix --space rootdbs store level0".split(), __file__]
         stored = b"".join(subprocess.run(
@@ -213,7 +215,7 @@ class Trace(unittest.TestCase):
         self.assertRegex(text, r"newest 200 sessions; \d+ before them are left out")
         self.trace(self.one, "--html", page, "--bar-act-log", act)
         root = ElementTree.parse(page).getroot()
-        lanes = root.findall(f".//{SVG}svg")[6:]  # behind the legend: all sessions, and this one
+        lanes = root.findall(f".//{SVG}svg")[6:]  # after the legend: all sessions, and this one
         kinds = [[rect.get("class") for rect in lane] for lane in lanes]
         self.assertEqual([(kind.count("data"), kind.count("database")) for kind in kinds] + [
             kinds[1].count("control")], [(1, 2), (1, 2), 11])
@@ -223,7 +225,7 @@ class Trace(unittest.TestCase):
         self.assertEqual(sorted(os.listdir(self.folder)), ["act", "page.html", "xbsa.log"])
 
     def test_memory(self):
-        """64 MB: a line without end, an endless session, killed ones; nothing grows with them."""
+        """64 MB of an endless line, an endless session or killed ones need no more memory."""
         size = (1 if SANITIZED else 22) << 20
         start, mine = place(self.one, b"BSABeginTxn: Start"), handle(self.one).encode()
         cycle = b"\n".join(self.one[start:start + 3] + [b""]).replace(b"Return: 0", b"Return: 5")

@@ -54,7 +54,9 @@ int Report(const std::exception &I_sError, const COMMAND_LINE &I_sLine, bool I_b
     const bool bFailure = !bUsage && iExit != base::EXIT_NO_MATCH;
     const std::string strHint =
         bFailure ? explain::Advice(strText, I_sLine.sConnection.bInformix).strHint : "";
-    fprintf(stderr, "xbsactl: %s%s\n", strText.c_str(), bUsage ? " (see xbsactl --help)" : "");
+    const std::string strSee = " (see xbsactl " + I_sLine.strCommand +
+                               (I_sLine.strCommand.empty() ? "--help)" : " --help)");
+    fprintf(stderr, "xbsactl: %s%s\n", strText.c_str(), bUsage ? strSee.c_str() : "");
     if (!strHint.empty()) fprintf(stderr, "hint: %s\n", base::Printable(strHint).c_str());
     return I_bNagios ? check::NagiosUnknown(strText) : iExit;
 }

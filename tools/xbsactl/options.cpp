@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <limits>
+#include <map>
 #include <sstream>
 #include <variant>
 
@@ -11,13 +12,33 @@
 
 namespace
 {
-// What the help says of a command, or of an option of the first command that has it.
-std::string Help(const std::string &I_strCommands, const std::string &I_strOption = "")
+// The text for a command, an option of all commands, or an option of a command: its own, else that
+// of the first command that has the option.
+std::string Help(const std::string &I_strCommand, const std::string &I_strOption = "",
+                 const std::string &I_strCommands = "")
 {
     static const base::JSON sHelp = base::JSON::parse(texts::OPTIONS_JSON);
-    const std::string strCommand = I_strCommands.substr(0, I_strCommands.find(' '));
-    const char *cpBetween = strCommand.empty() || I_strOption.empty() ? "" : " ";
-    return sHelp.at(strCommand + cpBetween + I_strOption);
+    const char *cpBetween = I_strCommand.empty() || I_strOption.empty() ? "" : " ";
+    const std::string strOwn = I_strCommand + cpBetween + I_strOption;
+    if (sHelp.contains(strOwn)) return sHelp.at(strOwn);
+    const std::string strFirst = I_strCommands.substr(0, I_strCommands.find(' '));
+    return sHelp.at(strFirst.empty() ? I_strOption : strFirst + " " + I_strOption);
+}
+
+// What the help of a command shows after its options: its section of the text.
+std::string Examples(const std::string &I_strCommand)
+{
+    const std::string strTitle = "\n# " + I_strCommand + "\n";
+    const size_t uBegin = texts::HELP_TXT.find(strTitle) + strTitle.size();
+    return std::string(
+        texts::HELP_TXT.substr(uBegin, texts::HELP_TXT.find("\n\n# ", uBegin) - uBegin));
+}
+
+bool IsListed(const std::string &I_strWord, const char *I_cpList)
+{
+    std::istringstream sList(I_cpList);
+    const std::istream_iterator<std::string> sFirst(sList);
+    return std::find(sFirst, {}, I_strWord) != decltype(sFirst)();
 }
 
 template <auto FP_RUN> void Transfer(COMMAND_LINE &X_sLine)
@@ -25,30 +46,40 @@ template <auto FP_RUN> void Transfer(COMMAND_LINE &X_sLine)
     FP_RUN(X_sLine.sConnection, X_sLine.sTransfer);
 }
 
-constexpr struct
+// The general options that the help of a command leaves out, because they have no effect there.
+constexpr const char *OF_SERVER =
+    "--host --user --password-file --path --informix --space --copy-id --timeout --trace";
+constexpr const char *OF_LIBRARY =
+    "--host --user --password-file --path --informix --space --copy-id --timeout --trace --library";
+
+struct COMMAND
 {
     const char *cpName;
+    const char *cpWithout;
     decltype(COMMAND_LINE::fpRun) fpRun;
-} COMMANDS[] = {
-    {"store", Transfer<transfer::Store>},
-    {"restore", Transfer<transfer::Restore>},
-    {"query", Transfer<transfer::Query>},
-    {"verify", Transfer<transfer::Verify>},
-    {"check",
+};
+
+constexpr COMMAND COMMANDS[] = {
+    {"store", "--copy-id", Transfer<transfer::Store>},
+    {"restore", "", Transfer<transfer::Restore>},
+    {"query", "--copy-id --host --user --password-file --path", Transfer<transfer::Query>},
+    {"verify", "", Transfer<transfer::Verify>},
+    {"check", "--space --copy-id",
      [](COMMAND_LINE &sLine) {
          if (!sLine.sTransfer.sObject.strSpace.empty())
              throw base::USAGE_ERROR("--space is not for check");
          if (!sLine.sConnection.bInformix) base::CheckPlain(sLine.sConnection, false);
          sLine.iExit = check::Run(sLine.sConnection, sLine.sCheck);
      }},
-    {"trace",
+    {"trace", OF_LIBRARY,
      [](COMMAND_LINE &sLine) {
          if (sLine.sTrace.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
          trace::Run(sLine.sTrace);
      }},
-    {"top", [](COMMAND_LINE &sLine) { sLine.iExit = report::Top(sLine.sTop); }},
-    {"explain", [](COMMAND_LINE &sLine) { explain::Run(sLine.vecExplained); }},
-    {"setup",
+    {"report", OF_LIBRARY, [](COMMAND_LINE &sLine) { sLine.iExit = report::Run(sLine.sReport); }},
+    {"top", OF_LIBRARY, [](COMMAND_LINE &sLine) { sLine.iExit = report::Top(sLine.sTop); }},
+    {"explain", OF_LIBRARY, [](COMMAND_LINE &sLine) { explain::Run(sLine.vecExplained); }},
+    {"setup", OF_SERVER,
      [](COMMAND_LINE &sLine) {
          sLine.sSetup.strLibrary = sLine.sConnection.strLibrary;
          sLine.iExit = setup::Run(sLine.sSetup);
@@ -57,8 +88,12 @@ constexpr struct
 
 using RULE = void (*)(CLI::Option *);
 
-constexpr RULE PLAIN = [](auto *spOption) { spOption->excludes("--informix"); };
-constexpr RULE INFORMIX = [](auto *spOption) { spOption->needs("--informix"); };
+constexpr RULE PLAIN = [](auto *spOption) {
+    spOption->excludes("--informix")->group("Plain mode");
+};
+constexpr RULE INFORMIX = [](auto *spOption) {
+    spOption->needs("--informix")->group("Informix mode");
+};
 constexpr RULE REQUIRED = [](auto *spOption) { spOption->required(); };
 
 // An empty text would pass for an option that is not there.
@@ -73,12 +108,30 @@ template <auto FIRST, auto LAST> void Range(CLI::Option *spOption)
     spOption->check(CLI::Range(FIRST, LAST).description(""));
 }
 
+// Each value has the option before it: what follows is another argument.
+constexpr RULE REPEATED = [](auto *spOption) { spOption->allow_extra_args(false); };
+
+// "25h"; without a unit seconds.
+constexpr RULE DURATION = [](auto *spOption) {
+    const std::map<std::string, uint64_t> UNITS = {{"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}};
+    Range<uint64_t{1}, uint64_t{1} << 40U>(spOption);
+    spOption->transform(CLI::AsNumberWithUnit(UNITS).description(""));
+};
+
+// "10MB" and the like; without a unit bytes.
+constexpr RULE SIZE = [](auto *spOption) {
+    spOption->transform(CLI::AsSizeValue(true).description(""));
+};
+
+constexpr const char *COMMON = "Common options"; // a heading
+
 struct OPTION
 {
     const char *cpCommands; // that have it; "" for all
     const char *cpName;
     const char *cpType; // what it takes; "" for a flag or a positional argument
-    std::variant<bool *, std::string *, unsigned *, long *, std::vector<std::string> *> sValue;
+    std::variant<bool *, std::string *, unsigned *, long *, uint64_t *, std::vector<std::string> *>
+        sValue;
     const char *cpVariable = ""; // that stands for it
     RULE fpRule = [](auto *) {}; // what the parser checks
 };
@@ -87,9 +140,10 @@ std::vector<OPTION> GeneralOptions(COMMAND_LINE &X_sLine)
 {
     base::CONNECTION &sConnection = X_sLine.sConnection;
     library::OBJECT &sObject = X_sLine.sTransfer.sObject;
-    return {{"", "--informix", "", &sConnection.bInformix},
+    return {{"", "--informix", "", &sConnection.bInformix, "",
+             [](auto *spOption) { spOption->group("Informix mode"); }},
             {"", "--host", "HOST[:PORT]", &sConnection.strHost, "XBSACTL_HOST", PLAIN},
-            {"", "--user", "U", &sConnection.strUser, "XBSACTL_USER", PLAIN},
+            {"", "--user", "USER", &sConnection.strUser, "XBSACTL_USER", PLAIN},
             {"", "--password-file", "FILE", &sConnection.strPasswordFile, "XBSACTL_PASSWORD_FILE",
              PLAIN},
             {"", "--path", "DIR", &sConnection.strPath, "XBSACTL_PATH", PLAIN},
@@ -109,6 +163,7 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
     transfer::OPTIONS &sTransfer = X_sLine.sTransfer;
     check::OPTIONS &sCheck = X_sLine.sCheck;
     trace::OPTIONS &sTrace = X_sLine.sTrace;
+    report::OPTIONS &sReport = X_sLine.sReport;
     setup::OPTIONS &sSetup = X_sLine.sSetup;
     return {{"store restore", "NAME", "", &sTransfer.sObject.strName, "", REQUIRED},
             {"query verify", "NAME", "", &sTransfer.sObject.strName},
@@ -120,6 +175,10 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
             {"store", "--verify", "", &sTransfer.bVerify},
             {"verify", "--all", "", &sTransfer.bAll, "",
              [](auto *spOption) { spOption->excludes("NAME"); }},
+            {"verify", "--journal", "FILE", &sTransfer.vecJournals, "", REPEATED},
+            {"verify", "--newest", "", &sTransfer.bNewest},
+            {"verify", "--sample", "N/T", &sTransfer.strSample, "", NOT_EMPTY},
+            {"verify", "--jobs", "N", &sTransfer.uJobs, "", Range<1, 64>},
             {"store restore query verify", "--json", "", &sTransfer.bJson},
             {"check", "--informixdir", "DIR", &sCheck.strInformixDir},
             {"check", "--onconfig", "NAME", &sCheck.strOnconfig},
@@ -134,6 +193,15 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
             {"trace", "--html", "OUT", &sTrace.strHtml},
             {"trace", "--bar-act-log", "FILE", &sTrace.strActLog},
             {"trace", "--json", "", &sTrace.bJson},
+            {"report", "--journal", "FILE", &sReport.vecJournals, "KORVA_JOURNAL", REPEATED},
+            {"report", "--space", "SPACE", &sReport.vecSpaces, "", REPEATED},
+            {"report", "--max-age", "AGE", &sReport.uMaxAge, "", DURATION},
+            {"report", "--min-size", "SIZE", &sReport.uMinSize, "", SIZE},
+            {"report", "--prometheus", "FILE", &sReport.strPrometheus, "", NOT_EMPTY},
+            {"report", "--bar-act-log", "FILE", &sReport.strActLog, "", NOT_EMPTY},
+            {"report", "--nagios", "", &sReport.bNagios},
+            {"report", "--json", "", &sReport.bJson, "",
+             [](auto *spOption) { spOption->excludes("--nagios"); }},
             {"top", "--once", "", &X_sLine.sTop.bOnce},
             {"top", "--json", "", &X_sLine.sTop.bJson},
             {"top", "--interval", "SECONDS", &X_sLine.sTop.uInterval, "", Range<1, 86400>},
@@ -150,7 +218,7 @@ std::vector<OPTION> CommandOptions(COMMAND_LINE &X_sLine)
 // The parser's own names of types are hidden.
 void AddOption(CLI::App &X_sApp, const OPTION &I_sOption, bool I_bInformix)
 {
-    const std::string strHelp = Help(I_sOption.cpCommands, I_sOption.cpName);
+    const std::string strHelp = Help(X_sApp.get_name(), I_sOption.cpName, I_sOption.cpCommands);
     CLI::Option *spAdded = std::visit(
         [&](auto *spValue) {
             if constexpr (std::is_same_v<decltype(spValue), bool *>)
@@ -160,6 +228,7 @@ void AddOption(CLI::App &X_sApp, const OPTION &I_sOption, bool I_bInformix)
                     ->type_name(I_sOption.cpType);
         },
         I_sOption.sValue);
+    if (*I_sOption.cpCommands == '\0') spAdded->group(COMMON);
     I_sOption.fpRule(spAdded);
     // The variable of a plain session is for other runs.
     if (!I_bInformix || I_sOption.fpRule != PLAIN) spAdded->envname(I_sOption.cpVariable);
@@ -170,9 +239,7 @@ void AddOptions(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
     const bool bGeneral = X_sLine.strCommand.empty();
     for (const OPTION &sOption : bGeneral ? GeneralOptions(X_sLine) : CommandOptions(X_sLine))
     {
-        std::istringstream sCommands(sOption.cpCommands);
-        const std::istream_iterator<std::string> sFirst(sCommands);
-        if (bGeneral || std::find(sFirst, {}, X_sLine.strCommand) != decltype(sFirst)())
+        if (bGeneral || IsListed(X_sLine.strCommand, sOption.cpCommands))
             AddOption(X_sApp, sOption, X_sLine.sConnection.bInformix);
     }
 }
@@ -189,7 +256,7 @@ void AddCommands(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
             X_sLine.fpRun = sCommand.fpRun;
             AddOptions(*spCommand, X_sLine);
         });
-        spCommand->footer("All other options: xbsactl --help");
+        spCommand->group("Commands")->footer(Examples(sCommand.cpName));
     }
 }
 
@@ -220,9 +287,47 @@ struct CONFIG_FILE : CLI::ConfigTOML
     const CLI::App &sApp;
 };
 
-// The parser breaks no lines.
+// A command's help adds the general options that it uses; the help without a command lists the
+// commands instead. The parser breaks no lines, and would add what an option needs or excludes.
 struct HELP_FORMAT : CLI::Formatter
 {
+    std::string make_help(const CLI::App *spApp, std::string strName,
+                          CLI::AppFormatMode sMode) const override
+    {
+        const bool bAll = spApp->get_parent() == nullptr;
+        return make_description(spApp) + '\n' +
+               (bAll ? "Usage: xbsactl COMMAND [OPTIONS] [ARGUMENTS]\n"
+                     : make_usage(spApp, strName)) +
+               make_positionals(spApp) + Group(*spApp, "Options", "") +
+               (bAll ? make_subcommands(spApp, sMode) : GeneralGroups(*spApp)) + '\n' +
+               make_footer(spApp);
+    }
+
+    std::string GeneralGroups(const CLI::App &I_sApp) const
+    {
+        const auto *spCommand = std::ranges::find(COMMANDS, I_sApp.get_name(), &COMMAND::cpName);
+        std::string strGroups;
+        for (const std::string &strGroup : I_sApp.get_parent()->get_groups())
+            if (strGroup != "Options")
+                strGroups += Group(*I_sApp.get_parent(), strGroup, spCommand->cpWithout);
+        return strGroups;
+    }
+
+    std::string Group(const CLI::App &I_sApp, const std::string &I_strGroup,
+                      const char *I_cpWithout) const
+    {
+        const auto vecOptions = I_sApp.get_options([&](const CLI::Option *spOption) {
+            return spOption->get_group() == I_strGroup && spOption->nonpositional() &&
+                   !IsListed(spOption->get_name(), I_cpWithout);
+        });
+        return vecOptions.empty() ? "" : make_group(I_strGroup, false, vecOptions);
+    }
+
+    std::string make_option_opts(const CLI::Option *spOption) const override
+    {
+        return spOption->get_type_name().empty() ? "" : " " + spOption->get_type_name();
+    }
+
     std::string make_option_desc(const CLI::Option *spOption) const override
     {
         return base::Wrapped(spOption->get_description(), 79 - get_column_width(), 0);
@@ -232,22 +337,24 @@ struct HELP_FORMAT : CLI::Formatter
 void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
     const char *cpConfig = getenv("XBSACTL_CONFIG");
-    const size_t uRest = texts::HELP_TXT.find("\n\n"); // what follows the list of options
+    const size_t uRest = texts::HELP_TXT.find("\n\n"); // what precedes the list of commands
     X_sApp.description(std::string(texts::HELP_TXT.substr(0, uRest)));
-    X_sApp.footer(std::string(texts::HELP_TXT.substr(uRest + 2)));
-    X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION);
+    X_sApp.footer(Examples("xbsactl"));
+    X_sApp.set_help_flag("-h,--help", Help("--help"));
+    X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION, Help("--version"));
     X_sApp.fallthrough();            // the options may follow the command, too
     X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
     X_sApp.formatter(std::make_shared<HELP_FORMAT>());
     X_sApp.get_formatter()->column_width(18);
+    X_sApp.get_formatter()->label("Positionals", "Arguments");
     AddOptions(X_sApp, X_sLine);
     AddCommands(X_sApp, X_sLine);
     X_sApp.config_formatter(std::make_shared<CONFIG_FILE>(X_sApp));
     X_sApp
-        .set_config("--config", cpConfig != nullptr ? cpConfig : "",
-                    "Read options from FILE (default: the variable XBSACTL_CONFIG)",
+        .set_config("--config", cpConfig != nullptr ? cpConfig : "", Help("--config"),
                     cpConfig != nullptr && *cpConfig != '\0')
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->group(COMMON);
     X_sApp.allow_config_extras(false);
 }
 
@@ -313,6 +420,22 @@ std::string WrongLine(const std::string &I_strFile, const std::string &I_strErro
     }
     return "a line";
 }
+
+// Accepts "help" instead of --help before a command, and directly after a command that takes no name
+// or file, either of which could be "help".
+std::vector<std::string> WithHelp(std::vector<std::string> I_vecArguments)
+{
+    const size_t uCount = I_vecArguments.size();
+    const auto fpOption = [](const std::string &strText) { return strText.starts_with('-'); };
+    if (uCount > 1 && I_vecArguments.back() == "help" &&
+        IsListed(I_vecArguments[uCount - 2], "check top report explain setup") &&
+        std::all_of(I_vecArguments.begin(), I_vecArguments.end() - 2, fpOption))
+        I_vecArguments.back() = "--help";
+    if (uCount == 0 || I_vecArguments[0] != "help") return I_vecArguments;
+    I_vecArguments.erase(I_vecArguments.begin());
+    I_vecArguments.emplace_back("--help");
+    return I_vecArguments;
+}
 } // namespace
 
 std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
@@ -324,7 +447,9 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
     AddAll(sApp, X_sLine);
     try
     {
-        sApp.parse(argc, argv);
+        std::vector<std::string> vecArguments = WithHelp({argv + std::min(argc, 1), argv + argc});
+        std::reverse(vecArguments.begin(), vecArguments.end()); // as the parser takes them
+        sApp.parse(std::move(vecArguments));
     } catch (const CLI::ExtrasError &sError)
     {
         const std::string strText = UnknownCommand(sApp);

@@ -22,6 +22,7 @@ struct COMMAND_LINE
     trace::OPTIONS sTrace;
     std::vector<std::string> vecExplained; // by explain
     setup::OPTIONS sSetup;
+    report::OPTIONS sReport;
     report::TOP_OPTIONS sTop;
     void (*fpRun)(COMMAND_LINE &) = nullptr;
     int iExit = base::EXIT_DONE; // by fpRun

@@ -27,6 +27,7 @@
 #include "xbsa.h"
 
 struct evp_md_ctx_st; // libcrypto's
+struct gzFile_s;      // zlib's
 
 namespace base
 {
@@ -194,6 +195,10 @@ struct STOP_HOOKS
 // them, remove the files below and end the process by the same signal.
 void WatchSignals(const STOP_HOOKS &I_sHooks);
 
+// Begins a child process, which has such a thread too, and ends with this one. Returns 0 there.
+// Throws FAILURE.
+pid_t Fork();
+
 // While it lives the process is not ended. One thread may hold several. A child process must not
 // find it locked by a thread that it has not got: the thread above takes it only when there is
 // work.
@@ -336,6 +341,30 @@ class CInput
     uint64_t uDone = 0;
 };
 
+// The lines of a file or pipe, one at a time through one buffer, also of what gzip compressed.
+class CLines
+{
+  public:
+    CLines(const std::string &I_strFile, size_t I_uLongest); // "-": standard input
+
+    bool Next(); // returns false at the end
+
+    std::string strLine; // without its end; of a longer one the first I_uLongest bytes
+    bool bWhole = false; // false for the last line when it has no end
+    bool bTorn = false;  // what gzip wrote has no end
+    struct stat sStatus = {};
+
+  private:
+    bool Fill();
+
+    std::string strShown;
+    size_t uLongest;
+    std::unique_ptr<gzFile_s, int (*)(gzFile_s *)> spFile;
+    std::string strBuffer;
+    std::string_view svRest; // of the buffer
+    bool bOver = false;
+};
+
 // The one way in which the tool writes a file: the bytes go to a temporary file beside it, which
 // takes its place, owner and mode when all of them are written. Until then the old file is
 // untouched; the temporary file goes with the object, and when the process is told to stop. A
@@ -371,6 +400,14 @@ std::optional<std::string> ReadText(const TARGET &I_sTarget, off_t I_iLargest = 
 // A reader finds the old text or the new one, never a part. I_bLast: also after a power cut.
 void ReplaceText(const TARGET &I_sTarget, const std::string &I_strText, bool I_bExact,
                  bool I_bLast = true);
+
+// Texts in the Prometheus format.
+std::string LabelValue(const std::string &I_strText); // in quotes
+std::string Metric(const char *cpName, const char *cpHelp, const std::string &I_strSamples);
+std::string VersionMetric(); // ends each file
+
+// What the file holds already; empty for none. Throws FAILURE when it is not a file of metrics.
+std::string EarlierMetrics(const std::string &I_strFile);
 
 // The texts of a database's folder that name its library, for who reads and who changes them.
 

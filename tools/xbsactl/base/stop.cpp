@@ -1,6 +1,7 @@
 #include "base/base.h"
 
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <thread>
 
 namespace base
@@ -115,6 +117,22 @@ bool CTimeLimit::IsOver()
 {
     const STOP_LOCK sLock = HoldStop();
     return sLimit.bOver;
+}
+
+pid_t Fork()
+{
+    fflush(nullptr);
+    const pid_t iParent = getpid();
+    const pid_t iProcess = fork();
+    if (iProcess == -1) throw SystemFailure("a child process");
+    if (iProcess > 0) return iProcess;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != iParent) _exit(EXIT_FAILED);
+    new (&sMutex) std::recursive_mutex; // the thread that may have held it is the parent's
+    sEnd = NONE;
+    DoomedFiles().clear(); // the parent's, too
+    WatchSignals({[] {}, [] {}, [](int) {}});
+    return 0;
 }
 
 STOP_LOCK HoldStop()

@@ -1,7 +1,11 @@
 #include "trace/parts.h"
 
 #include <algorithm>
+#include <ctime>
+#include <numeric>
 #include <sstream>
+
+#include "trace/trace.h"
 
 namespace trace
 {
@@ -12,6 +16,15 @@ constexpr size_t MOST_BYTES = 32U << 20U;
 constexpr size_t OVERHEAD = 120; // bytes that a message takes besides its text
 constexpr int64_t BEFORE = 60;   // seconds around a session in which a message belongs to it still
 constexpr int64_t AFTER = 2;
+
+// As the clock of the log shows it, which has no time zone.
+int64_t LogTime(int64_t I_iTime)
+{
+    const time_t lTime = I_iTime;
+    struct tm sLocal = {};
+    localtime_r(&lTime, &sLocal);
+    return timegm(&sLocal);
+}
 } // namespace
 
 // Nothing for a line that is not a message of its own.
@@ -72,5 +85,25 @@ std::vector<STEP> CActivityLog::TakeFor(const SESSION &I_sSession)
     }
     std::ranges::stable_sort(vecFound, {}, &STEP::iStart);
     return vecFound;
+}
+
+std::vector<std::vector<std::string>> MessagesOf(const std::string &I_strActLog,
+                                                 const std::vector<SPAN> &I_vecSpans)
+{
+    CActivityLog sLog(I_strActLog);
+    std::vector<std::vector<std::string>> vecMessages(I_vecSpans.size());
+    std::vector<size_t> vecOrder(I_vecSpans.size());
+    std::iota(vecOrder.begin(), vecOrder.end(), 0);
+    std::ranges::sort(vecOrder, {}, [&](size_t uSpan) { return I_vecSpans[uSpan].iLast; });
+    for (const size_t uSpan : vecOrder)
+    {
+        SESSION sSession;
+        sSession.setHandles = {I_vecSpans[uSpan].lProcess};
+        sSession.sFirst.iTime = LogTime(I_vecSpans[uSpan].iFirst);
+        sSession.sLast.iTime = LogTime(I_vecSpans[uSpan].iLast);
+        for (const STEP &sStep : sLog.TakeFor(sSession))
+            vecMessages[uSpan].push_back(Clock(sStep.iStart, true) + " " + sStep.strText);
+    }
+    return vecMessages;
 }
 } // namespace trace

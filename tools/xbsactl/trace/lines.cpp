@@ -6,8 +6,7 @@ namespace trace
 {
 namespace
 {
-constexpr size_t LONGEST_LINE = 4096; // more than the library ever writes
-constexpr size_t STAMP_LENGTH = 19;   // "2026-11-24 17:46:34"
+constexpr size_t STAMP_LENGTH = 19; // "2026-11-24 17:46:34"
 constexpr std::string_view MARK = ": Trace: (QAB library) ";
 
 int64_t LastDay(const std::string &I_strFile)
@@ -34,33 +33,14 @@ int64_t Moment(const std::string &I_strText, const std::string &I_strFile)
                             "\"17:00\"");
 }
 
-// The bytes of the next line, as many as the library may write. Returns false at the end.
-bool CLineReader::ReadLine()
-{
-    strLine.clear();
-    do
-    {
-        if (svRest.empty() && strBuffer.size() == BUFFER_SIZE)
-        {
-            strBuffer.resize(sInput.Read(strBuffer.data(), BUFFER_SIZE));
-            svRest = strBuffer;
-        }
-        if (svRest.empty()) return !strLine.empty();
-        const size_t uLength = std::min(svRest.find('\n'), svRest.size());
-        sLine.bWhole = uLength < svRest.size();
-        strLine += svRest.substr(0, std::min(uLength, LONGEST_LINE - strLine.size()));
-        svRest.remove_prefix(uLength + (sLine.bWhole ? 1 : 0));
-    } while (!sLine.bWhole);
-    return true;
-}
-
 const LOG_LINE *CLineReader::Next()
 {
-    if (!ReadLine()) return nullptr;
+    if (!sLines.Next()) return nullptr;
+    sLine.bWhole = sLines.bWhole;
     sLine.sPlace.uLine++;
     sLine.bTrace = false;
     std::string_view &svText = sLine.svText;
-    svText = strLine;
+    svText = sLines.strLine;
     svText = svText.substr(0, svText.find_last_not_of('\r') + 1);
     if (!svText.starts_with(' ') || svText.find(MARK) != 1 + STAMP_LENGTH) return &sLine;
 

@@ -54,7 +54,8 @@ struct LOG_LINE
 class CLineReader
 {
   public:
-    explicit CLineReader(const std::string &I_strFile) : sInput(I_strFile) // "-": standard input
+    explicit CLineReader(const std::string &I_strFile) // "-": standard input
+        : sLines(I_strFile, LONGEST_LINE)
     {
     }
 
@@ -62,15 +63,10 @@ class CLineReader
     const LOG_LINE *Next();
 
   private:
-    static constexpr size_t BUFFER_SIZE = 1U << 18U;
+    static constexpr size_t LONGEST_LINE = 4096; // more than the library ever writes
 
-    bool ReadLine();
-
-    base::CInput sInput;
-    std::string strBuffer = std::string(BUFFER_SIZE, '\0'); // shorter once all is read
-    std::string_view svRest;                                // of the buffer
+    base::CLines sLines;
     LOG_LINE sLine;
-    std::string strLine;
     std::string strStamp; // of the last line
 };
 

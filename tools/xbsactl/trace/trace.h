@@ -2,7 +2,9 @@
 #ifndef XBSACTL_TRACE_H
 #define XBSACTL_TRACE_H
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace trace
 {
@@ -17,6 +19,19 @@ struct OPTIONS
 };
 
 void Run(const OPTIONS &I_sOptions);
+
+// The life of an object, in seconds since 1970.
+struct SPAN
+{
+    long lProcess = 0;
+    int64_t iFirst = 0;
+    int64_t iLast = 0;
+};
+
+// What the database's activity log says of each, by the rules that put the log beside a trace. A
+// message goes to one of them. Throws FAILURE.
+std::vector<std::vector<std::string>> MessagesOf(const std::string &I_strActLog,
+                                                 const std::vector<SPAN> &I_vecSpans);
 } // namespace trace
 
 #endif

@@ -114,8 +114,9 @@ std::vector<MANIFEST_ENTRY> ReadLines(const base::TARGET &I_sTarget)
 
 std::string ManifestName(const base::CONNECTION &I_sConnection, const library::OBJECT &I_sObject)
 {
-    return I_sConnection.bInformix ? I_sObject.strSpace + "@" + I_sObject.strName
-                                   : I_sObject.strName;
+    return I_sConnection.bInformix && !I_sObject.strName.empty()
+               ? I_sObject.strSpace + "@" + I_sObject.strName
+               : I_sObject.strName;
 }
 
 std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile)

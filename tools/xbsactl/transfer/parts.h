@@ -6,6 +6,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,11 +27,20 @@ struct MANIFEST_ENTRY
     std::string strName;   // NAME, or SPACE@NAME of an Informix session
     unsigned uCopyId = 0;  // Informix: the copy that the digest belongs to; 0: not known
     std::string strText;   // as it is in the file
+
+    // Of an entry of a journal, whose digest is an XXH3-128:
+    std::optional<uint64_t> uBytes{};
+    std::string strFolder{}; // on the server in plain mode
 };
 
 // All entries in their order. Throws FAILURE when there is no such file or it holds a line that
 // does not belong to a manifest.
 std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile);
+
+// The last good store of each object, or of each copy, that the journals record and the options
+// choose. Throws FAILURE when there is none.
+std::vector<MANIFEST_ENTRY> JournalEntries(const base::CONNECTION &I_sConnection,
+                                           const OPTIONS &I_sOptions);
 
 // Puts the entry in the place of an earlier one of that name, and creates the file. Without a name:
 // makes sure that it can be done later; without a file: nothing. Other processes may do so with theirs at the same time.
@@ -43,6 +53,7 @@ struct COUNT
     double dSeconds = 0;   // since CountStatus
     double dRate = 0;      // megabytes (10^6) a second
     std::string strDigest; // SHA-256 in hexadecimal digits
+    std::string strXxh128; // XXH3-128, the same
 };
 
 // The SHA-256 of an object. A thread hashes one buffer while the caller moves the bytes of the other
@@ -68,9 +79,8 @@ class CHashing
     base::CSha256 sHash;
     std::unique_ptr<char[]> spFilling;
     std::unique_ptr<char[]> spHashed;
-    size_t uFilled = 0; // bytes
-    std::future<void>
-        sThread; // the last member: its end waits for the thread, which uses the others
+    size_t uFilled = 0;        // bytes
+    std::future<void> sThread; // destroyed first, which waits for the thread that uses the others
 };
 
 // Moves the bytes of an object that is begun to its confirmed end: counts them for the status, hashes
@@ -79,12 +89,31 @@ class CHashing
 COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
                  const std::function<size_t(char *cpBlock)> &I_fpMove);
 
-// Reads the object and returns its bytes. Throws FAILURE, also when its SHA-256 is another one.
+// Reads the object and returns its bytes. Throws FAILURE, also when it is not what the entry says.
 uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
-                 BSA_ObjectDescriptor &I_sObject, const std::string &I_strDigest);
+                 BSA_ObjectDescriptor &I_sObject, const MANIFEST_ENTRY &I_sEntry);
+
+// What became of the objects of a list, by their places in it: of each, how it went.
+using WORK = std::function<base::JSON(library::CSession &X_sSession, size_t I_uObject)>;
+using TAKE = std::function<void(size_t I_uObject, const base::JSON &I_sVerdict)>;
+
+// Shares the objects out among that many processes, each with a session of its own, and takes their
+// verdicts as they come. One that a process did not reach is a verdict with its "error".
+void RunJobs(const base::CONNECTION &I_sConnection, unsigned I_uJobs, size_t I_uObjects,
+             const WORK &I_fpWork, const TAKE &I_fpTake);
 
 // What the line of the status says is being done.
 void SayStatus(const std::string &I_strWhat);
+
+// The bytes moved since the last call, in the process that moves them; adds them in another one.
+uint64_t TakeMoved();
+void AddStatus(uint64_t I_uBytes);
+
+// How many objects were found the same or not.
+void CountVerified(size_t I_uGood, size_t I_uBad);
+
+// In a child process: the parent's file, and its bar, are none of its business.
+void LeaveStatus();
 
 // Starts the count, and the clock of the rate, again. I_uExpected: bytes, 0 when unknown.
 void CountStatus(uint64_t I_uExpected);

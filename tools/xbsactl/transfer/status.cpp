@@ -1,4 +1,6 @@
+#define XXH_INLINE_ALL // all of it is in the header
 #include <poll.h>
+#include <xxhash.h>
 
 #include <algorithm>
 #include <atomic>
@@ -17,7 +19,6 @@ using CLOCK = std::chrono::steady_clock;
 constexpr double REDRAW = 0.1;     // seconds
 constexpr uint64_t BAR_WIDTH = 30; // characters
 
-constexpr const char *OWN_MARK = "# HELP xbsactl_"; // how each file of ours begins
 constexpr const char *LAST_SUCCESS = "xbsactl_last_success_timestamp_seconds";
 constexpr const char *LAST_CODE = "xbsactl_last_exit_code";
 
@@ -32,6 +33,8 @@ struct STATUS
     std::string strLabels;      // {command="store",name="x"}
     std::string strLastSuccess; // empty: never
     std::string strLastCode;    // empty: not known
+    std::string strGood;        // verify: objects; empty: not known
+    std::string strBad;
     time_t lStart = 0;
     CLOCK::time_point sStart;
     CLOCK::time_point sCounted; // when the count began
@@ -48,13 +51,33 @@ STATUS &Status()
     return *spStatus;
 }
 
-// Prometheus takes UTF-8 and the escapes \\ and \" alone, which is what JSON makes of a text
-// without control characters.
-std::string LabelValue(const std::string &I_strText)
+// The XXH3-128 of all that is added, in the digits that the library writes into its journal.
+class CXxh128
 {
-    return base::JSON(base::Visible(I_strText))
-        .dump(-1, ' ', false, base::JSON::error_handler_t::replace);
-}
+  public:
+    CXxh128() : spState(XXH3_createState(), XXH3_freeState)
+    {
+        if (spState == nullptr) throw std::bad_alloc();
+        XXH3_128bits_reset(spState.get());
+    }
+
+    void Add(std::string_view I_svBytes)
+    {
+        XXH3_128bits_update(spState.get(), I_svBytes.data(), I_svBytes.size());
+    }
+
+    std::string Digits() const
+    {
+        const XXH128_hash_t sHash = XXH3_128bits_digest(spState.get());
+        std::array<char, 33> szDigits{};
+        snprintf(szDigits.data(), szDigits.size(), "%016jx%016jx", uintmax_t{sHash.high64},
+                 uintmax_t{sHash.low64});
+        return szDigits.data();
+    }
+
+  private:
+    std::unique_ptr<XXH3_state_t, XXH_errorcode (*)(XXH3_state_t *)> spState;
+};
 
 double Seconds(CLOCK::time_point I_sSince)
 {
@@ -97,9 +120,10 @@ std::string FileText(const STATUS &I_sStatus)
 {
     std::string strText;
     const auto fpAdd = [&](const char *cpName, const char *cpHelp, const auto &sValue) {
-        if (!base::Text(sValue).empty())
-            strText += base::Text("# HELP ", cpName, ' ', cpHelp, "\n# TYPE ", cpName, " gauge\n",
-                                  cpName, I_sStatus.strLabels, ' ', sValue, '\n');
+        const std::string strValue = base::Text(sValue);
+        if (!strValue.empty())
+            strText +=
+                base::Metric(cpName, cpHelp, cpName + I_sStatus.strLabels + " " + strValue + "\n");
     };
     const std::string strExpected = I_sStatus.uExpected > 0 ? base::Text(I_sStatus.uExpected) : "";
     fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns);
@@ -113,9 +137,9 @@ std::string FileText(const STATUS &I_sStatus)
     fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess);
     fpAdd(LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
           I_sStatus.strLastCode);
-    return strText + "# HELP xbsactl_build_info The version that wrote this file.\n"
-                     "# TYPE xbsactl_build_info gauge\n"
-                     "xbsactl_build_info{version=\"" XBSACTL_VERSION "\"} 1\n";
+    fpAdd("xbsactl_verified_objects", "Objects that verify found the same.", I_sStatus.strGood);
+    fpAdd("xbsactl_differing_objects", "Objects that failed to verify.", I_sStatus.strBad);
+    return strText + base::VersionMetric();
 }
 
 // The number that an earlier run of the same command on the same object left; empty for none.
@@ -132,10 +156,7 @@ std::string EarlierValue(const std::string &I_strText, const std::string &I_strS
 
 void TakeEarlier(STATUS &X_sStatus)
 {
-    const std::string strText = base::ReadText(base::FindTarget(X_sStatus.strFile)).value_or("");
-    if (!strText.empty() && strText.rfind(OWN_MARK, 0) != 0)
-        throw base::FileFailure("status file ", base::Quoted(X_sStatus.strFile),
-                                " holds something else already");
+    const std::string strText = base::EarlierMetrics(X_sStatus.strFile);
     X_sStatus.strLastSuccess = EarlierValue(strText, LAST_SUCCESS + X_sStatus.strLabels);
     X_sStatus.strLastCode = EarlierValue(strText, LAST_CODE + X_sStatus.strLabels);
 }
@@ -179,7 +200,7 @@ void BeginStatus(const std::string &I_strCommand, const std::string &I_strName,
     const base::STOP_LOCK sLock = base::HoldStop();
     sStatus.strWhat = I_strCommand + (I_strName.empty() ? "" : " " + base::Quoted(I_strName));
     sStatus.strLabels =
-        "{command=" + LabelValue(I_strCommand) + ",name=" + LabelValue(I_strName) + "}";
+        "{command=" + base::LabelValue(I_strCommand) + ",name=" + base::LabelValue(I_strName) + "}";
     sStatus.lStart = time(nullptr);
     sStatus.sStart = CLOCK::now();
     sStatus.sCounted = sStatus.sStart;
@@ -204,6 +225,29 @@ void CountStatus(uint64_t I_uExpected)
     sStatus.uBytes = 0;
     sStatus.uExpected = I_uExpected;
     sStatus.sCounted = CLOCK::now();
+}
+
+uint64_t TakeMoved()
+{
+    return Status().uBytes.exchange(0);
+}
+
+void AddStatus(uint64_t I_uBytes)
+{
+    Status().uBytes += I_uBytes;
+}
+
+void CountVerified(size_t I_uGood, size_t I_uBad)
+{
+    const base::STOP_LOCK sLock = base::HoldStop();
+    Status().strGood = std::to_string(I_uGood);
+    Status().strBad = std::to_string(I_uBad);
+}
+
+void LeaveStatus()
+{
+    Status().bFile = false;
+    Status().bRuns = false;
 }
 
 void PrintStatus()
@@ -241,19 +285,24 @@ COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConne
     STATUS &sStatus = Status();
     const uint64_t uBefore = sStatus.uBytes;
     const bool bTraced = I_sConnection.iTraceLevel != -1 && I_sConnection.strTraceFile.empty();
-    const bool bBar = isatty(STDERR_FILENO) == 1 && !bTraced; // they would spoil each other
+    const bool bBar = isatty(STDERR_FILENO) == 1 && !bTraced && // they would spoil each other
+                      sStatus.bRuns;
     const std::unique_ptr<STATUS, void (*)(STATUS *)> spWiped(&sStatus, WipeBar); // at every end
     sStatus.sDrawn = CLOCK::now();
     CHashing sHashing;
+    CXxh128 sQuickHash;
     for (size_t uLength = library::BLOCK_SIZE; uLength == library::BLOCK_SIZE;)
     {
-        uLength = I_fpMove(sHashing.Room());
+        char *const cpBlock = sHashing.Room();
+        uLength = I_fpMove(cpBlock);
+        sQuickHash.Add({cpBlock, uLength});
         sHashing.Add(uLength);
         sStatus.uBytes += uLength;
         if (bBar) DrawBar(sStatus);
     }
     const std::string strDigest = sHashing.Digits();
     I_sSession.EndData();
-    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), RateNow(sStatus), strDigest};
+    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), RateNow(sStatus), strDigest,
+            sQuickHash.Digits()};
 }
 } // namespace transfer

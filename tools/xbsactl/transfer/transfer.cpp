@@ -52,16 +52,17 @@ void AfterStore(library::CSession &I_sSession, const base::CONNECTION &I_sConnec
 {
     const std::string strName = ManifestName(I_sConnection, I_sOptions.sObject);
     const unsigned uCopyId = I_sConnection.bInformix ? I_sObject.copyId.right : 0;
+    const MANIFEST_ENTRY sEntry = {I_sCount.strDigest, strName, uCopyId, ""};
     const char *cpFault = "not in the manifest";
     try
     {
-        PutIntoManifest(I_sOptions.strManifest, {I_sCount.strDigest, strName, uCopyId, ""});
+        PutIntoManifest(I_sOptions.strManifest, sEntry);
         if (!I_sOptions.bVerify) return;
         cpFault = "does not verify";
         SayStatus("reading back " + base::Quoted(strName));
         CountStatus(I_sCount.uBytes);
         I_sSession.Next();
-        Compare(I_sSession, I_sConnection, I_sObject, I_sCount.strDigest);
+        Compare(I_sSession, I_sConnection, I_sObject, sEntry);
     } catch (const base::FAILURE &sFailure)
     {
         const std::string strStored = base::Text("the object is stored, but ", cpFault, ": ");
@@ -97,7 +98,8 @@ void PrintTable(const COPIES &I_vecCopies)
 void CheckSession(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 {
     if (I_sOptions.strFile.empty()) throw base::USAGE_ERROR("FILE is empty");
-    if (!I_sOptions.bAll) library::CheckObject(X_sConnection, I_sOptions.sObject);
+    if (!I_sOptions.bAll && I_sOptions.vecJournals.empty())
+        library::CheckObject(X_sConnection, I_sOptions.sObject);
     if (X_sConnection.bInformix) base::CheckVariables();
     else base::CheckPlain(X_sConnection);
 }

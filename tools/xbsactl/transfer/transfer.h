@@ -4,6 +4,7 @@
 #define XBSACTL_TRANSFER_H
 
 #include <string>
+#include <vector>
 
 #include "library/library.h"
 
@@ -12,12 +13,16 @@ namespace transfer
 struct OPTIONS
 {
     library::OBJECT sObject;
-    std::string strFile = "-"; // "-": standard input or output
-    bool bJson = false;        // JSON instead of a text
-    bool bVerify = false;      // store: read back
-    bool bAll = false;         // verify: every object of the manifest
-    std::string strManifest;   // empty: none is kept
-    std::string strStatus;     // progress and result for others to read; empty: none
+    std::string strFile = "-";            // "-": standard input or output
+    bool bJson = false;                   // JSON instead of a text
+    bool bVerify = false;                 // store: read back
+    bool bAll = false;                    // verify: every object of the manifest
+    std::string strManifest;              // empty: none is kept
+    std::vector<std::string> vecJournals; // verify: of the library, instead of the manifest
+    bool bNewest = false;                 // the newest copy of each object of the journals alone
+    std::string strSample;                // "N/T": another N of T shares each night; empty: all
+    unsigned uJobs = 1;                   // processes at once
+    std::string strStatus;                // progress and result for others to read; empty: none
 };
 
 // The commands check their settings, and take the password. All throw FAILURE; "no match" of a
@@ -40,7 +45,7 @@ void TickStatus();
 // Writes the file for the last time; the first call counts. Any thread.
 void EndStatus(int I_iExit);
 
-// The name under which the object stands in a manifest.
+// The name under which the object stands in a manifest; empty for all objects.
 std::string ManifestName(const base::CONNECTION &I_sConnection, const library::OBJECT &I_sObject);
 } // namespace transfer
 

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "report/report.h"
 #include "transfer/parts.h"
 
 namespace transfer
@@ -12,6 +13,7 @@ std::vector<MANIFEST_ENTRY> ChosenEntries(const base::CONNECTION &I_sConnection,
                                           const OPTIONS &I_sOptions)
 {
     const std::string strName = ManifestName(I_sConnection, I_sOptions.sObject);
+    if (!I_sOptions.vecJournals.empty()) return JournalEntries(I_sConnection, I_sOptions);
     std::vector<MANIFEST_ENTRY> vecChosen = ReadManifest(I_sOptions.strManifest);
     if (!I_sOptions.bAll)
         std::erase_if(vecChosen, [&](const auto &sEntry) { return sEntry.strName != strName; });
@@ -41,17 +43,27 @@ library::OBJECT ObjectOf(const base::CONNECTION &I_sConnection, const OPTIONS &I
     return sObject;
 }
 
+// An entry of a journal knows the object's folder.
+BSA_ObjectDescriptor Find(library::CSession &I_sSession, base::CONNECTION I_sConnection,
+                          const OPTIONS &I_sOptions, const MANIFEST_ENTRY &I_sEntry)
+{
+    const library::OBJECT sObject = ObjectOf(I_sConnection, I_sOptions, I_sEntry);
+    if (I_sEntry.strFolder.empty()) return I_sSession.Find(sObject);
+    base::CheckName("the folder", I_sEntry.strFolder);
+    I_sConnection.strPath = I_sEntry.strFolder;
+    return library::Descriptor(I_sConnection, sObject);
+}
+
 // What became of one object.
 base::JSON VerifyEntry(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
                        const OPTIONS &I_sOptions, const MANIFEST_ENTRY &I_sEntry)
 {
-    base::JSON sVerdict = {{"name", I_sEntry.strName}, {"ok", false}};
+    base::JSON sVerdict = {{"ok", false}};
     try
     {
-        BSA_ObjectDescriptor sObject =
-            I_sSession.Find(ObjectOf(I_sConnection, I_sOptions, I_sEntry));
+        BSA_ObjectDescriptor sObject = Find(I_sSession, I_sConnection, I_sOptions, I_sEntry);
         if (I_sConnection.bInformix) sVerdict["copy_id"] = sObject.copyId.right;
-        sVerdict["bytes"] = Compare(I_sSession, I_sConnection, sObject, I_sEntry.strDigest);
+        sVerdict["bytes"] = Compare(I_sSession, I_sConnection, sObject, I_sEntry);
         sVerdict["ok"] = true;
     } catch (const base::FAILURE &sFailure)
     {
@@ -60,65 +72,105 @@ base::JSON VerifyEntry(library::CSession &I_sSession, const base::CONNECTION &I_
     return sVerdict;
 }
 
-// At once: a drill over many objects takes its time.
-void PrintLine(const std::string &I_strName, const base::JSON &I_sVerdict)
+// A name of a journal has its folder.
+std::string ShownName(const MANIFEST_ENTRY &I_sEntry)
 {
+    report::ENTRY sNamed;
+    sNamed.strSpace = I_sEntry.strName;
+    sNamed.strPath = I_sEntry.strFolder;
+    return report::Name(sNamed);
+}
+
+// At once: a drill over many objects takes its time.
+void PrintLine(const base::JSON &I_sVerdict)
+{
+    const std::string strName = I_sVerdict["name"];
     const bool bGood = I_sVerdict["ok"];
     const std::string strCopy =
         I_sVerdict.contains("copy_id") ? base::Text("copy id ", I_sVerdict["copy_id"], ", ") : "";
     const std::string strText =
         bGood ? base::Text(I_sVerdict["bytes"], " bytes") : I_sVerdict["error"].get<std::string>();
     std::cout << (bGood ? "ok    " : "FAIL  ")
-              << base::Printable(I_strName + ": " + strCopy + strText) << std::endl;
+              << base::Printable(strName + ": " + strCopy + strText) << std::endl;
+}
+struct VERDICTS
+{
+    std::vector<base::JSON> vecObjects;
+    size_t uDone = 0;
+    size_t uBad = 0;
+
+    void Count(bool I_bGood)
+    {
+        uDone++;
+        if (!I_bGood) uBad++;
+        CountVerified(uDone - uBad, uBad);
+    }
+};
+
+void Finish(const VERDICTS &I_sVerdicts, bool I_bJson)
+{
+    const auto &[vecObjects, uDone, uBad] = I_sVerdicts;
+    if (I_bJson)
+        std::cout << base::Dump({{"schema", SCHEMA}, {"failed", uBad}, {"objects", vecObjects}})
+                  << '\n';
+    if (uBad > 0) throw base::FAILURE(base::Text(uBad, " of ", uDone, " objects failed to verify"));
+    if (I_bJson) return;
+    std::cerr << "xbsactl: verified " << uDone << (uDone == 1 ? " object\n" : " objects\n");
+}
+
+void CheckVerify(const OPTIONS &I_sOptions)
+{
+    const library::OBJECT &sObject = I_sOptions.sObject;
+    const bool bJournal = !I_sOptions.vecJournals.empty();
+    if (I_sOptions.strManifest.empty() && !bJournal)
+        throw base::USAGE_ERROR("verify needs --journal, or --manifest: the file that store keeps "
+                                "with that option");
+    if (!bJournal && (I_sOptions.bNewest || !I_sOptions.strSample.empty()))
+        throw base::USAGE_ERROR("--newest and --sample choose from a journal: give --journal");
+    if (sObject.strName.empty() && !I_sOptions.bAll && !bJournal)
+        throw base::USAGE_ERROR("verify needs NAME or --all");
+    if (I_sOptions.bAll && (sObject.uCopyId != 0 || !sObject.strSpace.empty()))
+        throw base::USAGE_ERROR("--all takes spaces and copies from the manifest");
 }
 } // namespace
 
 uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
-                 BSA_ObjectDescriptor &I_sObject, const std::string &I_strDigest)
+                 BSA_ObjectDescriptor &I_sObject, const MANIFEST_ENTRY &I_sEntry)
 {
     I_sSession.Get(I_sObject);
     const COUNT sCount = MoveObject(I_sSession, I_sConnection,
                                     [&](char *cpBlock) { return I_sSession.Receive(cpBlock); });
-    if (sCount.strDigest != I_strDigest)
-        throw base::FAILURE("differs: SHA-256 is " + sCount.strDigest + " and should be " +
-                            I_strDigest);
+    if (sCount.uBytes != I_sEntry.uBytes.value_or(sCount.uBytes))
+        throw base::FAILURE(base::Text("differs: has ", sCount.uBytes, " bytes and should have ",
+                                       *I_sEntry.uBytes));
+    const std::string &strDigest = I_sEntry.uBytes ? sCount.strXxh128 : sCount.strDigest;
+    if (strDigest != I_sEntry.strDigest)
+        throw base::FAILURE(base::Text("differs: ", I_sEntry.uBytes ? "XXH3-128" : "SHA-256",
+                                       " is ", strDigest, " and should be ", I_sEntry.strDigest));
     return sCount.uBytes;
 }
 
-// One session with a transaction for each object: the library begins afresh with each, also after
-// one that failed.
 void Verify(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 {
-    const library::OBJECT &sObject = I_sOptions.sObject;
-    if (I_sOptions.strManifest.empty())
-        throw base::USAGE_ERROR("verify needs --manifest: the file that store keeps with that "
-                                "option");
-    if (sObject.strName.empty() && !I_sOptions.bAll)
-        throw base::USAGE_ERROR("verify needs NAME or --all");
-    if (I_sOptions.bAll && (sObject.uCopyId != 0 || !sObject.strSpace.empty()))
-        throw base::USAGE_ERROR("--all takes spaces and copies from the manifest");
+    CheckVerify(I_sOptions);
     CheckSession(X_sConnection, I_sOptions);
     const std::vector<MANIFEST_ENTRY> vecEntries = ChosenEntries(X_sConnection, I_sOptions);
-    library::CSession sSession(X_sConnection);
-    base::JSON sObjects = base::JSON::array();
-    size_t uBad = 0;
-    for (const MANIFEST_ENTRY &sEntry : vecEntries)
-    {
-        if (!sObjects.empty()) sSession.Next();
-        SayStatus(base::Text("verify ", base::Quoted(sEntry.strName), ", object ",
-                             sObjects.size() + 1, " of ", vecEntries.size()));
-        sObjects.push_back(VerifyEntry(sSession, X_sConnection, I_sOptions, sEntry));
-        if (!I_sOptions.bJson) PrintLine(sEntry.strName, sObjects.back());
-        if (!sObjects.back()["ok"]) uBad++;
-    }
-    sSession.Close();
-    if (I_sOptions.bJson)
-        std::cout << base::Dump({{"schema", SCHEMA}, {"failed", uBad}, {"objects", sObjects}})
-                  << '\n';
     const size_t uCount = vecEntries.size();
-    if (uBad > 0)
-        throw base::FAILURE(base::Text(uBad, " of ", uCount, " objects failed to verify"));
-    if (I_sOptions.bJson) return;
-    std::cerr << "xbsactl: verified " << uCount << (uCount == 1 ? " object\n" : " objects\n");
+    VERDICTS sVerdicts{std::vector<base::JSON>(uCount)};
+    SayStatus(base::Text("verify ", uCount, " objects"));
+    const auto fpWork = [&](library::CSession &X_sSession, size_t uObject) {
+        SayStatus(base::Text("verify ", base::Quoted(vecEntries[uObject].strName), ", object ",
+                             sVerdicts.uDone + 1, " of ", uCount));
+        return VerifyEntry(X_sSession, X_sConnection, I_sOptions, vecEntries[uObject]);
+    };
+    RunJobs(X_sConnection, I_sOptions.uJobs, uCount, fpWork,
+            [&](size_t uObject, const base::JSON &sVerdict) {
+                base::JSON &sKept = sVerdicts.vecObjects[uObject];
+                sKept = {{"name", ShownName(vecEntries[uObject])}};
+                sKept.update(sVerdict);
+                if (!I_sOptions.bJson) PrintLine(sKept);
+                sVerdicts.Count(sKept["ok"]);
+            });
+    Finish(sVerdicts, I_sOptions.bJson);
 }
 } // namespace transfer
