@@ -1,7 +1,10 @@
 """The command-line tool as a user runs it: verification, progress, secrets."""
 import contextlib
+import ctypes
 import fcntl
+import hashlib
 import json
+import mmap
 import os
 import re
 import shutil
@@ -33,6 +36,40 @@ MANIFESTS = rows("text code says",
     (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME contains a control character\nok "),
     (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME contains"))
 
+BUFFER, LARGE = 16 * len(BLOCK), 64 << 20  # bytes; a buffer is hashed while the next one is filled
+
+
+def wait_while(condition):
+    while condition():
+        os.sched_yield()
+
+
+def send_some(server):
+    server.data.sendall(bytes(2 * BUFFER + 5))
+
+
+def take_some(server):
+    server.data.recv(BUFFER)
+
+
+def interrupt(server):
+    wait_while(lambda: not server.tool)
+    server.tool.send_signal(signal.SIGINT)
+
+
+# In mid-transfer of an object of more buffers than fit on the way: what the server does, the tool's code and error,
+# and how the data connection ended. No file: the pipe of standard output is closed.
+LARGE_ENDS = rows("command data code says ends",
+    ("store x big", [lambda server: os.truncate("big", BUFFER), "transfer"], 6, 'reading "big": file shrank', ["RST"]),
+    ("store x big", [lambda server: os.truncate("big", LARGE + 5), "transfer"], 0, f"{LARGE + 5} bytes", ["FIN"]),
+    ("store x", ["transfer"], 6, "reading standard input: Input/output error", ["RST"]),
+    ("store x big", [take_some, "reset_data"], 4, "BSASendData failed", []),
+    ("store x big", [take_some, interrupt, "transfer"], -2, "^$", ["RST"]),
+    ("restore x big", [send_some, "reset_data"], 4, "BSAGetData failed", []),
+    ("restore x big", [send_some, interrupt, "transfer"], -2, "^$", ["RST"]),
+    ("restore x /dev/full", ["transfer"], 6, "No space left on device", ["RST"]),
+    ("restore x", ["transfer"], 6, "writing standard output: Broken pipe", ["RST"]))
+
 
 def metrics():
     text = read_text("s.prom")
@@ -40,11 +77,6 @@ def metrics():
     assert BUILD.search(text) and not SAMPLE.sub("", BUILD.sub("", text)), text
     assert found.keys() >= {"duration_seconds", "last_attempt_timestamp_seconds"}, text
     return found | {"name": SAMPLE.search(text)[2]}
-
-
-def wait_while(condition):
-    while condition():
-        os.sched_yield()
 
 
 class Site(unittest.TestCase):
@@ -59,8 +91,8 @@ class Site(unittest.TestCase):
         return server
 
     def start(self, *arguments, **options):
-        return subprocess.Popen([os.environ["XBSA_TOOL"], *arguments, *self.options], **options,
-                                env=self.env, stdin=-1, stdout=-1, stderr=-1)
+        return subprocess.Popen([os.environ["XBSA_TOOL"], *arguments, *self.options], env=self.env,
+                                **{"stdin": -1, "stdout": -1, "stderr": -1} | options)
 
     def call(self, *arguments, data=b"hello", code=0):
         with self.start(*arguments) as tool:
@@ -287,6 +319,39 @@ class Progress(Site):
             shutil.rmtree("t")
             error = tool.communicate(b"hello", DEADLINE)[1]
         self.assertEqual((tool.returncode, error.count(b"warning: status file")), (0, 1))
+
+
+class Large(Site):
+    def test_sizes(self):
+        server = self.serve(Server())
+        for size in 0, BUFFER - 1, BUFFER, BUFFER + 1, 3 * BUFFER, 4 * BUFFER - 1:
+            with self.subTest(size):
+                data = pattern(size)
+                self.call("store", "x", "--verify", "--manifest", "m", data=data)
+                self.assertEqual(read_text("m"), f"{hashlib.sha256(data).hexdigest()}  x\n")
+                self.call("restore", "x", "f")
+                with open("f", "rb") as file:
+                    self.assertEqual((server.objects["x"] == data, file.read() == data), (True, True))
+
+    def test_ends(self):
+        for row in LARGE_ENDS:
+            with self.subTest(row), open("big", "wb+") as big, open("/proc/self/mem", "rb", 0) as memory:
+                big.truncate(LARGE)
+                self.serve(server := Server({"DATA": row.data}, objects={"x": bytes(LARGE)})).tool = None
+                with mmap.mmap(big.fileno(), LARGE) as view:  # what is read beyond the end of the file fails
+                    place = ctypes.c_char.from_buffer(view)
+                    memory.seek(ctypes.addressof(place))
+                    del place
+                    if row.command == "store x":
+                        big.truncate(3 * BUFFER)
+                    with self.start(*row.command.split(), stdin=memory) as server.tool:
+                        if row.command == "restore x":
+                            server.tool.stdout.close()
+                        error = server.tool.stderr.read().decode()
+                self.assertEqual(server.tool.returncode, row.code, error)
+                self.assertRegex(error, row.says)
+                wait_while(lambda: len(server.ends) < len(row.ends))  # pylint: disable=cell-var-from-loop
+                self.assertEqual((server.ends, os.listdir()), (row.ends, ["big"]))
 
 
 class Secrets(Site):

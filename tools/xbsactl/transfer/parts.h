@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,6 +54,33 @@ struct COUNT
     double dRate = 0;      // megabytes (10^6) a second
     std::string strDigest; // SHA-256 in hexadecimal digits
     std::string strXxh128; // XXH3-128, the same
+};
+
+// The SHA-256 of an object. A thread hashes one buffer while the caller moves the bytes of the other
+// one: files and the library stay with the caller, and so do all failures and waits. An object that
+// fits into a buffer needs no thread. If the system refuses a thread, the caller hashes.
+class CHashing
+{
+  public:
+    CHashing();
+
+    char *Room(); // BLOCK_SIZE bytes, for the next block
+
+    // The block is in its room, and only the last one is shorter than BLOCK_SIZE. Throws FAILURE,
+    // also for an earlier block.
+    void Add(size_t I_uLength);
+
+    std::string Digits(); // as CSha256; no thread is left then
+
+  private:
+    void WaitForThread();
+    void StartThread();
+
+    base::CSha256 sHash;
+    std::unique_ptr<char[]> spFilling;
+    std::unique_ptr<char[]> spHashed;
+    size_t uFilled = 0;        // bytes
+    std::future<void> sThread; // destroyed first, which waits for the thread that uses the others
 };
 
 // Moves the bytes of an open object up to its confirmed end: counts them for the status, hashes

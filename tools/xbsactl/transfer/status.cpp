@@ -289,19 +289,20 @@ COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConne
                       sStatus.bRuns;
     const std::unique_ptr<STATUS, void (*)(STATUS *)> spWiped(&sStatus, WipeBar); // at every end
     sStatus.sDrawn = CLOCK::now();
-    base::CSha256 sHash;
+    CHashing sHashing;
     CXxh128 sQuickHash;
-    std::vector<char> vecBlock(library::BLOCK_SIZE);
     for (size_t uLength = library::BLOCK_SIZE; uLength == library::BLOCK_SIZE;)
     {
-        uLength = I_fpMove(vecBlock.data());
-        sHash.Add({vecBlock.data(), uLength});
-        sQuickHash.Add({vecBlock.data(), uLength});
+        char *const cpBlock = sHashing.Room();
+        uLength = I_fpMove(cpBlock);
+        sQuickHash.Add({cpBlock, uLength});
+        sHashing.Add(uLength);
         sStatus.uBytes += uLength;
         if (bBar) DrawBar(sStatus);
     }
+    const std::string strDigest = sHashing.Digits();
     I_sSession.EndData();
-    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), RateNow(sStatus), sHash.Digits(),
+    return {sStatus.uBytes - uBefore, Seconds(sStatus.sCounted), RateNow(sStatus), strDigest,
             sQuickHash.Digits()};
 }
 } // namespace transfer
