@@ -465,8 +465,7 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
         if (sError.get_exit_code() != 0) throw base::USAGE_ERROR(sError.what());
         return sApp.exit(sError); // help and version
     }
-    if (sApp.get_subcommands().empty())
-        throw base::USAGE_ERROR("no command given", CommandList());
+    if (sApp.get_subcommands().empty()) throw base::USAGE_ERROR("no command given", CommandList());
     return {};
 }
 
