@@ -112,7 +112,7 @@ class Report(Site):
         self.assertEqual(re.findall("(\\w+)@dbs", out), ["day", "now", "one", "other", "packed"])
         os.unlink("j")  # it is rotated just now
         write_plain("j.2.gz", packed[:-9])
-        self.assertIn("cut short in \"./j.2.gz\"", self.report("--journal", "./j"))
+        self.assertIn("compressed data in \"./j.2.gz\"", self.report("--journal", "./j"))
 
 
 class Verify(Site):

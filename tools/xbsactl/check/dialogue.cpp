@@ -167,7 +167,6 @@ class CDialogue
     FINDING Silent(const std::string &I_strVerb) const
     {
         const std::string strFound = "no reply to " + I_strVerb;
-        if (!strEnd.empty() && I_strVerb == "STOR") return Fail(strFound + ": " + strEnd);
         if (!strEnd.empty()) return Fail(strFound + ": " + strEnd);
         if (Find(I_strVerb) != nullptr)
             return Fail(strFound +
