@@ -64,6 +64,7 @@ typedef struct
 
     ENUM_DIRECTION eDirection;
     bool bObject;                               // an object has begun and has no line yet
+    bool bFault;                                // one that no call reports
     struct timespec sBegun;                     // monotonic
     unsigned long long ullBytes;                // bytes moved
     unsigned long long ullBlocks;               // calls that moved bytes
