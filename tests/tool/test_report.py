@@ -42,6 +42,8 @@ REPORTS = rows("lines options code nagios says objects",
     ([failed("a", 2 * HOUR), GOOD], "", 0, 0, "1 ok", "ok"),
     ([failed("a", 60), line("a", 60)], "", 0, 0, "1 ok", "ok"),  # the retry of the same second
     ([line("a", 60), failed("a", 60)], "", 1, 2, "1 failed", "failed"),
+    ([line("a", -99 * HOUR), failed("a", 60)], "", 1, 2, "1 failed", "failed"),  # the clock was ahead
+    ([line("a", -99 * HOUR)], "--max-age 1h", 1, 2, "1 old", "old"),
     ([failed("a", 60)], "", 1, 2, "^failed +- +- +- +- +a@dbs$", "failed"),
     ([GOOD], "--space a --space b", 1, 2, "^failed .* b\n +never stored$", "ok failed"),
     ([GOOD, line("b", 9, mode="plain", path="db")], "", 0, 0, "^ok .* - +db/b$", "ok ok"),

@@ -74,6 +74,7 @@ ENTRY EntryOf(std::string_view I_svText)
     if (Number(sLine, "schema", UINT64_MAX) != LINE_SCHEMA) throw NEWER_SCHEMA();
     ENTRY sEntry;
     sEntry.iTime = Time(String(sLine, "time"));
+    sEntry.iOrder = sEntry.iTime > time(nullptr) + FUTURE ? INT64_MIN : sEntry.iTime;
     sEntry.lProcess = static_cast<long>(Number(sLine, "pid", INT32_MAX));
     sEntry.bInformix = String(sLine, "mode") == "informix";
     sEntry.bStore = String(sLine, "direction") == "store";
