@@ -113,8 +113,9 @@ class Report(Site):
         out = self.report("--journal", "j", "--journal", "other", "--journal", "j")
         self.assertEqual(re.findall("(\\w+)@dbs", out), ["day", "now", "one", "other", "packed"])
         os.unlink("j")  # it is rotated just now
-        write_plain("j.2.gz", packed[:-9])
-        self.assertIn("cut short in \"./j.2.gz\"", self.report("--journal", "./j"))
+        for damaged in packed[:-9], packed[:-8] + bytes(8):
+            write_plain("j.2.gz", damaged)
+            self.assertIn("cut short or damaged in \"./j.2.gz\"", self.report("--journal", "./j"))
 
 
 class Verify(Site):

@@ -135,7 +135,7 @@ struct FILE_READER
         while (sLines.Next()) TakeLine();
         if (uDamaged > 0) Warn(base::Text(uDamaged, " damaged lines skipped in "));
         if (uNewer > 0) Warn(base::Text(uNewer, " lines of a newer version skipped in "));
-        if (sLines.bTorn) Warn("the compressed data are cut short in ");
+        if (sLines.bTorn) Warn("the compressed data are cut short or damaged in ");
     }
 
     void Warn(const std::string &I_strWhat) const
@@ -197,7 +197,7 @@ class CFiles
 
     void Read()
     {
-        for (FILE_READER &sFile : lstFiles) sFile.Read();
+        for (; !lstFiles.empty(); lstFiles.pop_front()) lstFiles.front().Read();
     }
 
   private:
