@@ -79,8 +79,8 @@ class Report(Site):
                 self.assertRegex(out, f"^XBSA {['OK', 'WARNING', 'CRITICAL'][row.nagios]} - .* ok=\\d+ small=.*\n$")
 
     def test_values(self):
-        write_plain("j", failed("a\"\u00e4", 9, CANARY + "|\u202e") + "\n" + line("a\"\u00e4", HOUR, more=1, nest=[[]]) +
-                    "\n")
+        write_plain("j", failed("a\"\u00e4", 9, CANARY + "|\u202e") + "\n" + line("a\"\u00e4", HOUR, more=1,
+                                                                                     nest=[[]]) + "\n")
         stamp = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(time.time() - 9))
         write_plain("act", f"{stamp} 4711  4710 (-43240) no\n2026-01-01 00:00:00 4711  4710 long ago\n")
         self.env["KORVA_JOURNAL"] = "j"
