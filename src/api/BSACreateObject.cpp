@@ -51,12 +51,14 @@ static int OpenWriteJob()
 static int OpenStore()
 {
     TRACE("BSACreateObject: Calling xbsa_open()");
-    if (xbsa_open(STOR_MODE) == -1)
+    sPrivate.bStoring = true;
+    int hData = xbsa_open(STOR_MODE);
+    sPrivate.bStoring = false;
+    if (hData == -1)
     {
         TRACE("BSACreateObject: xbsa_open() call failed. Exiting.");
         return BSA_RC_ABORT_SYSTEM_ERROR;
     }
-    x_ResetAtClose(xbsa_DataSocket());
     return BSA_RC_SUCCESS;
 }
 

@@ -75,6 +75,7 @@ void journal_Begin(ENUM_DIRECTION eDirection)
     clock_gettime(CLOCK_MONOTONIC, &spJournal->sBegun);
     spJournal->ullBytes = 0;
     spJournal->ullBlocks = 0;
+    spJournal->bFault = false;
     spJournal->szError[0] = '\0';
     journal_ResetChecksum(spJournal);
 }
@@ -88,17 +89,29 @@ void journal_Add(const BSA_DataBlock *spBlock, unsigned int uMoved)
     journal_AddToChecksum(spJournal, spBlock->bufferPtr, uMoved);
 }
 
+static void KeepReason(JOURNAL *spJournal, const char *cpReason)
+{
+    if (spJournal->szError[0] != '\0') return;
+    x_CopyText(spJournal->szError, sizeof spJournal->szError, cpReason);
+}
+
+void journal_Fault(const char *cpReason)
+{
+    JOURNAL *spJournal = sPrivate.spJournal;
+    if (spJournal == nullptr || !spJournal->bObject) return;
+    spJournal->bFault = true;
+    KeepReason(spJournal, cpReason);
+}
+
 // Reopens a file that the host has closed or that could not be opened before.
 void journal_End(bool bWhole, const char *cpReason)
 {
     JOURNAL *spJournal = sPrivate.spJournal;
     if (spJournal == nullptr || !spJournal->bObject) return;
     spJournal->bObject = false;
-    if (spJournal->szError[0] == '\0')
-    {
-        x_CopyText(spJournal->szError, sizeof spJournal->szError, cpReason);
-    }
-    ssize_t iLength = static_cast<ssize_t>(journal_Compose(spJournal, bWhole));
+    KeepReason(spJournal, cpReason);
+    ssize_t iLength =
+        static_cast<ssize_t>(journal_Compose(spJournal, bWhole && !spJournal->bFault));
     if (!x_IsOpen(&spJournal->sFile)) Open(spJournal);
     if (spJournal->sFile.hFile == -1) return;
     errno = ENOSPC; // a partial write means a full disk

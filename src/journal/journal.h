@@ -28,6 +28,9 @@ inline bool journal_IsOn()
 // Adds the bytes that a call moved.
 void journal_Add(const BSA_DataBlock *spBlock, unsigned int uMoved);
 
+// Records a fault that no call reports: the line says that the object did not get through.
+void journal_Fault(const char *cpReason);
+
 // Writes the line of the open object, if there is one that has no line yet.
 //   bWhole    whether the object got through
 //   cpReason  error of the line if the object has no message

@@ -64,6 +64,7 @@ typedef struct
 
     ENUM_DIRECTION eDirection;
     bool bObject;                               // an object has begun and has no line yet
+    bool bFault;                                // one that no call reports
     struct timespec sBegun;                     // monotonic
     unsigned long long ullBytes;                // bytes moved
     unsigned long long ullBlocks;               // calls that moved bytes
@@ -93,6 +94,7 @@ typedef struct
     // the current object
     TRANSFER eTransfer;
     HEALTH eHealth;
+    bool bStoring;    // BSACreateObject opens a transfer
     bool bServerLost; // the server vanished: wait one second for each reply
     bool bNoUtility;  // the utility could not be run for opening
     bool bMoreLines;  // the opening reply has lines that were not read

@@ -58,6 +58,7 @@ static int ListenBeside(int SControl, int hListener, int iPort, struct sockaddr_
     }
     data_SetKeepAlive(hListener);
     data_SetBuffers(hListener);
+    if (sPrivate.bStoring) x_ResetAtClose(hListener); // its connection inherits it
     TRACE("stpc_port: Calling listen()");
     if (listen(hListener, 1) == -1) return FailTry(iPort, "listen() failed.");
     data_ShareRange(hListener, false);

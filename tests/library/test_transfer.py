@@ -11,7 +11,8 @@ import unittest
 
 from calls import call
 from server import POLITE, Server
-from xbsa import (DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, rows, run, run_started)
+from xbsa import (DEADLINE, STRICT, both_modes, descriptor, descriptors, pattern, read_text, rows, run,
+                  run_started)
 
 FORKED = "block take get end commit terminate".split()
 
@@ -200,11 +201,12 @@ class Broken(unittest.TestCase):
                 reset = select.poll()
                 reset.register(x.state.sSession.SData, 0)
                 reset.poll()
-            return sent, x.BSAEndData(x.handle), x.last_error() != ""
-        for before, size, strict in itertools.product((True, False), (0, 131070, 399999), (0, 1)):
+            return sent, x.BSAEndData(x.handle), x.last_error() != "", '"result":3' in read_text("journal")
+        for before, size, strict, on in itertools.product((True, False), (0, 131070, 399999), (0, 1), (0, 1)):
             ours, theirs = socket.socketpair()
-            with self.subTest(before=before, size=size, strict=strict), ours, theirs:
+            with self.subTest(before=before, size=size, strict=strict, on=on), ours, theirs:
                 server = Server({"DATA": [lambda s: theirs.recv(1), lambda s: s.data.recv(
                     size, socket.MSG_WAITALL), "reset_data"]})
-                got = run_started(store, ours, before, server=server, env={"KORVA_STRICT": str(strict)})
-                self.assertEqual(got.value, ([0, 0], 3 * strict, bool(strict)))
+                env = {"KORVA_STRICT": str(strict), "KORVA_JOURNAL": "journal" * on}
+                got = run_started(store, ours, before, server=server, env=env)
+                self.assertEqual(got.value, ([0, 0], 3 * strict, bool(strict), bool(on)))

@@ -42,6 +42,8 @@ REPORTS = rows("lines options code nagios says objects",
     ([failed("a", 2 * HOUR), GOOD], "", 0, 0, "1 ok", "ok"),
     ([failed("a", 60), line("a", 60)], "", 0, 0, "1 ok", "ok"),  # the retry of the same second
     ([line("a", 60), failed("a", 60)], "", 1, 2, "1 failed", "failed"),
+    ([line("a", -99 * HOUR), failed("a", 60)], "", 1, 2, "1 failed", "failed"),  # the clock was ahead
+    ([line("a", -99 * HOUR)], "--max-age 1h", 1, 2, "1 old", "old"),
     ([failed("a", 60)], "", 1, 2, "^failed +- +- +- +- +a@dbs$", "failed"),
     ([GOOD], "--space a --space b", 1, 2, "^failed .* b\n +never stored$", "ok failed"),
     ([GOOD, line("b", 9, mode="plain", path="db")], "", 0, 0, "^ok .* - +db/b$", "ok ok"),
@@ -77,13 +79,14 @@ class Report(Site):
                 self.assertRegex(out, f"^XBSA {['OK', 'WARNING', 'CRITICAL'][row.nagios]} - .* ok=\\d+ small=.*\n$")
 
     def test_values(self):
-        write_plain("j", failed("a\"\u00e4", 9, CANARY + "|\u202e") + "\n" + line("a\"\u00e4", HOUR, more=1) + "\n")
+        write_plain("j", failed("a\"\u00e4", 9, CANARY + "|\u202e") + "\n" + line("a\"\u00e4", HOUR, more=1,
+                                                                                     nest=[[]]) + "\n")
         stamp = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(time.time() - 9))
         write_plain("act", f"{stamp} 4711  4710 (-43240) no\n2026-01-01 00:00:00 4711  4710 long ago\n")
         self.env["KORVA_JOURNAL"] = "j"
         [found] = json.loads(self.call("report", "--json", "--bar-act-log", "act", code=1)[0])["objects"]
         self.assertEqual((found["last_good"].pop("age_seconds") - HOUR) // 60, 0)
-        self.assertEqual(found["last_good"], json.loads(read_bytes("j").splitlines()[1]))
+        self.assertEqual(found["last_good"], json.loads(read_bytes("j").splitlines()[1]) | {"nest": None})
         self.assertEqual((found["last_failure"]["copy_id"], found["space"], len(found["messages"])),
                          (7, "a\"\u00e4", 1))
         text = self.report("--prometheus", "p", "--bar-act-log", "act", code=1)
@@ -111,8 +114,9 @@ class Report(Site):
         out = self.report("--journal", "j", "--journal", "other", "--journal", "j")
         self.assertEqual(re.findall("(\\w+)@dbs", out), ["day", "now", "one", "other", "packed"])
         os.unlink("j")  # it is rotated just now
-        write_plain("j.2.gz", packed[:-9])
-        self.assertIn("compressed data in \"./j.2.gz\"", self.report("--journal", "./j"))
+        for damaged in packed[:-9], packed[:-8] + bytes(8):
+            write_plain("j.2.gz", damaged)
+            self.assertIn("truncated or damaged compressed data in \"./j.2.gz\"", self.report("--journal", "./j"))
 
 
 class Verify(Site):

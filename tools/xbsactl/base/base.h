@@ -352,7 +352,7 @@ class CLines
 
     std::string strLine; // without its end; of a longer one the first I_uLongest bytes
     bool bWhole = false; // false for the last line when it has no end
-    bool bTorn = false;  // what gzip wrote has no end
+    bool bTorn = false;  // what gzip wrote has no end, or is damaged
     struct stat sStatus = {};
 
   private:

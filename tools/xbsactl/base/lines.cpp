@@ -35,9 +35,9 @@ bool CLines::Fill()
     int iError = Z_OK;
     const char *cpError = gzerror(spFile.get(), &iError);
     if (iError == Z_ERRNO) throw SystemFailure("reading ", strShown);
-    if (iRead < 0) throw FileFailure("reading ", strShown, ": ", cpError);
-    bTorn = iError == Z_BUF_ERROR;
-    strBuffer.resize(static_cast<size_t>(iRead));
+    bTorn = iError == Z_BUF_ERROR || iError == Z_DATA_ERROR;
+    if (iRead < 0 && !bTorn) throw FileFailure("reading ", strShown, ": ", cpError);
+    strBuffer.resize(static_cast<size_t>(std::max(iRead, 0)));
     svRest = strBuffer;
     bOver = svRest.empty();
     return !bOver;

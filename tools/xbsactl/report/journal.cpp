@@ -74,6 +74,7 @@ ENTRY EntryOf(std::string_view I_svText)
     if (Number(sLine, "schema", UINT64_MAX) != LINE_SCHEMA) throw NEWER_SCHEMA();
     ENTRY sEntry;
     sEntry.iTime = Time(String(sLine, "time"));
+    sEntry.iOrder = sEntry.iTime > time(nullptr) + FUTURE ? INT64_MIN : sEntry.iTime;
     sEntry.lProcess = static_cast<long>(Number(sLine, "pid", INT32_MAX));
     sEntry.bInformix = String(sLine, "mode") == "informix";
     sEntry.bStore = String(sLine, "direction") == "store";
@@ -134,7 +135,7 @@ struct FILE_READER
         while (sLines.Next()) TakeLine();
         if (uDamaged > 0) Warn(base::Text(uDamaged, " damaged lines skipped in "));
         if (uNewer > 0) Warn(base::Text(uNewer, " lines of a newer version skipped in "));
-        if (sLines.bTorn) Warn("truncated compressed data in ");
+        if (sLines.bTorn) Warn("truncated or damaged compressed data in ");
     }
 
     void Warn(const std::string &I_strWhat) const
@@ -196,7 +197,7 @@ class CFiles
 
     void Read()
     {
-        for (FILE_READER &sFile : lstFiles) sFile.Read();
+        for (; !lstFiles.empty(); lstFiles.pop_front()) lstFiles.front().Read();
     }
 
   private:

@@ -71,15 +71,16 @@ void Take(OBJECTS &X_mapObjects, ENTRY &&I_sEntry)
     OBJECT &sObject = X_mapObjects[{I_sEntry.strSpace, I_sEntry.strPath}];
     std::optional<ENTRY> &sLast = I_sEntry.bGood ? sObject.sGood : sObject.sFailure;
     const std::optional<ENTRY> &sOther = I_sEntry.bGood ? sObject.sFailure : sObject.sGood;
-    if (!sOther || sOther->iTime <= I_sEntry.iTime) sObject.bFailed = !I_sEntry.bGood;
-    if (!sLast || sLast->iTime <= I_sEntry.iTime) sLast = std::move(I_sEntry);
+    if (!sOther || sOther->iOrder <= I_sEntry.iOrder) sObject.bFailed = !I_sEntry.bGood;
+    if (!sLast || sLast->iOrder <= I_sEntry.iOrder) sLast = std::move(I_sEntry);
 }
 
 STATUS Judge(const OBJECT &I_sObject, const OPTIONS &I_sOptions, int64_t I_iNow)
 {
     if (I_sObject.bFailed || !I_sObject.sGood) return STATUS::FAILED;
     const int64_t iAge = I_iNow - I_sObject.sGood->iTime;
-    const bool bOld = I_sOptions.uMaxAge > 0 && iAge > static_cast<int64_t>(I_sOptions.uMaxAge);
+    const bool bOld = I_sOptions.uMaxAge > 0 && // an age below 0 is unknown
+                      (iAge > static_cast<int64_t>(I_sOptions.uMaxAge) || iAge < -FUTURE);
     if (bOld) return STATUS::OLD;
     const bool bLogs = I_sObject.strPath == "*" || I_sObject.strPath.ends_with("/*");
     const bool bSmall = I_sObject.sGood->uBytes < I_sOptions.uMinSize && !bLogs; // of any size
@@ -199,11 +200,14 @@ void PrintTable(const std::vector<OBJECT> &I_vecObjects, int64_t I_iNow)
     std::cout << (I_vecObjects.empty() ? "no store is recorded" : Counts(I_vecObjects)) << '\n';
 }
 
-// The line of the journal, and how long ago it was.
+// The line of the journal, and how long ago it was. The library nests nothing: a line of another's
+// that does could become gigabytes of indents.
 base::JSON Json(const std::optional<ENTRY> &I_sEntry, int64_t I_iNow)
 {
     if (!I_sEntry) return nullptr;
     base::JSON sLine = base::JSON::parse(I_sEntry->strText);
+    for (base::JSON &sValue : sLine)
+        if (sValue.is_structured()) sValue = nullptr;
     sLine["age_seconds"] = I_iNow - I_sEntry->iTime;
     return sLine;
 }

@@ -10,10 +10,13 @@
 
 namespace report
 {
+constexpr int64_t FUTURE = 86400; // seconds
+
 // A line of a journal.
 struct ENTRY
 {
-    int64_t iTime = 0; // seconds since 1970, at the end of the object
+    int64_t iTime = 0;  // seconds since 1970, at the end of the object
+    int64_t iOrder = 0; // the same; of a clock that was ahead by more than FUTURE the first of all
     long lProcess = 0;
     bool bInformix = false;
     bool bStore = false; // else a restore

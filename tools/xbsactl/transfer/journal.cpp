@@ -82,7 +82,7 @@ std::vector<MANIFEST_ENTRY> JournalEntries(const base::CONNECTION &I_sConnection
         report::ENTRY &sLast =
             mapEntries[{sEntry.strSpace, sEntry.strPath, bNewest ? 0 : sEntry.uCopyId}];
         sEntry.strText.clear();
-        if (sLast.iTime <= sEntry.iTime) sLast = std::move(sEntry);
+        if (sLast.strDigest.empty() || sLast.iOrder <= sEntry.iOrder) sLast = std::move(sEntry);
     });
     if (mapEntries.empty())
         throw base::FAILURE("the journal contains no good store of such an object",
