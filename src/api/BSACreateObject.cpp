@@ -46,8 +46,8 @@ static int OpenWriteJob()
     return BSA_RC_SUCCESS;
 }
 
-// For a server an orderly close of the data connection means a complete object. If this process
-// dies from here on, the system resets the connection instead, so the server notices.
+// For a server an orderly close of the data connection means a complete object. So the listener of a
+// store passes on a reset: if this process dies, the system resets the connection instead.
 static int OpenStore()
 {
     TRACE("BSACreateObject: Calling xbsa_open()");

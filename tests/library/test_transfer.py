@@ -26,7 +26,7 @@ STORES = rows("stor result ends message",
     (["150 go"], [3], [], "Connection timed out accept() failed."),
     (["150-go", "connect", "150"], [0, 0, 0], ["FIN"], "", STRICT),
     (["150 go", "foreign"], [0, 0, 0], ["FIN"], ""),
-    (["150 go", "foreign"], [3], ["FIN"], "Connection timed out accept() failed.", STRICT),
+    (["150 go", "foreign"], [3], ["RST"], "Connection timed out accept() failed.", STRICT),
     (["150 go", "foreign", "connect"], [0, 0, 0], ["FIN"], "", STRICT),
     *((POLITE["STOR"], [0, 0, 0], ["FIN"], "", {"SECONDS": seconds}) for seconds in ("-1", str(2**31 - 1))),
     # nothing of these is sent
