@@ -2,11 +2,11 @@
 
 Servers and every run of the COM utility work on it at the same time. Each change is one
 transaction, and an object's bytes are safe in the store before its row says so. Rows are never
-deleted: a saveset number is given out once and never again. Each row has an owner, which is the
-server of one folder: what a dead one left half done is swept, what a living one does is its own.
+deleted, so that a saveset number is used only once. Each row has an owner, the server of one
+folder: unfinished objects of a dead owner are swept, those of a living one are left alone.
 
 States of an object: opened (its job is open), storing (bytes arrive), stored (whole, job still
-open), good (job closed with status 0: the only one that is handed out), aborted, swept.
+open), good (job closed with status 0: only these are offered), aborted, swept.
 """
 
 import contextlib
@@ -23,7 +23,7 @@ MAX_SAVESET = MAX_OWNER = 2**31 - 1  # clients read the number into a signed 32-
 TAPE, TAPE_ID, BLOCK_SIZE = "SANDBX", 17, 65536
 SETTINGS = "settings"
 COLUMNS = ("saveset restore_id space path job host account size sha256 state opened").split()
-FITS = "(name = ? OR name LIKE ? ESCAPE '\x1f')"  # no name holds a control character
+FITS = "(name = ? OR name LIKE ? ESCAPE '\x1f')"  # a name contains no control character
 
 SCHEMA = """
 CREATE TABLE IF NOT EXISTS session (
@@ -38,7 +38,7 @@ CREATE INDEX IF NOT EXISTS by_job ON object (job, state)
 
 
 def new_owner():
-    """A number that no other server is likely to have."""
+    """A random number, probably unique among servers."""
     return 1 + int.from_bytes(os.urandom(4), "big") % MAX_OWNER
 
 
@@ -46,7 +46,7 @@ class Catalogue:
     """One open connection to the catalogue of a folder."""
 
     def __init__(self, folder, settings=None):
-        """Open it with the settings of a new server, or with those that are written there."""
+        """Open it with the settings of a new server, or with those in the folder."""
         self.folder, self.settings = folder, settings or self.read_settings(folder)
         url = self.settings.get("catalogue")
         create = settings is not None
@@ -54,7 +54,7 @@ class Catalogue:
         if create:
             self.make_tables()
             settings["owner"] = self.read_settings(folder).get("owner") or new_owner()
-            while not self.db.show(settings["owner"]):  # a copy of this folder has it, or a ghost
+            while not self.db.show(settings["owner"]):  # a folder copy or a ghost has it
                 settings["owner"] = new_owner()
 
     def make_tables(self):
@@ -75,19 +75,19 @@ class Catalogue:
         return {}
 
     def write_settings(self):
-        """Tell the COM utility how this server is reached and what it works with."""
+        """Write the address and settings of this server for the COM utility."""
         path = os.path.join(self.folder, SETTINGS)
         private.write(path + ".new", json.dumps(self.settings))
         os.replace(path + ".new", path)
 
     @functools.cached_property
     def store(self):
-        """Where the bytes lie; most runs of the COM utility need not know."""
+        """Where the bytes are; most runs of the COM utility do not need it."""
         import stores
         return stores.open_store(self.folder, self.settings.get("store"))
 
     def close(self):
-        """End the connection, after what is still being removed."""
+        """End the connection, after pending removals."""
         if "store" in vars(self):
             self.store.close()
         self.db.close()
@@ -101,7 +101,7 @@ class Catalogue:
                 yield self.db.run
                 self.db.run("COMMIT")
             except BaseException:
-                with contextlib.suppress(Refused):  # a connection that broke is reason enough
+                with contextlib.suppress(Refused):  # the first error is the one to report
                     self.db.run("ROLLBACK")
                 raise
 
@@ -109,7 +109,7 @@ class Catalogue:
         """The first row of a query, or None."""
         return next(iter(self.db.run(sql, values)), None)
 
-    # What the COM utility asks for.
+    # For the COM utility.
 
     def open_session(self, direction, account, host):
         """Open a session ("b" backup, "r" restore) and return its id."""
@@ -125,18 +125,18 @@ class Catalogue:
         row = self.one("SELECT * FROM session WHERE sid = ? AND direction = ? AND account = ?"
                        " AND state = 'open'", sid, direction, account)
         if row is None:
-            raise Refused("no such session is open")
+            raise Refused("this session is not open")
         return row
 
     def attach(self, session, segment, password):
         """Make an object the open job of a session, with the password for its transfer."""
         if session["object"] is not None:
-            raise Refused("the session has an open job")
+            raise Refused("the session already has an open job")
         self.db.run("UPDATE session SET object = ?, secret = ?, opened = ? WHERE sid = ?",
                     (segment, password, time.time(), session["sid"]))
 
     def free_number(self, wanted):
-        """The wanted saveset number if it is free, else the next one that is."""
+        """The wanted saveset number if it is free, else the next free one."""
         number = wanted if 0 < wanted <= MAX_SAVESET else 1
         if self.one("SELECT 1 FROM object WHERE saveset = ?", number) is None:
             return number
@@ -146,7 +146,7 @@ class Catalogue:
         return number if number <= MAX_SAVESET else self.free_number(1)
 
     def open_backup(self, session_key, job, wanted, name, password):
-        """Open a backup job: a new object with a saveset number of its own."""
+        """Open a backup job: a new object with a new saveset number."""
         space, _, path = name.partition("@")
         with self.change() as run:
             session = self.session(*session_key)
@@ -166,7 +166,7 @@ class Catalogue:
             row = self.one("SELECT * FROM object WHERE saveset = ? AND state = 'good'"
                            f" AND {FITS}", saveset, name, name)
             if row is None:
-                raise Refused("there is no such copy")
+                raise Refused("this copy does not exist")
             self.attach(session, row["segment"], password)
             return row
 
@@ -177,7 +177,7 @@ class Catalogue:
             row = self.one("SELECT * FROM object WHERE segment = ?", session["object"])
             names = row and (str(row["saveset"]), f"{row['saveset']}@{row['restore_id']}")
             if row is None or saveset_name not in names:
-                raise Refused("the session has no such job")
+                raise Refused("the session does not have this job")
             run("UPDATE session SET object = NULL, secret = NULL WHERE sid = ?",
                 (session["sid"],))
             good = session["direction"] == "r" or (status == 0 and row["state"] == "stored")
@@ -187,7 +187,7 @@ class Catalogue:
         if not good:
             self.store.remove(row["saveset"])
         if not good and status == 0:
-            raise Refused("the object was not stored whole")
+            raise Refused("the object was not stored completely")
 
     def close_session(self, session_key):
         """End a session; a job left open in it counts as failed."""
@@ -197,12 +197,12 @@ class Catalogue:
         self.abandon(session["object"], "aborted")
 
     def newest(self, job, pattern):
-        """The newest good copy: of exactly this name, else of a name that the pattern fits."""
+        """The newest good copy of exactly this name, else of a name that matches the pattern."""
         return self.one(f"SELECT * FROM object WHERE state = 'good' AND job = ? AND {FITS}"
                         " ORDER BY name = ? DESC, segment DESC LIMIT 1",
                         job, pattern, pattern, pattern)
 
-    # What the server asks for.
+    # For the server.
 
     def session_of_password(self, account, password):
         """The id of the open session that was given this password, or None."""
@@ -230,7 +230,7 @@ class Catalogue:
                 raise Refused(f"the object is not {old}")
 
     def abandon(self, segment, state, unfinished=("opened", "storing", "stored")):
-        """Give up an object whose job never ended well; what is good stays good."""
+        """Abandon an object whose job did not end well; good objects stay good."""
         with self.change() as run:
             run("UPDATE object SET state = ? WHERE segment = ?"
                 f" AND state IN ({', '.join('?' * len(unfinished))})",
@@ -241,13 +241,13 @@ class Catalogue:
             self.store.remove(row["saveset"])
 
     def sweep(self, before, ask_busy):
-        """Give up what dead servers left half done, and the sessions opened before a time, except
-        those of other living servers and those of our own transfers, which ask_busy() names."""
+        """Abandon what dead servers left unfinished, and sessions opened before a time, except
+        those of other living servers and of our own transfers, which ask_busy() returns."""
         storing = self.db.run("SELECT segment, owner FROM object WHERE state = 'storing'")
         sessions = self.db.run("SELECT sid, object, owner FROM session WHERE state = 'open'"
                                " AND opened < ?", (before,))
-        # Asked last: no owner and no transfer in the rows is too new for the answers. A transfer
-        # that has ended by then is not storing any more.
+        # Asked after the rows were read, so that the answers cover every owner and transfer in
+        # them. A transfer that has ended by then is no longer storing.
         others = self.db.living(self.settings["owner"]) - {self.settings["owner"]}
         busy = ask_busy()
         for row in storing:
@@ -261,15 +261,15 @@ class Catalogue:
                 self.abandon(row["object"], "swept")
 
     def check_store(self):
-        """Remove the objects that were given up but could not be removed then. Objects that no row
-        knows are good copies of a catalogue that was lost: no query would offer them."""
+        """Remove abandoned objects that could not be removed at the time. Objects without a row are
+        good copies from a lost catalogue: no query would offer them."""
         names = {name for name in self.store.names() if name.isascii() and name.isdigit()}
         rows = self.db.run("SELECT saveset, state FROM object")
         unknown = names - {str(row["saveset"]) for row in rows}
         if unknown:
             raise Refused(f"the catalogue does not know {len(unknown)} of the stored objects"
                           f" ({min(unknown, key=int)}...): was it emptied or replaced?\n"
-                          "hint: put the catalogue back from a copy, or start with a new folder")
+                          "hint: restore the catalogue from a backup, or start with a new folder")
         for row in rows:
             if row["state"] in ("aborted", "swept") and str(row["saveset"]) in names:
                 self.store.remove(row["saveset"])

@@ -5,9 +5,9 @@
     olm_com_interface -q -C SERVER -j JOB [OPTIONS] -- SPACE@PATH
 
 The answer is a list of key=value lines on standard output, "reply=OK" first, or a "message="
-line and "reply=ERROR". The sandbox's folder is named by KORVA_SANDBOX, else it is the one whose
-bin/ the utility was started from. It imports little, and the rest where a fault needs it: a
-backup starts it four times for each object.
+line and "reply=ERROR". KORVA_SANDBOX names the sandbox's folder; by default it is
+the one whose bin/ the utility was started from. Imports are few, because a backup starts the
+utility four times for each object; faults import the rest.
 """
 
 import os
@@ -19,7 +19,7 @@ import faults
 from catalogue import Refused
 
 OPTIONS = "CIjsSdmWi"
-STALL = 3600  # seconds, unless the fault says how many
+STALL = 3600  # seconds, if the fault gives no number
 
 
 def parse(arguments):
@@ -42,22 +42,22 @@ def parse(arguments):
 
 
 def check_texts(arguments):
-    """Refuse what could break an answer's lines or the catalogue's texts."""
+    """Refuse text that could break an answer's lines or the catalogue."""
     for text in arguments:
         if any(ord(char) < 32 or 0xdc80 <= ord(char) <= 0xdcff or ord(char) == 127
                for char in text):
-            raise Refused("control characters and bytes that are not UTF-8 are refused")
+            raise Refused("an argument contains control characters, or is not UTF-8")
 
 
 def number(text):
     """A non-negative decimal option value."""
     if not (text.isascii() and text.isdigit()) or len(text) > 18:
-        raise Refused("a number is needed")
+        raise Refused("an option needs a number")
     return int(text)
 
 
 class Utility:
-    """One run: the settings, the account that asks, and a method for each step."""
+    """One run: the settings, the calling account, and a method for each step."""
 
     def __init__(self, folder, direction, sid, options, name):
         self.cat = catalogue.Catalogue(folder)
@@ -66,20 +66,20 @@ class Utility:
         self.account = pwd.getpwuid(os.getuid()).pw_name
         self.key = (sid, direction, self.account)
         if self.option("C") != self.settings["server"]:
-            raise Refused(f"this is server {self.settings['server']}, not the one asked for")
+            raise Refused(f"this is server {self.settings['server']}, not the requested one")
         if self.account not in self.settings["accounts"].split():
-            raise Refused(f"account {self.account} is not known here")
+            raise Refused(f"account {self.account} is unknown on this server")
 
     def option(self, letter):
-        """The value of an option that must be there."""
+        """The value of a required option."""
         if not self.options.get(letter):
             raise Refused(f"option -{letter} is missing")
         return self.options[letter]
 
     def object_name(self):
-        """The object behind "--"."""
+        """The object after "--"."""
         if not self.name or "@" not in self.name:
-            raise Refused("an object SPACE@PATH is needed behind --")
+            raise Refused("an object SPACE@PATH is needed after --")
         return self.name
 
     def open(self):
@@ -88,7 +88,7 @@ class Utility:
         return [("sessionID", sid)]
 
     def openjob(self):
-        """Open a job and say where its object goes to or comes from."""
+        """Open a job and return where its object goes to or comes from."""
         job, name, password = self.option("j"), self.object_name(), os.urandom(16).hex()
         saveset = number(self.option("s"))
         if self.direction == "b":
@@ -110,14 +110,14 @@ class Utility:
         ]
 
     def tape_server(self, password):
-        """Host and port alone make the client show its host's account; else its login."""
+        """With host and port only, the client logs in as account and host, else with this login."""
         place = f"{self.settings['address']}:{self.settings['port']}"
         if self.settings["login"] == "session":
             return f"{place}:{self.account}:{password}"
         return place.removesuffix(":11001")
 
     def closejob(self):
-        """Close the job; -i tells how the transfer went."""
+        """Close the job; -i is the status of the transfer."""
         self.cat.close_job(self.key, self.option("s"), number(self.option("i")))
         return []
 
@@ -148,14 +148,14 @@ def run(folder, arguments):
 
 
 def unblock_signals():
-    """Undo what the host did, who has blocked them all, so that a stalled utility can be ended."""
+    """Unblock the signals that the host has blocked, so that a stalled utility can be ended."""
     import signal
     signal.pthread_sigmask(signal.SIG_SETMASK, [])
     return signal
 
 
 def stall(seconds):
-    """Answer nothing for a while, but end with the host, or when a signal says so."""
+    """Wait without an answer, until the time is over, the host ends or a signal comes."""
     unblock_signals()
     parent, end = os.getppid(), time.monotonic() + seconds
     while time.monotonic() < end and os.getppid() == parent:
@@ -189,7 +189,7 @@ def answer_with(fault, folder, arguments):
 
 
 def main(command_line):
-    """Answer, and return 0 unless the answer says otherwise."""
+    """Print the answer; return 0 if it is OK."""
     arguments = command_line[1:]
     beside = os.path.dirname(os.path.dirname(os.path.abspath(command_line[0])))
     folder = os.environ.get("KORVA_SANDBOX") or beside
@@ -206,5 +206,5 @@ def main(command_line):
             if len(pieces) > 1:
                 time.sleep(0.002)
     except BrokenPipeError:
-        return 1  # the host reads no more than it wants
+        return 1  # the host has stopped reading
     return 0 if b"".join(pieces).startswith(b"reply=OK") else 1

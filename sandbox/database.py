@@ -6,18 +6,18 @@ import sqlite3
 
 FILE = "catalogue.sqlite"
 PATIENCE = 60  # seconds to wait for another writer
-LOCKS = 0x4B4F5256  # the class of our advisory locks; number 0 in it belongs to the writer
+LOCKS = 0x4B4F5256  # the class of our advisory locks; number 0 is the writer's
 
 
 class Refused(Exception):
-    """The catalogue says no, or cannot be asked; the text is meant for the client."""
+    """The catalogue refuses, or is not available; the text is meant for the client."""
 
 
 class Database:
-    """What both have in common: "?" stands for a value, and rows are dictionaries."""
+    """What both have in common: "?" marks a value, and rows are dictionaries."""
 
     mark, errors = "?", ()
-    lock = contextlib.nullcontext()  # the server, which has threads, puts a real one here
+    lock = contextlib.nullcontext()  # the server, which has threads, sets a real one
 
     def run(self, sql, values=()):
         """The rows that a statement yields, or the number of rows that it changed."""
@@ -29,7 +29,7 @@ class Database:
                 names = [column[0] for column in cursor.description]
                 return [dict(zip(names, row)) for row in cursor.fetchall()]
         except self.errors as error:
-            raise Refused("the catalogue fails: " + " ".join(str(error).split())) from error
+            raise Refused("the catalogue failed: " + " ".join(str(error).split())) from error
 
     def close(self):
         """End the connection."""
@@ -57,12 +57,12 @@ class Sqlite(Database):
         self.run("PRAGMA case_sensitive_like=ON")
 
     def has_column(self, table, column):
-        """Whether a table, as some earlier version made it, has a column."""
+        """Whether a table, perhaps from an earlier version, has a column."""
         return any(row["name"] == column for row in self.run(f"PRAGMA table_info({table})"))
 
     @staticmethod
     def show(_owner):
-        """Nobody else needs to see that this server lives."""
+        """No other server uses this file."""
         return True
 
     @staticmethod
@@ -72,7 +72,7 @@ class Sqlite(Database):
 
 
 class Postgres(Database):
-    """A database that servers on several machines share; a lost connection is made anew."""
+    """A database that servers on several machines share; a lost connection is opened again."""
 
     begin, serial = f"BEGIN; SELECT pg_advisory_xact_lock({LOCKS}, 0)", "BIGSERIAL PRIMARY KEY"
     mark = "%s"
@@ -82,7 +82,7 @@ class Postgres(Database):
             import psycopg2
         except ImportError:
             import site
-            site.main()  # the COM utility starts without the packages of the system
+            site.main()  # the COM utility starts without the system's packages
             try:
                 import psycopg2
             except ImportError as error:
@@ -92,7 +92,7 @@ class Postgres(Database):
         self.url, self.connection, self.shown = url, None, False
 
     def cursor(self):
-        """A cursor on the connection that stands, or on a new one."""
+        """A cursor on the open connection, or on a new one."""
         if self.connection is None or self.connection.closed:
             self.shown = False
             self.connection = self.driver.connect(self.url, client_encoding="utf8",
@@ -105,19 +105,19 @@ class Postgres(Database):
 
     @staticmethod
     def has_column(_table, _column):
-        """There is no earlier version."""
+        """Earlier versions did not use PostgreSQL."""
         return True
 
     def show(self, owner):
-        """Show that a server lives, by a lock that goes with its connection; False if another
-        connection has it."""
+        """Mark a server as living with a lock that ends with its connection; False if another
+        connection holds it."""
         if not self.shown:
             lock = self.run("SELECT pg_try_advisory_lock(?, ?) AS held", (LOCKS, owner))
             self.shown = lock[0]["held"]
         return self.shown
 
     def living(self, owner):
-        """All servers that live, and that we do."""
+        """All living servers, including this one."""
         self.show(owner)
         return {row["objid"] for row in self.run(
             "SELECT objid::bigint FROM pg_locks WHERE locktype = 'advisory' AND classid = ?"

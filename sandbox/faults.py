@@ -1,9 +1,9 @@
 """Faults on demand, one engine for the server and the COM utility.
 
 A fault is STEP=ACTION. It comes from --fault, which writes the file "faults" in the sandbox's
-folder (one fault a line; it may be edited while the sandbox runs: each connection and each run
+folder (one fault per line; it may be edited while the sandbox runs: each connection and each run
 of the utility reads it again), or, for the utility alone and with precedence, from the variable
-KORVA_SANDBOX_FAULT, one fault a line.
+KORVA_SANDBOX_FAULT, one fault per line.
 """
 
 import os
@@ -19,12 +19,12 @@ Fault = namedtuple("Fault", "action text number")
 
 
 def parse(line):
-    """Turn "STEP=ACTION" or "STEP=ACTION:VALUE" into (step, Fault); ValueError if it is none."""
+    """Turn "STEP=ACTION" or "STEP=ACTION:VALUE" into (step, Fault); ValueError if it is unknown."""
     step, _, action = line.partition("=")
     step, (action, colon, text) = step.strip().lower(), action.partition(":")
     known = SERVER_ACTIONS if step in SERVER_STEPS else UTILITY_ACTIONS
     if step not in SERVER_STEPS + UTILITY_STEPS or action not in known:
-        raise ValueError(f"no such fault: {line}")
+        raise ValueError(f"unknown fault: {line}")
     number = int(text) if text.isascii() and text.isdigit() else None
     if action in ("big", "cut", "pieces") and not number and text != "0":
         raise ValueError(f"{action} needs a number of bytes: {line}")
@@ -51,7 +51,7 @@ def strikes_data(fault):
 
 def plain(text):
     r"""The bytes of a fault's text, with the escapes \r, \n, \0 and \\ replaced."""
-    import re  # here, because the COM utility starts often and seldom needs it
+    import re  # not at the top, because the COM utility rarely needs it
     escapes = {"\\r": "\r", "\\n": "\n", "\\0": "\0", "\\\\": "\\"}
     text = re.sub(r"\\[rn0\\]", lambda match: escapes[match.group()], text or "")
     return text.encode("utf-8", "surrogateescape")

@@ -9,11 +9,11 @@ import private
 
 INI = "/etc/korva2000.ini"
 SAVED = INI + ".saved"
-MARK = "Written by the KORVA sandbox"  # a line without "=" means nothing to the library
+MARK = "Written by the KORVA sandbox"  # the library ignores a line without "="
 
-# A mount namespace of its own gets a new /etc: a small file system with a copy of what the real one
-# holds and the INI file. A copy and no link or mount: a command that clears away the sandbox's
-# folder, or writes to /etc, must not reach the real one. What the account cannot read is left out.
+# A private mount namespace gets a new /etc: a small file system with a copy of the real one and the
+# INI file. It is a copy, not a link or mount: a command that deletes the sandbox's folder, or
+# writes to /etc, must not reach the real one. Files that the account cannot read are omitted.
 PRIVATE_ETC = """
 new=$1 ini=$2; shift 2
 mount -n -t tmpfs -o mode=755 sandbox "$new"
@@ -27,11 +27,11 @@ DROP = 'exec setpriv --inh-caps=-all --ambient-caps=-all -- "$@"\n'
 
 
 class NoNamespace(Exception):
-    """This machine grants no private mount namespace; the text says why."""
+    """This machine does not allow a private mount namespace; the text gives the reason."""
 
 
 def text_for(folder):
-    """What the INI file says for a sandbox folder."""
+    """The text of the INI file for a sandbox folder."""
     return f"{MARK}\nSM_BIN_KORVA={os.path.join(folder, 'bin')}\n"
 
 
@@ -42,10 +42,10 @@ def is_ours():
 
 
 def write(folder):
-    """Write the INI file into /etc; one that is not ours is kept. Returns how to undo it."""
+    """Write the INI file into /etc; one that is not ours is saved. Returns the undo command."""
     if os.path.lexists(INI) and not is_ours():
         if os.path.lexists(SAVED):
-            raise OSError(f"{SAVED} is in the way: it keeps an earlier {INI}")
+            raise OSError(f"{SAVED} already exists: it is a copy of an earlier {INI}")
         os.link(INI, SAVED)
     private.write(INI + ".new", text_for(folder))
     os.chmod(INI + ".new", 0o644)
@@ -54,7 +54,7 @@ def write(folder):
 
 
 def undo():
-    """Put the INI file back that was there before, or none."""
+    """Restore the earlier INI file, or remove ours."""
     if os.path.lexists(SAVED):
         os.replace(SAVED, INI)
     else:
@@ -73,7 +73,7 @@ def namespace_command(folder, command):
         script += 'exec "$@"\n'
     missing = [tool for tool in ("unshare", "mount", "setpriv") if shutil.which(tool) is None]
     if missing:
-        raise NoNamespace(f"not found: {', '.join(missing)}")
+        raise NoNamespace(f"missing programs: {', '.join(missing)}")
     new, ini = os.path.join(folder, "etc"), os.path.join(folder, "korva2000.ini")
     os.makedirs(new, exist_ok=True)
     private.write(ini, text_for(folder))

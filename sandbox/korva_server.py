@@ -1,9 +1,9 @@
-"""A server that speaks KORVA's control language, for trying out and for tests.
+"""A server that speaks KORVA's control protocol, for trials and tests.
 
 Objects travel under a path that begins with "SMS", in the long forms
 STOR saveset:QAB:none:tapeid:tape:blocksize and RETR saveset:0:0:tapeid:segment:none. The COM
-utility opens the job first; the server takes and gives only what an open job names. Each control
-connection has a thread of its own.
+utility opens the job first; the server accepts only transfers that belong to an open job. Each
+control connection has its own thread.
 """
 
 import contextlib
@@ -41,7 +41,7 @@ class Ended(Exception):
 
 
 class Stalled(Exception):
-    """A fault wants the data connection to stand still."""
+    """A fault stops the data connection."""
 
 
 def comes_from(host, address):
@@ -63,7 +63,7 @@ class Connection:
         self.faults, self.held = {}, contextlib.ExitStack()
 
     def serve(self):
-        """Talk until one of the two has enough."""
+        """Serve commands until the connection ends."""
         try:
             self.faults = faults.load(self.cat.folder)
             self.socket.settimeout(LOGIN_TIME)
@@ -76,7 +76,7 @@ class Connection:
             self.close()
 
     def close(self):
-        """Let go of everything; a client that vanished without QUIT will not close its job."""
+        """Release everything; a client that vanished without QUIT will not close its job."""
         with self.held, self.socket, self.lines:
             pass
         if self.segment is not None and not self.said_quit:
@@ -86,20 +86,20 @@ class Connection:
                 log.error("segment %d: %s", self.segment, error)
 
     def wait(self, descriptor, events):
-        """Wait for something else while the client is there."""
+        """Wait for another descriptor while the client is connected."""
         poll = select.poll()
         poll.register(self.socket, select.POLLRDHUP)
         poll.register(descriptor, events)
         ready = dict(poll.poll(DATA_TIME * 1000))
         if self.socket.fileno() in ready:
-            raise Ended("the client has gone")
+            raise Ended("the client disconnected")
         if not ready:
-            raise TimeoutError(0, "nothing happens any more")
+            raise TimeoutError(0, "the connection timed out")
 
     # Faults.
 
     def play(self, step):
-        """Carry out the fault of a step, if there is one, in its place."""
+        """Carry out the fault of a step instead of the step, if there is one."""
         fault = self.faults.get(step)
         if fault is None:
             return False
@@ -168,12 +168,12 @@ class Connection:
             method(argument)
 
     def do_user(self, user):
-        """Hear who it is."""
+        """Note the user name."""
         self.user, self.account = user, None
         self.reply("331 Username ok, send password.")
 
     def do_pass(self, password):
-        """Let an account in whose word can be checked."""
+        """Log in an account that can prove its name."""
         self.logins += 1
         self.account = self.account_of(self.user, password)
         self.reply("530 Login incorrect." if self.account is None else "230 Logged in.")
@@ -183,8 +183,8 @@ class Connection:
             raise Ended("too many attempts to log in")
 
     def account_of(self, user, password):
-        """The account that has shown the secret of its open job; on demand its word is enough, if
-        it comes from the host that it names."""
+        """The account that has sent the password of its open job; with --login identity, the
+        account that the client names, if it connects from the host that it names."""
         account = user
         if self.cat.settings["login"] == "identity":
             account, _, host = password.partition("@")
@@ -195,12 +195,12 @@ class Connection:
         return account if known and account in self.cat.settings["accounts"].split() else None
 
     def do_type(self, kind):
-        """Only bytes as they are."""
+        """Binary only."""
         self.binary = kind.upper() == "I"
         self.reply("200 Type set to: Binary." if self.binary else "504 Only type I.")
 
     def do_cwd(self, path):
-        """Choose the drive; only the names of drives are paths here."""
+        """Choose the drive: a path must be the name of one."""
         known = path.startswith("SMS")
         self.path = path if known else self.path
         self.reply("250 Drive chosen." if known else "550 No such drive.")
@@ -220,11 +220,11 @@ class Connection:
         self.reply("200 PORT command successful.")
 
     def do_noop(self, _argument):
-        """Show that we live."""
+        """Do nothing."""
         self.reply("200 OK.")
 
     def do_quit(self, _argument):
-        """Part in good order."""
+        """End the session."""
         self.reply("221 Goodbye.")
         raise Ended("QUIT")
 
@@ -239,7 +239,7 @@ class Connection:
         self.transfer("RETR", argument)
 
     def transfer(self, verb, argument):
-        """Check, answer 150, connect, move the bytes; 226 is said of whole objects only."""
+        """Check, answer 150, connect, move the bytes; answer 226 only for complete objects."""
         try:
             moving = self.open_object(verb, argument)
         except (Refused, OSError) as error:
@@ -259,7 +259,7 @@ class Connection:
         self.answer("end", reply)
 
     def open_object(self, verb, argument):
-        """What a transfer command names, when everything about the command is right."""
+        """The object that a valid transfer command names."""
         if not self.path or not self.target or not self.binary:
             raise Refused("TYPE I, CWD and PORT come first")
         fields = (STORE if verb == "STOR" else RETRIEVE).fullmatch(argument)
@@ -273,7 +273,7 @@ class Connection:
         try:
             return (Upload if verb == "STOR" else Download)(self.cat, row, self.wait)
         except (Refused, OSError):
-            self.segment = before  # it may be another connection's
+            self.segment = before  # the object may belong to another connection
             raise
 
     def move(self, verb, moving, stack):
@@ -307,12 +307,13 @@ def listen(host, port):
     except OSError as error:
         reason = error.strerror.split(" (while")[0]  # newer Pythons add the address
         raise Refused(f"cannot listen on {host} port {port}: {reason}\n"
-                      "hint: --port 0 takes a free port, --listen another address of this machine"
+                      "hint: use --port 0 for a free port, or --listen for another address of this"
+                      " machine"
                       ) from error
 
 
 class Server:
-    """Takes connections in the thread that calls serve()."""
+    """Accepts connections in the thread that calls serve()."""
 
     def __init__(self, folder, settings):
         self.cat, self.connections = catalogue.Catalogue(folder, settings), {}
@@ -326,7 +327,7 @@ class Server:
         self.cat.write_settings()
 
     def sweep(self):
-        """Give up what nobody will finish; on a full disk the good copies are served all the same,
+        """Abandon what nobody will finish; on a full disk the server still serves the good copies,
         and the next sweep tries again."""
         before = time.time() - self.cat.settings["sweep_after"]
         try:
@@ -335,7 +336,7 @@ class Server:
             log.error("sweep failed: %s", error)
 
     def serve(self):
-        """Accept for ever, and sweep now and then."""
+        """Accept for ever, and sweep from time to time."""
         interval = min(SWEEP_INTERVAL, max(1, self.cat.settings["sweep_after"]))
         next_sweep = time.monotonic() + interval
         while True:
@@ -346,11 +347,11 @@ class Server:
                 next_sweep = time.monotonic() + interval
 
     def accept(self):
-        """Give a client a thread of its own, if there is room."""
+        """Start a thread for a client, if the limit allows it."""
         try:
             sock, (peer, port) = self.socket.accept()
         except OSError as error:
-            log.error("no connection: %s", error)
+            log.error("cannot accept a connection: %s", error)
             time.sleep(0.1)  # out of descriptors: others will end
             return
         connection = Connection(self.cat, sock, peer, port)
@@ -371,16 +372,16 @@ class Server:
         try:
             connection.serve()
         except Exception:  # pylint: disable=broad-except
-            log.exception("%s: a fault of ours", connection.peer)
+            log.exception("%s: internal error", connection.peer)
         finally:
             del self.connections[connection]
 
     def close(self):
-        """Give up the transfers in progress, and end."""
+        """Abort the transfers in progress, and end."""
         self.socket.close()
         for connection, thread in list(self.connections.items()):
             with contextlib.suppress(OSError):
                 connection.socket.shutdown(socket.SHUT_RDWR)
-            with contextlib.suppress(RuntimeError):  # a signal came before it was started
+            with contextlib.suppress(RuntimeError):  # a signal came before the thread was started
                 thread.join(END_TIME)
         self.cat.close()

@@ -1,7 +1,7 @@
-"""Keeps the sandbox's folder out of the reach of other accounts.
+"""Protects the sandbox's folder from other accounts.
 
-The folder holds passwords, objects and the utility that a backup runs. An account that can write
-there, or that made it, could have put a link where a file of ours is going to be written.
+The folder contains passwords, objects and the utility that a backup runs. An account that can write
+there, or that created it, could have placed a link where we are going to write a file.
 """
 
 import os
@@ -25,7 +25,7 @@ def refuse(path, reason, hint):
 
 
 def check_way(path, trusted):
-    """Refuse a folder that another account could put a different one in the place of."""
+    """Refuse a folder that another account could replace."""
     while path != os.path.dirname(path):
         path = os.path.dirname(path)
         status = os.stat(path)
@@ -37,7 +37,7 @@ def check_way(path, trusted):
 
 
 def check_entry(path, owners):
-    """Refuse what another account made or may change, and every link."""
+    """Refuse what another account created or may change, and every link."""
     status = os.lstat(path)
     if status.st_uid not in owners:
         refuse(path, f"belongs to {name_of(status.st_uid)}",
@@ -49,9 +49,9 @@ def check_entry(path, owners):
 
 
 def check(folder):
-    """Refuse a folder in which, or above which, another account can have a say."""
+    """Refuse a folder that another account can change, directly or through a parent."""
     path, own = os.path.realpath(folder), os.geteuid()
-    trusted = {own, os.stat(os.sep).st_uid}  # whoever owns "/" can do everything anyway
+    trusted = {own, os.stat(os.sep).st_uid}  # the owner of "/" can do everything anyway
     check_way(path, trusted)
     check_entry(path, {own})
     for name in os.listdir(path):

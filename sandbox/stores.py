@@ -1,9 +1,9 @@
-"""Where the bytes of objects lie: files in a folder, or whatever rclone reaches.
+"""Where the bytes of objects are: files in a folder, or a remote of rclone.
 
-A stream takes or gives one object and makes its caller wait while the store is slow; the caller's
-wait() ends that when its client is gone. finish() makes an object safe, or checks that it was read
-to its end, and fails with OSError. close() before that leaves nothing that could pass for a whole
-object.
+A stream writes or reads one object, and makes its caller wait while the store is slow; the caller's
+wait() ends the wait when the client has gone. finish() makes an object durable, or checks that it
+was read to its end, and fails with OSError. After close() without finish() nothing remains that
+could look like a complete object.
 """
 
 import contextlib
@@ -20,8 +20,8 @@ OBJECTS = "objects"
 LOG = "server.log"
 PART = ".part"
 CHUNK = 65536
-REMOVAL_TIME = 60  # seconds for what is still being removed when we end
-NOT_FOUND = 3  # rclone's exit code for a folder that is not there
+REMOVAL_TIME = 60  # seconds for pending removals at the end
+NOT_FOUND = 3  # rclone's exit code for a missing directory
 
 log = logging.getLogger("sandbox")
 
@@ -32,13 +32,13 @@ def open_store(folder, place):
 
 
 class FolderStore:
-    """A file for each object; it gets its name when it is whole."""
+    """A file for each object; it gets its name when it is complete."""
 
     def __init__(self, folder):
         self.folder = os.path.join(folder, OBJECTS)
 
     def clear(self):
-        """Remove what an earlier server left unfinished: a full disk has room again after that."""
+        """Remove what an earlier server left unfinished, which frees a full disk."""
         os.makedirs(self.folder, mode=0o700, exist_ok=True)
         for name in os.listdir(self.folder):
             if name.endswith(PART):
@@ -49,24 +49,24 @@ class FolderStore:
         return set(os.listdir(self.folder))
 
     def path(self, saveset):
-        """Where a whole object lies."""
+        """Where a complete object is."""
         return os.path.join(self.folder, str(saveset))
 
     def writer(self, saveset, _wait):
-        """A stream that takes an object."""
+        """A stream that writes an object."""
         return FileWriter(self.path(saveset))
 
     def reader(self, saveset, _wait):
-        """A stream that gives an object."""
+        """A stream that reads an object."""
         return FileReader(self.path(saveset))
 
     def remove(self, saveset):
-        """Remove an object; its writer removes what is not whole yet."""
+        """Remove an object; its writer removes an incomplete one."""
         with contextlib.suppress(FileNotFoundError):
             os.unlink(self.path(saveset))
 
     def close(self):
-        """Nothing goes on by itself here."""
+        """Nothing is pending here."""
 
 
 class FileWriter:
@@ -75,11 +75,11 @@ class FileWriter:
     def __init__(self, path):
         self.path, self.part = path, path + PART
         if os.path.lexists(path):
-            raise FileExistsError(f"{path} is in the way")
+            raise FileExistsError(f"{path} already exists")
         self.file = open(self.part, "wb", buffering=0, opener=no_follow)
 
     def write(self, chunk):
-        """Take some bytes."""
+        """Write some bytes."""
         while chunk:
             chunk = chunk[self.file.write(chunk):]
 
@@ -94,8 +94,8 @@ class FileWriter:
             os.close(folder)
 
     def close(self, keep=False):
-        """End the writing. What is not kept goes at once: the catalogue, which hears of it next,
-        may need the room on a full disk."""
+        """End the writing. An object that is not kept is removed at once, because the catalogue may
+        need the space on a full disk."""
         self.file.close()
         for path in () if keep else (self.part, self.path):
             with contextlib.suppress(FileNotFoundError):
@@ -114,7 +114,7 @@ class FileReader:
 
 
 class RcloneStore:
-    """A name for each object under REMOTE:PATH; an rclone of its own moves its bytes."""
+    """A name for each object under REMOTE:PATH; a separate rclone moves its bytes."""
 
     def __init__(self, folder, target):
         self.log, self.target, self.removals = os.path.join(folder, LOG), target, []
@@ -123,7 +123,7 @@ class RcloneStore:
                 raise Refused(f"{program} is missing: apt-get install {program}")
 
     def clear(self):
-        """An object appears over there when it is whole."""
+        """Nothing to do: an object appears on the remote when it is complete."""
 
     def path(self, saveset):
         """What rclone calls an object."""
@@ -138,33 +138,33 @@ class RcloneStore:
         return set(listing.stdout.split())
 
     def writer(self, saveset, wait):
-        """A stream that takes an object."""
+        """A stream that writes an object."""
         return Rclone("rcat", self.path(saveset), self.log, wait)
 
     def reader(self, saveset, wait):
-        """A stream that gives an object."""
+        """A stream that reads an object."""
         return Rclone("cat", self.path(saveset), self.log, wait)
 
     def remove(self, saveset):
-        """Begin to remove what may have arrived of an object; the next start gets what stays."""
+        """Start to remove what may have arrived of an object; the next start removes the rest."""
         self.removals = [removal for removal in self.removals if removal.poll() is None]
         self.removals.append(subprocess.Popen(
             ["rclone", "deletefile", self.path(saveset)], stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL))
 
     def close(self):
-        """Wait for the removals that go on, but not for ever."""
+        """Wait for pending removals, but not for ever."""
         for removal in self.removals:
             with contextlib.suppress(subprocess.TimeoutExpired):
                 removal.wait(REMOVAL_TIME)
 
 
 class Rclone:
-    """The stream through an rclone: "rcat" takes an object, "cat" gives one.
+    """The stream through an rclone: "rcat" writes an object, "cat" reads one.
 
     The end of its standard input makes rclone complete the object. It must never come by accident,
     so rclone is killed before its pipe is closed, and when the thread that started it ends. The end
-    of its standard output is the end of rclone. What it complains of goes to the server's log.
+    of its standard output is the end of rclone. Its errors go to the server's log.
     """
 
     def __init__(self, verb, path, complaints, wait):
@@ -179,7 +179,7 @@ class Rclone:
             os.set_blocking(pipe.fileno(), False)
 
     def write(self, chunk):
-        """Take some bytes."""
+        """Write some bytes."""
         while chunk:
             taken = self.input.write(chunk)
             if taken is None:
@@ -195,7 +195,7 @@ class Rclone:
         return chunk
 
     def finish(self):
-        """End the input in good order, and see how rclone ends."""
+        """Close the input, and check how rclone ends."""
         if self.input:
             self.input.close()
         while self.read(CHUNK):

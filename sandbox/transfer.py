@@ -22,7 +22,7 @@ def reset_on_close(sock, reset=True):
 
 
 class Channel:
-    """The data connection. It ends with a reset, whatever happens, unless end() was called."""
+    """The data connection. It always ends with a reset, unless end() was called."""
 
     def __init__(self, address, target, seconds, wait):
         self.wait = wait
@@ -48,7 +48,7 @@ class Channel:
             raise Failed("426 Transfer aborted.") from error
 
     def end(self):
-        """End it in good order."""
+        """End it in an orderly way."""
         reset_on_close(self.socket, False)
 
     def close(self):
@@ -57,7 +57,7 @@ class Channel:
 
 
 class Upload:
-    """Takes a backup object; the catalogue hears of it when it is whole."""
+    """Receives a backup object; the catalogue records it when it is complete."""
 
     def __init__(self, catalogue, row, wait):
         self.catalogue, self.row = catalogue, row
@@ -70,7 +70,7 @@ class Upload:
             raise
 
     def run(self, channel, strike):
-        """Move all bytes; strike() hears how many there were so far."""
+        """Move all bytes; strike() gets the count so far."""
         buffer = memoryview(bytearray(CHUNK))
         while size := channel.receive(buffer):
             self.sha256.update(buffer[:size])
@@ -79,14 +79,14 @@ class Upload:
             strike(self.size)
 
     def finish(self):
-        """Make the whole object safe, then record it: not when its job was given up meanwhile."""
+        """Make the object durable, then record it, unless its job was abandoned in the meantime."""
         self.stream.finish()
         self.catalogue.advance(self.row["segment"], "storing", "stored", size=self.size,
                                sha256=self.sha256.hexdigest())
         self.stored = True
 
     def close(self):
-        """End the writing; what was not finished is given up."""
+        """End the writing; an unfinished object is abandoned."""
         self.stream.close(self.stored)
         if not self.stored:
             try:
@@ -96,14 +96,14 @@ class Upload:
 
 
 class Download:
-    """Gives a stored object, checked against the catalogue while it is read."""
+    """Sends a stored object, and checks it against the catalogue."""
 
     def __init__(self, catalogue, row, wait):
         self.row, self.sha256 = row, hashlib.sha256()
         self.stream = catalogue.store.reader(row["saveset"], wait)
 
     def run(self, channel, strike):
-        """Move all bytes; strike() hears how many there were so far, and says how many may come."""
+        """Move all bytes; strike() gets the count so far, and returns how many may follow."""
         sent = 0
         while chunk := self.stream.read(min(CHUNK, strike(sent))):
             self.sha256.update(chunk)
@@ -111,10 +111,10 @@ class Download:
             sent += len(chunk)
 
     def finish(self):
-        """See whether exactly the bytes were read that were stored."""
+        """Check that exactly the stored bytes were read."""
         self.stream.finish()
         if self.sha256.hexdigest() != self.row["sha256"]:
-            raise OSError(0, "the object is not what was stored")
+            raise OSError(0, "the object differs from what was stored")
 
     def close(self):
         """End the reading."""

@@ -1,11 +1,11 @@
 # Shell functions that run a private FTP server (vsftpd) on 127.0.0.1 for the demonstration. Source
 # this file from bash.
 #
-#   ftpd_start FOLDER PASSWORD
-#       Starts the server in a new FOLDER, for the user "ftp". Sets FTPD_PORT and FTPD_DATA (the
+#   ftpd_start DIR PASSWORD
+#       Starts the server in a new DIR, for the user "ftp". Sets FTPD_PORT and FTPD_DATA (the
 #       directory of stored files). Returns 1 with a reason on standard error if it does not run.
 #   ftpd_stop
-#       Stops the server if it runs. Keeps FOLDER, which contains the log.
+#       Stops the server if it runs. Keeps DIR, which contains the log.
 #
 # Uses the installed server or unpacks one into a cache. It runs as the calling account; root runs it
 # as nobody. It discards uploads that the client resets.
@@ -22,7 +22,7 @@ with socket.create_server(("127.0.0.1", 0)) as server: print(server.getsockname(
 }
 
 # Only the password keeps other accounts out: the server has the rights of the account that runs it.
-ftpd_configure() { # FOLDER PASSWORD ACCOUNT
+ftpd_configure() { # DIR PASSWORD ACCOUNT
     (umask 077 && echo "$2" >"$1/password")
     cat >"$1/vsftpd.conf" <<CONFIGURATION
 listen=YES
@@ -61,7 +61,7 @@ ftpd_wait() {
 }
 
 # Sets FTPD_COMMAND. The account nobody cannot read root's cache, so root makes a copy.
-ftpd_provide() { # FOLDER
+ftpd_provide() { # DIR
     local installed cache libraries
     installed=$(PATH=$PATH:/usr/sbin:/sbin type -P vsftpd) && FTPD_COMMAND=("$installed") && return 0
     cache=$(ftpd_cache)
@@ -74,7 +74,7 @@ ftpd_provide() { # FOLDER
                   "$cache/usr/sbin/vsftpd")
 }
 
-ftpd_start() { # FOLDER PASSWORD
+ftpd_start() { # DIR PASSWORD
     local account command=(setpriv --pdeathsig TERM)
     mkdir -p "$1/data" && ftpd_provide "$1" || return 1
     account=$(id -un)
@@ -83,7 +83,7 @@ ftpd_start() { # FOLDER PASSWORD
         command+=(--reuid nobody --regid "$(id -g nobody)" --clear-groups)
     fi
     FTPD_DATA=$1/data
-    for _ in {1..5}; do # another process may take the port meanwhile
+    for _ in {1..5}; do # another process may have taken the port
         FTPD_PORT=$(ftpd_free_port) && ftpd_configure "$1" "$2" "$account" || return 1
         [[ $account != nobody ]] || chown nobody "$1"/{data,password,vsftpd.conf}
         "${command[@]}" "${FTPD_COMMAND[@]}" "$1/vsftpd.conf" >"$1/log" 2>&1 </dev/null &

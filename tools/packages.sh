@@ -35,13 +35,13 @@ packages_need() { # PACKAGE...
     install=(env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-remove
              --no-install-recommends "${missing[@]}")
     if [[ $(id -u) != 0 ]] && ! { command -v sudo >/dev/null && sudo true; }; then
-        echo "missing packages, and this account may not install them: ${missing[*]}" >&2
-        echo "hint: let root run apt-get install --no-install-recommends ${missing[*]}" >&2
+        echo "packages are missing, and this account may not install them: ${missing[*]}" >&2
+        echo "hint: run as root: apt-get install --no-install-recommends ${missing[*]}" >&2
         return 1
     fi
     echo "Installing ${missing[*]}"
     if ! { packages_as_root apt-get update -q && packages_as_root "${install[@]}"; } >/dev/null; then
-        echo "packages could not be installed: ${missing[*]}" >&2
+        echo "installing packages failed: ${missing[*]}" >&2
         return 1
     fi
 }
@@ -66,5 +66,5 @@ packages_want() { # PACKAGE...
     [[ ${#missing[@]} == 0 ]] && return 0
     packages_try "${missing[@]}" </dev/null >/dev/null 2>&1 || true
     mapfile -t missing < <(packages_missing "${missing[@]}")
-    [[ ${#missing[@]} == 0 ]] || echo "Not installed, so not tested here: ${missing[*]}"
+    [[ ${#missing[@]} == 0 ]] || echo "Not installed, so their tests do not run here: ${missing[*]}"
 }

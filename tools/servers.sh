@@ -1,8 +1,8 @@
 #!/bin/sh
 # Unpacks FTP daemons into a directory instead of installing them, because the packages conflict and start
 # the daemons. Does not need root. Usage:
-#   servers.sh FOLDER           all daemons of the tests
-#   servers.sh FOLDER PACKAGE   one daemon, with the libraries that this system lacks
+#   servers.sh DIR           all daemons of the tests
+#   servers.sh DIR PACKAGE   one daemon, with the libraries that this system lacks
 set -eu
 all="proftpd-core vsftpd pure-ftpd"
 mkdir -p "$1"
@@ -10,7 +10,7 @@ cd "$1"
 complete=complete${2+.$2}
 [ "$(cat complete 2>/dev/null)" != "$all" ] || exit 0 # fetch again for another list
 [ "$complete" = complete ] || [ ! -e "$complete" ] || exit 0
-command -v apt-get >/dev/null || { echo "servers.sh: no apt-get: install ${2-the servers}" >&2; exit 1; }
+command -v apt-get >/dev/null || { echo "servers.sh: apt-get is missing; install ${2-the servers} yourself" >&2; exit 1; }
 
 # Resolves the packages one by one, because they conflict.
 wanted() { # APT-OPTION... prints the packages to fetch
@@ -34,7 +34,7 @@ fetch_with_lists() {
 
 trap 'rm -rf lists plan ./*.deb' EXIT
 fetch >/dev/null 2>&1 || fetch_with_lists >&2 || {
-    echo "servers.sh: the packages could not be downloaded, see above" >&2
+    echo "servers.sh: downloading the packages failed, see above" >&2
     exit 1
 }
 for package in *.deb; do dpkg -x "$package" .; done

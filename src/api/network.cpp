@@ -48,7 +48,7 @@ static int ReadVariable(const NETWORK_VARIABLE *spVariable)
     if (cpValue == nullptr || *cpValue == '\0') return 0;
     if (!TakeValue(spVariable, cpValue))
     {
-        return i_Fail("BSAInit", 0, "%s = %.64s is not allowed: give %s.", spVariable->cpName,
+        return i_Fail("BSAInit", 0, "%s = %.64s is not allowed: use %s.", spVariable->cpName,
                       cpValue, spVariable->cpAllowed);
     }
     TRACE("BSAInit: %s = %s.", spVariable->cpName, cpValue);

@@ -35,7 +35,7 @@ static void ForgetEarlierNames(ENUM_COM_TASK eTask, STUCT_COM_INPUT *spInput)
 static void RefuseLongLine(COM_RUN *spRun)
 {
     TRACE("com_intf: Command line too long, not run: [%.200s...]", spRun->sLine.szText);
-    i_KeepMessage(0, "Command line of the COM utility is too long.");
+    i_KeepMessage(0, "The command line of the COM utility is too long.");
     FailTask(spRun);
 }
 
@@ -45,7 +45,7 @@ static void FailUnanswered(COM_RUN *spRun)
 {
     const bool bClose = IsClose(spRun->eTask);
     if (!sPrivate.bStrict || spRun->iRet != 0 || !(bClose || IsOpen(spRun->eTask))) return;
-    if (bClose) i_KeepMessage(0, "The COM utility did not answer the close of the job.");
+    if (bClose) i_KeepMessage(0, "The COM utility did not answer when the job was closed.");
     else i_KeepMessage(0, "The COM utility did not open a job.");
     FailTask(spRun);
 }
@@ -67,7 +67,7 @@ static bool TakeAnswer(COM_RUN *spRun)
     TRACE("com_intf: parse_com_answer return: [%d].", iParsed);
     sPrivate.bAnswered = iParsed == 0;
     if (sPrivate.bAnswered) return true;
-    i_KeepMessage(0, "The COM utility refused, or its answer cannot be understood.");
+    i_KeepMessage(0, "The COM utility refused the request, or its answer is invalid.");
     FailTask(spRun);
     return false;
 }

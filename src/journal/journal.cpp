@@ -47,7 +47,7 @@ static void Abandon(const char *cpReason)
 
 void journal_Start()
 {
-    Abandon("The object was not ended.");
+    Abandon("The object was never closed with BSAEndData.");
     const char *cpPath = xbsa_getenv(szVariable);
     if (cpPath == nullptr || *cpPath == '\0') return;
 
@@ -55,7 +55,7 @@ void journal_Start()
     if (spJournal == nullptr ||
         x_CopyText(spJournal->szPath, sizeof spJournal->szPath, cpPath) == 1)
     {
-        TRACE("BSAInit: %s: no memory, or a path that is too long. No journal is kept.",
+        TRACE("BSAInit: %s: not enough memory, or the path is too long. No journal is written.",
               szVariable);
         x_Free(spJournal);
         return;
@@ -69,7 +69,7 @@ void journal_Begin(ENUM_DIRECTION eDirection)
 {
     JOURNAL *spJournal = sPrivate.spJournal;
     if (spJournal == nullptr) return;
-    journal_End(false, "The object was not ended.");
+    journal_End(false, "The object was never closed with BSAEndData.");
     spJournal->eDirection = eDirection;
     spJournal->bObject = true;
     clock_gettime(CLOCK_MONOTONIC, &spJournal->sBegun);
@@ -104,11 +104,11 @@ void journal_End(bool bWhole, const char *cpReason)
     errno = ENOSPC; // a partial write means a full disk
     if (x_Append(&spJournal->sFile, spJournal->szLine, static_cast<size_t>(iLength)) != iLength)
     {
-        TraceFailure(spJournal, "a line is lost");
+        TraceFailure(spJournal, "a line was lost");
     }
 }
 
 __attribute__((destructor)) void journal_Release()
 {
-    Abandon("The process ended before the object.");
+    Abandon("The process ended before BSAEndData.");
 }

@@ -62,7 +62,7 @@ static int ReadClosing(STPC_REST *spRest)
     const char *cpShown = i_MaskReply(szReply);
     if (iReceived < 1)
     {
-        i_KeepMessage(0, "No closing reply, the control connection has ended.");
+        i_KeepMessage(0, "Server closed the control connection before its closing reply.");
     }
     else if (stpc_IsNegative(szReply))
     {
@@ -91,7 +91,7 @@ static int CloseData(bool bSocket, STPC_REST *spRest)
 static int CheckConfirmed(bool bEnded, int hKept)
 {
     if (bEnded && hKept != -1 && x_SocketError(hKept) == 0) return BSA_RC_SUCCESS;
-    i_KeepMessage(0, "The server confirmed the object, but its data connection had been reset.");
+    i_KeepMessage(0, "The server confirmed the object, but the data connection was reset.");
     return BSA_RC_ABORT_SYSTEM_ERROR;
 }
 
@@ -123,7 +123,7 @@ static int CloseTransfer(STPC_REST *spRest)
 static int EndTransfer(STPC_REST *spRest)
 {
     const bool bCut = xbsa_IsCut();
-    if (bCut) i_KeepMessage(0, "The object was cut before its end.");
+    if (bCut) i_KeepMessage(0, "The transfer was cut short before BSAEndData.");
     int iRet = CloseTransfer(spRest);
     return bCut ? static_cast<int>(BSA_RC_ABORT_SYSTEM_ERROR) : iRet;
 }

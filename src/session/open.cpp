@@ -65,13 +65,13 @@ static int ReadGreeting(OPEN_WORK *spWork)
     TRACE("xbsa_open: Calling stpc_recv()");
     if (stpc_ReadLine(xbsa_ControlSocket(), spWork->szLine) < 1)
     {
-        i_KeepMessage(0, "No greeting, the control connection has ended.");
+        i_KeepMessage(0, "Server closed the control connection before its greeting.");
         TRACE("xbsa_open: stpc_recv() failed.");
         return -1;
     }
     if (spWork->szLine[0] == '\0')
     {
-        i_KeepMessage(0, "The greeting is empty.");
+        i_KeepMessage(0, "The server's greeting is empty.");
         TRACE("xbsa_open: Reply String empty. Exiting.");
         return -1;
     }

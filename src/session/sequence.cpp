@@ -41,8 +41,9 @@ static int ReadReply(OPEN_WORK *spWork)
     {
         if (stpc_ReadLine(xbsa_ControlSocket(), spWork->szLine) < 1)
         {
-            i_KeepMessage(0, "No reply to %.4s, the control connection has ended.",
-                          spWork->szCommand);
+            const int iVerb = static_cast<int>(strcspn(spWork->szCommand, " \r"));
+            i_KeepMessage(0, "Server closed the control connection before its reply to %.*s.",
+                          iVerb, spWork->szCommand);
             TRACE("xbsa_open: Failed to recieve message from remote server, exiting.");
             return STOP_SEQUENCE;
         }

@@ -26,7 +26,7 @@ static int FailPort(const char *cpText)
 static int FailTry(int iPort, const char *cpText)
 {
     if (iPort == 0 || errno != EADDRINUSE) return FailPort(cpText);
-    TRACE("stpc_port: Port %d is taken.", iPort);
+    TRACE("stpc_port: Port %d is in use.", iPort);
     return PORT_TAKEN;
 }
 

@@ -12,7 +12,7 @@ from utility import Utility, answers, start
 from xbsa import both_modes, descriptors, pattern, read_text, rows, run, run_started
 
 ON = {"KORVA_JOURNAL": "journal"}
-NOT_ENDED, FAILED = "The object was not ended.", "A call for the object failed."
+NOT_ENDED, FAILED = "The object was never closed with BSAEndData.", "A call for the object failed."
 AGAIN = " commit begin create block end"
 HELLO, WHOLE = ("store", 5, 1, 0, ""), ("restore", 5, 1, 0, "")
 # Calls in a transaction; direction, bytes, blocks, result and error of each line, in both modes; the
@@ -21,7 +21,7 @@ OBJECTS = rows("calls lines", ("create block end", [HELLO]), ("get take end", [W
     ("create block fault block end", [("store", 10, 2, 3, "Bad address Data sending failed.")]),
     ("create block send-null end", [("store", 5, 1, 3, "A .*block.* rejected.|" + FAILED)]),
     ("create block end!", [("store", 5, 1, 3, FAILED)]), ("create send end end", [("store", 0, 0, 0, "")]),
-    ("create block get end", [("store", 5, 1, 3, NOT_ENDED), ("restore", 0, 0, 3, "The object was cut.*")]),
+    ("create block get end", [("store", 5, 1, 3, NOT_ENDED), ("restore", 0, 0, 3, "The transfer was cut short.*")]),
     ("create block commit init begin create block end", [("store", 5, 1, 3, NOT_ENDED), HELLO]),
     ("create-any" + AGAIN, [HELLO]), ("get!" + AGAIN, [HELLO]),
     dict(calls="create end" + AGAIN, odd={"STOR": ["550 full"]},
@@ -35,8 +35,8 @@ OBJECTS = rows("calls lines", ("create block end", [HELLO]), ("get take end", [W
          lines=[("restore", 0, 0, 3, "Connection reset by peer Data receiving failed.")]), odd={})
 # The kind of the journal's path; whether lines get there, and the trace.
 PATHS = rows("path lines trace", ("journal", 2, ""), ("", 0, ""), (".", 0, "cannot be opened: Is a directory"),
-    ("/dev/full", 0, "a line is lost: No space left on device"), ("x" * 4096, 0, "a path that is too long"),
-    ("closed", 2, ""), ("limited", 1, "a line is lost: File too large"))
+    ("/dev/full", 0, "a line was lost: No space left on device"), ("x" * 4096, 0, "the path is too long"),
+    ("closed", 2, ""), ("limited", 1, "a line was lost: File too large"))
 
 
 def lines(text):
@@ -135,7 +135,7 @@ class Journal(unittest.TestCase):
         server = Server()
         line, = lines(run(host, server, server=server, env=ON).value)
         self.assertEqual((line["bytes"], line["result"], line["error"]),
-                         (5, 3, "The process ended before the object."))
+                         (5, 3, "The process ended before BSAEndData."))
 
 
 class Informix(unittest.TestCase):

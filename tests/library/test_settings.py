@@ -133,7 +133,7 @@ class Plain(Both, unittest.TestCase):
                 with self.subTest(name, value=value):
                     got = run(lambda x: (x.init(), x.last_error(), x.init()), env=settings(
                         "PORT_RANGE=50000-50001 RATE_LIMIT=5000") | {"KORVA_" + name: value})
-                    text = f"KORVA_{name} = {value} is not allowed: give {offer}."
+                    text = f"KORVA_{name} = {value} is not allowed: use {offer}."
                     self.assertEqual(got.value, (3, text, 5))
                     self.assertIn("BSAInit: " + text, got.trace)
 

@@ -140,8 +140,8 @@ class OnRclone(Rig, unittest.TestCase):
                         ("--store rclone:a:b", 125, "rclone is missing"),
                         ("--store rclone:a", 2, "rclone:REMOTE:PATH"),
                         ("--catalogue postgresql://me@h/d", 2, "needs --store"),
-                        ("--catalogue postgresql://me:canary@h/d", 2, "no password"),
-                        ("--catalogue postgresql:///d?password=canary", 2, "no password"),
+                        ("--catalogue postgresql://me:canary@h/d", 2, "must not contain a password"),
+                        ("--catalogue postgresql:///d?password=canary", 2, "must not contain a password"),
                         (f"--port {taken.getsockname()[1]}", 125, "Address already in use\nhint: ")):
             path = "/none" if "missing" in row.reason else "/usr/bin"
             ended = subprocess.run([RUN, *row.options.split()], stderr=subprocess.PIPE, text=True,

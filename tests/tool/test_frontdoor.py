@@ -35,7 +35,7 @@ EXPLAINED = rows("typed entry remedy",
     (FAILED + "STOR failed. NEGATIVE reply: 125 Data connection already open", "125", "answers 150"),
     (FAILED + "STOR failed. NEGATIVE reply: ", "STOR failed", "seccomp_sandbox=NO"),
     ("CWD /backups: 550 Failed.", "CWD", "--path"), ("550 SSL/TLS required", ": 530", "tunnel"),
-    ('writing "/x": No space left on device', "No space", "make room"),
+    ('writing "/x": No space left on device', "No space", "free space"),
     ("library cannot be loaded: x.so: cannot open shared object file: No such file or directory",
      "library cannot", "--informixdir"),
     ("0x11", "BSA_RC_NO_MATCH", "utility"), ("425", "425 ", "nf_conntrack_ftp"),
@@ -146,16 +146,16 @@ class Setup(Folder):
         self.write("etc/binary", "ROOTNAME x\n\0")
         busy = os.open(self.path("etc"), os.O_RDONLY)
         fcntl.flock(busy, fcntl.LOCK_EX)
-        self.refuse("another setup is at work", "--yes")
+        self.refuse("another setup is running", "--yes")
         os.close(busy)
         for row in rows("says options code", ("not an absolute path", "--yes", 2, {"folder": "informix"}),
                         ("a control character", "--logrotate", 2, {"folder": "/\u009b"}),
-                        ("no database's folder", "--yes", 6, {"folder": self.path("lib")}),
+                        ("lib/etc is missing", "--yes", 6, {"folder": self.path("lib")}),
                         ("does not exist", "--onconfig none --yes", 6),
-                        ("is no plain file", "--onconfig linked --yes", 6),
+                        ("is not a regular file", "--onconfig linked --yes", 6),
                         ("is empty: copy", "--onconfig empty --yes", 6),
                         ("is not a text file", "--onconfig binary --yes", 6),
-                        ("is the name of a file", "--onconfig ../onconfig --yes", 2),
+                        ("must be the name of a file", "--onconfig ../onconfig --yes", 2),
                         ("library cannot be loaded", "--library /none.so --yes", 6),
                         ("+ 1|1.0.1|KORVA|1.8A1|", "--dry-run --yes", 0),
                         ("# LTAPEDEV is /dev/null: the database discards", "--dry-run", 0),
@@ -245,7 +245,7 @@ class Setup(Folder):
         self.assertIn("--onconfig 'onconfig'\n", out)
         ours, library = self.tree()["etc/onconfig"][3], self.tree()["lib/ibsad001.so"][3]
         self.write("etc/onconfig", ours.replace(library, "/my.so"), 0o640)
-        self.assertIn('"BAR_BSALIB_PATH /my.so" was edited since, and stays', self.setup("--undo", "--yes"))
+        self.assertIn('"BAR_BSALIB_PATH /my.so" was edited since, and is kept', self.setup("--undo", "--yes"))
         self.assertEqual(self.tree()["etc/onconfig"][3], ONCONFIG.replace(
             "bar_bsa", "# bar_bsa") + "BAR_BSALIB_PATH /my.so\n")
 
@@ -293,7 +293,7 @@ class AsRoot(Folder):
         self.assertEqual({entry[1:3] for entry in self.tree().values()}, {(OTHER, OTHER)})
         self.undo("--library", self.library)
         for name, text in (("etc/sm_versions", "give it the onconfig's owner"),
-                           ("etc/onconfig", "others may write its folder")):
+                           ("etc/onconfig", "others may write to its directory")):
             os.chown(self.path(name), 0, 0)
             self.refuse(text, "--library", self.library, "--yes")
             os.chown(self.path(name), OTHER, OTHER)
@@ -315,8 +315,8 @@ class AsRoot(Folder):
                 ("lib/link", "--yes", 0o755, "is a link that belongs to account 12345"),
                 ("lib/link", "--logrotate", 0o755, "lib belongs to account 12345"),
                 ("lib/roots", "--logrotate", 0o755, "lib belongs to account 12345"),
-                ("etc", "--logrotate", 0o777, f"others may write {self.folder}"),
-                ("", "--yes", 0o755, "which nobody is not in")):
+                ("etc", "--logrotate", 0o777, f"others may write to {self.folder}"),
+                ("", "--yes", 0o755, "but nobody is not a member")):
             os.chown(self.path("etc/onconfig"), OTHER if folder else nobody, OTHER)
             os.chmod(self.folder, mode)
             self.refuse(text, option, folder=self.path(folder))

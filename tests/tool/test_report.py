@@ -155,7 +155,7 @@ class Verify(Site):
             self.options = ["--host", f"127.0.0.1:{silent.getsockname()[1]}", "--user", "u"]
             arguments = ["verify", "--journal", "j", "--jobs", "2"]
             out = self.call(*arguments, "--timeout", "1", code=1)[0]
-            self.assertEqual(out.count("the server said nothing within 1 s"), 3)
+            self.assertEqual(out.count("the server sent no greeting within 1 s"), 3)
             with self.start(*arguments, "--timeout", "0") as tool:
                 wait_while(lambda: len(read_text(f"/proc/{tool.pid}/task/{tool.pid}/children").split()) < 2)
                 tool.terminate()

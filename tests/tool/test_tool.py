@@ -30,8 +30,8 @@ MANIFESTS = rows("text code says",
     (f"\\{HELLO}  good\\\n", 6, "line 1"), (f"{HELLO}  good\r\n", 6, "CR LF"),
     (f"{HELLO.upper()} *good", 0, "ok    good: 5 bytes"),
     (f"\\{HELLO}  back\\\\slash\n", 0, "ok    back\\slash: 5 bytes"),
-    (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME holds a control character\nok "),
-    (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME holds"))
+    (f"\\{HELLO}  go\\nod\n{HELLO}  good\n", 1, "FAIL  go?od: NAME contains a control character\nok "),
+    (f"{HELLO}  ../good\n", 1, "FAIL  ../good: NAME contains"))
 
 
 def metrics():
@@ -161,14 +161,14 @@ class Commands(Site):
         """The tool adds what the library's text lacks: the refused command and the reason."""
         for row in rows("odd says hint",
                 ({"GREETING": ["220-a", "220 b"]}, "several lines, so its replies are out of step", "banner"),
-                ({"GREETING": ["421 full", "close"]}, "the server turned us away: 421 full", "limit"),
+                ({"GREETING": ["421 full", "close"]}, "the server rejected the session: 421 full", "limit"),
                 ({"GREETING": ["SSH-2.0-x", "close"]}, "does not speak FTP: SSH-2.0-x", "SFTP"),
                 ({"PASS": ["500 OOPS: no root", "close"]}, "PASS ********: 500 OOPS: no root", "vsftpd.conf"),
                 ({"END": ["451-Error", "451 x"]}, "STOR x: 451-Error", "full disk"),
                 ({"PASS": ["530 no"], "TYPE": ["530 log in"], "CWD": ["530 log in", "close"]},
                  "PASS ********: 530 no", "password"),
                 ({"PORT": ["550 no"]}, "PORT 127,0,0,1", "active mode"),
-                ({"STOR": ["close"]}, "no reply to STOR, the server closed the control", "seccomp_sandbox=NO"),
+                ({"STOR": ["close"]}, "before its reply to STOR", "seccomp_sandbox=NO"),
                 ({"STOR": ["552 full"]}, "STOR x: 552 full", "disk")):
             with self.subTest(row.says):
                 self.serve(Server(row.odd))

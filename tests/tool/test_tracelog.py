@@ -103,7 +103,7 @@ class Trace(unittest.TestCase):
             "seconds": 10, "bytes": 200000, "blocks": 4, "longest_pause": 10})
         self.assertEqual((steps["QUIT"]["result"], bad["outcome"]), ("221 bye", "failed"))
         self.assertRegex("\n".join(map(bad["error"].get, ("text", "meaning", "hint"))),
-                         "452 full.*\n.*no room.*\n.*full disk")
+                         "452 full.*\n.*no free space.*\n.*full disk")
         self.assertEqual([got["summary"][key] for key in ("sessions", "done", "failed")], [2, 1, 1])
         block = json.loads(self.trace(mixed(self.one, self.two), "--json"))["sessions"][0]
         self.assertEqual((block["outcome"], block["bytes"], len(block["handles"])), ("mixed", 0, 2))
@@ -115,7 +115,7 @@ class Trace(unittest.TestCase):
                             ("STOR", "stpc_stor: STOR failed. NEGATIVE reply: 530 no"),
                             ("END", "BSAEndData: TRANSIENT or PERMANENT NEGATIVE reply: 530 no")):
             out = self.trace(real_log({row.odd: ["530 no PASS geheim"]}))
-            self.assertRegex(out, f"session 1: (failed|.*error on the way), (.*\n)*.*first error"
+            self.assertRegex(out, f"session 1: (failed|.*after an error), (.*\n)*.*first error"
                              f".*{row.error}(.*\n)*.*530 no.*<-- failed", row.odd)
 
     def test_informix(self):
@@ -154,7 +154,7 @@ class Trace(unittest.TestCase):
                 ("cut", b"\n".join(one[:data + 1])[:-3], ["unfinished", "data +not ended"], MIXED),
                 ("rotated", one[data:], ["beginning is not", "sent in 3 blocks", "226"], MIXED),
                 ("given up", one[:data] + one[place(one, b"BSATerminate"):],
-                 ["1 failed", "no BSAEndData  <-- failed"], "done|no BSATerminate"),
+                 ["1 failed", "no BSAEndData  <-- failed"], "1: done|no BSATerminate"),
                 ("garbage", one[:data] + torn + one[data:], ["1 done", "before: 2\n$"], MIXED),
                 ("not limited", one[:stored] + [re.sub(b"stor: .*", b"stor: KORVA_RATE_LIMIT = 9000: not "
                     b"limited, setsockopt() failed with error code: 92", one[stored])] + one[stored:],
@@ -193,7 +193,7 @@ class Trace(unittest.TestCase):
             with self.subTest(row.options):
                 self.assertIn(row.result, self.trace(older + self.one, *row.options, code=row.code))
         for row in rows("args code out reason", ([self.file("none")], 6, b"", b"No such file"),
-                        ([self.folder], 6, b"", b"folder"), ([], 2, b"", b"FILE"), ([__file__], 6, b"", b"trace log"),
+                        ([self.folder], 6, b"", b"directory"), ([], 2, b"", b"FILE"), ([__file__], 6, b"", b"trace log"),
                         (["/dev/null"], 0, b"0 sessions\n", b"warning: the log is empty")):
             got = subprocess.run([TOOL, "trace", *row.args], capture_output=True, env=ENV, check=False)
             self.assertEqual((got.returncode, got.stdout), (row.code, row.out))
@@ -208,11 +208,11 @@ class Trace(unittest.TestCase):
         page = self.file("page.html", b"old")
         out = self.trace(log, "--html", page, "--bar-act-log", act)
         self.assertRegex(out, r"16:59:59 +database +Begin <level> 0 .*\?\[31mmore\n(.*\n)+.*database +la"
-                              "(.*\n)+.*no session shown: 2\n$")
+                              "(.*\n)+.*the sessions shown: 2\n$")
         text = read_bytes(page).decode()
         ElementTree.fromstring(text.replace("<!DOCTYPE html>", ""))
         self.assertNotRegex(text, r"<script|javascript|\son\w+=|https?://(?!www\.w3\.org/)|geheim")
-        self.assertRegex(text, r"newest 200 sessions; \d+ before them are left out")
+        self.assertRegex(text, r"newest 200 sessions; \d+ earlier ones are omitted")
         self.trace(self.one, "--html", page, "--bar-act-log", act)
         root = ElementTree.parse(page).getroot()
         lanes = root.findall(f".//{SVG}svg")[6:]  # after the legend: all sessions, and this one
@@ -234,5 +234,5 @@ class Trace(unittest.TestCase):
         log = b"x" * size + b"\n" + begun + cycle * (size // len(cycle)) + b"".join(killed)
         out = self.trace(log, "--html", self.file("page.html"), limit=None if SANITIZED else (
             lambda: resource.setrlimit(resource.RLIMIT_DATA, (20 << 20, 20 << 20))))
-        self.assertRegex(out, r"\(\d{4,5} steps are left out here\)")
+        self.assertRegex(out, r"\(\d{4,5} steps are omitted here\)")
         self.assertRegex(out, r"\n\d+ sessions, 1 failed, \d+ unfinished; .*: 1\n$")

@@ -43,8 +43,8 @@ int Main(int argc, char **argv, COMMAND_LINE &X_sLine)
     return FinishOutput(iExit ? *iExit : Run(X_sLine));
 }
 
-// The error, and what the knowledge base says to it. For a monitoring system a wrong option is not a
-// server in trouble.
+// The error, and the hint of the knowledge base. For a monitoring system a wrong option must not
+// look like a failed server.
 int Report(const std::exception &I_sError, const COMMAND_LINE &I_sLine, bool I_bNagios)
 {
     const auto *spFailure = dynamic_cast<const base::FAILURE *>(&I_sError);
@@ -78,7 +78,7 @@ int ExitCode(int argc, char **argv)
 int main(int argc, char **argv)
 {
     const int iExit = ExitCode(argc, argv);
-    base::HoldStop().release(); // what the status file says is how the process ends
+    base::HoldStop().release(); // no signal may contradict the status file from here on
     transfer::EndStatus(iExit);
     return iExit;
 }

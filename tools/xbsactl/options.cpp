@@ -67,7 +67,7 @@ constexpr COMMAND COMMANDS[] = {
     {"check", "--space --copy-id",
      [](COMMAND_LINE &sLine) {
          if (!sLine.sTransfer.sObject.strSpace.empty())
-             throw base::USAGE_ERROR("--space is not for check");
+             throw base::USAGE_ERROR("--space does not apply to check");
          if (!sLine.sConnection.bInformix) base::CheckPlain(sLine.sConnection, false);
          sLine.iExit = check::Run(sLine.sConnection, sLine.sCheck);
      }},
@@ -96,7 +96,7 @@ constexpr RULE INFORMIX = [](auto *spOption) {
 };
 constexpr RULE REQUIRED = [](auto *spOption) { spOption->required(); };
 
-// An empty text would pass for an option that is not there.
+// An empty text would look like a missing option.
 constexpr RULE NOT_EMPTY = [](auto *spOption) {
     spOption->check([](const std::string &strText) {
         return std::string(strText.empty() ? "the text is empty" : "");
@@ -132,7 +132,7 @@ struct OPTION
     const char *cpType; // what it takes; "" for a flag or a positional argument
     std::variant<bool *, std::string *, unsigned *, long *, uint64_t *, std::vector<std::string> *>
         sValue;
-    const char *cpVariable = ""; // that stands for it
+    const char *cpVariable = ""; // that replaces it
     RULE fpRule = [](auto *) {}; // what the parser checks
 };
 
@@ -230,7 +230,7 @@ void AddOption(CLI::App &X_sApp, const OPTION &I_sOption, bool I_bInformix)
         I_sOption.sValue);
     if (*I_sOption.cpCommands == '\0') spAdded->group(COMMON);
     I_sOption.fpRule(spAdded);
-    // The variable of a plain session is for other runs.
+    // In Informix mode the variables of plain mode do not apply.
     if (!I_bInformix || I_sOption.fpRule != PLAIN) spAdded->envname(I_sOption.cpVariable);
 }
 
@@ -244,8 +244,8 @@ void AddOptions(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
     }
 }
 
-// A command gets its options when the parser meets it: the same variable stands for one of another
-// command, and would be set last.
+// A command gets its options when the parser meets it: the same variable may belong to an option of
+// another command, which would be set last.
 void AddCommands(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
 {
     for (const auto &sCommand : COMMANDS)
@@ -343,7 +343,7 @@ void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
     X_sApp.set_help_flag("-h,--help", Help("--help"));
     X_sApp.set_version_flag("--version", "xbsactl " XBSACTL_VERSION, Help("--version"));
     X_sApp.fallthrough();            // the options may follow the command, too
-    X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would pass for none
+    X_sApp.require_subcommand(0, 1); // with 1, a misspelt command would look like none
     X_sApp.formatter(std::make_shared<HELP_FORMAT>());
     X_sApp.get_formatter()->column_width(18);
     X_sApp.get_formatter()->label("Positionals", "Arguments");
@@ -358,7 +358,7 @@ void AddAll(CLI::App &X_sApp, COMMAND_LINE &X_sLine)
     X_sApp.allow_config_extras(false);
 }
 
-// Nobody should see it twice: the message does not repeat it.
+// The message does not repeat the secret.
 void RefusePassword(int argc, char **argv)
 {
     for (int iArgument = 1; iArgument < argc; iArgument++)
@@ -407,7 +407,7 @@ std::string UnknownCommand(const CLI::App &I_sApp)
 }
 
 // The parser's text ends with the key, which is a password when a password file was given by
-// mistake: nobody should see it.
+// mistake.
 std::string WrongLine(const std::string &I_strFile, const std::string &I_strError)
 {
     size_t uLine = 0;
@@ -421,8 +421,8 @@ std::string WrongLine(const std::string &I_strFile, const std::string &I_strErro
     return "a line";
 }
 
-// Accepts "help" instead of --help before a command, and directly after a command that takes no name
-// or file, either of which could be "help".
+// Accepts "help" instead of --help before a command, and directly after a command that takes no
+// name or file, either of which could be "help".
 std::vector<std::string> WithHelp(std::vector<std::string> I_vecArguments)
 {
     const size_t uCount = I_vecArguments.size();
@@ -466,7 +466,7 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
         return sApp.exit(sError); // help and version
     }
     if (sApp.get_subcommands().empty())
-        throw base::USAGE_ERROR("no command is given", CommandList());
+        throw base::USAGE_ERROR("no command given", CommandList());
     return {};
 }
 

@@ -15,7 +15,7 @@
 struct COMMAND_LINE
 {
     std::string strCommand;
-    std::string strTrace; // --trace, before it is taken apart
+    std::string strTrace; // --trace, before it is parsed
     base::CONNECTION sConnection;
     transfer::OPTIONS sTransfer;
     check::OPTIONS sCheck;
@@ -28,7 +28,7 @@ struct COMMAND_LINE
     int iExit = base::EXIT_DONE; // by fpRun
 };
 
-// Returns the exit code when nothing is left to do, after help and after an error.
+// Returns the exit code when nothing remains to do: after help and after an error.
 std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine);
 
 // Checks what the parser did not, and returns the exit code. Throws FAILURE.

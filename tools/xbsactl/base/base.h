@@ -1,5 +1,5 @@
-// The ground floor, for every room: how the tool fails, texts that are safe on a terminal, the
-// settings of a session, the end by a signal, files.
+// The base of every room: how the tool fails, texts that are safe on a terminal, the settings of a
+// session, the end by a signal, files.
 #ifndef XBSACTL_BASE_H
 #define XBSACTL_BASE_H
 
@@ -31,7 +31,7 @@ struct gzFile_s;      // zlib's
 
 namespace base
 {
-// What a script can tell apart; docs/xbsactl.md has the table.
+// What a script can distinguish; docs/xbsactl.md has the table.
 enum : int
 {
     EXIT_DONE = 0,
@@ -43,7 +43,7 @@ enum : int
     EXIT_FILE = 6     // a file of this host
 };
 
-// What the parts print, one after another. A fraction has three digits.
+// The parts as text, one after another. A fraction has three digits.
 template <typename... PARTS> std::string Text(const PARTS &...sParts)
 {
     std::ostringstream sText;
@@ -75,7 +75,7 @@ template <typename... PARTS> FAILURE FileFailure(const PARTS &...sParts)
     return FAILURE(Text(sParts...), EXIT_FILE);
 }
 
-// The parts, and the text of errno at the moment of the call; of a file.
+// The parts, and the text of errno at the time of the call; for files.
 template <typename... PARTS> FAILURE SystemFailure(const PARTS &...sParts)
 {
     const int iError = errno;
@@ -84,10 +84,10 @@ template <typename... PARTS> FAILURE SystemFailure(const PARTS &...sParts)
 
 bool HasControlCharacter(const std::string &I_strText);
 
-// The text with "?" for each character that a terminal would obey: controls, those of U+0080 to
-// U+009F too, and marks of the writing direction. All that is printed passes through here.
-// I_bUtf8: also for each byte that is not valid UTF-8, as are overlong forms, surrogates, and what
-// lies beyond U+10FFFF.
+// The text with "?" for each character that a terminal would interpret: controls, including U+0080
+// to U+009F, and marks of the writing direction. All that is printed passes through here. I_bUtf8:
+// also for each byte that is not valid UTF-8; overlong forms, surrogates and characters above
+// U+10FFFF are not.
 std::string Visible(const std::string &I_strText, bool I_bUtf8 = false);
 
 // The same, without controls and blanks at its end: a server's reply in one line.
@@ -99,7 +99,7 @@ std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent);
 // What follows the beginning; nothing when the text begins otherwise.
 std::optional<std::string> After(const std::string &I_strText, std::string_view I_svBegin);
 
-// The text with a mask for each place where a peer said the secret back.
+// The text with a mask wherever a peer repeated the secret.
 std::string Masked(std::string I_strText, const std::string &I_strSecret);
 
 // The SHA-256 of all that is added. Throws FAILURE.
@@ -119,14 +119,14 @@ constexpr size_t NAME_ROOM = sizeof(BSA_ObjectName::objectSpaceName) - 1; // byt
 // What a session needs, checked before anything is opened or sent.
 struct CONNECTION
 {
-    bool bInformix = false;      // a session over the COM utility
+    bool bInformix = false;      // Informix mode: through the COM utility
     std::string strHost;         // HOST[:PORT]
     std::string strUser;         // login
     std::string strPasswordFile; // empty: the variable XBSA_PASSWORD
     std::string strPassword;     // by HidePassword, then by CheckPlain
     bool bPassword = false;      // by HidePassword: the variable was there
     std::string strLoginFault;   // why the login cannot be used; empty: it can
-    std::string strPath = ".";   // folder on the server
+    std::string strPath = ".";   // directory on the server
     std::string strLibrary;      // empty: the default search
     int iTraceLevel = -1;        // -1: the environment decides
     std::string strTraceFile;    // empty: standard error
@@ -136,12 +136,12 @@ struct CONNECTION
 // Of the environment; empty when it is not set.
 std::string Variable(const char *cpName);
 
-// Where the server connects back, which a firewall must let in:
+// The ports to which the server connects back, which a firewall must allow:
 // " (net.ipv4.ip_local_port_range: 32768 to 60999)" on most machines.
 std::string LocalPorts();
 
-// The variables of Informix mode. The library passes over a value that is too long without a word,
-// and the backup would go to another pool or drive.
+// The variables of Informix mode. The library silently ignores a value that is too long, and the
+// backup would go to another pool or drive.
 struct VARIABLE
 {
     const char *cpName;
@@ -160,12 +160,12 @@ void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace);
 // Of a password file.
 bool IsOpenToOthers(const std::string &I_strFile);
 
-// The trace that the environment asks for, as if --trace did. Level 0: nothing is written to it.
+// The trace that the environment asks for, treated like --trace. Level 0: nothing is written.
 void TakeTraceVariables(CONNECTION &X_sConnection);
 
 // Checks all of plain mode and reads the password. Throws USAGE_ERROR, or FAILURE for the password
 // file.
-//   I_bLogin  false for a check of the way: a login that cannot be used is one of its findings
+//   I_bLogin  false for check: a login that cannot be used is one of its findings
 void CheckPlain(CONNECTION &X_sConnection, bool I_bLogin = true);
 
 // Checks the variables above. Throws USAGE_ERROR.
@@ -174,21 +174,21 @@ void CheckVariables();
 // Throws USAGE_ERROR for an empty text, one with a control character, or a longer one.
 void CheckText(const std::string &I_strWhat, const std::string &I_strText, size_t I_uRoom);
 
-// The same for a name on the server, which drops blanks at its ends: the object would go by another
-// one.
+// The same for a name on the server, which drops blanks at its ends: the object would get another
+// name.
 void CheckName(const std::string &I_strWhat, const std::string &I_strText);
 
 // The owner text of an object in plain mode: the login, as the library wants it.
 std::string Owner(const CONNECTION &I_sConnection);
 
-// Ctrl-C and its kin, and a time limit. A thread of its own waits for them: the library blocks all
-// signals in the calling thread while it waits for a reply, and a silent server must not make the
-// tool immortal.
+// Ctrl-C and similar signals, and a time limit. A separate thread waits for them: the library
+// blocks all signals in the calling thread while it waits for a reply, and a silent server must not
+// make it impossible to stop the tool.
 struct STOP_HOOKS
 {
-    void (*fpAsked)();  // when SIGUSR1 came, which ends nothing
-    void (*fpTick)();   // then too, and once a second
-    void (*fpEnd)(int); // before the process ends by the thread; takes the shell's exit code
+    void (*fpAsked)();  // after SIGUSR1, which does not end the process
+    void (*fpTick)();   // then, too, and once per second
+    void (*fpEnd)(int); // before the thread ends the process; takes the shell's exit code
 };
 
 // Starts the thread. From here on SIGHUP, SIGINT, SIGQUIT and SIGTERM, unless the caller ignored
@@ -199,17 +199,18 @@ void WatchSignals(const STOP_HOOKS &I_sHooks);
 // Throws FAILURE.
 pid_t Fork();
 
-// While it lives the process is not ended. One thread may hold several. A child process must not
-// find it locked by a thread that it has not got: the thread above takes it only when there is
-// work.
+// While it exists, the thread does not end the process. One thread may hold several. A child
+// process must not find it locked by a thread that the child does not have: the thread above takes
+// it only when there is work.
 using STOP_LOCK = std::unique_lock<std::recursive_mutex>;
 STOP_LOCK HoldStop();
 
-// The files that must not survive: names in folders that are held open. For holders of the lock.
+// The files that must not survive: names in directories that are held open. For holders of the
+// lock.
 std::set<std::pair<int, std::string>> &DoomedFiles();
 
-// While one lives the thread limits the time: after I_uSeconds, 0 for no limit, it shuts the
-// connection down, and the wait for it ends in a failure. Without a connection it removes the files
+// While one exists, the thread limits the time: after I_uSeconds, 0 for no limit, it shuts the
+// connection down, and the wait for the connection fails. Without a connection it removes the files
 // above, prints the message and ends the process with EXIT_SERVER.
 class CTimeLimit
 {
@@ -267,15 +268,14 @@ class CDescriptor
     int iFile;
 };
 
-// The text of a link in a folder, or of one that is open itself (an empty name).
+// The text of a link in a directory, or of one that is open itself (an empty name).
 std::string LinkText(int I_iFolder, const std::string &I_strName, const std::string &I_strShown);
 
-// A name in a folder that is held open, so that nobody can put another folder in its place
-// meanwhile.
+// A name in a directory that is held open, so that nobody can replace the directory.
 struct TARGET
 {
     std::shared_ptr<const CDescriptor> spFolder;
-    std::string strName;  // in that folder
+    std::string strName;  // in that directory
     std::string strShown; // in messages
 
     int Folder() const
@@ -290,11 +290,11 @@ struct TARGET
     // Opens the name itself: a link fails with ELOOP. -1 with errno. Throws as above.
     int Open(int I_iFlags, mode_t I_uMode = 0) const;
 
-    // Makes a rename in the folder last.
+    // Makes a rename in the directory permanent.
     void SyncFolder() const;
 };
 
-// A name on the way that a path leads; a link, or in it.
+// A name on the way along a path, or inside a link on it.
 struct STEP
 {
     const CDescriptor &sFolder;  // that the name is in
@@ -302,17 +302,18 @@ struct STEP
     struct stat sStatus;         // of the name itself
 };
 
-// Walks link by link, and asks of each name that exists whether to go on: I_fpJudge throws if not.
+// Follows the path link by link, and calls I_fpJudge for each name that exists, which throws to
+// stop.
 TARGET FindTarget(const std::string &I_strFile,
                   const std::function<void(const STEP &sStep)> &I_fpJudge);
 
 // Follows links that belong to this account or to root. Throws for a link of anybody else, and for
-// what somebody else put into a folder that others may write, like /tmp: in one with a sticky bit
+// what somebody else put into a directory that others may write to, like /tmp: with a sticky bit
 // its group, else everybody.
 TARGET FindTarget(const std::string &I_strFile);
 
-// Keeps the numbers 0 to 2 from being given to a file or socket when the caller closed them. The
-// stand-ins fail every read or write, so that a closed standard output stays a failure.
+// Keeps descriptors 0 to 2 from becoming a file or socket when the caller closed them. The
+// substitutes fail every read or write, so that a closed standard output remains a failure.
 void ReserveStandard();
 
 // The path in quotes, for a message.
@@ -365,10 +366,10 @@ class CLines
     bool bOver = false;
 };
 
-// The one way in which the tool writes a file: the bytes go to a temporary file beside it, which
-// takes its place, owner and mode when all of them are written. Until then the old file is
-// untouched; the temporary file goes with the object, and when the process is told to stop. A
-// device, a pipe or standard output gets the bytes as they come.
+// The only way in which the tool writes a file: the bytes go to a temporary file beside it, which
+// replaces the file, with its owner and mode, when all bytes are written. Until then the old file
+// is untouched. The temporary file is removed with this object, and when a signal ends the process.
+// A device, a pipe or standard output gets the bytes directly.
 class COutput
 {
   public:
@@ -386,10 +387,10 @@ class COutput
     void TakeMode() const;
 
     TARGET sTarget;
-    std::optional<struct stat> sOld; // of the file in the target's place
+    std::optional<struct stat> sOld; // of the existing file
     bool bExact = false;
     CDescriptor sFile;
-    std::string strTemporary; // its name in the target's folder; empty: none is left
+    std::string strTemporary; // its name in the target's directory; empty: none is left
 };
 
 // The whole text; none when there is no such file. What is not a regular file, or larger than the
@@ -409,7 +410,7 @@ std::string VersionMetric(); // ends each file
 // What the file holds already; empty for none. Throws FAILURE when it is not a file of metrics.
 std::string EarlierMetrics(const std::string &I_strFile);
 
-// The texts of a database's folder that name its library, for who reads and who changes them.
+// The texts in a database's directory that name its library, for rooms that read or change them.
 
 constexpr const char *LIBRARY_KEY = "BAR_BSALIB_PATH";
 
@@ -424,8 +425,8 @@ std::string OnconfigName(const std::string &I_strName);
 bool Sets(const std::string &I_strLine, const char *cpName);
 std::string Value(const std::string &I_strLine);
 
-// Whether two rows of sm_versions are the same library's: the leading number is the database's own
-// matter, and so is a "|" at the end.
+// Whether two rows of sm_versions are the same library's: the leading number and a "|" at the end
+// do not matter.
 bool IsSameRow(const std::string &I_strRow, const std::string &I_strOther);
 } // namespace base
 

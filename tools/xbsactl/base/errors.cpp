@@ -13,8 +13,8 @@ bool IsControl(char I_cChar)
     return static_cast<unsigned char>(I_cChar) < ' ' || I_cChar == '\x7f';
 }
 
-// Returns how many bytes the first character has; 0 when the text begins with none, and its first byte
-// is taken for one. Older decoders take surrogates, and XML lacks the last two characters.
+// Returns how many bytes the first character has; 0 when the text does not begin with a character.
+// Older decoders accept surrogates, and XML does not allow the last two characters.
 size_t Decode(std::string_view I_svText, char32_t &X_cPoint)
 {
     using UTF8 = std::codecvt<char32_t, char8_t, std::mbstate_t>;
@@ -31,7 +31,7 @@ size_t Decode(std::string_view I_svText, char32_t &X_cPoint)
     return 0;
 }
 
-// What a terminal obeys: controls, and the marks that turn the direction of a line.
+// What a terminal interprets: controls, and the marks that change the direction of a line.
 bool IsCommand(char32_t I_cPoint)
 {
     constexpr std::array<std::pair<char32_t, char32_t>, 6> RANGES = {{{0, 0x1F},
@@ -79,7 +79,7 @@ std::string Wrapped(std::string I_strText, size_t I_uWidth, size_t I_uIndent)
     for (size_t uLine = 0; I_strText.size() - uLine > I_uWidth; uLine += 1 + I_uIndent)
     {
         const size_t uBlank = I_strText.rfind(' ', uLine + I_uWidth);
-        if (uBlank == std::string::npos || uBlank <= uLine) break; // a word without end
+        if (uBlank == std::string::npos || uBlank <= uLine) break; // one long word
         I_strText.replace(uBlank, 1, "\n" + std::string(I_uIndent, ' '));
         uLine = uBlank;
     }

@@ -10,10 +10,10 @@ namespace base
 {
 namespace
 {
-constexpr int READING = O_RDONLY | O_NONBLOCK | O_CLOEXEC; // a pipe would be waited for
+constexpr int READING = O_RDONLY | O_NONBLOCK | O_CLOEXEC; // opening a pipe must not wait
 
-// What the umask leaves of rw-rw-rw-. Asked for once, by the main thread: meanwhile the mask is
-// another one for the whole process.
+// What the umask leaves of rw-rw-rw-. Read once, by the main thread: reading it changes the mask of
+// the whole process for a moment.
 mode_t NewFileMode()
 {
     static const mode_t uMask = [] {
@@ -32,7 +32,7 @@ std::string RandomLetters()
     return strLetters;
 }
 
-// Pipes and terminals have nothing to be flushed.
+// Pipes and terminals cannot be flushed.
 bool Sync(int I_iFile)
 {
     return fsync(I_iFile) == 0 || errno == EINVAL || errno == EROFS;
@@ -43,8 +43,8 @@ int Duplicate(int I_iFile)
     return fcntl(I_iFile, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-// A device or a database dump given by mistake would fill the memory; neither may the file grow
-// beyond the limit meanwhile.
+// A device or a database dump given by mistake would fill the memory. The limit also holds for a
+// file that grows while it is read.
 std::optional<std::string> ReadWhole(const CDescriptor &I_sFile, const std::string &I_strShown,
                                      off_t I_iLargest)
 {
@@ -97,7 +97,7 @@ CInput::CInput(const std::string &I_strFile)
 {
     if (sFile.Get() == -1) throw SystemFailure(strName);
     const struct stat sStatus = sFile.Status(strName);
-    if (S_ISDIR(sStatus.st_mode)) throw FileFailure(strName, ": is a folder");
+    if (S_ISDIR(sStatus.st_mode)) throw FileFailure(strName, ": is a directory");
     const off_t iPlace = S_ISREG(sStatus.st_mode) ? lseek(sFile.Get(), 0, SEEK_CUR) : 0;
     if (S_ISREG(sStatus.st_mode) && iPlace >= 0 && iPlace < sStatus.st_size)
         uSize = static_cast<uint64_t>(sStatus.st_size - iPlace);
@@ -122,13 +122,13 @@ COutput::COutput(const std::string &I_strFile)
     }
     sTarget = FindTarget(I_strFile);
     sOld = sTarget.Status();
-    if (sOld && S_ISDIR(sOld->st_mode)) throw FileFailure(sTarget.strShown, ": is a folder");
-    // A device or a pipe: there is nothing to replace.
+    if (sOld && S_ISDIR(sOld->st_mode)) throw FileFailure(sTarget.strShown, ": is a directory");
+    // A device or a pipe is not replaced.
     if (sOld && !S_ISREG(sOld->st_mode)) sFile = CDescriptor(sTarget.Open(O_WRONLY));
     else CreateTemporary();
     if (sFile.Get() == -1) throw SystemFailure(sTarget.strShown);
     if (strTemporary.empty() && S_ISREG(sFile.Status(sTarget.strShown).st_mode))
-        throw FileFailure(sTarget.strShown, " was changed meanwhile");
+        throw FileFailure(sTarget.strShown, " was changed by another program");
 }
 
 COutput::COutput(TARGET I_sTarget, bool I_bExact)
@@ -141,7 +141,7 @@ COutput::COutput(TARGET I_sTarget, bool I_bExact)
 
 void COutput::CreateTemporary()
 {
-    const STOP_LOCK sLock = HoldStop(); // no stop between the birth of the file and its entry
+    const STOP_LOCK sLock = HoldStop(); // no stop between creating the file and its entry
     TARGET sNew = sTarget;
     do
     {
@@ -172,7 +172,7 @@ void COutput::Write(const char *cpData, size_t I_uLength)
     }
 }
 
-// The new file takes over who may use the old one, as far as this account can give it.
+// The new file gets owner and mode of the old one, as far as this account can set them.
 void COutput::TakeMode() const
 {
     const bool bOwner = sOld && fchown(sFile.Get(), sOld->st_uid, sOld->st_gid) == 0;
@@ -191,7 +191,7 @@ void COutput::Commit(bool I_bLast)
         throw SystemFailure("writing ", sTarget.strShown);
     if (strTemporary.empty()) return;
     {
-        const STOP_LOCK sLock = HoldStop(); // no stop between the rename and the end of the entry
+        const STOP_LOCK sLock = HoldStop(); // no stop between the rename and removing the entry
         if (renameat(sTarget.Folder(), strTemporary.c_str(), sTarget.Folder(),
                      sTarget.strName.c_str()) != 0)
             throw SystemFailure("writing ", sTarget.strShown);

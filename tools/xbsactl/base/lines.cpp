@@ -20,7 +20,7 @@ CLines::CLines(const std::string &I_strFile, size_t I_uLongest)
                                        : open(I_strFile.c_str(), O_RDONLY | O_CLOEXEC));
     if (sFile.Get() == -1) throw SystemFailure(strShown);
     sStatus = sFile.Status(strShown);
-    if (S_ISDIR(sStatus.st_mode)) throw FileFailure(strShown, ": is a folder");
+    if (S_ISDIR(sStatus.st_mode)) throw FileFailure(strShown, ": is a directory");
     spFile.reset(gzdopen(sFile.Get(), "rb"));
     if (spFile == nullptr) throw FileFailure("reading ", strShown, ": out of memory");
     sFile.Release();

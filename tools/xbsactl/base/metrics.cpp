@@ -10,7 +10,8 @@ namespace
 constexpr const char *OWN_MARK = "# HELP xbsactl_"; // how each file of ours begins
 } // namespace
 
-// The format's escapes are \\ and \", which is what JSON makes of a text without control characters.
+// The format's escapes are \\ and \", which is what JSON makes of a text without control
+// characters.
 std::string LabelValue(const std::string &I_strText)
 {
     return JSON(Visible(I_strText)).dump(-1, ' ', false, JSON::error_handler_t::replace);
@@ -31,7 +32,8 @@ std::string EarlierMetrics(const std::string &I_strFile)
 {
     std::string strText = ReadText(FindTarget(I_strFile)).value_or("");
     if (!strText.empty() && !strText.starts_with(OWN_MARK))
-        throw FileFailure("status file ", Quoted(I_strFile), " holds something else already");
+        throw FileFailure("status file ", Quoted(I_strFile),
+                          " already exists and is not a status file");
     return strText;
 }
 } // namespace base

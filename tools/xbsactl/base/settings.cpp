@@ -16,14 +16,14 @@ namespace base
 namespace
 {
 constexpr size_t OWNER_ROOM = sizeof(BSA_ObjectOwner::bsa_ObjectOwner) - 1;
-constexpr size_t PASSWORD_ROOM = 4096; // bytes of a password file that are looked at
+constexpr size_t PASSWORD_ROOM = 4096; // bytes of a password file that are read
 
 void CheckHost(const std::string &I_strHost)
 {
     CheckText("--host", I_strHost, NAME_ROOM);
     const size_t uColon = I_strHost.find(':');
     if (uColon == 0 || I_strHost.find_first_of(" /@[") != std::string::npos)
-        throw USAGE_ERROR("--host is not HOST or HOST:PORT (a name or an IPv4 address)");
+        throw USAGE_ERROR("--host must be HOST or HOST:PORT (a name or an IPv4 address)");
     if (uColon == std::string::npos) return;
 
     const std::string strPort = I_strHost.substr(uColon + 1);
@@ -51,8 +51,8 @@ std::string ReadPassword(const std::string &I_strFile)
     return strText;
 }
 
-// The option wins over the variable. The library takes user and password from one small field,
-// divided by a colon.
+// The option overrides the variable. The library takes user and password from one small field,
+// separated by a colon.
 void TakeLogin(CONNECTION &X_sConnection)
 {
     if (!X_sConnection.strPasswordFile.empty())
@@ -63,9 +63,9 @@ void TakeLogin(CONNECTION &X_sConnection)
                           ": set it or give --password-file");
     CheckText("--user", X_sConnection.strUser, OWNER_ROOM);
     if (HasControlCharacter(X_sConnection.strPassword))
-        throw USAGE_ERROR("the password holds a control character");
+        throw USAGE_ERROR("the password contains a control character");
     if ((X_sConnection.strUser + X_sConnection.strPassword).find(':') != std::string::npos)
-        throw USAGE_ERROR("user and password must not hold a \":\"");
+        throw USAGE_ERROR("user and password must not contain a \":\"");
     const size_t uOwner = Owner(X_sConnection).size();
     if (uOwner > OWNER_ROOM)
         throw USAGE_ERROR("user and password together are ", uOwner - OWNER_ROOM,
@@ -92,7 +92,8 @@ bool IsOpenToOthers(const std::string &I_strFile)
 void CheckText(const std::string &I_strWhat, const std::string &I_strText, size_t I_uRoom)
 {
     if (I_strText.empty()) throw USAGE_ERROR(I_strWhat + " is missing or empty");
-    if (HasControlCharacter(I_strText)) throw USAGE_ERROR(I_strWhat + " holds a control character");
+    if (HasControlCharacter(I_strText))
+        throw USAGE_ERROR(I_strWhat + " contains a control character");
     if (I_strText.size() > I_uRoom)
         throw USAGE_ERROR(I_strWhat, " is longer than ", I_uRoom, " bytes");
 }
@@ -128,7 +129,7 @@ void TakeTrace(CONNECTION &X_sConnection, const std::string &I_strTrace)
     if (I_strTrace.empty()) return;
     if (I_strTrace[0] < '0' || I_strTrace[0] > '3' ||
         (I_strTrace.size() > 1 && I_strTrace[1] != ':'))
-        throw USAGE_ERROR("--trace is not LEVEL or LEVEL:FILE with a level from 0 to 3");
+        throw USAGE_ERROR("--trace must be LEVEL or LEVEL:FILE, with a level from 0 to 3");
     X_sConnection.iTraceLevel = I_strTrace[0] - '0';
     if (I_strTrace.size() == 1) return;
 

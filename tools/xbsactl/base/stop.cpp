@@ -18,7 +18,7 @@ namespace
 {
 constexpr int SIGNAL_CODE = 128; // and the signal's number is a shell's exit code
 
-// Plain storage: it outlives every destructor, as the thread does.
+// Static storage: it must outlive every destructor, as the thread does.
 std::recursive_mutex sMutex;
 using CLOCK = std::chrono::steady_clock;
 constexpr CLOCK::time_point NONE;
@@ -45,7 +45,7 @@ sigset_t SignalSet()
     return sSet;
 }
 
-// A store in the middle is reset by the kernel when the process ends: no server takes it as whole.
+// The kernel resets an unfinished store when the process ends, so no server treats it as whole.
 [[noreturn]] void EndBySignal(int I_iSignal)
 {
     sigset_t sSet;
@@ -57,7 +57,7 @@ sigset_t SignalSet()
     _exit(EXIT_FAILED);
 }
 
-// The lock is kept for good: nothing is created or renamed any more.
+// The lock is never released: nothing is created or renamed any more.
 void Prepare(const STOP_HOOKS &I_sHooks, int I_iExit)
 {
     for (const auto &[iFolder, strName] : DoomedFiles()) unlinkat(iFolder, strName.c_str(), 0);
@@ -66,8 +66,7 @@ void Prepare(const STOP_HOOKS &I_sHooks, int I_iExit)
 
 void EndWhenLate(const STOP_HOOKS &I_sHooks)
 {
-    if (sEnd.load() == NONE)
-        return; // without the lock, which a forked child could find locked for ever
+    if (sEnd.load() == NONE) return; // without the lock, which would stay locked in a forked child
     const STOP_LOCK sLock = HoldStop();
     if (sEnd.load() == NONE) return;
     const int hConnection = sLimit.fpConnection();

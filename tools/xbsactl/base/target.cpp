@@ -19,19 +19,20 @@ CDescriptor OpenName(int I_iFolder, const std::string &I_strName)
     return CDescriptor(openat(I_iFolder, I_strName.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
 }
 
-// Of what others put there the kernel protects us in some of these folders alone, as its settings
-// say, and only when a name is opened to be created.
+// The kernel protects us from what others put there only in some of these directories, depending on
+// its settings, and only when a name is opened to be created.
 void RefusePlanted(const CDescriptor &I_sFolder, uid_t I_uOwner, const std::string &I_strShown)
 {
     const STAT sFolder = I_sFolder.Status(I_strShown);
     const bool bGroup = (sFolder.st_mode & S_ISVTX) != 0 && (sFolder.st_mode & S_IWGRP) != 0;
     const bool bShared = bGroup || (sFolder.st_mode & S_IWOTH) != 0;
     if (bShared && I_uOwner != geteuid() && I_uOwner != sFolder.st_uid)
-        throw FileFailure(I_strShown, " belongs to another account (", I_uOwner,
-                          "), in a folder that others may write: take another name or folder");
+        throw FileFailure(
+            I_strShown, " belongs to another account (", I_uOwner,
+            "), in a directory that others may write to: use another name or directory");
 }
 
-// Takes the next part off the path. What is left begins with a slash, or is empty.
+// Removes the next part from the path. The rest begins with a slash, or is empty.
 std::string TakePart(std::string &X_strPath)
 {
     X_strPath.erase(0, X_strPath.find_first_not_of('/'));
@@ -78,9 +79,9 @@ int TARGET::Open(int I_iFlags, mode_t I_uMode) const
 void TARGET::SyncFolder() const
 {
     const CDescriptor sReadable(openat(Folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    // Some file systems cannot do this for a folder, and need not.
+    // Some file systems cannot do this for a directory, and do not need it.
     if (sReadable.Get() == -1 || (fsync(sReadable.Get()) != 0 && errno != EINVAL))
-        throw SystemFailure("the folder of " + strShown);
+        throw SystemFailure("the directory of " + strShown);
 }
 
 TARGET FindTarget(const std::string &I_strFile,
@@ -123,7 +124,7 @@ TARGET FindTarget(const std::string &I_strFile)
         if (!S_ISLNK(sStep.sStatus.st_mode)) RefusePlanted(sStep.sFolder, uOwner, strShown);
         else if (uOwner != geteuid() && uOwner != 0)
             throw FileFailure(strShown, " leads through a link that belongs to another account (",
-                              uOwner, "): name the file that is meant");
+                              uOwner, "): give the path of the file itself");
     });
 }
 } // namespace base

@@ -11,8 +11,8 @@ namespace check
 {
 namespace
 {
-// The longest wait for one answer: --timeout, of which 0, no limit, would find nothing. A KORVA server
-// may wait for a tape before it takes an object.
+// The longest wait for one answer: --timeout, but not 0 (no limit), which would hang. A KORVA
+// server may wait for a tape before it takes an object.
 std::chrono::seconds Bound(const base::CONNECTION &I_sConnection, bool I_bTape)
 {
     constexpr unsigned MOST = 15;
@@ -23,7 +23,7 @@ std::chrono::seconds Bound(const base::CONNECTION &I_sConnection, bool I_bTape)
 
 std::atomic<bool> bStored; // objects of the name below may be on the server
 
-// Objects of another check, on another host, must not be met.
+// Objects of another check, perhaps on another host, must not collide.
 const std::string &ObjectName()
 {
     static const std::string strName =
@@ -41,7 +41,7 @@ FINDING Login(const CReport &I_sReport, const base::CONNECTION &I_sConnection)
     return Ok("user and password are usable");
 }
 
-// First what the session said to the server, then what the library made of it.
+// First the session's commands and replies, then the library's results.
 void Report(SESSIONS &X_sSessions, const OUTCOME &I_sAlone,
             const std::optional<sockaddr_in> &I_sServer, std::string I_strWhy)
 {
@@ -65,7 +65,7 @@ void CheckPlain(SESSIONS &X_sSessions, bool I_bLibrary)
     if (sServer) CleanUp(X_sSessions, *sServer);
 }
 
-// The utility names the server, which is looked at after the session.
+// The utility names the server, which is examined after the session.
 void CheckInformix(SESSIONS &X_sSessions, bool I_bLibrary, bool I_bVariables)
 {
     const base::CONNECTION &sConnection = X_sSessions.sConnection;
@@ -79,7 +79,8 @@ void CheckInformix(SESSIONS &X_sSessions, bool I_bLibrary, bool I_bVariables)
     else
     {
         sReport.Add("network.name", NotTried("no session named a server"));
-        ReportSessions(X_sSessions, sAlone, bUtility ? "" : "library or utility is not usable");
+        ReportSessions(X_sSessions, sAlone,
+                       bUtility ? "" : "the library or the COM utility is not usable");
     }
     CleanUp(X_sSessions, {});
 }
@@ -89,7 +90,8 @@ void CheckInformix(SESSIONS &X_sSessions, bool I_bLibrary, bool I_bVariables)
 void Stopped()
 {
     if (!bStored) return;
-    fprintf(stderr, "xbsactl: stopped; what begins with \"%s\" may be left on the server\n",
+    fprintf(stderr,
+            "xbsactl: stopped; objects whose names begin with \"%s\" may be left on the server\n",
             ObjectName().c_str());
 }
 

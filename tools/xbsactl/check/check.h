@@ -1,5 +1,5 @@
-// The pre-flight of the way to the server: each step with its finding and, when not ok, the next
-// step in plain words. Returns the exit code.
+// Tests the way to the server before a backup: each step with its finding and, when not ok, what to
+// do. Returns the exit code.
 #ifndef XBSACTL_CHECK_H
 #define XBSACTL_CHECK_H
 
@@ -9,14 +9,14 @@ namespace check
 {
 struct OPTIONS
 {
-    std::string strInformixDir; // the database's folder; empty: it is not looked at
+    std::string strInformixDir; // the database's directory; empty: it is not checked
     std::string strOnconfig;    // name of its configuration file; empty: ONCONFIG, else "onconfig"
     bool bNoLogs = false;       // the database's logs are not backed up, on purpose
     bool bJson = false;         // JSON instead of lines
     bool bNagios = false;       // one line and the exit codes of a monitoring plug-in
 };
 
-// Tells what a check that a signal ends may leave on the server.
+// Prints what a check that a signal ends may leave on the server.
 void Stopped();
 
 // Prints the line for --nagios when the check cannot be run, and why. Returns the exit code.

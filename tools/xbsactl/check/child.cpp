@@ -17,11 +17,11 @@ namespace
 {
 constexpr const char *DONE = "done";
 
-constexpr size_t MOST_EVENTS = 100000; // a mad library must not fill the memory
-constexpr int PATIENCE = 20;           // silences until the end: one that drips is not waited for
+constexpr size_t MOST_EVENTS = 100000; // a faulty library must not fill the memory
+constexpr int PATIENCE = 20;           // silences in total: a slow drip of events must end, too
 
-// A group of its own, so that the utility which the library runs goes with it. It does not outlive
-// the tool, and the signals that the tool's own thread waits for end it as any other program.
+// A separate process group, so that the utility which the library runs ends with it. It does not
+// outlive the tool, and signals end it as they end any other program.
 void BecomeChild(pid_t I_iParent)
 {
     setpgid(0, 0);
@@ -65,7 +65,7 @@ std::string OUTCOME::Value(const char *cpName) const
 CChild::CChild(const WORK &I_fpWork)
 {
     std::array<int, 2> aiPipe{};
-    if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
+    if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw base::SystemFailure("creating a pipe");
     const pid_t iParent = getpid();
     fflush(nullptr);
     iProcess = fork();
@@ -77,7 +77,7 @@ CChild::CChild(const WORK &I_fpWork)
     }
     close(aiPipe[1]);
     sPipe = base::CDescriptor(aiPipe[0]);
-    if (iProcess == -1) throw base::SystemFailure("a child process");
+    if (iProcess == -1) throw base::SystemFailure("starting a child process");
 }
 
 CChild::~CChild()
@@ -85,7 +85,7 @@ CChild::~CChild()
     End();
 }
 
-// Returns how it ended, when it has ended by itself.
+// Returns how it ended, if it has ended by itself.
 std::string CChild::End()
 {
     int iStatus = 0;

@@ -13,8 +13,8 @@ namespace check
 namespace
 {
 constexpr off_t LARGEST = 1 << 20; // bytes of a file of the database
-constexpr size_t SCRIPT = 1 << 16; // bytes of a program that are looked at
-constexpr size_t LONGEST = 255;    // characters of a text that are: a match takes stack for each
+constexpr size_t SCRIPT = 1 << 16; // bytes of a program that are read
+constexpr size_t LONGEST = 255;    // characters of a text that are matched: each takes stack
 
 FINDING Row(const std::string &I_strFile, const base::LINES &I_vecLines,
             const std::string &I_strRow)
@@ -23,7 +23,7 @@ FINDING Row(const std::string &I_strFile, const base::LINES &I_vecLines,
         if (base::IsSameRow(strLine, I_strRow))
             return Ok(Text(I_strFile, ": \"", base::Printable(strLine), "\""));
     return Fail(I_strFile + " has no row for this library",
-                Text("add the line \"", I_strRow, "\"; another leading number will do, too"));
+                Text("add the line \"", I_strRow, "\"; any leading number works"));
 }
 
 FINDING Path(const std::string &I_strFile, const std::string &I_strValue,
@@ -37,13 +37,13 @@ FINDING Path(const std::string &I_strFile, const std::string &I_strValue,
         return NotTried("there is no library to compare with");
     if (I_strValue.empty())
         return Warn(Text(I_strFile, " does not set ", base::LIBRARY_KEY,
-                         ": the database takes the library of its default path"),
-                    strNext + ", so that it is this one");
+                         ": the database uses the library at its default path"),
+                    strNext + ", so that it uses this library");
     if (I_strValue[0] != '/')
         return Fail(strFound + " is a relative path",
-                    strNext + ": an absolute path, whatever folder the database runs in");
+                    strNext + ": an absolute path, because the database runs in its own directory");
     if (std::filesystem::equivalent(I_strValue, I_strLibrary, sError)) return Ok(strFound);
-    return Fail(strFound + " is not this library, " + I_strLibrary, strNext);
+    return Fail(strFound + " is not this library (" + I_strLibrary + ")", strNext);
 }
 
 FINDING InFile(const std::string &I_strFile,
@@ -67,7 +67,7 @@ struct SETTINGS
     const std::string &strFolder; // the database's
 };
 
-// The last line counts. The database knows its own folder by name.
+// The last line counts. The database knows its own directory by name.
 std::string Get(const SETTINGS &I_sSettings, const std::string &I_strName)
 {
     const std::string strVariable = "$INFORMIXDIR";
@@ -79,8 +79,8 @@ std::string Get(const SETTINGS &I_sSettings, const std::string &I_strName)
     return strValue;
 }
 
-// Of settings.json, which says what values are faults: the first rule that a text meets as a whole, by
-// its value or by a line of the program.
+// Of settings.json, which lists faulty values: the first rule that matches a whole text, by its
+// value or by a line of the program.
 std::optional<FINDING> Fault(const base::JSON &I_sSetting, const char *cpKind,
                              const std::string &I_strText, const std::string &I_strShown)
 {
@@ -91,7 +91,7 @@ std::optional<FINDING> Fault(const base::JSON &I_sSetting, const char *cpKind,
     return {};
 }
 
-// A path, or a name below the database's bin, perhaps with options.
+// A path, or a name in the database's bin directory, perhaps with options.
 FINDING Program(const base::JSON &I_sSetting, const SETTINGS &I_sSettings,
                 const std::string &I_strValue)
 {
@@ -102,7 +102,7 @@ FINDING Program(const base::JSON &I_sSetting, const SETTINGS &I_sSettings,
     if (!std::filesystem::is_regular_file(sPath, sError)) // to open a pipe may wait for ever
         return Fail(sPath.string() + " is not a file, or does not exist");
     if ((ePermissions & std::filesystem::perms::others_write) != std::filesystem::perms::none)
-        return Warn(sPath.string() + ": everybody may write it");
+        return Warn(sPath.string() + ": everybody may write to it");
     std::string strText(SCRIPT, '\0');
     std::ifstream sFile(sPath);
     strText.resize(static_cast<size_t>(sFile.read(strText.data(), SCRIPT).gcount()));
@@ -123,7 +123,7 @@ FINDING Judge(const base::JSON &I_sSetting, const SETTINGS &I_sSettings)
     return Program(I_sSetting, I_sSettings, strValue);
 }
 
-// Each process of a backup listens on a port of its own.
+// Each process of a backup listens on its own port.
 FINDING Ports(FINDING I_sFinding, long I_lProcesses)
 {
     std::istringstream sRange(base::Variable("KORVA_PORT_RANGE"));
@@ -142,8 +142,7 @@ long CheckSettings(CReport &X_sReport, const OPTIONS &I_sOptions, const SETTINGS
     {
         const std::string strName = sSetting.at("setting");
         const bool bSkipped = I_sOptions.bNoLogs && sSetting.value("of_logs", false);
-        const FINDING sFinding =
-            bSkipped ? Ok("not looked at: --no-logs") : Judge(sSetting, I_sSettings);
+        const FINDING sFinding = bSkipped ? Ok("skipped: --no-logs") : Judge(sSetting, I_sSettings);
         X_sReport.Add("database." + strName,
                       strName == "BAR_MAX_BACKUP" ? Ports(sFinding, lStreams) : sFinding);
     }
@@ -166,11 +165,13 @@ long CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions, const CHECKED_
     std::error_code sError;
     if (!std::filesystem::is_directory(I_sOptions.strInformixDir, sError))
     {
-        X_sReport.Add("database.folder", Fail(I_sOptions.strInformixDir + " is not a directory"));
+        X_sReport.Add("database.directory",
+                      Fail(I_sOptions.strInformixDir + " is not a directory"));
         return 0;
     }
-    X_sReport.Add("database.sm_versions", strRow.empty() ? NotTried("the library shows no version")
-                                                         : InFile(strVersions, fpRow));
+    X_sReport.Add("database.sm_versions", strRow.empty()
+                                              ? NotTried("the library did not report its version")
+                                              : InFile(strVersions, fpRow));
     X_sReport.Add("database.onconfig", InFile(strFile, fpPath));
     return sSettings.vecLines.empty() ? 0 : CheckSettings(X_sReport, I_sOptions, sSettings);
 }

@@ -1,4 +1,4 @@
-// What a session of the library said to the server and heard from it, read from the library's trace.
+// The commands and replies of a session, read from the library's trace.
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace
 {
 constexpr const char *OBJECT = "the object"; // what the closing reply answers
 
-// Of "10.0.0.1", or what PORT makes of it: "10,0,0,1,4,1". The last row is the carriers' own.
+// Of "10.0.0.1", or what PORT makes of it: "10,0,0,1,4,1". The last row is for carriers' networks.
 bool IsPrivate(const std::string &I_strAddress)
 {
     static const std::regex sPrivate("(10|192[.,]168|172[.,](1[6-9]|2[0-9]|3[01])|"
@@ -59,7 +59,8 @@ class CDialogue
     }
 
   private:
-    // The library sends PASS whatever USER brought, so a login without password is not a fault.
+    // The library sends PASS whatever the reply to USER, so a login without password is not a
+    // fault.
     FINDING Login()
     {
         const std::string strUser = Reply("USER");
@@ -108,7 +109,7 @@ class CDialogue
         if (spStor == nullptr) return Silent("STOR");
         if (IsNegative(spStor->vecReplies.back()))
             return Fail(spStor->vecReplies.back() + ": the server cannot connect back");
-        if (bForeign) return Fail("connected from another address than " + strAddress);
+        if (bForeign) return Fail("connected from an address other than " + strAddress);
         return Fail("the server's connection did not arrive");
     }
 
@@ -162,7 +163,7 @@ class CDialogue
                                                                         : "";
     }
 
-    // A command without a reply, or one that was never sent.
+    // A command without a reply, or one that was not sent.
     FINDING Silent(const std::string &I_strVerb) const
     {
         const std::string strFound = "no reply to " + I_strVerb;
@@ -170,7 +171,7 @@ class CDialogue
         if (!strEnd.empty()) return Fail(strFound + ": " + strEnd);
         if (Find(I_strVerb) != nullptr)
             return Fail(strFound +
-                        ", the server closed the connection, after its reply: " + strLast);
+                        ": the server closed the connection; its last reply was: " + strLast);
         if (strFailure.empty()) // the utility may lower the trace's level
             return NotTried("the library's trace does not show it");
         return Fail(strFailure);
@@ -179,9 +180,9 @@ class CDialogue
     const CReport &sReport;
     in_addr sServer;
     std::vector<EXCHANGE> vecExchanges{1};
-    std::string strLast;    // reply that was not empty: a server that ends a session says why
-    bool bOpened = false;   // the data connection
-    bool bForeign = false;  // one from elsewhere was turned away
+    std::string strLast;   // the last reply that was not empty, with the server's reason for an end
+    bool bOpened = false;  // the data connection
+    bool bForeign = false; // one from elsewhere was rejected
     std::string strFailure; // the library's
     std::string strEnd;     // of a session that was silent, or crashed
 };

@@ -1,4 +1,4 @@
-// What is done beside the library: a look at the server, and the removal of what a check stored.
+// What the tool does without the library: it examines the server, and removes what a check stored.
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/tcp.h>
@@ -18,7 +18,7 @@ namespace
 constexpr long FAST = 900; // megabits a second: a line of 1 Gbit/s
 constexpr const char *NAMELESS = " has no name";
 
-// A control connection, in a child: its waits have no end of their own. Throws FAILURE.
+// A control connection, in a child: its waits have no limit. Throws FAILURE.
 class CFtp
 {
   public:
@@ -39,7 +39,7 @@ class CFtp
             const ssize_t iGot = recv(sControl.Get(), &cByte, 1, 0);
             if (iGot == 0) throw base::FAILURE("the server closed the connection");
             if (iGot < 0) throw base::SystemFailure("the connection failed");
-            if (strLine.size() > LONGEST_LINE) throw base::FAILURE("a reply line without an end");
+            if (strLine.size() > LONGEST_LINE) throw base::FAILURE("a reply line is too long");
         }
         return base::Printable(strLine);
     }
@@ -54,13 +54,13 @@ class CFtp
                            vecLines[0].starts_with(strCode + '-');
         while (bMore && !(vecLines.back() + ' ').starts_with(strCode + ' ')) // it may be blank
         {
-            if (vecLines.size() == MOST) throw base::FAILURE("a reply of too many lines");
+            if (vecLines.size() == MOST) throw base::FAILURE("a reply has too many lines");
             vecLines.push_back(Line());
         }
         return vecLines;
     }
 
-    // Lines that come without being asked for.
+    // Lines that come without a command.
     bool HasMore() const
     {
         constexpr int AFTERTHOUGHT = 100; // ms in which a second greeting line follows the first
@@ -82,7 +82,7 @@ class CFtp
     {
         const std::string strLine = I_strLine + "\r\n";
         if (send(sControl.Get(), strLine.data(), strLine.size(), MSG_NOSIGNAL) == -1)
-            throw base::SystemFailure("the connection takes no command");
+            throw base::SystemFailure("sending a command failed");
         return Reply().back();
     }
 
@@ -132,7 +132,7 @@ void Greet(const sockaddr_in &I_sServer, const SAY &I_fpSay)
 
 FINDING JudgeGreeting(const std::string &I_strText, const std::string &I_strLines)
 {
-    if (IsNegative(I_strText)) return Fail("the server turns sessions away: " + I_strText);
+    if (IsNegative(I_strText)) return Fail("the server rejects sessions: " + I_strText);
     if (!I_strText.starts_with("220")) return Fail("the server does not speak FTP: " + I_strText);
     if (I_strLines != "1") return Fail(I_strLines + " lines: " + I_strText);
     return Ok("one line: " + I_strText);
@@ -164,8 +164,9 @@ bool ReportLook(CReport &X_sReport, const OUTCOME &I_sOutcome, const std::string
     return X_sReport.Climb(vecSteps);
 }
 
-// Of each buffer's bytes, once in a round trip: a sender sleeps until a third of its buffer is free, a
-// receiver offers half of its own. A buffer of KORVA_SOCKET_BUFFER is doubled by the system.
+// Of each buffer's bytes, once in a round trip: a sender sleeps until a third of its buffer is
+// free, a receiver offers half of its own. A buffer of KORVA_SOCKET_BUFFER is doubled by the
+// system.
 FINDING Throughput(const OUTCOME &I_sOutcome)
 {
     const long lTrip = std::max(1L, atol(I_sOutcome.Value("round").c_str())); // microseconds
@@ -186,7 +187,7 @@ void Delete(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer, const SAY
     for (const std::string &strLine :
          {"USER " + sConnection.strUser, "PASS " + sConnection.strPassword,
           "CWD " + sConnection.strPath})
-        sFtp.Command(strLine); // what was refused shows when nothing is deleted
+        sFtp.Command(strLine); // a refusal shows when nothing is deleted
     for (const std::string &strName : I_sSessions.vecLeft)
         I_fpSay(strName.c_str(), sFtp.Command("DELE " + strName));
     sFtp.Command("QUIT");
@@ -206,7 +207,7 @@ FINDING CleanUpPlain(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer)
         if (!strReply.empty()) strWhy = strReply;
     }
     if (strLeft.empty()) return Ok(Text("objects removed: ", I_sSessions.vecLeft.size()));
-    return Warn(Text("left on the server, if they are there:", strLeft, " (",
+    return Warn(Text("may be left on the server:", strLeft, " (",
                      I_sSessions.sReport.Foreign(strWhy), ")"));
 }
 } // namespace

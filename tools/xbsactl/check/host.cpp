@@ -19,7 +19,7 @@ namespace
 constexpr uintmax_t MEGABYTE = 1000000;
 constexpr uintmax_t LOW_SPACE = 100 * MEGABYTE;
 constexpr off_t LARGE_LOG = 1000 * MEGABYTE;
-constexpr long SHORTEST_SENDING = 100; // seconds: what hosts owe each other
+constexpr long SHORTEST_SENDING = 100; // seconds: the least that hosts should wait for each other
 constexpr long LONGEST_SENDING = 1000;
 constexpr long LONGEST_SILENCE = 10800;
 constexpr size_t LOG_ROOM = sizeof(_sGlobal::szLogFile) - 1;
@@ -46,12 +46,12 @@ FINDING Limited(const base::VARIABLE &I_sVariable)
     const std::string strValue = base::Variable(I_sVariable.cpName);
     if (strValue.empty() && I_sVariable.bNeeded) return Fail("not set");
     if (strValue.size() > I_sVariable.uRoom)
-        return Fail(
-            Text(strValue.size(), " bytes: too long, the library takes ", I_sVariable.uRoom));
+        return Fail(Text(strValue.size(), " bytes: too long, the library accepts at most ",
+                         I_sVariable.uRoom));
     return Ok(strValue.empty() ? "not set, not needed" : Text("\"", strValue, "\""));
 }
 
-// For the database's tools: in plain mode xbsactl, which always sets it, is the one that stores.
+// For the database's tools: in plain mode xbsactl stores, and always sets it.
 FINDING Strict(bool I_bInformix)
 {
     const std::string strStrict = base::Variable("KORVA_STRICT");
@@ -65,7 +65,7 @@ std::string Folder(const std::string &I_strFile)
     return (std::filesystem::path(".") / I_strFile).parent_path();
 }
 
-// Opens without creating: a check makes no log. O_NONBLOCK for a pipe that nobody reads.
+// Opens without creating: a check creates no log. O_NONBLOCK for a pipe without a reader.
 bool IsWritable(const std::string &I_strFile)
 {
     const base::CDescriptor sFile(
@@ -76,8 +76,8 @@ bool IsWritable(const std::string &I_strFile)
 
 FINDING Log(const std::string &I_strFile, bool I_bWritten)
 {
-    if (I_strFile.empty()) return Ok("none is written");
-    const std::string strState = I_strFile + (I_bWritten ? "" : " (no trace now)");
+    if (I_strFile.empty()) return Ok("no trace is written");
+    const std::string strState = I_strFile + (I_bWritten ? "" : " (tracing is off)");
     if (I_strFile.size() > LOG_ROOM)
         return Fail(Text("the path is longer than ", LOG_ROOM, " bytes"));
     if (!IsWritable(I_strFile))
@@ -86,16 +86,16 @@ FINDING Log(const std::string &I_strFile, bool I_bWritten)
     struct stat sFile = {};
     if (stat(I_strFile.c_str(), &sFile) == 0 && (sFile.st_mode & S_IWOTH) != 0 &&
         S_ISREG(sFile.st_mode))
-        return Warn(strState + ": everybody may write it", "chmod o-w " + I_strFile);
+        return Warn(strState + ": everybody may write to it", "chmod o-w " + I_strFile);
     std::error_code sError;
     const uintmax_t uFree = std::filesystem::space(Folder(I_strFile), sError).available;
     const std::string strFound =
         Text(strState, ": ", sFile.st_size, " bytes, ", sError ? 0 : uFree / MEGABYTE, " MB free");
-    if (!sError && uFree < LOW_SPACE) return Warn("little room: " + strFound);
+    if (!sError && uFree < LOW_SPACE) return Warn("little free space: " + strFound);
     return sFile.st_size > LARGE_LOG ? Warn("a large log: " + strFound) : Ok(strFound);
 }
 
-// As the finding says; where the environment decides, the session writes what can be written.
+// Adds the finding; where the environment decides, the session writes what it can.
 void CheckLog(CReport &X_sReport, base::CONNECTION &X_sConnection)
 {
     const bool bAsked = X_sConnection.iTraceLevel != -1;
@@ -123,7 +123,7 @@ std::string Span(long I_lSeconds)
     return lMinutes < 180 ? Text(lMinutes, " min") : Text((lMinutes + 30) / 60, " h");
 }
 
-// What the kernel does with a server that vanishes, and how to change it.
+// How long the kernel waits for a server that vanishes, and how to change it.
 FINDING Wait(bool I_bShown, bool I_bGood, const std::string &I_strFound,
              const std::string &I_strNext)
 {
@@ -137,9 +137,9 @@ FINDING Sending()
     const long lSeconds = SecondsOfSending(lRetries);
     const bool bShort = lSeconds < SHORTEST_SENDING;
     return Wait(lRetries != -1, !bShort && lSeconds <= LONGEST_SENDING,
-                Text("a server that vanishes while data is sent is given up after ", Span(lSeconds),
+                Text("a server that vanishes while data is sent is noticed after ", Span(lSeconds),
                      " (net.ipv4.tcp_retries2 = ", lRetries, ")",
-                     bShort ? ": a short fault of the network ends a backup" : ""),
+                     bShort ? ": a short network failure ends a backup" : ""),
                 "sysctl -w net.ipv4.tcp_retries2=8 makes it 102 s, 15 makes it 15 min");
 }
 
@@ -150,7 +150,7 @@ FINDING Silence()
     const long lProbes = Kernel("tcp_keepalive_probes");
     const long lSeconds = lTime + lProbe * lProbes;
     return Wait(std::min({lTime, lProbe, lProbes}) >= 0, lSeconds <= LONGEST_SILENCE,
-                Text("a server that vanishes before its reply is given up after ", Span(lSeconds),
+                Text("a server that vanishes before its reply is noticed after ", Span(lSeconds),
                      " (net.ipv4.tcp_keepalive_time = ", lTime, ", ", lProbes, " probes of ",
                      lProbe, " s)"),
                 "sysctl -w net.ipv4.tcp_keepalive_time=600 makes it " +

@@ -17,7 +17,7 @@ namespace
 {
 constexpr std::chrono::seconds LOADING{15};
 
-// "64 bit, x86-64"; empty for what is not a program or library of this kind of system.
+// "64 bit, x86-64"; empty for a file that is not an ELF program or library.
 std::string KindOf(const std::string &I_strPath)
 {
     static const std::map<int, const char *> MACHINES = {
@@ -36,7 +36,7 @@ std::string KindOf(const std::string &I_strPath)
                 sName != MACHINES.end() ? sName->second : Text("machine ", iMachine));
 }
 
-// What the loader makes of it; in a child, whose trace is left alone: this needs no log.
+// Loads it in a child, without a trace.
 void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 {
     unsetenv("XBSA_TRACE");
@@ -52,7 +52,7 @@ void Inspect(const std::string &I_strPath, const SAY &I_fpSay)
 }
 
 // A database of this machine loads what this tool can load.
-//   X_strPath  gets the library's own name in a folder without links: it outlives an update
+//   X_strPath  gets the library's own name in a directory without links: it survives an update
 //   X_strReal  gets the path without any link
 FINDING File(const std::string &I_strPath, std::string &X_strPath, std::string &X_strReal)
 {
@@ -95,7 +95,7 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
         return strPath.empty() ? Fail(sAnswer.strFailure) : File(strPath, sResult.strPath, strReal);
     };
     const auto fpCalls = [&] {
-        return strMissing.empty() ? Ok("all 16 are there") : Fail("missing:" + strMissing);
+        return strMissing.empty() ? Ok("all 16 calls are present") : Fail("missing:" + strMissing);
     };
     const auto fpVersion = [&] {
         sResult.strRow = sAnswer.Value("row");

@@ -1,5 +1,5 @@
-// What the groups of steps share: texts, work in a child process, findings and their report; and the
-// groups themselves, in the order of a check.
+// What the groups of steps share: texts, work in a child process, findings and their report; and
+// the groups themselves, in the order of a check.
 #ifndef XBSACTL_CHECK_PARTS_H
 #define XBSACTL_CHECK_PARTS_H
 
@@ -25,8 +25,8 @@ inline bool IsNegative(std::string_view I_svReply)
     return I_svReply.starts_with('4') || I_svReply.starts_with('5');
 }
 
-// Work that may hang or crash, in a process of its own that is ended when its time is over. What it
-// says comes at once: a name without a blank, and a value of one line.
+// Work that may hang or crash, in a separate process that is killed when its time is over. Its
+// events arrive at once: a name without a blank, and a value of one line.
 using SAY = std::function<void(const char *cpName, const std::string &I_strValue)>;
 using WORK = std::function<void(const SAY &)>;
 
@@ -42,11 +42,11 @@ using std::chrono_literals::operator""ms;
 
 constexpr const char *FAILED = "failed"; // the name of the work's own error, when it threw one
 
-// All that was said, whatever became of the work.
+// All events, however the work ended.
 struct OUTCOME
 {
     std::vector<EVENT> vecEvents;
-    std::string strFailure; // what the work threw, its crash, its silence; empty: it is done
+    std::string strFailure; // what the work threw, a crash, or silence; empty: success
 
     // The last one of that name; null for none.
     const EVENT *Find(const char *cpName) const;
@@ -61,7 +61,7 @@ class CChild
     CChild &operator=(const CChild &) = delete;
     ~CChild(); // ends the process and what it has started
 
-    // Until the work has ended or was silent for that time, or until it has said that name.
+    // Waits until the work has ended or was silent for that time, or until an event of that name.
     const OUTCOME &Wait(std::chrono::milliseconds I_sSilence, const char *cpUntil = "");
 
   private:
@@ -75,7 +75,7 @@ class CChild
     OUTCOME sOutcome;
 };
 
-// The outcome of work that is waited for at once.
+// Starts the work and waits for its outcome.
 OUTCOME RunChild(std::chrono::milliseconds I_sSilence, const WORK &I_fpWork);
 
 // What a step found.
@@ -91,7 +91,7 @@ struct FINDING
 {
     STATUS eStatus = STATUS::OK;
     std::string strFound{};  // what there is
-    std::string strNext{};   // what to do about it; empty: what the knowledge base says, if needed
+    std::string strNext{};   // what to do about it; empty: the knowledge base's remedy, if needed
     long lMilliseconds = -1; // that the step took; -1: since the last finding
     std::string strStep{};   // "network.login"; by CReport::Add
 };
@@ -113,27 +113,28 @@ inline FINDING NotTried(const std::string &I_strWhy)
     return {STATUS::NOT_TRIED, "not tried: " + I_strWhy};
 }
 
-// A name, and what finds out about it.
+// A step's name, and its test.
 using STEPS = std::vector<std::pair<const char *, std::function<FINDING()>>>;
 
-// Shows the findings: line by line as they come, as one JSON text at the end, or as the one line of a
-// monitoring plug-in.
+// Shows the findings: line by line as they come, as one JSON text at the end, or as the one line of
+// a monitoring plug-in.
 class CReport
 {
   public:
     CReport(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions);
 
-    // Returns false after a failure: what builds on the step makes no sense then.
+    // Returns false after a failure: later steps that depend on it make no sense then.
     bool Add(const std::string &I_strStep, FINDING I_sFinding);
 
-    // Runs steps that build on each other until one fails. Returns whether all were run and none did.
+    // Runs steps that depend on each other until one fails. Returns whether all ran and none
+    // failed.
     //   I_strWhy  why none of them can be tried; empty: they can
     bool Climb(const STEPS &I_vecSteps, const std::string &I_strWhy = "");
 
-    // A text that others wrote, safe to show: one line, without the password.
+    // A text from elsewhere, safe to show: one line, without the password.
     std::string Foreign(const std::string &I_strText) const;
 
-    // Prints what is left to print. Returns the exit code.
+    // Prints the rest. Returns the exit code.
     int Finish() const;
 
   private:
@@ -158,7 +159,7 @@ struct CHECKED_LIBRARY
     std::string strRow;  // for sm_versions; empty when the library did not show its version
 };
 
-// The library as a file, loaded, and by its own word. A database's account must be able to read it.
+// The library's file, loading, calls and version. A database's account must be able to read it.
 CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary, bool I_bDatabase);
 
 // The files that lead the database's backup tool to the library, and its settings. Returns how many
@@ -166,12 +167,12 @@ CHECKED_LIBRARY CheckLibrary(CReport &X_sReport, const std::string &I_strLibrary
 long CheckDatabase(CReport &X_sReport, const OPTIONS &I_sOptions,
                    const CHECKED_LIBRARY &I_sLibrary);
 
-// Of net.ipv4, the number at that place (from 0); -1 when the system does not say.
+// Of net.ipv4, the number at that place (from 0); -1 when the system does not show it.
 long Kernel(const char *cpName, int I_iPlace = 0);
 
 // This machine: account, variables and log, and how long it waits for a server that has vanished.
-// The connection gets the trace that the environment asks for, as if --trace did. Returns whether an
-// Informix session can be tried with the variables.
+// The connection gets the trace that the environment asks for. Returns whether the variables allow
+// a session in Informix mode.
 bool CheckHost(CReport &X_sReport, base::CONNECTION &X_sConnection);
 
 // The COM utility, found and asked by the library. Returns whether a session can be tried.
@@ -182,8 +183,9 @@ bool CheckUtility(CReport &X_sReport, const base::CONNECTION &I_sConnection, boo
 // Of the first line "KEY=VALUE" that the utility printed in that session; empty for none.
 std::string ValueIn(const OUTCOME &I_sOutcome, const std::string &I_strKey);
 
-// What only a direct look shows: both ways of the name look-up, and every line of the greeting, of
-// which the library reads the first. Returns the address when a session can be tried.
+// What only a connection of the tool's own shows: name look-up in both directions, and all lines of
+// the greeting, of which the library reads only the first. Returns the address when a session can
+// be tried.
 //   I_strHost  HOST[:PORT]
 std::optional<sockaddr_in> LookAt(CReport &X_sReport, const std::string &I_strHost,
                                   std::chrono::milliseconds I_sBound);
@@ -207,17 +209,17 @@ std::string ServerIn(const OUTCOME &I_sAlone);
 // Whether that session sent STOR, and was not refused.
 bool HasStored(const SESSIONS &I_sSessions, const OUTCOME &I_sAlone);
 
-// The steps network.login to network.end: what that session said to the server and heard from it.
-// Returns whether none failed.
+// The steps network.login to network.end: that session's commands and replies. Returns whether none
+// failed.
 //   I_strWhy  why they cannot be tried; empty: they can
 bool ReportDialogue(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const sockaddr_in &I_sServer,
                     const std::string &I_strWhy);
 
-// What the library made of it; when all is well, two sessions at once as well.
+// The library's results; when all is well, two sessions at once as well.
 void ReportSessions(SESSIONS &X_sSessions, const OUTCOME &I_sAlone, const std::string &I_strWhy);
 
-// Deletes what plain mode has left on the server, on a connection of its own; names the copies of
-// Informix sessions, which no client can remove.
+// Deletes what plain mode has left on the server, on a separate connection; names the copies of
+// Informix mode, which a client cannot remove.
 void CleanUp(const SESSIONS &I_sSessions, const sockaddr_in &I_sServer);
 } // namespace check
 

@@ -11,7 +11,7 @@ namespace check
 {
 namespace
 {
-constexpr size_t SHOWN = 300; // bytes of a foreign text: more is no help to a reader
+constexpr size_t SHOWN = 300; // bytes of a foreign text: more does not help the reader
 
 // By STATUS.
 constexpr std::array<const char *, 4> WORDS = {"ok", "warn", "FAIL", "--"};
@@ -25,12 +25,12 @@ void PrintLine(const FINDING &I_sFinding)
     fflush(stdout);
 }
 
-// The row that knows the step, the reply, or the message in it.
+// From the row for the step, the reply, or the message in it.
 std::string Advice(const FINDING &I_sFinding, bool I_bInformix)
 {
     const std::string strLine = Text(I_sFinding.strStep, ": ", I_sFinding.strFound);
     const std::string strHint = explain::Advice(strLine, I_bInformix).strHint;
-    return strHint.empty() ? "look at the steps of the library: --trace 2 shows them" : strHint;
+    return strHint.empty() ? "run the check with --trace 2 to see the library's steps" : strHint;
 }
 } // namespace
 
@@ -84,7 +84,7 @@ std::string CReport::Counts() const
 // docs/check.md describes it: fields may be added, none may change.
 std::string CReport::Json() const
 {
-    base::JSON sAnswer = {{"schema", 1}, {"road", sConnection.bInformix ? "informix" : "plain"}};
+    base::JSON sAnswer = {{"schema", 2}, {"mode", sConnection.bInformix ? "informix" : "plain"}};
     for (size_t uStatus = 0; uStatus < JSON_WORDS.size(); uStatus++)
         sAnswer[JSON_WORDS.at(uStatus)] = Count(static_cast<STATUS>(uStatus));
     sAnswer["steps"] = base::JSON::array();
@@ -98,7 +98,8 @@ std::string CReport::Json() const
     return base::Dump(sAnswer);
 }
 
-// The gravest finding and its remedy; what follows a "|" is for graphs. The codes are the protocol's.
+// The worst finding and its remedy; what follows a "|" is for graphs. The codes are those of
+// Nagios.
 int CReport::FinishNagios() const
 {
     const int iExit = Count(STATUS::FAIL) > 0 ? 2 : Count(STATUS::WARN) > 0 ? 1 : 0;

@@ -1,4 +1,4 @@
-// Objects through the library, there and back, each session in a process of its own.
+// Stores and restores objects through the library, each session in a separate process.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -58,7 +58,7 @@ std::string Difference(const std::string &I_strStored, const std::string &I_strR
                 " restored, different from byte ", sAt.in1 - I_strStored.begin());
 }
 
-// The whole way of one object. Its trace comes as events of the name "trace".
+// Stores and restores one object. Its trace comes as events of the name "trace".
 //   I_hGate  awaited while the transfer is open: the end of a pipe; -1: nothing is
 void RoundTrip(const SESSIONS &I_sSessions, const std::string &I_strName, const SAY &I_fpSay,
                int I_hGate)
@@ -75,7 +75,7 @@ void RoundTrip(const SESSIONS &I_sSessions, const std::string &I_strName, const 
     sName.uCopyId = sObject.copyId.right;
     I_fpSay("copy", std::to_string(sName.uCopyId));
     if (char cByte = '\0'; I_hGate != -1 && read(I_hGate, &cByte, 1) == -1)
-        throw base::SystemFailure("a pipe");
+        throw base::SystemFailure("creating a pipe");
     Store(sSession, strData);
     I_fpSay("stored", "");
 
@@ -102,16 +102,16 @@ FINDING Judge(const CReport &I_sReport, const OUTCOME &I_sOutcome)
 {
     const std::string strDifference = I_sOutcome.Value("difference");
     if (!I_sOutcome.strFailure.empty()) return Fail(I_sReport.Foreign(I_sOutcome.strFailure));
-    return strDifference.empty() ? Ok("what was stored came back") : Fail(strDifference);
+    return strDifference.empty() ? Ok("the restored data is identical") : Fail(strDifference);
 }
 
-// Sessions are open at once, and the last one goes there and back meanwhile.
+// The other sessions stay open while the last one stores and restores.
 FINDING Together(SESSIONS &X_sSessions, long I_lSessions, const std::string &I_strName)
 {
     std::array<int, 2> aiGate{};
-    if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
+    if (pipe2(aiGate.data(), O_CLOEXEC) == -1) throw base::SystemFailure("creating a pipe");
     const base::CDescriptor sWaits(aiGate[0]);
-    base::CDescriptor sGate(aiGate[1]); // closed: the sessions go on
+    base::CDescriptor sGate(aiGate[1]); // closed: the sessions continue
     const auto sSilence = 2 * X_sSessions.sSilence;
     const auto fpName = [&](long lNumber) { return I_strName + std::to_string(lNumber); };
     std::deque<CChild> deqSessions;
@@ -119,7 +119,7 @@ FINDING Together(SESSIONS &X_sSessions, long I_lSessions, const std::string &I_s
     {
         const bool bLast = lNumber + 1 == I_lSessions;
         deqSessions.emplace_back([&](const SAY &fpSay) {
-            sGate = base::CDescriptor(); // that of the parent alone holds them
+            sGate = base::CDescriptor(); // only the parent's end holds the sessions back
             RoundTrip(X_sSessions, fpName(lNumber), fpSay, bLast ? -1 : sWaits.Get());
         });
         const OUTCOME &sOutcome = deqSessions.back().Wait(sSilence, bLast ? "" : "copy");

@@ -22,8 +22,8 @@ std::string IniKeys()
     return strKeys.empty() ? " none" : strKeys;
 }
 
-// What the utility printed, whatever the library made of it: a line of the trace has 16 bytes of it,
-// "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
+// What the utility printed, even if the library rejected it: a line of the trace has 16 bytes of
+// it, "Dumping memory: [72 65 70 6C 79 3D 4F 4B 0A   ...".
 std::string PrintedIn(const OUTCOME &I_sOutcome)
 {
     constexpr size_t DUMPED = 48; // characters of them
@@ -66,11 +66,11 @@ FINDING Answer(const CReport &I_sReport, const OUTCOME &I_sOutcome)
     const std::string strText = I_sReport.Foreign(PrintedIn(I_sOutcome));
     const std::string strReply = I_sReport.Foreign(ValueIn(I_sOutcome, "reply"));
     const std::string strMessage = I_sReport.Foreign(ValueIn(I_sOutcome, "message"));
-    const std::string strFound = "answers reply=" + strReply;
+    const std::string strFound = "answered reply=" + strReply;
     if (I_sOutcome.strFailure.empty()) return Ok(strFound);
     if (!strReply.empty())
         return Fail(strFound + ": " + (strMessage.empty() ? "no message" : strMessage));
-    if (!strText.empty()) return Fail("no reply, but: " + strText);
+    if (!strText.empty()) return Fail("no reply, but printed: " + strText);
     return Fail("no reply, nothing printed: " + I_sOutcome.strFailure);
 }
 } // namespace

@@ -20,14 +20,14 @@ namespace
 {
 constexpr size_t PART_WIDTH = 69;    // of what follows a label
 constexpr size_t TEXT_WIDTH = 48;    // of the short list's first column
-constexpr size_t SHORTEST_WORDS = 3; // characters; fewer are in every second row
+constexpr size_t SHORTEST_WORDS = 3; // characters; shorter words match too many rows
 
 // ---- the rows
 
 struct ROW
 {
     std::string strSection;            // its title
-    int iRank;                         // of the section: 1 says most about a failure
+    int iRank;                         // of the section: 1 is the most specific
     bool bAnchored;                    // its texts begin a line, or follow a colon
     std::vector<std::string> vecTexts; // "..." stands for anything
     std::string strMeaning;
@@ -70,7 +70,7 @@ std::string Remedy(const ROW &I_sRow)
 
 // ---- how they are found
 
-// Small letters and digits with one blank between words, and a colon as a word of its own; the
+// Small letters and digits with one blank between words, and a colon as a separate word; the
 // gaps of a row's text become "*". Punctuation differs between the library, a trace and a shell.
 std::string Normal(const std::string &I_strText, bool I_bGaps)
 {
@@ -138,8 +138,8 @@ void AddPattern(PATTERNS &X_mapPatterns, const ROW &I_sRow, const std::string &I
     X_mapPatterns.insert({{I_sRow.iRank, -std::ssize(strGlob)}, {strGlob + "*", &I_sRow}});
 }
 
-// A server's number counts only where a reply begins, after a colon or at the start of the line, and
-// so does a step of a check.
+// A server's number counts only where a reply begins, after a colon or at the start of the line,
+// and so does a step of a check.
 PATTERNS AllPatterns()
 {
     PATTERNS mapPatterns;
@@ -196,13 +196,14 @@ void PrintAll()
         strSection = sRow.strSection;
         std::cout << strText << sRow.strMeaning << '\n';
     }
-    std::cout << "\nCause and remedy: xbsactl explain CODE, or (part of) a message or log line\n";
+    std::cout
+        << "\nFor cause and remedy: xbsactl explain CODE, or (part of) a message or log line\n";
 }
 
 void Explain(const std::string &I_strText)
 {
     if (std::ranges::none_of(I_strText, [](unsigned char cChar) { return std::isalnum(cChar); }))
-        throw base::USAGE_ERROR("explain: there is no word in the text");
+        throw base::USAGE_ERROR("explain: the text contains no word");
     ROWS vecRows = FindNumber(I_strText);
     const ROW *spLine = FindLine(I_strText);
     if (vecRows.empty() && spLine != nullptr) vecRows.push_back(spLine);
@@ -211,9 +212,9 @@ void Explain(const std::string &I_strText)
     {
         vecRows = FindWords(I_strText, true);
         if (vecRows.empty())
-            throw base::FAILURE("nothing is known about \"" + base::Printable(I_strText) +
+            throw base::FAILURE("no entry for \"" + base::Printable(I_strText) +
                                 "\"; try fewer words, a number, or no text for the whole list");
-        fputs("xbsactl: no message has this text; these entries mention its words\n", stderr);
+        fputs("xbsactl: no message has this text; these entries contain its words\n", stderr);
     }
     PrintRows(vecRows);
 }

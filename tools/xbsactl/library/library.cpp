@@ -59,7 +59,8 @@ void *Load(const std::string &I_strPath)
 void *Symbol(void *vpLibrary, const char *cpName)
 {
     void *vpSymbol = dlsym(vpLibrary, cpName);
-    if (vpSymbol == nullptr) throw base::FileFailure("library is another one: " + LoaderText());
+    if (vpSymbol == nullptr)
+        throw base::FileFailure("this is not the Korva XBSA library: " + LoaderText());
     return vpSymbol;
 }
 
@@ -71,7 +72,7 @@ std::string UtilityPath(void *vpLibrary)
     return iRet == 0 ? szPath.data() : "";
 }
 
-// The provider's name has three parts: its house, the storage manager, and its version.
+// The provider's name has three parts: the vendor, the storage manager, and its version.
 std::string VersionsRow(void *vpLibrary)
 {
     BSA_ApiVersion sApi{};
@@ -86,7 +87,7 @@ std::string VersionsRow(void *vpLibrary)
     const size_t uEnd = strProvider.find(szDelimiter[0], uName);
     if (iApi != BSA_RC_SUCCESS || iProvider != BSA_RC_SUCCESS || uName == 0 ||
         uEnd >= strProvider.size() - 1)
-        throw base::FAILURE("the library does not give its provider and version");
+        throw base::FAILURE("the library does not report its provider and version");
     strProvider[uEnd] = '|';
     return base::Text("1|", sApi.issue, '.', sApi.version, '.', sApi.level, '|',
                       strProvider.substr(uName), '|');

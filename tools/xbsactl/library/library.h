@@ -14,11 +14,12 @@ namespace library
 {
 constexpr size_t BLOCK_SIZE = 65535; // bytes: the length of a data block has 16 bits
 
-// What is loaded for --library I_strPath: a path, or a name for the loader's search. Empty: the one
-// that belongs to the tool, in ../lib beside the tool's own folder, else the loader's search.
+// What is loaded for --library I_strPath: a path, or a name for the loader's search. Empty: the
+// tool's own library in ../lib, relative to the tool's directory, else the loader's search.
 std::string Path(const std::string &I_strPath);
 
-// The parts of a path that are closed to some account: the database's must be able to reach the library.
+// The parts of a path that are closed to other accounts: the database's account must reach the
+// library.
 std::vector<std::string> ClosedParts(const std::string &I_strPath);
 
 // Loads it for the life of the process; a second time finds it loaded. Throws FAILURE.
@@ -58,7 +59,7 @@ void CheckObject(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 // What names the object to the library.
 BSA_ObjectDescriptor Descriptor(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject);
 
-// Hears the steps of the library's trace, whatever the user asked for.
+// Gets the lines of the library's trace, whatever level the user asked for.
 using LISTENER = std::function<void(const std::string &I_strLine)>;
 
 // The command that such a line shows on its way to the server, and the reply that came back.
@@ -80,8 +81,8 @@ class CSession
     // All stored copies that match; none when nothing does.
     std::vector<BSA_ObjectDescriptor> Copies(const OBJECT &I_sObject);
 
-    // What a restore reads: of an Informix object without a copy id the newest copy. Throws FAILURE
-    // when the server offers none.
+    // What a restore reads: in Informix mode without a copy id, the newest copy. Throws FAILURE
+    // when the server has none.
     BSA_ObjectDescriptor Find(const OBJECT &I_sWanted);
 
     void Create(BSA_ObjectDescriptor &X_sObject);
@@ -94,13 +95,13 @@ class CSession
     // the object.
     size_t Receive(char *cpData);
 
-    // The server's verdict: only after this a backup is stored, a restore whole.
+    // The server's confirmation: only after this call a backup is stored, or a restore complete.
     void EndData();
 
     // Ends the object of a restore after a failure on this side: its job must not stay open.
     void Abandon();
 
-    // Ends the transaction and opens another one, whatever became of the object of the first.
+    // Ends the transaction and opens another one, even if the object of the first failed.
     void Next();
 
     void Close();
@@ -115,7 +116,7 @@ class CSession
     void Check(const char *cpStep, int I_iCode) const;
     void FailData(const char *cpStep, int I_iCode);
 
-    base::CONNECTION sConnection; // with the password: a server may say it back
+    base::CONNECTION sConnection; // with the password: a server may repeat it
     void *vpLibrary;
     long lHandle = 0;
     bool bOpen = false;

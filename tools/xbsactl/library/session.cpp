@@ -24,7 +24,7 @@ template <size_t SIZE> void Copy(char (&I_szTarget)[SIZE], const std::string &I_
     I_szTarget[I_strText.copy(I_szTarget, SIZE - 1)] = '\0';
 }
 
-// In plain mode the name is a file in a folder. In an Informix session the utility gets
+// In plain mode the name is a file in a directory. In Informix mode the utility gets
 // objectSpaceName@pathName, and the name is the part after the space.
 BSA_ObjectName ObjectName(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
 {
@@ -52,12 +52,12 @@ struct
     std::string strFile; // empty: standard error
     int iFile = STDERR_FILENO;
     bool bWarned = false;
-    std::string strUtility; // what the COM utility said last of a failure
+    std::string strUtility; // the COM utility's last error text
     DIALOGUE sDialogue;
 } sTrace;
 
-// A line as the library writes it itself. Its texts are the server's, and what commands a terminal
-// is taken out there.
+// A line as the library writes it itself. It may contain text from the server, so terminal controls
+// are masked on a terminal.
 void WriteTrace(const std::string &I_strMessage)
 {
     const time_t lNow = time(nullptr);
@@ -71,14 +71,14 @@ void WriteTrace(const std::string &I_strMessage)
     const ssize_t iWritten = write(sTrace.iFile, strLine.data(), strLine.size());
     if (iWritten != -1 && iWritten < static_cast<ssize_t>(strLine.size())) errno = ENOSPC;
     if (iWritten == static_cast<ssize_t>(strLine.size()) || sTrace.strFile.empty()) return;
-    // Once: what is missing from a trace must not be looked for in it.
+    // Warn once: the reader must know that lines are missing.
     const base::FAILURE sFailure = base::SystemFailure("trace file ", base::Quoted(sTrace.strFile));
     if (!sTrace.bWarned)
         fprintf(stderr, "xbsactl: warning: %s: lines are missing\n", sFailure.what());
     sTrace.bWarned = true;
 }
 
-// The library goes on after a refused login, so the first refusal is the reason for those that follow.
+// The library continues after a refused login, so the first refusal is the cause of later ones.
 void NoteDialogue(const std::string &I_strLine)
 {
     DIALOGUE &sDialogue = sTrace.sDialogue;
@@ -93,7 +93,7 @@ void NoteDialogue(const std::string &I_strLine)
         sDialogue.strRefusal = sDialogue.strCommand + ": " + *strReply;
 }
 
-// The command that was refused and the utility's own text are in no error text of the library.
+// The library's error texts contain neither the refused command nor the utility's own text.
 void TakeLine(char *cpMessage)
 {
     std::string strLine = cpMessage;
@@ -110,8 +110,8 @@ void TakeLine(char *cpMessage)
         strText = strText.substr(1, strText.size() - 2);
 }
 
-// The library writes the file without a word when it cannot; here its lines come to the tool.
-//   I_bNeeded  by --trace: without it nothing is done. A variable must stop no backup.
+// The library silently ignores a trace file that it cannot write; here its lines come to the tool.
+//   I_bNeeded  asked for by --trace: a failure. A variable must not stop a backup.
 void OpenTrace(const std::string &I_strFile, bool I_bNeeded)
 {
     sTrace.strFile = I_strFile;
@@ -128,7 +128,7 @@ void OpenTrace(const std::string &I_strFile, bool I_bNeeded)
     sTrace.iShown = 0;
 }
 
-// What the server did, where the library's text says only that its reply was no good; else the text.
+// What the server did, where the library's text only reports a bad reply; else the library's text.
 //   I_sRecord  the library's, with the address
 std::string ServersPart(const std::string &I_strReason, const _sGlobal &I_sRecord)
 {
@@ -139,21 +139,23 @@ std::string ServersPart(const std::string &I_strReason, const _sGlobal &I_sRecor
     const size_t uLookUp = I_strReason.find("gethostbyname() call");
     if (base::CTimeLimit::IsOver())
         return base::Text(!strReply.empty() ? "no data connection from the server"
-                          : strVerb.empty() ? "the server said nothing"
+                          : strVerb.empty() ? "the server sent no greeting"
                                             : "no reply to " + strVerb,
                           " within ", I_sRecord.ulTimeOut, " s (--timeout)");
-    if (uLookUp != std::string::npos) return I_strReason.substr(uLookUp); // errno is another call's
+    if (uLookUp != std::string::npos)
+        return I_strReason.substr(uLookUp); // errno is not this call's
     if (I_strReason.find("connect() failed.") != std::string::npos)
         return base::Text(I_strReason, " (", I_sRecord.sObject.sSMS.szHostName, ", port ",
                           I_sRecord.sObject.sSMS.iPort, ")");
     if (uCode != 3 && uCode != std::string::npos && strRefusal.empty())
         return "the server does not speak FTP: " + strGreeting;
     if (uCode == 3 && strGreeting[3] == '-')
-        return "the server greets with several lines, so its replies are out of step: " +
+        return "the server sends a greeting of several lines, so its replies are out of step: " +
                strGreeting;
-    if (strGreeting.find_first_of("45") == 0) return "the server turned us away: " + strGreeting;
+    if (strGreeting.find_first_of("45") == 0)
+        return "the server rejected the session: " + strGreeting;
     if (I_strReason.ends_with("reply:"))
-        return "no reply to " + strVerb + ", the server closed the control connection";
+        return "the server closed the control connection before its reply to " + strVerb;
     const bool bRefused = uReply != std::string::npos &&
                           I_strReason.find(strRefusal.substr(uReply + 2)) != std::string::npos;
     return bRefused ? strRefusal : I_strReason;
@@ -171,8 +173,8 @@ int Connection()
     return iRet == 0 ? hControl : -1;
 }
 
-// The library waits without an end for the reply before its data connection. Its own limit comes
-// first. In Informix mode the utility, which may wait for a tape, is no part of it.
+// The library waits without limit for the reply before its data connection. The library's own limit
+// comes first. In Informix mode the limit does not include the utility, which may wait for a tape.
 base::CTimeLimit Limit(const base::CONNECTION &I_sConnection)
 {
     const unsigned uSeconds = I_sConnection.uTimeout;
@@ -228,7 +230,7 @@ CSession::~CSession()
     if (bOpen) CALL(BSATerminate)(lHandle);
 }
 
-// The tool listens to the replies, but not while data flow: each block would be a line.
+// The tool reads the trace for replies, but not during a transfer: each block would be a line.
 void CSession::Listen(bool I_bListen) const
 {
     const bool bListen = I_bListen || sTrace.fpListener;
@@ -236,7 +238,7 @@ void CSession::Listen(bool I_bListen) const
     CALL(BSASetTrace)(TakeLine, nullptr, static_cast<unsigned char>(iLevel));
 }
 
-// The option wins over the environment. The library's own log would say nothing when it fails.
+// The option overrides the environment. The library's own log would not report its failure.
 void CSession::SetTrace(const LISTENER &I_fpListener)
 {
     const bool bAsked = sConnection.iTraceLevel != -1;
@@ -258,15 +260,15 @@ std::string CSession::LastError() const
     return base::Printable(base::Masked(strText, sConnection.strPassword));
 }
 
-// Why the utility cannot be run, or else the library's text. The search must not be in the trace,
-// where it would pass for another process's.
+// Why the utility cannot be run, or else the library's text. The search must not appear in the
+// trace, where it would look like another process's.
 std::string CSession::UtilityFault(const std::string &I_strReason) const
 {
     CALL(BSASetTrace)(nullptr, nullptr, 0);
     const std::string strPath = UtilityPath(vpLibrary);
     Listen(true);
     const std::string strFault = UTILITY + std::string(" cannot be run: ");
-    if (strPath.empty()) return strFault + "no line SM_BIN_KORVA=FOLDER in /etc/korva2000.ini";
+    if (strPath.empty()) return strFault + "no line SM_BIN_KORVA=DIR in /etc/korva2000.ini";
     if (access(strPath.c_str(), X_OK) == 0) return I_strReason;
     return base::SystemFailure(strFault, strPath).what();
 }
@@ -284,7 +286,7 @@ base::FAILURE CSession::Failure(const char *cpStep, int I_iCode) const
     else
         strReason = base::Printable(
             base::Masked(ServersPart(strReason, *spRecord), sConnection.strPassword));
-    if (strReason.empty()) strReason = "no reason given, --trace 2 shows the steps";
+    if (strReason.empty()) strReason = "no reason given; --trace 2 shows the steps";
     return base::FAILURE(base::Text(cpStep, " failed with code ", I_iCode, " (",
                                     CALL(xbsa_typeerr)(I_iCode), "): ", strReason),
                          bUtility ? base::EXIT_UTILITY : base::EXIT_SERVER);
@@ -354,7 +356,7 @@ void CSession::Abandon()
 
 void CSession::Next()
 {
-    LastError(); // what an earlier object left is no reason for the next one's failure
+    LastError(); // an earlier object's message must not explain the next failure
     sTrace.strUtility.clear();
     Check("BSAEndTxn", CALL(BSAEndTxn)(lHandle, BSA_Vote_COMMIT));
     Check("BSABeginTxn", CALL(BSABeginTxn)(lHandle));
@@ -419,13 +421,13 @@ void CheckObject(const base::CONNECTION &I_sConnection, const OBJECT &I_sObject)
         base::CheckText("NAME", I_sObject.strName, base::NAME_ROOM);
         base::CheckText("--space", I_sObject.strSpace, base::NAME_ROOM);
         if (I_sObject.strSpace.find('@') != std::string::npos)
-            throw base::USAGE_ERROR("--space holds an \"@\", which ends the space in SPACE@NAME");
+            throw base::USAGE_ERROR("--space contains an \"@\", which separates SPACE and NAME");
         return;
     }
     base::CheckName("NAME", I_sObject.strName);
     if (I_sObject.strName.find('/') != std::string::npos)
-        throw base::USAGE_ERROR("NAME holds a \"/\": give the folder with --path");
+        throw base::USAGE_ERROR("NAME contains a \"/\": give the directory with --path");
     if (I_sObject.strName == "." || I_sObject.strName == "..")
-        throw base::USAGE_ERROR("NAME is a folder");
+        throw base::USAGE_ERROR("NAME is a directory");
 }
 } // namespace library

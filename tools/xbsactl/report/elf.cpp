@@ -1,5 +1,5 @@
-// Symbols of a program or library, read from the memory of the process that runs it: its file may be
-// deleted, replaced by an upgrade, or in another mount namespace.
+// Symbols of a program or library, read from the memory of the process that runs it: its file may
+// be deleted, replaced by an upgrade, or in another mount namespace.
 #include <elf.h>
 #include <link.h>
 #include <sys/uio.h>
@@ -27,7 +27,7 @@ constexpr uint32_t WORD_BITS = sizeof(WORD) * 8;
 // What of a loaded file is needed to look a symbol up; addresses of the process.
 struct TABLES
 {
-    uint64_t uBias = 0; // what the loader added to the file's own addresses
+    uint64_t uBias = 0; // what the loader added to the file's addresses
     uint64_t uSymbols = 0;
     uint64_t uStrings = 0;
     uint64_t uStringSize = 0;

@@ -13,7 +13,7 @@ namespace report
 {
 namespace
 {
-using JSON = nlohmann::json; // sorts keys: faster than the other one
+using JSON = nlohmann::json; // sorts keys: faster than base::JSON
 
 constexpr size_t LONGEST_LINE = size_t{64} << 10; // bytes
 constexpr uint64_t LINE_SCHEMA = 1;
@@ -134,7 +134,7 @@ struct FILE_READER
         while (sLines.Next()) TakeLine();
         if (uDamaged > 0) Warn(base::Text(uDamaged, " damaged lines skipped in "));
         if (uNewer > 0) Warn(base::Text(uNewer, " lines of a newer version skipped in "));
-        if (sLines.bTorn) Warn("the compressed data are cut short in ");
+        if (sLines.bTorn) Warn("truncated compressed data in ");
     }
 
     void Warn(const std::string &I_strWhat) const
@@ -162,17 +162,17 @@ std::vector<std::string> RotatedOf(const std::string &I_strFile)
 {
     std::vector<std::string> vecFound;
     const std::filesystem::path sFile(I_strFile);
-    std::error_code sError; // what cannot be listed has none
+    std::error_code sError; // a directory that cannot be listed has none
     const auto sFolder = sFile.has_parent_path() ? sFile.parent_path() : ".";
     for (const auto &sEntry : std::filesystem::directory_iterator(sFolder, sError))
-        if (sEntry.is_regular_file(sError) && // a pipe would be waited for
+        if (sEntry.is_regular_file(sError) && // opening a pipe must not wait
             IsRotated(sEntry.path().filename(), sFile.filename()))
             vecFound.push_back(sEntry.path());
     return vecFound;
 }
 
-// All files are open before the first is read, the journal itself before the rotated ones are looked
-// for: one that is renamed meanwhile is read all the same, and once.
+// All files are opened before the first is read, the journal itself before the rotated ones are
+// listed: a file that logrotate renames at the same time is read, and only once.
 class CFiles
 {
   public:
@@ -189,8 +189,8 @@ class CFiles
         std::vector<std::string> vecRotated = RotatedOf(I_strFile);
         if (!bThere && vecRotated.empty())
             throw base::FileFailure("journal ", base::Quoted(I_strFile),
-                                    " does not exist: the library writes it where the variable "
-                                    "KORVA_JOURNAL names it");
+                                    " does not exist: the library creates the file that the "
+                                    "variable KORVA_JOURNAL names");
         for (const std::string &strRotated : vecRotated) Open(strRotated);
     }
 

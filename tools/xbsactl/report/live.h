@@ -1,5 +1,5 @@
-// What the files of the live view share. All that is read of another process is untrusted: a number
-// may have any value, a text no end, and the process may be gone.
+// What the files of the live view share. Data from another process is untrusted: a number may
+// have any value, a text may have no end, and the process may have ended.
 #ifndef XBSACTL_REPORT_LIVE_H
 #define XBSACTL_REPORT_LIVE_H
 
@@ -26,7 +26,7 @@ class CMemory
     {
     }
 
-    // All of it or nothing. A read that the system forbids is remembered.
+    // All of it or nothing. Remembers a read that the system forbids.
     bool Read(uint64_t I_uAddress, void *vpData, size_t I_uLength) const;
 
     template <typename TYPE> bool Read(uint64_t I_uAddress, TYPE &X_sValue) const
@@ -47,14 +47,14 @@ class CMemory
 // What a mapped file exports.
 struct EXPORTS
 {
-    bool bForeign = false; // it is of another word size or machine
+    bool bForeign = false; // it has another word size or machine
     bool bCalls = false;   // the calls of a backup tool
     uint64_t uRecord = 0;  // the session record, from the start of the file's first mapping
     uint64_t uSize = 0;    // of the record; 0: it has none
 };
 
-// Of the file whose first byte is mapped at I_uStart; nothing when it is not loaded there as a program
-// or library is, or cannot be read.
+// Of the file whose first byte is mapped at I_uStart; nothing when it is not loaded there as a
+// program or library, or cannot be read.
 std::optional<EXPORTS> ReadExports(const CMemory &I_sMemory, uint64_t I_uStart);
 
 // ---- processes.cpp
@@ -91,7 +91,7 @@ class CProcesses
     SCAN Scan();
 
   private:
-    // By account and file: what one account maps cannot hide the file from another's view.
+    // By account and file: one account's mapping cannot hide the file from another's view.
     std::unordered_map<std::string, EXPORTS> mapKnown;
 };
 
@@ -99,7 +99,7 @@ class CProcesses
 // What the kernel knows of a connection.
 struct TRAFFIC
 {
-    double dSinceSent = 0; // seconds since data were last sent
+    double dSinceSent = 0; // seconds since data was last sent
     double dSinceReceived = 0;
     std::optional<uint64_t>
         uMoved; // bytes that the peer acknowledged, and that came; since Linux 4.2

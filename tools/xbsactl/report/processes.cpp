@@ -44,7 +44,7 @@ struct RECORD
     bool bCalls; // the file that holds it exports the calls too
 };
 
-// What is known of files from the look before, and from this one.
+// What is known of files from the previous scan, and from this one.
 struct FILES
 {
     KNOWN mapBefore;
@@ -58,7 +58,7 @@ std::string Link(int I_iFolder, const std::string &I_strName)
     return {caText.data(), static_cast<size_t>(std::max<ssize_t>(iLength, 0))};
 }
 
-// Returns false with errno; a process that ended has a list no more, or an empty one.
+// Returns false with errno; a process that ended has an empty list, or none.
 bool ReadFile(int I_iFolder, const char *cpName, std::string &X_strText)
 {
     const base::CDescriptor sFile(openat(I_iFolder, cpName, O_RDONLY | O_CLOEXEC));
@@ -99,7 +99,7 @@ uint64_t TakeHex(std::string_view &X_svText)
     const char *cpEnd = X_svText.data() + X_svText.size();
     const char *cpRest = std::from_chars(X_svText.data(), cpEnd, uValue, 16).ptr;
     X_svText = {cpRest, static_cast<size_t>(cpEnd - cpRest)};
-    X_svText.remove_prefix(std::min<size_t>(1, X_svText.size())); // what divides it from the next
+    X_svText.remove_prefix(std::min<size_t>(1, X_svText.size())); // the separator
     return uValue;
 }
 
@@ -143,7 +143,7 @@ MAPPINGS ParseAll(std::string_view I_svText)
     return vecMappings;
 }
 
-// A file may be mapped as data too, by somebody who reads it; its record would not be there.
+// A process may also map the file as data, to read it; then there is no record.
 bool IsWritable(const MAPPINGS &I_vecMappings, uint64_t I_uAddress)
 {
     return std::ranges::any_of(I_vecMappings, [I_uAddress](const MAPPING &sMapping) {
@@ -198,7 +198,7 @@ std::vector<RECORD> Records(const CMemory &I_sMemory, const MAPPINGS &I_vecMappi
     return vecRecords;
 }
 
-// A process that ended meanwhile has no program any more: its number may be another's.
+// A process that has ended in the meantime has no program: its number may belong to another one.
 void Take(int I_iFolder, const CMemory &I_sMemory, PROCESS I_sProcess, SCAN &X_sScan)
 {
     if (!I_sMemory.Read(I_sProcess.uRecord + SESSION_AT, I_sProcess.sSession) ||
@@ -233,8 +233,8 @@ void Search(int I_iFolder, pid_t I_iPid, const MAPPINGS &I_vecMappings, FILES &X
     if (!sMemory.IsForbidden()) X_sScan.uLooked++;
 }
 
-// The folder stands for this process alone: once it ended, nothing in it can be read, though another
-// process may get its number.
+// The open directory belongs to this process only: after its end nothing in it can be read, even if
+// another process gets its number.
 void Look(int I_iFolder, pid_t I_iPid, FILES &X_sFiles, SCAN &X_sScan)
 {
     std::string strMaps;

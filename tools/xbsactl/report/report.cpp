@@ -53,7 +53,7 @@ struct OBJECT
 
 using OBJECTS = std::map<std::pair<std::string, std::string>, OBJECT>;
 
-// Each logical log of a database is an object of its own, with a path of numbers, which no dbspace
+// Each logical log of a database is a separate object, with a path of numbers, which no dbspace
 // has. They are reported as one, with "*" as the number of the log. A single digit may be a level.
 std::string ReportedPath(const ENTRY &I_sEntry)
 {
@@ -86,7 +86,7 @@ STATUS Judge(const OBJECT &I_sObject, const OPTIONS &I_sOptions, int64_t I_iNow)
     return bSmall ? STATUS::SMALL : STATUS::OK;
 }
 
-// A space that was asked for and has none is one that failed.
+// A requested space without any object counts as failed.
 std::vector<OBJECT> ReadObjects(const OPTIONS &I_sOptions, int64_t I_iNow)
 {
     OBJECTS mapObjects;
@@ -144,7 +144,7 @@ std::string Amount(double I_dBytes, const char *cpEnd = "")
                       cpEnd);
 }
 
-// What is wrong with it; empty for nothing.
+// What is wrong with it; empty if nothing is.
 std::string Problem(const OBJECT &I_sObject, int64_t I_iNow)
 {
     if (I_sObject.bFailed)
@@ -223,7 +223,7 @@ void PrintJson(const std::vector<OBJECT> &I_vecObjects, bool I_bMessages, int64_
     std::cout << base::Dump({{"schema", REPORT_SCHEMA}, {"objects", sObjects}}) << '\n';
 }
 
-// A metric has no sample of an object that it says nothing of.
+// A metric without a value for an object has no sample of it.
 std::string MetricsText(const std::vector<OBJECT> &I_vecObjects)
 {
     std::string strText;
@@ -237,7 +237,7 @@ std::string MetricsText(const std::vector<OBJECT> &I_vecObjects)
         strText += base::Metric(strName.c_str(), cpHelp, strSamples);
     };
     using std::to_string;
-    fpAdd("xbsactl_object_ok", "1 for an object that report finds ok.",
+    fpAdd("xbsactl_object_ok", "1 for an object with the status ok.",
           [](const OBJECT &sObject) { return to_string(sObject.eStatus == STATUS::OK ? 1 : 0); });
     fpAdd(
         "xbsactl_object_last_good_timestamp_seconds", "When it was last stored.",
@@ -262,8 +262,8 @@ void WriteMetrics(const std::string &I_strFile, const std::vector<OBJECT> &I_vec
     base::ReplaceText(base::FindTarget(I_strFile), MetricsText(I_vecObjects), false);
 }
 
-// The gravest object; what follows the "|" is for graphs. A small copy may be right, the others need
-// somebody now.
+// The worst object; what follows the "|" is for graphs. A small copy may be intended, the others
+// need attention now.
 int PrintNagios(const std::vector<OBJECT> &I_vecObjects, int64_t I_iNow)
 {
     const auto spGravest = std::ranges::max_element(I_vecObjects, {}, &OBJECT::eStatus);
@@ -288,7 +288,7 @@ int Run(const OPTIONS &I_sOptions)
 {
     if (I_sOptions.vecJournals.empty())
         throw base::USAGE_ERROR("report needs --journal, or the variable KORVA_JOURNAL: the file "
-                                "that the library keeps");
+                                "that the library writes");
     const int64_t iNow = time(nullptr);
     std::vector<OBJECT> vecObjects = ReadObjects(I_sOptions, iNow);
     const bool bMessages = !I_sOptions.strActLog.empty();

@@ -1,4 +1,4 @@
-// What was stored, by the journals that the library keeps: a reader, for other rooms too, and the
+// What was stored, according to the library's journals: a reader, for other rooms too, and the
 // report on the last good copy of each object. And what runs right now.
 #ifndef XBSACTL_REPORT_H
 #define XBSACTL_REPORT_H
@@ -28,12 +28,12 @@ struct ENTRY
     std::string strText;   // the JSON
 };
 
-// As it is shown: SPACE@PATH, in plain mode the name with its folder.
+// As shown: SPACE@PATH, in plain mode the name with its directory.
 std::string Name(const ENTRY &I_sEntry);
 
-// Hands out each entry of the journals and of the rotated ones beside them, which logrotate names
-// FILE.1, FILE-20261126 and so on, compressed or not. Warns of lines that it cannot use. Takes the
-// memory of one line. Throws FAILURE.
+// Calls the function for each entry of the journals and of the rotated ones beside them, which
+// logrotate names FILE.1, FILE-20261126 and so on, compressed or not. Warns of lines that it cannot
+// use. Needs memory for one line only. Throws FAILURE.
 void ReadJournals(const std::vector<std::string> &I_vecFiles,
                   const std::function<void(ENTRY &&)> &I_fpTake);
 

@@ -1,5 +1,5 @@
-// How long ago a connection moved its last byte, as the kernel knows it: nothing of this reaches the
-// process or its peer.
+// How long ago a connection moved its last byte, from the kernel: neither the process nor its peer
+// notices.
 #include <linux/inet_diag.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>

@@ -36,9 +36,9 @@ struct ROW
     std::optional<double> dRate; // bytes a second
     std::optional<double> dIdle; // seconds since the last byte
 
-    // What went on since: the kernel's count where it is known, which moves within a block too.
+    // Progress: the kernel's count where it is known, which also changes within a block.
     uint64_t uMoved = 0;
-    bool bMoved = false; // it was seen to move
+    bool bMoved = false; // it has moved since it was first seen
     CLOCK::time_point sSeen;
     CLOCK::time_point sMoved; // or was first looked at
 };
@@ -53,7 +53,7 @@ const char *Direction(int I_iCalls)
 {
     if ((I_iCalls & CALL_END_DATA) != 0) return nullptr;
     if ((I_iCalls & CALL_GET_OBJECT) != 0)
-        return "restore"; // it cuts a store of the same transaction
+        return "restore"; // it ends a store of the same transaction
     return (I_iCalls & CALL_CREATE_OBJECT) != 0 ? "store" : nullptr;
 }
 
@@ -78,7 +78,7 @@ ROW Show(const PROCESS &I_sProcess)
     return sRow;
 }
 
-// Whether the row goes on with the earlier one's object.
+// Whether the row still shows the earlier one's object.
 bool IsSame(const ROW &I_sRow, const ROW &I_sEarlier)
 {
     return I_sRow.cpDirection == I_sEarlier.cpDirection && I_sRow.strSpace == I_sEarlier.strSpace &&
@@ -95,7 +95,7 @@ void Compare(ROW &X_sRow, const ROW &I_sEarlier)
                    Seconds(X_sRow.sSeen - I_sEarlier.sSeen);
 }
 
-// The kernel counts a packet that is sent again as sent: what no peer acknowledged has not moved.
+// The kernel counts a retransmitted packet as sent: only what the peer acknowledged has moved.
 void TakeIdle(ROW &X_sRow, const TRAFFIC *spTraffic)
 {
     const double dWatched = Seconds(X_sRow.sSeen - X_sRow.sMoved);
@@ -155,7 +155,7 @@ std::string Number(std::optional<double> I_dNumber, double I_dUnit, const char *
     return caText.data();
 }
 
-// Columns as wide as what is in them: numbers to the right, the last one as it comes.
+// Columns as wide as their cells: numbers to the right, the last one not padded.
 LINES Table(const ROWS &I_mapRows)
 {
     using CELLS = std::array<std::string, 9>;
@@ -185,7 +185,7 @@ LINES Table(const ROWS &I_mapRows)
     return vecLines;
 }
 
-// What to set, so that the next look is not forbidden.
+// What to set so that the system allows the next look.
 std::string Advice()
 {
     int iScope = 0;
@@ -257,8 +257,8 @@ std::string Cut(const std::string &I_strLine, size_t I_uWidth)
     return I_strLine.substr(0, uEnd);
 }
 
-// On a terminal over the block before: from its first cell, as much as the screen shows, the rest
-// erased.
+// On a terminal the block replaces the one before: from the first cell, as much as the screen
+// shows, the rest erased.
 std::string Block(const LINES &I_vecLines)
 {
     struct winsize sSize = {};
@@ -287,7 +287,7 @@ void Print(const std::string &I_strText)
     if (fflush(stdout) != 0) throw base::FAILURE("writing standard output failed");
 }
 
-// Beside the output, once as long as they stay the same.
+// On standard error, once while they stay the same.
 void Warn(const LINES &I_vecNotes, LINES &X_vecWarned)
 {
     if (std::exchange(X_vecWarned, I_vecNotes) == I_vecNotes) return;

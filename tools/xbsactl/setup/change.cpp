@@ -1,5 +1,5 @@
-// Changes files so that they can be put back: the old file stays beside the new one as a copy, and
-// a journal says what was done.
+// Changes files so that the changes can be reverted: a copy of the old file stays beside the new
+// one, and a journal lists what was done.
 #include <fcntl.h>
 
 #include <algorithm>
@@ -11,10 +11,10 @@ namespace setup
 namespace
 {
 constexpr const char *EDITED = "edited";                // no content has this hash
-constexpr const char *LOGROTATE = "etc/xbsa.logrotate"; // earlier versions made it
+constexpr const char *LOGROTATE = "etc/xbsa.logrotate"; // earlier versions created it
 constexpr int MOST_COPIES = 99;
 
-// Between the onconfigs of a folder.
+// Whether all onconfigs of a directory share the file.
 bool IsShared(const std::string &I_strFile)
 {
     return I_strFile == LINK || I_strFile == VERSIONS || I_strFile == LOGROTATE;
@@ -27,7 +27,8 @@ std::string FreeCopyName(const PLACE &I_sPlace, const std::string &I_strFile)
     for (int iNumber = 2; I_sPlace.At(strCopy).Status(); iNumber++)
     {
         if (iNumber > MOST_COPIES)
-            throw base::FileFailure(I_sPlace.Path(I_strFile), ": too many old copies beside it");
+            throw base::FileFailure(I_sPlace.Path(I_strFile),
+                                    ": too many old copies in its directory");
         strCopy = base::Text(I_strFile, COPY_END, '.', iNumber);
     }
     return strCopy;
@@ -46,7 +47,7 @@ void Note(const PLACE &I_sPlace, JOURNAL &X_sJournal, CHANGE &X_sChange)
         vecRecords.push_back({X_sChange.strFile, X_sChange.strCopy, strBefore, strAfter});
         return;
     }
-    const bool bFresh = strBefore == spRecord->strBefore; // a run was killed, or put back by hand
+    const bool bFresh = strBefore == spRecord->strBefore; // a run was killed, or reverted by hand
     spRecord->strAfter = bFresh || strBefore == spRecord->strAfter ? strAfter : EDITED;
     if (bFresh && X_sChange.strBefore && !I_sPlace.At(spRecord->strCopy).Status())
         X_sChange.strCopy = spRecord->strCopy;
@@ -63,13 +64,14 @@ void TakeBack(const PLACE &I_sPlace, const CHANGE &I_sChange)
 void RefuseClosed(const PLACE &I_sPlace)
 {
     if (faccessat(I_sPlace.spEtc->Get(), ".", W_OK | X_OK, AT_EACCESS) == 0) return;
-    throw base::FileFailure(I_sPlace.Path("etc"),
-                            ": this account may not write there: run setup as the folder's owner "
-                            "or as root; nothing was changed");
+    throw base::FileFailure(
+        I_sPlace.Path("etc"),
+        ": this account may not write there: run setup as the directory's owner "
+        "or as root; nothing was changed");
 }
 
-// The reader of the question may have taken a while to answer. What another account owns could be
-// neither kept as a copy nor replaced without a new owner.
+// The user may have taken a while to answer the prompt. A file of another account cannot be kept as
+// a copy, and replacing it would change its owner.
 void CheckUnchanged(const PLACE &I_sPlace, const CHANGE &I_sChange)
 {
     const std::string strPath = I_sPlace.Path(I_sChange.strFile);
@@ -82,10 +84,10 @@ void CheckUnchanged(const PLACE &I_sPlace, const CHANGE &I_sChange)
                                     : "give it the onconfig's owner first",
                                 "; nothing was changed");
     if (I_sPlace.Content(I_sChange.strFile) != I_sChange.strBefore)
-        throw base::FileFailure(strPath, " was changed meanwhile: run setup again");
+        throw base::FileFailure(strPath, " was changed by another program: run setup again");
 }
 
-// An edited file keeps what others wrote: only our lines go.
+// An edited file keeps what others wrote: only our lines are removed.
 UNDO PlanEdited(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &I_sRecord,
                 const std::string &I_strText)
 {
@@ -104,13 +106,13 @@ UNDO PlanEdited(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
         strWhy = std::string(": ") + sFailure.what();
     }
     if (!strNew)
-        throw base::FileFailure(I_sPlace.Path(strFile), strWhy, ": put it right by hand first",
+        throw base::FileFailure(I_sPlace.Path(strFile), strWhy, ": correct it by hand first",
                                 strCopy.empty() ? ""
                                                 : "; the old file is " + I_sPlace.Path(strCopy));
-    std::string strText = "changed since setup, only our lines go";
-    if (!strCopy.empty()) strText += "; the old file stays in " + base::Printable(strCopy);
+    std::string strText = "changed since setup, only the lines of setup are removed";
+    if (!strCopy.empty()) strText += "; the old file is kept in " + base::Printable(strCopy);
     if (!strKept.empty())
-        strText += "\n  \"" + base::Printable(strKept) + "\" was edited since, and stays";
+        strText += "\n  \"" + base::Printable(strKept) + "\" was edited since, and is kept";
     return {strFile, strText, [=, &I_sPlace] { I_sPlace.Write(strFile, *strNew); }};
 }
 
@@ -121,19 +123,19 @@ UNDO PlanRecord(const PLACE &I_sPlace, const JOURNAL &I_sJournal, const RECORD &
     const std::optional<std::string> strText = I_sPlace.Content(strFile);
     const std::string strNow = HashOf(strText);
     if (strNow == I_sRecord.strBefore)
-        return {strFile, "is as it was", [=, &I_sPlace] { I_sPlace.Remove(strCopy); }};
+        return {strFile, "is unchanged", [=, &I_sPlace] { I_sPlace.Remove(strCopy); }};
     if (!strText) throw base::FileFailure(I_sPlace.Path(strFile), " was removed since setup");
     if (strNow != I_sRecord.strAfter) return PlanEdited(I_sPlace, I_sJournal, I_sRecord, *strText);
     if (strCopy.empty()) return {strFile, "removed", [=, &I_sPlace] { I_sPlace.Remove(strFile); }};
     if (HashOf(I_sPlace.Content(strCopy)) != I_sRecord.strBefore)
         throw base::FileFailure(I_sPlace.Path(strCopy),
-                                ": this copy of the old file is gone or was changed");
-    return {strFile, "put back", [=, &I_sPlace] { I_sPlace.Move(strCopy, strFile); }};
+                                ": this copy of the old file is missing or was changed");
+    return {strFile, "restored", [=, &I_sPlace] { I_sPlace.Move(strCopy, strFile); }};
 }
 } // namespace
 
-// The journal is written first: a run that is killed can be undone, since what was not done yet
-// shows as unchanged.
+// The journal is written first, so that a killed run can be undone: files that it did not reach are
+// unchanged.
 void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecChanges)
 {
     const JOURNAL sOld = ReadJournal(I_sPlace);
@@ -158,7 +160,7 @@ void Apply(const PLACE &I_sPlace, JOURNAL I_sJournal, std::vector<CHANGE> I_vecC
     }
 }
 
-// What all onconfigs of the folder share stays while another of them is hooked.
+// What all onconfigs of the directory share stays while another one is still hooked in.
 std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL &X_sJournal)
 {
     auto &vecRecords = X_sJournal.vecRecords;

@@ -1,4 +1,4 @@
-// Files below the database's folder, and the journal there.
+// Files below the database's directory, and the journal there.
 #include <algorithm>
 #include <cerrno>
 
@@ -10,9 +10,9 @@ namespace setup
 namespace
 {
 constexpr const char *JOURNAL_FILE = "etc/xbsa-setup.json";
-constexpr off_t JOURNAL_LARGEST = 1 << 16; // bytes: a text made to take long is short then
+constexpr off_t JOURNAL_LARGEST = 1 << 16; // bytes: bounds the time that a hostile text can take
 
-// The journal may be another account's than the one that runs: it names files of ours only.
+// The journal may belong to another account than the one that runs, so it may name only our files.
 bool IsOurs(const RECORD &I_sRecord)
 {
     const auto &[strFile, strCopy, strBefore, strAfter] = I_sRecord;
@@ -67,7 +67,8 @@ void PLACE::KeepCopy(const std::string &I_strFile, const std::string &I_strCopy)
         throw base::SystemFailure("keeping a copy of " + sFrom.strShown);
 }
 
-// A rename does nothing when both names are the same file still, so the old name goes by itself.
+// A rename does nothing when both names are still the same file, so the old name is removed
+// separately.
 void PLACE::Move(const std::string &I_strFrom, const std::string &I_strTo) const
 {
     const base::TARGET sFrom = At(I_strFrom);
@@ -94,7 +95,7 @@ JOURNAL ReadJournal(const PLACE &I_sPlace)
     } catch (const base::JSON::exception &)
     {
         throw base::FileFailure(strPath, " is damaged: copy the files NAME", COPY_END,
-                                " back over those of that NAME, and remove it");
+                                " back to NAME, and remove this file");
     }
     if (!std::ranges::all_of(sJournal.vecRecords, IsOurs))
         throw base::FileFailure(strPath,

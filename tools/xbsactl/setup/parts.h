@@ -15,19 +15,20 @@ namespace setup
 {
 constexpr const char *VERSIONS = "etc/sm_versions";
 constexpr const char *LINK = "lib/ibsad001.so";  // where ON-Bar looks without BAR_BSALIB_PATH
-constexpr const char *COPY_END = ".before-xbsa"; // of a copy's name, before its number
+constexpr const char *COPY_END = ".before-xbsa"; // of a copy's name; a number may follow
 constexpr off_t LARGEST = 1 << 20;               // bytes of an onconfig and the like
 
 using FOLDER = std::shared_ptr<const base::CDescriptor>;
 
-// A database's folder, and the account that its files belong to. Files are named by their path below
-// the folder: all are in etc, but for the link in lib. Nothing outside of the folder is touched.
+// A database's directory, and the account that its files belong to. Files are named by their path
+// below the directory: all are in etc, except the link in lib. Nothing outside the directory is
+// touched.
 struct PLACE
 {
     std::string strFolder;   // absolute
     std::string strOnconfig; // below it
-    FOLDER spEtc;            // both are held open: what is swapped on the way
-    FOLDER spLib;            // changes nothing. Null: there is no lib
+    FOLDER spEtc;            // both are held open: a directory that is swapped
+    FOLDER spLib;            // later has no effect. Null: there is no lib
     base::CDescriptor sLock; // against another run
 
     std::string Path(const std::string &I_strFile) const // for messages
@@ -40,30 +41,30 @@ struct PLACE
                 Path(I_strFile)};
     }
 
-    // The file, or the target of a link; nothing when it does not exist. What is not a link in lib
-    // is refused when it is one: what it leads to is another's.
+    // The file, or the target of the link in lib; nothing when it does not exist. Any other link is
+    // refused: it may lead to somebody else's file.
     std::optional<std::string> Content(const std::string &I_strFile,
                                        off_t I_iLargest = LARGEST) const;
 
-    // Replaced as a whole, with owner, group and mode kept. A link, when it is the one in lib.
+    // Replaces the file as a whole and keeps owner, group and mode. In lib it writes a link.
     void Write(const std::string &I_strFile, const std::string &I_strText) const;
-    void Remove(const std::string &I_strFile) const; // none, or gone already: nothing
+    void Remove(const std::string &I_strFile) const; // not an error when it does not exist
 
-    // A copy is a second name of the file; one name takes the place of another.
+    // A copy is a second name of the file; Move replaces one name by another.
     void KeepCopy(const std::string &I_strFile, const std::string &I_strCopy) const;
     void Move(const std::string &I_strFrom, const std::string &I_strTo) const;
 };
 
-// Finds the files and becomes the account that owns the onconfig, for good, when root runs: what it
-// does not own is not written, and whatever it puts in the way is met with its own rights. Throws
-// USAGE_ERROR, too.
+// Finds the files. If root runs it, becomes the account that owns the onconfig, permanently: setup
+// then writes only what that account owns, and traps that it sets work only with its own rights.
+// Throws USAGE_ERROR, too.
 PLACE Enter(const OPTIONS &I_sOptions);
 
-// Whether the link belongs there. Prints a line when it cannot be made: the onconfig names the
-// library, so that it is a convenience.
+// Whether setup may create the link. Prints a line if not: the onconfig names the library, so the
+// link is only a convenience.
 bool MayWriteLib(const PLACE &I_sPlace);
 
-// The text for logrotate. Nothing of it comes from a file that the folder's owner can write.
+// The text for logrotate. None of it comes from a file that the directory's owner can write.
 std::string Rotation(const OPTIONS &I_sOptions);
 
 std::string HashOf(const std::optional<std::string> &I_strContent); // empty for nothing
@@ -74,10 +75,10 @@ struct RECORD
     std::string strFile;
     std::string strCopy;   // the old file; empty: there was none
     std::string strBefore; // empty: there was none
-    std::string strAfter;  // or a text that no content has: edited since
+    std::string strAfter;  // or a text that cannot be a hash: edited since
 };
 
-// What setup changed in the folder, so that it can be put back.
+// What setup changed in the directory, so that it can be reverted.
 struct JOURNAL
 {
     std::string strRow;     // of sm_versions
@@ -112,12 +113,12 @@ std::vector<UNDO> PlanUndo(const PLACE &I_sPlace, JOURNAL &X_sJournal);
 void Undo(const PLACE &I_sPlace, const JOURNAL &I_sRest, const std::vector<UNDO> &I_vecUndo);
 
 // The onconfig with our lines at its end. Lines that they replace become comments. Unchanged when
-// it says the same already.
+// it already says the same.
 std::string OnconfigWith(const std::string &I_strText, const std::string &I_strLibrary);
 
 // The onconfig without our lines, and with what they replaced. A path of the library other than
-// I_strLibrary (empty: any) was edited: its line stays, and is X_strKept. Throws when our lines were
-// edited otherwise, or are contradicted outside of them: nobody knows what the reader wants.
+// I_strLibrary (empty: any) was edited: its line stays, and is X_strKept. Throws when our lines
+// were edited otherwise, or are contradicted elsewhere: then it is unclear what the user wants.
 std::string OnconfigWithout(const std::string &I_strText, const std::string &I_strLibrary,
                             std::string &X_strKept);
 

@@ -32,7 +32,7 @@ std::string OnconfigName(const OPTIONS &I_sOptions)
 {
     std::string strName = base::OnconfigName(I_sOptions.strOnconfig);
     if (strName.front() == '.' || strName.find('/') != std::string::npos)
-        throw base::USAGE_ERROR("--onconfig is the name of a file in DIR/etc");
+        throw base::USAGE_ERROR("--onconfig must be the name of a file in DIR/etc");
     return strName;
 }
 
@@ -43,11 +43,12 @@ std::string FolderName(std::string I_strFolder)
         throw base::USAGE_ERROR("--informixdir (or INFORMIXDIR) is not an absolute path");
     if (base::Visible(I_strFolder) != I_strFolder ||
         I_strFolder.find_first_of("'\"*?[\\") != std::string::npos)
-        throw base::USAGE_ERROR("--informixdir holds a quote, a pattern or a control character");
+        throw base::USAGE_ERROR(
+            "--informixdir contains a quote, a wildcard or a control character");
     return I_strFolder;
 }
 
-// Null when there is none. DIR itself may be a link: whoever runs this named it.
+// Null when there is none. DIR itself may be a link, because the user named it.
 FOLDER OpenFolder(int I_iIn, const std::string &I_strName, const std::string &I_strPath)
 {
     const int iLink = I_iIn == AT_FDCWD ? 0 : O_NOFOLLOW;
@@ -57,9 +58,8 @@ FOLDER OpenFolder(int I_iIn, const std::string &I_strName, const std::string &I_
     const STAT sStatus = sFolder.Status(I_strPath);
     if (S_ISLNK(sStatus.st_mode))
         throw base::FileFailure(I_strPath,
-                                " is a link: setup changes nothing outside of the folder");
-    if (!S_ISDIR(sStatus.st_mode))
-        throw base::FileFailure(I_strPath + " is not a directory: no database's folder");
+                                " is a link: setup changes nothing outside the directory");
+    if (!S_ISDIR(sStatus.st_mode)) throw base::FileFailure(I_strPath + " is not a directory");
     return std::make_shared<const base::CDescriptor>(std::move(sFolder));
 }
 
@@ -69,25 +69,26 @@ STAT OnconfigStatus(const PLACE &I_sPlace)
     const std::optional<STAT> sStatus = sTarget.Status();
     if (!sStatus)
         throw base::FileFailure(sTarget.strShown, " does not exist: give its name with --onconfig");
-    if (!S_ISREG(sStatus->st_mode)) throw base::FileFailure(sTarget.strShown + " is no plain file");
+    if (!S_ISREG(sStatus->st_mode))
+        throw base::FileFailure(sTarget.strShown + " is not a regular file");
     return *sStatus;
 }
 
-// What others may write. A group of root's own is nobody else.
+// Whether others may write there. The group root does not count as others.
 bool IsOpen(const STAT &I_sStatus, bool I_bGroups)
 {
     const bool bGroup = (I_sStatus.st_mode & S_IWGRP) != 0 && I_sStatus.st_gid != 0;
     return (I_bGroups && bGroup) || (I_sStatus.st_mode & S_IWOTH) != 0;
 }
 
-// Whoever may write a folder may put a file of root's there, or take one away.
+// Everybody who may write to a directory can move a file of root's into it or out of it.
 bool IsRootsOnly(const STAT &I_sFolder)
 {
     return I_sFolder.st_uid == 0 && !IsOpen(I_sFolder, true);
 }
 
-// The group, when the account is in it, else the account's own: a file that root made and gave away
-// has root's group still. For an account without a name it is all that is known.
+// The group, if the account is a member, else the account's own: a file that root created and gave
+// away still has root's group. For an account without a name nothing else is known.
 gid_t GroupOf(uid_t I_uAccount, gid_t I_uGroup)
 {
     const passwd *spAccount = getpwuid(I_uAccount);
@@ -98,7 +99,8 @@ gid_t GroupOf(uid_t I_uAccount, gid_t I_uGroup)
     return std::ranges::count(vecGroups, I_uGroup) > 0 ? I_uGroup : spAccount->pw_gid;
 }
 
-// For good, so that the library which is loaded later, and may be the account's own, cannot undo it.
+// Permanently, so that the library, which may belong to the account, cannot undo it when it is
+// loaded.
 void Become(uid_t I_uAccount, gid_t I_uGroup)
 {
     const passwd *spAccount = getpwuid(I_uAccount);
@@ -109,7 +111,7 @@ void Become(uid_t I_uAccount, gid_t I_uGroup)
         throw base::SystemFailure("becoming the account " + AccountName(I_uAccount));
 }
 
-// Whoever owns "/" can do everything anyway.
+// The owner of "/" can do everything anyway.
 void CheckOwner(uid_t I_uOwner, const base::STEP &I_sStep)
 {
     const uid_t uAccount = I_sStep.sStatus.st_uid;
@@ -118,24 +120,25 @@ void CheckOwner(uid_t I_uOwner, const base::STEP &I_sStep)
     throw base::FileFailure(
         I_sStep.sPath.string(), S_ISLNK(I_sStep.sStatus.st_mode) ? " is a link that" : "",
         " belongs to account ", uAccount,
-        ", who could make the path lead elsewhere: give the path of a folder that only "
+        ", who could make the path lead elsewhere: give the path of a directory that only "
         "root and its owner can move");
 }
 
-// In a folder with a sticky bit others can move what is theirs alone. Groups are trusted, but not
-// with what is root's.
+// In a directory with a sticky bit others can move only their own files. Groups are trusted, except
+// with files of root.
 void CheckWriters(uid_t I_uOwner, const base::STEP &I_sStep)
 {
     const std::string strFolder = I_sStep.sPath.parent_path();
     const STAT sStatus = I_sStep.sFolder.Status(strFolder);
     if ((sStatus.st_mode & S_ISVTX) != 0 || !IsOpen(sStatus, I_uOwner == 0)) return;
-    throw base::FileFailure("others may write ", strFolder,
+    throw base::FileFailure("others may write to ", strFolder,
                             ", and could make the path lead "
-                            "elsewhere: take their right first (chmod)");
+                            "elsewhere: take away their write permission first (chmod)");
 }
 
-// Who could make the path lead to another folder. For one that is walked once: the owners of links
-// alone; for one that is walked again later also those who own a folder on it or may write there.
+// Checks who could make the path lead to another directory. If the path is used once: only the
+// owners of links; if it is used again later, also accounts that own a directory on it or may write
+// there.
 void CheckWay(const std::string &I_strFolder, uid_t I_uOwner, bool I_bAgain)
 {
     base::FindTarget(I_strFolder, [=](const base::STEP &sStep) {
@@ -154,28 +157,28 @@ void TakeAccount(const PLACE &I_sPlace, const base::CDescriptor &I_sFolder)
     const STAT sEtc = I_sPlace.spEtc->Status(I_sPlace.Path("etc"));
     CheckWay(I_sPlace.strFolder, sFolder.st_uid, false);
     if (sStatus.st_uid == 0 && !(IsRootsOnly(sFolder) && IsRootsOnly(sEtc)))
-        throw base::FileFailure(strFile,
-                                " is root's, but others may write its folder: give it to the "
-                                "database's account first (chown)");
+        throw base::FileFailure(
+            strFile, " belongs to root, but others may write to its directory: give it to the "
+                     "database's account first (chown)");
     if (sStatus.st_uid == 0) return;
     if (GroupOf(sStatus.st_uid, sStatus.st_gid) != sStatus.st_gid)
-        throw base::FileFailure(strFile + " has the group " + GroupName(sStatus.st_gid) +
-                                ", which " + strName +
-                                " is not in: give it one of this account's groups first (chgrp)");
+        throw base::FileFailure(
+            strFile + " has the group " + GroupName(sStatus.st_gid) + ", but " + strName +
+            " is not a member: change the file's group to one of this account's first (chgrp)");
     Become(sStatus.st_uid, sStatus.st_gid);
     std::cout << "# As " << strName << ", who owns " << strFile << '\n';
 }
 
-// Of the folder itself, so that nothing is created before the question. Where it cannot be read
-// nobody can change anything.
+// Locks the directory itself, so that nothing is created before the prompt. Without the right to
+// read it, setup cannot change anything either.
 base::CDescriptor Lock(const PLACE &I_sPlace)
 {
     base::CDescriptor sFolder(
         openat(I_sPlace.spEtc->Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (sFolder.Get() == -1) throw base::SystemFailure(I_sPlace.Path("etc"));
     if (flock(sFolder.Get(), LOCK_EX | LOCK_NB) != 0)
-        throw base::FileFailure("another setup is at work in " + I_sPlace.strFolder +
-                                ": wait for its end; nothing was changed");
+        throw base::FileFailure("another setup is running in " + I_sPlace.strFolder +
+                                ": wait until it ends; nothing was changed");
     return sFolder;
 }
 } // namespace
@@ -188,7 +191,7 @@ PLACE Enter(const OPTIONS &I_sOptions)
     if (spFolder != nullptr) sPlace.spEtc = OpenFolder(spFolder->Get(), "etc", sPlace.Path("etc"));
     if (sPlace.spEtc == nullptr)
         throw base::FileFailure(sPlace.Path("etc"),
-                                " is missing: --informixdir names no database's folder");
+                                " is missing; is --informixdir an INFORMIXDIR?");
     sPlace.spLib = OpenFolder(spFolder->Get(), "lib", sPlace.Path("lib"));
     sPlace.strOnconfig = "etc/" + OnconfigName(I_sOptions);
     TakeAccount(sPlace, *spFolder);
@@ -217,15 +220,15 @@ std::string Rotation(const OPTIONS &I_sOptions)
     if (spFolder == nullptr) throw base::FileFailure(strFolder + " does not exist");
     const STAT sStatus = spFolder->Status(strFolder);
     if (sStatus.st_uid == 0 && !IsRootsOnly(sStatus))
-        throw base::FileFailure(strFolder,
-                                " is root's, but others may write it: logrotate would work there "
-                                "with root's rights");
-    CheckWay(strFolder, sStatus.st_uid, true); // logrotate walks it again, as this account
+        throw base::FileFailure(
+            strFolder, " belongs to root, but others may write to it: logrotate would work there "
+                       "with root's rights");
+    CheckWay(strFolder, sStatus.st_uid, true); // logrotate follows it again, as this account
     std::string strText(LOGROTATE_TXT);
     const auto fpFill = [&strText](const std::string &strMark, const std::string &strValue) {
         strText.replace(strText.find(strMark), strMark.size(), strValue);
     };
-    // From the last one to the first: what a value holds is not searched.
+    // From the last to the first: inserted values are not searched.
     fpFill("%GROUP%", GroupName(GroupOf(sStatus.st_uid, sStatus.st_gid)));
     fpFill("%ACCOUNT%", AccountName(sStatus.st_uid));
     fpFill("%FOLDER%", strFolder);

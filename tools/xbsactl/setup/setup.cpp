@@ -12,24 +12,25 @@ namespace setup
 {
 namespace
 {
-// The folder's links are resolved, the file's are not: libxbsa.so.1 stays right after an update.
+// Links of the directory are resolved, those of the file are not: libxbsa.so.1 stays valid after an
+// update.
 std::string AbsolutePath(const std::string &I_strFile)
 {
     const std::filesystem::path sFile = std::filesystem::absolute(I_strFile);
     std::string strPath = std::filesystem::canonical(sFile.parent_path()) / sFile.filename();
     if (base::HasControlCharacter(strPath) || strPath.find_first_of(" #'\"") != std::string::npos)
-        throw base::FileFailure(strPath,
-                                ": an onconfig takes no path with a blank, a quote or \"#\"");
+        throw base::FileFailure(
+            strPath, ": an onconfig cannot contain a path with a blank, a quote or \"#\"");
     return strPath;
 }
 
-// Enters the library as a database has to know it.
+// Enters the library as the database needs it.
 void FindLibrary(const std::string &I_strLibrary, JOURNAL &X_sJournal)
 {
     void *vpLibrary = library::Load(I_strLibrary);
     Dl_info sInfo{};
     if (dladdr(library::Symbol(vpLibrary, "BSAInit"), &sInfo) == 0 || sInfo.dli_fname == nullptr)
-        throw base::FileFailure("the library's path is not known");
+        throw base::FileFailure("the path of the library is unknown");
     X_sJournal.strLibrary = AbsolutePath(sInfo.dli_fname);
     X_sJournal.strRow = library::VersionsRow(vpLibrary);
 }
@@ -37,9 +38,10 @@ void FindLibrary(const std::string &I_strLibrary, JOURNAL &X_sJournal)
 void WarnOfClosedPath(const std::string &I_strLibrary)
 {
     for (const std::string &strPart : library::ClosedParts(I_strLibrary))
-        std::cout << "# " << base::Printable(strPart)
-                  << " is not open to every account: see that the database's account can read the "
-                     "library\n";
+        std::cout
+            << "# " << base::Printable(strPart)
+            << " is not open to every account: make sure that the database's account can read the "
+               "library\n";
 }
 
 // A database dump or an empty file that was given by mistake.
@@ -68,7 +70,7 @@ CHANGE OnconfigChange(const PLACE &I_sPlace, const std::string &I_strLibrary)
         return {I_sPlace.strOnconfig, strBefore, OnconfigWith(strBefore, I_strLibrary)};
     } catch (const base::FAILURE &sFailure)
     {
-        throw base::FileFailure(strPath + ": " + sFailure.what() + ": put it right by hand first");
+        throw base::FileFailure(strPath + ": " + sFailure.what() + ": correct it by hand first");
     }
 }
 
@@ -82,7 +84,7 @@ std::vector<CHANGE> Plan(const PLACE &I_sPlace, const JOURNAL &I_sJournal)
     };
     fpAdd(OnconfigChange(I_sPlace, I_sJournal.strLibrary));
     fpAdd({VERSIONS, strRows, VersionsWith(strRows.value_or(""), I_sJournal.strRow)});
-    // A link that somebody else has changed since is theirs.
+    // A link that somebody else has changed since is left alone.
     const std::string strNow = HashOf(strTarget);
     const auto sOurs = std::ranges::find(I_sJournal.vecRecords, LINK, &RECORD::strFile);
     const bool bForeign = sOurs != I_sJournal.vecRecords.end() && strNow != sOurs->strAfter &&
@@ -114,7 +116,7 @@ void PrintChange(const PLACE &I_sPlace, const CHANGE &I_sChange)
     }
 }
 
-// Anything but a yes is a no, and so is the end of the input.
+// Anything but yes means no, also the end of the input.
 bool IsConfirmed(const OPTIONS &I_sOptions, const char *cpQuestion)
 {
     if (I_sOptions.bYes) return true;
@@ -138,7 +140,7 @@ int UndoAll(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal
     for (const UNDO &sUndo : vecUndo)
         std::cout << I_sPlace.Path(sUndo.strFile) << ": " << sUndo.strText << '\n';
     if (I_sOptions.bDryRun) return base::EXIT_DONE;
-    if (!IsConfirmed(I_sOptions, "Put this back?")) return base::EXIT_FAILED;
+    if (!IsConfirmed(I_sOptions, "Revert these changes?")) return base::EXIT_FAILED;
     Undo(I_sPlace, I_sJournal, vecUndo);
     std::cout << "Done. If /etc/logrotate.d/korva-xbsa was installed, remove it as root.\n";
     return base::EXIT_DONE;
@@ -156,10 +158,10 @@ int Hook(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
     }
     for (const CHANGE &sChange : vecChanges) PrintChange(I_sPlace, sChange);
     if (I_sOptions.bDryRun) return base::EXIT_DONE;
-    if (!IsConfirmed(I_sOptions, "Write this?")) return base::EXIT_FAILED;
+    if (!IsConfirmed(I_sOptions, "Write these changes?")) return base::EXIT_FAILED;
     Apply(I_sPlace, I_sJournal, vecChanges);
     const std::string strFolder = "--informixdir '" + base::Printable(I_sPlace.strFolder) + "'";
-    std::cout << "Done; --undo puts it back. As root, when the logs are to be rotated:\n"
+    std::cout << "Done; --undo reverts it. To rotate the logs, run as root:\n"
               << "  xbsactl setup " << strFolder
               << " --logrotate >/etc/logrotate.d/korva-xbsa\nNext: xbsactl check --informix "
               << strFolder << " --onconfig '" << base::Printable(I_sPlace.strOnconfig.substr(4))
@@ -170,7 +172,7 @@ int Hook(const OPTIONS &I_sOptions, const PLACE &I_sPlace, JOURNAL I_sJournal)
 
 int Run(const OPTIONS &I_sOptions)
 {
-    umask(022); // new files are for the database's accounts to read
+    umask(022); // the database's accounts must be able to read new files
     if (I_sOptions.bLogrotate)
     {
         std::cout << Rotation(I_sOptions);

@@ -1,4 +1,4 @@
-// Hooks the library into a database server, and undoes it.
+// Hooks the library into a database server, and reverts that.
 #ifndef XBSACTL_SETUP_H
 #define XBSACTL_SETUP_H
 
@@ -8,7 +8,7 @@ namespace setup
 {
 struct OPTIONS
 {
-    std::string strInformixDir; // the database's folder
+    std::string strInformixDir; // the database's directory
     std::string strOnconfig;    // name of the configuration file; empty: ONCONFIG, else "onconfig"
     std::string strLibrary;     // empty: the default search
     bool bDryRun = false;

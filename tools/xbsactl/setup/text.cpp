@@ -1,4 +1,4 @@
-// What setup makes of the texts of a database's files, without touching a file.
+// How setup changes the texts of a database's files. Touches no file.
 #include <algorithm>
 #include <cstdlib>
 
@@ -10,9 +10,9 @@ namespace
 {
 constexpr const char *BEGIN = "# Korva XBSA: begin (written by xbsactl setup)";
 constexpr const char *END = "# Korva XBSA: end";
-constexpr const char *PAGES =
+constexpr const char *PAGES = // as earlier versions wrote it: another text would count as edited
     "# Pages of one call: 31 of 2 KB; where the server's pages have 4 KB, write 15";
-constexpr const char *REPLACED = "#xbsa# "; // before a line that ours replace
+constexpr const char *REPLACED = "#xbsa# "; // marks a line that ours replace
 constexpr const char *BUFFER = "BAR_XFER_BUF_SIZE";
 constexpr int MOST_PAGES = 31; // of 2 KB: the most that fits into one call's 65,535 bytes
 
@@ -60,13 +60,13 @@ void CheckBlock(const base::LINES &I_vecLines, const base::LINES &I_vecBlock)
     if (I_vecBlock != Block(strLibrary, GoodBuffer(I_vecBlock)) ||
         std::ranges::count(I_vecLines, BEGIN) > 1)
         throw base::FileFailure("the lines from \"", BEGIN, "\" to \"", END,
-                                "\" in it were edited since");
+                                "\" were edited since");
     for (const char *cpName : {base::LIBRARY_KEY, BUFFER})
         if (!OnlyLine(I_vecBlock, cpName).empty() && OnlyLine(I_vecLines, cpName).empty())
-            throw base::FileFailure(cpName, " was set again outside of the lines of setup");
+            throw base::FileFailure(cpName, " was set again outside the lines of setup");
 }
 
-// Takes our block out of the lines and hands it back; empty for none.
+// Removes our block from the lines and returns it; empty for none.
 base::LINES TakeBlock(base::LINES &X_vecLines)
 {
     const auto sBegin = std::ranges::find(X_vecLines, BEGIN);
@@ -78,7 +78,7 @@ base::LINES TakeBlock(base::LINES &X_vecLines)
     return vecBlock;
 }
 
-// Puts the lines that ours replaced back; those of the library after a mark, to keep ours.
+// Restores the lines that ours replaced; those of the library after a mark, to keep ours.
 void Restore(base::LINES &X_vecLines, const char *cpLibraryMark)
 {
     for (std::string &strLine : X_vecLines)
@@ -102,7 +102,7 @@ std::string OnconfigWith(const std::string &I_strText, const std::string &I_strL
     for (std::string &strLine : vecLines)
         if (base::Sets(strLine, base::LIBRARY_KEY) || (bBuffer && base::Sets(strLine, BUFFER)))
             strLine.insert(0, REPLACED);
-    const std::string strOwn = GoodBuffer(vecOld); // the reader is asked to fit its number
+    const std::string strOwn = GoodBuffer(vecOld); // the comment asks to adapt the number
     const std::string strBuffer = strOwn.empty() ? base::Text(BUFFER, ' ', MOST_PAGES) : strOwn;
     return Join(vecLines) + Join(Block(I_strLibrary, bBuffer ? strBuffer : ""));
 }

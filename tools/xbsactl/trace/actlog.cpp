@@ -14,10 +14,10 @@ namespace
 constexpr size_t LONGEST_MESSAGE = 1000; // with its continuation lines
 constexpr size_t MOST_BYTES = 32U << 20U;
 constexpr size_t OVERHEAD = 120; // bytes that a message takes besides its text
-constexpr int64_t BEFORE = 60;   // seconds around a session in which a message belongs to it still
+constexpr int64_t BEFORE = 60;   // seconds around a session in which a message belongs to it
 constexpr int64_t AFTER = 2;
 
-// As the clock of the log shows it, which has no time zone.
+// As the log's clock shows it, which has no time zone.
 int64_t LogTime(int64_t I_iTime)
 {
     const time_t lTime = I_iTime;
@@ -27,7 +27,7 @@ int64_t LogTime(int64_t I_iTime)
 }
 } // namespace
 
-// Nothing for a line that is not a message of its own.
+// Nothing for a line that does not begin a message.
 std::optional<CActivityLog::MESSAGE> CActivityLog::Parse(std::string_view I_svLine)
 {
     std::istringstream sWords{std::string(I_svLine)};
@@ -60,7 +60,7 @@ CActivityLog::CActivityLog(const std::string &I_strFile)
 
 void CActivityLog::Add(const MESSAGE &I_sMessage)
 {
-    if (I_sMessage.sKey.first == 0) return; // what came before the first one
+    if (I_sMessage.sKey.first == 0) return; // lines before the first message
     deqOldest.push_back(mapMessages.emplace(I_sMessage.sKey, I_sMessage.strText));
     uBytes += OVERHEAD + I_sMessage.strText.size();
     for (; uBytes > MOST_BYTES; uDropped++)

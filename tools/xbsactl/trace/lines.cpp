@@ -11,7 +11,8 @@ constexpr std::string_view MARK = ": Trace: (QAB library) ";
 
 int64_t LastDay(const std::string &I_strFile)
 {
-    if (I_strFile == "-") throw base::USAGE_ERROR("--since needs a day with standard input");
+    if (I_strFile == "-")
+        throw base::USAGE_ERROR("--since needs a date when the log is standard input");
     int64_t iDay = 0;
     CLineReader sReader(I_strFile);
     while (const LOG_LINE *spLine = sReader.Next())
@@ -29,7 +30,7 @@ int64_t Moment(const std::string &I_strText, const std::string &I_strFile)
     for (const char *cpForm : {"%H:%M:%S", "%H:%M"})
         if (const auto iTime = ParseTime(I_strText, cpForm)) return LastDay(I_strFile) + *iTime;
     throw base::USAGE_ERROR("--since: \"" + base::Printable(I_strText) +
-                            "\" is not a moment such as \"2026-11-24 17:00\", \"2026-11-24\" or "
+                            "\" is not a time such as \"2026-11-24 17:00\", \"2026-11-24\" or "
                             "\"17:00\"");
 }
 

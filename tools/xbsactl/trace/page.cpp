@@ -16,7 +16,7 @@ namespace
 constexpr size_t MOST_SESSIONS = 200;
 constexpr size_t PAGE_BYTES = 16U << 20U;
 
-// Text as a page can hold it, in elements and in attributes.
+// Text escaped for elements and attributes of a page.
 std::string Escape(const std::string &I_strText)
 {
     std::string strEscaped;
@@ -35,7 +35,7 @@ constexpr double LANE_WIDTH = 1000; // units of the picture
 constexpr int LANE_HEIGHT = 24;
 constexpr double THINNEST = 3;
 
-// Deals out places within each second to all that begins or ends in it.
+// Assigns places within each second to everything that begins or ends in it.
 auto Spread(const std::vector<STEP> &I_vecSteps)
 {
     std::map<int64_t, std::pair<double, double>> mapEvents; // of a second: all, and those placed
@@ -59,7 +59,7 @@ std::string Title(const STEP &I_sStep)
     return Escape(strDuration.empty() ? strTitle : strTitle + ", " + strDuration);
 }
 
-// Data and failures stand out.
+// Data and failures are drawn larger.
 int Height(const BAR &I_sBar)
 {
     if (I_sBar.bFailed || I_sBar.strClass == "data") return 18;
@@ -79,8 +79,8 @@ std::string Rectangle(const BAR &I_sBar, double I_dFrom, double I_dScale)
     return szText.data() + I_sBar.strTitle + "</title></rect>";
 }
 
-// One bar for what cannot or need not be told apart. Else the log's clock has whole seconds: what
-// begins or ends within one second is spread over it in its order, so that the order can be seen.
+// One bar for steps that cannot or need not be distinguished. Otherwise the log records whole
+// seconds: steps within one second are spread over it, so that their order can be seen.
 std::vector<BAR> Bars(const SHOWN &I_sShown)
 {
     const SESSION &sSession = I_sShown.sSession;
@@ -136,8 +136,8 @@ std::string JoinedLane(const std::vector<BAR> &I_vecBars, int64_t I_iFrom, int64
     return Lane(vecJoined, I_iFrom, I_iTo, I_strTitle);
 }
 
-// The tables of all sessions have columns of the same width: those of the first row count, which
-// may be a heading. On a narrow screen a step's text goes below its time.
+// The tables of all sessions have columns of the same width: those of the first row count,
+// and that row may be a heading. On a narrow screen a step's text goes below its time.
 constexpr const char *TABLE = "<table><colgroup><col/><col/><col/><col/></colgroup><tbody>\n";
 
 std::string Axis(int64_t I_iFirst, int64_t I_iLast)
@@ -229,9 +229,9 @@ void CPage::Finish(const std::string &I_strSummary)
     Write("</style></head><body>\n<h1>Sessions of a trace log</h1>\n<p>" + Escape(I_strSummary) +
           "</p>\n");
     if (uLeftOut > 0)
-        Write("<p><strong>The picture has room for the newest " +
+        Write("<p><strong>The picture shows only the newest " +
               Count(deqEntries.size(), "session") + "; " + std::to_string(uLeftOut) +
-              " before them are left out.</strong> Choose with --since or --handle.</p>\n");
+              " earlier ones are omitted.</strong> Select with --since or --handle.</p>\n");
     WriteOverview();
     for (const ENTRY &sEntry : deqEntries) Write(sEntry.strSection);
     Write("</body></html>\n");

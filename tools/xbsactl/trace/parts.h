@@ -1,4 +1,4 @@
-// What the files of this room share, apart from the model of a session.
+// What the files of this room share, except the model of a session.
 #ifndef XBSACTL_TRACE_PARTS_H
 #define XBSACTL_TRACE_PARTS_H
 
@@ -19,12 +19,12 @@
 namespace trace
 {
 // ---- text.cpp
-// Texts of a log made fit to be shown, and numbers as people read them.
+// Texts of a log made safe to show, and readable numbers.
 // Valid UTF-8 of bounded length without control characters, and with nothing of what follows PASS:
 // safe on a terminal and in a page.
 std::string Clean(std::string_view I_svText);
 
-// The clock of a log has whole seconds: what took none of them took "<1 s".
+// The log records whole seconds: a step within one second took "<1 s".
 std::string Duration(int64_t I_iSeconds);
 
 // Bytes per second, or the bound that whole seconds allow: a difference of 1 may be nearly 2.
@@ -70,38 +70,38 @@ class CLineReader
     std::string strStamp; // of the last line
 };
 
-// The moment that the user gave ("2026-11-24 17", "17:00"), before all others when it is empty; a
-// time of day alone is one of the file's last day. Throws USAGE_ERROR, and FAILURE when the file cannot be read.
+// The time that the user gave ("2026-11-24 17", "17:00"), or the earliest possible one when it is
+// empty; a time of day alone means the file's last day. Throws USAGE_ERROR, and FAILURE when the
+// file cannot be read.
 int64_t Moment(const std::string &I_strText, const std::string &I_strFile);
 
 // ---- take.cpp
-// What the lines mean that the library writes.
+// What the library's lines mean.
 struct FUNCTION;
 
 // The function of the library that wrote the line; null when the line belongs to no session.
 const FUNCTION *Writer(const LOG_LINE &I_sLine);
 
-// Takes a line into the session. strSign of its progress is set when the line cannot come there.
+// Adds a line to the session. Sets strSign of its progress when the line cannot appear there.
 void Take(SESSION &X_sSession, const LOG_LINE &I_sLine, const FUNCTION &I_sWriter);
 
-// ---- sessions.cpp
-// Tells the sessions of a log apart. A line names no process, so a session is a run of lines whose
-// handles and order of calls fit one process. Where they do not fit, the lines of several processes
-// are mixed: the session, and each whose handle comes up in it, become one block that claims
-// nothing about any of them.
+// ---- sessions.cpp Separates the sessions of a log. A line does not name its process, so a session
+// is a run of lines whose handles and order of calls fit one process. If they do not fit, the lines
+// of several processes are mixed: the session, and each session whose handle appears in it, become
+// one block that makes no claim about any of them.
 class CSessions
 {
   public:
     using SINK = std::function<void(const SESSION &)>;
 
-    // The sink gets each session once it is known whole, in the order of their beginnings.
+    // The sink gets each session when it is complete, in the order of their beginnings.
     explicit CSessions(SINK I_fpSink) : fpSink(std::move(I_fpSink))
     {
     }
 
     void Take(const LOG_LINE &I_sLine);
 
-    // Hands out what has ended, and the oldest when more than that many go on.
+    // Passes on sessions that have ended, and the oldest when more than that many are open.
     void Finish(size_t I_uKeep = 0);
 
   private:
@@ -139,7 +139,7 @@ class CActivityLog
         return mapMessages.size();
     }
 
-    uint64_t uDropped = 0; // the oldest, of a log that does not fit into memory
+    uint64_t uDropped = 0; // the oldest messages of a log that does not fit into memory
 
   private:
     using KEY = std::pair<long, int64_t>; // process and time
@@ -186,11 +186,11 @@ struct BAR
     bool bFailed = false;
     double dStart = 0; // seconds
     double dEnd = 0;
-    std::string strTitle; // for the pointer that rests on it, fit for a page
+    std::string strTitle; // shown for the pointer, safe in a page
     uint64_t uSteps = 1;
 };
 
-// The sessions as one page that needs nothing else: no script, no font, no network.
+// The sessions as one self-contained page: no script, no font, no network.
 class CPage
 {
   public:
@@ -198,7 +198,7 @@ class CPage
     {
     }
 
-    void Add(const SHOWN &I_sShown);              // keeps the newest, as many as have room
+    void Add(const SHOWN &I_sShown);              // keeps as many of the newest as fit
     void Finish(const std::string &I_strSummary); // the file is there afterwards
 
   private:

@@ -44,7 +44,7 @@ std::vector<STEP> CSteps::All() const
     const auto spOut = vecAll.erase(vecAll.begin() + STEPS_KEPT, vecAll.end() - STEPS_KEPT);
     const uint64_t uOut = uLeftOut + vecSteps.size() - 2 * STEPS_KEPT;
     vecAll.insert(spOut, {KIND::OBJECT, std::prev(spOut)->iEnd,
-                          "(" + std::to_string(uOut) + " steps are left out here)"});
+                          "(" + std::to_string(uOut) + " steps are omitted here)"});
     return vecAll;
 }
 
@@ -102,7 +102,7 @@ std::string SESSION::OutcomeText() const
 {
     constexpr std::array<const char *, 5> TEXTS = {"done", "failed", "unfinished", "mixed",
                                                    "replies only"};
-    if (sError && Outcome() == OUTCOME::DONE) return "done, with an error on the way";
+    if (sError && Outcome() == OUTCOME::DONE) return "done, after an error";
     if (sError && Outcome() == OUTCOME::REPLIES) return "refused";
     return TEXTS[static_cast<size_t>(Outcome())];
 }
@@ -124,11 +124,12 @@ std::string SESSION::Title() const
 std::string SESSION::Note() const
 {
     if (eOrigin == ORIGIN::REPLIES)
-        return "a trace of level 1 has only the server's replies: neither handle nor object";
+        return "a trace of level 1 contains only the server's replies: no handles, no objects";
     std::string strNote = eOrigin == ORIGIN::INIT ? "" : "its beginning is not in this log";
     if (eState == STATE::TERMINATED || IsMixed()) return strNote;
     if (!strNote.empty()) strNote += "; ";
-    if (eState == STATE::REPLACED) return strNote + "the process began anew without BSATerminate";
+    if (eState == STATE::REPLACED)
+        return strNote + "the process started a new session without BSATerminate";
     return strNote + "it has no BSATerminate: the process ended or was stopped before, still runs, "
                      "or its last lines are not in this log";
 }

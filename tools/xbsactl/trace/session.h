@@ -43,7 +43,7 @@ struct STEP
     }
 };
 
-// The first steps and the last ones; those between are counted.
+// The first and the last steps; those in between are counted.
 class CSteps
 {
   public:
@@ -54,7 +54,7 @@ class CSteps
         return vecSteps.empty() ? nullptr : &vecSteps.back();
     }
 
-    // "backup of a, restore of b": the headings, as many as fit.
+    // "backup of a, restore of b": as many headings as fit.
     std::string Names() const;
 
     // The copy of this job's backup is certain now.
@@ -63,14 +63,14 @@ class CSteps
     uint64_t uObjects = 0;
 
   private:
-    std::vector<STEP> vecSteps; // once there are many, some of the middle are left out
+    std::vector<STEP> vecSteps; // if there are many, some in the middle are omitted
     uint64_t uLeftOut = 0;
 };
 
 struct PLACE
 {
     uint64_t uLine = 0; // from 1
-    int64_t iTime = 0;  // seconds of the log's clock, counted as if it were UTC
+    int64_t iTime = 0;  // seconds of the log's clock, read as UTC
 };
 
 struct LOGGED_ERROR
@@ -111,18 +111,18 @@ enum CALL : unsigned
     IN_UNKNOWN = 1U << 10U // the log began in the middle
 };
 
-// Where its process stands after the last line.
+// The state of its process after the last line.
 struct PROGRESS
 {
     unsigned uCall = IN_UNKNOWN;
-    std::optional<STEP> sPending;       // goes on
+    std::optional<STEP> sPending;       // still open
     bool bTransfer = false;             // the server has accepted STOR or RETR
     std::optional<uint64_t> uTotal;     // bytes that the process counted
     std::optional<std::string> strName; // of the object, until its path is known
     long lHandle = 0;                   // that the last line names; 0: none
-    long lForeign = 0;                  // the same of the line before: a mistake of the caller's?
+    long lForeign = 0;                  // the same of the line before: perhaps the caller's mistake
     bool bRejected = false;             // BSAInit came too early, and is not a new session
-    std::string strSign;                // a line that no single process can have written here
+    std::string strSign;                // set for a line that one process cannot have written here
 };
 
 // What is known of the processes when several are mixed.
@@ -167,9 +167,9 @@ struct SESSION
     }
     void AddHandle(long I_lHandle);
     void AddStep(const STEP &I_sStep); // of a mixed one the objects alone
-    std::vector<STEP> Steps() const;   // those too that go on
+    std::vector<STEP> Steps() const;   // including open ones
 
-    // As it is shown: "done", "failed", "unfinished", ...; who; and what else must be known.
+    // As shown: "done", "failed", "unfinished", ...; the processes; and remarks.
     OUTCOME Outcome() const;
     std::string OutcomeText() const;
     std::string Title() const;

@@ -7,9 +7,9 @@ namespace trace
 {
 namespace
 {
-constexpr size_t OPEN_SESSIONS = 16; // that may go on at a time, or wait for such a one
+constexpr size_t OPEN_SESSIONS = 16; // at a time that may continue, or wait for one that does
 
-// A copy that an answer named may be another process's; the close of the job names it again.
+// A copy that an answer named may belong to another process; the close of the job names it again.
 void AddObjects(SESSION &X_sInto, const std::vector<STEP> &I_vecSteps)
 {
     for (STEP sStep : I_vecSteps)
@@ -29,7 +29,7 @@ void Absorb(SESSION &X_sInto, const SESSION &I_sFrom)
     if (!X_sInto.sError) X_sInto.sError = I_sFrom.sError;
 }
 
-// Only what still is true of lines of several processes.
+// Keeps only what is true for lines of several processes.
 void BecomeMixed(SESSION &X_sSession, const std::string &I_strSign)
 {
     if (X_sSession.IsMixed()) return;
@@ -57,7 +57,7 @@ void CSessions::Choose(const LOG_LINE &I_sLine)
     if (!bReply && spCurrent->eOrigin == ORIGIN::REPLIES) spCurrent->eOrigin = ORIGIN::MIDDLE;
 }
 
-// Another one than the current.
+// A session other than the current one.
 template <typename TEST> SESSION *CSessions::FindOther(TEST I_fpTest)
 {
     for (SESSION &sSession : lstSessions)
@@ -65,7 +65,7 @@ template <typename TEST> SESSION *CSessions::FindOther(TEST I_fpTest)
     return nullptr;
 }
 
-// The current one and another become one block, and go on as such.
+// Merges the current session and another one into one block, which continues.
 void CSessions::Merge(SESSION *X_spOther, const std::string &I_strSign)
 {
     const std::string strSign = spCurrent->IsMixed() ? spCurrent->sMixture.strSign : I_strSign;
@@ -76,9 +76,9 @@ void CSessions::Merge(SESSION *X_spOther, const std::string &I_strSign)
     lstSessions.remove_if([&](const SESSION &sSession) { return &sSession == X_spOther; });
 }
 
-// A session gets its handle. When an interrupted one had it, that one has ended in another BSAInit,
-// or it goes on here: then what interrupted it was another process. When one had it that was
-// terminated, the BSATerminate was another process's.
+// A session gets its handle. If an interrupted session had it, that session ended with another
+// BSAInit, or it continues here and another process interrupted it. If a terminated session had it,
+// the BSATerminate came from another process.
 void CSessions::Adopt(long I_lHandle, const LOG_LINE &I_sLine)
 {
     const bool bInit = I_sLine.svText.starts_with("BSAInit");
@@ -91,11 +91,11 @@ void CSessions::Adopt(long I_lHandle, const LOG_LINE &I_sLine)
     if (bInit && !spEarlier->IsMixed()) spEarlier->eState = STATE::REPLACED;
     else
         Merge(spEarlier,
-              base::Text("handle ", I_lHandle, " comes back at line ", I_sLine.sPlace.uLine));
+              base::Text("handle ", I_lHandle, " appears again in line ", I_sLine.sPlace.uLine));
 }
 
-// A handle that others than the current one may have had, or one that was interrupted in its
-// BSAInit, before it had a handle.
+// A handle of another session than the current one, or of one that was interrupted in its BSAInit,
+// before it had a handle.
 void CSessions::AddForeign(long I_lHandle, const std::string &I_strSign)
 {
     SESSION *spOwner = FindOther([&](const SESSION &sSession) {
@@ -120,7 +120,7 @@ void CSessions::TakeHandle(const LOG_LINE &I_sLine)
     else if (!spCurrent->setHandles.contains(lHandle)) spCurrent->sProgress.lForeign = lHandle;
 }
 
-// A caller that names a wrong handle learns so in the next line.
+// When a caller passes a wrong handle, the next line says so.
 void CSessions::JudgeForeignHandle(const LOG_LINE &I_sLine)
 {
     if (spCurrent == nullptr) return;
@@ -128,11 +128,11 @@ void CSessions::JudgeForeignHandle(const LOG_LINE &I_sLine)
     if (lHandle == 0 || I_sLine.svText.find("Invalid Handle") != std::string_view::npos ||
         I_sLine.svText.find("Return: 6 ") != std::string_view::npos)
         return;
-    AddForeign(lHandle, base::Text("handle ", lHandle, " comes in between before line ",
+    AddForeign(lHandle, base::Text("handle ", lHandle, " appears in between, before line ",
                                    I_sLine.sPlace.uLine));
 }
 
-// It ends when all of its processes have, those too that only a handle shows.
+// It ends when all its processes have ended, including those of which only a handle is known.
 void CSessions::TakeMixed(const LOG_LINE &I_sLine)
 {
     spCurrent->sProgress = PROGRESS();
@@ -143,7 +143,7 @@ void CSessions::TakeMixed(const LOG_LINE &I_sLine)
     if (++sMixture.uTerminated >= sMixture.uProcesses) End(STATE::OVER);
 }
 
-// The BSAInit of a process that has a session already is refused, and that session goes on.
+// The library refuses BSAInit in a process that already has a session, and that session continues.
 void CSessions::FoldRejected()
 {
     const SESSION sRejected = std::move(lstSessions.back());
@@ -154,7 +154,7 @@ void CSessions::FoldRejected()
     if (!spCurrent->sError) spCurrent->sError = sRejected.sError;
 }
 
-// The last line may be cut anywhere: what fits is taken, and nothing is concluded from the rest.
+// The last line may be cut anywhere: it is used if it fits, and proves nothing if not.
 void CSessions::TakeCut(const LOG_LINE &I_sLine, const FUNCTION &I_sWriter)
 {
     SESSION sNext = *spCurrent;
@@ -163,7 +163,7 @@ void CSessions::TakeCut(const LOG_LINE &I_sLine, const FUNCTION &I_sWriter)
     spCurrent->sLast = I_sLine.sPlace;
 }
 
-// What a line that was taken means for the sessions as such.
+// What the line means for the sessions as such.
 void CSessions::Judge(const LOG_LINE &I_sLine)
 {
     const PROGRESS &sProgress = spCurrent->sProgress;

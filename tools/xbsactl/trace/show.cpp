@@ -9,8 +9,8 @@ namespace trace
 {
 namespace
 {
-constexpr const char *MIXED = "; who wrote which line and how long a step took is unknown: give "
-                              "each process a log of its own (XBSA_LOGFILE)";
+constexpr const char *MIXED = "; it is unknown which process wrote which line and how long "
+                              "a step took: give each process its own log (XBSA_LOGFILE)";
 
 bool SameDay(const SESSION &I_sSession)
 {

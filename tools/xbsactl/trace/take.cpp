@@ -8,16 +8,16 @@ namespace trace
 struct FUNCTION
 {
     std::string_view svName;
-    unsigned uWithin; // the calls in which its lines can come
+    unsigned uWithin; // the calls in which its lines can appear
     unsigned uCall;   // the call that its line "Start" begins; 0 for none
 };
 
 namespace
 {
-constexpr uint64_t NO_MATCH = 17; // codes that are answers, not failures
+constexpr uint64_t NO_MATCH = 17; // codes that are results, not failures
 constexpr uint64_t NO_MORE_DATA = 18;
 
-// The number at the start of the text, 0 when there is none; the text goes on after it.
+// The number at the start of the text, 0 when there is none; the text continues after it.
 uint64_t TakeNumber(std::string_view &X_svText)
 {
     uint64_t uNumber = 0;
@@ -33,7 +33,7 @@ struct TAKE
     SESSION &sSession;
     PROGRESS &sProgress;
     const LOG_LINE &sLine;
-    std::string_view svRest; // what follows the words that the line was known by
+    std::string_view svRest; // what follows the words that identified the line
 
     std::string Rest() const
     {
@@ -52,7 +52,7 @@ struct TAKE
         return sProgress.sPending && sProgress.sPending->eKind == KIND::DATA;
     }
 
-    // A step begins; one that goes on still is kept as not ended.
+    // Begins a step; a step that is still open is kept as not ended.
     void Begin(KIND I_eKind, const std::string &I_strText) const
     {
         if (sProgress.sPending) sSession.AddStep(*sProgress.sPending);
@@ -70,7 +70,7 @@ struct TAKE
         sSession.AddStep(sStep);
     }
 
-    // A heading; a backup has its job until it is certain which copy it is.
+    // A heading; a backup keeps its job until its copy is certain.
     void AddObject(const std::string &I_strText, const std::string &I_strCopy = "",
                    const std::string &I_strJob = "") const
     {
@@ -81,7 +81,7 @@ struct TAKE
                           .strJob = I_strJob});
     }
 
-    // What a call found, or how it failed.
+    // What a call found, or its failure.
     void AddCall(const std::string &I_strText, bool I_bFailed) const
     {
         STEP sStep{KIND::CALL, sLine.sPlace.iTime, I_strText};
@@ -108,11 +108,11 @@ struct TAKE
             sSession.sError = {sLine.sPlace, Clean(sLine.svText), I_bWeak};
     }
 
-    void SetSign() const // the line cannot come here
+    void SetSign() const // the line cannot appear here
     {
         const size_t uEnd = sLine.svText.find_first_of(":( ");
         sProgress.strSign = "line " + std::to_string(sLine.sPlace.uLine) + ", of " +
-                            std::string(sLine.svText.substr(0, uEnd)) + ", cannot come here";
+                            std::string(sLine.svText.substr(0, uEnd)) + ", cannot appear here";
     }
 };
 
@@ -121,12 +121,12 @@ void EndCall(const TAKE &I_sTake)
     if (I_sTake.InData())
     {
         I_sTake.End("");
-        I_sTake.AddCall("the object was given up: no BSAEndData", true);
+        I_sTake.AddCall("the object was abandoned: no BSAEndData", true);
     }
     I_sTake.sProgress.uCall = IN_NONE;
 }
 
-// The code comes one line before the end of these calls.
+// These calls trace the code one line before their end.
 void TakeEarlyReturn(const TAKE &I_sTake)
 {
     const unsigned uCall = I_sTake.sProgress.uCall;
@@ -141,7 +141,7 @@ void TakeName(const TAKE &I_sTake)
     I_sTake.sProgress.strName = I_sTake.Rest();
 }
 
-// A process writes name and path one after the other: only then they are one object's.
+// A process writes name and path in sequence: only then they belong to one object.
 void TakePath(const TAKE &I_sTake, const char *cpWhat)
 {
     std::optional<std::string> &strName = I_sTake.sProgress.strName;
@@ -183,7 +183,7 @@ void TakeTransferReply(const TAKE &I_sTake)
     if (I_sTake.RestIs("1")) I_sTake.Begin(KIND::CONTROL, "the server's data connection");
 }
 
-// At level 1 each reply stands alone.
+// At level 1 there are only replies.
 void TakeLoginReply(const TAKE &I_sTake)
 {
     if (I_sTake.IsRefusal()) I_sTake.NoteError(true);
@@ -200,7 +200,7 @@ void TakeOpened(const TAKE &I_sTake, const char *cpVerb)
     if (bOpen) I_sTake.Begin(KIND::DATA, cpVerb);
 }
 
-// "65535, total: 131070": the process counts, and another process's line breaks the sum.
+// "65535, total: 131070": a line of another process breaks the running total.
 void TakeBlock(const TAKE &I_sTake, const char *cpVerb)
 {
     constexpr std::string_view TOTAL = ", total: ";
@@ -212,7 +212,7 @@ void TakeBlock(const TAKE &I_sTake, const char *cpVerb)
     const uint64_t uTotal = TakeNumber(svRest);
     if (sProgress.uTotal && uTotal != *sProgress.uTotal + uBytes)
         sProgress.strSign = "the total of line " + std::to_string(I_sTake.sLine.sPlace.uLine) +
-                            " does not follow from the one before";
+                            " does not match the total before it";
     sProgress.uTotal = uTotal;
     I_sTake.sSession.uBytes += uBytes;
     if (!I_sTake.InData() && (sProgress.uCall & IN_UNKNOWN) == 0) return;
@@ -227,7 +227,7 @@ void TakeDataEnd(const TAKE &I_sTake)
     I_sTake.Begin(KIND::CONTROL, I_sTake.sProgress.bTransfer ? "end of data" : "QUIT");
 }
 
-// The reply to the data comes first, that to QUIT second.
+// The reply to the data comes first, the reply to QUIT second.
 void TakeClosingReply(const TAKE &I_sTake)
 {
     const bool bData = std::exchange(I_sTake.sProgress.bTransfer, false);
@@ -261,9 +261,9 @@ std::string_view After(std::string_view I_svLine, size_t I_uOption)
     return I_svLine.substr(std::min(uPlace, I_svLine.size()));
 }
 
-// The command line of the COM utility: "... -b 'openjob:JOB' ... -s SAVESET ... -- OBJECT]". What
-// the client asks for is a restore's copy; that of a backup is the server's to name. A job that
-// ends well says for certain which copy it made, whoever else writes to the log.
+// The command line of the COM utility: "... -b 'openjob:JOB' ... -s SAVESET ... -- OBJECT]". For a
+// restore the client names the copy; for a backup the server does. A job that ends well shows for
+// certain which copy it made, even if other processes write to the log.
 void TakeCommand(const TAKE &I_sTake)
 {
     std::string_view svLine = I_sTake.svRest;
@@ -332,7 +332,7 @@ constexpr unsigned OPENING = IN_CREATE | IN_GET;
 constexpr unsigned TALKING = OPENING | IN_END_DATA;
 constexpr unsigned RUNNING = TALKING | IN_QUERY;
 
-// Those with most lines first.
+// The most frequent first.
 constexpr FUNCTION FUNCTIONS[] = {
     {"BSASendData", IN_NONE, 0},
     {"BSAGetData", IN_NONE, 0},
@@ -419,15 +419,15 @@ constexpr RULE RULES[] = {
     {"", "Object name: ", TakeName},
 };
 
-// A line that no rule knows is an error when it holds one of these: the library's error texts are
-// composed of a function's name, the system's words and its own.
+// A line without a rule is an error when it contains one of these: the library's error texts
+// consist of a function's name, the system's text and its own.
 constexpr std::string_view ERROR_WORDS[] = {
     "ailed",    "Fail to",    "xiting",    "NEGATIVE",   "refused",  " too long",
     " to long", "Unable",     "could not", "received.",  "Invalid",  "NULL",
     "is empty", "Unexpected", "to small",  "No account", "too small"};
 
-// No error text begins like these, but lines that quote a caller's text, and many others; nor does
-// an object fail that could not be limited or written to the journal.
+// Error texts do not begin like these; lines that quote a caller's text do. An object that could
+// not be limited or written to the journal has not failed.
 constexpr std::string_view PLAIN_STARTS[] = {
     "Start",        "End",         "Calling ",           "sigprocmask()",  "Pipe handle",
     "Dumping COM",  "Parsing COM", "COM interface step", "<<<<<",          ">>>>>",
@@ -435,13 +435,13 @@ constexpr std::string_view PLAIN_STARTS[] = {
     "COM utility",  "Searching ",  "INI line found",     "Invalid sKorva", "KORVA_RATE_LIMIT",
     "KORVA_JOURNAL"};
 
-// A value that was cut is reported, and the session goes on: what fails afterwards says more.
+// The session continues after a value was cut: a later failure says more.
 constexpr std::string_view WEAK_WORDS[] = {"cut", "xiting", "Unexpected"};
 
 constexpr std::string_view HANDLES[] = {
     "BSA Handle (process ID) = ", "Start, Input: bsaHandle = ", "Start - bsaHandle = "};
 
-// A call begins only after the one before has ended; what belongs to a call comes within it.
+// A call begins only after the end of the one before; its lines appear between start and end.
 void CheckOrder(const TAKE &I_sTake, const FUNCTION &I_sFunction)
 {
     const bool bStart = I_sFunction.uCall != 0 && I_sTake.RestIs("Start");

@@ -12,8 +12,8 @@ namespace
 {
 constexpr size_t LONGEST_TEXT = 300;
 
-// Hides the rest of the text after "PASS " and the value after "pass=". The library hides
-// passwords itself, but for that of the user "sms"; a server may say one back.
+// Hides the rest of the text after "PASS " and the value after "pass=". The library itself hides
+// passwords, except that of the user "sms"; a server may repeat one.
 std::string WithoutPassword(const std::string &I_strText)
 {
     const char *cpText = I_strText.c_str();
@@ -34,7 +34,7 @@ std::string Clean(std::string_view I_svText)
     if (strText.size() > LONGEST_TEXT)
     {
         size_t uEnd = LONGEST_TEXT;
-        while ((strText[uEnd] & 0xC0) == 0x80) uEnd--; // no part of a character
+        while ((strText[uEnd] & 0xC0) == 0x80) uEnd--; // not inside a character
         strText.replace(uEnd, std::string::npos, "...");
     }
     return WithoutPassword(strText);

@@ -12,7 +12,7 @@ namespace
 {
 constexpr int SCHEMA = 1; // of the JSON text
 
-// How the summary and its JSON name what is counted.
+// How the summary and its JSON name the counts.
 struct COUNT
 {
     const char *cpKey;
@@ -37,19 +37,19 @@ constexpr COUNTS NO_COUNTS = {
      {"unfinished", ", ", " unfinished"},
      {"mixed", ", ", " of mixed processes"},
      {"replies_only", ", ", " with replies only"},
-     {"left_out", ", ", " more left out by --since or --handle"},
-     {"foreign_lines", "; lines that are not the library's, or go on from the one before: ", ""},
-     {"unused_messages", "; messages of the database that belong to no session shown: ", ""},
-     {"dropped_messages", "; oldest messages of the database that were passed over: ", ""}}};
+     {"left_out", ", ", " more excluded by --since or --handle"},
+     {"foreign_lines", "; other lines, or continued from the line before: ", ""},
+     {"unused_messages", "; database messages outside the sessions shown: ", ""},
+     {"dropped_messages", "; oldest database messages skipped: ", ""}}};
 
-// The page takes the place of what has its name.
+// The page replaces a file of its name.
 void CheckPage(const OPTIONS &I_sOptions)
 {
-    std::error_code sError; // what does not exist is not the same
+    std::error_code sError; // a missing file is not the same
     for (const std::string &strInput : {I_sOptions.strFile, I_sOptions.strActLog})
         if (std::filesystem::is_regular_file(strInput, sError) &&
             std::filesystem::equivalent(strInput, I_sOptions.strHtml, sError))
-            throw base::USAGE_ERROR("--html would overwrite the log that is read");
+            throw base::USAGE_ERROR("--html would overwrite the input log");
 }
 
 std::string Summary(const COUNTS &I_sCounts, uint64_t I_uShown)
@@ -69,7 +69,7 @@ std::string SummaryJson(const COUNTS &I_sCounts, uint64_t I_uShown)
     return strJson + "}";
 }
 
-// Returns how many lines are not the library's.
+// Returns how many lines the library did not write.
 uint64_t ReadLog(CLineReader &X_sReader, CSessions &X_sSessions, const std::string &I_strFile)
 {
     uint64_t uLines = 0;
@@ -82,9 +82,9 @@ uint64_t ReadLog(CLineReader &X_sReader, CSessions &X_sSessions, const std::stri
     X_sSessions.Finish();
     if (uLines > 0 && uLines == uForeign)
         throw base::FileFailure(base::Quoted(I_strFile),
-                                " is not a trace log: no line of it is the library's");
+                                " is not a trace log: it contains no line of the library");
     if (uLines == 0)
-        fputs("xbsactl: warning: the log is empty: its disk was full when it was written, or "
+        fputs("xbsactl: warning: the log is empty: the disk was full when it was written, or "
               "XBSA_TRACE was 0\n",
               stderr);
     return uForeign;

@@ -28,8 +28,8 @@ struct SPAN
     int64_t iLast = 0;
 };
 
-// What the database's activity log says of each, by the rules that put the log beside a trace. A
-// message goes to one of them. Throws FAILURE.
+// The messages of the database's activity log for each, by the same rules as for a trace. A message
+// belongs to one of them only. Throws FAILURE.
 std::vector<std::vector<std::string>> MessagesOf(const std::string &I_strActLog,
                                                  const std::vector<SPAN> &I_vecSpans);
 } // namespace trace

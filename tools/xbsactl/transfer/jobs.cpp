@@ -13,7 +13,7 @@ namespace transfer
 {
 namespace
 {
-constexpr size_t LONGEST_ERROR = 500; // bytes: a verdict is written at once, whoever else writes
+constexpr size_t LONGEST_ERROR = 500; // bytes: concurrent writers must not mix their verdicts
 
 // The place of the next object, for all processes.
 class CNext
@@ -23,7 +23,7 @@ class CNext
         : vpShared(mmap(nullptr, sizeof(std::atomic<size_t>), PROT_READ | PROT_WRITE,
                         MAP_SHARED | MAP_ANONYMOUS, -1, 0))
     {
-        if (vpShared == MAP_FAILED) throw base::SystemFailure("shared memory");
+        if (vpShared == MAP_FAILED) throw base::SystemFailure("allocating shared memory");
         spNext = new (vpShared) std::atomic<size_t>(0);
     }
     CNext(const CNext &) = delete;
@@ -43,8 +43,8 @@ class CNext
     std::atomic<size_t> *spNext;
 };
 
-// One session with a transaction for each object: the library begins afresh with each, also after
-// one that failed.
+// One session with a transaction for each object: the library starts anew with each, also after
+// a failed one.
 void Work(const base::CONNECTION &I_sConnection, CNext &X_sNext, size_t I_uObjects,
           const WORK &I_fpWork, const TAKE &I_fpTake)
 {
@@ -58,7 +58,7 @@ void Work(const base::CONNECTION &I_sConnection, CNext &X_sNext, size_t I_uObjec
     sSession.Close();
 }
 
-// Verdicts are lines of the pipe, and so is why the process ends before its time.
+// Verdicts are lines in the pipe; so is the reason why the process ends early.
 [[noreturn]] void RunChild(const std::function<void(const TAKE &I_fpSay)> &I_fpRun, int I_iPipe)
 {
     const TAKE fpSay = [I_iPipe](size_t uObject, base::JSON sVerdict) {
@@ -80,7 +80,7 @@ void Work(const base::CONNECTION &I_sConnection, CNext &X_sNext, size_t I_uObjec
     _exit(base::EXIT_DONE);
 }
 
-// Returns why a process ended before its time.
+// Returns why a process ended early.
 std::string TakeVerdicts(base::CDescriptor I_sPipe, std::vector<bool> &X_vecTaken,
                          const TAKE &I_fpTake)
 {
@@ -112,7 +112,7 @@ void RunJobs(const base::CONNECTION &I_sConnection, unsigned I_uJobs, size_t I_u
     if (I_uJobs == 1) return Work(I_sConnection, sNext, I_uObjects, I_fpWork, I_fpTake);
     library::Load(I_sConnection.strLibrary); // one that cannot be loaded fails here
     std::array<int, 2> aiPipe{};
-    if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw base::SystemFailure("a pipe");
+    if (pipe2(aiPipe.data(), O_CLOEXEC) == -1) throw base::SystemFailure("creating a pipe");
     base::CDescriptor sRead(aiPipe[0]);
     base::CDescriptor sWrite(aiPipe[1]);
     for (size_t uJob = 0; uJob < std::min<size_t>(I_uJobs, I_uObjects); uJob++)

@@ -30,8 +30,8 @@ bool IsWanted(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions,
            (uCopyId == 0 || I_sEntry.uCopyId == uCopyId);
 }
 
-// Each object is in one of T shares by its name, and each night has the next N of them: all have
-// had their turn after T / N nights, rounded up.
+// Each object's name puts it into one of T shares, and each day takes the next N of them: after T /
+// N days, rounded up, every share has had its turn.
 class CSample
 {
   public:
@@ -70,7 +70,7 @@ MANIFEST_ENTRY Entry(const report::ENTRY &I_sEntry)
 }
 } // namespace
 
-// A server in plain mode has the newest copy alone.
+// In plain mode the server has only the newest copy.
 std::vector<MANIFEST_ENTRY> JournalEntries(const base::CONNECTION &I_sConnection,
                                            const OPTIONS &I_sOptions)
 {
@@ -85,7 +85,8 @@ std::vector<MANIFEST_ENTRY> JournalEntries(const base::CONNECTION &I_sConnection
         if (sLast.iTime <= sEntry.iTime) sLast = std::move(sEntry);
     });
     if (mapEntries.empty())
-        throw base::FAILURE("the journal has no good store of such an object", base::EXIT_NO_MATCH);
+        throw base::FAILURE("the journal contains no good store of such an object",
+                            base::EXIT_NO_MATCH);
     std::vector<MANIFEST_ENTRY> vecEntries;
     for (const auto &[sKey, sEntry] : mapEntries)
         if (sSample.Has(sEntry)) vecEntries.push_back(Entry(sEntry));

@@ -14,8 +14,8 @@ constexpr size_t DIGEST_LENGTH = 64;
 constexpr const char *DIGITS = "0123456789abcdefABCDEF";
 constexpr std::string_view COPY_ID = "# copy id "; // a comment for sha256sum, above the entry
 
-// Holds the file against other writers. It is replaced as a whole, so what was locked may have been
-// an earlier file by then.
+// Locks the file against other writers. They replace the file as a whole, so the locked one may
+// already be an earlier file.
 base::CDescriptor Lock(const base::TARGET &I_sTarget)
 {
     for (;;)
@@ -30,7 +30,7 @@ base::CDescriptor Lock(const base::TARGET &I_sTarget)
     }
 }
 
-// An object's name holds no line end, which sha256sum would write in another way.
+// An object's name contains no line end, which sha256sum would write differently.
 std::string EntryText(const MANIFEST_ENTRY &I_sEntry)
 {
     std::string strName;
@@ -41,7 +41,7 @@ std::string EntryText(const MANIFEST_ENTRY &I_sEntry)
     return base::Text(strCopy, cpMark, I_sEntry.strDigest, "  ", strName, '\n');
 }
 
-// None when a backslash is before anything that sha256sum does not put there.
+// None when a backslash precedes a character that sha256sum does not escape.
 std::optional<std::string> Unescaped(const std::string &I_strName)
 {
     std::string strPlain;
@@ -55,10 +55,10 @@ std::optional<std::string> Unescaped(const std::string &I_strName)
     return strPlain;
 }
 
-// 0 when the comment is another one.
+// 0 when the comment is a different one.
 unsigned CopyIdOf(const std::string &I_strComment)
 {
-    unsigned uNumber = 0; // stays it for what is no number, or too large
+    unsigned uNumber = 0; // remains 0 when the text is not a number, or too large
     if (!I_strComment.starts_with(COPY_ID)) return 0;
     const char *cpEnd = I_strComment.data() + I_strComment.size();
     const auto sResult = std::from_chars(&I_strComment[COPY_ID.size()], cpEnd, uNumber);
@@ -83,8 +83,8 @@ std::optional<MANIFEST_ENTRY> ParseLine(const std::string &I_strLine)
     return MANIFEST_ENTRY{strDigest, *strName, 0, strText};
 }
 
-// Anything but entries and comments is refused: the file may be another one, given by mistake. An
-// entry has the comment that belongs to it.
+// Refuses anything but entries and comments: the wrong file may have been given. An entry includes
+// the comment that belongs to it.
 std::vector<MANIFEST_ENTRY> ReadLines(const base::TARGET &I_sTarget)
 {
     const std::optional<std::string> strText = base::ReadText(I_sTarget);
@@ -98,9 +98,8 @@ std::vector<MANIFEST_ENTRY> ReadLines(const base::TARGET &I_sTarget)
         uNumber++;
         if (bDosEnd || !sLine)
             throw base::FileFailure("manifest ", I_sTarget.strShown, ", line ", uNumber,
-                                    bDosEnd
-                                        ? ": ends with CR LF; sha256sum's lines end with LF alone"
-                                        : ": is not of sha256sum's format");
+                                    bDosEnd ? ": ends with CR LF; sha256sum ends lines with LF"
+                                            : ": is not in sha256sum's format");
         const bool bNamed = !vecLines.empty() && vecLines.back().strDigest.empty() &&
                             vecLines.back().uCopyId != 0 && !sLine->strDigest.empty();
         if (!bNamed) vecLines.emplace_back();

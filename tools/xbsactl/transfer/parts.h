@@ -13,7 +13,7 @@
 
 namespace transfer
 {
-constexpr int SCHEMA = 1; // of each --json; raised when a field goes or changes
+constexpr int SCHEMA = 1; // of each --json; raised when a field is removed or changed
 
 // What all commands check. Throws USAGE_ERROR, or FAILURE for the password file.
 void CheckSession(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
@@ -22,7 +22,7 @@ void CheckSession(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
 struct MANIFEST_ENTRY
 {
     std::string strDigest; // 64 digits in lower case; empty: the line is a comment
-    std::string strName;   // NAME, or SPACE@NAME of an Informix session
+    std::string strName;   // NAME, or SPACE@NAME in Informix mode
     unsigned uCopyId = 0;  // Informix: the copy that the digest belongs to; 0: not known
     std::string strText;   // as it is in the file
 
@@ -31,7 +31,7 @@ struct MANIFEST_ENTRY
     std::string strFolder{}; // on the server in plain mode
 };
 
-// All entries in their order. Throws FAILURE when there is no such file or it holds a line that
+// All entries in their order. Throws FAILURE when the file does not exist, or contains a line that
 // does not belong to a manifest.
 std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile);
 
@@ -40,9 +40,9 @@ std::vector<MANIFEST_ENTRY> ReadManifest(const std::string &I_strFile);
 std::vector<MANIFEST_ENTRY> JournalEntries(const base::CONNECTION &I_sConnection,
                                            const OPTIONS &I_sOptions);
 
-// Puts the entry in the place of an earlier one of that name, and creates the file. Without a name:
-// makes sure that it can be done later; without a file: nothing. Other processes may do so with theirs at the same time.
-// Throws FAILURE.
+// Replaces an earlier entry of that name, or adds the entry, and creates the file. Without a name:
+// checks that this can be done later; without a file: nothing. Other processes may add entries at
+// the same time. Throws FAILURE.
 void PutIntoManifest(const std::string &I_strFile, const MANIFEST_ENTRY &I_sEntry);
 
 struct COUNT
@@ -54,7 +54,7 @@ struct COUNT
     std::string strXxh128; // XXH3-128, the same
 };
 
-// Moves the bytes of an object that is begun to its confirmed end: counts them for the status, hashes
+// Moves the bytes of an open object up to its confirmed end: counts them for the status, hashes
 // them, and draws the progress bar. I_fpMove moves a block of up to BLOCK_SIZE bytes through the
 // buffer and returns its length; a shorter one is the last. Throws FAILURE.
 COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
@@ -64,16 +64,16 @@ COUNT MoveObject(library::CSession &I_sSession, const base::CONNECTION &I_sConne
 uint64_t Compare(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
                  BSA_ObjectDescriptor &I_sObject, const MANIFEST_ENTRY &I_sEntry);
 
-// What became of the objects of a list, by their places in it: of each, how it went.
+// The results for the objects of a list, by their places in it.
 using WORK = std::function<base::JSON(library::CSession &X_sSession, size_t I_uObject)>;
 using TAKE = std::function<void(size_t I_uObject, const base::JSON &I_sVerdict)>;
 
-// Shares the objects out among that many processes, each with a session of its own, and takes their
-// verdicts as they come. One that a process did not reach is a verdict with its "error".
+// Divides the objects among that many processes, each with its own session, and takes their
+// verdicts as they come. An object that no process reached gets a verdict with "error".
 void RunJobs(const base::CONNECTION &I_sConnection, unsigned I_uJobs, size_t I_uObjects,
              const WORK &I_fpWork, const TAKE &I_fpTake);
 
-// What the line of the status says is being done.
+// Sets what the status line shows as the current task.
 void SayStatus(const std::string &I_strWhat);
 
 // The bytes moved since the last call, in the process that moves them; adds them in another one.
@@ -83,7 +83,7 @@ void AddStatus(uint64_t I_uBytes);
 // How many objects were found the same or not.
 void CountVerified(size_t I_uGood, size_t I_uBad);
 
-// In a child process: the parent's file, and its bar, are none of its business.
+// In a child process: leaves the parent's file and progress bar alone.
 void LeaveStatus();
 
 // Starts the count, and the clock of the rate, again. I_uExpected: bytes, 0 when unknown.

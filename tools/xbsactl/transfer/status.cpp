@@ -22,11 +22,11 @@ constexpr uint64_t BAR_WIDTH = 30; // characters
 constexpr const char *LAST_SUCCESS = "xbsactl_last_success_timestamp_seconds";
 constexpr const char *LAST_CODE = "xbsactl_last_exit_code";
 
-// Changed under HoldStop's lock, but for the two counts and the bar.
+// Changed under HoldStop's lock, except the two counts and the bar.
 struct STATUS
 {
     bool bRuns = false;
-    std::atomic<bool> bFile{false}; // one is wanted; the thread asks for the lock only then
+    std::atomic<bool> bFile{false}; // there is a status file; only then the thread takes the lock
     bool bWarned = false;
     std::string strFile;
     std::string strWhat;
@@ -90,7 +90,7 @@ double RateNow(const STATUS &I_sStatus) // megabytes a second
     return dSeconds > 0 ? static_cast<double>(I_sStatus.uBytes) / 1e6 / dSeconds : 0;
 }
 
-// How much of what is expected; nothing when that is not known.
+// The share of the expected bytes; empty when they are not known.
 std::string Bar(const STATUS &I_sStatus)
 {
     if (I_sStatus.uExpected == 0) return "";
@@ -100,7 +100,7 @@ std::string Bar(const STATUS &I_sStatus)
     return base::Text('[', strBar, "] ", uDone * 100 / I_sStatus.uExpected, "% ");
 }
 
-// On the terminal; what WipeBar takes away again.
+// On the terminal; WipeBar removes it.
 void DrawBar(STATUS &X_sStatus)
 {
     if (Seconds(X_sStatus.sDrawn) < REDRAW) return;
@@ -115,7 +115,7 @@ void WipeBar(STATUS *spStatus)
     if (std::exchange(spStatus->bDrawn, false)) fputs("\r\x1b[K", stderr);
 }
 
-// A metric without a value is left out.
+// A metric without a value is omitted.
 std::string FileText(const STATUS &I_sStatus)
 {
     std::string strText;
@@ -129,20 +129,20 @@ std::string FileText(const STATUS &I_sStatus)
     fpAdd("xbsactl_in_progress", "1 while the command runs.", I_sStatus.bRuns);
     fpAdd("xbsactl_transferred_bytes", "Bytes of objects moved so far.", I_sStatus.uBytes.load());
     fpAdd("xbsactl_expected_bytes", "Bytes that will be moved, when known.", strExpected);
-    fpAdd("xbsactl_duration_seconds", "How long the command runs or ran.",
+    fpAdd("xbsactl_duration_seconds", "How long the command has been running, or ran.",
           Seconds(I_sStatus.sStart));
     fpAdd("xbsactl_bytes_per_second", "Mean rate.", RateNow(I_sStatus) * 1e6);
-    fpAdd("xbsactl_last_attempt_timestamp_seconds", "When the command last began.",
+    fpAdd("xbsactl_last_attempt_timestamp_seconds", "When the command last started.",
           I_sStatus.lStart);
     fpAdd(LAST_SUCCESS, "When the command last ended with 0.", I_sStatus.strLastSuccess);
-    fpAdd(LAST_CODE, "Exit code of the last run that ended, 128 and the number for a signal.",
+    fpAdd(LAST_CODE, "Exit code of the last completed run; 128 plus the number for a signal.",
           I_sStatus.strLastCode);
-    fpAdd("xbsactl_verified_objects", "Objects that verify found the same.", I_sStatus.strGood);
+    fpAdd("xbsactl_verified_objects", "Objects that verified.", I_sStatus.strGood);
     fpAdd("xbsactl_differing_objects", "Objects that failed to verify.", I_sStatus.strBad);
     return strText + base::VersionMetric();
 }
 
-// The number that an earlier run of the same command on the same object left; empty for none.
+// The value from an earlier run of the same command on the same object; empty for none.
 std::string EarlierValue(const std::string &I_strText, const std::string &I_strStart)
 {
     std::array<char, 20> szNumber{};
@@ -161,14 +161,14 @@ void TakeEarlier(STATUS &X_sStatus)
     X_sStatus.strLastCode = EarlierValue(strText, LAST_CODE + X_sStatus.strLabels);
 }
 
-// Once a second: only the last text must survive a power cut.
+// Once per second: only the last text must survive a power cut.
 void Write(const STATUS &I_sStatus)
 {
     base::ReplaceText(base::FindTarget(I_sStatus.strFile), FileText(I_sStatus), false,
                       !I_sStatus.bRuns);
 }
 
-// The reader of a pipe may have stopped reading, and the thread has signals to wait for.
+// The reader of a pipe may have stopped reading, and the thread must not miss signals.
 void PrintLine(const std::string &I_strLine)
 {
     struct pollfd sError = {STDERR_FILENO, POLLOUT, 0};
@@ -209,7 +209,7 @@ void BeginStatus(const std::string &I_strCommand, const std::string &I_strName,
     sStatus.strFile = I_strFile;
     TakeEarlier(sStatus);
     Write(sStatus);
-    sStatus.bFile = true; // from here on it is ours to end
+    sStatus.bFile = true; // from here on EndStatus must complete it
 }
 
 void SayStatus(const std::string &I_strWhat)

@@ -9,7 +9,7 @@ namespace transfer
 {
 namespace
 {
-// The good end of a command, for a reader or as JSON.
+// The result of a successful command, as text or JSON.
 void Report(const char *cpVerb, const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions,
             const BSA_ObjectDescriptor &I_sObject, const COUNT &I_sCount)
 {
@@ -33,8 +33,8 @@ void Report(const char *cpVerb, const base::CONNECTION &I_sConnection, const OPT
                                 I_sCount.strDigest, I_sOptions.bVerify ? ", verified\n" : "\n");
 }
 
-// A job that closed well is the utility's word; that a query offers the copy is what a restore will
-// need. A newer copy is another process's.
+// The utility's good close is only a claim; a restore needs a query that finds the copy. A newer
+// copy belongs to another process.
 void CheckStored(library::CSession &I_sSession, const OPTIONS &I_sOptions,
                  const BSA_ObjectDescriptor &I_sObject)
 {
@@ -46,7 +46,7 @@ void CheckStored(library::CSession &I_sSession, const OPTIONS &I_sOptions,
                             base::EXIT_SERVER);
 }
 
-// The object is stored: what fails from here on does not undo it, and says so.
+// The object is stored: a failure from here on does not undo that, and its message says so.
 void AfterStore(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
                 const OPTIONS &I_sOptions, BSA_ObjectDescriptor &I_sObject, const COUNT &I_sCount)
 {
@@ -113,8 +113,8 @@ void Store(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
     BSA_ObjectDescriptor sObject = library::Descriptor(X_sConnection, I_sOptions.sObject);
     CountStatus(sInput.Size());
     sSession.Create(sObject);
-    // A failed read leaves without BSAEndData, and the end of the process resets the data connection.
-    // An orderly end would make the short object a whole one for the server.
+    // A failed read skips BSAEndData, and the end of the process resets the data connection. After
+    // an orderly end the server would treat the short object as complete.
     const COUNT sCount = MoveObject(sSession, X_sConnection, [&](char *cpBlock) {
         const size_t uLength = sInput.Read(cpBlock, library::BLOCK_SIZE);
         if (uLength > 0) sSession.Send(cpBlock, uLength);
@@ -156,7 +156,7 @@ void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions)
 void Query(base::CONNECTION &X_sConnection, OPTIONS &X_sOptions)
 {
     if (!X_sConnection.bInformix)
-        throw base::USAGE_ERROR("query needs --informix: an FTP server keeps no catalogue");
+        throw base::USAGE_ERROR("query needs --informix: an FTP server has no catalogue");
     if (X_sOptions.sObject.strName.empty()) X_sOptions.sObject.strName = "%";
     if (X_sOptions.sObject.strSpace.empty()) X_sOptions.sObject.strSpace = "%";
     CheckSession(X_sConnection, X_sOptions);

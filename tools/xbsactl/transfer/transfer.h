@@ -1,5 +1,5 @@
-// The commands that move objects, list them, and compare them with what is known of them; and what
-// is under way, for others to read: a line when SIGUSR1 asks for it, and the file of --status.
+// The commands that move objects, list them, and compare them with the records; and their progress
+// for others to read: a line after SIGUSR1, and the file of --status.
 #ifndef XBSACTL_TRANSFER_H
 #define XBSACTL_TRANSFER_H
 
@@ -19,14 +19,14 @@ struct OPTIONS
     bool bAll = false;                    // verify: every object of the manifest
     std::string strManifest;              // empty: none is kept
     std::vector<std::string> vecJournals; // verify: of the library, instead of the manifest
-    bool bNewest = false;                 // the newest copy of each object of the journals alone
-    std::string strSample;                // "N/T": another N of T shares each night; empty: all
+    bool bNewest = false;                 // only the newest copy of each object in the journals
+    std::string strSample;                // "N/T": other N of T shares each day; empty: all
     unsigned uJobs = 1;                   // processes at once
     std::string strStatus;                // progress and result for others to read; empty: none
 };
 
-// The commands check their settings, and take the password. All throw FAILURE; "no match" of a
-// query is one.
+// The commands check their settings, and read the password. All throw FAILURE, also for a query
+// without a match.
 void Store(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
 void Restore(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
 void Query(base::CONNECTION &X_sConnection, OPTIONS &X_sOptions);
@@ -37,15 +37,16 @@ void Verify(base::CONNECTION &X_sConnection, const OPTIONS &I_sOptions);
 void BeginStatus(const std::string &I_strCommand, const std::string &I_strName,
                  const std::string &I_strFile);
 
-// For stop.h's thread. One line to standard error, none when nobody reads there, for it must not
-// wait; and the file once more: failures are warned of once, and end nothing.
+// For the thread that waits for signals. Prints one line to standard error, or none when nobody
+// reads, because the thread must not wait; and rewrites the file: a failure causes one warning
+// only.
 void PrintStatus();
 void TickStatus();
 
 // Writes the file for the last time; the first call counts. Any thread.
 void EndStatus(int I_iExit);
 
-// The name under which the object stands in a manifest; empty for all objects.
+// The object's name in a manifest; empty for all objects.
 std::string ManifestName(const base::CONNECTION &I_sConnection, const library::OBJECT &I_sObject);
 } // namespace transfer
 

@@ -8,7 +8,7 @@ namespace transfer
 {
 namespace
 {
-// Those of one name, or all; never none.
+// The entries of one name, or all. Throws when there are none.
 std::vector<MANIFEST_ENTRY> ChosenEntries(const base::CONNECTION &I_sConnection,
                                           const OPTIONS &I_sOptions)
 {
@@ -24,8 +24,8 @@ std::vector<MANIFEST_ENTRY> ChosenEntries(const base::CONNECTION &I_sConnection,
     return vecChosen;
 }
 
-// The object of an entry as it would be restored: without --copy-id the copy that the digest
-// belongs to.
+// An entry's object as a restore would name it: without --copy-id the copy that the digest belongs
+// to.
 library::OBJECT ObjectOf(const base::CONNECTION &I_sConnection, const OPTIONS &I_sOptions,
                          const MANIFEST_ENTRY &I_sEntry)
 {
@@ -43,18 +43,18 @@ library::OBJECT ObjectOf(const base::CONNECTION &I_sConnection, const OPTIONS &I
     return sObject;
 }
 
-// An entry of a journal knows the object's folder.
+// An entry of a journal contains the object's directory.
 BSA_ObjectDescriptor Find(library::CSession &I_sSession, base::CONNECTION I_sConnection,
                           const OPTIONS &I_sOptions, const MANIFEST_ENTRY &I_sEntry)
 {
     const library::OBJECT sObject = ObjectOf(I_sConnection, I_sOptions, I_sEntry);
     if (I_sEntry.strFolder.empty()) return I_sSession.Find(sObject);
-    base::CheckName("the folder", I_sEntry.strFolder);
+    base::CheckName("the directory", I_sEntry.strFolder);
     I_sConnection.strPath = I_sEntry.strFolder;
     return library::Descriptor(I_sConnection, sObject);
 }
 
-// What became of one object.
+// The result for one object.
 base::JSON VerifyEntry(library::CSession &I_sSession, const base::CONNECTION &I_sConnection,
                        const OPTIONS &I_sOptions, const MANIFEST_ENTRY &I_sEntry)
 {
@@ -72,7 +72,7 @@ base::JSON VerifyEntry(library::CSession &I_sSession, const base::CONNECTION &I_
     return sVerdict;
 }
 
-// A name of a journal has its folder.
+// A name from a journal includes the directory.
 std::string ShownName(const MANIFEST_ENTRY &I_sEntry)
 {
     report::ENTRY sNamed;
@@ -81,7 +81,7 @@ std::string ShownName(const MANIFEST_ENTRY &I_sEntry)
     return report::Name(sNamed);
 }
 
-// At once: a drill over many objects takes its time.
+// Printed at once: verifying many objects takes long.
 void PrintLine(const base::JSON &I_sVerdict)
 {
     const std::string strName = I_sVerdict["name"];
@@ -123,10 +123,10 @@ void CheckVerify(const OPTIONS &I_sOptions)
     const library::OBJECT &sObject = I_sOptions.sObject;
     const bool bJournal = !I_sOptions.vecJournals.empty();
     if (I_sOptions.strManifest.empty() && !bJournal)
-        throw base::USAGE_ERROR("verify needs --journal, or --manifest: the file that store keeps "
-                                "with that option");
+        throw base::USAGE_ERROR("verify needs --journal, or --manifest with the file that store "
+                                "wrote");
     if (!bJournal && (I_sOptions.bNewest || !I_sOptions.strSample.empty()))
-        throw base::USAGE_ERROR("--newest and --sample choose from a journal: give --journal");
+        throw base::USAGE_ERROR("--newest and --sample need --journal");
     if (sObject.strName.empty() && !I_sOptions.bAll && !bJournal)
         throw base::USAGE_ERROR("verify needs NAME or --all");
     if (I_sOptions.bAll && (sObject.uCopyId != 0 || !sObject.strSpace.empty()))
