@@ -90,25 +90,25 @@ informix_mode() { # FOLDER, which the caller removes
     local work=$1 xbsactl=("$XBSACTL" --informix) space pids=() copy
     export XBSA_TRACE=2 KORVA_JOURNAL=$work/journal
 
-    say "Three processes back up three spaces at once"
+    say "Three processes back up three dbspaces at once"
     for space in rootdbs datadbs logdbs; do
         head -c 3000000 /dev/urandom >"$work/$space"
-        XBSA_LOGFILE=$work/$space.log "${xbsactl[@]}" store --space "$space" level0 "$work/$space" &
+        XBSA_LOGFILE=$work/$space.log "${xbsactl[@]}" store --space demo_tcp "$space" "$work/$space" &
         pids+=($!)
     done
-    for pid in "${pids[@]}"; do wait "$pid" || fail "a space was not stored"; done
+    for pid in "${pids[@]}"; do wait "$pid" || fail "a dbspace was not stored"; done
 
     export XBSA_LOGFILE=$work/query.log
     say "The copies that a query offers"
     for space in rootdbs datadbs logdbs; do
-        "${xbsactl[@]}" query --space "$space" level0 | sed "$([[ $space == rootdbs ]] || echo 1d)"
+        "${xbsactl[@]}" query --space demo_tcp "$space" | sed "$([[ $space == rootdbs ]] || echo 1d)"
         [[ ${PIPESTATUS[0]} == 0 ]] || fail "$space is not offered"
     done
 
     say "One comes back by its copy id"
-    copy=$("${xbsactl[@]}" query --space datadbs level0 --json | grep -o '"copy_id": *[0-9]*' |
+    copy=$("${xbsactl[@]}" query --space demo_tcp datadbs --json | grep -o '"copy_id": *[0-9]*' |
         grep -o '[0-9]*$') || fail "no copy id"
-    "${xbsactl[@]}" restore --space datadbs level0 "$work/datadbs.back" --copy-id "$copy" ||
+    "${xbsactl[@]}" restore --space demo_tcp datadbs "$work/datadbs.back" --copy-id "$copy" ||
         fail "datadbs was not restored"
     same "$work/datadbs" "$work/datadbs.back"
 

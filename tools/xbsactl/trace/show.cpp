@@ -9,8 +9,8 @@ namespace trace
 {
 namespace
 {
-constexpr const char *MIXED = "; it is unknown which process wrote which line and how long "
-                              "a step took: give each process its own log (XBSA_LOGFILE)";
+constexpr const char *MIXED = "; which process wrote which line, and how long each step took, "
+                              "cannot be determined: give each process its own log (XBSA_LOGFILE)";
 
 bool SameDay(const SESSION &I_sSession)
 {

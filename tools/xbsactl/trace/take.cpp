@@ -111,8 +111,8 @@ struct TAKE
     void SetSign() const // the line cannot appear here
     {
         const size_t uEnd = sLine.svText.find_first_of(":( ");
-        sProgress.strSign = "line " + std::to_string(sLine.sPlace.uLine) + ", of " +
-                            std::string(sLine.svText.substr(0, uEnd)) + ", cannot appear here";
+        sProgress.strSign = "line " + std::to_string(sLine.sPlace.uLine) + " (" +
+                            std::string(sLine.svText.substr(0, uEnd)) + ") is out of sequence";
     }
 };
 
