@@ -158,6 +158,7 @@ bool IsOurs(const MAPPING &I_sMapping)
     return uName > 0 && I_sMapping.svFile.substr(uName).starts_with("libxbsa.so");
 }
 
+// What a process shows that is just loading the library says nothing about other processes.
 std::optional<EXPORTS> ExportsOf(const CMemory &I_sMemory, const MAPPING &I_sMapping,
                                  uid_t I_uOwner, FILES &X_sFiles)
 {
@@ -166,7 +167,9 @@ std::optional<EXPORTS> ExportsOf(const CMemory &I_sMemory, const MAPPING &I_sMap
         if (const auto sFound = spKnown->find(strKey); sFound != spKnown->end())
             return X_sFiles.mapNow.emplace(*sFound).first->second;
     const auto sExports = ReadExports(I_sMemory, I_sMapping.uStart);
-    if (sExports) X_sFiles.mapNow.emplace(strKey, *sExports);
+    if (!sExports) return {};
+    const bool bWhole = sExports->bCalls && sExports->uSize != 0;
+    if (bWhole || !IsOurs(I_sMapping)) X_sFiles.mapNow.emplace(strKey, *sExports);
     return sExports;
 }
 
