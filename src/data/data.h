@@ -9,9 +9,9 @@
 //   new listener          data_SetKeepAlive      inherited by the connection
 //                         data_SetBuffers
 //                         data_ShareRange        for its port
+//                         x_ResetAtClose         for a store, until its orderly end
 //   after the 150         data_Accept            or a refusal, a close, a time-out
-//   store                 x_ResetAtClose         until the orderly end
-//                         data_LimitRate
+//   store                 data_LimitRate
 //   blocks                data_Send, data_SendOn, data_Receive
 //   end of a good store   data_EndOrderly, then close
 //   end of a broken one   x_Reset, then close
