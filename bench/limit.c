@@ -89,8 +89,14 @@ static int Greet(int iPort)
     return hControl;
 }
 
+static void Quit(int hControl)
+{
+    Ask(hControl, "QUIT\r\n");
+    close(hControl);
+}
+
 // The other end is the server that the library uses, because another process would differ by more
-// than what is measured. It receives the address before the clock starts.
+// than what is measured. The clock starts when the connection is open, as BENCH_OPEN starts it.
 static int Bare(int bSend, char **cppArgument)
 {
     long long llBytes = atoll(cppArgument[2]);
@@ -100,6 +106,7 @@ static int Bare(int bSend, char **cppArgument)
     double dStart = Now();
     double dCpu = Cpu();
     Move(hControl, hData, bSend, (size_t)atol(cppArgument[1]), llBytes);
+    Quit(hControl);
     Print(dStart, dCpu);
     return 0;
 }
@@ -112,8 +119,7 @@ static void Object(int iPort, int bStore, size_t uBlock, long long llBytes)
     for (size_t uLine = 0; uLine < 4; uLine++) Ask(hControl, apLogin[uLine]);
     int hData = OpenData(hControl, bStore, llBytes);
     Move(hControl, hData, bStore, uBlock, llBytes);
-    Ask(hControl, "QUIT\r\n");
-    close(hControl);
+    Quit(hControl);
 }
 
 static void RunUtility(int iTimes)

@@ -70,6 +70,7 @@ class Bench:
         self.build = build
         self.library = os.path.join(build, "lib", "libxbsa.so.1")
         self.peers = os.path.join(build, "bench")
+        self.tool = os.path.join(build, "bin", "xbsactl")
         memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
         self.folder = tempfile.mkdtemp(prefix="bench", dir=memory)
         command = [self.peer("sink")] + ["--nagle"] * nagle
@@ -118,6 +119,20 @@ class Bench:
     def lftp(self, way, size):
         verb = f"put {self.file(size)} -o {size}" if way == "store" else f"get {size} -o /dev/null"
         return ["lftp", "-c", f"{LFTP}open -u ftp,p ftp://127.0.0.1:{self.port}; {verb}"]
+
+    def shells(self, way, size, pipe):
+        """xbsactl, curl and lftp as their users run them: with a file in memory, or a pipe from or to cat."""
+        store, name = way == "store", f"ftp://ftp:p@127.0.0.1:{self.port}/{size}"
+        file = self.file(size) if store else os.path.join(self.folder, "restored")
+        short, source = ("-", "/dev/stdin") if pipe else (file, file)
+        verb = f"put {source} -o {size}" if store else f"cat {size}" if pipe else f"get {size} -o {file}"
+        commands = {
+            "xbsactl": f"{self.tool} {way} {size} {short} 2> {self.folder}/messages",
+            "curl": f"curl -sS -P 127.0.0.1 --disable-eprt {'-T' if store else '-o'} {short} {name}",
+            "lftp": f"lftp -c '{LFTP}open -u ftp,p ftp://127.0.0.1:{self.port}; {verb}'"}
+        first, last = (f"cat {file} | ", "") if store else ("", " | cat > /dev/null")
+        return {program: ["sh", "-c", f"{first}{command}{last}" if pipe else f"exec {command}"]
+                for program, command in commands.items()}
 
     def far(self, command):
         """The same command as a text for the near end of a long line; the server is at the far end."""
@@ -204,6 +219,22 @@ def shares(first):
     """The shares of processor time that were used and stolen since the first ticks()."""
     total, used, steal = (now - then for now, then in zip(ticks(), first))
     return used / max(total, 1), steal / max(total, 1)
+
+
+@contextlib.contextmanager
+def large_buffers(size):
+    """
+    Lets sockets ask for buffers of `size` bytes, if this process may change these limits. They hold
+    for the whole system, so they are put back at the end.
+    """
+    with contextlib.ExitStack() as stack:
+        for name in ("rmem_max", "wmem_max"):
+            with contextlib.suppress(OSError):
+                limit = stack.enter_context(open(f"/proc/sys/net/core/{name}", "rb+", buffering=0))
+                earlier = limit.read()
+                stack.callback(os.pwrite, limit.fileno(), earlier, 0)
+                os.pwrite(limit.fileno(), b"%d" % max(size, int(earlier)), 0)
+        yield
 
 
 def own_network():
