@@ -393,17 +393,20 @@ std::string CommandList()
     return strList;
 }
 
-// The parser would name all arguments, the last one first.
-std::string UnknownCommand(const CLI::App &I_sApp)
+// The parser would name all arguments, the last one first, or print the help of no command.
+void CheckCommand(const std::vector<std::string> &I_vecArguments)
 {
-    const std::vector<std::string> vecRest = I_sApp.remaining();
-    if (!I_sApp.get_subcommands().empty() || vecRest.empty() || vecRest[0].compare(0, 1, "-") == 0)
-        return "";
-    std::string strText = "there is no command \"" + vecRest[0] + "\"";
-    for (const CLI::App *spCommand : I_sApp.get_subcommands({}))
-        if (IsSlip(vecRest[0], spCommand->get_name()))
-            return strText + ": did you mean \"" + spCommand->get_name() + "\"?";
-    return strText + CommandList();
+    if (I_vecArguments.empty() || I_vecArguments[0].starts_with('-')) return;
+    const std::string &strTyped = I_vecArguments[0];
+    const std::string strText = "there is no command \"" + strTyped + "\"";
+    std::string strMeant = CommandList();
+    for (const auto &sCommand : COMMANDS)
+    {
+        if (strTyped == sCommand.cpName) return;
+        if (IsSlip(strTyped, sCommand.cpName))
+            strMeant = base::Text(": did you mean \"", sCommand.cpName, "\"?");
+    }
+    throw base::USAGE_ERROR(strText, strMeant);
 }
 
 // The parser's text ends with the key, which is a password when a password file was given by
@@ -448,12 +451,13 @@ std::optional<int> ParseOptions(int argc, char **argv, COMMAND_LINE &X_sLine)
     try
     {
         std::vector<std::string> vecArguments = WithHelp({argv + std::min(argc, 1), argv + argc});
+        CheckCommand(vecArguments);
         std::reverse(vecArguments.begin(), vecArguments.end()); // as the parser takes them
         sApp.parse(std::move(vecArguments));
     } catch (const CLI::ExtrasError &sError)
     {
-        const std::string strText = UnknownCommand(sApp);
-        throw base::USAGE_ERROR(strText.empty() ? sError.what() : strText);
+        if (sApp.get_subcommands().empty()) CheckCommand(sApp.remaining());
+        throw base::USAGE_ERROR(sError.what());
     } catch (const CLI::ConfigError &sError)
     {
         throw base::USAGE_ERROR(
