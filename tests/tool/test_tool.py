@@ -217,6 +217,7 @@ class Commands(Site):
         for row in [
                 dict(odd=["sotre", "a", "b"], code=2, says='no command "sotre": did you mean "store"?'),
                 dict(odd=["quux"], code=2, says='no command "quux": the commands are store'),
+                dict(odd=["help", "sotre"], code=2, says='no command "sotre": did you mean "store"?'),
                 dict(odd=["store", "x", "--quux"], code=2, says="--quux"),
                 dict(odd=["restore", "x", "--json", *options], code=2, says="--json needs FILE"),
                 dict(odd=["store", "x", "--config", "none"], code=2, says="none was not readable"),
@@ -293,19 +294,24 @@ class Progress(Site):
     def test_examples(self):
         """The report and the Prometheus rules use the names that the tool writes."""
         self.serve()
+        self.env["KORVA_JOURNAL"] = "journal"
         self.call("store", "x", "--status", "s.prom")
+        self.call("report", "--prometheus", "o.prom")
         self.assertLessEqual(set(re.findall("xbsactl_([a-z_]+)", read_text(
-            f"{ROOT}/examples/korva-xbsa.rules.yml"))), metrics().keys())
+            f"{ROOT}/examples/korva-xbsa.rules.yml"))), {
+                *metrics(), *re.findall("^xbsactl_([a-z_]+)[{]", read_text("o.prom"), re.M)})
         write_plain("old.prom", re.sub(r"(success.*\}) \d+", r"\1 9", read_text("s.prom")))
         self.options = ["--host", "127.0.0.1:1", "--user", "u"]
         self.call("store", 'b"\\', "--status", "z.prom", code=4)
         write_plain("check.json", self.call("check", "--json", code=1)[0])
+        write_plain("p.prom", read_text("o.prom").replace("} 1\n", "} 0\n", 1))
         lines = "".join(f"{line}\n" for line in (
-            r"BAD\told.prom: store x: last success \d+ hours ago, limit 25",
+            r"ok\to.prom: objects: 1", r"BAD\told.prom: store x: last success \d+ hours ago, limit 25",
+            r'BAD\tp.prom: space="x",path=".": not ok, see xbsactl report',
             r"ok\ts.prom: store x: done, 0 MB, 0.0 hours ago",
             r'BAD\tz.prom: store b\\"\\\\: has never succeeded, last exit code 4',
             r"BAD\tcheck.json: network.tcp: .*", r"\t  next: check that .*"))
-        for summary, code in ("CRITICAL - 3 bad, 1 good\n" + lines, 2), ("OK - 1 good\nok.*\n", 0):
+        for summary, code in ("CRITICAL - 4 bad, 2 good\n" + lines, 2), ("OK - 1 good\nok.*\n", 0):
             done = subprocess.run(["sh", f"{ROOT}/examples/korva-xbsa-report", "."], stdout=-1, check=False)
             self.assertRegex(done.stdout.decode(), f"^XBSA {summary}$")
             self.assertEqual(done.returncode, code)
