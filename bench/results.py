@@ -20,7 +20,7 @@ def text(value):
         return number(value)
     if "median" in value:
         return f"{number(value['median'])} ({number(value['q1'])} to {number(value['q3'])})"
-    return f"{sum(value.values()):g}: " + ", ".join(f"{name} {count:g}" for name, count in value.items())
+    return f"{sum(value.values()):g}: " + ", ".join(f"`{name}` {count:g}" for name, count in value.items())
 
 
 def markdown(head, rows):

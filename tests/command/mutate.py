@@ -23,8 +23,8 @@ ROOT = os.path.abspath(__file__ + "/../../..")
 FTPD = os.environ.get("XBSA_FTPD", os.path.expanduser("~/.cache/korva-xbsa/ftpd"))
 # Neither the tools' tests nor those of the sources. With the sanitizer only quick tests run, and only
 # if those of the release build miss a fault.
-ASKED = {"release": "^(calls|com|faults|helpers|hosts?|random|torture|trace$|transfer)",
-         "asan": "^asan.(calls|com|helpers|trace$)"}
+ASKED = {"release": "^(calls|com|faults|helpers|hosts?|journal|random|settings|torture|trace$|transfer)",
+         "asan": "^asan.(calls|com|helpers|journal|trace$)"}
 ALONE = ["unshare", "--pid", "--fork", "--kill-child", "--mount-proc"]  # ends with all children
 
 # Patterns in a line without its comment and texts, and their replacements.
