@@ -68,7 +68,7 @@ run() { # RELEASE STEP
 
 make_root() { # RELEASE
     local mirror packages=g++,make,cmake,nlohmann-json3-dev,libssl-dev,libxxhash-dev,zlib1g-dev,dpkg-dev,file,python3
-    packages+=,mount,binutils,strace,pkg-config,openssl,procps,iproute2,ca-certificates
+    packages+=,mount,binutils,strace,pkg-config,openssl,procps,iproute2,ca-certificates,xxhash
     [[ $1 == bullseye ]] || packages+=,libcli11-dev
     mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Origin: Debian' | head -n 1)
     rm -rf "${work:?}/$1"

@@ -23,7 +23,7 @@ std::recursive_mutex sMutex;
 using CLOCK = std::chrono::steady_clock;
 constexpr CLOCK::time_point NONE;
 std::atomic<CLOCK::time_point> sEnd = NONE; // of the time limit
-struct
+struct LIMIT
 {
     std::chrono::seconds sTime;
     int (*fpConnection)();
@@ -101,7 +101,7 @@ CTimeLimit::CTimeLimit(unsigned I_uSeconds, int (*I_fpConnection)(),
                        const std::string &I_strMessage)
 {
     const STOP_LOCK sLock = HoldStop();
-    sLimit = {std::chrono::seconds(I_uSeconds), I_fpConnection, "", false};
+    sLimit = LIMIT{std::chrono::seconds(I_uSeconds), I_fpConnection, "", false};
     I_strMessage.copy(sLimit.szMessage, sizeof sLimit.szMessage - 1);
     sEnd = I_uSeconds == 0 ? NONE : CLOCK::now() + sLimit.sTime;
 }

@@ -138,11 +138,12 @@ std::string Json(const ROWS &I_mapRows)
         sList.push_back(
             {{"pid", sKey.first},
              {"program", sRow.sProcess.strProgram},
-             {"direction", sRow.cpDirection != nullptr ? base::JSON(sRow.cpDirection) : nullptr},
+             {"direction",
+              sRow.cpDirection != nullptr ? base::JSON(sRow.cpDirection) : base::JSON()},
              {"space", fpText(sRow, sRow.strSpace)},
              {"path", fpText(sRow, sRow.strPath)},
              {"bytes", sRow.uBytes},
-             {"seconds_since_last_byte", sRow.dIdle ? base::JSON(*sRow.dIdle) : nullptr},
+             {"seconds_since_last_byte", sRow.dIdle ? base::JSON(*sRow.dIdle) : base::JSON()},
              {"last_message", sRow.strMessage}});
     return base::Dump({{"schema", SCHEMA}, {"processes", sList}}) + "\n";
 }

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <limits.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 
