@@ -28,6 +28,7 @@ PLAIN = """malloc:ENOMEM socket:EMFILE,ENOMEM bind:ENOMEM listen:ENOMEM getsockn
 INFORMIX = PLAIN + """ fdopen:ENOMEM fgets:EINTR,ENOMEM fread:EINTR,ENOMEM,SHORT fclose:EINTR
     popen:EMFILE,EAGAIN,ENOMEM pclose:EINTR getpwuid:EINTR,EMFILE,ENOMEM
     gethostbyaddr:EAGAIN,ENOMEM poll:ENOMEM,EINTR"""
+NONE = "malloc", 0, 0, ""
 ALL = re.findall(r"(\w+):", INFORMIX) + ["fcntl", "getpeername"]
 # Strict mode, how many of 0 to 2 are closed in the host, and the calls that occur only there.
 HOSTS = [("0", 0, ""), ("1", 0, " getpeername:ENOMEM"), ("1", 3, " fcntl:EMFILE")]
@@ -82,7 +83,7 @@ class Mode:
     def drive(self, action, closed, strict, table):
         left = set(re.findall(r"(\w+):", table))
         how = action, closed, {"KORVA_STRICT": strict} | LOG
-        for fault in series(table, self.growth, self.inject(*how, ("malloc", 0, 0, ""))[1]):
+        for fault in series(table, self.growth, self.inject(*how, NONE)[1]):
             with self.subTest(action=action, closed=closed, strict=strict, fault=fault):
                 hits = self.inject(*how, fault)[0]
                 self.cases, self.calls = self.cases + (hits > 0), self.calls + hits
@@ -102,11 +103,20 @@ class Mode:
             # A server whose reply cannot be sent may die before it removes a partial object.
             known += [[b""]] if any(codes) and fault[0] == "recv" else []
             self.assertIn(left, known, f"codes {codes}")
-        return hits, calls
+        return hits, calls, codes
 
 
 class Plain(Mode, unittest.TestCase):
     table, brief, growth, hosts = PLAIN, {"store": PLAIN, "restore": PLAIN}, 2, HOSTS
+
+    def test_partial(self):
+        """Only the two commands that are sent with one call fail if it takes one byte."""
+        for action in ("store", "restore"):
+            calls = self.inject(action, 0, LOG, NONE)[1]
+            for name, verbs in ("send", 2), ("recv", 0):
+                failed = [any(self.inject(action, 0, LOG, (name, number + 1, 0, "SHORT"))[2])
+                          for number in range(calls[name])]
+                self.assertEqual(sum(failed), verbs, (action, name, failed))
 
     def begin(self, x):
         host = b"BSA_SERVICE_HOST=127.0.0.1:%d" % self.server.port
