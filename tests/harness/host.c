@@ -161,6 +161,8 @@ static void *Run(void *vpNothing)
     CALL(BSATerminate, lHandle);
     ((__extension__(void (*)(void)) dlsym(vpLibrary, "i_close_trace")))(); /* musl never unloads */
     dlclose(vpLibrary);
+    /* If it is still loaded, its journal is open. */
+    sBefore.iOpen += dlopen(cppArguments[0], RTLD_NOW | RTLD_NOLOAD) != NULL;
     Compare(&sBefore);
     return vpNothing;
 }
