@@ -122,13 +122,13 @@ class Bench:
 
     def shells(self, way, size, pipe):
         """xbsactl, curl and lftp as their users run them: with a file in memory, or a pipe from or to cat."""
-        store, name = way == "store", f"ftp://ftp:p@127.0.0.1:{self.port}/{size}"
+        store, url = way == "store", f"ftp://ftp:p@127.0.0.1:{self.port}/{size}"
         file = self.file(size) if store else os.path.join(self.folder, "restored")
-        short, source = ("-", "/dev/stdin") if pipe else (file, file)
+        local, source = ("-", "/dev/stdin") if pipe else (file, file) # lftp has no "-"
         verb = f"put {source} -o {size}" if store else f"cat {size}" if pipe else f"get {size} -o {file}"
         commands = {
-            "xbsactl": f"{self.tool} {way} {size} {short} 2> {self.folder}/messages",
-            "curl": f"curl -sS -P 127.0.0.1 --disable-eprt {'-T' if store else '-o'} {short} {name}",
+            "xbsactl": f"{self.tool} {way} {size} {local} 2> {self.folder}/messages",
+            "curl": f"curl -sS -P 127.0.0.1 --disable-eprt {'-T' if store else '-o'} {local} {url}",
             "lftp": f"lftp -c '{LFTP}open -u ftp,p ftp://127.0.0.1:{self.port}; {verb}'"}
         first, last = (f"cat {file} | ", "") if store else ("", " | cat > /dev/null")
         return {program: ["sh", "-c", f"{first}{command}{last}" if pipe else f"exec {command}"]

@@ -90,8 +90,8 @@ def build(tree, preset):
 
 def first_to_fail(tree, preset):
     """The test that fails twice or times out, or None."""
-    done = run(tree, *ALONE, *LIMITED[preset], "timeout", "900", "ctest", "--preset", preset, "-j4", "-R", ASKED[preset],
-               "--stop-on-failure", "--repeat", "until-pass:2")
+    done = run(tree, *ALONE, *LIMITED[preset], "timeout", "900", "ctest", "--preset", preset, "-j4",
+               "-R", ASKED[preset], "--stop-on-failure", "--repeat", "until-pass:2")
     if done.returncode == 124:
         return "the time limit"
     failed = re.findall(r"^\s*\d+ - (\S+) \(", done.stdout, re.M)
